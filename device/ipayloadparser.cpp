@@ -1,0 +1,7 @@
+#include "ipayloadparser.h"
+
+namespace JwDevice {
+
+IPayloadParser::~IPayloadParser() = default; // here, so that the class has one vtable for all who derive from it
+
+} // namespace JwDevice

@@ -1,0 +1,105 @@
+#include "parserinit.h"
+
+namespace Nmea {
+
+namespace {
+
+enum Sentence {
+    Version = 1,
+    InformationRequest = 2,
+    InformationReply = 3,
+};
+
+} // namespace
+
+ParserInit::ParserInit() = default;
+
+ParserInit::~ParserInit() = default;
+
+bool ParserInit::parse(JwDevice::SessionAbstract *session, const QString &sentence)
+{
+    return parseSentence(static_cast<JwDevice::SessionInit *>(session), sentence);
+}
+
+bool ParserInit::build(const JwDevice::SessionAbstract *session, QString &sentence)
+{
+    const auto *init = static_cast<const JwDevice::SessionInit *>(session);
+    return buildSentence(init, init->sentenceId, sentence);
+}
+
+bool ParserInit::parseInt(JwDevice::SessionInit *session, const QString &value, const QString &name)
+{
+    session->fields[name] = value.toInt();
+    return true;
+}
+
+bool ParserInit::parseString(JwDevice::SessionInit *session, const QString &value, const QString &name)
+{
+    session->fields[name] = value;
+    return true;
+}
+
+QString ParserInit::buildString(const JwDevice::SessionInit *session, const QString &name)
+{
+    return session->fields.value(name).toString();
+}
+
+QHash<int, QString> ParserInit::initSentenceIdentifiers()
+{
+    return {
+        {Version, QStringLiteral("PJWVER")},
+        {InformationRequest, QStringLiteral("PTJWWR")},
+        {InformationReply, QStringLiteral("PTJWRD")},
+    };
+}
+
+QHash<int, QString> ParserInit::initSentenceFormatsParse()
+{
+    return {
+        // $PJWVER,<hwversion>,<v1>,<v2>,<v3>*hh
+        {Version, QStringLiteral("hwversion,v1,v2,v3")},
+        // $PTJWRD,<subcommand>,<name>,<devtype>,<boardid>,<rev>,<version>,<hwversion>,<appmode>*hh
+        {InformationReply, QStringLiteral("subcommand,name,devtype,boardid,rev,version,hwversion,appmode")},
+    };
+}
+
+QHash<int, QString> ParserInit::initSentenceFormatsBuild()
+{
+    return {
+        // $PJWVER*0c
+        {Version, QString()},
+        // $PTJWWR,<subcommand>*hh
+        {InformationRequest, QStringLiteral("subcommand")},
+    };
+}
+
+QHash<QString, ParserInit::ParserDelegate> ParserInit::initParserDelegates()
+{
+    return {
+        {QStringLiteral("hwversion"), parseString},
+        {QStringLiteral("v1"), parseInt},
+        {QStringLiteral("v2"), parseInt},
+        {QStringLiteral("v3"), parseInt},
+        {QStringLiteral("subcommand"), parseString},
+        {QStringLiteral("name"), parseString},
+        {QStringLiteral("devtype"), parseString},
+        {QStringLiteral("boardid"), parseString},
+        {QStringLiteral("rev"), parseString},
+        {QStringLiteral("version"), parseString},
+        {QStringLiteral("appmode"), parseString},
+    };
+}
+
+QHash<QString, ParserInit::BuilderDelegate> ParserInit::initBuilderDelegates()
+{
+    return {
+        {QStringLiteral("subcommand"), buildString},
+    };
+}
+
+void ParserInit::setSentenceId(JwDevice::SessionInit *session, int sentenceId)
+{
+    session->sentenceId = sentenceId;
+}
+
+} // namespace Nmea

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <device/ipayloadparser.h>
+#include <device/sessioninit.h>
+#include <nmea/parserabstract.h>
+
+namespace Nmea {
+
+/**
+ * The sentences with which a board is asked who it is, and its answers.
+ *
+ * \verbatim
+ * Version query, host to board              Version reply, board to host
+ *
+ *  1      2                                  1      2       3  4  5  6
+ *  |      |                                  |      |       |  |  |  |
+ *  $PJWVER*0c<CR><LF>                        $PJWVER,7300021,1,4,0*0e<CR><LF>
+ *
+ *  1 identifier, key 1                       1 identifier, key 1
+ *  2 checksum                                2 hwversion  hardware version, text
+ *                                            3 v1  4 v2  5 v3  version numbers, int
+ *                                            6 checksum
+ *
+ * Information request, host to board        Information reply, board to host
+ *
+ *  1      2   3                              1      2   3    4 5  6 7    8       9 10
+ *  |      |   |                              |      |   |    | |  | |    |       | |
+ *  $PTJWWR,INF*71<CR><LF>                    $PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1*5e<CR><LF>
+ *
+ *  1 identifier, key 2                       1 identifier, key 3
+ *  2 subcommand                              2 subcommand  3 name     4 devtype    5 boardid
+ *  3 checksum                                6 rev         7 version  8 hwversion  9 appmode   (all text)
+ *                                            10 checksum
+ * \endverbatim
+ *
+ * The other directions are refused: key 2 has no format to parse, key 3 none to build. The record of parse() and
+ * build() is a JwDevice::SessionInit. Call init() once after construction.
+ */
+class JWDEVICE_EXPORT ParserInit : public JwDevice::IPayloadParser, public ParserAbstract<JwDevice::SessionInit>
+{
+public:
+    ParserInit();
+    ~ParserInit() override;
+
+    /// See JwDevice::IPayloadParser::parse; `session` must be a JwDevice::SessionInit.
+    bool parse(JwDevice::SessionAbstract *session, const QString &sentence) override;
+    /// Builds the sentence named by the session's own sentenceId; `session` must be a JwDevice::SessionInit.
+    bool build(const JwDevice::SessionAbstract *session, QString &sentence) override;
+
+    /// Stores `value` as an int under `name`; a text that is not a number counts as 0. Returns true.
+    static bool parseInt(JwDevice::SessionInit *session, const QString &value, const QString &name);
+    /// Stores `value` as a text under `name`, also when it is empty. Returns true.
+    static bool parseString(JwDevice::SessionInit *session, const QString &value, const QString &name);
+    /// The text of field `name`; empty when it is absent.
+    static QString buildString(const JwDevice::SessionInit *session, const QString &name);
+
+protected:
+    QHash<int, QString> initSentenceIdentifiers() override;
+    QHash<int, QString> initSentenceFormatsParse() override;
+    QHash<int, QString> initSentenceFormatsBuild() override;
+    QHash<QString, ParserDelegate> initParserDelegates() override;
+    QHash<QString, BuilderDelegate> initBuilderDelegates() override;
+    void setSentenceId(JwDevice::SessionInit *session, int sentenceId) override;
+};
+
+} // namespace Nmea

@@ -1,0 +1,106 @@
+#include <nmea/checksum.h>
+
+#include <QtTest>
+
+#include <limits>
+#include <type_traits>
+
+using Nmea::calculateCrc;
+
+static_assert(std::is_same_v<decltype(&calculateCrc), int (*)(const QString &, int)>);
+
+class TestChecksum : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void isTheXorOfTheLatin1Bytes_data();
+    void isTheXorOfTheLatin1Bytes();
+    void lengthZeroMeansTheWholeText();
+    void lengthTakesTheFirstCharacters_data();
+    void lengthTakesTheFirstCharacters();
+    void eachLatin1CharacterCountsAsItsCode();
+    void staysWithinOneByte();
+};
+
+void TestChecksum::isTheXorOfTheLatin1Bytes_data()
+{
+    // The numbers come from a program of its own, some from published sentences, none from the function under test.
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("checksum");
+    QTest::newRow("empty") << QString() << 0x00;
+    QTest::newRow("one character") << QStringLiteral("A") << 0x41;
+    QTest::newRow("equal characters cancel out") << QStringLiteral("aa") << 0x00;
+    QTest::newRow("worked example") << QStringLiteral("PJWVER,INF") << 0x61;
+    QTest::newRow("version query") << QStringLiteral("PJWVER") << 0x0c;
+    QTest::newRow("information request") << QStringLiteral("PTJWWR,INF") << 0x71;
+    QTest::newRow("version reply") << QStringLiteral("PJWVER,7300021,1,4,0") << 0x0e;
+    QTest::newRow("information reply") << QStringLiteral("PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1") << 0x5e;
+    QTest::newRow("published GPGGA") << QStringLiteral("GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,")
+                                     << 0x47;
+    QTest::newRow("published GPGLL") << QStringLiteral("GPGLL,5057.970,N,00146.110,E,142451,A") << 0x27;
+    QTest::newRow("published GPVTG") << QStringLiteral("GPVTG,089.0,T,,,15.2,N,,") << 0x7f;
+    QTest::newRow("delimiters count like any other") << QStringLiteral("*") << 0x2a;
+    QTest::newRow("character above 0x7f") << QStringLiteral("PJWVER,\u00e4") << 0xc4;
+    QTest::newRow("highest Latin-1 character") << QStringLiteral("\u00ff\u0001") << 0xfe;
+    QTest::newRow("outside Latin-1 counts as a question mark") << QStringLiteral("PJWVER,\u20ac") << 0x1f;
+    QTest::newRow("mixed") << QStringLiteral("A\u00c4\u20ac") << 0xba;
+    QTest::newRow("control characters count") << QStringLiteral("\r\n") << 0x07;
+}
+
+void TestChecksum::isTheXorOfTheLatin1Bytes()
+{
+    QFETCH(QString, text);
+    QFETCH(int, checksum);
+    QCOMPARE(calculateCrc(text, 0), checksum);
+}
+
+void TestChecksum::lengthZeroMeansTheWholeText()
+{
+    const QString text = QStringLiteral("PJWVER,INF");
+    QCOMPARE(calculateCrc(text, 0), calculateCrc(text, text.size()));
+    QCOMPARE(calculateCrc(text, 0), 0x61);
+}
+
+void TestChecksum::lengthTakesTheFirstCharacters_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("length");
+    QTest::addColumn<int>("checksum");
+    QTest::newRow("first of several") << QStringLiteral("PJWVER,INF") << 1 << 0x50;
+    QTest::newRow("identifier only") << QStringLiteral("PJWVER,INF") << 6 << 0x0c;
+    QTest::newRow("all but the delimiter") << QStringLiteral("PJWVER,INF*") << 10 << 0x61;
+    QTest::newRow("exactly all") << QStringLiteral("PJWVER,INF") << 10 << 0x61;
+    QTest::newRow("beyond the end counts as 0") << QStringLiteral("PJWVER,INF") << 11 << 0x61;
+    QTest::newRow("far beyond the end") << QStringLiteral("PJWVER,INF") << 100000000 << 0x61;
+    QTest::newRow("beyond the end of an empty text") << QString() << 5 << 0x00;
+    QTest::newRow("negative takes none") << QStringLiteral("PJWVER,INF") << -1 << 0x00;
+    QTest::newRow("most negative takes none") << QStringLiteral("PJWVER,INF") << std::numeric_limits<int>::min() << 0;
+}
+
+void TestChecksum::lengthTakesTheFirstCharacters()
+{
+    QFETCH(QString, text);
+    QFETCH(int, length);
+    QFETCH(int, checksum);
+    QCOMPARE(calculateCrc(text, length), checksum);
+}
+
+void TestChecksum::eachLatin1CharacterCountsAsItsCode()
+{
+    for (int code = 0; code <= 0xff; ++code)
+        QCOMPARE(calculateCrc(QString(QChar(code)), 0), code);
+}
+
+void TestChecksum::staysWithinOneByte()
+{
+    QString all;
+    for (int code = 0; code < 0x400; ++code) {
+        all += QChar(code);
+        const int checksum = calculateCrc(all, 0);
+        QVERIFY2(checksum >= 0 && checksum <= 0xff, qPrintable(QString::number(checksum)));
+    }
+}
+
+QTEST_APPLESS_MAIN(TestChecksum)
+#include "tst_checksum.moc"
