@@ -1,0 +1,225 @@
+#include "communicator.h"
+
+#include <device/ipayloadparser.h>
+#include <logger/logger.h>
+#include <nmea/exception.h>
+
+#include <QIODevice>
+#include <QVector>
+
+#include <algorithm>
+
+namespace JwDevice {
+
+namespace {
+
+constexpr int readSize = 100;
+constexpr int maxBufferSize = 500;
+constexpr int truncatedSize = 450;
+
+constexpr char communication[] = "Communication";
+constexpr char rawCommunication[] = "RawCommunication";
+
+} // namespace
+
+Communicator::Communicator(QObject *parent)
+    : QObject(parent)
+    , m_startChars{QLatin1Char('$'), QLatin1Char('!')}
+    , m_lineEnd(QLatin1String("\r\n"))
+    , m_maxPayloads(5)
+    , m_parser(nullptr)
+    , m_rxId(1)
+    , m_txId(1)
+{
+}
+
+Communicator::~Communicator()
+{
+    setIODevice(nullptr);
+}
+
+bool Communicator::setIODevice(QIODevice *device)
+{
+    if (m_device) {
+        disconnect(m_device, SIGNAL(readyRead()), this, SLOT(ioReadyRead()));
+        disconnect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
+    }
+    m_device = device;
+    if (m_device) {
+        connect(m_device, SIGNAL(readyRead()), this, SLOT(ioReadyRead()));
+        connect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
+    }
+    return true;
+}
+
+QIODevice *Communicator::device() const
+{
+    return m_device;
+}
+
+bool Communicator::setParser(IPayloadParser *parser)
+{
+    m_parser = parser;
+    return true;
+}
+
+uint Communicator::writePayload(const QString &payload)
+{
+    const QByteArray bytes = payload.toLatin1();
+    const QPointer<Communicator> self(this); // a device may report the bytes at once, to a receiver that deletes us
+    const qint64 written = m_device ? m_device->write(bytes.constData(), bytes.size()) : -1;
+    if (!self)
+        return 0;
+    const uint id = m_txId++;
+    m_pendingBytes[id] = written;
+    LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << payload.trimmed();
+    LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << payload.trimmed();
+    return id;
+}
+
+uint Communicator::writePayload(const SessionAbstract *session)
+{
+    if (!m_parser)
+        return 0;
+    try {
+        QString payload;
+        m_parser->build(session, payload);
+        return writePayload(payload);
+    } catch (const Nmea::Exception &exception) {
+        LOGGER_RECORD(Logger::Error, nullptr).write() << "Build failed: " << exception.message();
+        return 0;
+    }
+}
+
+bool Communicator::readPayload(QString &payload, uint id)
+{
+    if (m_payloads.isEmpty()) {
+        LOGGER_RECORD(Logger::Trace, nullptr).write("Rx buffer is empty");
+        return false;
+    }
+    if (id == 0)
+        id = lowestPayloadId();
+    if (!m_payloads.contains(id)) {
+        LOGGER_RECORD(Logger::Warning, nullptr).write("Requested payload not found");
+        return false;
+    }
+    payload = m_payloads.take(id);
+    return true;
+}
+
+bool Communicator::readPayload(SessionAbstract *session, uint id)
+{
+    QString payload;
+    if (!readPayload(payload, id))
+        return false;
+    if (!m_parser) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No parser attached");
+        return true;
+    }
+    try {
+        m_parser->parse(session, payload);
+    } catch (const Nmea::Exception &exception) {
+        LOGGER_RECORD(Logger::Error, nullptr).write() << "Parse failed: " << exception.message();
+    }
+    return true;
+}
+
+void Communicator::ioReadyRead()
+{
+    // One buffer for all Communicators: what one device began, another may complete.
+    static QString rxBuffer;
+
+    LOGGER_RECORD(Logger::Trace, nullptr).write("IO Data Ready");
+    read(rxBuffer);
+}
+
+void Communicator::ioBytesWritten(qint64 bytes)
+{
+    // The entries stay as they are, so every report is charged from the lowest id on. Which ids it covers is settled
+    // before the first emission: what receivers write meanwhile is not part of it.
+    QVector<uint> covered;
+    qint64 remaining = bytes;
+    for (auto entry = m_pendingBytes.constBegin(); entry != m_pendingBytes.constEnd() && remaining != 0; ++entry) {
+        if (remaining < entry.value())
+            break;
+        remaining -= entry.value(); // a failed write, -1, adds one
+        covered.append(entry.key());
+    }
+
+    const QPointer<Communicator> self(this);
+    for (const uint id : qAsConst(covered)) {
+        Q_EMIT transferred(id);
+        if (!self)
+            return;
+    }
+}
+
+void Communicator::read(QString &buffer)
+{
+    // A receiver of our signals may delete or rebind this object, or let other Communicators work on the same buffer:
+    // after each emission nothing is taken for granted.
+    const QPointer<Communicator> self(this);
+    while (m_device && m_device->bytesAvailable() != 0) {
+        char bytes[readSize];
+        const qint64 count = m_device->read(bytes, readSize);
+        if (count >= 1) {
+            const QString chunk =
+                QString::fromLatin1(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
+            buffer += chunk;
+            if (buffer.size() > maxBufferSize) {
+                LOGGER_RECORD(Logger::Warning, nullptr).write("Payload input buffer too large - truncating ...");
+                buffer.remove(0, truncatedSize);
+            }
+            LOGGER_RECORD(Logger::Trace, rawCommunication).write() << " <- " << chunk.trimmed();
+        }
+        if (!self) // a device may announce more from within read(), to a receiver that deletes us
+            return;
+
+        for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
+            const uint id = ++m_rxId;
+            payload.remove(0, std::max(0, payload.lastIndexOf(m_startChars[0])));
+            if (m_payloads.size() > m_maxPayloads)
+                m_payloads.remove(lowestPayloadId());
+            m_payloads[id] = payload;
+            LOGGER_RECORD(Logger::Trace, communication).write() << " <- " << payload.trimmed();
+            Q_EMIT readyRead(id);
+            if (!self)
+                return;
+            Q_EMIT readyRead();
+            if (!self)
+                return;
+        }
+        if (m_device && !m_device->isOpen()) // some devices go on to offer bytes that nobody can read
+            return;
+    }
+}
+
+QString Communicator::takePayload(QString &buffer)
+{
+    const int dollar = buffer.indexOf(m_startChars[0]);
+    const int exclamation = buffer.indexOf(m_startChars[1]);
+    if (dollar < 0 && exclamation < 0)
+        return QString();
+    const int start = dollar >= 0 && (dollar <= exclamation || exclamation < 0) ? dollar : exclamation;
+    const int end = buffer.indexOf(m_lineEnd, start);
+    if (end < 0)
+        return QString();
+
+    const int taken = end + m_lineEnd.size();
+    QString payload;
+    if (end > start) {
+        payload = buffer.mid(start, taken - start);
+    } else { // only with a line end that begins like a payload
+        LOGGER_RECORD(Logger::Warning, nullptr).write("Scrambled payload");
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << buffer.left(taken);
+    }
+    buffer.remove(0, taken);
+    return payload;
+}
+
+uint Communicator::lowestPayloadId() const
+{
+    return *std::min_element(m_payloads.keyBegin(), m_payloads.keyEnd());
+}
+
+} // namespace JwDevice

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <device/communicator.h>
+
+// The id counters wrap after 2^32 payloads. To see it, tests set a counter instead of sending that many: an explicit
+// instantiation may name a private member.
+
+template <typename Tag, typename Tag::Member member>
+struct CounterAccess
+{
+    friend typename Tag::Member counterOf(Tag) { return member; }
+};
+
+struct ReceiveCounter
+{
+    using Member = uint JwDevice::Communicator::*;
+    friend Member counterOf(ReceiveCounter);
+};
+template struct CounterAccess<ReceiveCounter, &JwDevice::Communicator::m_rxId>;
+
+struct TransmitCounter
+{
+    using Member = uint JwDevice::Communicator::*;
+    friend Member counterOf(TransmitCounter);
+};
+template struct CounterAccess<TransmitCounter, &JwDevice::Communicator::m_txId>;
+
+/// The next payload received gets the id after `id`.
+inline void setLastReceiveId(JwDevice::Communicator &communicator, uint id)
+{
+    communicator.*counterOf(ReceiveCounter()) = id;
+}
+
+/// The next payload written gets `id`.
+inline void setNextTransmitId(JwDevice::Communicator &communicator, uint id)
+{
+    communicator.*counterOf(TransmitCounter()) = id;
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QList>
+
+#include <cstring>
+#include <functional>
+
+/// A sequential device whose every read and write the test decides: what arrives in which slices, which calls fail, and
+/// what happens inside them.
+class ScriptedDevice : public QIODevice
+{
+    Q_OBJECT
+
+public:
+    explicit ScriptedDevice(QObject *parent = nullptr)
+        : QIODevice(parent)
+    {
+        open(ReadWrite | Unbuffered);
+    }
+
+    /// The next read yields `bytes`, or as many of them as it asks for; the reads after it yield the rest.
+    void queueRead(const QByteArray &bytes) { m_reads.append({bytes, bytes.size()}); }
+    /// The next read yields nothing and returns `result`, 0 or -1.
+    void queueReadResult(qint64 result) { m_reads.append({QByteArray(), result}); }
+    /// Announces what is queued.
+    void announce() { Q_EMIT readyRead(); }
+    void deliver(const QByteArray &bytes)
+    {
+        queueRead(bytes);
+        announce();
+    }
+
+    /// The next write returns `result`; without one it takes all it is given.
+    void queueWriteResult(qint64 result) { m_writeResults.append(result); }
+    void reportWritten(qint64 bytes) { Q_EMIT bytesWritten(bytes); }
+
+    int connectionsOf(const char *signal) const { return receivers(signal); }
+
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override
+    {
+        qint64 bytes = 0;
+        for (const Read &read : m_reads)
+            bytes += qMax<qint64>(1, read.bytes.size()); // a read that will fail is announced as well
+        return bytes;
+    }
+
+    QList<QByteArray> written;
+    QList<qint64> requestedReads;
+    std::function<void()> insideRead;
+    std::function<void()> insideWrite;
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        requestedReads.append(maxSize);
+        if (m_reads.isEmpty())
+            return 0;
+        Read read = m_reads.takeFirst();
+        qint64 count = read.result;
+        if (!read.bytes.isEmpty()) {
+            count = qMin<qint64>(maxSize, read.bytes.size());
+            std::memcpy(data, read.bytes.constData(), static_cast<size_t>(count));
+            const QByteArray rest = read.bytes.mid(static_cast<int>(count));
+            if (!rest.isEmpty())
+                m_reads.prepend({rest, rest.size()});
+        }
+        if (insideRead)
+            insideRead();
+        return count;
+    }
+
+    qint64 writeData(const char *data, qint64 size) override
+    {
+        written.append(QByteArray(data, static_cast<int>(size)));
+        if (insideWrite)
+            insideWrite();
+        return m_writeResults.isEmpty() ? size : m_writeResults.takeFirst();
+    }
+
+private:
+    struct Read
+    {
+        QByteArray bytes;
+        qint64 result;
+    };
+    QList<Read> m_reads;
+    QList<qint64> m_writeResults;
+};

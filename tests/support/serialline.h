@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <pty.h>
+#include <unistd.h>
+
+/// A pseudo terminal: a serial port by its path, and the board's end of it.
+class SerialLine
+{
+public:
+    SerialLine()
+    {
+        char name[64] = "";
+        if (openpty(&m_board, &m_port, name, nullptr, nullptr) == 0)
+            m_portName = QString::fromLocal8Bit(name);
+    }
+    ~SerialLine()
+    {
+        ::close(m_port);
+        ::close(m_board);
+    }
+    SerialLine(const SerialLine &) = delete;
+    SerialLine &operator=(const SerialLine &) = delete;
+
+    QString portName() const { return m_portName; }
+    bool send(const QByteArray &bytes) const
+    {
+        return ::write(m_board, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
+    }
+    QByteArray receive() const
+    {
+        char bytes[1000];
+        return QByteArray(bytes, static_cast<int>(qMax<ssize_t>(0, ::read(m_board, bytes, sizeof bytes))));
+    }
+
+private:
+    int m_board = -1;
+    int m_port = -1; // kept open: without it the board's end hangs up when the port closes
+    QString m_portName;
+};

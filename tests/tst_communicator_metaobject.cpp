@@ -1,0 +1,124 @@
+#include <device/communicator.h>
+
+#include <QMetaMethod>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <type_traits>
+
+using JwDevice::Communicator;
+
+/// Applications may connect by name or by index, so the table of the class is a part of its interface.
+class CommunicatorMetaObjectTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void className();
+    void metacastAnswersToTheClassName();
+    void methodTable_data();
+    void methodTable();
+    void methodTableHasNothingElse();
+    void signalsAreFoundByPointer();
+    void signalCanBeEmittedByName();
+    void copyingIsImpossible();
+};
+
+void CommunicatorMetaObjectTest::className()
+{
+    const Communicator communicator;
+    QCOMPARE(Communicator::staticMetaObject.className(), "JwDevice::Communicator");
+    QCOMPARE(communicator.metaObject(), &Communicator::staticMetaObject);
+    QCOMPARE(communicator.metaObject()->superClass(), &QObject::staticMetaObject);
+}
+
+void CommunicatorMetaObjectTest::metacastAnswersToTheClassName()
+{
+    Communicator communicator;
+    QCOMPARE(communicator.qt_metacast("JwDevice::Communicator"), static_cast<void *>(&communicator));
+    QCOMPARE(communicator.qt_metacast("QObject"), static_cast<void *>(static_cast<QObject *>(&communicator)));
+    QVERIFY(!communicator.qt_metacast("Communicator"));
+    QVERIFY(!communicator.qt_metacast("JwDevice::Initializer"));
+    QVERIFY(!communicator.qt_metacast(nullptr));
+    QVERIFY(communicator.inherits("JwDevice::Communicator"));
+    QObject *object = &communicator;
+    QCOMPARE(qobject_cast<Communicator *>(object), &communicator);
+}
+
+void CommunicatorMetaObjectTest::methodTable_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QByteArray>("signature");
+    QTest::addColumn<QList<QByteArray>>("names");
+    const int signal = QMetaMethod::Signal;
+    const int slot = QMetaMethod::Slot;
+    using Names = QList<QByteArray>;
+    QTest::newRow("transferred") << 0 << signal << QByteArray("transferred(uint)") << Names{"id"};
+    QTest::newRow("transferFailed") << 1 << signal << QByteArray("transferFailed(uint)") << Names{"id"};
+    QTest::newRow("readyRead of an id") << 2 << signal << QByteArray("readyRead(uint)") << Names{"id"};
+    QTest::newRow("readyRead") << 3 << signal << QByteArray("readyRead()") << Names{};
+    QTest::newRow("readFailed") << 4 << signal << QByteArray("readFailed()") << Names{};
+    QTest::newRow("ioReadyRead") << 5 << slot << QByteArray("ioReadyRead()") << Names{};
+    QTest::newRow("ioBytesWritten") << 6 << slot << QByteArray("ioBytesWritten(qint64)") << Names{"bytes"};
+}
+
+void CommunicatorMetaObjectTest::methodTable()
+{
+    QFETCH(int, index);
+    QFETCH(int, kind);
+    QFETCH(QByteArray, signature);
+    QFETCH(QList<QByteArray>, names);
+    const QMetaObject &meta = Communicator::staticMetaObject;
+    const QMetaMethod method = meta.method(meta.methodOffset() + index);
+    // Found by signature rather than compared with it: Qt spells qint64 back as qlonglong.
+    QCOMPARE(meta.indexOfMethod(signature.constData()), meta.methodOffset() + index);
+    QCOMPARE(static_cast<int>(method.methodType()), kind);
+    QCOMPARE(method.parameterNames(), names);
+    QCOMPARE(method.typeName(), "void");
+}
+
+void CommunicatorMetaObjectTest::methodTableHasNothingElse()
+{
+    const QMetaObject &meta = Communicator::staticMetaObject;
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 7);
+    QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 0);
+    QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 0);
+    QCOMPARE(meta.constructorCount(), 0);
+    QCOMPARE(meta.classInfoCount() - meta.classInfoOffset(), 0);
+}
+
+void CommunicatorMetaObjectTest::signalsAreFoundByPointer()
+{
+    const int offset = Communicator::staticMetaObject.methodOffset();
+    QCOMPARE(QMetaMethod::fromSignal(&Communicator::transferred).methodIndex(), offset);
+    QCOMPARE(QMetaMethod::fromSignal(&Communicator::transferFailed).methodIndex(), offset + 1);
+    QCOMPARE(QMetaMethod::fromSignal(qOverload<uint>(&Communicator::readyRead)).methodIndex(), offset + 2);
+    QCOMPARE(QMetaMethod::fromSignal(qOverload<>(&Communicator::readyRead)).methodIndex(), offset + 3);
+    QCOMPARE(QMetaMethod::fromSignal(&Communicator::readFailed).methodIndex(), offset + 4);
+}
+
+void CommunicatorMetaObjectTest::signalCanBeEmittedByName()
+{
+    Communicator communicator;
+    QSignalSpy failed(&communicator, SIGNAL(transferFailed(uint)));
+    QSignalSpy readFailed(&communicator, SIGNAL(readFailed()));
+    QVERIFY(failed.isValid());
+    QVERIFY(readFailed.isValid());
+    QVERIFY(QMetaObject::invokeMethod(&communicator, "transferFailed", Q_ARG(uint, 4294967295u)));
+    QVERIFY(QMetaObject::invokeMethod(&communicator, "readFailed"));
+    QCOMPARE(failed.count(), 1);
+    QCOMPARE(failed.at(0).at(0).toUInt(), 4294967295u);
+    QCOMPARE(readFailed.count(), 1);
+}
+
+void CommunicatorMetaObjectTest::copyingIsImpossible()
+{
+    static_assert(!std::is_copy_constructible_v<Communicator> && !std::is_copy_assignable_v<Communicator>);
+    static_assert(std::has_virtual_destructor_v<Communicator>);
+    static_assert(std::is_default_constructible_v<Communicator>);
+    static_assert(!std::is_convertible_v<QObject *, Communicator>, "a parent is not a Communicator");
+}
+
+QTEST_GUILESS_MAIN(CommunicatorMetaObjectTest)
+#include "tst_communicator_metaobject.moc"
