@@ -1,0 +1,371 @@
+#include <simulator/board.h>
+
+#include <simulator/pacer.h>
+#include <simulator/port.h>
+#include <simulator/wire.h>
+
+#include <QtCore/QQueue>
+#include <QtCore/QSocketNotifier>
+#include <QtCore/QTimer>
+
+#include <cerrno>
+#include <unistd.h>
+
+namespace JwSimulator {
+
+namespace {
+
+const int readSize = 4096;
+const int longestLine = 1024;
+const int mostJournalEntries = 20000;
+const int longestDrain = 100; // milliseconds
+
+QByteArray queryOf(BoardConfig::Kind kind)
+{
+    switch (kind) {
+    case BoardConfig::Kind::BoardA:
+    case BoardConfig::Kind::BoardB:
+        return "PJWVER";
+    case BoardConfig::Kind::BoardC:
+        return "PTJWWR,INF";
+    default:
+        return {};
+    }
+}
+
+const char *defaultHardwareVersion(BoardConfig::Kind kind)
+{
+    switch (kind) {
+    case BoardConfig::Kind::BoardA:
+        return "7300022";
+    case BoardConfig::Kind::BoardB:
+        return "7300021";
+    case BoardConfig::Kind::BoardC:
+        return "7300030";
+    default:
+        return "";
+    }
+}
+
+const char *const unaskedBodies[] = {
+    "GPGLL,4916.45,N,12311.12,W,225444,A",
+    "HCHDG,101.1,,,7.1,W",
+    "GPVTG,054.7,T,034.4,M,005.5,N,010.2,K",
+};
+
+} // namespace
+
+class Board::Line : public QObject
+{
+public:
+    Line(Board *board, int descriptorNumber, int speed)
+        : QObject(board)
+        , descriptor(descriptorNumber)
+        , fromHost(speed)
+        , toHost(speed)
+        , readable(descriptor, QSocketNotifier::Read)
+        , writable(descriptor, QSocketNotifier::Write)
+    {
+        writable.setEnabled(false);
+        gap.setSingleShot(true);
+        pull.setSingleShot(true);
+        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+            timer->setTimerType(Qt::PreciseTimer);
+    }
+
+    void stop()
+    {
+        readable.setEnabled(false);
+        writable.setEnabled(false);
+        fromHost.clear();
+        toHost.clear();
+        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+            timer->stop();
+        deleteLater();
+    }
+
+    bool isIdle() const { return !sending && outbox.isEmpty(); }
+
+    struct Piece
+    {
+        QByteArray bytes;
+        int gapBefore;
+    };
+
+    const int descriptor;
+    Pacer fromHost;
+    Pacer toHost;
+    QSocketNotifier readable;
+    QSocketNotifier writable;
+    QTimer gap;
+    QTimer pull;
+    QTimer drain; // runs while the cable is about to be pulled: nothing more is sent
+    QTimer unasked;
+    int drainTicks = 0;
+    QQueue<Piece> outbox;
+    QByteArray pending; // left the board, not taken by the port yet
+    QByteArray written; // of the piece that is being sent
+    bool sending = false;
+    bool feeding = false;
+};
+
+Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_ptr<Port> port)
+    : m_config(config)
+    , m_clock(clock)
+    , m_port(std::move(port))
+    , m_random(config.seed)
+{
+    if (m_config.hwversion.isNull())
+        m_config.hwversion = QLatin1String(defaultHardwareVersion(m_config.kind));
+}
+
+Board::~Board()
+{
+    // The notifiers must go before the descriptor that they watch.
+    delete m_line;
+}
+
+bool Board::plug(QString *error)
+{
+    QString fault = QStringLiteral("the cable is plugged in already; pull() it first");
+    if (!m_plugged && m_port->plug(fault)) {
+        m_plugged = true;
+        connectLine();
+        return true;
+    }
+    if (error)
+        *error = QStringLiteral("%1: %2").arg(portName(), fault);
+    return false;
+}
+
+void Board::connectLine()
+{
+    const bool first = m_pullTime < 0;
+    if (m_port->descriptor() < 0)
+        return;
+    m_line = new Line(this, m_port->descriptor(), m_config.speed);
+    connect(&m_line->readable, &QSocketNotifier::activated, this, &Board::readLine);
+    connect(&m_line->writable, &QSocketNotifier::activated, this, &Board::writePending);
+    connect(&m_line->fromHost, &Pacer::released, this, &Board::takeReceived);
+    connect(&m_line->toHost, &Pacer::released, this, [this](const QByteArray &bytes) {
+        m_line->pending += bytes;
+        writePending();
+    });
+    connect(&m_line->gap, &QTimer::timeout, this, &Board::sendNext);
+    connect(&m_line->pull, &QTimer::timeout, this, &Board::pull);
+    connect(&m_line->drain, &QTimer::timeout, this, [this] {
+        if (++m_line->drainTicks >= longestDrain || m_port->unread() == 0)
+            pull();
+    });
+    connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
+    if (first && m_config.pullAfter >= 0) {
+        // Counted from when the event loop runs, so that making many boards does not eat up the time.
+        QTimer::singleShot(0, m_line, [this, line = m_line] {
+            if (m_line == line)
+                line->pull.start(m_config.pullAfter);
+        });
+    }
+    if (m_config.kind == BoardConfig::Kind::Babble || m_config.kind == BoardConfig::Kind::Other)
+        m_line->unasked.start(m_config.interval);
+}
+
+void Board::pull()
+{
+    if (!m_plugged)
+        return;
+    m_plugged = false;
+    m_pullTime = m_clock.elapsed();
+    if (m_line) {
+        if (!m_line->written.isEmpty())
+            record(JournalEntry::Sent, m_line->written);
+        // This may run in a slot of one of its timers, so it cannot be deleted here.
+        m_line->stop();
+        m_line = nullptr;
+    }
+    m_port->unplug();
+    Q_EMIT pulled();
+}
+
+bool Board::send(const QByteArray &bytes)
+{
+    if (!m_line || m_line->drain.isActive())
+        return false;
+    if (!bytes.isEmpty()) {
+        m_line->outbox.enqueue({bytes, 0});
+        sendNext();
+    }
+    return true;
+}
+
+void Board::readLine()
+{
+    char buffer[readSize];
+    const ssize_t count = ::read(m_line->descriptor, buffer, sizeof buffer);
+    if (count > 0)
+        m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
+    else if (count == 0 || (errno != EAGAIN && errno != EINTR))
+        m_line->readable.setEnabled(false);
+    // A slow line holds the host back instead of growing here; takeReceived() goes on.
+    if (m_line && m_line->fromHost.waiting() >= readSize)
+        m_line->readable.setEnabled(false);
+}
+
+void Board::takeReceived(const QByteArray &bytes)
+{
+    const Line *const line = m_line;
+    if (m_line->fromHost.waiting() < readSize)
+        m_line->readable.setEnabled(true);
+    m_partialLine += bytes;
+    m_partialTime = m_clock.elapsed();
+    Q_EMIT received(bytes);
+    while (m_line == line) {
+        const int end = m_partialLine.indexOf('\n') + 1;
+        if (end == 0)
+            break;
+        const QByteArray text = m_partialLine.left(end);
+        m_partialLine.remove(0, end);
+        record(JournalEntry::Received, text);
+        takeSentence(text.mid(qMax(0, text.lastIndexOf('$'))));
+    }
+    if (m_partialLine.size() > longestLine) {
+        record(JournalEntry::Received, m_partialLine);
+        m_partialLine.clear();
+    }
+}
+
+void Board::takeSentence(const QByteArray &sentence)
+{
+    const QByteArray body = sentenceBody(sentence);
+    if (body.isNull())
+        return;
+    Line *const line = m_line;
+    const bool own = body == queryOf(m_config.kind);
+    if (own)
+        ++m_queries;
+    const bool answer = own && m_queries > m_config.ignore;
+    Q_EMIT sentenceReceived(sentence.trimmed());
+    if (!answer || m_line != line)
+        return;
+    if (m_config.delay == 0) {
+        reply();
+        return;
+    }
+    QTimer::singleShot(m_config.delay, Qt::PreciseTimer, line, [this, line] {
+        if (m_line == line)
+            reply();
+    });
+}
+
+void Board::reply()
+{
+    const QByteArray version = m_config.hwversion.toLatin1();
+    const QByteArray body = m_config.kind == BoardConfig::Kind::BoardC ? "PTJWRD,INF,CTRL,3,17,2,1.04," + version + ",1"
+                                                                       : "PJWVER," + version + ",1,4,0";
+    QByteArray bytes;
+    for (int i = 0; i < m_config.replies; ++i)
+        bytes += randomBytes(m_config.noise, 1) + frameSentence(body, m_config.checksum == BoardConfig::Checksum::Good);
+    const int size = m_config.chunk > 0 ? m_config.chunk : bytes.size();
+    for (int begin = 0; begin < bytes.size(); begin += size)
+        m_line->outbox.enqueue({bytes.mid(begin, size), begin == 0 ? 0 : m_config.gap});
+    sendNext();
+}
+
+void Board::sendUnasked()
+{
+    // Nothing piles up for a host that does not read: what it misses is never sent.
+    if (!m_line->isIdle())
+        return;
+    if (m_config.kind == BoardConfig::Kind::Babble) {
+        send(randomBytes(m_random.bounded(1, 65), 0));
+        return;
+    }
+    const int count = sizeof unaskedBodies / sizeof *unaskedBodies;
+    send(frameSentence(unaskedBodies[m_unaskedSent++ % count], m_config.checksum == BoardConfig::Checksum::Good));
+}
+
+void Board::sendNext()
+{
+    Line *const line = m_line;
+    if (line->feeding)
+        return;
+    // A loop, since a piece that the port takes at once would otherwise send the next from within itself, and so on.
+    line->feeding = true;
+    while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
+           && !line->drain.isActive()) {
+        Line::Piece &next = line->outbox.head();
+        if (next.gapBefore > 0) {
+            line->gap.start(next.gapBefore);
+            next.gapBefore = 0;
+            break;
+        }
+        line->sending = true;
+        line->toHost.push(line->outbox.dequeue().bytes);
+    }
+    line->feeding = false;
+}
+
+void Board::writePending()
+{
+    Line *const line = m_line;
+    line->writable.setEnabled(false);
+    if (line->drain.isActive())
+        return;
+    qint64 most = line->pending.size();
+    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0)
+        most = qMin(most, m_config.pullAfterBytes - m_bytesSent);
+    while (most > 0) {
+        const ssize_t count = ::write(line->descriptor, line->pending.constData(), static_cast<size_t>(most));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0) {
+            // The port is full until the host reads. Any other fault cannot end by waiting for it.
+            line->writable.setEnabled(errno == EAGAIN);
+            return;
+        }
+        line->written += line->pending.left(static_cast<int>(count));
+        line->pending.remove(0, static_cast<int>(count));
+        m_bytesSent += count;
+        most -= count;
+    }
+    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
+        // A pull discards what the host has not read, so it gets a moment to read these bytes.
+        line->drain.start(1);
+    }
+    const bool whole = line->pending.isEmpty() && line->toHost.waiting() == 0;
+    if (!whole && !line->drain.isActive())
+        return;
+    line->sending = false;
+    const QByteArray piece = line->written;
+    line->written.clear();
+    if (!piece.isEmpty()) {
+        record(JournalEntry::Sent, piece);
+        Q_EMIT sent(piece);
+    }
+    if (m_line == line)
+        sendNext();
+}
+
+QByteArray Board::randomBytes(int count, int least)
+{
+    QByteArray bytes(count, Qt::Uninitialized);
+    for (char &byte : bytes)
+        byte = static_cast<char>(m_random.bounded(least, 256));
+    return bytes;
+}
+
+QList<JournalEntry> Board::journal() const
+{
+    QList<JournalEntry> entries = m_journal;
+    if (!m_partialLine.isEmpty())
+        entries.append({JournalEntry::Received, m_partialTime, m_partialLine});
+    return entries;
+}
+
+void Board::record(JournalEntry::Direction direction, const QByteArray &bytes)
+{
+    if (m_journal.size() >= mostJournalEntries)
+        m_journal.removeFirst();
+    m_journal.append({direction, m_clock.elapsed(), bytes});
+}
+
+} // namespace JwSimulator

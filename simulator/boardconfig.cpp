@@ -1,0 +1,269 @@
+#include <simulator/boardconfig.h>
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QStringList>
+
+#include <functional>
+#include <vector>
+
+namespace JwSimulator {
+
+namespace {
+
+const int longestWait = 24 * 60 * 60 * 1000;
+const int largestCount = 1000000;
+
+struct KindName
+{
+    const char *name;
+    BoardConfig::Kind kind;
+};
+
+const KindName kinds[] = {
+    {"BoardA", BoardConfig::Kind::BoardA}, {"BoardB", BoardConfig::Kind::BoardB}, {"BoardC", BoardConfig::Kind::BoardC},
+    {"silent", BoardConfig::Kind::Silent}, {"babble", BoardConfig::Kind::Babble}, {"other", BoardConfig::Kind::Other},
+};
+
+struct Key
+{
+    QString name;
+    QString allowed; // what the key takes, ends the sentence "<key> takes ..."
+    QString meaning;
+    std::function<bool(BoardConfig &, const QString &)> set;
+};
+
+Key numberKey(const char *name, int BoardConfig::*member, int least, int most, const char *unit, const char *meaning)
+{
+    const QString allowed = QStringLiteral("a whole number of %1 from %2 to %3")
+                                .arg(QLatin1String(unit), QString::number(least), QString::number(most));
+    return {QLatin1String(name), allowed, QLatin1String(meaning), [=](BoardConfig &config, const QString &value) {
+                bool ok = false;
+                const int number = value.toInt(&ok);
+                if (!ok || number < least || number > most)
+                    return false;
+                config.*member = number;
+                return true;
+            }};
+}
+
+Key textKey(const char *name, QString BoardConfig::*member, const char *pattern, const char *allowed,
+            const char *meaning)
+{
+    const QRegularExpression expression(QRegularExpression::anchoredPattern(QLatin1String(pattern)));
+    return {QLatin1String(name), QLatin1String(allowed), QLatin1String(meaning),
+            [=](BoardConfig &config, const QString &value) {
+                if (!expression.match(value).hasMatch())
+                    return false;
+                // Null would ask for the default.
+                config.*member = value.isEmpty() ? QStringLiteral("") : value;
+                return true;
+            }};
+}
+
+Key hexKey(const char *name, quint16 BoardConfig::*member, const char *meaning)
+{
+    const QRegularExpression expression(QStringLiteral("\\A[0-9A-Fa-f]{4}\\z"));
+    return {QLatin1String(name), QStringLiteral("4 hexadecimal digits"), QLatin1String(meaning),
+            [=](BoardConfig &config, const QString &value) {
+                if (!expression.match(value).hasMatch())
+                    return false;
+                config.*member = value.toUShort(nullptr, 16);
+                return true;
+            }};
+}
+
+template <typename Enum>
+Key choiceKey(const char *name, Enum BoardConfig::*member, const std::vector<std::pair<QString, Enum>> &choices,
+              const char *meaning)
+{
+    QStringList names;
+    for (const auto &choice : choices)
+        names.append(choice.first);
+    return {QLatin1String(name), QStringLiteral("one of %1").arg(names.join(QLatin1String(", "))),
+            QLatin1String(meaning), [=](BoardConfig &config, const QString &value) {
+                for (const auto &choice : choices) {
+                    if (choice.first == value) {
+                        config.*member = choice.second;
+                        return true;
+                    }
+                }
+                return false;
+            }};
+}
+
+Key seedKey()
+{
+    return {QStringLiteral("seed"), QStringLiteral("a whole number from 0 to 4294967295"),
+            QStringLiteral("of everything random; the same seed repeats the same bytes"),
+            [](BoardConfig &config, const QString &value) {
+                bool ok = false;
+                const uint number = value.toUInt(&ok);
+                if (ok)
+                    config.seed = number;
+                return ok;
+            }};
+}
+
+const std::vector<Key> &keys()
+{
+    using Config = BoardConfig;
+    const char *const printable = "[ -~]{0,126}";
+    static const std::vector<Key> table = {
+        numberKey("delay", &Config::delay, 0, longestWait, "milliseconds", "wait before the reply"),
+        numberKey("speed", &Config::speed, 0, 10000000, "baud",
+                  "the line's speed, both ways, at 10 bits a byte (0: unpaced)"),
+        numberKey("chunk", &Config::chunk, 0, largestCount, "bytes",
+                  "the reply is cut in pieces of this size (0: not)"),
+        numberKey("gap", &Config::gap, 0, longestWait, "milliseconds", "wait between two chunks"),
+        numberKey("noise", &Config::noise, 0, largestCount, "bytes", "random bytes before each reply, never NUL"),
+        choiceKey<Config::Checksum>(
+            "checksum", &Config::checksum,
+            {{QStringLiteral("good"), Config::Checksum::Good}, {QStringLiteral("wrong"), Config::Checksum::Wrong}},
+            "the checksum of what the board sends"),
+        textKey("hwversion", &Config::hwversion, "(?:(?![,*$!])[ -~]){0,255}",
+                "up to 255 printable ASCII characters without , * $ !", "hardware version in the reply"),
+        numberKey("ignore", &Config::ignore, 0, largestCount, "queries", "the first queries get no reply"),
+        numberKey("replies", &Config::replies, 1, 1000, "replies", "replies to each query, back to back"),
+        numberKey("pull-after", &Config::pullAfter, 0, longestWait, "milliseconds",
+                  "the cable is pulled so long after the port appeared"),
+        numberKey("pull-after-bytes", &Config::pullAfterBytes, 0, largestCount, "bytes",
+                  "the cable is pulled when the board has sent so many bytes"),
+        choiceKey<Config::Open>("open", &Config::open,
+                                {{QStringLiteral("ok"), Config::Open::Ok},
+                                 {QStringLiteral("busy"), Config::Open::Busy},
+                                 {QStringLiteral("denied"), Config::Open::Denied}},
+                                "opening works, is refused as held by another program, or for lack of permission"),
+        textKey("manufacturer", &Config::manufacturer, printable, "up to 126 printable ASCII characters",
+                "USB manufacturer"),
+        hexKey("vendor", &Config::vendor, "USB vendor id"),
+        hexKey("product", &Config::product, "USB product id"),
+        textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters", "USB serial number"),
+        textKey("port", &Config::port, "tty[A-Z]{2,8}[0-9]{1,4}", "a port name such as ttyACM0 or ttyUSB1",
+                "name of the port"),
+        numberKey("interval", &Config::interval, 1, longestWait, "milliseconds",
+                  "time between what babble and other send"),
+        seedKey(),
+    };
+    return table;
+}
+
+QString kindNames()
+{
+    QStringList names;
+    for (const KindName &entry : kinds)
+        names.append(QLatin1String(entry.name));
+    return names.join(QLatin1String(", "));
+}
+
+QString keyNames()
+{
+    QStringList names;
+    for (const Key &key : keys())
+        names.append(key.name);
+    return names.join(QLatin1String(", "));
+}
+
+bool setKind(BoardConfig &config, const QString &name, QString &error)
+{
+    for (const KindName &entry : kinds) {
+        if (name == QLatin1String(entry.name)) {
+            config.kind = entry.kind;
+            return true;
+        }
+    }
+    error = QStringLiteral("unknown kind \"%1\"; allowed are %2").arg(name, kindNames());
+    return false;
+}
+
+bool setKey(BoardConfig &config, const QString &name, const QString &value, QString &error)
+{
+    for (const Key &key : keys()) {
+        if (key.name != name)
+            continue;
+        if (key.set(config, value))
+            return true;
+        error = QStringLiteral("wrong value \"%1\" for %2; %2 takes %3").arg(value, name, key.allowed);
+        return false;
+    }
+    error = QStringLiteral("unknown key \"%1\"; allowed are %2").arg(name, keyNames());
+    return false;
+}
+
+std::optional<QString> textOf(const QJsonValue &value)
+{
+    if (value.isString())
+        return value.toString();
+    // A fraction keeps its point and is refused by the key itself.
+    if (value.isDouble())
+        return QString::number(value.toDouble(), 'g', 17);
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<BoardConfig> BoardConfig::fromText(const QString &text, QString *error)
+{
+    QString fault;
+    BoardConfig config;
+    QStringList parts = text.split(QLatin1Char(','));
+    bool ok = setKind(config, parts.takeFirst(), fault);
+    for (int i = 0; ok && i < parts.size(); ++i) {
+        const int equals = parts.at(i).indexOf(QLatin1Char('='));
+        if (equals < 0) {
+            fault = QStringLiteral("\"%1\" is not key=value; allowed keys are %2").arg(parts.at(i), keyNames());
+            ok = false;
+        } else {
+            ok = setKey(config, parts.at(i).left(equals), parts.at(i).mid(equals + 1), fault);
+        }
+    }
+    if (ok)
+        return config;
+    if (error)
+        *error = fault.simplified(); // what was given may have line breaks in it
+    return std::nullopt;
+}
+
+std::optional<BoardConfig> BoardConfig::fromJson(const QJsonObject &object, QString *error)
+{
+    QString fault;
+    BoardConfig config;
+    const QString kindKey = QStringLiteral("kind");
+    bool ok = setKind(config, object.value(kindKey).toString(), fault);
+    for (auto it = object.begin(); ok && it != object.end(); ++it) {
+        if (it.key() == kindKey)
+            continue;
+        const std::optional<QString> value = textOf(it.value());
+        if (value) {
+            ok = setKey(config, it.key(), *value, fault);
+        } else {
+            fault = QStringLiteral("\"%1\" must be a number or a text").arg(it.key());
+            ok = false;
+        }
+    }
+    if (ok)
+        return config;
+    if (error)
+        *error = fault.simplified(); // what was given may have line breaks in it
+    return std::nullopt;
+}
+
+QString BoardConfig::help()
+{
+    QString text = QStringLiteral("Kinds: %1\nKeys:\n").arg(kindNames());
+    for (const Key &key : keys())
+        text += QStringLiteral("  %1 %2: %3\n").arg(key.name, -17).arg(key.meaning, key.allowed);
+    return text;
+}
+
+QString BoardConfig::kindName(Kind kind)
+{
+    for (const KindName &entry : kinds) {
+        if (entry.kind == kind)
+            return QLatin1String(entry.name);
+    }
+    return {};
+}
+
+} // namespace JwSimulator

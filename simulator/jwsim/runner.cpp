@@ -1,0 +1,116 @@
+#include <simulator/jwsim/runner.h>
+
+#include <QtCore/QSocketNotifier>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace JwSimulator {
+
+namespace {
+
+const int patience = 5000; // milliseconds from a signal that should end the program to SIGKILL
+const int notFound = 127;
+const int notStarted = 126;
+
+} // namespace
+
+Runner::Runner()
+{
+    sigset_t mask;
+    ::sigemptyset(&mask);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
+        ::sigaddset(&mask, signal);
+    ::pthread_sigmask(SIG_BLOCK, &mask, &m_formerMask);
+    m_signals = ::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
+    m_patience.setSingleShot(true);
+    QObject::connect(&m_patience, &QTimer::timeout, [this] { ::kill(m_child, SIGKILL); });
+}
+
+Runner::~Runner()
+{
+    m_notifier.reset();
+    if (m_signals >= 0)
+        ::close(m_signals);
+}
+
+int Runner::run(char **command)
+{
+    m_notifier = std::make_unique<QSocketNotifier>(m_signals, QSocketNotifier::Read);
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { readSignals(); });
+    if (start(command))
+        m_loop.exec();
+    return m_status;
+}
+
+bool Runner::start(char **command)
+{
+    int failure[2];
+    if (::pipe2(failure, O_CLOEXEC) != 0 || (m_child = ::fork()) < 0) {
+        std::fprintf(stderr, "jwsim: cannot start a process: %s\n", std::strerror(errno));
+        m_status = notStarted;
+        return false;
+    }
+    if (m_child == 0) {
+        ::sigprocmask(SIG_SETMASK, &m_formerMask, nullptr);
+        ::execvp(command[0], command);
+        const int error = errno;
+        const ssize_t written = ::write(failure[1], &error, sizeof error);
+        ::_exit(written == sizeof error ? notStarted : notFound);
+    }
+    ::close(failure[1]);
+    // The pipe closes by itself when the program starts.
+    int error = 0;
+    ssize_t count = 0;
+    do {
+        count = ::read(failure[0], &error, sizeof error);
+    } while (count < 0 && errno == EINTR);
+    ::close(failure[0]);
+    if (count != sizeof error)
+        return true;
+    ::waitpid(m_child, nullptr, 0);
+    m_status = error == ENOENT || error == ENOTDIR ? notFound : notStarted;
+    std::fprintf(stderr, "jwsim: cannot run %s: %s; give a program in PATH or the path of one\n", command[0],
+                 std::strerror(error));
+    return false;
+}
+
+void Runner::readSignals()
+{
+    signalfd_siginfo info;
+    // Once the program has ended its process id may be anybody's.
+    while (m_notifier->isEnabled() && ::read(m_signals, &info, sizeof info) == sizeof info) {
+        if (info.ssi_signo == SIGCHLD)
+            reap();
+        else
+            passOn(static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL);
+    }
+}
+
+void Runner::passOn(int signal, bool fromTerminal)
+{
+    // A terminal sends its signals to the program too. A second one would harm a program that takes two for "at once".
+    if (!fromTerminal)
+        ::kill(m_child, signal);
+    // Ctrl-C and Ctrl-\ may mean something else than the end to the program; a terminal that is gone cannot.
+    if ((!fromTerminal || signal == SIGHUP) && !m_patience.isActive())
+        m_patience.start(patience);
+}
+
+void Runner::reap()
+{
+    int status = 0;
+    if (::waitpid(m_child, &status, WNOHANG) != m_child)
+        return;
+    m_patience.stop();
+    m_notifier->setEnabled(false);
+    m_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    m_loop.quit();
+}
+
+} // namespace JwSimulator

@@ -1,0 +1,259 @@
+#include <simulator/port.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+#include <umockdev.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace JwSimulator {
+
+namespace {
+
+const char *const deviceMajor = "166";
+
+// Names with blanks appear in udev's properties with underscores, and every reader turns them back.
+QByteArray udevName(const QString &text)
+{
+    return text.toLatin1().replace(' ', '_');
+}
+
+QByteArray hex(quint16 id)
+{
+    return QByteArray::number(id, 16).rightJustified(4, '0');
+}
+
+QString systemError(const QString &what)
+{
+    return QStringLiteral("%1: %2").arg(what, qt_error_string(errno));
+}
+
+class StringArray
+{
+public:
+    explicit StringArray(const std::vector<QByteArray> &strings)
+        : m_strings(strings)
+    {
+        for (QByteArray &string : m_strings)
+            m_pointers.push_back(string.data());
+        m_pointers.push_back(nullptr);
+    }
+    gchar **data() { return m_pointers.data(); }
+
+private:
+    std::vector<QByteArray> m_strings;
+    std::vector<gchar *> m_pointers;
+};
+
+QByteArray addDevice(UMockdevTestbed *testbed, const char *subsystem, const char *name, const char *parent,
+                     const std::vector<QByteArray> &attributes, const std::vector<QByteArray> &properties)
+{
+    gchar *path = umockdev_testbed_add_devicev(testbed, subsystem, name, parent, StringArray(attributes).data(),
+                                               StringArray(properties).data());
+    const QByteArray result(path);
+    g_free(path);
+    return result;
+}
+
+// Where QSerialPort keeps the lock file of a port.
+QString lockFileName(const QString &portName)
+{
+    for (const char *folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"}) {
+        const QFileInfo info{QString::fromLatin1(folder)};
+        if (info.isReadable() && info.isWritable())
+            return QStringLiteral("%1/LCK..%2").arg(info.filePath(), portName);
+    }
+    return {};
+}
+
+std::unique_ptr<QLockFile> portLock(const QString &portName)
+{
+    auto lock = std::make_unique<QLockFile>(lockFileName(portName));
+    // A port may be held for days: only that its holder is dead makes a lock stale.
+    lock->setStaleLockTime(0);
+    return lock;
+}
+
+} // namespace
+
+Descriptor::~Descriptor()
+{
+    if (m_number >= 0)
+        ::close(m_number);
+}
+
+Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
+    : m_testbed(testbed)
+    , m_config(config)
+    , m_index(index)
+{
+    gchar *root = umockdev_testbed_get_root_dir(testbed);
+    m_devFolder = QByteArray(root) + "/dev/";
+    g_free(root);
+}
+
+Port::~Port()
+{
+    m_lock.reset();
+    // A host that was killed while it had the port open leaves its lock file; one of a living process is not stale.
+    if (QFileInfo::exists(lockFileName(m_config.port)))
+        portLock(m_config.port)->removeStaleLockFile();
+}
+
+bool Port::plug(QString &error)
+{
+    addDevices();
+    bool ok = false;
+    switch (m_config.open) {
+    case BoardConfig::Open::Ok:
+        ok = openPty(error);
+        break;
+    case BoardConfig::Open::Busy:
+        ok = openPty(error) && hold(error);
+        break;
+    case BoardConfig::Open::Denied:
+        ok = deny(error);
+        break;
+    }
+    if (ok)
+        umockdev_testbed_uevent(m_testbed, m_sysPaths.back(), "add");
+    else
+        unplug();
+    return ok;
+}
+
+void Port::addDevices()
+{
+    const QByteArray port = m_config.port.toLatin1();
+    // Systems list ports by the path of the device, so two digits keep them in order.
+    const QByteArray usbName = "1-" + QByteArray::number(m_index + 1).rightJustified(2, '0');
+    const QByteArray vendor = hex(m_config.vendor);
+    const QByteArray product = hex(m_config.product);
+    const QByteArray manufacturer = m_config.manufacturer.toLatin1();
+    const QByteArray serial = m_config.serial.toLatin1();
+    const std::vector<QByteArray> properties = {"ID_BUS",          "usb",
+                                                "ID_VENDOR",       udevName(m_config.manufacturer),
+                                                "ID_VENDOR_ID",    vendor,
+                                                "ID_MODEL_ID",     product,
+                                                "ID_MODEL",        "Simulated_board",
+                                                "ID_SERIAL_SHORT", serial,
+                                                "ID_USB_DRIVER",   "cdc_acm"};
+
+    std::vector<QByteArray> deviceProperties = properties;
+    deviceProperties.insert(deviceProperties.end(), {"DEVTYPE", "usb_device"});
+    const QByteArray device = addDevice(m_testbed, "usb", usbName, nullptr,
+                                        {"idVendor", vendor, "idProduct", product, "manufacturer", manufacturer,
+                                         "product", "Simulated board", "serial", serial},
+                                        deviceProperties);
+    m_sysPaths = {device};
+    const QByteArray interface = addDevice(m_testbed, "usb", usbName + ":1.0", device,
+                                           {"bInterfaceNumber", "00", "interface", "Simulated board"},
+                                           {"DEVTYPE", "usb_interface", "DRIVER", "cdc_acm"});
+    m_sysPaths.push_back(interface);
+
+    std::vector<QByteArray> ttyProperties = properties;
+    ttyProperties.insert(ttyProperties.end(), {"MAJOR", deviceMajor, "MINOR", QByteArray::number(m_index)});
+    const QByteArray tty =
+        addDevice(m_testbed, "tty", port, interface,
+                  {"dev", QByteArray(deviceMajor) + ':' + QByteArray::number(m_index)}, ttyProperties);
+    m_sysPaths.push_back(tty);
+    umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../" + usbName + ":1.0");
+    // Set afterwards, since the testbed makes a pty of its own for a tty that comes with a node. It keeps that pty for
+    // as long as it lives, and aborts when the same port or the same pty number comes again.
+    umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
+}
+
+bool Port::openPty(QString &error)
+{
+    m_boardEnd = Descriptor(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    const int boardEnd = m_boardEnd.number();
+    char hostName[64];
+    if (boardEnd < 0 || ::grantpt(boardEnd) != 0 || ::unlockpt(boardEnd) != 0
+        || ::ptsname_r(boardEnd, hostName, sizeof hostName) != 0 || !setNode(hostName)) {
+        error = systemError(QStringLiteral("cannot make a pty"));
+        return false;
+    }
+    // While nobody has the host's end open the board's end would report a hang-up, so one is kept open here. An open()
+    // by name would take one of the few descriptors that can be under simulation.
+    m_hostEnd = Descriptor(::ioctl(boardEnd, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    termios settings;
+    if (m_hostEnd.number() < 0 || ::tcgetattr(m_hostEnd.number(), &settings) != 0) {
+        error = systemError(QStringLiteral("cannot open the host's end of the port"));
+        return false;
+    }
+    // A fresh pty echoes and translates line ends, which no serial line does.
+    ::cfmakeraw(&settings);
+    ::tcsetattr(m_hostEnd.number(), TCSANOW, &settings);
+    // What an ordinary system gives such a port; not every user may do it, and the port works without.
+    if (const group *dialout = ::getgrnam("dialout")) {
+        if (::fchown(m_hostEnd.number(), static_cast<uid_t>(-1), dialout->gr_gid) == 0)
+            ::fchmod(m_hostEnd.number(), 0660);
+    }
+    return true;
+}
+
+bool Port::setNode(const QByteArray &target)
+{
+    const QByteArray port = m_config.port.toLatin1();
+    const QByteArray number = QByteArray(deviceMajor) + ':' + QByteArray::number(m_index);
+    // The second lets stat() show a character device of this number.
+    const std::pair<QByteArray, QByteArray> links[] = {
+        {m_devFolder + port, target},
+        {m_devFolder + ".node/" + port, number},
+    };
+    for (const auto &link : links) {
+        QDir().mkpath(QFileInfo(QFile::decodeName(link.first)).path());
+        ::unlink(link.first);
+        if (::symlink(link.second, link.first) != 0)
+            return false;
+    }
+    return true;
+}
+
+bool Port::deny(QString &error)
+{
+    // A read-only kernel setting refuses to be opened for writing to everybody; file modes do not stop root.
+    const QByteArray refusing = "/proc/sys/kernel/ostype";
+    const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
+    if (attempt.number() < 0 && errno == EACCES && setNode(refusing))
+        return true;
+    error = QStringLiteral("this system cannot simulate a port that may not be opened; leave out open=denied");
+    return false;
+}
+
+bool Port::hold(QString &error)
+{
+    m_lock = portLock(m_config.port);
+    if (m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
+        return true;
+    error = QStringLiteral("cannot hold the port: another program has the lock file %1; choose another port name")
+                .arg(lockFileName(m_config.port));
+    return false;
+}
+
+int Port::unread() const
+{
+    int count = 0;
+    return ::ioctl(m_hostEnd.number(), FIONREAD, &count) == 0 ? count : 0;
+}
+
+void Port::unplug()
+{
+    m_boardEnd = Descriptor();
+    m_hostEnd = Descriptor();
+    m_lock.reset();
+    ::unlink(m_devFolder + m_config.port.toLatin1());
+    if (!m_sysPaths.empty())
+        umockdev_testbed_uevent(m_testbed, m_sysPaths.back(), "remove");
+    for (; !m_sysPaths.empty(); m_sysPaths.pop_back())
+        umockdev_testbed_remove_device(m_testbed, m_sysPaths.back());
+}
+
+} // namespace JwSimulator

@@ -1,0 +1,51 @@
+#include <simulator/preload.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <string>
+#include <unistd.h>
+
+namespace JwSimulator {
+
+namespace {
+
+const char *const library = "libumockdev-preload.so.0";
+const char *const triedVariable = "JWSIM_PRELOAD_TRIED";
+
+[[noreturn]] void giveUp(const char *reason)
+{
+    std::fprintf(stderr, "cannot simulate serial ports: %s\n", reason);
+    std::exit(2);
+}
+
+} // namespace
+
+bool isPreloaded()
+{
+    return ::dlopen(library, RTLD_LAZY | RTLD_NOLOAD) != nullptr;
+}
+
+void ensurePreloaded(char **argv)
+{
+    if (isPreloaded()) {
+        ::unsetenv(triedVariable);
+        return;
+    }
+    if (std::getenv(triedVariable))
+        giveUp("libumockdev-preload has no effect on this program; it must be linked dynamically and not run set-uid");
+    if (!::dlopen(library, RTLD_LAZY))
+        giveUp("libumockdev-preload.so.0 is missing; install the package umockdev");
+    char path[PATH_MAX] = {};
+    if (::readlink("/proc/self/exe", path, sizeof path - 1) <= 0)
+        giveUp("/proc is not mounted");
+    const char *const present = std::getenv("LD_PRELOAD");
+    const std::string preload = present && *present ? std::string(library) + ':' + present : library;
+    ::setenv("LD_PRELOAD", preload.c_str(), 1);
+    ::setenv(triedVariable, "1", 1);
+    ::execv(path, argv);
+    giveUp("this program cannot start itself anew");
+}
+
+} // namespace JwSimulator

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <simulator/preload.h>
+
+#include <QCoreApplication>
+#include <QTest>
+
+/// main() of a test that opens simulated ports: it starts itself anew under the library without which there are none.
+#define SIMULATED_PORTS_MAIN(TestClass)                                                                                \
+    int main(int argc, char **argv)                                                                                    \
+    {                                                                                                                  \
+        JwSimulator::ensurePreloaded(argv);                                                                            \
+        QCoreApplication application(argc, argv);                                                                      \
+        TestClass test;                                                                                                \
+        return QTest::qExec(&test, argc, argv);                                                                        \
+    }
