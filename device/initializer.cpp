@@ -1,0 +1,366 @@
+#include "initializer.h"
+
+#include <device/sessioninit.h>
+#include <logger/logger.h>
+#include <nmea/exception.h>
+#include <nmea/parserinit.h>
+
+#include <QPointer>
+#include <QSerialPort>
+#include <QSignalMapper>
+#include <QTimer>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace JwDevice {
+
+namespace {
+
+constexpr int replyTimeout = 400; // ms
+constexpr quint16 boardVendorId = 0x0483;
+
+enum Sentence {
+    Version = 1,
+    InformationRequest = 2,
+    InformationReply = 3,
+};
+
+QString portName(const Communicator *comm)
+{
+    const auto *port = qobject_cast<const QSerialPort *>(comm->device());
+    return port ? port->portName() : QString();
+}
+
+bool isBoardPort(const QSerialPortInfo &info)
+{
+    return info.manufacturer() == QLatin1String("STMicroelectronics.") || info.vendorIdentifier() == boardVendorId;
+}
+
+Type recognise(const SessionInit &reply)
+{
+    if (reply.sentenceId == Version) {
+        const QString hardware = reply.fields.value(QStringLiteral("hwversion")).toString();
+        if (hardware.contains(QLatin1String("7300021"))) // first: with both numbers it is a BoardB
+            return BoardB;
+        if (hardware.contains(QLatin1String("7300022")))
+            return BoardA;
+    } else if (reply.sentenceId == InformationReply) {
+        if (reply.fields.value(QStringLiteral("subcommand")).toString() == QLatin1String("INF"))
+            return BoardC;
+    }
+    return Unknown;
+}
+
+} // namespace
+
+Initializer::Initializer(QObject *parent)
+    : QObject(parent)
+    , m_readMapper(new QSignalMapper(this))
+    , m_timeoutMapper(new QSignalMapper(this))
+    , m_parser(new Nmea::ParserInit)
+    , m_probeTimer(new QTimer(this))
+    , m_retries(0)
+    , m_maxRetries(3)
+    , m_decided(false)
+    , m_slotDepth(0)
+{
+    connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
+    connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
+    m_parser->init();
+    m_probeTimer->setSingleShot(true);
+    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse one may fire early
+    connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
+}
+
+Initializer::~Initializer()
+{
+    // Deleted by a receiver of deviceNotFound(): a mapper, a timer, perhaps a port are in the middle of their signals.
+    const auto dispose = [inSlot = m_slotDepth > 0](QObject *object) {
+        if (inSlot) {
+            object->setParent(nullptr);
+            object->deleteLater();
+        } else {
+            delete object;
+        }
+    };
+
+    const auto commTimers = m_commTimers;
+    disconnect(m_probeTimer, nullptr, nullptr, nullptr);
+    disconnect(m_readMapper, nullptr, nullptr, nullptr);
+    disconnect(m_timeoutMapper, nullptr, nullptr, nullptr);
+    dispose(m_probeTimer);
+    dispose(m_readMapper);
+    dispose(m_timeoutMapper);
+    for (auto it = commTimers.constBegin(); it != commTimers.constEnd(); ++it) {
+        Communicator *const comm = it.key();
+        dispose(it.value());
+        if (m_commTypes.value(comm) != Unknown)
+            continue; // the application's; it may be gone already
+        if (auto *port = static_cast<QSerialPort *>(comm->device())) {
+            comm->setIODevice(nullptr);
+            if (port->isOpen())
+                port->close();
+            dispose(port);
+        }
+        dispose(comm);
+    }
+    m_commTypes.clear();
+    m_commTimers.clear();
+    m_types.clear();
+    LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
+    // m_parser stays: its owner is the process.
+}
+
+bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
+{
+    m_types = types;
+    if (m_types.isEmpty()) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
+        return false;
+    }
+
+    if (portNames.isEmpty()) {
+        const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
+        m_ports.clear();
+        std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isBoardPort);
+    } else { // added to those of an earlier probe
+        std::transform(portNames.begin(), portNames.end(), std::back_inserter(m_ports),
+                       [](const QString &name) { return QSerialPortInfo(name); });
+    }
+
+    if (m_types.contains(BoardC) && delay > 0)
+        m_probeTimer->start(delay);
+    else
+        probeStage2();
+    return true;
+}
+
+uint Initializer::setMaxRetries(uint maxRetries)
+{
+    return std::exchange(m_maxRetries, maxRetries);
+}
+
+void Initializer::probeStage2()
+{
+    const QList<QSerialPortInfo> ports = m_ports;
+    for (const QSerialPortInfo &info : ports) {
+        auto *port = new QSerialPort;
+        port->setPort(info);
+        if (!port->open(QIODevice::ReadWrite)) {
+            LOGGER_RECORD(Logger::Trace, nullptr).write()
+                << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(port->error());
+            delete port;
+            continue;
+        }
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Serial port opened for probing: " << info.portName();
+        port->setBaudRate(QSerialPort::Baud115200, QSerialPort::AllDirections);
+        closeOnError(port);
+
+        Communicator *const comm = createCommunicator(port);
+        // The application may have deleted an earlier Communicator at the same address.
+        m_commTypes.remove(comm);
+        delete m_commTimers.take(comm);
+        m_commTimers[comm] = createTimeoutTimer(comm);
+        queryBoardVersion(comm);
+        connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
+        m_readMapper->setMapping(comm, comm);
+    }
+
+    if (!m_commTimers.isEmpty())
+        return;
+    const QPointer<Initializer> self(this);
+    const QList<Type> types = m_types;
+    for (const Type type : types) {
+        Q_EMIT deviceNotFound(type);
+        if (!self)
+            return;
+    }
+}
+
+Communicator *Initializer::createCommunicator(QSerialPort *port)
+{
+    auto *comm = new Communicator(nullptr);
+    comm->setIODevice(port);
+    return comm;
+}
+
+QTimer *Initializer::createTimeoutTimer(Communicator *comm)
+{
+    auto *timer = new QTimer(this);
+    connect(timer, SIGNAL(timeout()), m_timeoutMapper, SLOT(map()));
+    m_timeoutMapper->setMapping(timer, comm);
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    timer->start(replyTimeout);
+    return timer;
+}
+
+void Initializer::closeOnError(QSerialPort *port)
+{
+    // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
+    connect(port, &QSerialPort::errorOccurred, this, [port](QSerialPort::SerialPortError error) {
+        if (error != QSerialPort::NoError && port->isOpen())
+            port->close();
+    });
+}
+
+Communicator *Initializer::isCommunicator(QObject *object) const
+{
+    auto *comm = static_cast<Communicator *>(object);
+    return m_commTimers.contains(comm) ? comm : nullptr;
+}
+
+void Initializer::queryBoardVersion(Communicator *comm)
+{
+    SessionInit session;
+    session.clear();
+    if (m_types.contains(BoardA) || m_types.contains(BoardB)) { // one query tells them apart
+        session.sentenceId = Version;
+        sendProtocol(comm, &session);
+    }
+    if (m_types.contains(BoardC)) {
+        session.clear();
+        session.sentenceId = InformationRequest;
+        session.fields[QStringLiteral("subcommand")] = QStringLiteral("INF");
+        sendProtocol(comm, &session);
+    }
+}
+
+bool Initializer::sendProtocol(Communicator *comm, SessionInit *session)
+{
+    QString sentence;
+    try {
+        m_parser->build(session, sentence);
+    } catch (const Nmea::Exception &exception) {
+        LOGGER_RECORD(Logger::Error, nullptr).write() << "Build failed: " << exception.message();
+        return false;
+    }
+    comm->writePayload(sentence);
+    return true;
+}
+
+void Initializer::boardReadyRead(QObject *object)
+{
+    Communicator *const comm = isCommunicator(object);
+    if (!comm)
+        return;
+    LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read succes on port: " << portName(comm);
+
+    const QPointer<Initializer> self(this);
+    const QPointer<Communicator> alive(comm); // a receiver of the hand-over may delete it
+    ++m_slotDepth;
+    bool found = false;
+    QString payload;
+    // The read comes first: a payload stored behind the one that was handed over is taken out and dropped.
+    while (alive && comm->readPayload(payload, 0) && !found) {
+        SessionInit session;
+        session.clear();
+        try {
+            m_parser->parse(&session, payload);
+        } catch (const Nmea::Exception &exception) {
+            LOGGER_RECORD(Logger::Error, nullptr).write() << "Parse failed: " << exception.message();
+            continue;
+        }
+        // A board that answers anything is not silent. If it is none of the wanted, it is awaited without limit.
+        m_commTimers.value(comm)->stop();
+        const Type type = recognise(session);
+        if (type == Unknown || !m_types.contains(type))
+            continue;
+
+        disconnect(comm, nullptr, nullptr, nullptr);
+        const bool duplicate = m_commTypes.key(type) != nullptr;
+        if (!duplicate)
+            disconnect(comm->device(), nullptr, this, nullptr);
+        setCommStatus(comm, duplicate ? Unknown : type);
+        if (!self)
+            return;
+        found = true;
+    }
+    --m_slotDepth;
+}
+
+void Initializer::readTimeout(QObject *object)
+{
+    Communicator *const comm = isCommunicator(object);
+    if (!comm)
+        return;
+    LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << portName(comm);
+
+    const QPointer<Initializer> self(this);
+    ++m_slotDepth;
+    setCommStatus(comm, Unknown);
+    if (self)
+        --m_slotDepth;
+}
+
+void Initializer::setCommStatus(Communicator *comm, Type type)
+{
+    m_commTypes[comm] = type;
+    if (type != Unknown) {
+        const QPointer<Initializer> self(this);
+        Q_EMIT deviceInitialized(type, comm);
+        if (!self)
+            return;
+    }
+    decide();
+}
+
+void Initializer::decide()
+{
+    // Receivers may run an event loop in which other ports settle the question, so that it is settled already here.
+    if (m_decided || m_commTypes.size() != m_commTimers.size())
+        return;
+    const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };
+    const QList<Type> types = m_types;
+    if (m_retries < m_maxRetries && std::any_of(types.begin(), types.end(), isMissing)) {
+        ++m_retries;
+        retryProbe();
+        return;
+    }
+
+    m_decided = true;
+    const QPointer<Initializer> self(this);
+    for (const Type type : types) {
+        if (!isMissing(type))
+            continue;
+        Q_EMIT deviceNotFound(type);
+        if (!self)
+            return;
+    }
+    disconnect(m_readMapper, nullptr, nullptr, nullptr);
+    disconnect(m_timeoutMapper, nullptr, nullptr, nullptr);
+    LOGGER_RECORD(Logger::Debug, nullptr).write("Disconnect from signals");
+}
+
+void Initializer::retryProbe()
+{
+    LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
+    bool asked = false;
+    const auto commTimers = m_commTimers;
+    for (auto it = commTimers.constBegin(); it != commTimers.constEnd(); ++it) {
+        Communicator *const comm = it.key();
+        if (m_commTypes.value(comm) != Unknown)
+            continue;
+        m_commTypes.remove(comm);
+        it.value()->start(replyTimeout);
+        if (comm->device()->isOpen()) // closed once it failed; it times out as a silent port does
+            queryBoardVersion(comm);
+        asked = true;
+    }
+    if (asked)
+        return;
+
+    // Every port is handed over: nobody can answer this round. The next decision comes from the event loop.
+    m_decided = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_decided = false;
+            decide();
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace JwDevice

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <device/communicator.h>
+#include <device/jwdevice_export.h>
+#include <device/type.h>
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QSerialPortInfo>
+#include <QString>
+
+class QSerialPort;
+class QSignalMapper;
+class QTimer;
+
+namespace Nmea {
+class ParserInit;
+}
+
+namespace JwDevice {
+
+class SessionInit;
+
+/**
+ * Finds boards on USB serial ports and hands the application one ready Communicator per wanted type.
+ *
+ * \code
+ * auto *initializer = new JwDevice::Initializer(this);
+ * connect(initializer, &JwDevice::Initializer::deviceInitialized, this, &Window::useBoard);
+ * connect(initializer, &JwDevice::Initializer::deviceNotFound, this, &Window::reportMissing);
+ * initializer->probe({JwDevice::BoardA, JwDevice::BoardC});
+ * \endcode
+ *
+ * A probe opens every candidate port, asks each who it is, and waits 400 ms for an answer. While a wanted type is
+ * missing, ports that did not prove to be a wanted board are asked again, by default three times. Then deviceNotFound()
+ * tells what is missing and the probe is over. Ports that were not handed over stay open until the Initializer is
+ * destroyed.
+ *
+ * One Initializer serves one probe to its end: after that it no longer listens to its ports, and a further probe()
+ * would bring neither signal. Take a new one for a new probe, also within deviceNotFound(). (Only where no port could
+ * be opened at all, probe() may be called again.)
+ *
+ * A port that answered with a sentence of a kind known here, but not as a wanted type, is awaited without limit: as
+ * long as it stays, a missing type is neither asked for again nor reported. An application that can't wait sets a timer
+ * of its own and deletes the Initializer.
+ *
+ * A port that fails while it is probed (the cable was pulled) is closed and counts as silent.
+ *
+ * Everything happens in the thread that owns the Initializer, driven by its event loop. Receivers of its signals may do
+ * as they like, also run an event loop of their own. A receiver of deviceInitialized() must not delete the Initializer:
+ * use QObject::deleteLater(). One of deviceNotFound() may.
+ */
+class JWDEVICE_EXPORT Initializer : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Initializer(QObject *parent = nullptr);
+    /// Closes and deletes the ports that were not handed over.
+    ~Initializer() override;
+
+    /**
+     * Starts to look for one board of each of `types`. Connect the signals first: when no port can be opened,
+     * deviceNotFound() is emitted before this returns.
+     *
+     * `delay` is a wait in ms before the ports are opened; it applies only when it is positive and BoardC is wanted.
+     * `portNames` are system names such as "ttyACM0"; when given, exactly these ports are tried (and those of earlier
+     * calls), else every port whose USB manufacturer is "STMicroelectronics." or whose vendor id is 0x0483.
+     *
+     * Returns false, and starts nothing, when `types` is empty.
+     */
+    bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
+
+    /// Sets how many times ports are asked again while a wanted type is missing (3 at start); the count runs over the
+    /// life of the Initializer. Takes effect at the next decision. Returns the previous value.
+    uint setMaxRetries(uint maxRetries);
+
+    /// Writes the queries for the wanted types to `comm`, which must have a device. A failed write is not seen here.
+    void queryBoardVersion(JwDevice::Communicator *comm);
+    /// Builds the sentence for `session` and writes it to `comm`. Returns false, with a line in the log, when it can't
+    /// be built.
+    bool sendProtocol(JwDevice::Communicator *comm, JwDevice::SessionInit *session);
+
+Q_SIGNALS:
+    /**
+     * A board of the wanted `type` answered, and it is yours: `comm` and the open QSerialPort it is bound to
+     * (`comm->device()`) pass to the receiver, without a parser and with no signal connected. Of payloads that came
+     * right behind the board's answer, one is dropped.
+     *
+     * Give them back with `comm->device()->deleteLater()` and `delete comm`. Never delete the port within this signal
+     * or within one of its own: Qt does not survive that. When the port reports an error later on, close it: a port
+     * whose cable was pulled reports it over and over.
+     */
+    void deviceInitialized(JwDevice::Type type, JwDevice::Communicator *comm);
+    /// No board of the wanted `type` was found: all retries are spent, or no port could be opened. Comes once for each
+    /// entry in the list of wanted types.
+    void deviceNotFound(JwDevice::Type type);
+
+public Q_SLOTS: // for the signals of ports and timers, not for applications
+    /// A probed Communicator, `object`, received a payload.
+    void boardReadyRead(QObject *object);
+    /// The reply timer of a probed Communicator, `object`, ran out.
+    void readTimeout(QObject *object);
+    /// Opens the candidate ports and queries them.
+    void probeStage2();
+
+private:
+    JwDevice::Communicator *createCommunicator(QSerialPort *port);
+    QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
+    JwDevice::Communicator *isCommunicator(QObject *object) const;
+    void closeOnError(QSerialPort *port);
+    void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);
+    void decide();
+    void retryProbe();
+
+    QList<JwDevice::Type> m_types;
+    QList<QSerialPortInfo> m_ports;
+    QHash<JwDevice::Communicator *, QTimer *> m_commTimers;
+    QHash<JwDevice::Communicator *, JwDevice::Type> m_commTypes;
+    QHash<JwDevice::Communicator *, uint> m_commIds;
+    QSignalMapper *m_readMapper;
+    QSignalMapper *m_timeoutMapper;
+    Nmea::ParserInit *m_parser;
+    QTimer *m_probeTimer;
+    uint m_retries;
+    uint m_maxRetries;
+    bool m_decided; // the outcome of the last decision is under way; no status opens the question again
+    int m_slotDepth; // how many of our slots are on the stack
+};
+
+} // namespace JwDevice

@@ -1,0 +1,124 @@
+#include "support/probebench.h"
+#include "support/simulatedportsmain.h"
+
+#include <QTest>
+#include <QTimer>
+
+using JwDevice::Communicator;
+using JwDevice::Initializer;
+using JwDevice::Type;
+using JwSimulator::Board;
+
+namespace {
+
+const QString foundA = QStringLiteral("deviceInitialized BoardA");
+const QString foundB = QStringLiteral("deviceInitialized BoardB");
+const QString missingA = QStringLiteral("deviceNotFound BoardA");
+const QString retry = QStringLiteral("Retry probing");
+const QString over = QStringLiteral("Disconnect from signals");
+
+} // namespace
+
+/// A probe that is not over, whose one board was handed over and given back; and a second probe on the same
+/// Initializer, whose Communicator for the same port stands at the address of the former one.
+class InitializerAddressReuseTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        cleanup(); // Qt Test leaves it out after a failure
+        m_bench = std::make_unique<ProbeBench>();
+        m_board = m_bench->attach("silent");
+        m_other = m_bench->attach("silent");
+        m_bench->probe({JwDevice::BoardA});
+        QVERIFY(m_board->send(versionReply("7300022")));
+        QTRY_COMPARE(m_bench->state(m_board), PortState::HandedOver);
+        QCOMPARE(m_bench->state(m_other), PortState::AwaitingReply);
+        m_bench->timeline.clear();
+
+        const ProbeBench::HandOver taken = m_bench->handOver(m_board);
+        const void *const address = taken.comm.data();
+        m_formerTimer = replyTimers(*m_bench->initializer).value(taken.comm);
+        delete taken.port;
+        delete taken.comm;
+        m_bench->probe({JwDevice::BoardA});
+        QCOMPARE(static_cast<const void *>(m_bench->comm(m_board)), address);
+    }
+    void cleanup() { m_bench.reset(); }
+
+    void newPortAwaitsItsReply()
+    {
+        QCOMPARE(m_bench->state(m_board), PortState::AwaitingReply);
+        QTRY_COMPARE(received(m_board), versionQuery + versionQuery);
+        m_bench->timeOut(m_other);
+        QVERIFY(m_bench->decisions().isEmpty());
+    }
+
+    void newPortHasOneReplyTimer()
+    {
+        QVERIFY(!m_formerTimer);
+        // One for each port, and the delay timer.
+        QCOMPARE(m_bench->initializer->findChildren<QTimer *>().size(), replyTimers(*m_bench->initializer).size() + 1);
+    }
+
+    void boardOfTheTypeOfTheFormerIsHandedOver()
+    {
+        QVERIFY(m_board->send(versionReply("7300022")));
+        QTRY_COMPARE(m_bench->decisions(), QStringList{foundA});
+        QCOMPARE(m_bench->handOver(m_board).type, JwDevice::BoardA);
+    }
+
+    void missingTypeIsAskedForAgainAndReported()
+    {
+        m_bench->initializer->setMaxRetries(1);
+        m_bench->endReplyTimers();
+        QTRY_COMPARE(m_bench->decisions(), QStringList{retry});
+        QTRY_COMPARE(received(m_board), versionQuery.repeated(3));
+        m_bench->endReplyTimers();
+        QTRY_COMPARE(m_bench->decisions(), QStringList({retry, missingA, over}));
+    }
+
+    void portIsClosedWithTheInitializer()
+    {
+        const QPointer<Communicator> comm(m_bench->comm(m_board));
+        delete m_bench->initializer;
+        QVERIFY(!comm);
+        QSerialPort port(m_board->portName());
+        QVERIFY(port.open(QIODevice::ReadWrite));
+    }
+
+    void reusedWithinTheHandOverItself()
+    {
+        cleanup(); // one testbed at a time
+        m_bench = std::make_unique<ProbeBench>();
+        Board *const board = m_bench->attach("BoardA,replies=2");
+        Board *const second = m_bench->attach("silent");
+        const void *address = nullptr;
+        QObject::connect(m_bench->initializer, &Initializer::deviceInitialized, [&](Type type, Communicator *comm) {
+            if (type != JwDevice::BoardA)
+                return;
+            address = comm;
+            comm->device()->deleteLater();
+            delete comm;
+            QVERIFY(m_bench->initializer->probe({JwDevice::BoardB}, 0, {second->portName()}));
+        });
+        QVERIFY(m_bench->initializer->probe({JwDevice::BoardA}, 0, {board->portName()}));
+        QTRY_VERIFY(address);
+        QCOMPARE(static_cast<const void *>(m_bench->comm(second)), address);
+        QCOMPARE(m_bench->decisions(), QStringList{foundA});
+        QCOMPARE(m_bench->state(second), PortState::AwaitingReply);
+        QVERIFY(second->send(versionReply("7300021")));
+        QTRY_COMPARE(m_bench->decisions(), QStringList({foundA, foundB, over}));
+    }
+
+private:
+    std::unique_ptr<ProbeBench> m_bench;
+    Board *m_board = nullptr;
+    const Board *m_other = nullptr;
+    QPointer<QTimer> m_formerTimer;
+};
+
+SIMULATED_PORTS_MAIN(InitializerAddressReuseTest)
+#include "tst_initializer_addressreuse.moc"

@@ -1,0 +1,297 @@
+#include "support/probebench.h"
+#include "support/simulatedportsmain.h"
+
+#include <QAbstractEventDispatcher>
+#include <QTest>
+#include <QTimer>
+
+using JwDevice::Communicator;
+using JwDevice::Initializer;
+using JwDevice::Type;
+using JwSimulator::Board;
+
+namespace {
+
+const QString foundA = QStringLiteral("deviceInitialized BoardA");
+const QString missingA = QStringLiteral("deviceNotFound BoardA");
+const QString retry = QStringLiteral("Retry probing");
+const QString over = QStringLiteral("Disconnect from signals");
+
+/// Counts the errors that one port reports.
+class ErrorCount
+{
+public:
+    explicit ErrorCount(QSerialPort *port)
+    {
+        QObject::connect(port, &QSerialPort::errorOccurred, &m_context, [this](QSerialPort::SerialPortError error) {
+            if (error != QSerialPort::NoError)
+                ++m_errors;
+        });
+    }
+    int errors() const { return m_errors; }
+
+private:
+    int m_errors = 0;
+    QObject m_context;
+};
+
+/// The port is closed soon, and thereafter the event loop has nothing to do: a port that spins keeps it busy for ever.
+void verifyClosedWithoutSpin(const ProbeBench &bench, const Board *board, const ErrorCount &count)
+{
+    QSerialPort *const port = bench.port(board);
+    QTRY_VERIFY(!port->isOpen());
+    for (int turn = 0; turn < 100; ++turn)
+        QCoreApplication::processEvents();
+    QVERIFY2(count.errors() <= 3, QByteArray::number(count.errors()));
+    int busy = 0;
+    while (busy < 100 && QAbstractEventDispatcher::instance()->processEvents(QEventLoop::AllEvents))
+        ++busy;
+    QVERIFY(busy < 100);
+}
+
+QStringList warnings;
+
+void recordWarning(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type == QtWarningMsg)
+        warnings << text;
+}
+
+/// While it lives, what Qt warns of is kept, such as a write to a closed port.
+class WarningCapture
+{
+public:
+    WarningCapture()
+        : m_before(qInstallMessageHandler(recordWarning))
+    {
+        warnings.clear();
+    }
+    ~WarningCapture() { qInstallMessageHandler(m_before); }
+    WarningCapture(const WarningCapture &) = delete;
+    WarningCapture &operator=(const WarningCapture &) = delete;
+
+private:
+    const QtMessageHandler m_before;
+};
+
+} // namespace
+
+class InitializerCableTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void pulledBeforeTheQueryLeft()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        bench.initializer->setMaxRetries(0);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        board->pull(); // the query leaves only when the event loop runs
+        verifyClosedWithoutSpin(bench, board, count);
+        QCOMPARE(bench.state(board), PortState::AwaitingReply);
+        bench.timeOut(board);
+        QCOMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledWithinTheQuery()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent,speed=300");
+        bench.initializer->setMaxRetries(0);
+        QObject::connect(board, &Board::received, board, &Board::pull, Qt::QueuedConnection);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_VERIFY(!board->isPlugged());
+        QVERIFY(!received(board).contains(versionQuery));
+        verifyClosedWithoutSpin(bench, board, count);
+        QTRY_COMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledAfterTheQuery()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        bench.initializer->setMaxRetries(0);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_COMPARE(received(board), versionQuery);
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        QCOMPARE(bench.state(board), PortState::AwaitingReply);
+        QTRY_COMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledWithinTheReply()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("BoardA,pull-after-bytes=10");
+        bench.initializer->setMaxRetries(0);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_VERIFY(!board->isPlugged());
+        QCOMPARE(sent(board).size(), 10);
+        verifyClosedWithoutSpin(bench, board, count);
+        QTRY_COMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledWhenTimedOut()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        const Board *const other = bench.attach("silent");
+        bench.initializer->setMaxRetries(0);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        bench.timeOut(board);
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        QCOMPARE(bench.state(board), PortState::TimedOut);
+        bench.timeOut(other);
+        QCOMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledWhenSilenced()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("BoardB");
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_COMPARE(bench.state(board), PortState::Silenced);
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        QVERIFY(bench.decisions().isEmpty());
+    }
+
+    void pulledWhenADuplicate()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        Board *const found = bench.attach("BoardA");
+        const Board *const other = bench.attach("silent");
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_COMPARE(bench.state(found), PortState::HandedOver);
+        QVERIFY(board->send(versionReply("7300022")));
+        QTRY_COMPARE(bench.state(board), PortState::Duplicate);
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        bench.timeOut(other);
+        QCOMPARE(bench.decisions(), QStringList({foundA, over}));
+    }
+
+    void pulledWhenTheProbeIsOver()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        bench.initializer->setMaxRetries(0);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        bench.timeOut(board);
+        QVERIFY(bench.isOver());
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        QCOMPARE(bench.decisions(), QStringList({missingA, over}));
+    }
+
+    void pulledInARetryRound()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        bench.initializer->setMaxRetries(1);
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        bench.timeOut(board);
+        QCOMPARE(bench.decisions(), QStringList{retry});
+        board->pull();
+        verifyClosedWithoutSpin(bench, board, count);
+        QTRY_COMPARE(bench.decisions(), QStringList({retry, missingA, over}));
+    }
+
+    void pulledDuringTheDelayIsNotAccessible()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("BoardC");
+        QVERIFY(bench.initializer->probe({JwDevice::BoardC}, 1, {board->portName()}));
+        board->pull();
+        QTRY_COMPARE(bench.timeline.size(), 2);
+        QVERIFY(bench.timeline.first().startsWith(QStringLiteral("Serial port not accessible:  ")
+                                                  + quoted(board->portName())));
+        QCOMPARE(bench.timeline.last(), QStringLiteral("deviceNotFound BoardC"));
+    }
+
+    void closedPortIsNotWrittenToInARetryRoundButItsTimerRuns()
+    {
+        ProbeBench bench;
+        Board *const pulled = bench.attach("silent");
+        const Board *const silent = bench.attach("silent");
+        bench.initializer->setMaxRetries(2);
+        bench.probe({JwDevice::BoardA});
+        pulled->pull();
+        QTRY_VERIFY(!bench.port(pulled)->isOpen());
+        const WarningCapture capture;
+        const auto queries = [&] { return bench.log.sink->withText(QStringLiteral("->  \"$PJWVER*0c\"")).size() / 2; };
+        QCOMPARE(queries(), 2);
+        for (int round = 1; round <= 2; ++round) {
+            bench.endReplyTimers();
+            QTRY_COMPARE(bench.timeline.count(retry), round);
+            QCOMPARE(queries(), 2 + round);
+            QCOMPARE(bench.state(pulled), PortState::AwaitingReply);
+            QCOMPARE(bench.replyTimer(pulled)->interval(), 400);
+        }
+        bench.endReplyTimers();
+        QTRY_COMPARE(bench.decisions(), QStringList({retry, retry, missingA, over}));
+        QTRY_COMPARE(received(silent), versionQuery.repeated(3));
+        QCOMPARE(warnings, QStringList());
+    }
+
+    void closedPortStaysClosedWhenTheCableIsPluggedInAgain()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("BoardA,ignore=1");
+        bench.initializer->setMaxRetries(1);
+        bench.probe({JwDevice::BoardA});
+        board->pull();
+        QTRY_VERIFY(!bench.port(board)->isOpen());
+        QVERIFY(board->plug());
+        QTRY_COMPARE(bench.decisions(), QStringList({retry, missingA, over}));
+        QVERIFY(!bench.port(board)->isOpen());
+        QVERIFY(received(board).isEmpty());
+    }
+
+    void otherBoardsAreFoundWhileOneIsPulled()
+    {
+        ProbeBench bench;
+        bench.attach("silent,pull-after=20");
+        const Board *const found = bench.attach("BoardA,delay=100");
+        bench.probe({JwDevice::BoardA});
+        QTRY_VERIFY(bench.isOver());
+        QCOMPARE(bench.decisions(), QStringList({foundA, over}));
+        QVERIFY(bench.handOver(found).port->isOpen());
+    }
+
+    void handedOverPortReportsItsErrorToTheApplicationAndIsLeftOpen()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("BoardA");
+        bench.attach("silent");
+        bench.probe({JwDevice::BoardA});
+        QTRY_COMPARE(bench.state(board), PortState::HandedOver);
+        QSerialPort *const port = bench.handOver(board).port;
+        bool openAtError = false;
+        int errors = 0;
+        QObject::connect(port, &QSerialPort::errorOccurred, port, [&](QSerialPort::SerialPortError error) {
+            if (error == QSerialPort::NoError || ++errors > 1)
+                return;
+            openAtError = port->isOpen();
+            port->close();
+        });
+        board->pull();
+        QTRY_VERIFY(errors > 0);
+        QVERIFY(openAtError); // what happens to it is up to the application
+    }
+};
+
+SIMULATED_PORTS_MAIN(InitializerCableTest)
+#include "tst_initializer_cable.moc"
