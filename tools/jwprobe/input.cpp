@@ -1,0 +1,57 @@
+#include "input.h"
+
+#include <QSocketNotifier>
+#include <QString>
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr int maxLine = 4096;
+
+} // namespace
+
+Input::Input(int descriptor, QObject *parent)
+    : QObject(parent)
+    , m_descriptor(descriptor)
+    , m_notifier(new QSocketNotifier(descriptor, QSocketNotifier::Read, this))
+{
+    connect(m_notifier, &QSocketNotifier::activated, this, &Input::read);
+}
+
+void Input::read()
+{
+    // One read for each notification doesn't block, so the descriptor, which others may share, stays as it is.
+    char bytes[maxLine];
+    const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return;
+    if (count > 0) {
+        m_buffer.append(bytes, static_cast<int>(count));
+        takeLines();
+        return;
+    }
+    m_notifier->setEnabled(false); // the end stays readable for ever
+    if (!m_buffer.isEmpty())
+        Q_EMIT line(QString::fromUtf8(m_buffer));
+    m_buffer.clear();
+}
+
+void Input::takeLines()
+{
+    for (int end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
+        const QString text = QString::fromUtf8(m_buffer.left(end));
+        m_buffer.remove(0, end + 1);
+        Q_EMIT line(text);
+    }
+    if (m_buffer.size() > maxLine) {
+        Q_EMIT tooLong(m_buffer.size());
+        m_buffer.clear();
+    }
+}
+
+} // namespace JwProbe

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <device/type.h>
+#include <logger/logger.h>
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+namespace JwProbe {
+
+/// What the command line asks for.
+struct Options
+{
+    enum Action { Find, List, Monitor, ShowHelp, ShowVersion };
+
+    Action action = Find;
+    QList<JwDevice::Type> types; ///< each once, in the order given
+    QStringList ports; ///< names such as "ttyACM0", each once; empty means to search
+    int delay = 0; ///< ms
+    uint retries = 3;
+    int deadline = 5000; ///< ms
+    bool json = false;
+    std::optional<Logger::Level> logLevel; ///< without one, the log stays hidden
+    bool traffic = false;
+    bool rawTraffic = false;
+};
+
+/// Reads `arguments`, the first of which is the program's name. On wrong use nothing is returned, and `error` is one
+/// line that says what is allowed.
+std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
+
+/// What --help shows.
+QString helpText();
+
+} // namespace JwProbe

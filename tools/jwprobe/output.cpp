@@ -1,0 +1,67 @@
+#include "output.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace JwProbe {
+
+bool print(const QString &text)
+{
+    static bool failed = false;
+    const QByteArray bytes = text.toUtf8();
+    const auto size = static_cast<std::size_t>(bytes.size());
+    if (std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
+        return true;
+    if (!failed)
+        complain(
+            QStringLiteral("can't write to standard output: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
+    failed = true;
+    return false;
+}
+
+QString jsonLine(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+}
+
+void complain(const QString &text)
+{
+    std::fprintf(stderr, "jwprobe: %s\n", text.toUtf8().constData());
+}
+
+int terminalWidth(int descriptor)
+{
+    if (::isatty(descriptor) == 0)
+        return 0;
+    winsize size = {};
+    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+QString printable(const QString &text)
+{
+    QString result;
+    for (const QChar c : text) {
+        const uint code = c.unicode();
+        if (c.isPrint() || c.isSurrogate())
+            result += c;
+        else if (code <= 0xff)
+            result += QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
+        else
+            result += QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
+    }
+    return result;
+}
+
+QString orDash(const QString &text)
+{
+    return text.isEmpty() ? QStringLiteral("-") : printable(text);
+}
+
+} // namespace JwProbe

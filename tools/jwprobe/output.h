@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+class QJsonObject;
+
+namespace JwProbe {
+
+/// Writes `text` to standard output at once. False when that failed; standard error then has a line about it, once.
+bool print(const QString &text);
+
+/// One line, with its line end.
+QString jsonLine(const QJsonObject &object);
+
+/// Writes "jwprobe: ", `text` and a line end to standard error.
+void complain(const QString &text);
+
+/// Columns of the terminal behind the file descriptor; 0 when there is none. A terminal that doesn't tell has 80.
+int terminalWidth(int descriptor);
+
+/// `text` from a device, made fit for a terminal: what is not printable is written as \xHH or \uHHHH.
+QString printable(const QString &text);
+
+/// printable(), and "-" for an empty text: a cell of a table.
+QString orDash(const QString &text);
+
+} // namespace JwProbe

@@ -1,0 +1,42 @@
+#include "portidentity.h"
+
+#include <QSerialPortInfo>
+
+namespace JwProbe {
+
+PortIdentity PortIdentity::of(const QSerialPortInfo &info)
+{
+    PortIdentity port;
+    port.name = info.portName();
+    port.location = info.systemLocation();
+    port.manufacturer = info.manufacturer();
+    port.serialNumber = info.serialNumber();
+    if (info.hasVendorIdentifier())
+        port.vendorId = info.vendorIdentifier();
+    if (info.hasProductIdentifier())
+        port.productId = info.productIdentifier();
+    port.isKnown = true;
+    return port;
+}
+
+QJsonObject PortIdentity::toJson() const
+{
+    return {{QStringLiteral("port"), name},
+            {QStringLiteral("location"), location},
+            {QStringLiteral("manufacturer"), orNull(manufacturer)},
+            {QStringLiteral("serialNumber"), orNull(serialNumber)},
+            {QStringLiteral("vendorId"), orNull(idText(vendorId))},
+            {QStringLiteral("productId"), orNull(idText(productId))}};
+}
+
+QString idText(const std::optional<quint16> &id)
+{
+    return id ? QStringLiteral("%1").arg(*id, 4, 16, QLatin1Char('0')) : QString();
+}
+
+QJsonValue orNull(const QString &text)
+{
+    return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
+}
+
+} // namespace JwProbe

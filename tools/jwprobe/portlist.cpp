@@ -1,0 +1,83 @@
+#include "portlist.h"
+
+#include <QCollator>
+#include <QSerialPortInfo>
+
+#include <algorithm>
+
+namespace JwProbe {
+
+namespace {
+
+const QLatin1String boardManufacturer("STMicroelectronics.");
+constexpr quint16 boardVendorId = 0x0483;
+
+// As the library chooses, which doesn't tell why.
+ListedPort judge(const PortIdentity &port)
+{
+    if (port.manufacturer == boardManufacturer)
+        return {port, true, QStringLiteral("its USB manufacturer is a board's")};
+    if (port.vendorId == boardVendorId)
+        return {port, true, QStringLiteral("its USB vendor id is a board's")};
+    if (!port.vendorId && port.manufacturer.isEmpty())
+        return {port, false, QStringLiteral("not a USB device")};
+    return {port, false, QStringLiteral("neither its USB manufacturer nor its vendor id is a board's")};
+}
+
+ListedPort judgeByName(const PortIdentity &port, const QStringList &named)
+{
+    if (named.contains(port.name))
+        return {port, true, QStringLiteral("named by --port")};
+    return {port, false, QStringLiteral("not named by --port")};
+}
+
+void sortByName(QList<ListedPort> &ports)
+{
+    QCollator collator{QLocale(QLocale::English)}; // with that of "C" there is no numeric mode
+    collator.setNumericMode(true); // ttyS2 before ttyS10
+    std::sort(ports.begin(), ports.end(), [&collator](const ListedPort &a, const ListedPort &b) {
+        return collator.compare(a.port.name, b.port.name) < 0;
+    });
+}
+
+} // namespace
+
+QList<ListedPort> listPorts(const QStringList &named)
+{
+    QList<ListedPort> ports;
+    const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
+    for (const QSerialPortInfo &info : available) {
+        const PortIdentity port = PortIdentity::of(info);
+        ports.append(named.isEmpty() ? judge(port) : judgeByName(port, named));
+    }
+    sortByName(ports);
+    return ports;
+}
+
+QList<PortIdentity> candidatePorts(const QStringList &named)
+{
+    QList<PortIdentity> candidates;
+    const QList<ListedPort> ports = listPorts(named);
+    for (const ListedPort &port : ports) {
+        if (port.probed)
+            candidates.append(port.port);
+    }
+    for (const QString &name : named) {
+        const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
+        if (std::any_of(candidates.begin(), candidates.end(), hasName))
+            continue;
+        PortIdentity unknown;
+        unknown.name = name;
+        unknown.location = QStringLiteral("/dev/") + name;
+        candidates.append(unknown);
+    }
+    return candidates;
+}
+
+QString candidateRule()
+{
+    return QStringLiteral("the USB manufacturer \"%1\" or the vendor id %2")
+        .arg(QString(boardManufacturer), idText(boardVendorId));
+}
+
+} // namespace JwProbe

@@ -1,0 +1,83 @@
+#include "program.h"
+
+#include "monitor.h"
+#include "output.h"
+#include "report.h"
+#include "signalwatch.h"
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr int signalStatus = 128; // as shells count it
+
+} // namespace
+
+Program::Program(const Options &options)
+    : m_options(options)
+    , m_finder(m_options)
+    , m_progress(m_finder, m_options)
+{
+    connect(&m_finder, &Finder::finished, this, &Program::report);
+    auto *signalWatch = new SignalWatch(this);
+    connect(signalWatch, &SignalWatch::received, this, &Program::endBySignal);
+}
+
+Program::~Program() = default;
+
+void Program::start()
+{
+    m_finder.start();
+    m_progress.show();
+}
+
+void Program::report()
+{
+    m_progress.hide();
+    const SearchResult result = m_finder.result();
+    const bool printed = printResult(result);
+    m_finder.closeOthers(); // after the report: closing may wait for what a dead board doesn't take
+    if (!printed)
+        QCoreApplication::exit(SomeMissing);
+    else if (m_options.action == Options::Monitor && !result.boards.isEmpty())
+        monitor(result);
+    else
+        QCoreApplication::exit(result.exitStatus());
+}
+
+bool Program::printResult(const SearchResult &result) const
+{
+    const bool isMonitor = m_options.action == Options::Monitor;
+    if (!m_options.json) {
+        const QString text = reportText(result, terminalWidth(STDOUT_FILENO));
+        return print(isMonitor ? text + QLatin1Char('\n') : text);
+    }
+    QJsonObject document = reportJson(result);
+    if (!isMonitor)
+        return print(QString::fromUtf8(QJsonDocument(document).toJson()));
+    document[QLatin1String("event")] = QStringLiteral("search");
+    return print(jsonLine(document));
+}
+
+void Program::monitor(const SearchResult &result)
+{
+    m_monitor = std::make_unique<Monitor>(result.boards, m_options.json);
+    connect(m_monitor.get(), &Monitor::allLost, this, [] {
+        complain(QStringLiteral("no board is left"));
+        QCoreApplication::exit(SomeMissing);
+    });
+    m_monitor->start();
+}
+
+void Program::endBySignal(int number)
+{
+    m_progress.hide();
+    QCoreApplication::exit(m_monitor ? AllFound : signalStatus + number);
+}
+
+} // namespace JwProbe
