@@ -1,0 +1,94 @@
+// Bytes into the receive path of several Communicators, compared with the model that the tests use.
+//
+// The first byte chooses how many Communicators there are and what their receivers do. Then steps follow: a byte that
+// chooses line and kind, a byte of length (for a read of a stored payload: its id), and so many bytes from the device.
+#include "fuzzinput.h"
+
+#include "support/receivemodel.h"
+#include "support/receivesubject.h"
+
+namespace {
+
+/// Hands out an input piece by piece; at its end there are zeros and empty pieces.
+class Input
+{
+public:
+    Input(const uint8_t *data, std::size_t size)
+        : m_data(data)
+        , m_size(size)
+    {
+    }
+
+    bool isAtEnd() const { return m_at == m_size; }
+    uint8_t byte() { return isAtEnd() ? uint8_t(0) : m_data[m_at++]; }
+    QByteArray bytes(std::size_t count)
+    {
+        count = std::min(count, m_size - m_at);
+        const QByteArray taken(reinterpret_cast<const char *>(m_data) + m_at, static_cast<int>(count));
+        m_at += count;
+        return taken;
+    }
+
+private:
+    const uint8_t *m_data;
+    std::size_t m_size;
+    std::size_t m_at = 0;
+};
+
+ReceiveStep stepFromInput(Input &input, int lines)
+{
+    const int choice = input.byte();
+    const int length = input.byte();
+    ReceiveStep step;
+    step.line = choice % 4 % lines;
+    switch (choice / 4 % 8) {
+    case 0:
+        step.action = ReceiveStep::Take;
+        step.id = static_cast<uint>(length);
+        return step;
+    case 1:
+        step.action = ReceiveStep::DeliverInside;
+        break;
+    case 2: // a read that fails comes first
+        step.reads.append({QByteArray(), choice / 32 % 2 - 1});
+        break;
+    default:
+        break;
+    }
+    const QByteArray bytes = input.bytes(static_cast<std::size_t>(length));
+    if (!bytes.isEmpty())
+        step.reads.append({bytes, 0});
+    return step;
+}
+
+ReceiveStream streamFromInput(Input &input)
+{
+    const int choice = input.byte();
+    ReceiveStream stream;
+    stream.lines = 1 + choice % 4;
+    stream.receiver = static_cast<ReceiveStream::Receiver>(choice / 4 % 3);
+    while (!input.isAtEnd())
+        stream.steps.append(stepFromInput(input, stream.lines));
+    return stream;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static FuzzedBytes fuzzed;
+    fuzzed.add(size);
+    Input input(data, size);
+    const ReceiveStream stream = streamFromInput(input);
+
+    // Traces of every byte would take most of the time; the tests compare them.
+    ReceiveModel model(stream.lines, Logger::Warning);
+    ReceiveSubject subject(stream.lines, Logger::Warning);
+    const ReceivePlay expected(stream, model);
+    const ReceivePlay seen(stream, subject);
+    if (expected.trace() != seen.trace()) {
+        reportFinding(stream.toString() + QStringLiteral("expected:\n") + expected.trace().join(QLatin1Char('\n'))
+                      + QStringLiteral("\nbut was:\n") + seen.trace().join(QLatin1Char('\n')));
+    }
+    return 0;
+}

@@ -1,0 +1,113 @@
+// What one side builds, the other side parses back: the host's queries by the board's parser, the board's replies by
+// the host's. The first byte of the input chooses the sentence, the rest is the texts of its fields.
+#include "fuzzinput.h"
+
+#include <device/sessioninit.h>
+#include <nmea/exception.h>
+#include <nmea/parserinit.h>
+
+#include <QStringList>
+
+namespace {
+
+using JwDevice::SessionInit;
+
+/// The library's parser on the board's side of the link, with everything that a board writes.
+class BoardParser : public Nmea::ParserInit
+{
+public:
+    BoardParser()
+    {
+        m_reversed = true;
+        init();
+    }
+
+    QStringList fieldNames(int key) const { return m_formatsParse.value(key).split(m_formatSeparator); }
+
+protected:
+    QHash<QString, BuilderDelegate> initBuilderDelegates() override
+    {
+        QHash<QString, BuilderDelegate> delegates;
+        for (const QString &format : initSentenceFormatsParse()) {
+            for (const QString &name : format.split(m_formatSeparator))
+                delegates[name] = &ParserInit::buildString;
+        }
+        return delegates;
+    }
+};
+
+struct Direction
+{
+    int key;
+    bool fromBoard;
+    QStringList names;
+};
+
+SessionInit sessionFromInput(const Direction &direction, QString text)
+{
+    text.remove(QLatin1Char('*')); // fields can hold neither this nor the separator
+    const QStringList texts = text.split(QLatin1Char(','));
+    SessionInit session;
+    session.sentenceId = direction.key;
+    for (int i = 0; i < direction.names.size(); ++i) {
+        const bool isNumber = direction.fromBoard && direction.key == 1 && i > 0;
+        const QString &value = i < texts.size() ? texts[i] : QString();
+        session.fields[direction.names[i]] = isNumber ? QVariant(value.toInt()) : QVariant(value);
+    }
+    return session;
+}
+
+/// What checksum the sentence should have; from 0x80 on it is written in a form that can't be parsed.
+int checksumOf(const QString &sentence)
+{
+    int checksum = 0;
+    for (int i = 1; sentence[i] != QLatin1Char('*'); ++i)
+        checksum ^= sentence[i].unicode() <= 0xff ? sentence[i].unicode() : '?';
+    return checksum;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static FuzzedBytes fuzzed;
+    fuzzed.add(size);
+    if (size == 0)
+        return 0;
+    static BoardParser board;
+    static Nmea::ParserInit host;
+    host.init();
+    static const Direction directions[] = {{1, true, board.fieldNames(1)},
+                                           {3, true, board.fieldNames(3)},
+                                           {2, false, {QStringLiteral("subcommand")}},
+                                           {1, false, {}}};
+
+    const Direction &direction = directions[data[0] % std::size(directions)];
+    Nmea::ParserInit &builder = direction.fromBoard ? board : host;
+    Nmea::ParserInit &reader = direction.fromBoard ? host : board;
+
+    SessionInit session = sessionFromInput(direction, textFromInput(data + 1, size - 1));
+    QString sentence;
+    expect(builder.build(&session, sentence), "build() returned false");
+
+    QString message;
+    SessionInit back;
+    try {
+        expect(reader.parse(&back, sentence), "parse() returned false");
+    } catch (const Nmea::Exception &exception) {
+        message = exception.message();
+    }
+    if (sentence.size() > 74) {
+        expect(message == QLatin1String("Sentence too long"), "a sentence that is too long was not refused as such");
+    } else if (checksumOf(sentence) >= 0x80) {
+        expect(message == QLatin1String("Checksum misspelled"), "a checksum beyond ASCII was not refused as such");
+    } else {
+        expect(message.isEmpty(), "a built sentence was refused");
+        // The only field of a sentence leaves no trace when it is empty.
+        if (!direction.fromBoard && session.fields.value(QStringLiteral("subcommand")).toString().isEmpty())
+            session.fields.clear();
+        expect(back.sentenceId == session.sentenceId, "another sentence came back");
+        expect(back.fields == session.fields, "other fields came back");
+    }
+    return 0;
+}

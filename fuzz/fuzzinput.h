@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+/// Counts what a fuzzer was given and says so when the process ends; scripts/fuzz adds it up.
+class FuzzedBytes
+{
+public:
+    FuzzedBytes() = default;
+    ~FuzzedBytes() { std::fprintf(stderr, "fuzzed bytes: %zu\n", m_bytes); }
+    FuzzedBytes(const FuzzedBytes &) = delete;
+    FuzzedBytes &operator=(const FuzzedBytes &) = delete;
+
+    void add(std::size_t bytes) { m_bytes += bytes; }
+
+private:
+    std::size_t m_bytes = 0;
+};
+
+/// Each byte is the character with that Latin-1 code, so that sentences are inputs as they stand; after an escape
+/// (0x1b) two bytes are any one UTF-16 unit, lone surrogates included.
+inline QString textFromInput(const uint8_t *data, std::size_t size)
+{
+    constexpr uint8_t escape = 0x1b;
+    QString text;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (data[i] == escape && i + 2 < size) {
+            text += QChar(static_cast<ushort>(data[i + 1] << 8 | data[i + 2]));
+            i += 2;
+        } else {
+            text += QLatin1Char(static_cast<char>(data[i]));
+        }
+    }
+    return text;
+}
+
+/// Ends the run with the input as a finding.
+[[noreturn]] inline void reportFinding(const QString &what)
+{
+    std::fprintf(stderr, "%s\n", what.toUtf8().constData());
+    std::abort();
+}
+
+inline void expect(bool condition, const char *what)
+{
+    if (!condition)
+        reportFinding(QString::fromLatin1(what));
+}

@@ -1,0 +1,128 @@
+#include "processusage.h"
+
+#include <QAbstractEventDispatcher>
+#include <QDir>
+#include <QFile>
+#include <QMetaMethod>
+#include <QObject>
+#include <QSet>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define USES_SANITIZER_HEAP
+#endif
+#endif
+#if defined(USES_SANITIZER_HEAP) || defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#define SANITIZER_HEAP
+#endif
+
+// Qt's hook for tools that look at all objects of a process. It is exported, but declared in a private header only.
+extern quintptr Q_CORE_EXPORT qtHookData[];
+
+namespace {
+
+constexpr int addObjectHook = 3;
+constexpr int removeObjectHook = 4;
+
+QSet<QObject *> &livingObjects()
+{
+    static auto *const objects = new QSet<QObject *>; // never deleted: static objects report to it to the very end
+    return *objects;
+}
+
+void addObject(QObject *object)
+{
+    livingObjects().insert(object);
+}
+
+void removeObject(QObject *object)
+{
+    livingObjects().remove(object);
+}
+
+/// QObject::receivers() is for the object itself only.
+struct Receivers : QObject
+{
+    static int of(const QObject *object, const QMetaMethod &signal)
+    {
+        const QByteArray name = QByteArray::number(QSIGNAL_CODE) + signal.methodSignature();
+        return (object->*&Receivers::receivers)(name.constData());
+    }
+};
+
+int connectionsOf(const QObject *object)
+{
+    int connections = 0;
+    const QMetaObject *const meta = object->metaObject();
+    for (int i = 0; i < meta->methodCount(); ++i) {
+        if (meta->method(i).methodType() == QMetaMethod::Signal)
+            connections += Receivers::of(object, meta->method(i));
+    }
+    return connections;
+}
+
+qint64 allocatedBytes()
+{
+#ifdef SANITIZER_HEAP
+    return static_cast<qint64>(__sanitizer_get_current_allocated_bytes());
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<qint64>(info.uordblks + info.hblkhd);
+#endif
+}
+
+qint64 residentMemory()
+{
+    QFile file(QStringLiteral("/proc/self/statm"));
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+} // namespace
+
+void ProcessUsage::watchObjects()
+{
+    qtHookData[addObjectHook] = reinterpret_cast<quintptr>(&addObject);
+    qtHookData[removeObjectHook] = reinterpret_cast<quintptr>(&removeObject);
+}
+
+ProcessUsage ProcessUsage::now()
+{
+    ProcessUsage usage = {allocatedBytes(), residentMemory(), 0, livingObjects().size(), 0, 0};
+    usage.descriptors = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files).size();
+    const QList<QObject *> objects = livingObjects().values();
+    for (QObject *object : objects) {
+        usage.connections += connectionsOf(object);
+        usage.timers += QAbstractEventDispatcher::instance()->registeredTimers(object).size();
+    }
+    return usage;
+}
+
+QString ProcessUsage::tableHead()
+{
+    return QStringLiteral("%1 %2 %3 %4 %5 %6 %7")
+        .arg(QString(), -26)
+        .arg(QStringLiteral("heap bytes"), 12)
+        .arg(QStringLiteral("RSS bytes"), 12)
+        .arg(QStringLiteral("descriptors"), 12)
+        .arg(QStringLiteral("objects"), 8)
+        .arg(QStringLiteral("connections"), 12)
+        .arg(QStringLiteral("timers"), 7);
+}
+
+QString ProcessUsage::tableRow(const QString &title) const
+{
+    return QStringLiteral("%1 %2 %3 %4 %5 %6 %7")
+        .arg(title, -26)
+        .arg(heapBytes, 12)
+        .arg(residentBytes, 12)
+        .arg(descriptors, 12)
+        .arg(objects, 8)
+        .arg(connections, 12)
+        .arg(timers, 7);
+}

@@ -1,0 +1,156 @@
+#pragma once
+
+#include "receivestream.h"
+
+#include <logger/logger.h>
+
+#include <algorithm>
+#include <deque>
+#include <string>
+#include <vector>
+
+/// The receiving half of some Communicators in its shortest form: bytes in one std::string, cut and stored by the rules
+/// alone. It shares no code with the library.
+class ReceiveModel : public ReceiveLines
+{
+public:
+    explicit ReceiveModel(int lines, Logger::Level level = Logger::Trace)
+        : m_level(level)
+        , m_lines(static_cast<size_t>(lines))
+    {
+    }
+
+    void queue(int line, const ReceiveRead &read) override { at(line).reads.push_back(read); }
+
+    void announce(int line) override
+    {
+        log(Logger::Trace, "", QStringLiteral("IO Data Ready"));
+        while (!at(line).reads.empty()) {
+            std::string chunk;
+            if (readDevice(line, chunk) >= 1)
+                append(chunk);
+            for (std::string payload = cut(); !payload.empty(); payload = cut())
+                keep(line, payload);
+        }
+    }
+
+    bool take(int line, uint id, QString &payload) override
+    {
+        QMap<uint, QString> &store = at(line).store;
+        if (store.isEmpty()) {
+            log(Logger::Trace, "", QStringLiteral("Rx buffer is empty"));
+            return false;
+        }
+        if (id == 0)
+            id = store.firstKey();
+        if (!store.contains(id)) {
+            log(Logger::Warning, "", QStringLiteral("Requested payload not found"));
+            return false;
+        }
+        payload = store.take(id);
+        return true;
+    }
+
+    QMap<uint, QString> store(int line) const override { return m_lines[static_cast<size_t>(line)].store; }
+
+    QStringList takeLogLines() override
+    {
+        QStringList taken;
+        taken.swap(m_log);
+        return taken;
+    }
+
+    /// How much the shared buffer holds; a generator of streams aims at its limit.
+    int buffered() const { return static_cast<int>(m_buffer.size()); }
+
+private:
+    static constexpr int readSize = 100;
+    static constexpr size_t longestBuffer = 500;
+    static constexpr size_t truncatedBy = 450;
+    static constexpr int storeLimit = 5;
+
+    struct Line
+    {
+        std::deque<ReceiveRead> reads;
+        QMap<uint, QString> store;
+        uint lastId = 1;
+    };
+
+    Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }
+
+    int readDevice(int line, std::string &chunk)
+    {
+        std::deque<ReceiveRead> &reads = at(line).reads;
+        ReceiveRead &read = reads.front();
+        if (read.bytes.isEmpty()) {
+            const int result = read.result;
+            reads.pop_front();
+            return result;
+        }
+        chunk = read.bytes.left(readSize).toStdString();
+        read.bytes.remove(0, readSize);
+        if (read.bytes.isEmpty())
+            reads.pop_front();
+        return static_cast<int>(chunk.size());
+    }
+
+    void append(std::string chunk)
+    {
+        chunk.resize(std::min(chunk.find('\0'), chunk.size()));
+        m_buffer += chunk;
+        if (m_buffer.size() > longestBuffer) {
+            log(Logger::Warning, "", QStringLiteral("Payload input buffer too large - truncating ..."));
+            m_buffer.erase(0, truncatedBy);
+        }
+        logTraffic("RawCommunication", chunk);
+    }
+
+    std::string cut()
+    {
+        const size_t start = m_buffer.find_first_of("$!");
+        const size_t lineEnd = start == std::string::npos ? start : m_buffer.find("\r\n", start);
+        if (lineEnd == std::string::npos)
+            return std::string();
+        std::string payload = m_buffer.substr(start, lineEnd + 2 - start);
+        m_buffer.erase(0, lineEnd + 2);
+        const size_t lastDollar = payload.rfind('$');
+        if (lastDollar != std::string::npos)
+            payload.erase(0, lastDollar);
+        return payload;
+    }
+
+    void keep(int line, const std::string &payload)
+    {
+        const uint id = ++at(line).lastId;
+        QMap<uint, QString> &store = at(line).store;
+        if (store.size() > storeLimit)
+            store.erase(store.begin());
+        store[id] = QString::fromLatin1(payload.data(), static_cast<int>(payload.size()));
+        logTraffic("Communication", payload);
+        payloadReceived(line, id);
+        anythingReceived(line);
+    }
+
+    void logTraffic(const char *category, const std::string &bytes)
+    {
+        if (m_level > Logger::Trace)
+            return;
+        QString text;
+        QDebug(&text) << " <- " << QString::fromLatin1(bytes.data(), static_cast<int>(bytes.size())).trimmed();
+        text.chop(1); // QDebug's blank after the last item
+        log(Logger::Trace, category, text);
+    }
+
+    void log(Logger::Level level, const char *category, const QString &text)
+    {
+        if (level >= m_level) {
+            m_log += QStringLiteral("%1 [%2] communicator.cpp %3")
+                         .arg(QString::number(level), QString::fromLatin1(category), text);
+        }
+    }
+
+    const Logger::Level m_level;
+    std::vector<Line> m_lines;
+    std::string m_buffer;
+    QStringList m_log;
+};

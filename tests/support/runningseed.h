@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <csignal>
+#include <unistd.h>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) && !defined(__SANITIZE_ADDRESS__)
+#define __SANITIZE_ADDRESS__
+#endif
+#endif
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/common_interface_defs.h>
+#endif
+
+/// The seed of what runs now. After reportSeedOnCrash() a crash or a sanitizer's report tells it, which by itself says
+/// nothing of what led to it.
+inline quint32 runningSeed = 0;
+
+inline void writeRunningSeed()
+{
+    char text[] = "in the run of seed ..........\n"; // nothing may be allocated here
+    char *digit = text + sizeof text - 2;
+    quint32 seed = runningSeed;
+    for (int i = 0; i < 10; ++i, seed /= 10)
+        *--digit = static_cast<char>('0' + seed % 10);
+    if (::write(STDERR_FILENO, text, sizeof text - 1) < 0)
+        return;
+}
+
+inline void reportSeedOnCrash()
+{
+#ifdef __SANITIZE_ADDRESS__
+    __sanitizer_set_death_callback(&writeRunningSeed);
+#else
+    for (const int crash : {SIGSEGV, SIGABRT, SIGFPE, SIGBUS}) {
+        ::signal(crash, [](int number) {
+            writeRunningSeed();
+            ::signal(number, SIG_DFL);
+            ::raise(number);
+        });
+    }
+#endif
+}
