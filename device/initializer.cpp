@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace JwDevice {
 
@@ -55,6 +56,18 @@ Type recognise(const SessionInit &reply)
 
 } // namespace
 
+/// Objects that were in the middle of their signals when the Initializer was deleted. They must last until the
+/// outermost of our slots returns: deleteLater() alone lets an event loop that a receiver runs delete them.
+struct Initializer::Trash
+{
+    ~Trash()
+    {
+        for (QObject *object : objects)
+            object->deleteLater();
+    }
+    std::vector<QObject *> objects;
+};
+
 Initializer::Initializer(QObject *parent)
     : QObject(parent)
     , m_readMapper(new QSignalMapper(this))
@@ -64,7 +77,7 @@ Initializer::Initializer(QObject *parent)
     , m_retries(0)
     , m_maxRetries(3)
     , m_decided(false)
-    , m_slotDepth(0)
+    , m_trash(std::make_shared<Trash>())
 {
     connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
@@ -77,10 +90,10 @@ Initializer::Initializer(QObject *parent)
 Initializer::~Initializer()
 {
     // Deleted by a receiver of deviceNotFound(): a mapper, a timer, perhaps a port are in the middle of their signals.
-    const auto dispose = [inSlot = m_slotDepth > 0](QObject *object) {
+    const auto dispose = [this, inSlot = m_trash.use_count() > 1](QObject *object) {
         if (inSlot) {
             object->setParent(nullptr);
-            object->deleteLater();
+            m_trash->objects.push_back(object);
         } else {
             delete object;
         }
@@ -104,7 +117,9 @@ Initializer::~Initializer()
                 port->close();
             dispose(port);
         }
-        dispose(comm);
+        // At once, for it would go on to take what the shared buffer still holds; the mapper must not hear of it.
+        comm->disconnect();
+        delete comm;
     }
     m_commTypes.clear();
     m_commTimers.clear();
@@ -250,7 +265,7 @@ void Initializer::boardReadyRead(QObject *object)
 
     const QPointer<Initializer> self(this);
     const QPointer<Communicator> alive(comm); // a receiver of the hand-over may delete it
-    ++m_slotDepth;
+    const auto trash = m_trash;
     bool found = false;
     QString payload;
     // The read comes first: a payload stored behind the one that was handed over is taken out and dropped.
@@ -278,7 +293,6 @@ void Initializer::boardReadyRead(QObject *object)
             return;
         found = true;
     }
-    --m_slotDepth;
 }
 
 void Initializer::readTimeout(QObject *object)
@@ -288,11 +302,8 @@ void Initializer::readTimeout(QObject *object)
         return;
     LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << portName(comm);
 
-    const QPointer<Initializer> self(this);
-    ++m_slotDepth;
+    const auto trash = m_trash;
     setCommStatus(comm, Unknown);
-    if (self)
-        --m_slotDepth;
 }
 
 void Initializer::setCommStatus(Communicator *comm, Type type)

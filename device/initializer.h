@@ -10,6 +10,8 @@
 #include <QSerialPortInfo>
 #include <QString>
 
+#include <memory>
+
 class QSerialPort;
 class QSignalMapper;
 class QTimer;
@@ -106,6 +108,8 @@ public Q_SLOTS: // for the signals of ports and timers, not for applications
     void probeStage2();
 
 private:
+    struct Trash;
+
     JwDevice::Communicator *createCommunicator(QSerialPort *port);
     QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JwDevice::Communicator *isCommunicator(QObject *object) const;
@@ -126,7 +130,7 @@ private:
     uint m_retries;
     uint m_maxRetries;
     bool m_decided; // the outcome of the last decision is under way; no status opens the question again
-    int m_slotDepth; // how many of our slots are on the stack
+    std::shared_ptr<Trash> m_trash; // also held by each of our slots that is on the stack
 };
 
 } // namespace JwDevice

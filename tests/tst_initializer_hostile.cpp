@@ -6,6 +6,7 @@
 
 #include <QBuffer>
 #include <QEventLoop>
+#include <QSignalMapper>
 #include <QTest>
 #include <QTimer>
 
@@ -491,15 +492,26 @@ private Q_SLOTS:
         ProbeBench bench;
         Board *const board = bench.attach("BoardA,replies=2");
         bench.attach("silent");
+        QVector<QPointer<QSignalMapper>> mappers;
+        for (QSignalMapper *mapper : bench.initializer->findChildren<QSignalMapper *>())
+            mappers.append(mapper);
+        QCOMPARE(mappers.size(), 2);
+        const auto areAlive = [&mappers] { return mappers[0] && mappers[1]; };
         bool left = false;
+        bool aliveInTheLoop = false;
         onInitialized(bench, [&](Communicator *) {
             QTimer::singleShot(0, bench.initializer, [&bench] { delete bench.initializer; });
             QVERIFY(nest([&bench] { return !bench.initializer; }));
+            int turns = 0;
+            QVERIFY(nest([&turns] { return ++turns > 3; }));
+            aliveInTheLoop = areAlive(); // one of them is in the middle of its signal
             left = true;
         });
         bench.probe({JwDevice::BoardA, JwDevice::BoardB});
         QTRY_VERIFY(left);
+        QVERIFY(aliveInTheLoop);
         settle();
+        QVERIFY(!mappers[0] && !mappers[1]);
         QCOMPARE(bench.decisions(), QStringList{foundA});
         QVERIFY(bench.handOver(board).port->isOpen());
     }
