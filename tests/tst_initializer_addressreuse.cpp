@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <QTest>
 #include <QTimer>
@@ -8,16 +9,6 @@ using JwDevice::Communicator;
 using JwDevice::Initializer;
 using JwDevice::Type;
 using JwSimulator::Board;
-
-namespace {
-
-const QString foundA = QStringLiteral("deviceInitialized BoardA");
-const QString foundB = QStringLiteral("deviceInitialized BoardB");
-const QString missingA = QStringLiteral("deviceNotFound BoardA");
-const QString retry = QStringLiteral("Retry probing");
-const QString over = QStringLiteral("Disconnect from signals");
-
-} // namespace
 
 /// A probe that is not over, whose one board was handed over and given back; and a second probe on the same
 /// Initializer, whose Communicator for the same port stands at the address of the former one.

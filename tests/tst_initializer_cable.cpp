@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <QAbstractEventDispatcher>
 #include <QTest>
@@ -11,11 +12,6 @@ using JwDevice::Type;
 using JwSimulator::Board;
 
 namespace {
-
-const QString foundA = QStringLiteral("deviceInitialized BoardA");
-const QString missingA = QStringLiteral("deviceNotFound BoardA");
-const QString retry = QStringLiteral("Retry probing");
-const QString over = QStringLiteral("Disconnect from signals");
 
 /// Counts the errors that one port reports.
 class ErrorCount

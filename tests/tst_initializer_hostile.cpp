@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <device/sessioninit.h>
 #include <nmea/parserinit.h>
@@ -17,15 +18,6 @@ using JwSimulator::Board;
 using JwSimulator::frameSentence;
 
 namespace {
-
-const QString foundA = QStringLiteral("deviceInitialized BoardA");
-const QString foundB = QStringLiteral("deviceInitialized BoardB");
-const QString missingA = QStringLiteral("deviceNotFound BoardA");
-const QString missingB = QStringLiteral("deviceNotFound BoardB");
-const QString missingC = QStringLiteral("deviceNotFound BoardC");
-const QString retry = QStringLiteral("Retry probing");
-const QString over = QStringLiteral("Disconnect from signals");
-const QString deleted = QStringLiteral("*** Initializer deleted ***");
 
 /// An event loop within whatever is running, as a dialog has one, until `done`. False when that does not come.
 bool nest(const std::function<bool()> &done)

@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <QSignalMapper>
 #include <QTest>
@@ -11,8 +12,6 @@ using JwDevice::Type;
 using JwSimulator::Board;
 
 namespace {
-
-const QString deletedText = QStringLiteral("*** Initializer deleted ***");
 
 /// Whether somebody else can have the port now.
 bool isFree(const Board *board)
@@ -42,7 +41,7 @@ void deleteAndCheckTheLog(ProbeBench &bench)
 {
     const QStringList before = bench.timeline;
     delete bench.initializer;
-    QCOMPARE(bench.timeline, before + QStringList{deletedText}); // and no signal
+    QCOMPARE(bench.timeline, before + QStringList{deleted}); // and no signal
     settle();
     QCOMPARE(bench.timeline.size(), before.size() + 1);
 }
@@ -75,7 +74,7 @@ private Q_SLOTS:
         QCOMPARE(initializer->parent(), parent);
         delete parent;
         QVERIFY(!initializer);
-        QCOMPARE(log.sink->withText(deletedText).size(), 1);
+        QCOMPARE(log.sink->withText(deleted).size(), 1);
     }
 
     void deletionIsLoggedAsATrace()
@@ -84,7 +83,7 @@ private Q_SLOTS:
         delete new Initializer;
         QCOMPARE(log.sink->records.size(), 1);
         const LogRecord record = log.sink->records.first();
-        QCOMPARE(record.text, deletedText);
+        QCOMPARE(record.text, deleted);
         QCOMPARE(record.level, Logger::Trace);
         QCOMPARE(record.category, QByteArray());
         QCOMPARE(record.file, QByteArray("initializer.cpp"));

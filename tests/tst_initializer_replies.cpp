@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <device/sessioninit.h>
 
@@ -14,14 +15,6 @@ using JwSimulator::Board;
 using JwSimulator::frameSentence;
 
 namespace {
-
-const QString foundA = QStringLiteral("deviceInitialized BoardA");
-const QString foundB = QStringLiteral("deviceInitialized BoardB");
-const QString foundC = QStringLiteral("deviceInitialized BoardC");
-const QString missingA = QStringLiteral("deviceNotFound BoardA");
-const QString missingB = QStringLiteral("deviceNotFound BoardB");
-const QString retry = QStringLiteral("Retry probing");
-const QString over = QStringLiteral("Disconnect from signals");
 
 const TypeList allTypes = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 

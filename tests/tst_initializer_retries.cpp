@@ -1,5 +1,6 @@
 #include "support/probebench.h"
 #include "support/simulatedportsmain.h"
+#include "support/timelinetexts.h"
 
 #include <QTest>
 #include <QTimer>
@@ -12,13 +13,6 @@ using JwDevice::Type;
 using JwSimulator::Board;
 
 namespace {
-
-const QString foundA = QStringLiteral("deviceInitialized BoardA");
-const QString foundB = QStringLiteral("deviceInitialized BoardB");
-const QString missingA = QStringLiteral("deviceNotFound BoardA");
-const QString missingB = QStringLiteral("deviceNotFound BoardB");
-const QString retry = QStringLiteral("Retry probing");
-const QString over = QStringLiteral("Disconnect from signals");
 
 const TypeList boardA = {JwDevice::BoardA};
 
