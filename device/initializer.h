@@ -47,7 +47,8 @@ class SessionInit;
  * long as it stays, a missing type is neither asked for again nor reported. An application that can't wait sets a timer
  * of its own and deletes the Initializer.
  *
- * A port that fails while it is probed (the cable was pulled) is closed and counts as silent.
+ * A port that fails while it is probed (the cable was pulled) is closed. If it was still awaited it times out as a
+ * silent port does; if it had answered as above, the probe stays open.
  *
  * Everything happens in the thread that owns the Initializer, driven by its event loop. Receivers of its signals may do
  * as they like, also run an event loop of their own. A receiver of deviceInitialized() must not delete the Initializer:
@@ -75,7 +76,8 @@ public:
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
     /// Sets how many times ports are asked again while a wanted type is missing (3 at start); the count runs over the
-    /// life of the Initializer. Takes effect at the next decision. Returns the previous value.
+    /// life of the Initializer. Takes effect at the next decision; once deviceNotFound() came, no further round begins.
+    /// Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
     /// Writes the queries for the wanted types to `comm`, which must have a device. A failed write is not seen here.

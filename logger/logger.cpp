@@ -2,7 +2,7 @@
 
 #include <spdlog/details/log_msg.h>
 #include <spdlog/sinks/sink.h>
-#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/sinks/stdout_sinks.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -65,7 +65,7 @@ Logger::Logger()
     : d(std::make_unique<Private>())
     , m_lowestLevel(Warning)
 {
-    addSink(std::make_shared<spdlog::sinks::stderr_color_sink_mt>());
+    addSink(std::make_shared<spdlog::sinks::stderr_sink_mt>());
 }
 
 Logger::~Logger() = default;

@@ -36,8 +36,7 @@ namespace Nmea {
  * keeps what was stored before the fault; the parser itself never changes. What a delegate throws passes through.
  * Before init() nothing can be parsed ("Undefined sentence ID: %1") or built ("No formatter found").
  *
- * A parser is used by one thread only. It has
- * no virtual destructor: don't delete one through a pointer to this class.
+ * A parser is used by one thread only. It has no virtual destructor: don't delete one through a pointer to this class.
  *
  * \tparam Session the record that the delegates fill and read
  */

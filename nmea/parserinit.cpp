@@ -56,9 +56,11 @@ QHash<int, QString> ParserInit::initSentenceIdentifiers()
 QHash<int, QString> ParserInit::initSentenceFormatsParse()
 {
     return {
-        // $PJWVER,<hwversion>,<v1>,<v2>,<v3>*hh
+        //         1       2 3 4
+        // $PJWVER,7300021,1,4,0*0e
         {Version, QStringLiteral("hwversion,v1,v2,v3")},
-        // $PTJWRD,<subcommand>,<name>,<devtype>,<boardid>,<rev>,<version>,<hwversion>,<appmode>*hh
+        //         1   2    3 4  5 6    7       8
+        // $PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1*5e
         {InformationReply, QStringLiteral("subcommand,name,devtype,boardid,rev,version,hwversion,appmode")},
     };
 }
@@ -68,7 +70,8 @@ QHash<int, QString> ParserInit::initSentenceFormatsBuild()
     return {
         // $PJWVER*0c
         {Version, QString()},
-        // $PTJWWR,<subcommand>*hh
+        //         1
+        // $PTJWWR,INF*71
         {InformationRequest, QStringLiteral("subcommand")},
     };
 }

@@ -51,7 +51,8 @@ struct BoardConfig
     quint16 vendor = 0x0483;
     quint16 product = 0x5740;
     QString serial; ///< USB serial number; null = one that no other board of the testbed has
-    QString port; ///< port name without folder; null = the first free of ttyACM0, ttyACM1, ...
+    QString port; ///< port name without folder; null = the first of ttyACM0, ttyACM1, ... that is neither another
+                  ///< board's nor locked
     int interval = 100; ///< milliseconds between what Babble and Other send
     uint seed = 1; ///< of everything random; the same seed gives the same bytes
 

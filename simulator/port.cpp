@@ -83,6 +83,12 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
 
 } // namespace
 
+bool isLocked(const QString &portName)
+{
+    const std::unique_ptr<QLockFile> lock = portLock(portName); // what it locks here it gives up at once
+    return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
+}
+
 Descriptor::~Descriptor()
 {
     if (m_number >= 0)

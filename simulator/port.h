@@ -12,6 +12,9 @@ typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
+/** Whether a living program holds the lock file by which QSerialPort keeps others off a port of this name. */
+bool isLocked(const QString &portName);
+
 /** A file descriptor that is closed with its owner. */
 class Descriptor
 {

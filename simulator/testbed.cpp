@@ -91,8 +91,12 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
-        if (config.port.isEmpty())
-            config.port = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
+        while (config.port.isEmpty()) {
+            const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
+            ports.insert(name);
+            if (!isLocked(name)) // else a real port, or another simulation, goes by this name
+                config.port = name;
+        }
         if (config.serial.isNull())
             config.serial = d->freeName(serials, QStringLiteral("SIM%1"), index + 1);
         ports.insert(config.port);

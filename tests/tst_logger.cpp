@@ -194,6 +194,7 @@ private Q_SLOTS:
     void removedSinkGetsNoMore();
     void clearedSinksGetNoMore();
     void nullSinkIsIgnored();
+    void loggerLetsGoOfItsSinksAtItsEnd();
     void sinksOfSpdlogFormatTheRecord();
 
     void sinkSeesTheLevel_data();
@@ -449,6 +450,19 @@ void TestLogger::nullSinkIsIgnored()
     QCOMPARE(capture.sink->records.size(), 1);
 }
 
+void TestLogger::loggerLetsGoOfItsSinksAtItsEnd()
+{
+    const auto sink = std::make_shared<RecordSink>();
+    {
+        Logger logger;
+        logger.clearSinks();
+        logger.addSink(sink);
+        CuteMessageLogger(&logger, Logger::Warning, "file", 1, "f").write("text");
+    }
+    QCOMPARE(sink->records.size(), 1);
+    QCOMPARE(sink.use_count(), 1L);
+}
+
 void TestLogger::sinksOfSpdlogFormatTheRecord()
 {
     const LogCapture capture;
@@ -505,6 +519,7 @@ void TestLogger::sinkSeesTheBareFileName_data()
     QTest::newRow("relative") << QByteArray("../device/communicator.cpp") << QByteArray("communicator.cpp");
     QTest::newRow("backslashes") << QByteArray("C:\\device\\communicator.cpp") << QByteArray("communicator.cpp");
     QTest::newRow("empty") << QByteArray("") << QByteArray("");
+    QTest::newRow("none") << QByteArray() << QByteArray("");
 }
 
 void TestLogger::sinkSeesTheBareFileName()
@@ -512,7 +527,7 @@ void TestLogger::sinkSeesTheBareFileName()
     QFETCH(QByteArray, file);
     QFETCH(QByteArray, name);
     const LogCapture capture;
-    CuteMessageLogger(loggerInstance(), Logger::Info, file.constData(), 1, "f").write("text");
+    CuteMessageLogger(loggerInstance(), Logger::Info, file.isNull() ? nullptr : file.constData(), 1, "f").write("text");
     QCOMPARE(capture.sink->records.size(), 1);
     QCOMPARE(capture.sink->records[0].file, name);
 }

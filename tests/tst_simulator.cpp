@@ -407,7 +407,11 @@ void TestSimulator::freeNamesAvoidTheGivenOnes()
     const auto boards = m_testbed->boards();
     for (const Board *board : boards)
         names.append(board->portName());
-    QCOMPARE(names, (QStringList{QStringLiteral("ttyACM0"), QStringLiteral("ttyACM2"), QStringLiteral("ttyACM1")}));
+    QCOMPARE(names.size(), 3);
+    QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), 3);
+    QCOMPARE(names[2], named.port);
+    for (const QString &name : qAsConst(names))
+        QVERIFY2(name.startsWith(QLatin1String("ttyACM")), qPrintable(name));
 }
 
 void TestSimulator::serialNumbersAreDistinct()

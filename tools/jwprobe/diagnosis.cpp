@@ -77,12 +77,6 @@ Diagnosis diagnoseUnreadable(const PortIdentity &port, const Reply &reply)
 
 Diagnosis diagnoseSilence(const PortIdentity &port, const PortRecord &record)
 {
-    if (!QFile::exists(port.location)) {
-        return {port,
-                QStringLiteral("unplugged"),
-                QStringLiteral("its cable was pulled during the search"),
-                {QStringLiteral("Plug it in again and run jwprobe again.")}};
-    }
     if (record.timeouts == 0)
         return {port, QStringLiteral("unheard"), QStringLiteral("no answer before the search ended"), {}};
     const QString rounds =
@@ -103,6 +97,12 @@ Diagnosis diagnose(const PortIdentity &port, const PortRecord &record, const QLi
 {
     if (!record.opened)
         return diagnoseClosed(port, record);
+    if (!QFile::exists(port.location)) {
+        return {port,
+                QStringLiteral("unplugged"),
+                QStringLiteral("its cable was pulled during the search"),
+                {QStringLiteral("Plug it in again and run jwprobe again.")}};
+    }
     QList<Reply> answers;
     Reply unreadable;
     for (const QString &payload : record.payloads) {

@@ -11,6 +11,7 @@
 #include <logger/logger.h>
 
 #include <QSerialPort>
+#include <QSerialPortInfo>
 
 #include <algorithm>
 
@@ -109,7 +110,8 @@ SearchResult Finder::result() const
 PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
-    return *std::find_if(m_ports.begin(), m_ports.end(), hasName);
+    const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
+    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // plugged in a moment ago
 }
 
 void Finder::closeOthers()

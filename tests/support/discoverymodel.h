@@ -1,0 +1,98 @@
+#pragma once
+
+#include "discoveryplay.h"
+
+#include <QMap>
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+/// Discovery in its shortest form, by its rules alone: ports, statuses, retries, emissions and log lines. It shares no
+/// code with the library, and knows the order of events that VirtualClock keeps.
+class DiscoveryModel : public DiscoveryPlay
+{
+public:
+    /// `reused` says for each Communicator made, in its order, which earlier one had the same address (-1: none), which
+    /// no rule can tell.
+    DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused);
+    ~DiscoveryModel() override;
+
+protected:
+    bool hasInitializer() const override { return !m_gone; }
+    bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) override;
+    void send(int port, const QByteArray &bytes) override;
+    void pull(int port) override;
+    void hold(int port, bool held) override;
+    uint setMaxRetries(uint retries) override;
+    void deleteInitializer() override;
+    void deleteInitializerLater() override;
+    bool wait(int milliseconds) override;
+    QStringList states() const override;
+    QByteArray takeReceived(int port) override;
+
+    bool isAlive(int handOver) const override;
+    bool readPayload(int handOver, QString &payload) override;
+    void write(int handOver) override;
+    void deleteNow(int handOver) override;
+    void deleteLater(int handOver) override;
+    void unbind(int handOver) override;
+    void rebind(int handOver) override;
+
+private:
+    struct Line; // a board, its cable, and what is under way on it
+    struct Comm;
+    struct Reply
+    {
+        QString error;
+        JwDevice::Type type = JwDevice::Unknown;
+    };
+    /// What is deleted as soon as the event that is being handled returns to its event loop.
+    struct Frame
+    {
+        std::vector<Comm *> comms;
+        std::vector<Comm *> ports;
+        bool deleteInitializer = false;
+    };
+
+    void log(int level, const QString &text);
+    void secondStage();
+    void startTimer(Comm *comm);
+    void query(Comm *comm);
+    void writePayload(Comm *comm, const QByteArray &payload);
+    void settle();
+    void handle(const std::function<void()> &event);
+    void deliver(Comm *port);
+    void readDevice(Comm *comm);
+    QByteArray cut();
+    void keep(Comm *comm, const QByteArray &payload);
+    bool takeLowest(Comm *comm, QString &payload);
+    static Reply parse(const QString &payload);
+    void boardReadyRead(Comm *comm);
+    void readTimeout(Comm *comm);
+    void setStatus(Comm *comm, JwDevice::Type type);
+    bool isHeld(JwDevice::Type type) const;
+    void decideIfComplete();
+    void decide();
+    void retry();
+    void closePort(Comm *comm);
+
+    std::vector<Line> m_lines;
+    std::vector<std::unique_ptr<Comm>> m_comms; // in the order of opening
+    std::vector<Comm *> m_handOvers;
+    std::deque<Frame> m_frames;
+    const QVector<int> m_reused;
+    QByteArray m_buffer; // which all Communicators share
+    QList<JwDevice::Type> m_types;
+    QVector<QPair<int, QString>> m_candidates; // line (-1: none) and name
+    qint64 m_now = 0;
+    qint64 m_secondStageDue = -1;
+    uint m_retries = 0;
+    uint m_maxRetries = 3;
+    bool m_listening = true;
+    bool m_decided = false; // what came of the last decision is under way
+    bool m_decisionPosted = false;
+    bool m_goesLater = false;
+    bool m_gone = false;
+};

@@ -1,0 +1,177 @@
+#include "discoveryplay.h"
+
+using Step = DiscoverySchedule::Step;
+using OnInitialized = DiscoverySchedule::OnInitialized;
+using OnNotFound = DiscoverySchedule::OnNotFound;
+
+namespace {
+
+constexpr int mostSent = 4000; // by one board
+
+QString nameOf(JwDevice::Type type)
+{
+    static const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
+    return QLatin1String(names[type]);
+}
+
+} // namespace
+
+const QStringList &DiscoveryPlay::run()
+{
+    takeSteps(m_schedule.steps.size());
+    note(QStringLiteral("step: the end"));
+    if (hasInitializer())
+        deleteInitializer();
+    settle();
+    for (int handOver = 0; handOver < m_handOvers; ++handOver)
+        readAll(handOver);
+    return m_trace;
+}
+
+void DiscoveryPlay::takeSteps(int most)
+{
+    for (; most > 0 && m_nextStep < m_schedule.steps.size(); --most) {
+        note(QStringLiteral("step %1").arg(m_nextStep));
+        take(m_schedule.steps[m_nextStep++]);
+    }
+}
+
+void DiscoveryPlay::take(const Step &step)
+{
+    const bool hasPort = step.port < m_schedule.ports;
+    switch (step.action) {
+    case Step::Probe:
+        if (hasInitializer() && m_depth == 0)
+            note(QStringLiteral("probe returns %1").arg(probe(step.types, step.number, step.ports)));
+        break;
+    case Step::Wait:
+        settle(step.number);
+        return;
+    case Step::Send:
+    case Step::SendWithNext:
+        if (hasPort && takeFromLimit(step.port, step.bytes))
+            send(step.port, step.bytes);
+        if (step.action == Step::SendWithNext)
+            return;
+        break;
+    case Step::Pull:
+        settle(); // a pull discards what was not read
+        if (hasPort)
+            pull(step.port);
+        break;
+    case Step::Hold:
+    case Step::Release:
+        if (hasPort && hasInitializer())
+            hold(step.port, step.action == Step::Hold);
+        break;
+    case Step::SetMaxRetries:
+        if (hasInitializer()) {
+            m_maxRetries = static_cast<uint>(step.number);
+            note(QStringLiteral("setMaxRetries returns %1").arg(setMaxRetries(m_maxRetries)));
+        }
+        break;
+    case Step::Destroy:
+        if (hasInitializer() && m_depth == 0)
+            deleteInitializer();
+        break;
+    }
+    settle();
+}
+
+void DiscoveryPlay::settle(int milliseconds)
+{
+    if (!wait(milliseconds))
+        note(QStringLiteral("does not come to rest"));
+    for (const QString &state : states())
+        note(state);
+    for (int port = 0; port < m_schedule.ports; ++port) {
+        const QByteArray received = takeReceived(port);
+        if (!received.isEmpty())
+            note(QStringLiteral("board %1 received %2")
+                     .arg(port)
+                     .arg(QString::fromLatin1(received.toPercentEncoding("$,*"))));
+    }
+}
+
+void DiscoveryPlay::nest(int steps)
+{
+    if (steps == 0)
+        return;
+    ++m_depth;
+    note(QStringLiteral("nested"));
+    takeSteps(steps);
+    note(QStringLiteral("end of nested"));
+    --m_depth;
+}
+
+void DiscoveryPlay::noteLog(int level, const char *category, const char *file, const QString &text)
+{
+    note(QStringLiteral("%1 [%2] %3 %4")
+             .arg(QString::number(level), QLatin1String(category), QLatin1String(file), text));
+}
+
+void DiscoveryPlay::deviceInitialized(JwDevice::Type type, const QString &port)
+{
+    const int handOver = m_handOvers++;
+    note(QStringLiteral("deviceInitialized %1 %2").arg(nameOf(type), port));
+    const OnInitialized reaction = m_schedule.onInitialized.value(handOver);
+    switch (reaction.action) {
+    case OnInitialized::Read:
+        readAll(handOver);
+        break;
+    case OnInitialized::Write:
+        write(handOver);
+        break;
+    case OnInitialized::Delete:
+        deleteNow(handOver);
+        break;
+    case OnInitialized::DeleteLater:
+        deleteLater(handOver);
+        break;
+    case OnInitialized::Unbind:
+        unbind(handOver);
+        break;
+    case OnInitialized::Rebind:
+        rebind(handOver);
+        break;
+    case OnInitialized::DeleteInitializerLater:
+        deleteInitializerLater();
+        break;
+    default:
+        break;
+    }
+    nest(reaction.nestedSteps);
+    note(QStringLiteral("receiver returns"));
+}
+
+void DiscoveryPlay::deviceNotFound(JwDevice::Type type)
+{
+    note(QStringLiteral("deviceNotFound %1").arg(nameOf(type)));
+    const OnNotFound reaction = m_schedule.onNotFound.value(m_notFound++);
+    nest(reaction.nestedSteps);
+    if (hasInitializer() && reaction.action == OnNotFound::RaiseMaxRetries)
+        setMaxRetries(++m_maxRetries);
+    else if (hasInitializer() && reaction.action == OnNotFound::DeleteInitializer)
+        deleteInitializer();
+    note(QStringLiteral("receiver returns"));
+}
+
+QByteArray DiscoveryPlay::nextAnswer(int port)
+{
+    const QByteArray answer = m_schedule.answers.value(port).value(m_answered[port]++);
+    return takeFromLimit(port, answer) ? answer : QByteArray();
+}
+
+/// Of a line that nobody reads the kernel keeps only so much.
+bool DiscoveryPlay::takeFromLimit(int port, const QByteArray &bytes)
+{
+    m_sent[port] += bytes.size();
+    return m_sent[port] <= mostSent;
+}
+
+void DiscoveryPlay::readAll(int handOver)
+{
+    QString payload;
+    while (isAlive(handOver) && readPayload(handOver, payload))
+        note(QStringLiteral("application reads %1").arg(payload.trimmed()));
+}

@@ -1,0 +1,422 @@
+#include "discoveryschedule.h"
+
+#include "shrink.h"
+
+#include <simulator/wire.h>
+
+#include <QDebug>
+#include <QRandomGenerator>
+#include <QStringList>
+
+#include <unistd.h>
+
+using Step = DiscoverySchedule::Step;
+using OnInitialized = DiscoverySchedule::OnInitialized;
+using OnNotFound = DiscoverySchedule::OnNotFound;
+using JwDevice::Type;
+
+namespace {
+
+class Generator
+{
+public:
+    explicit Generator(quint32 seed)
+        : m_random(seed)
+    {
+    }
+
+    DiscoverySchedule schedule()
+    {
+        m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
+        const bool orderly = chance(30); // good boards, so that many get through to the end
+        for (int port = 0; port < m_schedule.ports; ++port)
+            m_schedule.answers.append(answers(orderly));
+        if (chance(30))
+            m_schedule.steps.append(setMaxRetries());
+        if (chance(10))
+            addSteps(between(1, 3));
+        m_schedule.steps.append(probe());
+        addSteps(between(0, 14));
+        if (chance(5)) {
+            m_schedule.steps.append(probe());
+            addSteps(between(0, 6));
+        }
+        if (chance(70))
+            m_schedule.steps.append(wait(between(400, 3300)));
+        for (int i = between(0, 3); i > 0 && chance(60); --i)
+            m_schedule.onInitialized.append(onInitialized());
+        for (int i = between(0, 3); i > 0 && chance(40); --i)
+            m_schedule.onNotFound.append(onNotFound());
+        return m_schedule;
+    }
+
+private:
+    bool chance(int percent) { return m_random.bounded(100) < percent; }
+    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
+    template <typename T>
+    T oneOf(const QVector<T> &choices)
+    {
+        return choices[m_random.bounded(choices.size())];
+    }
+
+    static Step wait(int milliseconds)
+    {
+        Step step;
+        step.number = milliseconds;
+        return step;
+    }
+
+    Step setMaxRetries()
+    {
+        Step step;
+        step.action = Step::SetMaxRetries;
+        step.number = between(0, 5);
+        return step;
+    }
+
+    Step probe()
+    {
+        Step step;
+        step.action = Step::Probe;
+        const int types = chance(2) ? 0 : between(1, 4);
+        while (step.types.size() < types)
+            step.types.append(chance(3) ? JwDevice::Unknown : static_cast<Type>(between(1, 3)));
+        step.number = oneOf<int>({0, 0, 0, 0, -5, 1, 250, 500, 900});
+        if (chance(40)) {
+            for (int port = 0; port < m_schedule.ports; ++port)
+                step.ports.insert(between(0, step.ports.size()), port);
+            if (chance(30))
+                step.ports.remove(m_random.bounded(step.ports.size()));
+            while (chance(30))
+                step.ports.insert(between(0, step.ports.size()), m_random.bounded(int(DiscoverySchedule::portCount)));
+        }
+        return step;
+    }
+
+    void addSteps(int count)
+    {
+        for (; count > 0; --count)
+            m_schedule.steps.append(step());
+    }
+
+    Step step()
+    {
+        Step step;
+        step.port = m_random.bounded(m_schedule.ports);
+        const int kind = m_random.bounded(100);
+        if (kind < 33)
+            return wait(oneOf<int>({0, 1, 100, 150, 399, 400, 401, 800, 1600}));
+        if (kind < 86) {
+            step.action = chance(25) ? Step::SendWithNext : Step::Send;
+            step.bytes = piece();
+        } else if (kind < 87) {
+            step.action = Step::Pull;
+        } else if (kind < 91) {
+            step.action = Step::Hold;
+        } else if (kind < 95) {
+            step.action = Step::Release;
+        } else if (kind < 99) {
+            return setMaxRetries();
+        } else {
+            step.action = Step::Destroy;
+        }
+        return step;
+    }
+
+    OnInitialized onInitialized()
+    {
+        return {static_cast<OnInitialized::Action>(m_random.bounded(int(OnInitialized::actionCount))),
+                chance(50) ? between(1, 5) : 0};
+    }
+
+    OnNotFound onNotFound()
+    {
+        return {static_cast<OnNotFound::Action>(m_random.bounded(int(OnNotFound::actionCount))),
+                chance(50) ? between(1, 5) : 0};
+    }
+
+    QVector<QByteArray> answers(bool orderly)
+    {
+        QVector<QByteArray> answers;
+        if (chance(35))
+            return answers;
+        const QByteArray own = goodReply();
+        for (int i = between(1, 5); i > 0; --i) {
+            if (chance(orderly ? 80 : 40))
+                answers.append(own);
+            else
+                answers.append(chance(50) ? QByteArray() : text());
+        }
+        return answers;
+    }
+
+    /// All of a text, or the next part of it.
+    QByteArray piece()
+    {
+        if (m_rest.isEmpty())
+            m_rest = text();
+        const int size = chance(70) ? m_rest.size() : between(1, m_rest.size());
+        const QByteArray piece = m_rest.left(size);
+        m_rest.remove(0, size);
+        return piece;
+    }
+
+    QByteArray text()
+    {
+        QByteArray text = sentence();
+        if (chance(10))
+            text = text.repeated(between(2, 8));
+        if (chance(10))
+            text += sentence();
+        if (chance(8))
+            text.prepend(garbage(between(1, 20)));
+        if (chance(8)) // never a NUL byte, for how it ends a read depends on what the port has put together
+            text[m_random.bounded(text.size())] = garbage(1)[0];
+        return text;
+    }
+
+    QByteArray goodReply()
+    {
+        return JwSimulator::frameSentence(oneOf<QByteArray>({
+            "PJWVER,7300022,1,4,0",
+            "PJWVER,7300021,1,4,0",
+            "PTJWRD,INF,CTRL,3,17,2,1.04,7300030,1",
+        }));
+    }
+
+    QByteArray sentence()
+    {
+        if (chance(60))
+            return goodReply();
+        const QByteArray body = oneOf<QByteArray>({
+            "PJWVER,x7300021y7300022",
+            "PJWVER,7300022,1",
+            "PJWVER,HW-7300021-R2",
+            "PJWVER",
+            "PJWVER,",
+            "PJWVER,7300030,1,4,0",
+            "PJWVER,7300022,1,4,0,5",
+            "PTJWRD,INF",
+            "PTJWRD,inf,CTRL",
+            "PTJWRD,INF ,CTRL",
+            "PTJWRD",
+            "PTJWRD,INF,1,2,3,4,5,6,7,8",
+            "PTJWWR,INF",
+            "GPGLL,4916.45,N,12311.12,W,225444,A",
+            "PJ,1",
+            "PTJWRD,INF,a description that is far too long for the boards that send it,1",
+        });
+        const QByteArray framed = JwSimulator::frameSentence(body);
+        switch (m_random.bounded(12)) {
+        case 0:
+            return JwSimulator::frameSentence(body, false);
+        case 1:
+            return '!' + framed.mid(1);
+        case 2:
+            return '$' + body + "\r\n";
+        case 3:
+            return framed.left(framed.size() - 4) + "6G\r\n";
+        case 4:
+            return framed.left(framed.size() - 2) + "*00\r\n";
+        case 5:
+            return framed.left(framed.size() - 4) + framed.mid(framed.size() - 4).toUpper();
+        case 6:
+            return "!" + garbage(between(1, 10)) + framed;
+        case 7:
+            return chance(20) ? garbage(between(100, 700)) : garbage(between(1, 40));
+        default:
+            return framed;
+        }
+    }
+
+    QByteArray garbage(int length)
+    {
+        QByteArray bytes;
+        while (bytes.size() < length)
+            bytes += static_cast<char>(between(1, 255));
+        return bytes;
+    }
+
+    QRandomGenerator m_random;
+    DiscoverySchedule m_schedule;
+    QByteArray m_rest; // of the text that boards are sending
+};
+
+/// The same, but the ports behind this one move up.
+DiscoverySchedule without(int port, DiscoverySchedule schedule)
+{
+    const auto renumber = [port](int &other) {
+        if (other > port && other < DiscoverySchedule::mostPorts)
+            --other;
+    };
+    --schedule.ports;
+    if (port < schedule.answers.size())
+        schedule.answers.remove(port);
+    QVector<Step> steps;
+    for (Step step : qAsConst(schedule.steps)) {
+        step.ports.removeAll(port);
+        for (int &other : step.ports)
+            renumber(other);
+        const bool usesPort = step.action == Step::Send || step.action == Step::SendWithNext
+            || step.action == Step::Pull || step.action == Step::Hold || step.action == Step::Release;
+        if (usesPort && step.port == port)
+            continue;
+        renumber(step.port);
+        steps.append(step);
+    }
+    schedule.steps = steps;
+    return schedule;
+}
+
+QString quoted(const QByteArray &bytes)
+{
+    QString text;
+    QDebug(&text).nospace() << bytes;
+    return text;
+}
+
+QString numbers(const QVector<int> &list)
+{
+    QStringList texts;
+    for (const int number : list)
+        texts << QString::number(number);
+    return texts.join(QLatin1Char(' '));
+}
+
+QString toText(const Step &step)
+{
+    static const char *const names[] = {
+        "probe", "wait", "send", "send with next", "pull", "hold", "release", "set max retries", "destroy"};
+    QString text = QLatin1String(names[step.action]);
+    switch (step.action) {
+    case Step::Probe: {
+        QStringList types;
+        for (const Type type : step.types)
+            types << QString::fromLatin1("-ABC").mid(type, 1);
+        text += QStringLiteral(" types %1, delay %2, ports %3")
+                    .arg(types.join(QLatin1Char(' ')), QString::number(step.number),
+                         step.ports.isEmpty() ? QStringLiteral("by search") : numbers(step.ports));
+        break;
+    }
+    case Step::Wait:
+    case Step::SetMaxRetries:
+        text += QStringLiteral(" %1").arg(step.number);
+        break;
+    case Step::Send:
+    case Step::SendWithNext:
+        text += QStringLiteral(" port %1: %2").arg(QString::number(step.port), quoted(step.bytes));
+        break;
+    case Step::Pull:
+    case Step::Hold:
+    case Step::Release:
+        text += QStringLiteral(" port %1").arg(step.port);
+        break;
+    case Step::Destroy:
+        break;
+    }
+    return text;
+}
+
+} // namespace
+
+QString DiscoverySchedule::toString() const
+{
+    static const char *const initializedNames[] = {"keep",         "read",   "write",  "delete",
+                                                   "delete later", "unbind", "rebind", "delete the Initializer later"};
+    static const char *const notFoundNames[] = {"nothing", "raise max retries", "delete the Initializer"};
+    QString text = QStringLiteral("%1 port(s)\n").arg(ports);
+    for (int port = 0; port < answers.size(); ++port) {
+        QStringList texts;
+        for (const QByteArray &answer : answers[port])
+            texts << quoted(answer);
+        if (!texts.isEmpty())
+            text +=
+                QStringLiteral("  port %1 answers %2\n").arg(QString::number(port), texts.join(QLatin1String(", ")));
+    }
+    for (const OnInitialized &reaction : onInitialized) {
+        text += QStringLiteral("  on deviceInitialized: %1, nested steps %2\n")
+                    .arg(QLatin1String(initializedNames[reaction.action]))
+                    .arg(reaction.nestedSteps);
+    }
+    for (const OnNotFound &reaction : onNotFound) {
+        text += QStringLiteral("  on deviceNotFound: %1, nested steps %2\n")
+                    .arg(QLatin1String(notFoundNames[reaction.action]))
+                    .arg(reaction.nestedSteps);
+    }
+    for (const Step &step : steps)
+        text += QStringLiteral("  %1\n").arg(toText(step));
+    return text;
+}
+
+DiscoverySchedule randomSchedule(quint32 seed)
+{
+    return Generator(seed).schedule();
+}
+
+DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
+                                   const std::function<bool(const DiscoverySchedule &)> &fails)
+{
+    const auto replaceIfItFails = [&](auto &part, const auto &plainer) {
+        const auto before = part;
+        if (before == plainer)
+            return;
+        part = plainer;
+        if (!fails(schedule))
+            part = before;
+    };
+    const auto shrinkIn = [&](auto &part) {
+        using List = std::decay_t<decltype(part)>;
+        const List before = part;
+        part = shrunk<List>(before, [&](const List &shorter) {
+            const List kept = part;
+            part = shorter;
+            const bool stillFails = fails(schedule);
+            part = kept;
+            return stillFails;
+        });
+    };
+    shrinkIn(schedule.steps);
+    shrinkIn(schedule.onInitialized);
+    shrinkIn(schedule.onNotFound);
+    for (QVector<QByteArray> &answers : schedule.answers) {
+        replaceIfItFails(answers, QVector<QByteArray>());
+        shrinkIn(answers);
+    }
+    for (Step &step : schedule.steps)
+        replaceIfItFails(step.port, 0);
+    for (int port = schedule.ports - 1; port >= 0 && schedule.ports > 1; --port) {
+        const DiscoverySchedule fewer = without(port, schedule);
+        if (fails(fewer))
+            schedule = fewer;
+    }
+    for (Step &step : schedule.steps) {
+        shrinkIn(step.types);
+        shrinkIn(step.ports);
+        shrinkIn(step.bytes);
+        if (step.action == Step::Probe || step.action == Step::Wait)
+            replaceIfItFails(step.number, 0);
+        if (step.action == Step::SendWithNext)
+            replaceIfItFails(step.action, Step::Send);
+    }
+    for (OnInitialized &reaction : schedule.onInitialized) {
+        replaceIfItFails(reaction.action, OnInitialized::Keep);
+        replaceIfItFails(reaction.nestedSteps, 0);
+    }
+    for (OnNotFound &reaction : schedule.onNotFound) {
+        replaceIfItFails(reaction.action, OnNotFound::Nothing);
+        replaceIfItFails(reaction.nestedSteps, 0);
+    }
+    for (QVector<QByteArray> &answers : schedule.answers) {
+        for (QByteArray &answer : answers)
+            shrinkIn(answer);
+    }
+    shrinkIn(schedule.steps);
+    return schedule;
+}
+
+QString portName(int port)
+{
+    // Lock files go by the name, and test programs run side by side.
+    static const QString prefix = QStringLiteral("ttyM%1x").arg(::getpid());
+    return prefix + QString::number(port);
+}
