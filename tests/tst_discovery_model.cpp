@@ -11,6 +11,7 @@
 #include "support/discoverymodel.h"
 #include "support/discoveryschedule.h"
 #include "support/discoverysubject.h"
+#include "support/environmentnumber.h"
 #include "support/recordsink.h"
 #include "support/runningseed.h"
 #include "support/virtualclock.h"
@@ -30,13 +31,6 @@ constexpr int schedulesInRow = 1000;
 constexpr int linesShown = 12;
 
 VirtualClock *virtualClock = nullptr;
-
-int environmentNumber(const char *name, int otherwise)
-{
-    bool ok = false;
-    const int number = qEnvironmentVariableIntValue(name, &ok);
-    return ok ? number : otherwise;
-}
 
 QString lines(const QStringList &trace, int from)
 {
@@ -137,8 +131,8 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives_data()
 {
     QTest::addColumn<int>("first");
     QTest::addColumn<int>("count");
-    const int first = environmentNumber("JWDEVICE_MODEL_SEED", 1);
-    const int end = first + environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun);
+    const int first = static_cast<int>(environmentNumber("JWDEVICE_MODEL_SEED", 1));
+    const int end = first + static_cast<int>(environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun));
     for (int seed = first; seed < end; seed += schedulesInRow) {
         const int count = std::min(schedulesInRow, end - seed);
         QTest::addRow("seeds %d to %d", seed, seed + count - 1) << seed << count;

@@ -1,6 +1,7 @@
 #include "discoverysubject.h"
 
 #include "initializerstate.h"
+#include "receivebuffer.h"
 
 #include <QSignalMapper>
 
@@ -19,17 +20,6 @@ using JwSimulator::BoardConfig;
 namespace {
 
 constexpr int longestLine = 4096; // what the kernel keeps of a line for a host that does not read
-
-/// The receive buffer is shared by all Communicators: what is left of an earlier schedule goes with this payload.
-void drainSharedBuffer()
-{
-    QByteArray bytes = "$\r\n";
-    QBuffer device(&bytes);
-    device.open(QIODevice::ReadOnly);
-    Communicator communicator;
-    communicator.setIODevice(&device);
-    QMetaObject::invokeMethod(&communicator, "ioReadyRead");
-}
 
 QString nameOf(PortState state)
 {
@@ -146,7 +136,7 @@ DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryP
 {
     ports.plug(schedule.ports);
     clock.run(0);
-    drainSharedBuffer();
+    drainReceiveBuffer();
     m_sink = std::make_shared<Sink>(this);
     loggerInstance()->addSink(m_sink);
     loggerInstance()->setLevel(Logger::Trace);

@@ -1,9 +1,9 @@
 #include "probebench.h"
 
 #include "portname.h"
+#include "receivebuffer.h"
 
 #include <QAbstractEventDispatcher>
-#include <QBuffer>
 #include <QCoreApplication>
 #include <QTest>
 #include <QTimer>
@@ -44,18 +44,6 @@ QString typeName(Type type)
 {
     static const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
     return QLatin1String(names[type]);
-}
-
-// All Communicators of the process share one receive buffer: what an earlier test left in it becomes part of this
-// payload, or goes with it.
-void drainReceiveBuffer()
-{
-    QByteArray bytes = "$\r\n";
-    QBuffer device(&bytes);
-    device.open(QIODevice::ReadOnly);
-    Communicator communicator;
-    communicator.setIODevice(&device);
-    QMetaObject::invokeMethod(&communicator, "ioReadyRead");
 }
 
 QByteArray journalBytes(const Board *board, JwSimulator::JournalEntry::Direction direction)
