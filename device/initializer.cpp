@@ -39,6 +39,23 @@ bool isBoardPort(const QSerialPortInfo &info)
     return info.manufacturer() == QLatin1String("STMicroelectronics.") || info.vendorIdentifier() == boardVendorId;
 }
 
+/// What is known of a port before it is tried. `name`: the information on an unknown port has none.
+std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString &name)
+{
+    auto report = std::make_shared<PortReport>();
+    report->portName = name;
+    report->location = info.systemLocation();
+    report->manufacturer = info.manufacturer();
+    report->product = info.description();
+    report->serialNumber = info.serialNumber();
+    return report;
+}
+
+QString withoutLineEnd(const QString &payload)
+{
+    return payload.left(payload.indexOf(QLatin1Char('\r')));
+}
+
 Type recognise(const SessionInit &reply)
 {
     if (reply.sentenceId == Version) {
@@ -139,10 +156,15 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
     if (portNames.isEmpty()) {
         const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
         m_ports.clear();
+        m_reports.clear();
         std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isBoardPort);
+        for (const QSerialPortInfo &info : qAsConst(m_ports))
+            m_reports.append(reportOn(info, info.portName()));
     } else { // added to those of an earlier probe
-        std::transform(portNames.begin(), portNames.end(), std::back_inserter(m_ports),
-                       [](const QString &name) { return QSerialPortInfo(name); });
+        for (const QString &name : portNames) {
+            m_ports.append(QSerialPortInfo(name));
+            m_reports.append(reportOn(m_ports.last(), name));
+        }
     }
 
     if (m_types.contains(BoardC) && delay > 0)
@@ -160,25 +182,32 @@ uint Initializer::setMaxRetries(uint maxRetries)
 void Initializer::probeStage2()
 {
     const QList<QSerialPortInfo> ports = m_ports;
-    for (const QSerialPortInfo &info : ports) {
+    for (int i = 0; i < ports.size(); ++i) {
+        const QSerialPortInfo &info = ports[i];
+        const auto report = reportOn(info, m_reports[i]->portName);
+        m_reports[i] = report;
         auto *port = new QSerialPort;
         port->setPort(info);
         if (!port->open(QIODevice::ReadWrite)) {
             LOGGER_RECORD(Logger::Trace, nullptr).write()
                 << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(port->error());
+            report->error = port->error();
+            report->errorText = port->errorString();
             delete port;
             continue;
         }
         LOGGER_RECORD(Logger::Trace, nullptr).write() << "Serial port opened for probing: " << info.portName();
         port->setBaudRate(QSerialPort::Baud115200, QSerialPort::AllDirections);
-        closeOnError(port);
 
         Communicator *const comm = createCommunicator(port);
+        closeOnError(port, report);
         // The application may have deleted an earlier Communicator at the same address.
         m_commTypes.remove(comm);
         delete m_commTimers.take(comm);
         m_commTimers[comm] = createTimeoutTimer(comm);
-        queryBoardVersion(comm);
+        m_commReports[comm] = report;
+        report->verdict = PortReport::Awaiting;
+        report->queries = writeQueries(comm);
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
     }
@@ -212,12 +241,16 @@ QTimer *Initializer::createTimeoutTimer(Communicator *comm)
     return timer;
 }
 
-void Initializer::closeOnError(QSerialPort *port)
+void Initializer::closeOnError(QSerialPort *port, const std::shared_ptr<PortReport> &report)
 {
     // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
-    connect(port, &QSerialPort::errorOccurred, this, [port](QSerialPort::SerialPortError error) {
-        if (error != QSerialPort::NoError && port->isOpen())
-            port->close();
+    connect(port, &QSerialPort::errorOccurred, this, [port, report](QSerialPort::SerialPortError error) {
+        if (error == QSerialPort::NoError || !port->isOpen())
+            return;
+        report->verdict = PortReport::Lost;
+        report->error = error;
+        report->errorText = port->errorString();
+        port->close();
     });
 }
 
@@ -227,20 +260,35 @@ Communicator *Initializer::isCommunicator(QObject *object) const
     return m_commTimers.contains(comm) ? comm : nullptr;
 }
 
+QList<PortReport> Initializer::portReports() const
+{
+    QList<PortReport> reports;
+    for (const auto &report : m_reports)
+        reports.append(*report);
+    return reports;
+}
+
 void Initializer::queryBoardVersion(Communicator *comm)
 {
+    writeQueries(comm);
+}
+
+int Initializer::writeQueries(Communicator *comm)
+{
+    int written = 0;
     SessionInit session;
     session.clear();
     if (m_types.contains(BoardA) || m_types.contains(BoardB)) { // one query tells them apart
         session.sentenceId = Version;
-        sendProtocol(comm, &session);
+        written += sendProtocol(comm, &session);
     }
     if (m_types.contains(BoardC)) {
         session.clear();
         session.sentenceId = InformationRequest;
         session.fields[QStringLiteral("subcommand")] = QStringLiteral("INF");
-        sendProtocol(comm, &session);
+        written += sendProtocol(comm, &session);
     }
+    return written;
 }
 
 bool Initializer::sendProtocol(Communicator *comm, SessionInit *session)
@@ -266,28 +314,43 @@ void Initializer::boardReadyRead(QObject *object)
     const QPointer<Initializer> self(this);
     const QPointer<Communicator> alive(comm); // a receiver of the hand-over may delete it
     const auto trash = m_trash;
+    const auto report = m_commReports.value(comm);
+    const auto settle = [&report](PortReport::Verdict verdict) {
+        if (report->verdict != PortReport::Lost) // its last words don't bring it back
+            report->verdict = verdict;
+    };
     bool found = false;
     QString payload;
     // The read comes first: a payload stored behind the one that was handed over is taken out and dropped.
     while (alive && comm->readPayload(payload, 0) && !found) {
         SessionInit session;
         session.clear();
+        ++report->payloads;
         try {
             m_parser->parse(&session, payload);
         } catch (const Nmea::Exception &exception) {
+            report->unreadable = withoutLineEnd(payload);
             LOGGER_RECORD(Logger::Error, nullptr).write() << "Parse failed: " << exception.message();
             continue;
         }
         // A board that answers anything is not silent. If it is none of the wanted, it is awaited without limit.
         m_commTimers.value(comm)->stop();
+        report->reply = withoutLineEnd(payload);
         const Type type = recognise(session);
-        if (type == Unknown || !m_types.contains(type))
+        if (type == Unknown || !m_types.contains(type)) {
+            settle(PortReport::Silenced);
             continue;
+        }
 
         disconnect(comm, nullptr, nullptr, nullptr);
         const bool duplicate = m_commTypes.key(type) != nullptr;
-        if (!duplicate)
+        report->type = type;
+        if (duplicate) {
+            settle(PortReport::Duplicate);
+        } else {
+            report->verdict = PortReport::HandedOver;
             disconnect(comm->device(), nullptr, this, nullptr);
+        }
         setCommStatus(comm, duplicate ? Unknown : type);
         if (!self)
             return;
@@ -301,6 +364,9 @@ void Initializer::readTimeout(QObject *object)
     if (!comm)
         return;
     LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << portName(comm);
+    const auto report = m_commReports.value(comm);
+    if (report->verdict == PortReport::Awaiting)
+        report->verdict = PortReport::TimedOut;
 
     const auto trash = m_trash;
     setCommStatus(comm, Unknown);
@@ -356,8 +422,11 @@ void Initializer::retryProbe()
             continue;
         m_commTypes.remove(comm);
         it.value()->start(replyTimeout);
+        const auto report = m_commReports.value(comm);
+        if (report->verdict == PortReport::TimedOut)
+            report->verdict = PortReport::Awaiting;
         if (comm->device()->isOpen()) // closed once it failed; it times out as a silent port does
-            queryBoardVersion(comm);
+            report->queries += writeQueries(comm);
         asked = true;
     }
     if (asked)

@@ -2,6 +2,7 @@
 
 #include <device/communicator.h>
 #include <device/jwdevice_export.h>
+#include <device/portreport.h>
 #include <device/type.h>
 
 #include <QHash>
@@ -80,6 +81,11 @@ public:
     /// Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
+    /// What became of each candidate port of the newest probe() so far, in the order in which they are tried. Tells why
+    /// a board was not found; empty before probe(). What happens after the probe is over or to a port that was handed
+    /// over is not in it, but for the loss of a port that is still here.
+    QList<JwDevice::PortReport> portReports() const;
+
     /// Writes the queries for the wanted types to `comm`, which must have a device. A failed write is not seen here.
     void queryBoardVersion(JwDevice::Communicator *comm);
     /// Builds the sentence for `session` and writes it to `comm`. Returns false, with a line in the log, when it can't
@@ -115,7 +121,8 @@ private:
     JwDevice::Communicator *createCommunicator(QSerialPort *port);
     QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JwDevice::Communicator *isCommunicator(QObject *object) const;
-    void closeOnError(QSerialPort *port);
+    void closeOnError(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
+    int writeQueries(JwDevice::Communicator *comm);
     void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);
     void decide();
     void retryProbe();
@@ -131,6 +138,8 @@ private:
     QTimer *m_probeTimer;
     uint m_retries;
     uint m_maxRetries;
+    QList<std::shared_ptr<JwDevice::PortReport>> m_reports; // one for each of m_ports
+    QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // none is null
     bool m_decided; // the outcome of the last decision is under way; no status opens the question again
     std::shared_ptr<Trash> m_trash; // also held by each of our slots that is on the stack
 };
