@@ -1,7 +1,10 @@
 # shellcheck shell=sh
 # Shared by the scripts beside it: installs what they need and builds. Sourced, not run.
 
-# What building and running takes; the tests take more.
+script=scripts/$(basename "$0") # after the cd that each of them begins with
+
+# What building and running takes; the tests take more. Used by the scripts.
+# shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libspdlog-dev libumockdev-dev umockdev"
 
 say() {
@@ -19,13 +22,22 @@ missingPackages() {
     done
 }
 
+# showUsage "$@": prints the comment at the top of the script when that is asked for, and ends it.
+showUsage() {
+    case ${1:-} in
+    -h | --help)
+        sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$script"
+        exit 0
+        ;;
+    esac
+}
+
 # installPackages NAME...: nothing when all are there.
 installPackages() {
     if ! command -v apt-get >/dev/null 2>&1 || ! command -v dpkg-query >/dev/null 2>&1; then
-        say "This system has no apt. Install the equivalents of these Debian packages by hand, then build with"
-        say "  cmake --preset release && cmake --build --preset release && ctest --preset release"
-        say "Packages:" "$@"
-        exit 1
+        say "This system has no apt, so nothing is installed here. It takes the equivalents of these Debian packages:"
+        say " " "$@"
+        return 0
     fi
     missing=$(missingPackages "$@")
     [ -n "$missing" ] || return 0
@@ -33,7 +45,8 @@ installPackages() {
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null 2>&1; then
             say "These packages are missing, and there is no sudo to install them. As root, run:"
-            say "  apt-get install $missing"
+            say "  apt-get update && apt-get install $missing"
+            say "and then this again."
             exit 1
         fi
         root=sudo
@@ -54,6 +67,10 @@ installSanitizers() {
 
 # build PRESET [OPTION]...: configures and builds by preset; the options are cmake --build's.
 build() {
+    if [ -e "build/$1" ] && [ ! -w "build/$1" ]; then
+        say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or run this as that user."
+        exit 1
+    fi
     say "Building, preset $1 ..."
     cmake --preset "$1" >&2
     cmake --build --preset "$@" >&2
