@@ -51,9 +51,10 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     return report;
 }
 
+/// The payload ends with its line end; a carriage return alone may stand within it.
 QString withoutLineEnd(const QString &payload)
 {
-    return payload.left(payload.indexOf(QLatin1Char('\r')));
+    return payload.left(payload.lastIndexOf(QLatin1String("\r\n")));
 }
 
 Type recognise(const SessionInit &reply)
@@ -193,6 +194,8 @@ void Initializer::probeStage2()
                 << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(port->error());
             report->error = port->error();
             report->errorText = port->errorString();
+            if (const auto held = reportOnHeld(report->portName))
+                m_reports[i] = held; // it is this Initializer that has the port: an earlier probe still asks it
             delete port;
             continue;
         }
@@ -258,6 +261,16 @@ Communicator *Initializer::isCommunicator(QObject *object) const
 {
     auto *comm = static_cast<Communicator *>(object);
     return m_commTimers.contains(comm) ? comm : nullptr;
+}
+
+std::shared_ptr<PortReport> Initializer::reportOnHeld(const QString &portName) const
+{
+    const auto isHeld = [&portName](const std::shared_ptr<PortReport> &report) {
+        return report->portName == portName && report->verdict != PortReport::HandedOver
+            && report->verdict != PortReport::Lost;
+    };
+    const auto it = std::find_if(m_commReports.begin(), m_commReports.end(), isHeld);
+    return it == m_commReports.end() ? nullptr : *it;
 }
 
 QList<PortReport> Initializer::portReports() const
@@ -423,7 +436,8 @@ void Initializer::retryProbe()
         m_commTypes.remove(comm);
         it.value()->start(replyTimeout);
         const auto report = m_commReports.value(comm);
-        if (report->verdict == PortReport::TimedOut)
+        // Silenced, with a status: its answer came when it had timed out.
+        if (report->verdict == PortReport::TimedOut || report->verdict == PortReport::Silenced)
             report->verdict = PortReport::Awaiting;
         if (comm->device()->isOpen()) // closed once it failed; it times out as a silent port does
             report->queries += writeQueries(comm);

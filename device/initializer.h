@@ -60,6 +60,7 @@ class JWDEVICE_EXPORT Initializer : public QObject
     Q_OBJECT
 
 public:
+    /// Does nothing yet: see probe(). `parent` may own it, as any QObject.
     explicit Initializer(QObject *parent = nullptr);
     /// Closes and deletes the ports that were not handed over.
     ~Initializer() override;
@@ -122,6 +123,7 @@ private:
     QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JwDevice::Communicator *isCommunicator(QObject *object) const;
     void closeOnError(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
+    std::shared_ptr<JwDevice::PortReport> reportOnHeld(const QString &portName) const;
     int writeQueries(JwDevice::Communicator *comm);
     void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);
     void decide();

@@ -11,6 +11,7 @@ namespace JwDevice {
 /// probe goes on.
 struct PortReport
 {
+    /// What became of the port.
     enum Verdict {
         NotOpened, ///< it could not be opened: see `error`; with QSerialPort::NoError it was not tried yet
         Awaiting, ///< asked, and its 400 ms are running
@@ -27,9 +28,9 @@ struct PortReport
     QString product; ///< of the USB device
     QString serialNumber; ///< of the USB device
 
-    Verdict verdict = NotOpened;
+    Verdict verdict = NotOpened; ///< so far, see Initializer::portReports()
     QSerialPort::SerialPortError error = QSerialPort::NoError; ///< why it is NotOpened or Lost
-    QString errorText; ///< Qt's text for `error`; empty without one
+    QString errorText; ///< Qt's text for `error`, empty without one; for a Lost port Qt may give that of another failure
     Type type = Unknown; ///< what it is HandedOver or Duplicate as
     QString reply; ///< the newest sentence from it that could be parsed, without its line end; empty for none
     QString unreadable; ///< the newest payload from it that could not be parsed, without its line end; empty for none
