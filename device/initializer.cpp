@@ -248,12 +248,12 @@ void Initializer::closeOnError(QSerialPort *port, const std::shared_ptr<PortRepo
 {
     // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
     connect(port, &QSerialPort::errorOccurred, this, [port, report](QSerialPort::SerialPortError error) {
-        if (error == QSerialPort::NoError || !port->isOpen())
-            return;
-        report->verdict = PortReport::Lost;
-        report->error = error;
-        report->errorText = port->errorString();
-        port->close();
+        if (error != QSerialPort::NoError && port->isOpen()) {
+            report->verdict = PortReport::Lost;
+            report->error = error;
+            report->errorText = port->errorString();
+            port->close();
+        }
     });
 }
 
