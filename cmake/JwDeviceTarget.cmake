@@ -1,3 +1,9 @@
+if(JWDEVICE_BUILD_SHARED)
+    set(jwdevice_library_type SHARED)
+else()
+    set(jwdevice_library_type STATIC)
+endif()
+
 # jwdevice_target(<target>): what every target of this project has in common.
 #
 # -Wnon-virtual-dtor is left out on purpose: the session records and the codec template have virtual functions and no
@@ -29,5 +35,31 @@ function(jwdevice_target target)
         target_compile_options(${target} PRIVATE
             -fsanitize=${JWDEVICE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
         target_link_options(${target} PRIVATE -fsanitize=${JWDEVICE_SANITIZE})
+    endif()
+endfunction()
+
+# jwdevice_library(<target> <name> <export header>): what the two libraries have in common. The file is lib<name>, and
+# for consumers of an install tree the target is JwDevice::<name>.
+function(jwdevice_library target name export_header)
+    jwdevice_target(${target})
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME ${name}
+        EXPORT_NAME ${name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${jwdevice_soversion}
+        POSITION_INDEPENDENT_CODE ON
+        INSTALL_RPATH "$ORIGIN")
+    generate_export_header(${target} BASE_NAME ${name} EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/generated/${export_header})
+    target_sources(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated/${export_header})
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>)
+    if(JWDEVICE_BUILD_SHARED AND UNIX AND NOT APPLE)
+        target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
+        set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    endif()
+    if(NOT JWDEVICE_BUILD_SHARED)
+        string(TOUPPER ${name} macros)
+        target_compile_definitions(${target} PUBLIC ${macros}_STATIC_DEFINE)
     endif()
 endfunction()

@@ -223,3 +223,6 @@ uint Communicator::lowestPayloadId() const
 }
 
 } // namespace JwDevice
+
+// Here, for abidw describes no more of a class than what one translation unit defines.
+#include "moc_communicator.cpp"

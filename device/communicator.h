@@ -38,6 +38,7 @@ class JWDEVICE_EXPORT Communicator : public QObject
     Q_OBJECT
 
 public:
+    /// Without a device and a parser. `parent` may own it, as any QObject.
     explicit Communicator(QObject *parent = nullptr);
     /// Leaves the device and the parser alone.
     ~Communicator() override;
@@ -100,9 +101,9 @@ private Q_SLOTS:
     void ioBytesWritten(qint64 bytes);
 
 private:
-    void read(QString &buffer);
-    QString takePayload(QString &buffer);
-    uint lowestPayloadId() const;
+    JWDEVICE_NO_EXPORT void read(QString &buffer);
+    JWDEVICE_NO_EXPORT QString takePayload(QString &buffer);
+    JWDEVICE_NO_EXPORT uint lowestPayloadId() const;
 
     QList<QChar> m_startChars;
     QString m_lineEnd;

@@ -458,3 +458,6 @@ void Initializer::retryProbe()
 }
 
 } // namespace JwDevice
+
+// Here, for abidw describes no more of a class than what one translation unit defines.
+#include "moc_initializer.cpp"

@@ -119,15 +119,15 @@ public Q_SLOTS: // for the signals of ports and timers, not for applications
 private:
     struct Trash;
 
-    JwDevice::Communicator *createCommunicator(QSerialPort *port);
-    QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
-    JwDevice::Communicator *isCommunicator(QObject *object) const;
-    void closeOnError(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
-    std::shared_ptr<JwDevice::PortReport> reportOnHeld(const QString &portName) const;
-    int writeQueries(JwDevice::Communicator *comm);
-    void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);
-    void decide();
-    void retryProbe();
+    JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
+    JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
+    JWDEVICE_NO_EXPORT JwDevice::Communicator *isCommunicator(QObject *object) const;
+    JWDEVICE_NO_EXPORT void closeOnError(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
+    JWDEVICE_NO_EXPORT std::shared_ptr<JwDevice::PortReport> reportOnHeld(const QString &portName) const;
+    JWDEVICE_NO_EXPORT int writeQueries(JwDevice::Communicator *comm);
+    JWDEVICE_NO_EXPORT void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);
+    JWDEVICE_NO_EXPORT void decide();
+    JWDEVICE_NO_EXPORT void retryProbe();
 
     QList<JwDevice::Type> m_types;
     QList<QSerialPortInfo> m_ports;

@@ -69,9 +69,9 @@ private:
     friend class CuteMessageLogger;
 
     bool isEnabledFor(Level level, const char *category) const;
-    void updateLowestLevel();
-    void write(Level level, const char *file, int line, const char *function, const char *category,
-               const QString &text) noexcept;
+    LOGGER_NO_EXPORT void updateLowestLevel();
+    LOGGER_NO_EXPORT void write(Level level, const char *file, int line, const char *function, const char *category,
+                                const QString &text) noexcept;
 
     struct Private;
     const std::unique_ptr<Private> d;
@@ -90,6 +90,7 @@ public:
     LogStream(const LogStream &) = delete;
     LogStream &operator=(const LogStream &) = delete;
 
+    /// Adds `value` as QDebug writes it.
     template <typename T>
     LogStream &operator<<(const T &value)
     {
@@ -97,18 +98,18 @@ public:
             stream() << value;
         return *this;
     }
+    /// Applies `manipulator`, such as Qt::hex.
     LogStream &operator<<(QTextStreamFunction manipulator);
-    /// As QDebug::space(), nospace(), quote() and noquote().
-    LogStream &space();
-    LogStream &nospace();
-    LogStream &quote();
-    LogStream &noquote();
+    LogStream &space(); ///< as QDebug::space()
+    LogStream &nospace(); ///< as QDebug::nospace()
+    LogStream &quote(); ///< as QDebug::quote()
+    LogStream &noquote(); ///< as QDebug::noquote()
 
 private:
     friend class CuteMessageLogger;
 
     struct Record;
-    explicit LogStream(const CuteMessageLogger *place); // null: the record is disabled
+    LOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null: the record is disabled
     QDebug &stream();
 
     const std::unique_ptr<Record> m_record;
@@ -134,7 +135,7 @@ private:
     friend class LogStream;
 
     bool isEnabled() const { return m_logger->isEnabled(m_level, m_category); }
-    void log(const QString &text) const;
+    LOGGER_NO_EXPORT void log(const QString &text) const;
 
     Logger *m_logger;
     Logger::Level m_level;

@@ -12,6 +12,7 @@ namespace Nmea {
 class JWDEVICE_EXPORT Exception : public std::exception
 {
 public:
+    /// `message` says what failed.
     explicit Exception(const QString &message);
     Exception(const Exception &) = default;
     Exception &operator=(const Exception &) = default;

@@ -103,21 +103,21 @@ protected:
     /// Stores the key of the sentence that was recognised. Does nothing in this class.
     virtual void setSentenceId(Session *session, int sentenceId);
 
-    QHash<int, QString> m_sentenceIds;
-    QHash<int, QString> m_formatsParse;
-    QHash<int, QString> m_formatsBuild;
-    QChar m_startFlag = QLatin1Char('$');
-    QChar m_startFlagAlt = QLatin1Char('!');
-    QString m_lineEnd = QStringLiteral("\r\n");
-    int m_maxLength = 74;
-    QChar m_checksumDelimiter = QLatin1Char('*');
-    QChar m_fieldSeparator = QLatin1Char(',');
-    QChar m_formatSeparator = QLatin1Char(',');
-    int m_reservedId = -9999;
+    QHash<int, QString> m_sentenceIds; ///< loaded by init(), as the four tables below
+    QHash<int, QString> m_formatsParse; ///< see initSentenceFormatsParse()
+    QHash<int, QString> m_formatsBuild; ///< see initSentenceFormatsBuild()
+    QChar m_startFlag = QLatin1Char('$'); ///< begins every built sentence
+    QChar m_startFlagAlt = QLatin1Char('!'); ///< begins a received sentence as well
+    QString m_lineEnd = QStringLiteral("\r\n"); ///< ends every sentence
+    int m_maxLength = 74; ///< of a received sentence, in characters, all counted
+    QChar m_checksumDelimiter = QLatin1Char('*'); ///< between the fields and the checksum
+    QChar m_fieldSeparator = QLatin1Char(','); ///< before each field
+    QChar m_formatSeparator = QLatin1Char(','); ///< between the names of a format
+    int m_reservedId = -9999; ///< no sentence's key; not used by this class
     int m_undefinedId = -9999; ///< stands for an identifier that is not in the table
-    bool m_initialized = false;
-    QHash<QString, ParserDelegate> m_parserDelegates;
-    QHash<QString, BuilderDelegate> m_builderDelegates;
+    bool m_initialized = false; ///< whether init() was called
+    QHash<QString, ParserDelegate> m_parserDelegates; ///< see initParserDelegates()
+    QHash<QString, BuilderDelegate> m_builderDelegates; ///< see initBuilderDelegates()
     /// Set by a derived parser that plays the board: it parses by the formats to build, and builds by those to parse.
     bool m_reversed = false;
 };

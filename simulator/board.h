@@ -17,13 +17,14 @@ class Port;
 /** What travelled on a board's line. */
 struct JournalEntry
 {
+    /** Which way it travelled. */
     enum Direction {
         Received, ///< from the host: one line through its line feed, or what came of one so far
         Sent ///< from the board: one piece as it was sent (a reply, a chunk of it, a send())
     };
-    Direction direction;
+    Direction direction; ///< which way it travelled
     qint64 milliseconds; ///< on the Testbed's clock, at the last byte of it
-    QByteArray bytes;
+    QByteArray bytes; ///< as they were on the line
 };
 
 /**
@@ -64,6 +65,7 @@ public:
     /** Plugs the cable in again after pull(): a new device of the same port name. Counters and journal go on. False and
      *  one line in @p error (may be null) when the system refuses, or it is not pulled. */
     bool plug(QString *error = nullptr);
+    /** Whether the cable is in. */
     bool isPlugged() const { return m_plugged; }
     /** Milliseconds on the Testbed's clock at the last pull; -1 when it was never pulled. */
     qint64 pullTime() const { return m_pullTime; }

@@ -16,6 +16,7 @@ namespace JwSimulator {
  */
 struct BoardConfig
 {
+    /** What the board says. */
     enum class Kind {
         BoardA, ///< answers "$PJWVER*0c" with its version sentence
         BoardB, ///< the same with another hardware version
@@ -24,21 +25,26 @@ struct BoardConfig
         Babble, ///< sends a burst of 1 to 64 random bytes at every interval
         Other ///< sends a well-formed sentence at every interval, as a navigation receiver would, and answers nothing
     };
-    enum class Checksum { Good, Wrong };
+    /** The checksums of what the board sends. */
+    enum class Checksum {
+        Good, ///< right
+        Wrong ///< wrong in every sentence
+    };
+    /** What becomes of a program that opens the port. */
     enum class Open {
         Ok, ///< the port opens
         Busy, ///< the port is held as by another program: a lock file with a living process, and exclusive mode
         Denied ///< opening the port is refused for lack of permission, for root too
     };
 
-    Kind kind = Kind::BoardA;
+    Kind kind = Kind::BoardA; ///< what the board says
 
     int delay = 0; ///< milliseconds from having received a query to the start of the reply
     int speed = 0; ///< baud: 10 bit times pass for each byte in either direction; 0 = no pacing
     int chunk = 0; ///< bytes per write of a reply; 0 = the reply in one piece
     int gap = 0; ///< milliseconds between two chunks
     int noise = 0; ///< random bytes (never NUL) before each reply
-    Checksum checksum = Checksum::Good;
+    Checksum checksum = Checksum::Good; ///< of what the board sends
     QString hwversion; ///< text of that field; null = 7300022 (BoardA), 7300021 (BoardB), 7300030 (BoardC)
     int ignore = 0; ///< the first queries that get no reply
     int replies = 1; ///< replies to each query, back to back
@@ -46,10 +52,10 @@ struct BoardConfig
                         ///< event loop runs; once; -1 = never
     int pullAfterBytes = -1; ///< the cable is pulled when so many bytes were sent in all, and the host has read them or
                              ///< 100 ms have passed; once; -1 = never
-    Open open = Open::Ok;
-    QString manufacturer = QStringLiteral("STMicroelectronics.");
-    quint16 vendor = 0x0483;
-    quint16 product = 0x5740;
+    Open open = Open::Ok; ///< what becomes of a program that opens the port
+    QString manufacturer = QStringLiteral("STMicroelectronics."); ///< of the USB device
+    quint16 vendor = 0x0483; ///< USB vendor id
+    quint16 product = 0x5740; ///< USB product id
     QString serial; ///< USB serial number; null = one that no other board of the testbed has
     QString port; ///< port name without folder; null = the first of ttyACM0, ttyACM1, ... that is neither another
                   ///< board's nor locked

@@ -42,7 +42,13 @@ private Q_SLOTS:
     void unwantedTypeIsNamed();
     void unknownHardwareVersionIsShown();
     void unreadableSentenceIsShown();
+    void sentencesOfAnotherDeviceAreNoSilence();
+    void aSearchOfOnePortGivesNoAdviceToLimitIt_data();
+    void aSearchOfOnePortGivesNoAdviceToLimitIt();
+    void portsAskedTogetherAreToBeAskedAlone();
+    void endBeforeTheAnswerIsSaid();
     void pulledCableIsSaid();
+    void pulledCableOfAnUnwantedBoardExplainsTheWait();
     void secondBoardOfATypeIsNamed();
     void adviceIsLeftOutWhenAllAreFound();
 
@@ -51,7 +57,6 @@ private Q_SLOTS:
     void listHasAllOfAPort();
     void listOfNoPort();
     void listFollowsPort();
-    void listOpensNoPort();
 
 private:
     QString m_port;
@@ -67,7 +72,8 @@ void TestJwprobeAdvice::noCandidateSaysWhatWasLookedFor()
 
 void TestJwprobeAdvice::deniedPortNamesItsFileAndARule()
 {
-    const Outcome outcome = runJwprobe({boardOn("BoardB", m_port, "open=denied,vendor=0abc")}, {one});
+    const Outcome outcome = runJwprobe({boardOn("BoardB", m_port, "open=denied,manufacturer=Acme,vendor=0abc")},
+                                       {one, QStringLiteral("--port"), m_port});
     QCOMPARE(outcome.status, 1);
     const QByteArray file = "/dev/" + m_port.toLatin1();
     for (const char *text : {"no permission", file.constData(), "/etc/udev/rules.d/",
@@ -91,7 +97,7 @@ void TestJwprobeAdvice::deniedPortNamesItsGroup()
                              {QStringLiteral("sh"), QStringLiteral("-c"), script.arg(m_port), jwprobeProgram(), one}));
     QCOMPARE(outcome.status, 1);
     QVERIFY2(outcome.output.contains("no permission"), outcome.output.constData());
-    QVERIFY2(outcome.output.contains("uaccess"), outcome.output.constData());
+    QVERIFY2(outcome.output.contains("--udev-rules"), outcome.output.constData());
     if (isRoot) {
         QVERIFY2(outcome.output.contains("the group "), outcome.output.constData());
         QVERIFY2(outcome.output.contains("sudo usermod -aG dialout $USER"), outcome.output.constData());
@@ -153,11 +159,75 @@ void TestJwprobeAdvice::unreadableSentenceIsShown()
     QVERIFY2(outcome.output.contains("$PJWVER,7300021,1,4,0*"), outcome.output.constData());
 }
 
+void TestJwprobeAdvice::sentencesOfAnotherDeviceAreNoSilence()
+{
+    const Outcome outcome = runJwprobe({boardOn("other", m_port, "interval=50")}, {one, once});
+    QCOMPARE(outcome.status, 1);
+    QVERIFY2(!outcome.output.contains("silent"), outcome.output.constData());
+    for (const char *text : {"payloads that can't be read", "Undefined sentence ID", "another kind of device"})
+        QVERIFY2(outcome.output.contains(text), outcome.output.constData());
+}
+
+void TestJwprobeAdvice::aSearchOfOnePortGivesNoAdviceToLimitIt_data()
+{
+    QTest::addColumn<QString>("board");
+    QTest::addColumn<bool>("named");
+    const QString silent = boardOn("silent", QStringLiteral("%1"));
+    const QString damaged = boardOn("BoardB", QStringLiteral("%1"), "checksum=wrong");
+    QTest::newRow("silent, named") << silent << true;
+    QTest::newRow("silent, the only candidate") << silent << false;
+    QTest::newRow("unreadable, named") << damaged << true;
+    QTest::newRow("unreadable, the only candidate") << damaged << false;
+}
+
+void TestJwprobeAdvice::aSearchOfOnePortGivesNoAdviceToLimitIt()
+{
+    QFETCH(QString, board);
+    QFETCH(bool, named);
+    QStringList arguments{one, once};
+    if (named)
+        arguments << QStringLiteral("--port") << m_port;
+    // A second port that can't be opened is not asked.
+    const Outcome outcome =
+        runJwprobe({board.arg(m_port), boardOn("BoardB", uniquePortName(), "open=denied")}, arguments);
+    QCOMPARE(outcome.status, 1);
+    QVERIFY2(outcome.output.contains("baud rate"), outcome.output.constData());
+    for (const char *text : {"--port", "spoil each other"})
+        QVERIFY2(!outcome.output.contains(text), outcome.output.constData());
+}
+
+void TestJwprobeAdvice::portsAskedTogetherAreToBeAskedAlone()
+{
+    const Outcome outcome = runJwprobe({boardOn("silent", m_port), boardOn("BoardC", uniquePortName())},
+                                       {one, QStringLiteral("--type=BoardC"), once});
+    QCOMPARE(outcome.status, 1);
+    QVERIFY2(outcome.output.contains("alone with --port " + m_port.toLatin1()), outcome.output.constData());
+}
+
+void TestJwprobeAdvice::endBeforeTheAnswerIsSaid()
+{
+    const Outcome outcome = runJwprobe({boardOn("silent", m_port)}, {one, soon});
+    QCOMPARE(outcome.status, 1);
+    for (const char *text : {"no answer to its query before the search ended", "--deadline", "power"})
+        QVERIFY2(outcome.output.contains(text), outcome.output.constData());
+}
+
 void TestJwprobeAdvice::pulledCableIsSaid()
 {
     const Outcome outcome = runJwprobe({boardOn("BoardB", m_port, "pull-after-bytes=3")}, {one, once});
     QCOMPARE(outcome.status, 1);
     QVERIFY2(outcome.output.contains("cable was pulled"), outcome.output.constData());
+}
+
+void TestJwprobeAdvice::pulledCableOfAnUnwantedBoardExplainsTheWait()
+{
+    // Its answer of 26 bytes arrives whole, and the cable is pulled within the next one.
+    const Outcome outcome = runJwprobe({boardOn("BoardA", m_port, "replies=2,chunk=26,gap=100,pull-after-bytes=30")},
+                                       {one, QStringLiteral("--deadline=1000")});
+    QCOMPARE(outcome.status, 1);
+    for (const char *text : {"cable was pulled", "after it had answered $PJWVER,7300022,1,4,0*0d",
+                             "The search waited for its deadline, since a port had answered"})
+        QVERIFY2(outcome.output.contains(text), outcome.output.constData());
 }
 
 void TestJwprobeAdvice::secondBoardOfATypeIsNamed()
@@ -250,16 +320,6 @@ void TestJwprobeAdvice::listFollowsPort()
                    {QStringLiteral("--list"), QStringLiteral("--json"), QStringLiteral("--port"), m_port});
     QCOMPARE(listed(outcome, m_port)[QLatin1String("probed")], QJsonValue(true));
     QCOMPARE(listed(outcome, other)[QLatin1String("probed")], QJsonValue(false));
-}
-
-void TestJwprobeAdvice::listOpensNoPort()
-{
-    // A board whose port is opened and asked would show traffic.
-    const Outcome outcome = runJwprobe(
-        {boardOn("BoardA", m_port)},
-        {QStringLiteral("--list"), QStringLiteral("--raw-traffic"), QStringLiteral("--log"), QStringLiteral("trace")});
-    QCOMPARE(outcome.status, 0);
-    QCOMPARE(outcome.error, QByteArray());
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeAdvice)

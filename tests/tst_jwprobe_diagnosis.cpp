@@ -1,7 +1,4 @@
 #include <jwprobe/diagnosis.h>
-#include <jwprobe/probelog.h>
-
-#include <logger/logger.h>
 
 #include <QDir>
 #include <QFile>
@@ -9,9 +6,8 @@
 #include <QSerialPort>
 #include <QTest>
 
-#include <memory>
-
 using namespace JwProbe;
+using JwDevice::PortReport;
 
 // The states are words that programs read, the commands in the advice are copied by people: both are tested as they
 // are.
@@ -20,13 +16,14 @@ class TstJwprobeDiagnosis : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void theLogTellsWhatEachPortDid();
-    void payloadsAreTakenFromTheLogAsTheyWere_data();
-    void payloadsAreTakenFromTheLogAsTheyWere();
-    void onlyTheNewestPayloadsAreKept();
-    void whatAPortAnsweredGivesItsState_data();
-    void whatAPortAnsweredGivesItsState();
-    void aPortThatIsGoneWasUnplugged();
+    void eachVerdictHasItsStateCauseAndAdvice_data();
+    void eachVerdictHasItsStateCauseAndAdvice();
+    void aReplyIsNamedAsTheLibraryReadsIt_data();
+    void aReplyIsNamedAsTheLibraryReadsIt();
+    void onlyAPortAmongOthersIsToBeAskedAlone_data();
+    void onlyAPortAmongOthersIsToBeAskedAlone();
+    void aLostPortThatIsGoneWasUnplugged();
+    void aPortThatDoesNotOpenSaysWhy();
     void aNameThatTheSystemDoesNotKnowIsNoSuchPort();
     void withoutPermissionGroupAndRuleAreTold();
     void aLivingLockHolderIsNamed();
@@ -45,39 +42,69 @@ PortIdentity existingPort()
     return port;
 }
 
-CuteMessageLogger initializerRecord()
+const QString boardA = QStringLiteral("$PJWVER,7300022,1,4,0*0d");
+const QString damaged = QStringLiteral("$PJWVER,7300022,1,4,0*0e");
+
+PortReport verdict(PortReport::Verdict verdict)
 {
-    return CuteMessageLogger(loggerInstance(), Logger::Trace, "initializer.cpp", 1, "f()");
+    PortReport report;
+    report.verdict = verdict;
+    report.queries = verdict == PortReport::NotOpened ? 0 : 1;
+    return report;
 }
 
-void logPayload(const QString &port, const QString &payload)
+PortReport notOpened(QSerialPort::SerialPortError error)
 {
-    CuteMessageLogger(loggerInstance(), Logger::Trace, "communicator.cpp", 1, "f()", "Communication").write()
-        << " <- " << payload;
-    initializerRecord().write() << "Read succes on port: " << port;
+    PortReport report = verdict(PortReport::NotOpened);
+    report.error = error;
+    return report;
 }
 
-/// While it lives, the log goes to its ProbeLog.
-class Recording
+PortReport silenced(const QString &reply)
 {
-public:
-    Recording()
-        : log(std::make_shared<ProbeLog>())
-    {
-        loggerInstance()->clearSinks();
-        loggerInstance()->addSink(log);
-        loggerInstance()->setLevel(Logger::Trace);
-    }
-    ~Recording() { loggerInstance()->removeSink(log); }
+    PortReport report = verdict(PortReport::Silenced);
+    report.reply = reply;
+    report.payloads = 1;
+    return report;
+}
 
-    const std::shared_ptr<ProbeLog> log;
-};
+PortReport unreadable(PortReport::Verdict silence, int payloads)
+{
+    PortReport report = verdict(silence);
+    report.unreadable = damaged;
+    report.payloads = payloads;
+    return report;
+}
+
+PortReport asked(PortReport::Verdict silence, int queries)
+{
+    PortReport report = verdict(silence);
+    report.queries = queries;
+    return report;
+}
+
+PortReport duplicate()
+{
+    PortReport report = silenced(boardA);
+    report.verdict = PortReport::Duplicate;
+    report.type = JwDevice::BoardA;
+    return report;
+}
+
+PortReport lost(const QString &reply)
+{
+    PortReport report = silenced(reply);
+    report.verdict = PortReport::Lost;
+    report.error = QSerialPort::ResourceError;
+    report.errorText = QStringLiteral("Input/output error");
+    return report;
+}
 
 // The first of these folders that can be written to is where QSerialPort puts its lock files.
 QString lockFileName(const QString &port)
 {
     const QString folder =
-        QFile::exists(QStringLiteral("/run/lock")) ? QStringLiteral("/run/lock") : QStringLiteral("/tmp");
+        QFile::exists(QStringLiteral("/var/lock")) ? QStringLiteral("/var/lock") : QStringLiteral("/tmp");
     return folder + QLatin1String("/LCK..") + port;
 }
 
@@ -91,115 +118,112 @@ PortIdentity portOfItsOwn()
 
 } // namespace
 
-void TstJwprobeDiagnosis::theLogTellsWhatEachPortDid()
-{
-    const Recording recording;
-    initializerRecord().write() << "Serial port opened for probing: " << QStringLiteral("ttyACM0");
-    initializerRecord().write() << "Serial port not accessible: " << QStringLiteral("ttyACM1") << " - " << 2;
-    initializerRecord().write() << "Read timeout for: " << QStringLiteral("ttyACM0");
-    initializerRecord().write() << "Read timeout for: " << QStringLiteral("ttyACM0");
-    logPayload(QStringLiteral("ttyACM2"), QStringLiteral("$PJWVER,1,2,3,4*0c"));
+Q_DECLARE_METATYPE(JwDevice::PortReport)
 
-    QVERIFY(recording.log->port(QStringLiteral("ttyACM0")).opened);
-    QCOMPARE(recording.log->port(QStringLiteral("ttyACM0")).timeouts, 2);
-    QVERIFY(!recording.log->port(QStringLiteral("ttyACM1")).opened);
-    QCOMPARE(recording.log->port(QStringLiteral("ttyACM1")).openError, 2);
-    QCOMPARE(recording.log->port(QStringLiteral("ttyACM2")).payloads,
-             QStringList(QStringLiteral("$PJWVER,1,2,3,4*0c")));
-    QVERIFY(recording.log->port(QStringLiteral("ttyACM0")).payloads.isEmpty());
-    QVERIFY(!recording.log->port(QStringLiteral("ttyACM3")).opened);
-}
-
-void TstJwprobeDiagnosis::payloadsAreTakenFromTheLogAsTheyWere_data()
+void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice_data()
 {
-    QTest::addColumn<QString>("payload");
-    QTest::newRow("plain") << QStringLiteral("$PJWVER,7300022,1,4,0*0d");
-    QTest::newRow("quotes and backslashes") << QStringLiteral("$P\"a\\n\"\\\\*00");
-    QTest::newRow("control characters") << QString::fromLatin1("$P\b\f\n\r\t\x01\x1b*00");
-    QTest::newRow("beyond ASCII") << QString::fromLatin1("$P\x80\x9f\xad\xe4\xff*00");
-    QTest::newRow("hexadecimal digits behind an escape") << QString::fromLatin1("$P\x01"
-                                                                                "abc*00");
-}
-
-void TstJwprobeDiagnosis::payloadsAreTakenFromTheLogAsTheyWere()
-{
-    QFETCH(QString, payload);
-    const Recording recording;
-    logPayload(QStringLiteral("ttyACM0"), payload);
-    QCOMPARE(recording.log->port(QStringLiteral("ttyACM0")).payloads, QStringList(payload));
-}
-
-void TstJwprobeDiagnosis::onlyTheNewestPayloadsAreKept()
-{
-    const Recording recording;
-    for (int i = 0; i < 1000; ++i)
-        logPayload(QStringLiteral("ttyACM0"), QString::number(i));
-    const QStringList payloads = recording.log->port(QStringLiteral("ttyACM0")).payloads;
-    QVERIFY(payloads.size() < 10);
-    QCOMPARE(payloads.last(), QStringLiteral("999"));
-}
-
-void TstJwprobeDiagnosis::whatAPortAnsweredGivesItsState_data()
-{
-    QTest::addColumn<QStringList>("payloads");
-    QTest::addColumn<int>("timeouts");
+    QTest::addColumn<PortReport>("report");
     QTest::addColumn<QString>("state");
-    QTest::addColumn<QString>("told"); // in the summary
-    const auto row = [](const char *name, const QStringList &payloads, int timeouts, const char *state,
-                        const char *told) {
-        QTest::newRow(name) << payloads << timeouts << QString::fromLatin1(state) << QString::fromLatin1(told);
+    QTest::addColumn<QString>("cause");
+    QTest::addColumn<QString>("advice");
+    const auto row = [](const char *name, const PortReport &report, const char *state, const char *cause,
+                        const char *advice) {
+        QTest::newRow(name) << report << QString::fromLatin1(state) << QString::fromLatin1(cause)
+                            << QString::fromLatin1(advice);
     };
-    const QString boardA = QStringLiteral("$PJWVER,7300022,1,4,0*0d");
-    const QString boardB = QStringLiteral("$PJWVER,7300021,1,4,0*0e");
-    const QString bothNumbers = QStringLiteral("$PJWVER,73000227300021,1,4,0");
-    const QString boardC = QStringLiteral("$PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1*5e");
-    const QString unknown = QStringLiteral("$PJWVER,123,1,4,0");
-    const QString foreign = QStringLiteral("$GPGLL,4916.45,N,12311.12,W,225444,A*31");
-    const QString damaged = QStringLiteral("$PJWVER,7300022,1,4,0*0e");
-    row("a type found elsewhere", {boardA}, 0, "duplicate", "second BoardA");
-    row("a type found elsewhere, then timed out", {boardA}, 3, "duplicate", "second BoardA");
-    row("a type that is not wanted", {boardB}, 0, "otherType", "BoardB");
-    row("both hardware numbers", {bothNumbers}, 0, "otherType", "BoardB");
-    row("the information reply", {boardC}, 0, "otherType", "BoardC");
-    row("an unknown hardware version", {unknown}, 0, "unknownBoard", "$PJWVER,123");
-    row("information with another sub-command", {QStringLiteral("$PTJWRD,inf,CTRL")}, 0, "unknownBoard", "inf");
-    row("a sentence that is not a board's", {foreign}, 4, "unreadable", "GPGLL");
-    row("a damaged sentence", {damaged}, 4, "unreadable", "CRC");
-    row("a damaged sentence and a good one", {damaged, boardB, foreign}, 0, "otherType", "BoardB");
-    row("nothing in four rounds", {}, 4, "silent", "4 rounds");
-    row("nothing in one round", {}, 1, "silent", "400 ms");
-    row("nothing before the end", {}, 0, "unheard", "before the search ended");
+    row("not tried yet", verdict(PortReport::NotOpened), "notOpened", "not opened before the search ended",
+        "--deadline");
+    row("awaiting", asked(PortReport::Awaiting, 1), "unheard", "its query before the search ended", "--deadline");
+    row("awaiting in a later round", asked(PortReport::Awaiting, 3), "unheard", "3 queries", "power");
+    row("awaiting, unreadable", unreadable(PortReport::Awaiting, 1), "unreadable", "CRC", "115200");
+    row("timed out", asked(PortReport::TimedOut, 1), "silent", "400 ms of its query", "power");
+    row("timed out four times", asked(PortReport::TimedOut, 4), "silent", "4 queries", "power");
+    row("timed out, unreadable", unreadable(PortReport::TimedOut, 1), "unreadable", "$PJWVER,7300022,1,4,0*0e",
+        "115200");
+    row("timed out, much unreadable", unreadable(PortReport::TimedOut, 90), "unreadable", "90 payloads", "115200");
+    row("silenced by another type", silenced(boardA), "otherType", "answered as a BoardA", "--type BoardA");
+    row("silenced by no type", silenced(QStringLiteral("$PJWVER,123,1,4,0")), "unknownBoard", "$PJWVER,123,1,4,0",
+        "firmware");
+    row("duplicate", duplicate(), "duplicate", "a second BoardA", "--port null --type BoardA");
+    row("lost", lost(QString()), "failed", "Input/output error", "cable");
+    row("lost behind an answer", lost(boardA), "failed", "answered $PJWVER,7300022,1,4,0*0d", "cable");
 }
 
-void TstJwprobeDiagnosis::whatAPortAnsweredGivesItsState()
+void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
 {
-    QFETCH(QStringList, payloads);
-    QFETCH(int, timeouts);
-    QFETCH(QString, told);
-    PortRecord record;
-    record.opened = true;
-    record.payloads = payloads;
-    record.timeouts = timeouts;
-    const Diagnosis diagnosis = diagnose(existingPort(), record, {JwDevice::BoardA});
+    QFETCH(PortReport, report);
+    QFETCH(QString, cause);
+    QFETCH(QString, advice);
+    const Diagnosis diagnosis = diagnose(existingPort(), report, false);
     QTEST(diagnosis.state, "state");
-    QVERIFY2(diagnosis.summary.contains(told), qPrintable(diagnosis.summary));
+    QVERIFY2(diagnosis.summary.contains(cause), qPrintable(diagnosis.summary));
+    const QString given = diagnosis.advice.join(QLatin1Char('\n'));
+    QVERIFY2(given.contains(advice), qPrintable(given));
 }
 
-void TstJwprobeDiagnosis::aPortThatIsGoneWasUnplugged()
+void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt_data()
+{
+    QTest::addColumn<QString>("reply");
+    QTest::addColumn<QString>("named");
+    const auto row = [](const char *name, const char *reply, const char *named) {
+        QTest::newRow(name) << QString::fromLatin1(reply) << QString::fromLatin1(named);
+    };
+    row("hardware number of BoardB", "$PJWVER,7300021,1,4,0*0e", "as a BoardB");
+    row("both hardware numbers", "$PJWVER,73000227300021,1,4,0", "as a BoardB");
+    row("information", "$PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1*5e", "as a BoardC");
+    row("information in small letters", "$PTJWRD,inf,CTRL", "of no known type");
+    row("information without checksum: the line end is part of it", "$PTJWRD,INF", "of no known type");
+}
+
+void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt()
+{
+    QFETCH(QString, reply);
+    QFETCH(QString, named);
+    const Diagnosis diagnosis = diagnose(existingPort(), silenced(reply), false);
+    QVERIFY2(diagnosis.summary.contains(named), qPrintable(diagnosis.summary));
+}
+
+void TstJwprobeDiagnosis::onlyAPortAmongOthersIsToBeAskedAlone_data()
+{
+    QTest::addColumn<PortReport>("report");
+    QTest::newRow("silent") << asked(PortReport::TimedOut, 4);
+    QTest::newRow("unheard") << asked(PortReport::Awaiting, 1);
+    QTest::newRow("unreadable") << unreadable(PortReport::TimedOut, 3);
+}
+
+void TstJwprobeDiagnosis::onlyAPortAmongOthersIsToBeAskedAlone()
+{
+    QFETCH(PortReport, report);
+    const QString among = diagnose(existingPort(), report, false).advice.join(QLatin1Char('\n'));
+    const QString alone = diagnose(existingPort(), report, true).advice.join(QLatin1Char('\n'));
+    QVERIFY2(among.contains(QLatin1String("alone with --port null")), qPrintable(among));
+    QVERIFY2(!alone.contains(QLatin1String("--port")), qPrintable(alone));
+    QVERIFY2(!alone.contains(QLatin1String("spoil")), qPrintable(alone));
+}
+
+void TstJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/dev/no-such-port");
-    PortRecord record;
-    record.opened = true;
-    record.timeouts = 4;
-    QCOMPARE(diagnose(port, record, {}).state, QStringLiteral("unplugged"));
+    const Diagnosis diagnosis = diagnose(port, lost(QString()), false);
+    QCOMPARE(diagnosis.state, QStringLiteral("unplugged"));
+    QVERIFY2(diagnosis.summary.contains(QLatin1String("cable was pulled")), qPrintable(diagnosis.summary));
+    QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("Plug it in again")));
+}
+
+void TstJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
+{
+    const Diagnosis diagnosis = diagnose(portOfItsOwn(), notOpened(QSerialPort::UnknownError), true);
+    QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
+    QVERIFY2(diagnosis.summary.contains(QLatin1String("Is a directory")), qPrintable(diagnosis.summary));
+    QVERIFY(!diagnosis.advice.isEmpty());
 }
 
 void TstJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
 {
     PortIdentity port = existingPort();
     port.isKnown = false;
-    const Diagnosis diagnosis = diagnose(port, PortRecord(), {});
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::DeviceNotFoundError), true);
     QCOMPARE(diagnosis.state, QStringLiteral("noSuchPort"));
     QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("--list")));
 }
@@ -208,14 +232,14 @@ void TstJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/proc/sys/kernel/ostype"); // refuses writing, even to root
-    PortRecord record;
-    record.openError = QSerialPort::PermissionError;
-    const Diagnosis diagnosis = diagnose(port, record, {});
+    port.vendorId = static_cast<quint16>(0x0abc); // for which the system has no rule yet
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
     QCOMPARE(diagnosis.state, QStringLiteral("noPermission"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("/proc/sys/kernel/ostype is root:root, mode 0444")),
              qPrintable(diagnosis.summary));
-    QVERIFY(diagnosis.advice.contains(
-        QStringLiteral("    SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"0483\", TAG+=\"uaccess\"")));
+    const QString advice = diagnosis.advice.join(QLatin1Char('\n'));
+    for (const char *text : {"SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"0abc\", TAG+=\"uaccess\"", "/etc/udev/rules.d/"})
+        QVERIFY2(advice.contains(QLatin1String(text)), qPrintable(advice));
 }
 
 void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
@@ -223,9 +247,7 @@ void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
     const PortIdentity port = portOfItsOwn();
     QLockFile lock(lockFileName(port.name));
     QVERIFY(lock.tryLock());
-    PortRecord record;
-    record.openError = QSerialPort::PermissionError;
-    const Diagnosis diagnosis = diagnose(port, record, {});
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
     QCOMPARE(diagnosis.state, QStringLiteral("held"));
     QVERIFY2(diagnosis.summary.contains(QStringLiteral("pid %1").arg(QCoreApplication::applicationPid())),
              qPrintable(diagnosis.summary));
@@ -239,9 +261,7 @@ void TstJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("999999999\n"); // more than any system's highest
     file.close();
-    PortRecord record;
-    record.openError = QSerialPort::PermissionError;
-    const Diagnosis diagnosis = diagnose(port, record, {});
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
     QVERIFY(file.remove());
     QCOMPARE(diagnosis.state, QStringLiteral("held"));
     QVERIFY2(diagnosis.advice.contains(QLatin1String("    sudo rm ") + file.fileName()),

@@ -11,6 +11,8 @@ class TstJwprobeOptions : public QObject
 private Q_SLOTS:
     void withoutOptionsAllTypesAreSearchedOnAllPorts();
     void everyOptionIsTaken();
+    void actionsTakeThePortsAndTheFormatAlong_data();
+    void actionsTakeThePortsAndTheFormatAlong();
     void typesAreTakenInAnyLetterCaseAndOnce();
     void portsAreTakenWithTheirFolderAndOnce();
     void helpAndVersionComeBeforeTheRest_data();
@@ -64,6 +66,26 @@ void TstJwprobeOptions::everyOptionIsTaken()
     QCOMPARE(options->deadline, 700);
     QVERIFY(options->json && options->traffic && options->rawTraffic);
     QVERIFY(options->logLevel == Logger::Warning);
+}
+
+void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<int>("action");
+    QTest::newRow("--list") << QStringLiteral("--list") << static_cast<int>(Options::List);
+    QTest::newRow("--doctor") << QStringLiteral("--doctor") << static_cast<int>(Options::Doctor);
+}
+
+void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
+{
+    QFETCH(QString, option);
+    QFETCH(int, action);
+    QString error;
+    const std::optional<Options> options = parse(words("--json --port ttyACM1") + QStringList(option), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(static_cast<int>(options->action), action);
+    QCOMPARE(options->ports, words("ttyACM1"));
+    QVERIFY(options->json);
 }
 
 void TstJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
@@ -123,6 +145,15 @@ void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     row("--deadline 0", "1 to 3600000");
     row("--log loud", "trace, debug, info, warning, error, fatal");
     row("--list --monitor", "--list and --monitor");
+    row("--doctor --monitor", "--doctor and --monitor");
+    row("--udev-rules --list", "--list and --udev-rules");
+    row("--list --type BoardA", "--type is for a search");
+    row("--list --deadline 300", "--deadline is for a search");
+    row("--list --log trace", "--log is for a search");
+    row("--doctor --delay 20", "--delay is for a search");
+    row("--doctor --retries 0", "--retries is for a search");
+    row("--doctor --traffic", "--traffic is for a search");
+    row("--udev-rules --raw-traffic", "--raw-traffic is for a search");
     row("--json=yes", "--help");
     row("--delay 5000", "--deadline");
     row("--type BoardC --delay 300 --deadline 300", "--deadline");
@@ -142,7 +173,7 @@ void TstJwprobeOptions::helpNamesEveryOptionWithin80Columns()
 {
     const QString help = helpText();
     const QStringList names = words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
-                                    "--list --monitor --version --help");
+                                    "--list --doctor --monitor --udev-rules --version --help");
     for (const QString &name : names)
         QVERIFY2(help.contains(name), qPrintable(name));
     const QStringList lines = help.split(QLatin1Char('\n'));

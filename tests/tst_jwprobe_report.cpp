@@ -53,6 +53,10 @@ private Q_SLOTS:
     void cellWithoutATextIsADash();
     void jsonHasAllOfABoard();
     void jsonTellsOfMissingBoards();
+    void jsonTellsWhatBecameOfAPort_data();
+    void jsonTellsWhatBecameOfAPort();
+    void jsonTellsOfASecondBoardOfAType();
+    void jsonTellsHowOftenABoardWasAsked();
     void jsonStaysADocumentWithoutAPort();
     void duplicateIsNotADefect();
 
@@ -171,6 +175,13 @@ void TestJwprobeReport::jsonHasAllOfABoard()
                           {QStringLiteral("serialNumber"), QStringLiteral("S-1")},
                           {QStringLiteral("vendorId"), QStringLiteral("0483")},
                           {QStringLiteral("productId"), QStringLiteral("00ab")},
+                          {QStringLiteral("product"), QStringLiteral("Simulated board")},
+                          {QStringLiteral("verdict"), QStringLiteral("handedOver")},
+                          {QStringLiteral("error"), QJsonValue::Null},
+                          {QStringLiteral("errorText"), QJsonValue::Null},
+                          {QStringLiteral("unreadable"), QJsonValue::Null},
+                          {QStringLiteral("queries"), 1},
+                          {QStringLiteral("payloads"), 1},
                           {QStringLiteral("hardwareVersion"), QStringLiteral("7300030")},
                           {QStringLiteral("reply"), QStringLiteral("$PTJWRD,INF,CTRL,3,17,2,1.04,7300030,1*5d")},
                           {QStringLiteral("connected"), true}}));
@@ -190,6 +201,87 @@ void TestJwprobeReport::jsonTellsOfMissingBoards()
     QCOMPARE(port[QLatin1String("state")].toString(), QStringLiteral("silent"));
     QVERIFY(!port[QLatin1String("summary")].toString().isEmpty());
     QVERIFY(!texts(port[QLatin1String("advice")]).isEmpty());
+}
+
+void TestJwprobeReport::jsonTellsWhatBecameOfAPort_data()
+{
+    QTest::addColumn<QString>("board");
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("verdict");
+    QTest::addColumn<QString>("state");
+    QTest::addColumn<QString>("error"); // a pattern: how the loss of a cable shows is up to the system
+    QTest::addColumn<QJsonValue>("reply");
+    QTest::addColumn<QJsonValue>("unreadable");
+    QTest::addColumn<int>("queries");
+    QTest::addColumn<int>("payloads");
+
+    const auto row = [](const char *name, const char *kind, const char *keys,
+                        std::initializer_list<const char *> arguments, const char *verdict, const char *state,
+                        const char *error, const QJsonValue &reply, const QJsonValue &unreadable, int queries,
+                        int payloads) {
+        QTest::newRow(name) << boardOn(kind, QStringLiteral("%1"), keys) << options(arguments)
+                            << QString::fromLatin1(verdict) << QString::fromLatin1(state) << QString::fromLatin1(error)
+                            << reply << unreadable << queries << payloads;
+    };
+    const QJsonValue none = QJsonValue::Null;
+    const QJsonValue boardA = QStringLiteral("$PJWVER,7300022,1,4,0*0d");
+    row("not opened", "BoardB", "open=denied", {"--retries", "0"}, "notOpened", "noPermission", "PermissionError", none,
+        none, 0, 0);
+    row("awaiting", "silent", "", {"--deadline", "100"}, "awaiting", "unheard", "", none, none, 1, 0);
+    row("timed out", "silent", "", {"--retries", "2"}, "timedOut", "silent", "", none, none, 3, 0);
+    row("two queries a round", "silent", "", {"--retries", "1", "--type", "BoardC"}, "timedOut", "silent", "", none,
+        none, 4, 0);
+    row("bytes that are no payload", "babble", "", {"--retries", "0"}, "timedOut", "silent", "", none, none, 1, 0);
+    row("damaged answers", "BoardA", "checksum=wrong", {"--retries", "1"}, "timedOut", "unreadable", "", none,
+        QStringLiteral("$PJWVER,7300022,1,4,0*58"), 2, 2);
+    row("silenced", "BoardA", "", {"--deadline", "300"}, "silenced", "otherType", "", boardA, none, 1, 1);
+    row("lost", "BoardB", "pull-after-bytes=3", {"--retries", "0"}, "lost", "unplugged", "(Read|Write|Resource)Error",
+        none, none, 1, 0);
+}
+
+void TestJwprobeReport::jsonTellsWhatBecameOfAPort()
+{
+    QFETCH(QString, board);
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, error);
+
+    const Outcome outcome = runJwprobe({board.arg(m_ports[0])}, options({"--json", "--type", "BoardB"}) + arguments);
+    QCOMPARE(outcome.status, 1);
+    const QJsonObject port = document(outcome)[QLatin1String("ports")].toArray().first().toObject();
+    QCOMPARE(port[QLatin1String("port")].toString(), m_ports[0]);
+    QCOMPARE(port[QLatin1String("product")].toString(), QStringLiteral("Simulated board"));
+    QTEST(port[QLatin1String("verdict")].toString(), "verdict");
+    QTEST(port[QLatin1String("state")].toString(), "state");
+    const QString found = port[QLatin1String("error")].toString();
+    QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(error)).match(found).hasMatch(), qPrintable(found));
+    QCOMPARE(port[QLatin1String("errorText")].isNull(), port[QLatin1String("error")].isNull());
+    QTEST(port[QLatin1String("reply")], "reply");
+    QTEST(port[QLatin1String("unreadable")], "unreadable");
+    QTEST(port[QLatin1String("queries")].toInt(-1), "queries");
+    QTEST(port[QLatin1String("payloads")].toInt(-1), "payloads");
+}
+
+void TestJwprobeReport::jsonTellsOfASecondBoardOfAType()
+{
+    const Outcome outcome = runJwprobe({boardOn("BoardB", m_ports[0]), boardOn("BoardB", m_ports[1], "delay=100")},
+                                       options({"--json", "--type", "BoardB", "--type", "BoardC", "--retries", "0"}));
+    QCOMPARE(outcome.status, 1);
+    const QJsonObject port = document(outcome)[QLatin1String("ports")].toArray().first().toObject();
+    QCOMPARE(port[QLatin1String("port")].toString(), m_ports[1]);
+    QCOMPARE(port[QLatin1String("verdict")].toString(), QStringLiteral("duplicate"));
+    QCOMPARE(port[QLatin1String("state")].toString(), QStringLiteral("duplicate"));
+    QCOMPARE(port[QLatin1String("reply")].toString(), QStringLiteral("$PJWVER,7300021,1,4,0*0e"));
+}
+
+void TestJwprobeReport::jsonTellsHowOftenABoardWasAsked()
+{
+    // Without the first answer it is asked a second time.
+    const Outcome outcome =
+        runJwprobe({boardOn("BoardA", m_ports[0], "ignore=1")}, options({"--json", "--type", "BoardA"}));
+    QCOMPARE(outcome.status, 0);
+    const QJsonObject board = document(outcome)[QLatin1String("boards")].toArray().first().toObject();
+    QCOMPARE(board[QLatin1String("queries")].toInt(), 2);
+    QCOMPARE(board[QLatin1String("payloads")].toInt(), 1);
 }
 
 void TestJwprobeReport::jsonStaysADocumentWithoutAPort()

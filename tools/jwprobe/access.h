@@ -1,24 +1,24 @@
 #pragma once
 
-#include <QString>
-#include <QStringList>
+#include "obstacle.h"
+
+#include <QList>
 
 namespace JwProbe {
 
 struct PortIdentity;
 
-/// What keeps this user from opening a port.
-struct Obstacle
-{
-    enum Kind { None, NoSuchPort, NoPermission, Held, Other };
+/// All that is seen to keep the port from opening, the worst first. Doesn't open it.
+QList<Obstacle> findObstacles(const PortIdentity &port);
 
-    Kind kind = None;
-    QString summary; ///< such as "held by minicom (pid 4711)"
-    QStringList advice; ///< what can be done; lines with blanks in front are to be copied as they are
-};
-
-/// Looks for an obstacle without opening the port.
+/// The first of findObstacles(), or one of the kind None.
 Obstacle findObstacle(const PortIdentity &port);
+
+/// The word that --help lists for an obstacle of this kind.
+QString obstacleState(Obstacle::Kind kind);
+
+/// What shows when the port is opened for an instant; of the kind None when it opens.
+Obstacle tryToOpen(const PortIdentity &port);
 
 /// Why the port did not open a moment ago, with this QSerialPort::SerialPortError. Opens it for an instant when nothing
 /// else tells.

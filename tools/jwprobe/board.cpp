@@ -1,18 +1,20 @@
 #include "board.h"
 
+#include "reply.h"
+
 #include <device/communicator.h>
 
 #include <QSerialPort>
 
 namespace JwProbe {
 
-Board::Board(JwDevice::Type type, JwDevice::Communicator *comm, const PortIdentity &port, const Reply &reply,
+Board::Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
              double milliseconds)
-    : m_type(type)
-    , m_comm(comm)
+    : m_comm(comm)
     , m_serialPort(qobject_cast<QSerialPort *>(comm->device()))
     , m_port(port)
-    , m_reply(reply)
+    , m_report(report)
+    , m_hardwareVersion(readReply(report.reply).hardwareVersion)
     , m_milliseconds(milliseconds)
 {
     // A port whose cable was pulled reports errors at every turn of the event loop for as long as it is open.

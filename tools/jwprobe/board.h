@@ -1,11 +1,12 @@
 #pragma once
 
 #include "portidentity.h"
-#include "reply.h"
 
+#include <device/portreport.h>
 #include <device/type.h>
 
 #include <QObject>
+#include <QString>
 
 class QSerialPort;
 
@@ -21,16 +22,17 @@ class Board : public QObject
     Q_OBJECT
 
 public:
-    /// Takes over `comm` as it comes from the search. `reply` is what the board was recognised by, `milliseconds` the
+    /// Takes over `comm` as it comes from the search. `report` is that of its port at this moment, `milliseconds` the
     /// time that it took.
-    Board(JwDevice::Type type, JwDevice::Communicator *comm, const PortIdentity &port, const Reply &reply,
+    Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
           double milliseconds);
     /// Not to be called from within a signal of the board.
     ~Board() override;
 
-    JwDevice::Type type() const { return m_type; }
+    JwDevice::Type type() const { return m_report.type; }
     const PortIdentity &port() const { return m_port; }
-    const Reply &reply() const { return m_reply; }
+    const JwDevice::PortReport &report() const { return m_report; }
+    const QString &hardwareVersion() const { return m_hardwareVersion; } ///< empty when it didn't tell
     double milliseconds() const { return m_milliseconds; }
     /// False once the port failed: the cable was pulled. Then there is nothing more to do with it.
     bool isConnected() const;
@@ -42,11 +44,11 @@ Q_SIGNALS:
     void lost();
 
 private:
-    const JwDevice::Type m_type;
     JwDevice::Communicator *const m_comm;
     QSerialPort *const m_serialPort;
     const PortIdentity m_port;
-    const Reply m_reply;
+    const JwDevice::PortReport m_report;
+    const QString m_hardwareVersion;
     const double m_milliseconds;
 };
 

@@ -3,28 +3,37 @@
 #include "board.h"
 #include "options.h"
 #include "portlist.h"
-#include "probelog.h"
-#include "reply.h"
 
 #include <device/communicator.h>
 #include <device/initializer.h>
-#include <logger/logger.h>
+#include <device/portreport.h>
 
 #include <QSerialPort>
 #include <QSerialPortInfo>
 
 #include <algorithm>
 
+using JwDevice::PortReport;
+
 namespace JwProbe {
+
+namespace {
+
+PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
+{
+    const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
+    const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
+    return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
+}
+
+} // namespace
 
 Finder::Finder(const Options &options, QObject *parent)
     : QObject(parent)
     , m_options(options)
-    , m_log(std::make_shared<ProbeLog>())
     , m_initializer(std::make_unique<JwDevice::Initializer>())
     , m_open(options.types)
 {
-    loggerInstance()->addSink(m_log);
     m_initializer->setMaxRetries(options.retries);
     connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::takeBoard);
     connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::takeMissing);
@@ -37,7 +46,6 @@ Finder::Finder(const Options &options, QObject *parent)
 
 Finder::~Finder()
 {
-    loggerInstance()->removeSink(m_log);
     qDeleteAll(m_boards);
 }
 
@@ -58,9 +66,7 @@ void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
 {
     const double time = milliseconds();
     const QString name = qobject_cast<QSerialPort *>(comm->device())->portName();
-    const QStringList payloads = m_log->port(name).payloads;
-    const Reply reply = payloads.isEmpty() ? Reply() : readReply(payloads.last());
-    m_boards.append(new Board(type, comm, port(name), reply, time));
+    m_boards.append(new Board(comm, port(name), reportOn(name, m_initializer->portReports()), time));
     m_open.removeAll(type);
     finishWhenDone();
 }
@@ -96,13 +102,17 @@ SearchResult Finder::result() const
     result.boards = m_boards;
     result.deadlineReached = m_deadlineReached;
     result.milliseconds = m_duration;
-    QList<JwDevice::Type> found;
-    for (const JwDevice::Type type : m_options.types)
-        (result.board(type) ? found : result.missing).append(type);
+    for (const JwDevice::Type type : m_options.types) {
+        if (!result.board(type))
+            result.missing.append(type);
+    }
+    const QList<PortReport> reports = m_initializer->portReports();
+    const auto wasAsked = [](const PortReport &report) { return report.verdict != PortReport::NotOpened; };
+    const bool isAlone = std::count_if(reports.begin(), reports.end(), wasAsked) == 1;
     for (const PortIdentity &port : m_ports) {
-        const auto isHere = [&port](const Board *board) { return board->port().name == port.name; };
-        if (std::none_of(m_boards.begin(), m_boards.end(), isHere))
-            result.others.append(diagnose(port, m_log->port(port.name), found));
+        const PortReport report = reportOn(port.name, reports);
+        if (report.verdict != PortReport::HandedOver)
+            result.others.append(diagnose(port, report, isAlone));
     }
     return result;
 }

@@ -20,7 +20,6 @@ class Initializer;
 namespace JwProbe {
 
 class Board;
-class ProbeLog;
 struct Options;
 
 /// Searches once, to the deadline at most. It owns the boards that it finds.
@@ -29,7 +28,7 @@ class Finder : public QObject
     Q_OBJECT
 
 public:
-    /// `options` must outlive it. The log must let everything through to its sinks.
+    /// `options` must outlive it.
     explicit Finder(const Options &options, QObject *parent = nullptr);
     ~Finder() override;
 
@@ -56,7 +55,6 @@ private:
     PortIdentity port(const QString &name) const;
 
     const Options &m_options;
-    const std::shared_ptr<ProbeLog> m_log;
     std::unique_ptr<JwDevice::Initializer> m_initializer;
     QTimer m_deadline;
     QElapsedTimer m_clock;

@@ -8,20 +8,17 @@
 
 #include <cstdio>
 #include <memory>
-#include <set>
-#include <string>
 
 namespace JwProbe {
 
 namespace {
 
+// Each record that gets here is shown: the logger's levels choose.
 class LogOutput : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
-    LogOutput(int level, std::set<std::string> categories)
-        : m_level(level)
-        , m_categories(std::move(categories))
-        , m_trafficFormat("%H:%M:%S.%e %-7l %n: %v")
+    LogOutput()
+        : m_trafficFormat("%H:%M:%S.%e %-7l %n: %v")
     {
         set_pattern("%H:%M:%S.%e %-7l %s:%#: %v");
     }
@@ -29,11 +26,8 @@ public:
 protected:
     void sink_it_(const spdlog::details::log_msg &message) override
     {
-        const std::string category(message.logger_name.data(), message.logger_name.size());
-        if (message.level < m_level && m_categories.count(category) == 0)
-            return;
         spdlog::memory_buf_t line;
-        if (category.empty())
+        if (message.logger_name.size() == 0)
             formatter_->format(message, line);
         else
             m_trafficFormat.format(message, line);
@@ -42,8 +36,6 @@ protected:
     void flush_() override { std::fflush(stderr); }
 
 private:
-    const int m_level;
-    const std::set<std::string> m_categories; // shown whatever their level
     spdlog::pattern_formatter m_trafficFormat;
 };
 
@@ -51,16 +43,15 @@ private:
 
 void setUpLogOutput(const Options &options)
 {
-    loggerInstance()->clearSinks();
-    loggerInstance()->setLevel(Logger::Trace); // the sinks choose
-    std::set<std::string> categories;
+    Logger *logger = loggerInstance();
+    logger->clearSinks();
+    logger->setLevel(options.logLevel.value_or(Logger::Fatal));
     if (options.traffic)
-        categories.insert("Communication");
+        logger->setLevel(QStringLiteral("Communication"), Logger::Trace);
     if (options.rawTraffic)
-        categories.insert("RawCommunication");
-    const int level = options.logLevel ? *options.logLevel : Logger::Fatal + 1;
-    if (options.logLevel || !categories.empty())
-        loggerInstance()->addSink(std::make_shared<LogOutput>(level, categories));
+        logger->setLevel(QStringLiteral("RawCommunication"), Logger::Trace);
+    if (options.logLevel || options.traffic || options.rawTraffic)
+        logger->addSink(std::make_shared<LogOutput>());
 }
 
 } // namespace JwProbe

@@ -1,8 +1,10 @@
+#include "doctorreport.h"
 #include "listreport.h"
 #include "logoutput.h"
 #include "options.h"
 #include "output.h"
 #include "program.h"
+#include "udevrules.h"
 
 #include <QCoreApplication>
 
@@ -43,6 +45,10 @@ int main(int argc, char **argv)
         return print(QStringLiteral("jwprobe " JWPROBE_VERSION "\n")) ? 0 : 1;
     case Options::List:
         return showList(*options);
+    case Options::Doctor:
+        return showDoctor(*options);
+    case Options::ShowUdevRules:
+        return print(udevRules()) ? 0 : 1;
     case Options::Find:
     case Options::Monitor:
         break;

@@ -23,19 +23,35 @@ Output
   and, when a board is missing, what can be done about it.
   With --json there is one document:
     {"version", "wanted": [TYPE...], "missing": [TYPE...],
-     "boards": [{"type", "port", "location", "manufacturer", "serialNumber",
-                 "vendorId", "productId", "hardwareVersion", "reply",
-                 "milliseconds", "connected"}...],
-     "ports": [{"port", "location", "manufacturer", "serialNumber", "vendorId",
-                "productId", "state", "summary", "advice": [LINE...]}...],
+     "boards": [{PORT, REPORT, "type", "hardwareVersion", "milliseconds",
+                 "connected"}...],
+     "ports": [{PORT, REPORT, "state", "summary", "advice": [LINE...]}...],
      "advice": [LINE...], "deadlineReached", "milliseconds", "exitStatus"}
-  "ports" are the probed ports that hold no board of "boards"; their "state" is
+  where PORT is what the system tells of a port,
+    "port", "location", "manufacturer", "serialNumber", "vendorId", "productId"
+  and REPORT what the search did with it:
+    "product", "verdict", "error", "errorText", "reply", "unreadable",
+    "queries", "payloads"
+  "ports" are the probed ports that hold no board of "boards". Their "state" is
   one of duplicate, otherType, unknownBoard, unreadable, silent, unheard,
-  unplugged, notOpened, noSuchPort, noPermission, held, openFailed. What a port
-  does not tell is null; ids are four hexadecimal digits.
+  unplugged, failed, notOpened, noSuchPort, noPermission, held, openFailed.
+  "verdict" is one of notOpened, awaiting, timedOut, silenced, duplicate, lost,
+  handedOver; "error" is QSerialPort's name of an error. What there is nothing
+  to say about is null; ids are four hexadecimal digits.
   With --list and --json:
-    {"version", "ports": [{"port", ..., "productId", "probed", "reason",
-                           "obstacle"}...]}
+    {"version", "ports": [{PORT, "probed", "reason", "obstacle"}...]}
+
+Doctor
+  For each candidate port, or those named by --port, standard output says what
+  keeps it from opening and the command that mends it: no permission for this
+  user, session or group, no udev rule; another program that has it open, or its
+  lock file; a lock file left behind; ModemManager, which udev was not told to
+  keep off the port. It changes nothing, and opens a port for an instant only
+  when it sees no trouble. With --json:
+    {"version", "ports": [{PORT, "troubles": [{"kind", "summary",
+                                               "advice": [LINE...]}...]}...],
+     "advice": [LINE...], "exitStatus"}
+  "kind" is one of noSuchPort, noPermission, held, openFailed, modemManager.
 
 Monitor
   Each payload is one line: local time, port, "<-" from the board or "->" to it,
@@ -52,8 +68,9 @@ Monitor
   library gathers all bytes in one place. For one board alone, give --port.
 
 Exit status
-  0  all wanted boards were found; the monitor was ended by Ctrl-C or SIGTERM
-  1  some are missing; the monitor lost its last board
+  0  all wanted boards were found; the doctor found no trouble; the monitor was
+     ended by Ctrl-C or SIGTERM
+  1  some are missing; the doctor found trouble; the monitor lost its last board
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board
   A search that is ended by a signal gives 128 and the signal's number.
@@ -68,6 +85,7 @@ public:
     QString help() const;
 
 private:
+    bool readAction(Options &options, QString *error) const;
     bool readTypes(Options &options, QString *error) const;
     bool readPorts(Options &options, QString *error) const;
     bool readNumber(const QCommandLineOption &option, int lowest, int highest, int &value, QString *error) const;
@@ -80,7 +98,9 @@ private:
     const QCommandLineOption m_deadline;
     const QCommandLineOption m_json;
     const QCommandLineOption m_list;
+    const QCommandLineOption m_doctor;
     const QCommandLineOption m_monitor;
+    const QCommandLineOption m_udevRules;
     const QCommandLineOption m_log;
     const QCommandLineOption m_traffic;
     const QCommandLineOption m_rawTraffic;
@@ -98,6 +118,11 @@ bool fail(QString *error, const QString &text)
 {
     *error = text;
     return false;
+}
+
+QString longName(const QCommandLineOption &option)
+{
+    return QStringLiteral("--") + option.names().last();
 }
 
 QString levelList()
@@ -141,7 +166,13 @@ Parser::Parser()
     , m_list(makeOption("list",
                         "Show every serial port of the system, which ones would be probed, and why the others "
                         "would not. Opens no port."))
+    , m_doctor(makeOption("doctor",
+                          "Look at what keeps each candidate port from opening, and show the command that mends "
+                          "it."))
     , m_monitor(makeOption("monitor", "Stay on the boards found: show every payload, send the lines typed."))
+    , m_udevRules(makeOption("udev-rules",
+                             "Write the udev rules to standard output that give access to the boards and keep "
+                             "ModemManager off them."))
     , m_log(makeOption("log",
                        "Show the library's log from LEVEL on, on standard error: trace, debug, info, warning, "
                        "error or fatal.",
@@ -152,8 +183,8 @@ Parser::Parser()
     , m_help(QStringList{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."))
 {
     m_parser.setApplicationDescription(QStringLiteral("Finds boards on USB serial ports and says what it found."));
-    m_parser.addOptions({m_type, m_port, m_delay, m_retries, m_deadline, m_json, m_list, m_monitor, m_log, m_traffic,
-                         m_rawTraffic, m_version, m_help});
+    m_parser.addOptions({m_type, m_port, m_delay, m_retries, m_deadline, m_json, m_list, m_doctor, m_monitor,
+                         m_udevRules, m_log, m_traffic, m_rawTraffic, m_version, m_help});
 }
 
 std::optional<Options> Parser::parse(const QStringList &arguments, QString *error)
@@ -176,13 +207,9 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
                      .arg(rest.first());
         return std::nullopt;
     }
-    if (m_parser.isSet(m_list) && m_parser.isSet(m_monitor)) {
-        *error = QStringLiteral("--list and --monitor exclude each other: give one of them");
-        return std::nullopt;
-    }
     int retries = static_cast<int>(options.retries);
-    if (!readTypes(options, error) || !readPorts(options, error) || !readLevel(options, error)
-        || !readNumber(m_delay, 0, maxTime, options.delay, error)
+    if (!readAction(options, error) || !readTypes(options, error) || !readPorts(options, error)
+        || !readLevel(options, error) || !readNumber(m_delay, 0, maxTime, options.delay, error)
         || !readNumber(m_retries, 0, maxRetries, retries, error)
         || !readNumber(m_deadline, 1, maxTime, options.deadline, error))
         return std::nullopt;
@@ -196,10 +223,6 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
     options.json = m_parser.isSet(m_json);
     options.traffic = m_parser.isSet(m_traffic);
     options.rawTraffic = m_parser.isSet(m_rawTraffic);
-    if (m_parser.isSet(m_list))
-        options.action = Options::List;
-    else if (m_parser.isSet(m_monitor))
-        options.action = Options::Monitor;
     return options;
 }
 
@@ -208,6 +231,34 @@ QString Parser::help() const
     const QString text = m_parser.helpText(); // its first line has the path of the program
     return QStringLiteral("Usage: jwprobe [options]") + text.mid(text.indexOf(QLatin1Char('\n')))
         + QString::fromLatin1(details);
+}
+
+bool Parser::readAction(Options &options, QString *error) const
+{
+    const std::pair<const QCommandLineOption &, Options::Action> actions[] = {{m_list, Options::List},
+                                                                              {m_doctor, Options::Doctor},
+                                                                              {m_monitor, Options::Monitor},
+                                                                              {m_udevRules, Options::ShowUdevRules}};
+    QString given;
+    for (const auto &[option, action] : actions) {
+        if (!m_parser.isSet(option))
+            continue;
+        const QString name = longName(option);
+        if (!given.isEmpty())
+            return fail(error, QStringLiteral("%1 and %2 exclude each other: give one of them").arg(given, name));
+        given = name;
+        options.action = action;
+    }
+    if (options.action == Options::Find || options.action == Options::Monitor)
+        return true;
+    for (const QCommandLineOption &option : {m_type, m_delay, m_retries, m_deadline, m_log, m_traffic, m_rawTraffic}) {
+        if (m_parser.isSet(option)) {
+            return fail(error,
+                        QStringLiteral("%1 is for a search, and with %2 there is none: leave one of them out")
+                            .arg(longName(option), given));
+        }
+    }
+    return true;
 }
 
 bool Parser::readTypes(Options &options, QString *error) const

@@ -14,7 +14,7 @@ namespace JwProbe {
 /// What the command line asks for.
 struct Options
 {
-    enum Action { Find, List, Monitor, ShowHelp, ShowVersion };
+    enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };
 
     Action action = Find;
     QList<JwDevice::Type> types; ///< each once, in the order given

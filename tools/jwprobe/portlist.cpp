@@ -74,6 +74,11 @@ QList<PortIdentity> candidatePorts(const QStringList &named)
     return candidates;
 }
 
+bool looksLikeBoard(const PortIdentity &port)
+{
+    return judge(port).probed;
+}
+
 QString candidateRule()
 {
     return QStringLiteral("the USB manufacturer \"%1\" or the vendor id %2")

@@ -22,6 +22,9 @@ QList<ListedPort> listPorts(const QStringList &named);
 /// The ports that a search probes. A name that the system doesn't know is among them.
 QList<PortIdentity> candidatePorts(const QStringList &named);
 
+/// Whether a search probes it without its being named.
+bool looksLikeBoard(const PortIdentity &port);
+
 /// What a port must have to be probed without being named, in words.
 QString candidateRule();
 

@@ -33,12 +33,11 @@ JwDevice::Type typeOf(const JwDevice::SessionInit &session, const QString &hardw
 Reply readReply(const QString &payload)
 {
     Reply reply;
-    reply.text = payload.trimmed();
     Nmea::ParserInit parser;
     parser.init();
     JwDevice::SessionInit session;
     try {
-        parser.parse(&session, reply.text + QLatin1String("\r\n"));
+        parser.parse(&session, payload + QLatin1String("\r\n"));
     } catch (const Nmea::Exception &exception) {
         reply.fault = exception.message();
         return reply;

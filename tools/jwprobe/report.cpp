@@ -8,9 +8,12 @@
 #include "table.h"
 
 #include <QJsonArray>
+#include <QMetaEnum>
 
 #include <algorithm>
 #include <cmath>
+
+using JwDevice::PortReport;
 
 namespace JwProbe {
 
@@ -40,7 +43,7 @@ QString boardTable(const SearchResult &result, int width)
         }
         const PortIdentity &port = board->port();
         table.addRow({typeName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
-                      orDash(board->reply().hardwareVersion), timeText(board->milliseconds())},
+                      orDash(board->hardwareVersion()), timeText(board->milliseconds())},
                      board->isConnected() ? QString() : QStringLiteral("its cable was pulled since"));
     }
     return table.toText(width);
@@ -62,8 +65,9 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
+        // Also when its cable was pulled since.
         const auto keepsOpen = [](const Diagnosis &port) {
-            return port.state == QLatin1String("otherType") || port.state == QLatin1String("unknownBoard");
+            return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
         advice.append(
             std::any_of(result.others.begin(), result.others.end(), keepsOpen)
@@ -77,16 +81,9 @@ QStringList generalAdvice(const SearchResult &result)
 QString portText(const Diagnosis &port, int nameWidth, bool withAdvice, int width)
 {
     const int indent = nameWidth + 4;
-    const QString blanks(indent, QLatin1Char(' '));
-    QString text =
+    const QString text =
         QStringLiteral("  %1  %2\n").arg(port.port.name, -nameWidth).arg(wrapped(port.summary, indent, width));
-    if (!withAdvice)
-        return text;
-    for (const QString &line : port.advice) {
-        const bool isToCopy = line.startsWith(QLatin1Char(' '));
-        text += blanks + (isToCopy ? line : wrapped(line, indent, width)) + QLatin1Char('\n');
-    }
-    return text;
+    return withAdvice ? text + linesText(port.advice, indent, width) : text;
 }
 
 QString othersText(const SearchResult &result, int width)
@@ -105,23 +102,66 @@ QString othersText(const SearchResult &result, int width)
     return text;
 }
 
+QString verdictName(PortReport::Verdict verdict)
+{
+    switch (verdict) {
+    case PortReport::NotOpened:
+        break;
+    case PortReport::Awaiting:
+        return QStringLiteral("awaiting");
+    case PortReport::TimedOut:
+        return QStringLiteral("timedOut");
+    case PortReport::Silenced:
+        return QStringLiteral("silenced");
+    case PortReport::Duplicate:
+        return QStringLiteral("duplicate");
+    case PortReport::Lost:
+        return QStringLiteral("lost");
+    case PortReport::HandedOver:
+        return QStringLiteral("handedOver");
+    }
+    return QStringLiteral("notOpened");
+}
+
+// As Qt writes it, such as "PermissionError".
+QString errorName(QSerialPort::SerialPortError error)
+{
+    if (error == QSerialPort::NoError)
+        return QString();
+    return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
+}
+
+// What boards and other ports have in common.
+QJsonObject portJson(const PortIdentity &port, const PortReport &report)
+{
+    QJsonObject object = port.toJson();
+    object[QLatin1String("product")] = orNull(report.product);
+    object[QLatin1String("verdict")] = verdictName(report.verdict);
+    object[QLatin1String("error")] = orNull(errorName(report.error));
+    object[QLatin1String("errorText")] = orNull(report.errorText);
+    object[QLatin1String("reply")] = orNull(report.reply);
+    object[QLatin1String("unreadable")] = orNull(report.unreadable);
+    object[QLatin1String("queries")] = report.queries;
+    object[QLatin1String("payloads")] = report.payloads;
+    return object;
+}
+
 QJsonObject boardJson(const Board &board)
 {
-    QJsonObject object = board.port().toJson();
+    QJsonObject object = portJson(board.port(), board.report());
     object[QLatin1String("type")] = typeName(board.type());
-    object[QLatin1String("hardwareVersion")] = orNull(board.reply().hardwareVersion);
-    object[QLatin1String("reply")] = orNull(board.reply().text);
+    object[QLatin1String("hardwareVersion")] = orNull(board.hardwareVersion());
     object[QLatin1String("milliseconds")] = tenths(board.milliseconds());
     object[QLatin1String("connected")] = board.isConnected();
     return object;
 }
 
-QJsonObject portJson(const Diagnosis &port)
+QJsonObject otherJson(const Diagnosis &other)
 {
-    QJsonObject object = port.port.toJson();
-    object[QLatin1String("state")] = port.state;
-    object[QLatin1String("summary")] = port.summary;
-    object[QLatin1String("advice")] = QJsonArray::fromStringList(port.advice);
+    QJsonObject object = portJson(other.port, other.report);
+    object[QLatin1String("state")] = other.state;
+    object[QLatin1String("summary")] = other.summary;
+    object[QLatin1String("advice")] = QJsonArray::fromStringList(other.advice);
     return object;
 }
 
@@ -154,8 +194,8 @@ QJsonObject reportJson(const SearchResult &result)
             boards.append(boardJson(*board));
     }
     QJsonArray ports;
-    for (const Diagnosis &port : result.others)
-        ports.append(portJson(port));
+    for (const Diagnosis &other : result.others)
+        ports.append(otherJson(other));
     return {{QStringLiteral("version"), QStringLiteral(JWPROBE_VERSION)},
             {QStringLiteral("wanted"), typesJson(result.wanted)},
             {QStringLiteral("missing"), typesJson(result.missing)},

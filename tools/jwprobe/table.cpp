@@ -84,4 +84,15 @@ QString wrapped(const QString &text, int indent, int width)
     return result;
 }
 
+QString linesText(const QStringList &lines, int indent, int width)
+{
+    const QString blanks(indent, QLatin1Char(' '));
+    QString text;
+    for (const QString &line : lines) {
+        const bool isToCopy = line.startsWith(QLatin1Char(' '));
+        text += blanks + (isToCopy ? line : wrapped(line, indent, width)) + QLatin1Char('\n');
+    }
+    return text;
+}
+
 } // namespace JwProbe

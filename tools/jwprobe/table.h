@@ -41,4 +41,8 @@ private:
 /// which follows what the caller wrote that far. 0 for no limit.
 QString wrapped(const QString &text, int indent, int width);
 
+/// Each of `lines` behind `indent` blanks and with its line end. Those with blanks in front, which are to be copied,
+/// stay as they are; the others are broken as by wrapped().
+QString linesText(const QStringList &lines, int indent, int width);
+
 } // namespace JwProbe

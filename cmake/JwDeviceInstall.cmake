@@ -1,0 +1,106 @@
+# What an install tree is made of. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers,
+# links, static libraries, CMake and pkg-config files) and JwDevice_tools (programs and what belongs to them).
+include(CMakePackageConfigHelpers)
+
+# Debian's folder for libraries, under any prefix: Debian's tools look there, and its packages are made of the same
+# files.
+if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
+   AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
+    set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
+endif()
+include(GNUInstallDirs)
+
+set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice)
+set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JwDevice)
+set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# While the version is 0.x a minor release may change the binary interface, so the minor number counts as well.
+set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
+# jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
+# Installs the target as component and JwDevice::<EXPORT_NAME>, with all its headers but the private ones.
+function(jwdevice_install_library target)
+    cmake_parse_arguments(library "" "" "PRIVATE_HEADERS" ${ARGN})
+    if(NOT JWDEVICE_INSTALL)
+        return()
+    endif()
+    get_target_property(name ${target} EXPORT_NAME)
+    install(TARGETS ${target} EXPORT JwDevice-${name}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT JwDevice_runtime
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT JwDevice_runtime
+                NAMELINK_COMPONENT JwDevice_development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT JwDevice_development
+        INCLUDES DESTINATION ${jwdevice_include_dir})
+    install(EXPORT JwDevice-${name} NAMESPACE JwDevice:: FILE JwDevice-${name}.cmake
+        DESTINATION ${jwdevice_cmake_dir} COMPONENT JwDevice_development)
+
+    get_target_property(headers ${target} SOURCES)
+    list(FILTER headers INCLUDE REGEX "\\.h$")
+    list(REMOVE_ITEM headers ${library_PRIVATE_HEADERS})
+    foreach(header IN LISTS headers)
+        cmake_path(ABSOLUTE_PATH header NORMALIZE)
+        cmake_path(GET header PARENT_PATH folder)
+        cmake_path(GET folder FILENAME folder)
+        install(FILES ${header} DESTINATION ${jwdevice_include_dir}/${folder} COMPONENT JwDevice_development)
+    endforeach()
+endfunction()
+
+# jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
+#                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
+# REQUIRES are what a program that uses the library links, REQUIRES_PRIVATE what it links only when the library is
+# static, for which STATIC_FLAGS tell the headers.
+function(jwdevice_install_pkgconfig name)
+    cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
+    if(NOT JWDEVICE_INSTALL)
+        return()
+    endif()
+    if(JWDEVICE_BUILD_SHARED)
+        set(module_STATIC_FLAGS)
+    else()
+        list(APPEND module_REQUIRES ${module_REQUIRES_PRIVATE})
+        set(module_REQUIRES_PRIVATE)
+    endif()
+    foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
+        list(JOIN module_${list} " " module_${list})
+    endforeach()
+    # An install tree can be moved, unless the folders were given as absolute paths.
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+        set(prefix ${CMAKE_INSTALL_PREFIX})
+    else()
+        file(RELATIVE_PATH prefix /${jwdevice_pkgconfig_dir} /)
+        set(prefix "\${pcfiledir}/${prefix}")
+    endif()
+    set(libdir "\${prefix}")
+    cmake_path(APPEND libdir ${CMAKE_INSTALL_LIBDIR})
+    set(includedir "\${prefix}")
+    cmake_path(APPEND includedir ${jwdevice_include_dir})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/module.pc.in ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc
+        DESTINATION ${jwdevice_pkgconfig_dir} COMPONENT JwDevice_development)
+endfunction()
+
+# jwdevice_install_program(<target>): with its manual page and its completion for bash.
+function(jwdevice_install_program target)
+    if(NOT JWDEVICE_INSTALL)
+        return()
+    endif()
+    if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+        file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
+    endif()
+    install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT JwDevice_tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${target}.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT JwDevice_tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/${target}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT JwDevice_tools)
+endfunction()
+
+# The files by which find_package finds it all.
+function(jwdevice_install_package)
+    set(folder ${PROJECT_BINARY_DIR}/cmake)
+    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/JwDeviceConfig.cmake
+        INSTALL_DESTINATION ${jwdevice_cmake_dir} NO_CHECK_REQUIRED_COMPONENTS_MACRO NO_SET_AND_CHECK_MACRO)
+    write_basic_package_version_file(${folder}/JwDeviceConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+    install(FILES ${folder}/JwDeviceConfig.cmake ${folder}/JwDeviceConfigVersion.cmake
+        DESTINATION ${jwdevice_cmake_dir} COMPONENT JwDevice_development)
+endfunction()

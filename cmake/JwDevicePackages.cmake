@@ -1,0 +1,60 @@
+# Debian packages of the install tree, one for each of its parts: cpack -G DEB in the build folder writes them to
+# packages/ there. What Debian wants beyond the tree (stripped files, a change log, a licence file) is added by
+# packaging/debian/finish.cmake.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME jwdevice)
+set(CPACK_PACKAGE_VENDOR JwDevice)
+set(CPACK_PACKAGE_CONTACT "JwDevice maintainers <maintainers@jwdevice.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_development JwDevice_tools)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SOURCE jwdevice)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_COMPONENT_JWDEVICE_DEVELOPMENT_DEPENDS JwDevice_runtime)
+set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime)
+
+set(about "JwDevice asks each USB serial port who is there, with short NMEA 0183 style\n\
+sentences, and hands a Qt 5 application one ready connection to each board.")
+
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_NAME libjwdevice${jwdevice_soversion})
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_DESCRIPTION "find embedded boards on USB serial ports (libraries)\n\
+${about}\n.\nThis package has the shared libraries, libJwDevice and libLogger.")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_NAME libjwdevice-dev)
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_DEPENDS "qtbase5-dev, libqt5serialport5-dev, libspdlog-dev")
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_RECOMMENDS "libumockdev-dev, umockdev")
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_DESCRIPTION "find embedded boards on USB serial ports (development)\n\
+${about}\n.\nThis package has what a program is built with: headers, CMake and pkg-config\n\
+files, and a static library of simulated boards for the program's tests, which\n\
+needs the recommended packages.")
+
+set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_NAME jwdevice-tools)
+set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SHLIBDEPS ON)
+get_target_property(library_dir JwDevice BINARY_DIR)
+get_target_property(logger_dir JwDeviceLogger BINARY_DIR)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
+# jwsim loads libumockdev-preload by its name, which no tool that looks for dependencies sees.
+set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
+set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
+${about}\n.\nThis package has jwprobe, which finds boards from the command line and tells\n\
+why a board was not found, and jwsim, which runs any program on simulated\n\
+boards.")
+
+include(CPack)

@@ -1,0 +1,47 @@
+// Finds one board of each wanted type, says on which port it is, and ends when the last type is settled.
+#include <device/communicator.h>
+#include <device/initializer.h>
+
+#include <QCoreApplication>
+#include <QSerialPort>
+#include <QTextStream>
+#include <QTimer>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout);
+    const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
+    const QList<JwDevice::Type> wanted = {JwDevice::BoardA, JwDevice::BoardB};
+    int open = wanted.size();
+    const auto settle = [&] {
+        if (--open == 0)
+            app.quit();
+    };
+
+    QObject owner; // of the boards that are found
+    JwDevice::Initializer initializer;
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &app,
+                     [&](JwDevice::Type type, JwDevice::Communicator *board) {
+                         // Both are ours from here on. The port owns the board, so that they go together.
+                         auto *port = static_cast<QSerialPort *>(board->device());
+                         port->setParent(&owner);
+                         board->setParent(port);
+                         // A port whose cable was pulled reports errors without end until it is closed.
+                         QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
+                             if (port->isOpen())
+                                 port->close();
+                         });
+                         out << names[type] << " is on " << port->portName() << Qt::endl;
+                         settle();
+                     });
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&](JwDevice::Type type) {
+        out << names[type] << " was not found" << Qt::endl;
+        settle();
+    });
+
+    // Connect first: where no port can be opened, deviceNotFound() comes from within probe(). Probe when the event loop
+    // runs: a quit() before it is lost.
+    QTimer::singleShot(0, &initializer, [&] { initializer.probe(wanted); });
+    return app.exec();
+}

@@ -1,0 +1,54 @@
+// Gives a probe two seconds, and says what kept it from coming to an end.
+#include <device/communicator.h>
+#include <device/initializer.h>
+
+#include <QCoreApplication>
+#include <QSerialPort>
+#include <QTextStream>
+#include <QTimer>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout);
+    const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
+    QList<JwDevice::Type> missing = {JwDevice::BoardA, JwDevice::BoardC};
+    const auto settle = [&](JwDevice::Type type, const QString &what) {
+        out << names[type] << what << Qt::endl;
+        missing.removeOne(type);
+        if (missing.isEmpty())
+            app.quit();
+    };
+
+    QObject owner; // of the search and of the boards that it finds
+    auto *initializer = new JwDevice::Initializer(&owner);
+    QObject::connect(initializer, &JwDevice::Initializer::deviceInitialized, &app,
+                     [&](JwDevice::Type type, JwDevice::Communicator *board) {
+                         auto *port = static_cast<QSerialPort *>(board->device());
+                         port->setParent(&owner);
+                         board->setParent(port);
+                         QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
+                             if (port->isOpen())
+                                 port->close();
+                         });
+                         settle(type, QStringLiteral(" is on %1").arg(port->portName()));
+                     });
+    QObject::connect(initializer, &JwDevice::Initializer::deviceNotFound, &app,
+                     [&](JwDevice::Type type) { settle(type, QStringLiteral(" was not found")); });
+
+    // A board that answers, but is none of the wanted, is awaited without limit: it is there, and may yet say what it
+    // is. Only the application knows how long it can wait.
+    QTimer::singleShot(2000, initializer, [&] {
+        for (const JwDevice::Type type : qAsConst(missing))
+            out << names[type] << " did not come in time" << Qt::endl;
+        const QList<JwDevice::PortReport> reports = initializer->portReports();
+        for (const JwDevice::PortReport &report : reports) {
+            if (report.verdict == JwDevice::PortReport::Silenced)
+                out << report.portName << " answered with " << report.reply << Qt::endl;
+        }
+        initializer->deleteLater(); // closes the ports that were not handed over
+        app.exit(1);
+    });
+    QTimer::singleShot(0, initializer, [&] { initializer->probe(missing); });
+    return app.exec();
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <device/initializer.h>
+
+#include <QSerialPort>
+
+class Lamp : public QObject
+{
+public:
+    Lamp()
+    {
+        connect(&m_search, &JwDevice::Initializer::deviceInitialized, this, [this](JwDevice::Type, auto *board) {
+            m_port = static_cast<QSerialPort *>(board->device());
+            m_port->setParent(this);
+            board->setParent(m_port);
+            connect(m_port, &QSerialPort::errorOccurred, this, [this] {
+                if (isOn())
+                    m_port->close();
+            });
+        });
+        m_search.probe({JwDevice::BoardA});
+    }
+    bool isOn() const { return m_port && m_port->isOpen(); }
+
+private:
+    JwDevice::Initializer m_search;
+    QSerialPort *m_port = nullptr; // a child, once there is one
+};

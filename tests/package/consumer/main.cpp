@@ -1,0 +1,32 @@
+// Finds a BoardA, with the library's log on standard output. Exit status 0 when it is found.
+#include <device/initializer.h>
+#include <logger/logger.h>
+
+#include <QCoreApplication>
+#include <QSerialPort>
+
+#include <spdlog/sinks/stdout_sinks.h>
+
+#include <cstdio>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    loggerInstance()->addSink(std::make_shared<spdlog::sinks::stdout_sink_mt>());
+    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace);
+
+    JwDevice::Initializer initializer;
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &application,
+                     [](JwDevice::Type type, JwDevice::Communicator *board) {
+                         auto *port = static_cast<QSerialPort *>(board->device());
+                         std::printf("found %d on %s\n", type, qPrintable(port->portName()));
+                         board->deleteLater();
+                         port->deleteLater();
+                         QCoreApplication::quit();
+                     });
+    QObject::connect(
+        &initializer, &JwDevice::Initializer::deviceNotFound, &application, [] { QCoreApplication::exit(1); },
+        Qt::QueuedConnection);
+    initializer.probe({JwDevice::BoardA});
+    return application.exec();
+}

@@ -1,0 +1,24 @@
+#!/usr/bin/env python3
+"""Makes the install trees that the other tests use: work/shared from the build folder, work/static from a build of the
+static libraries. Each is installed elsewhere and moved, so that nothing in it can depend on its place."""
+
+import shutil
+
+from packagetest import BUILD, SOURCE, TREES, fresh, run
+
+NOT_NEEDED = ["TESTS", "TOOLS", "EXAMPLES"]
+
+
+def install(build, kind):
+    elsewhere = fresh("elsewhere")
+    run("cmake", "--install", build, "--prefix", elsewhere)
+    shutil.rmtree(TREES[kind], ignore_errors=True)
+    elsewhere.rename(TREES[kind])
+
+
+install(BUILD, "shared")
+static_build = fresh("static-build")
+run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", static_build, "-DJWDEVICE_BUILD_SHARED=OFF",
+    *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
+run("cmake", "--build", static_build, "-j2")
+install(static_build, "static")

@@ -1,0 +1,42 @@
+#!/usr/bin/env python3
+"""The Debian packages in a bare Debian root: installed by apt with what they depend on, and used."""
+
+import subprocess
+import unittest
+
+import packagetest
+from bareroot import BareRoot
+from packagetest import BUILD, CONSUMER, DEBS
+
+# The programs first: they must work with nothing but what their own package brings.
+SCRIPT = """
+install="apt-get install -q -y --no-install-recommends"
+$install /packages/libjwdevice0.1_*.deb /packages/jwdevice-tools_*.deb
+jwsim --board BoardA --board BoardB -- jwprobe --type BoardA --type BoardB
+
+$install g++ cmake make /packages/*.deb
+cmake -S /consumer -B build -DBY=find_package
+cmake --build build
+jwsim --board BoardA -- build/consumer
+"""
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        result = BareRoot(BUILD / "bareroot").run(SCRIPT, [(DEBS, "/packages"), (CONSUMER, "/consumer")],
+                                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        cls.output = result.stdout
+        if result.returncode != 0:
+            raise AssertionError(cls.output)
+
+    def test_jwprobe_finds_simulated_boards(self):
+        self.assertRegex(self.output, r"BoardA +ttyACM0 ")
+        self.assertRegex(self.output, r"BoardB +ttyACM1 ")
+
+    def test_program_is_built_and_finds_a_board(self):
+        self.assertIn("found 1 on ttyACM0", self.output)
+
+
+if __name__ == "__main__":
+    packagetest.main()

@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""One program, built against JwDevice in every way that a project may take it in, and run on a simulated board."""
+
+import os
+import re
+import shutil
+import unittest
+
+import packagetest
+from packagetest import CONSUMER, JWSIM, SOURCE, TREES, fresh, library_folder, run
+
+
+class Consumer(unittest.TestCase):
+    def configure(self, name, *options, ok=True):
+        self.folder = fresh(f"consumer-{name}")
+        return run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.folder, *options, ok=ok)
+
+    def build(self, name, *options):
+        self.configure(name, *options)
+        run("cmake", "--build", self.folder, "-j2")
+
+    def finds_a_board(self, program, **more):
+        output = run(JWSIM, "--board", "BoardA,port=ttyPKGA0", "--", program, **more)
+        self.assertIn("found 1 on ttyPKGA0", output)
+        self.assertIn("$PJWVER*0c", output, "the log of the library does not reach the program's sink")
+
+    def simulates_a_board(self, program, **more):
+        self.assertEqual(run(program, **more), "simulated ttyPKGC0\n")
+
+
+class FindPackage(Consumer):
+    def find_package(self, name, tree, *components, ok=True):
+        return self.configure(name, "-DBY=find_package", f"-DCMAKE_PREFIX_PATH={tree}",
+                              f"-DCOMPONENTS={';'.join(components)}", ok=ok)
+
+    def finds_and_simulates(self, kind):
+        self.find_package(kind, TREES[kind], "JwDevice", "Logger", "Simulator")
+        run("cmake", "--build", self.folder, "-j2")
+        self.finds_a_board(self.folder / "consumer")
+        self.simulates_a_board(self.folder / "simulated")
+
+    def test_shared(self):
+        self.finds_and_simulates("shared")
+
+    def test_static(self):
+        self.finds_and_simulates("static")
+
+    def test_without_components_the_two_libraries_come(self):
+        self.find_package("no-components", TREES["shared"])
+        run("cmake", "--build", self.folder, "-j2", "--target", "consumer")
+        targets = run("cmake", "--build", self.folder, "--target", "help")
+        self.assertNotIn("simulated", targets)
+
+    def test_unknown_component_is_refused_by_name(self):
+        output = " ".join(self.find_package("unknown", TREES["shared"], "Radio", ok=False).split())
+        self.assertIn("JwDevice has no component Radio. It has JwDevice, Logger and Simulator.", output)
+
+    def test_component_that_was_not_installed_names_the_option_that_builds_it(self):
+        tree = fresh("no-simulator") / "tree"
+        shutil.copytree(TREES["shared"], tree, symlinks=True)
+        for file in tree.rglob("JwDevice-Simulator*.cmake"):
+            file.unlink()
+        output = " ".join(self.find_package("not-installed", tree, "Simulator", ok=False).split())
+        self.assertIn("Build and install it again with -DJWDEVICE_BUILD_SIMULATOR=ON", output)
+
+    def test_simulator_without_umockdev_says_what_to_install(self):
+        environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(fresh("no-modules"))}
+        folder = fresh("consumer-no-umockdev")
+        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, "-DBY=find_package",
+                     f"-DCMAKE_PREFIX_PATH={TREES['shared']}", "-DCOMPONENTS=Simulator", ok=False, env=environment)
+        self.assertIn("libumockdev-dev", output)
+
+    def test_another_minor_version_does_not_fit(self):
+        version = library_folder(TREES["shared"]) / "cmake/JwDevice/JwDeviceConfigVersion.cmake"
+        script = fresh("version") / "check.cmake"
+        for wanted, fits in (("0.1", True), ("0.2", False), ("1.0", False)):
+            script.write_text(f"set(PACKAGE_FIND_VERSION {wanted})\nset(PACKAGE_FIND_VERSION_MAJOR {wanted[0]})\n"
+                              f"set(PACKAGE_FIND_VERSION_MINOR {wanted[2]})\ninclude({version})\n"
+                              "if(PACKAGE_VERSION_COMPATIBLE)\nmessage(fits)\nendif()\n")
+            self.assertEqual("fits" in run("cmake", "-P", script), fits, wanted)
+
+
+class PkgConfig(Consumer):
+    def flags(self, tree, *what):
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(library_folder(tree) / "pkgconfig")}
+        return run("pkg-config", *what, env=environment).split()
+
+    def compile(self, kind, source, *modules):
+        program = fresh(f"pkg-config-{kind}-{source}") / source
+        tree = TREES[kind]
+        run("g++", "-std=c++17", "-fPIC", CONSUMER / f"{source}.cpp", "-o", program,
+            *self.flags(tree, "--cflags", "--libs", *modules), f"-Wl,-rpath,{library_folder(tree)}")
+        return program
+
+    def test_shared(self):
+        self.finds_a_board(self.compile("shared", "main", "jwdevice", "jwdevice-logger"))
+
+    def test_static(self):
+        self.finds_a_board(self.compile("static", "main", "jwdevice", "jwdevice-logger"))
+
+    def test_simulator(self):
+        self.simulates_a_board(self.compile("static", "simulated", "jwdevice-simulator", "Qt5SerialPort"))
+
+    def test_only_what_a_program_links_is_asked_for(self):
+        self.assertEqual(set(self.flags(TREES["shared"], "--print-requires", "jwdevice")),
+                         {"Qt5Core", "Qt5SerialPort"})
+        libraries = [flag for flag in self.flags(TREES["shared"], "--libs", "jwdevice") if flag.startswith("-l")]
+        self.assertEqual(set(libraries), {"-lJwDevice", "-lQt5SerialPort", "-lQt5Core"})
+
+
+class SubProject(Consumer):
+    def finds(self, by, shared, *options):
+        self.build(f"{by}-{shared}", f"-DBY={by}", f"-DJWDEVICE_SOURCE={SOURCE}", f"-DBUILD_SHARED_LIBS={shared}",
+                   *options)
+        libraries = {path.name for path in self.folder.rglob("lib*.*") if re.search(r"\.(a|so)$", path.name)}
+        ending = "so" if shared == "ON" else "a"
+        self.assertLessEqual({f"libJwDevice.{ending}", f"libLogger.{ending}"}, libraries)
+        self.finds_a_board(self.folder / "consumer")
+        return libraries
+
+    def test_add_subdirectory_shared_installs_the_host_project_alone(self):
+        self.assertEqual(self.finds("add_subdirectory", "ON"), {"libJwDevice.so", "libLogger.so"})
+        tree = fresh("host-tree")
+        run("cmake", "--install", self.folder, "--prefix", tree)
+        self.assertEqual([str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()],
+                         ["bin/consumer"])
+
+    def test_add_subdirectory_static_with_the_simulator(self):
+        self.finds("add_subdirectory", "OFF", "-DJWDEVICE_BUILD_SIMULATOR=ON")
+        self.simulates_a_board(self.folder / "simulated")
+
+    def test_fetch_content_shared(self):
+        self.assertEqual(self.finds("FetchContent", "ON"), {"libJwDevice.so", "libLogger.so"})
+
+    def test_fetch_content_static(self):
+        self.finds("FetchContent", "OFF")
+
+
+if __name__ == "__main__":
+    packagetest.main()

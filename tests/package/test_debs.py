@@ -1,0 +1,72 @@
+#!/usr/bin/env python3
+"""The Debian packages, made anew from the build folder: what is in them, and what lintian finds."""
+
+import shutil
+import unittest
+
+import packagetest
+from packagetest import BUILD, DEBS, fresh, run
+
+# What is no fault here: these packages close no request of Debian's, and CPack adds calls of ldconfig whether or not
+# there is a trigger for it.
+TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = fresh(DEBS.name)
+        run("cpack", "-G", "DEB", "--config", BUILD / "CPackConfig.cmake", "-B", folder, cwd=BUILD)
+        shutil.rmtree(folder / "_CPack_Packages")
+
+    def package(self, name):
+        return next(DEBS.glob(f"{name}_*.deb"))
+
+    def files(self, name):
+        tree = fresh("unpacked")
+        run("dpkg-deb", "--extract", self.package(name), tree)
+        return tree, {str(path.relative_to(tree)) for path in tree.rglob("*") if not path.is_dir()}
+
+    def field(self, name, field):
+        return run("dpkg-deb", "--field", self.package(name), field)
+
+    def has(self, files, *endings):
+        for ending in endings:
+            self.assertTrue(any(file.endswith(ending) for file in files), ending)
+
+    def test_lintian_finds_nothing(self):
+        self.assertTrue(shutil.which("lintian"), packagetest.missing("lintian", "lintian"))
+        run("lintian", "--fail-on", "error,warning", "--suppress-tags", TOLERATED, "--allow-root", *DEBS.glob("*.deb"))
+
+    def test_runtime_has_the_libraries_alone(self):
+        _, files = self.files("libjwdevice0.1")
+        self.has(files, "libJwDevice.so.0.1", "libLogger.so.0.1", "changelog.Debian.gz", "copyright")
+        self.assertFalse([file for file in files if file.endswith((".h", ".so")) or "/bin/" in file])
+
+    def test_development_has_headers_links_and_the_simulator(self):
+        _, files = self.files("libjwdevice-dev")
+        self.has(files, "device/initializer.h", "libJwDevice.so", "libLogger.so", "libJwDeviceSimulator.a",
+                 "JwDeviceConfig.cmake", "jwdevice.pc", "jwdevice-logger.pc", "jwdevice-simulator.pc")
+        self.assertIn("libjwdevice0.1 (= ", self.field("libjwdevice-dev", "Depends"))
+
+    def test_tools_have_the_programs_and_what_belongs_to_them(self):
+        _, files = self.files("jwdevice-tools")
+        self.has(files, "bin/jwprobe", "bin/jwsim", "udev/rules.d/60-jwdevice.rules", "man1/jwprobe.1.gz",
+                 "man1/jwsim.1.gz", "bash-completion/completions/jwprobe", "bash-completion/completions/jwsim")
+        dependencies = self.field("jwdevice-tools", "Depends")
+        self.assertIn("libjwdevice0.1 (= ", dependencies)
+        self.assertRegex(dependencies, r"\bumockdev\b")
+
+    def test_binaries_are_stripped_and_have_no_search_path(self):
+        for name in ("libjwdevice0.1", "jwdevice-tools"):
+            tree, files = self.files(name)
+            binaries = [tree / file for file in files if "/bin/" in file or ".so." in file]
+            self.assertTrue(binaries)
+            for binary in binaries:
+                if not binary.is_symlink():
+                    self.assertNotIn("RUNPATH", run("readelf", "--dynamic", binary))
+                    self.assertNotIn(".debug_info", run("readelf", "--sections", "--wide", binary))
+
+
+if __name__ == "__main__":
+    packagetest.main()

@@ -1,0 +1,339 @@
+#include "support/portname.h"
+#include "support/programrun.h"
+#include "support/simulatedportsmain.h"
+
+#include <simulator/testbed.h>
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include <algorithm>
+
+using JwSimulator::Board;
+using JwSimulator::BoardConfig;
+
+namespace {
+
+const QByteArray reply = "$PJWVER,7300022,1,4,0*0d";
+
+QByteArray readFile(const QString &name)
+{
+    QFile file(name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString program(const char *example)
+{
+    return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
+}
+
+/// What it prints may come in any order where several ports answer.
+QList<QByteArray> sortedLines(const QByteArray &text)
+{
+    QList<QByteArray> lines = linesOf(text);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+bool isListening(quint16 port)
+{
+    const QByteArray local = ':' + QByteArray::number(port, 16).toUpper().rightJustified(4, '0') + ' ';
+    const QList<QByteArray> sockets = linesOf(readFile(QStringLiteral("/proc/net/tcp")));
+    return std::any_of(sockets.begin(), sockets.end(), [&local](const QByteArray &socket) {
+        return socket.contains(local) && socket.contains(" 0A "); // the state LISTEN
+    });
+}
+
+quint16 freeTcpPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+} // namespace
+
+/// Runs each example as a person would, on simulated boards of this process.
+class TestExamples : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup() { m_testbed.reset(); }
+
+    void eachIsShort();
+    void findBoardsNamesThePortOfEach();
+    void findBoardsNamesWhatIsMissing();
+    void findBoardsEndsWithoutAnyPort();
+    void exchangePayloadsTellsWhatWentOutAndCameBack();
+    void ownSentencesAreReadAndBuilt();
+    void ownSentencesTellsWhyThereAreNone_data();
+    void ownSentencesTellsWhyThereAreNone();
+    void lostBoardIsTakenAgainWhenItReturns();
+    void boardIsTakenBesideOneThatIsNotWanted();
+    void loggingWritesTrafficToTheFileAndAllToQt();
+    void loggingTellsThatTheFileCannotBeWritten();
+    void boundProbeTellsWhatKeptItOpen();
+    void boundProbeEndsEarlyWhenAllIsSettled();
+    void boardAnswersThroughSer2net();
+    void networkFaultIsTold();
+    void testOfTheApplicationPasses();
+
+private:
+    Board *add(BoardConfig::Kind kind);
+    /// Runs it to its end while the boards live in our event loop.
+    Outcome run(const QString &program, const QStringList &arguments = {}) const;
+
+    std::unique_ptr<JwSimulator::Testbed> m_testbed;
+};
+
+void TestExamples::init()
+{
+    m_testbed = std::make_unique<JwSimulator::Testbed>();
+}
+
+Board *TestExamples::add(BoardConfig::Kind kind)
+{
+    BoardConfig config;
+    config.kind = kind;
+    config.port = uniquePortName();
+    return m_testbed->add(config);
+}
+
+Outcome TestExamples::run(const QString &program, const QStringList &arguments) const
+{
+    ProgramRun run(program, arguments);
+    run.start();
+    const bool ended = QTest::qWaitFor([&run] { return run.isOver(); }, programPatience) && run.finish();
+    return {ended ? run.status() : -1, run.output(), run.error()};
+}
+
+void TestExamples::eachIsShort()
+{
+    const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
+    const QStringList names = examples.entryList({QStringLiteral("0*")}, QDir::Dirs);
+    QCOMPARE(names.size(), 8);
+    for (const QString &name : names) {
+        const QDir example(examples.filePath(name));
+        const QStringList files = example.entryList(QDir::Files);
+        int lines = 0;
+        for (const QString &file : files) {
+            if (file != QLatin1String("CMakeLists.txt"))
+                lines += readFile(example.filePath(file)).count('\n');
+        }
+        QVERIFY2(lines > 0 && lines < 60, qPrintable(QStringLiteral("%1 has %2 lines").arg(name).arg(lines)));
+    }
+}
+
+void TestExamples::findBoardsNamesThePortOfEach()
+{
+    const QByteArray portB = add(BoardConfig::Kind::BoardB)->portName().toLatin1();
+    const QByteArray portA = add(BoardConfig::Kind::BoardA)->portName().toLatin1();
+
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(sortedLines(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardB is on " + portB}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::findBoardsNamesWhatIsMissing()
+{
+    const QByteArray portA = add(BoardConfig::Kind::BoardA)->portName().toLatin1();
+    add(BoardConfig::Kind::Silent);
+
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardB was not found"}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::findBoardsEndsWithoutAnyPort()
+{
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA was not found", "BoardB was not found"}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::exchangePayloadsTellsWhatWentOutAndCameBack()
+{
+    Board *const board = add(BoardConfig::Kind::BoardA);
+
+    const Outcome outcome = run(program("02-exchange-payloads"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"payload 2 is on its way", "payload 3 is on its way", "answer 1 is " + reply,
+                                "answer 2 is " + reply, "answer 3 is " + reply}));
+    QCOMPARE(board->queryCount(), 4); // that of the search and three of the example
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::ownSentencesAreReadAndBuilt()
+{
+    const Outcome outcome = run(program("03-own-sentences"), {add(BoardConfig::Kind::BoardA)->portName()});
+
+    QCOMPARE(outcome.output, QByteArray("hardware 7300022, which a board tells by $PJWVER,7300022,*38\r\n"));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::ownSentencesTellsWhyThereAreNone_data()
+{
+    QTest::addColumn<bool>("attached");
+    QTest::addColumn<QByteArray>("why");
+
+    QTest::newRow("no such port") << false << QByteArray("No such file or directory");
+    QTest::newRow("silent board") << true << QByteArray("Operation timed out");
+}
+
+void TestExamples::ownSentencesTellsWhyThereAreNone()
+{
+    QFETCH(const bool, attached);
+    QFETCH(const QByteArray, why);
+    const QString port = attached ? add(BoardConfig::Kind::Silent)->portName() : uniquePortName();
+
+    const Outcome outcome = run(program("03-own-sentences"), {port});
+
+    QCOMPARE(outcome.error, "no version from " + port.toLatin1() + ": " + why + '\n');
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::lostBoardIsTakenAgainWhenItReturns()
+{
+    Board *const board = add(BoardConfig::Kind::BoardA);
+    const QByteArray there = "the board is on " + board->portName().toLatin1();
+    const QByteArray gone = "lost the board on " + board->portName().toLatin1();
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there}));
+
+    board->pull();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone}));
+    QVERIFY(board->plug());
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone, there}));
+    board->pull();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone, there, gone}));
+    QVERIFY(!run.isOver());
+}
+
+void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
+{
+    Board *const other = add(BoardConfig::Kind::BoardB);
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(other->queryCount() == 1); // a search that this board keeps open
+
+    Board *const board = add(BoardConfig::Kind::BoardA);
+
+    WAIT_FOR(run.output() == "the board is on " + board->portName().toLatin1() + '\n');
+}
+
+void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
+{
+    BoardConfig config;
+    config.port = uniquePortName();
+    config.ignore = 1; // so that there is a retry round, which is a warning
+    QVERIFY(m_testbed->add(config) != nullptr);
+    const QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("traffic.log"));
+
+    const Outcome outcome = run(program("05-logging"), {file});
+
+    const QList<QByteArray> messages = {"Communication: ->  \"$PJWVER*0c\"", "Retry probing",
+                                        "Communication: ->  \"$PJWVER*0c\"", "Communication:  <-  \"" + reply + '"'};
+    QCOMPARE(linesOf(outcome.error), messages);
+    QList<QByteArray> records = linesOf(readFile(file));
+    for (QByteArray &record : records)
+        record.remove(0, static_cast<int>(qstrlen("2026-01-01 12:00:00.000 ")));
+    QCOMPARE(records,
+             QList<QByteArray>({"Communication ->  \"$PJWVER*0c\"", " Retry probing",
+                                "Communication ->  \"$PJWVER*0c\"", "Communication  <-  \"" + reply + '"'}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::loggingTellsThatTheFileCannotBeWritten()
+{
+    const Outcome outcome = run(program("05-logging"), {QStringLiteral("/proc/version/traffic.log")});
+
+    QVERIFY2(outcome.error.contains("/proc/version/traffic.log"), outcome.error);
+    QVERIFY2(outcome.error.contains("give the name of a file that can be written"), outcome.error);
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::boundProbeTellsWhatKeptItOpen()
+{
+    const QByteArray portA = add(BoardConfig::Kind::BoardA)->portName().toLatin1();
+    const QByteArray portB = add(BoardConfig::Kind::BoardB)->portName().toLatin1();
+
+    const Outcome outcome = run(program("06-bound-a-probe"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"BoardA is on " + portA, "BoardC did not come in time",
+                                portB + " answered with $PJWVER,7300021,1,4,0*0e"}));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::boundProbeEndsEarlyWhenAllIsSettled()
+{
+    const QByteArray portA = add(BoardConfig::Kind::BoardA)->portName().toLatin1();
+    const QByteArray portC = add(BoardConfig::Kind::BoardC)->portName().toLatin1();
+
+    const Outcome outcome = run(program("06-bound-a-probe"));
+
+    QCOMPARE(sortedLines(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardC is on " + portC}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::boardAnswersThroughSer2net()
+{
+    QString ser2net = QStandardPaths::findExecutable(QStringLiteral("ser2net"));
+    if (ser2net.isEmpty()) // not in everybody's PATH
+        ser2net = QStandardPaths::findExecutable(QStringLiteral("ser2net"), {QStringLiteral("/usr/sbin")});
+    QVERIFY2(!ser2net.isEmpty(), "ser2net is missing; install Debian's package ser2net, as scripts/test does");
+    Board *const board = add(BoardConfig::Kind::BoardA);
+    const quint16 port = freeTcpPort();
+    QByteArray settings = readFile(QStringLiteral(EXAMPLES_SOURCES "/07-board-over-network/ser2net.yaml"));
+    settings.replace("localhost,3001", "127.0.0.1," + QByteArray::number(port));
+    // It asks the port for what only the kernel answers, so it takes the pty behind it, and no simulation.
+    settings.replace("/dev/ttyACM0", QFile::symLinkTarget(QStringLiteral("/dev/") + board->portName()).toLatin1());
+    const QTemporaryDir folder;
+    QFile file(folder.filePath(QStringLiteral("ser2net.yaml")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(settings);
+    file.close();
+    ProgramRun server(ser2net, {QStringLiteral("-n"), QStringLiteral("-c"), file.fileName()});
+    server.setEnvironment(QStringLiteral("LD_PRELOAD"), QString());
+    server.start();
+    QTRY_VERIFY2_WITH_TIMEOUT(server.isOver() || isListening(port), "ser2net offers no port", programPatience);
+    QVERIFY2(!server.isOver(), server.error());
+
+    const Outcome outcome = run(program("07-board-over-network"), {QStringLiteral("127.0.0.1"), QString::number(port)});
+
+    QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"connected", "answer " + reply}));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(board->queryCount(), 1);
+}
+
+void TestExamples::networkFaultIsTold()
+{
+    const Outcome outcome =
+        run(program("07-board-over-network"), {QStringLiteral("127.0.0.1"), QString::number(freeTcpPort())});
+
+    QCOMPARE(outcome.output, QByteArray("no answer: Connection refused\n"));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::testOfTheApplicationPasses()
+{
+    m_testbed.reset(); // the program makes its own
+    const Outcome outcome = run(program("08-test-your-application"));
+
+    QVERIFY2(outcome.output.contains("PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()"), outcome.output);
+    QCOMPARE(outcome.status, 0);
+}
+
+SIMULATED_PORTS_MAIN(TestExamples)
+#include "tst_examples.moc"

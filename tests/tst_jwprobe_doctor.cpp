@@ -1,0 +1,436 @@
+#include "support/sandbox.h"
+
+#include <jwprobe/doctor.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdlib>
+#include <fcntl.h>
+
+/// jwprobe --doctor: each trouble is made, and the command that mends it must be shown.
+class TestJwprobeDoctor : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { m_port = uniquePortName(); }
+
+    void healthyPortIsSaidInOneLine();
+    void everyCandidateIsExamined();
+    void namedPortIsExaminedAlone();
+    void noCandidateSaysWhatToLookAt();
+    void unknownPortIsSaid();
+
+    void userOutsideTheGroupIsToldToJoin();
+    void memberWhoseSessionIsOlderIsToldToLogInAgain();
+    void groupWithoutAccessGetsAnotherWay();
+    void refusalInSpiteOfRightsPointsAtTheContainer();
+    void missingRuleIsInstalled_data();
+    void missingRuleIsInstalled();
+    void ruleThatIsThereIsApplied();
+    void appliedRuleNamesItsLimit();
+
+    void processThatHasThePortOpenIsNamed();
+    void ownerOfALockFileIsNamed();
+    void lockFileLeftBehindIsRemoved();
+    void lockFileWithoutAnOwnerIsNamed();
+    void holderThatCantBeSeenIsLookedForByRoot();
+
+    void modemManagerThatMayTakeThePortIsNamed();
+    void modemManagerThatKeepsOffIsNoTrouble_data();
+    void modemManagerThatKeepsOffIsNoTrouble();
+    void severalTroublesAreShownTogether();
+
+    void jsonHasEveryTrouble();
+    void jsonOfNoCandidateHasTheAdvice();
+    void noBoardIsAsked_data();
+    void noBoardIsAsked();
+    void udevRulesAreThoseOfThePackage();
+
+private:
+    Outcome examine(const QString &keys, const QString &prepare, const QStringList &options = {}) const;
+    Outcome examineAsNobody(const QString &prepare) const;
+
+    QString m_port;
+};
+
+namespace {
+
+const QString doctor = QStringLiteral("--doctor");
+const QString json = QStringLiteral("--json");
+
+const QString fakeModemManager =
+    QStringLiteral("cp \"$(command -v sleep)\" /run/ModemManager; /run/ModemManager 600 & ");
+
+const QString installRules = QStringLiteral("cp \"%1\" /run/udev/rules.d/; ")
+                                 .arg(QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"));
+
+// Somebody who belongs to no group and may still read the build folder, wherever that is.
+const QString asNobody = QStringLiteral("chmod -R o+rwX \"$UMOCKDEV_DIR\"; "
+                                        "exec setpriv --reuid=65534 --regid=65534 --clear-groups "
+                                        "--inh-caps +dac_read_search --ambient-caps +dac_read_search \"$@\"");
+
+void verifyHas(const Outcome &outcome, const QStringList &texts)
+{
+    for (const QString &text : texts)
+        QVERIFY2(outcome.output.contains(text.toUtf8()),
+                 qPrintable(QStringLiteral("\"%1\" is missing in:\n%2%3")
+                                .arg(text, QString::fromUtf8(outcome.output), QString::fromUtf8(outcome.error))));
+}
+
+bool isRoot()
+{
+    return ::geteuid() == 0;
+}
+
+} // namespace
+
+Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, const QStringList &options) const
+{
+    return runSandboxed({boardOn("BoardB", m_port, keys.toLatin1().constData())}, prepare + QStringLiteral("\"$@\""),
+                        QStringList{jwprobeProgram(), doctor} + options);
+}
+
+// Root is stopped by nothing. Anybody else can't become another user, and takes the right from himself.
+Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
+{
+    if (!isRoot()) {
+        return runProgram(jwsimProgram(),
+                          simulated({boardOn("BoardB", m_port)},
+                                    {QStringLiteral("sh"), QStringLiteral("-c"),
+                                     QStringLiteral("chmod 0000 \"$UMOCKDEV_DIR/dev/%1\"; exec \"$@\"").arg(m_port),
+                                     QStringLiteral("sh"), jwprobeProgram(), doctor}));
+    }
+    return runSandboxed({boardOn("BoardB", m_port)}, prepare + asNobody, {jwprobeProgram(), doctor});
+}
+
+void TestJwprobeDoctor::healthyPortIsSaidInOneLine()
+{
+    const Outcome outcome = examine(QString(), QString());
+    QCOMPARE(outcome.error, QByteArray());
+    QCOMPARE(outcome.output, m_port.toLatin1() + "  nothing keeps it from opening\n");
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestJwprobeDoctor::everyCandidateIsExamined()
+{
+    const QString denied = uniquePortName();
+    const QString other = uniquePortName();
+    const Outcome outcome = runSandboxed({boardOn("BoardA", m_port), boardOn("BoardB", denied, "open=denied"),
+                                          boardOn("BoardC", other, "vendor=1234,manufacturer=Acme")},
+                                         QStringLiteral("\"$@\""), {jwprobeProgram(), doctor});
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {m_port + QStringLiteral("  nothing keeps"), denied + QStringLiteral("  no permission")});
+    QVERIFY2(!outcome.output.contains(other.toLatin1()), outcome.output.constData());
+}
+
+void TestJwprobeDoctor::namedPortIsExaminedAlone()
+{
+    const QString named = uniquePortName();
+    const Outcome outcome = runSandboxed(
+        {boardOn("BoardA", m_port, "open=denied"), boardOn("BoardC", named, "manufacturer=Acme,vendor=1234")},
+        QStringLiteral("\"$@\""), {jwprobeProgram(), doctor, QStringLiteral("--port"), named});
+    QCOMPARE(outcome.output, named.toLatin1() + "  nothing keeps it from opening\n");
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestJwprobeDoctor::noCandidateSaysWhatToLookAt()
+{
+    const Outcome outcome = runJwprobe({boardOn("BoardA", m_port, "vendor=1234,manufacturer=Acme")}, {doctor});
+    QCOMPARE(outcome.status, 3);
+    verifyHas(outcome,
+              {QStringLiteral("No candidate port"), QStringLiteral("cable"), QStringLiteral("\n    lsusb\n"),
+               QStringLiteral("dmesg"), QStringLiteral("jwprobe --list"), QStringLiteral("--port")});
+}
+
+void TestJwprobeDoctor::unknownPortIsSaid()
+{
+    const Outcome outcome = runJwprobe({}, {doctor, QStringLiteral("--port"), m_port});
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {m_port + QStringLiteral("  no such port"), QStringLiteral("jwprobe --list")});
+}
+
+void TestJwprobeDoctor::userOutsideTheGroupIsToldToJoin()
+{
+    const Outcome outcome = examineAsNobody(QString());
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {QStringLiteral("no permission")});
+    if (isRoot())
+        verifyHas(outcome,
+                  {QStringLiteral("root:dialout, mode 0660"), QStringLiteral("    sudo usermod -aG dialout $USER\n")});
+}
+
+void TestJwprobeDoctor::memberWhoseSessionIsOlderIsToldToLogInAgain()
+{
+    const Outcome outcome = examineAsNobody(QStringLiteral("sed 's/^dialout:.*:/&nobody/' /etc/group > /run/group; "
+                                                           "mount --bind /run/group /etc/group; "));
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {QStringLiteral("no permission")});
+    if (isRoot()) {
+        verifyHas(outcome, {QStringLiteral("log out and in again"), QStringLiteral("    newgrp dialout\n")});
+        QVERIFY2(!outcome.output.contains("usermod"), outcome.output.constData());
+    }
+}
+
+void TestJwprobeDoctor::groupWithoutAccessGetsAnotherWay()
+{
+    const Outcome outcome = examineAsNobody(QStringLiteral("chmod 0600 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port));
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {QStringLiteral("    sudo chown $USER /dev/%1\n").arg(m_port)});
+    QVERIFY2(!outcome.output.contains("usermod"), outcome.output.constData());
+}
+
+void TestJwprobeDoctor::refusalInSpiteOfRightsPointsAtTheContainer()
+{
+    const Outcome outcome = examine(QStringLiteral("open=denied"), QString());
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("no permission"), QStringLiteral("container"),
+               QStringLiteral("    --device=/dev/%1\n").arg(m_port)});
+}
+
+void TestJwprobeDoctor::missingRuleIsInstalled_data()
+{
+    QTest::addColumn<QString>("keys");
+    QTest::addColumn<QString>("rule");
+    QTest::addColumn<QString>("command");
+    const QString ours =
+        QStringLiteral("    %1 --udev-rules | sudo tee /etc/udev/rules.d/60-jwdevice.rules\n").arg(jwprobeProgram());
+    const QString access = QStringLiteral("SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"%1\", TAG+=\"uaccess\"");
+    QTest::newRow("no rule") << QString() << QString() << ours;
+    QTest::newRow("a rule for another vendor") << QString() << access.arg(QStringLiteral("1234")) << ours;
+    QTest::newRow("a rule that is a comment")
+        << QString() << QLatin1Char('#') + access.arg(QStringLiteral("0483")) << ours;
+    QTest::newRow("a rule without access")
+        << QString() << QStringLiteral("ATTRS{idVendor}==\"0483\", SYMLINK+=\"board\"") << ours;
+    QTest::newRow("board by its manufacturer alone") << QStringLiteral("vendor=1234") << QString() << ours;
+    QTest::newRow("another device")
+        << QStringLiteral("vendor=0abc,manufacturer=Acme") << QString()
+        << QStringLiteral(
+               "    echo '%1, ENV{ID_MM_PORT_IGNORE}=\"1\"' | sudo tee /etc/udev/rules.d/60-jwdevice-0abc.rules\n")
+               .arg(access.arg(QStringLiteral("0abc")));
+}
+
+void TestJwprobeDoctor::missingRuleIsInstalled()
+{
+    QFETCH(QString, keys);
+    QFETCH(QString, rule);
+    QFETCH(QString, command);
+    const QString denied = keys.isEmpty() ? QStringLiteral("open=denied") : QStringLiteral("open=denied,") + keys;
+    const Outcome outcome = examine(denied, QStringLiteral("echo '%1' > /run/udev/rules.d/99-some.rules; ").arg(rule),
+                                    {QStringLiteral("--port"), m_port});
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {command, QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger\n")});
+}
+
+void TestJwprobeDoctor::ruleThatIsThereIsApplied()
+{
+    const Outcome outcome = examine(QStringLiteral("open=denied"), installRules);
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("/run/udev/rules.d/60-jwdevice.rules"),
+               QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger\n")});
+    QVERIFY2(!outcome.output.contains("sudo tee"), outcome.output.constData());
+}
+
+void TestJwprobeDoctor::appliedRuleNamesItsLimit()
+{
+    const Outcome outcome = examine(QStringLiteral("open=denied"), installRules + applyUdevRules(m_port));
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome, {QStringLiteral("whoever sits at this machine")});
+    QVERIFY2(!outcome.output.contains("udevadm"), outcome.output.constData());
+}
+
+// The simulated ports show another device number than what a program has open, so this one is a terminal.
+void TestJwprobeDoctor::processThatHasThePortOpenIsNamed()
+{
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(master >= 0 && ::grantpt(master) == 0 && ::unlockpt(master) == 0);
+    JwProbe::PortIdentity port;
+    port.name = m_port;
+    port.location = QString::fromLocal8Bit(::ptsname(master));
+    port.isKnown = true;
+
+    QProcess holder;
+    holder.setStandardInputFile(port.location);
+    holder.start(QStringLiteral("sleep"), {QStringLiteral("600")});
+    QVERIFY(holder.waitForStarted());
+    const qint64 pid = holder.processId();
+    const QList<JwProbe::Trouble> troubles = JwProbe::examine(port);
+    holder.kill();
+    holder.waitForFinished();
+    const QList<JwProbe::Trouble> afterwards = JwProbe::examine(port);
+    ::close(master);
+
+    QCOMPARE(troubles.size(), 1);
+    QCOMPARE(troubles.first().kind, QStringLiteral("held"));
+    QCOMPARE(troubles.first().summary, QStringLiteral("held by another program: sleep (pid %1)").arg(pid));
+    QCOMPARE(troubles.first().advice.last(), QStringLiteral("    kill %1").arg(pid));
+    QCOMPARE(afterwards.size(), 0);
+}
+
+void TestJwprobeDoctor::ownerOfALockFileIsNamed()
+{
+    const Outcome outcome =
+        examine(QString(),
+                QStringLiteral("sleep 600 & echo \"owner $!\"; printf '%10d\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
+    QCOMPARE(outcome.status, 1);
+    const QString owner =
+        QRegularExpression(QStringLiteral("owner (\\d+)")).match(QString::fromLatin1(outcome.output)).captured(1);
+    verifyHas(outcome,
+              {QStringLiteral("%1  held by another program: sleep (pid %2)").arg(m_port, owner),
+               QStringLiteral("    kill %1\n").arg(owner)});
+}
+
+void TestJwprobeDoctor::lockFileLeftBehindIsRemoved()
+{
+    const QString file = QStringLiteral("/var/lock/LCK..%1").arg(m_port);
+    const Outcome outcome = examine(
+        QString(), QStringLiteral("sh -c 'printf \"%10d\\n\" $$' > %1; \"$@\"; echo status $?; rm %1; ").arg(file));
+    QCOMPARE(outcome.status, 0); // of a second look, when it was removed
+    verifyHas(outcome,
+              {QStringLiteral("%1  locked by %2, which process").arg(m_port, file),
+               QStringLiteral("    sudo rm %1\n").arg(file), QStringLiteral("status 1"),
+               QStringLiteral("%1  nothing keeps it from opening").arg(m_port)});
+}
+
+void TestJwprobeDoctor::lockFileWithoutAnOwnerIsNamed()
+{
+    const Outcome outcome = examine(QString(), QStringLiteral("echo taken > /run/lock/LCK..%1; ").arg(m_port));
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("which doesn't tell whose it is"),
+               QStringLiteral("    sudo rm /var/lock/LCK..%1\n").arg(m_port)});
+}
+
+void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
+{
+    // Exclusive mode stops everybody but root. The lock file of the holder is out of sight.
+    const QString command = isRoot() ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
+                                     : QStringLiteral("exec \"$@\"");
+    const Outcome outcome = runSandboxed({boardOn("BoardB", m_port, "open=busy")}, command, {jwprobeProgram(), doctor});
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("held by another program"), QStringLiteral("    sudo fuser -v /dev/%1\n").arg(m_port)});
+}
+
+void TestJwprobeDoctor::modemManagerThatMayTakeThePortIsNamed()
+{
+    const Outcome outcome = examine(QString(), fakeModemManager + QStringLiteral("echo \"manager $!\"; "));
+    QCOMPARE(outcome.status, 1);
+    const QString manager =
+        QRegularExpression(QStringLiteral("manager (\\d+)")).match(QString::fromLatin1(outcome.output)).captured(1);
+    verifyHas(
+        outcome,
+        {QStringLiteral("%1  ModemManager (pid %2)").arg(m_port, manager),
+         QStringLiteral("    %1 --udev-rules | sudo tee /etc/udev/rules.d/60-jwdevice.rules\n").arg(jwprobeProgram()),
+         QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger\n"),
+         QStringLiteral("    sudo systemctl disable --now ModemManager\n")});
+}
+
+void TestJwprobeDoctor::modemManagerThatKeepsOffIsNoTrouble_data()
+{
+    QTest::addColumn<QString>("rules");
+    const QString rule = QStringLiteral("echo '%1' > /run/udev/rules.d/60-some.rules; ");
+    QTest::newRow("by the rules of the package") << installRules;
+    QTest::newRow("by a mark on the USB device")
+        << rule.arg(QStringLiteral("SUBSYSTEM==\"usb\", ENV{ID_MM_DEVICE_IGNORE}=\"1\""));
+    QTest::newRow("by a mark on the port")
+        << rule.arg(QStringLiteral("SUBSYSTEM==\"tty\", ENV{ID_MM_PORT_IGNORE}=\"1\""));
+}
+
+void TestJwprobeDoctor::modemManagerThatKeepsOffIsNoTrouble()
+{
+    QFETCH(QString, rules);
+    const Outcome outcome = examine(QString(), fakeModemManager + rules + applyUdevRules(m_port));
+    QCOMPARE(outcome.output, m_port.toLatin1() + "  nothing keeps it from opening\n");
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestJwprobeDoctor::severalTroublesAreShownTogether()
+{
+    const Outcome outcome =
+        examine(QStringLiteral("open=denied"),
+                fakeModemManager + QStringLiteral("printf '%10d\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("no permission"), QStringLiteral("held by another program: ModemManager"),
+               QStringLiteral("is not told to leave this port alone")});
+}
+
+void TestJwprobeDoctor::jsonHasEveryTrouble()
+{
+    const QString well = uniquePortName();
+    const Outcome outcome = runSandboxed({boardOn("BoardB", m_port, "open=denied,serial=S-9"), boardOn("BoardA", well)},
+                                         QStringLiteral("echo taken > /run/lock/LCK..%1; \"$@\"").arg(m_port),
+                                         {jwprobeProgram(), doctor, json});
+    QCOMPARE(outcome.status, 1);
+    const QJsonObject document = QJsonDocument::fromJson(outcome.output).object();
+    QCOMPARE(document[QLatin1String("exitStatus")].toInt(), 1);
+    QCOMPARE(document[QLatin1String("version")].toString(), QStringLiteral(PROJECT_VERSION));
+    const QJsonArray ports = document[QLatin1String("ports")].toArray();
+    QCOMPARE(ports.size(), 2);
+    const QJsonObject sick = ports[0].toObject();
+    QCOMPARE(sick[QLatin1String("port")].toString(), m_port);
+    QCOMPARE(sick[QLatin1String("serialNumber")].toString(), QStringLiteral("S-9"));
+    const QJsonArray troubles = sick[QLatin1String("troubles")].toArray();
+    QCOMPARE(troubles.size(), 2);
+    QCOMPARE(troubles[0].toObject()[QLatin1String("kind")].toString(), QStringLiteral("noPermission"));
+    QCOMPARE(troubles[1].toObject()[QLatin1String("kind")].toString(), QStringLiteral("held"));
+    for (const QJsonValue trouble : troubles) {
+        QVERIFY(!trouble.toObject()[QLatin1String("summary")].toString().isEmpty());
+        QVERIFY(!trouble.toObject()[QLatin1String("advice")].toArray().isEmpty());
+    }
+    QCOMPARE(ports[1].toObject()[QLatin1String("troubles")], QJsonValue(QJsonArray()));
+}
+
+void TestJwprobeDoctor::jsonOfNoCandidateHasTheAdvice()
+{
+    const Outcome outcome = runJwprobe({}, {doctor, json});
+    QCOMPARE(outcome.status, 3);
+    const QJsonObject document = QJsonDocument::fromJson(outcome.output).object();
+    QCOMPARE(document[QLatin1String("exitStatus")].toInt(), 3);
+    QCOMPARE(document[QLatin1String("ports")], QJsonValue(QJsonArray()));
+    QVERIFY(!document[QLatin1String("advice")].toArray().isEmpty());
+}
+
+void TestJwprobeDoctor::noBoardIsAsked_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::newRow("--doctor") << doctor;
+    QTest::newRow("--list") << QStringLiteral("--list");
+}
+
+void TestJwprobeDoctor::noBoardIsAsked()
+{
+    QFETCH(QString, option);
+    const QTemporaryDir folder;
+    const QString report = folder.filePath(QStringLiteral("report"));
+    const Outcome outcome =
+        runProgram(jwsimProgram(),
+                   QStringList{QStringLiteral("--report"), report} + jwprobe({boardOn("BoardA", m_port)}, {option}));
+    QCOMPARE(outcome.error, QByteArray());
+    QFile file(report);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QJsonArray boards = QJsonDocument::fromJson(file.readAll()).object()[QLatin1String("boards")].toArray();
+    QCOMPARE(boards.size(), 1);
+    QCOMPARE(boards[0].toObject()[QLatin1String("received")], QJsonValue(QJsonArray()));
+}
+
+void TestJwprobeDoctor::udevRulesAreThoseOfThePackage()
+{
+    QFile file(QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const Outcome outcome = runProgram(jwprobeProgram(), {QStringLiteral("--udev-rules")});
+    QCOMPARE(outcome.output, file.readAll());
+    QCOMPARE(outcome.status, 0);
+}
+
+QTEST_GUILESS_MAIN(TestJwprobeDoctor)
+#include "tst_jwprobe_doctor.moc"

@@ -1,0 +1,66 @@
+#include "doctor.h"
+
+#include "access.h"
+#include "process.h"
+#include "udevdevice.h"
+#include "udevrules.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace JwProbe {
+
+namespace {
+
+Trouble asTrouble(const Obstacle &obstacle)
+{
+    return {obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};
+}
+
+qint64 findModemManager()
+{
+    const QList<qint64> pids = processIds();
+    const auto found = std::find_if(pids.begin(), pids.end(),
+                                    [](qint64 pid) { return programName(pid) == QLatin1String("ModemManager"); });
+    return found == pids.end() ? 0 : *found;
+}
+
+// It opens every port that might be a modem when it appears, and writes to it what a board doesn't understand.
+std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
+{
+    const UdevDevice device(port.name);
+    if (!port.vendorId || device.isMarked("ID_MM_DEVICE_IGNORE") || device.isMarked("ID_MM_PORT_IGNORE"))
+        return std::nullopt;
+    const qint64 pid = findModemManager();
+    if (pid == 0)
+        return std::nullopt;
+    Trouble trouble{QStringLiteral("modemManager"),
+                    QStringLiteral("ModemManager (pid %1) is not told to leave this port alone").arg(pid),
+                    {QStringLiteral("It may take the port for a modem, and hold it for a while whenever the board is "
+                                    "plugged in. Apply the udev rules that keep it off, then plug the board in "
+                                    "again:")}};
+    trouble.advice += installRulesCommands(port);
+    trouble.advice += QStringLiteral("Or stop it, if this machine has no modem:");
+    trouble.advice += QStringLiteral("    sudo systemctl disable --now ModemManager");
+    return trouble;
+}
+
+} // namespace
+
+QList<Trouble> examine(const PortIdentity &port)
+{
+    QList<Trouble> troubles;
+    const QList<Obstacle> obstacles = findObstacles(port);
+    for (const Obstacle &obstacle : obstacles)
+        troubles.append(asTrouble(obstacle));
+    if (obstacles.isEmpty()) {
+        const Obstacle obstacle = tryToOpen(port);
+        if (obstacle.kind != Obstacle::None)
+            troubles.append(asTrouble(obstacle));
+    }
+    if (const std::optional<Trouble> trouble = modemManagerTrouble(port))
+        troubles.append(*trouble);
+    return troubles;
+}
+
+} // namespace JwProbe

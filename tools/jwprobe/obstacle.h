@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace JwProbe {
+
+/// What keeps this user from opening a port.
+struct Obstacle
+{
+    enum Kind { None, NoSuchPort, NoPermission, Held, Other };
+
+    Kind kind = None;
+    QString summary; ///< such as "held by minicom (pid 4711)"
+    QStringList advice; ///< what can be done; lines with blanks in front are to be copied as they are
+};
+
+} // namespace JwProbe

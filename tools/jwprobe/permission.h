@@ -1,0 +1,14 @@
+#pragma once
+
+#include "obstacle.h"
+
+struct stat;
+
+namespace JwProbe {
+
+struct PortIdentity;
+
+/// The obstacle of a port that this user may not read and write: by which groups, sessions and udev rules he may.
+Obstacle noPermission(const PortIdentity &port, const struct stat &device);
+
+} // namespace JwProbe

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+namespace JwProbe {
+
+/// Every process that can be seen from here.
+QList<qint64> processIds();
+
+bool isAlive(qint64 pid);
+
+/// The short name of the program that a process runs, fit for a terminal; empty when it can't be told.
+QString programName(qint64 pid);
+
+/// The shell command that ends a process.
+QString endCommand(qint64 pid);
+
+} // namespace JwProbe

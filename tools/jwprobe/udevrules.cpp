@@ -1,0 +1,99 @@
+#include "udevrules.h"
+
+#include "portidentity.h"
+#include "portlist.h"
+#include "udevrulestext.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
+#include <algorithm>
+
+namespace JwProbe {
+
+namespace {
+
+// Numbers before 73, where the tag takes effect.
+const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
+const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
+
+// The user's own word for this program: it need not be in his PATH.
+QString thisProgram()
+{
+    const QString word = QCoreApplication::arguments().value(0);
+    static const QRegularExpression special(QStringLiteral("[^\\w./+-]"));
+    return word.contains(special) ? QLatin1Char('\'') + word + QLatin1Char('\'') : word;
+}
+
+QStringList rulesOf(const QString &fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QStringList lines =
+        QString::fromUtf8(file.readAll()).replace(QLatin1String("\\\n"), QString()).split(QLatin1Char('\n'));
+    QStringList rules;
+    std::copy_if(lines.begin(), lines.end(), std::back_inserter(rules),
+                 [](const QString &line) { return !line.trimmed().startsWith(QLatin1Char('#')); });
+    return rules;
+}
+
+bool givesAccess(const QString &rule, const PortIdentity &port)
+{
+    static const QRegularExpression access(QStringLiteral("\"uaccess\"|MODE\\s*:?=\\s*\"0?666\""));
+    const auto names = [&rule](const QString &text) {
+        return !text.isEmpty() && rule.contains(QStringLiteral("==\"%1\"").arg(text), Qt::CaseInsensitive);
+    };
+    return rule.contains(access) && (names(idText(port.vendorId)) || names(port.manufacturer));
+}
+
+} // namespace
+
+QString udevRules()
+{
+    return QString::fromUtf8(udevRulesText);
+}
+
+QString findAccessRule(const PortIdentity &port)
+{
+    static const char *const folders[] = {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
+                                          "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
+    QStringList seen; // a file hides those of the same name in the folders that follow
+    for (const char *folder : folders) {
+        const QDir dir{QString::fromLatin1(folder)};
+        const QStringList names = dir.entryList({QStringLiteral("*.rules")}, QDir::Files | QDir::System);
+        for (const QString &name : names) {
+            if (seen.contains(name))
+                continue;
+            seen.append(name);
+            const QString path = dir.filePath(name);
+            const QStringList rules = rulesOf(path);
+            if (std::any_of(rules.begin(), rules.end(),
+                            [&port](const QString &rule) { return givesAccess(rule, port); }))
+                return path;
+        }
+    }
+    return {};
+}
+
+QStringList installRulesCommands(const PortIdentity &port)
+{
+    if (looksLikeBoard(port)) {
+        return QStringList{QStringLiteral("    %1 --udev-rules | sudo tee %2").arg(thisProgram(), rulesFile)}
+        + applyRulesCommands();
+    }
+    const QString id = idText(port.vendorId);
+    return QStringList{QStringLiteral("    echo 'SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"%1\", TAG+=\"uaccess\", "
+                                      "ENV{ID_MM_PORT_IGNORE}=\"1\"' | sudo tee %2")
+                           .arg(id, QString(otherRulesFile).arg(id))}
+    + applyRulesCommands();
+}
+
+QStringList applyRulesCommands()
+{
+    return {QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger")};
+}
+
+} // namespace JwProbe
