@@ -30,8 +30,7 @@ struct PortReport
 
     Verdict verdict = NotOpened; ///< so far, see Initializer::portReports()
     QSerialPort::SerialPortError error = QSerialPort::NoError; ///< why it is NotOpened or Lost
-    QString
-        errorText; ///< Qt's text for `error`, empty without one; for a Lost port Qt may give that of another failure
+    QString errorText; ///< Qt's text for `error`, empty without one; for a Lost port it may be that of another failure
     Type type = Unknown; ///< what it is HandedOver or Duplicate as
     QString reply; ///< the newest sentence from it that could be parsed, without its line end; empty for none
     QString unreadable; ///< the newest payload from it that could not be parsed, without its line end; empty for none
