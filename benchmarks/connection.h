@@ -1,0 +1,21 @@
+#pragma once
+
+#include "streamdevice.h"
+
+#include <device/communicator.h>
+#include <nmea/parserinit.h>
+
+/// A Communicator with all that it needs.
+struct Connection
+{
+    Connection()
+    {
+        parser.init();
+        communicator.setParser(&parser);
+        communicator.setIODevice(&device);
+    }
+
+    StreamDevice device;
+    Nmea::ParserInit parser;
+    JwDevice::Communicator communicator;
+};

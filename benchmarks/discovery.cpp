@@ -1,0 +1,204 @@
+// Probes the ports that are there, several times, and writes as JSON how long each step took. discovery.py starts it
+// under jwsim, whose boards live in another process: they answer while this one opens ports.
+#include <device/initializer.h>
+#include <logger/logger.h>
+
+#include <spdlog/details/log_msg.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMetaEnum>
+#include <QSerialPort>
+#include <QSerialPortInfo>
+#include <QTimer>
+
+#include <cstdio>
+#include <functional>
+#include <mutex>
+
+using JwDevice::Communicator;
+using JwDevice::Initializer;
+using JwDevice::Type;
+
+namespace {
+
+constexpr int longestProbe = 10000; // ms
+
+double milliseconds(qint64 nanoseconds)
+{
+    return static_cast<double>(nanoseconds) / 1e6;
+}
+
+/// Times every event that the loop delivers and keeps the longest.
+class WatchedApplication : public QCoreApplication
+{
+public:
+    using QCoreApplication::QCoreApplication;
+
+    bool notify(QObject *receiver, QEvent *event) override
+    {
+        if (m_inside)
+            return QCoreApplication::notify(receiver, event);
+        const char *const className = receiver->metaObject()->className();
+        const QEvent::Type type = event->type();
+        QElapsedTimer timer;
+        timer.start();
+        m_inside = true;
+        const bool result = QCoreApplication::notify(receiver, event);
+        m_inside = false;
+        if (timer.nsecsElapsed() > m_longest) {
+            m_longest = timer.nsecsElapsed();
+            m_className = className;
+            m_type = type;
+        }
+        return result;
+    }
+
+    void restart() { m_longest = 0; }
+    QJsonObject longest() const
+    {
+        return {{QStringLiteral("ms"), milliseconds(m_longest)},
+                {QStringLiteral("receiver"), QLatin1String(m_className)},
+                {QStringLiteral("event"), QLatin1String(QMetaEnum::fromType<QEvent::Type>().valueToKey(m_type))}};
+    }
+
+private:
+    bool m_inside = false;
+    qint64 m_longest = 0;
+    const char *m_className = "";
+    QEvent::Type m_type = QEvent::None;
+};
+
+/// Hears of the end of a probe, which only the log tells.
+class EndOfProbe : public spdlog::sinks::base_sink<std::mutex>
+{
+public:
+    std::function<void()> reached;
+
+protected:
+    void sink_it_(const spdlog::details::log_msg &message) override
+    {
+        if (message.payload == "Disconnect from signals")
+            reached();
+    }
+    void flush_() override { }
+};
+
+/// What opening all ports takes without the library. They stay open until the last one is, as in a probe.
+QJsonArray openAll(const QList<QSerialPortInfo> &infos)
+{
+    QJsonArray opens;
+    QList<QSerialPort *> ports;
+    for (const QSerialPortInfo &info : infos) {
+        QElapsedTimer timer;
+        timer.start();
+        auto *port = new QSerialPort(info);
+        if (!port->open(QIODevice::ReadWrite))
+            qFatal("%s: %s", qUtf8Printable(info.portName()), qUtf8Printable(port->errorString()));
+        port->setBaudRate(QSerialPort::Baud115200);
+        opens << milliseconds(timer.nsecsElapsed());
+        ports << port;
+    }
+    qDeleteAll(ports);
+    return opens;
+}
+
+QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QList<Type> &types, bool named)
+{
+    QElapsedTimer clock;
+    clock.start();
+    const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
+    const double enumeration = milliseconds(clock.nsecsElapsed());
+    const QJsonArray opens = openAll(infos);
+    QStringList names;
+    if (named) {
+        for (const QSerialPortInfo &info : infos)
+            names << info.portName();
+    }
+
+    QJsonArray found;
+    QJsonArray notFound;
+    QList<Communicator *> handedOver;
+    Initializer initializer;
+    QObject::connect(&initializer, &Initializer::deviceInitialized, [&](Type type, Communicator *comm) {
+        found << QJsonObject{{QStringLiteral("type"), static_cast<int>(type)},
+                             {QStringLiteral("ms"), milliseconds(clock.nsecsElapsed())}};
+        handedOver << comm;
+    });
+    QObject::connect(&initializer, &Initializer::deviceNotFound, [&](Type type) {
+        notFound << QJsonObject{{QStringLiteral("type"), static_cast<int>(type)},
+                                {QStringLiteral("ms"), milliseconds(clock.nsecsElapsed())}};
+    });
+    double settled = -1;
+    QEventLoop loop;
+    end.reached = [&] {
+        settled = milliseconds(clock.nsecsElapsed());
+        loop.quit();
+    };
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
+    guard.start(longestProbe);
+
+    application.restart();
+    clock.start();
+    initializer.probe(types, 0, names);
+    const double probe = milliseconds(clock.nsecsElapsed());
+    loop.exec();
+
+    for (Communicator *comm : qAsConst(handedOver)) {
+        delete comm->device();
+        delete comm;
+    }
+    return {{QStringLiteral("ports"), infos.size()}, {QStringLiteral("enumeration"), enumeration},
+            {QStringLiteral("opens"), opens},        {QStringLiteral("probe"), probe},
+            {QStringLiteral("found"), found},        {QStringLiteral("notFound"), notFound},
+            {QStringLiteral("settled"), settled},    {QStringLiteral("stall"), application.longest()}};
+}
+
+QList<Type> typesOf(const QString &letters)
+{
+    QList<Type> types;
+    for (const QChar letter : letters) {
+        const int number = letter.unicode() - 'A' + 1;
+        if (number < JwDevice::BoardA || number > JwDevice::BoardC)
+            qFatal("--types takes letters from A to C, such as AC");
+        types << static_cast<Type>(number);
+    }
+    return types;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    WatchedApplication application(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addOptions({
+        {QStringLiteral("types"), QStringLiteral("Letters of the boards to look for."), QStringLiteral("letters"),
+         QStringLiteral("A")},
+        {QStringLiteral("probes"), QStringLiteral("How many probes."), QStringLiteral("number"), QStringLiteral("5")},
+        {QStringLiteral("named"), QStringLiteral("Give probe() the names of the ports.")},
+    });
+    parser.process(application);
+    const QList<Type> types = typesOf(parser.value(QStringLiteral("types")));
+
+    const auto end = std::make_shared<EndOfProbe>();
+    loggerInstance()->clearSinks();
+    loggerInstance()->addSink(end);
+    loggerInstance()->setLevel(Logger::Debug);
+
+    QJsonArray probes;
+    for (int i = 0; i < parser.value(QStringLiteral("probes")).toInt(); ++i)
+        probes << probeOnce(application, *end, types, parser.isSet(QStringLiteral("named")));
+    std::puts(QJsonDocument(probes).toJson(QJsonDocument::Compact).constData());
+    return 0;
+}

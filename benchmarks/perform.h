@@ -1,0 +1,18 @@
+#pragma once
+
+#include <support/allocationcount.h>
+
+#include <benchmark/benchmark.h>
+
+/// Runs `work` once per iteration and counts the blocks that it takes from the heap; `items` is how many of what is
+/// measured one run of it does.
+template <typename Work>
+void perform(benchmark::State &state, Work work, double items = 1)
+{
+    const long before = allocationCount();
+    for (auto _ : state)
+        work();
+    const double runs = static_cast<double>(state.iterations());
+    state.counters["allocations"] = static_cast<double>(allocationCount() - before) / runs / items;
+    state.counters["items"] = items;
+}

@@ -1,0 +1,291 @@
+#!/usr/bin/env python3
+"""Makes the tables and plots of the page on performance from the raw results, and prints what was to be reached.
+
+Usage: report.py RESULTS-FOLDER OUT-FOLDER
+reads benchmarks.json, discovery.json and line.json, writes tables.md and *.svg.
+"""
+import json
+import pathlib
+import re
+import statistics
+import sys
+
+import matplotlib
+
+matplotlib.use("svg")
+matplotlib.rcParams["svg.hashsalt"] = "jwdevice"  # the same results make the same file
+import matplotlib.pyplot as pyplot  # noqa: E402
+
+LINE_RATE = 115200 / 10  # bytes in a second
+BOARDS = 100
+VERSION_QUERY, VERSION_REPLY = 12, 26  # bytes
+INFORMATION_REQUEST, INFORMATION_REPLY = 16, 43
+ROUNDS, REPLY_TIMEOUT = 4, 400  # ms
+
+
+def number(value):
+    return f"{value:.0f}" if abs(value) >= 100 else f"{value:.3g}"
+
+
+class Sample:
+    """The median of some repetitions and their spread."""
+
+    def __init__(self, values):
+        self.values = sorted(values)
+        self.median = statistics.median(self.values)
+
+    def __truediv__(self, unit):
+        return Sample([value / unit for value in self.values])
+
+    def spread(self):
+        return f"{number(self.values[0])} to {number(self.values[-1])}"
+
+    def __str__(self):
+        return f"{number(self.median)} ({self.spread()})"
+
+
+class Benchmarks:
+    """Nanoseconds of processor time for one item, by name."""
+
+    def __init__(self, results):
+        self.times = {}
+        self.counters = {}
+        for run in results["benchmarks"]:
+            if run.get("error_occurred"):
+                sys.exit(f"{run['name']}: {run['error_message']}")
+            if run["run_type"] != "iteration":
+                continue
+            name = re.sub("/iterations:[0-9]+|/repeats:[0-9]+", "", run["name"])
+            self.times.setdefault(name, []).append(run["cpu_time"] / run["items"])
+            self.counters[name] = run
+        self.kernel = Sample(self.times["yardstick/limit kernel: parse"])
+        self.filling = Sample(self.times["yardstick/record filled by hand"])
+        self.yardstick = self.kernel.median + self.filling.median
+
+    def time(self, name):
+        return Sample(self.times[name])
+
+    def ratio(self, name):
+        return self.time(name) / self.yardstick
+
+    def allocations(self, name):
+        return self.counters[name]["allocations"]
+
+    def perByte(self, name):
+        run = self.counters[name]
+        return self.time(name) / (run["bytes"] / run["items"])
+
+    def series(self, prefix):
+        found = {int(name.rsplit("/", 1)[1]): self.time(name) for name in self.times if name.startswith(prefix + "/")}
+        return dict(sorted(found.items()))
+
+
+class Lot:
+    """The probes of one lot of boards, in milliseconds from the call of probe() on."""
+
+    def __init__(self, result):
+        self.title = result["title"]
+        self.paced = result["paced"]
+        self.ports = len(result["boards"])
+        self.probes = result["probes"]
+        self.delay = max(int(re.search("delay=([0-9]+)", board)[1]) for board in result["boards"])
+        self.types = result["types"]
+        self.silent = all(board.startswith("silent") for board in result["boards"])
+        told = "notFound" if self.silent else "found"
+        complete = [probe for probe in self.probes if len(probe[told]) == len(self.types)]
+        self.complete = len(complete)
+        self.enumeration = Sample([probe["enumeration"] for probe in self.probes])
+        self.opens = Sample([sum(probe["opens"]) for probe in self.probes])
+        self.probe = Sample([probe["probe"] for probe in self.probes])
+        self.settled = Sample([probe["settled"] for probe in self.probes])
+        self.stall = Sample([probe["stall"]["ms"] for probe in self.probes])
+        longest = max(self.probes, key=lambda probe: probe["stall"]["ms"])["stall"]
+        self.stallPlace = f"{longest['receiver']}, {longest['event']}"
+        last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
+        self.told = Sample([ms for ms, _ in last]) if last else None
+        self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
+        # The best of each: the opens before a probe and those in it are not disturbed by the same work of others.
+        self.floor = Sample([self.floorOf(probe) for probe in self.probes])
+        self.overFloor = self.told.values[0] - self.floor.values[0] if last else None
+
+    def floorOf(self, probe):
+        """No probe can be faster: the search for ports, the opens, the bytes on the line, the board's own delay, or the
+        rounds in which nobody answers."""
+        onLine = 0
+        wait = self.delay
+        if self.silent:
+            wait = ROUNDS * REPLY_TIMEOUT
+        elif self.paced:
+            asked = VERSION_QUERY if set(self.types) & set("AB") else 0
+            onLine = asked + (INFORMATION_REQUEST + INFORMATION_REPLY if "C" in self.types else VERSION_REPLY)
+        return probe["enumeration"] + sum(probe["opens"]) + onLine / LINE_RATE * 1000 + wait
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
+    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows]) + "\n"
+
+
+def operations(benchmarks):
+    rows = []
+    for name in sorted(benchmarks.times, key=lambda name: [part.zfill(9) for part in name.split("/")]):
+        time = benchmarks.time(name)
+        rows.append([name, number(time.median), time.spread(), number(benchmarks.ratio(name).median),
+                     number(benchmarks.allocations(name))])
+    return table(["Operation", "ns", "least to most", "Y", "allocations"], rows)
+
+
+def probes(lots):
+    rows = []
+    for lot in lots:
+        def cell(value):
+            return "-" if value is None else f"{value:.1f}" if isinstance(value, float) else str(value)
+        rows.append([lot.title, str(lot.ports), "yes" if lot.paced else "no", cell(lot.enumeration.median),
+                     cell(lot.opens.median), cell(lot.probe), f"{lot.complete} of {len(lot.probes)}", cell(lot.told),
+                     cell(lot.afterLastOpen), cell(lot.overFloor), cell(lot.settled.median),
+                     f"{lot.stall.median:.2f} ({lot.stallPlace})"])
+    return table(["Boards (times in ms)", "ports", "paced", "search", "opens", "probe() returns", "as it should",
+                  "last signal", "after probe()", "over the floor", "over", "longest stall after probe()"], rows)
+
+
+def lineShares(results):
+    return {work: Sample([run["share"] for run in results if run["work"] == work])
+            for work in ("ports", "payloads", "sessions")}
+
+
+def lines(shares):
+    bare = shares["ports"].median
+    rows = [[title, f"{shares[work].median:.2%}", f"{shares[work].values[0]:.2%} to {shares[work].values[-1]:.2%}",
+             f"{shares[work].median - bare:.2%}"]
+            for work, title in (("ports", "QSerialPort alone, read and dropped"),
+                                ("payloads", "with a Communicator, payloads taken as text"),
+                                ("sessions", "with a Communicator, each payload parsed"))]
+    return table(["100 boards at 115200 baud", "share of a core", "least to most", "of it the library"], rows)
+
+
+def targets(benchmarks, lots, shares):
+    """Rows of what was to be reached, what was measured, and whether it was reached."""
+    def atMost(title, value, limit, unit):
+        median = value.median if isinstance(value, Sample) else value
+        text = str(value) if isinstance(value, Sample) else number(value)
+        return [title, f"{limit:g} {unit}", text, "met" if median <= limit else "NOT MET"]
+
+    def lot(title, ports, paced=True):
+        return next(lot for lot in lots if (lot.title, lot.ports, lot.paced) == (title, ports, paced))
+
+    parse, build = "parse/version reply", "build/version query"
+    clean, dirty = "receive/sessions, clean/64", "receive/sessions, dirty/64"
+    written = benchmarks.series("transmit/bytesWritten")
+    rows = [
+        atMost("parse a version reply: time", benchmarks.ratio(parse), 1.6, "Y"),
+        atMost("parse a version reply: allocations", benchmarks.allocations(parse), 10, ""),
+        atMost("build a query: time", benchmarks.ratio(build), 0.75, "Y"),
+        atMost("build a query: allocations", benchmarks.allocations(build), 3, ""),
+        atMost("64-byte reads to a filled session", benchmarks.ratio(clean), 3, "Y"),
+        atMost("dirty stream against the clean one, for each good sentence",
+               benchmarks.time(dirty) / benchmarks.time(clean).median, 2, "times"),
+        atMost("100 boards at line rate, computed from the time for a byte",
+               benchmarks.perByte("receive/payloads, clean/64") / (1e7 / LINE_RATE / BOARDS), 2, "%"),
+        atMost("100 boards at line rate, measured beyond QSerialPort",
+               100 * (shares["payloads"].median - shares["ports"].median), 2, "%"),
+        atMost("bytesWritten after 1,000,000 payloads against after one",
+               written[1000000] / written[1].median, 1.1, "times"),
+    ]
+    for paced in (False, True):
+        how = ", paced line" if paced else ""
+        one, full = lot("boards on all", 1, paced), lot("boards on all", 48, paced)
+        rows.append(atMost(f"one board on one port, over the floor{how}", one.overFloor, 2, "ms"))
+        title = f"boards on all 48 ports, after the last open{how}"
+        if full.complete == len(full.probes):
+            rows.append(atMost(title, full.afterLastOpen, 10, "ms"))
+        else:
+            rows.append([title, "10 ms", f"all found in {full.complete} of {len(full.probes)} probes", "NOT MET"])
+        worst = max((lot(f"one board, {place}", 48, paced) for place in ("first", "middle", "last")),
+                    key=lambda one: one.afterLastOpen.median)
+        rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen, 2,
+                           "ms"))
+    worst = max(lots, key=lambda one: one.stall.median)
+    rows.append(["longest stall in a probe", "the opening of ports",
+                 f"probe() {lot('boards on all', 48).probe.median:.0f} ms; after it {worst.stall.median:.2f} ms",
+                 "met" if worst.stall.median < 2 else "NOT MET"])
+    return rows
+
+
+def save(figure, axes, path, xLabel, yLabel):
+    axes.set_xlabel(xLabel)
+    axes.set_ylabel(yLabel)
+    axes.set_ylim(bottom=0)
+    axes.grid(alpha=0.3)
+    axes.legend(fontsize=8)
+    figure.tight_layout()
+    figure.savefig(path, metadata={"Date": None})
+    pyplot.close(figure)
+
+
+def plot(path, series, xLabel, yLabel, logarithmic):
+    """`series`: title to {x: Sample}."""
+    figure, axes = pyplot.subplots(figsize=(7, 4))
+    for title, points in series.items():
+        xs = list(points)
+        medians = [points[x].median for x in xs]
+        spread = [[points[x].median - points[x].values[0] for x in xs],
+                  [points[x].values[-1] - points[x].median for x in xs]]
+        axes.errorbar(xs, medians, yerr=spread, marker="o", markersize=4, capsize=3, label=title)
+    if logarithmic:
+        axes.set_xscale("log")
+    save(figure, axes, path, xLabel, yLabel)
+
+
+def plots(benchmarks, lots, out):
+    plot(out / "chunks.svg", {
+        "readyRead, clean": benchmarks.series("receive/payloads, clean"),
+        "parsed session, clean": benchmarks.series("receive/sessions, clean"),
+        "parsed session, dirty": benchmarks.series("receive/sessions, dirty"),
+    }, "bytes in a read of the device", "ns for each good sentence", True)
+    plot(out / "history.svg", {
+        "bytesWritten": benchmarks.series("transmit/bytesWritten"),
+        "writePayload, text": benchmarks.series("transmit/writePayload, text"),
+        "writePayload, session": benchmarks.series("transmit/writePayload, session"),
+    }, "payloads written before", "ns", True)
+
+    def byPorts(title, paced, value):
+        return {lot.ports: value(lot) for lot in lots
+                if lot.title == title and lot.paced == paced and value(lot) is not None}
+    plot(out / "ports.svg", {
+        "floor, one board": byPorts("one board, first", True,
+                                    lambda lot: lot.floor),
+        "probe() returns": byPorts("one board, first", True, lambda lot: lot.probe),
+        "one board found, first port": byPorts("one board, first", True, lambda lot: lot.told),
+        "one board found, last port": byPorts("one board, last", True, lambda lot: lot.told),
+        "boards on all, all found": byPorts("boards on all", False, lambda lot: lot.told),
+    }, "ports", "ms", False)
+
+
+def machine(context):
+    model = next((line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8")
+                  if line.startswith("model name")), "unknown processor")
+    return (f"{model}, {context['num_cpus']} cores at {context['mhz_per_cpu']} MHz; "
+            f"load {context['load_avg'][0]:.1f} at the start\n")
+
+
+def main():
+    results, out = (pathlib.Path(argument) for argument in sys.argv[1:3])
+    raw = {name: json.loads((results / f"{name}.json").read_text("utf-8"))
+           for name in ("benchmarks", "discovery", "line")}
+    benchmarks = Benchmarks(raw["benchmarks"])
+    lots = [Lot(result) for result in raw["discovery"]]
+    shares = lineShares(raw["line"])
+    out.mkdir(parents=True, exist_ok=True)
+    yardstick = (f"Y = {benchmarks.yardstick:.0f} ns: limit kernel {benchmarks.kernel.median:.0f} ns, "
+                 f"record filled by hand {benchmarks.filling.median:.0f} ns\n")
+    reached = table(["What", "at most", "measured", ""], targets(benchmarks, lots, shares))
+    (out / "tables.md").write_text("\n".join([
+        machine(raw["benchmarks"]["context"]), yardstick, reached, operations(benchmarks), lines(shares),
+        probes(lots)]), "utf-8")
+    plots(benchmarks, lots, out)
+    print(machine(raw["benchmarks"]["context"]))
+    print(yardstick)
+    print(reached)
+
+
+main()
