@@ -134,7 +134,7 @@ const std::vector<Key> &keys()
                                 {{QStringLiteral("ok"), Config::Open::Ok},
                                  {QStringLiteral("busy"), Config::Open::Busy},
                                  {QStringLiteral("denied"), Config::Open::Denied}},
-                                "opening works, is refused as held by another program, or for lack of permission"),
+                                "opening works, or is refused: another has it, no permission"),
         textKey("manufacturer", &Config::manufacturer, printable, "up to 126 printable ASCII characters",
                 "USB manufacturer"),
         hexKey("vendor", &Config::vendor, "USB vendor id"),
@@ -253,7 +253,9 @@ QString BoardConfig::help()
 {
     QString text = QStringLiteral("Kinds: %1\nKeys:\n").arg(kindNames());
     for (const Key &key : keys())
-        text += QStringLiteral("  %1 %2: %3\n").arg(key.name, -17).arg(key.meaning, key.allowed);
+        text += QStringLiteral("  %1 %2\n%3%4\n")
+                    .arg(key.name, -17)
+                    .arg(key.meaning, QString(22, QLatin1Char(' ')), key.allowed);
     return text;
 }
 

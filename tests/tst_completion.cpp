@@ -206,8 +206,10 @@ void TestCompletion::keysAreThoseOfTheHelp()
     const QStringList lines =
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
-    for (const QString &line : lines)
-        keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
+    for (const QString &line : lines) {
+        if (!line.startsWith(QLatin1String("    "))) // more on the key above
+            keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
+    }
     std::sort(keys.begin(), keys.end());
     QCOMPARE(completed(jwsimProgram(), QStringLiteral("jwsim --board BoardA,")), keys.join(' '));
 }

@@ -81,10 +81,13 @@ QString sorted(const QSet<QString> &set)
     return list.join(QLatin1Char(' '));
 }
 
-// The lines behind "Keys:", up to the blank one.
+// What stands behind "Keys:", up to the blank line: a line for each key.
 QString keysOfHelp()
 {
-    return help(QStringLiteral("jwsim")).section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0);
+    return help(QStringLiteral("jwsim"))
+        .section(QLatin1String("Keys:\n"), 1)
+        .section(QLatin1String("\n\n"), 0, 0)
+        .replace(QRegularExpression(QStringLiteral("\n {3,}")), QStringLiteral(" "));
 }
 
 } // namespace

@@ -48,7 +48,10 @@ int main(int argc, char **argv)
 
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &owner, talk);
-    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&app] { app.exit(1); });
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&] {
+        out << "no BoardA; jwprobe --type BoardA tells why" << Qt::endl;
+        app.exit(1);
+    });
     QTimer::singleShot(0, &initializer, [&] { initializer.probe({JwDevice::BoardA}); });
     return app.exec();
 }

@@ -8,8 +8,8 @@ namespace JwSimulator {
 
 namespace {
 
-const char *const usage = "jwsim [--scenario FILE.json] [--board KIND[,key=value...]]... [--report FILE.json] [--] "
-                          "COMMAND [ARGS...]";
+const char *const usage = "jwsim [--scenario FILE.json] [--board KIND[,key=value...]]...\n"
+                          "             [--report FILE.json] [--] COMMAND [ARGS...]";
 
 bool addScenario(Arguments &arguments, const QString &value, QString &error)
 {
@@ -67,8 +67,9 @@ std::optional<Arguments> Arguments::parse(char **argv, QString &error)
         }
         if (!text.startsWith(QLatin1Char('-')))
             break;
-        if (text == QLatin1String("--help") || text == QLatin1String("--version")) {
-            arguments.action = text == QLatin1String("--help") ? Action::Help : Action::Version;
+        const bool isHelp = text == QLatin1String("--help") || text == QLatin1String("-h");
+        if (isHelp || text == QLatin1String("--version") || text == QLatin1String("-v")) {
+            arguments.action = isHelp ? Action::Help : Action::Version;
             return arguments;
         }
         const int equals = text.indexOf(QLatin1Char('='));
@@ -99,34 +100,35 @@ std::optional<Arguments> Arguments::parse(char **argv, QString &error)
 
 QString Arguments::helpText()
 {
-    return QStringLiteral(
-               "Usage: %1\n"
-               "\n"
-               "Makes one simulated USB serial port per board, runs COMMAND so that it sees these ports as real ones,\n"
-               "answers as the boards would, and exits with COMMAND's exit status. COMMAND must be linked dynamically "
-               "and\n"
-               "not run set-uid.\n"
-               "\n"
-               "Options:\n"
-               "  --board KIND[,key=value...]  add a board; may be repeated\n"
-               "  --scenario FILE.json         add the boards of a file: {\"boards\": [ {\"kind\": \"BoardA\", "
-               "\"delay\": 20}, ... ]}\n"
-               "  --report FILE.json           on ending, write what each board received and sent, in milliseconds "
-               "since\n"
-               "                               COMMAND's start\n"
-               "  --help, --version            print this, or the version, and exit\n"
-               "\n"
-               "%2"
-               "\n"
-               "Example:\n"
-               "  jwsim --board BoardA --board silent,port=ttyUSB0 -- python3 -c \"print(open('/dev/ttyACM0', 'r+b', "
-               "0))\"\n"
-               "\n"
-               "SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to COMMAND, which is killed when it has not ended 5\n"
-               "seconds later. What is typed on a terminal (Ctrl-C) reaches COMMAND anyway and is left to it.\n"
-               "\n"
-               "Exit status: that of COMMAND; 128 + n when signal n ended it; 127 when it was not found, 126 when it\n"
-               "could not be started; 2 for wrong use, when COMMAND was not started at all.\n")
+    return QStringLiteral("Usage: %1\n"
+                          "\n"
+                          "Makes one simulated USB serial port per board, runs COMMAND so that it sees\n"
+                          "these ports as real ones, answers as the boards would, and exits with COMMAND's\n"
+                          "exit status. COMMAND must be linked dynamically and not run set-uid.\n"
+                          "\n"
+                          "Options:\n"
+                          "  --board KIND[,key=value...]  add a board; may be repeated\n"
+                          "  --scenario FILE.json         add the boards of a file, such as\n"
+                          "                               {\"boards\": [{\"kind\": \"BoardA\", \"delay\": 20}]}\n"
+                          "  --report FILE.json           on ending, write what each board received and\n"
+                          "                               sent, in milliseconds since COMMAND's start\n"
+                          "  -h, --help                   print this and exit\n"
+                          "  -v, --version                print the version and exit\n"
+                          "\n"
+                          "%2"
+                          "\n"
+                          "The manual page (man jwsim) has the defaults.\n"
+                          "\n"
+                          "Example:\n"
+                          "  jwsim --board BoardA --board silent,port=ttyUSB0 -- jwprobe --type BoardA\n"
+                          "\n"
+                          "SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to COMMAND, which is killed\n"
+                          "when it has not ended 5 seconds later. What is typed on a terminal (Ctrl-C)\n"
+                          "reaches COMMAND anyway and is left to it.\n"
+                          "\n"
+                          "Exit status: that of COMMAND; 128 + n when signal n ended it; 127 when it was\n"
+                          "not found, 126 when it could not be started; 2 for wrong use, when COMMAND was\n"
+                          "not started at all.\n")
         .arg(QLatin1String(usage), BoardConfig::help());
 }
 

@@ -116,7 +116,7 @@ Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report, bo
                     + advice};
     }
     return {port, report, QStringLiteral("silent"),
-            QStringLiteral("silent: it opened, but no sentence came within 400 ms of %1").arg(queries), advice};
+            QStringLiteral("no sentence: it opened, but none came within 400 ms of %1").arg(queries), advice};
 }
 
 } // namespace

@@ -37,12 +37,13 @@ QStringList noCandidateAdvice()
 QString portText(const Examined &examined, int nameWidth, int width)
 {
     const int indent = nameWidth + 2;
+    const int adviceIndent = 4; // not below the summary: a line to be copied can't be wrapped
     const QString blanks(indent, QLatin1Char(' '));
     QString text;
     for (const Trouble &trouble : examined.troubles) {
         text += (text.isEmpty() ? examined.port.name.leftJustified(indent) : blanks)
             + wrapped(trouble.summary, indent, width) + QLatin1Char('\n')
-            + linesText(trouble.advice, indent + 2, width);
+            + linesText(trouble.advice, adviceIndent, width);
     }
     return text.isEmpty() ? examined.port.name.leftJustified(indent) + QLatin1String("nothing keeps it from opening\n")
                           : text;

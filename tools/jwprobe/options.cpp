@@ -178,7 +178,7 @@ Parser::Parser()
                        "error or fatal.",
                        "LEVEL"))
     , m_traffic(makeOption("traffic", "Show the payloads of the search on standard error."))
-    , m_rawTraffic(makeOption("raw-traffic", "Show the bytes of the search on standard error."))
+    , m_rawTraffic(makeOption("raw-traffic", "Show what is read and written, as text, on standard error."))
     , m_version(QStringList{QStringLiteral("v"), QStringLiteral("version")}, QStringLiteral("Show the version."))
     , m_help(QStringList{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."))
 {

@@ -55,7 +55,7 @@ bool Program::printResult(const SearchResult &result) const
     const bool isMonitor = m_options.action == Options::Monitor;
     if (!m_options.json) {
         const QString text = reportText(result, terminalWidth(STDOUT_FILENO));
-        return print(isMonitor ? text + QLatin1Char('\n') : text);
+        return print(isMonitor && !result.boards.isEmpty() ? text + QLatin1Char('\n') : text);
     }
     QJsonObject document = reportJson(result);
     if (!isMonitor)
