@@ -6,6 +6,7 @@
 #include <device/sessioninit.h>
 #include <nmea/parserinit.h>
 
+#include <QBuffer>
 #include <QEventLoop>
 #include <QPointer>
 #include <QSerialPort>
@@ -158,6 +159,7 @@ private Q_SLOTS:
     void receiverDeletesAnotherCommunicatorOfTheDevice_data() { addSignals(); }
     void receiverDeletesAnotherCommunicatorOfTheDevice();
     void receiverClosesTheSerialPort();
+    void receiverClosesTheBuffer();
 
     void nestedLoopBringsMoreData_data();
     void nestedLoopBringsMoreData();
@@ -351,6 +353,19 @@ void CommunicatorHostileTest::receiverClosesTheSerialPort()
     QCOMPARE(ready.count(), 1);
     QCOMPARE(takePayloads(communicator), QStringList{QStringLiteral("$A\r\n")});
     QVERIFY(!port.isOpen());
+}
+
+void CommunicatorHostileTest::receiverClosesTheBuffer()
+{
+    QBuffer buffer; // unlike a port it goes on to offer its bytes when it is closed
+    buffer.setData("$A\r\n" + QByteArray(300, 'x'));
+    QVERIFY(buffer.open(QIODevice::ReadOnly));
+    m_communicator->setIODevice(&buffer);
+    QObject::connect(m_communicator.get(), qOverload<>(&Communicator::readyRead), &buffer, [&] { buffer.close(); });
+    Q_EMIT buffer.readyRead();
+    QCOMPARE(m_emissions->take(), arrivals(1));
+    QCOMPARE(takePayloads(*m_communicator), QStringList{a});
+    QCOMPARE(buffer.bytesAvailable(), qint64(304));
 }
 
 void CommunicatorHostileTest::nestedLoopBringsMoreData_data()

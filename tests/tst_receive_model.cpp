@@ -113,8 +113,8 @@ public:
     {
         ReceiveStream stream;
         stream.lines = chance(50) ? 1 : between(2, 4);
-        if (chance(40))
-            stream.receiver = chance(50) ? ReceiveStream::TakesById : ReceiveStream::TakesLowest;
+        if (chance(50))
+            stream.receiver = static_cast<ReceiveStream::Receiver>(between(1, ReceiveStream::ClosesNowAndThen));
         for (int steps = between(1, 40); steps > 0; --steps)
             stream.steps.append(step(stream.lines));
         return stream;

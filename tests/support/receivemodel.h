@@ -31,8 +31,12 @@ public:
                 append(chunk);
             for (std::string payload = cut(); !payload.empty(); payload = cut())
                 keep(line, payload);
+            if (!at(line).open)
+                return;
         }
     }
+
+    void setOpen(int line, bool open) override { at(line).open = open; }
 
     bool take(int line, uint id, QString &payload) override
     {
@@ -74,6 +78,7 @@ private:
         std::deque<ReceiveRead> reads;
         QMap<uint, QString> store;
         uint lastId = 1;
+        bool open = true;
     };
 
     Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }

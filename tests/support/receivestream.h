@@ -34,7 +34,7 @@ struct ReceiveStep
 struct ReceiveStream
 {
     /// What the application does within the signals.
-    enum Receiver { Idle, TakesById, TakesLowest };
+    enum Receiver { Idle, TakesById, TakesLowest, ClosesNowAndThen };
 
     int lines = 1;
     Receiver receiver = Idle;
@@ -43,7 +43,7 @@ struct ReceiveStream
     /// As text for people, one step a line.
     QString toString() const
     {
-        static const char *const receivers[] = {"idle", "takes by id", "takes the lowest"};
+        static const char *const receivers[] = {"idle", "takes by id", "takes the lowest", "closes now and then"};
         static const char *const actions[] = {"deliver", "deliver inside", "take"};
         QString text = QStringLiteral("%1 line(s), receiver %2\n").arg(lines).arg(QLatin1String(receivers[receiver]));
         for (const ReceiveStep &step : steps) {
@@ -75,6 +75,8 @@ public:
 
     virtual void queue(int line, const ReceiveRead &read) = 0;
     virtual void announce(int line) = 0;
+    /// Of the line's device. Closed, it keeps what it has, and still says that it is there.
+    virtual void setOpen(int line, bool open) = 0;
     virtual bool take(int line, uint id, QString &payload) = 0;
     virtual QMap<uint, QString> store(int line) const = 0;
     /// The log lines since the last call.
@@ -128,10 +130,13 @@ private:
             deliver(m_inside.takeFirst());
         if (m_stream.receiver == ReceiveStream::TakesById)
             take(line, id);
+        else if (m_stream.receiver == ReceiveStream::ClosesNowAndThen && id % 3 == 0)
+            m_lines.setOpen(line, false);
     }
 
     void deliver(const ReceiveStep &step)
     {
+        m_lines.setOpen(step.line, true);
         for (const ReceiveRead &read : step.reads)
             m_lines.queue(step.line, read);
         m_lines.announce(step.line);

@@ -40,6 +40,14 @@ public:
             at(line).device.queueRead(read.bytes);
     }
     void announce(int line) override { at(line).device.announce(); }
+    void setOpen(int line, bool open) override
+    {
+        ScriptedDevice &device = at(line).device;
+        if (device.isOpen() && !open)
+            device.close();
+        else if (!device.isOpen() && open)
+            device.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+    }
     bool take(int line, uint id, QString &payload) override { return at(line).communicator.readPayload(payload, id); }
 
     QMap<uint, QString> store(int line) const override
