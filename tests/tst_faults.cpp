@@ -2,6 +2,7 @@
 // hold no more than before. docs/testing.md has the whole table; tst_initializer_cable and tst_initializer_ports have
 // more of its cells.
 #include "support/probebench.h"
+#include "support/processusage.h"
 #include "support/rest.h"
 #include "support/simulatedportsmain.h"
 #include "support/timelinetexts.h"
@@ -10,6 +11,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <functional>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -59,14 +61,31 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-void verifyAtRest()
+/// One cell of the table, from its boards to their end. The Rest checks that the process is at rest after the fault.
+using Cell = std::function<void(const Rest &rest)>;
+
+/// Takes a cell twice, for what is made once is made in the first run; the second one must leave nothing behind.
+void takeCell(const Cell &cell)
 {
+    constexpr qint64 heapChance = 100000; // bytes
+    constexpr int descriptorsOfTestbed = 2; // of its thread, which it never gives back
+    cell(Rest::NotMeasured);
+    if (QTest::currentTestFailed())
+        return;
     settle();
-    Rest rest = Rest::take();
-    QVERIFY2(rest.isQuiet(), rest.text().constData());
-    if (!rest.isWithoutGrowth()) // the simulation's own thread may start something late, once; a growth goes on
-        rest = Rest::take();
-    QVERIFY2(rest.isWithoutGrowth(), rest.text().constData());
+    const ProcessUsage before = ProcessUsage::now();
+    cell(Rest::Measured);
+    if (QTest::currentTestFailed())
+        return;
+    settle();
+    const ProcessUsage after = ProcessUsage::now();
+    const bool isAsBefore = after.objects == before.objects && after.connections == before.connections
+        && after.timers == before.timers && after.heapBytes - before.heapBytes < heapChance
+        && after.descriptors == before.descriptors + descriptorsOfTestbed;
+    QVERIFY2(isAsBefore,
+             qPrintable(QStringLiteral("\n%1\n%2\n%3")
+                            .arg(ProcessUsage::tableHead(), before.tableRow(QStringLiteral("before")),
+                                 after.tableRow(QStringLiteral("after")))));
 }
 
 /// A board whose port is in one state of a probe for BoardA. Another port, which was silenced, keeps the probe open,
@@ -158,16 +177,20 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, board);
         QFETCH(int, delay);
-        ProbeBench bench;
-        Board *const attached = board.isEmpty() ? nullptr : bench.attach(board.constData());
-        QVERIFY(bench.initializer->probe({JwDevice::BoardC}, delay));
-        if (delay > 0)
-            attached->pull();
-        QTRY_COMPARE(bench.decisions(), QStringList{missingC});
-        QCOMPARE(bench.timeline.size(), attached ? 2 : 1);
-        QVERIFY(replyTimers(*bench.initializer).isEmpty());
-        verifyAtRest();
-        QCOMPARE(bench.timeline.size(), attached ? 2 : 1);
+        takeCell([=](const Rest &rest) {
+            ProbeBench bench;
+            Board *const attached = board.isEmpty() ? nullptr : bench.attach(board.constData());
+            QVERIFY(bench.initializer->probe({JwDevice::BoardC}, delay));
+            if (delay > 0)
+                attached->pull();
+            QTRY_COMPARE(bench.decisions(), QStringList{missingC});
+            // The preload library counts a port that could not be opened as one of the few that it has room for.
+            ::close(-1);
+            QCOMPARE(bench.timeline.size(), attached ? 2 : 1);
+            QVERIFY(replyTimers(*bench.initializer).isEmpty());
+            rest.verify();
+            QCOMPARE(bench.timeline.size(), attached ? 2 : 1);
+        });
     }
 
     void portThatFailsIsClosedAndTheProbeGoesOn_data()
@@ -183,22 +206,24 @@ private Q_SLOTS:
     {
         QFETCH(bool, pulled);
         QFETCH(PortState, state);
-        Stage stage;
-        stage.enter(state);
-        if (QTest::currentTestFailed())
-            return;
-        const QStringList timeline = stage.bench.timeline;
-        if (pulled) {
-            stage.board->pull();
-        } else {
-            QVERIFY(leaveOnly(O_WRONLY, stage.port));
-            QVERIFY(stage.board->send(replyOfA));
-        }
-        QTRY_VERIFY(!stage.port->isOpen());
-        verifyAtRest();
-        QCOMPARE(stage.bench.state(stage.board), state);
-        QCOMPARE(stage.bench.timeline, timeline);
-        stage.verifyThatTheProbeGoesOn();
+        takeCell([=](const Rest &rest) {
+            Stage stage;
+            stage.enter(state);
+            if (QTest::currentTestFailed())
+                return;
+            const QStringList timeline = stage.bench.timeline;
+            if (pulled) {
+                stage.board->pull();
+            } else {
+                QVERIFY(leaveOnly(O_WRONLY, stage.port));
+                QVERIFY(stage.board->send(replyOfA));
+            }
+            QTRY_VERIFY(!stage.port->isOpen());
+            rest.verify();
+            QCOMPARE(stage.bench.state(stage.board), state);
+            QCOMPARE(stage.bench.timeline, timeline);
+            stage.verifyThatTheProbeGoesOn();
+        });
     }
 
     void writeThatFailsClosesThePort_data()
@@ -211,51 +236,55 @@ private Q_SLOTS:
     void writeThatFailsClosesThePort()
     {
         QFETCH(PortState, state);
-        ProbeBench bench;
-        Board *const board = bench.attach("silent");
-        Board *const first = bench.attach("silent");
-        bench.initializer->setMaxRetries(1);
-        bench.probe({JwDevice::BoardA, JwDevice::BoardB});
-        QSerialPort *const port = bench.port(board);
-        for (const Board *each : {board, first})
-            bench.replyTimer(each)->start(anHour);
-        if (state == PortState::AwaitingReply) { // the query leaves when the event loop runs
-            QVERIFY(leaveOnly(O_RDONLY, port));
-        } else {
-            QTRY_COMPARE(received(board), versionQuery);
-            QVERIFY(leaveOnly(O_RDONLY, port)); // found by the query of the retry round
-        }
+        takeCell([=](const Rest &rest) {
+            ProbeBench bench;
+            Board *const board = bench.attach("silent");
+            Board *const first = bench.attach("silent");
+            bench.initializer->setMaxRetries(1);
+            bench.probe({JwDevice::BoardA, JwDevice::BoardB});
+            QSerialPort *const port = bench.port(board);
+            for (const Board *each : {board, first})
+                bench.replyTimer(each)->start(anHour);
+            if (state == PortState::AwaitingReply) { // the query leaves when the event loop runs
+                QVERIFY(leaveOnly(O_RDONLY, port));
+            } else {
+                QTRY_COMPARE(received(board), versionQuery);
+                QVERIFY(leaveOnly(O_RDONLY, port)); // found by the query of the retry round
+            }
 
-        QVERIFY(first->send(replyOfA));
-        QTRY_COMPARE(bench.state(first), PortState::HandedOver);
-        if (state == PortState::TimedOut)
-            bench.timeOut(board);
-        else if (state == PortState::Duplicate)
-            QVERIFY(board->send(replyOfA));
-        QTRY_VERIFY(!port->isOpen());
-        QCOMPARE(bench.state(board), PortState::AwaitingReply);
-        bench.replyTimer(board)->start(anHour);
-        verifyAtRest();
+            QVERIFY(first->send(replyOfA));
+            QTRY_COMPARE(bench.state(first), PortState::HandedOver);
+            if (state == PortState::TimedOut)
+                bench.timeOut(board);
+            else if (state == PortState::Duplicate)
+                QVERIFY(board->send(replyOfA));
+            QTRY_VERIFY(!port->isOpen());
+            QCOMPARE(bench.state(board), PortState::AwaitingReply);
+            bench.replyTimer(board)->start(anHour);
+            rest.verify();
 
-        while (!bench.isOver()) {
-            bench.endReplyTimers();
-            settle();
-        }
-        QCOMPARE(bench.decisions(), QStringList({foundA, retry, missingB, over}));
-        QCOMPARE(received(board), state == PortState::AwaitingReply ? QByteArray() : versionQuery);
+            while (!bench.isOver()) {
+                bench.endReplyTimers();
+                settle();
+            }
+            QCOMPARE(bench.decisions(), QStringList({foundA, retry, missingB, over}));
+            QCOMPARE(received(board), state == PortState::AwaitingReply ? QByteArray() : versionQuery);
+        });
     }
 
     void writeThatFailsOnAPortHandedOverIsReportedByThePort()
     {
-        Stage stage; // writes fail, handed over
-        stage.enter(PortState::HandedOver);
-        if (QTest::currentTestFailed())
-            return;
-        QVERIFY(leaveOnly(O_RDONLY, stage.port));
-        QCOMPARE(stage.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
-        QTRY_VERIFY(!stage.port->isOpen());
-        verifyAtRest();
-        stage.verifyThatTheProbeGoesOn();
+        takeCell([=](const Rest &rest) {
+            Stage stage; // writes fail, handed over
+            stage.enter(PortState::HandedOver);
+            if (QTest::currentTestFailed())
+                return;
+            QVERIFY(leaveOnly(O_RDONLY, stage.port));
+            QCOMPARE(stage.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
+            QTRY_VERIFY(!stage.port->isOpen());
+            rest.verify();
+            stage.verifyThatTheProbeGoesOn();
+        });
     }
 
     void floodLeavesTheStateTheStoreAndTheHeapAsTheyAre_data()
@@ -275,51 +304,53 @@ private Q_SLOTS:
         QFETCH(PortState, state);
         QFETCH(QByteArray, payload);
         QFETCH(int, count);
-        constexpr int piece = 10000; // payloads
-        constexpr qint64 heapChance = 600000; // bytes: less than one for each payload of the longest flood
-        Stage stage;
-        stage.enter(state);
-        if (QTest::currentTestFailed())
-            return;
-        loggerInstance()->setLevel(Logger::Fatal); // the bench keeps every record
-        for (QString former; stage.comm->readPayload(former);) { }
-        int arrived = 0;
-        uint lastId = 0;
-        QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board, [&](uint id) {
-            ++arrived;
-            lastId = id;
-        });
-        const QStringList timeline = stage.bench.timeline;
-        const auto flood = [&](int payloads) {
-            for (const int end = arrived + payloads; arrived < end;) {
-                const int expected = arrived + piece;
-                QVERIFY(stage.board->send(payload.repeated(piece)));
-                QTRY_COMPARE_WITH_TIMEOUT(arrived, expected, floodTimeout);
-            }
-        };
-        flood(piece); // buffers get their size
-        const qint64 journalBefore = journalBytes(stage.board);
-        const ProcessUsage before = ProcessUsage::now();
-        flood(count);
-        const ProcessUsage after = ProcessUsage::now();
-        const qint64 inJournal = journalBytes(stage.board) - journalBefore;
-        QVERIFY2(after.heapBytes - before.heapBytes - inJournal < heapChance,
-                 QByteArray::number(after.heapBytes - before.heapBytes - inJournal).constData());
-        QCOMPARE(after.objects, before.objects);
-        QCOMPARE(after.connections, before.connections);
-        QCOMPARE(after.timers, before.timers);
-        QCOMPARE(after.descriptors, before.descriptors);
-        verifyAtRest();
-        loggerInstance()->setLevel(Logger::Trace);
-        QCOMPARE(stage.bench.state(stage.board), state);
-        QCOMPARE(stage.bench.timeline, timeline);
+        takeCell([=](const Rest &rest) {
+            constexpr int piece = 10000; // payloads
+            constexpr qint64 heapChance = 600000; // bytes: less than one for each payload of the longest flood
+            Stage stage;
+            stage.enter(state);
+            if (QTest::currentTestFailed())
+                return;
+            loggerInstance()->setLevel(Logger::Fatal); // the bench keeps every record
+            for (QString former; stage.comm->readPayload(former);) { }
+            int arrived = 0;
+            uint lastId = 0;
+            QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board, [&](uint id) {
+                ++arrived;
+                lastId = id;
+            });
+            const QStringList timeline = stage.bench.timeline;
+            const auto flood = [&](int payloads) {
+                for (const int end = arrived + payloads; arrived < end;) {
+                    const int expected = arrived + piece;
+                    QVERIFY(stage.board->send(payload.repeated(piece)));
+                    QTRY_COMPARE_WITH_TIMEOUT(arrived, expected, floodTimeout);
+                }
+            };
+            flood(piece); // buffers get their size
+            const qint64 journalBefore = journalBytes(stage.board);
+            const ProcessUsage before = ProcessUsage::now();
+            flood(count);
+            const ProcessUsage after = ProcessUsage::now();
+            const qint64 inJournal = journalBytes(stage.board) - journalBefore;
+            QVERIFY2(after.heapBytes - before.heapBytes - inJournal < heapChance,
+                     QByteArray::number(after.heapBytes - before.heapBytes - inJournal).constData());
+            QCOMPARE(after.objects, before.objects);
+            QCOMPARE(after.connections, before.connections);
+            QCOMPARE(after.timers, before.timers);
+            QCOMPARE(after.descriptors, before.descriptors);
+            rest.verify();
+            loggerInstance()->setLevel(Logger::Trace);
+            QCOMPARE(stage.bench.state(stage.board), state);
+            QCOMPARE(stage.bench.timeline, timeline);
 
-        const bool isRead = state != PortState::HandedOver && state != PortState::Duplicate;
-        QString stored;
-        QVERIFY(!stage.comm->readPayload(stored, lastId - 6));
-        for (uint id = lastId - 5; id != lastId + 1; ++id)
-            QCOMPARE(stage.comm->readPayload(stored, id), !isRead);
-        stage.verifyThatTheProbeGoesOn();
+            const bool isRead = state != PortState::HandedOver && state != PortState::Duplicate;
+            QString stored;
+            QVERIFY(!stage.comm->readPayload(stored, lastId - 6));
+            for (uint id = lastId - 5; id != lastId + 1; ++id)
+                QCOMPARE(stage.comm->readPayload(stored, id), !isRead);
+            stage.verifyThatTheProbeGoesOn();
+        });
     }
 
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood_data()
@@ -331,31 +362,34 @@ private Q_SLOTS:
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
     {
         QFETCH(PortState, state);
-        Stage stage;
-        stage.enter(state);
-        if (QTest::currentTestFailed())
-            return;
-        loggerInstance()->setLevel(Logger::Warning);
-        stage.bench.log.sink->records.clear();
-        constexpr int characters = 1000000;
-        // The buffer keeps at most 500 characters and loses 450 at a time, so only one number of losses is right.
-        constexpr int losses = 2222;
-        static_assert(characters - losses * 450 <= 500 && characters - (losses - 1) * 450 > 500, "");
-        const QString loss = QStringLiteral("Payload input buffer too large - truncating ...");
-        QVERIFY(stage.board->send('$' + QByteArray(characters - 1, 'x')));
-        QTRY_COMPARE_WITH_TIMEOUT(stage.bench.log.sink->records.size(), losses, floodTimeout);
-        QCOMPARE(stage.bench.log.sink->withText(loss).size(), losses);
-        verifyAtRest();
-        QCOMPARE(stage.bench.state(stage.board), state);
+        takeCell([=](const Rest &rest) {
+            Stage stage;
+            stage.enter(state);
+            if (QTest::currentTestFailed())
+                return;
+            loggerInstance()->setLevel(Logger::Warning);
+            stage.bench.log.sink->records.clear();
+            constexpr int characters = 1000000;
+            // The buffer keeps at most 500 characters and loses 450 at a time, so only one number of losses is right.
+            constexpr int losses = 2222;
+            static_assert(characters - losses * 450 <= 500 && characters - (losses - 1) * 450 > 500, "");
+            const QString loss = QStringLiteral("Payload input buffer too large - truncating ...");
+            QVERIFY(stage.board->send('$' + QByteArray(characters - 1, 'x')));
+            QTRY_COMPARE_WITH_TIMEOUT(stage.bench.log.sink->records.size(), losses, floodTimeout);
+            QCOMPARE(stage.bench.log.sink->withText(loss).size(), losses);
+            rest.verify();
+            QCOMPARE(stage.bench.state(stage.board), state);
 
-        loggerInstance()->setLevel(Logger::Trace);
-        const bool wasListening = state != PortState::HandedOver && state != PortState::Duplicate;
-        int arrived = 0;
-        QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board, [&arrived] { ++arrived; });
-        QVERIFY(stage.board->send(replyOfA));
-        QTRY_COMPARE(arrived, 1);
-        QCOMPARE(stage.bench.state(stage.board), wasListening ? PortState::HandedOver : state);
-        stage.verifyThatTheProbeGoesOn();
+            loggerInstance()->setLevel(Logger::Trace);
+            const bool wasListening = state != PortState::HandedOver && state != PortState::Duplicate;
+            int arrived = 0;
+            QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board,
+                             [&arrived] { ++arrived; });
+            QVERIFY(stage.board->send(replyOfA));
+            QTRY_COMPARE(arrived, 1);
+            QCOMPARE(stage.bench.state(stage.board), wasListening ? PortState::HandedOver : state);
+            stage.verifyThatTheProbeGoesOn();
+        });
     }
 
     void closedPortHearsNothingOfABoardThatIsPluggedInAgain_data()
@@ -368,55 +402,61 @@ private Q_SLOTS:
     void closedPortHearsNothingOfABoardThatIsPluggedInAgain()
     {
         QFETCH(QByteArray, bytes);
-        Stage stage;
-        stage.enter(PortState::AwaitingReply);
-        if (QTest::currentTestFailed())
-            return;
-        stage.board->pull();
-        QTRY_VERIFY(!stage.port->isOpen());
-        const int records = stage.bench.log.sink->records.size();
-        QVERIFY(stage.board->plug());
-        if (bytes.isEmpty())
+        takeCell([=](const Rest &rest) {
+            Stage stage;
+            stage.enter(PortState::AwaitingReply);
+            if (QTest::currentTestFailed())
+                return;
             stage.board->pull();
-        else
-            QVERIFY(stage.board->send(bytes));
-        verifyAtRest();
-        QCOMPARE(stage.bench.log.sink->records.size(), records);
-        QVERIFY(!stage.port->isOpen());
-        stage.bench.timeOut(stage.board);
-        QCOMPARE(stage.bench.state(stage.board), PortState::TimedOut);
-        stage.verifyThatTheProbeGoesOn();
+            QTRY_VERIFY(!stage.port->isOpen());
+            const int records = stage.bench.log.sink->records.size();
+            QVERIFY(stage.board->plug());
+            if (bytes.isEmpty())
+                stage.board->pull();
+            else
+                QVERIFY(stage.board->send(bytes));
+            rest.verify();
+            QCOMPARE(stage.bench.log.sink->records.size(), records);
+            QVERIFY(!stage.port->isOpen());
+            stage.bench.timeOut(stage.board);
+            QCOMPARE(stage.bench.state(stage.board), PortState::TimedOut);
+            stage.verifyThatTheProbeGoesOn();
+        });
     }
 
     void allPortsAnswerInTheSameMoment()
     {
-        constexpr int ports = JwSimulator::Testbed::maxBoards;
-        ProbeBench bench;
-        for (int i = 0; i < ports; ++i)
-            bench.attach("silent");
-        const QList<Board *> boards = bench.testbed.boards();
-        bench.initializer->setMaxRetries(0);
-        bench.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
-        const auto timers = replyTimers(*bench.initializer);
-        QCOMPARE(timers.size(), ports);
-        for (QTimer *timer : timers)
-            timer->start(anHour);
-        const QByteArray query = versionQuery + informationRequest;
-        for (const Board *board : boards)
-            QTRY_COMPARE(received(board), query);
+        takeCell([=](const Rest &rest) {
+            constexpr int ports = JwSimulator::Testbed::maxBoards;
+            ProbeBench bench;
+            for (int i = 0; i < ports; ++i)
+                bench.attach("silent");
+            const QList<Board *> boards = bench.testbed.boards();
+            bench.initializer->setMaxRetries(0);
+            bench.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
+            const auto timers = replyTimers(*bench.initializer);
+            QCOMPARE(timers.size(), ports);
+            for (QTimer *timer : timers)
+                timer->start(anHour);
+            const QByteArray query = versionQuery + informationRequest;
+            for (const Board *board : boards)
+                QTRY_COMPARE(received(board), query);
 
-        const QByteArray replies[] = {replyOfA, replyOfB, informationReply("INF")};
-        for (int i = 0; i < ports; ++i)
-            QVERIFY(boards[i]->send(replies[i % 3])); // none is read before all are sent
-        QTRY_VERIFY(bench.isOver());
-        verifyAtRest();
+            const QByteArray replies[] = {replyOfA, replyOfB, informationReply("INF")};
+            for (int i = 0; i < ports; ++i)
+                QVERIFY(boards[i]->send(replies[i % 3])); // none is read before all are sent
+            QTRY_VERIFY(bench.isOver());
+            rest.verify();
 
-        QStringList decisions = bench.decisions();
-        QCOMPARE(decisions.takeLast(), over);
-        decisions.sort();
-        QCOMPARE(decisions, QStringList({foundA, foundB, foundC}));
-        const auto isDuplicate = [&bench](const Board *board) { return bench.state(board) == PortState::Duplicate; };
-        QCOMPARE(std::count_if(boards.begin(), boards.end(), isDuplicate), ports - 3);
+            QStringList decisions = bench.decisions();
+            QCOMPARE(decisions.takeLast(), over);
+            decisions.sort();
+            QCOMPARE(decisions, QStringList({foundA, foundB, foundC}));
+            const auto isDuplicate = [&bench](const Board *board) {
+                return bench.state(board) == PortState::Duplicate;
+            };
+            QCOMPARE(std::count_if(boards.begin(), boards.end(), isDuplicate), ports - 3);
+        });
     }
 };
 
