@@ -3,7 +3,9 @@
 // JWDEVICE_MODEL_STREAMS=<n>  how many streams (the default suits a test run)
 // JWDEVICE_MODEL_SEED=<n>     seed of the first one (default 1); each stream has the next seed
 //
-// A long run of many streams also wants QTEST_FUNCTION_TIMEOUT=<ms> above the five minutes that Qt allows a function.
+// The long run, above the five minutes that Qt allows a function:
+//   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
+//
 // A stream on which the two differ is shrunk and printed with its seed.
 #include "support/corpus.h"
 #include "support/environmentnumber.h"

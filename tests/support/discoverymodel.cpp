@@ -43,6 +43,8 @@ struct DiscoveryModel::Comm
     QString name;
 
     bool open = true;
+    bool lost = false; // its device is gone; it finds out when it is served next
+    bool unsent = false; // of what it wrote to a device that is gone
     bool emitting = false; // readyRead is not emitted again from within itself
     QByteArray arrived; // taken from the line by the port
 
@@ -157,7 +159,10 @@ void DiscoveryModel::query(Comm *comm)
 
 void DiscoveryModel::writePayload(Comm *comm, const QByteArray &payload)
 {
-    m_lines[static_cast<size_t>(comm->line)].toBoard += payload;
+    if (comm->lost)
+        comm->unsent = true;
+    else
+        m_lines[static_cast<size_t>(comm->line)].toBoard += payload;
     const auto isTimed = [](const std::unique_ptr<Comm> &other) { return other->due >= 0 && other->open; };
     const auto timers = std::count_if(m_comms.begin(), m_comms.end(), isTimed);
     for (const char *category : {"Communication", "RawCommunication"}) {
@@ -225,8 +230,12 @@ void DiscoveryModel::settle()
                 line.toHost += nextAnswer(static_cast<int>(i));
             line.toBoard.clear();
         }
+        for (const auto &comm : m_comms) {
+            if (comm->unsent)
+                closePort(comm.get());
+        }
         const auto ready = std::find_if(m_comms.begin(), m_comms.end(), [this](const std::unique_ptr<Comm> &comm) {
-            return comm->open && !m_lines[static_cast<size_t>(comm->line)].toHost.isEmpty();
+            return comm->open && (comm->lost || !m_lines[static_cast<size_t>(comm->line)].toHost.isEmpty());
         });
         if (ready == m_comms.end())
             return;
@@ -260,9 +269,17 @@ void DiscoveryModel::pull(int port)
 {
     Line &line = m_lines[static_cast<size_t>(port)];
     line.plugged = false;
-    line.toHost.clear();
-    if (line.host)
-        closePort(line.host);
+    line.toHost.clear(); // what was not read is lost
+    if (line.host && !line.host->lost) {
+        line.host->lost = true;
+        line.host->unsent = !line.toBoard.isEmpty();
+        line.toBoard.clear();
+    }
+}
+
+void DiscoveryModel::plug(int port)
+{
+    m_lines[static_cast<size_t>(port)].plugged = true;
 }
 
 void DiscoveryModel::closePort(Comm *comm)
@@ -286,6 +303,10 @@ QByteArray DiscoveryModel::takeReceived(int port)
 
 void DiscoveryModel::deliver(Comm *port)
 {
+    if (port->lost) {
+        closePort(port);
+        return;
+    }
     QByteArray &toHost = m_lines[static_cast<size_t>(port->line)].toHost;
     port->arrived += toHost;
     toHost.clear();

@@ -24,6 +24,7 @@ protected:
     bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) override;
     void send(int port, const QByteArray &bytes) override;
     void pull(int port) override;
+    void plug(int port) override;
     void hold(int port, bool held) override;
     uint setMaxRetries(uint retries) override;
     void deleteInitializer() override;

@@ -55,9 +55,17 @@ void DiscoveryPlay::take(const Step &step)
             return;
         break;
     case Step::Pull:
-        settle(); // a pull discards what was not read
+        settle();
         if (hasPort)
             pull(step.port);
+        break;
+    case Step::PullWithNext:
+        if (hasPort)
+            pull(step.port);
+        return;
+    case Step::Plug:
+        if (hasPort)
+            plug(step.port);
         break;
     case Step::Hold:
     case Step::Release:

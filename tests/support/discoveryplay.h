@@ -38,6 +38,7 @@ protected:
     virtual bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) = 0;
     virtual void send(int port, const QByteArray &bytes) = 0;
     virtual void pull(int port) = 0;
+    virtual void plug(int port) = 0;
     virtual void hold(int port, bool held) = 0;
     virtual uint setMaxRetries(uint retries) = 0;
     virtual void deleteInitializer() = 0;

@@ -37,7 +37,7 @@ public:
             addSteps(between(1, 3));
         m_schedule.steps.append(probe());
         addSteps(between(0, 14));
-        if (chance(5)) {
+        if (chance(m_wasPulled ? 30 : 5)) {
             m_schedule.steps.append(probe());
             addSteps(between(0, 6));
         }
@@ -106,11 +106,16 @@ private:
         const int kind = m_random.bounded(100);
         if (kind < 33)
             return wait(oneOf<int>({0, 1, 100, 150, 399, 400, 401, 800, 1600}));
-        if (kind < 86) {
+        if (kind < 79) {
             step.action = chance(25) ? Step::SendWithNext : Step::Send;
             step.bytes = piece();
+        } else if (kind < 84) {
+            step.action = chance(50) ? Step::PullWithNext : Step::Pull;
+            m_wasPulled = true;
+            m_lastPulled = step.port;
         } else if (kind < 87) {
-            step.action = Step::Pull;
+            step.action = Step::Plug;
+            step.port = m_lastPulled;
         } else if (kind < 91) {
             step.action = Step::Hold;
         } else if (kind < 95) {
@@ -239,6 +244,8 @@ private:
 
     QRandomGenerator m_random;
     DiscoverySchedule m_schedule;
+    bool m_wasPulled = false;
+    int m_lastPulled = 0;
     QByteArray m_rest; // of the text that boards are sending
 };
 
@@ -258,7 +265,8 @@ DiscoverySchedule without(int port, DiscoverySchedule schedule)
         for (int &other : step.ports)
             renumber(other);
         const bool usesPort = step.action == Step::Send || step.action == Step::SendWithNext
-            || step.action == Step::Pull || step.action == Step::Hold || step.action == Step::Release;
+            || step.action == Step::Pull || step.action == Step::PullWithNext || step.action == Step::Plug
+            || step.action == Step::Hold || step.action == Step::Release;
         if (usesPort && step.port == port)
             continue;
         renumber(step.port);
@@ -285,8 +293,8 @@ QString numbers(const QVector<int> &list)
 
 QString toText(const Step &step)
 {
-    static const char *const names[] = {
-        "probe", "wait", "send", "send with next", "pull", "hold", "release", "set max retries", "destroy"};
+    static const char *const names[] = {"probe", "wait", "send",    "send with next",  "pull",   "pull with next",
+                                        "plug",  "hold", "release", "set max retries", "destroy"};
     QString text = QLatin1String(names[step.action]);
     switch (step.action) {
     case Step::Probe: {
@@ -307,6 +315,8 @@ QString toText(const Step &step)
         text += QStringLiteral(" port %1: %2").arg(QString::number(step.port), quoted(step.bytes));
         break;
     case Step::Pull:
+    case Step::PullWithNext:
+    case Step::Plug:
     case Step::Hold:
     case Step::Release:
         text += QStringLiteral(" port %1").arg(step.port);
@@ -397,6 +407,8 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
             replaceIfItFails(step.number, 0);
         if (step.action == Step::SendWithNext)
             replaceIfItFails(step.action, Step::Send);
+        if (step.action == Step::PullWithNext)
+            replaceIfItFails(step.action, Step::Pull);
     }
     for (OnInitialized &reaction : schedule.onInitialized) {
         replaceIfItFails(reaction.action, OnInitialized::Keep);

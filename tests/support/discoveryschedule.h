@@ -23,7 +23,9 @@ struct DiscoverySchedule
             Wait, ///< number in ms
             Send, ///< the board on the port sends the bytes
             SendWithNext, ///< the same, but what follows happens in the same turn of the event loop
-            Pull, ///< the port's cable
+            Pull, ///< the port's cable, when nothing is under way
+            PullWithNext, ///< the same, whatever is under way, and what follows happens in the same turn
+            Plug, ///< the cable comes back: a new device on the port's name
             Hold, ///< the port's Communicator keeps its payloads to itself
             Release, ///< and no longer
             SetMaxRetries, ///< number

@@ -58,26 +58,22 @@ DiscoveryPorts::DiscoveryPorts()
             qFatal("%s", qPrintable(error));
     }
     m_boards = m_testbed.boards();
-    plug(0);
+    renew(0);
 }
 
 DiscoveryPorts::~DiscoveryPorts()
 {
-    plug(0);
+    renew(0);
 }
 
-void DiscoveryPorts::plug(int ports)
+void DiscoveryPorts::renew(int ports)
 {
     for (int port = 0; port < DiscoverySchedule::mostPorts; ++port) {
         if (port >= ports) {
             pull(port);
             continue;
         }
-        if (m_descriptors[port] < 0) {
-            board(port)->plug();
-            const QString path = QStringLiteral("/dev/") + portName(port);
-            m_descriptors[port] = ::open(qPrintable(path), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-        }
+        plug(port);
         char bytes[longestLine];
         while (::read(m_descriptors[port], bytes, sizeof bytes) > 0) { }
     }
@@ -89,6 +85,15 @@ void DiscoveryPorts::pull(int port)
     if (m_descriptors[port] >= 0)
         ::close(m_descriptors[port]);
     m_descriptors[port] = -1;
+}
+
+void DiscoveryPorts::plug(int port)
+{
+    if (m_descriptors[port] >= 0)
+        return;
+    board(port)->plug();
+    const QString path = QStringLiteral("/dev/") + portName(port);
+    m_descriptors[port] = ::open(qPrintable(path), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
 }
 
 void DiscoveryPorts::send(int port, const QByteArray &bytes)
@@ -134,7 +139,7 @@ DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryP
     , m_clock(clock)
     , m_initializer(new Initializer)
 {
-    ports.plug(schedule.ports);
+    ports.renew(schedule.ports);
     clock.run(0);
     drainReceiveBuffer();
     m_sink = std::make_shared<Sink>(this);
@@ -250,6 +255,11 @@ void DiscoverySubject::send(int port, const QByteArray &bytes)
 void DiscoverySubject::pull(int port)
 {
     m_ports.pull(port);
+}
+
+void DiscoverySubject::plug(int port)
+{
+    m_ports.plug(port);
 }
 
 void DiscoverySubject::hold(int port, bool held)

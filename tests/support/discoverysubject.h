@@ -25,8 +25,9 @@ public:
     ~DiscoveryPorts();
 
     /// Plugs in the cables of so many ports, and pulls those of the others; nothing is under way on them.
-    void plug(int ports);
+    void renew(int ports);
     void pull(int port);
+    void plug(int port);
     /// Lets the board on the port send, and waits until the kernel has the bytes ready for the host.
     void send(int port, const QByteArray &bytes);
     JwSimulator::Board *board(int port) const { return m_boards[port]; }
@@ -54,6 +55,7 @@ protected:
     bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) override;
     void send(int port, const QByteArray &bytes) override;
     void pull(int port) override;
+    void plug(int port) override;
     void hold(int port, bool held) override;
     uint setMaxRetries(uint retries) override;
     void deleteInitializer() override;

@@ -1,5 +1,5 @@
 // The preload library of the simulated ports passes every ioctl() on a port to a thread of its own and back, which
-// takes longer than all else that a short probe does; and QLockFile waits for the disk. A test that opens ports by the
+// takes longer than all else that a short probe does; QLockFile and each file of a device wait for the disk. A test that opens ports by the
 // hundred thousand can link this file, which goes to the kernel straight away. The ports are ptys, so nothing gets lost
 // by it.
 #include <cstdarg>
@@ -18,6 +18,11 @@ __attribute__((visibility("default"))) int ioctl(int descriptor, unsigned long r
 }
 
 __attribute__((visibility("default"))) int fdatasync(int)
+{
+    return 0;
+}
+
+__attribute__((visibility("default"))) int fsync(int)
 {
     return 0;
 }
