@@ -135,9 +135,7 @@ Initializer::~Initializer()
                 port->close();
             dispose(port);
         }
-        // At once, for it would go on to take what the shared buffer still holds; the mapper must not hear of it.
-        comm->disconnect();
-        delete comm;
+        delete comm; // at once, for it would go on to take what the shared buffer still holds
     }
     m_commTypes.clear();
     m_commTimers.clear();
@@ -346,7 +344,8 @@ void Initializer::boardReadyRead(QObject *object)
             LOGGER_RECORD(Logger::Error, nullptr).write() << "Parse failed: " << exception.message();
             continue;
         }
-        // A board that answers anything is not silent. If it is none of the wanted, it is awaited without limit.
+        // A board that answers anything is not silent. Unless it is one of the wanted, or had timed out, it is awaited
+        // without limit.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
         const Type type = recognise(session);
