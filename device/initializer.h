@@ -44,12 +44,13 @@ class SessionInit;
  * would bring neither signal. Take a new one for a new probe, also within deviceNotFound(). (Only where no port could
  * be opened at all, probe() may be called again.)
  *
- * A port that answered with a sentence of a kind known here, but not as a wanted type, is awaited without limit: as
- * long as it stays, a missing type is neither asked for again nor reported. An application that can't wait sets a timer
- * of its own and deletes the Initializer.
+ * A port that answers within its 400 ms with a sentence of a kind known here, but not as a wanted type, is awaited
+ * without limit: until it proves to be a wanted board, a missing type is neither asked for again nor reported. An
+ * application that can't wait sets a timer of its own and deletes the Initializer. (The same answer after the 400 ms
+ * holds nothing up: the port has timed out, and the next round asks it again.)
  *
  * A port that fails while it is probed (the cable was pulled) is closed. If it was still awaited it times out as a
- * silent port does; if it had answered as above, the probe stays open.
+ * silent port does; if it was awaited without limit, the probe stays open.
  *
  * Everything happens in the thread that owns the Initializer, driven by its event loop. Receivers of its signals may do
  * as they like, also run an event loop of their own. A receiver of deviceInitialized() must not delete the Initializer:

@@ -16,7 +16,9 @@ struct PortReport
         NotOpened, ///< it could not be opened: see `error`; with QSerialPort::NoError it was not tried yet
         Awaiting, ///< asked, and its 400 ms are running
         TimedOut, ///< asked, and no sentence that can be parsed came in time
-        Silenced, ///< it answered with `reply`, which is of no wanted type; it is awaited without limit
+        /// It answered with `reply`, which is of no wanted type. If that came within its 400 ms it is awaited without
+        /// limit, else it is asked again in the next round, as one that is TimedOut.
+        Silenced,
         Duplicate, ///< it answered as `type`, which another port had taken already
         Lost, ///< it failed after it was opened, most often because its cable was pulled: see `error`
         HandedOver, ///< a `type`, and the application's
