@@ -10,10 +10,10 @@
 //   done
 //
 // What the schedules don't have: a fault other than a pulled cable and a port that can't be opened (tst_faults has the
-// rest); a device that hands out what was sent at once in several parts, or the same in another order among ports, which
-// the clock fixes; NUL bytes; probe() and the end of the Initializer within a nested event loop, but for deleteLater()
-// and for a receiver of deviceNotFound(); more than 8 ports. An application closes a port that was handed over at its
-// first error.
+// rest); a device that hands out what was sent at once in several parts, or the same in another order among ports,
+// which the clock fixes; NUL bytes; probe() and the end of the Initializer within a nested event loop, but for
+// deleteLater() and for a receiver of deviceNotFound(); more than 8 ports. An application closes a port that was handed
+// over at its first error.
 //
 // A schedule on which the two differ is shrunk and printed with its seed.
 #include "support/discoverymodel.h"

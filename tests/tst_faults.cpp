@@ -149,6 +149,8 @@ private:
     Board *m_keeper = nullptr;
 };
 
+enum class Fault { Pulled, Flood, EndlessLine };
+
 using StateRow = QPair<const char *, PortState>;
 const StateRow openStates[] = {
     {"awaiting", PortState::AwaitingReply}, {"timed out", PortState::TimedOut},  {"silenced", PortState::Silenced},
@@ -156,6 +158,8 @@ const StateRow openStates[] = {
 };
 
 } // namespace
+
+Q_DECLARE_METATYPE(Fault)
 
 class FaultsTest : public QObject
 {
@@ -392,14 +396,14 @@ private Q_SLOTS:
         });
     }
 
-    void closedPortHearsNothingOfABoardThatIsPluggedInAgain_data()
+    void lostPortHearsNothingOfABoardThatIsPluggedInAgain_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("cable pulled, closed") << QByteArray();
-        QTest::newRow("flood, closed") << replyOfA.repeated(1000);
-        QTest::newRow("line without end, closed") << QByteArray(100000, 'x');
+        QTest::newRow("cable pulled, lost") << QByteArray();
+        QTest::newRow("flood, lost") << replyOfA.repeated(1000);
+        QTest::newRow("line without end, lost") << QByteArray(100000, 'x');
     }
-    void closedPortHearsNothingOfABoardThatIsPluggedInAgain()
+    void lostPortHearsNothingOfABoardThatIsPluggedInAgain()
     {
         QFETCH(QByteArray, bytes);
         takeCell([=](const Rest &rest) {
@@ -421,6 +425,49 @@ private Q_SLOTS:
             stage.bench.timeOut(stage.board);
             QCOMPARE(stage.bench.state(stage.board), PortState::TimedOut);
             stage.verifyThatTheProbeGoesOn();
+        });
+    }
+
+    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication_data()
+    {
+        QTest::addColumn<Fault>("fault");
+        QTest::addColumn<PortState>("state");
+        for (const StateRow &row : openStates) {
+            QTest::addRow("cable pulled, closed when %s", row.first) << Fault::Pulled << row.second;
+            QTest::addRow("flood, closed when %s", row.first) << Fault::Flood << row.second;
+            QTest::addRow("line without end, closed when %s", row.first) << Fault::EndlessLine << row.second;
+        }
+    }
+    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication()
+    {
+        QFETCH(Fault, fault);
+        QFETCH(PortState, state);
+        takeCell([=](const Rest &rest) {
+            Stage stage;
+            stage.enter(state);
+            if (QTest::currentTestFailed())
+                return;
+            const QPointer<Communicator> comm(stage.comm);
+            const QPointer<QSerialPort> port(stage.port);
+            const bool isOfTheApplication = state == PortState::HandedOver;
+            delete stage.bench.initializer;
+            QCOMPARE(!comm.isNull(), isOfTheApplication);
+            QCOMPARE(!port.isNull(), isOfTheApplication);
+            stage.bench.timeline.clear();
+            stage.bench.log.sink->records.clear();
+
+            constexpr int payloads = 1000;
+            if (fault == Fault::Pulled)
+                stage.board->pull();
+            else
+                QVERIFY(
+                    stage.board->send(fault == Fault::Flood ? replyOfA.repeated(payloads) : QByteArray(payloads, 'x')));
+            rest.verify();
+            QCOMPARE(stage.bench.timeline, QStringList());
+            if (isOfTheApplication)
+                QCOMPARE(port->isOpen(), fault != Fault::Pulled);
+            else
+                QVERIFY(stage.bench.log.sink->records.isEmpty());
         });
     }
 
