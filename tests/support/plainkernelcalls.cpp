@@ -1,7 +1,7 @@
 // The preload library of the simulated ports passes every ioctl() on a port to a thread of its own and back, which
-// takes longer than all else that a short probe does; QLockFile and each file of a device wait for the disk. A test that opens ports by the
-// hundred thousand can link this file, which goes to the kernel straight away. The ports are ptys, so nothing gets lost
-// by it.
+// takes longer than all else that a short probe does; QLockFile and each file of a device wait for the disk. A test
+// that opens or plugs in ports by the hundred thousand can link this file, which goes to the kernel straight away. The
+// ports are ptys, so nothing gets lost by it.
 #include <cstdarg>
 #include <sys/syscall.h>
 #include <unistd.h>
