@@ -129,6 +129,8 @@ private Q_SLOTS:
 
     void bufferIsSharedByAllCommunicators();
     void partialPayloadOutlivesItsCommunicator();
+    void leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar_data();
+    void leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar();
 
     void sessionIsParsed();
     void parserGetsTheSessionAndTheWholePayload();
@@ -591,6 +593,28 @@ void CommunicatorReceiveTest::bufferIsSharedByAllCommunicators()
     firstDevice.deliver("\r\n");
     QCOMPARE(firstSignals.take(), arrivals(1));
     QCOMPARE(takePayloads(first), QStringList{QStringLiteral("$B\r\n")});
+}
+
+void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar_data()
+{
+    QTest::addColumn<QByteArray>("later");
+    QTest::addColumn<QString>("payload");
+    QTest::newRow("$") << QByteArray("$B,1*00\r\n") << QStringLiteral("$B,1*00\r\n");
+    QTest::newRow("!") << QByteArray("!B,1*00\r\n") << QStringLiteral("$A,1!B,1*00\r\n");
+}
+
+void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar()
+{
+    QFETCH(QByteArray, later);
+    QFETCH(QString, payload);
+    {
+        ScriptedDevice gone;
+        Communicator communicator;
+        communicator.setIODevice(&gone);
+        gone.deliver("$A,1");
+    }
+    m_device->deliver(later);
+    QCOMPARE(takePayloads(*m_communicator), QStringList{payload});
 }
 
 void CommunicatorReceiveTest::partialPayloadOutlivesItsCommunicator()
