@@ -194,7 +194,7 @@ void DiscoverySubject::takeRecord(const LogRecord &record)
 
 bool DiscoverySubject::isListed(const Probed &probed) const
 {
-    return m_initializer && replyTimers(*m_initializer).value(probed.comm) == probed.timer;
+    return m_initializer && probed.timer && replyTimers(*m_initializer).value(probed.comm) == probed.timer;
 }
 
 /// Notes the Communicator that was made since the last call.

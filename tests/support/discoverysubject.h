@@ -77,7 +77,7 @@ private:
     struct Probed
     {
         JwDevice::Communicator *comm; // compared only: it may be gone
-        QTimer *timer;
+        QPointer<QTimer> timer; // a new one may have the address of one that is gone, as its Communicator may
         QString name;
         QPointer<QSerialPort> port;
         QPointer<JwDevice::Communicator> guard;
