@@ -69,12 +69,12 @@ void takeCell(const Cell &cell)
 {
     constexpr qint64 heapChance = 100000; // bytes
     constexpr int descriptorsOfTestbed = 2; // of its thread, which it never gives back
-    cell(Rest::NotMeasured);
+    cell(Rest(Rest::NotMeasured));
     if (QTest::currentTestFailed())
         return;
     settle();
     const ProcessUsage before = ProcessUsage::now();
-    cell(Rest::Measured);
+    cell(Rest(Rest::Measured));
     if (QTest::currentTestFailed())
         return;
     settle();

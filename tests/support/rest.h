@@ -14,7 +14,7 @@ class Rest
 {
 public:
     enum Measure { NotMeasured, Measured };
-    Rest(Measure measure) // NOLINT(google-explicit-constructor): it is nothing else
+    explicit Rest(Measure measure)
         : m_measure(measure)
     {
     }
