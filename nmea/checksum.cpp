@@ -1,20 +1,66 @@
 #include "checksum.h"
 
-#include <QByteArray>
 #include <QString>
-
-#include <algorithm>
 
 namespace Nmea {
 
+namespace {
+
+/// -1 for none.
+int hexValue(QChar digit)
+{
+    const int code = digit.unicode();
+    if (code >= '0' && code <= '9')
+        return code - '0';
+    if (code >= 'a' && code <= 'f')
+        return code - 'a' + 10;
+    if (code >= 'A' && code <= 'F')
+        return code - 'A' + 10;
+    return -1;
+}
+
+} // namespace
+
 int calculateCrc(const QString &text, int length)
 {
-    const QByteArray bytes = text.toLatin1();
-    const int end = length == 0 ? bytes.size() : std::min(length, bytes.size());
+    const QStringView whole(text);
+    if (length < 0)
+        return 0;
+    return xorOf(length == 0 || length > text.size() ? whole : whole.left(length));
+}
+
+int xorOf(QStringView text)
+{
     int crc = 0;
-    for (int i = 0; i < end; ++i)
-        crc ^= static_cast<uchar>(bytes[i]);
+    for (const QChar character : text)
+        crc ^= character.unicode() <= 0xff ? character.unicode() : '?';
     return crc;
+}
+
+int readChecksum(QStringView text, bool *ok)
+{
+    // Nearly every sentence ends like this.
+    if (text.size() == 4 && text.endsWith(QLatin1String("\r\n"))) {
+        const int high = hexValue(text[0]);
+        const int low = hexValue(text[1]);
+        if (high >= 0 && low >= 0) {
+            *ok = true;
+            return high * 16 + low;
+        }
+    }
+    return text.toString().toInt(ok, 16);
+}
+
+void appendChecksum(QString &sentence, int checksum)
+{
+    static const char digits[] = "0123456789abcdef";
+    const auto value = static_cast<qint8>(checksum);
+    if (value < 0) {
+        sentence += QString::number(static_cast<qlonglong>(value), 16);
+        return;
+    }
+    sentence += QLatin1Char(digits[value / 16]);
+    sentence += QLatin1Char(digits[value % 16]);
 }
 
 } // namespace Nmea

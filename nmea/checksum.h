@@ -2,6 +2,8 @@
 
 #include <device/jwdevice_export.h>
 
+#include <QStringView>
+
 class QString;
 
 namespace Nmea {
@@ -14,5 +16,14 @@ namespace Nmea {
  * 0.
  */
 JWDEVICE_EXPORT int calculateCrc(const QString &text, int length);
+/// The same of the whole of `text`; 0 when it is empty.
+JWDEVICE_EXPORT int xorOf(QStringView text);
+
+/// The number that the text behind the "*" stands for, as QString::toInt() reads it in base 16: blanks and line ends
+/// around it are passed over. `ok` becomes false, and the result 0, when it is none.
+JWDEVICE_EXPORT int readChecksum(QStringView text, bool *ok);
+/// Appends `checksum`, 0 to 255, in two lower-case hexadecimal digits. One of 0x80 or more, which only characters
+/// beyond ASCII can make, takes 16 digits, those of the negative number that has the same low byte.
+JWDEVICE_EXPORT void appendChecksum(QString &sentence, int checksum);
 
 } // namespace Nmea

@@ -2,11 +2,16 @@
 
 #include <nmea/checksum.h>
 #include <nmea/exception.h>
+#include <nmea/sentenceplan.h>
 
 #include <QChar>
 #include <QHash>
 #include <QString>
 #include <QStringList>
+#include <QStringView>
+
+#include <algorithm>
+#include <utility>
 
 namespace Nmea {
 
@@ -120,6 +125,18 @@ protected:
     QHash<QString, BuilderDelegate> m_builderDelegates; ///< see initBuilderDelegates()
     /// Set by a derived parser that plays the board: it parses by the formats to build, and builds by those to parse.
     bool m_reversed = false;
+
+private:
+    using SentenceFields = typename SentencePlan<Session>::Fields;
+
+    const SentencePlan<Session> &currentSentencePlan();
+    bool parseSentenceBody(Session *session, QStringView body);
+    SentenceFields recogniseSentence(Session *session, QStringView identifier);
+    template <typename NextParam>
+    bool storeSentenceFields(Session *session, const SentenceFields &fields, int count, NextParam nextParam);
+    void appendSentenceFields(QString &out, const Session *session, SentenceFields fields);
+
+    SentencePlan<Session> m_sentencePlan;
 };
 
 template <typename Session>
@@ -147,6 +164,14 @@ bool ParserAbstract<Session>::init()
 }
 
 template <typename Session>
+const SentencePlan<Session> &ParserAbstract<Session>::currentSentencePlan()
+{
+    m_sentencePlan.update(m_sentenceIds, m_formatsParse, m_formatsBuild, m_parserDelegates, m_builderDelegates,
+                          m_formatSeparator);
+    return m_sentencePlan;
+}
+
+template <typename Session>
 bool ParserAbstract<Session>::parseSentence(Session *session, const QString &sentence)
 {
     if (!sentence.startsWith(m_startFlag) && !sentence.startsWith(m_startFlagAlt))
@@ -156,42 +181,54 @@ bool ParserAbstract<Session>::parseSentence(Session *session, const QString &sen
     if (!sentence.endsWith(m_lineEnd))
         throw Exception(QStringLiteral("Bad end"));
 
-    QString rest = sentence;
-    QString body;
-    QString checksum;
-    splitSentence(rest, body, checksum);
+    const QString kept = sentence; // a delegate may write over what the caller gave
+    const QStringView rest = QStringView(kept).mid(1);
+    const auto delimiter = std::find(rest.begin(), rest.end(), m_checksumDelimiter);
+    if (delimiter == rest.end())
+        return parseSentenceBody(session, rest);
+    const QStringView checksum(delimiter + 1, rest.end());
+    if (std::find(checksum.begin(), checksum.end(), m_checksumDelimiter) != checksum.end())
+        throw Exception(QStringLiteral("Checksum field"));
     if (checksum.isEmpty())
-        return parseTrimmed(session, rest);
+        return parseSentenceBody(session, rest);
 
+    const QStringView body(rest.begin(), delimiter);
     bool ok = false;
-    const int expected = checksum.toInt(&ok, 16); // passes over the line end, which is still there
+    const int expected = readChecksum(checksum, &ok);
     if (!ok)
         throw Exception(QStringLiteral("Checksum misspelled"));
-    if ((expected & 0xff) != calculateCrc(body, 0))
+    if ((expected & 0xff) != xorOf(body))
         throw Exception(QStringLiteral("CRC calculation failed"));
-    return parseTrimmed(session, body);
+    return parseSentenceBody(session, body);
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::buildSentence(const Session *session, int sentenceId, QString &out)
 {
-    const QHash<int, QString> &formats = m_reversed ? m_formatsParse : m_formatsBuild;
+    const SentencePlan<Session> &plan = currentSentencePlan();
+    const auto &formats = m_reversed ? plan.fieldsParse() : plan.fieldsBuild();
     const auto format = formats.constFind(sentenceId);
     if (format == formats.constEnd())
         throw Exception(QStringLiteral("No formatter found"));
     const auto identifier = m_sentenceIds.constFind(sentenceId);
     if (identifier == m_sentenceIds.constEnd())
         throw Exception(QStringLiteral("Sentence ID not found"));
-    const QString fields = buildParameters(session, *format);
 
-    out = *identifier;
-    if (!fields.isEmpty())
-        out += m_fieldSeparator + fields;
-    out += m_checksumDelimiter;
-    const auto crc = static_cast<qint8>(calculateCrc(out, out.size() - 1));
-    out += QStringLiteral("%1").arg(static_cast<qlonglong>(crc), 2, 16, QLatin1Char('0'));
-    out += m_lineEnd;
-    out.prepend(m_startFlag);
+    QString sentence;
+    sentence.reserve(m_maxLength);
+    sentence += m_startFlag;
+    sentence += *identifier;
+    const int withoutFields = sentence.size();
+    sentence += m_fieldSeparator;
+    appendSentenceFields(sentence, session, *format);
+    if (sentence.size() == withoutFields + 1) // there are none, so no separator either
+        sentence.chop(1);
+    sentence += m_checksumDelimiter;
+    const QStringView checked = QStringView(sentence).mid(1);
+    // Without identifier and fields the delimiter itself is counted.
+    appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
+    sentence += m_lineEnd;
+    out = std::move(sentence);
     return true;
 }
 
@@ -214,60 +251,107 @@ void ParserAbstract<Session>::splitSentence(QString &sentence, QString &body, QS
 template <typename Session>
 bool ParserAbstract<Session>::parseTrimmed(Session *session, const QString &body)
 {
-    QStringList params = body.split(m_fieldSeparator);
-    const QString sentenceId = params.takeFirst(); // splitting gives one part at least
-    if (sentenceId.size() < 3)
-        throw Exception(QStringLiteral("Wrong sentence description length"));
-    return parseListed(session, sentenceId, params);
+    const QString kept = body; // a delegate may write over what the caller gave
+    return parseSentenceBody(session, kept);
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseListed(Session *session, const QString &sentenceId, const QStringList &params)
 {
-    const int key = m_sentenceIds.key(sentenceId, m_undefinedId);
-    if (key == m_undefinedId)
-        throw Exception(QStringLiteral("Undefined sentence ID: %1").arg(sentenceId));
-    const QHash<int, QString> &formats = m_reversed ? m_formatsBuild : m_formatsParse;
-    const auto format = formats.constFind(key);
-    if (format == formats.constEnd())
-        throw Exception(QStringLiteral("Format not found for sentence ID"));
-    setSentenceId(session, key);
-    return parseParameters(session, params, *format);
+    const SentenceFields fields = recogniseSentence(session, sentenceId);
+    return storeSentenceFields(session, fields, params.size(), [next = params.begin()]() mutable { return *next++; });
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseParameters(Session *session, const QStringList &params, const QString &format)
 {
-    const QStringList names = format.split(m_formatSeparator);
-    if (names.size() < params.size())
-        throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
-    for (int i = 0; i < params.size(); ++i) {
-        if (names[i].isEmpty())
-            continue;
-        const ParserDelegate delegate = m_parserDelegates.value(names[i]);
-        if (!delegate)
-            throw Exception(QStringLiteral("Unknown format token in sentence formatter"));
-        delegate(session, params[i], names[i]);
-    }
-    return true;
+    return storeSentenceFields(session, currentSentencePlan().fieldsOf(format), params.size(),
+                               [next = params.begin()]() mutable { return *next++; });
 }
 
 template <typename Session>
 QString ParserAbstract<Session>::buildParameters(const Session *session, const QString &format)
 {
-    const QStringList names = format.split(m_formatSeparator);
     QString fields;
-    for (int i = 0; i < names.size(); ++i) {
-        if (names[i].isEmpty())
-            continue;
-        const BuilderDelegate delegate = m_builderDelegates.value(names[i]);
-        if (!delegate)
-            throw Exception(QStringLiteral("Unknown format token in sentence formatter: %1").arg(names[i]));
-        fields += delegate(session, names[i]);
-        if (i + 1 < names.size())
-            fields += m_fieldSeparator;
-    }
+    appendSentenceFields(fields, session, currentSentencePlan().fieldsOf(format));
     return fields;
+}
+
+template <typename Session>
+bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView body)
+{
+    const auto *const end = body.end();
+    const auto *at = std::find(body.begin(), end, m_fieldSeparator);
+    const QStringView identifier(body.begin(), at);
+    if (identifier.size() < 3)
+        throw Exception(QStringLiteral("Wrong sentence description length"));
+    const SentenceFields fields = recogniseSentence(session, identifier);
+
+    // A text that no delegate kept is written over by the next one: most of them become numbers.
+    QString param;
+    const auto nextParam = [&]() -> const QString & {
+        const auto *const begin = at + 1;
+        at = std::find(begin, end, m_fieldSeparator);
+        const auto size = static_cast<int>(at - begin);
+        if (param.isDetached())
+            param.setUnicode(begin, size);
+        else
+            param = QString(begin, size);
+        return param;
+    };
+    return storeSentenceFields(session, fields, static_cast<int>(std::count(at, end, m_fieldSeparator)), nextParam);
+}
+
+template <typename Session>
+typename ParserAbstract<Session>::SentenceFields ParserAbstract<Session>::recogniseSentence(Session *session,
+                                                                                            QStringView identifier)
+{
+    const SentencePlan<Session> &plan = currentSentencePlan();
+    const int key = plan.key(identifier, m_undefinedId);
+    if (key == m_undefinedId)
+        throw Exception(QStringLiteral("Undefined sentence ID: %1").arg(identifier));
+    const auto &formats = m_reversed ? plan.fieldsBuild() : plan.fieldsParse();
+    const auto format = formats.constFind(key);
+    if (format == formats.constEnd())
+        throw Exception(QStringLiteral("Format not found for sentence ID"));
+    SentenceFields fields = *format;
+    setSentenceId(session, key);
+    return fields;
+}
+
+template <typename Session>
+template <typename NextParam>
+bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields, int count,
+                                                  NextParam nextParam)
+{
+    if (fields.size() < count)
+        throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
+    for (int i = 0; i < count; ++i) {
+        const QString &param = nextParam();
+        const auto &field = fields[i];
+        if (field.name.isEmpty())
+            continue;
+        if (!field.parse)
+            throw Exception(QStringLiteral("Unknown format token in sentence formatter"));
+        field.parse(session, param, field.name);
+    }
+    return true;
+}
+
+template <typename Session>
+void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, SentenceFields fields)
+{
+    // `fields` is a copy, as in parsing: what runs here may change the tables of a derived parser.
+    for (int i = 0; i < fields.size(); ++i) {
+        const auto &field = fields[i];
+        if (field.name.isEmpty())
+            continue;
+        if (!field.build)
+            throw Exception(QStringLiteral("Unknown format token in sentence formatter: %1").arg(field.name));
+        out += field.build(session, field.name);
+        if (i + 1 < fields.size())
+            out += m_fieldSeparator;
+    }
 }
 
 template <typename Session>

@@ -10,6 +10,21 @@ enum Sentence {
     InformationReply = 3,
 };
 
+/// What QString::toInt() makes of it, which takes its time; nearly every number is a few plain digits.
+int toInt(const QString &text)
+{
+    constexpr int digitsOfAnyInt = 9;
+    if (text.isEmpty() || text.size() > digitsOfAnyInt)
+        return text.toInt();
+    int number = 0;
+    for (const QChar digit : text) {
+        if (digit < QLatin1Char('0') || digit > QLatin1Char('9'))
+            return text.toInt();
+        number = number * 10 + (digit.unicode() - '0');
+    }
+    return number;
+}
+
 } // namespace
 
 ParserInit::ParserInit() = default;
@@ -29,13 +44,13 @@ bool ParserInit::build(const JwDevice::SessionAbstract *session, QString &senten
 
 bool ParserInit::parseInt(JwDevice::SessionInit *session, const QString &value, const QString &name)
 {
-    session->fields[name] = value.toInt();
+    session->fields.insert(name, toInt(value));
     return true;
 }
 
 bool ParserInit::parseString(JwDevice::SessionInit *session, const QString &value, const QString &name)
 {
-    session->fields[name] = value;
+    session->fields.insert(name, value);
     return true;
 }
 

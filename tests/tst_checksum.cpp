@@ -21,6 +21,10 @@ private Q_SLOTS:
     void lengthTakesTheFirstCharacters();
     void eachLatin1CharacterCountsAsItsCode();
     void staysWithinOneByte();
+    void ofAViewIsThatOfTheText_data();
+    void ofAViewIsThatOfTheText();
+    void isReadAsANumberOfBase16();
+    void isWrittenAsQtWritesTheSignedByte();
 };
 
 void TestChecksum::isTheXorOfTheLatin1Bytes_data()
@@ -99,6 +103,50 @@ void TestChecksum::staysWithinOneByte()
         all += QChar(code);
         const int checksum = calculateCrc(all, 0);
         QVERIFY2(checksum >= 0 && checksum <= 0xff, qPrintable(QString::number(checksum)));
+    }
+}
+
+void TestChecksum::ofAViewIsThatOfTheText_data()
+{
+    isTheXorOfTheLatin1Bytes_data();
+}
+
+void TestChecksum::ofAViewIsThatOfTheText()
+{
+    QFETCH(QString, text);
+    QFETCH(int, checksum);
+    QCOMPARE(Nmea::xorOf(text), checksum);
+}
+
+void TestChecksum::isReadAsANumberOfBase16()
+{
+    const auto verify = [](const QString &text) {
+        bool expectedOk = false;
+        const int expected = text.toInt(&expectedOk, 16);
+        bool ok = !expectedOk;
+        QCOMPARE(Nmea::readChecksum(text, &ok), expected);
+        QCOMPARE(ok, expectedOk);
+    };
+    for (const char *const end : {"", "\r\n", "\n", "0\r\n"}) {
+        for (ushort first = 0; first < 0x100; ++first) {
+            for (ushort second = 0; second < 0x100; ++second)
+                verify(QString(QChar(first)) + QChar(second) + QLatin1String(end));
+        }
+    }
+    for (const char *const text :
+         {"", " ", "6", "0x61", "161", "+61", "-61", "7fffffff", "80000000", "ffffffffffffffa5"})
+        verify(QLatin1String(text) + QLatin1String("\r\n"));
+    verify(QString());
+    verify(QStringLiteral("\u0666\u0661\r\n")); // digits, but not ASCII's
+}
+
+void TestChecksum::isWrittenAsQtWritesTheSignedByte()
+{
+    for (int checksum = 0; checksum <= 0xff; ++checksum) {
+        QString sentence = QStringLiteral("$A*");
+        Nmea::appendChecksum(sentence, checksum);
+        const qlonglong written = static_cast<qint8>(checksum);
+        QCOMPARE(sentence, QStringLiteral("$A*%1").arg(written, 2, 16, QLatin1Char('0')));
     }
 }
 

@@ -282,6 +282,12 @@ private Q_SLOTS:
     void reversedParserSwapsTheFormats();
     void reversedParserLooksInTheOtherTable();
     void operationsLeaveTheParserAlone();
+
+    void textIsReadThoughItsDelegatesWriteOverIt_data();
+    void textIsReadThoughItsDelegatesWriteOverIt();
+    void changedTablesCountAtOnce();
+    void everySentenceOfALargeTableIsRecognised();
+    void firstKeyOfTheTableCountsForAnIdentifierOfTwo();
 };
 
 void TestParserAbstract::newParserHasItsSettingsAndEmptyTables()
@@ -1097,6 +1103,100 @@ void TestParserAbstract::operationsLeaveTheParserAlone()
     QCOMPARE(parser.m_lineEnd, QStringLiteral("\r\n"));
     QVERIFY(parser.buildSentence(&record, Empty, out));
     QCOMPARE(out, line("$EMPTY*55"));
+}
+
+void TestParserAbstract::textIsReadThoughItsDelegatesWriteOverIt_data()
+{
+    QTest::addColumn<bool>("whole");
+    QTest::newRow("whole sentence") << true;
+    QTest::newRow("without frame") << false;
+}
+
+void TestParserAbstract::textIsReadThoughItsDelegatesWriteOverIt()
+{
+    QFETCH(bool, whole);
+    TestParser parser;
+    parser.init();
+    const QString fieldWhichTheFirstDelegateStores = QStringLiteral("a");
+    const QString text = whole ? line("$THREE,10000000,20000000,3*52") : QStringLiteral("THREE,10000000,20000000,3");
+    Record record;
+    QString &held = record.values[fieldWhichTheFirstDelegateStores];
+    held = QString(text.constData(), text.size()); // nobody else has it, so writing over it takes its memory
+    if (whole)
+        parser.parseSentence(&record, held);
+    else
+        parser.parseTrimmed(&record, held);
+    const QStringList events{QStringLiteral("key 1"), QStringLiteral("a=10000000"), QStringLiteral("b=20000000"),
+                             QStringLiteral("c=3")};
+    QCOMPARE(record.events, events);
+}
+
+void TestParserAbstract::changedTablesCountAtOnce()
+{
+    TestParser parser;
+    parser.init();
+    Record record = recordOf(QStringLiteral("1"), QStringLiteral("2"));
+    QString out;
+    parser.parseSentence(&record, line("$THREE,1,2,3*52"));
+    parser.buildSentence(&record, OneWay, out);
+    record.events.clear();
+
+    parser.m_sentenceIds[Three] = QStringLiteral("OTHER");
+    parser.m_formatsParse[Three] = QStringLiteral("a,c");
+    parser.m_formatsBuild[Three] = QStringLiteral("c,a");
+    parser.m_parserDelegates[QStringLiteral("c")] = refuse;
+    parser.m_builderDelegates[QStringLiteral("c")] = [](const Record *, const QString &) {
+        return QStringLiteral("x");
+    };
+
+    QCOMPARE(thrownMessage([&] { parser.parseSentence(&record, line("$THREE,1")); }),
+             QStringLiteral("Undefined sentence ID: THREE"));
+    QCOMPARE(thrownMessage([&] { parser.parseSentence(&record, line("$OTHER,8,9*45")); }),
+             QStringLiteral("Refused: c"));
+    QCOMPARE(record.events, (QStringList{QStringLiteral("key 1"), QStringLiteral("a=8")}));
+    parser.buildSentence(&record, Three, out);
+    QCOMPARE(out, line("$OTHER,x,8*04"));
+
+    parser.m_formatSeparator = QLatin1Char(';');
+    QCOMPARE(thrownMessage([&] { parser.buildSentence(&record, Three, out); }),
+             QStringLiteral("Unknown format token in sentence formatter: c,a"));
+}
+
+void TestParserAbstract::everySentenceOfALargeTableIsRecognised()
+{
+    TestParser parser;
+    QStringList identifiers;
+    for (int key = 0; key < 100; ++key) {
+        identifiers.append(QStringLiteral("S%1%2").arg(QString(key % 7, QLatin1Char('X'))).arg(key * 37 % 1000));
+        parser.ids[key] = identifiers.last();
+        parser.formatsParse[key] = QStringLiteral("a");
+    }
+    parser.init();
+    for (int key = 0; key < identifiers.size(); ++key) {
+        Record record;
+        if (identifiers[key].size() >= 3)
+            parser.parseTrimmed(&record, identifiers[key]);
+        else
+            parser.parseListed(&record, identifiers[key], {});
+        QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(key)});
+        const QString unknown = identifiers[key] + QLatin1Char('Y');
+        QCOMPARE(thrownMessage([&] { parser.parseListed(&record, unknown, {}); }),
+                 QStringLiteral("Undefined sentence ID: %1").arg(unknown));
+    }
+}
+
+void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
+{
+    TestParser parser;
+    parser.ids = {{Three, QStringLiteral("SAME")},
+                  {Gap, QStringLiteral("OTHER")},
+                  {OneWay, QStringLiteral("SAME")},
+                  {Empty, QStringLiteral("SAME")}};
+    parser.init();
+    const int first = parser.m_sentenceIds.key(QStringLiteral("SAME"));
+    Record record;
+    parser.parseTrimmed(&record, QStringLiteral("SAME"));
+    QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(first)});
 }
 
 QTEST_APPLESS_MAIN(TestParserAbstract)

@@ -419,6 +419,15 @@ void TestParserInit::parseIntStoresAnInt_data()
     QTest::newRow("fraction") << QStringLiteral("1.5") << 0;
     QTest::newRow("largest") << QStringLiteral("2147483647") << std::numeric_limits<int>::max();
     QTest::newRow("beyond the largest") << QStringLiteral("2147483648") << 0;
+    QTest::newRow("nine digits") << QStringLiteral("999999999") << 999999999;
+    QTest::newRow("ten digits") << QStringLiteral("1000000000") << 1000000000;
+    QTest::newRow("ten digits beyond the largest") << QStringLiteral("9999999999") << 0;
+    QTest::newRow("zeros in front of the largest")
+        << QStringLiteral("00002147483647") << std::numeric_limits<int>::max();
+    QTest::newRow("plus") << QStringLiteral("+42") << 42;
+    QTest::newRow("sign alone") << QStringLiteral("-") << 0;
+    QTest::newRow("blank within") << QStringLiteral("4 2") << 0;
+    QTest::newRow("digits that are not ASCII's") << QStringLiteral("\u0664\u0662") << 0;
 }
 
 void TestParserInit::parseIntStoresAnInt()

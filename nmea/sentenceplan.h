@@ -1,0 +1,109 @@
+#pragma once
+
+#include <QChar>
+#include <QHash>
+#include <QString>
+#include <QStringList>
+#include <QStringView>
+#include <QVector>
+
+#include <algorithm>
+#include <vector>
+
+namespace Nmea {
+
+/**
+ * The tables of a ParserAbstract made ready for use: formats cut into names, names looked up, identifiers in order.
+ * Not for applications.
+ */
+template <typename Session>
+class SentencePlan
+{
+public:
+    using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
+    using BuilderDelegate = QString (*)(const Session *session, const QString &name);
+
+    /// One name of a format with what the tables have for it.
+    struct Field
+    {
+        QString name; ///< empty: a field that is passed over
+        ParserDelegate parse; ///< null: none
+        BuilderDelegate build; ///< null: none
+    };
+    using Fields = QVector<Field>;
+
+    /// Makes the plan anew when one of the tables is not the one that it was made from.
+    void update(const QHash<int, QString> &sentenceIds, const QHash<int, QString> &formatsParse,
+                const QHash<int, QString> &formatsBuild, const QHash<QString, ParserDelegate> &parserDelegates,
+                const QHash<QString, BuilderDelegate> &builderDelegates, QChar formatSeparator)
+    {
+        if (m_formatSeparator == formatSeparator && m_sentenceIds.isSharedWith(sentenceIds)
+            && m_formatsParse.isSharedWith(formatsParse) && m_formatsBuild.isSharedWith(formatsBuild)
+            && m_parserDelegates.isSharedWith(parserDelegates) && m_builderDelegates.isSharedWith(builderDelegates))
+            return;
+        m_sentenceIds = sentenceIds;
+        m_formatsParse = formatsParse;
+        m_formatsBuild = formatsBuild;
+        m_parserDelegates = parserDelegates;
+        m_builderDelegates = builderDelegates;
+        m_formatSeparator = formatSeparator;
+        m_fieldsParse = fieldsOfAll(formatsParse);
+        m_fieldsBuild = fieldsOfAll(formatsBuild);
+        m_identifiers.clear();
+        for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it)
+            m_identifiers.push_back({it.value(), it.key()});
+        // Stable: of two keys with the same identifier, the first one in the table counts.
+        std::stable_sort(m_identifiers.begin(), m_identifiers.end(),
+                         [](const Identifier &a, const Identifier &b) { return a.text < b.text; });
+    }
+
+    /// The key of the sentence with that identifier, `otherwise` when there is none.
+    int key(QStringView identifier, int otherwise) const
+    {
+        const auto known = std::lower_bound(m_identifiers.begin(), m_identifiers.end(), identifier,
+                                            [](const Identifier &a, QStringView text) { return a.text < text; });
+        return known != m_identifiers.end() && known->text == identifier ? known->key : otherwise;
+    }
+
+    /// Sentence key to the fields of a received sentence.
+    const QHash<int, Fields> &fieldsParse() const { return m_fieldsParse; }
+    /// Sentence key to the fields of a built sentence.
+    const QHash<int, Fields> &fieldsBuild() const { return m_fieldsBuild; }
+
+    /// The fields that `format` names.
+    Fields fieldsOf(const QString &format) const
+    {
+        Fields fields;
+        const QStringList names = format.split(m_formatSeparator);
+        for (const QString &name : names)
+            fields.append({name, m_parserDelegates.value(name), m_builderDelegates.value(name)});
+        return fields;
+    }
+
+private:
+    struct Identifier
+    {
+        QString text;
+        int key;
+    };
+
+    QHash<int, Fields> fieldsOfAll(const QHash<int, QString> &formats) const
+    {
+        QHash<int, Fields> fields;
+        for (auto it = formats.constBegin(); it != formats.constEnd(); ++it)
+            fields.insert(it.key(), fieldsOf(it.value()));
+        return fields;
+    }
+
+    QHash<int, QString> m_sentenceIds;
+    QHash<int, QString> m_formatsParse;
+    QHash<int, QString> m_formatsBuild;
+    QHash<QString, ParserDelegate> m_parserDelegates;
+    QHash<QString, BuilderDelegate> m_builderDelegates;
+    QChar m_formatSeparator;
+    QHash<int, Fields> m_fieldsParse;
+    QHash<int, Fields> m_fieldsBuild;
+    std::vector<Identifier> m_identifiers; // sorted
+};
+
+} // namespace Nmea
