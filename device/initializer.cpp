@@ -209,6 +209,8 @@ void Initializer::probeStage2()
         m_commReports[comm] = report;
         report->verdict = PortReport::Awaiting;
         report->queries = writeQueries(comm);
+        // Else the query would wait, its 400 ms running, until all later ports are opened. May close a port that fails.
+        port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
     }

@@ -81,10 +81,33 @@ private Q_SLOTS:
     {
         ProbeBench bench;
         Board *const board = bench.attach("silent");
+        const Board *const found = bench.attach("BoardA");
+        bench.initializer->setMaxRetries(0);
+        const QString opened = QStringLiteral("Serial port opened for probing:  ") + quoted(board->portName());
+        bench.onRecord = [&](const LogRecord &record) {
+            if (record.text == opened)
+                board->pull();
+        };
+        bench.probe({JwDevice::BoardA, JwDevice::BoardB});
+        bench.onRecord = nullptr;
+        const ErrorCount count(bench.port(board));
+        QVERIFY(!bench.port(board)->isOpen());
+        QCOMPARE(bench.initializer->portReports().first().verdict, JwDevice::PortReport::Lost);
+        verifyClosedWithoutSpin(bench, board, count);
+        QCOMPARE(bench.state(board), PortState::AwaitingReply);
+        QTRY_COMPARE(bench.state(found), PortState::HandedOver);
+        bench.timeOut(board);
+        QCOMPARE(bench.decisions(), QStringList({foundA, missingB, over}));
+    }
+
+    void pulledBeforeTheEventLoopRuns()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
         bench.initializer->setMaxRetries(0);
         bench.probe({JwDevice::BoardA});
         const ErrorCount count(bench.port(board));
-        board->pull(); // the query leaves only when the event loop runs
+        board->pull();
         verifyClosedWithoutSpin(bench, board, count);
         QCOMPARE(bench.state(board), PortState::AwaitingReply);
         bench.timeOut(board);

@@ -183,6 +183,35 @@ private Q_SLOTS:
         QVERIFY(isTraceOfInitializer(bench.log.sink->withText(text), "probeStage2"));
     }
 
+    void eachNameMeansThePortThatTheSystemKnowsByExactlyThatName_data()
+    {
+        QTest::addColumn<QString>("pattern");
+        QTest::addColumn<bool>("known");
+        QTest::newRow("as the system names it") << QStringLiteral("%1") << true;
+        QTest::newRow("with its folder") << QStringLiteral("/dev/%1") << false;
+        QTest::newRow("with more behind") << QStringLiteral("%10") << false;
+        QTest::newRow("blank behind") << QStringLiteral("%1 ") << false;
+        QTest::newRow("empty") << QString() << false;
+    }
+    void eachNameMeansThePortThatTheSystemKnowsByExactlyThatName()
+    {
+        QFETCH(QString, pattern);
+        QFETCH(bool, known);
+        ProbeBench bench;
+        const Board *const board = bench.attach("silent");
+        const Board *const other = bench.attach("silent");
+        const QString name = QString(pattern).replace(QLatin1String("%1"), board->portName());
+        QCOMPARE(QSerialPortInfo(name).portName(), known ? board->portName() : QString());
+
+        QVERIFY(bench.initializer->probe(boardA, 0, {name, other->portName(), name}));
+        const QString refused = refusedText(known ? name : QString(),
+                                            known ? QSerialPort::PermissionError : QSerialPort::DeviceNotFoundError);
+        QCOMPARE(bench.timeline, QStringList({known ? openedText(board) : refused, openedText(other), refused}));
+        const auto reports = bench.initializer->portReports();
+        QCOMPARE(reports.first().portName, name);
+        QCOMPARE(reports.first().location, QSerialPortInfo(name).systemLocation());
+    }
+
     void portThatCannotBeOpenedDoesNotStopTheNext()
     {
         ProbeBench bench;
@@ -350,6 +379,22 @@ private Q_SLOTS:
         bench.onRecord = nullptr;
         QCOMPARE(runningAtQuery, QVector<int>({1, 2}));
         QCOMPARE(bench.initializer->findChildren<QTimer *>().size(), 3); // with the delay timer
+    }
+
+    void queriesLeaveBeforeTheNextPortIsOpened()
+    {
+        ProbeBench bench;
+        const Board *const first = bench.attach("silent");
+        const Board *const second = bench.attach("silent");
+        qint64 waiting = -1;
+        bench.onRecord = [&](const LogRecord &record) {
+            if (record.text == openedText(second))
+                waiting = bench.port(first)->bytesToWrite();
+        };
+        bench.probe({JwDevice::BoardA, JwDevice::BoardC});
+        bench.onRecord = nullptr;
+        QCOMPARE(waiting, 0);
+        QTRY_COMPARE(received(first), versionQuery + informationRequest);
     }
 
     void portsAndCommunicatorsHaveNoParentAndTimersBelongToTheInitializer()
