@@ -181,24 +181,21 @@ bool ParserAbstract<Session>::parseSentence(Session *session, const QString &sen
     if (!sentence.endsWith(m_lineEnd))
         throw Exception(QStringLiteral("Bad end"));
 
-    const QString kept = sentence; // a delegate may write over what the caller gave
-    const QStringView rest = QStringView(kept).mid(1);
+    const QStringView rest = QStringView(sentence).mid(1);
     const auto delimiter = std::find(rest.begin(), rest.end(), m_checksumDelimiter);
-    if (delimiter == rest.end())
-        return parseSentenceBody(session, rest);
-    const QStringView checksum(delimiter + 1, rest.end());
+    const QStringView checksum = delimiter == rest.end() ? QStringView() : QStringView(delimiter + 1, rest.end());
     if (std::find(checksum.begin(), checksum.end(), m_checksumDelimiter) != checksum.end())
         throw Exception(QStringLiteral("Checksum field"));
-    if (checksum.isEmpty())
-        return parseSentenceBody(session, rest);
-
-    const QStringView body(rest.begin(), delimiter);
-    bool ok = false;
-    const int expected = readChecksum(checksum, &ok);
-    if (!ok)
-        throw Exception(QStringLiteral("Checksum misspelled"));
-    if ((expected & 0xff) != xorOf(body))
-        throw Exception(QStringLiteral("CRC calculation failed"));
+    const QStringView body = checksum.isEmpty() ? rest : QStringView(rest.begin(), delimiter);
+    if (!checksum.isEmpty()) {
+        bool ok = false;
+        const int expected = readChecksum(checksum, &ok);
+        if (!ok)
+            throw Exception(QStringLiteral("Checksum misspelled"));
+        if ((expected & 0xff) != xorOf(body))
+            throw Exception(QStringLiteral("CRC calculation failed"));
+    }
+    const QString kept = sentence; // what `body` looks at; a delegate may write over the caller's text
     return parseSentenceBody(session, body);
 }
 
