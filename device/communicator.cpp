@@ -163,14 +163,13 @@ void Communicator::read(QString &buffer)
         char bytes[readSize];
         const qint64 count = m_device->read(bytes, readSize);
         if (count >= 1) {
-            const QString chunk =
-                QString::fromLatin1(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
+            const QLatin1String chunk(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
             buffer += chunk;
             if (buffer.size() > maxBufferSize) {
                 LOGGER_RECORD(Logger::Warning, nullptr).write("Payload input buffer too large - truncating ...");
                 buffer.remove(0, truncatedSize);
             }
-            LOGGER_RECORD(Logger::Trace, rawCommunication).write() << " <- " << chunk.trimmed();
+            LOGGER_RECORD(Logger::Trace, rawCommunication).write() << " <- " << QString(chunk).trimmed();
         }
         if (!self) // a device may announce more from within read(), to a receiver that deletes us
             return;
