@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QIODevice>
+
+#include <algorithm>
+#include <cstring>
+
+/// A sequential device at the cost of a copy: it offers the bytes that it is fed, and takes all that is written.
+class StreamDevice : public QIODevice
+{
+public:
+    StreamDevice() { open(ReadWrite | Unbuffered); }
+
+    /// Offers `size` bytes at `data`, which must last until they are read.
+    void feed(const char *data, qint64 size)
+    {
+        m_data = data;
+        m_size = size;
+        Q_EMIT readyRead();
+    }
+
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override { return m_size; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 count = std::min(maxSize, m_size);
+        std::memcpy(data, m_data, static_cast<std::size_t>(count));
+        m_data += count;
+        m_size -= count;
+        return count;
+    }
+    qint64 writeData(const char *, qint64 size) override { return size; }
+
+private:
+    const char *m_data = nullptr;
+    qint64 m_size = 0;
+};
