@@ -159,6 +159,7 @@ bool ParserAbstract<Session>::init()
     m_formatsBuild = initSentenceFormatsBuild();
     m_parserDelegates = initParserDelegates();
     m_builderDelegates = initBuilderDelegates();
+    currentSentencePlan();
     m_initialized = true;
     return true;
 }

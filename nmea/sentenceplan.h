@@ -50,11 +50,12 @@ public:
         m_fieldsParse = fieldsOfAll(formatsParse);
         m_fieldsBuild = fieldsOfAll(formatsBuild);
         m_identifiers.clear();
-        for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it)
-            m_identifiers.push_back({it.value(), it.key()});
-        // Stable: of two keys with the same identifier, the first one in the table counts.
-        std::stable_sort(m_identifiers.begin(), m_identifiers.end(),
-                         [](const Identifier &a, const Identifier &b) { return a.text < b.text; });
+        for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it) {
+            // Behind those of the same text: of two keys with one identifier, the first one in the table counts.
+            const auto place = std::upper_bound(m_identifiers.begin(), m_identifiers.end(), it.value(),
+                                                [](const QString &text, const Identifier &b) { return text < b.text; });
+            m_identifiers.insert(place, {it.value(), it.key()});
+        }
     }
 
     /// The key of the sentence with that identifier, `otherwise` when there is none.
@@ -73,10 +74,20 @@ public:
     /// The fields that `format` names.
     Fields fieldsOf(const QString &format) const
     {
-        Fields fields;
         const QStringList names = format.split(m_formatSeparator);
-        for (const QString &name : names)
-            fields.append({name, m_parserDelegates.value(name), m_builderDelegates.value(name)});
+        Fields fields;
+        fields.reserve(names.size());
+        for (const QString &name : names) {
+            const auto parse = m_parserDelegates.constFind(name);
+            const auto build = m_builderDelegates.constFind(name);
+            const bool isParsed = parse != m_parserDelegates.constEnd();
+            const bool isBuilt = build != m_builderDelegates.constEnd();
+            // The tables' own text of the name, where there is one: it takes no memory, and most are literals.
+            fields.append({isParsed      ? parse.key()
+                               : isBuilt ? build.key()
+                                         : name,
+                           isParsed ? *parse : nullptr, isBuilt ? *build : nullptr});
+        }
         return fields;
     }
 
