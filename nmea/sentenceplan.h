@@ -20,7 +20,9 @@ template <typename Session>
 class SentencePlan
 {
 public:
+    /// See ParserAbstract::ParserDelegate.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
+    /// See ParserAbstract::BuilderDelegate.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     /// One name of a format with what the tables have for it.
@@ -30,7 +32,7 @@ public:
         ParserDelegate parse; ///< null: none
         BuilderDelegate build; ///< null: none
     };
-    using Fields = QVector<Field>;
+    using Fields = QVector<Field>; ///< in the order of the format
 
     /// Makes the plan anew when one of the tables is not the one that it was made from.
     void update(const QHash<int, QString> &sentenceIds, const QHash<int, QString> &formatsParse,
