@@ -91,10 +91,9 @@ void countBuild()
     require(sentence == QLatin1String("$PTJWWR,INF*71\r\n"), "a sentence was not built");
 }
 
-/// From `bytes` at a device, read by 64, to `payloads` payloads parsed, of which `good` are good.
-void countReceive(const char *name, const QByteArray &bytes, int payloads, int good)
+/// From `bytes` at a device that offers `readSize` at a time to `payloads` payloads parsed, of which `good` are good.
+void countReceive(const char *name, const QByteArray &bytes, int readSize, int payloads, int good)
 {
-    constexpr int readSize = 64;
     StreamDevice device;
     Nmea::ParserInit parser;
     parser.init();
@@ -156,8 +155,9 @@ int main()
             .append("$PJWVER,7300021,1,4,0*0f\r\n")
             .append(versionReply);
     }
-    countReceive("receive", clean, 32, 32);
-    countReceive("receive dirty", dirty, 40, 32);
+    countReceive("receive", clean, 64, 32, 32);
+    countReceive("receive byte by byte", clean, 1, 32, 32);
+    countReceive("receive dirty", dirty, 64, 40, 32);
     countWrite();
     countLog();
     return 0;
