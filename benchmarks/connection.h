@@ -1,9 +1,9 @@
 #pragma once
 
-#include "streamdevice.h"
-
 #include <device/communicator.h>
 #include <nmea/parserinit.h>
+
+#include <support/streamdevice.h>
 
 /// A Communicator with all that it needs.
 struct Connection

@@ -18,6 +18,7 @@ public:
         m_size = size;
         Q_EMIT readyRead();
     }
+    void reportWritten(qint64 bytes) { Q_EMIT bytesWritten(bytes); }
 
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override { return m_size; }
