@@ -29,24 +29,35 @@ private Q_SLOTS:
 
 namespace {
 
-// What stands before the completed word, and around an "=", are words of their own to bash.
+// As bash cuts a line: at blanks that are not within a quote or behind a "\\", and around each "=" outside of quotes.
 QStringList wordsOf(const QString &line)
 {
-    return QString(line)
-        .replace(QLatin1Char('='), QLatin1String(" = "))
-        .split(QRegularExpression(QStringLiteral(" +")));
+    const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
+    QStringList words;
+    QRegularExpressionMatchIterator matches = word.globalMatch(line);
+    while (matches.hasNext())
+        words.append(matches.next().captured());
+    if (line.endsWith(QLatin1Char(' ')))
+        words.append(QString());
+    return words;
+}
+
+// The part of the last word that bash will replace.
+QString replacedPart(const QString &word)
+{
+    if (word == QLatin1String("="))
+        return QString();
+    return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
 
 // The program of the line must be a path or one in PATH; `boards` are attached.
 QByteArray completed(const QString &program, const QString &line, const QStringList &boards = {})
 {
-    QStringList words = wordsOf(line);
-    words.removeFirst();
-    if (line.endsWith(QLatin1Char('=')))
-        words.removeLast();
-    const QString script = QStringLiteral("source \"$1\" && shift && COMP_WORDS=(\"$@\") && COMP_CWORD=$(($# - 1)) && "
+    const QStringList words = wordsOf(line).mid(1);
+    const QString script = QStringLiteral("source \"$1\" && replaced=$2 && shift 2 && "
+                                          "COMP_WORDS=(\"$@\") && COMP_CWORD=$(($# - 1)) && "
                                           "function=$(complete -p \"${0##*/}\") && function=${function#*-F } && "
-                                          "${function%% *} \"$0\" \"${COMP_WORDS[COMP_CWORD]}\"; "
+                                          "${function%% *} \"$0\" \"$replaced\"; "
                                           "printf '%s\\n' \"${COMPREPLY[@]}\"");
     const QString file =
         QStringLiteral(PROJECT_FOLDER "/packaging/completion/") + program.section(QLatin1Char('/'), -1);
@@ -57,6 +68,7 @@ QByteArray completed(const QString &program, const QString &line, const QStringL
                                             script,
                                             program,
                                             file,
+                                            replacedPart(words.last()),
                                             program}
         + words;
     const Outcome outcome = runProgram(jwsimProgram(), simulated(boards, command));
@@ -95,6 +107,14 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --delay ", "");
     row("jwprobe --deadline=", "");
     row("jwprobe --type=BoardA --j", "--json");
+    // Only what is not refused there.
+    row("jwprobe --list --", "--help --json --port --version");
+    row("jwprobe --port=ttyACM0 --doctor --", "--help --json --port --version");
+    row("jwprobe --udev-rules --", "--help --version");
+    row("jwprobe --monitor --",
+        "--deadline --delay --help --json --log --port --raw-traffic --retries --traffic --type --version");
+    row("jwprobe --type BoardA --",
+        "--deadline --delay --help --json --log --monitor --port --raw-traffic --retries --traffic --type --version");
 }
 
 void TestCompletion::jwprobe()
@@ -137,6 +157,13 @@ void TestCompletion::jwsim_data()
     row("jwsim --board BoardA,delay=20,open=d", "denied");
     row("jwsim --board BoardA,checksum=w", "wrong");
     row("jwsim --board BoardA,delay=", "");
+    row("jwsim --board BoardA,manufacturer=A\\ B,spee", "A\\ B,speed=");
+    row("jwsim --board BoardA,serial=x*,spee", "x*,speed=");
+    row("jwsim --board 'BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
+    row("jwsim --board='BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
+    // Text, not a command that is run.
+    row("jwsim --board 'BoardA,serial=$(echo x),spee", "BoardA,serial=$(echo x),speed=");
+    row("jwsim --board 'BoardA,serial=`echo x`,spee", "BoardA,serial=`echo x`,speed=");
 }
 
 void TestCompletion::jwsim()
