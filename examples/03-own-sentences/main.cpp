@@ -5,29 +5,25 @@
 #include <nmea/parserabstract.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QSerialPort>
-#include <QTextStream>
 
 struct Version : JwDevice::SessionAbstract
 {
-    int sentence = 1; // its key in the tables below; this small set has only one
-    QString hardware;
+    int sentence = 0; // its key in the tables below: 1, as this small set has only one
+    QString hardware; // the first field; the last three have no name in the table below, so they are passed over
 };
 
-class VersionParser : public JwDevice::IPayloadParser, public Nmea::ParserAbstract<Version>
+struct VersionParser : JwDevice::IPayloadParser, Nmea::ParserAbstract<Version>
 {
-public:
     using Record = JwDevice::SessionAbstract; // always a Version: a parser and its record belong together
     explicit VersionParser(bool boardSide) { m_reversed = boardSide; } // a board builds what the host parses
     bool parse(Record *to, const QString &text) override { return parseSentence(static_cast<Version *>(to), text); }
     bool build(const Record *from, QString &text) override { return write(static_cast<const Version *>(from), text); }
-
-private:
     bool write(const Version *from, QString &text) { return buildSentence(from, from->sentence, text); }
     static bool set(Version *to, const QString &text, const QString &) { return !(to->hardware = text).isNull(); }
     static QString get(const Version *from, const QString &) { return from->hardware; }
     QHash<int, QString> initSentenceIdentifiers() override { return {{1, QStringLiteral("PJWVER")}}; }
-    // The fields in their order by name; one without a name, as the last three here, is passed over.
     QHash<int, QString> initSentenceFormatsParse() override { return {{1, QStringLiteral("hardware,,,")}}; }
     QHash<int, QString> initSentenceFormatsBuild() override { return {{1, QString()}}; }
     QHash<QString, ParserDelegate> initParserDelegates() override { return {{QStringLiteral("hardware"), set}}; }
@@ -41,19 +37,23 @@ int main(int argc, char **argv)
     VersionParser parser(false); // stays ours, as the port does; first in line, so that it goes last
     parser.init();
     QSerialPort port(app.arguments().value(1, QStringLiteral("ttyACM0")));
+    port.setBaudRate(115200);
     JwDevice::Communicator board;
     board.setIODevice(&port);
     board.setParser(&parser);
     Version version;
+    version.sentence = 1;
     const bool asked = port.open(QIODevice::ReadWrite) && board.writePayload(&version) != 0;
-    while (asked && !board.readPayload(&version) && port.waitForReadyRead(1000)) { }
+    const QDeadlineTimer end(1000); // for all of it: each wait alone begins anew with every byte
+    while (asked && version.hardware.isEmpty() && !end.hasExpired()
+           && (board.readPayload(&version) || port.waitForReadyRead(static_cast<int>(end.remainingTime())))) { }
     if (version.hardware.isEmpty()) {
-        QTextStream(stderr) << "no version from " << port.portName() << ": " << port.errorString() << Qt::endl;
+        qCritical("%s: %s", qPrintable(port.portName()), asked ? "no version came" : qPrintable(port.errorString()));
         return 1;
     }
     VersionParser boardSide(true); // for a simulated board of your own; used directly, a parser throws what is wrong
     boardSide.init();
     QString sentence;
     boardSide.build(&version, sentence);
-    QTextStream(stdout) << "hardware " << version.hardware << ", which a board tells by " << sentence << Qt::flush;
+    qInfo("hardware %s, which a board tells by %s", qPrintable(version.hardware), qPrintable(sentence.trimmed()));
 }
