@@ -17,6 +17,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
+const QByteArray noBoardYet = "no BoardA yet; jwprobe --type BoardA tells why";
 const QByteArray reply = "$PJWVER,7300022,1,4,0*0d";
 
 QByteArray readFile(const QString &name)
@@ -74,8 +75,10 @@ private Q_SLOTS:
     void ownSentencesTellsWhyThereAreNone_data();
     void ownSentencesTellsWhyThereAreNone();
     void lostBoardIsTakenAgainWhenItReturns();
+    void missingBoardIsToldOnce();
     void boardIsTakenBesideOneThatIsNotWanted();
     void loggingWritesTrafficToTheFileAndAllToQt();
+    void loggingTellsThatThereIsNoBoard();
     void loggingTellsThatTheFileCannotBeWritten();
     void boundProbeTellsWhatKeptItOpen();
     void boundProbeEndsEarlyWhenAllIsSettled();
@@ -147,7 +150,7 @@ void TestExamples::findBoardsNamesWhatIsMissing()
     const Outcome outcome = run(program("01-find-boards"));
 
     QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardB was not found"}));
-    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.status, 1);
 }
 
 void TestExamples::findBoardsEndsWithoutAnyPort()
@@ -155,7 +158,7 @@ void TestExamples::findBoardsEndsWithoutAnyPort()
     const Outcome outcome = run(program("01-find-boards"));
 
     QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA was not found", "BoardB was not found"}));
-    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.status, 1);
 }
 
 void TestExamples::exchangePayloadsTellsWhatWentOutAndCameBack()
@@ -226,6 +229,16 @@ void TestExamples::lostBoardIsTakenAgainWhenItReturns()
     QVERIFY(!run.isOver());
 }
 
+void TestExamples::missingBoardIsToldOnce()
+{
+    Board *const silent = add(QStringLiteral("BoardA,ignore=1000"));
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(silent->queryCount() == 9); // each search asks four times: this is the third
+
+    QCOMPARE(run.output(), noBoardYet + '\n');
+}
+
 void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
 {
     Board *const other = add(QStringLiteral("BoardB"));
@@ -235,7 +248,8 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
 
     Board *const board = add(QStringLiteral("BoardA"));
 
-    WAIT_FOR(run.output() == "the board is on " + board->portName().toLatin1() + '\n');
+    WAIT_FOR(linesOf(run.output())
+             == QList<QByteArray>({noBoardYet, "the board is on " + board->portName().toLatin1()}));
 }
 
 void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
@@ -256,6 +270,16 @@ void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
              QList<QByteArray>({"Communication ->  \"$PJWVER*0c\"", " Retry probing",
                                 "Communication ->  \"$PJWVER*0c\"", "Communication  <-  \"" + reply + '"'}));
     QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::loggingTellsThatThereIsNoBoard()
+{
+    const QTemporaryDir folder;
+
+    const Outcome outcome = run(program("05-logging"), {folder.filePath(QStringLiteral("traffic.log"))});
+
+    QVERIFY2(outcome.error.endsWith("no BoardA; jwprobe --type BoardA tells why\n"), outcome.error);
+    QCOMPARE(outcome.status, 1);
 }
 
 void TestExamples::loggingTellsThatTheFileCannotBeWritten()

@@ -1,4 +1,5 @@
-// Finds one board of each wanted type, says on which port it is, and ends when the last type is settled.
+// Finds one board of each wanted type, says on which port it is, and ends when the last type is settled,
+// with 1 when a board is missing.
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -14,9 +15,10 @@ int main(int argc, char **argv)
     const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
     const QList<JwDevice::Type> wanted = {JwDevice::BoardA, JwDevice::BoardB};
     int open = wanted.size();
+    int status = 0;
     const auto settle = [&] {
         if (--open == 0)
-            app.quit();
+            app.exit(status);
     };
 
     QObject owner; // of the boards that are found
@@ -37,11 +39,12 @@ int main(int argc, char **argv)
                      });
     QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&](JwDevice::Type type) {
         out << names[type] << " was not found" << Qt::endl;
+        status = 1;
         settle();
     });
 
     // Connect first: where no port can be opened, deviceNotFound() comes from within probe(). Probe when the event loop
-    // runs: a quit() before it is lost.
+    // runs: an exit() before it is lost.
     QTimer::singleShot(0, &initializer, [&] { initializer.probe(wanted); });
     return app.exec();
 }

@@ -33,6 +33,14 @@ int main(int argc, char **argv)
         out << "the board is on " << port->portName() << Qt::endl;
     };
 
+    bool told = false;
+    const auto giveUp = [&] {
+        search->deleteLater(); // the next turn makes a new one
+        if (!port && !told)
+            out << "no BoardA yet; jwprobe --type BoardA tells why" << Qt::endl;
+        told = true;
+    };
+
     // Asking for the list of ports is cheap, works on every system, and finds a board under a new port name too.
     QTimer watch;
     QObject::connect(&watch, &QTimer::timeout, &owner, [&] {
@@ -40,9 +48,9 @@ int main(int argc, char **argv)
             return;
         search = new JwDevice::Initializer(&owner); // each serves one probe
         QObject::connect(search, &JwDevice::Initializer::deviceInitialized, &owner, take);
-        // A board that just got its power may need longer than one search: the next turn makes a new one.
-        QObject::connect(search, &JwDevice::Initializer::deviceNotFound, search, &QObject::deleteLater);
-        QTimer::singleShot(3000, search, &QObject::deleteLater); // also while some other board answers
+        // A board that just got its power may need longer than one search.
+        QObject::connect(search, &JwDevice::Initializer::deviceNotFound, search, giveUp);
+        QTimer::singleShot(3000, search, giveUp); // also while some other board answers
         search->probe({JwDevice::BoardA});
     });
     watch.start(500);

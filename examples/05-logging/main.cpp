@@ -50,7 +50,10 @@ int main(int argc, char **argv)
         board->setParent(board->device());
         app.quit();
     });
-    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, &QCoreApplication::quit);
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&] {
+        qWarning("no BoardA; jwprobe --type BoardA tells why");
+        app.exit(1);
+    });
     QTimer::singleShot(0, &initializer, [&] { initializer.probe({JwDevice::BoardA}); });
     return app.exec();
 }
