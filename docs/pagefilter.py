@@ -13,6 +13,7 @@ import sys
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PICTURE = re.compile(r'<!-- picture (\S+): (.*?) -->\n+```\w*\n.*?^```$', re.S | re.M)
 FENCE = re.compile(r'^ *```.*?^ *```$', re.S | re.M)
+TITLE = re.compile(r'^(# .+)$', re.M)
 HEADING = re.compile(r'^(##+ +)(.+)$', re.M)
 LINK = re.compile(r'\[([^][]+)\]\(([^()\s]+)\)')
 
@@ -33,7 +34,10 @@ class Page:
             self.text = page.read()
 
     def filtered(self):
-        text = PICTURE.sub(self.picture, self.text)
+        text = self.text
+        if os.path.relpath(self.name, ROOT) == 'README.md':  # or its page is called as the whole project is
+            text = TITLE.sub(r'\1: README', text, count=1)
+        text = PICTURE.sub(self.picture, text)
         parts, end = [], 0
         for fence in FENCE.finditer(text):
             parts += [self.prose(text[end:fence.start()]), fence.group()]
