@@ -71,7 +71,8 @@ QByteArray completed(const QString &program, const QString &line, const QStringL
                                             replacedPart(words.last()),
                                             program}
         + words;
-    const Outcome outcome = runProgram(jwsimProgram(), simulated(boards, command));
+    const Outcome outcome = boards.isEmpty() ? runProgram(command.first(), command.mid(1))
+                                             : runProgram(jwsimProgram(), simulated(boards, command));
     QList<QByteArray> replies = linesOf(outcome.output);
     std::sort(replies.begin(), replies.end());
     return outcome.error + replies.join(' ');

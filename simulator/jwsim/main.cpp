@@ -16,9 +16,14 @@ namespace {
 const int wrongUse = 2;
 const int lastWords = 20; // milliseconds in which the boards still get what COMMAND wrote before it ended
 
-int complain(const QString &text)
+void tell(const QString &text)
 {
     std::fprintf(stderr, "jwsim: %s\n", qPrintable(text.simplified()));
+}
+
+int complain(const QString &text)
+{
+    tell(text);
     return wrongUse;
 }
 
@@ -33,6 +38,8 @@ int run(const Arguments &arguments)
     QString error;
     if (!testbed.add(arguments.boards, &error))
         return complain(error);
+    if (arguments.boards.isEmpty())
+        tell(QStringLiteral("no board is simulated; add one, for example --board BoardA"));
     testbed.restartClock();
     const int status = runner.run(arguments.command);
     if (!reportFile.isOpen())
