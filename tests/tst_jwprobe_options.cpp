@@ -154,6 +154,8 @@ void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     row("--doctor --retries 0", "--retries is for a search");
     row("--doctor --traffic", "--traffic is for a search");
     row("--udev-rules --raw-traffic", "--raw-traffic is for a search");
+    row("--udev-rules --port ttyACM0", "--port has no effect on --udev-rules");
+    row("--udev-rules --json", "--json has no effect on --udev-rules");
     row("--json=yes", "--help");
     row("--delay 5000", "--deadline");
     row("--type BoardC --delay 300 --deadline 300", "--deadline");

@@ -258,6 +258,16 @@ bool Parser::readAction(Options &options, QString *error) const
                             .arg(longName(option), given));
         }
     }
+    if (options.action != Options::ShowUdevRules)
+        return true;
+    for (const QCommandLineOption &option : {m_port, m_json}) {
+        if (m_parser.isSet(option)) {
+            return fail(error,
+                        QStringLiteral("%1 has no effect on %2, which always writes the same rules: leave one of them "
+                                       "out")
+                            .arg(longName(option), given));
+        }
+    }
     return true;
 }
 
