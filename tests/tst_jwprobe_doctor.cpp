@@ -31,6 +31,7 @@ private Q_SLOTS:
     void memberWhoseSessionIsOlderIsToldToLogInAgain();
     void groupWithoutAccessGetsAnotherWay();
     void refusalInSpiteOfRightsPointsAtTheContainer();
+    void commandOfAProgramWithAQuoteInItsPathRuns();
     void missingRuleIsInstalled_data();
     void missingRuleIsInstalled();
     void ruleThatIsThereIsApplied();
@@ -43,6 +44,7 @@ private Q_SLOTS:
     void holderThatCantBeSeenIsLookedForByRoot();
 
     void modemManagerThatMayTakeThePortIsNamed();
+    void modemManagerRuleThatIsThereIsApplied();
     void modemManagerThatKeepsOffIsNoTrouble_data();
     void modemManagerThatKeepsOffIsNoTrouble();
     void severalTroublesAreShownTogether();
@@ -195,6 +197,21 @@ void TestJwprobeDoctor::refusalInSpiteOfRightsPointsAtTheContainer()
                QStringLiteral("    --device=/dev/%1\n").arg(m_port)});
 }
 
+void TestJwprobeDoctor::commandOfAProgramWithAQuoteInItsPathRuns()
+{
+    const QTemporaryDir folder;
+    const QString program = folder.filePath(QStringLiteral("it's \"$HOME\""));
+    QVERIFY(QFile::link(jwprobeProgram(), program));
+    const Outcome outcome =
+        runSandboxed({boardOn("BoardB", m_port, "open=denied")}, QStringLiteral("\"$@\""), {program, doctor});
+    const QString command = QRegularExpression(QStringLiteral("    (.* --udev-rules) \\| sudo tee"))
+                                .match(QString::fromLocal8Bit(outcome.output))
+                                .captured(1);
+    const Outcome rules = runProgram(QStringLiteral("sh"), {QStringLiteral("-c"), command});
+    QVERIFY2(rules.status == 0, rules.error.constData());
+    QVERIFY(rules.output.contains("SUBSYSTEM"));
+}
+
 void TestJwprobeDoctor::missingRuleIsInstalled_data()
 {
     QTest::addColumn<QString>("keys");
@@ -332,6 +349,16 @@ void TestJwprobeDoctor::modemManagerThatMayTakeThePortIsNamed()
          QStringLiteral("    %1 --udev-rules | sudo tee /etc/udev/rules.d/60-jwdevice.rules\n").arg(jwprobeProgram()),
          QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger\n"),
          QStringLiteral("    sudo systemctl disable --now ModemManager\n")});
+}
+
+void TestJwprobeDoctor::modemManagerRuleThatIsThereIsApplied()
+{
+    const Outcome outcome = examine(QString(), installRules + fakeModemManager);
+    QCOMPARE(outcome.status, 1);
+    verifyHas(outcome,
+              {QStringLiteral("/run/udev/rules.d/60-jwdevice.rules"),
+               QStringLiteral("    sudo udevadm control --reload && sudo udevadm trigger\n")});
+    QVERIFY2(!outcome.output.contains("sudo tee"), outcome.output.constData());
 }
 
 void TestJwprobeDoctor::modemManagerThatKeepsOffIsNoTrouble_data()

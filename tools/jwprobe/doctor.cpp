@@ -37,9 +37,16 @@ std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
     Trouble trouble{QStringLiteral("modemManager"),
                     QStringLiteral("ModemManager (pid %1) is not told to leave this port alone").arg(pid),
                     {QStringLiteral("It may take the port for a modem, and hold it for a while whenever the board is "
-                                    "plugged in. Apply the udev rules that keep it off, then plug the board in "
-                                    "again:")}};
-    trouble.advice += installRulesCommands(port);
+                                    "plugged in.")}};
+    const QString file = findModemManagerRule(port);
+    if (file.isEmpty()) {
+        trouble.advice += QStringLiteral("Install the udev rules that keep it off, then plug the board in again:");
+        trouble.advice += installRulesCommands(port);
+    } else {
+        trouble.advice +=
+            QStringLiteral("Apply the udev rule that keeps it off, in %1, then plug the board in again:").arg(file);
+        trouble.advice += applyRulesCommands();
+    }
     trouble.advice += QStringLiteral("Or stop it, if this machine has no modem:");
     trouble.advice += QStringLiteral("    sudo systemctl disable --now ModemManager");
     return trouble;

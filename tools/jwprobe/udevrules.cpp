@@ -22,9 +22,12 @@ const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 // The user's own word for this program: it need not be in his PATH.
 QString thisProgram()
 {
-    const QString word = QCoreApplication::arguments().value(0);
+    QString word = QCoreApplication::arguments().value(0);
     static const QRegularExpression special(QStringLiteral("[^\\w./+-]"));
-    return word.contains(special) ? QLatin1Char('\'') + word + QLatin1Char('\'') : word;
+    if (!word.contains(special))
+        return word;
+    word.replace(QLatin1Char('\''), QLatin1String("'\\''"));
+    return QLatin1Char('\'') + word + QLatin1Char('\'');
 }
 
 QStringList rulesOf(const QString &fileName)
@@ -40,23 +43,15 @@ QStringList rulesOf(const QString &fileName)
     return rules;
 }
 
-bool givesAccess(const QString &rule, const PortIdentity &port)
+bool isFor(const QString &rule, const PortIdentity &port)
 {
-    static const QRegularExpression access(QStringLiteral("\"uaccess\"|MODE\\s*:?=\\s*\"0?666\""));
     const auto names = [&rule](const QString &text) {
         return !text.isEmpty() && rule.contains(QStringLiteral("==\"%1\"").arg(text), Qt::CaseInsensitive);
     };
-    return rule.contains(access) && (names(idText(port.vendorId)) || names(port.manufacturer));
+    return names(idText(port.vendorId)) || names(port.manufacturer);
 }
 
-} // namespace
-
-QString udevRules()
-{
-    return QString::fromUtf8(udevRulesText);
-}
-
-QString findAccessRule(const PortIdentity &port)
+QString findRule(const PortIdentity &port, const QRegularExpression &effect)
 {
     static const char *const folders[] = {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
@@ -71,11 +66,30 @@ QString findAccessRule(const PortIdentity &port)
             const QString path = dir.filePath(name);
             const QStringList rules = rulesOf(path);
             if (std::any_of(rules.begin(), rules.end(),
-                            [&port](const QString &rule) { return givesAccess(rule, port); }))
+                            [&](const QString &rule) { return rule.contains(effect) && isFor(rule, port); }))
                 return path;
         }
     }
     return {};
+}
+
+} // namespace
+
+QString udevRules()
+{
+    return QString::fromUtf8(udevRulesText);
+}
+
+QString findAccessRule(const PortIdentity &port)
+{
+    static const QRegularExpression access(QStringLiteral("\"uaccess\"|MODE\\s*:?=\\s*\"0?666\""));
+    return findRule(port, access);
+}
+
+QString findModemManagerRule(const PortIdentity &port)
+{
+    static const QRegularExpression ignore(QStringLiteral("ENV\\{ID_MM_(DEVICE|PORT)_IGNORE\\}\\s*:?=\\s*\"1\""));
+    return findRule(port, ignore);
 }
 
 QStringList installRulesCommands(const PortIdentity &port)

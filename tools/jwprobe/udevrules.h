@@ -13,6 +13,9 @@ QString udevRules();
 /// none. A rule counts when it names the port's vendor id or manufacturer.
 QString findAccessRule(const PortIdentity &port);
 
+/// As findAccessRule(), for a rule that keeps ModemManager off the port.
+QString findModemManagerRule(const PortIdentity &port);
+
 /// Shell commands, with blanks in front, that give every user at the machine access and keep ModemManager off.
 QStringList installRulesCommands(const PortIdentity &port);
 
