@@ -6,6 +6,11 @@
 #include <QSerialPort>
 #include <QTest>
 
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 using namespace JwProbe;
 using JwDevice::PortReport;
 
@@ -24,6 +29,7 @@ private Q_SLOTS:
     void onlyAPortAmongOthersIsToBeAskedAlone();
     void aLostPortThatIsGoneWasUnplugged();
     void aPortThatDoesNotOpenSaysWhy();
+    void aPortThatOpensByNowKeepsItsError();
     void aNameThatTheSystemDoesNotKnowIsNoSuchPort();
     void withoutPermissionGroupAndRuleAreTold();
     void aLivingLockHolderIsNamed();
@@ -219,6 +225,19 @@ void TstJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
     QVERIFY(!diagnosis.advice.isEmpty());
 }
 
+void TstJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
+{
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(::grantpt(master) == 0 && ::unlockpt(master) == 0);
+    PortIdentity port = portOfItsOwn();
+    port.location = QString::fromLocal8Bit(::ptsname(master));
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::UnsupportedOperationError), true);
+    ::close(master);
+    QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
+    QCOMPARE(diagnosis.summary, QStringLiteral("does not open: serial port error 10"));
+    QCOMPARE(diagnosis.advice.last(), QStringLiteral("    sudo dmesg | tail"));
+}
+
 void TstJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
 {
     PortIdentity port = existingPort();
@@ -254,14 +273,17 @@ void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
     QVERIFY2(diagnosis.summary.contains(QLatin1String("tst_jwprobe")), qPrintable(diagnosis.summary));
 }
 
+// Locked, as by a child of that process: QSerialPort would remove it otherwise.
 void TstJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
 {
     const PortIdentity port = portOfItsOwn();
     QFile file(lockFileName(port.name));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("999999999\n"); // more than any system's highest
-    file.close();
+    file.flush();
+    QCOMPARE(::flock(file.handle(), LOCK_EX), 0);
     const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
+    file.close();
     QVERIFY(file.remove());
     QCOMPARE(diagnosis.state, QStringLiteral("held"));
     QVERIFY2(diagnosis.advice.contains(QLatin1String("    sudo rm ") + file.fileName()),

@@ -7,11 +7,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSerialPort>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 /// jwprobe --doctor: each trouble is made, and the command that mends it must be shown.
 class TestJwprobeDoctor : public QObject
@@ -37,10 +42,16 @@ private Q_SLOTS:
     void ruleThatIsThereIsApplied();
     void appliedRuleNamesItsLimit();
 
+    void brokenDeviceFileIsToBePluggedInAgain_data();
+    void brokenDeviceFileIsToBePluggedInAgain();
+
+    void processThatHasThePortOpenIsNamed_data();
     void processThatHasThePortOpenIsNamed();
     void ownerOfALockFileIsNamed();
     void lockFileLeftBehindIsRemoved();
-    void lockFileWithoutAnOwnerIsNamed();
+    void lockFileWithoutAnOwnerIsRemoved();
+    void lockFileCountsWhenItStopsTheSearch_data();
+    void lockFileCountsWhenItStopsTheSearch();
     void holderThatCantBeSeenIsLookedForByRoot();
 
     void modemManagerThatMayTakeThePortIsNamed();
@@ -58,6 +69,7 @@ private Q_SLOTS:
 private:
     Outcome examine(const QString &keys, const QString &prepare, const QStringList &options = {}) const;
     Outcome examineAsNobody(const QString &prepare) const;
+    Outcome examineAndSearch(const QString &prepare, bool asAnother = false) const;
 
     QString m_port;
 };
@@ -67,8 +79,8 @@ namespace {
 const QString doctor = QStringLiteral("--doctor");
 const QString json = QStringLiteral("--json");
 
-const QString fakeModemManager =
-    QStringLiteral("cp \"$(command -v sleep)\" /run/ModemManager; /run/ModemManager 600 & ");
+const QString fakeModemManager = QStringLiteral("cp \"$(command -v sleep)\" /run/ModemManager; /run/ModemManager 600 & "
+                                                "until grep -q ModemManager /proc/$!/comm; do :; done; ");
 
 const QString installRules = QStringLiteral("cp \"%1\" /run/udev/rules.d/; ")
                                  .arg(QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"));
@@ -91,6 +103,66 @@ bool isRoot()
     return ::geteuid() == 0;
 }
 
+/// A terminal, which a port is to programs: the simulated ones show another device number than what a program has open.
+class Terminal
+{
+public:
+    Terminal()
+        : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        if (::grantpt(m_master) == 0 && ::unlockpt(m_master) == 0)
+            m_location = QString::fromLocal8Bit(::ptsname(m_master));
+    }
+    ~Terminal() { ::close(m_master); }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    JwProbe::PortIdentity port(const QString &name) const
+    {
+        JwProbe::PortIdentity port;
+        port.name = name;
+        port.location = m_location;
+        port.isKnown = true;
+        return port;
+    }
+    bool isFree() const
+    {
+        QSerialPort port(m_location);
+        return port.open(QIODevice::ReadWrite);
+    }
+    /// Refuses further users from now on. Root is refused too, once this thread gave up a right of his.
+    void refuseOthers() const
+    {
+        const int descriptor = ::open(QFile::encodeName(m_location).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        QCOMPARE(::ioctl(descriptor, TIOCEXCL), 0);
+        ::close(descriptor);
+    }
+
+private:
+    const int m_master;
+    QString m_location;
+};
+
+/// As long as it lives root has to ask as others do in what isn't about files.
+class WithoutAdministration
+{
+public:
+    WithoutAdministration()
+    {
+        ::syscall(SYS_capget, &m_header, m_before);
+        __user_cap_data_struct now[] = {m_before[0], m_before[1]};
+        now[0].effective &= ~(1u << CAP_SYS_ADMIN);
+        ::syscall(SYS_capset, &m_header, now);
+    }
+    ~WithoutAdministration() { ::syscall(SYS_capset, &m_header, m_before); }
+    WithoutAdministration(const WithoutAdministration &) = delete;
+    WithoutAdministration &operator=(const WithoutAdministration &) = delete;
+
+private:
+    __user_cap_header_struct m_header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct m_before[2] = {};
+};
+
 } // namespace
 
 Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, const QStringList &options) const
@@ -110,6 +182,19 @@ Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
                                      QStringLiteral("sh"), jwprobeProgram(), doctor}));
     }
     return runSandboxed({boardOn("BoardB", m_port)}, prepare + asNobody, {jwprobeProgram(), doctor});
+}
+
+// Behind the outcome of the doctor stands that of a search, which must agree. The search comes second: it removes a
+// lock file that stops nobody.
+Outcome TestJwprobeDoctor::examineAndSearch(const QString &prepare, bool asAnother) const
+{
+    const QString run = asAnother ? QStringLiteral("( %1 )").arg(asNobody) : QStringLiteral("\"$@\"");
+    return runSandboxed({boardOn("BoardB", m_port)},
+                        QStringLiteral("sleep 600 & user=$!; until grep -q sleep /proc/$user/comm; do :; done; "
+                                       "lock=/var/lock/LCK..%1; %2 set -- \"$1\" --doctor; %3; echo doctor $?; "
+                                       "set -- \"$1\" --type BoardB --json; %3; echo search $?")
+                            .arg(m_port, prepare, run),
+                        {jwprobeProgram()});
 }
 
 void TestJwprobeDoctor::healthyPortIsSaidInOneLine()
@@ -264,66 +349,166 @@ void TestJwprobeDoctor::appliedRuleNamesItsLimit()
     QVERIFY2(!outcome.output.contains("udevadm"), outcome.output.constData());
 }
 
-// The simulated ports show another device number than what a program has open, so this one is a terminal.
+void TestJwprobeDoctor::brokenDeviceFileIsToBePluggedInAgain_data()
+{
+    QTest::addColumn<QString>("prepare");
+    QTest::addColumn<QString>("summary");
+    QTest::newRow("missing") << QStringLiteral("rm \"$node\"; ")
+                             << QStringLiteral("/dev/%1: No such file or directory");
+    QTest::newRow("no device file") << QStringLiteral("rm \"$node\"; : > \"$node\"; ")
+                                    << QStringLiteral("does not open: Inappropriate ioctl for device");
+    QTest::newRow("does not open") << QStringLiteral("rm \"$node\"; mkdir \"$node\"; ")
+                                   << QStringLiteral("does not open: Is a directory");
+}
+
+void TestJwprobeDoctor::brokenDeviceFileIsToBePluggedInAgain()
+{
+    QFETCH(QString, prepare);
+    QFETCH(QString, summary);
+    if (summary.contains(QLatin1String("%1")))
+        summary = summary.arg(m_port);
+    const Outcome outcome = examineAndSearch(QStringLiteral("node=$UMOCKDEV_DIR/dev/%1; ").arg(m_port) + prepare);
+    verifyHas(
+        outcome,
+        {QStringLiteral("%1  %2\n"
+                        "    Unplug the board, plug it in again and run jwprobe again. What the kernel says about "
+                        "it:\n"
+                        "        sudo dmesg | tail\n"
+                        "doctor 1\n")
+             .arg(m_port, summary),
+         QStringLiteral("\"state\": \"openFailed\""), summary + QLatin1Char('"'), QStringLiteral("search 1")});
+}
+
+void TestJwprobeDoctor::processThatHasThePortOpenIsNamed_data()
+{
+    QTest::addColumn<bool>("forItself");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("summary");
+    QTest::newRow("for itself") << true << QStringLiteral("held")
+                                << QStringLiteral("held by another program: sleep (pid %1)");
+    QTest::newRow("beside others") << false << QStringLiteral("shared")
+                                   << QStringLiteral("also open in sleep (pid %1): both will lose bytes");
+}
+
 void TestJwprobeDoctor::processThatHasThePortOpenIsNamed()
 {
-    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    QVERIFY(master >= 0 && ::grantpt(master) == 0 && ::unlockpt(master) == 0);
-    JwProbe::PortIdentity port;
-    port.name = m_port;
-    port.location = QString::fromLocal8Bit(::ptsname(master));
-    port.isKnown = true;
+    QFETCH(bool, forItself);
+    QFETCH(QString, summary);
+    const Terminal terminal;
+    const JwProbe::PortIdentity port = terminal.port(m_port);
+    QCOMPARE(JwProbe::examine(port).size(), 0);
+    QProcess other;
+    other.setStandardInputFile(port.location);
+    other.start(QStringLiteral("sleep"), {QStringLiteral("600")});
+    QVERIFY(other.waitForStarted());
+    const qint64 pid = other.processId();
+    if (forItself)
+        terminal.refuseOthers();
 
-    QProcess holder;
-    holder.setStandardInputFile(port.location);
-    holder.start(QStringLiteral("sleep"), {QStringLiteral("600")});
-    QVERIFY(holder.waitForStarted());
-    const qint64 pid = holder.processId();
+    const WithoutAdministration restricted;
+    QCOMPARE(terminal.isFree(), !forItself);
     const QList<JwProbe::Trouble> troubles = JwProbe::examine(port);
-    holder.kill();
-    holder.waitForFinished();
-    const QList<JwProbe::Trouble> afterwards = JwProbe::examine(port);
-    ::close(master);
-
     QCOMPARE(troubles.size(), 1);
-    QCOMPARE(troubles.first().kind, QStringLiteral("held"));
-    QCOMPARE(troubles.first().summary, QStringLiteral("held by another program: sleep (pid %1)").arg(pid));
+    QTEST(troubles.first().kind, "kind");
+    QCOMPARE(troubles.first().summary, summary.arg(pid));
     QCOMPARE(troubles.first().advice.last(), QStringLiteral("    kill %1").arg(pid));
-    QCOMPARE(afterwards.size(), 0);
+    other.kill();
+    QVERIFY(other.waitForFinished());
 }
 
 void TestJwprobeDoctor::ownerOfALockFileIsNamed()
 {
     const Outcome outcome =
-        examine(QString(),
-                QStringLiteral("sleep 600 & echo \"owner $!\"; printf '%10d\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
-    QCOMPARE(outcome.status, 1);
+        examineAndSearch(QStringLiteral("echo \"owner $user\"; printf '%d\\nsleep\\n' $user > $lock; "));
     const QString owner =
         QRegularExpression(QStringLiteral("owner (\\d+)")).match(QString::fromLatin1(outcome.output)).captured(1);
     verifyHas(outcome,
               {QStringLiteral("%1  held by another program: sleep (pid %2)").arg(m_port, owner),
-               QStringLiteral("    kill %1\n").arg(owner)});
+               QStringLiteral("    kill %1\ndoctor 1\n").arg(owner), QStringLiteral("\"state\": \"held\""),
+               QStringLiteral("search 1")});
 }
 
+// QSerialPort removes such a file where it can.
 void TestJwprobeDoctor::lockFileLeftBehindIsRemoved()
 {
     const QString file = QStringLiteral("/var/lock/LCK..%1").arg(m_port);
-    const Outcome outcome = examine(
-        QString(), QStringLiteral("sh -c 'printf \"%10d\\n\" $$' > %1; \"$@\"; echo status $?; rm %1; ").arg(file));
-    QCOMPARE(outcome.status, 0); // of a second look, when it was removed
-    verifyHas(outcome,
+    const QString lock =
+        QStringLiteral("mount -t tmpfs tmpfs /run/lock; sh -c 'echo $$' > $lock; mount -o remount,bind,ro /run/lock; ");
+    verifyHas(examineAndSearch(lock),
               {QStringLiteral("%1  locked by %2, which process").arg(m_port, file),
-               QStringLiteral("    sudo rm %1\n").arg(file), QStringLiteral("status 1"),
-               QStringLiteral("%1  nothing keeps it from opening").arg(m_port)});
+               QStringLiteral("    sudo rm %1\ndoctor 1\n").arg(file), QStringLiteral("sudo rm %1\"").arg(file),
+               QStringLiteral("search 1")});
+    verifyHas(
+        examineAndSearch(lock
+                         + QStringLiteral("mount -o remount,bind,rw /run/lock; rm $lock; "
+                                          "mount -o remount,bind,ro /run/lock; ")),
+        {QStringLiteral("%1  nothing keeps it from opening\ndoctor 0\n").arg(m_port), QStringLiteral("search 0")});
 }
 
-void TestJwprobeDoctor::lockFileWithoutAnOwnerIsNamed()
+void TestJwprobeDoctor::lockFileWithoutAnOwnerIsRemoved()
 {
-    const Outcome outcome = examine(QString(), QStringLiteral("echo taken > /run/lock/LCK..%1; ").arg(m_port));
-    QCOMPARE(outcome.status, 1);
-    verifyHas(outcome,
-              {QStringLiteral("which doesn't tell whose it is"),
-               QStringLiteral("    sudo rm /var/lock/LCK..%1\n").arg(m_port)});
+    const QString file = QStringLiteral("/var/lock/LCK..%1").arg(m_port);
+    verifyHas(examineAndSearch(QStringLiteral("echo taken > $lock; ")),
+              {QStringLiteral("locked by %1, which names no process of this machine").arg(file),
+               QStringLiteral("    sudo rm %1\ndoctor 1\n").arg(file), QStringLiteral("search 1")});
+}
+
+void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
+{
+    QTest::addColumn<QString>("prepare");
+    QTest::addColumn<bool>("asAnother");
+    QTest::addColumn<QString>("said");
+    const auto row = [](const char *name, const char *prepare, const char *said, bool asAnother = false) {
+        QTest::newRow(name) << QString::fromLatin1(prepare) << asAnother << QString::fromLatin1(said);
+    };
+    const char *const well = "nothing keeps it from opening";
+    const char *const noProcess = "names no process of this machine";
+    row("of a process that is gone", "sh -c 'printf \"%10d\\n\" $$' > $lock; ", well);
+    row("its number is another program's by now", "printf '%d\\nminicom\\n' $user > $lock; ", well);
+    row("its number stands alone", "printf '%10d\\n' $user > $lock; ", well);
+    row("a minute old", "echo taken > $lock; touch -d '1 minute ago' $lock; ", well);
+    row("in a folder that is looked at later",
+        "mkdir /run/lock/lockdev; printf '%d\\nsleep\\n' $user > /run/lock/lockdev/${lock##*/}; ", well);
+    row("just made, and empty", ": > $lock; ", noProcess);
+    row("of another machine", "printf '%d\\nsleep\\nelsewhere\\n' $user > $lock; ", noProcess);
+    row("a minute old, and its user keeps hold of it",
+        "printf '%d\\nsleep\\n' $user > $lock; touch -d '1 minute ago' $lock; exec 9< $lock; flock 9; ",
+        "held by another program: sleep (pid");
+    const char *const left = "left behind";
+    row("its number is another program's by now, in a folder that can't be written",
+        "mount -t tmpfs tmpfs /run/lock; printf '%d\\nminicom\\n' $user > $lock; mount -o remount,bind,ro /run/lock; ",
+        left);
+    row("its number stands alone, in a folder that can't be written",
+        "mount -t tmpfs tmpfs /run/lock; echo $user > $lock; mount -o remount,bind,ro /run/lock; ",
+        "held by another program: sleep (pid");
+    if (!isRoot())
+        return; // nobody else has another user at hand
+    row("another user's, in a folder where all may remove their own",
+        "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", left, true);
+    row("one's own, in such a folder", "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chown nobody $lock; ", well,
+        true);
+    row("one's own, in a folder that is another user's", "sh -c 'echo $$' > $lock; chown nobody $lock; ", left, true);
+    row("another user's, in a folder where all may remove any",
+        "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", well, true);
+    row("another user's that only he can write to", "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0644 $lock; ",
+        left, true);
+    row("one's own, its number another user's program by now",
+        "echo $user > $lock; chown nobody $lock; chmod 1777 /run/lock; ", well, true);
+    row("another user's that is in use", "chmod 1777 /run/lock; printf '%d\\nsleep\\n' $user > $lock; ", "sudo kill",
+        true);
+}
+
+void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
+{
+    QFETCH(QString, prepare);
+    QFETCH(bool, asAnother);
+    QFETCH(QString, said);
+    const Outcome outcome =
+        examineAndSearch(QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + prepare, asAnother);
+    const bool isWell = said.startsWith(QLatin1String("nothing"));
+    verifyHas(
+        outcome,
+        {said, QStringLiteral("doctor %1\n").arg(isWell ? 0 : 1), QStringLiteral("search %1\n").arg(isWell ? 0 : 1)});
 }
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
@@ -382,9 +567,9 @@ void TestJwprobeDoctor::modemManagerThatKeepsOffIsNoTrouble()
 
 void TestJwprobeDoctor::severalTroublesAreShownTogether()
 {
-    const Outcome outcome =
-        examine(QStringLiteral("open=denied"),
-                fakeModemManager + QStringLiteral("printf '%10d\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
+    const Outcome outcome = examine(
+        QStringLiteral("open=denied"),
+        fakeModemManager + QStringLiteral("printf '%d\\nModemManager\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
     QCOMPARE(outcome.status, 1);
     verifyHas(outcome,
               {QStringLiteral("no permission"), QStringLiteral("held by another program: ModemManager"),

@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace JwProbe {
@@ -29,9 +30,10 @@ bool isPermissionError(int number)
     return number == EACCES || number == EPERM || number == EROFS;
 }
 
-QString replug()
+QStringList replug()
 {
-    return QStringLiteral("Unplug the board, plug it in again and run jwprobe again.");
+    return {QStringLiteral("Unplug the board, plug it in again and run jwprobe again. What the kernel says about it:"),
+            QStringLiteral("    sudo dmesg | tail")};
 }
 
 Obstacle hiddenHolder(const PortIdentity &port)
@@ -42,6 +44,16 @@ Obstacle hiddenHolder(const PortIdentity &port)
              QStringLiteral("    sudo fuser -v %1").arg(port.location)}};
 }
 
+// Of a port that did not open, though neither a permission nor a lock file is in the way.
+QList<Obstacle> findExclusiveHolders(const PortIdentity &port)
+{
+    QList<Obstacle> obstacles;
+    const QList<Holder> openers = findOpeners(port.location);
+    for (const Holder &opener : openers)
+        obstacles.append(heldBy(opener));
+    return obstacles.isEmpty() ? QList<Obstacle>{hiddenHolder(port)} : obstacles;
+}
+
 std::optional<Obstacle> findMissingNode(const PortIdentity &port, struct stat &device)
 {
     if (!port.isKnown) {
@@ -50,7 +62,7 @@ std::optional<Obstacle> findMissingNode(const PortIdentity &port, struct stat &d
                         {QStringLiteral("\"jwprobe --list\" shows the ports that there are.")}};
     }
     if (::stat(QFile::encodeName(port.location).constData(), &device) != 0) {
-        return Obstacle{Obstacle::Other, QStringLiteral("%1: %2").arg(port.location, systemError(errno)), {replug()}};
+        return Obstacle{Obstacle::Other, QStringLiteral("%1: %2").arg(port.location, systemError(errno)), replug()};
     }
     return std::nullopt;
 }
@@ -65,9 +77,8 @@ QList<Obstacle> findObstacles(const PortIdentity &port)
     QList<Obstacle> obstacles;
     if (::access(QFile::encodeName(port.location).constData(), R_OK | W_OK) != 0 && isPermissionError(errno))
         obstacles.append(noPermission(port, device));
-    const QList<Holder> holders = findHolders(port.name, device);
-    for (const Holder &holder : holders)
-        obstacles.append(heldBy(holder));
+    if (const std::optional<Holder> lock = findLock(port.name))
+        obstacles.append(heldBy(*lock));
     return obstacles;
 }
 
@@ -85,6 +96,8 @@ QString obstacleState(Obstacle::Kind kind)
         return QStringLiteral("noPermission");
     case Obstacle::Held:
         return QStringLiteral("held");
+    case Obstacle::Shared:
+        return QStringLiteral("shared");
     case Obstacle::None:
     case Obstacle::Other:
         break;
@@ -92,33 +105,43 @@ QString obstacleState(Obstacle::Kind kind)
     return QStringLiteral("openFailed");
 }
 
-Obstacle tryToOpen(const PortIdentity &port)
+QList<Obstacle> tryToOpen(const PortIdentity &port)
 {
     const int descriptor =
         ::open(QFile::encodeName(port.location).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    const int error = descriptor < 0 ? errno : 0;
+    termios settings = {};
+    const int error = descriptor < 0 || ::tcgetattr(descriptor, &settings) != 0 ? errno : 0;
     if (descriptor >= 0)
         ::close(descriptor);
     if (error == 0)
         return {};
     struct stat device = {};
     if (isPermissionError(error) && ::stat(QFile::encodeName(port.location).constData(), &device) == 0)
-        return noPermission(port, device);
+        return {noPermission(port, device)};
     if (error == EBUSY)
-        return hiddenHolder(port);
-    return {Obstacle::Other, QStringLiteral("does not open: %1").arg(systemError(error)), {replug()}};
+        return findExclusiveHolders(port);
+    return {{Obstacle::Other, QStringLiteral("does not open: %1").arg(systemError(error)), replug()}};
+}
+
+QList<Obstacle> findSharers(const PortIdentity &port)
+{
+    QList<Obstacle> obstacles;
+    const QList<Holder> openers = findOpeners(port.location);
+    for (const Holder &opener : openers)
+        obstacles.append(sharedWith(opener));
+    return obstacles;
 }
 
 Obstacle explainOpenError(const PortIdentity &port, int openError)
 {
-    Obstacle obstacle = findObstacle(port);
-    if (obstacle.kind == Obstacle::None)
-        obstacle = tryToOpen(port);
-    if (obstacle.kind != Obstacle::None)
-        return obstacle;
-    if (openError == QSerialPort::PermissionError)
-        return hiddenHolder(port);
-    return {Obstacle::Other, QStringLiteral("does not open: serial port error %1").arg(openError), {replug()}};
+    QList<Obstacle> obstacles = findObstacles(port);
+    if (obstacles.isEmpty())
+        obstacles = tryToOpen(port);
+    if (obstacles.isEmpty() && openError == QSerialPort::PermissionError)
+        obstacles = findExclusiveHolders(port);
+    if (!obstacles.isEmpty())
+        return obstacles.first();
+    return {Obstacle::Other, QStringLiteral("does not open: serial port error %1").arg(openError), replug()};
 }
 
 } // namespace JwProbe

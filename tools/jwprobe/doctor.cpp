@@ -12,11 +12,6 @@ namespace JwProbe {
 
 namespace {
 
-Trouble asTrouble(const Obstacle &obstacle)
-{
-    return {obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};
-}
-
 qint64 findModemManager()
 {
     const QList<qint64> pids = processIds();
@@ -56,15 +51,14 @@ std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
 
 QList<Trouble> examine(const PortIdentity &port)
 {
+    QList<Obstacle> obstacles = findObstacles(port);
+    if (obstacles.isEmpty())
+        obstacles = tryToOpen(port);
+    if (obstacles.isEmpty())
+        obstacles = findSharers(port);
     QList<Trouble> troubles;
-    const QList<Obstacle> obstacles = findObstacles(port);
-    for (const Obstacle &obstacle : obstacles)
-        troubles.append(asTrouble(obstacle));
-    if (obstacles.isEmpty()) {
-        const Obstacle obstacle = tryToOpen(port);
-        if (obstacle.kind != Obstacle::None)
-            troubles.append(asTrouble(obstacle));
-    }
+    for (const Obstacle &obstacle : qAsConst(obstacles))
+        troubles.append({obstacleState(obstacle.kind), obstacle.summary, obstacle.advice});
     if (const std::optional<Trouble> trouble = modemManagerTrouble(port))
         troubles.append(*trouble);
     return troubles;

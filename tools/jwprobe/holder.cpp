@@ -2,13 +2,18 @@
 
 #include "process.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
+#include <QSysInfo>
 
 #include <algorithm>
+#include <cstdlib>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,31 +21,63 @@ namespace JwProbe {
 
 namespace {
 
-// Where programs that keep to the custom leave word that they use a port; QSerialPort takes the first it can write to.
-QList<Holder> lockHolders(const QString &portName)
+constexpr qint64 staleLockTime = 30000; // ms, QLockFile's own
+
+// As QSerialPort chooses it: the first that is there, or that could be made.
+QFileInfo findLockFile(const QString &portName)
 {
     static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
                                           "/tmp",      "/var/tmp",   "/var/lock/lockdev", "/run/lock"};
     const QString name = QStringLiteral("LCK..") + QString(portName).replace(QLatin1Char('/'), QLatin1Char('_'));
-    QList<Holder> holders;
-    QStringList seen; // one folder is often a link to another
     for (const char *folder : folders) {
-        const QFileInfo file(QDir(QLatin1String(folder)), name);
-        const QString path = file.canonicalFilePath();
-        if (path.isEmpty() || seen.contains(path))
-            continue;
-        seen.append(path);
-        Holder holder;
-        holder.lockFile = file.filePath();
-        QString host;
-        QString application;
-        if (QLockFile(holder.lockFile).getLockInfo(&holder.pid, &host, &application))
-            holder.isRunning = isAlive(holder.pid);
-        else
-            holder.pid = 0;
-        holders.append(holder);
+        const QFileInfo info{QLatin1String(folder)};
+        const QFileInfo file(QDir(info.filePath()), name);
+        if (info.isReadable() && (file.exists() || info.isWritable()))
+            return file;
     }
-    return holders;
+    return {};
+}
+
+// As QLockFile sees it: a process whose program is another one, or can't be told, has the number of one that is gone.
+bool isStale(const QFileInfo &file, const Holder &holder, const QString &application)
+{
+    if (holder.pid != 0) {
+        const QString name = isAlive(holder.pid) ? executableName(holder.pid) : QString();
+        if (name.isEmpty() || name != application)
+            return true;
+    }
+    return std::abs(file.lastModified().msecsTo(QDateTime::currentDateTime())) > staleLockTime;
+}
+
+// Whether QLockFile could write to it, lock it and take it out of its folder.
+bool isRemovable(const QFileInfo &file)
+{
+    const QFileInfo folder(file.path());
+    const uint user = ::geteuid();
+    struct stat status = {};
+    if (!folder.isWritable() || ::stat(QFile::encodeName(folder.filePath()).constData(), &status) != 0)
+        return false;
+    if ((status.st_mode & S_ISVTX) != 0 && user != 0 && user != file.ownerId() && user != folder.ownerId())
+        return false;
+    const int descriptor = ::open(QFile::encodeName(file.filePath()).constData(), O_WRONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool isFree = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    ::close(descriptor);
+    return isFree;
+}
+
+QString processText(qint64 pid)
+{
+    const QString name = programName(pid);
+    return name.isEmpty() ? QStringLiteral("process %1").arg(pid) : QStringLiteral("%1 (pid %2)").arg(name).arg(pid);
+}
+
+// The number may be another process's by now. One that can't be looked into counts as the owner.
+bool isOwner(qint64 pid, const QString &application)
+{
+    const QString name = executableName(pid);
+    return isAlive(pid) && (application.isEmpty() || name.isEmpty() || name == application);
 }
 
 bool hasOpen(qint64 pid, const struct stat &device)
@@ -54,53 +91,67 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-QList<Holder> openHolders(const struct stat &device)
+} // namespace
+
+std::optional<Holder> findLock(const QString &portName)
 {
-    QList<Holder> holders;
-    if (!S_ISCHR(device.st_mode))
-        return holders;
+    const QFileInfo file = findLockFile(portName);
+    if (!file.exists())
+        return std::nullopt;
+    Holder holder;
+    holder.lockFile = file.filePath();
+    QString host;
+    QString application;
+    const bool isReadable = QLockFile(holder.lockFile).getLockInfo(&holder.pid, &host, &application);
+    if (!isReadable || (!host.isEmpty() && host != QSysInfo::machineHostName()))
+        holder.pid = 0;
+    if (isStale(file, holder, application) && isRemovable(file))
+        return std::nullopt;
+    holder.isRunning = holder.pid != 0 && isOwner(holder.pid, application);
+    return holder;
+}
+
+QList<Holder> findOpeners(const QString &location)
+{
+    QList<Holder> openers;
+    struct stat device = {};
+    if (::stat(QFile::encodeName(location).constData(), &device) != 0 || !S_ISCHR(device.st_mode))
+        return openers;
     const QList<qint64> pids = processIds();
     for (const qint64 pid : pids) {
         if (pid != ::getpid() && hasOpen(pid, device))
-            holders.append({pid, QString(), true});
+            openers.append({pid, QString(), true});
     }
-    return holders;
-}
-
-} // namespace
-
-QList<Holder> findHolders(const QString &portName, const struct stat &device)
-{
-    QList<Holder> holders = lockHolders(portName);
-    const QList<Holder> openers = openHolders(device);
-    for (const Holder &opener : openers) {
-        const auto isSame = [&opener](const Holder &holder) { return holder.pid == opener.pid; };
-        if (std::none_of(holders.begin(), holders.end(), isSame))
-            holders.append(opener);
-    }
-    std::stable_partition(holders.begin(), holders.end(), [](const Holder &holder) { return holder.isRunning; });
-    return holders;
+    return openers;
 }
 
 Obstacle heldBy(const Holder &holder)
 {
     if (holder.isRunning) {
-        const QString program = programName(holder.pid);
         return {Obstacle::Held,
-                program.isEmpty() ? QStringLiteral("held by another program (pid %1)").arg(holder.pid)
-                                  : QStringLiteral("held by another program: %1 (pid %2)").arg(program).arg(holder.pid),
+                QStringLiteral("held by another program: %1").arg(processText(holder.pid)),
                 {QStringLiteral("Let that program close the port, or end it, and run jwprobe again:"),
                  QStringLiteral("    ") + endCommand(holder.pid)}};
     }
     const QString remove = QStringLiteral("    sudo rm %1").arg(holder.lockFile);
     if (holder.pid == 0) {
         return {Obstacle::Held,
-                QStringLiteral("locked by %1, which doesn't tell whose it is").arg(holder.lockFile),
+                QStringLiteral("locked by %1, which names no process of this machine").arg(holder.lockFile),
                 {QStringLiteral("If no program uses the port, remove the file:"), remove}};
     }
     return {Obstacle::Held,
             QStringLiteral("locked by %1, which process %2 left behind").arg(holder.lockFile).arg(holder.pid),
             {QStringLiteral("That process is gone. Remove the file:"), remove}};
+}
+
+Obstacle sharedWith(const Holder &opener)
+{
+    return {
+        Obstacle::Shared,
+        QStringLiteral("also open in %1: both will lose bytes").arg(processText(opener.pid)),
+        {QStringLiteral("What the board sends goes to the one or the other. Let that program close the port, or end "
+                        "it:"),
+         QStringLiteral("    ") + endCommand(opener.pid)}};
 }
 
 } // namespace JwProbe

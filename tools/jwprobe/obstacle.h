@@ -5,10 +5,10 @@
 
 namespace JwProbe {
 
-/// What keeps this user from opening a port.
+/// What keeps this user from opening a port, or from having it for himself.
 struct Obstacle
 {
-    enum Kind { None, NoSuchPort, NoPermission, Held, Other };
+    enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Other };
 
     Kind kind = None;
     QString summary; ///< such as "held by minicom (pid 4711)"

@@ -45,13 +45,16 @@ Doctor
   For each candidate port, or those named by --port, standard output says what
   keeps it from opening and the command that mends it: no permission for this
   user, session or group, no udev rule; another program that has it open, or its
-  lock file; a lock file left behind; ModemManager, which udev was not told to
-  keep off the port. It changes nothing, and opens a port for an instant only
-  when it sees no trouble. With --json:
+  lock file; a lock file left behind that this user may not remove. It also
+  names what may keep a board from being found, which counts as trouble too:
+  another program that has the port open and lets others open it; ModemManager,
+  which udev was not told to keep off the port. It changes nothing, and opens a
+  port for an instant only when it sees no trouble. With --json:
     {"version", "ports": [{PORT, "troubles": [{"kind", "summary",
                                                "advice": [LINE...]}...]}...],
      "advice": [LINE...], "exitStatus"}
-  "kind" is one of noSuchPort, noPermission, held, openFailed, modemManager.
+  "kind" is one of noSuchPort, noPermission, held, openFailed, shared,
+  modemManager.
 
 Monitor
   Each payload is one line: local time, port, "<-" from the board or "->" to it,

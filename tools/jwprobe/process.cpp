@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <cerrno>
 #include <csignal>
@@ -32,6 +33,15 @@ QString programName(qint64 pid)
 {
     QFile file(QStringLiteral("/proc/%1/comm").arg(pid));
     return file.open(QIODevice::ReadOnly) ? printable(QString::fromLocal8Bit(file.readAll()).trimmed()) : QString();
+}
+
+QString executableName(qint64 pid)
+{
+    QString path = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
+    const QLatin1String mark(" (deleted)"); // an update replaced it
+    if (path.endsWith(mark))
+        path.chop(mark.size());
+    return QFileInfo(path).fileName();
 }
 
 QString endCommand(qint64 pid)

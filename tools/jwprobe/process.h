@@ -13,6 +13,9 @@ bool isAlive(qint64 pid);
 /// The short name of the program that a process runs, fit for a terminal; empty when it can't be told.
 QString programName(qint64 pid);
 
+/// The name of the file that a process runs; empty when it can't be told, as of another user's process.
+QString executableName(qint64 pid);
+
 /// The shell command that ends a process.
 QString endCommand(qint64 pid);
 
