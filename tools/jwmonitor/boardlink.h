@@ -1,0 +1,19 @@
+#pragma once
+
+#include <device/communicator.h>
+#include <device/type.h>
+
+#include <QPointer>
+#include <QString>
+
+namespace JwMonitor {
+
+/// A board that was found. The Communicator belongs to whoever found the board, and may go at any time.
+struct BoardLink
+{
+    QString port;
+    JwDevice::Type type;
+    QPointer<JwDevice::Communicator> communicator;
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "historyscan.h"
+
+#include <QAbstractTableModel>
+
+#include <deque>
+#include <functional>
+
+namespace JwMonitor {
+
+/// The rows of a history which a test lets through. Unlike a proxy of Qt's, it never blocks for the whole of a large
+/// history, and it can stand still while the history goes on.
+class HistoryFilter : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    using Test = std::function<bool(int sourceRow)>;
+
+    explicit HistoryFilter(QAbstractItemModel *source, QObject *parent = nullptr);
+    ~HistoryFilter() override;
+
+    /// Empty: all rows. The rows come back part by part.
+    void setTest(const Test &test);
+    /// While paused no row is added; the ones that the source drops go all the same.
+    void setPaused(bool paused);
+    bool isPaused() const { return m_scan.isPaused(); }
+
+    int sourceRow(int row) const;
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    int columnCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+
+private:
+    void add(int first, int last);
+    void drop(qint64 firstNumber);
+    void passOnChange(const QModelIndex &topLeft, const QModelIndex &bottomRight);
+
+    QAbstractItemModel *const m_source;
+    HistoryScan m_scan;
+    Test m_test;
+    std::deque<qint64> m_numbers; // of the rows let through
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QTimer>
+#include <QVector>
+
+#include <algorithm>
+#include <deque>
+
+namespace JwMonitor {
+
+/// The base of tables to which records are added at the end, and which keep the newest ones only. What is added becomes
+/// rows in batches, so that views have work at most every few ten milliseconds, however much comes in.
+template <typename Record>
+class HistoryModel : public QAbstractTableModel
+{
+public:
+    static constexpr int maxRows = 100000;
+    static constexpr int batchMs = 30;
+
+    explicit HistoryModel(QObject *parent = nullptr)
+        : QAbstractTableModel(parent)
+    {
+        m_timer.setSingleShot(true);
+        connect(&m_timer, &QTimer::timeout, this, [this] { flush(); });
+    }
+
+    void append(const Record &record)
+    {
+        m_pending.append(record);
+        if (m_pending.size() >= maxRows) // nobody let the timer run
+            flush();
+        else if (!m_timer.isActive())
+            m_timer.start(batchMs);
+    }
+
+    /// Makes rows of what was added since the last batch.
+    void flush()
+    {
+        m_timer.stop();
+        if (m_pending.isEmpty())
+            return;
+        QVector<Record> batch;
+        batch.swap(m_pending);
+        dropOldest(rowCount() + batch.size() - maxRows);
+        beginInsertRows({}, rowCount(), rowCount() + batch.size() - 1);
+        std::move(batch.begin(), batch.end(), std::back_inserter(m_records));
+        endInsertRows();
+    }
+
+    void clear()
+    {
+        m_pending.clear();
+        dropOldest(rowCount());
+    }
+
+    /// The record of a row.
+    const Record &record(int row) const { return m_records[static_cast<size_t>(row)]; }
+
+    int rowCount(const QModelIndex &parent = {}) const override
+    {
+        return parent.isValid() ? 0 : static_cast<int>(m_records.size());
+    }
+
+private:
+    void dropOldest(int count)
+    {
+        count = std::min(count, rowCount());
+        if (count <= 0)
+            return;
+        beginRemoveRows({}, 0, count - 1);
+        m_records.erase(m_records.begin(), m_records.begin() + count);
+        endRemoveRows();
+    }
+
+    std::deque<Record> m_records;
+    QVector<Record> m_pending;
+    QTimer m_timer;
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QWidget>
+
+class QComboBox;
+class QLineEdit;
+
+namespace JwMonitor {
+
+class HistoryFilter;
+class HistoryTable;
+class LogModel;
+
+/// The log as a table, filtered by level, category and text; and the choice of what the library writes at all.
+class LogView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit LogView(LogModel *model, QWidget *parent = nullptr);
+    ~LogView() override;
+
+private:
+    void createControls();
+    void applyFilter();
+    void addCategories(int first, int last);
+    void setLoggerLevel();
+
+    LogModel *const m_model;
+    HistoryFilter *const m_filter;
+    HistoryTable *const m_table;
+    QComboBox *const m_loggerLevel;
+    QComboBox *const m_level;
+    QComboBox *const m_category;
+    QLineEdit *const m_text;
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QToolButton;
+
+namespace JwMonitor {
+
+class HistoryFilter;
+class HistoryTable;
+class TrafficModel;
+
+/// The payloads as a table that follows the newest one, filtered, in the raw if wanted, and saved.
+class TrafficView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit TrafficView(TrafficModel *model, QWidget *parent = nullptr);
+    ~TrafficView() override;
+
+    /// Saves the rows that are shown: as CSV when the name ends with ".csv", else as text. Goes on in the background;
+    /// one of the two signals tells the end.
+    void saveTo(const QString &fileName);
+
+Q_SIGNALS:
+    void saved(const QString &fileName);
+    void saveFailed(const QString &message);
+
+private:
+    void createControls();
+    void createShortcuts();
+    void applyFilter();
+    void addPorts(int first, int last);
+    void askAndSave();
+    void copySelected();
+    void showRaw(bool raw);
+    void updateStatus();
+
+    TrafficModel *const m_model;
+    HistoryFilter *const m_filter;
+    HistoryTable *const m_table;
+    QComboBox *const m_port;
+    QComboBox *const m_direction;
+    QLineEdit *const m_identifier;
+    QLineEdit *const m_text;
+    QCheckBox *const m_raw;
+    QToolButton *const m_pause;
+    QToolButton *const m_save;
+    QToolButton *const m_clear;
+    QLabel *const m_status;
+};
+
+} // namespace JwMonitor
