@@ -25,13 +25,16 @@ public:
         connect(&m_timer, &QTimer::timeout, this, [this] { flush(); });
     }
 
-    void append(const Record &record)
+    /// Returns the record's number: the first one ever has 0.
+    qint64 append(const Record &record)
     {
         m_pending.append(record);
+        const qint64 number = m_firstNumber + rowCount() + m_pending.size() - 1;
         if (m_pending.size() >= maxRows) // nobody let the timer run
             flush();
         else if (!m_timer.isActive())
             m_timer.start(batchMs);
+        return number;
     }
 
     /// Makes rows of what was added since the last batch.
@@ -50,7 +53,7 @@ public:
 
     void clear()
     {
-        m_pending.clear();
+        flush();
         dropOldest(rowCount());
     }
 
@@ -62,6 +65,20 @@ public:
         return parent.isValid() ? 0 : static_cast<int>(m_records.size());
     }
 
+protected:
+    /// The row of a number; below 0 or not below rowCount() when it has none (any more, or yet).
+    int rowOf(qint64 number) const { return static_cast<int>(number - m_firstNumber); }
+    /// The record of a number, also one that is no row yet; null when it is gone.
+    Record *find(qint64 number)
+    {
+        const qint64 row = number - m_firstNumber;
+        if (row < 0)
+            return nullptr;
+        if (row < rowCount())
+            return &m_records[static_cast<size_t>(row)];
+        return &m_pending[static_cast<int>(row - rowCount())];
+    }
+
 private:
     void dropOldest(int count)
     {
@@ -70,12 +87,14 @@ private:
             return;
         beginRemoveRows({}, 0, count - 1);
         m_records.erase(m_records.begin(), m_records.begin() + count);
+        m_firstNumber += count;
         endRemoveRows();
     }
 
     std::deque<Record> m_records;
     QVector<Record> m_pending;
     QTimer m_timer;
+    qint64 m_firstNumber = 0; // of row 0
 };
 
 } // namespace JwMonitor

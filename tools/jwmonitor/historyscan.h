@@ -23,6 +23,7 @@ public:
 
     /// From the oldest row on, again.
     void restart();
+    /// While paused, rows that come are left for later.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
 
@@ -42,6 +43,7 @@ private:
     QTimer m_turn;
     qint64 m_firstNumber;
     qint64 m_next; // number of the first row that was not reached
+    qint64 m_end; // number of the first row that is not to be reached while paused
     bool m_paused;
 };
 

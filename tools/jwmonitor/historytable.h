@@ -16,13 +16,19 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
 
-    /// Makes columns as wide as these texts need, one each; the last one takes the rest.
+    /// Makes columns as wide as these texts need, one each; the last visible one takes the rest.
     void setColumnTexts(const QStringList &texts);
-    /// The selected rows as lines of text, columns between tabs.
-    void copySelected() const;
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+protected Q_SLOTS:
+    void rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end) override;
 
 private:
     bool isAtEnd() const;
+    void copySelected() const;
 
     bool m_following;
 };

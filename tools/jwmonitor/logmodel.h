@@ -16,13 +16,13 @@ class LogModel : public HistoryModel<LogRecord>
     Q_OBJECT
 
 public:
-    enum Column { Time, Level, Category, Text, Place, ColumnCount };
+    enum Column { Time, Level, Category, Place, Text, ColumnCount };
 
     explicit LogModel(QObject *parent = nullptr);
     ~LogModel() override;
 
     /// The level's name, such as "Warning".
-    static QString levelName(Logger::Level level);
+    static QString levelName(::Logger::Level level);
 
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;

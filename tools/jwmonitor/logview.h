@@ -8,6 +8,7 @@ class QLineEdit;
 namespace JwMonitor {
 
 class HistoryFilter;
+class HistoryScan;
 class HistoryTable;
 class LogModel;
 
@@ -22,12 +23,14 @@ public:
 
 private:
     void createControls();
+    void createLayout();
     void applyFilter();
     void addCategories(int first, int last);
     void setLoggerLevel();
 
     LogModel *const m_model;
     HistoryFilter *const m_filter;
+    HistoryScan *const m_categoryScan;
     HistoryTable *const m_table;
     QComboBox *const m_loggerLevel;
     QComboBox *const m_level;

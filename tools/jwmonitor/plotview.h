@@ -20,8 +20,7 @@ public:
     ~PlotView() override;
 
 private:
-    void updateChoices();
-    void choose();
+    void addFields();
 
     PlotData *const m_data;
     QComboBox *const m_quantity;

@@ -3,18 +3,16 @@
 #include "boardlink.h"
 
 #include <QHash>
-#include <QStringList>
 #include <QWidget>
 
 class QComboBox;
 class QLabel;
-class QLineEdit;
-class QPushButton;
-class QTableView;
 
 namespace JwMonitor {
 
 class HistoryFilter;
+class HistoryTable;
+class RecallLine;
 class SendLedger;
 class TrafficModel;
 
@@ -28,32 +26,26 @@ public:
     explicit SendPanel(TrafficModel *model, QWidget *parent = nullptr);
     ~SendPanel() override;
 
+    /// A board on the same port takes the place of the one before.
     void addBoard(const BoardLink &link);
     /// Also when the board is gone already. Unknown ports are ignored.
     void removeBoard(const QString &port);
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
-
 private:
-    void createTable(TrafficModel *model);
+    void createLayout();
+    void showSentOnly();
     void updatePreview();
     void send();
-    void recall(int step);
-    QString obstacle(QString *sentence) const;
+    void showMessage(const QString &text, bool isFault);
 
     TrafficModel *const m_model;
     QComboBox *const m_board;
-    QLineEdit *const m_line;
-    QPushButton *const m_button;
+    RecallLine *const m_line;
     QLabel *const m_preview;
-    QTableView *const m_table;
+    QLabel *const m_message;
     HistoryFilter *const m_sent;
-    QHash<QString, BoardLink> m_links;
-    QHash<QString, SendLedger *> m_ledgers;
-    QStringList m_history;
-    int m_recalled; // in m_history; its size: the line is not from there
-    QString m_draft; // what was typed before the first Up
+    HistoryTable *const m_table;
+    QHash<QString, SendLedger *> m_ledgers; // by port
 };
 
 } // namespace JwMonitor

@@ -42,6 +42,7 @@ public:
 
     /// The identifier alone, which is cheap.
     static QStringView identifier(const QString &payload);
+    static ChecksumState checksum(const QString &payload);
     /// Field `index`, from 0, alone; null when there are not so many.
     static QStringView field(const QString &payload, int index);
 

@@ -4,25 +4,25 @@
 #include "sentencedecoder.h"
 #include "trafficrecord.h"
 
-#include <QHash>
-#include <QPair>
+#include <deque>
 
 namespace JwMonitor {
 
-/// How far a sent payload came, as far as one can tell.
-enum class Transfer { None, Waiting, Taken, Transferred };
-
 /// All payloads, oldest first. A payload is taken apart only when somebody looks at it.
+///
+/// What becomes of a sent payload is told of the newest 1000 sent ones; an id means the newest payload that has it, for a
+/// board that comes back counts from 1 again.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT
 
 public:
-    enum Column { Time, Port, Way, Id, Identifier, Fields, Checksum, Progress, Raw, ColumnCount };
+    enum Column { Time, Port, Way, Id, Progress, Checksum, Identifier, Fields, Raw, ColumnCount };
 
     explicit TrafficModel(QObject *parent = nullptr);
     ~TrafficModel() override;
 
+    void append(const TrafficRecord &record);
     /// The system took the bytes of the payload `id` that was sent to `port`.
     void markTaken(const QString &port, uint id);
     /// The Communicator of `port` reported the payload `id` as transferred.
@@ -36,12 +36,12 @@ public:
 
 private:
     void mark(const QString &port, uint id, Transfer transfer);
-    Transfer transfer(const TrafficRecord &record) const;
     QVariant display(const TrafficRecord &record, int column) const;
     QVariant toolTip(const TrafficRecord &record, int column) const;
+    QVariant foreground(const TrafficRecord &record, int column) const;
 
-    SentenceDecoder m_decoder;
-    QHash<QPair<QString, uint>, QPair<qint64, Transfer>> m_transfers;
+    const SentenceDecoder m_decoder;
+    std::deque<qint64> m_sent; // numbers of the newest sent payloads
 };
 
 } // namespace JwMonitor

@@ -7,6 +7,14 @@ namespace JwMonitor {
 
 enum class Direction { Received, Sent };
 
+/// How far a sent payload came, as far as one can tell.
+enum class Transfer {
+    None, ///< it was received
+    Waiting,
+    Taken, ///< by the system: nothing of it waits in the port
+    Transferred, ///< so the Communicator said
+};
+
 /// One payload that passed.
 struct TrafficRecord
 {
@@ -15,6 +23,7 @@ struct TrafficRecord
     Direction direction;
     QString payload; ///< the whole sentence, with its line end
     uint id; ///< the Communicator's; 0 when it is not known
+    Transfer transfer = Transfer::None; ///< kept by the model
 };
 
 } // namespace JwMonitor

@@ -7,11 +7,12 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
-class QToolButton;
+class QToolBar;
 
 namespace JwMonitor {
 
 class HistoryFilter;
+class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
@@ -33,27 +34,26 @@ Q_SIGNALS:
     void saveFailed(const QString &message);
 
 private:
-    void createControls();
-    void createShortcuts();
+    void createFilters();
+    QToolBar *createTools();
+    void createTable();
     void applyFilter();
+    void clearFilter();
     void addPorts(int first, int last);
     void askAndSave();
-    void copySelected();
     void showRaw(bool raw);
     void updateStatus();
 
     TrafficModel *const m_model;
     HistoryFilter *const m_filter;
+    HistoryScan *const m_portScan;
     HistoryTable *const m_table;
     QComboBox *const m_port;
     QComboBox *const m_direction;
     QLineEdit *const m_identifier;
     QLineEdit *const m_text;
-    QCheckBox *const m_raw;
-    QToolButton *const m_pause;
-    QToolButton *const m_save;
-    QToolButton *const m_clear;
     QLabel *const m_status;
+    QLabel *const m_message;
 };
 
 } // namespace JwMonitor

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <chrono>
+
+namespace JwMonitor {
+
+/// The time of day, as traffic and log have it.
+inline qint64 microsecondsSinceEpoch()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+} // namespace JwMonitor

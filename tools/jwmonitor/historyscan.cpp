@@ -1,0 +1,62 @@
+#include "historyscan.h"
+
+#include <QAbstractItemModel>
+
+#include <algorithm>
+#include <limits>
+
+namespace JwMonitor {
+
+HistoryScan::HistoryScan(const QAbstractItemModel *model, QObject *parent)
+    : QObject(parent)
+    , m_model(model)
+    , m_firstNumber(0)
+    , m_next(model->rowCount())
+    , m_end(std::numeric_limits<qint64>::max())
+    , m_paused(false)
+{
+    m_turn.setSingleShot(true);
+    connect(&m_turn, &QTimer::timeout, this, &HistoryScan::goOn);
+    connect(model, &QAbstractItemModel::rowsInserted, this, [this] {
+        if (!m_turn.isActive())
+            goOn();
+    });
+    connect(model, &QAbstractItemModel::rowsAboutToBeRemoved, this,
+            [this](const QModelIndex &, int, int last) { Q_EMIT dropping(m_firstNumber + last + 1); });
+    connect(model, &QAbstractItemModel::rowsRemoved, this, [this](const QModelIndex &, int first, int last) {
+        m_firstNumber += last - first + 1;
+        m_next = std::max(m_next, m_firstNumber);
+    });
+}
+
+HistoryScan::~HistoryScan() = default;
+
+void HistoryScan::restart()
+{
+    m_turn.stop();
+    m_next = m_firstNumber;
+    goOn();
+}
+
+void HistoryScan::setPaused(bool paused)
+{
+    m_paused = paused;
+    m_end = paused ? m_firstNumber + m_model->rowCount() : std::numeric_limits<qint64>::max();
+    if (!m_turn.isActive())
+        goOn();
+}
+
+void HistoryScan::goOn()
+{
+    const qint64 end = std::min(m_end, m_firstNumber + m_model->rowCount());
+    const int first = static_cast<int>(m_next - m_firstNumber);
+    const int count = static_cast<int>(std::min<qint64>(end - m_next, rowsPerTurn));
+    if (count <= 0)
+        return;
+    m_next += count;
+    if (m_next < end)
+        m_turn.start(0);
+    Q_EMIT reached(first, first + count - 1);
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,112 @@
+#include "historytable.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QScrollBar>
+
+#include <algorithm>
+
+namespace JwMonitor {
+
+namespace {
+
+constexpr int maxCopiedRows = 10000; // more would hold up the window
+
+} // namespace
+
+HistoryTable::HistoryTable(QWidget *parent)
+    : QTableView(parent)
+    , m_following(true)
+{
+    setSelectionBehavior(SelectRows);
+    setEditTriggers(NoEditTriggers);
+    setTabKeyNavigation(false); // the key leads out of the table
+    setWordWrap(false);
+    setShowGrid(false);
+    setAlternatingRowColors(true);
+    setVerticalScrollMode(ScrollPerItem);
+    verticalHeader()->hide();
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setDefaultSectionSize(fontMetrics().height() * 4 / 3);
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setHighlightSections(false);
+    horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+}
+
+HistoryTable::~HistoryTable() = default;
+
+void HistoryTable::setModel(QAbstractItemModel *newModel)
+{
+    QTableView::setModel(newModel);
+    connect(newModel, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] { m_following = isAtEnd(); });
+    connect(newModel, &QAbstractItemModel::rowsInserted, this, [this] {
+        if (m_following)
+            scrollToBottom();
+    });
+    connect(newModel, &QAbstractItemModel::rowsRemoved, this, [this](const QModelIndex &, int first, int last) {
+        if (!m_following)
+            verticalScrollBar()->setValue(verticalScrollBar()->value() - (last - first + 1));
+    });
+}
+
+void HistoryTable::setColumnTexts(const QStringList &texts)
+{
+    const int margin = 2 * style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + fontMetrics().averageCharWidth() * 2;
+    for (int column = 0; column < texts.size(); ++column) {
+        const int content = fontMetrics().horizontalAdvance(texts[column]) + margin;
+        setColumnWidth(column, std::max(content, horizontalHeader()->sectionSizeHint(column)));
+    }
+}
+
+void HistoryTable::keyPressEvent(QKeyEvent *event)
+{
+    if (event->matches(QKeySequence::Copy))
+        copySelected();
+    else
+        QTableView::keyPressEvent(event);
+}
+
+void HistoryTable::resizeEvent(QResizeEvent *event)
+{
+    const bool following = isAtEnd();
+    QTableView::resizeEvent(event);
+    if (following)
+        scrollToBottom();
+}
+
+void HistoryTable::rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end)
+{
+    m_following = isAtEnd();
+    if (currentIndex().isValid() && currentIndex().row() <= end)
+        selectionModel()->clearCurrentIndex(); // or the view would jump to the row that becomes the current one
+    QTableView::rowsAboutToBeRemoved(parent, start, end);
+}
+
+bool HistoryTable::isAtEnd() const
+{
+    return verticalScrollBar()->value() == verticalScrollBar()->maximum();
+}
+
+void HistoryTable::copySelected() const
+{
+    QModelIndexList rows = selectionModel()->selectedRows();
+    std::sort(rows.begin(), rows.end());
+    const int count = std::min(rows.size(), maxCopiedRows);
+    QStringList lines;
+    for (int i = 0; i < count; ++i) {
+        QStringList cells;
+        for (int column = 0; column < model()->columnCount(); ++column) {
+            if (!isColumnHidden(column))
+                cells.append(rows[i].siblingAtColumn(column).data().toString());
+        }
+        lines.append(cells.join(QLatin1Char('\t')));
+    }
+    if (rows.size() > count)
+        lines.append(tr("(%n more: save them to a file instead)", nullptr, rows.size() - count));
+    if (!lines.isEmpty())
+        QApplication::clipboard()->setText(lines.join(QLatin1Char('\n')) + QLatin1Char('\n'));
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,57 @@
+#include "plotaxis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+namespace JwMonitor {
+
+namespace {
+
+constexpr double second = 1e6;
+constexpr double timeSteps[] = {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 21600, 43200, 86400};
+
+} // namespace
+
+PlotAxis::PlotAxis(double low, double high, double step)
+    : m_low(low)
+    , m_high(high)
+    , m_step(step)
+{
+}
+
+PlotAxis PlotAxis::forValues(double low, double high, int maxMarks)
+{
+    if (!(high > low)) {
+        const double margin = low == 0 ? 1 : std::abs(low) * 0.1;
+        low -= margin;
+        high += margin;
+    }
+    const double least = (high - low) / std::max(1, maxMarks - 1);
+    const double magnitude = std::pow(10, std::floor(std::log10(least)));
+    double step = 10 * magnitude;
+    for (const double factor : {5, 2, 1}) {
+        if (factor * magnitude >= least)
+            step = factor * magnitude;
+    }
+    return PlotAxis(low, high, step);
+}
+
+PlotAxis PlotAxis::forTimes(qint64 beginUs, qint64 endUs, int maxMarks)
+{
+    const auto low = static_cast<double>(beginUs);
+    const double high = std::max(static_cast<double>(endUs), low + second);
+    const double least = (high - low) / second / std::max(1, maxMarks - 1);
+    const auto step = std::lower_bound(std::begin(timeSteps), std::end(timeSteps) - 1, least);
+    return PlotAxis(low, high, *step * second);
+}
+
+QVector<double> PlotAxis::marks() const
+{
+    QVector<double> marks;
+    for (double i = std::ceil(m_low / m_step); i * m_step <= m_high; ++i)
+        marks.append(i * m_step);
+    return marks;
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "plotaxis.h"
+#include "plotdata.h"
+
+#include <QRectF>
+#include <QTimer>
+#include <QVector>
+#include <QWidget>
+
+#include <optional>
+
+class QPainter;
+class QPen;
+class QPolygonF;
+
+namespace JwMonitor {
+
+/// Draws the curves of a PlotData. A cursor, moved by the mouse or the Left and Right keys, reads their values.
+class PlotCanvas : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit PlotCanvas(const PlotData *plotData, QWidget *parent = nullptr);
+    ~PlotCanvas() override;
+
+    /// Shows the last `seconds` up to now; 0: all there is.
+    void setSpan(int seconds);
+
+    QSize minimumSizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void leaveEvent(QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+
+private:
+    struct Curve;
+    struct Frame;
+
+    QVector<Curve> visibleCurves(qint64 *beginUs, qint64 *endUs) const;
+    PlotAxis valueAxis(const QVector<Curve> &curves, int maxMarks) const;
+    QPolygonF line(const Curve &curve, const Frame &frame) const;
+    QString legendText(const Curve &curve, const Frame &frame) const;
+    void paintLegend(QPainter &painter, const QVector<Curve> &curves, const Frame &frame) const;
+    void paintAxes(QPainter &painter, const Frame &frame) const;
+    void paintCursor(QPainter &painter, const Frame &frame) const;
+    QRectF plotArea() const;
+    QPen curvePen(int index) const;
+    void setCursorAt(qreal x);
+
+    const PlotData *const m_data;
+    qint64 m_spanUs;
+    QTimer m_refresh;
+    std::optional<qreal> m_cursor; // from 0, the left edge of the plot, to 1
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,76 @@
+#include "traffictext.h"
+
+#include <QDateTime>
+#include <QStringList>
+
+namespace JwMonitor {
+
+QString TrafficText::clock(qint64 timeUs)
+{
+    return QDateTime::fromMSecsSinceEpoch(timeUs / 1000).toString(QStringLiteral("HH:mm:ss.zzz"));
+}
+
+QString TrafficText::moment(qint64 timeUs)
+{
+    return QDateTime::fromMSecsSinceEpoch(timeUs / 1000).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"))
+        + QStringLiteral("%1").arg(timeUs % 1000, 3, 10, QLatin1Char('0'));
+}
+
+QString TrafficText::direction(Direction direction)
+{
+    return direction == Direction::Received ? tr("received") : tr("sent");
+}
+
+QString TrafficText::checksum(ChecksumState checksum)
+{
+    switch (checksum) {
+    case ChecksumState::Good:
+        return tr("ok");
+    case ChecksumState::Bad:
+        return tr("bad");
+    case ChecksumState::Missing:
+        break;
+    }
+    return tr("none");
+}
+
+QString TrafficText::transfer(Transfer transfer)
+{
+    switch (transfer) {
+    case Transfer::Waiting:
+        return tr("waiting");
+    case Transfer::Taken:
+        return tr("taken");
+    case Transfer::Transferred:
+        return tr("transferred");
+    case Transfer::None:
+        break;
+    }
+    return QString();
+}
+
+QString TrafficText::fields(const Sentence &sentence)
+{
+    QStringList fields;
+    for (const Sentence::Field &field : sentence.fields)
+        fields.append(field.name + QLatin1Char('=') + raw(field.value));
+    return fields.join(QLatin1String("  "));
+}
+
+QString TrafficText::raw(const QString &payload)
+{
+    QString text;
+    for (const QChar c : payload) {
+        if (c == QLatin1Char('\r'))
+            text += QLatin1String("\\r");
+        else if (c == QLatin1Char('\n'))
+            text += QLatin1String("\\n");
+        else if (c.isPrint())
+            text += c;
+        else
+            text += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+    }
+    return text;
+}
+
+} // namespace JwMonitor

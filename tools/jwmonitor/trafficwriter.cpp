@@ -1,0 +1,97 @@
+#include "trafficwriter.h"
+
+#include "traffictext.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+namespace JwMonitor {
+
+namespace {
+
+QString csvRow(const QStringList &cells)
+{
+    QStringList quoted;
+    for (QString cell : cells) {
+        cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
+        quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
+    }
+    return quoted.join(QLatin1Char(',')) + QLatin1String("\r\n");
+}
+
+} // namespace
+
+TrafficWriter::TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent)
+    : QObject(parent)
+    , m_records(records)
+    , m_csv(fileName.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive))
+    , m_file(fileName)
+    , m_next(0)
+{
+    connect(&m_turn, &QTimer::timeout, this, &TrafficWriter::writeSome);
+}
+
+TrafficWriter::~TrafficWriter() = default;
+
+void TrafficWriter::start()
+{
+    if (!m_file.open(QIODevice::WriteOnly)) {
+        fail();
+        return;
+    }
+    if (m_csv)
+        m_file.write(csvRow({tr("time"), tr("port"), tr("direction"), tr("id"), tr("identifier"), tr("fields"),
+                             tr("checksum"), tr("progress"), tr("payload")})
+                         .toUtf8());
+    m_turn.start(0);
+}
+
+void TrafficWriter::writeSome()
+{
+    const int end = std::min(m_next + recordsPerTurn, m_records.size());
+    for (; m_next < end; ++m_next) {
+        const TrafficRecord &record = m_records[m_next];
+        m_file.write((m_csv ? csvLine(record) : textLine(record)).toUtf8());
+    }
+    if (m_file.error() != QFileDevice::NoError)
+        fail();
+    else if (m_next == m_records.size())
+        finish();
+}
+
+void TrafficWriter::finish()
+{
+    if (!m_file.commit()) {
+        fail();
+        return;
+    }
+    m_turn.stop();
+    Q_EMIT saved(m_file.fileName());
+    deleteLater();
+}
+
+void TrafficWriter::fail()
+{
+    m_turn.stop();
+    Q_EMIT failed(tr("Can't save %1: %2. Choose another folder or name.").arg(m_file.fileName(), m_file.errorString()));
+    deleteLater();
+}
+
+QString TrafficWriter::textLine(const TrafficRecord &record) const
+{
+    const QLatin1String arrow(record.direction == Direction::Received ? "<-" : "->");
+    return QStringLiteral("%1  %2  %3  %4\n")
+        .arg(TrafficText::moment(record.timeUs), record.port, arrow, TrafficText::raw(record.payload.trimmed()));
+}
+
+QString TrafficWriter::csvLine(const TrafficRecord &record) const
+{
+    const Sentence sentence = m_decoder.decode(record.payload, record.direction);
+    return csvRow({TrafficText::moment(record.timeUs), record.port, TrafficText::direction(record.direction),
+                   record.id == 0 ? QString() : QString::number(record.id), TrafficText::raw(sentence.identifier),
+                   TrafficText::fields(sentence), TrafficText::checksum(sentence.checksum),
+                   TrafficText::transfer(record.transfer), TrafficText::raw(record.payload.trimmed())});
+}
+
+} // namespace JwMonitor
