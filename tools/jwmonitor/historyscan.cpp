@@ -1,11 +1,19 @@
 #include "historyscan.h"
 
 #include <QAbstractItemModel>
+#include <QElapsedTimer>
 
 #include <algorithm>
 #include <limits>
 
 namespace JwMonitor {
+
+namespace {
+
+constexpr int rowsAtOnce = 250;
+constexpr int msPerTurn = 3;
+
+} // namespace
 
 HistoryScan::HistoryScan(const QAbstractItemModel *model, QObject *parent)
     : QObject(parent)
@@ -48,15 +56,26 @@ void HistoryScan::setPaused(bool paused)
 
 void HistoryScan::goOn()
 {
+    QElapsedTimer turn;
+    turn.start();
+    while (reachSome()) {
+        if (turn.elapsed() >= msPerTurn) {
+            m_turn.start(0);
+            return;
+        }
+    }
+}
+
+bool HistoryScan::reachSome()
+{
     const qint64 end = std::min(m_end, m_firstNumber + m_model->rowCount());
     const int first = static_cast<int>(m_next - m_firstNumber);
-    const int count = static_cast<int>(std::min<qint64>(end - m_next, rowsPerTurn));
+    const int count = static_cast<int>(std::min<qint64>(end - m_next, rowsAtOnce));
     if (count <= 0)
-        return;
+        return false;
     m_next += count;
-    if (m_next < end)
-        m_turn.start(0);
     Q_EMIT reached(first, first + count - 1);
+    return true;
 }
 
 } // namespace JwMonitor

@@ -16,8 +16,6 @@ class HistoryScan : public QObject
     Q_OBJECT
 
 public:
-    static constexpr int rowsPerTurn = 2000;
-
     explicit HistoryScan(const QAbstractItemModel *model, QObject *parent = nullptr);
     ~HistoryScan() override;
 
@@ -38,6 +36,7 @@ Q_SIGNALS:
 
 private:
     void goOn();
+    bool reachSome();
 
     const QAbstractItemModel *const m_model;
     QTimer m_turn;

@@ -102,8 +102,12 @@ void PlotCanvas::paintEvent(QPaintEvent *)
     for (int i = 0; i < curves.size(); ++i) {
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
-        painter.drawPolyline(polygon);
-        if (polygon.size() > area.width() / 8)
+        painter.setRenderHint(QPainter::Antialiasing, polygon.size() < area.width()); // dense: slow, and no nicer
+        // Wider pens take a hundred times as long where a curve is dense, so a line that needs several pixels of the
+        // screen is drawn that many times.
+        for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
+            painter.drawPolyline(polygon.translated(shift, shift));
+        if (polygon.size() > area.width() / 20)
             continue;
         painter.setBrush(painter.pen().color());
         for (const QPointF &point : polygon)
@@ -193,7 +197,8 @@ PlotAxis PlotCanvas::valueAxis(const QVector<Curve> &curves, int maxMarks) const
             high = std::max(high, sample->value);
         }
     }
-    return PlotAxis::forValues(m_data->quantity().isRate() ? 0 : low, high, maxMarks);
+    const double margin = (high - low) * 0.05;
+    return PlotAxis::forValues(m_data->quantity().isRate() ? 0 : low - margin, high + margin, maxMarks);
 }
 
 // Of the samples that fall into one column of pixels, the lowest and the highest are enough.
@@ -321,7 +326,9 @@ QRectF PlotCanvas::plotArea() const
 
 QPen PlotCanvas::curvePen(int index) const
 {
-    return QPen(Theme::colour(palette(), seriesRoles[index % roles]), 1.5, penStyles[index / roles % 4]);
+    QPen pen(Theme::colour(palette(), seriesRoles[index % roles]), 1, penStyles[index / roles % 4]);
+    pen.setCosmetic(true);
+    return pen;
 }
 
 void PlotCanvas::setCursorAt(qreal x)

@@ -43,6 +43,8 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     m_message->setObjectName(QStringLiteral("message"));
     m_message->setTextFormat(Qt::PlainText);
     m_message->setWordWrap(true);
+    for (QLabel *label : {m_preview, m_message})
+        label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_table->setObjectName(QStringLiteral("sent"));
     showSentOnly();
     createLayout();

@@ -166,6 +166,7 @@ void TrafficView::createTable()
                              TrafficText::direction(Direction::Received), QStringLiteral("100000"),
                              TrafficText::transfer(Transfer::Transferred),
                              TrafficText::checksum(ChecksumState::Missing), QStringLiteral("PTJWRD")});
+    m_table->hideColumn(TrafficModel::Progress); // of the sent ones only: shown where they are sent
     showRaw(false);
 }
 

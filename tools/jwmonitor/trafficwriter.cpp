@@ -2,13 +2,13 @@
 
 #include "traffictext.h"
 
-#include <QDateTime>
-
-#include <algorithm>
+#include <QElapsedTimer>
 
 namespace JwMonitor {
 
 namespace {
+
+constexpr int msPerTurn = 4;
 
 QString csvRow(const QStringList &cells)
 {
@@ -49,9 +49,10 @@ void TrafficWriter::start()
 
 void TrafficWriter::writeSome()
 {
-    const int end = std::min(m_next + recordsPerTurn, m_records.size());
-    for (; m_next < end; ++m_next) {
-        const TrafficRecord &record = m_records[m_next];
+    QElapsedTimer turn;
+    turn.start();
+    while (m_next < m_records.size() && turn.elapsed() < msPerTurn) {
+        const TrafficRecord &record = m_records[m_next++];
         m_file.write((m_csv ? csvLine(record) : textLine(record)).toUtf8());
     }
     if (m_file.error() != QFileDevice::NoError)

@@ -17,8 +17,6 @@ class TrafficWriter : public QObject
     Q_OBJECT
 
 public:
-    static constexpr int recordsPerTurn = 500;
-
     /// As CSV when the name ends with ".csv", else as text. Connect the signals, then start().
     TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent = nullptr);
     ~TrafficWriter() override;
