@@ -3,6 +3,7 @@
 #include <device/communicator.h>
 #include <device/type.h>
 
+#include <QMetaType>
 #include <QPointer>
 #include <QString>
 
@@ -17,3 +18,5 @@ struct BoardLink
 };
 
 } // namespace JwMonitor
+
+Q_DECLARE_METATYPE(JwMonitor::BoardLink)

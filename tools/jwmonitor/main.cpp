@@ -1,7 +1,70 @@
+#include "mainwindow.h"
+#include "options.h"
+#include "screenshots.h"
+
+#include <logger/logger.h>
+
 #include <QApplication>
+#include <QTextStream>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+/// On X11 and Wayland; Qt would abort without a word that helps.
+bool hasDisplay(const QStringList &arguments)
+{
+    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || arguments.contains(QLatin1String("-platform"));
+}
+
+int show(FILE *file, const QString &text, int status)
+{
+    QTextStream(file) << text << Qt::endl;
+    return status;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    QString error;
+    std::optional<JwMonitor::Options> options = JwMonitor::parseOptions(arguments, &error);
+    if (options && options->action == JwMonitor::Options::ShowHelp)
+        return show(stdout, JwMonitor::helpText().trimmed(), 0);
+    if (options && options->action == JwMonitor::Options::ShowVersion)
+        return show(stdout, QStringLiteral("jwmonitor " JWMONITOR_VERSION), 0);
+#ifdef Q_OS_LINUX
+    if (!hasDisplay(arguments))
+        return show(stderr,
+                    QStringLiteral("jwmonitor: there is no display here (neither DISPLAY nor WAYLAND_DISPLAY "
+                                   "is set): start it on a desktop, or take jwprobe"),
+                    1);
+#endif
+
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     QApplication app(argc, argv);
-    return 0;
+    QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
+    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without what was Qt's
+    if (!options)
+        return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
+
+    // The log is in the window; the timeline of a search is made of its finest records.
+    loggerInstance()->clearSinks();
+    loggerInstance()->setLevel(Logger::Trace);
+    JwMonitor::Theme::apply(app, options->palette.value_or(JwMonitor::Theme::of(QApplication::palette())));
+    JwMonitor::MainWindow window;
+    std::unique_ptr<JwMonitor::Screenshots> screenshots;
+    if (!options->screenshots.isEmpty())
+        screenshots = std::make_unique<JwMonitor::Screenshots>(&window, options->screenshots);
+    window.show();
+    window.find(options->settings);
+    return QApplication::exec();
 }

@@ -1,0 +1,185 @@
+#include "mainwindow.h"
+
+#include "boardsbar.h"
+#include "boardtraffic.h"
+#include "findbar.h"
+#include "logmodel.h"
+#include "logview.h"
+#include "plotview.h"
+#include "portsview.h"
+#include "sendpanel.h"
+#include "theme.h"
+#include "timelinecanvas.h"
+#include "timelineview.h"
+#include "trafficmodel.h"
+#include "trafficview.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+namespace JwMonitor {
+
+MainWindow::MainWindow(QWidget *parent)
+    : QMainWindow(parent)
+    , m_timeline(&m_finder)
+    , m_traffic(new TrafficModel(this))
+    , m_log(new LogModel(this))
+    , m_findBar(new FindBar(this))
+    , m_tabs(new QTabWidget(this))
+{
+    setWindowTitle(tr("JwDevice monitor"));
+    setWindowIcon(QIcon(QStringLiteral(":/jwmonitor/jwmonitor.svg")));
+
+    auto *centre = new QWidget(this);
+    auto *layout = new QVBoxLayout(centre);
+    layout->addWidget(m_findBar);
+    layout->addWidget(new BoardsBar(&m_finder, this));
+    layout->addWidget(m_tabs, 1);
+    setCentralWidget(centre);
+
+    createPortsTab();
+    createTrafficTab();
+    createPlotTab();
+    createLogTab();
+    createMenus();
+    connectFinder();
+    updateStatus();
+    const int unit = fontMetrics().height(); // follows the size of the font
+    resize(64 * unit, 50 * unit);
+}
+
+MainWindow::~MainWindow()
+{
+    // The boards tell of their end, which must not reach views that are gone.
+    m_finder.disconnect();
+    m_timeline.disconnect();
+}
+
+void MainWindow::createPortsTab()
+{
+    auto *splitter = new QSplitter(Qt::Vertical, this);
+    auto *ports = new PortsView(&m_finder, splitter);
+    m_timelineView = new TimelineView(&m_timeline, splitter);
+    splitter->setChildrenCollapsible(false);
+    splitter->setStretchFactor(0, 2);
+    splitter->setStretchFactor(1, 3);
+    const int margin = style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    splitter->setContentsMargins(margin, margin, margin, margin);
+    connect(ports, &PortsView::portChosen, m_timelineView->canvas(), &TimelineCanvas::showPort);
+    splitter->setFocusProxy(ports);
+    m_tabs->addTab(splitter, tr("Ports"));
+}
+
+void MainWindow::createTrafficTab()
+{
+    auto *splitter = new QSplitter(Qt::Vertical, this);
+    auto *view = new TrafficView(m_traffic, splitter);
+    m_sendPanel = new SendPanel(m_traffic, splitter);
+    splitter->setChildrenCollapsible(false);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 1);
+    connect(view, &TrafficView::saved, this,
+            [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName)); });
+    connect(view, &TrafficView::saveFailed, this,
+            [this](const QString &message) { QMessageBox::warning(this, tr("Save the traffic"), message); });
+    m_tabs->addTab(splitter, tr("Traffic"));
+}
+
+void MainWindow::createPlotTab()
+{
+    m_tabs->addTab(new PlotView(m_traffic, this), tr("Plot"));
+}
+
+void MainWindow::createLogTab()
+{
+    m_tabs->addTab(new LogView(m_log, this), tr("Log"));
+}
+
+void MainWindow::createMenus()
+{
+    QMenu *boards = menuBar()->addMenu(tr("&Boards"));
+    boards->addAction(tr("&Find"), m_findBar, &FindBar::find, QKeySequence(Qt::Key_F5));
+    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested, QKeySequence(Qt::SHIFT + Qt::Key_F5));
+    boards->addSeparator();
+    boards->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence(Qt::CTRL + Qt::Key_Q));
+
+    QMenu *views = menuBar()->addMenu(tr("&View"));
+    for (int i = 0; i < m_tabs->count(); ++i) {
+        views->addAction(
+            m_tabs->tabText(i), this, [this, i] { showView(static_cast<View>(i)); },
+            QKeySequence(Qt::CTRL + Qt::Key_1 + i));
+    }
+    views->addSeparator();
+    QAction *dark = views->addAction(tr("&Dark"));
+    dark->setObjectName(QStringLiteral("dark"));
+    dark->setShortcut(QKeySequence(Qt::CTRL + Qt::Key_D));
+    dark->setCheckable(true);
+    dark->setChecked(Theme::of(palette()) == Theme::Palette::Dark);
+    connect(dark, &QAction::toggled, this,
+            [](bool isDark) { Theme::apply(*qApp, isDark ? Theme::Palette::Dark : Theme::Palette::Light); });
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&About"), this, &MainWindow::showAbout);
+}
+
+void MainWindow::connectFinder()
+{
+    connect(m_findBar, &FindBar::findRequested, &m_finder, &BoardFinder::start);
+    connect(m_findBar, &FindBar::stopRequested, &m_finder, &BoardFinder::stop);
+    connect(&m_finder, &BoardFinder::changed, this, &MainWindow::updateStatus);
+    connect(&m_finder, &BoardFinder::boardFound, this, &MainWindow::addBoard);
+    connect(&m_finder, &BoardFinder::boardLost, m_sendPanel, &SendPanel::removeBoard);
+}
+
+void MainWindow::find(const FindSettings &settings)
+{
+    m_findBar->setSettings(settings);
+    m_findBar->find();
+}
+
+void MainWindow::showView(View view)
+{
+    m_tabs->setCurrentIndex(view);
+    m_tabs->currentWidget()->setFocus();
+}
+
+void MainWindow::addBoard(const BoardLink &link)
+{
+    new BoardTraffic(link, m_traffic, link.communicator);
+    m_sendPanel->addBoard(link);
+}
+
+void MainWindow::updateStatus()
+{
+    m_findBar->setStarted(m_finder.isStarted());
+    const auto boards = m_finder.boards();
+    int found = 0;
+    for (const BoardFinder::BoardState &board : boards)
+        found += board.stage == BoardFinder::BoardState::Found || board.stage == BoardFinder::BoardState::Back;
+    QString text = tr("Stopped: press Find to look for boards");
+    if (m_finder.isSearching())
+        text = tr("Searching: %1 of %2 boards found").arg(found).arg(boards.size());
+    else if (m_finder.isStarted())
+        text = found == boards.size()
+            ? tr("All %n boards found", nullptr, found)
+            : tr("%1 of %2 boards found; a new search begins when a port comes").arg(found).arg(boards.size());
+    statusBar()->showMessage(text);
+}
+
+void MainWindow::showAbout()
+{
+    QMessageBox::about(
+        this, tr("About"),
+        tr("JwDevice monitor %1\n\nFinds boards on USB serial ports, shows what each port did, and talks "
+           "to the boards.")
+            .arg(QStringLiteral(JWMONITOR_VERSION)));
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "portentry.h"
+
+#include <QAbstractTableModel>
+#include <QPalette>
+#include <QVector>
+
+namespace JwMonitor {
+
+/// All ports, one row each.
+class PortsModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum Column { Port, UsbId, Identity, Type, Time, State, ColumnCount };
+
+    explicit PortsModel(QObject *parent = nullptr);
+    ~PortsModel() override;
+
+    /// Takes over `entries`, which are in the order of isBefore(), row by row: selections stay.
+    void setEntries(const QVector<PortEntry> &entries);
+    const PortEntry &entry(int row) const { return m_entries.at(row); }
+    /// Whose colours fit the texts.
+    void setPalette(const QPalette &palette);
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    int columnCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+
+private:
+    QVector<PortEntry> m_entries;
+    QPalette m_palette;
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,51 @@
+#include "portsview.h"
+
+#include "boardfinder.h"
+#include "portsmodel.h"
+
+#include <QEvent>
+#include <QHeaderView>
+#include <QItemSelectionModel>
+
+namespace JwMonitor {
+
+PortsView::PortsView(const BoardFinder *finder, QWidget *parent)
+    : QTableView(parent)
+    , m_finder(finder)
+    , m_model(new PortsModel(this))
+{
+    m_model->setPalette(palette());
+    setModel(m_model);
+    setAccessibleName(tr("Ports and boards"));
+    setSelectionBehavior(SelectRows);
+    setSelectionMode(SingleSelection);
+    setAlternatingRowColors(true);
+    setShowGrid(false);
+    setTabKeyNavigation(false);
+    verticalHeader()->hide();
+    verticalHeader()->setDefaultSectionSize(fontMetrics().height() * 3 / 2);
+    horizontalHeader()->setHighlightSections(false);
+    horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    horizontalHeader()->setSectionResizeMode(PortsModel::State, QHeaderView::Stretch);
+    connect(m_finder, &BoardFinder::changed, this, &PortsView::refresh);
+    connect(selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this](const QModelIndex &current) {
+        Q_EMIT portChosen(current.isValid() ? m_model->entry(current.row()).port.name : QString());
+    });
+    refresh();
+}
+
+PortsView::~PortsView() = default;
+
+void PortsView::refresh()
+{
+    m_model->setEntries(m_finder->ports());
+}
+
+void PortsView::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::PaletteChange)
+        m_model->setPalette(palette());
+    QTableView::changeEvent(event);
+}
+
+} // namespace JwMonitor

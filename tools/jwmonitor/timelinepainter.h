@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QFont>
+#include <QPalette>
+#include <QPoint>
+#include <QRectF>
+#include <QSizeF>
+#include <QVector>
+
+class QPainter;
+
+namespace JwMonitor {
+
+class ProbeTimeline;
+struct TimelineEvent;
+struct TimelineLane;
+
+/// Draws a timeline: a lane for each port, time to the right. The names on the left and the axis on top stay where they
+/// are when the rest is scrolled.
+class TimelinePainter
+{
+public:
+    /// One event by its place.
+    struct Place
+    {
+        int lane = -1;
+        int event = -1;
+    };
+
+    /// `width` is what there is to see at once; at `zoom` 1 the whole search fits in there. `timeline` must outlive it.
+    TimelinePainter(const ProbeTimeline &timeline, const QPalette &palette, const QFont &font, double width,
+                    double zoom);
+
+    /// Of all there is.
+    QSizeF size() const;
+    double laneHeight() const { return m_laneHeight; }
+    double headerHeight() const { return m_headerHeight; }
+
+    /// Draws on a surface of `size`, scrolled by `offset`, with a mark around `marked`.
+    void paint(QPainter &painter, const QSizeF &size, const QPointF &offset, Place marked) const;
+
+    /// The events of one lane near `position` on such a surface.
+    QVector<Place> placesAt(const QPointF &position, const QPointF &offset) const;
+    /// Where `place` is when nothing is scrolled.
+    QPointF position(Place place) const;
+    /// The time at `x` when nothing is scrolled, in ms.
+    double timeAt(double x) const { return (x - m_labelWidth) / m_scale; }
+    double xAt(double ms) const { return m_labelWidth + ms * m_scale; }
+
+private:
+    void paintAxis(QPainter &painter, const QSizeF &size, double shift) const;
+    void paintLane(QPainter &painter, const TimelineLane &lane, double top) const;
+    void paintSpans(QPainter &painter, const TimelineLane &lane, double middle) const;
+    void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent) const;
+    void paintMarker(QPainter &painter, const TimelineEvent &event, double middle) const;
+    void paintLabel(QPainter &painter, const TimelineLane &lane, double top) const;
+    double eventY(const TimelineEvent &event, double middle) const;
+
+    const ProbeTimeline &m_timeline;
+    const QPalette m_palette;
+    const QFont m_font;
+    double m_end; // of the search so far, in ms
+    double m_line; // height of a line of text
+    double m_labelWidth;
+    double m_rightMargin;
+    double m_headerHeight;
+    double m_laneHeight;
+    double m_scale; // pixels for each ms
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,127 @@
+#include "timelineview.h"
+
+#include "probetimeline.h"
+#include "timelinecanvas.h"
+
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QImage>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPainter>
+#include <QSaveFile>
+#include <QShortcut>
+#include <QSvgGenerator>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace JwMonitor {
+
+namespace {
+
+constexpr double pictureScale = 2; // of saved PNGs: sharp on any screen and in print
+constexpr double zoomStep = 2;
+
+QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *parent)
+{
+    auto *button = new QToolButton(parent);
+    button->setText(text);
+    button->setToolTip(toolTip);
+    return button;
+}
+
+} // namespace
+
+TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
+    : QWidget(parent)
+    , m_timeline(timeline)
+    , m_canvas(new TimelineCanvas(timeline, this))
+    , m_hint(new QLabel(this))
+{
+    auto *smaller = createButton(tr("−"), tr("Show more time at once (minus, Ctrl and wheel)"), this);
+    auto *larger = createButton(tr("+"), tr("Show less time at once (plus, Ctrl and wheel)"), this);
+    auto *whole = createButton(tr("All"), tr("Show the whole search (0)"), this);
+    auto *save = createButton(tr("Save picture..."), tr("Save the timeline as SVG or PNG (Ctrl+S)"), this);
+    save->setObjectName(QStringLiteral("saveTimeline"));
+    connect(smaller, &QToolButton::clicked, m_canvas, [this] { m_canvas->setZoom(m_canvas->zoom() / zoomStep); });
+    connect(larger, &QToolButton::clicked, m_canvas, [this] { m_canvas->setZoom(m_canvas->zoom() * zoomStep); });
+    connect(whole, &QToolButton::clicked, m_canvas, [this] { m_canvas->setZoom(1); });
+    connect(save, &QToolButton::clicked, this, &TimelineView::askAndSave);
+
+    auto *bar = new QHBoxLayout;
+    bar->addWidget(m_hint, 1);
+    for (QWidget *button : {smaller, larger, whole, save})
+        bar->addWidget(button);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addLayout(bar);
+    layout->addWidget(m_canvas, 1);
+    setFocusProxy(m_canvas);
+    m_hint->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence doesn't widen the window
+
+    connect(m_canvas, &TimelineCanvas::described, this, [this](const QString &text) {
+        m_hint->setText(text);
+        if (text.isEmpty())
+            updateHint();
+    });
+    connect(m_timeline, &ProbeTimeline::changed, this, [this] {
+        if (m_canvas->accessibleDescription().isEmpty())
+            updateHint();
+    });
+    updateHint();
+}
+
+TimelineView::~TimelineView() = default;
+
+void TimelineView::updateHint()
+{
+    m_hint->setText(ProbeLog::isFineEnough()
+                        ? tr("○ opened   ▶ query   ◀ reply   | 400 ms over   ◆ handed over   ✕ failed")
+                        : tr("The log is too coarse to tell each step: choose the level Trace in the view Log"));
+}
+
+void TimelineView::askAndSave()
+{
+    const QString fileName = QFileDialog::getSaveFileName(this, tr("Save the timeline"), QStringLiteral("timeline.svg"),
+                                                          tr("Pictures (*.svg *.png)"));
+    if (fileName.isEmpty())
+        return;
+    const QString error = saveTo(fileName);
+    if (!error.isEmpty())
+        QMessageBox::warning(this, tr("Save the timeline"), error);
+}
+
+QString TimelineView::saveTo(const QString &fileName) const
+{
+    const QString suffix = QFileInfo(fileName).suffix().toLower();
+    const bool isSvg = suffix == QLatin1String("svg");
+    if (!isSvg && suffix != QLatin1String("png"))
+        return tr("\"%1\" is neither an SVG nor a PNG: give the file a name that ends with .svg or .png").arg(fileName);
+
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly))
+        return tr("\"%1\" can't be written: %2").arg(fileName, file.errorString());
+    const QSize size = m_canvas->pictureSize().toSize();
+    if (isSvg) {
+        QSvgGenerator generator;
+        generator.setOutputDevice(&file);
+        generator.setSize(size);
+        generator.setViewBox(QRect(QPoint(), size));
+        generator.setResolution(logicalDpiX());
+        generator.setTitle(tr("Timeline of a search for boards"));
+        QPainter painter(&generator);
+        m_canvas->paintPicture(painter);
+    } else {
+        QImage image(size * pictureScale, QImage::Format_RGB32);
+        image.setDevicePixelRatio(pictureScale);
+        QPainter painter(&image);
+        m_canvas->paintPicture(painter);
+        painter.end();
+        image.save(&file, "PNG");
+    }
+    return file.commit() ? QString() : tr("\"%1\" can't be written: %2").arg(fileName, file.errorString());
+}
+
+} // namespace JwMonitor
