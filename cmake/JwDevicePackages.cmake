@@ -54,7 +54,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
 ${about}\n.\nThis package has jwprobe, which finds boards from the command line and tells\n\
-why a board was not found, and jwsim, which runs any program on simulated\n\
-boards.")
+why a board was not found, jwmonitor, a window on the boards and what they say,\n\
+and jwsim, which runs any program on simulated boards.")
 
 include(CPack)

@@ -5,8 +5,8 @@ script=scripts/$(basename "$0") # after the cd that each of them begins with
 
 # What building and running takes; the tests take more. Used by the scripts.
 # shellcheck disable=SC2034
-packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libspdlog-dev libudev-dev libumockdev-dev
-          umockdev"
+packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
+          libumockdev-dev umockdev"
 
 say() {
     printf '%s\n' "$*" >&2

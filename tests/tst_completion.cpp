@@ -207,6 +207,9 @@ void TestCompletion::optionsAreThoseOfTheHelp_data()
     QTest::addColumn<QString>("program");
     QTest::newRow("jwprobe") << jwprobeProgram();
     QTest::newRow("jwsim") << jwsimProgram();
+#ifdef JWMONITOR_PROGRAM
+    QTest::newRow("jwmonitor") << QStringLiteral(JWMONITOR_PROGRAM);
+#endif
 }
 
 void TestCompletion::optionsAreThoseOfTheHelp()

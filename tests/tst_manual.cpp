@@ -47,9 +47,12 @@ QString page(const QString &program)
 
 QString help(const QString &program)
 {
-    const Outcome outcome =
-        runProgram(program == QLatin1String("jwsim") ? jwsimProgram() : jwprobeProgram(), {QStringLiteral("--help")});
-    return QString::fromUtf8(outcome.output);
+    QString path = program == QLatin1String("jwsim") ? jwsimProgram() : jwprobeProgram();
+#ifdef JWMONITOR_PROGRAM
+    if (program == QLatin1String("jwmonitor"))
+        path = QStringLiteral(JWMONITOR_PROGRAM);
+#endif
+    return QString::fromUtf8(runProgram(path, {QStringLiteral("--help")}).output);
 }
 
 QString section(const QString &text, const QString &name)
@@ -97,6 +100,9 @@ void TestManual::programs()
     QTest::addColumn<QString>("program");
     QTest::newRow("jwprobe") << QStringLiteral("jwprobe");
     QTest::newRow("jwsim") << QStringLiteral("jwsim");
+#ifdef JWMONITOR_PROGRAM
+    QTest::newRow("jwmonitor") << QStringLiteral("jwmonitor");
+#endif
 }
 
 void TestManual::pageIsFormattedWithoutAWarning()

@@ -34,8 +34,10 @@ int main(int argc, char **argv)
         arguments.append(QString::fromLocal8Bit(argv[i]));
     QString error;
     std::optional<JwMonitor::Options> options = JwMonitor::parseOptions(arguments, &error);
-    if (options && options->action == JwMonitor::Options::ShowHelp)
+    if (options && options->action == JwMonitor::Options::ShowHelp) {
+        const QCoreApplication app(argc, argv); // which the texts come from; it needs no display
         return show(stdout, JwMonitor::helpText().trimmed(), 0);
+    }
     if (options && options->action == JwMonitor::Options::ShowVersion)
         return show(stdout, QStringLiteral("jwmonitor " JWMONITOR_VERSION), 0);
 #ifdef Q_OS_LINUX

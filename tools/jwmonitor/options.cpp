@@ -74,7 +74,9 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
 {
     Options options;
     if (!m_parser.parse(arguments)) {
-        *error = tr("%1; \"jwmonitor --help\" shows what is allowed").arg(m_parser.errorText());
+        const QString reason = m_parser.errorText();
+        *error = tr("%1; \"jwmonitor --help\" shows what is allowed")
+                     .arg(reason.endsWith(QLatin1Char('.')) ? reason.chopped(1) : reason);
         return std::nullopt;
     }
     if (m_parser.isSet(m_help) || m_parser.isSet(m_version)) {
