@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <algorithm>
+#include <ctime>
+
+/// Measures the longest time for which the event loop of this thread did not come round: by the clock, and what the
+/// thread itself worked in such a time, which on a busy machine is less.
+class StallWatch
+{
+public:
+    StallWatch()
+    {
+        m_tick.setTimerType(Qt::PreciseTimer);
+        QObject::connect(&m_tick, &QTimer::timeout, &m_tick, [this] { look(); });
+        m_tick.start(1);
+        restart();
+    }
+
+    void restart()
+    {
+        m_clock.start();
+        m_lastWork = workMs();
+        m_longestMs = 0;
+        m_longestWorkMs = 0;
+    }
+    double longestMs() const { return m_longestMs; }
+    double longestWorkMs() const { return m_longestWorkMs; }
+
+private:
+    static double workMs()
+    {
+        timespec used{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+        return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
+    }
+    void look()
+    {
+        m_longestMs = std::max(m_longestMs, static_cast<double>(m_clock.nsecsElapsed()) / 1e6);
+        m_longestWorkMs = std::max(m_longestWorkMs, workMs() - m_lastWork);
+        m_clock.start();
+        m_lastWork = workMs();
+    }
+
+    QTimer m_tick;
+    QElapsedTimer m_clock;
+    double m_lastWork = 0;
+    double m_longestMs = 0;
+    double m_longestWorkMs = 0;
+};
