@@ -32,6 +32,7 @@ private Q_SLOTS:
     void stopEndsTheSearch();
     void afterStopNoSearchBeginsByItself();
     void startAgainFindsTheSameBoards();
+    void startWithinASearchFindsTheBoards();
     void canBeDeletedWhileItSearches();
 };
 
@@ -293,6 +294,18 @@ void TestFinder::startAgainFindsTheSameBoards()
     bench.start({BoardA});
     QTRY_COMPARE(found.size(), 2);
     QCOMPARE(bench.entry(board).stay, JwMonitor::PortEntry::Found);
+}
+
+void TestFinder::startWithinASearchFindsTheBoards()
+{
+    FinderBench bench;
+    const auto *slow = bench.attach("BoardA,ignore=1");
+    QSignalSpy started(&bench.finder, &JwMonitor::BoardFinder::searchStarted);
+    bench.start({BoardA});
+    QTRY_VERIFY(bench.entry(slow).report);
+    bench.start({BoardA}, 1); // the first search still had the port open
+    QTRY_COMPARE(bench.stage(BoardA), Stage::Found);
+    QCOMPARE(started.size(), 2);
 }
 
 void TestFinder::canBeDeletedWhileItSearches()

@@ -106,7 +106,7 @@ void BoardFinder::search()
     const QList<JwDevice::Type> types = missingTypes();
     if (!m_isStarted || types.isEmpty())
         return;
-    m_isDue = m_initializer;
+    m_isDue = m_initializer || m_leaving > 0;
     if (m_isDue)
         return;
     for (const JwDevice::Type type : types) {
@@ -147,6 +147,12 @@ void BoardFinder::endSearch()
         entry.isOver = true;
     m_deadline.stop();
     m_refreshTimer.stop();
+    ++m_leaving;
+    connect(m_initializer, &QObject::destroyed, this, [this] {
+        --m_leaving;
+        if (m_isDue)
+            search();
+    });
     std::exchange(m_initializer, nullptr)->deleteLater(); // we may be within a signal of its
     for (BoardState &board : m_boards) {
         if (board.stage == BoardState::Looking)
@@ -154,8 +160,6 @@ void BoardFinder::endSearch()
     }
     Q_EMIT searchEnded();
     Q_EMIT changed();
-    if (m_isDue)
-        m_againTimer.start();
 }
 
 void BoardFinder::endSearchSoon()

@@ -98,7 +98,8 @@ private:
     QElapsedTimer m_clock;
     FindSettings m_settings;
     bool m_isStarted = false;
-    bool m_isDue = false; // a search, once the running one has ended
+    bool m_isDue = false; // a search, once the running one has ended and its ports are free
+    int m_leaving = 0; // Initializers that have ended and may still hold ports
     JwDevice::Initializer *m_initializer = nullptr; // of the running search
     std::optional<QVector<SystemPort>> m_systemPorts;
     QMap<QString, PortEntry> m_entries; // what searches know

@@ -1,0 +1,434 @@
+#include "support/finderbench.h"
+#include "support/simulatedwindowmain.h"
+
+#include <jwmonitor/probetimeline.h>
+#include <jwmonitor/theme.h>
+#include <jwmonitor/timelinecanvas.h>
+#include <jwmonitor/timelineview.h>
+#include <logger/logger.h>
+
+#include <QFile>
+#include <QHelpEvent>
+#include <QImage>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QToolTip>
+#include <QXmlStreamReader>
+
+using namespace JwDevice;
+using namespace JwMonitor;
+
+namespace {
+
+const QString versionQuery = QStringLiteral("$PJWVER*0c");
+const QString informationRequest = QStringLiteral("$PTJWWR,INF*71");
+
+/// Boards, and the timeline of the searches for them.
+struct TimelineBench : FinderBench
+{
+    ProbeTimeline timeline{&finder};
+
+    TimelineLane lane(const JwSimulator::Board *board) const
+    {
+        for (const TimelineLane &lane : timeline.lanes()) {
+            if (lane.port == board->portName())
+                return lane;
+        }
+        return {};
+    }
+
+    void searchToTheEnd(const QList<Type> &types, int retries)
+    {
+        QSignalSpy ended(&finder, &BoardFinder::searchEnded);
+        start(types, retries);
+        QVERIFY(ended.wait());
+    }
+};
+
+QVector<TimelineEvent::Kind> kinds(const TimelineLane &lane)
+{
+    QVector<TimelineEvent::Kind> result;
+    for (const TimelineEvent &event : lane.events)
+        result.append(event.kind);
+    return result;
+}
+
+bool isInOrder(const TimelineLane &lane)
+{
+    return std::is_sorted(lane.events.begin(), lane.events.end(),
+                          [](const TimelineEvent &a, const TimelineEvent &b) { return a.ms < b.ms; });
+}
+
+/// Whether any pixel of `image` has just about this colour.
+bool hasColour(const QImage &image, const QColor &colour)
+{
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (image.pixelColor(x, y) == colour)
+                return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+/// What a search did on each port and when, and its picture.
+class TestTimeline : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void aBoardThatAnswers();
+    void aBoardThatAnswersInARetryRound();
+    void aSilentPortThroughAllRounds();
+    void aPortIsAskedForEachKindOfSentence();
+    void whatCantBeReadIsTold();
+    void aPortThatCantBeOpened();
+    void aCablePulledInTheSearch();
+    void aSecondBoardOfTheType();
+    void lanesAreInTheOrderOfTheirNames();
+    void aNewSearchBeginsAnew();
+    void ourOwnBoardIsNoLaneOfALaterSearch();
+    void whatIsSentToABoardIsNoQuery();
+    void growsWhileTheSearchRuns();
+    void theToolTipTellsSentenceAndTime();
+    void keysGoFromEventToEvent();
+    void zoomsByKey();
+    void savesAnSvg();
+    void savesAPngForSharpScreens();
+    void refusesOtherPictures();
+    void tellsWhenAFileCantBeWritten();
+    void tellsWhenTheLogIsTooCoarse();
+    void paintsInTheColoursOfThePalette();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+void TestTimeline::initTestCase()
+{
+    loggerInstance()->clearSinks();
+    loggerInstance()->setLevel(Logger::Trace);
+}
+
+void TestTimeline::aBoardThatAnswers()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardA,delay=30");
+    bench.searchToTheEnd({BoardA}, 0);
+    const TimelineLane lane = bench.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>(
+                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+    QVERIFY(isInOrder(lane));
+    QCOMPARE(lane.events.at(1).text, versionQuery);
+    QCOMPARE(lane.events.at(2).text, QStringLiteral("$PJWVER,7300022,1,4,0*0d"));
+    QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 30);
+    QCOMPARE(lane.outcome, QStringLiteral("BoardA"));
+    QVERIFY(lane.isGood);
+    QVERIFY(!bench.timeline.isRunning());
+    QVERIFY(bench.timeline.duration() >= lane.events.last().ms);
+}
+
+void TestTimeline::aBoardThatAnswersInARetryRound()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardB,ignore=1");
+    bench.searchToTheEnd({BoardB}, 3);
+    const TimelineLane lane = bench.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut,
+                                           TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+    QVERIFY(isInOrder(lane));
+    QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 399);
+    QCOMPARE(bench.timeline.rounds().size(), 1);
+    QCOMPARE(lane.events.at(1).round, 0);
+    QCOMPARE(lane.events.at(3).round, 1);
+    QCOMPARE(lane.events.at(3).text, versionQuery);
+    QCOMPARE(lane.events.at(3).ms, bench.timeline.rounds().at(0));
+}
+
+void TestTimeline::aSilentPortThroughAllRounds()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("silent");
+    bench.searchToTheEnd({BoardA}, 2);
+    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened};
+    for (int round = 0; round < 3; ++round)
+        expected << TimelineEvent::Query << TimelineEvent::TimedOut;
+    QCOMPARE(kinds(bench.lane(board)), expected);
+    QCOMPARE(bench.lane(board).outcome, QStringLiteral("silent"));
+    QVERIFY(!bench.lane(board).isGood);
+}
+
+void TestTimeline::aPortIsAskedForEachKindOfSentence()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("silent");
+    bench.searchToTheEnd({BoardA, BoardC}, 1);
+    const QVector<TimelineEvent> events = bench.lane(board).events;
+    QCOMPARE(events.size(), 7);
+    QCOMPARE(events.at(1).text, versionQuery);
+    QCOMPARE(events.at(2).text, informationRequest);
+    QCOMPARE(events.at(4).text, versionQuery);
+    QCOMPARE(events.at(5).text, informationRequest);
+}
+
+void TestTimeline::whatCantBeReadIsTold()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardA,checksum=wrong");
+    bench.searchToTheEnd({BoardA}, 0);
+    const TimelineLane lane = bench.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>(
+                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Unreadable, TimelineEvent::TimedOut}));
+    QVERIFY2(lane.events.at(2).text.startsWith(QLatin1String("$PJWVER,7300022,1,4,0*")),
+             qPrintable(lane.events.at(2).text));
+}
+
+void TestTimeline::aPortThatCantBeOpened()
+{
+    TimelineBench bench;
+    const auto *busy = bench.attach("BoardA,open=busy");
+    bench.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(kinds(bench.lane(busy)), QVector<TimelineEvent::Kind>({TimelineEvent::NotOpened}));
+    QVERIFY(!bench.lane(busy).events.at(0).text.isEmpty());
+    QVERIFY(bench.lane(busy).outcome.startsWith(QLatin1String("not opened")));
+}
+
+void TestTimeline::aCablePulledInTheSearch()
+{
+    TimelineBench bench;
+    auto *board = bench.attach("silent");
+    bench.start({BoardA}, 1);
+    QTRY_VERIFY(kinds(bench.lane(board)).contains(TimelineEvent::Query));
+    board->pull();
+    QTRY_VERIFY(kinds(bench.lane(board)).contains(TimelineEvent::Lost));
+    QTRY_VERIFY(!bench.finder.isSearching());
+    QCOMPARE(kinds(bench.lane(board)).count(TimelineEvent::Lost), 1);
+    QVERIFY(bench.lane(board).outcome.startsWith(QLatin1String("lost")));
+}
+
+void TestTimeline::aSecondBoardOfTheType()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    const auto *second = bench.attach("BoardA,delay=50");
+    bench.searchToTheEnd({BoardA, BoardB}, 0);
+    QCOMPARE(kinds(bench.lane(second)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply}));
+    QCOMPARE(bench.lane(second).outcome, QStringLiteral("a second BoardA"));
+}
+
+void TestTimeline::lanesAreInTheOrderOfTheirNames()
+{
+    TimelineBench bench;
+    QStringList names;
+    for (const char *board : {"BoardB,open=busy", "silent", "BoardA"})
+        names.append(bench.attach(board)->portName());
+    bench.searchToTheEnd({BoardA, BoardB}, 0);
+    QStringList lanes;
+    for (const TimelineLane &lane : bench.timeline.lanes())
+        lanes.append(lane.port);
+    QCOMPARE(lanes, names);
+}
+
+void TestTimeline::aNewSearchBeginsAnew()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("silent");
+    bench.searchToTheEnd({BoardA}, 1);
+    bench.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(bench.timeline.rounds().size(), 0);
+    QCOMPARE(kinds(bench.lane(board)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+    QVERIFY(bench.lane(board).events.at(0).ms < 400);
+}
+
+void TestTimeline::ourOwnBoardIsNoLaneOfALaterSearch()
+{
+    TimelineBench bench;
+    const auto *ours = bench.attach("BoardA");
+    bench.searchToTheEnd({BoardA, BoardB}, 0);
+    QSignalSpy ended(&bench.finder, &BoardFinder::searchEnded);
+    const auto *late = bench.attach("BoardB");
+    QVERIFY(ended.wait());
+    QCOMPARE(bench.timeline.lanes().size(), 1);
+    QCOMPARE(bench.timeline.lanes().at(0).port, late->portName());
+    QCOMPARE(bench.entry(ours).stay, PortEntry::Found);
+}
+
+void TestTimeline::whatIsSentToABoardIsNoQuery()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    const auto *silent = bench.attach("silent");
+    QSignalSpy found(&bench.finder, &BoardFinder::boardFound);
+    bench.start({BoardA, BoardB}, 0);
+    QTRY_COMPARE(found.size(), 1);
+    found.at(0).at(0).value<BoardLink>().communicator->writePayload(QStringLiteral("$PJWVER*0c\r\n"));
+    QTRY_VERIFY(!bench.finder.isSearching());
+    QCOMPARE(kinds(bench.lane(silent)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+}
+
+void TestTimeline::growsWhileTheSearchRuns()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("silent");
+    bench.start({BoardA}, 1);
+    QTRY_COMPARE(kinds(bench.lane(board)).size(), 2);
+    QVERIFY(bench.timeline.isRunning());
+    QTRY_COMPARE(bench.timeline.rounds().size(), 1);
+    QVERIFY(bench.timeline.isRunning());
+    QTRY_VERIFY(!bench.timeline.isRunning());
+}
+
+void TestTimeline::theToolTipTellsSentenceAndTime()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardA,delay=100");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    view.show();
+    bench.searchToTheEnd({BoardA}, 0);
+    const TimelinePainter painter(bench.timeline, view.palette(), view.canvas()->font(),
+                                  view.canvas()->viewport()->width(), 1);
+    const QPoint reply = painter.position({0, 2}).toPoint();
+    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
+    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
+    QVERIFY2(QToolTip::text().contains(QLatin1String("reply  $PJWVER,7300022,1,4,0*0d")), qPrintable(QToolTip::text()));
+    QVERIFY(QToolTip::text().contains(board->portName()));
+    QVERIFY(
+        QToolTip::text().contains(QString::number(bench.lane(board).events.at(2).ms, 'f', 1) + QLatin1String(" ms")));
+}
+
+void TestTimeline::keysGoFromEventToEvent()
+{
+    TimelineBench bench;
+    const auto *first = bench.attach("BoardA,delay=20");
+    const auto *second = bench.attach("BoardB,delay=60");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA, BoardB}, 0);
+    QSignalSpy described(view.canvas(), &TimelineCanvas::described);
+    const auto press = [&](Qt::Key key) {
+        QTest::keyClick(view.canvas(), key);
+        return described.isEmpty() ? QString() : described.last().at(0).toString();
+    };
+    QVERIFY(press(Qt::Key_Right).startsWith(first->portName()));
+    QVERIFY(press(Qt::Key_Right).contains(versionQuery));
+    QVERIFY(press(Qt::Key_Right).contains(QLatin1String("$PJWVER,7300022")));
+    QVERIFY(press(Qt::Key_Down).startsWith(second->portName()));
+    QVERIFY(press(Qt::Key_Down).contains(QLatin1String("$PJWVER,7300021")));
+    QVERIFY(press(Qt::Key_Left).contains(versionQuery));
+    QVERIFY(press(Qt::Key_Up).startsWith(first->portName()));
+    QVERIFY(view.findChild<QLabel *>()->text().contains(versionQuery));
+}
+
+void TestTimeline::zoomsByKey()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    view.show();
+    bench.searchToTheEnd({BoardA}, 0);
+    const double width = view.canvas()->pictureSize().width();
+    QTest::keyClick(view.canvas(), Qt::Key_Plus);
+    QVERIFY(view.canvas()->pictureSize().width() > width);
+    QTest::keyClick(view.canvas(), Qt::Key_Minus);
+    QTest::keyClick(view.canvas(), Qt::Key_Minus);
+    QCOMPARE(view.canvas()->zoom(), 1.0);
+    QTest::keyClick(view.canvas(), Qt::Key_Plus);
+    QTest::keyClick(view.canvas(), Qt::Key_0);
+    QCOMPARE(view.canvas()->pictureSize().width(), width);
+}
+
+void TestTimeline::savesAnSvg()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardA");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.svg"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QXmlStreamReader reader(&file);
+    QString text;
+    while (!reader.atEnd()) {
+        if (reader.readNext() == QXmlStreamReader::Characters)
+            text += reader.text();
+    }
+    QVERIFY2(!reader.hasError(), qPrintable(reader.errorString()));
+    QVERIFY(text.contains(board->portName()));
+    QVERIFY(text.contains(versionQuery));
+}
+
+void TestTimeline::savesAPngForSharpScreens()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.PNG"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    const QImage image(fileName);
+    QCOMPARE(image.size(), view.canvas()->pictureSize().toSize() * 2);
+    QVERIFY(hasColour(image, Theme::colour(view.palette(), Theme::Good)));
+}
+
+void TestTimeline::refusesOtherPictures()
+{
+    TimelineBench bench;
+    const TimelineView view(&bench.timeline);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.txt"));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String(".svg or .png")));
+    QVERIFY(!QFile::exists(fileName));
+}
+
+void TestTimeline::tellsWhenAFileCantBeWritten()
+{
+    TimelineBench bench;
+    const TimelineView view(&bench.timeline);
+    QVERIFY(
+        view.saveTo(m_dir.filePath(QStringLiteral("none/timeline.png"))).contains(QLatin1String("can't be written")));
+}
+
+void TestTimeline::tellsWhenTheLogIsTooCoarse()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    const TimelineView view(&bench.timeline);
+    loggerInstance()->setLevel(Logger::Warning);
+    bench.searchToTheEnd({BoardA}, 0);
+    const QString hint = view.findChild<QLabel *>()->text();
+    loggerInstance()->setLevel(Logger::Trace);
+    QVERIFY2(hint.contains(QLatin1String("Trace")), qPrintable(hint));
+}
+
+void TestTimeline::paintsInTheColoursOfThePalette()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    for (const Theme::Palette palette : {Theme::Palette::Light, Theme::Palette::Dark}) {
+        Theme::apply(*qApp, palette);
+        QCOMPARE(Theme::of(view.palette()), palette);
+        const QImage image = view.grab().toImage();
+        QVERIFY(hasColour(image, Theme::colour(view.palette(), Theme::Good)));
+        QVERIFY(hasColour(image, view.palette().color(QPalette::Base)));
+    }
+}
+
+SIMULATED_WINDOW_MAIN(TestTimeline)
+#include "tst_jwmonitor_timeline.moc"
