@@ -95,7 +95,7 @@ void LogView::createLayout()
     addLabelled(controls, tr("&Write from:"), m_loggerLevel);
     addLabelled(controls, tr("&Show from:"), m_level);
     addLabelled(controls, tr("C&ategory:"), m_category);
-    addLabelled(controls, tr("&Text:"), m_text, 1);
+    addLabelled(controls, tr("Te&xt:"), m_text, 1);
     controls->addWidget(clear);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(controls);

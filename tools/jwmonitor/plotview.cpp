@@ -30,7 +30,7 @@ PlotView::PlotView(TrafficModel *model, QWidget *parent)
 
     auto *quantityLabel = new QLabel(tr("&Plot:"));
     quantityLabel->setBuddy(m_quantity);
-    auto *spanLabel = new QLabel(tr("&Time:"));
+    auto *spanLabel = new QLabel(tr("Ti&me:"));
     spanLabel->setBuddy(m_span);
     auto *controls = new QHBoxLayout;
     controls->addWidget(quantityLabel);

@@ -84,7 +84,7 @@ void SendPanel::createLayout()
     line->addWidget(button);
     auto *form = new QFormLayout;
     form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
-    form->addRow(tr("&Board:"), m_board);
+    form->addRow(tr("Bo&ard:"), m_board);
     form->addRow(tr("&Line:"), line);
     qobject_cast<QLabel *>(form->labelForField(line))->setBuddy(m_line);
     form->addRow(tr("Goes out as:"), m_preview);

@@ -52,11 +52,11 @@ TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
     auto *filters = new QHBoxLayout;
     filters->addWidget(labelFor(m_port, tr("&Port:")));
     filters->addWidget(m_port);
-    filters->addWidget(labelFor(m_direction, tr("&Direction:")));
+    filters->addWidget(labelFor(m_direction, tr("Dire&ction:")));
     filters->addWidget(m_direction);
     filters->addWidget(labelFor(m_identifier, tr("&Identifier:")));
     filters->addWidget(m_identifier, 1);
-    filters->addWidget(labelFor(m_text, tr("&Text:")));
+    filters->addWidget(labelFor(m_text, tr("Te&xt:")));
     filters->addWidget(m_text, 2);
     auto *bottom = new QHBoxLayout;
     bottom->addWidget(m_status);
