@@ -134,6 +134,7 @@ void BoardFinder::search()
     m_clock.start();
     m_deadline.start(limit());
     Q_EMIT searchStarted(microsecondsSinceEpoch());
+    Q_EMIT changed();
     initializer->probe(types, m_settings.delay, m_settings.ports);
     refreshSoon();
 }

@@ -5,6 +5,7 @@
 #include <logger/logger.h>
 
 #include <QApplication>
+#include <QIcon>
 #include <QTextStream>
 
 #include <cstdio>
@@ -52,6 +53,8 @@ int main(int argc, char **argv)
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     QApplication app(argc, argv);
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/jwmonitor/jwmonitor.svg")));
+    QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
     options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without what was Qt's

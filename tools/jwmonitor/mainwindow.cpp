@@ -26,6 +26,15 @@
 
 namespace JwMonitor {
 
+namespace {
+
+QKeySequence shortcut(const QString &keys)
+{
+    return QKeySequence(keys, QKeySequence::PortableText);
+}
+
+} // namespace
+
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
     , m_timeline(&m_finder)
@@ -35,7 +44,6 @@ MainWindow::MainWindow(QWidget *parent)
     , m_tabs(new QTabWidget(this))
 {
     setWindowTitle(tr("JwDevice monitor"));
-    setWindowIcon(QIcon(QStringLiteral(":/jwmonitor/jwmonitor.svg")));
 
     auto *centre = new QWidget(this);
     auto *layout = new QVBoxLayout(centre);
@@ -105,21 +113,21 @@ void MainWindow::createLogTab()
 void MainWindow::createMenus()
 {
     QMenu *boards = menuBar()->addMenu(tr("&Boards"));
-    boards->addAction(tr("&Find"), m_findBar, &FindBar::find, QKeySequence(Qt::Key_F5));
-    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested, QKeySequence(Qt::SHIFT + Qt::Key_F5));
+    boards->addAction(tr("&Find"), m_findBar, &FindBar::find, shortcut(QStringLiteral("F5")));
+    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested, shortcut(QStringLiteral("Shift+F5")));
     boards->addSeparator();
-    boards->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence(Qt::CTRL + Qt::Key_Q));
+    boards->addAction(tr("&Quit"), this, &QWidget::close, shortcut(QStringLiteral("Ctrl+Q")));
 
     QMenu *views = menuBar()->addMenu(tr("&View"));
     for (int i = 0; i < m_tabs->count(); ++i) {
         views->addAction(
             m_tabs->tabText(i), this, [this, i] { showView(static_cast<View>(i)); },
-            QKeySequence(Qt::CTRL + Qt::Key_1 + i));
+            shortcut(QStringLiteral("Ctrl+%1").arg(i + 1)));
     }
     views->addSeparator();
     QAction *dark = views->addAction(tr("&Dark"));
     dark->setObjectName(QStringLiteral("dark"));
-    dark->setShortcut(QKeySequence(Qt::CTRL + Qt::Key_D));
+    dark->setShortcut(shortcut(QStringLiteral("Ctrl+D")));
     dark->setCheckable(true);
     dark->setChecked(Theme::of(palette()) == Theme::Palette::Dark);
     connect(dark, &QAction::toggled, this,

@@ -1,0 +1,327 @@
+#include "support/portname.h"
+#include "support/simulatedwindowmain.h"
+#include "support/stallwatch.h"
+#include "support/trafficrows.h"
+
+#include <jwmonitor/boardsbar.h>
+#include <jwmonitor/boardtypes.h>
+#include <jwmonitor/mainwindow.h>
+#include <jwmonitor/portsmodel.h>
+#include <jwmonitor/portsview.h>
+#include <jwmonitor/sendpanel.h>
+#include <jwmonitor/theme.h>
+#include <jwmonitor/timelinecanvas.h>
+#include <jwmonitor/timelineview.h>
+#include <jwmonitor/trafficmodel.h>
+#include <jwmonitor/trafficview.h>
+#include <logger/logger.h>
+#include <simulator/testbed.h>
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QTabWidget>
+#include <QTableView>
+#include <QTemporaryDir>
+
+#include <memory>
+
+using namespace JwMonitor;
+
+namespace {
+
+QAbstractItemModel *rows(const QWidget *parent, const char *table)
+{
+    return parent->findChild<QTableView *>(QLatin1String(table))->model();
+}
+
+QStringList column(const QAbstractItemModel *model, const QString &title)
+{
+    for (int section = 0; section < model->columnCount(); ++section) {
+        if (model->headerData(section, Qt::Horizontal).toString() == title)
+            return columnTexts(model, section);
+    }
+    return {};
+}
+
+} // namespace
+
+/// The whole window, driven as a person does, on simulated boards.
+class TestWindow : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void findsTheBoards();
+    void drawsTheRetryRounds();
+    void followsACableThatIsPulledAndPluggedIn();
+    void sendsAndShowsTheAnswer();
+    void filtersAndSavesTheTraffic();
+    void stopsAndFindsAgainByKey();
+    void changesViewsByKey();
+    void changesItsColours();
+    void choosingAPortShowsItsLane();
+    void fitsOnASmallScreen();
+    void canBeClosedWhileABoardSends();
+    void staysResponsiveAtAThousandPayloadsASecond();
+
+private:
+    JwSimulator::Board *attach(const char *board);
+    void show(const QList<JwDevice::Type> &types, int retries = 0);
+    QString state(const JwSimulator::Board *board) const;
+    template <typename Widget>
+    Widget *child(const char *name) const
+    {
+        auto *widget = m_window->findChild<Widget *>(QLatin1String(name));
+        if (!widget)
+            qFatal("the window has no %s", name);
+        return widget;
+    }
+
+    std::unique_ptr<JwSimulator::Testbed> m_testbed;
+    std::unique_ptr<MainWindow> m_window;
+};
+
+void TestWindow::initTestCase()
+{
+    loggerInstance()->clearSinks();
+    loggerInstance()->setLevel(Logger::Trace);
+}
+
+void TestWindow::init()
+{
+    m_testbed = std::make_unique<JwSimulator::Testbed>();
+}
+
+void TestWindow::cleanup()
+{
+    m_window.reset();
+    m_testbed.reset();
+}
+
+JwSimulator::Board *TestWindow::attach(const char *board)
+{
+    auto config = JwSimulator::BoardConfig::fromText(QString::fromLatin1(board));
+    config->port = uniquePortName();
+    return m_testbed->add(*config);
+}
+
+void TestWindow::show(const QList<JwDevice::Type> &types, int retries)
+{
+    m_window = std::make_unique<MainWindow>();
+    m_window->show();
+    FindSettings settings;
+    settings.types = types;
+    settings.retries = retries;
+    m_window->find(settings);
+}
+
+QString TestWindow::state(const JwSimulator::Board *board) const
+{
+    const QAbstractItemModel *model = m_window->findChild<PortsView *>()->model();
+    const int row = columnTexts(model, PortsModel::Port).indexOf(board->portName());
+    return row < 0 ? QString() : model->index(row, PortsModel::State).data().toString();
+}
+
+void TestWindow::findsTheBoards()
+{
+    const auto *a = attach("BoardA");
+    const auto *c = attach("BoardC,delay=40");
+    const auto *silent = attach("silent");
+    m_window = std::make_unique<MainWindow>();
+    m_window->show();
+    child<QCheckBox>("BoardA")->click();
+    child<QCheckBox>("BoardC")->click();
+    QVERIFY(m_window->statusBar()->currentMessage().startsWith(QLatin1String("Stopped")));
+    QTest::mouseClick(child<QPushButton>("find"), Qt::LeftButton);
+    QTRY_COMPARE(state(a), QStringLiteral("found"));
+    QTRY_COMPARE(state(c), QStringLiteral("found"));
+    QTRY_COMPARE(state(silent), QStringLiteral("no answer before the search ended"));
+    QCOMPARE(m_window->statusBar()->currentMessage(), QStringLiteral("All 2 boards found"));
+    QCOMPARE(child<QComboBox>("board")->count(), 2);
+}
+
+void TestWindow::drawsTheRetryRounds()
+{
+    attach("BoardB,ignore=2");
+    show({JwDevice::BoardB}, 3);
+    auto *canvas = m_window->findChild<TimelineCanvas *>();
+    QTRY_COMPARE(m_window->finder()->boards().value(JwDevice::BoardB).stage, BoardFinder::BoardState::Found);
+    QSignalSpy described(canvas, &TimelineCanvas::described);
+    for (int event = 0; event < 7; ++event) // opened, two times query and 400 ms over, query, reply
+        QTest::keyClick(canvas, Qt::Key_Right);
+    const QString last = described.last().at(0).toString();
+    QVERIFY2(last.contains(QLatin1String("reply (retry 2)  $PJWVER,7300021")), qPrintable(last));
+}
+
+void TestWindow::followsACableThatIsPulledAndPluggedIn()
+{
+    auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    board->pull();
+    QTRY_COMPARE(state(board), QStringLiteral("lost"));
+    QCOMPARE(child<QComboBox>("board")->count(), 0);
+    QTRY_VERIFY(m_window->statusBar()->currentMessage().startsWith(QLatin1String("0 of 1 boards found")));
+    QVERIFY(board->plug());
+    QTRY_COMPARE(state(board), QStringLiteral("back"));
+    m_window->showView(MainWindow::TrafficTab);
+    QTest::keyClicks(child<QLineEdit>("line"), QStringLiteral("PJWVER"));
+    QTest::keyClick(child<QLineEdit>("line"), Qt::Key_Return);
+    QTRY_COMPARE(column(rows(m_window.get(), "payloads"), QStringLiteral("Direction")),
+                 QStringList({QStringLiteral("sent"), QStringLiteral("received")}));
+}
+
+void TestWindow::sendsAndShowsTheAnswer()
+{
+    attach("BoardA");
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(child<QComboBox>("board")->count(), 1);
+    m_window->showView(MainWindow::TrafficTab);
+    QTest::keyClicks(child<QLineEdit>("line"), QStringLiteral("PJWVER"));
+    QTest::mouseClick(child<QPushButton>("send"), Qt::LeftButton);
+    const QAbstractItemModel *payloads = rows(m_window.get(), "payloads");
+    QTRY_COMPARE(payloads->rowCount(), 2);
+    QCOMPARE(column(payloads, QStringLiteral("Identifier")),
+             QStringList({QStringLiteral("PJWVER"), QStringLiteral("PJWVER")}));
+    QCOMPARE(column(payloads, QStringLiteral("Checksum")), QStringList({QStringLiteral("ok"), QStringLiteral("ok")}));
+    QVERIFY(column(payloads, QStringLiteral("Fields")).at(1).contains(QLatin1String("hwversion=7300022")));
+}
+
+void TestWindow::filtersAndSavesTheTraffic()
+{
+    auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(child<QComboBox>("board")->count(), 1);
+    m_window->showView(MainWindow::TrafficTab);
+    board->send("$PJWTMP,21.5*30\r\n$PJWHUM,40*00\r\n$PJWTMP,21.6*33\r\n");
+    const QAbstractItemModel *payloads = rows(m_window.get(), "payloads");
+    QTRY_COMPARE(payloads->rowCount(), 3);
+    QTest::keyClicks(child<QLineEdit>("identifier"), QStringLiteral("PJWTMP"));
+    QTRY_COMPARE(payloads->rowCount(), 2);
+
+    const QTemporaryDir dir;
+    const QString fileName = dir.filePath(QStringLiteral("traffic.csv"));
+    auto *view = m_window->findChild<TrafficView *>();
+    QSignalSpy saved(view, &TrafficView::saved);
+    view->saveTo(fileName);
+    QTRY_COMPARE(saved.size(), 1);
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray text = file.readAll();
+    QCOMPARE(text.count("PJWTMP,"), 2);
+    QVERIFY(!text.contains("PJWHUM"));
+}
+
+void TestWindow::stopsAndFindsAgainByKey()
+{
+    const auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QTest::keyClick(m_window.get(), Qt::Key_F5, Qt::ShiftModifier);
+    QCOMPARE(state(board), QStringLiteral("not asked"));
+    QVERIFY(m_window->statusBar()->currentMessage().startsWith(QLatin1String("Stopped")));
+    QVERIFY(!child<QPushButton>("stop")->isEnabled());
+    QTest::keyClick(m_window.get(), Qt::Key_F5);
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+}
+
+void TestWindow::changesViewsByKey()
+{
+    show({JwDevice::BoardA});
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    const auto *tabs = m_window->findChild<QTabWidget *>();
+    for (const int tab : {MainWindow::LogTab, MainWindow::PlotTab, MainWindow::TrafficTab, MainWindow::PortsTab}) {
+        QTest::keyClick(m_window.get(), static_cast<Qt::Key>(Qt::Key_1 + tab), Qt::ControlModifier);
+        QCOMPARE(tabs->currentIndex(), tab);
+        QVERIFY2(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()),
+                 qPrintable(tabs->tabText(tab))); // the keys go to what is shown
+    }
+}
+
+void TestWindow::changesItsColours()
+{
+    Theme::apply(*qApp, Theme::Palette::Light);
+    show({JwDevice::BoardA});
+    const QColor light = m_window->grab().toImage().pixelColor(2, m_window->height() / 2);
+    child<QAction>("dark")->trigger();
+    QCOMPARE(Theme::of(m_window->palette()), Theme::Palette::Dark);
+    const QColor dark = m_window->grab().toImage().pixelColor(2, m_window->height() / 2);
+    QVERIFY(light.lightness() > 200);
+    QVERIFY(dark.lightness() < 60);
+    child<QAction>("dark")->trigger();
+    QCOMPARE(Theme::of(m_window->palette()), Theme::Palette::Light);
+}
+
+void TestWindow::choosingAPortShowsItsLane()
+{
+    QList<const JwSimulator::Board *> boards;
+    for (int i = 0; i < 16; ++i)
+        boards.append(attach("silent"));
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(state(boards.last()), QStringLiteral("silent"));
+    auto *canvas = m_window->findChild<TimelineCanvas *>();
+    auto *ports = m_window->findChild<PortsView *>();
+    const QImage before = canvas->grab().toImage();
+    ports->selectRow(boards.size() - 1);
+    QVERIFY(canvas->grab().toImage() != before);
+}
+
+void TestWindow::fitsOnASmallScreen()
+{
+    show({JwDevice::BoardA});
+    QVERIFY2(m_window->minimumSizeHint().width() <= 1024,
+             qPrintable(QString::number(m_window->minimumSizeHint().width())));
+    QVERIFY2(m_window->minimumSizeHint().height() <= 700,
+             qPrintable(QString::number(m_window->minimumSizeHint().height())));
+}
+
+void TestWindow::canBeClosedWhileABoardSends()
+{
+    auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    for (int i = 0; i < 50; ++i)
+        board->send("$PJWTMP,21.5*30\r\n");
+    QTRY_VERIFY(rows(m_window.get(), "payloads")->rowCount() > 0);
+    board->send("$PJWTMP,21.5*30\r\n");
+    m_window.reset();
+    QTRY_VERIFY(!board->journal().isEmpty());
+}
+
+void TestWindow::staysResponsiveAtAThousandPayloadsASecond()
+{
+    auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    QTRY_COMPARE(child<QComboBox>("board")->count(), 1);
+    m_window->showView(MainWindow::TrafficTab);
+    constexpr int count = 4000;
+    int sent = 0;
+    QTimer pace;
+    pace.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&pace, &QTimer::timeout, board, [&] {
+        for (int i = 0; i < 10 && sent < count; ++i, ++sent)
+            board->send(framed(QStringLiteral("PJWTMP,%1").arg(sent)).toLatin1());
+    });
+    StallWatch watch;
+    pace.start(10);
+    const QAbstractItemModel *payloads = rows(m_window.get(), "payloads");
+    QTRY_COMPARE_WITH_TIMEOUT(payloads->rowCount(), count, 30000);
+    qInfo("1000 payloads a second through a port into the window: longest stall %.1f ms, of which work %.1f ms",
+          watch.longestMs(), watch.longestWorkMs());
+}
+
+SIMULATED_WINDOW_MAIN(TestWindow)
+#include "tst_jwmonitor_window.moc"
