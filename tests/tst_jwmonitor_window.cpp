@@ -21,6 +21,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFile>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -66,6 +67,7 @@ private Q_SLOTS:
     void followsACableThatIsPulledAndPluggedIn();
     void sendsAndShowsTheAnswer();
     void filtersAndSavesTheTraffic();
+    void savesTheTimelineByKey();
     void stopsAndFindsAgainByKey();
     void changesViewsByKey();
     void changesItsColours();
@@ -220,6 +222,30 @@ void TestWindow::filtersAndSavesTheTraffic()
     const QByteArray text = file.readAll();
     QCOMPARE(text.count("PJWTMP,"), 2);
     QVERIFY(!text.contains("PJWHUM"));
+}
+
+void TestWindow::savesTheTimelineByKey()
+{
+    const auto *board = attach("BoardA");
+    show({JwDevice::BoardA});
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    const QTemporaryDir dir;
+    const QString fileName = dir.filePath(QStringLiteral("search.svg"));
+    QTimer answer;
+    QObject::connect(&answer, &QTimer::timeout, &answer, [&] {
+        auto *dialog = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        auto *name = dialog->findChild<QLineEdit *>();
+        name->setText(fileName);
+        QTest::keyClick(name, Qt::Key_Return);
+    });
+    answer.start(10);
+    m_window->showView(MainWindow::PortsTab);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_S, Qt::ControlModifier);
+    QTRY_VERIFY(QFile::exists(fileName));
 }
 
 void TestWindow::stopsAndFindsAgainByKey()

@@ -52,7 +52,9 @@ class Packages(unittest.TestCase):
     def test_tools_have_the_programs_and_what_belongs_to_them(self):
         _, files = self.files("jwdevice-tools")
         self.has(files, "bin/jwprobe", "bin/jwsim", "udev/rules.d/60-jwdevice.rules", "man1/jwprobe.1.gz",
-                 "man1/jwsim.1.gz", "bash-completion/completions/jwprobe", "bash-completion/completions/jwsim")
+                 "man1/jwsim.1.gz", "bash-completion/completions/jwprobe", "bash-completion/completions/jwsim",
+                 "bin/jwmonitor", "man1/jwmonitor.1.gz", "bash-completion/completions/jwmonitor",
+                 "applications/jwmonitor.desktop", "icons/hicolor/scalable/apps/jwmonitor.svg")
         dependencies = self.field("jwdevice-tools", "Depends")
         self.assertIn("libjwdevice0.1 (= ", dependencies)
         self.assertRegex(dependencies, r"\bumockdev\b")

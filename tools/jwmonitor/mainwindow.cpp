@@ -18,6 +18,7 @@
 #include <QApplication>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QShortcut>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QStyle>
@@ -82,6 +83,8 @@ void MainWindow::createPortsTab()
     splitter->setContentsMargins(margin, margin, margin, margin);
     connect(ports, &PortsView::portChosen, m_timelineView->canvas(), &TimelineCanvas::showPort);
     splitter->setFocusProxy(ports);
+    connect(new QShortcut(QKeySequence::Save, splitter, nullptr, nullptr, Qt::WidgetWithChildrenShortcut),
+            &QShortcut::activated, m_timelineView, &TimelineView::askAndSave);
     m_tabs->addTab(splitter, tr("Ports"));
 }
 

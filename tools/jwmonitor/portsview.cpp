@@ -6,8 +6,25 @@
 #include <QEvent>
 #include <QHeaderView>
 #include <QItemSelectionModel>
+#include <QStyledItemDelegate>
 
 namespace JwMonitor {
+
+namespace {
+
+/// Leaves room between the columns, which are as wide as their texts.
+class RoomyDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        return QStyledItemDelegate::sizeHint(option, index) + QSize(2 * option.fontMetrics.averageCharWidth(), 0);
+    }
+};
+
+} // namespace
 
 PortsView::PortsView(const BoardFinder *finder, QWidget *parent)
     : QTableView(parent)
@@ -16,6 +33,7 @@ PortsView::PortsView(const BoardFinder *finder, QWidget *parent)
 {
     m_model->setPalette(palette());
     setModel(m_model);
+    setItemDelegate(new RoomyDelegate(this));
     setAccessibleName(tr("Ports and boards"));
     setSelectionBehavior(SelectRows);
     setSelectionMode(SingleSelection);

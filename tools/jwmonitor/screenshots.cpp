@@ -40,8 +40,8 @@ void Screenshots::talk()
 {
     m_window->finder()->disconnect(this);
     auto *panel = m_window->findChild<SendPanel *>();
-    auto *board = panel->findChild<QComboBox *>();
-    auto *line = panel->findChild<QLineEdit *>();
+    auto *board = panel->findChild<QComboBox *>(QStringLiteral("board"));
+    auto *line = panel->findChild<QLineEdit *>(QStringLiteral("line"));
     const int turn = m_turn++;
     if (turn == turns) {
         line->setText(QStringLiteral("PTJWWR,INF"));
@@ -68,6 +68,8 @@ void Screenshots::save()
     const bool isDark = Theme::of(m_window->palette()) == Theme::Palette::Dark;
     const QString suffix = QLatin1String(isDark ? "-dark" : "-light")
         + (m_window->devicePixelRatioF() > 1 ? QStringLiteral("-%1x").arg(m_window->devicePixelRatioF()) : QString());
+    auto *span = m_window->findChild<QComboBox *>(QStringLiteral("span"));
+    span->setCurrentIndex(span->findData(10)); // seconds: about as long as we talked
     int delay = 0;
     for (const auto &[view, name] : views) {
         QTimer::singleShot(delay, this, [this, shown = view] { m_window->showView(shown); });

@@ -11,7 +11,6 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QSaveFile>
-#include <QShortcut>
 #include <QSvgGenerator>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -78,7 +77,7 @@ TimelineView::~TimelineView() = default;
 void TimelineView::updateHint()
 {
     m_hint->setText(ProbeLog::isFineEnough()
-                        ? tr("○ opened   ▶ query   ◀ reply   | 400 ms over   ◆ handed over   ✕ failed")
+                        ? tr("○ opened   ▶ query   ◀ reply   | 400 ms over   ◆ handed over   ✕ failed   ┆ retry round")
                         : tr("The log is too coarse to tell each step: choose the level Trace in the view Log"));
 }
 

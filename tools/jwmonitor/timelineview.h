@@ -24,8 +24,11 @@ public:
     QString saveTo(const QString &fileName) const;
     TimelineCanvas *canvas() const { return m_canvas; }
 
-private:
+public Q_SLOTS:
+    /// Asks for a name first.
     void askAndSave();
+
+private:
     void updateHint();
 
     const ProbeTimeline *const m_timeline;
