@@ -1,3 +1,4 @@
+#include "support/comboboxkeys.h"
 #include "support/simulatedwindowmain.h"
 #include "support/trafficrows.h"
 
@@ -36,7 +37,7 @@ private Q_SLOTS:
 
 private:
     void logSamples();
-    void choose(const char *box, const QString &text);
+    void choose(const char *box, const QString &text) { chooseByKeys(m_view.get(), box, text); }
     QStringList texts() const { return columnTexts(m_view->findChild<HistoryFilter *>(), LogModel::Text); }
 
     std::unique_ptr<LogModel> m_model;
@@ -66,15 +67,6 @@ void TestLog::logSamples()
     LOGGER_RECORD(Logger::Warning, nullptr).write("two");
     LOGGER_RECORD(Logger::Error, "Communication").write("three");
     QTRY_COMPARE(m_model->rowCount(), 3);
-}
-
-void TestLog::choose(const char *box, const QString &text)
-{
-    auto *comboBox = m_view->findChild<QComboBox *>(QString::fromLatin1(box));
-    QTest::keyClick(comboBox, Qt::Key_Home);
-    for (int i = comboBox->findText(text); i > 0; --i)
-        QTest::keyClick(comboBox, Qt::Key_Down);
-    QCOMPARE(comboBox->currentText(), text);
 }
 
 void TestLog::aRecordTellsWhatItIs()

@@ -111,7 +111,8 @@ void TestPlot::timeMarksAreRound_data()
     QTest::newRow("quarters of a minute") << 1 << 61 << 6 << QVector<double>{15, 30, 45, 60};
     QTest::newRow("minutes") << 1 << 301 << 6 << QVector<double>{60, 120, 180, 240, 300};
     QTest::newRow("less than a second") << 5 << 5 << 5 << QVector<double>{5, 6};
-    QTest::newRow("weeks") << 1 << 604801 << 3 << QVector<double>{86400, 172800, 259200, 345600, 432000, 518400, 604800};
+    QTest::newRow("weeks") << 1 << 604801 << 3
+                           << QVector<double>{86400, 172800, 259200, 345600, 432000, 518400, 604800};
 }
 
 void TestPlot::timeMarksAreRound()

@@ -55,8 +55,8 @@ private:
 
 void TestResponsiveness::initTestCase()
 {
-    for (QWidget *window : {static_cast<QWidget *>(&m_view), static_cast<QWidget *>(&m_plot),
-                            static_cast<QWidget *>(&m_panel)}) {
+    for (QWidget *window :
+         {static_cast<QWidget *>(&m_view), static_cast<QWidget *>(&m_plot), static_cast<QWidget *>(&m_panel)}) {
         window->resize(1200, 700);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window));

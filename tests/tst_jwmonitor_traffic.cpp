@@ -1,3 +1,4 @@
+#include "support/comboboxkeys.h"
 #include "support/communicatorwatch.h"
 #include "support/simulatedwindowmain.h"
 #include "support/trafficrows.h"
@@ -11,7 +12,6 @@
 
 #include <QAction>
 #include <QClipboard>
-#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QScrollBar>
@@ -98,7 +98,7 @@ private:
     QString statusText() const { return m_view->findChild<QLabel *>(QStringLiteral("status"))->text(); }
     QAction *action(const char *name) const { return m_view->findChild<QAction *>(QString::fromLatin1(name)); }
     QLineEdit *edit(const char *name) const { return m_view->findChild<QLineEdit *>(QString::fromLatin1(name)); }
-    void choose(const char *box, const QString &text);
+    void choose(const char *box, const QString &text) { chooseByKeys(m_view.get(), box, text); }
     QString save(const QString &name);
 
     std::unique_ptr<TrafficModel> m_model;
@@ -130,15 +130,6 @@ void TestTraffic::addSamples()
     m_model->append(sent(acm0, query, 7));
     m_model->append(received(acm1, spoiltVersion));
     QTRY_COMPARE(m_table->model()->rowCount(), 4);
-}
-
-void TestTraffic::choose(const char *box, const QString &text)
-{
-    auto *comboBox = m_view->findChild<QComboBox *>(QString::fromLatin1(box));
-    QTest::keyClick(comboBox, Qt::Key_Home);
-    for (int i = comboBox->findText(text); i > 0; --i)
-        QTest::keyClick(comboBox, Qt::Key_Down);
-    QCOMPARE(comboBox->currentText(), text);
 }
 
 QString TestTraffic::save(const QString &name)
@@ -572,11 +563,12 @@ void TestTraffic::savesCsv()
     const QDateTime time = QDateTime::fromString(QStringLiteral("2024-05-06T07:08:09.123"), Qt::ISODateWithMs);
     m_model->append({time.toMSecsSinceEpoch() * 1000, acm0, Direction::Sent, framed(QStringLiteral("PX,a\"b")), 3});
     m_model->flush();
-    QCOMPARE(save(QStringLiteral("traffic.CSV")),
-             QStringLiteral("\"time\",\"port\",\"direction\",\"id\",\"identifier\",\"fields\",\"checksum\",\"progress\","
-                            "\"payload\"\r\n"
-                            "\"2024-05-06 07:08:09.123000\",\"ttyACM0\",\"sent\",\"3\",\"PX\",\"1=a\"\"b\",\"ok\","
-                            "\"waiting\",\"$PX,a\"\"b*05\"\r\n"));
+    QCOMPARE(
+        save(QStringLiteral("traffic.CSV")),
+        QStringLiteral("\"time\",\"port\",\"direction\",\"id\",\"identifier\",\"fields\",\"checksum\",\"progress\","
+                       "\"payload\"\r\n"
+                       "\"2024-05-06 07:08:09.123000\",\"ttyACM0\",\"sent\",\"3\",\"PX\",\"1=a\"\"b\",\"ok\","
+                       "\"waiting\",\"$PX,a\"\"b*05\"\r\n"));
 }
 
 void TestTraffic::savesWhatIsShown()

@@ -10,9 +10,8 @@ namespace JwMonitor {
 
 LogModel::LogModel(QObject *parent)
     : HistoryModel<LogRecord>(parent)
-    , m_sink(std::make_shared<LogSink>([this] {
-        QMetaObject::invokeMethod(this, &LogModel::fetch, Qt::QueuedConnection);
-    }))
+    , m_sink(std::make_shared<LogSink>(
+          [this] { QMetaObject::invokeMethod(this, &LogModel::fetch, Qt::QueuedConnection); }))
 {
     loggerInstance()->addSink(m_sink);
 }

@@ -2,15 +2,13 @@
 
 #include "historyfilter.h"
 #include "historytable.h"
+#include "labelled.h"
 #include "logmodel.h"
 
 #include <QComboBox>
-#include <QHBoxLayout>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QShortcut>
-#include <QVBoxLayout>
 
 namespace JwMonitor {
 
@@ -23,14 +21,6 @@ void addLevels(QComboBox *box)
 {
     for (const Logger::Level level : levels)
         box->addItem(LogModel::levelName(level), level);
-}
-
-void addLabelled(QHBoxLayout *layout, const QString &text, QWidget *widget, int stretch = 0)
-{
-    auto *label = new QLabel(text);
-    label->setBuddy(widget);
-    layout->addWidget(label);
-    layout->addWidget(widget, stretch);
 }
 
 } // namespace
@@ -61,7 +51,8 @@ LogView::~LogView() = default;
 void LogView::createControls()
 {
     m_loggerLevel->setObjectName(QStringLiteral("loggerLevel"));
-    m_loggerLevel->setToolTip(tr("What is below this level is not even written. Trace costs time when much comes in."));
+    m_loggerLevel->setToolTip(
+        tr("What is below this level is not written at all. The timeline of the ports needs Trace."));
     addLevels(m_loggerLevel);
     for (const Logger::Level level : levels) {
         if (loggerInstance()->isEnabled(level)) {

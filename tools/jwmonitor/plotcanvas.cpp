@@ -241,7 +241,9 @@ QString PlotCanvas::legendText(const Curve &curve, const Frame &frame) const
     if (!m_cursor)
         return curve.name;
     const auto timeUs = frame.times.low() + *m_cursor * (frame.times.high() - frame.times.low());
-    const auto isLater = [](double time, const PlotSample &sample) { return time < static_cast<double>(sample.timeUs); };
+    const auto isLater = [](double time, const PlotSample &sample) {
+        return time < static_cast<double>(sample.timeUs);
+    };
     const auto next = std::upper_bound(curve.begin, curve.end, timeUs, isLater);
     if (next == curve.begin)
         return curve.name;

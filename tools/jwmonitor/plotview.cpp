@@ -1,13 +1,11 @@
 #include "plotview.h"
 
+#include "labelled.h"
 #include "plotcanvas.h"
 #include "plotdata.h"
 #include "trafficmodel.h"
 
 #include <QComboBox>
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QVBoxLayout>
 
 namespace JwMonitor {
 
@@ -28,15 +26,9 @@ PlotView::PlotView(TrafficModel *model, QWidget *parent)
     m_span->addItem(tr("All"), 0);
     m_canvas->setObjectName(QStringLiteral("canvas"));
 
-    auto *quantityLabel = new QLabel(tr("&Plot:"));
-    quantityLabel->setBuddy(m_quantity);
-    auto *spanLabel = new QLabel(tr("Ti&me:"));
-    spanLabel->setBuddy(m_span);
     auto *controls = new QHBoxLayout;
-    controls->addWidget(quantityLabel);
-    controls->addWidget(m_quantity);
-    controls->addWidget(spanLabel);
-    controls->addWidget(m_span);
+    addLabelled(controls, tr("&Plot:"), m_quantity);
+    addLabelled(controls, tr("Ti&me:"), m_span);
     controls->addStretch();
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(controls);

@@ -10,8 +10,8 @@ namespace JwMonitor {
 
 /// All payloads, oldest first. A payload is taken apart only when somebody looks at it.
 ///
-/// What becomes of a sent payload is told of the newest 1000 sent ones; an id means the newest payload that has it, for a
-/// board that comes back counts from 1 again.
+/// What becomes of a sent payload is told of the newest 1000 sent ones; an id means the newest payload that has it, for
+/// a board that comes back counts from 1 again.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT

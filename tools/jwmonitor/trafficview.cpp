@@ -2,6 +2,7 @@
 
 #include "historyfilter.h"
 #include "historytable.h"
+#include "labelled.h"
 #include "trafficmodel.h"
 #include "traffictext.h"
 #include "trafficwriter.h"
@@ -9,26 +10,13 @@
 #include <QAction>
 #include <QComboBox>
 #include <QFileDialog>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
 #include <QShortcut>
 #include <QToolBar>
-#include <QVBoxLayout>
 
 namespace JwMonitor {
-
-namespace {
-
-QLabel *labelFor(QWidget *widget, const QString &text)
-{
-    auto *label = new QLabel(text);
-    label->setBuddy(widget);
-    return label;
-}
-
-} // namespace
 
 TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
     : QWidget(parent)
@@ -50,14 +38,10 @@ TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
     m_status->setObjectName(QStringLiteral("status"));
 
     auto *filters = new QHBoxLayout;
-    filters->addWidget(labelFor(m_port, tr("&Port:")));
-    filters->addWidget(m_port);
-    filters->addWidget(labelFor(m_direction, tr("Dire&ction:")));
-    filters->addWidget(m_direction);
-    filters->addWidget(labelFor(m_identifier, tr("&Identifier:")));
-    filters->addWidget(m_identifier, 1);
-    filters->addWidget(labelFor(m_text, tr("Te&xt:")));
-    filters->addWidget(m_text, 2);
+    addLabelled(filters, tr("&Port:"), m_port);
+    addLabelled(filters, tr("Dire&ction:"), m_direction);
+    addLabelled(filters, tr("&Identifier:"), m_identifier, 1);
+    addLabelled(filters, tr("Te&xt:"), m_text, 2);
     auto *bottom = new QHBoxLayout;
     bottom->addWidget(m_status);
     bottom->addStretch();
@@ -204,8 +188,8 @@ void TrafficView::addPorts(int first, int last)
 
 void TrafficView::askAndSave()
 {
-    const QString fileName = QFileDialog::getSaveFileName(
-        this, tr("Save payloads"), QStringLiteral("payloads.csv"), tr("CSV files (*.csv);;Text files (*.txt)"));
+    const QString fileName = QFileDialog::getSaveFileName(this, tr("Save payloads"), QStringLiteral("payloads.csv"),
+                                                          tr("CSV files (*.csv);;Text files (*.txt)"));
     if (!fileName.isEmpty())
         saveTo(fileName);
 }

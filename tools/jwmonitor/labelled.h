@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QBoxLayout>
+#include <QLabel>
+
+namespace JwMonitor {
+
+/// Adds `widget` behind its label, whose key leads to it.
+inline void addLabelled(QBoxLayout *layout, const QString &text, QWidget *widget, int stretch = 0)
+{
+    auto *label = new QLabel(text);
+    label->setBuddy(widget);
+    layout->addWidget(label);
+    layout->addWidget(widget, stretch);
+}
+
+} // namespace JwMonitor
