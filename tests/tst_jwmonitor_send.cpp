@@ -7,6 +7,7 @@
 #include <jwmonitor/historyfilter.h>
 #include <jwmonitor/historytable.h>
 #include <jwmonitor/sendpanel.h>
+#include <jwmonitor/theme.h>
 #include <jwmonitor/trafficmodel.h>
 #include <simulator/testbed.h>
 
@@ -33,6 +34,7 @@ private Q_SLOTS:
 
     void showsTheLineAsItWillGoOut();
     void tellsAFaultWhileItIsTyped();
+    void aFaultKeepsItsColourInAnotherPalette();
     void refusesToSendABadLine();
     void tellsThatThereIsNoBoard();
     void sendsAndGetsTheAnswer();
@@ -133,6 +135,18 @@ void TestSend::tellsAFaultWhileItIsTyped()
     QVERIFY2(label("message").contains(QLatin1String("The checksum is *0c")), qPrintable(label("message")));
     type("c");
     QCOMPARE(label("message"), QString());
+}
+
+void TestSend::aFaultKeepsItsColourInAnotherPalette()
+{
+    const QPalette before = QApplication::palette();
+    const auto *message = m_panel->findChild<QLabel *>(QStringLiteral("message"));
+    type("PJWVER*0");
+    for (const Theme::Palette palette : {Theme::Palette::Light, Theme::Palette::Dark}) {
+        Theme::apply(*qApp, palette);
+        QCOMPARE(message->palette().color(QPalette::WindowText), Theme::colour(m_panel->palette(), Theme::Problem));
+    }
+    QApplication::setPalette(before);
 }
 
 void TestSend::refusesToSendABadLine()

@@ -18,8 +18,8 @@ BoardTraffic::BoardTraffic(const BoardLink &link, TrafficModel *model, QObject *
         if (m_link.communicator->readPayload(payload, id))
             receive(payload, id);
     });
-    connect(communicator, &JwDevice::Communicator::transferred, m_model,
-            [model, port = link.port](uint id) { model->markTransferred(port, id); });
+    connect(communicator, &JwDevice::Communicator::transferred, this,
+            [this](uint id) { m_model->markTransferred(m_link.port, id); });
     for (QString payload; communicator->readPayload(payload);) // came before we were here
         receive(payload, 0);
 }

@@ -11,6 +11,7 @@
 #include "traffictext.h"
 
 #include <QComboBox>
+#include <QEvent>
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -29,6 +30,7 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     , m_message(new QLabel)
     , m_sent(new HistoryFilter(model, this))
     , m_table(new HistoryTable)
+    , m_messageIsFault(false)
 {
     m_board->setObjectName(QStringLiteral("board"));
     m_board->setSizeAdjustPolicy(QComboBox::AdjustToContents);
@@ -71,6 +73,13 @@ void SendPanel::removeBoard(const QString &port)
 {
     delete m_ledgers.take(port);
     m_board->removeItem(m_board->findData(port));
+}
+
+void SendPanel::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        showMessage(m_message->text(), m_messageIsFault);
 }
 
 void SendPanel::createLayout()
@@ -139,7 +148,8 @@ void SendPanel::send()
 
 void SendPanel::showMessage(const QString &text, bool isFault)
 {
-    QPalette colours = palette();
+    m_messageIsFault = isFault;
+    QPalette colours;
     colours.setColor(QPalette::WindowText, Theme::colour(palette(), isFault ? Theme::Problem : Theme::Good));
     m_message->setPalette(colours);
     m_message->setText(text);

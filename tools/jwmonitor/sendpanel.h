@@ -31,6 +31,9 @@ public:
     /// Also when the board is gone already. Unknown ports are ignored.
     void removeBoard(const QString &port);
 
+protected:
+    void changeEvent(QEvent *event) override;
+
 private:
     void createLayout();
     void showSentOnly();
@@ -46,6 +49,7 @@ private:
     HistoryFilter *const m_sent;
     HistoryTable *const m_table;
     QHash<QString, SendLedger *> m_ledgers; // by port
+    bool m_messageIsFault;
 };
 
 } // namespace JwMonitor
