@@ -15,7 +15,7 @@ PICTURE = re.compile(r'<!-- picture (\S+): (.*?) -->\n+```\w*\n.*?^```$', re.S |
 FENCE = re.compile(r'^ *```.*?^ *```$', re.S | re.M)
 TITLE = re.compile(r'^(# .+)$', re.M)
 HEADING = re.compile(r'^(##+ +)(.+)$', re.M)
-LINK = re.compile(r'\[([^][]+)\]\(([^()\s]+)\)')
+LINK = re.compile(r'(?<!!)\[([^][]+)\]\(([^()\s]+)\)')
 
 
 def slug(heading):

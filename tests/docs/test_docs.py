@@ -124,8 +124,13 @@ class Reference(unittest.TestCase):
         self.assertEqual(installed - documented, set())
 
     def test_every_picture_is_shown(self):
-        for source in (DOCS / "pictures").iterdir():
+        for source in (DOCS / "pictures").glob("*.dot"):
             self.assertTrue((self.html / f"dot_{source.stem}.svg").exists(), f"no page shows {source}")
+        text = "".join(page.read_text() for page in Pages.pages)
+        for source in (DOCS / "pictures").glob("*.png"):
+            self.assertIn(f"](pictures/{source.name})", text)
+        for shown in re.findall(r"!\[[^]]*\]\(pictures/([^()]+)\)", text):
+            self.assertTrue((self.html / shown).exists(), f"{shown} is not in the documentation")
 
 
 if __name__ == "__main__":

@@ -17,7 +17,7 @@ namespace {
 
 constexpr double shortestSearch = 50; // ms that are shown at least
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 24; // room for a sentence behind the end of the search
+constexpr int lastCharacters = 34; // room for a sentence behind the end of the search
 
 /// 1, 2 or 5 with zeros: the ms between two lines of the axis that are at least `least` apart.
 double stepOf(double least)
