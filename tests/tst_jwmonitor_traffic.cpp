@@ -266,6 +266,7 @@ void TestTraffic::progressOfUnknownPayloadsIsIgnored()
     addSamples();
     m_model->markTransferred(acm0, 8);
     m_model->markTransferred(acm1, 7);
+    QCOMPARE(m_model->record(2).transfer, Transfer::Waiting);
     m_model->clear();
     m_model->markTransferred(acm0, 7);
     QCOMPARE(m_model->rowCount(), 0);
@@ -476,6 +477,7 @@ void TestTraffic::followsAgainAtTheEnd()
 void TestTraffic::pauseHoldsTheTable()
 {
     addSamples();
+    m_view->setFocus();
     QTest::keyClick(m_table, Qt::Key_P, Qt::ControlModifier);
     QVERIFY(action("pause")->isChecked());
     m_model->append(received(acm0, version));
@@ -502,6 +504,7 @@ void TestTraffic::filtersWhilePaused()
 void TestTraffic::rawShowsThePayloadAsItIs()
 {
     addSamples();
+    m_view->setFocus();
     QVERIFY(m_table->isColumnHidden(TrafficModel::Raw));
     QTest::keyClick(m_table, Qt::Key_R, Qt::ControlModifier);
     QVERIFY(!m_table->isColumnHidden(TrafficModel::Raw));
@@ -538,8 +541,9 @@ void TestTraffic::tellsHowManyAreShown()
 void TestTraffic::keysReachEverything()
 {
     QSet<QWidget *> reached;
-    QTest::keyClick(m_table, Qt::Key_F, Qt::ControlModifier);
+    m_view->setFocus();
     QWidget *const first = QApplication::focusWidget();
+    QCOMPARE(first, m_table);
     do {
         reached.insert(QApplication::focusWidget());
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);

@@ -40,6 +40,7 @@ LogView::LogView(LogModel *model, QWidget *parent)
     createLayout();
     m_table->setObjectName(QStringLiteral("records"));
     m_table->setModel(m_filter);
+    setFocusProxy(m_table);
     m_table->setColumnTexts({QStringLiteral("00:00:00.000"), LogModel::levelName(Logger::Warning),
                              QStringLiteral("RawCommunication"), QStringLiteral("communicator.cpp:000")});
     connect(m_categoryScan, &HistoryScan::reached, this, &LogView::addCategories);

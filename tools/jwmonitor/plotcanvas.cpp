@@ -279,7 +279,8 @@ void PlotCanvas::paintAxes(QPainter &painter, const Frame &frame) const
     const QColor grid = Theme::colour(palette(), Theme::Grid);
     const QColor text = palette().color(QPalette::Text);
     const QRectF &area = frame.area;
-    for (const double mark : frame.values.marks()) {
+    const QVector<double> values = frame.values.marks();
+    for (const double mark : values) {
         const qreal y = area.bottom() - area.height() * frame.values.position(mark);
         painter.setPen(grid);
         painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
@@ -287,7 +288,8 @@ void PlotCanvas::paintAxes(QPainter &painter, const Frame &frame) const
         painter.drawText(QRectF(0, y - line, area.left() - line * 0.4, 2 * line), Qt::AlignRight | Qt::AlignVCenter,
                          valueText(std::abs(mark) < frame.values.step() / 2 ? 0 : mark));
     }
-    for (const double mark : frame.times.marks()) {
+    const QVector<double> times = frame.times.marks();
+    for (const double mark : times) {
         const qreal x = area.left() + area.width() * frame.times.position(mark);
         painter.setPen(grid);
         painter.drawLine(QPointF(x, area.top()), QPointF(x, area.bottom()));

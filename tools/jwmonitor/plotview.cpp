@@ -42,6 +42,7 @@ PlotView::PlotView(TrafficModel *model, QWidget *parent)
     connect(m_span, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             [this] { m_canvas->setSpan(m_span->currentData().toInt()); });
     addFields();
+    setFocusProxy(m_quantity);
     m_span->setCurrentIndex(1);
 }
 

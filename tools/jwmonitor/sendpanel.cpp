@@ -53,6 +53,7 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     connect(m_line, &QLineEdit::textChanged, this, &SendPanel::updatePreview);
     connect(m_line, &QLineEdit::returnPressed, this, &SendPanel::send);
     updatePreview();
+    setFocusProxy(m_line);
 }
 
 SendPanel::~SendPanel() = default;

@@ -54,9 +54,10 @@ TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
 
     connect(m_portScan, &HistoryScan::reached, this, &TrafficView::addPorts);
     m_portScan->restart();
-    for (const auto signal : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved}) {
-        connect(m_filter, signal, this, &TrafficView::updateStatus);
-        connect(m_model, signal, this, &TrafficView::updateStatus);
+    for (const QAbstractItemModel *rows :
+         {static_cast<QAbstractItemModel *>(m_model), static_cast<QAbstractItemModel *>(m_filter)}) {
+        connect(rows, &QAbstractItemModel::rowsInserted, this, &TrafficView::updateStatus);
+        connect(rows, &QAbstractItemModel::rowsRemoved, this, &TrafficView::updateStatus);
     }
     connect(m_filter, &QAbstractItemModel::modelReset, this, &TrafficView::updateStatus);
     updateStatus();
@@ -152,6 +153,7 @@ void TrafficView::createTable()
                              TrafficText::checksum(ChecksumState::Missing), QStringLiteral("PTJWRD")});
     m_table->hideColumn(TrafficModel::Progress); // of the sent ones only: shown where they are sent
     showRaw(false);
+    setFocusProxy(m_table);
 }
 
 void TrafficView::applyFilter()
