@@ -29,6 +29,7 @@ private Q_SLOTS:
     void aPortThatComesDuringASearchIsSearched();
     void aBoardThatIsNotWantedDoesNotKeepTheSearchOpen();
     void stopLetsGoOfThePorts();
+    void stopForgetsLostBoards();
     void stopEndsTheSearch();
     void afterStopNoSearchBeginsByItself();
     void startAgainFindsTheSameBoards();
@@ -256,6 +257,19 @@ void TestFinder::stopLetsGoOfThePorts()
     QCOMPARE(bench.entry(board).stay, JwMonitor::PortEntry::NoBoard);
     QSerialPort port(board->portName());
     QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
+}
+
+void TestFinder::stopForgetsLostBoards()
+{
+    FinderBench bench;
+    auto *board = bench.attach("BoardA");
+    bench.start({BoardA}, 0);
+    QTRY_COMPARE(bench.stage(BoardA), Stage::Found);
+    board->pull();
+    QTRY_COMPARE(bench.stage(BoardA), Stage::Lost);
+    bench.finder.stop();
+    QCOMPARE(bench.stage(BoardA), Stage::Missing);
+    QCOMPARE(bench.entry(board).stay, JwMonitor::PortEntry::NoBoard);
 }
 
 void TestFinder::stopEndsTheSearch()

@@ -75,11 +75,15 @@ void BoardFinder::stop()
     const auto held = std::exchange(m_held, {});
     for (auto board = held.begin(); board != held.end(); ++board) {
         letGo(board.value());
-        PortEntry &entry = m_entries[board.key()];
-        m_boards[entry.type] = BoardState();
-        entry = forgotten(entry);
+        m_entries[board.key()] = forgotten(m_entries.value(board.key()));
         Q_EMIT boardLost(board.key());
     }
+    for (PortEntry &entry : m_entries) {
+        if (entry.stay == PortEntry::Lost)
+            entry = forgotten(entry);
+    }
+    for (BoardState &board : m_boards)
+        board = BoardState();
     Q_EMIT changed();
 }
 

@@ -66,9 +66,7 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow()
 {
-    // The boards tell of their end, which must not reach views that are gone.
-    m_finder.disconnect();
-    m_timeline.disconnect();
+    delete takeCentralWidget(); // the views look at our members to the end
 }
 
 void MainWindow::createPortsTab()
