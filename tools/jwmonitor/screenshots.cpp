@@ -66,8 +66,9 @@ void Screenshots::save()
                                                                           {MainWindow::PlotTab, "plot"},
                                                                           {MainWindow::LogTab, "log"}};
     const bool isDark = Theme::of(m_window->palette()) == Theme::Palette::Dark;
-    const QString suffix = QLatin1String(isDark ? "-dark" : "-light")
-        + (m_window->devicePixelRatioF() > 1 ? QStringLiteral("-%1x").arg(m_window->devicePixelRatioF()) : QString());
+    const int scale = qRound(m_window->devicePixelRatioF());
+    const QString suffix =
+        QLatin1String(isDark ? "-dark" : "-light") + (scale > 1 ? QStringLiteral("-%1x").arg(scale) : QString());
     auto *span = m_window->findChild<QComboBox *>(QStringLiteral("span"));
     span->setCurrentIndex(span->findData(10)); // seconds: about as long as we talked
     int delay = 0;
