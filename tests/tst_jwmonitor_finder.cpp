@@ -291,8 +291,10 @@ void TestFinder::stopEndsTheSearch()
 void TestFinder::afterStopNoSearchBeginsByItself()
 {
     FinderBench bench;
+    const auto *other = bench.attach("silent");
     bench.start({BoardA}, 0);
     QTRY_VERIFY(!bench.finder.isSearching());
+    QTRY_VERIFY(bench.entry(other).isPresent);
     bench.finder.stop();
     QSignalSpy started(&bench.finder, &JwMonitor::BoardFinder::searchStarted);
     auto *board = bench.attach("BoardA");
