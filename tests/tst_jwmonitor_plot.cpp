@@ -73,6 +73,7 @@ private Q_SLOTS:
 
     void theViewOffersTheFields();
     void theViewDrawsACurvePerPort();
+    void theViewDrawsADenseCurve();
     void theCursorMovesByKeys();
 };
 
@@ -319,6 +320,26 @@ void TestPlot::theViewDrawsACurvePerPort()
         QCOMPARE(pixelsOf(empty, colour), 0);
         QVERIFY(pixelsOf(drawn, colour) > 30); // of the dots at the samples
     }
+}
+
+void TestPlot::theViewDrawsADenseCurve()
+{
+    TrafficModel model;
+    const qint64 begin = microsecondsSinceEpoch() - 50 * second;
+    for (int i = 0; i < 5000; ++i)
+        model.append(at(begin + i * second / 100, QStringLiteral("PA,%1").arg(i % 2)));
+    model.flush();
+    PlotView view(&model);
+    view.resize(700, 400);
+    view.show();
+    auto *canvas = view.findChild<PlotCanvas *>();
+    auto *data = view.findChild<PlotData *>();
+    QTRY_COMPARE(data->fields().size(), 1);
+    QTest::keyClick(view.findChild<QComboBox *>(QStringLiteral("quantity")), Qt::Key_Down);
+    QTRY_COMPARE(data->curves()[acm0].size(), size_t(5000));
+    const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
+    // Up and down in each column of pixels: a block over five sixths of the time.
+    QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
 }
 
 void TestPlot::theCursorMovesByKeys()

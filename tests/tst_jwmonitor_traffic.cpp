@@ -74,6 +74,7 @@ private Q_SLOTS:
     void filtersNewPayloads();
     void aFilterOfALargeTableIsComplete();
     void rowsGoUnderAFilter();
+    void progressIsToldUnderAFilter();
 
     void followsTheNewestRow();
     void staysWhereItWasScrolled();
@@ -420,6 +421,22 @@ void TestTraffic::rowsGoUnderAFilter()
     m_model->flush();
     QCOMPARE(m_table->model()->rowCount(), TrafficModel::maxRows / 2 - 50);
     QCOMPARE(m_table->model()->index(0, TrafficModel::Raw).data().toString(), TrafficText::raw(numbered(101)));
+}
+
+void TestTraffic::progressIsToldUnderAFilter()
+{
+    addSamples();
+    QAbstractItemModel *const shown = m_table->model();
+    QSignalSpy changed(shown, &QAbstractItemModel::dataChanged);
+    choose("direction", QStringLiteral("received"));
+    QTRY_COMPARE(shown->rowCount(), 3);
+    m_model->markTaken(acm0, 7);
+    QCOMPARE(changed.size(), 0);
+    choose("direction", QStringLiteral("sent"));
+    QTRY_COMPARE(shown->rowCount(), 1);
+    m_model->markTransferred(acm0, 7);
+    QCOMPARE(changed.size(), 1);
+    QCOMPARE(changed[0][0].toModelIndex(), shown->index(0, TrafficModel::Progress));
 }
 
 void TestTraffic::followsTheNewestRow()
