@@ -274,6 +274,8 @@ void TestWindow::changesViewsByKey()
         QCOMPARE(tabs->currentIndex(), tab);
         QVERIFY2(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()),
                  qPrintable(tabs->tabText(tab))); // the keys go to what is shown
+        if (tab == MainWindow::TrafficTab)
+            QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("payloads"));
     }
 }
 

@@ -98,6 +98,7 @@ void MainWindow::createTrafficTab()
             [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName)); });
     connect(view, &TrafficView::saveFailed, this,
             [this](const QString &message) { QMessageBox::warning(this, tr("Save the traffic"), message); });
+    splitter->setFocusProxy(view);
     m_tabs->addTab(splitter, tr("Traffic"));
 }
 
