@@ -78,13 +78,14 @@ void TestFinder::endsTheSearchOnceAllAreFound()
 {
     FinderBench bench;
     bench.attach("BoardA");
-    bench.attach("silent");
+    const auto *silent = bench.attach("silent");
     QSignalSpy ended(&bench.finder, &JwMonitor::BoardFinder::searchEnded);
     bench.start({BoardA});
     QVERIFY(bench.finder.isSearching());
     QTRY_COMPARE(ended.size(), 1);
     QVERIFY(!bench.finder.isSearching());
     QCOMPARE(bench.stage(BoardA), Stage::Found);
+    QCOMPARE(int(bench.entry(silent).report->verdict), int(PortReport::Awaiting)); // nobody waited for it
 }
 
 void TestFinder::tellsWhatBecameOfEachPort()

@@ -254,6 +254,7 @@ void TestTimeline::ourOwnBoardIsNoLaneOfALaterSearch()
     TimelineBench bench;
     const auto *ours = bench.attach("BoardA");
     bench.searchToTheEnd({BoardA, BoardB}, 0);
+    QTRY_VERIFY(bench.entry(ours).isPresent);
     QSignalSpy ended(&bench.finder, &BoardFinder::searchEnded);
     const auto *late = bench.attach("BoardB");
     QVERIFY(ended.wait());
