@@ -77,6 +77,10 @@ void TestPorts::rowsComeAndGoOneByOne()
              QStringLiteral("ttyACM0 ttyACM1 ttyACM2 ttyACM3 ttyACM10"));
     model.setEntries({entry("ttyACM2"), entry("ttyACM9")});
     QCOMPARE(column(model, PortsModel::Port).join(QLatin1Char(' ')), QStringLiteral("ttyACM2 ttyACM9"));
+    model.setEntries({entry("ttyACM9"), entry("ttyACM10")});
+    QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+    model.setEntries({entry("ttyACM10")});
+    QCOMPARE(inserted.size(), 0);
     model.setEntries({});
     QCOMPARE(model.rowCount(), 0);
     QCOMPARE(reset.size(), 0);
