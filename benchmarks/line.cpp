@@ -16,6 +16,8 @@
 #include <QSerialPort>
 #include <QTimer>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -161,6 +163,7 @@ QJsonObject hear(int ports, int milliseconds, Work work)
     const double used = threadSeconds() - before;
     return {{QStringLiteral("work"), QLatin1String(names[static_cast<int>(work)])},
             {QStringLiteral("ports"), ports},
+            {QStringLiteral("ms"), milliseconds},
             {QStringLiteral("written"), written},
             {QStringLiteral("payloads"), payloads},
             {QStringLiteral("sessions"), sessions},
@@ -189,8 +192,13 @@ int main(int argc, char **argv)
     const auto number = [&options](const char *name) { return options.value(QLatin1String(name)).toInt(); };
     QJsonArray results;
     for (int i = 0; i < number("repetitions"); ++i) {
-        for (const Work work : {Work::Ports, Work::Payloads, Work::Sessions})
-            results << hear(number("ports"), number("ms"), work);
+        std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
+        std::rotate(order.begin(), order.begin() + i % 3, order.end()); // what comes first has no advantage of it
+        for (const Work work : order) {
+            QJsonObject result = hear(number("ports"), number("ms"), work);
+            result[QStringLiteral("repetition")] = i;
+            results << result;
+        }
     }
     std::puts(QJsonDocument(results).toJson(QJsonDocument::Compact).constData());
     return 0;

@@ -4,6 +4,7 @@
 #include "sentences.h"
 
 #include <device/sessioninit.h>
+#include <nmea/exception.h>
 
 #include <array>
 #include <charconv>
@@ -119,8 +120,21 @@ void fillRecord(benchmark::State &state)
     });
 }
 
+void throwAndCatch(benchmark::State &state)
+{
+    const QString message = QStringLiteral("CRC calculation failed");
+    perform(state, [&] {
+        try {
+            throw Nmea::Exception(message);
+        } catch (const Nmea::Exception &exception) {
+            benchmark::DoNotOptimize(exception);
+        }
+    });
+}
+
 BENCHMARK(kernelParse)->Name("yardstick/limit kernel: parse");
 BENCHMARK(kernelBuild)->Name("yardstick/limit kernel: build");
 BENCHMARK(fillRecord)->Name("yardstick/record filled by hand");
+BENCHMARK(throwAndCatch)->Name("yardstick/bare throw");
 
 } // namespace
