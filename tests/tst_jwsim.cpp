@@ -11,6 +11,8 @@
 
 #include <cerrno>
 
+#include <unistd.h>
+
 namespace {
 
 const char *const versionQuery = "$PJWVER*0c";
@@ -287,8 +289,16 @@ void TestJwsim::portKeyNamesThePort()
 void TestJwsim::unnamedPortsGetDistinctNames()
 {
     const QString silent = QStringLiteral("silent");
-    const Outcome outcome = jwsim(
-        simulated({silent, silent, QStringLiteral("silent,port=ttyACM1")}, shell(QStringLiteral("ls /sys/class/tty"))));
+    // With a folder of lock files of its own: names that another simulation has at the moment are not taken.
+    QStringList arguments{QStringLiteral("--mount")};
+    if (::geteuid() != 0)
+        arguments.append(QStringLiteral("--map-root-user"));
+    arguments << QStringLiteral("sh") << QStringLiteral("-c")
+              << QStringLiteral("mount -t tmpfs tmpfs /run/lock && exec \"$@\"") << QStringLiteral("sh")
+              << jwsimProgram()
+              << simulated({silent, silent, QStringLiteral("silent,port=ttyACM1")},
+                           shell(QStringLiteral("ls /sys/class/tty")));
+    const Outcome outcome = runProgram(QStringLiteral("unshare"), arguments);
     QCOMPARE(outcome.output, QByteArray("ttyACM0\nttyACM1\nttyACM2\n"));
 }
 
