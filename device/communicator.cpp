@@ -71,7 +71,7 @@ uint Communicator::writePayload(const QString &payload)
     if (!self)
         return 0;
     const uint id = m_txId++;
-    m_pendingBytes[id] = written;
+    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // at the end, but for wrapped ids
     LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << payload.trimmed();
     LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << payload.trimmed();
     return id;
