@@ -131,9 +131,11 @@ private:
 
     const SentencePlan<Session> &currentSentencePlan();
     bool parseSentenceBody(Session *session, QStringView body);
-    SentenceFields recogniseSentence(Session *session, QStringView identifier);
     template <typename NextParam>
-    bool storeSentenceFields(Session *session, const SentenceFields &fields, int count, NextParam nextParam);
+    bool parseSentenceFields(Session *session, QStringView identifier, int count, NextParam nextParam);
+    template <typename NextParam>
+    bool storeSentenceFields(Session *session, const SentenceFields &fields,
+                             const QHash<QString, ParserDelegate> &delegates, int count, NextParam nextParam);
     void appendSentenceFields(QString &out, const Session *session, SentenceFields fields);
 
     SentencePlan<Session> m_sentencePlan;
@@ -256,15 +258,18 @@ bool ParserAbstract<Session>::parseTrimmed(Session *session, const QString &body
 template <typename Session>
 bool ParserAbstract<Session>::parseListed(Session *session, const QString &sentenceId, const QStringList &params)
 {
-    const SentenceFields fields = recogniseSentence(session, sentenceId);
-    return storeSentenceFields(session, fields, params.size(), [next = params.begin()]() mutable { return *next++; });
+    // A delegate may write over the caller's list.
+    return parseSentenceFields(session, sentenceId, params.size(),
+                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseParameters(Session *session, const QStringList &params, const QString &format)
 {
-    return storeSentenceFields(session, currentSentencePlan().fieldsOf(format), params.size(),
-                               [next = params.begin()]() mutable { return *next++; });
+    const SentenceFields fields = currentSentencePlan().fieldsOf(format);
+    const auto delegates = m_parserDelegates;
+    return storeSentenceFields(session, fields, delegates, params.size(),
+                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
 }
 
 template <typename Session>
@@ -278,18 +283,18 @@ QString ParserAbstract<Session>::buildParameters(const Session *session, const Q
 template <typename Session>
 bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView body)
 {
+    const QChar separator = m_fieldSeparator; // a delegate may set another one
     const auto *const end = body.end();
-    const auto *at = std::find(body.begin(), end, m_fieldSeparator);
+    const auto *at = std::find(body.begin(), end, separator);
     const QStringView identifier(body.begin(), at);
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
-    const SentenceFields fields = recogniseSentence(session, identifier);
 
     // A text that no delegate kept is written over by the next one: most of them become numbers.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;
-        at = std::find(begin, end, m_fieldSeparator);
+        at = std::find(begin, end, separator);
         const auto size = static_cast<int>(at - begin);
         if (param.isDetached())
             param.setUnicode(begin, size);
@@ -297,12 +302,13 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
             param = QString(begin, size);
         return param;
     };
-    return storeSentenceFields(session, fields, static_cast<int>(std::count(at, end, m_fieldSeparator)), nextParam);
+    return parseSentenceFields(session, identifier, static_cast<int>(std::count(at, end, separator)), nextParam);
 }
 
 template <typename Session>
-typename ParserAbstract<Session>::SentenceFields ParserAbstract<Session>::recogniseSentence(Session *session,
-                                                                                            QStringView identifier)
+template <typename NextParam>
+bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView identifier, int count,
+                                                  NextParam nextParam)
 {
     const SentencePlan<Session> &plan = currentSentencePlan();
     const int key = plan.key(identifier, m_undefinedId);
@@ -312,16 +318,19 @@ typename ParserAbstract<Session>::SentenceFields ParserAbstract<Session>::recogn
     const auto format = formats.constFind(key);
     if (format == formats.constEnd())
         throw Exception(QStringLiteral("Format not found for sentence ID"));
-    SentenceFields fields = *format;
+    const SentenceFields fields = *format;
+    const auto delegates = m_parserDelegates;
     setSentenceId(session, key);
-    return fields;
+    return storeSentenceFields(session, fields, delegates, count, nextParam);
 }
 
 template <typename Session>
 template <typename NextParam>
-bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields, int count,
+bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields,
+                                                  const QHash<QString, ParserDelegate> &delegates, int count,
                                                   NextParam nextParam)
 {
+    // `delegates` is the table that `fields` were made from, kept so that a change of the parser's own is seen.
     if (fields.size() < count)
         throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
     for (int i = 0; i < count; ++i) {
@@ -329,9 +338,11 @@ bool ParserAbstract<Session>::storeSentenceFields(Session *session, const Senten
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        if (!field.parse)
+        const auto parse =
+            m_parserDelegates.isSharedWith(delegates) ? field.parse : m_parserDelegates.value(field.name);
+        if (!parse)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter"));
-        field.parse(session, param, field.name);
+        parse(session, param, field.name);
     }
     return true;
 }
@@ -339,14 +350,17 @@ bool ParserAbstract<Session>::storeSentenceFields(Session *session, const Senten
 template <typename Session>
 void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, SentenceFields fields)
 {
-    // `fields` is a copy, as in parsing: what runs here may change the tables of a derived parser.
+    // Copies, as in parsing: what runs here may change the tables of a derived parser.
+    const auto delegates = m_builderDelegates;
     for (int i = 0; i < fields.size(); ++i) {
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        if (!field.build)
+        const auto build =
+            m_builderDelegates.isSharedWith(delegates) ? field.build : m_builderDelegates.value(field.name);
+        if (!build)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter: %1").arg(field.name));
-        out += field.build(session, field.name);
+        out += build(session, field.name);
         if (i + 1 < fields.size())
             out += m_fieldSeparator;
     }
