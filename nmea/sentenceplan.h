@@ -103,8 +103,10 @@ private:
     QHash<int, Fields> fieldsOfAll(const QHash<int, QString> &formats) const
     {
         QHash<int, Fields> fields;
-        for (auto it = formats.constBegin(); it != formats.constEnd(); ++it)
-            fields.insert(it.key(), fieldsOf(it.value()));
+        for (auto it = formats.constBegin(); it != formats.constEnd(); ++it) {
+            if (!fields.contains(it.key())) // of two formats of one key the newest counts, and it comes first
+                fields.insert(it.key(), fieldsOf(it.value()));
+        }
         return fields;
     }
 

@@ -318,6 +318,7 @@ private Q_SLOTS:
     void delegatesMayComeAndGoBeforeTheirField();
     void everySentenceOfALargeTableIsRecognised();
     void firstKeyOfTheTableCountsForAnIdentifierOfTwo();
+    void newestFormatCountsForAKeyOfTwo();
 };
 
 void TestParserAbstract::newParserHasItsSettingsAndEmptyTables()
@@ -1367,6 +1368,24 @@ void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
     Record record;
     parser.parseTrimmed(&record, QStringLiteral("SAME"));
     QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(first)});
+}
+
+void TestParserAbstract::newestFormatCountsForAKeyOfTwo()
+{
+    const QMultiHash<int, QString> formats{{Three, QStringLiteral("a")},
+                                           {OneWay, QStringLiteral("a")},
+                                           {Three, QStringLiteral("b")},
+                                           {Three, QStringLiteral("c")}};
+    TestParser parser;
+    parser.formatsParse = formats;
+    parser.formatsBuild = formats;
+    parser.init();
+    Record record = recordOf(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"));
+    QString out;
+    parser.buildSentence(&record, Three, out);
+    QVERIFY2(out.startsWith(QLatin1String("$THREE,3*")), qPrintable(out));
+    parser.parseTrimmed(&record, QStringLiteral("THREE,1"));
+    QCOMPARE(record.events, (QStringList{QStringLiteral("key 1"), QStringLiteral("c=1")}));
 }
 
 QTEST_APPLESS_MAIN(TestParserAbstract)
