@@ -57,7 +57,7 @@ class GettingStarted(unittest.TestCase):
 
     def test_page_leads_to_a_board_in_a_bare_root(self):
         now = follow()
-        self.assertIn('board 1 is on "ttyACM0"', now)
+        self.assertIn('BoardA is on "ttyACM0"', now)
         self.assertEqual(comparable(TRANSCRIPT.search(PAGE.read_text())[2]), comparable(now),
                          'the transcript is out of date; this test with --renew writes it anew')
 
