@@ -1,5 +1,6 @@
 #include "support/comboboxkeys.h"
 #include "support/communicatorwatch.h"
+#include "support/lastwholerow.h"
 #include "support/simulatedwindowmain.h"
 #include "support/trafficrows.h"
 
@@ -77,6 +78,7 @@ private Q_SLOTS:
     void progressIsToldUnderAFilter();
 
     void followsTheNewestRow();
+    void theTopRowIsWhole();
     void staysWhereItWasScrolled();
     void keepsItsPlaceWhileRowsGo();
     void followsAgainAtTheEnd();
@@ -444,9 +446,30 @@ void TestTraffic::followsTheNewestRow()
     for (int i = 0; i < 200; ++i)
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
-    QTRY_COMPARE(m_table->rowAt(m_table->viewport()->height() - 2), 199);
+    QTRY_COMPARE(lastWholeRow(m_table), 199);
     m_view->resize(900, 300);
-    QTRY_COMPARE(m_table->rowAt(m_table->viewport()->height() - 2), 199);
+    QTRY_COMPARE(lastWholeRow(m_table), 199);
+}
+
+void TestTraffic::theTopRowIsWhole()
+{
+    for (int i = 0; i < 200; ++i)
+        m_model->append(received(acm0, numbered(i)));
+    m_model->flush();
+    QTRY_COMPARE(m_table->model()->rowCount(), 200);
+    int last = 199;
+    for (int more = 0; more < m_table->rowHeight(0); ++more) {
+        m_view->resize(900, 300 + more);
+        m_table->verticalScrollBar()->setValue(50);
+        m_table->scrollToBottom();
+        QTRY_COMPARE(lastWholeRow(m_table), last);
+        QCOMPARE(m_table->rowViewportPosition(m_table->rowAt(0)), 0);
+        m_model->append(received(acm0, version));
+        m_model->flush();
+        ++last;
+        QTRY_COMPARE(lastWholeRow(m_table), last);
+        QCOMPARE(m_table->rowViewportPosition(m_table->rowAt(0)), 0);
+    }
 }
 
 void TestTraffic::staysWhereItWasScrolled()
@@ -489,7 +512,7 @@ void TestTraffic::followsAgainAtTheEnd()
     QTest::keyClick(m_table, Qt::Key_End, Qt::ControlModifier);
     m_model->append(received(acm0, version));
     m_model->flush();
-    QTRY_COMPARE(m_table->rowAt(m_table->viewport()->height() - 2), 200);
+    QTRY_COMPARE(lastWholeRow(m_table), 200);
 }
 
 void TestTraffic::pauseHoldsTheTable()

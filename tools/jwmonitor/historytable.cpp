@@ -76,6 +76,18 @@ void HistoryTable::resizeEvent(QResizeEvent *event)
         scrollToBottom();
 }
 
+void HistoryTable::scrollContentsBy(int dx, int dy)
+{
+    QTableView::scrollContentsBy(dx, dy);
+    alignTopRow();
+}
+
+void HistoryTable::updateGeometries()
+{
+    QTableView::updateGeometries();
+    alignTopRow();
+}
+
 void HistoryTable::rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end)
 {
     m_following = isAtEnd();
@@ -87,6 +99,15 @@ void HistoryTable::rowsAboutToBeRemoved(const QModelIndex &parent, int start, in
 bool HistoryTable::isAtEnd() const
 {
     return verticalScrollBar()->value() == verticalScrollBar()->maximum();
+}
+
+// At the end the base class lets the last row touch the bottom, which cuts the top one in two.
+void HistoryTable::alignTopRow()
+{
+    const int offset = verticalHeader()->offset();
+    verticalHeader()->setOffsetToSectionPosition(verticalScrollBar()->value());
+    if (verticalHeader()->offset() != offset)
+        viewport()->update();
 }
 
 void HistoryTable::copySelected() const

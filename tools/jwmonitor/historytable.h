@@ -22,12 +22,15 @@ public:
 protected:
     void keyPressEvent(QKeyEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void scrollContentsBy(int dx, int dy) override;
 
 protected Q_SLOTS:
+    void updateGeometries() override;
     void rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end) override;
 
 private:
     bool isAtEnd() const;
+    void alignTopRow();
     void copySelected() const;
 
     bool m_following;
