@@ -10,6 +10,7 @@
 
 #include <QComboBox>
 #include <QLineEdit>
+#include <QTextDocument>
 
 #include <atomic>
 #include <memory>
@@ -28,6 +29,7 @@ private Q_SLOTS:
     void cleanup();
 
     void aRecordTellsWhatItIs();
+    void aToolTipShowsEachCharacter();
     void recordsOfOtherThreadsComeIn();
     void aModelMayGoWhileOthersLog();
     void recordsNobodyTakesAreBounded();
@@ -83,6 +85,18 @@ void TestLog::aRecordTellsWhatItIs()
                           QStringLiteral("tst_jwmonitor_log.cpp:%1").arg(line), QStringLiteral("gr\u00fc\u00df")}));
     QVERIFY(qAbs(m_model->record(0).timeUs / 1000 - QDateTime::currentMSecsSinceEpoch()) < 60000);
     QVERIFY(m_model->index(0, 0).data(Qt::ToolTipRole).toString().contains(QLatin1String("aRecordTellsWhatItIs")));
+}
+
+void TestLog::aToolTipShowsEachCharacter()
+{
+    CuteMessageLogger(loggerInstance(), Logger::Warning, "a.cpp", 1, "void f(Map<b> &&, \"a\")").write("one");
+    QTRY_COMPARE(m_model->rowCount(), 1);
+    const QString toolTip = m_model->index(0, 0).data(Qt::ToolTipRole).toString();
+    QVERIFY(Qt::mightBeRichText(toolTip)); // so a tool tip takes it as HTML
+    QTextDocument document;
+    document.setHtml(toolTip);
+    const QString text = document.toPlainText();
+    QVERIFY2(text.endsWith(QLatin1String("a.cpp:1 in void f(Map<b> &&, \"a\")")), qPrintable(text));
 }
 
 void TestLog::recordsOfOtherThreadsComeIn()

@@ -18,6 +18,7 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTextDocument>
 
 #include <memory>
 
@@ -50,6 +51,8 @@ private Q_SLOTS:
 
     void rowsComeInBatches();
     void aRowTellsAllOfItsPayload();
+    void aToolTipShowsEachCharacter_data();
+    void aToolTipShowsEachCharacter();
     void theOldestRowsGo();
     void aBurstLargerThanTheTableLeavesItsEnd();
     void clearEmptiesTheTable();
@@ -173,6 +176,32 @@ void TestTraffic::aRowTellsAllOfItsPayload()
              QStringLiteral("2024-05-06 07:08:09.123456"));
     const QString toolTip = m_model->index(0, TrafficModel::Fields).data(Qt::ToolTipRole).toString();
     QVERIFY2(toolTip.contains(QLatin1String("CRC calculation failed")), qPrintable(toolTip));
+}
+
+void TestTraffic::aToolTipShowsEachCharacter_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("a quote") << QStringLiteral("a\"b");
+    QTest::newRow("a tag") << QStringLiteral("<b>");
+    QTest::newRow("a reference") << QStringLiteral("&quot;");
+}
+
+void TestTraffic::aToolTipShowsEachCharacter()
+{
+    QFETCH(QString, text);
+    const QString payload = framed(QStringLiteral("PX,") + text);
+    m_model->append(sent(acm0, payload));
+    m_model->append(received(acm0, payload)); // which the parser has something to say on
+    m_model->flush();
+    for (int row = 0; row < 2; ++row) {
+        const QString toolTip = m_model->index(row, TrafficModel::Fields).data(Qt::ToolTipRole).toString();
+        QVERIFY(Qt::mightBeRichText(toolTip)); // so a tool tip takes it as HTML
+        QTextDocument document;
+        document.setHtml(toolTip);
+        const QStringList lines = document.toPlainText().split(QLatin1Char('\n'));
+        QCOMPARE(lines.size(), row + 1);
+        QCOMPARE(lines.first(), TrafficText::raw(payload));
+    }
 }
 
 void TestTraffic::theOldestRowsGo()

@@ -2,6 +2,7 @@
 
 #include "logsink.h"
 #include "theme.h"
+#include "tooltip.h"
 #include "traffictext.h"
 
 #include <QGuiApplication>
@@ -56,7 +57,7 @@ QVariant LogModel::data(const QModelIndex &index, int role) const
         return Theme::colour(QGuiApplication::palette(), colour);
     }
     if (role == Qt::ToolTipRole)
-        return tr("%1, %2 in %3").arg(TrafficText::moment(shown.timeUs), shown.place, shown.function).toHtmlEscaped();
+        return toolTipText(tr("%1, %2 in %3").arg(TrafficText::moment(shown.timeUs), shown.place, shown.function));
     if (role != Qt::DisplayRole)
         return QVariant();
     switch (index.column()) {

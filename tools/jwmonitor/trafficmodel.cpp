@@ -1,6 +1,7 @@
 #include "trafficmodel.h"
 
 #include "theme.h"
+#include "tooltip.h"
 #include "traffictext.h"
 
 #include <QGuiApplication>
@@ -154,8 +155,8 @@ QVariant TrafficModel::toolTip(const TrafficRecord &record, int column) const
         }
     }
     const QString fault = record.direction == Direction::Received ? m_decoder.fault(record.payload) : QString();
-    const QString raw = TrafficText::raw(record.payload).toHtmlEscaped();
-    return fault.isEmpty() ? raw : tr("%1<br>The library's parser says: %2").arg(raw, fault.toHtmlEscaped());
+    const QString raw = TrafficText::raw(record.payload);
+    return toolTipText(fault.isEmpty() ? raw : tr("%1\nThe library's parser says: %2").arg(raw, fault));
 }
 
 QVariant TrafficModel::foreground(const TrafficRecord &record, int column) const
