@@ -22,6 +22,16 @@
 
 using namespace JwMonitor;
 
+namespace {
+
+struct SlowDevice : ScriptedDevice
+{
+    qint64 bytesToWrite() const override { return waiting; }
+    qint64 waiting = 0;
+};
+
+} // namespace
+
 /// The desktop program's line to a board.
 class TestSend : public QObject
 {
@@ -42,6 +52,8 @@ private Q_SLOTS:
     void sendsToTheChosenBoard();
     void theSystemTakesWhatIsSent();
     void payloadsAreTakenInTheirOrder();
+    void whatWaitsWhenTheBoardGoesIsNotSent();
+    void whatWaitsWhenAnotherBoardComesIsNotSent();
     void onlySentPayloadsAreListed();
     void upAndDownBringLinesBack();
     void aLineThatIsSentTwiceIsRememberedOnce();
@@ -223,11 +235,6 @@ void TestSend::theSystemTakesWhatIsSent()
 
 void TestSend::payloadsAreTakenInTheirOrder()
 {
-    struct SlowDevice : ScriptedDevice
-    {
-        qint64 bytesToWrite() const override { return waiting; }
-        qint64 waiting = 0;
-    };
     SlowDevice device;
     JwDevice::Communicator communicator;
     communicator.setIODevice(&device);
@@ -247,6 +254,48 @@ void TestSend::payloadsAreTakenInTheirOrder()
     QCOMPARE(progressWith(24), QStringLiteral("taken waiting waiting"));
     QCOMPARE(progressWith(0), QStringLiteral("taken taken taken"));
     m_panel->removeBoard(QStringLiteral("slow"));
+}
+
+void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
+{
+    const Board other = connectBoard("silent");
+    SlowDevice device;
+    JwDevice::Communicator communicator;
+    communicator.setIODevice(&device);
+    m_panel->addBoard({QStringLiteral("slow"), JwDevice::BoardA, &communicator});
+    m_boards->setCurrentIndex(1);
+    for (int i = 0; i < 3; ++i) {
+        type("PJWVER"); // 12 characters as a sentence
+        press(Qt::Key_Return);
+    }
+    m_boards->setCurrentIndex(0);
+    type("PJWVER");
+    press(Qt::Key_Return);
+    device.waiting = 24;
+    Q_EMIT device.bytesWritten(0);
+    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits elsewhere
+    m_panel->removeBoard(QStringLiteral("slow"));
+    const QString lost = QStringLiteral("not sent: the board went");
+    QTRY_COMPARE(sentRows(TrafficModel::Progress),
+                 QStringList({QStringLiteral("taken"), lost, lost, QStringLiteral("transferred"),
+                              QStringLiteral("waiting")}));
+}
+
+void TestSend::whatWaitsWhenAnotherBoardComesIsNotSent()
+{
+    SlowDevice device;
+    JwDevice::Communicator communicator;
+    communicator.setIODevice(&device);
+    const BoardLink link{QStringLiteral("slow"), JwDevice::BoardA, &communicator};
+    m_panel->addBoard(link);
+    type("PJWVER");
+    press(Qt::Key_Return);
+    m_panel->addBoard(link);
+    m_model->flush();
+    QCOMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("not sent: the board went")));
+    m_model->markTaken(link.port, 1); // too late
+    QCOMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("not sent: the board went")));
+    m_panel->removeBoard(link.port);
 }
 
 void TestSend::onlySentPayloadsAreListed()

@@ -60,7 +60,7 @@ SendPanel::~SendPanel() = default;
 
 void SendPanel::addBoard(const BoardLink &link)
 {
-    delete m_ledgers.take(link.port);
+    removeLedger(link.port);
     m_ledgers.insert(link.port, new SendLedger(link, m_model, this));
     const QString text = tr("%1: %2").arg(link.port, boardName(link.type));
     const int index = m_board->findData(link.port);
@@ -72,8 +72,14 @@ void SendPanel::addBoard(const BoardLink &link)
 
 void SendPanel::removeBoard(const QString &port)
 {
-    delete m_ledgers.take(port);
+    removeLedger(port);
     m_board->removeItem(m_board->findData(port));
+}
+
+void SendPanel::removeLedger(const QString &port)
+{
+    delete m_ledgers.take(port);
+    m_model->markLost(port);
 }
 
 void SendPanel::changeEvent(QEvent *event)
@@ -111,7 +117,7 @@ void SendPanel::showSentOnly()
     for (const int column : {TrafficModel::Way, TrafficModel::Identifier, TrafficModel::Fields, TrafficModel::Checksum})
         m_table->hideColumn(column);
     m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"), QString(),
-                             QStringLiteral("100000"), TrafficText::transfer(Transfer::Transferred)});
+                             QStringLiteral("100000"), TrafficText::transfer(Transfer::Lost)});
 }
 
 void SendPanel::updatePreview()

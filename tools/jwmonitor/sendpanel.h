@@ -37,6 +37,7 @@ protected:
 private:
     void createLayout();
     void showSentOnly();
+    void removeLedger(const QString &port);
     void updatePreview();
     void send();
     void showMessage(const QString &text, bool isFault);

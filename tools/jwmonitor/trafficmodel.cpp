@@ -43,6 +43,15 @@ void TrafficModel::markTransferred(const QString &port, uint id)
     mark(port, id, Transfer::Transferred);
 }
 
+void TrafficModel::markLost(const QString &port)
+{
+    for (const qint64 number : m_sent) {
+        TrafficRecord *record = find(number);
+        if (record && record->port == port && record->transfer == Transfer::Waiting)
+            setTransfer(number, record, Transfer::Lost);
+    }
+}
+
 int TrafficModel::columnCount(const QModelIndex &parent) const
 {
     return parent.isValid() ? 0 : ColumnCount;
@@ -101,14 +110,18 @@ void TrafficModel::mark(const QString &port, uint id, Transfer transfer)
             return;
         if (record->id != id || record->port != port)
             continue;
-        if (record->transfer >= transfer)
-            return;
-        record->transfer = transfer;
-        const int row = rowOf(*number);
-        if (row < rowCount())
-            Q_EMIT dataChanged(index(row, Progress), index(row, Progress));
+        if (record->transfer < transfer)
+            setTransfer(*number, record, transfer);
         return;
     }
+}
+
+void TrafficModel::setTransfer(qint64 number, TrafficRecord *record, Transfer transfer)
+{
+    record->transfer = transfer;
+    const int row = rowOf(number);
+    if (row < rowCount())
+        Q_EMIT dataChanged(index(row, Progress), index(row, Progress));
 }
 
 QVariant TrafficModel::display(const TrafficRecord &record, int column) const
@@ -150,6 +163,9 @@ QVariant TrafficModel::toolTip(const TrafficRecord &record, int column) const
                       "of the port to the first payloads anew, and may never come to this one.");
         case Transfer::Transferred:
             return tr("The Communicator reported it as transferred.");
+        case Transfer::Lost:
+            return tr("It still waited in the port when the board went, or was let go. Send it again when the board is "
+                      "back.");
         case Transfer::None:
             return QVariant();
         }
@@ -176,6 +192,8 @@ QVariant TrafficModel::foreground(const TrafficRecord &record, int column) const
         }
         return QVariant();
     case Progress:
+        if (record.transfer == Transfer::Lost)
+            return Theme::colour(palette, Theme::Problem);
         return Theme::colour(palette, record.transfer == Transfer::Waiting ? Theme::Waiting : Theme::Good);
     default:
         return QVariant();

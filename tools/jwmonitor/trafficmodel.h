@@ -27,6 +27,8 @@ public:
     void markTaken(const QString &port, uint id);
     /// The Communicator of `port` reported the payload `id` as transferred.
     void markTransferred(const QString &port, uint id);
+    /// The board on `port` went: what still waits there is not sent any more.
+    void markLost(const QString &port);
 
     const SentenceDecoder &decoder() const { return m_decoder; }
 
@@ -36,6 +38,7 @@ public:
 
 private:
     void mark(const QString &port, uint id, Transfer transfer);
+    void setTransfer(qint64 number, TrafficRecord *record, Transfer transfer);
     QVariant display(const TrafficRecord &record, int column) const;
     QVariant toolTip(const TrafficRecord &record, int column) const;
     QVariant foreground(const TrafficRecord &record, int column) const;

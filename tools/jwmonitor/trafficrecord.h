@@ -13,6 +13,7 @@ enum class Transfer {
     Waiting,
     Taken, ///< by the system: nothing of it waits in the port
     Transferred, ///< so the Communicator said
+    Lost, ///< it waited when the board went
 };
 
 /// One payload that passed.

@@ -43,6 +43,8 @@ QString TrafficText::transfer(Transfer transfer)
         return tr("taken");
     case Transfer::Transferred:
         return tr("transferred");
+    case Transfer::Lost:
+        return tr("not sent: the board went");
     case Transfer::None:
         break;
     }
