@@ -191,10 +191,12 @@ void TestPorts::colouredTextsContrastWithTheirGround()
     for (const Theme::Palette palette : {Theme::Palette::Light, Theme::Palette::Dark}) {
         Theme::apply(*qApp, palette);
         const QPalette colours = QApplication::palette();
-        for (int role = 0; role < Theme::RoleCount; ++role) {
+        for (int role = 0; role <= Theme::RoleCount; ++role) {
             if (role == Theme::Grid)
                 continue;
-            const double text = luminance(Theme::colour(colours, static_cast<Theme::Role>(role)));
+            const bool isPlaceholder = role == Theme::RoleCount;
+            const double text = luminance(isPlaceholder ? colours.color(QPalette::PlaceholderText)
+                                                        : Theme::colour(colours, static_cast<Theme::Role>(role)));
             for (const QPalette::ColorRole ground : {QPalette::Base, QPalette::AlternateBase, QPalette::Window}) {
                 const double other = luminance(colours.color(ground));
                 const double contrast = (std::max(text, other) + 0.05) / (std::min(text, other) + 0.05);

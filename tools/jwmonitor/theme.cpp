@@ -35,7 +35,7 @@ QPalette makePalette(bool dark)
     palette.setColor(QPalette::ButtonText, text);
     palette.setColor(QPalette::ToolTipBase, dark ? button : base);
     palette.setColor(QPalette::ToolTipText, text);
-    palette.setColor(QPalette::PlaceholderText, faint);
+    palette.setColor(QPalette::PlaceholderText, QColor((dark ? darkColours : lightColours)[Theme::Quiet]));
     palette.setColor(QPalette::Highlight, highlight);
     palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, QColor(dark ? 0x6cb0ff : 0x0b5fc4));
