@@ -6,6 +6,7 @@
 #include <jwmonitor/boardsbar.h>
 #include <jwmonitor/boardtypes.h>
 #include <jwmonitor/mainwindow.h>
+#include <jwmonitor/plotcanvas.h>
 #include <jwmonitor/portsmodel.h>
 #include <jwmonitor/portsview.h>
 #include <jwmonitor/sendpanel.h>
@@ -29,6 +30,8 @@
 #include <QTabWidget>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QToolBar>
+#include <QToolButton>
 
 #include <memory>
 
@@ -50,6 +53,23 @@ QStringList column(const QAbstractItemModel *model, const QString &title)
     return {};
 }
 
+/// Closes dialogs that come up, as one who does not want them does.
+class DialogCloser
+{
+public:
+    DialogCloser()
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [] {
+            if (QWidget *dialog = QApplication::activeModalWidget())
+                dialog->close();
+        });
+        m_timer.start(10);
+    }
+
+private:
+    QTimer m_timer;
+};
+
 } // namespace
 
 /// The whole window, driven as a person does, on simulated boards.
@@ -70,6 +90,10 @@ private Q_SLOTS:
     void savesTheTimelineByKey();
     void stopsAndFindsAgainByKey();
     void changesViewsByKey();
+    void trafficKeysWorkInTheSendLine();
+    void lettersPressTheTrafficButtons();
+    void trafficButtonsHaveAFrame();
+    void tablesAndThePlotHaveNames();
     void changesItsColours();
     void choosingAPortShowsItsLane();
     void fitsOnASmallScreen();
@@ -277,6 +301,75 @@ void TestWindow::changesViewsByKey()
         if (tab == MainWindow::TrafficTab)
             QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("payloads"));
     }
+}
+
+void TestWindow::trafficKeysWorkInTheSendLine()
+{
+    show({JwDevice::BoardA});
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    m_window->showView(MainWindow::TrafficTab);
+    auto *model = m_window->findChild<TrafficModel *>();
+    model->append(received(QStringLiteral("ttyACM0"), framed(QStringLiteral("PX"))));
+    model->flush();
+    auto *line = child<QLineEdit>("line");
+    const auto press = [line](Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::ControlModifier) {
+        line->setFocus();
+        QTest::keyClick(line, key, modifiers);
+    };
+    press(Qt::Key_P);
+    QVERIFY(child<QAction>("pause")->isChecked());
+    press(Qt::Key_R);
+    QVERIFY(child<QAction>("raw")->isChecked());
+    auto *text = m_window->findChild<TrafficView *>()->findChild<QLineEdit *>(QStringLiteral("text"));
+    press(Qt::Key_F);
+    QCOMPARE(QApplication::focusWidget(), text);
+    text->setText(QStringLiteral("PY"));
+    press(Qt::Key_Escape, Qt::NoModifier);
+    QCOMPARE(text->text(), QString());
+    press(Qt::Key_L);
+    QCOMPARE(model->rowCount(), 0);
+    QSignalSpy save(child<QAction>("save"), &QAction::triggered);
+    const DialogCloser closer;
+    press(Qt::Key_S);
+    QCOMPARE(save.size(), 1);
+}
+
+void TestWindow::lettersPressTheTrafficButtons()
+{
+    show({JwDevice::BoardA});
+    m_window->showView(MainWindow::TrafficTab);
+    const QHash<QString, Qt::Key> letters{{QStringLiteral("pause"), Qt::Key_U},
+                                          {QStringLiteral("raw"), Qt::Key_W},
+                                          {QStringLiteral("save"), Qt::Key_E},
+                                          {QStringLiteral("clear"), Qt::Key_C}};
+    const DialogCloser closer;
+    for (auto letter = letters.begin(); letter != letters.end(); ++letter) {
+        m_window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+        QSignalSpy triggered(m_window->findChild<QAction *>(letter.key()), &QAction::triggered);
+        QTest::keyClick(child<QTableView>("payloads"), letter.value(), Qt::AltModifier);
+        QTRY_VERIFY2(triggered.size() == 1, qPrintable(letter.key()));
+    }
+}
+
+void TestWindow::trafficButtonsHaveAFrame()
+{
+    m_window = std::make_unique<MainWindow>();
+    const auto buttons = m_window->findChild<TrafficView *>()->findChild<QToolBar *>()->findChildren<QToolButton *>();
+    int framed = 0;
+    for (const QToolButton *button : buttons)
+        framed += button->defaultAction() && !button->autoRaise();
+    QCOMPARE(framed, 4);
+}
+
+void TestWindow::tablesAndThePlotHaveNames()
+{
+    m_window = std::make_unique<MainWindow>();
+    QCOMPARE(child<QTableView>("payloads")->accessibleName(), QStringLiteral("Payloads"));
+    QCOMPARE(child<QTableView>("sent")->accessibleName(), QStringLiteral("Sent payloads"));
+    QCOMPARE(child<QTableView>("records")->accessibleName(), QStringLiteral("Log records"));
+    QCOMPARE(m_window->findChild<PlotCanvas *>()->accessibleName(), QStringLiteral("Plot"));
 }
 
 void TestWindow::changesItsColours()

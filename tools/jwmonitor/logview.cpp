@@ -39,6 +39,7 @@ LogView::LogView(LogModel *model, QWidget *parent)
     createControls();
     createLayout();
     m_table->setObjectName(QStringLiteral("records"));
+    m_table->setAccessibleName(tr("Log records"));
     m_table->setModel(m_filter);
     setFocusProxy(m_table);
     m_table->setColumnTexts({QStringLiteral("00:00:00.000"), LogModel::levelName(Logger::Warning),

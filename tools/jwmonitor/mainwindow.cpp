@@ -94,6 +94,7 @@ void MainWindow::createTrafficTab()
     splitter->setChildrenCollapsible(false);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
+    splitter->addActions(view->actions()); // their keys, for the send line
     connect(view, &TrafficView::saved, this,
             [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName)); });
     connect(view, &TrafficView::saveFailed, this,

@@ -25,6 +25,7 @@ PlotView::PlotView(TrafficModel *model, QWidget *parent)
     m_span->addItem(tr("Last 10 minutes"), 600);
     m_span->addItem(tr("All"), 0);
     m_canvas->setObjectName(QStringLiteral("canvas"));
+    m_canvas->setAccessibleName(tr("Plot"));
 
     auto *controls = new QHBoxLayout;
     addLabelled(controls, tr("&Plot:"), m_quantity);

@@ -48,6 +48,7 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     for (QLabel *label : {m_preview, m_message})
         label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_table->setObjectName(QStringLiteral("sent"));
+    m_table->setAccessibleName(tr("Sent payloads"));
     showSentOnly();
     createLayout();
     connect(m_line, &QLineEdit::textChanged, this, &SendPanel::updatePreview);

@@ -13,8 +13,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
-#include <QShortcut>
 #include <QToolBar>
+#include <QToolButton>
 
 namespace JwMonitor {
 
@@ -39,7 +39,7 @@ TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
 
     auto *filters = new QHBoxLayout;
     addLabelled(filters, tr("&Port:"), m_port);
-    addLabelled(filters, tr("Dire&ction:"), m_direction);
+    addLabelled(filters, tr("Directio&n:"), m_direction);
     addLabelled(filters, tr("&Identifier:"), m_identifier, 1);
     addLabelled(filters, tr("Te&xt:"), m_text, 2);
     auto *bottom = new QHBoxLayout;
@@ -104,12 +104,9 @@ void TrafficView::createFilters()
     connect(m_direction, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &TrafficView::applyFilter);
     connect(m_identifier, &QLineEdit::textChanged, this, &TrafficView::applyFilter);
     connect(m_text, &QLineEdit::textChanged, this, &TrafficView::applyFilter);
-    const auto addShortcut = [this](const QKeySequence &keys, auto slot) {
-        connect(new QShortcut(keys, this, nullptr, nullptr, Qt::WidgetWithChildrenShortcut), &QShortcut::activated,
-                this, slot);
-    };
-    addShortcut(QKeySequence::Find, [this] { m_text->setFocus(Qt::ShortcutFocusReason); });
-    addShortcut(QKeySequence::Cancel, &TrafficView::clearFilter);
+    connect(addKeys(QKeySequence::Find), &QAction::triggered, m_text,
+            [this] { m_text->setFocus(Qt::ShortcutFocusReason); });
+    connect(addKeys(QKeySequence::Cancel), &QAction::triggered, this, &TrafficView::clearFilter);
 }
 
 QToolBar *TrafficView::createTools()
@@ -117,35 +114,48 @@ QToolBar *TrafficView::createTools()
     auto *tools = new QToolBar;
     tools->setToolButtonStyle(Qt::ToolButtonTextOnly);
     const auto addAction = [this, tools](const QString &name, const QString &text, const QKeySequence &keys) {
-        QAction *action = tools->addAction(text);
+        QAction *action = addKeys(keys); // of the view, or they work in the tool bar alone
         action->setObjectName(name);
-        action->setShortcut(keys);
-        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
-        action->setToolTip(tr("%1 (%2)").arg(text, keys.toString(QKeySequence::NativeText)));
-        this->addAction(action); // or the shortcut works in the tool bar alone
+        action->setText(text);
+        action->setIconText(text); // or the button drops its letter
+        action->setToolTip(tr("%1 (%2)").arg(action->toolTip(), keys.toString(QKeySequence::NativeText)));
+        tools->addAction(action);
         return action;
     };
-    QAction *pause = addAction(QStringLiteral("pause"), tr("Pause"), tr("Ctrl+P"));
+    QAction *pause = addAction(QStringLiteral("pause"), tr("Pa&use"), tr("Ctrl+P"));
     pause->setCheckable(true);
     connect(pause, &QAction::toggled, this, [this](bool paused) {
         m_filter->setPaused(paused);
         updateStatus();
     });
-    QAction *raw = addAction(QStringLiteral("raw"), tr("Raw"), tr("Ctrl+R"));
+    QAction *raw = addAction(QStringLiteral("raw"), tr("Ra&w"), tr("Ctrl+R"));
     raw->setCheckable(true);
     connect(raw, &QAction::toggled, this, &TrafficView::showRaw);
-    QAction *save = addAction(QStringLiteral("save"), tr("Save..."), QKeySequence::Save);
+    QAction *save = addAction(QStringLiteral("save"), tr("Sav&e..."), QKeySequence::Save);
     connect(save, &QAction::triggered, this, &TrafficView::askAndSave);
-    QAction *clear = addAction(QStringLiteral("clear"), tr("Clear"), tr("Ctrl+L"));
+    QAction *clear = addAction(QStringLiteral("clear"), tr("&Clear"), tr("Ctrl+L"));
     connect(clear, &QAction::triggered, m_model, &TrafficModel::clear);
-    for (QAction *action : {pause, raw, save, clear})
-        tools->widgetForAction(action)->setFocusPolicy(Qt::TabFocus);
+    for (QAction *action : {pause, raw, save, clear}) {
+        auto *button = qobject_cast<QToolButton *>(tools->widgetForAction(action));
+        button->setFocusPolicy(Qt::TabFocus);
+        button->setAutoRaise(false); // a frame, as other buttons have
+    }
     return tools;
+}
+
+QAction *TrafficView::addKeys(const QKeySequence &keys)
+{
+    auto *action = new QAction(this);
+    action->setShortcut(keys);
+    action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    addAction(action);
+    return action;
 }
 
 void TrafficView::createTable()
 {
     m_table->setObjectName(QStringLiteral("payloads"));
+    m_table->setAccessibleName(tr("Payloads"));
     m_table->setModel(m_filter);
     m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"),
                              TrafficText::direction(Direction::Received), QStringLiteral("100000"),

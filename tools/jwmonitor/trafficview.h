@@ -3,8 +3,9 @@
 #include <QString>
 #include <QWidget>
 
-class QCheckBox;
+class QAction;
 class QComboBox;
+class QKeySequence;
 class QLabel;
 class QLineEdit;
 class QToolBar;
@@ -16,7 +17,8 @@ class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
-/// The payloads as a table that follows the newest one, filtered, in the raw if wanted, and saved.
+/// The payloads as a table that follows the newest one, filtered, in the raw if wanted, and saved. Its keys are its
+/// actions, for a widget around it to have them too.
 class TrafficView : public QWidget
 {
     Q_OBJECT
@@ -36,6 +38,7 @@ Q_SIGNALS:
 private:
     void createFilters();
     QToolBar *createTools();
+    QAction *addKeys(const QKeySequence &keys);
     void createTable();
     void applyFilter();
     void clearFilter();
