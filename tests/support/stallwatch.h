@@ -6,11 +6,26 @@
 #include <algorithm>
 #include <ctime>
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZER_SLOWS_WORK
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZER_SLOWS_WORK
+#endif
+#endif
+
 /// Measures the longest time for which the event loop of this thread did not come round: by the clock, and what the
 /// thread itself worked in such a time, which on a busy machine is less.
 class StallWatch
 {
 public:
+    /// More work than this at a stretch is seen as a window that stands still.
+#ifdef SANITIZER_SLOWS_WORK
+    static constexpr double freezeMs = 2500;
+#else
+    static constexpr double freezeMs = 250;
+#endif
+
     StallWatch()
     {
         m_tick.setTimerType(Qt::PreciseTimer);
