@@ -276,9 +276,9 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits elsewhere
     m_panel->removeBoard(QStringLiteral("slow"));
     const QString lost = QStringLiteral("not sent: the board went");
-    QTRY_COMPARE(sentRows(TrafficModel::Progress),
-                 QStringList({QStringLiteral("taken"), lost, lost, QStringLiteral("transferred"),
-                              QStringLiteral("waiting")}));
+    QTRY_COMPARE(
+        sentRows(TrafficModel::Progress),
+        QStringList({QStringLiteral("taken"), lost, lost, QStringLiteral("transferred"), QStringLiteral("waiting")}));
 }
 
 void TestSend::whatWaitsWhenAnotherBoardComesIsNotSent()

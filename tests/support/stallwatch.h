@@ -14,17 +14,19 @@
 #endif
 #endif
 
+#ifdef SANITIZER_SLOWS_WORK
+constexpr int slownessOfSanitizer = 10;
+#else
+constexpr int slownessOfSanitizer = 1;
+#endif
+
 /// Measures the longest time for which the event loop of this thread did not come round: by the clock, and what the
 /// thread itself worked in such a time, which on a busy machine is less.
 class StallWatch
 {
 public:
     /// More work than this at a stretch is seen as a window that stands still.
-#ifdef SANITIZER_SLOWS_WORK
-    static constexpr double freezeMs = 2500;
-#else
-    static constexpr double freezeMs = 250;
-#endif
+    static constexpr double freezeMs = 250 * slownessOfSanitizer;
 
     StallWatch()
     {
