@@ -74,6 +74,7 @@ private Q_SLOTS:
     void theViewOffersTheFields();
     void theViewDrawsACurvePerPort();
     void theViewDrawsADenseCurve();
+    void longNumbersHaveTheirRoom();
     void theCursorMovesByKeys();
 };
 
@@ -91,6 +92,9 @@ void TestPlot::valueMarksAreRound_data()
     QTest::newRow("below zero") << -4.0 << 4.0 << 5 << QVector<double>{-4, -2, 0, 2, 4};
     QTest::newRow("no extent") << 100.0 << 100.0 << 5 << QVector<double>{90, 95, 100, 105, 110};
     QTest::newRow("no extent at zero") << 0.0 << 0.0 << 5 << QVector<double>{-1, -0.5, 0, 0.5, 1};
+    QTest::newRow("close and large") << 1e16 << 1e16 + 10 << 5 << QVector<double>{9e15, 1e16, 1.1e16};
+    QTest::newRow("as large as can be") << -1.7e308 << 1.7e308 << 5 << QVector<double>{-1e300, -5e299, 0, 5e299, 1e300};
+    QTest::newRow("as small as can be") << 0.0 << 5e-324 << 5 << QVector<double>{-1, -0.5, 0, 0.5, 1};
     QTest::newRow("no room") << 0.0 << 4.0 << 0 << QVector<double>{0};
 }
 
@@ -340,6 +344,26 @@ void TestPlot::theViewDrawsADenseCurve()
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
     // Up and down in each column of pixels: a block over five sixths of the time.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
+}
+
+void TestPlot::longNumbersHaveTheirRoom()
+{
+    TrafficModel model;
+    const qint64 now = microsecondsSinceEpoch();
+    model.append(at(now - 3 * second, QStringLiteral("PA,-123456789000")));
+    model.append(at(now - 2 * second, QStringLiteral("PA,-123456780000")));
+    model.flush();
+    PlotView view(&model);
+    view.resize(700, 400);
+    view.show();
+    auto *canvas = view.findChild<PlotCanvas *>();
+    auto *data = view.findChild<PlotData *>();
+    QTRY_COMPARE(data->fields().size(), 1);
+    QTest::keyClick(view.findChild<QComboBox *>(QStringLiteral("quantity")), Qt::Key_Down);
+    QTRY_COMPARE(data->curves()[acm0].size(), size_t(2));
+    const int margin = canvas->fontMetrics().height() / 4;
+    const QImage left = canvas->grab().toImage().copy(1, canvas->height() / 4, margin, canvas->height() / 2);
+    QCOMPARE(pixelsOf(left, canvas->palette().color(QPalette::Base).rgb()), left.width() * left.height());
 }
 
 void TestPlot::theCursorMovesByKeys()

@@ -9,6 +9,9 @@ namespace JwMonitor {
 namespace {
 
 constexpr double second = 1e6;
+constexpr double leastExtent = 1e-12; // of the larger end: closer numbers are as good as equal
+constexpr double smallest = 1e-200; // with less, a step would be 0
+constexpr double largest = 1e300; // with more, an extent would be infinite
 constexpr double timeSteps[] = {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 21600, 43200, 86400};
 
 } // namespace
@@ -22,8 +25,11 @@ PlotAxis::PlotAxis(double low, double high, double step)
 
 PlotAxis PlotAxis::forValues(double low, double high, int maxMarks)
 {
-    if (!(high > low)) {
-        const double margin = low == 0 ? 1 : std::abs(low) * 0.1;
+    low = std::clamp(low, -largest, largest);
+    high = std::clamp(high, -largest, largest);
+    const double size = std::max(std::abs(low), std::abs(high));
+    if (high - low <= std::max(size * leastExtent, smallest)) {
+        const double margin = size <= smallest ? 1 : size * 0.1;
         low -= margin;
         high += margin;
     }
@@ -49,8 +55,10 @@ PlotAxis PlotAxis::forTimes(qint64 beginUs, qint64 endUs, int maxMarks)
 QVector<double> PlotAxis::marks() const
 {
     QVector<double> marks;
-    for (double i = std::ceil(m_low / m_step); i * m_step <= m_high; ++i)
-        marks.append(i * m_step);
+    const double first = std::ceil(m_low / m_step);
+    const int count = static_cast<int>(std::floor(m_high / m_step) - first) + 1;
+    for (int i = 0; i < count; ++i)
+        marks.append((first + i) * m_step);
     return marks;
 }
 

@@ -22,10 +22,16 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
+constexpr QLatin1String usualLabel("-00000000"); // shorter ones don't move the curves
 
 QString valueText(double value)
 {
     return QLocale::c().toString(value, 'g', 8);
+}
+
+QString markText(double mark, const PlotAxis &axis)
+{
+    return valueText(std::abs(mark) < axis.step() / 2 ? 0 : mark);
 }
 
 QPointF place(const PlotSample &sample, const QRectF &area, const PlotAxis &times, const PlotAxis &values)
@@ -57,6 +63,7 @@ PlotCanvas::PlotCanvas(const PlotData *plotData, QWidget *parent)
     : QWidget(parent)
     , m_data(plotData)
     , m_spanUs(0)
+    , m_labelWidth(fontMetrics().horizontalAdvance(usualLabel))
 {
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
@@ -92,10 +99,15 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         return;
     }
 
+    const int maxValues = static_cast<int>(plotArea().height()) / (fontMetrics().height() * 2);
+    const PlotAxis values = valueAxis(curves, maxValues);
+    m_labelWidth = fontMetrics().horizontalAdvance(usualLabel);
+    const QVector<double> marks = values.marks();
+    for (const double mark : marks)
+        m_labelWidth = std::max(m_labelWidth, fontMetrics().horizontalAdvance(markText(mark, values)));
     const QRectF area = plotArea();
     const int maxTimes = static_cast<int>(area.width()) / (fontMetrics().averageCharWidth() * 14);
-    const int maxValues = static_cast<int>(area.height()) / (fontMetrics().height() * 2);
-    const Frame frame{area, PlotAxis::forTimes(beginUs, endUs, maxTimes), valueAxis(curves, maxValues)};
+    const Frame frame{area, PlotAxis::forTimes(beginUs, endUs, maxTimes), values};
     paintAxes(painter, frame);
     painter.save();
     painter.setClipRect(area.adjusted(0, -2, 0, 2));
@@ -286,7 +298,7 @@ void PlotCanvas::paintAxes(QPainter &painter, const Frame &frame) const
         painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
         painter.setPen(text);
         painter.drawText(QRectF(0, y - line, area.left() - line * 0.4, 2 * line), Qt::AlignRight | Qt::AlignVCenter,
-                         valueText(std::abs(mark) < frame.values.step() / 2 ? 0 : mark));
+                         markText(mark, frame.values));
     }
     const QVector<double> times = frame.times.marks();
     for (const double mark : times) {
@@ -324,8 +336,7 @@ void PlotCanvas::paintCursor(QPainter &painter, const Frame &frame) const
 QRectF PlotCanvas::plotArea() const
 {
     const int line = fontMetrics().height();
-    const int left = fontMetrics().horizontalAdvance(QStringLiteral("-00000000")) + line;
-    return QRectF(rect()).adjusted(left, line * 1.6, -line * 1.5, -line * 1.6);
+    return QRectF(rect()).adjusted(m_labelWidth + line, line * 1.6, -line * 1.5, -line * 1.6);
 }
 
 QPen PlotCanvas::curvePen(int index) const

@@ -55,6 +55,7 @@ private:
 
     const PlotData *const m_data;
     qint64 m_spanUs;
+    int m_labelWidth; // of the longest number at the left
     QTimer m_refresh;
     std::optional<qreal> m_cursor; // from 0, the left edge of the plot, to 1
 };
