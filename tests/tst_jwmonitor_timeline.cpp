@@ -1,6 +1,7 @@
 #include "support/finderbench.h"
 #include "support/simulatedwindowmain.h"
 
+#include <jwmonitor/clock.h>
 #include <jwmonitor/probetimeline.h>
 #include <jwmonitor/theme.h>
 #include <jwmonitor/timelinecanvas.h>
@@ -44,6 +45,45 @@ struct TimelineBench : FinderBench
         start(types, retries);
         QVERIFY(ended.wait());
     }
+};
+
+/// What a search tells of a silent port that is asked again and again.
+class LongSearch
+{
+public:
+    explicit LongSearch(BoardFinder *finder)
+        : m_finder(finder)
+    {
+        Q_EMIT m_finder->searchStarted(microsecondsSinceEpoch());
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Serial port opened for probing: " << m_report.portName;
+        LOGGER_RECORD(Logger::Trace, "Communication").write() << "->" << versionQuery;
+        tell();
+    }
+
+    void retry(int rounds)
+    {
+        for (int i = 0; i < rounds; ++i) {
+            LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << m_report.portName;
+            LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
+            tell();
+        }
+    }
+
+private:
+    void tell()
+    {
+        QCoreApplication::sendPostedEvents(); // the timeline takes the log's records from there
+        ++m_report.queries;
+        Q_EMIT m_finder->reported({m_report});
+    }
+
+    BoardFinder *const m_finder;
+    PortReport m_report = [] {
+        PortReport report;
+        report.portName = QStringLiteral("ttyACM0");
+        report.verdict = PortReport::Awaiting;
+        return report;
+    }();
 };
 
 QVector<TimelineEvent::Kind> kinds(const TimelineLane &lane)
@@ -94,6 +134,10 @@ private Q_SLOTS:
     void ourOwnBoardIsNoLaneOfALaterSearch();
     void whatIsSentToABoardIsNoQuery();
     void growsWhileTheSearchRuns();
+    void aLongSearchKeepsTheNewestEvents();
+    void aLongSearchIsDrawnInFewLines();
+    void theMarkStaysAtItsEventInALongSearch();
+    void theMarkIsGoneWithItsSearch();
     void theToolTipTellsSentenceAndTime();
     void keysGoFromEventToEvent();
     void zoomsByKey();
@@ -287,6 +331,69 @@ void TestTimeline::growsWhileTheSearchRuns()
     QTRY_COMPARE(bench.timeline.rounds().size(), 1);
     QVERIFY(bench.timeline.isRunning());
     QTRY_VERIFY(!bench.timeline.isRunning());
+}
+
+void TestTimeline::aLongSearchKeepsTheNewestEvents()
+{
+    TimelineBench bench;
+    LongSearch(&bench.finder).retry(10000);
+    const TimelineLane lane = bench.timeline.lanes().at(0);
+    QCOMPARE(bench.timeline.rounds().size(), 10000);
+    QCOMPARE(lane.events.size(), ProbeTimeline::maxEvents);
+    QCOMPARE(lane.dropped, 1 + 2 * 10000 + 1 - ProbeTimeline::maxEvents);
+    QCOMPARE(lane.queries, 10001);
+    QVERIFY(isInOrder(lane));
+    QCOMPARE(lane.events.last().kind, TimelineEvent::Query);
+    QCOMPARE(lane.events.last().round, 10000);
+    QCOMPARE(lane.events.last().text, versionQuery);
+}
+
+void TestTimeline::aLongSearchIsDrawnInFewLines()
+{
+    TimelineBench bench;
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    LongSearch(&bench.finder).retry(10000);
+    const QString fileName = m_dir.filePath(QStringLiteral("long.svg"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray picture = file.readAll();
+    // A line or a shape for each pixel at most, of rounds, queries and ends of waits.
+    QVERIFY2(picture.count("<p") < 2 * view.width(), QByteArray::number(picture.count("<p")));
+}
+
+void TestTimeline::theMarkStaysAtItsEventInALongSearch()
+{
+    TimelineBench bench;
+    TimelineView view(&bench.timeline);
+    LongSearch search(&bench.finder);
+    search.retry(ProbeTimeline::maxEvents / 2 - 1);
+    for (int i = 0; i < 8; ++i) // to the query of the third retry round
+        QTest::keyClick(view.canvas(), Qt::Key_Right);
+    const QString marked = view.canvas()->accessibleDescription();
+    QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
+    search.retry(1);
+    QVERIFY(bench.timeline.lanes().at(0).dropped > 0);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    QTest::keyClick(view.canvas(), Qt::Key_Left);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    search.retry(10);
+    QCOMPARE(view.canvas()->accessibleDescription(), QString()); // it was dropped
+}
+
+void TestTimeline::theMarkIsGoneWithItsSearch()
+{
+    TimelineBench bench;
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    const LongSearch search(&bench.finder);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    QVERIFY(!view.canvas()->accessibleDescription().isEmpty());
+    Q_EMIT bench.finder.searchStarted(microsecondsSinceEpoch());
+    QCOMPARE(view.canvas()->accessibleDescription(), QString());
+    view.grab();
 }
 
 void TestTimeline::theToolTipTellsSentenceAndTime()

@@ -121,7 +121,7 @@ void ProbeTimeline::takeReports(const QList<JwDevice::PortReport> &reports)
     const double ms = sinceStart(microsecondsSinceEpoch());
     for (const JwDevice::PortReport &report : reports) {
         TimelineLane &line = lane(report.portName);
-        addRepeatedQueries(line, report);
+        addRepeatedQueries(report);
         const bool isLost = report.verdict == JwDevice::PortReport::Lost;
         const bool isRefused =
             report.verdict == JwDevice::PortReport::NotOpened && report.error != QSerialPort::NoError;
@@ -163,28 +163,29 @@ void ProbeTimeline::add(const QString &port, TimelineEvent::Kind kind, double ms
     const auto isBefore = [](double time, const TimelineEvent &event) { return time < event.ms; };
     const auto isLater = [](double time, double begin) { return time < begin; };
     const auto round = std::upper_bound(m_rounds.begin(), m_rounds.end(), ms, isLater) - m_rounds.begin();
-    QVector<TimelineEvent> &events = lane(port).events;
-    events.insert(std::upper_bound(events.begin(), events.end(), ms, isBefore),
-                  {kind, ms, text, static_cast<int>(round)});
+    TimelineLane &line = lane(port);
+    line.events.insert(std::upper_bound(line.events.begin(), line.events.end(), ms, isBefore),
+                       {kind, ms, text, static_cast<int>(round)});
+    if (kind == TimelineEvent::Query) {
+        ++line.queries;
+        if (round == 0)
+            line.asked.append(text);
+    }
+    if (line.events.size() > maxEvents) {
+        line.events.removeFirst();
+        ++line.dropped;
+    }
 }
 
-void ProbeTimeline::addRepeatedQueries(TimelineLane &lane, const JwDevice::PortReport &report)
+void ProbeTimeline::addRepeatedQueries(const JwDevice::PortReport &report)
 {
     // The log doesn't say to which port a query of a retry round goes, but the reports count them. Each round asks
     // the same.
-    QStringList first;
-    int known = 0;
-    for (const TimelineEvent &event : qAsConst(lane.events)) {
-        if (event.kind != TimelineEvent::Query)
-            continue;
-        ++known;
-        if (event.round == 0)
-            first.append(event.text);
-    }
-    if (first.isEmpty() || m_rounds.isEmpty())
+    const TimelineLane &line = lane(report.portName);
+    if (line.asked.isEmpty() || m_rounds.isEmpty())
         return;
-    for (; known < report.queries; ++known)
-        add(report.portName, TimelineEvent::Query, m_rounds.last(), first.at(known % first.size()));
+    while (line.queries < report.queries)
+        add(report.portName, TimelineEvent::Query, m_rounds.last(), line.asked.at(line.queries % line.asked.size()));
 }
 
 QString ProbeTimeline::kindName(TimelineEvent::Kind kind)

@@ -36,7 +36,10 @@ struct TimelineEvent
 struct TimelineLane
 {
     QString port;
-    QVector<TimelineEvent> events;
+    QVector<TimelineEvent> events; ///< the newest ProbeTimeline::maxEvents
+    int dropped = 0; ///< events that were older
+    QStringList asked; ///< the queries of the first round, which each round repeats
+    int queries = 0; ///< of all rounds
     JwDevice::PortReport report; ///< the newest one
     QString outcome; ///< in a few words; empty as long as there is none
     bool isGood = false; ///< the outcome is a board that was found
@@ -51,6 +54,8 @@ class ProbeTimeline : public QObject
     Q_OBJECT
 
 public:
+    static constexpr int maxEvents = 2000; ///< of one lane; a search may last for an hour
+
     /// Of each search of `finder`, the newest one.
     explicit ProbeTimeline(BoardFinder *finder, QObject *parent = nullptr);
     ~ProbeTimeline() override;
@@ -79,7 +84,7 @@ private:
     void add(const QString &port, TimelineEvent::Kind kind, double ms, const QString &text = QString());
     void takePayload(const ProbeRecord &record);
     void takeStep(const ProbeRecord &record);
-    void addRepeatedQueries(TimelineLane &lane, const JwDevice::PortReport &report);
+    void addRepeatedQueries(const JwDevice::PortReport &report);
     double sinceStart(qint64 timeUs) const { return static_cast<double>(timeUs - m_startUs) / 1000; }
 
     ProbeLog m_log;

@@ -19,6 +19,7 @@ namespace {
 constexpr int frameTime = 33; // ms
 constexpr double maxZoom = 1000;
 constexpr double zoomStep = 1.5;
+constexpr int maxDescribed = 20; // lines of a tool tip
 
 } // namespace
 
@@ -33,6 +34,7 @@ TimelineCanvas::TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent)
     m_clock.setInterval(frameTime);
     connect(&m_clock, &QTimer::timeout, this, &TimelineCanvas::refresh);
     connect(m_timeline, &ProbeTimeline::changed, this, [this] {
+        followMark(); // at once: a picture may be painted before the next frame
         if (!m_clock.isActive())
             m_clock.start();
     });
@@ -55,9 +57,6 @@ void TimelineCanvas::refresh()
 {
     if (m_timeline->isRunning())
         m_clock.start();
-    const auto &lanes = m_timeline->lanes();
-    if (m_marked.lane >= lanes.size() || (m_marked.lane >= 0 && m_marked.event >= lanes[m_marked.lane].events.size()))
-        mark({});
     const TimelinePainter painter = layoutNow();
     const QSizeF size = painter.size();
     verticalScrollBar()->setSingleStep(static_cast<int>(painter.laneHeight()));
@@ -195,9 +194,25 @@ void TimelineCanvas::markNext(int lanes, int events)
         static_cast<int>(std::clamp(offset().y(), std::min(top, top - visible), std::max(top, top - visible))));
 }
 
+void TimelineCanvas::followMark()
+{
+    if (m_marked.lane < 0)
+        return;
+    const auto &lanes = m_timeline->lanes();
+    if (m_marked.lane < lanes.size()) {
+        const TimelineLane &lane = lanes.at(m_marked.lane);
+        m_marked.event -= lane.dropped - m_markedDropped;
+        m_markedDropped = lane.dropped;
+        if (m_marked.event >= 0 && m_marked.event < lane.events.size())
+            return;
+    }
+    mark({});
+}
+
 void TimelineCanvas::mark(TimelinePainter::Place place)
 {
     m_marked = place;
+    m_markedDropped = place.lane < 0 ? 0 : m_timeline->lanes().at(place.lane).dropped;
     const QString text = place.lane < 0 ? QString() : description({place});
     setAccessibleDescription(text);
     Q_EMIT described(text);
@@ -207,7 +222,7 @@ void TimelineCanvas::mark(TimelinePainter::Place place)
 QString TimelineCanvas::description(const QVector<TimelinePainter::Place> &places) const
 {
     QStringList lines;
-    for (const TimelinePainter::Place &place : places) {
+    for (const TimelinePainter::Place &place : places.mid(0, maxDescribed)) {
         const TimelineLane &lane = m_timeline->lanes().at(place.lane);
         const TimelineEvent &event = lane.events.at(place.event);
         QString line =
@@ -218,6 +233,8 @@ QString TimelineCanvas::description(const QVector<TimelinePainter::Place> &place
             line += QStringLiteral("  ") + event.text;
         lines.append(line);
     }
+    if (places.size() > maxDescribed)
+        lines.append(tr("and %n more", nullptr, places.size() - maxDescribed));
     return lines.join(QLatin1Char('\n'));
 }
 

@@ -45,6 +45,7 @@ private:
     QPointF offset() const;
     void refresh();
     void zoomAt(double factor, double x);
+    void followMark();
     void mark(TimelinePainter::Place place);
     void markNext(int lanes, int events);
     QString description(const QVector<TimelinePainter::Place> &places) const;
@@ -53,6 +54,7 @@ private:
     QTimer m_clock; // of a search that runs: time itself moves the picture
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
+    int m_markedDropped = 0; // what the lane of the mark had dropped when it was set
 };
 
 } // namespace JwMonitor

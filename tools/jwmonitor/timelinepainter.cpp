@@ -5,6 +5,7 @@
 
 #include <QFontMetricsF>
 #include <QLocale>
+#include <QMap>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -18,6 +19,10 @@ namespace {
 constexpr double shortestSearch = 50; // ms that are shown at least
 constexpr int labelCharacters = 26;
 constexpr int lastCharacters = 34; // room for a sentence behind the end of the search
+constexpr int sentenceReach = 100; // lines that a sentence is wide at most, so that it can be seen from there
+constexpr int longestText = 200; // characters of sentences that stand at one place
+constexpr double leastGap = 1; // pixels: what is closer to its like than that can't be told from it
+constexpr double leastRoundGap = 3; // of lines over the whole height, which would hide the rest
 
 /// 1, 2 or 5 with zeros: the ms between two lines of the axis that are at least `least` apart.
 double stepOf(double least)
@@ -100,7 +105,8 @@ void TimelinePainter::paint(QPainter &painter, const QSizeF &size, const QPointF
     const int first = std::max(0, static_cast<int>(offset.y() / m_laneHeight));
     const int last = std::min(lanes.size(), static_cast<int>((offset.y() + size.height()) / m_laneHeight) + 1);
     for (int i = first; i < last; ++i)
-        paintLane(painter, lanes.at(i), m_headerHeight + i * m_laneHeight);
+        paintLane(painter, lanes.at(i), m_headerHeight + i * m_laneHeight, offset.x() + m_labelWidth,
+                  offset.x() + size.width());
     if (marked.lane >= 0) {
         painter.setPen(QPen(m_palette.color(QPalette::Highlight), 2));
         painter.setBrush(Qt::NoBrush);
@@ -130,51 +136,94 @@ void TimelinePainter::paintAxis(QPainter &painter, const QSizeF &size, double sh
         const QString label = QLocale().toString(ms, 'f', step < 1 ? 1 : 0);
         painter.drawText(QPointF(x + 4, m_line), ProbeTimeline::tr("%1 ms").arg(label));
     }
-    for (int i = 0; i < m_timeline.rounds().size(); ++i) {
-        const double x = xAt(m_timeline.rounds().at(i)) - shift;
-        painter.setPen(QPen(Theme::colour(m_palette, Theme::Query), 1, Qt::DashLine));
+    painter.setPen(QPen(Theme::colour(m_palette, Theme::Query), 1, Qt::DashLine));
+    const QVector<double> &rounds = m_timeline.rounds();
+    double last = -leastRoundGap;
+    for (auto round = std::lower_bound(rounds.begin(), rounds.end(), timeAt(m_labelWidth + shift));
+         round != rounds.end() && *round <= end; ++round) {
+        const double x = xAt(*round) - shift;
+        if (x - last < leastRoundGap)
+            continue;
+        last = x;
         painter.drawLine(QPointF(x, m_headerHeight), QPointF(x, size.height()));
     }
 }
 
-void TimelinePainter::paintLane(QPainter &painter, const TimelineLane &lane, double top) const
+void TimelinePainter::paintLane(QPainter &painter, const TimelineLane &lane, double top, double left,
+                                double right) const
 {
     const double middle = top + m_laneHeight / 2;
     painter.setPen(Theme::colour(m_palette, Theme::Grid));
-    painter.drawLine(QPointF(m_labelWidth, top), QPointF(size().width(), top));
-    paintSpans(painter, lane, middle);
-    paintSentences(painter, lane, top, true);
-    paintSentences(painter, lane, top, false);
-    for (const TimelineEvent &event : lane.events)
-        paintMarker(painter, event, middle);
+    painter.drawLine(QPointF(left, top), QPointF(right, top));
+    paintSpans(painter, lane, middle, left, right);
+    paintSentences(painter, lane, top, true, left, right);
+    paintSentences(painter, lane, top, false, left, right);
+    paintMarkers(painter, lane, middle, left, right);
 }
 
-void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, double middle) const
+QVector<TimelineEvent>::const_iterator TimelinePainter::eventFrom(const TimelineLane &lane, double x) const
+{
+    return std::lower_bound(lane.events.begin(), lane.events.end(), timeAt(x),
+                            [](const TimelineEvent &event, double ms) { return event.ms < ms; });
+}
+
+void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left,
+                                 double right) const
 {
     const double height = 0.42 * m_line;
-    double asked = -1;
     painter.setPen(Qt::NoPen);
     const auto span = [&](double from, double to, Theme::Role colourRole, double thickness) {
         QColor colour = Theme::colour(m_palette, colourRole);
         colour.setAlphaF(0.45);
         painter.setBrush(colour);
-        painter.drawRect(QRectF(xAt(from), middle - thickness / 2, (to - from) * m_scale, thickness));
+        const double begin = std::max(xAt(from), left);
+        const double end = std::min(xAt(to), right);
+        if (begin < end)
+            painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    for (const TimelineEvent &event : lane.events) {
-        if (event.kind == TimelineEvent::Query && asked < 0) {
-            asked = event.ms;
-        } else if (asked >= 0 && endsWaiting(event.kind)) {
-            span(asked, event.ms, event.kind == TimelineEvent::Reply ? Theme::Reply : Theme::Waiting, height);
+    // Waits that follow each other without a gap that can be seen are one.
+    double begin = 0;
+    double end = -1; // before the begin: none
+    Theme::Role waitRole = Theme::Waiting;
+    const auto flush = [&] {
+        if (end >= begin)
+            span(begin, end, waitRole, height);
+        end = -1;
+    };
+    const auto addWait = [&](double from, double to, Theme::Role colourRole) {
+        if (end < 0 || colourRole != waitRole || (from - end) * m_scale >= leastGap) {
+            flush();
+            begin = from;
+            waitRole = colourRole;
+        }
+        end = to;
+    };
+
+    auto event = eventFrom(lane, left);
+    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // it may have begun further to the left
+        --event;
+    double asked = -1;
+    for (; event != lane.events.end() && (asked >= 0 || xAt(event->ms) <= right); ++event) {
+        if (event->kind == TimelineEvent::Query && asked < 0) {
+            asked = event->ms;
+        } else if (asked >= 0 && endsWaiting(event->kind)) {
+            addWait(asked, event->ms, event->kind == TimelineEvent::Reply ? Theme::Reply : Theme::Waiting);
             asked = -1;
         }
-        if (event.kind == TimelineEvent::HandedOver)
-            span(event.ms, m_end, Theme::Good, height / 4);
     }
     if (asked >= 0)
-        span(asked, m_end, Theme::Waiting, height);
+        addWait(asked, m_end, Theme::Waiting);
+    flush();
+
+    const auto found =
+        std::find_if(lane.events.rbegin(), lane.events.rend(),
+                     [](const TimelineEvent &last) { return last.kind == TimelineEvent::HandedOver; });
+    if (found != lane.events.rend())
+        span(found->ms, m_end, Theme::Good, height / 4);
 }
 
-void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent) const
+void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent, double left,
+                                     double right) const
 {
     const QFontMetricsF metrics(m_font);
     const double gap = 0.5 * m_line;
@@ -187,27 +236,47 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
     QString text;
     QColor colour;
     const auto flush = [&](double to) {
-        if (text.isEmpty())
+        const double room = to - from - 2 * gap;
+        if (text.isEmpty() || room < metrics.averageCharWidth())
             return;
-        const QString shown = metrics.elidedText(text, Qt::ElideRight, to - from - 2 * gap);
+        const QString shown = metrics.elidedText(text, Qt::ElideRight, room);
         painter.setPen(colour);
         if (shown.size() > 3)
             painter.drawText(QPointF(from + gap, sent ? top + 1.0 * m_line : top + 2.9 * m_line), shown);
     };
-    for (const TimelineEvent &event : lane.events) {
-        if (!isShown(event))
+    const double reach = sentenceReach * m_line;
+    for (auto event = eventFrom(lane, left - reach); event != lane.events.end(); ++event) {
+        const double x = xAt(event->ms);
+        if (x > right + reach)
+            break;
+        if (!isShown(*event))
             continue;
-        const double x = xAt(event.ms);
         if (!text.isEmpty() && x - from < gap) {
-            text += QLatin1String("  ") + event.text;
+            if (text.size() < longestText)
+                text += QLatin1String("  ") + event->text;
             continue;
         }
         flush(x);
         from = x;
-        text = event.text;
-        colour = Theme::colour(m_palette, role(event.kind));
+        text = event->text;
+        colour = Theme::colour(m_palette, role(event->kind));
     }
     flush(size().width());
+}
+
+void TimelinePainter::paintMarkers(QPainter &painter, const TimelineLane &lane, double middle, double left,
+                                   double right) const
+{
+    QMap<TimelineEvent::Kind, double> last;
+    for (auto event = eventFrom(lane, left - m_line); event != lane.events.end(); ++event) {
+        const double x = xAt(event->ms);
+        if (x > right + m_line)
+            break;
+        if (last.contains(event->kind) && x - last.value(event->kind) < leastGap)
+            continue;
+        last[event->kind] = x;
+        paintMarker(painter, *event, middle);
+    }
 }
 
 double TimelinePainter::eventY(const TimelineEvent &event, double middle) const

@@ -49,11 +49,16 @@ public:
 
 private:
     void paintAxis(QPainter &painter, const QSizeF &size, double shift) const;
-    void paintLane(QPainter &painter, const TimelineLane &lane, double top) const;
-    void paintSpans(QPainter &painter, const TimelineLane &lane, double middle) const;
-    void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent) const;
+    /// From `left` to `right`, as when nothing is scrolled.
+    void paintLane(QPainter &painter, const TimelineLane &lane, double top, double left, double right) const;
+    void paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
+    void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent, double left,
+                        double right) const;
+    void paintMarkers(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
     void paintMarker(QPainter &painter, const TimelineEvent &event, double middle) const;
     void paintLabel(QPainter &painter, const TimelineLane &lane, double top) const;
+    /// The first event at `x` or to the right of it.
+    QVector<TimelineEvent>::const_iterator eventFrom(const TimelineLane &lane, double x) const;
     double eventY(const TimelineEvent &event, double middle) const;
 
     const ProbeTimeline &m_timeline;
