@@ -143,6 +143,8 @@ private Q_SLOTS:
     void zoomsByKey();
     void savesAnSvg();
     void savesAPngForSharpScreens();
+    void refusesAPngThatIsTooLarge();
+    void tellsWhenAPngCantBeWrittenWhole();
     void refusesOtherPictures();
     void tellsWhenAFileCantBeWritten();
     void tellsWhenTheLogIsTooCoarse();
@@ -491,6 +493,31 @@ void TestTimeline::savesAPngForSharpScreens()
     const QImage image(fileName);
     QCOMPARE(image.size(), view.canvas()->pictureSize().toSize() * 2);
     QVERIFY(hasColour(image, Theme::colour(view.palette(), Theme::Good)));
+}
+
+void TestTimeline::refusesAPngThatIsTooLarge()
+{
+    TimelineBench bench;
+    bench.attach("BoardA");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    view.canvas()->setZoom(1000);
+    const QString fileName = m_dir.filePath(QStringLiteral("large.png"));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String("zoom out (0), or save it as SVG")));
+    QVERIFY(!QFile::exists(fileName));
+    QCOMPARE(view.saveTo(m_dir.filePath(QStringLiteral("large.svg"))), QString());
+    view.canvas()->setZoom(1);
+    QCOMPARE(view.saveTo(fileName), QString());
+}
+
+void TestTimeline::tellsWhenAPngCantBeWrittenWhole()
+{
+    TimelineBench bench;
+    const TimelineView view(&bench.timeline);
+    const QString fileName = m_dir.filePath(QStringLiteral("full.png"));
+    QVERIFY(QFile::link(QStringLiteral("/dev/full"), fileName));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String("can't be written")));
 }
 
 void TestTimeline::refusesOtherPictures()

@@ -15,11 +15,14 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace JwMonitor {
 
 namespace {
 
 constexpr double pictureScale = 2; // of saved PNGs: sharp on any screen and in print
+constexpr int maxPixels = 32767; // in each direction: Qt paints no farther
 constexpr double zoomStep = 2;
 
 QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *parent)
@@ -99,10 +102,16 @@ QString TimelineView::saveTo(const QString &fileName) const
     if (!isSvg && suffix != QLatin1String("png"))
         return tr("\"%1\" is neither an SVG nor a PNG: give the file a name that ends with .svg or .png").arg(fileName);
 
+    const QSize size = m_canvas->pictureSize().toSize();
+    QImage image;
+    if (!isSvg && std::max(size.width(), size.height()) * pictureScale <= maxPixels)
+        image = QImage(size * pictureScale, QImage::Format_RGB32);
+    if (!isSvg && image.isNull())
+        return tr("The timeline is too large for a PNG: zoom out (0), or save it as SVG");
+
     QSaveFile file(fileName);
     if (!file.open(QIODevice::WriteOnly))
         return tr("\"%1\" can't be written: %2").arg(fileName, file.errorString());
-    const QSize size = m_canvas->pictureSize().toSize();
     if (isSvg) {
         QSvgGenerator generator;
         generator.setOutputDevice(&file);
@@ -113,12 +122,12 @@ QString TimelineView::saveTo(const QString &fileName) const
         QPainter painter(&generator);
         m_canvas->paintPicture(painter);
     } else {
-        QImage image(size * pictureScale, QImage::Format_RGB32);
         image.setDevicePixelRatio(pictureScale);
         QPainter painter(&image);
         m_canvas->paintPicture(painter);
         painter.end();
-        image.save(&file, "PNG");
+        if (!image.save(&file, "PNG"))
+            file.cancelWriting();
     }
     return file.commit() ? QString() : tr("\"%1\" can't be written: %2").arg(fileName, file.errorString());
 }
