@@ -25,9 +25,12 @@ private Q_SLOTS:
     void aLostBoardComesBack();
     void aBoardThatIsBackWithinAMomentIsFound();
     void anotherBoardOfTheTypeTakesThePlace();
+    void somethingElseOnTheLostPortIsNotLost();
+    void theLostPortOfABoardThatIsReplacedIsForgottenWhenItComes();
     void aPortThatComesIsSearched();
     void aPortThatComesDuringASearchIsSearched();
     void aBoardThatIsNotWantedDoesNotKeepTheSearchOpen();
+    void theDelayCountsForBoardCAlone();
     void stopLetsGoOfThePorts();
     void stopForgetsLostBoards();
     void stopEndsTheSearch();
@@ -213,6 +216,47 @@ void TestFinder::anotherBoardOfTheTypeTakesThePlace()
     QVERIFY(bench.stage(BoardA) != Stage::Lost);
 }
 
+void TestFinder::somethingElseOnTheLostPortIsNotLost()
+{
+    FinderBench bench;
+    auto *board = bench.attach("silent");
+    bool isBoard = true; // what is plugged in next isn't
+    connect(board, &JwSimulator::Board::sentenceReceived, board, [&] {
+        if (isBoard)
+            board->send("$PJWVER,7300022,1,4,0*0d\r\n");
+    });
+    bench.start({BoardA}, 0);
+    QTRY_COMPARE(bench.stage(BoardA), Stage::Found);
+    QTRY_VERIFY(bench.entry(board).isPresent);
+    board->pull();
+    isBoard = false;
+    QTRY_COMPARE(bench.entry(board).stay, JwMonitor::PortEntry::Lost);
+    QTRY_VERIFY(!bench.entry(board).isPresent);
+    QVERIFY(board->plug());
+    QTRY_COMPARE(bench.entry(board).stay, JwMonitor::PortEntry::NoBoard);
+    QCOMPARE(int(bench.entry(board).report->verdict), int(PortReport::TimedOut));
+    QCOMPARE(bench.entry(board).type, Unknown);
+    QCOMPARE(bench.stage(BoardA), Stage::Lost);
+}
+
+void TestFinder::theLostPortOfABoardThatIsReplacedIsForgottenWhenItComes()
+{
+    FinderBench bench;
+    auto *first = bench.attach("BoardA");
+    const auto *second = bench.attach("BoardA,delay=50");
+    bench.start({BoardA});
+    QTRY_COMPARE(bench.finder.boards().value(BoardA).port, first->portName());
+    QTRY_VERIFY(bench.entry(second).isPresent);
+    first->pull();
+    QTRY_COMPARE(bench.finder.boards().value(BoardA).port, second->portName());
+    QTRY_VERIFY(!bench.entry(first).isPresent);
+    QCOMPARE(bench.entry(first).stay, JwMonitor::PortEntry::Lost);
+    QVERIFY(first->plug());
+    QTRY_VERIFY(bench.entry(first).isPresent);
+    QCOMPARE(bench.entry(first).stay, JwMonitor::PortEntry::NoBoard);
+    QCOMPARE(bench.entry(first).type, Unknown);
+}
+
 void TestFinder::aPortThatComesIsSearched()
 {
     FinderBench bench;
@@ -246,6 +290,19 @@ void TestFinder::aBoardThatIsNotWantedDoesNotKeepTheSearchOpen()
     QVERIFY(ended.wait());
     QCOMPARE(bench.stage(BoardA), Stage::Missing);
     QCOMPARE(int(bench.entry(board).report->verdict), int(PortReport::Silenced));
+}
+
+void TestFinder::theDelayCountsForBoardCAlone()
+{
+    FinderBench bench;
+    bench.attach("BoardB");
+    QSignalSpy ended(&bench.finder, &JwMonitor::BoardFinder::searchEnded);
+    JwMonitor::FindSettings settings;
+    settings.types = {BoardA};
+    settings.retries = 0;
+    settings.delay = JwMonitor::FindSettings::maxDelay;
+    bench.finder.start(settings);
+    QVERIFY(ended.wait());
 }
 
 void TestFinder::stopLetsGoOfThePorts()

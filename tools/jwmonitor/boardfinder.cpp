@@ -33,6 +33,14 @@ PortEntry forgotten(const PortEntry &entry)
     return left;
 }
 
+/// Whether a search met something else on the port of a lost board.
+bool isTaken(const PortEntry &entry)
+{
+    return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
+        && entry.report->verdict != JwDevice::PortReport::Lost
+        && entry.report->error != QSerialPort::DeviceNotFoundError; // it went while the search began
+}
+
 } // namespace
 
 BoardFinder::BoardFinder(QObject *parent)
@@ -136,7 +144,7 @@ void BoardFinder::search()
     // Comes once for each missing type, and perhaps from within probe().
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
-    m_deadline.start(limit());
+    m_deadline.start(limit(types));
     Q_EMIT searchStarted(microsecondsSinceEpoch());
     Q_EMIT changed();
     initializer->probe(types, m_settings.delay, m_settings.ports);
@@ -148,8 +156,13 @@ void BoardFinder::endSearch()
     if (!m_initializer)
         return;
     refresh();
-    for (PortEntry &entry : m_entries)
+    for (PortEntry &entry : m_entries) {
         entry.isOver = true;
+        if (isTaken(entry)) {
+            entry.stay = PortEntry::NoBoard;
+            entry.type = entry.report->type;
+        }
+    }
     m_deadline.stop();
     m_refreshTimer.stop();
     ++m_leaving;
@@ -245,9 +258,15 @@ void BoardFinder::takePorts(const QVector<SystemPort> &ports)
         if (entry != m_entries.end() && entry->stay == PortEntry::NoBoard && !m_initializer && !ports.contains(port))
             *entry = forgotten(*entry); // when it comes again it may have another board
     }
+    const QList<JwDevice::Type> missing = missingTypes();
     for (const SystemPort &port : ports) {
-        if (m_entries.contains(port.name))
-            m_entries[port.name].port = port;
+        const auto entry = m_entries.find(port.name);
+        if (entry == m_entries.end())
+            continue;
+        const bool isNew = m_systemPorts && !m_systemPorts->contains(port);
+        if (isNew && entry->stay == PortEntry::Lost && !missing.contains(entry->type))
+            *entry = forgotten(*entry); // another board has its place: no search tells what is there now
+        entry->port = port;
     }
     m_systemPorts = ports;
     if (came && m_isStarted)
@@ -300,9 +319,10 @@ QList<JwDevice::Type> BoardFinder::missingTypes() const
     return types;
 }
 
-int BoardFinder::limit() const
+int BoardFinder::limit(const QList<JwDevice::Type> &types) const
 {
-    return m_settings.delay + (m_settings.retries + 1) * replyTime + spareTime;
+    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // as the library waits
+    return delay + (m_settings.retries + 1) * replyTime + spareTime;
 }
 
 } // namespace JwMonitor

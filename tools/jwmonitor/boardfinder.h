@@ -89,7 +89,7 @@ private:
     void lose(const QString &portName);
     void letGo(const Board &board);
     QList<JwDevice::Type> missingTypes() const;
-    int limit() const;
+    int limit(const QList<JwDevice::Type> &types) const; // ms of a search for `types`
 
     PortWatcher m_watcher;
     QTimer m_deadline;
