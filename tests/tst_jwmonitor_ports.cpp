@@ -51,6 +51,8 @@ private Q_SLOTS:
     void rowsComeAndGoOneByOne();
     void onlyWhatChangedIsAnnounced();
     void tellsWhatBecameOfEachPort();
+    void tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore();
+    void toolTipsShowTextsOfBoardsAsTheyAre();
     void tellsTheUsbIdentity();
     void tellsOfALostBoardAndOfItsReturn();
     void theChosenRowStaysWhilePortsCome();
@@ -124,6 +126,28 @@ void TestPorts::tellsWhatBecameOfEachPort()
     QVERIFY(text(view.model(), busy, PortsModel::State).startsWith(QLatin1String("not opened: held by another")));
     QVERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
     QTRY_COMPARE(text(view.model(), foreign, PortsModel::State), QStringLiteral("not asked"));
+}
+
+void TestPorts::tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore()
+{
+    FinderBench bench;
+    const auto *garbled = bench.attach("BoardB,checksum=wrong");
+    bench.attach("BoardA,delay=100");
+    const PortsView view(&bench.finder);
+    bench.start({BoardA}, 0);
+    QTRY_VERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
+    QCOMPARE(int(bench.entry(garbled).report->verdict), int(PortReport::Awaiting));
+}
+
+void TestPorts::toolTipsShowTextsOfBoardsAsTheyAre()
+{
+    PortsModel model;
+    PortEntry port = entry("ttyACM0");
+    port.port.product = QStringLiteral("<img src=x> & more");
+    model.setEntries({port});
+    const QModelIndex index = model.index(0, PortsModel::Identity);
+    QCOMPARE(index.data().toString(), QStringLiteral("<img src=x> & more"));
+    QCOMPARE(index.data(Qt::ToolTipRole).toString(), QStringLiteral("<qt>&lt;img src=x&gt; &amp; more</qt>"));
 }
 
 void TestPorts::tellsTheUsbIdentity()

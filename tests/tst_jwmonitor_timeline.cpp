@@ -139,6 +139,8 @@ private Q_SLOTS:
     void theMarkStaysAtItsEventInALongSearch();
     void theMarkIsGoneWithItsSearch();
     void theToolTipTellsSentenceAndTime();
+    void whatCantBeReadHasAShapeOfItsOwn();
+    void textsOfBoardsAreShownAsTheyAre();
     void keysGoFromEventToEvent();
     void zoomsByKey();
     void savesAnSvg();
@@ -415,6 +417,42 @@ void TestTimeline::theToolTipTellsSentenceAndTime()
     QVERIFY(QToolTip::text().contains(board->portName()));
     QVERIFY(
         QToolTip::text().contains(QString::number(bench.lane(board).events.at(2).ms, 'f', 1) + QLatin1String(" ms")));
+}
+
+void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
+{
+    TimelineBench bench;
+    const auto *board = bench.attach("BoardA,checksum=wrong,delay=100");
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(bench.lane(board).events.at(2).kind, TimelineEvent::Unreadable);
+    const auto *viewport = view.canvas()->viewport();
+    const QImage picture = view.grab().toImage();
+    const TimelinePainter painter(bench.timeline, view.palette(), view.canvas()->font(), viewport->width(), 1);
+    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // a reply's arrow has its tip between these two
+    const QPointF centre = painter.position({0, 2}) + viewport->mapTo(&view, QPoint());
+    for (const double side : {-corner, corner})
+        QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),
+                 Theme::colour(view.palette(), Theme::Problem));
+    QVERIFY(view.findChild<QLabel *>()->text().contains(QLatin1String("unreadable")));
+}
+
+void TestTimeline::textsOfBoardsAreShownAsTheyAre()
+{
+    TimelineBench bench;
+    auto *board = bench.attach("silent");
+    connect(board, &JwSimulator::Board::sentenceReceived, board, [board] { board->send("$<b>&amp;*00\r\n"); });
+    TimelineView view(&bench.timeline);
+    view.resize(1000, 300);
+    bench.searchToTheEnd({BoardA}, 0);
+    const TimelinePainter painter(bench.timeline, view.palette(), view.canvas()->font(),
+                                  view.canvas()->viewport()->width(), 1);
+    const QPoint reply = painter.position({0, 2}).toPoint();
+    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
+    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
+    QVERIFY2(QToolTip::text().contains(QLatin1String("$&lt;b&gt;&amp;amp;*00")), qPrintable(QToolTip::text()));
+    QCOMPARE(view.findChild<QLabel *>()->textFormat(), Qt::PlainText);
 }
 
 void TestTimeline::keysGoFromEventToEvent()

@@ -3,6 +3,7 @@
 #include "boardtypes.h"
 #include "portverdict.h"
 #include "theme.h"
+#include "tooltip.h"
 
 namespace JwMonitor {
 
@@ -131,6 +132,8 @@ QVariant PortsModel::data(const QModelIndex &index, int role) const
         return QVariant(Qt::AlignRight | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && (role != Qt::ToolTipRole || (index.column() != State && index.column() != Identity)))
         return QVariant();
+    if (role == Qt::ToolTipRole)
+        return toolTipText(data(index).toString());
 
     switch (index.column()) {
     case Port:

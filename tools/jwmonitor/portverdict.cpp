@@ -37,6 +37,8 @@ QString verdictText(const JwDevice::PortReport &report, bool isOver)
     case JwDevice::PortReport::NotOpened:
         return whyNotOpened(report);
     case JwDevice::PortReport::Awaiting:
+        if (isOver && !report.unreadable.isEmpty())
+            return Verdict::tr("unreadable: %1").arg(report.unreadable);
         return isOver ? Verdict::tr("no answer before the search ended") : Verdict::tr("asked, awaiting an answer");
     case JwDevice::PortReport::TimedOut:
         return report.unreadable.isEmpty() ? Verdict::tr("silent")

@@ -20,7 +20,7 @@ struct TimelineEvent
         NotOpened, ///< it could not be opened
         Query, ///< sent to it
         Reply, ///< a sentence from it
-        Unreadable, ///< something from it that is no sentence
+        Unreadable, ///< something from it that the library can't read
         TimedOut, ///< its 400 ms are over
         Lost, ///< it failed
         HandedOver, ///< it has a wanted board

@@ -1,6 +1,7 @@
 #include "timelinecanvas.h"
 
 #include "probetimeline.h"
+#include "tooltip.h"
 
 #include <QHelpEvent>
 #include <QKeyEvent>
@@ -168,7 +169,7 @@ bool TimelineCanvas::viewportEvent(QEvent *event)
         return QAbstractScrollArea::viewportEvent(event);
     auto *help = static_cast<QHelpEvent *>(event);
     const QString text = description(layoutNow().placesAt(help->pos(), offset()));
-    QToolTip::showText(help->globalPos(), text, viewport());
+    QToolTip::showText(help->globalPos(), text.isEmpty() ? text : toolTipText(text), viewport());
     return true;
 }
 

@@ -308,8 +308,10 @@ void TimelinePainter::paintMarker(QPainter &painter, const TimelineEvent &event,
         painter.drawPolygon(triangle(centre + QPointF(radius, 0), radius, 1));
         break;
     case TimelineEvent::Reply:
-    case TimelineEvent::Unreadable:
         painter.drawPolygon(triangle(centre - QPointF(radius, 0), radius, -1));
+        break;
+    case TimelineEvent::Unreadable:
+        painter.drawRect(QRectF(centre - QPointF(radius, radius), centre + QPointF(radius, radius)));
         break;
     case TimelineEvent::TimedOut:
         painter.drawLine(centre - QPointF(0, 1.6 * radius), centre + QPointF(0, 1.6 * radius));

@@ -60,6 +60,7 @@ TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
     layout->addLayout(bar);
     layout->addWidget(m_canvas, 1);
     setFocusProxy(m_canvas);
+    m_hint->setTextFormat(Qt::PlainText); // whatever a board has sent
     m_hint->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence doesn't widen the window
 
@@ -80,7 +81,7 @@ TimelineView::~TimelineView() = default;
 void TimelineView::updateHint()
 {
     m_hint->setText(ProbeLog::isFineEnough()
-                        ? tr("○ opened   ▶ query   ◀ reply   | 400 ms over   ◆ handed over   ✕ failed   ┆ retry round")
+                        ? tr("○ opened   ▶ query   ◀ reply   ■ unreadable   | 400 ms over   ◆ handed over   ✕ failed   ┆ retry round")
                         : tr("The log is too coarse to tell each step: choose the level Trace in the view Log"));
 }
 
