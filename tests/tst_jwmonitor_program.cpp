@@ -13,7 +13,10 @@ class TestProgram : public QObject
 private Q_SLOTS:
     void tellsItsVersionWithoutADisplay();
     void saysThatThereIsNoDisplay();
+    void refusesAWrongOption_data();
     void refusesAWrongOption();
+    void takesThePlatformWithOneDashOrTwo_data();
+    void takesThePlatformWithOneDashOrTwo();
     void savesPicturesOfBoardsThatTalk();
     void tellsWhenAPictureCantBeWritten();
     void theDesktopFileStartsIt();
@@ -50,16 +53,42 @@ void TestProgram::tellsItsVersionWithoutADisplay()
 void TestProgram::saysThatThereIsNoDisplay()
 {
     const Outcome outcome = run(noDisplay(), {});
-    QVERIFY2(outcome.error.startsWith("jwmonitor: there is no display here"), outcome.error);
+    QVERIFY2(outcome.error.contains("jwmonitor: there is no display here"), outcome.error);
     QCOMPARE(outcome.status, 1);
+}
+
+void TestProgram::refusesAWrongOption_data()
+{
+    QTest::addColumn<QStringList>("environment");
+    QTest::newRow("with a display") << QStringList(offscreen());
+    QTest::newRow("without one") << noDisplay();
 }
 
 void TestProgram::refusesAWrongOption()
 {
-    const Outcome outcome = run({offscreen()}, {QStringLiteral("--type"), QStringLiteral("BoardD")});
+    QFETCH(QStringList, environment);
+    const Outcome outcome = run(environment, {QStringLiteral("--type"), QStringLiteral("BoardD")});
     QVERIFY2(outcome.error.contains("jwmonitor: --type \"BoardD\" is not known: allowed are BoardA, BoardB and BoardC"),
              outcome.error);
     QCOMPARE(outcome.status, 2);
+}
+
+void TestProgram::takesThePlatformWithOneDashOrTwo_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::newRow("one") << QStringLiteral("-platform");
+    QTest::newRow("two") << QStringLiteral("--platform");
+}
+
+void TestProgram::takesThePlatformWithOneDashOrTwo()
+{
+    QFETCH(QString, option);
+    const QTemporaryDir folder;
+    const Outcome outcome = run(noDisplay(),
+                                {option, QStringLiteral("offscreen"), QStringLiteral("--screenshots"),
+                                 folder.filePath(QStringLiteral("none"))});
+    QVERIFY2(outcome.error.contains("can't be written"), outcome.error); // so there was a window
+    QCOMPARE(outcome.status, 1);
 }
 
 void TestProgram::savesPicturesOfBoardsThatTalk()

@@ -17,7 +17,8 @@ namespace {
 bool hasDisplay(const QStringList &arguments)
 {
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
-        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || arguments.contains(QLatin1String("-platform"));
+        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || arguments.contains(QLatin1String("-platform"))
+        || arguments.contains(QLatin1String("--platform"));
 }
 
 int show(FILE *file, const QString &text, int status)
@@ -41,12 +42,11 @@ int main(int argc, char **argv)
     }
     if (options && options->action == JwMonitor::Options::ShowVersion)
         return show(stdout, QStringLiteral("jwmonitor " JWMONITOR_VERSION), 0);
+    bool isBlind = false;
 #ifdef Q_OS_LINUX
-    if (!hasDisplay(arguments))
-        return show(stderr,
-                    QStringLiteral("jwmonitor: there is no display here (neither DISPLAY nor WAYLAND_DISPLAY "
-                                   "is set): start it on a desktop, or take jwprobe"),
-                    1);
+    isBlind = !hasDisplay(arguments);
+    if (isBlind)
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // for Qt to take its options out, so that the others can be judged
 #endif
 
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
@@ -60,6 +60,11 @@ int main(int argc, char **argv)
     options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without what was Qt's
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
+    if (isBlind)
+        return show(stderr,
+                    QStringLiteral("jwmonitor: there is no display here (neither DISPLAY nor WAYLAND_DISPLAY "
+                                   "is set): start it on a desktop, or take jwprobe"),
+                    1);
 
     // The log is in the window; the timeline of a search is made of its finest records.
     loggerInstance()->clearSinks();
