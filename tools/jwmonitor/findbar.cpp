@@ -24,6 +24,18 @@ QSpinBox *createNumber(const char *name, int highest, const QString &toolTip, QW
     return box;
 }
 
+QMap<JwDevice::Type, QCheckBox *> createTypes(QWidget *parent)
+{
+    QMap<JwDevice::Type, QCheckBox *> boxes;
+    const QList<JwDevice::Type> types = boardTypes();
+    for (const JwDevice::Type type : types) {
+        auto *box = new QCheckBox(boardName(type), parent);
+        box->setObjectName(boardName(type));
+        boxes.insert(type, box);
+    }
+    return boxes;
+}
+
 QLabel *createLabel(const QString &text, QWidget *buddy, QWidget *parent)
 {
     auto *label = new QLabel(text, parent);
@@ -35,6 +47,7 @@ QLabel *createLabel(const QString &text, QWidget *buddy, QWidget *parent)
 
 FindBar::FindBar(QWidget *parent)
     : QWidget(parent)
+    , m_types(createTypes(this))
     , m_retries(createNumber("retries", FindSettings::maxRetries,
                              tr("How often ports are asked again while a board is missing; a round takes 400 ms"),
                              this))
@@ -46,12 +59,8 @@ FindBar::FindBar(QWidget *parent)
 {
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    const QList<JwDevice::Type> types = boardTypes();
-    for (const JwDevice::Type type : types) {
-        auto *box = new QCheckBox(boardName(type), this);
-        box->setObjectName(boardName(type));
+    for (QCheckBox *box : m_types) {
         connect(box, &QCheckBox::toggled, this, &FindBar::updateButtons);
-        m_types.insert(type, box);
         layout->addWidget(box);
     }
     m_delay->setSuffix(tr(" ms"));

@@ -37,7 +37,8 @@ Q_SIGNALS:
 private:
     void updateButtons();
 
-    QMap<JwDevice::Type, QCheckBox *> m_types;
+    // Made from left to right: Tab follows.
+    const QMap<JwDevice::Type, QCheckBox *> m_types;
     QSpinBox *const m_retries;
     QSpinBox *const m_delay;
     QLineEdit *const m_ports;

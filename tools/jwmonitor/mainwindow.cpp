@@ -16,6 +16,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QShortcut>
@@ -28,6 +29,8 @@
 namespace JwMonitor {
 
 namespace {
+
+constexpr int savedTime = 5000; // ms that a message of success is shown
 
 QKeySequence shortcut(const QString &keys)
 {
@@ -43,6 +46,7 @@ MainWindow::MainWindow(QWidget *parent)
     , m_log(new LogModel(this))
     , m_findBar(new FindBar(this))
     , m_tabs(new QTabWidget(this))
+    , m_status(new QLabel(this))
 {
     setWindowTitle(tr("JwDevice monitor"));
 
@@ -59,6 +63,10 @@ MainWindow::MainWindow(QWidget *parent)
     createLogTab();
     createMenus();
     connectFinder();
+    m_status->setObjectName(QStringLiteral("searchStatus"));
+    m_status->setTextFormat(Qt::PlainText);
+    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // no text widens the window
+    statusBar()->addWidget(m_status, 1);
     updateStatus();
     const int unit = fontMetrics().height(); // follows the size of the font
     resize(64 * unit, 50 * unit);
@@ -96,7 +104,7 @@ void MainWindow::createTrafficTab()
     splitter->setStretchFactor(1, 1);
     splitter->addActions(view->actions()); // their keys, for the send line
     connect(view, &TrafficView::saved, this,
-            [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName)); });
+            [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName), savedTime); });
     connect(view, &TrafficView::saveFailed, this,
             [this](const QString &message) { QMessageBox::warning(this, tr("Save the traffic"), message); });
     splitter->setFocusProxy(view);
@@ -142,7 +150,12 @@ void MainWindow::createMenus()
 
 void MainWindow::connectFinder()
 {
-    connect(m_findBar, &FindBar::findRequested, &m_finder, &BoardFinder::start);
+    connect(m_findBar, &FindBar::findRequested, this, [this](const FindSettings &settings) {
+        const QWidget *focus = focusWidget();
+        if (!focus || m_findBar->isAncestorOf(focus))
+            m_tabs->currentWidget()->setFocus(); // what is done next is done there
+        m_finder.start(settings);
+    });
     connect(m_findBar, &FindBar::stopRequested, &m_finder, &BoardFinder::stop);
     connect(&m_finder, &BoardFinder::changed, this, &MainWindow::updateStatus);
     connect(&m_finder, &BoardFinder::boardFound, this, &MainWindow::addBoard);
@@ -179,9 +192,9 @@ void MainWindow::updateStatus()
         text = tr("Searching: %1 of %2 boards found").arg(found).arg(boards.size());
     else if (m_finder.isStarted())
         text = found == boards.size()
-            ? tr("All %n boards found", nullptr, found)
+            ? found == 1 ? tr("The board is found") : tr("All %1 boards found").arg(found)
             : tr("%1 of %2 boards found; a new search begins when a port comes").arg(found).arg(boards.size());
-    statusBar()->showMessage(text);
+    m_status->setText(text);
 }
 
 void MainWindow::showAbout()

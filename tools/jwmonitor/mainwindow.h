@@ -5,6 +5,7 @@
 
 #include <QMainWindow>
 
+class QLabel;
 class QTabWidget;
 
 namespace JwMonitor {
@@ -48,6 +49,7 @@ private:
     LogModel *const m_log;
     FindBar *const m_findBar;
     QTabWidget *const m_tabs;
+    QLabel *const m_status; // a message would go when a menu opens
     SendPanel *m_sendPanel = nullptr;
     TimelineView *m_timelineView = nullptr;
 };
