@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr QLatin1String usualLabel("-00000000"); // shorter ones don't move the curves
+constexpr char usualLabel[] = "-00000000"; // shorter ones don't move the curves
 
 QString valueText(double value)
 {
@@ -63,7 +63,7 @@ PlotCanvas::PlotCanvas(const PlotData *plotData, QWidget *parent)
     : QWidget(parent)
     , m_data(plotData)
     , m_spanUs(0)
-    , m_labelWidth(fontMetrics().horizontalAdvance(usualLabel))
+    , m_labelWidth(fontMetrics().horizontalAdvance(QLatin1String(usualLabel)))
 {
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
@@ -101,7 +101,7 @@ void PlotCanvas::paintEvent(QPaintEvent *)
 
     const int maxValues = static_cast<int>(plotArea().height()) / (fontMetrics().height() * 2);
     const PlotAxis values = valueAxis(curves, maxValues);
-    m_labelWidth = fontMetrics().horizontalAdvance(usualLabel);
+    m_labelWidth = fontMetrics().horizontalAdvance(QLatin1String(usualLabel));
     const QVector<double> marks = values.marks();
     for (const double mark : marks)
         m_labelWidth = std::max(m_labelWidth, fontMetrics().horizontalAdvance(markText(mark, values)));

@@ -215,9 +215,8 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         addWait(asked, m_end, Theme::Waiting);
     flush();
 
-    const auto found =
-        std::find_if(lane.events.rbegin(), lane.events.rend(),
-                     [](const TimelineEvent &last) { return last.kind == TimelineEvent::HandedOver; });
+    const auto found = std::find_if(lane.events.rbegin(), lane.events.rend(),
+                                    [](const TimelineEvent &last) { return last.kind == TimelineEvent::HandedOver; });
     if (found != lane.events.rend())
         span(found->ms, m_end, Theme::Good, height / 4);
 }

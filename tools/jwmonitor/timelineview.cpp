@@ -81,7 +81,8 @@ TimelineView::~TimelineView() = default;
 void TimelineView::updateHint()
 {
     m_hint->setText(ProbeLog::isFineEnough()
-                        ? tr("○ opened   ▶ query   ◀ reply   ■ unreadable   | 400 ms over   ◆ handed over   ✕ failed   ┆ retry round")
+                        ? tr("○ opened   ▶ query   ◀ reply   ■ unreadable   | 400 ms over   ◆ handed over   ✕ failed   "
+                             "┆ retry round")
                         : tr("The log is too coarse to tell each step: choose the level Trace in the view Log"));
 }
 
