@@ -1,6 +1,7 @@
 #include "communicator.h"
 
 #include <device/ipayloadparser.h>
+#include <device/wholelines.h>
 #include <logger/logger.h>
 #include <nmea/exception.h>
 
@@ -20,6 +21,12 @@ constexpr int truncatedSize = 450;
 constexpr char communication[] = "Communication";
 constexpr char rawCommunication[] = "RawCommunication";
 
+qint64 bytesReceived(const QIODevice *device)
+{
+    const auto *lines = dynamic_cast<const WholeLinesBase *>(device);
+    return lines ? lines->bytesReceived() : -1;
+}
+
 } // namespace
 
 Communicator::Communicator(QObject *parent)
@@ -27,6 +34,7 @@ Communicator::Communicator(QObject *parent)
     , m_startChars{QLatin1Char('$'), QLatin1Char('!')}
     , m_lineEnd(QLatin1String("\r\n"))
     , m_maxPayloads(5)
+    , m_wholeLines(false)
     , m_parser(nullptr)
     , m_rxId(1)
     , m_txId(1)
@@ -45,6 +53,7 @@ bool Communicator::setIODevice(QIODevice *device)
         disconnect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
     }
     m_device = device;
+    m_wholeLines = dynamic_cast<WholeLinesBase *>(device) != nullptr;
     if (m_device) {
         connect(m_device, SIGNAL(readyRead()), this, SLOT(ioReadyRead()));
         connect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
@@ -159,9 +168,22 @@ void Communicator::read(QString &buffer)
     // A receiver of our signals may delete or rebind this object, or let other Communicators work on the same buffer:
     // after each emission nothing is taken for granted.
     const QPointer<Communicator> self(this);
-    while (m_device && m_device->bytesAvailable() != 0) {
-        char bytes[readSize];
-        const qint64 count = m_device->read(bytes, readSize);
+    qint64 offered = 0; // what is left of the whole lines that the device counted last
+    qint64 left = 0; // what the device must hold for that count to be true still
+    while (m_device) {
+        if (offered <= 0 || bytesReceived(m_device) != left)
+            offered = m_device->bytesAvailable();
+        if (offered == 0)
+            return;
+        char bytes[readSize + 1];
+        qint64 count = 0;
+        if (m_wholeLines) {
+            // Line by line: nothing of ours is in the shared buffer while receivers run.
+            count = m_device->readLine(bytes, std::min<qint64>(readSize, offered) + 1);
+            offered -= count;
+        } else {
+            count = m_device->read(bytes, readSize);
+        }
         if (count >= 1) {
             const QLatin1String chunk(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
             buffer += chunk;
@@ -173,6 +195,10 @@ void Communicator::read(QString &buffer)
         }
         if (!self) // a device may announce more from within read(), to a receiver that deletes us
             return;
+        if (m_wholeLines && count >= 1)
+            left = bytesReceived(m_device);
+        else
+            offered = 0;
 
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
             const uint id = ++m_rxId;

@@ -31,7 +31,8 @@ class SessionAbstract;
  * of a signal of its own: use QObject::deleteLater().
  *
  * The receive buffer is shared by all Communicators of the process, so all of them and their devices live in one
- * thread.
+ * thread. Sentences that arrive in pieces on several devices at the same time mix in it, unless the device holds back
+ * unfinished lines: see WholeLines. The ports of an Initializer do.
  */
 class JWDEVICE_EXPORT Communicator : public QObject
 {
@@ -108,6 +109,7 @@ private:
     QList<QChar> m_startChars;
     QString m_lineEnd;
     int m_maxPayloads;
+    bool m_wholeLines; // the device holds back unfinished lines
     QPointer<QIODevice> m_device; // guarded: a host application may delete the device first
     QHash<uint, QString> m_payloads;
     QMap<uint, qint64> m_pendingBytes;

@@ -1,6 +1,7 @@
 #include "initializer.h"
 
 #include <device/sessioninit.h>
+#include <device/wholelines.h>
 #include <logger/logger.h>
 #include <nmea/exception.h>
 #include <nmea/parserinit.h>
@@ -185,7 +186,7 @@ void Initializer::probeStage2()
         const QSerialPortInfo &info = ports[i];
         const auto report = reportOn(info, m_reports[i]->portName);
         m_reports[i] = report;
-        auto *port = new QSerialPort;
+        auto *port = new WholeLines<QSerialPort>;
         port->setPort(info);
         if (!port->open(QIODevice::ReadWrite)) {
             LOGGER_RECORD(Logger::Trace, nullptr).write()

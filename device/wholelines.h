@@ -1,0 +1,92 @@
+#pragma once
+
+#include <device/jwdevice_export.h>
+
+#include <QByteArray>
+#include <QIODevice>
+
+#include <utility>
+
+namespace JwDevice {
+
+/// What a Communicator asks of a device that holds back an unfinished line: see WholeLines.
+class JWDEVICE_EXPORT WholeLinesBase
+{
+public:
+    /// An unfinished line of this many bytes is no longer held back. Longer than any payload that a Communicator can
+    /// receive (500 characters), so each of those comes whole.
+    static constexpr int longestHeld = 512;
+
+    virtual ~WholeLinesBase();
+
+    /// Whether an unfinished line is held back; true at first.
+    bool wholeLines() const { return m_wholeLines; }
+    /// Switches this on or off, at any time. No byte is lost, and no signal is emitted.
+    void setWholeLines(bool wholeLines) { m_wholeLines = wholeLines; }
+
+    /// All bytes that can be read, those of an unfinished line included.
+    virtual qint64 bytesReceived() const = 0;
+
+protected:
+    /// How many of `bytes` belong to whole lines.
+    static qint64 bytesOfWholeLines(const char *bytes, qint64 size);
+
+private:
+    bool m_wholeLines = true;
+};
+
+/**
+ * A `Device` that counts as available only the bytes up to the last line end that it received. `Device` is a buffered
+ * sequential QIODevice, for example QSerialPort, QTcpSocket or QLocalSocket. A line end is a carriage return and a line
+ * feed, as NMEA 0183 has it.
+ *
+ * \code
+ * auto *socket = new JwDevice::WholeLines<QTcpSocket>(this);
+ * socket->connectToHost(host, port);
+ * communicator->setIODevice(socket);
+ * \endcode
+ *
+ * All Communicators share one receive buffer. Two of them whose sentences arrive in pieces, at the same time, mix these
+ * pieces there. On a device of this class a Communicator takes only whole lines, so nothing mixes. An Initializer opens
+ * its ports as `WholeLines<QSerialPort>`.
+ *
+ * Only bytesAvailable() changes: `read`, `readAll`, `peek`, `readLine` and `waitForReadyRead` work as those of
+ * `Device`, and give every byte. An application that speaks a binary protocol calls setWholeLines(false) to make
+ * bytesAvailable() count every byte too.
+ *
+ * A line that does not end is bounded: when 512 bytes of it have arrived, they count as available too. What is held
+ * back when the device closes is lost with it, as is everything else that was not read.
+ *
+ * There is no signal and no property here; class name and meta-object are those of `Device`.
+ */
+template <typename Device>
+class WholeLines : public Device, public WholeLinesBase
+{
+public:
+    /// Passes its arguments on to a constructor of `Device`.
+    template <typename... Arguments>
+    explicit WholeLines(Arguments &&...arguments)
+        : Device(std::forward<Arguments>(arguments)...)
+    {
+    }
+
+    /// The bytes up to the last line end received; all of them with setWholeLines(false).
+    qint64 bytesAvailable() const override
+    {
+        const qint64 received = bytesReceived();
+        if (received == 0 || !wholeLines())
+            return received;
+        // To peek leaves all bytes where they are, so this is const to whoever asks.
+        auto *const device = const_cast<WholeLines *>(this);
+        if (received > longestHeld) {
+            const QByteArray bytes = device->peek(received);
+            return bytesOfWholeLines(bytes.constData(), bytes.size());
+        }
+        char bytes[longestHeld];
+        return bytesOfWholeLines(bytes, device->peek(bytes, received));
+    }
+
+    qint64 bytesReceived() const override { return Device::bytesAvailable(); }
+};
+
+} // namespace JwDevice
