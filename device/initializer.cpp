@@ -6,8 +6,10 @@
 #include <nmea/exception.h>
 #include <nmea/parserinit.h>
 
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QSerialPort>
+#include <QSignalBlocker>
 #include <QSignalMapper>
 #include <QTimer>
 
@@ -21,6 +23,9 @@ namespace JwDevice {
 namespace {
 
 constexpr int replyTimeout = 400; // ms
+constexpr int errorsInBurst = 100; // with nothing read in between; a port that spins needs about a millisecond for them
+constexpr qint64 burstTime = 1000; // ms
+constexpr qint64 timeBetweenLooks = 100; // ms; to look whether a device is there lists all ports
 constexpr quint16 boardVendorId = 0x0483;
 
 enum Sentence {
@@ -57,6 +62,47 @@ QString withoutLineEnd(const QString &payload)
 {
     return payload.left(payload.lastIndexOf(QLatin1String("\r\n")));
 }
+
+/// Closes `port` without waiting: a board that does not read would hold up the system's close() for what it was sent.
+void closeAtOnce(QSerialPort *port)
+{
+    if (!port->isOpen())
+        return;
+    const QSignalBlocker blocker(port); // to discard may fail, on a port whose device is gone
+    port->clear(QSerialPort::Output);
+    port->close();
+}
+
+/// Tells a port that is lost from one that only failed to read or write once: another program that reads beside us
+/// takes bytes away, and the port goes on.
+class ErrorRun
+{
+public:
+    enum Verdict { Passing, Broken, DeviceGone };
+
+    Verdict judge(QSerialPort::SerialPortError error, const QString &portName)
+    {
+        if (error == QSerialPort::ResourceError)
+            return Broken;
+        if (m_errors == 0 || m_start.elapsed() > burstTime) {
+            m_errors = 0;
+            m_start.start();
+        }
+        // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
+        if (++m_errors >= errorsInBurst)
+            return Broken;
+        if (m_lastLook.isValid() && m_lastLook.elapsed() < timeBetweenLooks)
+            return Passing;
+        m_lastLook.start();
+        return QSerialPortInfo(portName).isNull() ? DeviceGone : Passing;
+    }
+    void end() { m_errors = 0; }
+
+private:
+    int m_errors = 0;
+    QElapsedTimer m_start;
+    QElapsedTimer m_lastLook;
+};
 
 Type recognise(const SessionInit &reply)
 {
@@ -132,8 +178,7 @@ Initializer::~Initializer()
             continue; // the application's; it may be gone already
         if (auto *port = static_cast<QSerialPort *>(comm->device())) {
             comm->setIODevice(nullptr);
-            if (port->isOpen())
-                port->close();
+            closeAtOnce(port);
             dispose(port);
         }
         delete comm; // at once, for it would go on to take what the shared buffer still holds
@@ -202,7 +247,7 @@ void Initializer::probeStage2()
         port->setBaudRate(QSerialPort::Baud115200, QSerialPort::AllDirections);
 
         Communicator *const comm = createCommunicator(port);
-        closeOnError(port, report);
+        closeWhenLost(port, report);
         // The application may have deleted an earlier Communicator at the same address.
         m_commTypes.remove(comm);
         delete m_commTimers.take(comm);
@@ -245,16 +290,22 @@ QTimer *Initializer::createTimeoutTimer(Communicator *comm)
     return timer;
 }
 
-void Initializer::closeOnError(QSerialPort *port, const std::shared_ptr<PortReport> &report)
+void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortReport> &report)
 {
-    // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
-    connect(port, &QSerialPort::errorOccurred, this, [port, report](QSerialPort::SerialPortError error) {
-        if (error != QSerialPort::NoError && port->isOpen()) {
-            report->verdict = PortReport::Lost;
-            report->error = error;
-            report->errorText = port->errorString();
-            port->close();
-        }
+    const auto run = std::make_shared<ErrorRun>();
+    connect(port, &QSerialPort::readyRead, this, [run] { run->end(); });
+    connect(port, &QSerialPort::errorOccurred, this, [port, report, run](QSerialPort::SerialPortError error) {
+        if (error == QSerialPort::NoError || !port->isOpen())
+            return;
+        const QString text = port->errorString();
+        const ErrorRun::Verdict verdict = run->judge(error, port->portName());
+        if (verdict == ErrorRun::Passing)
+            return;
+        const bool isGone = verdict == ErrorRun::DeviceGone; // the port then reports whatever failed last
+        report->verdict = PortReport::Lost;
+        report->error = isGone ? QSerialPort::ResourceError : error;
+        report->errorText = isGone ? QStringLiteral("No such device") : text;
+        closeAtOnce(port);
     });
 }
 

@@ -49,8 +49,9 @@ class SessionInit;
  * application that can't wait sets a timer of its own and deletes the Initializer. (The same answer after the 400 ms
  * holds nothing up: the port has timed out, and the next round asks it again.)
  *
- * A port that fails while it is probed (the cable was pulled) is closed. If it was still awaited it times out as a
- * silent port does; if it was awaited without limit, the probe stays open.
+ * A port whose device is gone while it is probed (the cable was pulled), or that does nothing but fail, is closed. A
+ * single error passes: another program that reads from the same port causes such errors. If a closed port was still
+ * awaited it times out as a silent port does; if it was awaited without limit, the probe stays open.
  *
  * Everything happens in the thread that owns the Initializer, driven by its event loop. Receivers of its signals may do
  * as they like, also run an event loop of their own. A receiver of deviceInitialized() must not delete the Initializer:
@@ -123,7 +124,7 @@ private:
     JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
     JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *isCommunicator(QObject *object) const;
-    JWDEVICE_NO_EXPORT void closeOnError(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
+    JWDEVICE_NO_EXPORT void closeWhenLost(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
     JWDEVICE_NO_EXPORT std::shared_ptr<JwDevice::PortReport> reportOnHeld(const QString &portName) const;
     JWDEVICE_NO_EXPORT int writeQueries(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);

@@ -20,7 +20,8 @@ struct PortReport
         /// limit, else it is asked again in the next round, as one that is TimedOut.
         Silenced,
         Duplicate, ///< it answered as `type`, which another port had taken already
-        Lost, ///< it failed after it was opened, most often because its cable was pulled: see `error`
+        Lost, ///< its device was gone after it was opened (the cable was pulled), or it did nothing but fail: see
+              ///< `error`
         HandedOver, ///< a `type`, and the application's
     };
 
@@ -31,13 +32,14 @@ struct PortReport
     QString serialNumber; ///< of the USB device
 
     Verdict verdict = NotOpened; ///< so far, see Initializer::portReports()
-    QSerialPort::SerialPortError error = QSerialPort::NoError; ///< why it is NotOpened or Lost
-    QString errorText; ///< Qt's text for `error`, empty without one; for a Lost port it may be that of another failure
+    QSerialPort::SerialPortError error = QSerialPort::NoError; ///< why it is NotOpened or Lost; ResourceError if its
+                                                               ///< device is gone
+    QString errorText; ///< the system's text for `error`; empty without one
     Type type = Unknown; ///< what it is HandedOver or Duplicate as
     QString reply; ///< the newest sentence from it that could be parsed, without its line end; empty for none
     QString unreadable; ///< the newest payload from it that could not be parsed, without its line end; empty for none
     int queries = 0; ///< query sentences written to it: one or two a round, by the wanted types
-    int payloads = 0; ///< taken from it, up to the one that it was recognised by; those in `unreadable`'s kind too
+    qint64 payloads = 0; ///< taken from it, up to the one that it was recognised by; those in `unreadable`'s kind too
 };
 
 } // namespace JwDevice

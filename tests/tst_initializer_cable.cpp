@@ -3,8 +3,14 @@
 #include "support/timelinetexts.h"
 
 #include <QAbstractEventDispatcher>
+#include <QSocketNotifier>
 #include <QTest>
 #include <QTimer>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
 
 using JwDevice::Communicator;
 using JwDevice::Initializer;
@@ -45,6 +51,35 @@ void verifyClosedWithoutSpin(const ProbeBench &bench, const Board *board, const 
     QVERIFY(busy < 100);
 }
 
+QVector<int> discarded; // descriptors of terminals whose unsent output was discarded
+
+/// Another program that reads from a port beside us, and is quicker.
+class ReaderBeside
+{
+public:
+    explicit ReaderBeside(const Board *board)
+        : m_descriptor(::open(qPrintable(QStringLiteral("/dev/") + board->portName()),
+                              O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+        , m_notifier(m_descriptor, QSocketNotifier::Read)
+    {
+        QObject::connect(&m_notifier, &QSocketNotifier::activated, &m_notifier, [this] {
+            char bytes[100];
+            while (::read(m_descriptor, bytes, sizeof bytes) > 0) { }
+        });
+    }
+    ~ReaderBeside()
+    {
+        m_notifier.setEnabled(false);
+        ::close(m_descriptor);
+    }
+    ReaderBeside(const ReaderBeside &) = delete;
+    ReaderBeside &operator=(const ReaderBeside &) = delete;
+
+private:
+    const int m_descriptor;
+    QSocketNotifier m_notifier;
+};
+
 QStringList warnings;
 
 void recordWarning(QtMsgType type, const QMessageLogContext &, const QString &text)
@@ -71,6 +106,15 @@ private:
 };
 
 } // namespace
+
+/// Takes the place of the C library's, to see what is discarded.
+extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, int queue) noexcept
+{
+    if (queue == TCOFLUSH || queue == TCIOFLUSH)
+        discarded.append(descriptor);
+    static const auto original = reinterpret_cast<int (*)(int, int)>(::dlsym(RTLD_NEXT, "tcflush"));
+    return original(descriptor, queue);
+}
 
 class InitializerCableTest : public QObject
 {
@@ -288,6 +332,49 @@ private Q_SLOTS:
         QTRY_VERIFY(bench.isOver());
         QCOMPARE(bench.decisions(), QStringList({foundA, over}));
         QVERIFY(bench.handOver(found).port->isOpen());
+    }
+
+    void programThatReadsBesideUsDoesNotCostThePort()
+    {
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        auto beside = std::make_unique<ReaderBeside>(board); // before the port, so that it is served first
+        bench.probe({JwDevice::BoardA});
+        const ErrorCount count(bench.port(board));
+        QTRY_COMPARE(received(board), versionQuery);
+        while (count.errors() < 3) {
+            QVERIFY(bench.port(board)->isOpen());
+            QVERIFY(board->send("stolen\r\n"));
+            settle();
+        }
+        QCOMPARE(bench.initializer->portReports().first().verdict, JwDevice::PortReport::Awaiting);
+        beside.reset();
+        QVERIFY(board->send(versionReply("7300022")));
+        QTRY_COMPARE(bench.state(board), PortState::HandedOver);
+    }
+
+    void unsentOutputIsDiscardedBeforeAPortIsClosed_data()
+    {
+        QTest::addColumn<bool>("isLost");
+        QTest::newRow("by the end of the Initializer") << false;
+        QTest::newRow("since its device is gone") << true;
+    }
+    void unsentOutputIsDiscardedBeforeAPortIsClosed()
+    {
+        QFETCH(bool, isLost);
+        ProbeBench bench;
+        Board *const board = bench.attach("silent");
+        bench.probe({JwDevice::BoardA});
+        QTRY_COMPARE(received(board), versionQuery);
+        const int descriptor = static_cast<int>(bench.port(board)->handle());
+        discarded.clear();
+        if (isLost) {
+            board->pull();
+            QTRY_VERIFY(!bench.port(board)->isOpen());
+        } else {
+            delete bench.initializer;
+        }
+        QCOMPARE(discarded, QVector<int>{descriptor});
     }
 
     void handedOverPortReportsItsErrorToTheApplicationAndIsLeftOpen()
