@@ -1,8 +1,13 @@
 #include "support/finderbench.h"
 #include "support/simulatedwindowmain.h"
 
+#include <device/initializer.h>
+
+#include <QEventLoop>
+#include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
+#include <QTimer>
 
 using namespace JwDevice;
 using Stage = FinderBench::Stage;
@@ -34,6 +39,7 @@ private Q_SLOTS:
     void stopLetsGoOfThePorts();
     void stopForgetsLostBoards();
     void stopEndsTheSearch();
+    void anAnswerAfterStopIsLetGo();
     void afterStopNoSearchBeginsByItself();
     void startAgainFindsTheSameBoards();
     void startWithinASearchFindsTheBoards();
@@ -359,6 +365,36 @@ void TestFinder::afterStopNoSearchBeginsByItself()
     QTRY_VERIFY(bench.entry(board).isPresent);
     QVERIFY(!started.wait(500));
     QCOMPARE(board->queryCount(), 0);
+}
+
+void TestFinder::anAnswerAfterStopIsLetGo()
+{
+    FinderBench bench;
+    bench.attach("BoardA");
+    const auto *late = bench.attach("BoardB,delay=50");
+    QPointer<Communicator> lateCommunicator;
+    QEventLoop window;
+    QEventLoop dialog; // the search that was ended lives on until the window leaves it
+    connect(&bench.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
+        connect(bench.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
+                [&](Type type, Communicator *communicator) {
+                    if (type == BoardB) {
+                        lateCommunicator = communicator;
+                        dialog.quit();
+                    }
+                });
+    });
+    connect(&bench.finder, &JwMonitor::BoardFinder::boardFound, &window, [&] {
+        bench.finder.stop();
+        dialog.exec();
+        QVERIFY(lateCommunicator);
+        window.quit();
+    });
+    QTimer::singleShot(10000, &dialog, &QEventLoop::quit);
+    bench.start({BoardA, BoardB});
+    window.exec();
+    QTRY_VERIFY(!lateCommunicator);
+    QVERIFY(QSerialPort(late->portName()).open(QIODevice::ReadWrite));
 }
 
 void TestFinder::startAgainFindsTheSameBoards()
