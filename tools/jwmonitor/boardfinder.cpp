@@ -1,6 +1,7 @@
 #include "boardfinder.h"
 
 #include "clock.h"
+#include "porterrors.h"
 
 #include <device/initializer.h>
 
@@ -237,8 +238,8 @@ void BoardFinder::takeBoard(JwDevice::Type type, const Board &held)
     QSerialPort *const port = held.port;
     const QString name = port->portName();
     m_held.insert(name, held);
-    connect(port, &QSerialPort::errorOccurred, this, [this, name, port](QSerialPort::SerialPortError error) {
-        if (error != QSerialPort::NoError && m_held.value(name).port == port)
+    connect(new PortErrors(port), &PortErrors::portLost, this, [this, name, port] {
+        if (m_held.value(name).port == port)
             lose(name);
     });
 
