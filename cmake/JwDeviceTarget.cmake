@@ -6,9 +6,10 @@ endif()
 
 # jwdevice_target(<target>): what every target of this project has in common.
 #
-# -Wnon-virtual-dtor is left out on purpose: the session records and the codec template have virtual functions and no
-# virtual destructor by design (they live on the stack and are never deleted through a base); -Wdelete-non-virtual-dtor,
-# which is part of -Wall, catches a real misuse.
+# -Wnon-virtual-dtor is on for the libraries alone, because a host may build with it. The session records and the codec
+# template have virtual functions and no virtual destructor by design: they live on the stack and are never deleted
+# through a base. Each class that a test derives from them would need a pragma. -Wdelete-non-virtual-dtor, a part of
+# -Wall, catches a real misuse.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -45,6 +46,9 @@ endfunction()
 # its macros <PREFIX>_EXPORT and so on: no prefix is a word that a host may use for its own.
 function(jwdevice_library target name export_header)
     jwdevice_target(${target})
+    if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+        target_compile_options(${target} PRIVATE -Wnon-virtual-dtor)
+    endif()
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${name}
         EXPORT_NAME ${name}

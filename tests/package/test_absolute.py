@@ -19,7 +19,8 @@ class Absolute(unittest.TestCase):
         place = fresh("absolute")
         run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug",
             f"-DCMAKE_INSTALL_PREFIX={place / 'prefix'}", f"-DCMAKE_INSTALL_LIBDIR={libraries.format(place)}",
-            f"-DCMAKE_INSTALL_BINDIR={programs.format(place)}", *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
+            f"-DCMAKE_INSTALL_BINDIR={programs.format(place)}",
+            *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
         run("cmake", "--build", self.build, "-j2")
         run("cmake", "--install", self.build)
         program = place / "prefix" / programs.format(place) / "jwprobe"

@@ -146,9 +146,9 @@ class SubProject(Consumer):
         self.finds("add_subdirectory", "OFF", "-DJWDEVICE_BUILD_SIMULATOR=ON")
         self.simulates_a_board(self.folder / "simulated")
 
-    def test_host_with_a_logger_of_its_own_in_all_targets(self):
+    def test_host_with_warnings_as_errors_and_a_logger_of_its_own(self):
         self.configure("strict", "-DBY=add_subdirectory", f"-DJWDEVICE_SOURCE={SOURCE}",
-                       "-DCMAKE_CXX_FLAGS=-DJWLOGGER_NO_ALIAS")
+                       "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wnon-virtual-dtor -Werror -DJWLOGGER_NO_ALIAS")
         run("cmake", "--build", self.folder, "-j2", "--target", "namesakes")
         self.finds_a_board(self.folder / "namesakes")
 
