@@ -6,9 +6,10 @@ endif()
 
 # jwdevice_target(<target>): what every target of this project has in common.
 #
-# -Wnon-virtual-dtor is left out on purpose: the session records and the codec template have virtual functions and no
-# virtual destructor by design (they live on the stack and are never deleted through a base); -Wdelete-non-virtual-dtor,
-# which is part of -Wall, catches a real misuse.
+# -Wnon-virtual-dtor is on for the libraries alone, because a host may build with it. The session records and the codec
+# template have virtual functions and no virtual destructor by design: they live on the stack and are never deleted
+# through a base. Each class that a test derives from them would need a pragma. -Wdelete-non-virtual-dtor, a part of
+# -Wall, catches a real misuse.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -26,7 +27,9 @@ function(jwdevice_target target)
         QT_NO_FOREACH
         QT_DEPRECATED_WARNINGS)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
-        target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+        target_compile_options(${target} PRIVATE
+            -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+            -UJWLOGGER_NO_ALIAS) # a host may define it for all its targets
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()
@@ -39,9 +42,13 @@ function(jwdevice_target target)
 endfunction()
 
 # jwdevice_library(<target> <name> <export header>): what the two libraries have in common. The file is lib<name>, and
-# for consumers of an install tree the target is JwDevice::<name>.
+# for consumers of an install tree the target is JwDevice::<name>. The export header, <folder>/<prefix>_export.h, names
+# its macros <PREFIX>_EXPORT and so on: no prefix is a word that a host may use for its own.
 function(jwdevice_library target name export_header)
     jwdevice_target(${target})
+    if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+        target_compile_options(${target} PRIVATE -Wnon-virtual-dtor)
+    endif()
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${name}
         EXPORT_NAME ${name}
@@ -49,7 +56,10 @@ function(jwdevice_library target name export_header)
         SOVERSION ${jwdevice_soversion}
         POSITION_INDEPENDENT_CODE ON
         INSTALL_RPATH "$ORIGIN")
-    generate_export_header(${target} BASE_NAME ${name} EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/generated/${export_header})
+    string(REGEX REPLACE "^.*/(.*)_export\\.h$" "\\1" macros ${export_header})
+    string(TOUPPER ${macros} macros)
+    generate_export_header(${target}
+        BASE_NAME ${macros} EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/generated/${export_header})
     target_sources(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated/${export_header})
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
@@ -57,9 +67,14 @@ function(jwdevice_library target name export_header)
     if(JWDEVICE_BUILD_SHARED AND UNIX AND NOT APPLE)
         target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+        # The library calls its own functions, also if an application has others of the same name. That takes
+        # applications that are compiled with -fPIC, or a signal has two addresses; Qt asks for it if it is linked so.
+        get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
+        if("-fPIC" IN_LIST qt_options)
+            target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)
+        endif()
     endif()
     if(NOT JWDEVICE_BUILD_SHARED)
-        string(TOUPPER ${name} macros)
         target_compile_definitions(${target} PUBLIC ${macros}_STATIC_DEFINE)
     endif()
 endfunction()

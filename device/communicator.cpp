@@ -74,15 +74,16 @@ bool Communicator::setParser(IPayloadParser *parser)
 
 uint Communicator::writePayload(const QString &payload)
 {
-    const QByteArray bytes = payload.toLatin1();
-    const QPointer<Communicator> self(this); // a device may report the bytes at once, to a receiver that deletes us
+    const QString kept = payload; // a device may report the bytes at once, to a receiver that deletes the caller's text
+    const QByteArray bytes = kept.toLatin1();
+    const QPointer<Communicator> self(this); // or us
     const qint64 written = m_device ? m_device->write(bytes.constData(), bytes.size()) : -1;
     if (!self)
         return 0;
     const uint id = m_txId++;
     m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // at the end, but for wrapped ids
-    LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << payload.trimmed();
-    LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << payload.trimmed();
+    LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << kept.trimmed();
+    LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << kept.trimmed();
     return id;
 }
 

@@ -2,7 +2,13 @@
 
 #include <device/jwdevice_export.h>
 
+#include <QtGlobal>
+
 namespace JwDevice {
+
+QT_WARNING_PUSH // no virtual destructor on purpose, see below
+QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
+QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
  * The base of every record of one sentence. A sentence set of your own derives its record from it.
@@ -20,5 +26,7 @@ public:
     /// Makes the record empty, as before the first use. Does nothing in this class.
     virtual void clear();
 };
+
+QT_WARNING_POP
 
 } // namespace JwDevice

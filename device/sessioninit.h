@@ -8,6 +8,10 @@
 
 namespace JwDevice {
 
+QT_WARNING_PUSH // see SessionAbstract
+QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
+QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
+
 /**
  * The record of one initialization sentence, see Nmea::ParserInit.
  *
@@ -28,5 +32,7 @@ public:
     /// build, any variant that converts to a string will do.
     QHash<QString, QVariant> fields;
 };
+
+QT_WARNING_POP
 
 } // namespace JwDevice

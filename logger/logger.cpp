@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+namespace JwLogger {
+
 namespace {
 
 using Sink = std::shared_ptr<spdlog::sinks::sink>;
@@ -148,12 +150,6 @@ void Logger::write(Level level, const char *file, int line, const char *function
     }
 }
 
-Logger *loggerInstance()
-{
-    static Logger *const instance = new Logger;
-    return instance;
-}
-
 struct LogStream::Record
 {
     explicit Record(const CuteMessageLogger &where)
@@ -222,8 +218,16 @@ LogStream &LogStream::noquote()
     return *this;
 }
 
-CuteMessageLogger::CuteMessageLogger(Logger *logger, Logger::Level level, const char *file, int line,
-                                     const char *function, const char *category)
+} // namespace JwLogger
+
+JwLogger::Logger *loggerInstance()
+{
+    static auto *const instance = new JwLogger::Logger;
+    return instance;
+}
+
+CuteMessageLogger::CuteMessageLogger(JwLogger::Logger *logger, JwLogger::Logger::Level level, const char *file,
+                                     int line, const char *function, const char *category)
     : m_logger(logger)
     , m_level(level)
     , m_file(file)
@@ -233,9 +237,9 @@ CuteMessageLogger::CuteMessageLogger(Logger *logger, Logger::Level level, const 
 {
 }
 
-LogStream CuteMessageLogger::write() const
+JwLogger::LogStream CuteMessageLogger::write() const
 {
-    return LogStream(isEnabled() ? this : nullptr);
+    return JwLogger::LogStream(isEnabled() ? this : nullptr);
 }
 
 void CuteMessageLogger::write(const char *format, ...) const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <logger/logger_export.h>
+#include <logger/jwlogger_export.h>
 
 #include <QDebug>
 #include <QString>
@@ -15,10 +15,9 @@ class sink;
 } // namespace spdlog
 
 class CuteMessageLogger;
-class Logger;
 
-/// The logger of the process. Never destroyed, so that destructors of static objects may still log.
-LOGGER_EXPORT Logger *loggerInstance();
+// Programs often have a Logger of their own, so ours is in a namespace.
+namespace JwLogger {
 
 /**
  * A log: records of a level and an optional category go to any number of spdlog sinks. LOGGER_RECORD, and so
@@ -35,7 +34,7 @@ LOGGER_EXPORT Logger *loggerInstance();
  * Sinks run in the thread that logs, without a lock: where several threads log, take spdlog's `..._mt` sinks. They are
  * never flushed from here: set their own policy, so that a file has its last lines after a crash.
  */
-class LOGGER_EXPORT Logger
+class JWLOGGER_EXPORT Logger
 {
 public:
     /// Fatal is a level like the others: it ends nothing.
@@ -66,12 +65,12 @@ public:
     }
 
 private:
-    friend class CuteMessageLogger;
+    friend class ::CuteMessageLogger;
 
     bool isEnabledFor(Level level, const char *category) const;
-    LOGGER_NO_EXPORT void updateLowestLevel();
-    LOGGER_NO_EXPORT void write(Level level, const char *file, int line, const char *function, const char *category,
-                                const QString &text) noexcept;
+    JWLOGGER_NO_EXPORT void updateLowestLevel();
+    JWLOGGER_NO_EXPORT void write(Level level, const char *file, int line, const char *function, const char *category,
+                                  const QString &text) noexcept;
 
     struct Private;
     const std::unique_ptr<Private> d;
@@ -83,7 +82,7 @@ private:
  * `->  "text"`: a literal as it stands, a separating blank, a QString between quotes. The record is written, without
  * the last separator, when the stream is destroyed. A stream of a disabled record does nothing with what it is given.
  */
-class LOGGER_EXPORT LogStream
+class JWLOGGER_EXPORT LogStream
 {
 public:
     ~LogStream();
@@ -106,39 +105,49 @@ public:
     LogStream &noquote(); ///< as QDebug::noquote()
 
 private:
-    friend class CuteMessageLogger;
+    friend class ::CuteMessageLogger;
 
     struct Record;
-    LOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null: the record is disabled
+    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null: the record is disabled
     QDebug &stream();
 
     const std::unique_ptr<Record> m_record;
 };
 
+} // namespace JwLogger
+
+#ifndef JWLOGGER_NO_ALIAS
+// If your program has another Logger, define JWLOGGER_NO_ALIAS before this header, and write JwLogger::Logger::Trace.
+using JwLogger::Logger;
+#endif
+
+/// The logger of the process. Never destroyed, so that destructors of static objects may still log.
+JWLOGGER_EXPORT JwLogger::Logger *loggerInstance();
+
 /**
  * One place in the source from which records are written; made on the spot, most simply by LOGGER_RECORD. The pointers
  * are borrowed: `file`, `function` and `category` must outlive the object, as literals do.
  */
-class LOGGER_EXPORT CuteMessageLogger
+class JWLOGGER_EXPORT CuteMessageLogger
 {
 public:
     /// `file` may hold folders, the record carries the bare file name; `category` null means none.
-    CuteMessageLogger(Logger *logger, Logger::Level level, const char *file, int line, const char *function,
-                      const char *category = nullptr);
+    CuteMessageLogger(JwLogger::Logger *logger, JwLogger::Logger::Level level, const char *file, int line,
+                      const char *function, const char *category = nullptr);
 
     /// A stream whose content becomes one record.
-    LogStream write() const;
+    JwLogger::LogStream write() const;
     /// One record, formatted as by printf (QString::asprintf: texts are UTF-8, numbers independent of the locale).
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:
-    friend class LogStream;
+    friend class JwLogger::LogStream;
 
     bool isEnabled() const { return m_logger->isEnabled(m_level, m_category); }
-    LOGGER_NO_EXPORT void log(const QString &text) const;
+    JWLOGGER_NO_EXPORT void log(const QString &text) const;
 
-    Logger *m_logger;
-    Logger::Level m_level;
+    JwLogger::Logger *m_logger;
+    JwLogger::Logger::Level m_level;
     const char *m_file;
     int m_line;
     const char *m_function;
@@ -154,5 +163,5 @@ private:
  * When the record is disabled, nothing behind the macro is evaluated. `level` and `category` are evaluated twice.
  */
 #define LOGGER_RECORD(level, category)                                                                                 \
-    for (bool loggerEnabled = loggerInstance()->isEnabled(level, category); loggerEnabled; loggerEnabled = false)      \
-    CuteMessageLogger(loggerInstance(), level, __FILE__, __LINE__, Q_FUNC_INFO, category)
+    for (bool loggerEnabled = ::loggerInstance()->isEnabled(level, category); loggerEnabled; loggerEnabled = false)    \
+    ::CuteMessageLogger(::loggerInstance(), level, __FILE__, __LINE__, Q_FUNC_INFO, category)

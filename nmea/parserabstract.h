@@ -9,11 +9,16 @@
 #include <QString>
 #include <QStringList>
 #include <QStringView>
+#include <QtGlobal>
 
 #include <algorithm>
 #include <utility>
 
 namespace Nmea {
+
+QT_WARNING_PUSH // no virtual destructor on purpose, see below
+QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
+QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
  * A parser and builder of NMEA 0183 style sentences, driven by tables: derive from it, return your tables from the
@@ -140,6 +145,8 @@ private:
 
     SentencePlan<Session> m_sentencePlan;
 };
+
+QT_WARNING_POP
 
 template <typename Session>
 ParserAbstract<Session>::~ParserAbstract()

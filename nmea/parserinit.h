@@ -6,6 +6,10 @@
 
 namespace Nmea {
 
+QT_WARNING_PUSH // see ParserAbstract
+QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
+QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
+
 /**
  * The sentences with which a board is asked who it is, and its answers.
  *
@@ -62,5 +66,7 @@ protected:
     QHash<QString, BuilderDelegate> initBuilderDelegates() override;
     void setSentenceId(JwDevice::SessionInit *session, int sentenceId) override;
 };
+
+QT_WARNING_POP
 
 } // namespace Nmea

@@ -1,4 +1,5 @@
 #include "support/communicatorbench.h"
+#include "support/recordsink.h"
 #include "support/scriptedparser.h"
 #include "support/serialline.h"
 
@@ -173,6 +174,7 @@ private Q_SLOTS:
     void deviceReportsInsideTheWrite();
     void deviceReportsInsideTheWriteToADeletingReceiver_data();
     void deviceReportsInsideTheWriteToADeletingReceiver();
+    void deviceReportsInsideTheWriteToAReceiverThatDeletesTheText();
     void deviceReportsInsideTheWriteToAWritingReceiver();
     void deviceReportsInsideTheWriteToAnUnbindingReceiver();
     void deviceAnswersInsideTheWriteToADeletingReceiver();
@@ -513,6 +515,18 @@ void CommunicatorHostileTest::deviceReportsInsideTheWriteToADeletingReceiver()
                      : scene.communicator->writePayload(QStringLiteral("abc")),
              0u);
     QVERIFY(!scene.communicator);
+}
+
+void CommunicatorHostileTest::deviceReportsInsideTheWriteToAReceiverThatDeletesTheText()
+{
+    const LogCapture log;
+    Scene scene(Signal::Transferred);
+    auto text = std::make_unique<QString>(QString::fromLatin1("$PJWVER*0c\r\n"));
+    scene.onFirst([&] { text.reset(); });
+    scene.device->insideWrite = [&scene] { scene.device->reportWritten(3); };
+    QCOMPARE(scene.communicator->writePayload(*text), 3u);
+    QVERIFY(!text);
+    QCOMPARE(log.sink->records.last().text, QStringLiteral("->  \"$PJWVER*0c\""));
 }
 
 void CommunicatorHostileTest::deviceReportsInsideTheWriteToAWritingReceiver()

@@ -22,6 +22,11 @@ private Q_SLOTS:
     void jwsimCompletesScenarioFiles();
     void jwsimCompletesCommands();
     void jwsimLeavesTheCommandsWordsToIt();
+#ifdef JWMONITOR_PROGRAM
+    void jwmonitor_data();
+    void jwmonitor();
+    void jwmonitorRunsNothingThatJwprobeSays();
+#endif
     void optionsAreThoseOfTheHelp_data();
     void optionsAreThoseOfTheHelp();
     void keysAreThoseOfTheHelp();
@@ -201,6 +206,46 @@ void TestCompletion::jwsimLeavesTheCommandsWordsToIt()
     for (const char *line : {"jwsim --board BoardA cat ", "jwsim --board BoardA -- cat --report=x --board "})
         QCOMPARE(completed(jwsimProgram(), QLatin1String(line) + start), folder(dir, "one.txt").toLocal8Bit());
 }
+
+#ifdef JWMONITOR_PROGRAM
+void TestCompletion::jwmonitor_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QByteArray>("replies");
+    const auto row = [](const char *line, const char *replies) {
+        QTest::newRow(line) << QString::fromLatin1(line) << QByteArray(replies);
+    };
+    row("jwmonitor --p", "--palette --port");
+    row("jwmonitor --type ", "BoardA BoardB BoardC");
+    row("jwmonitor --type=BoardB", "BoardB");
+    row("jwmonitor --type=", "BoardA BoardB BoardC");
+    row("jwmonitor --palette l", "light");
+    row("jwmonitor --delay ", "");
+}
+
+void TestCompletion::jwmonitor()
+{
+    QFETCH(QString, line);
+    QFETCH(QByteArray, replies);
+    QCOMPARE(completed(QStringLiteral(JWMONITOR_PROGRAM), line), replies);
+}
+
+void TestCompletion::jwmonitorRunsNothingThatJwprobeSays()
+{
+    const QTemporaryDir dir;
+    QFile program(folder(dir, "jwprobe"));
+    QVERIFY(program.open(QIODevice::WriteOnly));
+    program.write(
+        "#!/bin/sh\nprintf '%s\\n' '  \"port\": \"ttyA$(echo ran >&2)`echo ran >&2`\",' '  \"port\": \"ttyB\"'\n");
+    program.close();
+    QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", dir.path().toLocal8Bit() + ':' + path);
+    const QByteArray replies = completed(QStringLiteral(JWMONITOR_PROGRAM), QStringLiteral("jwmonitor --port tty"));
+    qputenv("PATH", path);
+    QCOMPARE(replies, QByteArray("ttyA$(echo ran >&2)`echo ran >&2` ttyB"));
+}
+#endif
 
 void TestCompletion::optionsAreThoseOfTheHelp_data()
 {

@@ -1,8 +1,19 @@
 #include "support/finderbench.h"
 #include "support/simulatedwindowmain.h"
 
+#include <device/initializer.h>
+
+#include <QEventLoop>
+#include <QFile>
+#include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <cerrno>
+
+#include <fcntl.h>
 
 using namespace JwDevice;
 using Stage = FinderBench::Stage;
@@ -22,6 +33,9 @@ private Q_SLOTS:
     void asksOnlyThePortsThatAreNamed();
     void tellsOfANamedPortThatIsNotThere();
     void aPulledCableIsALostBoard();
+    void anErrorThatPassesLosesNoBoard_data();
+    void anErrorThatPassesLosesNoBoard();
+    void aPortThatOnlyFailsIsLost();
     void aLostBoardComesBack();
     void aBoardThatIsBackWithinAMomentIsFound();
     void anotherBoardOfTheTypeTakesThePlace();
@@ -34,6 +48,7 @@ private Q_SLOTS:
     void stopLetsGoOfThePorts();
     void stopForgetsLostBoards();
     void stopEndsTheSearch();
+    void anAnswerAfterStopIsLetGo();
     void afterStopNoSearchBeginsByItself();
     void startAgainFindsTheSameBoards();
     void startWithinASearchFindsTheBoards();
@@ -166,6 +181,80 @@ void TestFinder::aPulledCableIsALostBoard()
     QTRY_VERIFY(!communicator);
     QTRY_VERIFY(!bench.entry(board).isPresent);
     QCOMPARE(bench.entry(board).stay, JwMonitor::PortEntry::Lost);
+}
+
+void TestFinder::anErrorThatPassesLosesNoBoard_data()
+{
+    QTest::addColumn<int>("staleError");
+    QTest::newRow("ReadError") << 0;
+    QTest::newRow("ResourceError") << EAGAIN;
+}
+
+void TestFinder::anErrorThatPassesLosesNoBoard()
+{
+    QFETCH(int, staleError);
+    FinderBench bench;
+    auto *board = bench.attach("BoardA");
+    // Another program that reads the port, open before the search has the port for itself. Its turn comes first, when
+    // the system has told both of the bytes.
+    const QByteArray device = "/dev/" + board->portName().toLatin1();
+    QFile other;
+    QVERIFY(other.open(::open(device.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK), QIODevice::ReadOnly,
+                       QFileDevice::AutoCloseHandle));
+    QSocketNotifier arrival(other.handle(), QSocketNotifier::Read);
+    bool isGreedy = false;
+    connect(&arrival, &QSocketNotifier::activated, &other, [&] {
+        if (isGreedy)
+            other.readAll();
+        errno = staleError;
+    });
+    QSignalSpy found(&bench.finder, &JwMonitor::BoardFinder::boardFound);
+    bench.start({BoardA}, 0);
+    QTRY_COMPARE(bench.stage(BoardA), Stage::Found);
+    QTRY_VERIFY(!bench.finder.isSearching());
+    const auto link = found.at(0).at(0).value<JwMonitor::BoardLink>();
+    auto *port = qobject_cast<QSerialPort *>(link.communicator->device());
+    QVERIFY(port);
+    int errors = 0;
+    bool isResourceError = false;
+    connect(port, &QSerialPort::errorOccurred, port, [&](QSerialPort::SerialPortError error) {
+        ++errors;
+        isResourceError |= error == QSerialPort::ResourceError;
+    });
+    isGreedy = true;
+    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && errors > 0);
+    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort goes by the number that an earlier call left
+    arrival.setEnabled(false);
+    other.close();
+    QCOMPARE(bench.stage(BoardA), Stage::Found);
+    QVERIFY(port->isOpen());
+    QSignalSpy read(link.communicator.data(), QOverload<>::of(&Communicator::readyRead));
+    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && !read.isEmpty());
+    QCOMPARE(bench.stage(BoardA), Stage::Found);
+    QCOMPARE(found.size(), 1);
+}
+
+void TestFinder::aPortThatOnlyFailsIsLost()
+{
+    FinderBench bench;
+    bench.attach("BoardA");
+    QSignalSpy found(&bench.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy lost(&bench.finder, &JwMonitor::BoardFinder::boardLost);
+    bench.start({BoardA}, 0);
+    QTRY_COMPARE(found.size(), 1);
+    auto *port = qobject_cast<QSerialPort *>(found.at(0).at(0).value<JwMonitor::BoardLink>().communicator->device());
+    QVERIFY(port);
+    int errors = 0;
+    connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
+    for (int i = 0; i < 100; ++i)
+        port->setRequestToSend(true); // a simulated port has no such line
+    QVERIFY(errors >= 100);
+    QCOMPARE(lost.size(), 0);
+    QVERIFY(port->isOpen());
+    for (int i = 0; i < 10000 && port->isOpen(); ++i)
+        port->setRequestToSend(true);
+    QCOMPARE(lost.size(), 1);
+    QVERIFY(!port->isOpen());
 }
 
 void TestFinder::aLostBoardComesBack()
@@ -359,6 +448,36 @@ void TestFinder::afterStopNoSearchBeginsByItself()
     QTRY_VERIFY(bench.entry(board).isPresent);
     QVERIFY(!started.wait(500));
     QCOMPARE(board->queryCount(), 0);
+}
+
+void TestFinder::anAnswerAfterStopIsLetGo()
+{
+    FinderBench bench;
+    bench.attach("BoardA");
+    const auto *late = bench.attach("BoardB,delay=50");
+    QPointer<Communicator> lateCommunicator;
+    QEventLoop window;
+    QEventLoop dialog; // the search that was ended lives on until the window leaves it
+    connect(&bench.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
+        connect(bench.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
+                [&](Type type, Communicator *communicator) {
+                    if (type == BoardB) {
+                        lateCommunicator = communicator;
+                        dialog.quit();
+                    }
+                });
+    });
+    connect(&bench.finder, &JwMonitor::BoardFinder::boardFound, &window, [&] {
+        bench.finder.stop();
+        dialog.exec();
+        QVERIFY(lateCommunicator);
+        window.quit();
+    });
+    QTimer::singleShot(10000, &dialog, &QEventLoop::quit);
+    bench.start({BoardA, BoardB});
+    window.exec();
+    QTRY_VERIFY(!lateCommunicator);
+    QVERIFY(QSerialPort(late->portName()).open(QIODevice::ReadWrite));
 }
 
 void TestFinder::startAgainFindsTheSameBoards()

@@ -126,7 +126,10 @@ void TestSentence::addsWhatIsMissing_data()
     row("with checksum", "PJWVER*0c", "$PJWVER*0c\r\n");
     row("with checksum in capitals", "PJWVER*0C", "$PJWVER*0C\r\n");
     row("between blanks", "  PJWVER\t", "$PJWVER*0c\r\n");
-    row("beyond ASCII", "P\xe9", "$P\xe9*b9\r\n");
+    row("checksum of 0x7f", "P/", "$P/*7f\r\n");
+    row("checksum beyond 0x7f, as the library writes it", "P\xe9", "$P\xe9*ffffffffffffffb9\r\n");
+    row("that checksum typed", "P\xe9*FFFFFFFFFFFFFFB9", "$P\xe9*FFFFFFFFFFFFFFB9\r\n");
+    row("that checksum typed as the library reads it", "P\xe9*b9", "$P\xe9*b9\r\n");
 }
 
 void TestSentence::addsWhatIsMissing()
@@ -150,6 +153,8 @@ void TestSentence::refusesWhatMakesNoSentence_data()
     row("checksum alone", QStringLiteral("*00"), "Type an identifier");
     row("wrong checksum", QStringLiteral("PJWVER*0d"), "The checksum is *0c, not *0d: leave it away");
     row("two checksums", QStringLiteral("PJWVER*0c*0c"), "leave it away");
+    row("wrong checksum beyond 0x7f", QStringLiteral("P\u00e9*ba"),
+        "The checksum is *ffffffffffffffb9, not *ba: leave it away");
     row("second start flag", QStringLiteral("PJW$VER"), "take it out");
     row("control character", QStringLiteral("PJW\x01VER"), "Take out the control character \\x01");
     row("line end within", QStringLiteral("PJW\r\nVER"), "Take out the control character \\r");

@@ -94,6 +94,8 @@ private Q_SLOTS:
 
     void savesText();
     void savesCsv();
+    void csvHasNoFormulaOfABoard_data();
+    void csvHasNoFormulaOfABoard();
     void savesWhatIsShown();
     void savesWhatWasThereAtItsBeginning();
     void tellsWhyItCanNotSave();
@@ -643,6 +645,40 @@ void TestTraffic::savesCsv()
                        "\"payload\"\r\n"
                        "\"2024-05-06 07:08:09.123000\",\"ttyACM0\",\"sent\",\"3\",\"PX\",\"1=a\"\"b\",\"ok\","
                        "\"waiting\",\"$PX,a\"\"b*05\"\r\n"));
+}
+
+void TestTraffic::csvHasNoFormulaOfABoard_data()
+{
+    QTest::addColumn<QString>("identifier");
+    QTest::addColumn<QString>("cell");
+    const auto row = [](const char *name, const char *identifier, const char *cell) {
+        QTest::newRow(name) << QString::fromLatin1(identifier) << QString::fromLatin1(cell);
+    };
+    row("equals", "=cmd|' /C calc'!A0", "\"'=cmd|' /C calc'!A0\"");
+    row("plus", "+cmd|' /C calc'!A0", "\"'+cmd|' /C calc'!A0\"");
+    row("minus", "-2+3", "\"'-2+3\"");
+    row("at", "@SUM(A1:A2)", "\"'@SUM(A1:A2)\"");
+    row("quote and equals", "=HYPERLINK(\"http://x\")", "\"'=HYPERLINK(\"\"http://x\"\")\"");
+    row("tab", "\t=1+1", "\"\\x09=1+1\"");
+    row("carriage return", "\r=1+1", "\"\\r=1+1\"");
+    row("sign alone", "-", "\"'-\"");
+    row("number and a formula in the next line", "-1\n=1+1", "\"'-1\\n=1+1\"");
+    row("negative number", "-12", "\"-12\"");
+    row("negative number with a fraction", "-12.50", "\"-12.50\"");
+    row("number with an exponent", "+1e-3", "\"+1e-3\"");
+    row("number that is none", "-1e", "\"'-1e\"");
+    row("formula later on", "A=1", "\"A=1\"");
+}
+
+void TestTraffic::csvHasNoFormulaOfABoard()
+{
+    QFETCH(QString, identifier);
+    QFETCH(QString, cell);
+    m_model->append(received(acm0, framed(identifier)));
+    m_model->flush();
+    const QString row = save(QStringLiteral("traffic.csv")).section(QLatin1String("\r\n"), 1, 1);
+    QVERIFY2(row.contains(QLatin1String("\"received\",\"2\",") + cell + QLatin1String(",\"\",\"ok\"")),
+             qPrintable(row));
 }
 
 void TestTraffic::savesWhatIsShown()

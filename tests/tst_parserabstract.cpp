@@ -295,6 +295,8 @@ private Q_SLOTS:
     void buildWritesAHighChecksumWith16Digits_data();
     void buildWritesAHighChecksumWith16Digits();
     void buildOfAnEmptyIdentifierCountsTheDelimiter();
+    void buildOfAShortIdentifierCountsItAlone_data();
+    void buildOfAShortIdentifierCountsItAlone();
     void buildReplacesTheText();
     void buildTestsNoLength();
     void buildRefuses_data();
@@ -994,6 +996,27 @@ void TestParserAbstract::buildOfAnEmptyIdentifierCountsTheDelimiter()
     QCOMPARE(out, line("$*2a"));
     QVERIFY(parser.buildSentence(&record, Unread, out));
     QCOMPARE(out, line("$,x*54"));
+}
+
+void TestParserAbstract::buildOfAShortIdentifierCountsItAlone_data()
+{
+    QTest::addColumn<QString>("identifier");
+    QTest::addColumn<QString>("sentence");
+    QTest::newRow("one character") << QStringLiteral("A") << line("$A*41");
+    QTest::newRow("two characters") << QStringLiteral("AB") << line("$AB*03");
+}
+
+void TestParserAbstract::buildOfAShortIdentifierCountsItAlone()
+{
+    QFETCH(QString, identifier);
+    QFETCH(QString, sentence);
+    TestParser parser;
+    parser.ids[Empty] = identifier;
+    parser.init();
+    const Record record;
+    QString out;
+    QVERIFY(parser.buildSentence(&record, Empty, out));
+    QCOMPARE(out, sentence);
 }
 
 void TestParserAbstract::buildReplacesTheText()

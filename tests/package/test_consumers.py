@@ -37,6 +37,7 @@ class FindPackage(Consumer):
         self.find_package(kind, TREES[kind], "JwDevice", "Logger", "Simulator")
         run("cmake", "--build", self.folder, "-j2")
         self.finds_a_board(self.folder / "consumer")
+        self.finds_a_board(self.folder / "namesakes")
         self.simulates_a_board(self.folder / "simulated")
 
     def test_shared(self):
@@ -80,6 +81,21 @@ class FindPackage(Consumer):
             self.assertEqual("fits" in run("cmake", "-P", script), fits, wanted)
 
 
+class Names(unittest.TestCase):
+    OURS = re.compile(r"(.+ (for|to) )?(JwDevice|Nmea|JwLogger|JwSimulator|CuteMessageLogger)::|loggerInstance\(\)$")
+
+    def test_libraries_have_no_other_names_at_global_scope(self):
+        for tree in TREES.values():
+            libraries = list(library_folder(tree).glob("*.a")) + list(library_folder(tree).glob("*.so"))
+            self.assertGreaterEqual(len(libraries), 3)
+            for library in libraries:
+                dynamic = ["--dynamic"] if library.suffix == ".so" else []
+                names = re.findall(r"^[0-9a-f]+ [TDBR] (.*)$",
+                                   run("nm", *dynamic, "--defined-only", "--demangle", library), re.MULTILINE)
+                self.assertTrue(names)
+                self.assertEqual([name for name in names if not self.OURS.match(name)], [], library)
+
+
 class PkgConfig(Consumer):
     def flags(self, tree, *what):
         environment = {**os.environ, "PKG_CONFIG_PATH": str(library_folder(tree) / "pkgconfig")}
@@ -116,6 +132,7 @@ class SubProject(Consumer):
         ending = "so" if shared == "ON" else "a"
         self.assertLessEqual({f"libJwDevice.{ending}", f"libLogger.{ending}"}, libraries)
         self.finds_a_board(self.folder / "consumer")
+        self.finds_a_board(self.folder / "namesakes")
         return libraries
 
     def test_add_subdirectory_shared_installs_the_host_project_alone(self):
@@ -128,6 +145,12 @@ class SubProject(Consumer):
     def test_add_subdirectory_static_with_the_simulator(self):
         self.finds("add_subdirectory", "OFF", "-DJWDEVICE_BUILD_SIMULATOR=ON")
         self.simulates_a_board(self.folder / "simulated")
+
+    def test_host_with_warnings_as_errors_and_a_logger_of_its_own(self):
+        self.configure("strict", "-DBY=add_subdirectory", f"-DJWDEVICE_SOURCE={SOURCE}",
+                       "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wnon-virtual-dtor -Werror -DJWLOGGER_NO_ALIAS")
+        run("cmake", "--build", self.folder, "-j2", "--target", "namesakes")
+        self.finds_a_board(self.folder / "namesakes")
 
     def test_fetch_content_shared(self):
         self.assertEqual(self.finds("FetchContent", "ON"), {"libJwDevice.so", "libLogger.so"})

@@ -2,37 +2,42 @@
 """The headers of the install tree, compiled as a program would."""
 
 import concurrent.futures
+import shutil
 import unittest
 
 import packagetest
 from packagetest import SOURCE, TREES, run
 
 INCLUDE = TREES["shared"] / "include/jwdevice"
-WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
 
 
 def headers():
     return sorted(str(path.relative_to(INCLUDE)) for path in INCLUDE.rglob("*.h"))
 
 
-def compile_alone(header, definitions):
+def compile_alone(compiler, header, definitions):
     system = run("pkg-config", "--cflags", "Qt5Core", "Qt5SerialPort").replace("-I", "-isystem").split()
     run("sh", "-c", 'printf "#include <%s>\\n#include <%s>\\n" "$0" "$0" | exec "$@"', header,
-        "g++", "-std=c++17", "-fPIC", "-fsyntax-only", *WARNINGS, *definitions, *system, f"-I{INCLUDE}",
+        compiler, "-std=c++17", "-fPIC", "-fsyntax-only", *WARNINGS, *definitions, *system, f"-I{INCLUDE}",
         "-x", "c++", "-")
 
 
 class Headers(unittest.TestCase):
-    def compile_each(self, *definitions):
+    def compile_each(self, compiler, *definitions):
         self.assertGreater(len(headers()), 15)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            list(pool.map(lambda header: compile_alone(header, definitions), headers()))
+            list(pool.map(lambda header: compile_alone(compiler, header, definitions), headers()))
 
     def test_each_compiles_alone(self):
-        self.compile_each()
+        self.compile_each("g++")
+
+    def test_each_compiles_alone_with_clang(self):
+        self.assertTrue(shutil.which("clang++"), packagetest.missing("clang++", "clang"))
+        self.compile_each("clang++")
 
     def test_each_compiles_alone_without_keywords_of_qt(self):
-        self.compile_each("-DQT_NO_KEYWORDS")
+        self.compile_each("g++", "-DQT_NO_KEYWORDS")
 
     def test_all_headers_of_the_libraries_are_installed(self):
         of_sources = {str(path.relative_to(SOURCE)) for folder in ("device", "nmea", "logger")

@@ -1,6 +1,7 @@
 #include "boardfinder.h"
 
 #include "clock.h"
+#include "porterrors.h"
 
 #include <device/initializer.h>
 
@@ -136,10 +137,11 @@ void BoardFinder::search()
     initializer->setMaxRetries(static_cast<uint>(m_settings.retries));
     connect(initializer, &JwDevice::Initializer::deviceInitialized, this,
             [this, initializer](JwDevice::Type type, JwDevice::Communicator *communicator) {
+                const Board board = adopt(communicator);
                 if (m_initializer == initializer)
-                    takeBoard(type, communicator);
+                    takeBoard(type, board);
                 else // the search was ended before this answer came
-                    letGo({communicator, static_cast<QSerialPort *>(communicator->device())});
+                    letGo(board);
             });
     // Comes once for each missing type, and perhaps from within probe().
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
@@ -223,15 +225,21 @@ void BoardFinder::refresh()
     m_refreshTimer.start(refreshInterval);
 }
 
-void BoardFinder::takeBoard(JwDevice::Type type, JwDevice::Communicator *communicator)
+BoardFinder::Board BoardFinder::adopt(JwDevice::Communicator *communicator)
 {
     auto *port = static_cast<QSerialPort *>(communicator->device());
     port->setParent(this);
     communicator->setParent(port);
+    return {communicator, port};
+}
+
+void BoardFinder::takeBoard(JwDevice::Type type, const Board &held)
+{
+    QSerialPort *const port = held.port;
     const QString name = port->portName();
-    m_held.insert(name, {communicator, port});
-    connect(port, &QSerialPort::errorOccurred, this, [this, name, port](QSerialPort::SerialPortError error) {
-        if (error != QSerialPort::NoError && m_held.value(name).port == port)
+    m_held.insert(name, held);
+    connect(new PortErrors(port), &PortErrors::portLost, this, [this, name, port] {
+        if (m_held.value(name).port == port)
             lose(name);
     });
 
@@ -242,7 +250,7 @@ void BoardFinder::takeBoard(JwDevice::Type type, JwDevice::Communicator *communi
     entry.milliseconds = static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
     BoardState &board = m_boards[type];
     board = {board.stage == BoardState::Lost ? BoardState::Back : BoardState::Found, name};
-    Q_EMIT boardFound({name, type, communicator}, microsecondsSinceEpoch());
+    Q_EMIT boardFound({name, type, held.communicator}, microsecondsSinceEpoch());
     refreshSoon();
     if (missingTypes().isEmpty())
         endSearchSoon();

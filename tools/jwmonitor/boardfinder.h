@@ -83,7 +83,8 @@ private:
     void endSearch();
     void endSearchSoon(); // from within signals of the Initializer
     void refresh();
-    void takeBoard(JwDevice::Type type, JwDevice::Communicator *communicator);
+    Board adopt(JwDevice::Communicator *communicator); // and its port
+    void takeBoard(JwDevice::Type type, const Board &held);
     void takePorts(const QVector<SystemPort> &ports);
     bool isWorthASearch(const SystemPort &port) const;
     void lose(const QString &portName);

@@ -8,6 +8,18 @@
 
 namespace JwMonitor {
 
+namespace {
+
+/// Whether the library reads this checksum of `body` as right, or writes it so: both start with the "*".
+bool isRight(const QString &typed, const QString &written, const QString &body)
+{
+    bool isRead = false;
+    const int read = Nmea::readChecksum(QStringView(typed).mid(1), &isRead);
+    return (isRead && (read & 0xff) == Nmea::xorOf(body)) || typed.compare(written, Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
 SentenceFrame::SentenceFrame(const QString &line)
     : m_sentence(line.trimmed())
 {
@@ -21,7 +33,8 @@ SentenceFrame::SentenceFrame(const QString &line)
     const int star = m_sentence.indexOf(QLatin1Char('*'));
     const QString body = m_sentence.mid(1, star < 0 ? -1 : star - 1);
     const QString typedChecksum = star < 0 ? QString() : m_sentence.mid(star);
-    const QString checksum = QStringLiteral("*%1").arg(Nmea::calculateCrc(body, 0), 2, 16, QLatin1Char('0'));
+    QString checksum = QStringLiteral("*");
+    Nmea::appendChecksum(checksum, Nmea::xorOf(body));
     if (star < 0)
         m_sentence += checksum;
     m_sentence += QLatin1String("\r\n");
@@ -43,7 +56,7 @@ QString SentenceFrame::findFault(const QString &body, const QString &typedChecks
         return tr("Type an identifier behind the start flag, such as $PJWVER.");
     if (body.contains(QLatin1Char('$')))
         return tr("A \"$\" begins a sentence: take it out of the text.");
-    if (!typedChecksum.isEmpty() && typedChecksum.compare(checksum, Qt::CaseInsensitive) != 0)
+    if (!typedChecksum.isEmpty() && !isRight(typedChecksum, checksum, body))
         return tr("The checksum is %1, not %2: leave it away and it is added.").arg(checksum, typedChecksum);
     if (m_sentence.size() > maxLength)
         return tr("Too long by %n character(s): boards take %1.", nullptr, m_sentence.size() - maxLength)

@@ -3,6 +3,7 @@
 #include "traffictext.h"
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 
 namespace JwMonitor {
 
@@ -10,10 +11,21 @@ namespace {
 
 constexpr int msPerTurn = 4;
 
+/// Whether a spreadsheet would take the cell for a formula, and run what a board has put there. A number with a sign is
+/// none.
+bool isFormula(const QString &cell)
+{
+    static const QRegularExpression number(
+        QStringLiteral("^[+-](?:[0-9]+\\.?[0-9]*|\\.[0-9]+)(?:[eE][+-]?[0-9]+)?\\z"));
+    return !cell.isEmpty() && QStringLiteral("=+-@\t\r").contains(cell.at(0)) && !number.match(cell).hasMatch();
+}
+
 QString csvRow(const QStringList &cells)
 {
     QStringList quoted;
     for (QString cell : cells) {
+        if (isFormula(cell))
+            cell.prepend(QLatin1Char('\'')); // makes it text there
         cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
         quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
     }

@@ -1,6 +1,9 @@
 // Finds a BoardA, with the library's log on standard output. Exit status 0 when it is found.
 #include <device/initializer.h>
 #include <logger/logger.h>
+#ifdef JWLOGGER_NO_ALIAS
+#include "namesakes.h"
+#endif
 
 #include <QCoreApplication>
 #include <QSerialPort>
@@ -9,11 +12,15 @@
 
 #include <cstdio>
 
+#ifndef JWLOGGER_NO_ALIAS
+static_assert(Logger::Trace == JwLogger::Logger::Trace, "the level by its short name");
+#endif
+
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     loggerInstance()->addSink(std::make_shared<spdlog::sinks::stdout_sink_mt>());
-    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace);
+    loggerInstance()->setLevel(QStringLiteral("Communication"), JwLogger::Logger::Trace);
 
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &application,

@@ -1,0 +1,45 @@
+#!/usr/bin/env python3
+"""Folders for libraries and programs that were given as absolute paths: the programs find their libraries."""
+
+import unittest
+
+import packagetest
+from packagetest import SOURCE, fresh, run
+
+NOT_NEEDED = ["TESTS", "SIMULATOR", "MONITOR", "EXAMPLES"]
+
+
+class Absolute(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.build = fresh("absolute-build")
+
+    def jwprobe(self, libraries, programs):
+        """Starts jwprobe from an installation with these folders, named by their place below an empty one."""
+        place = fresh("absolute")
+        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug",
+            f"-DCMAKE_INSTALL_PREFIX={place / 'prefix'}", f"-DCMAKE_INSTALL_LIBDIR={libraries.format(place)}",
+            f"-DCMAKE_INSTALL_BINDIR={programs.format(place)}",
+            *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
+        run("cmake", "--build", self.build, "-j2")
+        run("cmake", "--install", self.build)
+        program = place / "prefix" / programs.format(place) / "jwprobe"
+        self.assertRegex(run(program, "--version", env={}), r"^jwprobe [0-9.]+\n$")
+        return run("ldd", program, env={})
+
+    def test_libraries(self):
+        libraries = self.jwprobe("{}/elsewhere/lib", "bin")
+        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/elsewhere/lib/")
+        self.assertRegex(libraries, r"libLogger.* => \S+/absolute/elsewhere/lib/")
+
+    def test_programs(self):
+        libraries = self.jwprobe("lib/deeper", "{}/elsewhere/bin")
+        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/prefix/lib/deeper/")
+
+    def test_both(self):
+        libraries = self.jwprobe("{}/one/lib", "{}/another/bin")
+        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/one/lib/")
+
+
+if __name__ == "__main__":
+    packagetest.main()
