@@ -1,4 +1,5 @@
 #include "support/communicatorbench.h"
+#include "support/eventloop.h"
 #include "support/scriptedparser.h"
 #include "support/serialline.h"
 
@@ -7,7 +8,6 @@
 #include <nmea/parserinit.h>
 
 #include <QBuffer>
-#include <QEventLoop>
 #include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
@@ -114,17 +114,6 @@ Signal fetchSignal()
 {
     QFETCH(int, signal);
     return static_cast<Signal>(signal);
-}
-
-/// Runs `work` in an event loop of its own, as a dialog would.
-void runNested(const std::function<void()> &work)
-{
-    QEventLoop loop;
-    QTimer::singleShot(0, &loop, [&] {
-        work();
-        loop.quit();
-    });
-    loop.exec();
 }
 
 } // namespace
