@@ -70,6 +70,8 @@ private Q_SLOTS:
     void restOfALongLineIsHeldBackAgain();
     void everyByteCanBeRead_data();
     void everyByteCanBeRead();
+    void heldBackBytesAreNotTheEnd_data() { addKinds(); }
+    void heldBackBytesAreNotTheEnd();
     void canReadLineTellsOfAnyLineFeed_data() { addKinds(); }
     void canReadLineTellsOfAnyLineFeed();
     void waitForReadyReadReturnsForAPiece_data() { addKinds(); }
@@ -336,6 +338,18 @@ void WholeLinesTest::everyByteCanBeRead()
         QCOMPARE(link->lines()->bytesReceived(), 0);
         QCOMPARE(link->device()->bytesAvailable(), 0);
     }
+}
+
+void WholeLinesTest::heldBackBytesAreNotTheEnd()
+{
+    const auto link = make();
+    QVERIFY(link->device()->atEnd());
+    link->deliver(cut);
+    QVERIFY(!link->device()->atEnd());
+    QCOMPARE(link->device()->bytesAvailable(), 0);
+    QVERIFY(!link->device()->atEnd());
+    QCOMPARE(link->device()->readAll(), cut);
+    QVERIFY(link->device()->atEnd());
 }
 
 void WholeLinesTest::canReadLineTellsOfAnyLineFeed()
