@@ -97,6 +97,7 @@ private Q_SLOTS:
     void receiverRunsAnEventLoopThatClosesTheDevice();
     void receiverReadsTheDevice();
     void receiverReadsIntoTheUnfinishedLine();
+    void receiverReadsTheDeviceAndAsMuchArrives();
     void receiverSwitchesWholeLinesOff();
 
 private:
@@ -280,7 +281,7 @@ void CommunicatorWholeLinesTest::payloadOf500CharactersInPieces()
 void CommunicatorWholeLinesTest::longLinesEndAsOnAPlainDevice_data()
 {
     QTest::addColumn<int>("size");
-    for (const int size : {99, 100, 101, 200, 499, 500, 501, 510, 511, 512, 600, 950, 951, 1500})
+    for (const int size : {99, 100, 101, 200, 499, 500, 501, 510, 511, 512, 513, 600, 950, 951, 1500})
         QTest::addRow("%d", size) << size;
 }
 
@@ -480,6 +481,18 @@ void CommunicatorWholeLinesTest::receiverReadsIntoTheUnfinishedLine()
     m_first->link->deliver(a.toLatin1() + "$taken\r\n" + cut);
     QCOMPARE(m_first->payloads, QStringList{a});
     QCOMPARE(m_first->link->lines()->bytesReceived(), cut.size() - 3);
+    QVERIFY(bufferIsEmpty());
+}
+
+void CommunicatorWholeLinesTest::receiverReadsTheDeviceAndAsMuchArrives()
+{
+    onFirst([this] {
+        m_first->link->device()->readAll();
+        runNested([this] { m_first->link->deliver("!B,12345"); });
+    });
+    m_first->link->deliver(a.toLatin1() + "$taken\r\n");
+    QCOMPARE(m_first->payloads, QStringList{a});
+    QCOMPARE(m_first->link->lines()->bytesReceived(), 8);
     QVERIFY(bufferIsEmpty());
 }
 
