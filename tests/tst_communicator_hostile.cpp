@@ -8,6 +8,7 @@
 #include <nmea/parserinit.h>
 
 #include <QBuffer>
+#include <QEventLoop>
 #include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
