@@ -21,10 +21,22 @@ constexpr int truncatedSize = 450;
 constexpr char communication[] = "Communication";
 constexpr char rawCommunication[] = "RawCommunication";
 
-qint64 bytesReceived(const QIODevice *device)
+/// What may be read of a device that holds back unfinished lines: its next line, or a part of one that is too long to
+/// be held back. Not bytesAvailable(), which goes through all that waits.
+qint64 nextLine(QIODevice *device)
 {
     const auto *lines = dynamic_cast<const WholeLinesBase *>(device);
-    return lines ? lines->bytesReceived() : -1;
+    constexpr qint64 longest = WholeLinesBase::longestHeld;
+    char bytes[longest + 1]; // one more, or a line end could be cut in two
+    const qint64 size = std::min<qint64>(sizeof bytes, lines->bytesReceived());
+    if (size == 0)
+        return 0;
+    const qint64 count = device->peek(bytes, size);
+    const char lineEnd[] = {'\r', '\n'};
+    const char *const end = std::search(bytes, bytes + count, lineEnd, lineEnd + sizeof lineEnd);
+    if (end != bytes + count)
+        return end - bytes + qint64(sizeof lineEnd);
+    return count < longest && lines->wholeLines() ? 0 : std::min(count, longest);
 }
 
 } // namespace
@@ -169,22 +181,15 @@ void Communicator::read(QString &buffer)
     // A receiver of our signals may delete or rebind this object, or let other Communicators work on the same buffer:
     // after each emission nothing is taken for granted.
     const QPointer<Communicator> self(this);
-    qint64 offered = 0; // what is left of the whole lines that the device counted last
-    qint64 left = 0; // what the device must hold for that count to be true still
+    qint64 offered = 0;
     while (m_device) {
-        if (offered <= 0 || bytesReceived(m_device) != left)
-            offered = m_device->bytesAvailable();
+        if (offered <= 0)
+            offered = m_wholeLines ? nextLine(m_device) : m_device->bytesAvailable();
         if (offered == 0)
             return;
-        char bytes[readSize + 1];
-        qint64 count = 0;
-        if (m_wholeLines) {
-            // Line by line: nothing of ours is in the shared buffer while receivers run.
-            count = m_device->readLine(bytes, std::min<qint64>(readSize, offered) + 1);
-            offered -= count;
-        } else {
-            count = m_device->read(bytes, readSize);
-        }
+        char bytes[readSize];
+        const qint64 count = m_device->read(bytes, m_wholeLines ? std::min<qint64>(readSize, offered) : readSize);
+        offered = m_wholeLines && count >= 1 ? offered - count : 0;
         if (count >= 1) {
             const QLatin1String chunk(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
             buffer += chunk;
@@ -196,10 +201,6 @@ void Communicator::read(QString &buffer)
         }
         if (!self) // a device may announce more from within read(), to a receiver that deletes us
             return;
-        if (m_wholeLines && count >= 1)
-            left = bytesReceived(m_device);
-        else
-            offered = 0;
 
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
             const uint id = ++m_rxId;
@@ -214,6 +215,7 @@ void Communicator::read(QString &buffer)
             Q_EMIT readyRead();
             if (!self)
                 return;
+            offered = 0; // of a line that the receivers may have read, or of another device
         }
         if (m_device && !m_device->isOpen()) // some devices go on to offer bytes that nobody can read
             return;

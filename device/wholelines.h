@@ -50,8 +50,8 @@ private:
  * pieces there. On a device of this class a Communicator takes only whole lines, so nothing mixes. An Initializer opens
  * its ports as `WholeLines<QSerialPort>`.
  *
- * Only bytesAvailable() changes: `read`, `readAll`, `peek`, `readLine` and `waitForReadyRead` work as those of
- * `Device`, and give every byte. An application that speaks a binary protocol calls setWholeLines(false) to make
+ * Only bytesAvailable() changes: `read`, `readAll`, `peek`, `readLine`, `waitForReadyRead` and `atEnd` work as those
+ * of `Device`, and give every byte. An application that speaks a binary protocol calls setWholeLines(false) to make
  * bytesAvailable() count every byte too.
  *
  * A line that does not end is bounded: when 512 bytes of it have arrived, they count as available too. What is held
@@ -85,6 +85,9 @@ public:
         char bytes[longestHeld];
         return bytesOfWholeLines(bytes, device->peek(bytes, received));
     }
+
+    /// False as long as a byte can be read, also one of an unfinished line.
+    bool atEnd() const override { return bytesReceived() == 0 && Device::atEnd(); }
 
     qint64 bytesReceived() const override { return Device::bytesAvailable(); }
 };

@@ -1,5 +1,6 @@
 #include "support/communicatorbench.h"
 #include "support/recordsink.h"
+#include "support/eventloop.h"
 #include "support/scriptedparser.h"
 #include "support/serialline.h"
 
@@ -115,17 +116,6 @@ Signal fetchSignal()
 {
     QFETCH(int, signal);
     return static_cast<Signal>(signal);
-}
-
-/// Runs `work` in an event loop of its own, as a dialog would.
-void runNested(const std::function<void()> &work)
-{
-    QEventLoop loop;
-    QTimer::singleShot(0, &loop, [&] {
-        work();
-        loop.quit();
-    });
-    loop.exec();
 }
 
 } // namespace

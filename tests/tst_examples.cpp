@@ -104,6 +104,8 @@ private Q_SLOTS:
     void networkExampleTellsThatItsPortIsTaken();
     void networkFaultIsTold();
     void testOfTheApplicationPasses();
+    void binaryBlockIsReadBeforeAnyLineEnd();
+    void binaryProtocolTellsThatThereIsNoBoard();
 
 private:
     Board *add(const QString &text);
@@ -137,7 +139,7 @@ void TestExamples::eachIsShort()
 {
     const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
     const QStringList names = examples.entryList({QStringLiteral("0*")}, QDir::Dirs);
-    QCOMPARE(names.size(), 8);
+    QCOMPARE(names.size(), 9);
     for (const QString &name : names) {
         const QDir example(examples.filePath(name));
         const QStringList files = example.entryList(QDir::Files);
@@ -347,6 +349,7 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     row("06", "ttyACM1 answered with $PJWVER,7300021,1,4,0*0e");
     row("07", "answer $PJWVER,7300022,1,4,0*0d");
     row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()");
+    row("09", "8 bytes from ttyACM0");
 }
 
 void TestExamples::commandsOfThePageDoWhatItSays()
@@ -398,6 +401,30 @@ void TestExamples::testOfTheApplicationPasses()
 
     QVERIFY2(outcome.output.contains("PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()"), outcome.output);
     QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
+{
+    Board *const board = add(QStringLiteral("silent"));
+    int requests = 0;
+    QObject::connect(board, &Board::sentenceReceived, board, [&] {
+        // The first one is the search's.
+        board->send(++requests == 1 ? reply + "\r\n" : QByteArray("\0\x7f\n$\xff!\r\0", 8));
+    });
+
+    const Outcome outcome = run(program("09-binary-protocol"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"block 00 7f 0a 24 ff 21 0d 00", "8 bytes from " + board->portName().toLatin1()}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::binaryProtocolTellsThatThereIsNoBoard()
+{
+    const Outcome outcome = run(program("09-binary-protocol"));
+
+    QCOMPARE(outcome.output, QByteArray("no BoardA; jwprobe --type BoardA tells why\n"));
+    QCOMPARE(outcome.status, 1);
 }
 
 SIMULATED_PORTS_MAIN(TestExamples)

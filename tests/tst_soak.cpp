@@ -4,6 +4,7 @@
 // JWDEVICE_SOAK_PAYLOADS=<n>  payloads each way
 // JWDEVICE_SOAK_PROBES=<n>    probes
 #include "support/environmentnumber.h"
+#include "support/eventloop.h"
 #include "support/portname.h"
 #include "support/processusage.h"
 #include "support/simulatedportsmain.h"
@@ -15,14 +16,11 @@
 #include <simulator/board.h>
 #include <simulator/testbed.h>
 
-#include <QElapsedTimer>
 #include <QSerialPort>
 #include <QSerialPortInfo>
 #include <QTest>
-#include <QTimer>
 
 #include <algorithm>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -36,21 +34,6 @@ constexpr quint32 batchSize = 100; // payloads under way at a time
 constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal holds
 constexpr int portCount = 40;
 constexpr qint64 heapChance = 100000; // bytes: buffers change size by chance, a leak grows with what is done
-
-/// Runs the event loop until `done`; false when nothing has come of it for half a minute.
-bool runUntil(const std::function<bool()> &done)
-{
-    QTimer watchdog;
-    watchdog.start(1000);
-    QElapsedTimer time;
-    time.start();
-    while (!done()) {
-        if (time.hasExpired(30000))
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-    }
-    return true;
-}
 
 /// Lets what was given to deleteLater() go.
 void deleteDeferred()

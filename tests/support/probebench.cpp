@@ -3,8 +3,6 @@
 #include "portname.h"
 #include "receivebuffer.h"
 
-#include <QAbstractEventDispatcher>
-#include <QCoreApplication>
 #include <QTest>
 #include <QTimer>
 
@@ -234,13 +232,4 @@ QByteArray informationReply(const QByteArray &subcommand)
 QString quoted(const QString &text)
 {
     return QLatin1Char('"') + text + QLatin1Char('"');
-}
-
-void settle()
-{
-    constexpr int mostTurns = 1000;
-    int idle = 0;
-    for (int turn = 0; turn < mostTurns && idle < 3; ++turn)
-        idle = QCoreApplication::eventDispatcher()->processEvents(QEventLoop::AllEvents) ? 0 : idle + 1;
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "eventloop.h"
 #include "initializerstate.h"
 #include "recordsink.h"
 
@@ -88,9 +89,6 @@ QByteArray informationReply(const QByteArray &subcommand);
 
 /// As the log quotes it.
 QString quoted(const QString &text);
-
-/// Runs the event loop until nothing is queued and no descriptor is ready, but never for long.
-void settle();
 
 extern const QByteArray versionQuery;
 extern const QByteArray informationRequest;

@@ -1,0 +1,53 @@
+// Finds a board by its sentences, then speaks a binary protocol to its port, as a boot loader has one: asks for a block
+// of eight bytes and shows them.
+#include <device/communicator.h>
+#include <device/initializer.h>
+#include <device/wholelines.h>
+
+#include <QCoreApplication>
+#include <QSerialPort>
+#include <QTextStream>
+#include <QTimer>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout);
+    QObject owner; // of the port
+    constexpr int blockSize = 8;
+    // Your boot loader has a request of its own. A simulated board answers this one, with noise in front.
+    const QByteArray request = "$PJWVER*0c\r\n";
+
+    const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {
+        // Every port that an Initializer hands over is of this class.
+        auto *port = static_cast<JwDevice::WholeLines<QSerialPort> *>(board->device());
+        port->setParent(&owner);
+        board->setIODevice(nullptr); // it would read our bytes
+        board->deleteLater(); // not delete: we are within its signal
+        port->setWholeLines(false); // or bytes would not count before a line end comes
+        QObject::connect(port, &QSerialPort::errorOccurred, &owner, [&app, port] {
+            if (!port->isOpen())
+                return;
+            port->close();
+            app.exit(1);
+        });
+        QObject::connect(port, &QSerialPort::readyRead, &owner, [&, port] {
+            if (port->bytesAvailable() < blockSize)
+                return;
+            out << "block " << port->read(blockSize).toHex(' ') << Qt::endl;
+            out << blockSize << " bytes from " << port->portName() << Qt::endl;
+            port->disconnect(&owner);
+            app.quit();
+        });
+        port->write(request);
+    };
+
+    JwDevice::Initializer initializer;
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &owner, talk);
+    QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&] {
+        out << "no BoardA; jwprobe --type BoardA tells why" << Qt::endl;
+        app.exit(1);
+    });
+    QTimer::singleShot(0, &initializer, [&] { initializer.probe({JwDevice::BoardA}); });
+    return app.exec();
+}
