@@ -9,6 +9,7 @@
 #include <QVector>
 
 #include <algorithm>
+#include <iterator>
 
 namespace JwDevice {
 
@@ -21,10 +22,14 @@ constexpr int truncatedSize = 450;
 constexpr char communication[] = "Communication";
 constexpr char rawCommunication[] = "RawCommunication";
 
-qint64 bytesReceived(const QIODevice *device)
+/// Length of the first line in a device; 0 if the line is unfinished, or longer than any that is held back.
+qint64 firstLine(QIODevice *device)
 {
-    const auto *lines = dynamic_cast<const WholeLinesBase *>(device);
-    return lines ? lines->bytesReceived() : -1;
+    static constexpr char lineEnd[] = {'\r', '\n'};
+    char bytes[WholeLinesBase::longestHeld];
+    char *const end = bytes + std::max<qint64>(0, device->peek(bytes, sizeof bytes));
+    char *const found = std::search(bytes, end, std::begin(lineEnd), std::end(lineEnd));
+    return found == end ? 0 : found - bytes + 2;
 }
 
 } // namespace
@@ -168,10 +173,9 @@ void Communicator::read(QString &buffer)
     // A receiver of our signals may delete or rebind this object, or let other Communicators work on the same buffer:
     // after each emission nothing is taken for granted.
     const QPointer<Communicator> self(this);
-    qint64 offered = 0; // what is left of the whole lines that the device counted last
-    qint64 left = 0; // what the device must hold for that count to be true still
+    qint64 offered = 0; // what is left of the bytes that the device counted last
     while (m_device) {
-        if (offered <= 0 || bytesReceived(m_device) != left)
+        if (offered <= 0)
             offered = m_device->bytesAvailable();
         if (offered == 0)
             return;
@@ -180,9 +184,10 @@ void Communicator::read(QString &buffer)
         if (m_wholeLines) {
             // Line by line: nothing of ours is in the shared buffer while receivers run.
             count = m_device->readLine(bytes, std::min<qint64>(readSize, offered) + 1);
-            offered -= count;
+            offered = count >= 1 ? offered - count : 0;
         } else {
             count = m_device->read(bytes, readSize);
+            offered = 0;
         }
         if (count >= 1) {
             const QLatin1String chunk(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
@@ -195,11 +200,8 @@ void Communicator::read(QString &buffer)
         }
         if (!self) // a device may announce more from within read(), to a receiver that deletes us
             return;
-        if (m_wholeLines && count >= 1)
-            left = bytesReceived(m_device);
-        else
-            offered = 0;
 
+        bool announced = false;
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
             const uint id = ++m_rxId;
             payload.remove(0, std::max(0, payload.lastIndexOf(m_startChars[0])));
@@ -213,9 +215,12 @@ void Communicator::read(QString &buffer)
             Q_EMIT readyRead();
             if (!self)
                 return;
+            announced = true;
         }
         if (m_device && !m_device->isOpen()) // some devices go on to offer bytes that nobody can read
             return;
+        if (announced) // receivers may have read from the device, or bound another
+            offered = m_wholeLines && m_device ? firstLine(m_device) : 0;
     }
 }
 
