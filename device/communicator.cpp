@@ -21,24 +21,6 @@ constexpr int truncatedSize = 450;
 constexpr char communication[] = "Communication";
 constexpr char rawCommunication[] = "RawCommunication";
 
-/// What may be read of a device that holds back unfinished lines: its next line, or a part of one that is too long to
-/// be held back. Not bytesAvailable(), which goes through all that waits.
-qint64 nextLine(QIODevice *device)
-{
-    const auto *lines = dynamic_cast<const WholeLinesBase *>(device);
-    constexpr qint64 longest = WholeLinesBase::longestHeld;
-    char bytes[longest + 1]; // one more, or a line end could be cut in two
-    const qint64 size = std::min<qint64>(sizeof bytes, lines->bytesReceived());
-    if (size == 0)
-        return 0;
-    const qint64 count = device->peek(bytes, size);
-    const char lineEnd[] = {'\r', '\n'};
-    const char *const end = std::search(bytes, bytes + count, lineEnd, lineEnd + sizeof lineEnd);
-    if (end != bytes + count)
-        return end - bytes + qint64(sizeof lineEnd);
-    return count < longest && lines->wholeLines() ? 0 : std::min(count, longest);
-}
-
 } // namespace
 
 Communicator::Communicator(QObject *parent)
@@ -183,13 +165,16 @@ void Communicator::read(QString &buffer)
     const QPointer<Communicator> self(this);
     qint64 offered = 0;
     while (m_device) {
+        // Null also while the device is being destroyed.
+        const auto *const lines = m_wholeLines ? dynamic_cast<const WholeLinesBase *>(m_device.data()) : nullptr;
+        // Line by line: nothing of ours is in the shared buffer while receivers run.
         if (offered <= 0)
-            offered = m_wholeLines ? nextLine(m_device) : m_device->bytesAvailable();
+            offered = lines ? lines->nextLine() : m_device->bytesAvailable();
         if (offered == 0)
             return;
         char bytes[readSize];
-        const qint64 count = m_device->read(bytes, m_wholeLines ? std::min<qint64>(readSize, offered) : readSize);
-        offered = m_wholeLines && count >= 1 ? offered - count : 0;
+        const qint64 count = m_device->read(bytes, lines ? std::min<qint64>(readSize, offered) : readSize);
+        offered = lines && count >= 1 ? offered - count : 0;
         if (count >= 1) {
             const QLatin1String chunk(bytes, static_cast<int>(qstrnlen(bytes, static_cast<uint>(count))));
             buffer += chunk;

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QIODevice>
 
+#include <algorithm>
 #include <utility>
 
 namespace JwDevice {
@@ -26,10 +27,15 @@ public:
 
     /// All bytes that can be read, those of an unfinished line included.
     virtual qint64 bytesReceived() const = 0;
+    /// The bytes through the next line end; 0 if that has not arrived. At most 512 of a longer line, and without
+    /// wholeLines().
+    virtual qint64 nextLine() const = 0;
 
 protected:
-    /// How many of `bytes` belong to whole lines.
+    /// How many of `bytes`, which are all that were received, belong to whole lines.
     static qint64 bytesOfWholeLines(const char *bytes, qint64 size);
+    /// nextLine() of `bytes`, which are the first that were received: 513 of them, or all.
+    qint64 nextLine(const char *bytes, qint64 size) const;
 
 private:
     bool m_wholeLines = true;
@@ -90,6 +96,12 @@ public:
     bool atEnd() const override { return bytesReceived() == 0 && Device::atEnd(); }
 
     qint64 bytesReceived() const override { return Device::bytesAvailable(); }
+    qint64 nextLine() const override
+    {
+        char bytes[longestHeld + 1]; // one more, or a line end could be cut in two
+        const qint64 size = std::min<qint64>(sizeof bytes, bytesReceived());
+        return size == 0 ? 0 : WholeLinesBase::nextLine(bytes, const_cast<WholeLines *>(this)->peek(bytes, size));
+    }
 };
 
 } // namespace JwDevice

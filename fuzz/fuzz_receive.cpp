@@ -1,7 +1,8 @@
 // Bytes into the receive path of several Communicators, compared with the model that the tests use.
 //
-// The first byte chooses how many Communicators there are and what their receivers do. Then steps follow: a byte that
-// chooses line and kind, a byte of length (for a read of a stored payload: its id), and so many bytes from the device.
+// The first byte chooses how many Communicators there are, which devices they have and what their receivers do. Then
+// steps follow: a byte that chooses line and kind, a byte of length (for a read of a stored payload: its id; for what
+// the application does to the device: that and a number), and so many bytes from the device.
 #include "fuzzinput.h"
 
 #include "support/receivemodel.h"
@@ -47,11 +48,16 @@ ReceiveStep stepFromInput(Input &input, int lines)
         step.id = static_cast<uint>(length);
         return step;
     case 1:
-        step.action = ReceiveStep::DeliverInside;
+        step.inside = true;
         break;
     case 2: // a read that fails comes first
         step.reads.append({QByteArray(), choice / 32 % 2 - 1});
         break;
+    case 7:
+        step.action = static_cast<ReceiveStep::Action>(ReceiveStep::Close + length % 6);
+        step.number = step.action == ReceiveStep::SetWholeLines ? length / 6 % 2 : 1 + length / 6;
+        step.inside = choice / 32 % 2 == 1;
+        return step;
     default:
         break;
     }
@@ -65,10 +71,12 @@ ReceiveStream streamFromInput(Input &input)
 {
     const int choice = input.byte();
     ReceiveStream stream;
-    stream.lines = 1 + choice % 4;
+    stream.devices.clear();
+    for (int line = 0; line <= choice % 4; ++line)
+        stream.devices.append(choice / 16 >> line & 1 ? ReceiveDevice::WholeLines : ReceiveDevice::Plain);
     stream.receiver = static_cast<ReceiveStream::Receiver>(choice / 4 % 3);
     while (!input.isAtEnd())
-        stream.steps.append(stepFromInput(input, stream.lines));
+        stream.steps.append(stepFromInput(input, stream.lines()));
     return stream;
 }
 
@@ -82,8 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const ReceiveStream stream = streamFromInput(input);
 
     // Traces of every byte would take most of the time; the tests compare them.
-    ReceiveModel model(stream.lines, Logger::Warning);
-    ReceiveSubject subject(stream.lines, Logger::Warning);
+    ReceiveModel model(stream.devices, Logger::Warning);
+    ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);
     const ReceivePlay seen(stream, subject);
     if (expected.trace() != seen.trace()) {

@@ -6,6 +6,12 @@
 // The long run, above the five minutes that Qt allows a function:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
+// A stream has one to four lines. The device of a line is a plain one, whose every read is scripted, or a WholeLines
+// over a buffered one, at which bytes of any value arrive in pieces. Pieces of several lines take turns at random. The
+// application reads stored payloads, closes devices, switches setWholeLines(), and reads from a device of whole lines
+// behind the Communicator's back; all that within signals as well, and more arrives there. An application that binds
+// another device, or deletes a Communicator, is not part of the streams (tst_communicator_hostile has that).
+//
 // A stream on which the two differ is shrunk and printed with its seed.
 #include "support/corpus.h"
 #include "support/environmentnumber.h"
@@ -18,6 +24,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -26,8 +33,8 @@ constexpr int streamsInTestRun = 4000;
 /// What the two traces differ in first; empty when they are the same.
 QString difference(const ReceiveStream &stream)
 {
-    ReceiveModel model(stream.lines);
-    ReceiveSubject subject(stream.lines);
+    ReceiveModel model(stream.devices);
+    ReceiveSubject subject(stream.devices);
     const ReceivePlay expected(stream, model);
     const ReceivePlay seen(stream, subject);
     if (expected.trace() == seen.trace())
@@ -58,8 +65,8 @@ ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const Recei
     replaceIfItFails(stream.receiver, ReceiveStream::Idle);
     for (ReceiveStep &step : stream.steps) {
         replaceIfItFails(step.line, 0);
-        if (step.action == ReceiveStep::DeliverInside)
-            replaceIfItFails(step.action, ReceiveStep::Deliver);
+        replaceIfItFails(step.inside, false);
+        replaceIfItFails(step.number, std::min(step.number, 1));
         step.reads =
             shrunk<QVector<ReceiveRead>>(step.reads, [&, all = &step.reads](const QVector<ReceiveRead> &reads) {
                 const QVector<ReceiveRead> before = *all;
@@ -85,8 +92,10 @@ ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const Recei
             }
         }
     }
+    for (ReceiveDevice &device : stream.devices)
+        replaceIfItFails(device, ReceiveDevice::Plain);
     if (std::all_of(stream.steps.cbegin(), stream.steps.cend(), [](const ReceiveStep &step) { return step.line == 0; }))
-        replaceIfItFails(stream.lines, 1);
+        replaceIfItFails(stream.devices, stream.devices.mid(0, 1));
     return stream;
 }
 
@@ -105,20 +114,29 @@ class StreamGenerator
 public:
     explicit StreamGenerator(quint32 seed)
         : m_random(seed)
-        , m_twin(1)
     {
-        m_twin.payloadReceived = [](int, uint) {};
-        m_twin.anythingReceived = [](int) {};
     }
 
     ReceiveStream stream()
     {
         ReceiveStream stream;
-        stream.lines = chance(50) ? 1 : between(2, 4);
+        for (int lines = chance(50) ? 1 : between(2, 4); stream.devices.size() < lines;)
+            stream.devices.append(ReceiveDevice::Plain);
+        if (chance(70)) {
+            for (ReceiveDevice &device : stream.devices)
+                device = chance(80) ? ReceiveDevice::WholeLines : ReceiveDevice::Plain;
+        }
+        m_devices = stream.devices;
+        m_twin = std::make_unique<ReceiveModel>(m_devices);
+        m_twin->payloadReceived = [](int, uint) {};
+        m_twin->anythingReceived = [](int) {};
+        m_texts.resize(m_devices.size());
+        m_oneText = chance(40);
+        m_onlyPieces = chance(30);
         if (chance(50))
             stream.receiver = static_cast<ReceiveStream::Receiver>(between(1, ReceiveStream::ClosesNowAndThen));
         for (int steps = between(1, 40); steps > 0; --steps)
-            stream.steps.append(step(stream.lines));
+            stream.steps.append(step());
         return stream;
     }
 
@@ -127,42 +145,58 @@ private:
     int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
     char oneOf(const QByteArray &characters) { return characters[m_random.bounded(characters.size())]; }
 
-    ReceiveStep step(int lines)
+    ReceiveStep step()
     {
         ReceiveStep step;
-        step.line = m_random.bounded(lines);
+        step.line = m_random.bounded(m_devices.size());
+        step.inside = chance(10);
+        const bool wholeLines = m_devices[step.line] == ReceiveDevice::WholeLines;
         if (chance(10)) {
             step.action = ReceiveStep::Take;
             step.id = chance(50) ? 0 : static_cast<uint>(between(1, 30));
-            return step;
+        } else if (chance(3)) {
+            step.action = ReceiveStep::Close;
+            m_twin->setOpen(step.line, false);
+        } else if (wholeLines && chance(4)) {
+            step.action = ReceiveStep::SetWholeLines;
+            step.number = chance(60);
+            m_twin->setWholeLines(step.line, step.number != 0);
+        } else if (wholeLines && chance(6)) {
+            step.action = static_cast<ReceiveStep::Action>(between(ReceiveStep::Read, ReceiveStep::Peek));
+            step.number = chance(80) ? between(1, 20) : between(1, 600);
+            m_twin->read(step.line, step.action, step.number);
+        } else {
+            m_twin->setOpen(step.line, true);
+            for (int reads = chance(60) ? 1 : between(1, 4); reads > 0; --reads)
+                step.reads.append(read(step.line));
+            m_twin->announce(step.line);
         }
-        if (chance(10))
-            step.action = ReceiveStep::DeliverInside;
-        for (int reads = chance(60) ? 1 : between(1, 4); reads > 0; --reads)
-            step.reads.append(read());
         return step;
     }
 
-    ReceiveRead read()
+    ReceiveRead read(int line)
     {
-        if (chance(4))
-            return {QByteArray(), -m_random.bounded(2)};
-        if (m_text.isEmpty())
-            m_text = piece();
-        // Mostly all of the piece, otherwise cut anywhere; devices hand out the rest of a long one slice by slice.
-        const int size = chance(50) ? m_text.size() : between(1, m_text.size());
-        const ReceiveRead read = {m_text.left(size), 0};
-        m_text.remove(0, size);
-        m_twin.queue(0, read);
-        m_twin.announce(0);
+        ReceiveRead read;
+        if (m_devices[line] == ReceiveDevice::Plain && chance(4)) {
+            read.result = -m_random.bounded(2);
+        } else {
+            QByteArray &text = m_texts[m_oneText ? 0 : line];
+            if (text.isEmpty())
+                text = piece(line);
+            // Mostly all of the piece, otherwise cut anywhere; the rest of a long one is read slice by slice.
+            const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
+            read.bytes = text.left(size);
+            text.remove(0, size);
+        }
+        m_twin->queue(line, read);
         return read;
     }
 
-    QByteArray piece()
+    QByteArray piece(int line)
     {
         static const QVector<CorpusSentence> sentences = corpus(QStringLiteral("valid.nmea"))
             + corpus(QStringLiteral("tolerated.nmea")) + corpus(QStringLiteral("invalid.nmea"));
-        switch (m_random.bounded(11)) {
+        switch (m_random.bounded(12)) {
         case 0:
             return sentences[m_random.bounded(sentences.size())].text.toLatin1();
         case 1:
@@ -183,8 +217,11 @@ private:
             return "$" + text(between(90, 600), chance(30) ? "!A" : "AB ") + "\r\n";
         case 9:
             return QByteArray("$A\r\n!B\r\n").repeated(between(2, 6));
+        case 10: // just below, at and above the longest that is held back
+            return text(qMax(1, between(509, 514) - static_cast<int>(m_twin->bytesReceived(line))),
+                        chance(30) ? "A$\n\r" : "AB");
         default: // just below, at and above the longest that the buffer holds
-            return text(qMax(1, between(499, 502) - m_twin.buffered()), "AB");
+            return text(qMax(1, between(499, 502) - m_twin->buffered()), "AB");
         }
     }
 
@@ -205,8 +242,11 @@ private:
     }
 
     QRandomGenerator m_random;
-    ReceiveModel m_twin; // tells how full the shared buffer is
-    QByteArray m_text; // what is left of the piece that is being delivered
+    QVector<ReceiveDevice> m_devices;
+    std::unique_ptr<ReceiveModel> m_twin; // tells how full the shared buffer and the devices are
+    QVector<QByteArray> m_texts; // what is left of the piece that is being delivered, by line
+    bool m_oneText = false; // its pieces go to any line
+    bool m_onlyPieces = false;
 };
 
 } // namespace

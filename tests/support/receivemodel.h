@@ -14,29 +14,37 @@
 class ReceiveModel : public ReceiveLines
 {
 public:
-    explicit ReceiveModel(int lines, Logger::Level level = Logger::Trace)
+    explicit ReceiveModel(const QVector<ReceiveDevice> &devices, Logger::Level level = Logger::Trace)
         : m_level(level)
-        , m_lines(static_cast<size_t>(lines))
+        , m_lines(static_cast<size_t>(devices.size()))
     {
+        for (int line = 0; line < devices.size(); ++line)
+            at(line).device = devices[line];
     }
 
-    void queue(int line, const ReceiveRead &read) override { at(line).reads.push_back(read); }
+    void queue(int line, const ReceiveRead &read) override
+    {
+        if (at(line).device == ReceiveDevice::Plain)
+            at(line).reads.push_back(read);
+        else
+            at(line).received += read.bytes.toStdString();
+    }
 
     void announce(int line) override
     {
         log(Logger::Trace, "", QStringLiteral("IO Data Ready"));
-        while (!at(line).reads.empty()) {
-            std::string chunk;
-            if (readDevice(line, chunk) >= 1)
-                append(chunk);
-            for (std::string payload = cut(); !payload.empty(); payload = cut())
-                keep(line, payload);
-            if (!at(line).open)
-                return;
-        }
+        if (at(line).device == ReceiveDevice::Plain)
+            takeReads(line);
+        else
+            takeWholeLines(line);
     }
 
-    void setOpen(int line, bool open) override { at(line).open = open; }
+    void setOpen(int line, bool open) override
+    {
+        at(line).open = open;
+        if (!open)
+            at(line).received.clear();
+    }
 
     bool take(int line, uint id, QString &payload) override
     {
@@ -57,6 +65,35 @@ public:
 
     QMap<uint, QString> store(int line) const override { return m_lines[static_cast<size_t>(line)].store; }
 
+    void setWholeLines(int line, bool wholeLines) override { at(line).wholeLines = wholeLines; }
+
+    QByteArray read(int line, ReceiveStep::Action how, int size) override
+    {
+        std::string &received = at(line).received;
+        size_t count = how == ReceiveStep::ReadAll ? received.size() : static_cast<size_t>(size);
+        if (how == ReceiveStep::ReadLine)
+            count = std::min(count, endOfLine(received));
+        const QByteArray bytes = QByteArray::fromStdString(received.substr(0, count));
+        if (how != ReceiveStep::Peek)
+            received.erase(0, static_cast<size_t>(bytes.size()));
+        return bytes;
+    }
+
+    /// All that reaches to the last line end; all of it while nothing is to be held back, or too much is unfinished.
+    qint64 bytesAvailable(int line) const override
+    {
+        const Line &device = m_lines[static_cast<size_t>(line)];
+        const size_t lastEnd = device.received.rfind("\r\n");
+        const size_t whole = lastEnd == std::string::npos ? 0 : lastEnd + 2;
+        const bool holdsBack = device.wholeLines && device.received.size() - whole < tooMuchUnfinished;
+        return static_cast<qint64>(holdsBack ? whole : device.received.size());
+    }
+
+    qint64 bytesReceived(int line) const override
+    {
+        return static_cast<qint64>(m_lines[static_cast<size_t>(line)].received.size());
+    }
+
     QStringList takeLogLines() override
     {
         QStringList taken;
@@ -71,17 +108,78 @@ private:
     static constexpr int readSize = 100;
     static constexpr size_t longestBuffer = 500;
     static constexpr size_t truncatedBy = 450;
+    static constexpr size_t tooMuchUnfinished = 512;
     static constexpr int storeLimit = 5;
 
     struct Line
     {
-        std::deque<ReceiveRead> reads;
+        ReceiveDevice device = ReceiveDevice::Plain;
+        std::deque<ReceiveRead> reads; // of a plain device
+        std::string received; // at a device of whole lines, and not read
+        bool wholeLines = true;
         QMap<uint, QString> store;
         uint lastId = 1;
         bool open = true;
     };
 
     Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }
+
+    /// How long the first line is for readLine(), with its line feed; the longest number when there is none.
+    static size_t endOfLine(const std::string &bytes)
+    {
+        const size_t lineFeed = bytes.find('\n');
+        return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
+    }
+
+    /// What is taken next of a device: its next line; nothing while that is held back.
+    static size_t nextLine(const Line &device)
+    {
+        const size_t lineEnd = device.received.find("\r\n");
+        if (lineEnd < tooMuchUnfinished)
+            return lineEnd + 2;
+        const bool isHeld = device.wholeLines && device.received.size() < tooMuchUnfinished;
+        return isHeld ? 0 : std::min<size_t>(device.received.size(), tooMuchUnfinished);
+    }
+
+    void takeReads(int line)
+    {
+        while (!at(line).reads.empty()) {
+            std::string chunk;
+            if (readDevice(line, chunk) >= 1)
+                append(chunk);
+            cutAndKeep(line);
+            if (!at(line).open)
+                return;
+        }
+    }
+
+    /// Takes line by line. Looks for the next line when it has one, and after each payload, for the application may
+    /// have done anything to the device.
+    void takeWholeLines(int line)
+    {
+        size_t offered = 0;
+        while (at(line).open) {
+            if (offered == 0)
+                offered = nextLine(at(line));
+            if (offered == 0)
+                return;
+            std::string &received = at(line).received;
+            const std::string chunk = received.substr(0, std::min<size_t>(readSize, offered));
+            received.erase(0, chunk.size());
+            append(chunk);
+            offered = cutAndKeep(line) ? 0 : offered - chunk.size();
+        }
+    }
+
+    bool cutAndKeep(int line)
+    {
+        bool kept = false;
+        for (std::string payload = cut(); !payload.empty(); payload = cut()) {
+            keep(line, payload);
+            kept = true;
+        }
+        return kept;
+    }
 
     int readDevice(int line, std::string &chunk)
     {

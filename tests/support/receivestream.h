@@ -9,8 +9,14 @@
 
 #include <functional>
 
-/// What one call of a device's read() yields: bytes (at most 100 are asked for, the rest comes with the next call), or
-/// nothing and the result 0 or -1.
+/// The device of one line.
+enum class ReceiveDevice {
+    Plain, ///< every read is scripted; closed, it keeps what it has, and still says that it is there
+    WholeLines ///< a buffered one that holds back unfinished lines; what it has goes when it closes
+};
+
+/// What one call of a plain device's read() yields: bytes (at most 100 are asked for, the rest comes with the next
+/// call), or nothing and the result 0 or -1. At a device of whole lines the bytes arrive, and there is no such result.
 struct ReceiveRead
 {
     QByteArray bytes;
@@ -21,14 +27,21 @@ struct ReceiveRead
 struct ReceiveStep
 {
     enum Action {
-        Deliver, ///< the device announces these reads
-        DeliverInside, ///< the same, from within the next readyRead(uint) of any line; or before the next step
-        Take ///< the application reads the payload with this id, 0 for the lowest
+        Deliver, ///< the device opens if it is closed, and announces these reads
+        Take, ///< the application reads the payload with this id, 0 for the lowest
+        Close, ///< the device
+        SetWholeLines, ///< to number, 0 or 1; for a device of whole lines only, as all that follows
+        Read, ///< the application reads so many bytes (number) from the device, behind the Communicator's back
+        ReadAll,
+        ReadLine, ///< of at most so many bytes (number)
+        Peek ///< at so many bytes (number)
     };
     Action action = Deliver;
+    bool inside = false; ///< within a readyRead(uint) that the next step brings, on any line; or else after that step
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
+    int number = 0;
 };
 
 struct ReceiveStream
@@ -36,20 +49,31 @@ struct ReceiveStream
     /// What the application does within the signals.
     enum Receiver { Idle, TakesById, TakesLowest, ClosesNowAndThen };
 
-    int lines = 1;
+    QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< one a line
     Receiver receiver = Idle;
     QVector<ReceiveStep> steps;
+
+    int lines() const { return devices.size(); }
 
     /// As text for people, one step a line.
     QString toString() const
     {
         static const char *const receivers[] = {"idle", "takes by id", "takes the lowest", "closes now and then"};
-        static const char *const actions[] = {"deliver", "deliver inside", "take"};
-        QString text = QStringLiteral("%1 line(s), receiver %2\n").arg(lines).arg(QLatin1String(receivers[receiver]));
+        static const char *const actions[] = {"deliver", "take",     "close",     "set whole lines",
+                                              "read",    "read all", "read line", "peek"};
+        QString text = QStringLiteral("%1 line(s), receiver %2\n").arg(lines()).arg(QLatin1String(receivers[receiver]));
+        for (int line = 0; line < lines(); ++line) {
+            if (devices[line] == ReceiveDevice::WholeLines)
+                text += QStringLiteral("  line %1 holds back unfinished lines\n").arg(line);
+        }
         for (const ReceiveStep &step : steps) {
-            text += QStringLiteral("  line %1: %2").arg(step.line).arg(QLatin1String(actions[step.action]));
+            text += QStringLiteral("  line %1: %2%3")
+                        .arg(QString::number(step.line), QLatin1String(actions[step.action]),
+                             QLatin1String(step.inside ? " inside" : ""));
             if (step.action == ReceiveStep::Take)
                 text += QStringLiteral(" %1").arg(step.id);
+            else if (step.action != ReceiveStep::Deliver)
+                text += QStringLiteral(" %1").arg(step.number);
             for (const ReceiveRead &read : step.reads) {
                 text += read.bytes.isEmpty() ? QStringLiteral(" result %1").arg(read.result) : quoted(read.bytes);
             }
@@ -75,10 +99,18 @@ public:
 
     virtual void queue(int line, const ReceiveRead &read) = 0;
     virtual void announce(int line) = 0;
-    /// Of the line's device. Closed, it keeps what it has, and still says that it is there.
+    /// Of the line's device.
     virtual void setOpen(int line, bool open) = 0;
     virtual bool take(int line, uint id, QString &payload) = 0;
     virtual QMap<uint, QString> store(int line) const = 0;
+
+    // Of a device of whole lines.
+    virtual void setWholeLines(int line, bool wholeLines) = 0;
+    /// What the application gets by one of the actions from ReceiveStep::Read on; null when the device is closed.
+    virtual QByteArray read(int line, ReceiveStep::Action how, int size) = 0;
+    virtual qint64 bytesAvailable(int line) const = 0;
+    virtual qint64 bytesReceived(int line) const = 0;
+
     /// The log lines since the last call.
     virtual QStringList takeLogLines() = 0;
 
@@ -86,15 +118,16 @@ public:
     std::function<void(int line)> anythingReceived; ///< readyRead()
 };
 
-/// Plays a stream to some lines and notes all that can be seen of them: emissions, log lines, payloads and, after each
-/// step, the stores that changed.
+/// Plays a stream to some lines and notes all that can be seen of them: emissions, log lines, payloads, what is read
+/// from the devices and, after each step, the stores and the devices' counts of bytes that changed.
 class ReceivePlay
 {
 public:
     ReceivePlay(const ReceiveStream &stream, ReceiveLines &lines)
         : m_stream(stream)
         , m_lines(lines)
-        , m_stores(stream.lines)
+        , m_stores(stream.lines())
+        , m_counts(stream.lines())
     {
         lines.payloadReceived = [this](int line, uint id) { takePayloadReceived(line, id); };
         lines.anythingReceived = [this](int line) {
@@ -103,19 +136,13 @@ public:
                 take(line, 0);
         };
         for (const ReceiveStep &step : stream.steps) {
-            while (!m_inside.isEmpty())
-                deliver(m_inside.takeFirst());
-            if (step.action == ReceiveStep::Take)
-                take(step.line, step.id);
-            else if (step.action == ReceiveStep::Deliver)
-                deliver(step);
-            else
-                m_inside.append(step);
-            noteStores();
+            m_inside.append(step);
+            if (step.inside)
+                continue;
+            perform(m_inside.takeLast());
+            performAll();
         }
-        while (!m_inside.isEmpty())
-            deliver(m_inside.takeFirst());
-        noteStores();
+        performAll();
     }
     ReceivePlay(const ReceivePlay &) = delete;
     ReceivePlay &operator=(const ReceivePlay &) = delete;
@@ -126,12 +153,45 @@ private:
     void takePayloadReceived(int line, uint id)
     {
         note(line, QStringLiteral("readyRead(%1)").arg(id));
+        noteCounts();
         if (!m_inside.isEmpty())
-            deliver(m_inside.takeFirst());
+            perform(m_inside.takeFirst());
         if (m_stream.receiver == ReceiveStream::TakesById)
             take(line, id);
         else if (m_stream.receiver == ReceiveStream::ClosesNowAndThen && id % 3 == 0)
             m_lines.setOpen(line, false);
+    }
+
+    void performAll()
+    {
+        while (!m_inside.isEmpty())
+            perform(m_inside.takeFirst());
+        noteLines();
+    }
+
+    void perform(const ReceiveStep &step)
+    {
+        const bool wholeLines = m_stream.devices[step.line] == ReceiveDevice::WholeLines;
+        switch (step.action) {
+        case ReceiveStep::Deliver:
+            deliver(step);
+            break;
+        case ReceiveStep::Take:
+            take(step.line, step.id);
+            break;
+        case ReceiveStep::Close:
+            m_lines.setOpen(step.line, false);
+            break;
+        case ReceiveStep::SetWholeLines:
+            if (wholeLines)
+                m_lines.setWholeLines(step.line, step.number != 0);
+            break;
+        default:
+            if (wholeLines) {
+                const QByteArray bytes = m_lines.read(step.line, step.action, step.number);
+                note(step.line, QStringLiteral("gives %1").arg(QString::fromLatin1(bytes.toPercentEncoding("$!*,"))));
+            }
+        }
     }
 
     void deliver(const ReceiveStep &step)
@@ -155,10 +215,10 @@ private:
         m_trace += QStringLiteral("line %1: %2").arg(line).arg(what);
     }
 
-    void noteStores()
+    void noteLines()
     {
         m_trace += m_lines.takeLogLines();
-        for (int line = 0; line < m_stream.lines; ++line) {
+        for (int line = 0; line < m_stream.lines(); ++line) {
             const QMap<uint, QString> store = m_lines.store(line);
             if (store == m_stores[line])
                 continue;
@@ -167,11 +227,26 @@ private:
             for (auto payload = store.cbegin(); payload != store.cend(); ++payload)
                 m_trace += QStringLiteral("line %1 holds %2: %3").arg(line).arg(payload.key()).arg(*payload);
         }
+        noteCounts();
+    }
+
+    void noteCounts()
+    {
+        for (int line = 0; line < m_stream.lines(); ++line) {
+            if (m_stream.devices[line] != ReceiveDevice::WholeLines)
+                continue;
+            const QPair<qint64, qint64> counts(m_lines.bytesAvailable(line), m_lines.bytesReceived(line));
+            if (counts == m_counts[line])
+                continue;
+            m_counts[line] = counts;
+            m_trace += QStringLiteral("line %1 offers %2 of %3").arg(line).arg(counts.first).arg(counts.second);
+        }
     }
 
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
     QVector<QMap<uint, QString>> m_stores; // as last noted
-    QVector<ReceiveStep> m_inside;
+    QVector<QPair<qint64, qint64>> m_counts; // likewise
+    QVector<ReceiveStep> m_inside; // to come within signals
     QStringList m_trace;
 };
