@@ -42,10 +42,12 @@ public:
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
         const bool orderly = chance(30); // good boards, so that many get through to the end
+        if (orderly)
+            m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);
         m_oneText = chance(20);
         for (int port = 0; port < m_schedule.ports; ++port)
-            m_schedule.answers.append(answers(orderly));
+            m_schedule.answers.append(answers(port < m_wholeSentences ? 100 : orderly ? 80 : 40));
         for (int i = between(0, 6); i > 0; --i)
             m_schedule.turns.append({between(0, DiscoverySchedule::mostPorts - 1), chance(60) ? 1 : between(2, 5)});
         if (chance(30))
@@ -121,7 +123,8 @@ private:
         Step step;
         step.port = m_random.bounded(m_schedule.ports);
         const int kind = m_random.bounded(100);
-        if (kind < 33)
+        const bool sendsOrPulls = kind >= 33 && kind < 84;
+        if (kind < 33 || (sendsOrPulls && step.port < m_wholeSentences))
             return wait(oneOf<int>({0, 1, 100, 150, 399, 400, 401, 800, 1600}));
         if (kind < 79) {
             step.action = chance(25) ? Step::SendWithNext : Step::Send;
@@ -157,14 +160,14 @@ private:
                 chance(50) ? between(1, 5) : 0};
     }
 
-    QVector<Answer> answers(bool orderly)
+    QVector<Answer> answers(int percentGood)
     {
         QVector<Answer> answers;
         if (chance(35))
             return answers;
         const QByteArray own = goodReplyBody();
         for (int i = between(1, 5); i > 0; --i) {
-            if (chance(orderly ? 80 : 40))
+            if (chance(percentGood))
                 answers.append(inPieces(withMark(own)));
             else
                 answers.append(chance(50) ? Answer() : inPieces(text()));
@@ -287,6 +290,7 @@ private:
     QByteArray m_rests[DiscoverySchedule::mostPorts]; // of the text that each board is sending
     bool m_oneText = false; // whose parts any board sends
     bool m_onlyPieces = false;
+    int m_wholeSentences = 0; // the first ports, which send nothing else, and whose cables stay plugged in
     int m_marks = 0;
 };
 
