@@ -15,6 +15,7 @@ constexpr int longestBuffer = 500;
 constexpr int truncatedBy = 450;
 constexpr int storeLimit = 5;
 constexpr int longestSentence = 74;
+constexpr int tooMuchUnfinished = 512;
 
 enum Level { Trace, Debug, Info, Warning, Error };
 
@@ -199,9 +200,17 @@ bool DiscoveryModel::wait(int milliseconds)
                 next = comm.get();
         }
         const bool secondStageNext = m_secondStageDue >= 0 && (!next || m_secondStageDue <= next->due);
+        const qint64 timerDue = secondStageNext ? m_secondStageDue : next ? next->due : -1;
+        const qint64 pieceDue = nextPieceDue();
+        // At the same moment a piece comes before a timer.
+        if (pieceDue >= 0 && pieceDue <= std::max(m_now, end) && (timerDue < 0 || pieceDue <= timerDue)) {
+            m_now = std::max(m_now, pieceDue);
+            sendPieces();
+            continue;
+        }
         if (!secondStageNext && !next)
             break;
-        const qint64 due = secondStageNext ? m_secondStageDue : next->due;
+        const qint64 due = timerDue;
         if (due > std::max(m_now, end))
             break;
         m_now = std::max(m_now, due);
@@ -227,7 +236,7 @@ void DiscoveryModel::settle()
             Line &line = m_lines[i];
             line.received += line.toBoard;
             for (int sentences = line.toBoard.count('\n'); sentences > 0; --sentences)
-                line.toHost += nextAnswer(static_cast<int>(i));
+                answer(static_cast<int>(i));
             line.toBoard.clear();
         }
         for (const auto &comm : m_comms) {
@@ -292,6 +301,12 @@ void DiscoveryModel::closePort(Comm *comm)
     m_lines[static_cast<size_t>(comm->line)].host = nullptr;
 }
 
+bool DiscoveryModel::isListening(int port) const
+{
+    const Comm *const comm = m_lines[static_cast<size_t>(port)].host;
+    return comm && comm->open && !comm->lost && comm->alive && comm->bound;
+}
+
 QByteArray DiscoveryModel::takeReceived(int port)
 {
     QByteArray taken;
@@ -321,12 +336,22 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    for (;;) {
+    int left = 0; // of what the port offered
+    while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
-        if (!comm->alive || source.isEmpty())
+        int size = std::min(readSize, source.size());
+        if (comm->bound) {
+            // Line by line what the port offers, which is asked again then, and after each payload.
+            if (left == 0)
+                left = offered(source);
+            const int lineFeed = source.indexOf('\n');
+            size = std::min(readSize, lineFeed < 0 ? left : std::min(left, lineFeed + 1));
+            left -= size;
+        }
+        if (size == 0)
             return;
-        const QByteArray chunk = source.left(readSize);
-        source.remove(0, readSize);
+        const QByteArray chunk = source.left(size).split('\0').first();
+        source.remove(0, size);
         m_buffer += chunk;
         if (m_buffer.size() > longestBuffer) {
             noteLog(Warning, "", "communicator.cpp", QStringLiteral("Payload input buffer too large - truncating ..."));
@@ -339,8 +364,18 @@ void DiscoveryModel::readDevice(Comm *comm)
             if (payload.isEmpty())
                 break;
             keep(comm, payload);
+            left = 0;
         }
     }
+}
+
+/// How much a port offers of what it received: all that reaches to the last line end, and too much that is unfinished
+/// as well.
+int DiscoveryModel::offered(const QByteArray &received)
+{
+    const int lastEnd = received.lastIndexOf("\r\n");
+    const int whole = lastEnd < 0 ? 0 : lastEnd + 2;
+    return received.size() - whole < tooMuchUnfinished ? whole : received.size();
 }
 
 QByteArray DiscoveryModel::cut()

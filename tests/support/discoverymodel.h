@@ -32,6 +32,8 @@ protected:
     bool wait(int milliseconds) override;
     QStringList states() const override;
     QByteArray takeReceived(int port) override;
+    qint64 now() const override { return m_now; }
+    bool isListening(int port) const override;
 
     bool isAlive(int handOver) const override;
     bool readPayload(int handOver, QString &payload) override;
@@ -66,6 +68,7 @@ private:
     void handle(const std::function<void()> &event);
     void deliver(Comm *port);
     void readDevice(Comm *comm);
+    static int offered(const QByteArray &received);
     QByteArray cut();
     void keep(Comm *comm, const QByteArray &payload);
     bool takeLowest(Comm *comm, QString &payload);

@@ -1,5 +1,10 @@
 #include "discoveryplay.h"
 
+#include <QDebug>
+
+#include <algorithm>
+#include <utility>
+
 using Step = DiscoverySchedule::Step;
 using OnInitialized = DiscoverySchedule::OnInitialized;
 using OnNotFound = DiscoverySchedule::OnNotFound;
@@ -56,10 +61,12 @@ void DiscoveryPlay::take(const Step &step)
         break;
     case Step::Pull:
         settle();
+        m_pieces[step.port].clear();
         if (hasPort)
             pull(step.port);
         break;
     case Step::PullWithNext:
+        m_pieces[step.port].clear();
         if (hasPort)
             pull(step.port);
         return;
@@ -99,6 +106,8 @@ void DiscoveryPlay::settle(int milliseconds)
                      .arg(port)
                      .arg(QString::fromLatin1(received.toPercentEncoding("$,*"))));
     }
+    if (m_depth == 0)
+        checkPromises();
 }
 
 void DiscoveryPlay::nest(int steps)
@@ -164,10 +173,81 @@ void DiscoveryPlay::deviceNotFound(JwDevice::Type type)
     note(QStringLiteral("receiver returns"));
 }
 
-QByteArray DiscoveryPlay::nextAnswer(int port)
+void DiscoveryPlay::answer(int port)
 {
-    const QByteArray answer = m_schedule.answers.value(port).value(m_answered[port]++);
-    return takeFromLimit(port, answer) ? answer : QByteArray();
+    const DiscoverySchedule::Answer answer = m_schedule.answers.value(port).value(m_answered[port]++);
+    const QByteArray bytes = bytesOf(answer);
+    if (answer.isEmpty() || !takeFromLimit(port, bytes))
+        return;
+    std::deque<Piece> &pieces = m_pieces[port];
+    const bool first = pieces.empty();
+    qint64 due = first ? now() : pieces.back().due;
+    for (const DiscoverySchedule::Piece &piece : answer) {
+        due = std::max(due, now()) + piece.after;
+        pieces.push_back({piece.bytes, due, QByteArray()});
+    }
+    if (m_schedule.sendsWholeSentences(port))
+        pieces.back().ends = bytes;
+    if (first && pieces.front().due <= now())
+        sendNext(port);
+}
+
+qint64 DiscoveryPlay::nextPieceDue() const
+{
+    qint64 due = -1;
+    for (const std::deque<Piece> &pieces : m_pieces) {
+        if (!pieces.empty() && (due < 0 || pieces.front().due < due))
+            due = pieces.front().due;
+    }
+    return due;
+}
+
+void DiscoveryPlay::sendPieces()
+{
+    DiscoverySchedule::Turn turn;
+    if (!m_schedule.turns.isEmpty())
+        turn = m_schedule.turns[m_turns++ % m_schedule.turns.size()];
+    for (int i = 0; i < turn.pieces; ++i) {
+        QVector<int> ports;
+        for (int port = 0; port < m_schedule.ports; ++port) {
+            if (!m_pieces[port].empty() && m_pieces[port].front().due <= now())
+                ports.append(port);
+        }
+        if (ports.isEmpty())
+            return;
+        sendNext(ports[(turn.first + i) % ports.size()]);
+    }
+}
+
+void DiscoveryPlay::sendNext(int port)
+{
+    const Piece piece = m_pieces[port].front();
+    m_pieces[port].pop_front();
+    send(port, piece.bytes);
+    if (!piece.ends.isEmpty() && isListening(port))
+        m_promises.push_back({port, piece.ends, m_trace.size()});
+}
+
+/// No event is under way now, so every Communicator that still listens took what arrived.
+void DiscoveryPlay::checkPromises()
+{
+    const std::vector<Promise> promises = std::move(m_promises);
+    m_promises.clear();
+    for (const Promise &promise : promises) {
+        if (!isListening(promise.port))
+            continue;
+        QString payload;
+        QDebug(&payload).nospace() << QString::fromLatin1(promise.sentence).trimmed();
+        payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
+        const int at = static_cast<int>(std::find_if(m_trace.cbegin() + promise.from, m_trace.cend(),
+                                                     [&payload](const QString &line) { return line.endsWith(payload); })
+                                        - m_trace.cbegin());
+        const QString read = m_trace.value(at + 1);
+        const bool atAnotherPort = read.contains(QLatin1String("Read succes on port"))
+            && !read.endsWith(QStringLiteral("\"%1\"").arg(portName(promise.port)));
+        if (at == m_trace.size() || atAnotherPort)
+            m_spoilt.append(QStringLiteral("port %1: %2").arg(QString::number(promise.port), payload));
+    }
 }
 
 /// Of a line that nobody reads the kernel keeps only so much.

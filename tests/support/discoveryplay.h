@@ -4,6 +4,9 @@
 
 #include <QStringList>
 
+#include <deque>
+#include <vector>
+
 /// Takes an Initializer, the real one or the model of it, through a schedule, and notes all that can be seen:
 /// emissions, log lines, what the boards received and, after each step, the state of each probed port.
 ///
@@ -21,6 +24,8 @@ public:
 
     /// What was seen, in its order.
     const QStringList &run();
+    /// Every whole sentence that did not come through as it was sent, though it was all that its board sent.
+    const QStringList &spoilt() const { return m_spoilt; }
 
 protected:
     static constexpr const char *writtenByApplication = "$PAPPL,1*40\r\n";
@@ -31,9 +36,17 @@ protected:
     void noteLog(int level, const char *category, const char *file, const QString &text);
     void deviceInitialized(JwDevice::Type type, const QString &port);
     void deviceNotFound(JwDevice::Type type);
-    /// What the board on the port sends to the next sentence that it receives.
-    QByteArray nextAnswer(int port);
+    /// The board on the port received a sentence. The first piece of its answer is sent at once, unless it is to come
+    /// later or others are under way; the rest when the event loop has nothing left to do, before time goes on.
+    void answer(int port);
+    /// When the next piece is to be sent; -1 for never.
+    qint64 nextPieceDue() const;
+    /// Those that arrive in the same turn of the event loop.
+    void sendPieces();
 
+    virtual qint64 now() const = 0;
+    /// Whether the port is open, and a Communicator reads from it.
+    virtual bool isListening(int port) const = 0;
     virtual bool hasInitializer() const = 0;
     virtual bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) = 0;
     virtual void send(int port, const QByteArray &bytes) = 0;
@@ -59,11 +72,27 @@ protected:
     virtual void rebind(int handOver) = 0;
 
 private:
+    struct Piece
+    {
+        QByteArray bytes;
+        qint64 due;
+        QByteArray ends; // the whole sentence, when this is its end
+    };
+    /// A sentence that was sent and must come through whole.
+    struct Promise
+    {
+        int port;
+        QByteArray sentence;
+        int from; // position in the trace
+    };
+
     bool takeFromLimit(int port, const QByteArray &bytes);
     void takeSteps(int most);
     void take(const DiscoverySchedule::Step &step);
     void settle(int milliseconds = 0);
     void readAll(int handOver);
+    void sendNext(int port);
+    void checkPromises();
     void nest(int steps);
 
     const DiscoverySchedule &m_schedule;
@@ -75,4 +104,8 @@ private:
     uint m_maxRetries = 3;
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
+    std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // that boards will send
+    int m_turns = 0;
+    std::vector<Promise> m_promises;
+    QStringList m_spoilt;
 };

@@ -8,14 +8,27 @@
 #include <QRandomGenerator>
 #include <QStringList>
 
+#include <algorithm>
 #include <unistd.h>
 
+using Answer = DiscoverySchedule::Answer;
 using Step = DiscoverySchedule::Step;
+using Turn = DiscoverySchedule::Turn;
 using OnInitialized = DiscoverySchedule::OnInitialized;
 using OnNotFound = DiscoverySchedule::OnNotFound;
 using JwDevice::Type;
 
 namespace {
+
+// Of a buffer that grew too long this many of the newest bytes stay at least, whatever other boards sent.
+constexpr int longestThatAlwaysStays = 50;
+
+/// Whether nothing that other boards send can spoil it.
+bool isWholeSentence(const QByteArray &bytes)
+{
+    return bytes.startsWith('$') && bytes.endsWith("\r\n") && bytes.size() <= longestThatAlwaysStays
+        && bytes.count('$') == 1 && bytes.count('\n') == 1 && !bytes.contains('\0');
+}
 
 class Generator
 {
@@ -29,8 +42,14 @@ public:
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
         const bool orderly = chance(30); // good boards, so that many get through to the end
+        if (orderly)
+            m_wholeSentences = between(0, m_schedule.ports);
+        m_onlyPieces = chance(30);
+        m_oneText = chance(20);
         for (int port = 0; port < m_schedule.ports; ++port)
-            m_schedule.answers.append(answers(orderly));
+            m_schedule.answers.append(answers(port < m_wholeSentences ? 100 : orderly ? 80 : 40));
+        for (int i = between(0, 6); i > 0; --i)
+            m_schedule.turns.append({between(0, DiscoverySchedule::mostPorts - 1), chance(60) ? 1 : between(2, 5)});
         if (chance(30))
             m_schedule.steps.append(setMaxRetries());
         if (chance(10))
@@ -104,11 +123,12 @@ private:
         Step step;
         step.port = m_random.bounded(m_schedule.ports);
         const int kind = m_random.bounded(100);
-        if (kind < 33)
+        const bool sendsOrPulls = kind >= 33 && kind < 84;
+        if (kind < 33 || (sendsOrPulls && step.port < m_wholeSentences))
             return wait(oneOf<int>({0, 1, 100, 150, 399, 400, 401, 800, 1600}));
         if (kind < 79) {
             step.action = chance(25) ? Step::SendWithNext : Step::Send;
-            step.bytes = piece();
+            step.bytes = piece(step.port);
         } else if (kind < 84) {
             step.action = chance(50) ? Step::PullWithNext : Step::Pull;
             m_wasPulled = true;
@@ -140,29 +160,42 @@ private:
                 chance(50) ? between(1, 5) : 0};
     }
 
-    QVector<QByteArray> answers(bool orderly)
+    QVector<Answer> answers(int percentGood)
     {
-        QVector<QByteArray> answers;
+        QVector<Answer> answers;
         if (chance(35))
             return answers;
-        const QByteArray own = goodReply();
+        const QByteArray own = goodReplyBody();
         for (int i = between(1, 5); i > 0; --i) {
-            if (chance(orderly ? 80 : 40))
-                answers.append(own);
+            if (chance(percentGood))
+                answers.append(inPieces(withMark(own)));
             else
-                answers.append(chance(50) ? QByteArray() : text());
+                answers.append(chance(50) ? Answer() : inPieces(text()));
         }
         return answers;
     }
 
-    /// All of a text, or the next part of it.
-    QByteArray piece()
+    Answer inPieces(QByteArray bytes)
     {
-        if (m_rest.isEmpty())
-            m_rest = text();
-        const int size = chance(70) ? m_rest.size() : between(1, m_rest.size());
-        const QByteArray piece = m_rest.left(size);
-        m_rest.remove(0, size);
+        Answer answer;
+        const int most = !m_onlyPieces && chance(40) ? 1 : between(2, 8);
+        while (!bytes.isEmpty()) {
+            const int size = answer.size() + 1 == most ? bytes.size() : between(1, bytes.size());
+            answer.append({bytes.left(size), chance(85) ? 0 : oneOf<int>({1, 2, 100, 399, 400, 401})});
+            bytes.remove(0, size);
+        }
+        return answer;
+    }
+
+    /// All of a text, or the next part of it.
+    QByteArray piece(int port)
+    {
+        QByteArray &rest = m_rests[m_oneText ? 0 : port];
+        if (rest.isEmpty())
+            rest = text();
+        const int size = !m_onlyPieces && chance(60) ? rest.size() : between(1, rest.size());
+        const QByteArray piece = rest.left(size);
+        rest.remove(0, size);
         return piece;
     }
 
@@ -175,24 +208,30 @@ private:
             text += sentence();
         if (chance(8))
             text.prepend(garbage(between(1, 20)));
-        if (chance(8)) // never a NUL byte, for how it ends a read depends on what the port has put together
+        if (chance(8))
             text[m_random.bounded(text.size())] = garbage(1)[0];
         return text;
     }
 
-    QByteArray goodReply()
+    QByteArray goodReplyBody()
     {
-        return JwSimulator::frameSentence(oneOf<QByteArray>({
-            "PJWVER,7300022,1,4,0",
-            "PJWVER,7300021,1,4,0",
-            "PTJWRD,INF,CTRL,3,17,2,1.04,7300030,1",
-        }));
+        return oneOf<QByteArray>({
+            "PJWVER,7300022,1,4,",
+            "PJWVER,7300021,1,4,",
+            "PTJWRD,INF,CTRL,3,17,2,1.04,7300030,",
+        });
+    }
+
+    /// With a last field that no other sentence has.
+    QByteArray withMark(const QByteArray &body)
+    {
+        return JwSimulator::frameSentence(body + QByteArray::number(++m_marks));
     }
 
     QByteArray sentence()
     {
         if (chance(60))
-            return goodReply();
+            return withMark(goodReplyBody());
         const QByteArray body = oneOf<QByteArray>({
             "PJWVER,x7300021y7300022",
             "PJWVER,7300022,1",
@@ -212,7 +251,7 @@ private:
             "PTJWRD,INF,a description that is far too long for the boards that send it,1",
         });
         const QByteArray framed = JwSimulator::frameSentence(body);
-        switch (m_random.bounded(12)) {
+        switch (m_random.bounded(13)) {
         case 0:
             return JwSimulator::frameSentence(body, false);
         case 1:
@@ -229,6 +268,8 @@ private:
             return "!" + garbage(between(1, 10)) + framed;
         case 7:
             return chance(20) ? garbage(between(100, 700)) : garbage(between(1, 40));
+        case 8: // an unfinished line just below, at and above the longest that a port holds back
+            return chance(20) ? QByteArray(between(509, 514), chance(50) ? 'x' : '!') : "!x";
         default:
             return framed;
         }
@@ -238,7 +279,7 @@ private:
     {
         QByteArray bytes;
         while (bytes.size() < length)
-            bytes += static_cast<char>(between(1, 255));
+            bytes += static_cast<char>(between(0, 255));
         return bytes;
     }
 
@@ -246,7 +287,11 @@ private:
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
-    QByteArray m_rest; // of the text that boards are sending
+    QByteArray m_rests[DiscoverySchedule::mostPorts]; // of the text that each board is sending
+    bool m_oneText = false; // whose parts any board sends
+    bool m_onlyPieces = false;
+    int m_wholeSentences = 0; // the first ports, which send nothing else, and whose cables stay plugged in
+    int m_marks = 0;
 };
 
 /// The same, but the ports behind this one move up.
@@ -281,6 +326,14 @@ QString quoted(const QByteArray &bytes)
     QString text;
     QDebug(&text).nospace() << bytes;
     return text;
+}
+
+QString toText(const Answer &answer)
+{
+    QStringList texts;
+    for (const DiscoverySchedule::Piece &piece : answer)
+        texts << (piece.after == 0 ? QString() : QStringLiteral("after %1 ms ").arg(piece.after)) + quoted(piece.bytes);
+    return texts.isEmpty() ? QStringLiteral("nothing") : texts.join(QLatin1String(" + "));
 }
 
 QString numbers(const QVector<int> &list)
@@ -337,12 +390,14 @@ QString DiscoverySchedule::toString() const
     QString text = QStringLiteral("%1 port(s)\n").arg(ports);
     for (int port = 0; port < answers.size(); ++port) {
         QStringList texts;
-        for (const QByteArray &answer : answers[port])
-            texts << quoted(answer);
+        for (const Answer &answer : answers[port])
+            texts << toText(answer);
         if (!texts.isEmpty())
             text +=
                 QStringLiteral("  port %1 answers %2\n").arg(QString::number(port), texts.join(QLatin1String(", ")));
     }
+    for (const Turn &turn : turns)
+        text += QStringLiteral("  turn: %1 piece(s) from position %2 on\n").arg(turn.pieces).arg(turn.first);
     for (const OnInitialized &reaction : onInitialized) {
         text += QStringLiteral("  on deviceInitialized: %1, nested steps %2\n")
                     .arg(QLatin1String(initializedNames[reaction.action]))
@@ -356,6 +411,27 @@ QString DiscoverySchedule::toString() const
     for (const Step &step : steps)
         text += QStringLiteral("  %1\n").arg(toText(step));
     return text;
+}
+
+bool DiscoverySchedule::sendsWholeSentences(int port) const
+{
+    for (const Answer &answer : answers.value(port)) {
+        if (!answer.isEmpty() && !isWholeSentence(bytesOf(answer)))
+            return false;
+    }
+    return std::none_of(steps.cbegin(), steps.cend(), [port](const Step &step) {
+        const bool sends = step.action == Step::Send || step.action == Step::SendWithNext;
+        const bool pulls = step.action == Step::Pull || step.action == Step::PullWithNext;
+        return (sends || pulls) && step.port == port;
+    });
+}
+
+QByteArray bytesOf(const Answer &answer)
+{
+    QByteArray bytes;
+    for (const DiscoverySchedule::Piece &piece : answer)
+        bytes += piece.bytes;
+    return bytes;
 }
 
 DiscoverySchedule randomSchedule(quint32 seed)
@@ -388,9 +464,16 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
     shrinkIn(schedule.steps);
     shrinkIn(schedule.onInitialized);
     shrinkIn(schedule.onNotFound);
-    for (QVector<QByteArray> &answers : schedule.answers) {
-        replaceIfItFails(answers, QVector<QByteArray>());
+    shrinkIn(schedule.turns);
+    for (QVector<Answer> &answers : schedule.answers) {
         shrinkIn(answers);
+        for (Answer &answer : answers) {
+            shrinkIn(answer);
+            const Answer before = answer;
+            answer = {{bytesOf(before), 0}};
+            if (!fails(schedule))
+                answer = before;
+        }
     }
     for (Step &step : schedule.steps)
         replaceIfItFails(step.port, 0);
@@ -418,9 +501,17 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
         replaceIfItFails(reaction.action, OnNotFound::Nothing);
         replaceIfItFails(reaction.nestedSteps, 0);
     }
-    for (QVector<QByteArray> &answers : schedule.answers) {
-        for (QByteArray &answer : answers)
-            shrinkIn(answer);
+    for (QVector<Answer> &answers : schedule.answers) {
+        for (Answer &answer : answers) {
+            for (DiscoverySchedule::Piece &piece : answer) {
+                shrinkIn(piece.bytes);
+                replaceIfItFails(piece.after, 0);
+            }
+        }
+    }
+    for (Turn &turn : schedule.turns) {
+        replaceIfItFails(turn.first, 0);
+        replaceIfItFails(turn.pieces, 1);
     }
     shrinkIn(schedule.steps);
     return schedule;

@@ -54,15 +54,36 @@ struct DiscoverySchedule
         int nestedSteps = 0;
     };
 
+    /// A part of what a board sends to a sentence that it receives.
+    struct Piece
+    {
+        QByteArray bytes;
+        int after = 0; ///< ms after the piece before it; of the first one, after the sentence
+    };
+    using Answer = QVector<Piece>;
+
+    /// Which pieces arrive next when nothing is left to do in the event loop; before it goes on.
+    struct Turn
+    {
+        int first = 0; ///< of the ports that have a piece to send, modulo their number
+        int pieces = 1; ///< the first one's, that of the next such port ...
+    };
+
     int ports = 1; ///< cables plugged in, from port 0 on
-    QVector<QVector<QByteArray>> answers; ///< by port: what its board sends at once to the first, second ... sentence
+    QVector<QVector<Answer>> answers; ///< by port: what its board sends to the first, second ... sentence
+    QVector<Turn> turns; ///< used one after the other, again and again
     QVector<Step> steps;
     QVector<OnInitialized> onInitialized; ///< the first, second ... emission; nothing special after that
     QVector<OnNotFound> onNotFound;
 
     /// As text for people.
     QString toString() const;
+    /// Whether a port's board sends nothing but whole sentences, and its cable stays plugged in.
+    bool sendsWholeSentences(int port) const;
 };
+
+/// The pieces put together.
+QByteArray bytesOf(const DiscoverySchedule::Answer &answer);
 
 /// The same schedule for the same seed, on any machine.
 DiscoverySchedule randomSchedule(quint32 seed);

@@ -5,8 +5,10 @@
 
 #include <QSignalMapper>
 
+#include <algorithm>
 #include <climits>
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -104,6 +106,8 @@ void DiscoveryPorts::send(int port, const QByteArray &bytes)
     // to read yet; so that the host never gets these bytes in parts, they are counted.
     const int expected = unread(port) + bytes.size();
     board(port)->send(bytes);
+    pollfd descriptor = {m_descriptors[port], POLLIN, 0};
+    ::poll(&descriptor, 1, 0);
     while (unread(port) < expected)
         ::sched_yield();
 }
@@ -153,13 +157,14 @@ DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryP
         Board *const board = ports.board(port);
         QObject::connect(board, &Board::received, &m_context,
                          [this, port](const QByteArray &bytes) { m_received[port] += bytes; });
-        QObject::connect(board, &Board::sentenceReceived, &m_context,
-                         [this, port] { m_ports.send(port, nextAnswer(port)); });
+        QObject::connect(board, &Board::sentenceReceived, &m_context, [this, port] { answer(port); });
     }
+    clock.setOutside({[this] { return nextPieceDue(); }, [this] { sendPieces(); }});
 }
 
 DiscoverySubject::~DiscoverySubject()
 {
+    m_clock.setOutside({});
     loggerInstance()->removeSink(m_sink);
     loggerInstance()->setLevel(Logger::Warning);
     delete m_initializer;
@@ -190,6 +195,14 @@ void DiscoverySubject::takeRecord(const LogRecord &record)
             ++timers;
     }
     note(QStringLiteral("reply timers: %1").arg(timers));
+}
+
+bool DiscoverySubject::isListening(int port) const
+{
+    return std::any_of(m_probed.cbegin(), m_probed.cend(), [port](const Probed &probed) {
+        return probed.name == portName(port) && probed.port && probed.port->isOpen() && probed.guard
+            && probed.guard->device() == probed.port;
+    });
 }
 
 bool DiscoverySubject::isListed(const Probed &probed) const

@@ -63,6 +63,8 @@ protected:
     bool wait(int milliseconds) override;
     QStringList states() const override;
     QByteArray takeReceived(int port) override;
+    qint64 now() const override { return m_clock.now(); }
+    bool isListening(int port) const override;
 
     bool isAlive(int handOver) const override { return at(handOver).comm; }
     bool readPayload(int handOver, QString &payload) override;

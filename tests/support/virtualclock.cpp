@@ -62,7 +62,7 @@ bool VirtualClock::processEvents(QEventLoop::ProcessEventsFlags flags)
     if (!(flags & QEventLoop::WaitForMoreEvents))
         return false;
     Q_EMIT aboutToBlock();
-    if (serveTimer())
+    if (serveOutside() || serveTimer())
         return true;
     if (m_end.loop) {
         m_now = std::max(m_now, m_end.time);
@@ -97,12 +97,28 @@ bool VirtualClock::serveDescriptor(int timeout)
     return false;
 }
 
+bool VirtualClock::isWithinRun(qint64 due) const
+{
+    return !m_end.loop || due <= std::max(m_now, m_end.time);
+}
+
+bool VirtualClock::serveOutside()
+{
+    const qint64 due = m_outside.nextDue ? m_outside.nextDue() : -1;
+    const auto isEarlier = [due](const Timer &timer) { return timer.due < due; };
+    if (due < 0 || !isWithinRun(due) || std::any_of(m_timers.cbegin(), m_timers.cend(), isEarlier))
+        return false;
+    m_now = std::max(m_now, due);
+    m_outside.happen();
+    return true;
+}
+
 bool VirtualClock::serveTimer()
 {
     const auto order = [](const Timer &timer) { return std::make_tuple(timer.due, siblingPosition(timer.object)); };
     const auto next = std::min_element(m_timers.begin(), m_timers.end(),
                                        [order](const Timer &a, const Timer &b) { return order(a) < order(b); });
-    if (next == m_timers.end() || (m_end.loop && next->due > std::max(m_now, m_end.time)))
+    if (next == m_timers.end() || !isWithinRun(next->due))
         return false;
     m_now = std::max(m_now, next->due);
     m_end.served = 0;

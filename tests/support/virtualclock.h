@@ -4,6 +4,7 @@
 #include <QList>
 
 #include <atomic>
+#include <functional>
 
 class QEventLoop;
 
@@ -25,6 +26,14 @@ public:
     /// Runs a new event loop until so many ms have passed and nothing is left to do. May be called from within events.
     /// False when it had to give up, since descriptors stayed ready for ever.
     bool run(int milliseconds);
+    /// What happens outside of the process.
+    struct Outside
+    {
+        std::function<qint64()> nextDue; ///< by now(); -1 for never
+        std::function<void()> happen;
+    };
+    /// It happens when nothing else is left to do, and before a timer that is due at the same moment.
+    void setOutside(const Outside &outside) { m_outside = outside; }
     /// Milliseconds that passed since the start.
     qint64 now() const { return m_now; }
 
@@ -60,10 +69,13 @@ private:
     };
 
     bool serveDescriptor(int timeout);
+    bool serveOutside();
     bool serveTimer();
+    bool isWithinRun(qint64 due) const;
 
     QList<QSocketNotifier *> m_notifiers; // in the order of registration
     QList<Timer> m_timers; // likewise
+    Outside m_outside;
     qint64 m_now = 0;
     End m_end = {0, nullptr, 0, false}; // of the innermost run()
     std::atomic<bool> m_posted = {false};
