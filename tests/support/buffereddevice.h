@@ -4,7 +4,6 @@
 #include <QIODevice>
 
 #include <algorithm>
-#include <cstring>
 
 /// A sequential device with the buffer of QIODevice, as ports and sockets have it: what arrived stays until it is read,
 /// and goes when the device closes.
@@ -28,7 +27,7 @@ protected:
     qint64 readData(char *data, qint64 maxSize) override
     {
         const qint64 count = std::min<qint64>(maxSize, m_arrived.size());
-        std::memcpy(data, m_arrived.constData(), static_cast<std::size_t>(count));
+        std::copy_n(m_arrived.constData(), count, data);
         m_arrived.remove(0, static_cast<int>(count));
         return count;
     }
