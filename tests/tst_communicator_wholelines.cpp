@@ -144,7 +144,7 @@ void CommunicatorWholeLinesTest::piecesOfManyBoardsReachTheirCommunicators()
 {
     QFETCH(DeviceKind, kind);
     QFETCH(int, count);
-    constexpr int payloadCount = 12;
+    constexpr int payloadCount = 8;
     QRandomGenerator random(static_cast<quint32>(count));
     struct Sender
     {
