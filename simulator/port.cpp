@@ -1,6 +1,7 @@
 #include <simulator/port.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 #include <umockdev.h>
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <grp.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -81,10 +83,29 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
+// Other serial programs write one line, "%10d" or "%10d name user". QLockFile misses its own second line, the program's
+// name, takes the lock for stale and deletes it.
+bool isHeldByOtherProgram(const QString &portName)
+{
+    QFile file(lockFileName(portName));
+    if (file.exists() && !QFileInfo(file).isFile())
+        return true; // no program's lock, and reading a FIFO would wait for its writer
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray holder = file.readLine().simplified().split(' ').first();
+    if (!file.readLine().trimmed().isEmpty())
+        return false;
+    bool isNumber = false;
+    const pid_t process = holder.toInt(&isNumber);
+    return isNumber && process > 0 && (::kill(process, 0) == 0 || errno != ESRCH);
+}
+
 } // namespace
 
 bool isLocked(const QString &portName)
 {
+    if (isHeldByOtherProgram(portName))
+        return true;
     const std::unique_ptr<QLockFile> lock = portLock(portName); // what it locks here it gives up at once
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
@@ -109,7 +130,7 @@ Port::~Port()
 {
     m_lock.reset();
     // A host that was killed while it had the port open leaves its lock file; one of a living process is not stale.
-    if (QFileInfo::exists(lockFileName(m_config.port)))
+    if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
         portLock(m_config.port)->removeStaleLockFile();
 }
 
@@ -237,7 +258,7 @@ bool Port::deny(QString &error)
 bool Port::hold(QString &error)
 {
     m_lock = portLock(m_config.port);
-    if (m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
+    if (!isHeldByOtherProgram(m_config.port) && m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
         return true;
     error = QStringLiteral("cannot hold the port: another program has the lock file %1; choose another port name")
                 .arg(lockFileName(m_config.port));

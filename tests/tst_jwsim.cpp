@@ -90,6 +90,19 @@ bool isGone(pid_t process)
     return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
+// Where serial programs keep their lock files on this machine.
+QString lockFile(const QString &port)
+{
+    const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
+    return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
+}
+
+// As serial programs write it, right-aligned in ten columns.
+QByteArray tenColumns(qint64 process)
+{
+    return QByteArray::number(process).rightJustified(10);
+}
+
 QStringList lockFiles(const QString &port)
 {
     QStringList files;
@@ -161,6 +174,9 @@ private Q_SLOTS:
     void commandThatStaysIsKilled();
     void ctrlCReachesTheCommandOnce();
     void nothingIsLeftOfAKilledHost();
+    void lockOfALivingProgramStays_data();
+    void lockOfALivingProgramStays();
+    void lockOfAnEndedProgramGoes();
 
     void socatTalksToABoard();
     void pythonTalksToABoard();
@@ -909,6 +925,48 @@ void TestJwsim::nothingIsLeftOfAKilledHost()
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
     QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // which cleanup() must not find any more
     QCOMPARE(outcome.status, 0);
+}
+
+void TestJwsim::lockOfALivingProgramStays_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QByteArray>("keys");
+    QTest::addColumn<int>("status");
+
+    const QByteArray process = tenColumns(::getpid());
+    QTest::newRow("process id") << process + '\n' << QByteArray() << 0;
+    QTest::newRow("without a line end") << process << QByteArray() << 0;
+    QTest::newRow("process id, name, user") << process + " minicom root\n" << QByteArray() << 0;
+    QTest::newRow("process of somebody else") << tenColumns(1) + '\n' << QByteArray() << 0;
+    QTest::newRow("port that jwsim holds itself") << process + '\n' << QByteArray("open=busy") << 2;
+}
+
+void TestJwsim::lockOfALivingProgramStays()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QByteArray, keys);
+    QFETCH(int, status);
+
+    const QString lock = lockFile(m_port);
+    QVERIFY(writeFile(lock, text));
+    const Outcome outcome = jwsim(simulated({boardOn("silent", m_port, keys.constData())}, {QStringLiteral("true")}));
+    const QByteArray after = readFile(lock);
+    QFile::remove(lock);
+    QCOMPARE(after, text);
+    QCOMPARE(outcome.status, status);
+    QCOMPARE(outcome.error.contains(lock.toLocal8Bit()), status != 0);
+}
+
+void TestJwsim::lockOfAnEndedProgramGoes()
+{
+    QProcess ended;
+    ended.start(QStringLiteral("true"), QStringList());
+    QVERIFY(ended.waitForStarted());
+    const qint64 process = ended.processId();
+    QVERIFY(ended.waitForFinished(programPatience));
+    QVERIFY(writeFile(lockFile(m_port), tenColumns(process) + '\n'));
+    QCOMPARE(jwsim(simulated({boardOn("silent", m_port)}, {QStringLiteral("true")})).status, 0);
+    // cleanup() must not find it any more.
 }
 
 void TestJwsim::socatTalksToABoard()

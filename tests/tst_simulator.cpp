@@ -3,6 +3,7 @@
 
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
+#include <simulator/port.h>
 #include <simulator/scenario.h>
 #include <simulator/testbed.h>
 #include <simulator/wire.h>
@@ -18,6 +19,7 @@
 #include <QVariantMap>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using JwSimulator::Board;
@@ -98,6 +100,13 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("seed"), config.seed}};
 }
 
+// Where serial programs keep their lock files on this machine.
+QString lockFile(const QString &port)
+{
+    const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
+    return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
+}
+
 QByteArray journalBytes(const Board *board, JournalEntry::Direction direction)
 {
     QByteArray bytes;
@@ -157,6 +166,8 @@ private Q_SLOTS:
     void freeNamesAvoidTheGivenOnes();
     void serialNumbersAreDistinct();
     void takenPortNameIsRefused();
+    void nameThatAnotherProgramHasIsLocked();
+    void nameWhoseLockIsNoFileIsLocked();
     void moreThanTheCeilingIsRefused();
 
     void boardAnswersItsOwnQuery_data();
@@ -438,6 +449,33 @@ void TestSimulator::takenPortNameIsRefused()
     QVERIFY(!m_testbed->add(config, &error));
     QVERIFY2(error.contains(board->portName()), qPrintable(error));
     QCOMPARE(m_testbed->boards().size(), 1);
+}
+
+void TestSimulator::nameThatAnotherProgramHasIsLocked()
+{
+    const QString name = uniquePortName();
+    QVERIFY(!JwSimulator::isLocked(name));
+    // As serial programs write it that know nothing of QLockFile.
+    const QByteArray text = QByteArray::number(::getpid()).rightJustified(10) + '\n';
+    QFile lock(lockFile(name));
+    QVERIFY(lock.open(QIODevice::ReadWrite));
+    QCOMPARE(lock.write(text), qint64(text.size()));
+    QVERIFY(lock.flush());
+    QVERIFY(JwSimulator::isLocked(name));
+    QVERIFY(lock.remove()); // which a lock that was taken for stale could not be any more
+    QVERIFY(!JwSimulator::isLocked(name));
+}
+
+void TestSimulator::nameWhoseLockIsNoFileIsLocked()
+{
+    const QString name = uniquePortName();
+    QCOMPARE(::mkfifo(lockFile(name).toLocal8Bit().constData(), 0600), 0);
+    QVERIFY(JwSimulator::isLocked(name)); // at once, not when somebody writes
+    BoardConfig config;
+    config.port = name;
+    QVERIFY(m_testbed->add(config));
+    m_testbed.reset();
+    QVERIFY(QFile::remove(lockFile(name)));
 }
 
 void TestSimulator::moreThanTheCeilingIsRefused()
