@@ -165,6 +165,7 @@ private Q_SLOTS:
     void argumentsAfterTheCommandAreItsOwn();
     void doubleDashEndsTheOptions();
     void runsWithoutABoard();
+    void manyLongRepliesTakeLittleMemory();
 
     void reportHasWhatTravelled();
     void reportIsWrittenWhenTheCommandIsKilled();
@@ -781,6 +782,31 @@ void TestJwsim::runsWithoutABoard()
     QVERIFY(report.object().value(QLatin1String("boards")).toArray().isEmpty());
     QCOMPARE(outcome.error, QByteArray("jwsim: no board is simulated; add one, for example --board BoardA\n"));
     QCOMPARE(outcome.status, 0);
+}
+
+void TestJwsim::manyLongRepliesTakeLittleMemory()
+{
+    // 1 GB of replies, 20 MB of which are read.
+    const QString read = QStringLiteral("import os, sys\n"
+                                        "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
+                                        "os.write(port, b'$PJWVER*0c\\r\\n')\n"
+                                        "count = 0\n"
+                                        "while count < 20000000:\n"
+                                        "    count += len(os.read(port, 65536))\n");
+    const QString measure = QStringLiteral("import resource, subprocess, sys\n"
+                                           "status = subprocess.call(sys.argv[1:])\n"
+                                           "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\n"
+                                           "sys.exit(status)\n");
+    const Outcome outcome = runProgram(
+        QStringLiteral("python3"),
+        QStringList{QStringLiteral("-c"), measure, jwsimProgram(), QStringLiteral("--report"), file("report.json")}
+            + simulated({boardOn("BoardA", m_port, "replies=1000,noise=1000000")},
+                        {QStringLiteral("python3"), QStringLiteral("-c"), read, m_port}));
+    QCOMPARE(outcome.error, QByteArray());
+    QCOMPARE(outcome.status, 0);
+    // Kilobytes, of which the sanitizers keep most.
+    QVERIFY2(outcome.output.toInt() < 500000, outcome.output.constData());
+    QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
 void TestJwsim::reportHasWhatTravelled()

@@ -15,6 +15,7 @@
 #include <QSerialPortInfo>
 #include <QSet>
 #include <QSignalSpy>
+#include <QSocketNotifier>
 #include <QTemporaryFile>
 #include <QVariantMap>
 
@@ -58,20 +59,47 @@ public:
     {
         return ::write(m_descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
     }
+    int descriptor() const { return m_descriptor; }
+    /// What one read() gets.
+    QByteArray read() const
+    {
+        char bytes[4096];
+        const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
+        return {bytes, static_cast<int>(qMax<ssize_t>(0, count))};
+    }
     /// Everything that came so far.
     const QByteArray &received()
     {
-        char bytes[4096];
-        for (ssize_t count = 1; count > 0;) {
-            count = ::read(m_descriptor, bytes, sizeof bytes);
-            m_received.append(bytes, static_cast<int>(qMax<ssize_t>(0, count)));
-        }
+        for (QByteArray bytes = read(); !bytes.isEmpty(); bytes = read())
+            m_received += bytes;
         return m_received;
     }
 
 private:
     const int m_descriptor;
     QByteArray m_received;
+};
+
+/// A host that reads as soon as there is something.
+class PromptHost
+{
+public:
+    explicit PromptHost(const Board *board)
+        : m_port(board)
+        , m_readable(m_port.descriptor(), QSocketNotifier::Read)
+    {
+        QObject::connect(&m_readable, &QSocketNotifier::activated, [this] { m_pieces.append(m_port.read()); });
+    }
+
+    bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
+    /// As they came.
+    const QList<QByteArray> &pieces() const { return m_pieces; }
+    QByteArray received() const { return m_pieces.join(); }
+
+private:
+    const HostPort m_port;
+    QSocketNotifier m_readable;
+    QByteArrayList m_pieces;
 };
 
 #define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, patience)
@@ -193,6 +221,7 @@ private Q_SLOTS:
     void portThatIsNotReadKeepsWhatIsSent();
     void babbleIsNotKeptForAPortThatIsNotRead();
     void journalHasWhatTravelled();
+    void journalKeepsTheNewest();
     void pulledCableTakesThePortAway();
     void pluggedPortIsANewOne();
     void boardCanBePulledInItsOwnSignal_data();
@@ -803,6 +832,24 @@ void TestSimulator::journalHasWhatTravelled()
         QVERIFY(journal.at(i).milliseconds >= 0);
     }
     QVERIFY(journal.at(1).milliseconds <= journal.at(2).milliseconds);
+}
+
+void TestSimulator::journalKeepsTheNewest()
+{
+    const int most = 4 * 1024 * 1024;
+    Board *board = add("silent");
+    QSignalSpy sent(board, &Board::sent);
+    const PromptHost host(board);
+    for (const char letter : {'a', 'b', 'c', 'd', 'e', 'f'})
+        QVERIFY(board->send(QByteArray(1024 * 1024, letter)));
+    WAIT_FOR(sent.size() == 6);
+    const QByteArray bytes = journalBytes(board, JournalEntry::Sent);
+    QCOMPARE(bytes.size(), most);
+    QVERIFY(bytes.startsWith('c') && bytes.endsWith('f'));
+    // A single entry is kept however long it is.
+    QVERIFY(board->send(QByteArray(most + 1, 'g')));
+    WAIT_FOR(sent.size() == 7);
+    QCOMPARE(journalBytes(board, JournalEntry::Sent), QByteArray(most + 1, 'g'));
 }
 
 void TestSimulator::pulledCableTakesThePortAway()
