@@ -153,7 +153,14 @@ private Q_SLOTS:
     void wrongScenarioIsRefused();
     void tooManyBoardsAreRefused();
     void unwritableReportIsRefused();
+    void reportStaysAsItWasWhenNothingRan_data();
+    void reportStaysAsItWasWhenNothingRan();
+    void reportReplacesTheFormerOne();
+    void reportThatCouldNotBeWrittenIsAFailure_data();
+    void reportThatCouldNotBeWrittenIsAFailure();
     void helpNamesAllThatIsAllowed();
+    void textThatCouldNotBeWrittenIsAFailure_data();
+    void textThatCouldNotBeWrittenIsAFailure();
     void versionIsThatOfTheProject();
 
     void commandsStatusIsPassedOn();
@@ -165,6 +172,8 @@ private Q_SLOTS:
     void argumentsAfterTheCommandAreItsOwn();
     void doubleDashEndsTheOptions();
     void runsWithoutABoard();
+    void runsWhereSigchldIsIgnored();
+    void runsWithALeftoverInTheEnvironment();
     void manyLongRepliesTakeLittleMemory();
 
     void reportHasWhatTravelled();
@@ -653,13 +662,90 @@ void TestJwsim::tooManyBoardsAreRefused()
 
 void TestJwsim::unwritableReportIsRefused()
 {
-    for (const QString &name : {file("no/such/folder/report.json"), m_folder->path()}) {
+    QVERIFY(writeFile(file("file"), QByteArray()));
+    for (const QString &name : {file("no/such/folder/report.json"), m_folder->path(), file("file/report.json")}) {
         const Outcome outcome = jwsim({QStringLiteral("--report"), name, QStringLiteral("touch"), file("started")});
         QCOMPARE(outcome.status, 2);
         QCOMPARE(linesOf(outcome.error).size(), 1);
         QVERIFY2(outcome.error.contains(name.toLocal8Bit()), outcome.error.constData());
         QVERIFY(!QFile::exists(file("started")));
     }
+}
+
+void TestJwsim::reportStaysAsItWasWhenNothingRan_data()
+{
+    QTest::addColumn<QString>("board");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("status");
+
+    const QString none = QStringLiteral("silent");
+    QTest::newRow("wrong board") << QStringLiteral("BoardA,delay=x") << QStringLiteral("true") << 2;
+    QTest::newRow("board that the system refuses")
+        << QStringLiteral("silent,port=ttyQQ8,open=busy") << QStringLiteral("true") << 2;
+    QTest::newRow("no COMMAND") << none << QString() << 2;
+    QTest::newRow("COMMAND is not there") << none << QStringLiteral("no-such-program-anywhere") << 127;
+    QTest::newRow("COMMAND is no program") << none << QStringLiteral("/etc/passwd") << 126;
+}
+
+void TestJwsim::reportStaysAsItWasWhenNothingRan()
+{
+    QFETCH(QString, board);
+    QFETCH(QString, command);
+    QFETCH(int, status);
+
+    QString lock;
+    if (board.contains(QLatin1String("open=busy"))) {
+        board = boardOn("silent", m_port, "open=busy");
+        lock = lockFile(m_port);
+        QVERIFY(writeFile(lock, tenColumns(::getpid()) + '\n'));
+    }
+    QVERIFY(writeFile(file("report.json"), "former"));
+    for (const QString &name : {file("report.json"), file("new.json")}) {
+        QStringList arguments{QStringLiteral("--report"), name, QStringLiteral("--board"), board};
+        if (!command.isEmpty())
+            arguments.append(command);
+        const Outcome outcome = jwsim(arguments);
+        QCOMPARE(outcome.status, status);
+        QCOMPARE(linesOf(outcome.error).size(), 1);
+    }
+    if (!lock.isEmpty())
+        QVERIFY(QFile::remove(lock));
+    QCOMPARE(readFile(file("report.json")), QByteArray("former"));
+    QVERIFY(!QFile::exists(file("new.json")));
+}
+
+void TestJwsim::reportReplacesTheFormerOne()
+{
+    const QString name = file("report.json");
+    QVERIFY(writeFile(name, QByteArray(100000, 'x')));
+    // COMMAND finds it as it was.
+    const Outcome outcome = jwsim(QStringList{QStringLiteral("--report"), name}
+                                  + simulated({boardOn("silent", m_port)}, {QStringLiteral("cat"), name}));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.output, QByteArray(100000, 'x'));
+    QCOMPARE(boardReport(readFile(name)).value(QLatin1String("port")).toString(), m_port);
+}
+
+void TestJwsim::reportThatCouldNotBeWrittenIsAFailure_data()
+{
+    QTest::addColumn<int>("command");
+    QTest::addColumn<int>("status");
+    QTest::newRow("COMMAND was successful") << 0 << 125;
+    QTest::newRow("COMMAND had failed") << 3 << 3;
+}
+
+void TestJwsim::reportThatCouldNotBeWrittenIsAFailure()
+{
+    QFETCH(int, command);
+    QFETCH(int, status);
+
+    const Outcome outcome =
+        jwsim(QStringList{QStringLiteral("--report"), QStringLiteral("/dev/full")}
+              + simulated({boardOn("silent", m_port)}, shell(QStringLiteral("exit %1").arg(command))));
+    QCOMPARE(outcome.status, status);
+    QCOMPARE(linesOf(outcome.error).size(), 1);
+    QVERIFY2(outcome.error.contains("/dev/full"), outcome.error.constData());
+    QVERIFY2(outcome.error.contains("No space left"), outcome.error.constData());
 }
 
 void TestJwsim::helpNamesAllThatIsAllowed()
@@ -683,6 +769,25 @@ void TestJwsim::helpNamesAllThatIsAllowed()
                              "  serial ",     "  port ",
                              "  interval ",   "  seed "})
         QVERIFY2(outcome.output.contains(text), text);
+}
+
+void TestJwsim::textThatCouldNotBeWrittenIsAFailure_data()
+{
+    QTest::addColumn<QString>("call");
+    for (const char *option : {"--help", "--version"}) {
+        QTest::addRow("%s to a full device", option)
+            << QStringLiteral("\"$0\" %1 > /dev/full").arg(QLatin1String(option));
+        QTest::addRow("%s to nowhere", option) << QStringLiteral("\"$0\" %1 >&-").arg(QLatin1String(option));
+    }
+}
+
+void TestJwsim::textThatCouldNotBeWrittenIsAFailure()
+{
+    QFETCH(QString, call);
+    const Outcome outcome = runProgram(QStringLiteral("sh"), {QStringLiteral("-c"), call, jwsimProgram()});
+    QCOMPARE(outcome.status, 125);
+    QCOMPARE(linesOf(outcome.error).size(), 1);
+    QVERIFY2(outcome.error.startsWith("jwsim: cannot write to standard output: "), outcome.error.constData());
 }
 
 void TestJwsim::versionIsThatOfTheProject()
@@ -782,6 +887,35 @@ void TestJwsim::runsWithoutABoard()
     QVERIFY(report.object().value(QLatin1String("boards")).toArray().isEmpty());
     QCOMPARE(outcome.error, QByteArray("jwsim: no board is simulated; add one, for example --board BoardA\n"));
     QCOMPARE(outcome.status, 0);
+}
+
+void TestJwsim::runsWhereSigchldIsIgnored()
+{
+    const QString call = QStringLiteral("import os, signal, sys\n"
+                                        "signal.signal(signal.SIGCHLD, signal.SIG_IGN)\n"
+                                        "os.execv(sys.argv[1], sys.argv[1:])\n");
+    const QString command = QStringLiteral("import signal, sys\n"
+                                           "print(signal.getsignal(signal.SIGCHLD) == signal.SIG_IGN)\n"
+                                           "sys.exit(7)\n");
+    const QString python = QStringLiteral("python3");
+    const Outcome outcome =
+        runProgram(python,
+                   QStringList{QStringLiteral("-c"), call, jwsimProgram()}
+                       + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
+    QCOMPARE(outcome.status, 7);
+    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND starts as it would without jwsim
+}
+
+void TestJwsim::runsWithALeftoverInTheEnvironment()
+{
+    ProgramRun run(jwsimProgram(), simulated({boardOn("silent", m_port)}, shell(QStringLiteral("ls /sys/class/tty"))));
+    prepare(run);
+    run.setEnvironment(QStringLiteral("JWSIM_PRELOAD_TRIED"), QStringLiteral("1"));
+    run.start();
+    QVERIFY(run.finish());
+    QCOMPARE(run.error(), QByteArray());
+    QCOMPARE(run.output().trimmed(), m_port.toLatin1());
+    QCOMPARE(run.status(), 0);
 }
 
 void TestJwsim::manyLongRepliesTakeLittleMemory()
