@@ -139,6 +139,8 @@ const std::vector<Key> &keys()
                 "USB manufacturer"),
         hexKey("vendor", &Config::vendor, "USB vendor id"),
         hexKey("product", &Config::product, "USB product id"),
+        textKey("product-name", &Config::productName, printable, "up to 126 printable ASCII characters",
+                "USB product name"),
         textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters", "USB serial number"),
         textKey("port", &Config::port, "tty[A-Z]{2,8}[0-9]{1,4}", "a port name such as ttyACM0 or ttyUSB1",
                 "name of the port"),

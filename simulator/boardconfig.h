@@ -56,6 +56,7 @@ struct BoardConfig
     QString manufacturer = QStringLiteral("STMicroelectronics."); ///< of the USB device
     quint16 vendor = 0x0483; ///< USB vendor id
     quint16 product = 0x5740; ///< USB product id
+    QString productName = QStringLiteral("Simulated board"); ///< USB product name
     QString serial; ///< USB serial number; null = one that no other board of the testbed has
     QString port; ///< port name without folder; null = the first of ttyACM0, ttyACM1, ... that is neither another
                   ///< board's nor locked

@@ -569,6 +569,7 @@ void TestJwsim::wrongUseIsRefused_data()
     board("vendor no hexadecimal", "BoardA,vendor=0x48", {QStringLiteral("4 hexadecimal digits")});
     board("product of 5 digits", "BoardA,product=12345", {QStringLiteral("4 hexadecimal digits")});
     board("manufacturer not ASCII", "BoardA,manufacturer=M\xfcller", {QStringLiteral("printable ASCII")});
+    board("product-name not ASCII", "BoardA,product-name=\xfc", {QStringLiteral("printable ASCII")});
     board("serial not ASCII", "BoardA,serial=\xfc", {QStringLiteral("printable ASCII")});
     board("port with folder", "BoardA,port=/dev/ttyACM0", {QStringLiteral("ttyACM0")});
     board("port leading out", "BoardA,port=../x", {QStringLiteral("ttyACM0")});
@@ -753,21 +754,22 @@ void TestJwsim::helpNamesAllThatIsAllowed()
     const Outcome outcome = jwsim({QStringLiteral("--help")});
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.error, QByteArray());
-    for (const char *text : {"--scenario",    "--board",
-                             "--report",      "--help",
-                             "--version",     "BoardA",
-                             "BoardB",        "BoardC",
-                             "silent",        "babble",
-                             "other",         "  delay ",
-                             "  speed ",      "  chunk ",
-                             "  gap ",        "  noise ",
-                             "  checksum ",   "  hwversion ",
-                             "  ignore ",     "  replies ",
-                             "  pull-after ", "  pull-after-bytes ",
-                             "  open ",       "  manufacturer ",
-                             "  vendor ",     "  product ",
-                             "  serial ",     "  port ",
-                             "  interval ",   "  seed "})
+    for (const char *text : {"--scenario",      "--board",
+                             "--report",        "--help",
+                             "--version",       "BoardA",
+                             "BoardB",          "BoardC",
+                             "silent",          "babble",
+                             "other",           "  delay ",
+                             "  speed ",        "  chunk ",
+                             "  gap ",          "  noise ",
+                             "  checksum ",     "  hwversion ",
+                             "  ignore ",       "  replies ",
+                             "  pull-after ",   "  pull-after-bytes ",
+                             "  open ",         "  manufacturer ",
+                             "  vendor ",       "  product ",
+                             "  product-name ", "  serial ",
+                             "  port ",         "  interval ",
+                             "  seed "})
         QVERIFY2(outcome.output.contains(text), text);
 }
 

@@ -122,6 +122,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("manufacturer"), config.manufacturer},
             {QStringLiteral("vendor"), config.vendor},
             {QStringLiteral("product"), config.product},
+            {QStringLiteral("product-name"), config.productName},
             {QStringLiteral("serial"), config.serial},
             {QStringLiteral("port"), config.port},
             {QStringLiteral("interval"), config.interval},
@@ -268,6 +269,7 @@ void TestSimulator::keySetsItsFieldAlone_data()
     row("manufacturer", "Acme Boards", QStringLiteral("Acme Boards"));
     row("vendor", "1a2B", 0x1a2b);
     row("product", "0001", 1);
+    row("product-name", "Wind & Water", QStringLiteral("Wind & Water"));
     row("serial", "X-1", QStringLiteral("X-1"));
     row("port", "ttyUSB7", QStringLiteral("ttyUSB7"));
     row("interval", "5", 5);
@@ -422,7 +424,8 @@ void TestSimulator::bodyOfALine()
 
 void TestSimulator::portsShowUpAsUsbDevices()
 {
-    const Board *first = add("BoardA,manufacturer=Acme Boards,vendor=12ab,product=00fe,serial=S-7");
+    const Board *first =
+        add("BoardA,manufacturer=Acme Boards,vendor=12ab,product=00fe,product-name=Wind & Water,serial=S 7");
     const Board *second = add("silent");
     QCOMPARE(systemPorts(), (QStringList{first->portName(), second->portName()}));
 
@@ -430,10 +433,12 @@ void TestSimulator::portsShowUpAsUsbDevices()
     QCOMPARE(info.manufacturer(), QStringLiteral("Acme Boards"));
     QCOMPARE(info.vendorIdentifier(), quint16(0x12ab));
     QCOMPARE(info.productIdentifier(), quint16(0x00fe));
-    QCOMPARE(info.serialNumber(), QStringLiteral("S-7"));
+    QCOMPARE(info.serialNumber(), QStringLiteral("S 7"));
+    QCOMPARE(info.description(), QStringLiteral("Wind & Water"));
     const QSerialPortInfo plain(second->portName());
     QCOMPARE(plain.manufacturer(), QStringLiteral("STMicroelectronics."));
     QCOMPARE(plain.vendorIdentifier(), quint16(0x0483));
+    QCOMPARE(plain.description(), QStringLiteral("Simulated board"));
 }
 
 void TestSimulator::freeNamesAvoidTheGivenOnes()
