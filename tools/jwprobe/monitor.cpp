@@ -29,7 +29,7 @@ void printEvent(const QString &event, const Board *board, QJsonObject object)
     object[QLatin1String("time")] = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
     object[QLatin1String("port")] = board->port().name;
     object[QLatin1String("type")] = typeName(board->type());
-    print(jsonLine(object));
+    print(jsonText(object, QJsonDocument::Compact));
 }
 
 bool isNamed(const Board *board, const QString &name)

@@ -6,7 +6,6 @@
 #include "signalwatch.h"
 
 #include <QCoreApplication>
-#include <QJsonDocument>
 
 #include <unistd.h>
 
@@ -59,9 +58,9 @@ bool Program::printResult(const SearchResult &result) const
     }
     QJsonObject document = reportJson(result);
     if (!isMonitor)
-        return print(QString::fromUtf8(QJsonDocument(document).toJson()));
+        return print(jsonText(document, QJsonDocument::Indented));
     document[QLatin1String("event")] = QStringLiteral("search");
-    return print(jsonLine(document));
+    return print(jsonText(document, QJsonDocument::Compact));
 }
 
 void Program::monitor(const SearchResult &result)
