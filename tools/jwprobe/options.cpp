@@ -44,8 +44,11 @@ Output
 Doctor
   For each candidate port, or those named by --port, standard output says what
   keeps it from opening and the command that mends it: no permission for this
-  user, session or group, no udev rule; another program that has it open, or its
-  lock file; a lock file left behind that this user may not remove. It also
+  user, session or group, no udev rule; another program that has it open, or a
+  lock file that names one; a lock file left behind that this user may not
+  remove; what is no lock file in place of one, which a search does not open
+  either. Only a process that was seen to have the port open is to be ended,
+  only a lock file that names no living process is to be removed. It also
   names what may keep a board from being found, which counts as trouble too:
   another program that has the port open and lets others open it; ModemManager,
   which udev was not told to keep off the port. It changes nothing, and opens a
