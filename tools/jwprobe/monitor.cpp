@@ -6,8 +6,6 @@
 #include "output.h"
 #include "sentence.h"
 
-#include <device/communicator.h>
-
 #include <QDateTime>
 #include <QJsonObject>
 
@@ -50,8 +48,7 @@ void Monitor::start()
     introduce();
     const QList<Board *> boards = m_boards;
     for (Board *board : boards) {
-        connect(board->communicator(), QOverload<>::of(&JwDevice::Communicator::readyRead), this,
-                [this, board] { receive(board); });
+        connect(board, &Board::readyRead, this, [this, board] { receive(board); });
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         receive(board);
         if (!board->isConnected()) // lost while others were searched
@@ -77,7 +74,7 @@ void Monitor::introduce() const
 void Monitor::receive(Board *board)
 {
     QString payload;
-    while (board->communicator()->readPayload(payload))
+    while (board->receive(payload))
         showPayload(board, true, payload);
 }
 
@@ -88,7 +85,7 @@ void Monitor::lose(Board *board)
     if (m_json)
         printEvent(QStringLiteral("lost"), board, {});
     else
-        print(QStringLiteral("%1  %2  cable pulled\n").arg(clockText(), board->port().name));
+        print(QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, printable(board->lossText())));
     if (m_boards.isEmpty())
         QMetaObject::invokeMethod(this, &Monitor::allLost, Qt::QueuedConnection);
 }
@@ -106,7 +103,7 @@ void Monitor::send(const QString &line)
         return;
     }
     for (Board *board : boards) {
-        board->communicator()->writePayload(*sentence);
+        board->send(*sentence);
         showPayload(board, false, *sentence);
     }
 }
