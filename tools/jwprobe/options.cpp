@@ -69,7 +69,9 @@ Monitor
   line end. A start flag ("$" or "!") and a checksum may be typed; a line with a
   wrong checksum is not sent. It goes to every board, or to the one that it
   begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER". The end of standard input
-  does not end the monitor; Ctrl-C does, and so does the loss of the last board.
+  does not end the monitor; Ctrl-C does, and so does the loss of the last board
+  or of the reader of standard output. Standard input waits while a board has
+  more than 64 KiB to take, and a terminal is read in its foreground only.
   Sentences of several boards that arrive at the same moment can get mixed: the
   library gathers all bytes in one place. For one board alone, give --port.
 
@@ -77,9 +79,11 @@ Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor was
      ended by Ctrl-C or SIGTERM
   1  some are missing; the doctor found trouble; the monitor lost its last board
+     or the reader of its output
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board
-  A search that is ended by a signal gives 128 and the signal's number.
+  A search that is ended by a signal gives 128 and the signal's number. Ctrl-C
+  and SIGTERM end it, and the monitor, within a second.
 )";
 
 class Parser

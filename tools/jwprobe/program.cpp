@@ -11,12 +11,6 @@
 
 namespace JwProbe {
 
-namespace {
-
-constexpr int signalStatus = 128; // as shells count it
-
-} // namespace
-
 Program::Program(const Options &options)
     : m_options(options)
     , m_finder(m_options)
@@ -65,18 +59,20 @@ bool Program::printResult(const SearchResult &result) const
 
 void Program::monitor(const SearchResult &result)
 {
+    SignalWatch::setExitStatus(AllFound); // the usual end of a monitor
     m_monitor = std::make_unique<Monitor>(result.boards, m_options.json);
     connect(m_monitor.get(), &Monitor::allLost, this, [] {
         complain(QStringLiteral("no board is left"));
         QCoreApplication::exit(SomeMissing);
     });
+    connect(m_monitor.get(), &Monitor::outputLost, this, [] { QCoreApplication::exit(SomeMissing); });
     m_monitor->start();
 }
 
-void Program::endBySignal(int number)
+void Program::endBySignal(int status)
 {
     m_progress.hide();
-    QCoreApplication::exit(m_monitor ? AllFound : signalStatus + number);
+    QCoreApplication::exit(status);
 }
 
 } // namespace JwProbe
