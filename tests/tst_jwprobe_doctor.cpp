@@ -460,9 +460,11 @@ void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
     row("all processes, as QLockFile writes it", "4294967295\\n", nobody);
     row("all processes, by its sign", "-1 minicom root\\n", nobody);
     row("hides the first process", "4294967297 minicom root\\n", nobody);
+    row("hides the first process, as QLockFile writes it", "4294967297\\n", nobody);
     row("no number of 64 bits", "18446744073709551617 minicom root\\n", nobody);
     row("the own group", "0 minicom root\\n", nobody);
     row("beyond the highest", "'$(($(cat /proc/sys/kernel/pid_max) + 1))' minicom root\\n", nobody);
+    row("beyond the highest, as QLockFile writes it", "'$(($(cat /proc/sys/kernel/pid_max) + 1))'\\n", nobody);
     row("the first process", "1 minicom root\\n", QStringLiteral("which names sh (pid 1)"));
     row("the first process, as QLockFile writes it", "1\\n'$(basename $(readlink /proc/1/exe))'\\n",
         QStringLiteral("which names sh (pid 1)"));

@@ -112,6 +112,7 @@ private Q_SLOTS:
     void backgroundJobLeavesTheTerminalAlone();
     void readerThatIsGoneEndsTheMonitor_data();
     void readerThatIsGoneEndsTheMonitor();
+    void fullFileEndsTheMonitor();
 
 private:
     QString m_port;
@@ -166,7 +167,7 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
     qint64 taken = 0;
     const auto feed = [&] {
         taken += pipe.write(lines);
-        return run.output().count("<-") >= 20;
+        return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
     // What the pipe holds, what waits for the board as 12 bytes for each 7, and one read.
@@ -261,6 +262,22 @@ void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor()
     QVERIFY(run.finish());
     QCOMPARE(static_cast<int>(numberBehind("status ", run.output())), status);
     QCOMPARE(run.error().count("jwprobe: can't write to standard output: "), status == 1 ? 1 : 0);
+}
+
+// As a full disk does, but with a limit on the size of files.
+void TestJwprobeStreams::fullFileEndsTheMonitor()
+{
+    const QTemporaryDir folder;
+    ProgramRun run(jwsimProgram(),
+                   simulated({boardOn("BoardA", m_port, "replies=1000,chunk=26,gap=5")},
+                             shell(QStringLiteral("trap '' XFSZ; ulimit -f 1; \"$0\" \"$@\" > \"$FOLDER/output\"; "
+                                                  "echo status $?"),
+                                   {monitorOption, boardA})));
+    run.setEnvironment(QStringLiteral("FOLDER"), folder.path());
+    run.start();
+    QVERIFY(run.finish());
+    QCOMPARE(run.output(), QByteArray("status 1\n"));
+    QCOMPARE(run.error(), QByteArray("jwprobe: can't write to standard output: File too large\n"));
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeStreams)
