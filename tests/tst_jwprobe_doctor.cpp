@@ -15,7 +15,9 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 /// jwprobe --doctor: each trouble is made, and the command that mends it must be shown.
@@ -47,7 +49,15 @@ private Q_SLOTS:
 
     void processThatHasThePortOpenIsNamed_data();
     void processThatHasThePortOpenIsNamed();
+    void ownerOfALockFileIsNamed_data();
     void ownerOfALockFileIsNamed();
+    void numberInALockFileIsNoReasonToEndAProcess_data();
+    void numberInALockFileIsNoReasonToEndAProcess();
+    void lockFileOfALivingProcessIsNotRemoved_data();
+    void lockFileOfALivingProcessIsNotRemoved();
+    void whatIsNoLockFileIsNotOpened_data();
+    void whatIsNoLockFileIsNotOpened();
+    void otherPortsAreSearchedBesideWhatIsNoLockFile();
     void lockFileLeftBehindIsRemoved();
     void lockFileWithoutAnOwnerIsRemoved();
     void lockFileCountsWhenItStopsTheSearch_data();
@@ -416,16 +426,153 @@ void TestJwprobeDoctor::processThatHasThePortOpenIsNamed()
     QVERIFY(other.waitForFinished());
 }
 
+void TestJwprobeDoctor::ownerOfALockFileIsNamed_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::newRow("as QLockFile writes it") << QStringLiteral("%d\\nsleep\\n");
+    QTest::newRow("as other serial programs write it") << QStringLiteral("%10d sleep root\\n");
+}
+
 void TestJwprobeDoctor::ownerOfALockFileIsNamed()
 {
-    const Outcome outcome =
-        examineAndSearch(QStringLiteral("echo \"owner $user\"; printf '%d\\nsleep\\n' $user > $lock; "));
+    QFETCH(QString, format);
+    const Outcome outcome = examineAndSearch(QStringLiteral("sleep 600 < /dev/%1 & user=$!; "
+                                                            "until grep -q sleep /proc/$user/comm; do :; done; "
+                                                            "echo \"owner $user\"; printf '%2' $user > $lock; ")
+                                                 .arg(m_port, format));
     const QString owner =
         QRegularExpression(QStringLiteral("owner (\\d+)")).match(QString::fromLatin1(outcome.output)).captured(1);
     verifyHas(outcome,
               {QStringLiteral("%1  held by another program: sleep (pid %2)").arg(m_port, owner),
                QStringLiteral("    kill %1\ndoctor 1\n").arg(owner), QStringLiteral("\"state\": \"held\""),
                QStringLiteral("search 1")});
+}
+
+void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("said");
+    const QString nobody = QStringLiteral("which names no process of this machine");
+    const auto row = [](const char *name, const char *text, const QString &said) {
+        QTest::newRow(name) << QString::fromLatin1(text) << said;
+    };
+    row("all processes", "4294967295 minicom root\\n", nobody);
+    row("all processes, as QLockFile writes it", "4294967295\\n", nobody);
+    row("all processes, by its sign", "-1 minicom root\\n", nobody);
+    row("hides the first process", "4294967297 minicom root\\n", nobody);
+    row("hides the first process, as QLockFile writes it", "4294967297\\n", nobody);
+    row("no number of 64 bits", "18446744073709551617 minicom root\\n", nobody);
+    row("the own group", "0 minicom root\\n", nobody);
+    row("beyond the highest", "'$(($(cat /proc/sys/kernel/pid_max) + 1))' minicom root\\n", nobody);
+    row("beyond the highest, as QLockFile writes it", "'$(($(cat /proc/sys/kernel/pid_max) + 1))'\\n", nobody);
+    row("the first process", "1 minicom root\\n", QStringLiteral("which names sh (pid 1)"));
+    row("the first process, as QLockFile writes it", "1\\n'$(basename $(readlink /proc/1/exe))'\\n",
+        QStringLiteral("which names sh (pid 1)"));
+    row("a process without the port", "'$user' minicom root\\n", QStringLiteral("which names sleep (pid "));
+}
+
+// The folder can't be written, so that QSerialPort stops at each of them.
+void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, said);
+    const Outcome outcome = examineAndSearch(
+        QStringLiteral("mount -t tmpfs tmpfs /run/lock; printf -- '%1' > $lock; mount -o remount,bind,ro /run/lock; ")
+            .arg(text));
+    verifyHas(outcome, {said, QStringLiteral("doctor 1\n"), QStringLiteral("search 1\n")});
+    QVERIFY2(!outcome.output.contains("kill"), outcome.output.constData());
+}
+
+void TestJwprobeDoctor::lockFileOfALivingProcessIsNotRemoved_data()
+{
+    QTest::addColumn<QString>("prepare");
+    QTest::addColumn<bool>("isGone");
+    const QString readOnly =
+        QStringLiteral("mount -t tmpfs tmpfs /run/lock; printf '%1' %2 > $lock; mount -o remount,bind,ro /run/lock; ");
+    const QString written = QStringLiteral("printf '%1' %2 > $lock; ");
+    const auto row = [](const char *name, const QString &prepare, const char *format, bool isGone) {
+        const QString pid = isGone ? QStringLiteral("$(sh -c 'echo $$')") : QStringLiteral("$user");
+        QTest::newRow(name) << prepare.arg(QString::fromLatin1(format), pid) << isGone;
+    };
+    row("number alone, living", readOnly, "%10d\\n", false);
+    row("number alone, gone", readOnly, "%10d\\n", true);
+    row("number alone without a line end, living", readOnly, "%d", false);
+    row("name and user, living", written, "%10d minicom root\\n", false);
+    row("name and user, gone", written, "%10d minicom root\\n", true);
+    row("name and user, living, folder that can't be written", readOnly, "%10d sleep root\\n", false);
+    row("as QLockFile writes it, living, folder that can't be written", readOnly, "%d\\nsleep\\n", false);
+}
+
+void TestJwprobeDoctor::lockFileOfALivingProcessIsNotRemoved()
+{
+    QFETCH(QString, prepare);
+    QFETCH(bool, isGone);
+    const Outcome outcome = examineAndSearch(prepare);
+    verifyHas(outcome,
+              {isGone ? QStringLiteral("left behind") : QStringLiteral("which names sleep (pid "),
+               QStringLiteral("doctor 1\n"), QStringLiteral("search 1\n")});
+    QCOMPARE(outcome.output.contains("sudo rm"), isGone);
+}
+
+void TestJwprobeDoctor::whatIsNoLockFileIsNotOpened_data()
+{
+    QTest::addColumn<QString>("prepare");
+    QTest::addColumn<QString>("said");
+    const auto row = [](const char *name, const char *prepare, const char *said) {
+        QTest::newRow(name) << QString::fromLatin1(prepare)
+                            << QStringLiteral("/var/lock/LCK..%1") + QLatin1String(said) + QLatin1String(", no lock");
+    };
+    row("named pipe", "mkfifo $lock; ", " is a named pipe");
+    row("named pipe behind a symbolic link", "mkfifo /run/pipe; ln -s ../pipe $lock; ", " is a symbolic link");
+    row("symbolic link that ends nowhere", "ln -s nowhere $lock; ", " is a symbolic link");
+    row("folder", "mkdir $lock; ", " is a folder");
+    row("device without end", ": > $lock; mount --bind /dev/zero $lock; ", " is a device");
+    row("socket", ": > $lock; mount --bind \"$socket\" $lock; ", " is a socket");
+    row("file without end", "truncate -s 1T $lock; ", " is a file of 1099511627776 bytes");
+    row("named pipe where QLockFile writes to remove a stale one",
+        "sh -c 'printf \"%d\\n\" $$' > $lock; mkfifo $lock.rmlock; ", ".rmlock is a named pipe");
+}
+
+void TestJwprobeDoctor::whatIsNoLockFileIsNotOpened()
+{
+    QFETCH(QString, prepare);
+    QFETCH(QString, said);
+    const QTemporaryDir folder;
+    const QByteArray socketPath = QFile::encodeName(folder.filePath(QStringLiteral("socket")));
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, socketPath.constData(), sizeof address.sun_path);
+    QCOMPARE(::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+
+    const Outcome outcome = examineAndSearch(
+        QStringLiteral("socket='%1'; %2\"$1\" --list; ").arg(QString::fromLocal8Bit(socketPath), prepare));
+    ::close(socket);
+    said = said.arg(m_port);
+    QCOMPARE(outcome.output.count(said.toLatin1()), 4); // --list, --doctor, and twice the search
+    verifyHas(outcome,
+              {QStringLiteral("        sudo rm -d ") + said.left(said.indexOf(QLatin1Char(' '))),
+               QStringLiteral("doctor 1\n"), QStringLiteral("\"state\": \"held\""), QStringLiteral("search 1\n")});
+}
+
+void TestJwprobeDoctor::otherPortsAreSearchedBesideWhatIsNoLockFile()
+{
+    const QString other = uniquePortName();
+    const Outcome outcome = runSandboxed({boardOn("BoardA", m_port), boardOn("BoardB", other)},
+                                         QStringLiteral("mkfifo /run/lock/LCK..%1; \"$@\"").arg(m_port),
+                                         {jwprobeProgram(), json, QStringLiteral("--type"), QStringLiteral("BoardA"),
+                                          QStringLiteral("--type"), QStringLiteral("BoardB"),
+                                          QStringLiteral("--retries"), QStringLiteral("0")});
+    QCOMPARE(outcome.status, 1);
+    const QJsonObject document = QJsonDocument::fromJson(outcome.output).object();
+    const QJsonArray boards = document[QLatin1String("boards")].toArray();
+    QCOMPARE(boards.size(), 1);
+    QCOMPARE(boards[0].toObject()[QLatin1String("port")].toString(), other);
+    const QJsonArray ports = document[QLatin1String("ports")].toArray();
+    QCOMPARE(ports.size(), 1);
+    QCOMPARE(ports[0].toObject()[QLatin1String("port")].toString(), m_port);
+    QCOMPARE(ports[0].toObject()[QLatin1String("error")].toString(), QStringLiteral("PermissionError"));
+    QVERIFY(ports[0].toObject()[QLatin1String("errorText")].toString().contains(QLatin1String("named pipe")));
 }
 
 // QSerialPort removes such a file where it can.
@@ -473,14 +620,14 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
     row("of another machine", "printf '%d\\nsleep\\nelsewhere\\n' $user > $lock; ", noProcess);
     row("a minute old, and its user keeps hold of it",
         "printf '%d\\nsleep\\n' $user > $lock; touch -d '1 minute ago' $lock; exec 9< $lock; flock 9; ",
-        "held by another program: sleep (pid");
+        "which names sleep (pid");
     const char *const left = "left behind";
     row("its number is another program's by now, in a folder that can't be written",
         "mount -t tmpfs tmpfs /run/lock; printf '%d\\nminicom\\n' $user > $lock; mount -o remount,bind,ro /run/lock; ",
         left);
     row("its number stands alone, in a folder that can't be written",
         "mount -t tmpfs tmpfs /run/lock; echo $user > $lock; mount -o remount,bind,ro /run/lock; ",
-        "held by another program: sleep (pid");
+        "which names sleep (pid");
     if (!isRoot())
         return; // nobody else has another user at hand
     row("another user's, in a folder where all may remove their own",
@@ -494,8 +641,8 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
         left, true);
     row("one's own, its number another user's program by now",
         "echo $user > $lock; chown nobody $lock; chmod 1777 /run/lock; ", well, true);
-    row("another user's that is in use", "chmod 1777 /run/lock; printf '%d\\nsleep\\n' $user > $lock; ", "sudo kill",
-        true);
+    row("another user's that is in use", "chmod 1777 /run/lock; printf '%d\\nsleep\\n' $user > $lock; ",
+        "sudo fuser -v", true);
 }
 
 void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
@@ -572,7 +719,7 @@ void TestJwprobeDoctor::severalTroublesAreShownTogether()
         fakeModemManager + QStringLiteral("printf '%d\\nModemManager\\n' $! > /run/lock/LCK..%1; ").arg(m_port));
     QCOMPARE(outcome.status, 1);
     verifyHas(outcome,
-              {QStringLiteral("no permission"), QStringLiteral("held by another program: ModemManager"),
+              {QStringLiteral("no permission"), QStringLiteral("which names ModemManager (pid "),
                QStringLiteral("is not told to leave this port alone")});
 }
 

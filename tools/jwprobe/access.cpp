@@ -48,8 +48,8 @@ Obstacle hiddenHolder(const PortIdentity &port)
 QList<Obstacle> findExclusiveHolders(const PortIdentity &port)
 {
     QList<Obstacle> obstacles;
-    const QList<Holder> openers = findOpeners(port.location);
-    for (const Holder &opener : openers)
+    const QList<qint64> openers = findOpeners(port.location);
+    for (const qint64 opener : openers)
         obstacles.append(heldBy(opener));
     return obstacles.isEmpty() ? QList<Obstacle>{hiddenHolder(port)} : obstacles;
 }
@@ -77,8 +77,8 @@ QList<Obstacle> findObstacles(const PortIdentity &port)
     QList<Obstacle> obstacles;
     if (::access(QFile::encodeName(port.location).constData(), R_OK | W_OK) != 0 && isPermissionError(errno))
         obstacles.append(noPermission(port, device));
-    if (const std::optional<Holder> lock = findLock(port.name))
-        obstacles.append(heldBy(*lock));
+    if (const std::optional<Obstacle> lock = findLock(port))
+        obstacles.append(*lock);
     return obstacles;
 }
 
@@ -126,8 +126,8 @@ QList<Obstacle> tryToOpen(const PortIdentity &port)
 QList<Obstacle> findSharers(const PortIdentity &port)
 {
     QList<Obstacle> obstacles;
-    const QList<Holder> openers = findOpeners(port.location);
-    for (const Holder &opener : openers)
+    const QList<qint64> openers = findOpeners(port.location);
+    for (const qint64 opener : openers)
         obstacles.append(sharedWith(opener));
     return obstacles;
 }

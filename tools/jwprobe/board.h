@@ -5,10 +5,10 @@
 #include <device/portreport.h>
 #include <device/type.h>
 
+#include <QElapsedTimer>
 #include <QObject>
+#include <QSerialPort>
 #include <QString>
-
-class QSerialPort;
 
 namespace JwDevice {
 class Communicator;
@@ -34,22 +34,37 @@ public:
     const JwDevice::PortReport &report() const { return m_report; }
     const QString &hardwareVersion() const { return m_hardwareVersion; } ///< empty when it didn't tell
     double milliseconds() const { return m_milliseconds; }
-    /// False once the port failed: the cable was pulled. Then there is nothing more to do with it.
+    /// False once the port failed. Then there is nothing more to do with it.
     bool isConnected() const;
+    /// Why it is not connected: "cable pulled" when the system has the port no longer, else what failed.
+    QString lossText() const;
 
-    JwDevice::Communicator *communicator() const { return m_comm; }
+    void send(const QString &sentence);
+    /// Takes the oldest payload that came; false without one.
+    bool receive(QString &payload);
+    const QSerialPort *serialPort() const { return m_serialPort; }
 
 Q_SIGNALS:
+    /// There is a payload.
+    void readyRead();
     /// The port failed, and was closed.
     void lost();
 
 private:
-    JwDevice::Communicator *const m_comm;
+    void judge(QSerialPort::SerialPortError error);
+    bool isGone() const;
+    void useCommunicator(JwDevice::Communicator *comm);
+
+    JwDevice::Communicator *m_comm = nullptr;
+    int m_sent = 0; // by m_comm
     QSerialPort *const m_serialPort;
     const PortIdentity m_port;
     const JwDevice::PortReport m_report;
     const QString m_hardwareVersion;
     const double m_milliseconds;
+    QElapsedTimer m_errorClock;
+    int m_errors = 0; // since that clock was started
+    QString m_errorText;
 };
 
 } // namespace JwProbe

@@ -8,7 +8,6 @@
 #include "table.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
@@ -86,7 +85,7 @@ QString doctorJson(const QList<Examined> &ports, int exitStatus)
                                {QStringLiteral("ports"), array},
                                {QStringLiteral("advice"), QJsonArray::fromStringList(advice)},
                                {QStringLiteral("exitStatus"), exitStatus}};
-    return QString::fromUtf8(QJsonDocument(document).toJson());
+    return jsonText(document, QJsonDocument::Indented);
 }
 
 int statusOf(const QList<Examined> &ports)

@@ -1,6 +1,8 @@
 #include "finder.h"
 
+#include "access.h"
 #include "board.h"
+#include "holder.h"
 #include "options.h"
 #include "portlist.h"
 
@@ -24,6 +26,16 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
     return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
+}
+
+// Of a port that is not tried: QSerialPort would wait past the deadline.
+Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
+{
+    PortReport report;
+    report.portName = port.name;
+    report.error = QSerialPort::PermissionError; // as at a lock file
+    report.errorText = trap.summary;
+    return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
 
 } // namespace
@@ -51,10 +63,26 @@ Finder::~Finder()
 
 void Finder::start()
 {
-    m_ports = candidatePorts(m_options.ports);
+    QStringList names;
+    const QList<PortIdentity> candidates = candidatePorts(m_options.ports);
+    for (const PortIdentity &port : candidates) {
+        if (const std::optional<Obstacle> trap = findTrap(port)) {
+            m_refused.append(refuse(port, *trap));
+        } else {
+            m_ports.append(port);
+            names.append(port.name);
+        }
+    }
     m_deadline.start(m_options.deadline);
     m_clock.start();
-    m_initializer->probe(m_options.types, m_options.delay, m_options.ports);
+    if (m_refused.isEmpty()) {
+        m_initializer->probe(m_options.types, m_options.delay, m_options.ports);
+    } else if (!names.isEmpty()) {
+        m_initializer->probe(m_options.types, m_options.delay, names);
+    } else {
+        m_open.clear();
+        finishWhenDone();
+    }
 }
 
 double Finder::milliseconds() const
@@ -102,6 +130,7 @@ SearchResult Finder::result() const
     result.boards = m_boards;
     result.deadlineReached = m_deadlineReached;
     result.milliseconds = m_duration;
+    result.others = m_refused;
     for (const JwDevice::Type type : m_options.types) {
         if (!result.board(type))
             result.missing.append(type);

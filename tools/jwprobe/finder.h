@@ -61,7 +61,8 @@ private:
     double m_duration = 0;
     bool m_isFinished = false;
     bool m_deadlineReached = false;
-    QList<PortIdentity> m_ports;
+    QList<PortIdentity> m_ports; // that are probed
+    QList<Diagnosis> m_refused; // the other candidates
     QList<Board *> m_boards;
     QList<JwDevice::Type> m_open; // wanted, and not known yet whether they are there
 };

@@ -1,19 +1,15 @@
 #include "holder.h"
 
+#include "lockfile.h"
+#include "portidentity.h"
 #include "process.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QLockFile>
-#include <QSysInfo>
 
 #include <algorithm>
-#include <cstdlib>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,63 +17,10 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 staleLockTime = 30000; // ms, QLockFile's own
-
-// As QSerialPort chooses it: the first that is there, or that could be made.
-QFileInfo findLockFile(const QString &portName)
-{
-    static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
-                                          "/tmp",      "/var/tmp",   "/var/lock/lockdev", "/run/lock"};
-    const QString name = QStringLiteral("LCK..") + QString(portName).replace(QLatin1Char('/'), QLatin1Char('_'));
-    for (const char *folder : folders) {
-        const QFileInfo info{QLatin1String(folder)};
-        const QFileInfo file(QDir(info.filePath()), name);
-        if (info.isReadable() && (file.exists() || info.isWritable()))
-            return file;
-    }
-    return {};
-}
-
-// As QLockFile sees it: a process whose program is another one, or can't be told, has the number of one that is gone.
-bool isStale(const QFileInfo &file, const Holder &holder, const QString &application)
-{
-    if (holder.pid != 0) {
-        const QString name = isAlive(holder.pid) ? executableName(holder.pid) : QString();
-        if (name.isEmpty() || name != application)
-            return true;
-    }
-    return std::abs(file.lastModified().msecsTo(QDateTime::currentDateTime())) > staleLockTime;
-}
-
-// Whether QLockFile could write to it, lock it and take it out of its folder.
-bool isRemovable(const QFileInfo &file)
-{
-    const QFileInfo folder(file.path());
-    const uint user = ::geteuid();
-    struct stat status = {};
-    if (!folder.isWritable() || ::stat(QFile::encodeName(folder.filePath()).constData(), &status) != 0)
-        return false;
-    if ((status.st_mode & S_ISVTX) != 0 && user != 0 && user != file.ownerId() && user != folder.ownerId())
-        return false;
-    const int descriptor = ::open(QFile::encodeName(file.filePath()).constData(), O_WRONLY | O_CLOEXEC);
-    if (descriptor < 0)
-        return false;
-    const bool isFree = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
-    ::close(descriptor);
-    return isFree;
-}
-
 QString processText(qint64 pid)
 {
     const QString name = programName(pid);
     return name.isEmpty() ? QStringLiteral("process %1").arg(pid) : QStringLiteral("%1 (pid %2)").arg(name).arg(pid);
-}
-
-// The number may be another process's by now. One that can't be looked into counts as the owner.
-bool isOwner(qint64 pid, const QString &application)
-{
-    const QString name = executableName(pid);
-    return isAlive(pid) && (application.isEmpty() || name.isEmpty() || name == application);
 }
 
 bool hasOpen(qint64 pid, const struct stat &device)
@@ -91,67 +34,117 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-} // namespace
-
-std::optional<Holder> findLock(const QString &portName)
+// By a descriptor, since a simulated port shows another number to stat().
+bool hasOpen(qint64 pid, const QString &location)
 {
-    const QFileInfo file = findLockFile(portName);
-    if (!file.exists())
-        return std::nullopt;
-    Holder holder;
-    holder.lockFile = file.filePath();
-    QString host;
-    QString application;
-    const bool isReadable = QLockFile(holder.lockFile).getLockInfo(&holder.pid, &host, &application);
-    if (!isReadable || (!host.isEmpty() && host != QSysInfo::machineHostName()))
-        holder.pid = 0;
-    if (isStale(file, holder, application) && isRemovable(file))
-        return std::nullopt;
-    holder.isRunning = holder.pid != 0 && isOwner(holder.pid, application);
-    return holder;
+    const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);
+    struct stat device = {};
+    const bool isDevice = descriptor >= 0 && ::fstat(descriptor, &device) == 0 && S_ISCHR(device.st_mode);
+    if (descriptor >= 0)
+        ::close(descriptor);
+    return isDevice && hasOpen(pid, device);
 }
 
-QList<Holder> findOpeners(const QString &location)
+// Its number may be another process's by now. One that can't be looked into counts as the owner.
+bool isAliveOwner(const LockFile &lock)
 {
-    QList<Holder> openers;
+    const QString name = executableName(lock.pid);
+    return isAlive(lock.pid) && (lock.application.isEmpty() || name.isEmpty() || name == lock.application);
+}
+
+Obstacle foreignThing(const LockFile &lock)
+{
+    return {Obstacle::Held,
+            QStringLiteral("%1 is %2, no lock file").arg(lock.path, lock.foreignKind),
+            {QStringLiteral("A port is not opened while that is in place of its lock file. See whose it is, and remove "
+                            "it:"),
+             QStringLiteral("    ls -ld %1").arg(lock.path), QStringLiteral("    sudo rm -d %1").arg(lock.path)}};
+}
+
+Obstacle lockWithoutHolder(const LockFile &lock, const PortIdentity &port)
+{
+    return {Obstacle::Held,
+            QStringLiteral("locked by %1, which names no process of this machine").arg(lock.path),
+            {QStringLiteral("See whether a program uses the port:"),
+             QStringLiteral("    sudo fuser -v %1").arg(port.location),
+             QStringLiteral("If no program uses the port, remove the file:"),
+             QStringLiteral("    sudo rm %1").arg(lock.path)}};
+}
+
+Obstacle lockLeftBehind(const LockFile &lock)
+{
+    return {
+        Obstacle::Held,
+        QStringLiteral("locked by %1, which process %2 left behind").arg(lock.path).arg(lock.pid),
+        {QStringLiteral("That process is gone. Remove the file:"), QStringLiteral("    sudo rm %1").arg(lock.path)}};
+}
+
+// Anybody may have written that number: it is no reason to end the process, nor to remove the file while it lives.
+Obstacle lockOfUnseenHolder(const LockFile &lock, const PortIdentity &port)
+{
+    return {Obstacle::Held,
+            QStringLiteral("locked by %1, which names %2").arg(lock.path, processText(lock.pid)),
+            {QStringLiteral("That program was not seen to have the port open. See which one has, and who wrote the "
+                            "file:"),
+             QStringLiteral("    sudo fuser -v %1").arg(port.location), QStringLiteral("    ls -l %1").arg(lock.path),
+             QStringLiteral("Let the program that uses the port close it, and run jwprobe again.")}};
+}
+
+Obstacle lockedBy(const LockFile &lock, const PortIdentity &port)
+{
+    if (!lock.foreignKind.isEmpty())
+        return foreignThing(lock);
+    if (lock.pid == 0)
+        return lockWithoutHolder(lock, port);
+    if (!isAliveOwner(lock))
+        return lockLeftBehind(lock);
+    return hasOpen(lock.pid, port.location) ? heldBy(lock.pid) : lockOfUnseenHolder(lock, port);
+}
+
+} // namespace
+
+std::optional<Obstacle> findLock(const PortIdentity &port)
+{
+    const std::optional<LockFile> lock = findLockFile(port.name);
+    return lock ? std::make_optional(lockedBy(*lock, port)) : std::nullopt;
+}
+
+std::optional<Obstacle> findTrap(const PortIdentity &port)
+{
+    const std::optional<LockFile> lock = findLockFile(port.name);
+    return lock && !lock->foreignKind.isEmpty() ? std::make_optional(foreignThing(*lock)) : std::nullopt;
+}
+
+QList<qint64> findOpeners(const QString &location)
+{
+    QList<qint64> openers;
     struct stat device = {};
     if (::stat(QFile::encodeName(location).constData(), &device) != 0 || !S_ISCHR(device.st_mode))
         return openers;
     const QList<qint64> pids = processIds();
     for (const qint64 pid : pids) {
         if (pid != ::getpid() && hasOpen(pid, device))
-            openers.append({pid, QString(), true});
+            openers.append(pid);
     }
     return openers;
 }
 
-Obstacle heldBy(const Holder &holder)
+Obstacle heldBy(qint64 pid)
 {
-    if (holder.isRunning) {
-        return {Obstacle::Held,
-                QStringLiteral("held by another program: %1").arg(processText(holder.pid)),
-                {QStringLiteral("Let that program close the port, or end it, and run jwprobe again:"),
-                 QStringLiteral("    ") + endCommand(holder.pid)}};
-    }
-    const QString remove = QStringLiteral("    sudo rm %1").arg(holder.lockFile);
-    if (holder.pid == 0) {
-        return {Obstacle::Held,
-                QStringLiteral("locked by %1, which names no process of this machine").arg(holder.lockFile),
-                {QStringLiteral("If no program uses the port, remove the file:"), remove}};
-    }
     return {Obstacle::Held,
-            QStringLiteral("locked by %1, which process %2 left behind").arg(holder.lockFile).arg(holder.pid),
-            {QStringLiteral("That process is gone. Remove the file:"), remove}};
+            QStringLiteral("held by another program: %1").arg(processText(pid)),
+            {QStringLiteral("Let that program close the port, or end it, and run jwprobe again:"),
+             QStringLiteral("    ") + endCommand(pid)}};
 }
 
-Obstacle sharedWith(const Holder &opener)
+Obstacle sharedWith(qint64 pid)
 {
     return {
         Obstacle::Shared,
-        QStringLiteral("also open in %1: both will lose bytes").arg(processText(opener.pid)),
+        QStringLiteral("also open in %1: both will lose bytes").arg(processText(pid)),
         {QStringLiteral("What the board sends goes to the one or the other. Let that program close the port, or end "
                         "it:"),
-         QStringLiteral("    ") + endCommand(opener.pid)}};
+         QStringLiteral("    ") + endCommand(pid)}};
 }
 
 } // namespace JwProbe

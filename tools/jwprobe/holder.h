@@ -8,24 +8,23 @@
 
 namespace JwProbe {
 
-/// Who keeps a port for itself: a process that has it open, or a lock file.
-struct Holder
-{
-    qint64 pid = 0; ///< 0: the lock file names no process of this machine
-    QString lockFile; ///< empty: the process was found to have the port open
-    bool isRunning = false;
-};
+struct PortIdentity;
 
-/// The lock file at which QSerialPort would stop; nothing when there is none, or only such as it walks over.
-std::optional<Holder> findLock(const QString &portName);
+/// The lock file that keeps the port from opening, and who wrote it.
+std::optional<Obstacle> findLock(const PortIdentity &port);
+
+/// What stands in place of the port's lock file, at which QSerialPort would wait without end: it must not open the
+/// port.
+std::optional<Obstacle> findTrap(const PortIdentity &port);
 
 /// The processes, this one left out, that have the port open. Those of other users can't be looked into, except by
 /// root.
-QList<Holder> findOpeners(const QString &location);
+QList<qint64> findOpeners(const QString &location);
 
-Obstacle heldBy(const Holder &holder);
+/// Of a process that was seen to have the port open, and keeps it for itself.
+Obstacle heldBy(qint64 pid);
 
-/// Of a process that has the port open and leaves it to others too.
-Obstacle sharedWith(const Holder &opener);
+/// Of a process that was seen to have the port open, and leaves it to others too.
+Obstacle sharedWith(qint64 pid);
 
 } // namespace JwProbe

@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 #include <QString>
+#include <QTimer>
 
 #include <cerrno>
 
@@ -12,6 +13,7 @@ namespace JwProbe {
 namespace {
 
 constexpr int maxLine = 4096;
+constexpr int foregroundInterval = 200; // ms
 
 } // namespace
 
@@ -23,8 +25,31 @@ Input::Input(int descriptor, QObject *parent)
     connect(m_notifier, &QSocketNotifier::activated, this, &Input::read);
 }
 
+void Input::setPaused(bool paused)
+{
+    m_paused = paused;
+    listen();
+}
+
+void Input::listen()
+{
+    m_notifier->setEnabled(!m_paused && !m_atEnd);
+}
+
+// The system stops a process that reads its terminal from the background. Other files have no foreground.
+bool Input::isInBackground() const
+{
+    const pid_t foreground = ::tcgetpgrp(m_descriptor);
+    return foreground > 0 && foreground != ::getpgrp();
+}
+
 void Input::read()
 {
+    if (isInBackground()) { // nothing tells when that ends
+        m_notifier->setEnabled(false);
+        QTimer::singleShot(foregroundInterval, this, &Input::listen);
+        return;
+    }
     // One read for each notification doesn't block, so the descriptor, which others may share, stays as it is.
     char bytes[maxLine];
     const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
@@ -35,7 +60,8 @@ void Input::read()
         takeLines();
         return;
     }
-    m_notifier->setEnabled(false); // the end stays readable for ever
+    m_atEnd = true; // it stays readable for ever
+    listen();
     if (!m_buffer.isEmpty())
         Q_EMIT line(QString::fromUtf8(m_buffer));
     m_buffer.clear();

@@ -7,7 +7,6 @@
 #include "table.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <unistd.h>
@@ -54,7 +53,7 @@ QString listJson(const QList<ListedPort> &ports)
     }
     const QJsonObject document{{QStringLiteral("version"), QStringLiteral(JWPROBE_VERSION)},
                                {QStringLiteral("ports"), array}};
-    return QString::fromUtf8(QJsonDocument(document).toJson());
+    return jsonText(document, QJsonDocument::Indented);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -7,6 +8,7 @@
 namespace JwProbe {
 
 class Board;
+class Input;
 
 /// Shows what boards send on standard output, and sends them what is typed on standard input.
 class Monitor : public QObject
@@ -23,17 +25,24 @@ public:
 Q_SIGNALS:
     /// No board is left; comes from the event loop.
     void allLost();
+    /// Nobody reads standard output any more.
+    void outputLost();
 
 private:
     void introduce() const;
+    void watchOutput();
+    void show(const QString &text);
+    void showEvent(const QString &event, const Board *board, QJsonObject object);
+    void paceInput();
     void receive(Board *board);
     void lose(Board *board);
     void send(const QString &line);
     QList<Board *> addressed(QString &line, QString *error) const;
-    void showPayload(const Board *board, bool received, const QString &payload) const;
+    void showPayload(const Board *board, bool received, const QString &payload);
 
     QList<Board *> m_boards; // those still connected
     const bool m_json;
+    Input *const m_input;
 };
 
 } // namespace JwProbe

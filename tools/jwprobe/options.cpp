@@ -44,8 +44,11 @@ Output
 Doctor
   For each candidate port, or those named by --port, standard output says what
   keeps it from opening and the command that mends it: no permission for this
-  user, session or group, no udev rule; another program that has it open, or its
-  lock file; a lock file left behind that this user may not remove. It also
+  user, session or group, no udev rule; another program that has it open, or a
+  lock file that names one; a lock file left behind that this user may not
+  remove; what is no lock file in place of one, which a search does not open
+  either. Only a process that was seen to have the port open is to be ended,
+  only a lock file that names no living process is to be removed. It also
   names what may keep a board from being found, which counts as trouble too:
   another program that has the port open and lets others open it; ModemManager,
   which udev was not told to keep off the port. It changes nothing, and opens a
@@ -66,7 +69,9 @@ Monitor
   line end. A start flag ("$" or "!") and a checksum may be typed; a line with a
   wrong checksum is not sent. It goes to every board, or to the one that it
   begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER". The end of standard input
-  does not end the monitor; Ctrl-C does, and so does the loss of the last board.
+  does not end the monitor; Ctrl-C does, and so does the loss of the last board
+  or of the reader of standard output. Standard input waits while a board has
+  more than 64 KiB to take, and a terminal is read in its foreground only.
   Sentences of several boards that arrive at the same moment can get mixed: the
   library gathers all bytes in one place. For one board alone, give --port.
 
@@ -74,9 +79,11 @@ Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor was
      ended by Ctrl-C or SIGTERM
   1  some are missing; the doctor found trouble; the monitor lost its last board
+     or the reader of its output
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board
-  A search that is ended by a signal gives 128 and the signal's number.
+  A search that is ended by a signal gives 128 and the signal's number. Ctrl-C
+  and SIGTERM end it, and the monitor, within a second.
 )";
 
 class Parser

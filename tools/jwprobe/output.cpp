@@ -1,6 +1,5 @@
 #include "output.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <cerrno>
@@ -11,6 +10,17 @@
 #include <unistd.h>
 
 namespace JwProbe {
+
+namespace {
+
+// Delete, the control characters of ISO 8859, and what sets the direction of text. JSON leaves them as they are.
+bool isDelicate(uint code)
+{
+    return (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e || code == 0x200f
+        || (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+}
+
+} // namespace
 
 bool print(const QString &text)
 {
@@ -26,9 +36,17 @@ bool print(const QString &text)
     return false;
 }
 
-QString jsonLine(const QJsonObject &object)
+QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
 {
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+    QString text;
+    const QString raw = QString::fromUtf8(QJsonDocument(object).toJson(format)).trimmed();
+    for (const QChar c : raw) { // JSON has these characters in its strings only
+        if (isDelicate(c.unicode()))
+            text += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            text += c;
+    }
+    return text + QLatin1Char('\n');
 }
 
 void complain(const QString &text)

@@ -1,16 +1,16 @@
 #pragma once
 
+#include <QJsonDocument>
 #include <QString>
-
-class QJsonObject;
 
 namespace JwProbe {
 
 /// Writes `text` to standard output at once. False when that failed; standard error then has a line about it, once.
 bool print(const QString &text);
 
-/// One line, with its line end.
-QString jsonLine(const QJsonObject &object);
+/// `object` with its line end: all JSON that is printed comes from here. Characters that a terminal obeys, or that
+/// change the order of the text around them, are escaped.
+QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
 
 /// Writes "jwprobe: ", `text` and a line end to standard error.
 void complain(const QString &text);

@@ -11,6 +11,12 @@
 
 namespace JwProbe {
 
+namespace {
+
+constexpr qint64 kernelsHighestPid = 4194304;
+
+} // namespace
+
 QList<qint64> processIds()
 {
     QList<qint64> pids;
@@ -24,8 +30,18 @@ QList<qint64> processIds()
     return pids;
 }
 
+bool isPossiblePid(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/sys/kernel/pid_max"));
+    const qint64 highest = file.open(QIODevice::ReadOnly) ? file.readAll().trimmed().toLongLong() : kernelsHighestPid;
+    return pid >= 1 && pid <= highest;
+}
+
+// A number beyond a pid_t would be cut down to another process's, or to one of the numbers that mean many.
 bool isAlive(qint64 pid)
 {
+    if (!isPossiblePid(pid))
+        return false;
     return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
 }
 

@@ -8,6 +8,10 @@ namespace JwProbe {
 /// Every process that can be seen from here.
 QList<qint64> processIds();
 
+/// Whether the system gives such a number to a process.
+bool isPossiblePid(qint64 pid);
+
+/// False for a number that no process can have.
 bool isAlive(qint64 pid);
 
 /// The short name of the program that a process runs, fit for a terminal; empty when it can't be told.

@@ -6,17 +6,10 @@
 #include "signalwatch.h"
 
 #include <QCoreApplication>
-#include <QJsonDocument>
 
 #include <unistd.h>
 
 namespace JwProbe {
-
-namespace {
-
-constexpr int signalStatus = 128; // as shells count it
-
-} // namespace
 
 Program::Program(const Options &options)
     : m_options(options)
@@ -59,25 +52,27 @@ bool Program::printResult(const SearchResult &result) const
     }
     QJsonObject document = reportJson(result);
     if (!isMonitor)
-        return print(QString::fromUtf8(QJsonDocument(document).toJson()));
+        return print(jsonText(document, QJsonDocument::Indented));
     document[QLatin1String("event")] = QStringLiteral("search");
-    return print(jsonLine(document));
+    return print(jsonText(document, QJsonDocument::Compact));
 }
 
 void Program::monitor(const SearchResult &result)
 {
+    SignalWatch::setExitStatus(AllFound); // the usual end of a monitor
     m_monitor = std::make_unique<Monitor>(result.boards, m_options.json);
     connect(m_monitor.get(), &Monitor::allLost, this, [] {
         complain(QStringLiteral("no board is left"));
         QCoreApplication::exit(SomeMissing);
     });
+    connect(m_monitor.get(), &Monitor::outputLost, this, [] { QCoreApplication::exit(SomeMissing); });
     m_monitor->start();
 }
 
-void Program::endBySignal(int number)
+void Program::endBySignal(int status)
 {
     m_progress.hide();
-    QCoreApplication::exit(m_monitor ? AllFound : signalStatus + number);
+    QCoreApplication::exit(status);
 }
 
 } // namespace JwProbe

@@ -27,7 +27,7 @@ private:
     void report();
     bool printResult(const SearchResult &result) const;
     void monitor(const SearchResult &result);
-    void endBySignal(int number);
+    void endBySignal(int status);
 
     const Options m_options;
     Finder m_finder;

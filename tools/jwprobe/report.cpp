@@ -44,7 +44,7 @@ QString boardTable(const SearchResult &result, int width)
         const PortIdentity &port = board->port();
         table.addRow({typeName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
                       orDash(board->hardwareVersion()), timeText(board->milliseconds())},
-                     board->isConnected() ? QString() : QStringLiteral("its cable was pulled since"));
+                     board->isConnected() ? QString() : QStringLiteral("lost since: %1").arg(board->lossText()));
     }
     return table.toText(width);
 }

@@ -2,35 +2,77 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 
-#include <sys/signalfd.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace JwProbe {
 
+namespace {
+
+constexpr uint patience = 1; // s
+constexpr int signalStatus = 128; // as shells count it
+
+int wakeUp = -1;
+volatile std::sig_atomic_t fixedStatus = -1;
+volatile std::sig_atomic_t exitStatus = -1; // of the first signal; -1: none came
+
+// Only what POSIX allows in the middle of any other call.
+void takeSignal(int number)
+{
+    if (number == SIGALRM)
+        ::_exit(exitStatus);
+    if (exitStatus >= 0)
+        return;
+    exitStatus = fixedStatus >= 0 ? fixedStatus : signalStatus + number;
+    ::alarm(patience);
+    const int error = errno;
+    if (::eventfd_write(wakeUp, 1) != 0)
+        ::_exit(exitStatus);
+    errno = error;
+}
+
+void setHandler(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART; // a write that goes on is no error
+    sigset_t signalSet;
+    sigemptyset(&signalSet);
+    for (const int number : {SIGINT, SIGTERM, SIGALRM}) {
+        ::sigaction(number, &action, nullptr);
+        sigaddset(&signalSet, number);
+    }
+    ::sigprocmask(SIG_UNBLOCK, &signalSet, nullptr);
+}
+
+} // namespace
+
 SignalWatch::SignalWatch(QObject *parent)
     : QObject(parent)
 {
-    sigset_t signalSet;
-    sigemptyset(&signalSet);
-    sigaddset(&signalSet, SIGINT);
-    sigaddset(&signalSet, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signalSet, nullptr);
-    m_descriptor = ::signalfd(-1, &signalSet, SFD_CLOEXEC | SFD_NONBLOCK);
-
-    auto *notifier = new QSocketNotifier(m_descriptor, QSocketNotifier::Read, this);
-    connect(notifier, &QSocketNotifier::activated, this, [this] {
-        signalfd_siginfo info;
-        if (::read(m_descriptor, &info, sizeof info) == static_cast<ssize_t>(sizeof info))
-            Q_EMIT received(static_cast<int>(info.ssi_signo));
+    wakeUp = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    auto *notifier = new QSocketNotifier(wakeUp, QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
+        notifier->setEnabled(false);
+        Q_EMIT received(exitStatus);
     });
+    setHandler(&takeSignal);
 }
 
 SignalWatch::~SignalWatch()
 {
+    ::alarm(0);
+    setHandler(SIG_DFL);
     qDeleteAll(findChildren<QSocketNotifier *>()); // before its descriptor is closed
-    ::close(m_descriptor);
+    ::close(wakeUp);
+}
+
+void SignalWatch::setExitStatus(int status)
+{
+    fixedStatus = status;
 }
 
 } // namespace JwProbe

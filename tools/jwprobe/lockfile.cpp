@@ -1,0 +1,167 @@
+#include "lockfile.h"
+
+#include "process.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QStringList>
+#include <QSysInfo>
+
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr qint64 staleLockTime = 30000; // ms, QLockFile's own
+constexpr qint64 largestLockFile = 4096; // a real one has five short lines at most
+
+// As QSerialPort chooses it: the first that is there, or that could be made.
+QString lockFilePath(const QString &portName)
+{
+    static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
+                                          "/tmp",      "/var/tmp",   "/var/lock/lockdev", "/run/lock"};
+    const QString name = QStringLiteral("LCK..") + QString(portName).replace(QLatin1Char('/'), QLatin1Char('_'));
+    for (const char *folder : folders) {
+        const QFileInfo info{QLatin1String(folder)};
+        const QFileInfo file(QDir(info.filePath()), name);
+        if (info.isReadable() && (file.exists() || info.isWritable()))
+            return file.filePath();
+    }
+    return {};
+}
+
+bool statOf(const QString &path, struct stat &status)
+{
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+}
+
+QString foreignKind(const struct stat &status)
+{
+    if (S_ISFIFO(status.st_mode))
+        return QStringLiteral("a named pipe");
+    if (S_ISSOCK(status.st_mode))
+        return QStringLiteral("a socket");
+    if (S_ISLNK(status.st_mode))
+        return QStringLiteral("a symbolic link");
+    if (S_ISDIR(status.st_mode))
+        return QStringLiteral("a folder");
+    if (!S_ISREG(status.st_mode))
+        return QStringLiteral("a device");
+    if (status.st_size > largestLockFile)
+        return QStringLiteral("a file of %1 bytes").arg(status.st_size);
+    return QString();
+}
+
+// Empty when it can't be read. What is no file any more does not stop us.
+QByteArray readFile(const QString &path)
+{
+    const int descriptor =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+    if (descriptor < 0)
+        return QByteArray();
+    QByteArray text(static_cast<int>(largestLockFile), '\0');
+    struct stat status = {};
+    const bool isFile = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    const ssize_t count = isFile ? ::read(descriptor, text.data(), static_cast<std::size_t>(text.size())) : 0;
+    ::close(descriptor);
+    return text.left(static_cast<int>(std::max<ssize_t>(count, 0)));
+}
+
+// QLockFile takes the last character of a line for its end.
+QStringList linesAsQLockFileReads(QByteArray text)
+{
+    QStringList lines;
+    while (!text.isEmpty()) {
+        const int newline = text.indexOf('\n');
+        const int end = newline < 0 ? text.size() - 1 : newline;
+        lines.append(QString::fromUtf8(text.left(end)));
+        text.remove(0, end + 1);
+    }
+    return lines;
+}
+
+bool isOfAnotherMachine(const QStringList &lines)
+{
+    const QString host = lines.value(2);
+    return !host.isEmpty() && host != QSysInfo::machineHostName();
+}
+
+// A number, alone or, as other serial programs write it, with a name and a user behind it.
+LockFile readLock(const QString &path, const QByteArray &text)
+{
+    LockFile lock;
+    lock.path = path;
+    const QStringList lines = linesAsQLockFileReads(text);
+    if (isOfAnotherMachine(lines))
+        return lock;
+    static const QRegularExpression number(QStringLiteral("^ *(\\d+)(?:\\s|$)"));
+    const qint64 pid = number.match(QString::fromUtf8(text)).captured(1).toLongLong();
+    if (isPossiblePid(pid))
+        lock.pid = pid;
+    lock.application = lines.value(1);
+    return lock;
+}
+
+// As QLockFile sees it: a process whose program is another one, or can't be told, has the number of one that is gone.
+bool isStale(const struct stat &status, const QByteArray &text)
+{
+    const QStringList lines = linesAsQLockFileReads(text);
+    const qint64 pid = lines.value(0).toLongLong(); // 0 with a name behind it
+    if (pid > 0 && !isOfAnotherMachine(lines)) {
+        const QString name = isAlive(pid) ? executableName(pid) : QString();
+        if (name.isEmpty() || name != lines.value(1))
+            return true;
+    }
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    return std::abs(now - status.st_mtim.tv_sec * 1000 - status.st_mtim.tv_nsec / 1000000) > staleLockTime;
+}
+
+// Whether QLockFile could write to it, lock it and take it out of its folder.
+bool isRemovable(const QString &path, const struct stat &file)
+{
+    const QFileInfo folder(QFileInfo(path).path());
+    const uint user = ::geteuid();
+    struct stat status = {};
+    if (!folder.isWritable() || ::stat(QFile::encodeName(folder.filePath()).constData(), &status) != 0)
+        return false;
+    if ((status.st_mode & S_ISVTX) != 0 && user != 0 && user != file.st_uid && user != folder.ownerId())
+        return false;
+    const int descriptor = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool isFree = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    ::close(descriptor);
+    return isFree;
+}
+
+std::optional<LockFile> examineLock(const QString &path)
+{
+    struct stat status = {};
+    if (!statOf(path, status))
+        return std::nullopt;
+    const QString kind = foreignKind(status);
+    if (!kind.isEmpty())
+        return LockFile{path, kind, 0, QString()};
+    const QByteArray text = readFile(path);
+    if (!isStale(status, text) || !isRemovable(path, status))
+        return readLock(path, text);
+    return examineLock(path + QLatin1String(".rmlock")); // which QLockFile takes to remove the other
+}
+
+} // namespace
+
+std::optional<LockFile> findLockFile(const QString &portName)
+{
+    return examineLock(lockFilePath(portName));
+}
+
+} // namespace JwProbe
