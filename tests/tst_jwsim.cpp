@@ -116,6 +116,7 @@ private Q_SLOTS:
     void onlySimulatedPortsAreSeen();
     void portKeyNamesThePort();
     void unnamedPortsGetDistinctNames();
+    void simulationsSideBySideGetDistinctNames();
     void hwversionIsInTheReply();
     void wrongChecksumIsSent();
     void noiseComesBeforeTheReply();
@@ -197,7 +198,7 @@ void TestJwsim::init()
 void TestJwsim::cleanup()
 {
     QCOMPARE(leftovers(), QStringList());
-    QCOMPARE(lockFiles(m_port), QStringList());
+    QCOMPARE(lockFiles(m_port) + lockFiles(QStringLiteral("jwsim.") + m_port), QStringList());
 }
 
 void TestJwsim::prepare(ProgramRun &run) const
@@ -289,17 +290,30 @@ void TestJwsim::portKeyNamesThePort()
 void TestJwsim::unnamedPortsGetDistinctNames()
 {
     const QString silent = QStringLiteral("silent");
-    // With a folder of lock files of its own: names that another simulation has at the moment are not taken.
-    QStringList arguments{QStringLiteral("--mount")};
-    if (::geteuid() != 0)
-        arguments.append(QStringLiteral("--map-root-user"));
-    arguments << QStringLiteral("sh") << QStringLiteral("-c")
-              << QStringLiteral("mount -t tmpfs tmpfs /run/lock && exec \"$@\"") << QStringLiteral("sh")
-              << jwsimProgram()
-              << simulated({silent, silent, QStringLiteral("silent,port=ttyACM1")},
-                           shell(QStringLiteral("ls /sys/class/tty")));
-    const Outcome outcome = runProgram(QStringLiteral("unshare"), arguments);
-    QCOMPARE(outcome.output, QByteArray("ttyACM0\nttyACM1\nttyACM2\n"));
+    const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
+    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // which would be chosen again
+    const QString named = boardOn("silent", QString::fromLatin1(first));
+    const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
+    QCOMPARE(names.size(), 3);
+    QVERIFY2(names.contains(first), first.constData());
+    for (const QByteArray &name : names) {
+        QVERIFY2(name.startsWith("ttyACM"), name.constData());
+        QCOMPARE(names.count(name), 1);
+    }
+}
+
+void TestJwsim::simulationsSideBySideGetDistinctNames()
+{
+    const QString silent = QStringLiteral("silent");
+    ProgramRun run(jwsimProgram(), simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty; read line"))));
+    prepare(run);
+    run.start();
+    WAIT_FOR(run.output().count('\n') == 2);
+    const QList<QByteArray> names = linesOf(run.output());
+    const Outcome other = jwsim(simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty"))));
+    QCOMPARE(linesOf(other.output).size(), 2);
+    for (const QByteArray &name : linesOf(other.output))
+        QVERIFY2(!names.contains(name), name.constData());
 }
 
 void TestJwsim::hwversionIsInTheReply()
@@ -832,6 +846,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     WAIT_FOR(run.output().endsWith('\n'));
     const pid_t command = run.output().trimmed().toInt();
     QVERIFY(!leftovers().isEmpty()); // so its absence afterwards says something
+    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // a given name is kept from others too
     run.sendSignal(number);
     QVERIFY(run.finish());
     QCOMPARE(run.status(), 128 + number);
