@@ -1,4 +1,5 @@
 #include "support/jwsimrun.h"
+#include "support/neededprogram.h"
 #include "support/terminalrun.h"
 
 #include <QDir>
@@ -310,9 +311,10 @@ void TestJwsim::simulationsSideBySideGetDistinctNames()
     run.start();
     WAIT_FOR(run.output().count('\n') == 2);
     const QList<QByteArray> names = linesOf(run.output());
-    const Outcome other = jwsim(simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty"))));
-    QCOMPARE(linesOf(other.output).size(), 2);
-    for (const QByteArray &name : linesOf(other.output))
+    const QList<QByteArray> others =
+        linesOf(jwsim(simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty")))).output);
+    QCOMPARE(others.size(), 2);
+    for (const QByteArray &name : others)
         QVERIFY2(!names.contains(name), name.constData());
 }
 
@@ -830,6 +832,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp_data()
 
 void TestJwsim::signalEndsTheCommandAndCleansUp()
 {
+    NEEDS_PROGRAM("python3", "python3");
     QFETCH(int, number);
 
     ProgramRun run(jwsimProgram(),
@@ -871,6 +874,7 @@ void TestJwsim::commandThatCatchesTheSignalGivesItsStatus()
 
 void TestJwsim::commandThatStaysIsKilled()
 {
+    NEEDS_PROGRAM("python3", "python3");
     ProgramRun run(jwsimProgram(),
                    simulated({boardOn("BoardA", m_port)},
                              {QStringLiteral("python3"), QStringLiteral("-c"),
@@ -890,6 +894,7 @@ void TestJwsim::commandThatStaysIsKilled()
 
 void TestJwsim::ctrlCReachesTheCommandOnce()
 {
+    NEEDS_PROGRAM("python3", "python3");
     TerminalRun run(jwsimProgram(),
                     simulated({boardOn("BoardA", m_port)},
                               {QStringLiteral("python3"), QStringLiteral("-c"),
@@ -928,6 +933,7 @@ void TestJwsim::nothingIsLeftOfAKilledHost()
 
 void TestJwsim::socatTalksToABoard()
 {
+    NEEDS_PROGRAM("socat", "socat");
     ProgramRun run(jwsimProgram(),
                    simulated({boardOn("BoardB", m_port)},
                              {QStringLiteral("socat"), QStringLiteral("-"),
@@ -943,6 +949,7 @@ void TestJwsim::socatTalksToABoard()
 
 void TestJwsim::pythonTalksToABoard()
 {
+    NEEDS_PROGRAM("python3", "python3");
     const QString script = QStringLiteral("import os, sys, tty\n"
                                           "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
                                           "tty.setraw(port)\n"
