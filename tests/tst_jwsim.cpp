@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <unistd.h>
@@ -205,6 +206,12 @@ void TestJwsim::cleanup()
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
+    // Where a folder of PATH is closed to the user, a program that is nowhere fails for want of a right.
+    QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
+    path.erase(std::remove_if(path.begin(), path.end(),
+                              [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
+               path.end());
+    run.setEnvironment(QStringLiteral("PATH"), path.join(QLatin1Char(':')));
 }
 
 Outcome TestJwsim::jwsim(const QStringList &arguments, const QByteArray &input) const
