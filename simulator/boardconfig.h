@@ -68,7 +68,7 @@ struct BoardConfig
     QString productName = QStringLiteral("Simulated board"); ///< USB product name
     QString serial; ///< USB serial number; null = one that no other board of the testbed has
     QString port; ///< port name without folder; null = the first of ttyACM0, ttyACM1, ... that is neither another
-                  ///< board's nor locked
+                  ///< board's, also of another simulation, nor locked
     int interval = 100; ///< milliseconds between what Babble and Other send
     uint seed = 1; ///< of everything random; the same seed gives the same bytes
 

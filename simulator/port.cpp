@@ -133,6 +133,14 @@ bool isLocked(const QString &portName)
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
 
+std::unique_ptr<QLockFile> reserveName(const QString &portName)
+{
+    // Not the lock file of the port, which belongs to the program that opens it.
+    std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
+    const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
+    return isTaken ? nullptr : std::move(lock);
+}
+
 Descriptor::~Descriptor()
 {
     if (m_number >= 0)

@@ -15,6 +15,9 @@ namespace JwSimulator {
 /** Whether a living program holds the lock file by which QSerialPort keeps others off a port of this name. */
 bool isLocked(const QString &portName);
 
+/** Keeps this name for this simulation as long as the result lives. Null if another simulation has it. */
+std::unique_ptr<QLockFile> reserveName(const QString &portName);
+
 /** A file descriptor that is closed with its owner. */
 class Descriptor
 {

@@ -45,6 +45,7 @@ struct Testbed::Private
 
     UMockdevTestbed *testbed = nullptr;
     QElapsedTimer clock;
+    std::vector<std::unique_ptr<QLockFile>> names;
     std::vector<std::unique_ptr<Board>> boards;
 };
 
@@ -91,12 +92,16 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
+        // Kept also when it was given, so that other simulations choose another one.
+        std::unique_ptr<QLockFile> reservation = config.port.isEmpty() ? nullptr : reserveName(config.port);
         while (config.port.isEmpty()) {
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
-            if (!isLocked(name)) // else a real port, or another simulation, goes by this name
+            reservation = reserveName(name);
+            if (reservation && !isLocked(name)) // else another simulation, or a real port, goes by this name
                 config.port = name;
         }
+        d->names.push_back(std::move(reservation));
         if (config.serial.isNull())
             config.serial = d->freeName(serials, QStringLiteral("SIM%1"), index + 1);
         ports.insert(config.port);

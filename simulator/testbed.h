@@ -16,8 +16,8 @@ namespace JwSimulator {
  * While one exists, udev, /sys and listings of /dev show nothing but its devices: to QSerialPortInfo, to QSerialPort,
  * and to any other program started meanwhile. (A device of the machine that is named outright, such as /dev/ttyS0, is
  * still there.) Call ensurePreloaded() first thing in main(). At most one Testbed at a time; it, its boards and their
- * event loop belong to one thread. Where programs run side by side, give their ports different names: the lock files of
- * QSerialPort go by the name.
+ * event loop belong to one thread. Testbeds of programs that run side by side choose different port names. Names that
+ * you give must differ too: the lock files of QSerialPort go by the name.
  */
 class Testbed
 {

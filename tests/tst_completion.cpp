@@ -1,4 +1,5 @@
 #include "support/jwsimrun.h"
+#include "support/neededprogram.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,6 +15,8 @@ class TestCompletion : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_PROGRAM("bash", "bash"); }
+
     void jwprobe_data();
     void jwprobe();
     void jwprobePortsAreThoseOfTheSystem();

@@ -1,3 +1,4 @@
+#include "support/neededprogram.h"
 #include "support/portname.h"
 #include "support/programrun.h"
 #include "support/simulatedportsmain.h"
@@ -6,13 +7,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QNetworkInterface>
 #include <QRegularExpression>
 #include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <algorithm>
-
-#include <unistd.h>
 
 using JwSimulator::Board;
 using JwSimulator::BoardConfig;
@@ -50,26 +50,65 @@ QString commandOfPage(const char *number)
     return row.match(page).captured(1);
 }
 
-/// The arguments of unshare that run `script` in `folder`, with lock files and a network of its own: this has an
-/// address beside the loopback's, without which ser2net finds no name.
-QStringList alone(const QString &folder, const QString &script)
+/// The page's folder, in which names that every run would share are those of this test alone: the serial port and the
+/// TCP port that commands and the example of the network name.
+class PageFolder
 {
-    QStringList arguments{QStringLiteral("--mount"), QStringLiteral("--net")};
-    if (::geteuid() != 0)
-        arguments.append(QStringLiteral("--map-root-user"));
-    const QString prepare = QStringLiteral(
-        "mount -t tmpfs tmpfs /run/lock && PATH=$PATH:/usr/sbin:/sbin && "
-        "ip link set lo up && ip address add 192.0.2.1/32 dev lo && cd \"$1\" && PATH=" JWSIM_FOLDER ":$PATH && "
-        "examples=" EXAMPLES_PROGRAMS " || exit\n");
-    return arguments << QStringLiteral("sh") << QStringLiteral("-c") << prepare + script << QStringLiteral("sh")
-                     << folder;
-}
+public:
+    explicit PageFolder(quint16 tcpPort)
+        : m_tcpPort(tcpPort)
+    {
+        const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
+        const QString network = QStringLiteral("07-board-over-network");
+        QDir(m_folder.path()).mkpath(QStringLiteral("examples/") + network);
+        const QStringList names = examples.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+        for (const QString &name : names) {
+            if (name != network)
+                QFile::link(examples.filePath(name), path(name));
+        }
+        for (const QString &name : {QStringLiteral("/try"), QStringLiteral("/ser2net.yaml")}) {
+            QFile file(path(network + name));
+            if (file.open(QIODevice::WriteOnly))
+                file.write(own(readFile(examples.filePath(network + name))));
+            file.setPermissions(QFile::permissions(examples.filePath(network + name)));
+        }
+    }
+
+    /// The arguments of a shell that runs the page's command for the example with this number.
+    QStringList command(const char *number) const
+    {
+        const QString script =
+            QStringLiteral("cd \"$1\" && PATH=" JWSIM_FOLDER ":$PATH examples=" EXAMPLES_PROGRAMS " && exec %1")
+                .arg(QString::fromUtf8(own(commandOfPage(number).toUtf8())));
+        return {QStringLiteral("-c"), script, QStringLiteral("sh"), m_folder.path()};
+    }
+
+private:
+    QString path(const QString &name) const { return m_folder.filePath(QStringLiteral("examples/") + name); }
+    QByteArray own(QByteArray text) const
+    {
+        return text.replace("ttyACM0", m_port)
+            .replace("3001", QByteArray::number(m_tcpPort))
+            .replace("0BB9", QByteArray::number(m_tcpPort, 16).rightJustified(4, '0').toUpper());
+    }
+
+    const QTemporaryDir m_folder;
+    const QByteArray m_port = uniquePortName().toLatin1();
+    const quint16 m_tcpPort;
+};
 
 quint16 freeTcpPort()
 {
     QTcpServer server;
     server.listen(QHostAddress::LocalHost);
     return server.serverPort();
+}
+
+/// Without one ser2net finds no name, not even localhost.
+bool hasNetworkAddress()
+{
+    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
+    return std::any_of(addresses.begin(), addresses.end(), [](const QHostAddress &each) { return !each.isLoopback(); });
 }
 
 } // namespace
@@ -338,50 +377,55 @@ void TestExamples::boundProbeEndsEarlyWhenAllIsSettled()
 
 void TestExamples::commandsOfThePageDoWhatItSays_data()
 {
-    QTest::addColumn<QByteArray>("lastLine");
+    QTest::addColumn<QString>("output");
 
-    const auto row = [](const char *number, const char *lastLine) { QTest::newRow(number) << QByteArray(lastLine); };
-    row("01", "BoardB is on ttyACM1");
-    row("02", "answer 3 is $PJWVER,7300022,1,4,0*0d");
-    row("03", "hardware 7300022, which a board tells by $PJWVER,7300022,*38");
-    row("04", "the board is on ttyACM1");
-    row("05", "Communication:  <-  \"$PJWVER,7300022,1,4,0*0d\"");
-    row("06", "ttyACM1 answered with $PJWVER,7300021,1,4,0*0e");
-    row("07", "answer $PJWVER,7300022,1,4,0*0d");
-    row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()");
-    row("09", "8 bytes from ttyACM0");
+    const auto row = [](const char *number, const char *output) {
+        QTest::newRow(number) << QString::fromLatin1(output);
+    };
+    row("01", "BoardB is on ttyACM\\d+");
+    row("02", "answer 3 is \\$PJWVER,7300022,1,4,0\\*0d");
+    row("03", "hardware 7300022, which a board tells by \\$PJWVER,7300022,\\*38");
+    row("04", "the board is on (ttyACM\\d+)\n(?:.*\n)*the board is on (?!\\1\n)ttyACM\\d+");
+    row("05", "Communication:  <-  \"\\$PJWVER,7300022,1,4,0\\*0d\"");
+    row("06", "ttyACM\\d+ answered with \\$PJWVER,7300021,1,4,0\\*0e");
+    row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
+    row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
+    row("09", "8 bytes from ttyACM\\d+");
 }
 
 void TestExamples::commandsOfThePageDoWhatItSays()
 {
-    QFETCH(const QByteArray, lastLine);
+    QFETCH(const QString, output);
     m_testbed.reset(); // jwsim makes its own
-    const QTemporaryDir folder;
-    QVERIFY(QFile::link(QStringLiteral(EXAMPLES_SOURCES), folder.filePath(QStringLiteral("examples"))));
-    ProgramRun run(QStringLiteral("unshare"),
-                   alone(folder.path(), QStringLiteral("exec ") + commandOfPage(QTest::currentDataTag())));
+    if (QTest::currentDataTag() == QByteArray("07")) {
+        NEEDS_PROGRAM("ser2net", "ser2net");
+        QVERIFY2(hasNetworkAddress(), "ser2net needs a network address beside that of the loopback");
+    }
+    const PageFolder folder(freeTcpPort());
+    ProgramRun run(QStringLiteral("sh"), folder.command(QTest::currentDataTag()));
+    const QRegularExpression expression(QLatin1Char('^') + output + QStringLiteral("\n"),
+                                        QRegularExpression::MultilineOption);
+    const auto says = [&] { return QString::fromUtf8(run.output() + run.error()).contains(expression); };
     run.start();
 
     // Without waiting for its end: one of them goes on until it is stopped.
-    WAIT_FOR(run.isOver() || (run.output() + run.error()).contains(lastLine + '\n'));
+    WAIT_FOR(run.isOver() || says());
 
-    QVERIFY2((run.output() + run.error()).contains(lastLine + '\n'), run.output() + run.error());
+    QVERIFY2(says(), run.output() + run.error());
 }
 
 void TestExamples::networkExampleTellsThatItsPortIsTaken()
 {
     m_testbed.reset();
-    const QTemporaryDir folder;
-    QVERIFY(QFile::link(QStringLiteral(EXAMPLES_SOURCES), folder.filePath(QStringLiteral("examples"))));
-    const QString script = QStringLiteral("socat TCP-LISTEN:3001,bind=127.0.0.1,fork EXEC:cat &\n"
-                                          "until grep -q ':0BB9 .* 0A ' /proc/net/tcp; do sleep 0.1; done\n"
-                                          "%1\nstatus=$?\nkill $!\nexit $status");
-    ProgramRun run(QStringLiteral("unshare"), alone(folder.path(), script.arg(commandOfPage("07"))));
+    QTcpServer other;
+    QVERIFY(other.listen(QHostAddress::LocalHost));
+    const PageFolder folder(other.serverPort());
+    ProgramRun run(QStringLiteral("sh"), folder.command("07"));
     run.start();
 
     WAIT_FOR(run.isOver());
 
-    QVERIFY2(run.error().contains("TCP port 3001 is taken"), run.error());
+    QVERIFY2(run.error().contains("TCP port " + QByteArray::number(other.serverPort()) + " is taken"), run.error());
     QCOMPARE(run.status(), 1);
 }
 

@@ -69,7 +69,6 @@ void takeCell(const Cell &cell)
 {
     // Bytes. umockdev keeps 2.6 kB for each of up to 48 ports, or gives it back, by how its thread came to its end.
     constexpr qint64 heapChance = 200000;
-    constexpr int descriptorsOfTestbed = 2; // of its thread, which it never gives back
     cell(Rest(Rest::NotMeasured));
     if (QTest::currentTestFailed())
         return;
@@ -81,8 +80,7 @@ void takeCell(const Cell &cell)
     // Threads of the simulation may still be giving back what they had; what is left behind stays.
     const auto isAsBefore = [&before](const ProcessUsage &now) {
         return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
-            && now.heapBytes - before.heapBytes < heapChance
-            && now.descriptors == before.descriptors + descriptorsOfTestbed;
+            && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;
     };
     settle();
     ProcessUsage after;

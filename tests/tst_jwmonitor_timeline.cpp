@@ -63,13 +63,31 @@ public:
     void retry(int rounds)
     {
         for (int i = 0; i < rounds; ++i) {
-            LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << m_report.portName;
-            LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
+            logRound();
             tell();
         }
     }
+    /// As when the machine had no time for the program: one report for several rounds, before the records of the last.
+    void retryWithALateReport(int rounds)
+    {
+        for (int i = 1; i < rounds; ++i) {
+            logRound();
+            ++m_report.queries;
+        }
+        QCoreApplication::sendPostedEvents();
+        logRound();
+        ++m_report.queries;
+        Q_EMIT m_finder->reported({m_report});
+        QCoreApplication::sendPostedEvents();
+        Q_EMIT m_finder->reported({m_report});
+    }
 
 private:
+    void logRound() const
+    {
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << m_report.portName;
+        LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
+    }
     void tell()
     {
         QCoreApplication::sendPostedEvents(); // the timeline takes the log's records from there
@@ -134,6 +152,7 @@ private Q_SLOTS:
     void ourOwnBoardIsNoLaneOfALaterSearch();
     void whatIsSentToABoardIsNoQuery();
     void growsWhileTheSearchRuns();
+    void queriesAreInTheirRoundsWhenAReportIsLate();
     void aLongSearchKeepsTheNewestEvents();
     void aLongSearchIsDrawnInFewLines();
     void theMarkStaysAtItsEventInALongSearch();
@@ -335,6 +354,19 @@ void TestTimeline::growsWhileTheSearchRuns()
     QTRY_COMPARE(bench.timeline.rounds().size(), 1);
     QVERIFY(bench.timeline.isRunning());
     QTRY_VERIFY(!bench.timeline.isRunning());
+}
+
+void TestTimeline::queriesAreInTheirRoundsWhenAReportIsLate()
+{
+    TimelineBench bench;
+    LongSearch(&bench.finder).retryWithALateReport(3);
+    const TimelineLane lane = bench.timeline.lanes().at(0);
+    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened, TimelineEvent::Query};
+    for (int round = 1; round <= 3; ++round)
+        expected << TimelineEvent::TimedOut << TimelineEvent::Query;
+    QCOMPARE(kinds(lane), expected);
+    for (int round = 0; round <= 3; ++round)
+        QCOMPARE(lane.events.at(1 + 2 * round).round, round);
 }
 
 void TestTimeline::aLongSearchKeepsTheNewestEvents()

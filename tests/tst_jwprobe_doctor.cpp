@@ -1,3 +1,4 @@
+#include "support/asnobody.h"
 #include "support/sandbox.h"
 
 #include <jwprobe/doctor.h>
@@ -28,49 +29,49 @@ class TestJwprobeDoctor : public QObject
 private Q_SLOTS:
     void init() { m_port = uniquePortName(); }
 
-    void healthyPortIsSaidInOneLine();
-    void everyCandidateIsExamined();
-    void namedPortIsExaminedAlone();
+    SANDBOXED void healthyPortIsSaidInOneLine();
+    SANDBOXED void everyCandidateIsExamined();
+    SANDBOXED void namedPortIsExaminedAlone();
     void noCandidateSaysWhatToLookAt();
     void unknownPortIsSaid();
 
     void userOutsideTheGroupIsToldToJoin();
-    void memberWhoseSessionIsOlderIsToldToLogInAgain();
+    SANDBOXED void memberWhoseSessionIsOlderIsToldToLogInAgain();
     void groupWithoutAccessGetsAnotherWay();
-    void refusalInSpiteOfRightsPointsAtTheContainer();
-    void commandOfAProgramWithAQuoteInItsPathRuns();
+    SANDBOXED void refusalInSpiteOfRightsPointsAtTheContainer();
+    SANDBOXED void commandOfAProgramWithAQuoteInItsPathRuns();
     void missingRuleIsInstalled_data();
-    void missingRuleIsInstalled();
-    void ruleThatIsThereIsApplied();
-    void appliedRuleNamesItsLimit();
+    SANDBOXED void missingRuleIsInstalled();
+    SANDBOXED void ruleThatIsThereIsApplied();
+    SANDBOXED void appliedRuleNamesItsLimit();
 
     void brokenDeviceFileIsToBePluggedInAgain_data();
-    void brokenDeviceFileIsToBePluggedInAgain();
+    SANDBOXED void brokenDeviceFileIsToBePluggedInAgain();
 
     void processThatHasThePortOpenIsNamed_data();
     void processThatHasThePortOpenIsNamed();
     void ownerOfALockFileIsNamed_data();
-    void ownerOfALockFileIsNamed();
+    SANDBOXED void ownerOfALockFileIsNamed();
     void numberInALockFileIsNoReasonToEndAProcess_data();
-    void numberInALockFileIsNoReasonToEndAProcess();
+    SANDBOXED void numberInALockFileIsNoReasonToEndAProcess();
     void lockFileOfALivingProcessIsNotRemoved_data();
-    void lockFileOfALivingProcessIsNotRemoved();
+    SANDBOXED void lockFileOfALivingProcessIsNotRemoved();
     void whatIsNoLockFileIsNotOpened_data();
-    void whatIsNoLockFileIsNotOpened();
-    void otherPortsAreSearchedBesideWhatIsNoLockFile();
-    void lockFileLeftBehindIsRemoved();
-    void lockFileWithoutAnOwnerIsRemoved();
+    SANDBOXED void whatIsNoLockFileIsNotOpened();
+    SANDBOXED void otherPortsAreSearchedBesideWhatIsNoLockFile();
+    SANDBOXED void lockFileLeftBehindIsRemoved();
+    SANDBOXED void lockFileWithoutAnOwnerIsRemoved();
     void lockFileCountsWhenItStopsTheSearch_data();
-    void lockFileCountsWhenItStopsTheSearch();
-    void holderThatCantBeSeenIsLookedForByRoot();
+    SANDBOXED void lockFileCountsWhenItStopsTheSearch();
+    SANDBOXED void holderThatCantBeSeenIsLookedForByRoot();
 
-    void modemManagerThatMayTakeThePortIsNamed();
-    void modemManagerRuleThatIsThereIsApplied();
+    SANDBOXED void modemManagerThatMayTakeThePortIsNamed();
+    SANDBOXED void modemManagerRuleThatIsThereIsApplied();
     void modemManagerThatKeepsOffIsNoTrouble_data();
-    void modemManagerThatKeepsOffIsNoTrouble();
-    void severalTroublesAreShownTogether();
+    SANDBOXED void modemManagerThatKeepsOffIsNoTrouble();
+    SANDBOXED void severalTroublesAreShownTogether();
 
-    void jsonHasEveryTrouble();
+    SANDBOXED void jsonHasEveryTrouble();
     void jsonOfNoCandidateHasTheAdvice();
     void noBoardIsAsked_data();
     void noBoardIsAsked();
@@ -95,11 +96,6 @@ const QString fakeModemManager = QStringLiteral("cp \"$(command -v sleep)\" /run
 const QString installRules = QStringLiteral("cp \"%1\" /run/udev/rules.d/; ")
                                  .arg(QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"));
 
-// Somebody who belongs to no group and may still read the build folder, wherever that is.
-const QString asNobody = QStringLiteral("chmod -R o+rwX \"$UMOCKDEV_DIR\"; "
-                                        "exec setpriv --reuid=65534 --regid=65534 --clear-groups "
-                                        "--inh-caps +dac_read_search --ambient-caps +dac_read_search \"$@\"");
-
 void verifyHas(const Outcome &outcome, const QStringList &texts)
 {
     for (const QString &text : texts)
@@ -111,6 +107,11 @@ void verifyHas(const Outcome &outcome, const QStringList &texts)
 bool isRoot()
 {
     return ::geteuid() == 0;
+}
+
+bool sandboxHasOtherUsers()
+{
+    return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
 /// A terminal, which a port is to programs: the simulated ones show another device number than what a program has open.
@@ -184,14 +185,12 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
 // Root is stopped by nothing. Anybody else can't become another user, and takes the right from himself.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
-    if (!isRoot()) {
-        return runProgram(jwsimProgram(),
-                          simulated({boardOn("BoardB", m_port)},
-                                    {QStringLiteral("sh"), QStringLiteral("-c"),
-                                     QStringLiteral("chmod 0000 \"$UMOCKDEV_DIR/dev/%1\"; exec \"$@\"").arg(m_port),
-                                     QStringLiteral("sh"), jwprobeProgram(), doctor}));
-    }
-    return runSandboxed({boardOn("BoardB", m_port)}, prepare + asNobody, {jwprobeProgram(), doctor});
+    const QString run =
+        isRoot() ? prepare + asNobody : QStringLiteral("chmod 0000 \"$UMOCKDEV_DIR/dev/%1\"; exec \"$@\"").arg(m_port);
+    return runProgram(
+        jwsimProgram(),
+        simulated({boardOn("BoardB", m_port)},
+                  {QStringLiteral("sh"), QStringLiteral("-c"), run, QStringLiteral("sh"), jwprobeProgram(), doctor}));
 }
 
 // Behind the outcome of the doctor stands that of a search, which must agree. The search comes second: it removes a
@@ -265,11 +264,14 @@ void TestJwprobeDoctor::userOutsideTheGroupIsToldToJoin()
 
 void TestJwprobeDoctor::memberWhoseSessionIsOlderIsToldToLogInAgain()
 {
-    const Outcome outcome = examineAsNobody(QStringLiteral("sed 's/^dialout:.*:/&nobody/' /etc/group > /run/group; "
-                                                           "mount --bind /run/group /etc/group; "));
+    const QString join = QStringLiteral("sed 's/^dialout:.*:/&nobody/' /etc/group > /run/group; "
+                                        "mount --bind /run/group /etc/group; ");
+    const Outcome outcome = sandboxHasOtherUsers()
+        ? runSandboxed({boardOn("BoardB", m_port)}, join + asNobody, {jwprobeProgram(), doctor})
+        : examineAsNobody(QString());
     QCOMPARE(outcome.status, 1);
     verifyHas(outcome, {QStringLiteral("no permission")});
-    if (isRoot()) {
+    if (sandboxHasOtherUsers()) {
         verifyHas(outcome, {QStringLiteral("log out and in again"), QStringLiteral("    newgrp dialout\n")});
         QVERIFY2(!outcome.output.contains("usermod"), outcome.output.constData());
     }
@@ -628,8 +630,8 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
     row("its number stands alone, in a folder that can't be written",
         "mount -t tmpfs tmpfs /run/lock; echo $user > $lock; mount -o remount,bind,ro /run/lock; ",
         "which names sleep (pid");
-    if (!isRoot())
-        return; // nobody else has another user at hand
+    if (!sandboxHasOtherUsers())
+        return;
     row("another user's, in a folder where all may remove their own",
         "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", left, true);
     row("one's own, in such a folder", "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chown nobody $lock; ", well,
@@ -661,8 +663,9 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
 {
     // Exclusive mode stops everybody but root. The lock file of the holder is out of sight.
-    const QString command = isRoot() ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
-                                     : QStringLiteral("exec \"$@\"");
+    const QString command = sandboxHasOtherUsers()
+        ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
+        : QStringLiteral("exec \"$@\"");
     const Outcome outcome = runSandboxed({boardOn("BoardB", m_port, "open=busy")}, command, {jwprobeProgram(), doctor});
     QCOMPARE(outcome.status, 1);
     verifyHas(outcome,
@@ -791,5 +794,5 @@ void TestJwprobeDoctor::udevRulesAreThoseOfThePackage()
     QCOMPARE(outcome.status, 0);
 }
 
-QTEST_GUILESS_MAIN(TestJwprobeDoctor)
+SANDBOX_TEST_MAIN(TestJwprobeDoctor)
 #include "tst_jwprobe_doctor.moc"

@@ -234,7 +234,7 @@ void TestJwprobeReport::jsonTellsWhatBecameOfAPort_data()
     row("bytes that are no payload", "babble", "", {"--retries", "0"}, "timedOut", "silent", "", none, none, 1, 0);
     row("damaged answers", "BoardA", "checksum=wrong", {"--retries", "1"}, "timedOut", "unreadable", "", none,
         QStringLiteral("$PJWVER,7300022,1,4,0*58"), 2, 2);
-    row("silenced", "BoardA", "", {"--deadline", "300"}, "silenced", "otherType", "", boardA, none, 1, 1);
+    row("silenced", "BoardA", "", {"--deadline", "2000"}, "silenced", "otherType", "", boardA, none, 1, 1);
     row("lost", "BoardB", "pull-after-bytes=3", {"--retries", "0"}, "lost", "unplugged", "(Read|Write|Resource)Error",
         none, none, 1, 0);
 }

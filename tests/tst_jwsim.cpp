@@ -1,4 +1,5 @@
 #include "support/jwsimrun.h"
+#include "support/neededprogram.h"
 #include "support/terminalrun.h"
 
 #include <QDir>
@@ -9,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <unistd.h>
@@ -129,6 +131,7 @@ private Q_SLOTS:
     void onlySimulatedPortsAreSeen();
     void portKeyNamesThePort();
     void unnamedPortsGetDistinctNames();
+    void simulationsSideBySideGetDistinctNames();
     void hwversionIsInTheReply();
     void wrongChecksumIsSent();
     void noiseComesBeforeTheReply();
@@ -225,12 +228,18 @@ void TestJwsim::init()
 void TestJwsim::cleanup()
 {
     QCOMPARE(leftovers(), QStringList());
-    QCOMPARE(lockFiles(m_port), QStringList());
+    QCOMPARE(lockFiles(m_port) + lockFiles(QStringLiteral("jwsim.") + m_port), QStringList());
 }
 
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
+    // Where a folder of PATH is closed to the user, a program that is nowhere fails for want of a right.
+    QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
+    path.erase(std::remove_if(path.begin(), path.end(),
+                              [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
+               path.end());
+    run.setEnvironment(QStringLiteral("PATH"), path.join(QLatin1Char(':')));
 }
 
 Outcome TestJwsim::jwsim(const QStringList &arguments, const QByteArray &input) const
@@ -317,17 +326,31 @@ void TestJwsim::portKeyNamesThePort()
 void TestJwsim::unnamedPortsGetDistinctNames()
 {
     const QString silent = QStringLiteral("silent");
-    // With a folder of lock files of its own: names that another simulation has at the moment are not taken.
-    QStringList arguments{QStringLiteral("--mount")};
-    if (::geteuid() != 0)
-        arguments.append(QStringLiteral("--map-root-user"));
-    arguments << QStringLiteral("sh") << QStringLiteral("-c")
-              << QStringLiteral("mount -t tmpfs tmpfs /run/lock && exec \"$@\"") << QStringLiteral("sh")
-              << jwsimProgram()
-              << simulated({silent, silent, QStringLiteral("silent,port=ttyACM1")},
-                           shell(QStringLiteral("ls /sys/class/tty")));
-    const Outcome outcome = runProgram(QStringLiteral("unshare"), arguments);
-    QCOMPARE(outcome.output, QByteArray("ttyACM0\nttyACM1\nttyACM2\n"));
+    const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
+    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // which would be chosen again
+    const QString named = boardOn("silent", QString::fromLatin1(first));
+    const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
+    QCOMPARE(names.size(), 3);
+    QVERIFY2(names.contains(first), first.constData());
+    for (const QByteArray &name : names) {
+        QVERIFY2(name.startsWith("ttyACM"), name.constData());
+        QCOMPARE(names.count(name), 1);
+    }
+}
+
+void TestJwsim::simulationsSideBySideGetDistinctNames()
+{
+    const QString silent = QStringLiteral("silent");
+    ProgramRun run(jwsimProgram(), simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty; read line"))));
+    prepare(run);
+    run.start();
+    WAIT_FOR(run.output().count('\n') == 2);
+    const QList<QByteArray> names = linesOf(run.output());
+    const QList<QByteArray> others =
+        linesOf(jwsim(simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty")))).output);
+    QCOMPARE(others.size(), 2);
+    for (const QByteArray &name : others)
+        QVERIFY2(!names.contains(name), name.constData());
 }
 
 void TestJwsim::hwversionIsInTheReply()
@@ -1055,6 +1078,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp_data()
 
 void TestJwsim::signalEndsTheCommandAndCleansUp()
 {
+    NEEDS_PROGRAM("python3", "python3");
     QFETCH(int, number);
 
     ProgramRun run(jwsimProgram(),
@@ -1071,6 +1095,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     WAIT_FOR(run.output().endsWith('\n'));
     const pid_t command = run.output().trimmed().toInt();
     QVERIFY(!leftovers().isEmpty()); // so its absence afterwards says something
+    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // a given name is kept from others too
     run.sendSignal(number);
     QVERIFY(run.finish());
     QCOMPARE(run.status(), 128 + number);
@@ -1095,6 +1120,7 @@ void TestJwsim::commandThatCatchesTheSignalGivesItsStatus()
 
 void TestJwsim::commandThatStaysIsKilled()
 {
+    NEEDS_PROGRAM("python3", "python3");
     ProgramRun run(jwsimProgram(),
                    simulated({boardOn("BoardA", m_port)},
                              {QStringLiteral("python3"), QStringLiteral("-c"),
@@ -1114,6 +1140,7 @@ void TestJwsim::commandThatStaysIsKilled()
 
 void TestJwsim::ctrlCReachesTheCommandOnce()
 {
+    NEEDS_PROGRAM("python3", "python3");
     TerminalRun run(jwsimProgram(),
                     simulated({boardOn("BoardA", m_port)},
                               {QStringLiteral("python3"), QStringLiteral("-c"),
@@ -1194,6 +1221,7 @@ void TestJwsim::lockOfAnEndedProgramGoes()
 
 void TestJwsim::socatTalksToABoard()
 {
+    NEEDS_PROGRAM("socat", "socat");
     ProgramRun run(jwsimProgram(),
                    simulated({boardOn("BoardB", m_port)},
                              {QStringLiteral("socat"), QStringLiteral("-"),
@@ -1209,6 +1237,7 @@ void TestJwsim::socatTalksToABoard()
 
 void TestJwsim::pythonTalksToABoard()
 {
+    NEEDS_PROGRAM("python3", "python3");
     const QString script = QStringLiteral("import os, sys, tty\n"
                                           "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
                                           "tty.setraw(port)\n"

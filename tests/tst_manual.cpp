@@ -1,4 +1,5 @@
 #include "support/jwsimrun.h"
+#include "support/neededprogram.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -108,6 +109,8 @@ void TestManual::programs()
 void TestManual::pageIsFormattedWithoutAWarning()
 {
     QFETCH(QString, program);
+    NEEDS_PROGRAM("groff", "groff-base");
+    NEEDS_PROGRAM("mandoc", "mandoc");
     const Outcome groff = runProgram(QStringLiteral("groff"),
                                      {QStringLiteral("-man"), QStringLiteral("-Tutf8"), QStringLiteral("-ww"),
                                       QStringLiteral("-z"), pageFile(program)});

@@ -1,5 +1,6 @@
 #include "support/sandbox.h"
 
+#include <QFile>
 #include <QTest>
 
 #include <grp.h>
@@ -10,13 +11,14 @@ class TestUdevRules : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init() { m_port = uniquePortName(); }
 
     void boardGetsAccessAndIsKeptFromModemManager_data();
-    void boardGetsAccessAndIsKeptFromModemManager();
-    void otherDeviceIsLeftAlone();
-    void rulesAreReadWithoutAComplaint();
-    void wrongRuleWouldBeComplainedAbout();
+    SANDBOXED void boardGetsAccessAndIsKeptFromModemManager();
+    SANDBOXED void otherDeviceIsLeftAlone();
+    SANDBOXED void rulesAreReadWithoutAComplaint();
+    SANDBOXED void wrongRuleWouldBeComplainedAbout();
 
 private:
     Outcome plugIn(const char *keys, const QByteArray &moreRules = QByteArray()) const;
@@ -56,6 +58,15 @@ QByteArray ofPort(const Outcome &outcome)
 }
 
 } // namespace
+
+void TestUdevRules::initTestCase()
+{
+    NEEDS_PROGRAM("udevadm", "udev");
+    const QString access = QStringLiteral("/udev/rules.d/73-seat-late.rules");
+    QVERIFY2(QFile::exists(QStringLiteral("/lib") + access) || QFile::exists(QStringLiteral("/usr/lib") + access),
+             "the rule that gives access to whoever sits at the machine is missing: install the package systemd "
+             "(scripts/test does)");
+}
 
 // The system's own rules stay, since ours must fit in among them.
 Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) const
@@ -129,5 +140,5 @@ void TestUdevRules::wrongRuleWouldBeComplainedAbout()
         QVERIFY2(!complaints(plugIn("", rule)).isEmpty(), rule);
 }
 
-QTEST_GUILESS_MAIN(TestUdevRules)
+SANDBOX_TEST_MAIN(TestUdevRules)
 #include "tst_udevrules.moc"

@@ -15,7 +15,7 @@ sys.path += [str(HERE.parent / "package"), str(HERE.parents[1] / "docs")]
 
 import blocks  # noqa: E402
 import packagetest  # noqa: E402
-from bareroot import BareRoot  # noqa: E402
+from bareroot import BareRoot, leave_out_if_refused  # noqa: E402
 from packagetest import BUILD, DEBS, SOURCE  # noqa: E402
 
 PAGE = SOURCE / "docs/getting-started.md"
@@ -79,4 +79,5 @@ if __name__ == "__main__":
         now = follow()
         PAGE.write_text(TRANSCRIPT.sub(lambda old: old[1] + now + old[3], PAGE.read_text()))
     else:
+        leave_out_if_refused()
         packagetest.main()

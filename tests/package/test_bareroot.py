@@ -5,7 +5,7 @@ import subprocess
 import unittest
 
 import packagetest
-from bareroot import BareRoot
+from bareroot import BareRoot, leave_out_if_refused
 from packagetest import BUILD, CONSUMER, DEBS
 
 # The programs first: they must work with nothing but what their own package brings.
@@ -39,4 +39,5 @@ class Installed(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    leave_out_if_refused()
     packagetest.main()

@@ -177,11 +177,7 @@ DiscoverySubject::~DiscoverySubject()
 void DiscoverySubject::takeRecord(const LogRecord &record)
 {
     findProbed();
-    // A port without a name fails at its lock file while another process tries one, for both have the same lock file.
-    static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
-    static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
-    noteLog(record.level, record.category.constData(), record.file.constData(),
-            record.text == locked ? absent : record.text);
+    noteLog(record.level, record.category.constData(), record.file.constData(), record.text);
     // The preload library counts a port that could not be opened as one of the few that it has room for.
     if (record.text.startsWith(QLatin1String("Serial port not accessible")))
         ::close(-1);

@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QSet>
 
+#include <algorithm>
+
 #include <malloc.h>
 #include <unistd.h>
 
@@ -83,6 +85,16 @@ qint64 residentMemory()
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
 }
 
+/// umockdev's sockets and those of its threads come and go by how its threads run, so they are not counted.
+int descriptorsOfFiles()
+{
+    const QStringList numbers = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files);
+    return static_cast<int>(std::count_if(numbers.begin(), numbers.end(), [](const QString &number) {
+        char target = 0;
+        return ::readlink(("/proc/self/fd/" + number.toLatin1()).constData(), &target, 1) == 1 && target == '/';
+    }));
+}
+
 } // namespace
 
 void ProcessUsage::watchObjects()
@@ -93,8 +105,7 @@ void ProcessUsage::watchObjects()
 
 ProcessUsage ProcessUsage::now()
 {
-    ProcessUsage usage = {allocatedBytes(), residentMemory(), 0, livingObjects().size(), 0, 0};
-    usage.descriptors = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files).size();
+    ProcessUsage usage = {allocatedBytes(), residentMemory(), descriptorsOfFiles(), livingObjects().size(), 0, 0};
     const QList<QObject *> objects = livingObjects().values();
     for (QObject *object : objects) {
         usage.connections += connectionsOf(object);

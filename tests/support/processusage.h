@@ -7,7 +7,7 @@ struct ProcessUsage
 {
     qint64 heapBytes; ///< allocated and not freed
     qint64 residentBytes;
-    int descriptors;
+    int descriptors; ///< of files and ports
     int objects; ///< living QObjects
     int connections; ///< of all their signals
     int timers; ///< that run

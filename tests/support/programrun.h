@@ -51,7 +51,11 @@ public:
     void start() { m_process.start(); }
     void write(const QByteArray &input) { m_process.write(input); }
     void closeInput() { m_process.closeWriteChannel(); }
-    void sendSignal(int number) { ::kill(static_cast<pid_t>(m_process.processId()), number); }
+    void sendSignal(int number)
+    {
+        if (m_process.processId() > 0) // 0 would be all processes of our group: the whole test run
+            ::kill(static_cast<pid_t>(m_process.processId()), number);
+    }
 
     /// Whether it ended by itself; then the streams are complete.
     bool finish()

@@ -1,15 +1,85 @@
 #pragma once
 
 #include "jwsimrun.h"
+#include "neededprogram.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QMetaMethod>
+
+#include <cstdio>
 
 #include <unistd.h>
 
+/// Marks a test function, before its `void`, that calls runSandboxed(). See SANDBOX_TEST_MAIN.
+#ifndef Q_MOC_RUN
+#define SANDBOXED
+#endif
+
+/// What a system of its own the machine lets this user make: see runSandboxed().
+struct Sandbox
+{
+    enum Kind {
+        Refused,
+        OfOneUser, ///< in which this user is root and there is nobody else
+        OfAllUsers,
+    };
+    Kind kind = Refused;
+    QString refusal;
+
+    static const Sandbox &allowed()
+    {
+        static const Sandbox sandbox = ::geteuid() == 0 ? tried({OfAllUsers, OfOneUser}) : tried({OfOneUser});
+        return sandbox;
+    }
+    static QStringList command(Kind kind, const QString &script)
+    {
+        QStringList command{QStringLiteral("unshare"), QStringLiteral("--mount"),      QStringLiteral("--pid"),
+                            QStringLiteral("--fork"),  QStringLiteral("--kill-child"), QStringLiteral("--mount-proc")};
+        if (kind == OfOneUser)
+            command.append(QStringLiteral("--map-root-user"));
+        return command << QStringLiteral("sh") << QStringLiteral("-c") << script << QStringLiteral("sh");
+    }
+
+private:
+    static Sandbox tried(std::initializer_list<Kind> kinds)
+    {
+        Sandbox sandbox;
+        for (const Kind kind : kinds) {
+            const QStringList trial = command(kind, QStringLiteral("mount -t tmpfs tmpfs /run"));
+            const Outcome outcome = runProgram(trial.first(), trial.mid(1));
+            if (outcome.status == 0)
+                return {kind, QString()};
+            if (sandbox.refusal.isEmpty())
+                sandbox.refusal = QString::fromLocal8Bit(outcome.error).section(QLatin1Char('\n'), 0, 0);
+        }
+        return sandbox;
+    }
+};
+
+/// The class of a test with functions marked SANDBOXED.
+inline const QMetaObject *&sandboxedTest()
+{
+    static const QMetaObject *meta = nullptr;
+    return meta;
+}
+
+inline bool isMarkedSandboxed(const QByteArray &function)
+{
+    const int index = sandboxedTest() ? sandboxedTest()->indexOfSlot(function + "()") : -1;
+    return index >= 0 && qstrcmp(sandboxedTest()->method(index).tag(), "SANDBOXED") == 0;
+}
+
 /// Runs `script` with /bin/sh where these boards are attached, and in a system of its own as far as it matters here: it
 /// sees its own processes only, an empty /run (lock files, udev's database), and no rules of udev's but those in
-/// /run/udev/rules.d and, with `keepRules`, the system's. `arguments` are the script's "$@".
+/// /run/udev/rules.d and, with `keepRules`, the system's. `arguments` are the script's "$@". For functions marked
+/// SANDBOXED.
 inline Outcome runSandboxed(const QStringList &boards, const QString &script, const QStringList &arguments = {},
                             bool keepRules = false)
 {
+    // Or it would fail where no sandbox is allowed.
+    if (!isMarkedSandboxed(QTest::currentTestFunction()))
+        qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
     // The simulated /dev takes up new folders, and the real one is wanted.
     QString prepare = QStringLiteral("set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/lock /run/udev/rules.d; "
                                      "env -u LD_PRELOAD mkdir -p /dev/char; mount -t tmpfs tmpfs /dev/char; ");
@@ -19,13 +89,10 @@ inline Outcome runSandboxed(const QStringList &boards, const QString &script, co
                            "if test -d $folder/udev/rules.d; then mount -t tmpfs tmpfs $folder/udev/rules.d; fi; "
                            "done; ");
     }
-    QStringList command{QStringLiteral("unshare"), QStringLiteral("--mount"),      QStringLiteral("--pid"),
-                        QStringLiteral("--fork"),  QStringLiteral("--kill-child"), QStringLiteral("--mount-proc")};
-    if (::geteuid() != 0)
-        command.append(QStringLiteral("--map-root-user"));
-    command << QStringLiteral("sh") << QStringLiteral("-c") << prepare + QStringLiteral("set +e; ") + script
-            << QStringLiteral("sh") << arguments;
-    return runProgram(jwsimProgram(), simulated(boards, command));
+    return runProgram(jwsimProgram(),
+                      simulated(boards,
+                                Sandbox::command(Sandbox::allowed().kind, prepare + QStringLiteral("set +e; ") + script)
+                                    << arguments));
 }
 
 /// Shell text that lets udev's own tool apply the rules to a port and to its USB device, as when it is plugged in. The
@@ -38,3 +105,40 @@ inline QString applyUdevRules(const QString &port)
                           "{ cat /run/%1*.log; exit 99; }; ")
         .arg(port);
 }
+
+/// Runs all functions of a test; those marked SANDBOXED alone with the option -sandboxed, the others alone with
+/// -unsandboxed. Where the machine refuses a sandbox, -sandboxed says so and returns the status by which ctest lists
+/// the test as not run.
+inline int runSandboxTest(QObject *test, QStringList arguments)
+{
+    constexpr int notRun = 77;
+    sandboxedTest() = test->metaObject();
+    const bool sandboxed = arguments.value(1) == QLatin1String("-sandboxed");
+    if (!sandboxed && arguments.value(1) != QLatin1String("-unsandboxed"))
+        return QTest::qExec(test, arguments);
+    arguments.removeAt(1);
+    if (sandboxed && Sandbox::allowed().kind == Sandbox::Refused) {
+        std::printf("Left out: %s -sandboxed: this system refuses namespaces (%s)\n",
+                    qPrintable(QFileInfo(arguments.first()).fileName()), qPrintable(Sandbox::allowed().refusal));
+        return notRun;
+    }
+    const QMetaObject *const meta = test->metaObject();
+    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
+        const QMetaMethod method = meta->method(i);
+        const QByteArray name = method.name();
+        static const QList<QByteArray> notTests{"init", "cleanup", "initTestCase", "cleanupTestCase"};
+        if (method.methodType() == QMetaMethod::Slot && !name.endsWith("_data") && !notTests.contains(name)
+            && isMarkedSandboxed(name) == sandboxed)
+            arguments.append(QString::fromLatin1(name));
+    }
+    return QTest::qExec(test, arguments);
+}
+
+/// main() of a test with functions marked SANDBOXED.
+#define SANDBOX_TEST_MAIN(TestClass)                                                                                   \
+    int main(int argc, char **argv)                                                                                    \
+    {                                                                                                                  \
+        QCoreApplication application(argc, argv);                                                                      \
+        TestClass test;                                                                                                \
+        return runSandboxTest(&test, QCoreApplication::arguments());                                                   \
+    }

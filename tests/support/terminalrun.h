@@ -56,7 +56,11 @@ public:
     {
         return ::write(m_terminal, keys.constData(), static_cast<size_t>(keys.size())) == keys.size();
     }
-    void sendSignal(int number) const { ::kill(m_process, number); }
+    void sendSignal(int number) const
+    {
+        if (m_process > 0) // -1 would be all processes
+            ::kill(m_process, number);
+    }
     /// Everything that appeared, what was typed included; lines end with CR LF.
     QByteArray screen() const { return m_screen; }
     /// When it did, the screen is complete and the status known.

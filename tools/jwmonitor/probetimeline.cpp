@@ -179,13 +179,15 @@ void ProbeTimeline::add(const QString &port, TimelineEvent::Kind kind, double ms
 
 void ProbeTimeline::addRepeatedQueries(const JwDevice::PortReport &report)
 {
-    // The log doesn't say to which port a query of a retry round goes, but the reports count them. Each round asks
-    // the same.
+    // The log doesn't say to which port a query of a retry round goes, but the reports count them. Each round asks the
+    // same, so the count names the round. A report may be late by some rounds, or come before the record of its last.
     const TimelineLane &line = lane(report.portName);
-    if (line.asked.isEmpty() || m_rounds.isEmpty())
-        return;
-    while (line.queries < report.queries)
-        add(report.portName, TimelineEvent::Query, m_rounds.last(), line.asked.at(line.queries % line.asked.size()));
+    const int perRound = line.asked.size();
+    const int known = qMin(report.queries, perRound * (m_rounds.size() + 1));
+    while (line.queries < known) {
+        const int round = line.queries / perRound;
+        add(report.portName, TimelineEvent::Query, m_rounds.at(round - 1), line.asked.at(line.queries % perRound));
+    }
 }
 
 QString ProbeTimeline::kindName(TimelineEvent::Kind kind)
