@@ -23,7 +23,7 @@ namespace JwDevice {
 namespace {
 
 constexpr int replyTimeout = 400; // ms
-constexpr int errorsInBurst = 100; // with nothing read in between; a port that spins needs about a millisecond for them
+constexpr int errorsInBurst = 1000; // with nothing read in between; a port that spins takes some milliseconds for them
 constexpr qint64 burstTime = 1000; // ms
 constexpr qint64 timeBetweenLooks = 100; // ms; to look whether a device is there lists all ports
 constexpr quint16 boardVendorId = 0x0483;
@@ -80,10 +80,8 @@ class ErrorRun
 public:
     enum Verdict { Passing, Broken, DeviceGone };
 
-    Verdict judge(QSerialPort::SerialPortError error, const QString &portName)
+    Verdict judge(const QString &portName)
     {
-        if (error == QSerialPort::ResourceError)
-            return Broken;
         if (m_errors == 0 || m_start.elapsed() > burstTime) {
             m_errors = 0;
             m_start.start();
@@ -290,7 +288,7 @@ QTimer *Initializer::createTimeoutTimer(Communicator *comm)
     return timer;
 }
 
-void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortReport> &report)
+void Initializer::closeWhenLost(WholeLines<QSerialPort> *port, const std::shared_ptr<PortReport> &report)
 {
     const auto run = std::make_shared<ErrorRun>();
     connect(port, &QSerialPort::readyRead, this, [run] { run->end(); });
@@ -298,9 +296,12 @@ void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortRep
         if (error == QSerialPort::NoError || !port->isOpen())
             return;
         const QString text = port->errorString();
-        const ErrorRun::Verdict verdict = run->judge(error, port->portName());
-        if (verdict == ErrorRun::Passing)
+        const ErrorRun::Verdict verdict = run->judge(port->portName());
+        if (verdict == ErrorRun::Passing) {
+            // At some errors QSerialPort stops reading until it is asked for more than it holds.
+            port->peek(port->bytesReceived() + 1);
             return;
+        }
         const bool isGone = verdict == ErrorRun::DeviceGone; // the port then reports whatever failed last
         report->verdict = PortReport::Lost;
         report->error = isGone ? QSerialPort::ResourceError : error;

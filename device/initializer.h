@@ -24,6 +24,8 @@ class ParserInit;
 namespace JwDevice {
 
 class SessionInit;
+template <typename Device>
+class WholeLines;
 
 /**
  * Finds boards on USB serial ports and hands the application one ready Communicator per wanted type.
@@ -124,7 +126,8 @@ private:
     JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
     JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *isCommunicator(QObject *object) const;
-    JWDEVICE_NO_EXPORT void closeWhenLost(QSerialPort *port, const std::shared_ptr<JwDevice::PortReport> &report);
+    JWDEVICE_NO_EXPORT void closeWhenLost(JwDevice::WholeLines<QSerialPort> *port,
+                                          const std::shared_ptr<JwDevice::PortReport> &report);
     JWDEVICE_NO_EXPORT std::shared_ptr<JwDevice::PortReport> reportOnHeld(const QString &portName) const;
     JWDEVICE_NO_EXPORT int writeQueries(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT void setCommStatus(JwDevice::Communicator *comm, JwDevice::Type type);

@@ -2,10 +2,14 @@
 #include "support/simulatedportsmain.h"
 #include "support/timelinetexts.h"
 
+#include <device/wholelines.h>
+
 #include <QAbstractEventDispatcher>
 #include <QSocketNotifier>
 #include <QTest>
 #include <QTimer>
+
+#include <cerrno>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -57,14 +61,16 @@ QVector<int> discarded; // descriptors of terminals whose unsent output was disc
 class ReaderBeside
 {
 public:
-    explicit ReaderBeside(const Board *board)
+    /// `staleError` is what errno holds when our port finds nothing to read; QSerialPort goes by that number.
+    ReaderBeside(const Board *board, int staleError)
         : m_descriptor(::open(qPrintable(QStringLiteral("/dev/") + board->portName()),
                               O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
         , m_notifier(m_descriptor, QSocketNotifier::Read)
     {
-        QObject::connect(&m_notifier, &QSocketNotifier::activated, &m_notifier, [this] {
+        QObject::connect(&m_notifier, &QSocketNotifier::activated, &m_notifier, [this, staleError] {
             char bytes[100];
             while (::read(m_descriptor, bytes, sizeof bytes) > 0) { }
+            errno = staleError;
         });
     }
     ~ReaderBeside()
@@ -72,6 +78,7 @@ public:
         m_notifier.setEnabled(false);
         ::close(m_descriptor);
     }
+    void pause(bool paused) { m_notifier.setEnabled(!paused); }
     ReaderBeside(const ReaderBeside &) = delete;
     ReaderBeside &operator=(const ReaderBeside &) = delete;
 
@@ -334,14 +341,30 @@ private Q_SLOTS:
         QVERIFY(bench.handOver(found).port->isOpen());
     }
 
+    void programThatReadsBesideUsDoesNotCostThePort_data()
+    {
+        QTest::addColumn<int>("staleError");
+        QTest::addColumn<QByteArray>("held");
+        QTest::newRow("ReadError") << 0 << QByteArray();
+        QTest::newRow("ResourceError, at which QSerialPort stops reading") << EAGAIN << QByteArray();
+        QTest::newRow("the same, while an unfinished line is held back") << EAGAIN << QByteArray("$PJWVER,7300022");
+    }
     void programThatReadsBesideUsDoesNotCostThePort()
     {
+        QFETCH(int, staleError);
+        QFETCH(QByteArray, held);
         ProbeBench bench;
         Board *const board = bench.attach("silent");
-        auto beside = std::make_unique<ReaderBeside>(board); // before the port, so that it is served first
+        // Before the port, so that it is served first.
+        auto beside = std::make_unique<ReaderBeside>(board, staleError);
+        beside->pause(true);
         bench.probe({JwDevice::BoardA});
         const ErrorCount count(bench.port(board));
         QTRY_COMPARE(received(board), versionQuery);
+        QVERIFY(held.isEmpty() || board->send(held));
+        const auto *const lines = dynamic_cast<JwDevice::WholeLinesBase *>(bench.port(board));
+        QTRY_COMPARE(lines->bytesReceived(), qint64(held.size()));
+        beside->pause(false);
         while (count.errors() < 3) {
             QVERIFY(bench.port(board)->isOpen());
             QVERIFY(board->send("stolen\r\n"));
@@ -349,7 +372,7 @@ private Q_SLOTS:
         }
         QCOMPARE(bench.initializer->portReports().first().verdict, JwDevice::PortReport::Awaiting);
         beside.reset();
-        QVERIFY(board->send(versionReply("7300022")));
+        QVERIFY(board->send(versionReply("7300022").mid(held.size())));
         QTRY_COMPARE(bench.state(board), PortState::HandedOver);
     }
 
