@@ -99,6 +99,7 @@ private Q_SLOTS:
     void receiverReadsIntoTheUnfinishedLine();
     void receiverReadsTheDeviceAndAsMuchArrives();
     void receiverSwitchesWholeLinesOff();
+    void receiverReadsTheRestOfALongLine();
 
 private:
     std::unique_ptr<Connection> addConnection()
@@ -504,6 +505,25 @@ void CommunicatorWholeLinesTest::receiverSwitchesWholeLinesOff()
     QCOMPARE(m_first->link->lines()->bytesReceived(), 0);
     m_first->link->deliver("\r\n");
     QCOMPARE(m_first->payloads.last(), QString::fromLatin1(cut) + QStringLiteral("\r\n"));
+}
+
+void CommunicatorWholeLinesTest::receiverReadsTheRestOfALongLine()
+{
+    // A payload of a plain device waits in the shared buffer, and goes out behind the first read of the long line.
+    ScriptedDevice plain;
+    Communicator communicator;
+    communicator.setIODevice(&plain);
+    QObject context;
+    QObject::connect(&communicator, qOverload<>(&Communicator::readyRead), &context,
+                     [this] { m_first->link->deliver("$" + QByteArray(250, 'x') + "\r\n"); });
+    onFirst([this] {
+        QCOMPARE(m_first->link->device()->readAll().size(), 153);
+        runNested([this] { m_first->link->deliver(cut); });
+    });
+    plain.deliver(a.toLatin1() + b.toLatin1());
+    QCOMPARE(takePayloads(communicator), QStringList{a});
+    QCOMPARE(m_first->payloads, QStringList{b});
+    QCOMPARE(m_first->link->lines()->bytesReceived(), cut.size());
 }
 
 SIMULATED_PORTS_MAIN(CommunicatorWholeLinesTest)
