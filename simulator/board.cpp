@@ -59,11 +59,11 @@ const char *const unaskedBodies[] = {
 class Board::Line : public QObject
 {
 public:
-    Line(Board *board, int descriptorNumber, int speed)
+    Line(Board *board, int descriptorNumber, const BoardConfig &config)
         : QObject(board)
         , descriptor(descriptorNumber)
-        , fromHost(speed)
-        , toHost(speed)
+        , fromHost(config.usb, config.speed)
+        , toHost(config.usb, config.speed)
         , readable(descriptor, QSocketNotifier::Read)
         , writable(descriptor, QSocketNotifier::Write)
     {
@@ -150,7 +150,7 @@ void Board::connectLine()
     const bool first = m_pullTime < 0;
     if (m_port->descriptor() < 0)
         return;
-    m_line = new Line(this, m_port->descriptor(), m_config.speed);
+    m_line = new Line(this, m_port->descriptor(), m_config);
     connect(&m_line->readable, &QSocketNotifier::activated, this, &Board::readLine);
     connect(&m_line->writable, &QSocketNotifier::activated, this, &Board::writePending);
     connect(&m_line->fromHost, &Pacer::released, this, &Board::takeReceived);

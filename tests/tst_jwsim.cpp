@@ -136,6 +136,8 @@ private Q_SLOTS:
     void replyIsCutInChunksWithGaps();
     void replyComesAfterTheDelay();
     void speedPacesTheLine();
+    void usbBringsTheReplyInPieces_data();
+    void usbBringsTheReplyInPieces();
     void firstQueriesAreIgnored();
     void cableIsPulledAfterATime();
     void cableIsPulledAfterSoManyBytes();
@@ -403,6 +405,43 @@ void TestJwsim::speedPacesTheLine()
     }
 }
 
+void TestJwsim::usbBringsTheReplyInPieces_data()
+{
+    QTest::addColumn<QString>("usb");
+    QTest::addColumn<int>("noise");
+    QTest::addColumn<int>("leastTime"); // milliseconds
+    QTest::newRow("frames of a UART at 115200 baud") << QStringLiteral("bridge") << 2000 << 173;
+    QTest::newRow("packets, 19 in a frame") << QStringLiteral("cdc") << 50000 << 35;
+}
+
+void TestJwsim::usbBringsTheReplyInPieces()
+{
+    QFETCH(QString, usb);
+    QFETCH(int, noise);
+    QFETCH(int, leastTime);
+
+    const QString script = QStringLiteral("import os, sys, tty\n"
+                                          "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
+                                          "tty.setraw(port)\n"
+                                          "os.write(port, b'$PJWVER*0c\\r\\n')\n"
+                                          "reads, reply = 0, b''\n"
+                                          "while len(reply) < int(sys.argv[2]):\n"
+                                          "    reply += os.read(port, 65536)\n"
+                                          "    reads += 1\n"
+                                          "print(reads, reply[-26:])\n");
+    const auto results = inBothForms("BoardA", {{QStringLiteral("usb"), usb}, {QStringLiteral("noise"), noise}},
+                                     {QStringLiteral("python3"), QStringLiteral("-c"), script, m_port,
+                                      QString::number(noise + versionReply.size())});
+    for (const Result &result : results) {
+        QCOMPARE(result.outcome.error, QByteArray());
+        const QList<QByteArray> words = result.outcome.output.split(' ');
+        // Each millisecond brings a piece; a busy machine may read some together.
+        QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
+        QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
+        QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
+    }
+}
+
 void TestJwsim::firstQueriesAreIgnored()
 {
     const auto results = inBothForms("BoardA", {{QStringLiteral("ignore"), 2}}, ask(m_port, versionReply.size(), 3));
@@ -555,6 +594,9 @@ void TestJwsim::wrongUseIsRefused_data()
     board("delay no number", "BoardA,delay=soon", {QStringLiteral("soon"), QStringLiteral("milliseconds")});
     board("delay beyond int", "BoardA,delay=99999999999", {QStringLiteral("milliseconds")});
     board("speed a fraction", "BoardA,speed=9600.5", {QStringLiteral("baud")});
+    board("usb a word", "BoardA,usb=fast", {QStringLiteral("none, cdc, bridge")});
+    board("speed of a board without a line", "BoardA,speed=9600,usb=cdc",
+          {QStringLiteral("speed"), QStringLiteral("usb=bridge")});
     board("chunk below 0", "BoardA,chunk=-5", {QStringLiteral("bytes")});
     board("gap a word", "BoardA,gap=x", {QStringLiteral("milliseconds")});
     board("noise below 0", "BoardA,noise=-2", {QStringLiteral("bytes")});
@@ -620,6 +662,9 @@ void TestJwsim::wrongScenarioIsRefused_data()
                                  << QStringLiteral("milliseconds");
     QTest::newRow("fraction") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": 1.5}]})")
                               << QStringLiteral("whole number");
+    QTest::newRow("speed of a board without a line")
+        << QByteArray(R"({"boards": [{"kind": "BoardA", "usb": "cdc", "speed": 9600}]})")
+        << QStringLiteral("usb=bridge");
     QTest::newRow("truth value") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": true}]})")
                                  << QStringLiteral("delay");
     QTest::newRow("list as value") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": [1]}]})")
@@ -754,21 +799,37 @@ void TestJwsim::helpNamesAllThatIsAllowed()
     const Outcome outcome = jwsim({QStringLiteral("--help")});
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.error, QByteArray());
-    for (const char *text : {"--scenario",      "--board",
-                             "--report",        "--help",
-                             "--version",       "BoardA",
-                             "BoardB",          "BoardC",
-                             "silent",          "babble",
-                             "other",           "  delay ",
-                             "  speed ",        "  chunk ",
-                             "  gap ",          "  noise ",
-                             "  checksum ",     "  hwversion ",
-                             "  ignore ",       "  replies ",
-                             "  pull-after ",   "  pull-after-bytes ",
-                             "  open ",         "  manufacturer ",
-                             "  vendor ",       "  product ",
-                             "  product-name ", "  serial ",
-                             "  port ",         "  interval ",
+    for (const char *text : {"--scenario",
+                             "--board",
+                             "--report",
+                             "--help",
+                             "--version",
+                             "BoardA",
+                             "BoardB",
+                             "BoardC",
+                             "silent",
+                             "babble",
+                             "other",
+                             "  delay ",
+                             "  speed ",
+                             "  usb ",
+                             "  chunk ",
+                             "  gap ",
+                             "  noise ",
+                             "  checksum ",
+                             "  hwversion ",
+                             "  ignore ",
+                             "  replies ",
+                             "  pull-after ",
+                             "  pull-after-bytes ",
+                             "  open ",
+                             "  manufacturer ",
+                             "  vendor ",
+                             "  product ",
+                             "  product-name ",
+                             "  serial ",
+                             "  port ",
+                             "  interval ",
                              "  seed "})
         QVERIFY2(outcome.output.contains(text), text);
 }

@@ -3,11 +3,13 @@
 
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
+#include <simulator/pacer.h>
 #include <simulator/port.h>
 #include <simulator/scenario.h>
 #include <simulator/testbed.h>
 #include <simulator/wire.h>
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
@@ -17,6 +19,7 @@
 #include <QSignalSpy>
 #include <QSocketNotifier>
 #include <QTemporaryFile>
+#include <QTimer>
 #include <QVariantMap>
 
 #include <fcntl.h>
@@ -29,6 +32,7 @@ using JwSimulator::JournalEntry;
 using JwSimulator::Testbed;
 
 Q_DECLARE_METATYPE(BoardConfig::Kind)
+Q_DECLARE_METATYPE(BoardConfig::Usb)
 
 namespace {
 
@@ -109,6 +113,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
     return {{QStringLiteral("kind"), BoardConfig::kindName(config.kind)},
             {QStringLiteral("delay"), config.delay},
             {QStringLiteral("speed"), config.speed},
+            {QStringLiteral("usb"), static_cast<int>(config.usb)},
             {QStringLiteral("chunk"), config.chunk},
             {QStringLiteral("gap"), config.gap},
             {QStringLiteral("noise"), config.noise},
@@ -208,6 +213,11 @@ private Q_SLOTS:
     void queriesSentAtOnceAreAllAnswered();
     void replyIsDelayed();
     void slowLineTakesItsTimeBothWays();
+    void lineGivesOutItsPieces_data();
+    void lineGivesOutItsPieces();
+    void shortPacketsCountForTheFrame();
+    void hostGetsTheFramesOfABridge();
+    void hostGetsPackets();
     void replyIsCutInChunks();
     void noiseIsNeverNul();
     void firstQueriesAreIgnored();
@@ -256,6 +266,7 @@ void TestSimulator::keySetsItsFieldAlone_data()
     };
     row("delay", "20", 20);
     row("speed", "115200", 115200);
+    row("usb", "bridge", static_cast<int>(BoardConfig::Usb::Bridge));
     row("chunk", "7", 7);
     row("gap", "3", 3);
     row("noise", "50", 50);
@@ -642,6 +653,107 @@ void TestSimulator::slowLineTakesItsTimeBothWays()
     const qint64 received = journalTimes(board, JournalEntry::Received).first();
     QVERIFY(received >= 48);
     QVERIFY(journalTimes(board, JournalEntry::Sent).first() - received >= 106);
+}
+
+void TestSimulator::lineGivesOutItsPieces_data()
+{
+    QTest::addColumn<BoardConfig::Usb>("usb");
+    QTest::addColumn<int>("speed");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QList<int>>("pieces");
+
+    using Usb = BoardConfig::Usb;
+    QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
+    // 11.52 bytes in a millisecond.
+    QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
+    QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
+    QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
+    QTest::newRow("bridge, 9600 baud") << Usb::Bridge << 9600 << 3 << QList<int>{1, 1, 1};
+    QTest::newRow("bridge, 921600 baud") << Usb::Bridge << 921600 << 700 << QList<int>{92, 92, 92, 92, 92, 92, 93, 55};
+    QTest::newRow("CDC, less than a packet") << Usb::Cdc << 0 << 26 << QList<int>{26};
+    QTest::newRow("CDC, a packet") << Usb::Cdc << 0 << 64 << QList<int>{64};
+    QTest::newRow("CDC, several") << Usb::Cdc << 0 << 226 << QList<int>{64, 64, 64, 34};
+}
+
+void TestSimulator::lineGivesOutItsPieces()
+{
+    QFETCH(BoardConfig::Usb, usb);
+    QFETCH(int, speed);
+    QFETCH(int, size);
+    QFETCH(QList<int>, pieces);
+
+    QByteArray bytes;
+    for (int i = 0; i < size; ++i)
+        bytes += static_cast<char>(i);
+    JwSimulator::Pacer line(usb, speed);
+    QByteArray released;
+    QList<int> sizes;
+    connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &piece) {
+        released += piece;
+        sizes.append(piece.size());
+    });
+    for (int round = 1; round <= 2; ++round) { // the line rests between them
+        line.push(bytes);
+        WAIT_FOR(released.size() == round * size);
+        QCOMPARE(released.right(size), bytes);
+        QCOMPARE(sizes.mid(sizes.size() - pieces.size()), pieces);
+        QCOMPARE(sizes.size(), round * pieces.size());
+        QCOMPARE(line.waiting(), 0);
+    }
+}
+
+void TestSimulator::shortPacketsCountForTheFrame()
+{
+    // 1900 packets, each sent when the one before has arrived, take 100 frames, which begin a millisecond apart.
+    const int most = 1900;
+    JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
+    int packets = 0;
+    connect(&line, &JwSimulator::Pacer::released, this, [&] {
+        if (++packets < most)
+            line.push("x");
+    });
+    int milliseconds = 0;
+    QTimer timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    connect(&timer, &QTimer::timeout, this, [&] { ++milliseconds; });
+    timer.start(1);
+    QElapsedTimer clock;
+    clock.start();
+    line.push("x");
+    WAIT_FOR(packets == most);
+    QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
+    // Not a millisecond for each packet; a busy machine delays this timer as well.
+    QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
+}
+
+void TestSimulator::hostGetsTheFramesOfABridge()
+{
+    // The 312 bytes of the queries take 27 ms, the first reply's 2026 take 175 ms.
+    Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
+    m_testbed->restartClock();
+    QSignalSpy arrivals(board, &Board::received);
+    const PromptHost host(board);
+    QVERIFY(host.write(versionQuery.repeated(26)));
+    WAIT_FOR(host.received().endsWith(versionReply));
+    QCOMPARE(host.received().size(), 2000 + versionReply.size());
+    QVERIFY2(host.pieces().size() > 20, qPrintable(QString::number(host.pieces().size())));
+    QCOMPARE(arrivals.first().first().toByteArray(), versionQuery.left(11));
+    const qint64 received = journalTimes(board, JournalEntry::Received).last();
+    QVERIFY(received >= 26);
+    QVERIFY(journalTimes(board, JournalEntry::Sent).first() - received >= 173);
+}
+
+void TestSimulator::hostGetsPackets()
+{
+    Board *board = add("BoardA,usb=cdc,noise=20000");
+    QSignalSpy arrivals(board, &Board::received);
+    const PromptHost host(board);
+    QVERIFY(host.write(QByteArray(88, 'x') + versionQuery));
+    WAIT_FOR(host.received().endsWith(versionReply));
+    QCOMPARE(host.received().size(), 20000 + versionReply.size());
+    QVERIFY2(host.pieces().size() > 5, qPrintable(QString::number(host.pieces().size())));
+    QCOMPARE(arrivals.size(), 2);
+    QCOMPARE(arrivals.first().first().toByteArray(), QByteArray(64, 'x'));
 }
 
 void TestSimulator::replyIsCutInChunks()
