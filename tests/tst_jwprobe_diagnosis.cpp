@@ -25,8 +25,8 @@ private Q_SLOTS:
     void eachVerdictHasItsStateCauseAndAdvice();
     void aReplyIsNamedAsTheLibraryReadsIt_data();
     void aReplyIsNamedAsTheLibraryReadsIt();
-    void onlyAPortAmongOthersIsToBeAskedAlone_data();
-    void onlyAPortAmongOthersIsToBeAskedAlone();
+    void noPortNeedBeAskedAlone_data();
+    void noPortNeedBeAskedAlone();
     void aLostPortThatIsGoneWasUnplugged();
     void aPortThatDoesNotOpenSaysWhy();
     void aPortThatOpensByNowKeepsItsError();
@@ -160,7 +160,7 @@ void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
     QFETCH(PortReport, report);
     QFETCH(QString, cause);
     QFETCH(QString, advice);
-    const Diagnosis diagnosis = diagnose(existingPort(), report, false);
+    const Diagnosis diagnosis = diagnose(existingPort(), report);
     QTEST(diagnosis.state, "state");
     QVERIFY2(diagnosis.summary.contains(cause), qPrintable(diagnosis.summary));
     const QString given = diagnosis.advice.join(QLatin1Char('\n'));
@@ -185,11 +185,11 @@ void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt()
 {
     QFETCH(QString, reply);
     QFETCH(QString, named);
-    const Diagnosis diagnosis = diagnose(existingPort(), silenced(reply), false);
+    const Diagnosis diagnosis = diagnose(existingPort(), silenced(reply));
     QVERIFY2(diagnosis.summary.contains(named), qPrintable(diagnosis.summary));
 }
 
-void TstJwprobeDiagnosis::onlyAPortAmongOthersIsToBeAskedAlone_data()
+void TstJwprobeDiagnosis::noPortNeedBeAskedAlone_data()
 {
     QTest::addColumn<PortReport>("report");
     QTest::newRow("silent") << asked(PortReport::TimedOut, 4);
@@ -197,21 +197,18 @@ void TstJwprobeDiagnosis::onlyAPortAmongOthersIsToBeAskedAlone_data()
     QTest::newRow("unreadable") << unreadable(PortReport::TimedOut, 3);
 }
 
-void TstJwprobeDiagnosis::onlyAPortAmongOthersIsToBeAskedAlone()
+void TstJwprobeDiagnosis::noPortNeedBeAskedAlone()
 {
     QFETCH(PortReport, report);
-    const QString among = diagnose(existingPort(), report, false).advice.join(QLatin1Char('\n'));
-    const QString alone = diagnose(existingPort(), report, true).advice.join(QLatin1Char('\n'));
-    QVERIFY2(among.contains(QLatin1String("alone with --port null")), qPrintable(among));
-    QVERIFY2(!alone.contains(QLatin1String("--port")), qPrintable(alone));
-    QVERIFY2(!alone.contains(QLatin1String("spoil")), qPrintable(alone));
+    const QString advice = diagnose(existingPort(), report).advice.join(QLatin1Char('\n'));
+    QVERIFY2(!advice.isEmpty() && !advice.contains(QLatin1String("--port")), qPrintable(advice));
 }
 
 void TstJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/dev/no-such-port");
-    const Diagnosis diagnosis = diagnose(port, lost(QString()), false);
+    const Diagnosis diagnosis = diagnose(port, lost(QString()));
     QCOMPARE(diagnosis.state, QStringLiteral("unplugged"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("cable was pulled")), qPrintable(diagnosis.summary));
     QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("Plug it in again")));
@@ -219,7 +216,7 @@ void TstJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
 
 void TstJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
 {
-    const Diagnosis diagnosis = diagnose(portOfItsOwn(), notOpened(QSerialPort::UnknownError), true);
+    const Diagnosis diagnosis = diagnose(portOfItsOwn(), notOpened(QSerialPort::UnknownError));
     QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("Is a directory")), qPrintable(diagnosis.summary));
     QVERIFY(!diagnosis.advice.isEmpty());
@@ -231,7 +228,7 @@ void TstJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
     QVERIFY(::grantpt(master) == 0 && ::unlockpt(master) == 0);
     PortIdentity port = portOfItsOwn();
     port.location = QString::fromLocal8Bit(::ptsname(master));
-    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::UnsupportedOperationError), true);
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::UnsupportedOperationError));
     ::close(master);
     QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
     QCOMPARE(diagnosis.summary, QStringLiteral("does not open: serial port error 10"));
@@ -242,7 +239,7 @@ void TstJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
 {
     PortIdentity port = existingPort();
     port.isKnown = false;
-    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::DeviceNotFoundError), true);
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::DeviceNotFoundError));
     QCOMPARE(diagnosis.state, QStringLiteral("noSuchPort"));
     QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("--list")));
 }
@@ -252,7 +249,7 @@ void TstJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/proc/sys/kernel/ostype"); // refuses writing, even to root
     port.vendorId = static_cast<quint16>(0x0abc); // for which the system has no rule yet
-    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
     QCOMPARE(diagnosis.state, QStringLiteral("noPermission"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("/proc/sys/kernel/ostype is root:root, mode 0444")),
              qPrintable(diagnosis.summary));
@@ -266,7 +263,7 @@ void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
     const PortIdentity port = portOfItsOwn();
     QLockFile lock(lockFileName(port.name));
     QVERIFY(lock.tryLock());
-    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
     QCOMPARE(diagnosis.state, QStringLiteral("held"));
     QVERIFY2(diagnosis.summary.contains(QStringLiteral("pid %1").arg(QCoreApplication::applicationPid())),
              qPrintable(diagnosis.summary));
@@ -282,7 +279,7 @@ void TstJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
     file.write("999999999\n"); // more than any system's highest
     file.flush();
     QCOMPARE(::flock(file.handle(), LOCK_EX), 0);
-    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError), true);
+    const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
     file.close();
     QVERIFY(file.remove());
     QCOMPARE(diagnosis.state, QStringLiteral("held"));

@@ -62,6 +62,7 @@ QByteArray ofPort(const Outcome &outcome)
 void TestUdevRules::initTestCase()
 {
     NEEDS_PROGRAM("udevadm", "udev");
+    NEEDS_PROGRAM("setserial", "setserial");
     const QString access = QStringLiteral("/udev/rules.d/73-seat-late.rules");
     QVERIFY2(QFile::exists(QStringLiteral("/lib") + access) || QFile::exists(QStringLiteral("/usr/lib") + access),
              "the rule that gives access to whoever sits at the machine is missing: install the package systemd "
@@ -111,6 +112,9 @@ void TestUdevRules::boardGetsAccessAndIsKeptFromModemManager()
     const QList<QByteArray> port = linesOf(ofPort(outcome));
     QVERIFY2(port.contains("ID_MM_DEVICE_IGNORE=1"), ofPort(outcome).constData());
     QVERIFY2(port.contains("ID_MM_PORT_IGNORE=1"), ofPort(outcome).constData());
+    // The system does not wait for a board that does not read.
+    const QByteArray noWait = "run: '/bin/setserial /dev/" + m_port.toLatin1() + " closing_wait none'";
+    QVERIFY2(port.contains(noWait), ofPort(outcome).constData());
     // udev's 73-seat-late.rules saw the tag: the user at the machine gets access.
     QVERIFY2(port.contains("run: 'uaccess'"), ofPort(outcome).constData());
     QVERIFY2(linesOf(ofUsbDevice(outcome)).contains("ID_MM_DEVICE_IGNORE=1"), ofUsbDevice(outcome).constData());

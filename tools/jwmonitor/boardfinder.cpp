@@ -6,6 +6,7 @@
 #include <device/initializer.h>
 
 #include <QSerialPort>
+#include <QSignalBlocker>
 
 #include <algorithm>
 #include <utility>
@@ -314,8 +315,11 @@ void BoardFinder::letGo(const Board &board)
 {
     disconnect(board.port, nullptr, this, nullptr);
     board.communicator->setIODevice(nullptr);
-    if (board.port->isOpen())
+    if (board.port->isOpen()) {
+        const QSignalBlocker blocker(board.port);
+        board.port->clear(QSerialPort::Output); // the system would wait for a board that does not read
         board.port->close(); // or it goes on to report errors, without end
+    }
     board.port->deleteLater(); // not delete: we may be within a signal of its
 }
 

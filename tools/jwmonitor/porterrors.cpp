@@ -1,5 +1,7 @@
 #include "porterrors.h"
 
+#include <device/wholelines.h>
+
 #include <QFile>
 
 namespace JwMonitor {
@@ -33,8 +35,9 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
     if (isGone || m_errors > mostErrors) {
         Q_EMIT portLost();
     } else {
-        char byte = 0;
-        m_port->peek(&byte, 1); // at a ResourceError QSerialPort stops reading, up to the next call
+        // At some errors QSerialPort stops reading until it is asked for more than it holds.
+        const auto *const lines = dynamic_cast<const JwDevice::WholeLinesBase *>(m_port);
+        m_port->peek((lines ? lines->bytesReceived() : m_port->bytesAvailable()) + 1);
     }
 }
 

@@ -3,6 +3,7 @@
 #include "reply.h"
 
 #include <device/communicator.h>
+#include <device/wholelines.h>
 
 #include <QFile>
 #include <QSerialPort>
@@ -32,9 +33,18 @@ Board::Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDev
 
 Board::~Board()
 {
-    m_serialPort->disconnect(this);
     delete m_comm;
+    closePort();
     delete m_serialPort;
+}
+
+// A board that does not read would hold up the system's close() for what it was sent.
+void Board::closePort()
+{
+    m_serialPort->disconnect(this);
+    if (m_serialPort->isOpen())
+        m_serialPort->clear(QSerialPort::Output);
+    m_serialPort->close();
 }
 
 bool Board::isConnected() const
@@ -83,14 +93,15 @@ void Board::judge(QSerialPort::SerialPortError error)
     }
     ++m_errors;
     if (isGone()) {
-        m_serialPort->close();
+        closePort();
         Q_EMIT lost();
     } else if (m_errors > mostErrors) {
-        m_serialPort->close();
+        closePort();
         QTimer::singleShot(removalTime, this, &Board::lost);
     } else {
-        char byte = 0;
-        m_serialPort->peek(&byte, 1); // QSerialPort stops reading at some errors, up to the next call
+        // At some errors QSerialPort stops reading until it is asked for more than it holds.
+        const auto *const lines = dynamic_cast<const JwDevice::WholeLinesBase *>(m_serialPort);
+        m_serialPort->peek((lines ? lines->bytesReceived() : m_serialPort->bytesAvailable()) + 1);
     }
 }
 

@@ -53,6 +53,7 @@ Q_SIGNALS:
 private:
     void judge(QSerialPort::SerialPortError error);
     bool isGone() const;
+    void closePort();
     void useCommunicator(JwDevice::Communicator *comm);
 
     JwDevice::Communicator *m_comm = nullptr;

@@ -72,17 +72,7 @@ Diagnosis diagnoseAnswer(const PortIdentity &port, const PortReport &report)
             {QStringLiteral("To find it, add --type %1.").arg(typeName(type))}};
 }
 
-// The library gathers what all ports receive in one place.
-QStringList aloneAdvice(const PortIdentity &port, bool isAlone)
-{
-    if (isAlone)
-        return {};
-    return {QStringLiteral("Replies that arrive at the same moment can spoil each other: ask this port alone with "
-                           "--port %1.")
-                .arg(port.name)};
-}
-
-Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report, bool isAlone)
+Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report)
 {
     const QString fault = readReply(report.unreadable).fault;
     QString text = printable(report.unreadable);
@@ -94,20 +84,18 @@ Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report,
               .arg(report.payloads)
               .arg(text);
     return {port, report, QStringLiteral("unreadable"), summary,
-            QStringList{QStringLiteral("Is it another kind of device? If it is a board, check its baud rate (115200), "
-                                       "its cable and its firmware.")}
-                + aloneAdvice(port, isAlone)};
+            {QStringLiteral("Is it another kind of device? If it is a board, check its baud rate (115200), its cable and "
+                            "its firmware.")}};
 }
 
-Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report, bool isAlone)
+Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report)
 {
     const QString queries =
         report.queries == 1 ? QStringLiteral("its query") : QStringLiteral("any of %1 queries").arg(report.queries);
     const QStringList advice =
         QStringList{QStringLiteral("Check the board's power, its firmware (is it stuck in the boot loader?) and its "
                                    "baud rate (115200). A board that starts slowly wants more --retries. "
-                                   "--raw-traffic shows whether any bytes come.")}
-        + aloneAdvice(port, isAlone);
+                                   "--raw-traffic shows whether any bytes come.")};
     if (report.verdict == PortReport::Awaiting) {
         return {port, report, QStringLiteral("unheard"),
                 QStringLiteral("no answer to %1 before the search ended").arg(queries),
@@ -121,7 +109,7 @@ Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report, bo
 
 } // namespace
 
-Diagnosis diagnose(const PortIdentity &port, const PortReport &report, bool isAlone)
+Diagnosis diagnose(const PortIdentity &port, const PortReport &report)
 {
     if (report.verdict == PortReport::NotOpened)
         return diagnoseClosed(port, report);
@@ -130,8 +118,8 @@ Diagnosis diagnose(const PortIdentity &port, const PortReport &report, bool isAl
     if (!report.reply.isEmpty())
         return diagnoseAnswer(port, report);
     if (report.payloads > 0)
-        return diagnoseUnreadable(port, report, isAlone);
-    return diagnoseSilence(port, report, isAlone);
+        return diagnoseUnreadable(port, report);
+    return diagnoseSilence(port, report);
 }
 
 } // namespace JwProbe

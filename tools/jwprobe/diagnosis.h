@@ -19,7 +19,6 @@ struct Diagnosis
     QStringList advice; ///< lines with blanks in front are to be copied as they are
 };
 
-/// `isAlone`: no other port was asked in this search, so that nothing can have got mixed with what came from this one.
-Diagnosis diagnose(const PortIdentity &port, const JwDevice::PortReport &report, bool isAlone);
+Diagnosis diagnose(const PortIdentity &port, const JwDevice::PortReport &report);
 
 } // namespace JwProbe

@@ -136,12 +136,10 @@ SearchResult Finder::result() const
             result.missing.append(type);
     }
     const QList<PortReport> reports = m_initializer->portReports();
-    const auto wasAsked = [](const PortReport &report) { return report.verdict != PortReport::NotOpened; };
-    const bool isAlone = std::count_if(reports.begin(), reports.end(), wasAsked) == 1;
     for (const PortIdentity &port : m_ports) {
         const PortReport report = reportOn(port.name, reports);
         if (report.verdict != PortReport::HandedOver)
-            result.others.append(diagnose(port, report, isAlone));
+            result.others.append(diagnose(port, report));
     }
     return result;
 }

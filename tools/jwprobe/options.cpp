@@ -72,8 +72,6 @@ Monitor
   does not end the monitor; Ctrl-C does, and so does the loss of the last board
   or of the reader of standard output. Standard input waits while a board has
   more than 64 KiB to take, and a terminal is read in its foreground only.
-  Sentences of several boards that arrive at the same moment can get mixed: the
-  library gathers all bytes in one place. For one board alone, give --port.
 
 Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor was
