@@ -47,7 +47,7 @@ bool Communicator::setIODevice(QIODevice *device)
         disconnect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
     }
     m_device = device;
-    m_wholeLines = dynamic_cast<WholeLinesBase *>(device) != nullptr;
+    m_wholeLines = qobject_cast<WholeLinesBase *>(device) != nullptr;
     if (m_device) {
         connect(m_device, SIGNAL(readyRead()), this, SLOT(ioReadyRead()));
         connect(m_device, SIGNAL(bytesWritten(qint64)), this, SLOT(ioBytesWritten(qint64)));
@@ -166,7 +166,7 @@ void Communicator::read(QString &buffer)
     qint64 offered = 0;
     while (m_device) {
         // Null also while the device is being destroyed.
-        const auto *const lines = m_wholeLines ? dynamic_cast<const WholeLinesBase *>(m_device.data()) : nullptr;
+        const auto *const lines = m_wholeLines ? qobject_cast<WholeLinesBase *>(m_device.data()) : nullptr;
         // Line by line: nothing of ours is in the shared buffer while receivers run.
         if (offered <= 0)
             offered = lines ? lines->nextLine() : m_device->bytesAvailable();

@@ -24,7 +24,7 @@ namespace {
 
 constexpr int replyTimeout = 400; // ms
 constexpr int errorsInBurst = 1000; // with nothing read in between; a port that spins takes some milliseconds for them
-constexpr qint64 burstTime = 1000; // ms
+constexpr qint64 restTime = 1000; // ms without an error, after which the next one begins a burst
 constexpr qint64 timeBetweenLooks = 100; // ms; to look whether a device is there lists all ports
 constexpr quint16 boardVendorId = 0x0483;
 
@@ -82,10 +82,9 @@ public:
 
     Verdict judge(const QString &portName)
     {
-        if (m_errors == 0 || m_start.elapsed() > burstTime) {
+        if (m_newest.isValid() && m_newest.elapsed() > restTime)
             m_errors = 0;
-            m_start.start();
-        }
+        m_newest.start();
         // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
         if (++m_errors >= errorsInBurst)
             return Broken;
@@ -98,7 +97,7 @@ public:
 
 private:
     int m_errors = 0;
-    QElapsedTimer m_start;
+    QElapsedTimer m_newest; // error
     QElapsedTimer m_lastLook;
 };
 

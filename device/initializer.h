@@ -100,8 +100,9 @@ public:
 Q_SIGNALS:
     /**
      * A board of the wanted `type` answered, and it is yours: `comm` and the open QSerialPort it is bound to
-     * (`comm->device()`) pass to the receiver, without a parser and with no signal connected. Of payloads that came
-     * right behind the board's answer, one is dropped.
+     * (`comm->device()`) pass to the receiver, without a parser and with no signal connected. The port is a
+     * WholeLines<QSerialPort>: its bytesAvailable() counts whole lines only, until setWholeLines(false). Of payloads
+     * that came right behind the board's answer, one is dropped.
      *
      * Give them back with `comm->device()->deleteLater()` and `delete comm`. Never delete the port within this signal
      * or within one of its own: Qt does not survive that. When the port reports an error later on, close it: a port

@@ -32,14 +32,21 @@ public:
     virtual qint64 nextLine() const = 0;
 
 protected:
-    /// How many of `bytes`, which are all that were received, belong to whole lines.
-    static qint64 bytesOfWholeLines(const char *bytes, qint64 size);
+    /// How many of `bytes`, which are all that were received, belong to whole lines. Of an unfinished line less than
+    /// `longest` bytes are held back.
+    static qint64 bytesOfWholeLines(const char *bytes, qint64 size, qint64 longest);
     /// nextLine() of `bytes`, which are the first that were received: 513 of them, or all.
-    qint64 nextLine(const char *bytes, qint64 size) const;
+    qint64 nextLine(const char *bytes, qint64 size, qint64 longest) const;
 
 private:
     bool m_wholeLines = true;
 };
+
+} // namespace JwDevice
+
+Q_DECLARE_INTERFACE(JwDevice::WholeLinesBase, "JwDevice.WholeLinesBase")
+
+namespace JwDevice {
 
 /**
  * A `Device` that counts as available only the bytes up to the last line end that it received. `Device` is a buffered
@@ -60,8 +67,9 @@ private:
  * of `Device`, and give every byte. An application that speaks a binary protocol calls setWholeLines(false) to make
  * bytesAvailable() count every byte too.
  *
- * A line that does not end is bounded: when 512 bytes of it have arrived, they count as available too. What is held
- * back when the device closes is lost with it, as is everything else that was not read.
+ * A line that does not end is bounded: when 512 bytes of it have arrived (fewer if the device's read buffer is
+ * smaller), they count as available too. What is held back when the device closes is lost with it, as is everything
+ * else that was not read.
  *
  * There is no signal and no property here; class name and meta-object are those of `Device`.
  */
@@ -86,10 +94,10 @@ public:
         auto *const device = const_cast<WholeLines *>(this);
         if (received > longestHeld) {
             const QByteArray bytes = device->peek(received);
-            return bytesOfWholeLines(bytes.constData(), bytes.size());
+            return bytesOfWholeLines(bytes.constData(), bytes.size(), longest());
         }
         char bytes[longestHeld];
-        return bytesOfWholeLines(bytes, device->peek(bytes, received));
+        return bytesOfWholeLines(bytes, device->peek(bytes, received), longest());
     }
 
     /// False as long as a byte can be read, also one of an unfinished line.
@@ -100,7 +108,36 @@ public:
     {
         char bytes[longestHeld + 1]; // one more, or a line end could be cut in two
         const qint64 size = std::min<qint64>(sizeof bytes, bytesReceived());
-        return size == 0 ? 0 : WholeLinesBase::nextLine(bytes, const_cast<WholeLines *>(this)->peek(bytes, size));
+        if (size == 0)
+            return 0;
+        auto *const device = const_cast<WholeLines *>(this);
+        const qint64 line = WholeLinesBase::nextLine(bytes, device->peek(bytes, size), longest());
+        // A device whose read buffer was full reads on only when it is asked for more than it holds.
+        if (line == 0 && bufferLimit(*this, 0) > 0)
+            device->peek(bytesReceived() + 1);
+        return line;
+    }
+
+    /// Lets qobject_cast<WholeLinesBase *>() find this, without RTTI.
+    void *qt_metacast(const char *name) override
+    {
+        return qstrcmp(name, qobject_interface_iid<WholeLinesBase *>()) == 0 ? static_cast<WholeLinesBase *>(this)
+                                                                             : Device::qt_metacast(name);
+    }
+
+private:
+    template <typename Any>
+    static auto bufferLimit(const Any &device, int) -> decltype(device.readBufferSize())
+    {
+        return device.readBufferSize();
+    }
+    static qint64 bufferLimit(const QIODevice &, long) { return 0; }
+
+    /// Of an unfinished line: 512 bytes, or all that a smaller read buffer holds.
+    qint64 longest() const
+    {
+        const qint64 limit = bufferLimit(*this, 0);
+        return limit > 0 ? std::min<qint64>(limit, longestHeld) : longestHeld;
     }
 };
 

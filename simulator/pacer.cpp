@@ -25,9 +25,9 @@ Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
             return;
         m_released += bytes.size();
         m_waiting.remove(0, bytes.size());
-        if (m_waiting.isEmpty())
-            m_timer.stop();
         Q_EMIT released(bytes);
+        if (m_waiting.isEmpty()) // else what was pushed meanwhile follows without a pause
+            m_timer.stop();
     });
 }
 

@@ -22,6 +22,7 @@ namespace JwSimulator {
 namespace {
 
 const char *const deviceMajor = "166";
+const int longestLockFile = 4096; // bytes; anybody may write one
 
 // Names with blanks appear in udev's properties with underscores, and every reader turns them back.
 QByteArray udevName(const QString &text)
@@ -115,8 +116,9 @@ bool isHeldByOtherProgram(const QString &portName)
         return true; // no program's lock, and reading a FIFO would wait for its writer
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    const QByteArray holder = file.readLine().simplified().split(' ').first();
-    if (!file.readLine().trimmed().isEmpty())
+    const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
+    const QByteArray holder = lines.first().simplified().split(' ').first();
+    if (!lines.value(1).trimmed().isEmpty())
         return false;
     bool isNumber = false;
     const pid_t process = holder.toInt(&isNumber);

@@ -72,6 +72,8 @@ private Q_SLOTS:
     void piecesOfManyBoardsReachTheirCommunicators();
     void unfinishedLineStaysInTheDevice_data();
     void unfinishedLineStaysInTheDevice();
+    void smallReadBufferStopsNothing_data();
+    void smallReadBufferStopsNothing();
     void plainPortIsEmptiedAsBefore();
     void linesBehindEachOtherComeInOrder();
     void switchedOffDeviceIsEmptied();
@@ -211,6 +213,34 @@ void CommunicatorWholeLinesTest::unfinishedLineStaysInTheDevice()
     connection.link->deliver(",1\r\n");
     QCOMPARE(connection.payloads, QStringList{QString::fromLatin1(cut) + QStringLiteral(",1\r\n")});
     QCOMPARE(connection.link->lines()->bytesReceived(), 0);
+}
+
+void CommunicatorWholeLinesTest::smallReadBufferStopsNothing_data()
+{
+    QTest::addColumn<int>("limit");
+    for (const int limit : {30, 64, 512})
+        QTest::addRow("%d bytes", limit) << limit;
+}
+
+void CommunicatorWholeLinesTest::smallReadBufferStopsNothing()
+{
+    QFETCH(int, limit);
+    LineSerialPort link(*m_testbed);
+    static_cast<QSerialPort *>(link.device())->setReadBufferSize(limit);
+    Communicator communicator;
+    communicator.setIODevice(link.device());
+    int received = 0;
+    QString last;
+    connect(&communicator, qOverload<uint>(&Communicator::readyRead), this, [&](uint id) {
+        ++received;
+        communicator.readPayload(last, id);
+    });
+    const QByteArray line = "$PJWVER,7300022,1,4,0*0d\r\n";
+    link.deliver(line.repeated(100));
+    QTRY_COMPARE(received, 100);
+    link.deliver("$" + QByteArray(700, 'x')); // does not end
+    link.deliver("\r\n" + line);
+    QTRY_COMPARE(last, QString::fromLatin1(line));
 }
 
 void CommunicatorWholeLinesTest::plainPortIsEmptiedAsBefore()

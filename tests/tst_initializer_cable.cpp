@@ -69,7 +69,7 @@ public:
     {
         QObject::connect(&m_notifier, &QSocketNotifier::activated, &m_notifier, [this, staleError] {
             char bytes[100];
-            while (::read(m_descriptor, bytes, sizeof bytes) > 0) { }
+            while (!m_paused && ::read(m_descriptor, bytes, sizeof bytes) > 0) { }
             errno = staleError;
         });
     }
@@ -78,13 +78,14 @@ public:
         m_notifier.setEnabled(false);
         ::close(m_descriptor);
     }
-    void pause(bool paused) { m_notifier.setEnabled(!paused); }
+    void pause(bool paused) { m_paused = paused; }
     ReaderBeside(const ReaderBeside &) = delete;
     ReaderBeside &operator=(const ReaderBeside &) = delete;
 
 private:
     const int m_descriptor;
-    QSocketNotifier m_notifier;
+    QSocketNotifier m_notifier; // always on: it keeps its place before the port's
+    bool m_paused = false;
 };
 
 QStringList warnings;

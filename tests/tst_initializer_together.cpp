@@ -76,12 +76,15 @@ void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt_data()
     QTest::addColumn<int>("count");
     QTest::addColumn<int>("speed");
     QTest::addColumn<int>("runs");
-    QTest::newRow("BoardA and BoardB, 115200 baud") << 2 << 115200 << 10;
-    QTest::newRow("BoardA and BoardB, 9600 baud") << 2 << 9600 << 5;
-    QTest::newRow("BoardA and BoardB, 921600 baud") << 2 << 921600 << 5;
+    QTest::addColumn<QByteArray>("usb");
+    QTest::newRow("BoardA and BoardB, 115200 baud") << 2 << 115200 << 10 << QByteArray();
+    QTest::newRow("BoardA and BoardB, 9600 baud") << 2 << 9600 << 5 << QByteArray();
+    QTest::newRow("BoardA and BoardB, 921600 baud") << 2 << 921600 << 5 << QByteArray();
     for (const int count : {3, 8, 16, 48}) {
-        QTest::addRow("%d boards, 115200 baud", count) << count << 115200 << (count > 16 ? 2 : 4);
-        QTest::addRow("%d boards, 9600 baud", count) << count << 9600 << (count > 16 ? 1 : 3);
+        QTest::addRow("%d boards, 115200 baud", count) << count << 115200 << (count > 16 ? 2 : 4) << QByteArray();
+        QTest::addRow("%d boards, 9600 baud", count) << count << 9600 << (count > 16 ? 1 : 3) << QByteArray();
+        QTest::addRow("%d boards behind bridges", count)
+            << count << 115200 << (count > 16 ? 1 : 3) << QByteArray("bridge");
     }
 }
 
@@ -90,6 +93,7 @@ void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt()
     QFETCH(int, count);
     QFETCH(int, speed);
     QFETCH(int, runs);
+    QFETCH(QByteArray, usb);
     TypeList types{JwDevice::BoardA, JwDevice::BoardB};
     QStringList expected{foundA, foundB};
     if (count > 2) {
@@ -100,7 +104,8 @@ void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt()
         ProbeBench bench;
         QStringList replies;
         for (int i = 0; i < count; ++i) {
-            const QByteArray text = QByteArray(kinds[i % 3]) + ",speed=" + QByteArray::number(speed);
+            const QByteArray text = QByteArray(kinds[i % 3]) + ",speed=" + QByteArray::number(speed)
+                + (usb.isEmpty() ? QByteArray() : ",usb=" + usb);
             replies << replyOf(bench.attach(text.constData()));
         }
         bench.probe(types);

@@ -215,6 +215,8 @@ private Q_SLOTS:
     void slowLineTakesItsTimeBothWays();
     void lineGivesOutItsPieces_data();
     void lineGivesOutItsPieces();
+    void repliesBackToBackKeepTheSpeedOfTheLine_data();
+    void repliesBackToBackKeepTheSpeedOfTheLine();
     void shortPacketsCountForTheFrame();
     void hostGetsTheFramesOfABridge();
     void hostGetsPackets();
@@ -700,6 +702,33 @@ void TestSimulator::lineGivesOutItsPieces()
         QCOMPARE(sizes.size(), round * pieces.size());
         QCOMPARE(line.waiting(), 0);
     }
+}
+
+void TestSimulator::repliesBackToBackKeepTheSpeedOfTheLine_data()
+{
+    QTest::addColumn<BoardConfig::Usb>("usb");
+    QTest::newRow("plain line") << BoardConfig::Usb::None;
+    QTest::newRow("bridge") << BoardConfig::Usb::Bridge;
+}
+
+void TestSimulator::repliesBackToBackKeepTheSpeedOfTheLine()
+{
+    QFETCH(BoardConfig::Usb, usb);
+    // 40 replies of 26 bytes, each sent when the one before has left, take 90.3 ms at 115200 baud.
+    JwSimulator::Pacer line(usb, 115200);
+    int sent = 1;
+    int arrived = 0;
+    int milliseconds = 0; // of the line's own clock: something arrives in each
+    connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
+        ++milliseconds;
+        arrived += bytes.size();
+        if (line.waiting() == 0 && sent++ < 40)
+            line.push(QByteArray(26, 'x'));
+    });
+    line.push(QByteArray(26, 'x'));
+    WAIT_FOR(arrived == 40 * 26);
+    QVERIFY2(milliseconds >= 89 && milliseconds <= 130, qPrintable(QString::number(milliseconds)));
+    QVERIFY2(usb == BoardConfig::Usb::None || milliseconds <= 120, qPrintable(QString::number(milliseconds)));
 }
 
 void TestSimulator::shortPacketsCountForTheFrame()

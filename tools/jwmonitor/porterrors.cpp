@@ -36,7 +36,7 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
         Q_EMIT portLost();
     } else {
         // At some errors QSerialPort stops reading until it is asked for more than it holds.
-        const auto *const lines = dynamic_cast<const JwDevice::WholeLinesBase *>(m_port);
+        const auto *const lines = qobject_cast<JwDevice::WholeLinesBase *>(m_port);
         m_port->peek((lines ? lines->bytesReceived() : m_port->bytesAvailable()) + 1);
     }
 }

@@ -100,7 +100,7 @@ void Board::judge(QSerialPort::SerialPortError error)
         QTimer::singleShot(removalTime, this, &Board::lost);
     } else {
         // At some errors QSerialPort stops reading until it is asked for more than it holds.
-        const auto *const lines = dynamic_cast<const JwDevice::WholeLinesBase *>(m_serialPort);
+        const auto *const lines = qobject_cast<JwDevice::WholeLinesBase *>(m_serialPort);
         m_serialPort->peek((lines ? lines->bytesReceived() : m_serialPort->bytesAvailable()) + 1);
     }
 }

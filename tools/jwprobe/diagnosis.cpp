@@ -83,9 +83,13 @@ Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report)
         : QStringLiteral("sent %1 payloads that can't be read as a board's answer, the newest: %2")
               .arg(report.payloads)
               .arg(text);
-    return {port, report, QStringLiteral("unreadable"), summary,
-            {QStringLiteral("Is it another kind of device? If it is a board, check its baud rate (115200), its cable and "
-                            "its firmware.")}};
+    return {
+        port,
+        report,
+        QStringLiteral("unreadable"),
+        summary,
+        {QStringLiteral("Is it another kind of device? If it is a board, check its baud rate (115200), its cable and "
+                        "its firmware.")}};
 }
 
 Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report)

@@ -34,7 +34,7 @@ void Program::report()
     m_progress.hide();
     const SearchResult result = m_finder.result();
     const bool printed = printResult(result);
-    m_finder.closeOthers(); // after the report: closing may wait for what a dead board doesn't take
+    m_finder.closeOthers();
     if (!printed)
         QCoreApplication::exit(SomeMissing);
     else if (m_options.action == Options::Monitor && !result.boards.isEmpty())
