@@ -5,6 +5,7 @@
 #include <device/wholelines.h>
 
 #include <QAbstractEventDispatcher>
+#include <QElapsedTimer>
 #include <QSocketNotifier>
 #include <QTest>
 #include <QTimer>
@@ -366,7 +367,10 @@ private Q_SLOTS:
         const auto *const lines = dynamic_cast<JwDevice::WholeLinesBase *>(bench.port(board));
         QTRY_COMPARE(lines->bytesReceived(), qint64(held.size()));
         beside->pause(false);
+        QElapsedTimer clock;
+        clock.start();
         while (count.errors() < 3) {
+            QVERIFY(clock.elapsed() < 5000); // else the port reads no more
             QVERIFY(bench.port(board)->isOpen());
             QVERIFY(board->send("stolen\r\n"));
             settle();

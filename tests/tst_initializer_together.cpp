@@ -22,7 +22,7 @@ QStringList payloadsInLog(const ProbeBench &bench)
     QStringList payloads;
     for (const LogRecord &record : qAsConst(bench.log.sink->records)) {
         if (record.category == "Communication" && record.text.startsWith(QLatin1String(" <- ")))
-            payloads << record.text.mid(qstrlen(" <-  \"")).chopped(1);
+            payloads << record.text.mid(static_cast<int>(qstrlen(" <-  \""))).chopped(1);
     }
     return payloads;
 }

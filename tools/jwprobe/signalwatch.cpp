@@ -42,10 +42,7 @@ void setHandler(void (*handler)(int))
     sigset_t signalSet;
     sigemptyset(&signalSet);
     for (const int number : {SIGINT, SIGTERM, SIGALRM}) {
-        struct sigaction former = {};
-        ::sigaction(number, nullptr, &former);
-        if (former.sa_handler != SIG_IGN) // as after nohup, or in the background of a script
-            ::sigaction(number, &action, nullptr);
+        ::sigaction(number, &action, nullptr);
         sigaddset(&signalSet, number);
     }
     ::sigprocmask(SIG_UNBLOCK, &signalSet, nullptr);
