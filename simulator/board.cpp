@@ -18,6 +18,7 @@ namespace {
 const int readSize = 4096;
 const int longestLine = 1024;
 const int mostJournalEntries = 20000;
+const qint64 mostJournalBytes = 4 * 1024 * 1024;
 const int longestDrain = 100; // milliseconds
 
 QByteArray queryOf(BoardConfig::Kind kind)
@@ -58,11 +59,11 @@ const char *const unaskedBodies[] = {
 class Board::Line : public QObject
 {
 public:
-    Line(Board *board, int descriptorNumber, int speed)
+    Line(Board *board, int descriptorNumber, const BoardConfig &config)
         : QObject(board)
         , descriptor(descriptorNumber)
-        , fromHost(speed)
-        , toHost(speed)
+        , fromHost(config.usb, config.speed)
+        , toHost(config.usb, config.speed)
         , readable(descriptor, QSocketNotifier::Read)
         , writable(descriptor, QSocketNotifier::Write)
     {
@@ -86,10 +87,16 @@ public:
 
     bool isIdle() const { return !sending && outbox.isEmpty(); }
 
-    struct Piece
+    // What is to be sent. Replies are made when their turn comes: a thousand with their noise would fill the memory.
+    struct Job
     {
         QByteArray bytes;
-        int gapBefore;
+        int begin = 0; // of what was not taken yet
+        int replies = 0; // to be made behind these bytes
+        int chunk = 0; // bytes per piece; 0 = all there is
+        bool gapIsDue = false;
+
+        int left() const { return bytes.size() - begin; }
     };
 
     const int descriptor;
@@ -102,7 +109,7 @@ public:
     QTimer drain; // runs while the cable is about to be pulled: nothing more is sent
     QTimer unasked;
     int drainTicks = 0;
-    QQueue<Piece> outbox;
+    QQueue<Job> outbox;
     QByteArray pending; // left the board, not taken by the port yet
     QByteArray written; // of the piece that is being sent
     bool sending = false;
@@ -143,7 +150,7 @@ void Board::connectLine()
     const bool first = m_pullTime < 0;
     if (m_port->descriptor() < 0)
         return;
-    m_line = new Line(this, m_port->descriptor(), m_config.speed);
+    m_line = new Line(this, m_port->descriptor(), m_config);
     connect(&m_line->readable, &QSocketNotifier::activated, this, &Board::readLine);
     connect(&m_line->writable, &QSocketNotifier::activated, this, &Board::writePending);
     connect(&m_line->fromHost, &Pacer::released, this, &Board::takeReceived);
@@ -191,7 +198,9 @@ bool Board::send(const QByteArray &bytes)
     if (!m_line || m_line->drain.isActive())
         return false;
     if (!bytes.isEmpty()) {
-        m_line->outbox.enqueue({bytes, 0});
+        Line::Job job;
+        job.bytes = bytes;
+        m_line->outbox.enqueue(job);
         sendNext();
     }
     return true;
@@ -258,16 +267,35 @@ void Board::takeSentence(const QByteArray &sentence)
 
 void Board::reply()
 {
+    Line::Job job;
+    job.replies = m_config.replies;
+    job.chunk = m_config.chunk;
+    m_line->outbox.enqueue(job);
+    sendNext();
+}
+
+QByteArray Board::makeReply()
+{
     const QByteArray version = m_config.hwversion.toLatin1();
     const QByteArray body = m_config.kind == BoardConfig::Kind::BoardC ? "PTJWRD,INF,CTRL,3,17,2,1.04," + version + ",1"
                                                                        : "PJWVER," + version + ",1,4,0";
-    QByteArray bytes;
-    for (int i = 0; i < m_config.replies; ++i)
-        bytes += randomBytes(m_config.noise, 1) + frameSentence(body, m_config.checksum == BoardConfig::Checksum::Good);
-    const int size = m_config.chunk > 0 ? m_config.chunk : bytes.size();
-    for (int begin = 0; begin < bytes.size(); begin += size)
-        m_line->outbox.enqueue({bytes.mid(begin, size), begin == 0 ? 0 : m_config.gap});
-    sendNext();
+    return randomBytes(m_config.noise, 1) + frameSentence(body, m_config.checksum == BoardConfig::Checksum::Good);
+}
+
+QByteArray Board::takePiece()
+{
+    Line::Job &job = m_line->outbox.head();
+    while (job.replies > 0 && (job.left() == 0 || job.left() < job.chunk)) {
+        job.bytes = job.bytes.mid(job.begin) + makeReply();
+        job.begin = 0;
+        --job.replies;
+    }
+    const QByteArray piece = job.bytes.mid(job.begin, job.chunk > 0 ? job.chunk : -1);
+    job.begin += piece.size();
+    job.gapIsDue = job.chunk > 0;
+    if (job.left() == 0 && job.replies == 0)
+        m_line->outbox.dequeue();
+    return piece;
 }
 
 void Board::sendUnasked()
@@ -292,14 +320,14 @@ void Board::sendNext()
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
-        Line::Piece &next = line->outbox.head();
-        if (next.gapBefore > 0) {
-            line->gap.start(next.gapBefore);
-            next.gapBefore = 0;
+        Line::Job &next = line->outbox.head();
+        if (next.gapIsDue && m_config.gap > 0) {
+            line->gap.start(m_config.gap);
+            next.gapIsDue = false;
             break;
         }
         line->sending = true;
-        line->toHost.push(line->outbox.dequeue().bytes);
+        line->toHost.push(takePiece());
     }
     line->feeding = false;
 }
@@ -363,9 +391,10 @@ QList<JournalEntry> Board::journal() const
 
 void Board::record(JournalEntry::Direction direction, const QByteArray &bytes)
 {
-    if (m_journal.size() >= mostJournalEntries)
-        m_journal.removeFirst();
     m_journal.append({direction, m_clock.elapsed(), bytes});
+    m_journalBytes += bytes.size();
+    while (m_journal.size() > 1 && (m_journal.size() > mostJournalEntries || m_journalBytes > mostJournalBytes))
+        m_journalBytes -= m_journal.takeFirst().bytes.size();
 }
 
 } // namespace JwSimulator

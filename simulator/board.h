@@ -72,7 +72,8 @@ public:
 
     /** Queries of this board's own that arrived whole and with the right checksum, the ignored ones included. */
     int queryCount() const { return m_queries; }
-    /** Everything received and sent so far, in order; of a very long run, the newest 20000 entries. */
+    /** Everything received and sent so far, in order; of a very long run, the newest 20000 entries of at most 4 MiB
+     *  together. */
     QList<JournalEntry> journal() const;
 
 Q_SIGNALS:
@@ -96,6 +97,8 @@ private:
     void takeReceived(const QByteArray &bytes);
     void takeSentence(const QByteArray &sentence);
     void reply();
+    QByteArray makeReply();
+    QByteArray takePiece();
     void sendUnasked();
     void sendNext();
     void writePending();
@@ -115,6 +118,7 @@ private:
     QByteArray m_partialLine;
     qint64 m_partialTime = 0;
     QList<JournalEntry> m_journal;
+    qint64 m_journalBytes = 0;
 };
 
 } // namespace JwSimulator

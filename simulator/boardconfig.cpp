@@ -113,7 +113,12 @@ const std::vector<Key> &keys()
     static const std::vector<Key> table = {
         numberKey("delay", &Config::delay, 0, longestWait, "milliseconds", "wait before the reply"),
         numberKey("speed", &Config::speed, 0, 10000000, "baud",
-                  "the line's speed, both ways, at 10 bits a byte (0: unpaced)"),
+                  "the line's speed, both ways, at 10 bits a byte (0: unpaced, bridge: 115200)"),
+        choiceKey<Config::Usb>("usb", &Config::usb,
+                               {{QStringLiteral("none"), Config::Usb::None},
+                                {QStringLiteral("cdc"), Config::Usb::Cdc},
+                                {QStringLiteral("bridge"), Config::Usb::Bridge}},
+                               "USB: cdc, packets of up to 64 bytes (no speed); bridge, 1 ms frames of a UART"),
         numberKey("chunk", &Config::chunk, 0, largestCount, "bytes",
                   "the reply is cut in pieces of this size (0: not)"),
         numberKey("gap", &Config::gap, 0, longestWait, "milliseconds", "wait between two chunks"),
@@ -139,6 +144,8 @@ const std::vector<Key> &keys()
                 "USB manufacturer"),
         hexKey("vendor", &Config::vendor, "USB vendor id"),
         hexKey("product", &Config::product, "USB product id"),
+        textKey("product-name", &Config::productName, printable, "up to 126 printable ASCII characters",
+                "USB product name"),
         textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters", "USB serial number"),
         textKey("port", &Config::port, "tty[A-Z]{2,8}[0-9]{1,4}", "a port name such as ttyACM0 or ttyUSB1",
                 "name of the port"),
@@ -191,6 +198,15 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
+// What no key can judge alone.
+bool isConsistent(const BoardConfig &config, QString &error)
+{
+    if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)
+        return true;
+    error = QStringLiteral("usb=cdc has no line, so no speed; leave out speed, or take usb=bridge");
+    return false;
+}
+
 std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
@@ -218,7 +234,7 @@ std::optional<BoardConfig> BoardConfig::fromText(const QString &text, QString *e
             ok = setKey(config, parts.at(i).left(equals), parts.at(i).mid(equals + 1), fault);
         }
     }
-    if (ok)
+    if (ok && isConsistent(config, fault))
         return config;
     if (error)
         *error = fault.simplified(); // what was given may have line breaks in it
@@ -242,7 +258,7 @@ std::optional<BoardConfig> BoardConfig::fromJson(const QJsonObject &object, QStr
             ok = false;
         }
     }
-    if (ok)
+    if (ok && isConsistent(config, fault))
         return config;
     if (error)
         *error = fault.simplified(); // what was given may have line breaks in it

@@ -30,6 +30,13 @@ struct BoardConfig
         Good, ///< right
         Wrong ///< wrong in every sentence
     };
+    /** How the board's bytes get to the host, and the host's to the board. */
+    enum class Usb {
+        None, ///< as the board sends them; with a speed, each millisecond's bytes
+        Cdc, ///< the board's own USB, at full speed: in packets of up to 64 bytes, each as a whole; it has no line
+             ///< speed
+        Bridge ///< a UART behind a UART-to-USB bridge: in frames of 1 ms with what the UART brought in that time
+    };
     /** What becomes of a program that opens the port. */
     enum class Open {
         Ok, ///< the port opens
@@ -40,7 +47,9 @@ struct BoardConfig
     Kind kind = Kind::BoardA; ///< what the board says
 
     int delay = 0; ///< milliseconds from having received a query to the start of the reply
-    int speed = 0; ///< baud: 10 bit times pass for each byte in either direction; 0 = no pacing
+    int speed = 0; ///< baud: 10 bit times pass for each byte in either direction; 0 = no pacing, and 115200 with
+                   ///< Usb::Bridge; it has no effect with Usb::Cdc
+    Usb usb = Usb::None; ///< how bytes get from the one to the other
     int chunk = 0; ///< bytes per write of a reply; 0 = the reply in one piece
     int gap = 0; ///< milliseconds between two chunks
     int noise = 0; ///< random bytes (never NUL) before each reply
@@ -56,6 +65,7 @@ struct BoardConfig
     QString manufacturer = QStringLiteral("STMicroelectronics."); ///< of the USB device
     quint16 vendor = 0x0483; ///< USB vendor id
     quint16 product = 0x5740; ///< USB product id
+    QString productName = QStringLiteral("Simulated board"); ///< USB product name
     QString serial; ///< USB serial number; null = one that no other board of the testbed has
     QString port; ///< port name without folder; null = the first of ttyACM0, ttyACM1, ... that is neither another
                   ///< board's nor locked

@@ -2,29 +2,47 @@
 
 namespace JwSimulator {
 
-Pacer::Pacer(int speed, QObject *parent)
+namespace {
+
+const int bridgeSpeed = 115200; // baud
+const int packetSize = 64; // bytes of a bulk packet at full speed
+const int packetsPerFrame = 19; // the most that USB 2.0 fits into 1 ms at full speed
+
+} // namespace
+
+Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
     : QObject(parent)
-    , m_speed(speed)
+    , m_usb(usb)
+    , m_speed(usb == BoardConfig::Usb::Bridge && speed == 0 ? bridgeSpeed : speed)
 {
     m_timer.setTimerType(Qt::PreciseTimer);
-    m_timer.setInterval(1);
     connect(&m_timer, &QTimer::timeout, this, [this] {
         ++m_ticks;
-        release();
+        if (m_timer.interval() != interval())
+            m_timer.setInterval(interval());
+        const QByteArray bytes = m_waiting.left(static_cast<int>(due()));
+        if (bytes.isEmpty())
+            return;
+        m_released += bytes.size();
+        m_waiting.remove(0, bytes.size());
+        if (m_waiting.isEmpty())
+            m_timer.stop();
+        Q_EMIT released(bytes);
     });
 }
 
 void Pacer::push(const QByteArray &bytes)
 {
-    if (m_speed == 0) {
+    if (m_usb == BoardConfig::Usb::None && m_speed == 0) {
         Q_EMIT released(bytes);
         return;
     }
     m_waiting += bytes;
     if (!m_timer.isActive() && !m_waiting.isEmpty()) {
-        m_ticks = 0;
+        if (m_usb != BoardConfig::Usb::Cdc)
+            m_ticks = 0;
         m_released = 0;
-        m_timer.start();
+        m_timer.start(interval());
     }
 }
 
@@ -34,17 +52,24 @@ void Pacer::clear()
     m_timer.stop();
 }
 
-void Pacer::release()
+// Milliseconds to the next tick of the timer.
+int Pacer::interval() const
 {
-    const qint64 due = (2 * m_ticks + 1) * m_speed / 20000;
-    const QByteArray bytes = m_waiting.left(static_cast<int>(due - m_released));
-    if (bytes.isEmpty())
-        return;
-    m_released += bytes.size();
-    m_waiting.remove(0, bytes.size());
-    if (m_waiting.isEmpty())
-        m_timer.stop();
-    Q_EMIT released(bytes);
+    return m_usb == BoardConfig::Usb::Cdc && m_ticks % packetsPerFrame != 0 ? 0 : 1;
+}
+
+// Bytes that arrive at this tick.
+qint64 Pacer::due() const
+{
+    switch (m_usb) {
+    case BoardConfig::Usb::Cdc:
+        return packetSize;
+    case BoardConfig::Usb::Bridge:
+        return m_ticks * m_speed / 10000 - m_released;
+    case BoardConfig::Usb::None:
+        break;
+    }
+    return (2 * m_ticks + 1) * m_speed / 20000 - m_released;
 }
 
 } // namespace JwSimulator

@@ -1,13 +1,17 @@
 #include <simulator/port.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 #include <umockdev.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <grp.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -23,6 +27,19 @@ const char *const deviceMajor = "166";
 QByteArray udevName(const QString &text)
 {
     return text.toLatin1().replace(' ', '_');
+}
+
+// As udev keeps blanks and other such characters.
+QByteArray udevEncoded(const QString &text)
+{
+    QByteArray encoded;
+    for (const char byte : text.toLatin1()) {
+        if (std::isalnum(static_cast<uchar>(byte)) || std::strchr("#+-.:=@_", byte))
+            encoded += byte;
+        else
+            encoded += "\\x" + QByteArray(1, byte).toHex();
+    }
+    return encoded;
 }
 
 QByteArray hex(quint16 id)
@@ -62,6 +79,14 @@ QByteArray addDevice(UMockdevTestbed *testbed, const char *subsystem, const char
     return result;
 }
 
+// Makes the folder too, and replaces a former link.
+bool setLink(const QByteArray &link, const QByteArray &target)
+{
+    QDir().mkpath(QFileInfo(QFile::decodeName(link)).path());
+    ::unlink(link);
+    return ::symlink(target, link) == 0;
+}
+
 // Where QSerialPort keeps the lock file of a port.
 QString lockFileName(const QString &portName)
 {
@@ -81,10 +106,29 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
+// Other serial programs write one line, "%10d" or "%10d name user". QLockFile misses its own second line, the program's
+// name, takes the lock for stale and deletes it.
+bool isHeldByOtherProgram(const QString &portName)
+{
+    QFile file(lockFileName(portName));
+    if (file.exists() && !QFileInfo(file).isFile())
+        return true; // no program's lock, and reading a FIFO would wait for its writer
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray holder = file.readLine().simplified().split(' ').first();
+    if (!file.readLine().trimmed().isEmpty())
+        return false;
+    bool isNumber = false;
+    const pid_t process = holder.toInt(&isNumber);
+    return isNumber && process > 0 && (::kill(process, 0) == 0 || errno != ESRCH);
+}
+
 } // namespace
 
 bool isLocked(const QString &portName)
 {
+    if (isHeldByOtherProgram(portName))
+        return true;
     const std::unique_ptr<QLockFile> lock = portLock(portName); // what it locks here it gives up at once
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
@@ -101,7 +145,7 @@ Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
     , m_index(index)
 {
     gchar *root = umockdev_testbed_get_root_dir(testbed);
-    m_devFolder = QByteArray(root) + "/dev/";
+    m_rootFolder = root;
     g_free(root);
 }
 
@@ -109,7 +153,7 @@ Port::~Port()
 {
     m_lock.reset();
     // A host that was killed while it had the port open leaves its lock file; one of a living process is not stale.
-    if (QFileInfo::exists(lockFileName(m_config.port)))
+    if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
         portLock(m_config.port)->removeStaleLockFile();
 }
 
@@ -139,41 +183,78 @@ void Port::addDevices()
 {
     const QByteArray port = m_config.port.toLatin1();
     // Systems list ports by the path of the device, so two digits keep them in order.
-    const QByteArray usbName = "1-" + QByteArray::number(m_index + 1).rightJustified(2, '0');
+    const QByteArray plug = QByteArray::number(m_index + 1).rightJustified(2, '0');
+    const QByteArray usbName = "1-" + plug;
+    const QByteArray devNumber = QByteArray::number(m_index + 2); // the bus itself is the first
     const QByteArray vendor = hex(m_config.vendor);
     const QByteArray product = hex(m_config.product);
     const QByteArray manufacturer = m_config.manufacturer.toLatin1();
+    const QByteArray productText = m_config.productName.toLatin1();
     const QByteArray serial = m_config.serial.toLatin1();
-    const std::vector<QByteArray> properties = {"ID_BUS",          "usb",
-                                                "ID_VENDOR",       udevName(m_config.manufacturer),
-                                                "ID_VENDOR_ID",    vendor,
-                                                "ID_MODEL_ID",     product,
-                                                "ID_MODEL",        "Simulated_board",
-                                                "ID_SERIAL_SHORT", serial,
-                                                "ID_USB_DRIVER",   "cdc_acm"};
+    const QByteArray ids =
+        QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
+    const QByteArray manufacturerName = udevName(m_config.manufacturer);
+    const QByteArray productName = udevName(m_config.productName);
+    // What udev makes of the attributes below.
+    const std::vector<QByteArray> properties = {
+        "ID_BUS",          "usb",
+        "ID_VENDOR",       manufacturerName,
+        "ID_VENDOR_ENC",   udevEncoded(m_config.manufacturer),
+        "ID_VENDOR_ID",    vendor,
+        "ID_MODEL_ID",     product,
+        "ID_MODEL",        productName,
+        "ID_MODEL_ENC",    udevEncoded(m_config.productName),
+        "ID_REVISION",     "0200",
+        "ID_SERIAL",       manufacturerName + '_' + productName + '_' + udevName(m_config.serial),
+        "ID_SERIAL_SHORT", serial,
+        "ID_USB_DRIVER",   "cdc_acm"};
 
     std::vector<QByteArray> deviceProperties = properties;
-    deviceProperties.insert(deviceProperties.end(), {"DEVTYPE", "usb_device"});
-    const QByteArray device = addDevice(m_testbed, "usb", usbName, nullptr,
-                                        {"idVendor", vendor, "idProduct", product, "manufacturer", manufacturer,
-                                         "product", "Simulated board", "serial", serial},
-                                        deviceProperties);
+    deviceProperties.insert(deviceProperties.end(),
+                            {"DEVTYPE", "usb_device", "DRIVER", "usb", "PRODUCT", ids, "TYPE", "2/0/0", "BUSNUM", "001",
+                             "DEVNUM", devNumber.rightJustified(3, '0')});
+    // clang-format off
+    const std::vector<QByteArray> attributes = {
+        "idVendor",           vendor,
+        "idProduct",          product,
+        "bcdDevice",          "0200",
+        "manufacturer",       manufacturer,
+        "product",            productText,
+        "serial",             serial,
+        "busnum",             "1",
+        "devnum",             devNumber,
+        "devpath",            plug,
+        "speed",              "12",
+        "version",            " 2.00",
+        "bDeviceClass",       "02",
+        "bDeviceSubClass",    "00",
+        "bDeviceProtocol",    "00",
+        "bNumConfigurations", "1",
+        "bNumInterfaces",     " 1"};
+    // clang-format on
+    // Programs take a port for one of USB by the name of the bus in its path.
+    const QByteArray device = addDevice(m_testbed, "usb", "usb1/" + usbName, nullptr, attributes, deviceProperties);
     m_sysPaths = {device};
-    const QByteArray interface = addDevice(m_testbed, "usb", usbName + ":1.0", device,
-                                           {"bInterfaceNumber", "00", "interface", "Simulated board"},
-                                           {"DEVTYPE", "usb_interface", "DRIVER", "cdc_acm"});
+    umockdev_testbed_set_attribute_link(m_testbed, device, "driver", "../../../bus/usb/drivers/usb");
+    const QByteArray interface = addDevice(
+        m_testbed, "usb", usbName + ":1.0", device,
+        {"bInterfaceNumber", "00", "bInterfaceClass", "02", "bInterfaceSubClass", "02", "bInterfaceProtocol", "01",
+         "bAlternateSetting", " 0"},
+        {"DEVTYPE", "usb_interface", "DRIVER", "cdc_acm", "PRODUCT", ids, "TYPE", "2/0/0", "INTERFACE", "2/2/1"});
     m_sysPaths.push_back(interface);
+    umockdev_testbed_set_attribute_link(m_testbed, interface, "driver", "../../../../bus/usb/drivers/cdc_acm");
 
     std::vector<QByteArray> ttyProperties = properties;
     ttyProperties.insert(ttyProperties.end(), {"MAJOR", deviceMajor, "MINOR", QByteArray::number(m_index)});
     const QByteArray tty =
-        addDevice(m_testbed, "tty", port, interface,
-                  {"dev", QByteArray(deviceMajor) + ':' + QByteArray::number(m_index)}, ttyProperties);
+        addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
     m_sysPaths.push_back(tty);
-    umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../" + usbName + ":1.0");
+    umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
     // Set afterwards, since the testbed makes a pty of its own for a tty that comes with a node. It keeps that pty for
     // as long as it lives, and aborts when the same port or the same pty number comes again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
+    // The testbed makes this one for a device that comes with a node, and removes it with the device.
+    setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 
 bool Port::openPty(QString &error)
@@ -205,22 +286,17 @@ bool Port::openPty(QString &error)
     return true;
 }
 
+QByteArray Port::deviceNumber() const
+{
+    return QByteArray(deviceMajor) + ':' + QByteArray::number(m_index);
+}
+
 bool Port::setNode(const QByteArray &target)
 {
     const QByteArray port = m_config.port.toLatin1();
-    const QByteArray number = QByteArray(deviceMajor) + ':' + QByteArray::number(m_index);
     // The second lets stat() show a character device of this number.
-    const std::pair<QByteArray, QByteArray> links[] = {
-        {m_devFolder + port, target},
-        {m_devFolder + ".node/" + port, number},
-    };
-    for (const auto &link : links) {
-        QDir().mkpath(QFileInfo(QFile::decodeName(link.first)).path());
-        ::unlink(link.first);
-        if (::symlink(link.second, link.first) != 0)
-            return false;
-    }
-    return true;
+    return setLink(m_rootFolder + "/dev/" + port, target)
+        && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
 }
 
 bool Port::deny(QString &error)
@@ -237,7 +313,7 @@ bool Port::deny(QString &error)
 bool Port::hold(QString &error)
 {
     m_lock = portLock(m_config.port);
-    if (m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
+    if (!isHeldByOtherProgram(m_config.port) && m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
         return true;
     error = QStringLiteral("cannot hold the port: another program has the lock file %1; choose another port name")
                 .arg(lockFileName(m_config.port));
@@ -255,7 +331,7 @@ void Port::unplug()
     m_boardEnd = Descriptor();
     m_hostEnd = Descriptor();
     m_lock.reset();
-    ::unlink(m_devFolder + m_config.port.toLatin1());
+    ::unlink(m_rootFolder + "/dev/" + m_config.port.toLatin1());
     if (!m_sysPaths.empty())
         umockdev_testbed_uevent(m_testbed, m_sysPaths.back(), "remove");
     for (; !m_sysPaths.empty(); m_sysPaths.pop_back())

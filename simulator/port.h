@@ -66,13 +66,14 @@ private:
     void addDevices();
     bool openPty(QString &error);
     bool deny(QString &error);
+    QByteArray deviceNumber() const;
     bool setNode(const QByteArray &target);
     bool hold(QString &error);
 
     UMockdevTestbed *const m_testbed;
     const BoardConfig m_config;
     const int m_index;
-    QByteArray m_devFolder; // where the testbed keeps what programs see in /dev
+    QByteArray m_rootFolder; // where the testbed keeps what programs see in /dev and /sys
     std::vector<QByteArray> m_sysPaths; // parents first
     Descriptor m_boardEnd;
     Descriptor m_hostEnd; // our own, beside the host's

@@ -33,7 +33,10 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    if (std::getenv(triedVariable))
+    // The process id stays when a program starts itself anew, so a value that was inherited is another's.
+    const std::string self = std::to_string(::getpid());
+    const char *const tried = std::getenv(triedVariable);
+    if (tried && tried == self)
         giveUp("libumockdev-preload has no effect on this program; it must be linked dynamically and not run set-uid");
     if (!::dlopen(library, RTLD_LAZY))
         giveUp("libumockdev-preload.so.0 is missing; install the package umockdev");
@@ -43,7 +46,7 @@ void ensurePreloaded(char **argv)
     const char *const present = std::getenv("LD_PRELOAD");
     const std::string preload = present && *present ? std::string(library) + ':' + present : library;
     ::setenv("LD_PRELOAD", preload.c_str(), 1);
-    ::setenv(triedVariable, "1", 1);
+    ::setenv(triedVariable, self.c_str(), 1);
     ::execv(path, argv);
     giveUp("this program cannot start itself anew");
 }

@@ -157,6 +157,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board BoardA,open=", "busy denied ok");
     row("jwsim --board BoardA,delay=20,open=d", "denied");
     row("jwsim --board BoardA,checksum=w", "wrong");
+    row("jwsim --board BoardA,usb=", "bridge cdc none");
     row("jwsim --board BoardA,delay=", "");
     row("jwsim --board BoardA,manufacturer=A\\ B,spee", "A\\ B,speed=");
     row("jwsim --board BoardA,serial=x*,spee", "x*,speed=");

@@ -90,6 +90,19 @@ bool isGone(pid_t process)
     return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
+// Where serial programs keep their lock files on this machine.
+QString lockFile(const QString &port)
+{
+    const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
+    return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
+}
+
+// As serial programs write it, right-aligned in ten columns.
+QByteArray tenColumns(qint64 process)
+{
+    return QByteArray::number(process).rightJustified(10);
+}
+
 QStringList lockFiles(const QString &port)
 {
     QStringList files;
@@ -123,6 +136,8 @@ private Q_SLOTS:
     void replyIsCutInChunksWithGaps();
     void replyComesAfterTheDelay();
     void speedPacesTheLine();
+    void usbBringsTheReplyInPieces_data();
+    void usbBringsTheReplyInPieces();
     void firstQueriesAreIgnored();
     void cableIsPulledAfterATime();
     void cableIsPulledAfterSoManyBytes();
@@ -140,7 +155,14 @@ private Q_SLOTS:
     void wrongScenarioIsRefused();
     void tooManyBoardsAreRefused();
     void unwritableReportIsRefused();
+    void reportStaysAsItWasWhenNothingRan_data();
+    void reportStaysAsItWasWhenNothingRan();
+    void reportReplacesTheFormerOne();
+    void reportThatCouldNotBeWrittenIsAFailure_data();
+    void reportThatCouldNotBeWrittenIsAFailure();
     void helpNamesAllThatIsAllowed();
+    void textThatCouldNotBeWrittenIsAFailure_data();
+    void textThatCouldNotBeWrittenIsAFailure();
     void versionIsThatOfTheProject();
 
     void commandsStatusIsPassedOn();
@@ -152,6 +174,9 @@ private Q_SLOTS:
     void argumentsAfterTheCommandAreItsOwn();
     void doubleDashEndsTheOptions();
     void runsWithoutABoard();
+    void runsWhereSigchldIsIgnored();
+    void runsWithALeftoverInTheEnvironment();
+    void manyLongRepliesTakeLittleMemory();
 
     void reportHasWhatTravelled();
     void reportIsWrittenWhenTheCommandIsKilled();
@@ -161,6 +186,9 @@ private Q_SLOTS:
     void commandThatStaysIsKilled();
     void ctrlCReachesTheCommandOnce();
     void nothingIsLeftOfAKilledHost();
+    void lockOfALivingProgramStays_data();
+    void lockOfALivingProgramStays();
+    void lockOfAnEndedProgramGoes();
 
     void socatTalksToABoard();
     void pythonTalksToABoard();
@@ -377,6 +405,43 @@ void TestJwsim::speedPacesTheLine()
     }
 }
 
+void TestJwsim::usbBringsTheReplyInPieces_data()
+{
+    QTest::addColumn<QString>("usb");
+    QTest::addColumn<int>("noise");
+    QTest::addColumn<int>("leastTime"); // milliseconds
+    QTest::newRow("frames of a UART at 115200 baud") << QStringLiteral("bridge") << 2000 << 173;
+    QTest::newRow("packets, 19 in a frame") << QStringLiteral("cdc") << 50000 << 35;
+}
+
+void TestJwsim::usbBringsTheReplyInPieces()
+{
+    QFETCH(QString, usb);
+    QFETCH(int, noise);
+    QFETCH(int, leastTime);
+
+    const QString script = QStringLiteral("import os, sys, tty\n"
+                                          "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
+                                          "tty.setraw(port)\n"
+                                          "os.write(port, b'$PJWVER*0c\\r\\n')\n"
+                                          "reads, reply = 0, b''\n"
+                                          "while len(reply) < int(sys.argv[2]):\n"
+                                          "    reply += os.read(port, 65536)\n"
+                                          "    reads += 1\n"
+                                          "print(reads, reply[-26:])\n");
+    const auto results = inBothForms("BoardA", {{QStringLiteral("usb"), usb}, {QStringLiteral("noise"), noise}},
+                                     {QStringLiteral("python3"), QStringLiteral("-c"), script, m_port,
+                                      QString::number(noise + versionReply.size())});
+    for (const Result &result : results) {
+        QCOMPARE(result.outcome.error, QByteArray());
+        const QList<QByteArray> words = result.outcome.output.split(' ');
+        // Each millisecond brings a piece; a busy machine may read some together.
+        QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
+        QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
+        QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
+    }
+}
+
 void TestJwsim::firstQueriesAreIgnored()
 {
     const auto results = inBothForms("BoardA", {{QStringLiteral("ignore"), 2}}, ask(m_port, versionReply.size(), 3));
@@ -529,6 +594,9 @@ void TestJwsim::wrongUseIsRefused_data()
     board("delay no number", "BoardA,delay=soon", {QStringLiteral("soon"), QStringLiteral("milliseconds")});
     board("delay beyond int", "BoardA,delay=99999999999", {QStringLiteral("milliseconds")});
     board("speed a fraction", "BoardA,speed=9600.5", {QStringLiteral("baud")});
+    board("usb a word", "BoardA,usb=fast", {QStringLiteral("none, cdc, bridge")});
+    board("speed of a board without a line", "BoardA,speed=9600,usb=cdc",
+          {QStringLiteral("speed"), QStringLiteral("usb=bridge")});
     board("chunk below 0", "BoardA,chunk=-5", {QStringLiteral("bytes")});
     board("gap a word", "BoardA,gap=x", {QStringLiteral("milliseconds")});
     board("noise below 0", "BoardA,noise=-2", {QStringLiteral("bytes")});
@@ -543,6 +611,7 @@ void TestJwsim::wrongUseIsRefused_data()
     board("vendor no hexadecimal", "BoardA,vendor=0x48", {QStringLiteral("4 hexadecimal digits")});
     board("product of 5 digits", "BoardA,product=12345", {QStringLiteral("4 hexadecimal digits")});
     board("manufacturer not ASCII", "BoardA,manufacturer=M\xfcller", {QStringLiteral("printable ASCII")});
+    board("product-name not ASCII", "BoardA,product-name=\xfc", {QStringLiteral("printable ASCII")});
     board("serial not ASCII", "BoardA,serial=\xfc", {QStringLiteral("printable ASCII")});
     board("port with folder", "BoardA,port=/dev/ttyACM0", {QStringLiteral("ttyACM0")});
     board("port leading out", "BoardA,port=../x", {QStringLiteral("ttyACM0")});
@@ -593,6 +662,9 @@ void TestJwsim::wrongScenarioIsRefused_data()
                                  << QStringLiteral("milliseconds");
     QTest::newRow("fraction") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": 1.5}]})")
                               << QStringLiteral("whole number");
+    QTest::newRow("speed of a board without a line")
+        << QByteArray(R"({"boards": [{"kind": "BoardA", "usb": "cdc", "speed": 9600}]})")
+        << QStringLiteral("usb=bridge");
     QTest::newRow("truth value") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": true}]})")
                                  << QStringLiteral("delay");
     QTest::newRow("list as value") << QByteArray(R"({"boards": [{"kind": "BoardA", "delay": [1]}]})")
@@ -636,7 +708,8 @@ void TestJwsim::tooManyBoardsAreRefused()
 
 void TestJwsim::unwritableReportIsRefused()
 {
-    for (const QString &name : {file("no/such/folder/report.json"), m_folder->path()}) {
+    QVERIFY(writeFile(file("file"), QByteArray()));
+    for (const QString &name : {file("no/such/folder/report.json"), m_folder->path(), file("file/report.json")}) {
         const Outcome outcome = jwsim({QStringLiteral("--report"), name, QStringLiteral("touch"), file("started")});
         QCOMPARE(outcome.status, 2);
         QCOMPARE(linesOf(outcome.error).size(), 1);
@@ -645,27 +718,139 @@ void TestJwsim::unwritableReportIsRefused()
     }
 }
 
+void TestJwsim::reportStaysAsItWasWhenNothingRan_data()
+{
+    QTest::addColumn<QString>("board");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("status");
+
+    const QString none = QStringLiteral("silent");
+    QTest::newRow("wrong board") << QStringLiteral("BoardA,delay=x") << QStringLiteral("true") << 2;
+    QTest::newRow("board that the system refuses")
+        << QStringLiteral("silent,port=ttyQQ8,open=busy") << QStringLiteral("true") << 2;
+    QTest::newRow("no COMMAND") << none << QString() << 2;
+    QTest::newRow("COMMAND is not there") << none << QStringLiteral("no-such-program-anywhere") << 127;
+    QTest::newRow("COMMAND is no program") << none << QStringLiteral("/etc/passwd") << 126;
+}
+
+void TestJwsim::reportStaysAsItWasWhenNothingRan()
+{
+    QFETCH(QString, board);
+    QFETCH(QString, command);
+    QFETCH(int, status);
+
+    QString lock;
+    if (board.contains(QLatin1String("open=busy"))) {
+        board = boardOn("silent", m_port, "open=busy");
+        lock = lockFile(m_port);
+        QVERIFY(writeFile(lock, tenColumns(::getpid()) + '\n'));
+    }
+    QVERIFY(writeFile(file("report.json"), "former"));
+    for (const QString &name : {file("report.json"), file("new.json")}) {
+        QStringList arguments{QStringLiteral("--report"), name, QStringLiteral("--board"), board};
+        if (!command.isEmpty())
+            arguments.append(command);
+        const Outcome outcome = jwsim(arguments);
+        QCOMPARE(outcome.status, status);
+        QCOMPARE(linesOf(outcome.error).size(), 1);
+    }
+    if (!lock.isEmpty())
+        QVERIFY(QFile::remove(lock));
+    QCOMPARE(readFile(file("report.json")), QByteArray("former"));
+    QVERIFY(!QFile::exists(file("new.json")));
+}
+
+void TestJwsim::reportReplacesTheFormerOne()
+{
+    const QString name = file("report.json");
+    QVERIFY(writeFile(name, QByteArray(100000, 'x')));
+    // COMMAND finds it as it was.
+    const Outcome outcome = jwsim(QStringList{QStringLiteral("--report"), name}
+                                  + simulated({boardOn("silent", m_port)}, {QStringLiteral("cat"), name}));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.output, QByteArray(100000, 'x'));
+    QCOMPARE(boardReport(readFile(name)).value(QLatin1String("port")).toString(), m_port);
+}
+
+void TestJwsim::reportThatCouldNotBeWrittenIsAFailure_data()
+{
+    QTest::addColumn<int>("command");
+    QTest::addColumn<int>("status");
+    QTest::newRow("COMMAND was successful") << 0 << 125;
+    QTest::newRow("COMMAND had failed") << 3 << 3;
+}
+
+void TestJwsim::reportThatCouldNotBeWrittenIsAFailure()
+{
+    QFETCH(int, command);
+    QFETCH(int, status);
+
+    const Outcome outcome =
+        jwsim(QStringList{QStringLiteral("--report"), QStringLiteral("/dev/full")}
+              + simulated({boardOn("silent", m_port)}, shell(QStringLiteral("exit %1").arg(command))));
+    QCOMPARE(outcome.status, status);
+    QCOMPARE(linesOf(outcome.error).size(), 1);
+    QVERIFY2(outcome.error.contains("/dev/full"), outcome.error.constData());
+    QVERIFY2(outcome.error.contains("No space left"), outcome.error.constData());
+}
+
 void TestJwsim::helpNamesAllThatIsAllowed()
 {
     const Outcome outcome = jwsim({QStringLiteral("--help")});
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.error, QByteArray());
-    for (const char *text : {"--scenario",    "--board",
-                             "--report",      "--help",
-                             "--version",     "BoardA",
-                             "BoardB",        "BoardC",
-                             "silent",        "babble",
-                             "other",         "  delay ",
-                             "  speed ",      "  chunk ",
-                             "  gap ",        "  noise ",
-                             "  checksum ",   "  hwversion ",
-                             "  ignore ",     "  replies ",
-                             "  pull-after ", "  pull-after-bytes ",
-                             "  open ",       "  manufacturer ",
-                             "  vendor ",     "  product ",
-                             "  serial ",     "  port ",
-                             "  interval ",   "  seed "})
+    for (const char *text : {"--scenario",
+                             "--board",
+                             "--report",
+                             "--help",
+                             "--version",
+                             "BoardA",
+                             "BoardB",
+                             "BoardC",
+                             "silent",
+                             "babble",
+                             "other",
+                             "  delay ",
+                             "  speed ",
+                             "  usb ",
+                             "  chunk ",
+                             "  gap ",
+                             "  noise ",
+                             "  checksum ",
+                             "  hwversion ",
+                             "  ignore ",
+                             "  replies ",
+                             "  pull-after ",
+                             "  pull-after-bytes ",
+                             "  open ",
+                             "  manufacturer ",
+                             "  vendor ",
+                             "  product ",
+                             "  product-name ",
+                             "  serial ",
+                             "  port ",
+                             "  interval ",
+                             "  seed "})
         QVERIFY2(outcome.output.contains(text), text);
+}
+
+void TestJwsim::textThatCouldNotBeWrittenIsAFailure_data()
+{
+    QTest::addColumn<QString>("call");
+    for (const char *option : {"--help", "--version"}) {
+        QTest::addRow("%s to a full device", option)
+            << QStringLiteral("\"$0\" %1 > /dev/full").arg(QLatin1String(option));
+        QTest::addRow("%s to nowhere", option) << QStringLiteral("\"$0\" %1 >&-").arg(QLatin1String(option));
+    }
+}
+
+void TestJwsim::textThatCouldNotBeWrittenIsAFailure()
+{
+    QFETCH(QString, call);
+    const Outcome outcome = runProgram(QStringLiteral("sh"), {QStringLiteral("-c"), call, jwsimProgram()});
+    QCOMPARE(outcome.status, 125);
+    QCOMPARE(linesOf(outcome.error).size(), 1);
+    QVERIFY2(outcome.error.startsWith("jwsim: cannot write to standard output: "), outcome.error.constData());
 }
 
 void TestJwsim::versionIsThatOfTheProject()
@@ -765,6 +950,60 @@ void TestJwsim::runsWithoutABoard()
     QVERIFY(report.object().value(QLatin1String("boards")).toArray().isEmpty());
     QCOMPARE(outcome.error, QByteArray("jwsim: no board is simulated; add one, for example --board BoardA\n"));
     QCOMPARE(outcome.status, 0);
+}
+
+void TestJwsim::runsWhereSigchldIsIgnored()
+{
+    const QString call = QStringLiteral("import os, signal, sys\n"
+                                        "signal.signal(signal.SIGCHLD, signal.SIG_IGN)\n"
+                                        "os.execv(sys.argv[1], sys.argv[1:])\n");
+    const QString command = QStringLiteral("import signal, sys\n"
+                                           "print(signal.getsignal(signal.SIGCHLD) == signal.SIG_IGN)\n"
+                                           "sys.exit(7)\n");
+    const QString python = QStringLiteral("python3");
+    const Outcome outcome =
+        runProgram(python,
+                   QStringList{QStringLiteral("-c"), call, jwsimProgram()}
+                       + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
+    QCOMPARE(outcome.status, 7);
+    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND starts as it would without jwsim
+}
+
+void TestJwsim::runsWithALeftoverInTheEnvironment()
+{
+    ProgramRun run(jwsimProgram(), simulated({boardOn("silent", m_port)}, shell(QStringLiteral("ls /sys/class/tty"))));
+    prepare(run);
+    run.setEnvironment(QStringLiteral("JWSIM_PRELOAD_TRIED"), QStringLiteral("1"));
+    run.start();
+    QVERIFY(run.finish());
+    QCOMPARE(run.error(), QByteArray());
+    QCOMPARE(run.output().trimmed(), m_port.toLatin1());
+    QCOMPARE(run.status(), 0);
+}
+
+void TestJwsim::manyLongRepliesTakeLittleMemory()
+{
+    // 1 GB of replies, 20 MB of which are read.
+    const QString read = QStringLiteral("import os, sys\n"
+                                        "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
+                                        "os.write(port, b'$PJWVER*0c\\r\\n')\n"
+                                        "count = 0\n"
+                                        "while count < 20000000:\n"
+                                        "    count += len(os.read(port, 65536))\n");
+    const QString measure = QStringLiteral("import resource, subprocess, sys\n"
+                                           "status = subprocess.call(sys.argv[1:])\n"
+                                           "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\n"
+                                           "sys.exit(status)\n");
+    const Outcome outcome = runProgram(
+        QStringLiteral("python3"),
+        QStringList{QStringLiteral("-c"), measure, jwsimProgram(), QStringLiteral("--report"), file("report.json")}
+            + simulated({boardOn("BoardA", m_port, "replies=1000,noise=1000000")},
+                        {QStringLiteral("python3"), QStringLiteral("-c"), read, m_port}));
+    QCOMPARE(outcome.error, QByteArray());
+    QCOMPARE(outcome.status, 0);
+    // Kilobytes, of which the sanitizers keep most.
+    QVERIFY2(outcome.output.toInt() < 500000, outcome.output.constData());
+    QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
 void TestJwsim::reportHasWhatTravelled()
@@ -909,6 +1148,48 @@ void TestJwsim::nothingIsLeftOfAKilledHost()
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
     QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // which cleanup() must not find any more
     QCOMPARE(outcome.status, 0);
+}
+
+void TestJwsim::lockOfALivingProgramStays_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QByteArray>("keys");
+    QTest::addColumn<int>("status");
+
+    const QByteArray process = tenColumns(::getpid());
+    QTest::newRow("process id") << process + '\n' << QByteArray() << 0;
+    QTest::newRow("without a line end") << process << QByteArray() << 0;
+    QTest::newRow("process id, name, user") << process + " minicom root\n" << QByteArray() << 0;
+    QTest::newRow("process of somebody else") << tenColumns(1) + '\n' << QByteArray() << 0;
+    QTest::newRow("port that jwsim holds itself") << process + '\n' << QByteArray("open=busy") << 2;
+}
+
+void TestJwsim::lockOfALivingProgramStays()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QByteArray, keys);
+    QFETCH(int, status);
+
+    const QString lock = lockFile(m_port);
+    QVERIFY(writeFile(lock, text));
+    const Outcome outcome = jwsim(simulated({boardOn("silent", m_port, keys.constData())}, {QStringLiteral("true")}));
+    const QByteArray after = readFile(lock);
+    QFile::remove(lock);
+    QCOMPARE(after, text);
+    QCOMPARE(outcome.status, status);
+    QCOMPARE(outcome.error.contains(lock.toLocal8Bit()), status != 0);
+}
+
+void TestJwsim::lockOfAnEndedProgramGoes()
+{
+    QProcess ended;
+    ended.start(QStringLiteral("true"), QStringList());
+    QVERIFY(ended.waitForStarted());
+    const qint64 process = ended.processId();
+    QVERIFY(ended.waitForFinished(programPatience));
+    QVERIFY(writeFile(lockFile(m_port), tenColumns(process) + '\n'));
+    QCOMPARE(jwsim(simulated({boardOn("silent", m_port)}, {QStringLiteral("true")})).status, 0);
+    // cleanup() must not find it any more.
 }
 
 void TestJwsim::socatTalksToABoard()

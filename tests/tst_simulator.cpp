@@ -3,10 +3,13 @@
 
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
+#include <simulator/pacer.h>
+#include <simulator/port.h>
 #include <simulator/scenario.h>
 #include <simulator/testbed.h>
 #include <simulator/wire.h>
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
@@ -14,10 +17,13 @@
 #include <QSerialPortInfo>
 #include <QSet>
 #include <QSignalSpy>
+#include <QSocketNotifier>
 #include <QTemporaryFile>
+#include <QTimer>
 #include <QVariantMap>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using JwSimulator::Board;
@@ -26,6 +32,7 @@ using JwSimulator::JournalEntry;
 using JwSimulator::Testbed;
 
 Q_DECLARE_METATYPE(BoardConfig::Kind)
+Q_DECLARE_METATYPE(BoardConfig::Usb)
 
 namespace {
 
@@ -56,20 +63,47 @@ public:
     {
         return ::write(m_descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
     }
+    int descriptor() const { return m_descriptor; }
+    /// What one read() gets.
+    QByteArray read() const
+    {
+        char bytes[4096];
+        const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
+        return {bytes, static_cast<int>(qMax<ssize_t>(0, count))};
+    }
     /// Everything that came so far.
     const QByteArray &received()
     {
-        char bytes[4096];
-        for (ssize_t count = 1; count > 0;) {
-            count = ::read(m_descriptor, bytes, sizeof bytes);
-            m_received.append(bytes, static_cast<int>(qMax<ssize_t>(0, count)));
-        }
+        for (QByteArray bytes = read(); !bytes.isEmpty(); bytes = read())
+            m_received += bytes;
         return m_received;
     }
 
 private:
     const int m_descriptor;
     QByteArray m_received;
+};
+
+/// A host that reads as soon as there is something.
+class PromptHost
+{
+public:
+    explicit PromptHost(const Board *board)
+        : m_port(board)
+        , m_readable(m_port.descriptor(), QSocketNotifier::Read)
+    {
+        QObject::connect(&m_readable, &QSocketNotifier::activated, [this] { m_pieces.append(m_port.read()); });
+    }
+
+    bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
+    /// As they came.
+    const QList<QByteArray> &pieces() const { return m_pieces; }
+    QByteArray received() const { return m_pieces.join(); }
+
+private:
+    const HostPort m_port;
+    QSocketNotifier m_readable;
+    QByteArrayList m_pieces;
 };
 
 #define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, patience)
@@ -79,6 +113,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
     return {{QStringLiteral("kind"), BoardConfig::kindName(config.kind)},
             {QStringLiteral("delay"), config.delay},
             {QStringLiteral("speed"), config.speed},
+            {QStringLiteral("usb"), static_cast<int>(config.usb)},
             {QStringLiteral("chunk"), config.chunk},
             {QStringLiteral("gap"), config.gap},
             {QStringLiteral("noise"), config.noise},
@@ -92,10 +127,18 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("manufacturer"), config.manufacturer},
             {QStringLiteral("vendor"), config.vendor},
             {QStringLiteral("product"), config.product},
+            {QStringLiteral("product-name"), config.productName},
             {QStringLiteral("serial"), config.serial},
             {QStringLiteral("port"), config.port},
             {QStringLiteral("interval"), config.interval},
             {QStringLiteral("seed"), config.seed}};
+}
+
+// Where serial programs keep their lock files on this machine.
+QString lockFile(const QString &port)
+{
+    const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
+    return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
 }
 
 QByteArray journalBytes(const Board *board, JournalEntry::Direction direction)
@@ -157,6 +200,8 @@ private Q_SLOTS:
     void freeNamesAvoidTheGivenOnes();
     void serialNumbersAreDistinct();
     void takenPortNameIsRefused();
+    void nameThatAnotherProgramHasIsLocked();
+    void nameWhoseLockIsNoFileIsLocked();
     void moreThanTheCeilingIsRefused();
 
     void boardAnswersItsOwnQuery_data();
@@ -168,6 +213,11 @@ private Q_SLOTS:
     void queriesSentAtOnceAreAllAnswered();
     void replyIsDelayed();
     void slowLineTakesItsTimeBothWays();
+    void lineGivesOutItsPieces_data();
+    void lineGivesOutItsPieces();
+    void shortPacketsCountForTheFrame();
+    void hostGetsTheFramesOfABridge();
+    void hostGetsPackets();
     void replyIsCutInChunks();
     void noiseIsNeverNul();
     void firstQueriesAreIgnored();
@@ -182,6 +232,7 @@ private Q_SLOTS:
     void portThatIsNotReadKeepsWhatIsSent();
     void babbleIsNotKeptForAPortThatIsNotRead();
     void journalHasWhatTravelled();
+    void journalKeepsTheNewest();
     void pulledCableTakesThePortAway();
     void pluggedPortIsANewOne();
     void boardCanBePulledInItsOwnSignal_data();
@@ -215,6 +266,7 @@ void TestSimulator::keySetsItsFieldAlone_data()
     };
     row("delay", "20", 20);
     row("speed", "115200", 115200);
+    row("usb", "bridge", static_cast<int>(BoardConfig::Usb::Bridge));
     row("chunk", "7", 7);
     row("gap", "3", 3);
     row("noise", "50", 50);
@@ -228,6 +280,7 @@ void TestSimulator::keySetsItsFieldAlone_data()
     row("manufacturer", "Acme Boards", QStringLiteral("Acme Boards"));
     row("vendor", "1a2B", 0x1a2b);
     row("product", "0001", 1);
+    row("product-name", "Wind & Water", QStringLiteral("Wind & Water"));
     row("serial", "X-1", QStringLiteral("X-1"));
     row("port", "ttyUSB7", QStringLiteral("ttyUSB7"));
     row("interval", "5", 5);
@@ -382,7 +435,8 @@ void TestSimulator::bodyOfALine()
 
 void TestSimulator::portsShowUpAsUsbDevices()
 {
-    const Board *first = add("BoardA,manufacturer=Acme Boards,vendor=12ab,product=00fe,serial=S-7");
+    const Board *first =
+        add("BoardA,manufacturer=Acme Boards,vendor=12ab,product=00fe,product-name=Wind & Water,serial=S 7");
     const Board *second = add("silent");
     QCOMPARE(systemPorts(), (QStringList{first->portName(), second->portName()}));
 
@@ -390,10 +444,12 @@ void TestSimulator::portsShowUpAsUsbDevices()
     QCOMPARE(info.manufacturer(), QStringLiteral("Acme Boards"));
     QCOMPARE(info.vendorIdentifier(), quint16(0x12ab));
     QCOMPARE(info.productIdentifier(), quint16(0x00fe));
-    QCOMPARE(info.serialNumber(), QStringLiteral("S-7"));
+    QCOMPARE(info.serialNumber(), QStringLiteral("S 7"));
+    QCOMPARE(info.description(), QStringLiteral("Wind & Water"));
     const QSerialPortInfo plain(second->portName());
     QCOMPARE(plain.manufacturer(), QStringLiteral("STMicroelectronics."));
     QCOMPARE(plain.vendorIdentifier(), quint16(0x0483));
+    QCOMPARE(plain.description(), QStringLiteral("Simulated board"));
 }
 
 void TestSimulator::freeNamesAvoidTheGivenOnes()
@@ -438,6 +494,33 @@ void TestSimulator::takenPortNameIsRefused()
     QVERIFY(!m_testbed->add(config, &error));
     QVERIFY2(error.contains(board->portName()), qPrintable(error));
     QCOMPARE(m_testbed->boards().size(), 1);
+}
+
+void TestSimulator::nameThatAnotherProgramHasIsLocked()
+{
+    const QString name = uniquePortName();
+    QVERIFY(!JwSimulator::isLocked(name));
+    // As serial programs write it that know nothing of QLockFile.
+    const QByteArray text = QByteArray::number(::getpid()).rightJustified(10) + '\n';
+    QFile lock(lockFile(name));
+    QVERIFY(lock.open(QIODevice::ReadWrite));
+    QCOMPARE(lock.write(text), qint64(text.size()));
+    QVERIFY(lock.flush());
+    QVERIFY(JwSimulator::isLocked(name));
+    QVERIFY(lock.remove()); // which a lock that was taken for stale could not be any more
+    QVERIFY(!JwSimulator::isLocked(name));
+}
+
+void TestSimulator::nameWhoseLockIsNoFileIsLocked()
+{
+    const QString name = uniquePortName();
+    QCOMPARE(::mkfifo(lockFile(name).toLocal8Bit().constData(), 0600), 0);
+    QVERIFY(JwSimulator::isLocked(name)); // at once, not when somebody writes
+    BoardConfig config;
+    config.port = name;
+    QVERIFY(m_testbed->add(config));
+    m_testbed.reset();
+    QVERIFY(QFile::remove(lockFile(name)));
 }
 
 void TestSimulator::moreThanTheCeilingIsRefused()
@@ -570,6 +653,107 @@ void TestSimulator::slowLineTakesItsTimeBothWays()
     const qint64 received = journalTimes(board, JournalEntry::Received).first();
     QVERIFY(received >= 48);
     QVERIFY(journalTimes(board, JournalEntry::Sent).first() - received >= 106);
+}
+
+void TestSimulator::lineGivesOutItsPieces_data()
+{
+    QTest::addColumn<BoardConfig::Usb>("usb");
+    QTest::addColumn<int>("speed");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QList<int>>("pieces");
+
+    using Usb = BoardConfig::Usb;
+    QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
+    // 11.52 bytes in a millisecond.
+    QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
+    QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
+    QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
+    QTest::newRow("bridge, 9600 baud") << Usb::Bridge << 9600 << 3 << QList<int>{1, 1, 1};
+    QTest::newRow("bridge, 921600 baud") << Usb::Bridge << 921600 << 700 << QList<int>{92, 92, 92, 92, 92, 92, 93, 55};
+    QTest::newRow("CDC, less than a packet") << Usb::Cdc << 0 << 26 << QList<int>{26};
+    QTest::newRow("CDC, a packet") << Usb::Cdc << 0 << 64 << QList<int>{64};
+    QTest::newRow("CDC, several") << Usb::Cdc << 0 << 226 << QList<int>{64, 64, 64, 34};
+}
+
+void TestSimulator::lineGivesOutItsPieces()
+{
+    QFETCH(BoardConfig::Usb, usb);
+    QFETCH(int, speed);
+    QFETCH(int, size);
+    QFETCH(QList<int>, pieces);
+
+    QByteArray bytes;
+    for (int i = 0; i < size; ++i)
+        bytes += static_cast<char>(i);
+    JwSimulator::Pacer line(usb, speed);
+    QByteArray released;
+    QList<int> sizes;
+    connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &piece) {
+        released += piece;
+        sizes.append(piece.size());
+    });
+    for (int round = 1; round <= 2; ++round) { // the line rests between them
+        line.push(bytes);
+        WAIT_FOR(released.size() == round * size);
+        QCOMPARE(released.right(size), bytes);
+        QCOMPARE(sizes.mid(sizes.size() - pieces.size()), pieces);
+        QCOMPARE(sizes.size(), round * pieces.size());
+        QCOMPARE(line.waiting(), 0);
+    }
+}
+
+void TestSimulator::shortPacketsCountForTheFrame()
+{
+    // 1900 packets, each sent when the one before has arrived, take 100 frames, which begin a millisecond apart.
+    const int most = 1900;
+    JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
+    int packets = 0;
+    connect(&line, &JwSimulator::Pacer::released, this, [&] {
+        if (++packets < most)
+            line.push("x");
+    });
+    int milliseconds = 0;
+    QTimer timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    connect(&timer, &QTimer::timeout, this, [&] { ++milliseconds; });
+    timer.start(1);
+    QElapsedTimer clock;
+    clock.start();
+    line.push("x");
+    WAIT_FOR(packets == most);
+    QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
+    // Not a millisecond for each packet; a busy machine delays this timer as well.
+    QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
+}
+
+void TestSimulator::hostGetsTheFramesOfABridge()
+{
+    // The 312 bytes of the queries take 27 ms, the first reply's 2026 take 175 ms.
+    Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
+    m_testbed->restartClock();
+    QSignalSpy arrivals(board, &Board::received);
+    const PromptHost host(board);
+    QVERIFY(host.write(versionQuery.repeated(26)));
+    WAIT_FOR(host.received().endsWith(versionReply));
+    QCOMPARE(host.received().size(), 2000 + versionReply.size());
+    QVERIFY2(host.pieces().size() > 20, qPrintable(QString::number(host.pieces().size())));
+    QCOMPARE(arrivals.first().first().toByteArray(), versionQuery.left(11));
+    const qint64 received = journalTimes(board, JournalEntry::Received).last();
+    QVERIFY(received >= 26);
+    QVERIFY(journalTimes(board, JournalEntry::Sent).first() - received >= 173);
+}
+
+void TestSimulator::hostGetsPackets()
+{
+    Board *board = add("BoardA,usb=cdc,noise=20000");
+    QSignalSpy arrivals(board, &Board::received);
+    const PromptHost host(board);
+    QVERIFY(host.write(QByteArray(88, 'x') + versionQuery));
+    WAIT_FOR(host.received().endsWith(versionReply));
+    QCOMPARE(host.received().size(), 20000 + versionReply.size());
+    QVERIFY2(host.pieces().size() > 5, qPrintable(QString::number(host.pieces().size())));
+    QCOMPARE(arrivals.size(), 2);
+    QCOMPARE(arrivals.first().first().toByteArray(), QByteArray(64, 'x'));
 }
 
 void TestSimulator::replyIsCutInChunks()
@@ -765,6 +949,24 @@ void TestSimulator::journalHasWhatTravelled()
         QVERIFY(journal.at(i).milliseconds >= 0);
     }
     QVERIFY(journal.at(1).milliseconds <= journal.at(2).milliseconds);
+}
+
+void TestSimulator::journalKeepsTheNewest()
+{
+    const int most = 4 * 1024 * 1024;
+    Board *board = add("silent");
+    QSignalSpy sent(board, &Board::sent);
+    const PromptHost host(board);
+    for (const char letter : {'a', 'b', 'c', 'd', 'e', 'f'})
+        QVERIFY(board->send(QByteArray(1024 * 1024, letter)));
+    WAIT_FOR(sent.size() == 6);
+    const QByteArray bytes = journalBytes(board, JournalEntry::Sent);
+    QCOMPARE(bytes.size(), most);
+    QVERIFY(bytes.startsWith('c') && bytes.endsWith('f'));
+    // A single entry is kept however long it is.
+    QVERIFY(board->send(QByteArray(most + 1, 'g')));
+    WAIT_FOR(sent.size() == 7);
+    QCOMPARE(journalBytes(board, JournalEntry::Sent), QByteArray(most + 1, 'g'));
 }
 
 void TestSimulator::pulledCableTakesThePortAway()

@@ -127,8 +127,9 @@ QString Arguments::helpText()
                           "reaches COMMAND anyway and is left to it.\n"
                           "\n"
                           "Exit status: that of COMMAND; 128 + n when signal n ended it; 127 when it was\n"
-                          "not found, 126 when it could not be started; 2 for wrong use, when COMMAND was\n"
-                          "not started at all.\n")
+                          "not found, 126 when it could not be started; 125 when COMMAND ended with 0 but\n"
+                          "the report, or this help, could not be written; 2 for wrong use, when COMMAND\n"
+                          "was not started at all.\n")
         .arg(QLatin1String(usage), BoardConfig::help());
 }
 

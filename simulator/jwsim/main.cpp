@@ -6,52 +6,75 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 
+#include <cerrno>
 #include <cstdio>
+#include <unistd.h>
 
 using namespace JwSimulator;
 
 namespace {
 
 const int wrongUse = 2;
+const int notWritten = 125; // beside the 126 and 127 of a command that was not started
 const int lastWords = 20; // milliseconds in which the boards still get what COMMAND wrote before it ended
 
-void tell(const QString &text)
+int complain(const QString &text, int status = wrongUse)
 {
     std::fprintf(stderr, "jwsim: %s\n", qPrintable(text.simplified()));
+    return status;
 }
 
-int complain(const QString &text)
+int print(const QString &text)
 {
-    tell(text);
-    return wrongUse;
+    if (std::fputs(qPrintable(text), stdout) >= 0 && std::fflush(stdout) == 0)
+        return 0;
+    return complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)), notWritten);
+}
+
+// Without opening the file, which must stay as it is until there is a report.
+bool canWrite(const QString &fileName)
+{
+    const QFileInfo file(fileName);
+    if (file.isDir()) {
+        errno = EISDIR;
+        return false;
+    }
+    const QString target = file.exists() ? fileName : file.path() + QLatin1String("/.");
+    return ::access(QFile::encodeName(target).constData(), W_OK) == 0;
+}
+
+int writeReport(const QString &fileName, const Testbed &testbed, int status)
+{
+    QFile file(fileName);
+    const QByteArray text = report(testbed);
+    if (file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush())
+        return status;
+    const int failed = status == 0 ? notWritten : status;
+    return complain(QStringLiteral("cannot write the report %1: %2").arg(fileName, file.errorString()), failed);
 }
 
 int run(const Arguments &arguments)
 {
-    QFile reportFile(arguments.reportFile);
-    if (!arguments.reportFile.isEmpty() && !reportFile.open(QIODevice::WriteOnly))
+    if (!arguments.reportFile.isEmpty() && !canWrite(arguments.reportFile))
         return complain(QStringLiteral("cannot write the report %1: %2; give a file that can be written")
-                            .arg(arguments.reportFile, reportFile.errorString()));
+                            .arg(arguments.reportFile, qt_error_string(errno)));
     Runner runner;
     Testbed testbed;
     QString error;
     if (!testbed.add(arguments.boards, &error))
         return complain(error);
     if (arguments.boards.isEmpty())
-        tell(QStringLiteral("no board is simulated; add one, for example --board BoardA"));
+        complain(QStringLiteral("no board is simulated; add one, for example --board BoardA"));
     testbed.restartClock();
     const int status = runner.run(arguments.command);
-    if (!reportFile.isOpen())
+    if (arguments.reportFile.isEmpty() || !runner.hasStarted())
         return status;
     QEventLoop loop;
     QTimer::singleShot(lastWords, &loop, &QEventLoop::quit);
     loop.exec();
-    const QByteArray text = report(testbed);
-    if (reportFile.write(text) != text.size() || !reportFile.flush())
-        complain(
-            QStringLiteral("the report %1 is not complete: %2").arg(arguments.reportFile, reportFile.errorString()));
-    return status;
+    return writeReport(arguments.reportFile, testbed, status);
 }
 
 } // namespace
@@ -68,11 +91,9 @@ int main(int, char **argv)
         return complain(error);
     switch (arguments->action) {
     case Arguments::Action::Help:
-        std::fputs(qPrintable(Arguments::helpText()), stdout);
-        return 0;
+        return print(Arguments::helpText());
     case Arguments::Action::Version:
-        std::puts("jwsim " JWSIM_VERSION);
-        return 0;
+        return print(QStringLiteral("jwsim " JWSIM_VERSION "\n"));
     case Arguments::Action::Run:
         break;
     }

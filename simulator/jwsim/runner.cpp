@@ -27,6 +27,8 @@ Runner::Runner()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
         ::sigaddset(&mask, signal);
     ::pthread_sigmask(SIG_BLOCK, &mask, &m_formerMask);
+    // Where it is inherited as ignored, the end of a program is not told.
+    m_formerChildAction = ::signal(SIGCHLD, SIG_DFL);
     m_signals = ::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
     m_patience.setSingleShot(true);
     QObject::connect(&m_patience, &QTimer::timeout, [this] { ::kill(m_child, SIGKILL); });
@@ -57,6 +59,7 @@ bool Runner::start(char **command)
         return false;
     }
     if (m_child == 0) {
+        ::signal(SIGCHLD, m_formerChildAction);
         ::sigprocmask(SIG_SETMASK, &m_formerMask, nullptr);
         ::execvp(command[0], command);
         const int error = errno;
@@ -71,7 +74,8 @@ bool Runner::start(char **command)
         count = ::read(failure[0], &error, sizeof error);
     } while (count < 0 && errno == EINTR);
     ::close(failure[0]);
-    if (count != sizeof error)
+    m_started = count != sizeof error;
+    if (m_started)
         return true;
     ::waitpid(m_child, nullptr, 0);
     m_status = error == ENOENT || error == ENOTDIR ? notFound : notStarted;

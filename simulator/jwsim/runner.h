@@ -28,6 +28,8 @@ public:
 
     /** Runs it to its end, in the event loop. The result is the exit status to give to our own caller. */
     int run(char **command);
+    /** Whether run() could start the program. */
+    bool hasStarted() const { return m_started; }
 
 private:
     bool start(char **command);
@@ -36,12 +38,14 @@ private:
     void reap();
 
     sigset_t m_formerMask;
+    sighandler_t m_formerChildAction;
     int m_signals = -1;
     std::unique_ptr<QSocketNotifier> m_notifier;
     QTimer m_patience;
     QEventLoop m_loop;
     pid_t m_child = -1;
     int m_status = 0;
+    bool m_started = false;
 };
 
 } // namespace JwSimulator

@@ -33,7 +33,7 @@ inline Outcome runSandboxed(const QStringList &boards, const QString &script, co
 inline QString applyUdevRules(const QString &port)
 {
     return QStringLiteral("path=$(readlink -f /sys/class/tty/%1); PATH=$PATH:/sbin:/usr/sbin; "
-                          "udevadm test --action=add \"${path%/*/*}\" > /run/%1-usb.log 2>&1 && "
+                          "udevadm test --action=add \"${path%/*/*/*}\" > /run/%1-usb.log 2>&1 && "
                           "udevadm test --action=add \"$path\" > /run/%1.log 2>&1 || "
                           "{ cat /run/%1*.log; exit 99; }; ")
         .arg(port);
