@@ -29,7 +29,7 @@ def lots():
         yield "boards on all", "", boards(mixed(ports)), "ABC"[:ports], []
     for line in LINES:
         for ports in TOGETHER:
-            yield "boards on all", line, boards(mixed(ports), line), "ABC"[:ports], []
+            yield "boards on all", line, boards(mixed(ports), line), "ABC"[:ports], ["--bare"]
     for place, index in (("first", lambda n: 0), ("middle", lambda n: n // 2), ("last", lambda n: n - 1)):
         for ports in NUMBERS[1:]:
             for line in ("", PACED):

@@ -57,7 +57,7 @@ void communicate(benchmark::State &state)
 
 void lengths(benchmark::internal::Benchmark *benchmark)
 {
-    benchmark->Arg(26)->Arg(500);
+    benchmark->Arg(26)->Arg(500)->Iterations(40);
 }
 
 BENCHMARK(drop)->Name("port, a byte of a line/QSerialPort, read and dropped")->Apply(lengths);
