@@ -1,4 +1,5 @@
-// Lines that arrive byte by byte, at a QSerialPort and at one that holds back unfinished lines.
+// Lines that arrive byte by byte, at a QSerialPort and at one that holds back unfinished lines. Their time is mostly
+// the system's, and differs too much: count instructions, as docs/performance.md says.
 #include "perform.h"
 #include "ptyline.h"
 
