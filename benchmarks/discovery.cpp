@@ -1,5 +1,7 @@
 // Probes the ports that are there, several times, and writes as JSON how long each step took. discovery.py starts it
 // under jwsim, whose boards live in another process: they answer while this one opens ports.
+#include "sentences.h"
+
 #include <device/initializer.h>
 #include <logger/logger.h>
 
@@ -19,9 +21,13 @@
 #include <QSerialPortInfo>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 using JwDevice::Communicator;
 using JwDevice::Initializer;
@@ -110,12 +116,43 @@ QJsonArray openAll(const QList<QSerialPortInfo> &infos)
     return opens;
 }
 
-QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QList<Type> &types, bool named)
+/// How long boards of all kinds take to answer, asked in one moment through ports without the library.
+double exchange(QList<QSerialPortInfo> infos, int boards)
+{
+    std::sort(infos.begin(), infos.end(), [&](const auto &a, const auto &b) {
+        return std::make_pair(a.portName().size(), a.portName()) < std::make_pair(b.portName().size(), b.portName());
+    });
+    QEventLoop loop;
+    std::vector<std::unique_ptr<QSerialPort>> ports;
+    int answers = 0;
+    for (const QSerialPortInfo &info : infos.mid(0, boards)) {
+        ports.push_back(std::make_unique<QSerialPort>(info));
+        QSerialPort *const port = ports.back().get();
+        if (!port->open(QIODevice::ReadWrite))
+            qFatal("%s: %s", qUtf8Printable(info.portName()), qUtf8Printable(port->errorString()));
+        QObject::connect(port, &QSerialPort::readyRead, [&, port] {
+            if (port->canReadLine() && ++answers == boards)
+                loop.quit();
+        });
+    }
+    QElapsedTimer timer;
+    timer.start();
+    for (const auto &port : ports) {
+        port->write(versionQuery);
+        port->write(informationRequest);
+        port->flush();
+    }
+    loop.exec();
+    return milliseconds(timer.nsecsElapsed());
+}
+
+QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QList<Type> &types, bool named, bool bare)
 {
     QElapsedTimer clock;
     clock.start();
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
     const double enumeration = milliseconds(clock.nsecsElapsed());
+    const double exchanged = bare ? exchange(infos, types.size()) : -1;
     const QJsonArray opens = openAll(infos);
     QStringList names;
     if (named) {
@@ -160,7 +197,8 @@ QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QL
     return {{QStringLiteral("ports"), infos.size()}, {QStringLiteral("enumeration"), enumeration},
             {QStringLiteral("opens"), opens},        {QStringLiteral("probe"), probe},
             {QStringLiteral("found"), found},        {QStringLiteral("notFound"), notFound},
-            {QStringLiteral("settled"), settled},    {QStringLiteral("stall"), application.longest()}};
+            {QStringLiteral("settled"), settled},    {QStringLiteral("stall"), application.longest()},
+            {QStringLiteral("exchange"), exchanged}};
 }
 
 QList<Type> typesOf(const QString &letters)
@@ -187,6 +225,7 @@ int main(int argc, char **argv)
          QStringLiteral("A")},
         {QStringLiteral("probes"), QStringLiteral("How many probes."), QStringLiteral("number"), QStringLiteral("5")},
         {QStringLiteral("named"), QStringLiteral("Give probe() the names of the ports.")},
+        {QStringLiteral("bare"), QStringLiteral("Before each probe, ask one board of each type without the library.")},
     });
     parser.process(application);
     const QList<Type> types = typesOf(parser.value(QStringLiteral("types")));
@@ -198,7 +237,8 @@ int main(int argc, char **argv)
 
     QJsonArray probes;
     for (int i = 0; i < parser.value(QStringLiteral("probes")).toInt(); ++i)
-        probes << probeOnce(application, *end, types, parser.isSet(QStringLiteral("named")));
+        probes << probeOnce(application, *end, types, parser.isSet(QStringLiteral("named")),
+                            parser.isSet(QStringLiteral("bare")));
     std::puts(QJsonDocument(probes).toJson(QJsonDocument::Compact).constData());
     return 0;
 }

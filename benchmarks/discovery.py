@@ -9,46 +9,52 @@ import subprocess
 import sys
 
 NUMBERS = [1, 2, 4, 8, 16, 32, 48]
-PACED = 115200
+TOGETHER = [1, 2, 3, 4, 8, 16, 48]
+PACED = "speed=115200"
+LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
-def boards(kinds, speed=0, delay=0):
+def boards(kinds, line="", delay=0):
     # No other program that runs now may have ports of the same names.
     letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
-    return [f"{kind},speed={speed},delay={delay},port=tty{letters}{i}" for i, kind in enumerate(kinds)]
+    return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 
 
 def lots():
-    """Each lot: its title, its boards, the types to look for, and further options of the program."""
+    """Each lot: its title, the line of its boards, these boards, the types to look for, and further options of the
+    program."""
+    def mixed(ports):
+        return [f"Board{'ABC'[i % 3]}" for i in range(ports)]
     for ports in NUMBERS:
-        kinds = [f"Board{'ABC'[i % 3]}" for i in range(ports)]
-        for speed in (0, PACED):
-            yield "boards on all", boards(kinds, speed), "ABC"[:ports], []
+        yield "boards on all", "", boards(mixed(ports)), "ABC"[:ports], []
+    for line in LINES:
+        for ports in TOGETHER:
+            yield "boards on all", line, boards(mixed(ports), line), "ABC"[:ports], ["--bare"]
     for place, index in (("first", lambda n: 0), ("middle", lambda n: n // 2), ("last", lambda n: n - 1)):
         for ports in NUMBERS[1:]:
-            for speed in (0, PACED):
+            for line in ("", PACED):
                 kinds = ["silent"] * ports
                 kinds[index(ports)] = "BoardA"
-                yield f"one board, {place}", boards(kinds, speed), "A", []
+                yield f"one board, {place}", line, boards(kinds, line), "A", []
     for ports in NUMBERS:
-        yield "all silent", boards(["silent"] * ports), "A", []
-    yield "one board that waits 20 ms", boards(["BoardA"], PACED, 20), "A", []
-    yield "boards on all, ports by name", boards([f"Board{'ABC'[i % 3]}" for i in range(48)]), "ABC", ["--named"]
+        yield "all silent", "", boards(["silent"] * ports), "A", []
+    yield "one board that waits 20 ms", PACED, boards(["BoardA"], PACED, 20), "A", []
+    yield "boards on all, ports by name", "", boards(mixed(48)), "ABC", ["--named"]
 
 
 def main():
     folder, out, *rest = sys.argv[1:]
-    probes = rest[0] if rest else "5"
+    probes = int(rest[0]) if rest else 5
     results = []
-    for title, lot, types, options in lots():
+    for title, line, lot, types, options in lots():
         command = [f"{folder}/simulator/jwsim/jwsim"]
         for board in lot:
             command += ["--board", board]
-        command += ["--", f"{folder}/benchmarks/discovery", "--types", types, "--probes", probes, *options]
+        command += ["--", f"{folder}/benchmarks/discovery", "--types", types,
+                    "--probes", str(3 * probes if line and title == "boards on all" else probes), *options]
         output = subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
-        results.append({"title": title, "boards": lot, "types": types, "paced": f"speed={PACED}" in lot[0],
-                        "probes": json.loads(output)})
-        print(f"{title}, {len(lot)} ports{', paced' if results[-1]['paced'] else ''}", file=sys.stderr)
+        results.append({"title": title, "line": line, "boards": lot, "types": types, "probes": json.loads(output)})
+        print(f"{title}, {len(lot)} ports{line and ', '}{line}", file=sys.stderr)
     with open(out, "w", encoding="utf-8") as file:
         json.dump(results, file, indent=1)
 

@@ -1,19 +1,23 @@
-// Boards that talk at the full speed of their lines: what share of one core it takes to hear them, with ports that are
-// read and nothing more, with a Communicator on each, and with each payload parsed. Writes JSON.
+// Boards that talk side by side at the full speed of their lines, in pieces: whether each payload arrives whole at its
+// own Communicator, and what share of one core it takes to hear them, with ports that are read and nothing more, with a
+// Communicator on each, and with each payload parsed. Writes JSON.
+#include "ptyline.h"
 #include "sentences.h"
 
 #include <device/communicator.h>
 #include <device/sessioninit.h>
+#include <device/wholelines.h>
 #include <logger/logger.h>
+#include <nmea/checksum.h>
 #include <nmea/parserinit.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSerialPort>
 #include <QTimer>
 
 #include <algorithm>
@@ -22,24 +26,24 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
-
-#include <pty.h>
-#include <unistd.h>
 
 using JwDevice::Communicator;
 
 namespace {
 
-constexpr int bytesPerSecond = 115200 / 10;
-// What a board sends at a time: whole sentences, because what two boards send in pieces at the same time gets mixed up
-// in the one receive buffer.
-constexpr std::size_t packet = 2 * versionReplySize;
+constexpr int drainTime = 5000; // ms without a byte, after which what has not arrived is lost
 
 enum class Work { Ports, Payloads, Sessions };
+
+struct Load
+{
+    int ports = 0;
+    int baud = 0;
+    int piece = 0; ///< bytes sent at a time; 0: what the line brings in 1 ms
+    int milliseconds = 0;
+};
 
 double threadSeconds()
 {
@@ -48,73 +52,84 @@ double threadSeconds()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// A port on a pty, with the end that a board would have.
-struct Line
+/// A version reply that only this board sends, as long as all others.
+QString payloadOf(int board)
 {
-    Line()
-    {
-        char name[64];
-        if (openpty(&board, &held, name, nullptr, nullptr) != 0)
-            qFatal("openpty: %s; raise the limit of open files", qUtf8Printable(qt_error_string()));
-        port.setPortName(QString::fromLatin1(name));
-        if (!port.open(QIODevice::ReadWrite))
-            qFatal("%s: %s", name, qUtf8Printable(port.errorString()));
-        port.setBaudRate(QSerialPort::Baud115200);
-    }
-    ~Line()
-    {
-        port.close();
-        ::close(board);
-        ::close(held);
-    }
-    Line(const Line &) = delete;
-    Line &operator=(const Line &) = delete;
+    const QString body = QStringLiteral("PJWVER,%1,1,4,0").arg(1000000 + board);
+    const int crc = Nmea::calculateCrc(body, body.size());
+    return QStringLiteral("$%1*%2\r\n").arg(body).arg(crc, 2, 16, QLatin1Char('0'));
+}
 
-    int board = -1;
-    int held = -1;
-    QSerialPort port;
+struct Board
+{
+    Board(int number, std::unique_ptr<QSerialPort> port)
+        : line(std::move(port))
+        , payload(payloadOf(number))
+    {
+    }
+
+    PtyLine line;
+    const QString payload;
     Communicator communicator;
 };
 
-/// Writes to all lines at their speed, packet by packet, in frames of 1 ms over which the lines are spread.
-class Boards
+using BoardList = std::vector<std::unique_ptr<Board>>;
+
+/// Lets all boards talk at the speed of their lines, until stop(); then each ends the payload that it is at.
+class Talk
 {
 public:
-    explicit Boards(const std::vector<std::unique_ptr<Line>> &lines)
-        : m_thread([this, &lines] { talk(lines); })
+    Talk(const BoardList &boards, const Load &load)
+        : m_thread([this, &boards, load] { run(boards, load); })
     {
     }
-    ~Boards()
-    {
-        m_stop = true;
-        m_thread.join();
-    }
+    ~Talk() { m_thread.join(); }
+    void stop() { m_stop = true; }
+    bool isOver() const { return m_over; }
     qint64 written() const { return m_written; }
 
 private:
-    void talk(const std::vector<std::unique_ptr<Line>> &lines)
+    void run(const BoardList &boards, const Load &load)
     {
-        const std::string text = std::string(versionReply) + versionReply;
+        const int longest = load.piece > 0 ? load.piece : 1 + load.baud / 10000;
+        const int repetitions = 2 + longest / static_cast<int>(versionReplySize);
+        std::vector<QByteArray> texts;
+        for (const auto &board : boards)
+            texts.push_back(board->payload.toLatin1().repeated(repetitions));
+        std::vector<qint64> sent(boards.size(), 0);
+        const auto send = [&](std::size_t i, qint64 size) {
+            const auto at = sent[i] % static_cast<qint64>(versionReplySize);
+            boards[i]->line.send(texts[i].constData() + at, static_cast<std::size_t>(size));
+            sent[i] += size;
+            m_written += size;
+        };
+
         const auto start = std::chrono::steady_clock::now();
-        for (qint64 frame = 0, sent = 0; !m_stop; ++frame) {
+        const auto count = static_cast<qint64>(boards.size());
+        for (qint64 frame = 0; !m_stop; ++frame) {
             std::this_thread::sleep_until(start + std::chrono::milliseconds(frame));
-            const qint64 due =
-                frame * bytesPerSecond * static_cast<qint64>(lines.size()) / 1000 / static_cast<qint64>(packet);
-            for (; sent < due; ++sent) {
-                const Line &line = *lines[static_cast<std::size_t>(sent) % lines.size()];
-                if (::write(line.board, text.data(), packet) != static_cast<ssize_t>(packet))
-                    qFatal("a line does not take what is written to it");
-                m_written += static_cast<qint64>(packet);
+            for (std::size_t i = 0; i < boards.size(); ++i) {
+                // The pieces of the boards are spread over the time that one takes.
+                const qint64 brought = frame * load.baud / 10000 + static_cast<qint64>(i) * load.piece / count;
+                const qint64 due = load.piece > 0 ? brought / load.piece * load.piece : brought;
+                while (sent[i] < due)
+                    send(i, std::min<qint64>(longest, due - sent[i]));
             }
         }
+        for (std::size_t i = 0; i < boards.size(); ++i) {
+            if (const auto begun = sent[i] % static_cast<qint64>(versionReplySize))
+                send(i, static_cast<qint64>(versionReplySize) - begun);
+        }
+        m_over = true;
     }
 
     std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_over{false};
     std::atomic<qint64> m_written{0};
     std::thread m_thread; // last, for it uses the others
 };
 
-QJsonObject hear(int ports, int milliseconds, Work work)
+QJsonObject hear(const Load &load, Work work)
 {
     static const char *const names[] = {"ports", "payloads", "sessions"};
     Nmea::ParserInit parser;
@@ -123,30 +138,30 @@ QJsonObject hear(int ports, int milliseconds, Work work)
     QString payload;
     qint64 bytes = 0;
     qint64 payloads = 0;
-    qint64 sessions = 0;
-    std::vector<std::unique_ptr<Line>> lines;
-    for (int i = 0; i < ports; ++i) {
-        lines.push_back(std::make_unique<Line>());
-        QSerialPort *const port = &lines.back()->port;
-        Communicator *const communicator = &lines.back()->communicator;
+    qint64 whole = 0;
+    BoardList boards;
+    for (int i = 0; i < load.ports; ++i) {
+        std::unique_ptr<QSerialPort> port = work == Work::Ports ? std::make_unique<QSerialPort>()
+                                                                : std::make_unique<JwDevice::WholeLines<QSerialPort>>();
+        boards.push_back(std::make_unique<Board>(i, std::move(port)));
+        Board *const board = boards.back().get();
         if (work == Work::Ports) {
-            QObject::connect(port, &QSerialPort::readyRead, [&bytes, port] {
-                char data[packet * 16];
-                while (port->bytesAvailable() > 0)
-                    bytes += port->read(data, sizeof data);
-            });
+            QSerialPort *const plain = board->line.port.get();
+            QObject::connect(plain, &QSerialPort::readyRead, [&bytes, plain] { bytes += readAndDrop(plain); });
             continue;
         }
-        communicator->setIODevice(port);
-        communicator->setParser(&parser);
-        QObject::connect(communicator, QOverload<>::of(&Communicator::readyRead), [&, communicator, work] {
+        board->communicator.setIODevice(board->line.port.get());
+        board->communicator.setParser(&parser);
+        QObject::connect(&board->communicator, QOverload<>::of(&Communicator::readyRead), [&, board, work] {
             ++payloads;
+            bytes += static_cast<qint64>(versionReplySize);
             if (work == Work::Payloads) {
-                communicator->readPayload(payload);
+                board->communicator.readPayload(payload);
+                whole += payload == board->payload;
             } else {
                 session.clear();
-                communicator->readPayload(&session);
-                sessions += session.fields.size() == 4;
+                board->communicator.readPayload(&session);
+                whole += session.fields.size() == 4;
             }
         });
     }
@@ -154,21 +169,32 @@ QJsonObject hear(int ports, int milliseconds, Work work)
     qint64 written = 0;
     const double before = threadSeconds();
     {
-        const Boards boards(lines);
+        Talk talk(boards, load);
         QEventLoop loop;
-        QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        QTimer::singleShot(load.milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
         loop.exec();
-        written = boards.written();
+        talk.stop();
+        QElapsedTimer silence;
+        silence.start();
+        while ((!talk.isOver() || bytes < talk.written()) && silence.elapsed() < drainTime) {
+            const qint64 heard = bytes;
+            QCoreApplication::processEvents();
+            if (bytes != heard)
+                silence.start();
+        }
+        written = talk.written();
     }
     const double used = threadSeconds() - before;
+    const auto sent = written / static_cast<qint64>(versionReplySize);
     return {{QStringLiteral("work"), QLatin1String(names[static_cast<int>(work)])},
-            {QStringLiteral("ports"), ports},
-            {QStringLiteral("ms"), milliseconds},
-            {QStringLiteral("written"), written},
+            {QStringLiteral("ports"), load.ports},
+            {QStringLiteral("baud"), load.baud},
+            {QStringLiteral("ms"), load.milliseconds},
+            {QStringLiteral("sent"), sent},
             {QStringLiteral("payloads"), payloads},
-            {QStringLiteral("sessions"), sessions},
-            {QStringLiteral("share"), used * 1000 / milliseconds},
-            {QStringLiteral("nsPerByte"), used * 1e9 / static_cast<double>(written)}};
+            {QStringLiteral("whole"), whole},
+            {QStringLiteral("share"), used * 1000 / load.milliseconds},
+            {QStringLiteral("nsPerPayload"), used * 1e9 / static_cast<double>(sent)}};
 }
 
 } // namespace
@@ -179,7 +205,12 @@ int main(int argc, char **argv)
     QCommandLineParser options;
     options.addHelpOption();
     options.addOptions({
-        {QStringLiteral("ports"), QStringLiteral("How many boards."), QStringLiteral("number"), QStringLiteral("100")},
+        {QStringLiteral("ports"), QStringLiteral("How many boards; several with commas."), QStringLiteral("numbers"),
+         QStringLiteral("100")},
+        {QStringLiteral("baud"), QStringLiteral("The speed of their lines; several with commas."),
+         QStringLiteral("numbers"), QStringLiteral("115200")},
+        {QStringLiteral("piece"), QStringLiteral("Bytes that a board sends at a time; 0: what a line brings in 1 ms."),
+         QStringLiteral("number"), QStringLiteral("0")},
         {QStringLiteral("ms"), QStringLiteral("How long each measurement lasts."), QStringLiteral("number"),
          QStringLiteral("1000")},
         {QStringLiteral("repetitions"), QStringLiteral("How many of each."), QStringLiteral("number"),
@@ -190,14 +221,22 @@ int main(int argc, char **argv)
     loggerInstance()->setLevel(Logger::Fatal);
 
     const auto number = [&options](const char *name) { return options.value(QLatin1String(name)).toInt(); };
+    const auto numbers = [&options](const char *name) {
+        return options.value(QLatin1String(name)).split(QLatin1Char(','));
+    };
     QJsonArray results;
     for (int i = 0; i < number("repetitions"); ++i) {
-        std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-        std::rotate(order.begin(), order.begin() + i % 3, order.end()); // what comes first has no advantage of it
-        for (const Work work : order) {
-            QJsonObject result = hear(number("ports"), number("ms"), work);
-            result[QStringLiteral("repetition")] = i;
-            results << result;
+        for (const QString &baud : numbers("baud")) {
+            for (const QString &ports : numbers("ports")) {
+                const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
+                std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
+                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // the first has no advantage of it
+                for (const Work work : order) {
+                    QJsonObject result = hear(load, work);
+                    result[QStringLiteral("repetition")] = i;
+                    results << result;
+                }
+            }
         }
     }
     std::puts(QJsonDocument(results).toJson(QJsonDocument::Compact).constData());

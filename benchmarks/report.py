@@ -2,7 +2,7 @@
 """Makes the tables and plots of the page on performance from the raw results, and prints what was to be reached.
 
 Usage: report.py RESULTS-FOLDER OUT-FOLDER
-reads benchmarks.json, discovery.json and line.json, writes tables.md and *.svg.
+reads benchmarks.json, discovery.json, line.json and streams.json, writes tables.md and *.svg.
 """
 import json
 import pathlib
@@ -18,10 +18,12 @@ matplotlib.rcParams["svg.hashsalt"] = "jwdevice"  # the same results make the sa
 import matplotlib.pyplot as pyplot  # noqa: E402
 
 LINE_RATE = 115200 / 10  # bytes in a second
+PACED = "speed=115200"
 BOARDS = 100
 VERSION_QUERY, VERSION_REPLY = 12, 26  # bytes
 INFORMATION_REQUEST, INFORMATION_REPLY = 16, 43
 ROUNDS, REPLY_TIMEOUT = 4, 400  # ms
+WORKS = ("ports", "payloads", "sessions")
 
 
 def number(value):
@@ -88,7 +90,9 @@ class Lot:
         self.title = result["title"]
         if any(probe["settled"] < 0 for probe in result["probes"]):
             sys.exit(f"{self.title}, {len(result['boards'])} ports: a probe did not end")
-        self.paced = result["paced"]
+        self.line = result["line"]
+        speed = re.search("speed=([0-9]+)", self.line)
+        self.lineRate = int(speed[1]) / 10 if speed else None  # bytes in a second
         self.ports = len(result["boards"])
         self.probes = result["probes"]
         self.delay = max(int(re.search("delay=([0-9]+)", board)[1]) for board in result["boards"])
@@ -109,19 +113,20 @@ class Lot:
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
         # The best of each: the opens before a probe and those in it are not disturbed by the same work of others.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
-        self.onLine = self.lineTime() if self.paced else 0
+        self.onLine = self.lineTime()
+        self.exchange = Sample([probe["exchange"] for probe in self.probes])
         self.overFloor = self.told.values[0] - self.floor.values[0] if last else None
 
     def lineTime(self):
         """What the query and the answer take on the line."""
         asked = VERSION_QUERY if set(self.types) & set("AB") else 0
         answered = INFORMATION_REQUEST + INFORMATION_REPLY if "C" in self.types else VERSION_REPLY
-        return (asked + answered) / LINE_RATE * 1000
+        return (asked + answered) / self.lineRate * 1000 if self.lineRate else 0
 
     def floorOf(self, probe):
         """No probe can be faster: the search for ports, the opens, the bytes on the line, the board's own delay, or the
         rounds in which nobody answers."""
-        wait = ROUNDS * REPLY_TIMEOUT if self.silent else self.delay + (self.lineTime() if self.paced else 0)
+        wait = ROUNDS * REPLY_TIMEOUT if self.silent else self.delay + self.lineTime()
         return probe["enumeration"] + sum(probe["opens"]) + wait
 
 
@@ -144,7 +149,7 @@ def probes(lots):
     for lot in lots:
         def cell(value):
             return "-" if value is None else f"{value:.1f}" if isinstance(value, float) else str(value)
-        rows.append([lot.title, str(lot.ports), "yes" if lot.paced else "no", cell(lot.enumeration.median),
+        rows.append([lot.title, str(lot.ports), "yes" if lot.line else "no", cell(lot.enumeration.median),
                      cell(lot.opens.median), cell(lot.probe), f"{lot.complete} of {len(lot.probes)}", cell(lot.told),
                      cell(lot.afterLastOpen), cell(lot.overFloor), cell(lot.settled.median),
                      f"{lot.stall.median:.2f} ({lot.stallPlace})"])
@@ -152,15 +157,46 @@ def probes(lots):
                   "last signal", "after probe()", "over the floor", "over", "longest stall after probe()"], rows)
 
 
+def together(lots):
+    """A row for each number of boards, a column for each line."""
+    lines = list(dict.fromkeys(lot.line for lot in lots))
+    rows = []
+    for ports in sorted({lot.ports for lot in lots}):
+        cells = {lot.line: f"{lot.complete} of {len(lot.probes)}: {lot.afterLastOpen or '-'}; "
+                          f"{number(lot.exchange.median)}; {number(lot.onLine)}"
+                 for lot in lots if lot.ports == ports}
+        rows.append([str(ports)] + [cells[line] for line in lines])
+    return table(["boards"] + [f"`{line}`" for line in lines], rows)
+
+
+def lost(runs):
+    """Payloads that did not arrive, or not as they were sent, or at another Communicator."""
+    return sum(max(run["sent"], run["payloads"]) - run["whole"] for run in runs if run["work"] != "ports")
+
+
+def streams(results):
+    """A row for each load, from the runs of all its repetitions."""
+    loads = {}
+    for run in results:
+        loads.setdefault((run["baud"], run["ports"]), {}).setdefault(run["work"], []).append(run)
+    rows = []
+    for (baud, ports), byWork in loads.items():
+        runs = byWork["payloads"] + byWork["sessions"]
+        sent = sum(run["sent"] for run in runs)
+        due = sum(run["ms"] for run in runs) / 1000 * ports * baud / 10 / VERSION_REPLY
+        rows.append([str(ports), str(baud), f"{sent / due:.0%}", str(sent), str(lost(runs))]
+                    + [str(Sample([run["nsPerPayload"] / 1000 for run in byWork[work]])) for work in WORKS])
+    return table(["boards", "baud", "speed reached", "payloads sent", "not whole at its Communicator",
+                  "QSerialPort alone, us", "as text, us", "parsed, us"], rows)
+
+
 def lineShares(results):
     """By kind of work the shares of a core, in the order of the repetitions."""
     for run in results:
-        heard = {"ports": run["written"], "payloads": run["payloads"] * VERSION_REPLY,
-                 "sessions": run["sessions"] * VERSION_REPLY}[run["work"]]
-        if heard < 0.99 * run["written"] or run["written"] < 0.99 * BOARDS * LINE_RATE * run["ms"] / 1000:
-            sys.exit("100 boards at full line rate: not all was sent or heard; is the machine busy?")
+        if run["sent"] * VERSION_REPLY < 0.99 * BOARDS * LINE_RATE * run["ms"] / 1000:
+            sys.exit("100 boards at full line rate: not all was sent; is the machine busy?")
     return {work: [run["share"] for run in sorted(results, key=lambda run: run["repetition"]) if run["work"] == work]
-            for work in ("ports", "payloads", "sessions")}
+            for work in WORKS}
 
 
 def beyondPorts(shares, work):
@@ -177,15 +213,15 @@ def lines(shares):
     return table(["100 boards at 115200 baud", "share of a core", "least to most", "beyond QSerialPort, %"], rows)
 
 
-def targets(benchmarks, lots, shares):
+def targets(benchmarks, lots, shares, streaming):
     """Rows of what was to be reached, what was measured, and whether it was reached."""
     def atMost(title, value, limit, unit):
         median = value.median if isinstance(value, Sample) else value
         text = str(value) if isinstance(value, Sample) else number(value)
         return [title, f"{limit:g} {unit}", text, "met" if median <= limit else "NOT MET"]
 
-    def lot(title, ports, paced=True):
-        return next(lot for lot in lots if (lot.title, lot.ports, lot.paced) == (title, ports, paced))
+    def lot(title, ports, line=""):
+        return next(lot for lot in lots if (lot.title, lot.ports, lot.line) == (title, ports, line))
 
     parse, build = "parse/version reply", "build/version query"
     clean, dirty = "receive/sessions, clean/64", "receive/sessions, dirty/64"
@@ -205,30 +241,35 @@ def targets(benchmarks, lots, shares):
         atMost("bytesWritten after 1,000,000 payloads against after one",
                written[1000000] / written[1].median, 1.1, "times"),
     ]
-    for paced in (False, True):
-        how = ", paced line" if paced else ""
-        one, full = lot("boards on all", 1, paced), lot("boards on all", 48, paced)
+    for line in ("", PACED):
+        how = ", paced line" if line else ""
+        one, full = lot("boards on all", 1, line), lot("boards on all", 48, line)
         rows.append(atMost(f"one board on one port, over the floor{how}", one.overFloor, 2, "ms"))
-        title = f"boards on all 48 ports, after the last open{how}"
-        if full.complete == len(full.probes):
-            rows.append(atMost(title, full.afterLastOpen, 10, "ms"))
-        else:
-            rows.append([title, "10 ms", f"all found in {full.complete} of {len(full.probes)} probes", "NOT MET"])
-        worst = max((lot(f"one board, {place}", 48, paced) for place in ("first", "middle", "last")),
+        if full.afterLastOpen:
+            rows.append(atMost(f"boards on all 48 ports, after the last open{how}", full.afterLastOpen, 10, "ms"))
+        worst = max((lot(f"one board, {place}", 48, line) for place in ("first", "middle", "last")),
                     key=lambda one: one.afterLastOpen.median)
         # On the last port, query and answer are on the line only after the last open.
         rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen,
-                           round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if paced else "ms"))
-    for paced in (False, True):
-        full = min((one for one in lots if one.title == "boards on all" and one.paced == paced),
-                   key=lambda one: one.complete / len(one.probes))
-        met = full.complete == len(full.probes)
-        rows.append([f"boards on all, worst number of ports{', paced lines' if paced else ''}", "all found",
-                     f"{full.ports} ports: in {full.complete} of {len(full.probes)} probes", "met" if met else "NOT MET"])
+                           round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if line else "ms"))
+    everywhere = [one for one in lots if one.title == "boards on all"]
+    worst = min(everywhere, key=lambda one: one.complete / len(one.probes))
+    rows.append(["boards on all, worst number of ports and line", "all found",
+                 f"{worst.ports} ports: in {worst.complete} of {len(worst.probes)} probes",
+                 "met" if worst.complete == len(worst.probes) else "NOT MET"])
+    for line in dict.fromkeys(one.line for one in everywhere if one.line):
+        worst = max((one for one in everywhere if one.line == line and one.ports <= 16 and one.afterLastOpen),
+                    key=lambda one: one.afterLastOpen.median - one.exchange.median)
+        rows.append(atMost(f"boards on all of up to 16 ports, `{line}`, after the last open, worst: {worst.ports} ports",
+                           worst.afterLastOpen, float(number(2 + worst.exchange.median)),
+                           f"ms, {number(worst.exchange.median)} of it with QSerialPort alone, "
+                           f"{number(worst.onLine)} on the line"))
+    rows.append(atMost("payloads of 2 to 100 boards that talk side by side, lost, spoilt or at the wrong Communicator",
+                       lost(streaming), 0, f"of {sum(run['sent'] for run in streaming if run['work'] != 'ports')}"))
     worst = max(lots, key=lambda one: one.stall.median)
     rows.append(["longest stall in a probe", "search and opening of ports",
-                 f"48 ports: probe() {lot('boards on all', 48).probe.median:.0f} ms, with their names "
-                 f"{lot('boards on all, ports by name', 48, False).probe.median:.0f} ms; after it "
+                 f"48 ports: probe() {lot('boards on all', 48, PACED).probe.median:.0f} ms, with their names "
+                 f"{lot('boards on all, ports by name', 48).probe.median:.0f} ms; after it "
                  f"{worst.stall.median:.2f} ms",
                  "met" if worst.stall.median < 2 else "NOT MET"])
     return rows
@@ -271,16 +312,16 @@ def plots(benchmarks, lots, out):
         "writePayload, session": benchmarks.series("transmit/writePayload, session"),
     }, "payloads written before", "ns", True)
 
-    def byPorts(title, paced, value):
+    def byPorts(title, line, value):
         return {lot.ports: value(lot) for lot in lots
-                if lot.title == title and lot.paced == paced and value(lot) is not None}
+                if lot.title == title and lot.line == line and value(lot) is not None}
     plot(out / "ports.svg", {
-        "floor, one board": byPorts("one board, first", True,
+        "floor, one board": byPorts("one board, first", PACED,
                                     lambda lot: lot.floor),
-        "probe() returns": byPorts("one board, first", True, lambda lot: lot.probe),
-        "one board found, first port": byPorts("one board, first", True, lambda lot: lot.told),
-        "one board found, last port": byPorts("one board, last", True, lambda lot: lot.told),
-        "boards on all, all found": byPorts("boards on all", False, lambda lot: lot.told),
+        "probe() returns": byPorts("one board, first", PACED, lambda lot: lot.probe),
+        "one board found, first port": byPorts("one board, first", PACED, lambda lot: lot.told),
+        "one board found, last port": byPorts("one board, last", PACED, lambda lot: lot.told),
+        "boards on all, all found": byPorts("boards on all", "", lambda lot: lot.told),
     }, "ports", "ms", False)
 
 
@@ -294,14 +335,15 @@ def machine(context):
 def main():
     results, out = (pathlib.Path(argument) for argument in sys.argv[1:3])
     raw = {name: json.loads((results / f"{name}.json").read_text("utf-8"))
-           for name in ("benchmarks", "discovery", "line")}
+           for name in ("benchmarks", "discovery", "line", "streams")}
     benchmarks = Benchmarks(raw["benchmarks"])
     lots = [Lot(result) for result in raw["discovery"]]
     shares = lineShares(raw["line"])
     out.mkdir(parents=True, exist_ok=True)
     yardstick = (f"Y = {benchmarks.yardstick:.0f} ns: limit kernel {benchmarks.kernel.median:.0f} ns, "
                  f"record filled by hand {benchmarks.filling.median:.0f} ns\n")
-    reached = table(["What", "at most", "measured", ""], targets(benchmarks, lots, shares))
+    reached = table(["What", "at most", "measured", ""],
+                    targets(benchmarks, lots, shares, raw["line"] + raw["streams"]))
     commit = subprocess.run(["git", "describe", "--always", "--dirty"], stdout=subprocess.PIPE, text=True, check=False)
     context = machine({**raw["benchmarks"]["context"], "commit": commit.stdout.strip() or "unknown"})
     (out / "tables.md").write_text("\n".join([
@@ -310,7 +352,16 @@ def main():
         "and the most of all repetitions in brackets or beside them.\n",
         context, yardstick, "## What was to be reached\n", reached,
         "## Operations, one by one\n", operations(benchmarks),
-        "## 100 boards at full line rate\n", lines(shares), "## Probes\n", probes(lots)]), "utf-8")
+        "## 100 boards at full line rate\n", lines(shares),
+        "## Boards that stream side by side\n",
+        "Each sends what its line carries, in pieces of 1 ms. Processor time for each payload.\n",
+        streams(raw["streams"]),
+        "## Boards that answer together\n",
+        "Boards on all ports: probes that found all wanted types; ms from the last open to the last of them; ms that\n"
+        "one board of each type takes to answer QSerialPort alone, asked in one moment; ms that its bytes take on its\n"
+        "line, of which the simulator sends each millisecond's at once.\n",
+        together([lot for lot in lots if lot.title == "boards on all" and lot.line]),
+        "## Probes\n", probes([lot for lot in lots if lot.title != "boards on all" or not lot.line])]), "utf-8")
     plots(benchmarks, lots, out)
     print(context)
     print(yardstick)

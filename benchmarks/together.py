@@ -1,0 +1,51 @@
+#!/usr/bin/env python3
+"""Counts the searches in which jwprobe finds every wanted board, among boards that answer at the same time.
+
+Usage: together.py BUILD-FOLDER [RUNS]      (default: 200 runs of each row)
+Prints a row for each number of boards and kind of line, and what jwprobe said in each search that missed a board. Exit
+status 1 if one did.
+"""
+import subprocess
+import sys
+import time
+
+LINES = ["speed=115200", "speed=9600", "speed=115200,usb=bridge",
+         "speed=115200,ignore=1"]  # the last: all are asked in one moment, in the retry round
+NUMBERS = [3, 8, 16, 48]
+
+
+def lots():
+    """Each lot: its boards and the line of each."""
+    yield ["BoardA", "BoardB"], LINES[0]
+    for line in LINES:
+        for number in NUMBERS:
+            yield [f"Board{'ABC'[i % 3]}" for i in range(number)], line
+
+
+def search(folder, kinds, line):
+    command = [f"{folder}/simulator/jwsim/jwsim"]
+    for kind in kinds:
+        command += ["--board", f"{kind},{line}"]
+    command += ["--", f"{folder}/tools/jwprobe/jwprobe"]
+    for kind in sorted(set(kinds)):
+        command += ["--type", kind]
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+
+
+def main():
+    folder, *rest = sys.argv[1:]
+    runs = int(rest[0]) if rest else 200
+    missed = 0
+    print("| boards | line | all found | seconds |\n|---|---|---|---|")
+    for kinds, line in lots():
+        start = time.monotonic()
+        failed = [result for result in (search(folder, kinds, line) for _ in range(runs)) if result.returncode != 0]
+        missed += len(failed)
+        print(f"| {len(kinds)}, {len(set(kinds))} types wanted | `{line}` | {runs - len(failed)} of {runs} "
+              f"| {time.monotonic() - start:.0f} |", flush=True)
+        for result in failed:
+            print(f"exit status {result.returncode}:\n{result.stdout}", file=sys.stderr)
+    sys.exit(1 if missed else 0)
+
+
+main()
