@@ -123,6 +123,10 @@ void DiscoveryPlay::nest(int steps)
 
 void DiscoveryPlay::noteLog(int level, const char *category, const char *file, const QString &text)
 {
+    for (int port = 0; port < m_schedule.ports; ++port) {
+        if (text == QStringLiteral("Serial port opened for probing:  \"%1\"").arg(portName(port)))
+            ++m_opened[port];
+    }
     note(QStringLiteral("%1 [%2] %3 %4")
              .arg(QString::number(level), QLatin1String(category), QLatin1String(file), text));
 }
@@ -223,9 +227,15 @@ void DiscoveryPlay::sendNext(int port)
 {
     const Piece piece = m_pieces[port].front();
     m_pieces[port].pop_front();
+    if (m_begun[port] < 0)
+        m_begun[port] = m_opened[port];
     send(port, piece.bytes);
-    if (!piece.ends.isEmpty() && isListening(port))
+    if (piece.ends.isEmpty())
+        return;
+    // A port that was opened anew in the middle of the sentence gets only its rest.
+    if (isListening(port) && m_begun[port] == m_opened[port])
         m_promises.push_back({port, piece.ends, m_trace.size()});
+    m_begun[port] = -1;
 }
 
 /// No event is under way now, so every Communicator that still listens took what arrived.

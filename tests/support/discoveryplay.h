@@ -4,6 +4,9 @@
 
 #include <QStringList>
 
+#include <algorithm>
+#include <iterator>
+
 #include <deque>
 #include <vector>
 
@@ -17,6 +20,7 @@ public:
     explicit DiscoveryPlay(const DiscoverySchedule &schedule)
         : m_schedule(schedule)
     {
+        std::fill(std::begin(m_begun), std::end(m_begun), -1);
     }
     virtual ~DiscoveryPlay() = default;
     DiscoveryPlay(const DiscoveryPlay &) = delete;
@@ -104,6 +108,8 @@ private:
     uint m_maxRetries = 3;
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
+    int m_opened[DiscoverySchedule::portCount] = {}; // how often
+    int m_begun[DiscoverySchedule::portCount]; // m_opened when the sentence that is under way began; -1: none is
     std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // that boards will send
     int m_turns = 0;
     std::vector<Promise> m_promises;
