@@ -249,13 +249,17 @@ void DiscoveryPlay::checkPromises()
         QString payload;
         QDebug(&payload).nospace() << QString::fromLatin1(promise.sentence).trimmed();
         payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
-        const int at = static_cast<int>(std::find_if(m_trace.cbegin() + promise.from, m_trace.cend(),
-                                                     [&payload](const QString &line) { return line.endsWith(payload); })
-                                        - m_trace.cbegin());
-        const QString read = m_trace.value(at + 1);
-        const bool atAnotherPort = read.contains(QLatin1String("Read succes on port"))
-            && !read.endsWith(QStringLiteral("\"%1\"").arg(portName(promise.port)));
-        if (at == m_trace.size() || atAnotherPort)
+        // Another port may have sent the same: what is read next tells whose it is, unless the board is handed over.
+        const auto isOfThePort = [&](int at) {
+            const QString read = m_trace.value(at + 1);
+            return m_trace[at].endsWith(payload)
+                && (!read.contains(QLatin1String("Read succes on port"))
+                    || read.endsWith(QStringLiteral("\"%1\"").arg(portName(promise.port))));
+        };
+        int at = promise.from;
+        while (at < m_trace.size() && !isOfThePort(at))
+            ++at;
+        if (at == m_trace.size())
             m_spoilt.append(QStringLiteral("port %1: %2").arg(QString::number(promise.port), payload));
     }
 }
