@@ -10,7 +10,7 @@
 
 namespace JwDevice {
 
-/// What a Communicator asks of a device that holds back an unfinished line: see WholeLines.
+/// The interface by which a Communicator reads a device that holds back unfinished lines: see WholeLines.
 class JWDEVICE_EXPORT WholeLinesBase
 {
 public:
@@ -133,7 +133,7 @@ private:
     }
     static qint64 bufferLimit(const QIODevice &, long) { return 0; }
 
-    /// Of an unfinished line: 512 bytes, or all that a smaller read buffer holds.
+    /// An unfinished line of this size is no longer held back: 512 bytes, or the size of a smaller read buffer.
     qint64 longest() const
     {
         const qint64 limit = bufferLimit(*this, 0);

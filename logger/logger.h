@@ -16,7 +16,7 @@ class sink;
 
 class CuteMessageLogger;
 
-// Programs often have a Logger of their own, so ours is in a namespace.
+// Programs often define their own Logger, so ours is in a namespace.
 namespace JwLogger {
 
 /**

@@ -87,7 +87,7 @@ public:
 
     bool isIdle() const { return !sending && outbox.isEmpty(); }
 
-    // What is to be sent. Replies are made when their turn comes: a thousand with their noise would fill the memory.
+    // Bytes to send. Each reply is made when its turn comes, because a thousand with their noise would fill the memory.
     struct Job
     {
         QByteArray bytes;

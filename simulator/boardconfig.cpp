@@ -198,7 +198,7 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// What no key can judge alone.
+// Checks the keys that depend on each other.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)

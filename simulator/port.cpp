@@ -205,7 +205,7 @@ void Port::addDevices()
         QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
     const QByteArray manufacturerName = udevName(m_config.manufacturer);
     const QByteArray productName = udevName(m_config.productName);
-    // What udev makes of the attributes below.
+    // udev derives these from the attributes below.
     const std::vector<QByteArray> properties = {
         "ID_BUS",          "usb",
         "ID_VENDOR",       manufacturerName,

@@ -33,7 +33,7 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // The process id stays when a program starts itself anew, so a value that was inherited is another's.
+    // A program that restarts itself keeps its process id, so another id means that the value was inherited.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)

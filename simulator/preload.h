@@ -4,7 +4,7 @@ namespace JwSimulator {
 
 /**
  * Makes sure that this program runs with libumockdev-preload, without which simulated ports cannot be seen or opened:
- * when it does not, the library is put in front of LD_PRELOAD and the program starts itself anew with the same
+ * when it does not, the library is put in front of LD_PRELOAD and the program restarts itself with the same
  * arguments. Call it first thing in main(), before a thread or a Qt object exists:
  * @code
  * int main(int argc, char **argv)

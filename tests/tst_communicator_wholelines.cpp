@@ -117,7 +117,7 @@ private:
                                  receiver();
                          });
     }
-    /// What an empty receive buffer leaves as it is.
+    /// Tries a payload that any leftover in the receive buffer would spoil.
     bool bufferIsEmpty()
     {
         ScriptedDevice device;

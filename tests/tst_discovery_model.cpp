@@ -9,7 +9,7 @@
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=20000 build/release/tests/tst_discovery_model || break
 //   done
 //
-// What the boards send arrives in pieces: in different turns of the event loop, some of them later in time, with those
+// The boards' bytes arrive in pieces: in different turns of the event loop, some of them later in time, with those
 // of other boards in between, in an order that the schedule draws. Bytes have any value. Where the two agree, one thing
 // more must be true: a whole sentence of at most 50 bytes, on a port that gets only such sentences, reaches the
 // Communicator of that port as it was sent, whatever other boards send.

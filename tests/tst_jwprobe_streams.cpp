@@ -97,7 +97,7 @@ char processState(qint64 pid)
 
 } // namespace
 
-/// What jwprobe does where its standard streams are full, gone, or another job's.
+/// jwprobe with standard streams that are full, closed, or used by another job.
 class TestJwprobeStreams : public QObject
 {
     Q_OBJECT
@@ -170,7 +170,7 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // What the pipe holds, what waits for the board as 12 bytes for each 7, and what the port and the board hold.
+    // The pipe's buffer, the bytes that wait for the board (12 for each 7), and the buffers of port and board.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 

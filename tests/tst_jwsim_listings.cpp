@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-/// What other programs than Qt's see of simulated ports.
+/// Simulated ports as programs without Qt see them.
 class TestJwsimListings : public QObject
 {
     Q_OBJECT

@@ -5,7 +5,7 @@
 
 #include <signal.h>
 
-/// What the tests themselves rely on when they run programs.
+/// The helper by which the tests run programs.
 class TestProgramRun : public QObject
 {
     Q_OBJECT

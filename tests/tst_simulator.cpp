@@ -64,7 +64,7 @@ public:
         return ::write(m_descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
     }
     int descriptor() const { return m_descriptor; }
-    /// What one read() gets.
+    /// The bytes of one read().
     QByteArray read() const
     {
         char bytes[4096];

@@ -83,7 +83,7 @@ private:
                                                   BoardConfig::Kind::BoardC};
     static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 
-    /// Of any length up to about 90 characters; every tenth begins with an exclamation mark.
+    /// Has up to about 90 characters; every tenth begins with an exclamation mark.
     QByteArray payload(quint32 number) const
     {
         const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));

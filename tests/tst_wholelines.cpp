@@ -36,7 +36,7 @@ namespace {
 const QByteArray versionReply = "$PJWVER,7300021,1,4,0*0e\r\n";
 const QByteArray cut = "$PJWVER,73";
 
-/// What must count as available of what was received and not read.
+/// How many of `bytes`, received and not read, must count as available.
 qint64 offered(const QByteArray &bytes)
 {
     const int end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;

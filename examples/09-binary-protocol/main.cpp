@@ -15,7 +15,7 @@ int main(int argc, char **argv)
     QTextStream out(stdout);
     QObject owner; // of the port
     constexpr int blockSize = 8;
-    // Your boot loader has a request of its own. A simulated board answers this one, with noise in front.
+    // Put your boot loader's request here. A simulated board answers this one, with noise in front.
     const QByteArray request = "$PJWVER*0c\r\n";
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {

@@ -368,7 +368,7 @@ void DiscoveryModel::readDevice(Comm *comm)
     }
 }
 
-/// What is taken next of what a port received: its next line, or too much of an unfinished one.
+/// The size of the next read from a port: its next line, or a part of an unfinished line that is too long.
 int DiscoveryModel::nextLine(const QByteArray &received)
 {
     const int lineEnd = received.indexOf("\r\n");

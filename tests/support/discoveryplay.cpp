@@ -232,7 +232,7 @@ void DiscoveryPlay::sendNext(int port)
     send(port, piece.bytes);
     if (piece.ends.isEmpty())
         return;
-    // A port that was opened anew in the middle of the sentence gets only its rest.
+    // A port that was closed and opened again within the sentence gets only the rest of it.
     if (isListening(port) && m_begun[port] == m_opened[port])
         m_promises.push_back({port, piece.ends, m_trace.size()});
     m_begun[port] = -1;

@@ -20,7 +20,7 @@ using JwDevice::Type;
 
 namespace {
 
-// Of a buffer that grew too long this many of the newest bytes stay at least, whatever other boards sent.
+// When the buffer grows too long, at least this many of its newest bytes stay, whatever other boards sent.
 constexpr int longestThatAlwaysStays = 50;
 
 /// Whether nothing that other boards send can spoil it.

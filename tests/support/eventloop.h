@@ -34,7 +34,7 @@ inline void settle()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// Runs `work` in an event loop of its own, as a dialog would.
+/// Runs `work` in a nested event loop, as a dialog would.
 inline void runNested(const std::function<void()> &work)
 {
     QEventLoop loop;

@@ -131,7 +131,7 @@ private:
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// What is taken next of a device: its next line; nothing while that is held back.
+    /// The size of the next read from a device: its next line, or 0 while the device holds it back.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");

@@ -15,7 +15,7 @@ enum class ReceiveDevice {
     WholeLines ///< a buffered one that holds back unfinished lines; what it has goes when it closes
 };
 
-/// What one call of a plain device's read() yields: bytes (at most 100 are asked for, the rest comes with the next
+/// The result of one read() of a plain device: bytes (at most 100 are asked for, the rest comes with the next
 /// call), or nothing and the result 0 or -1. At a device of whole lines the bytes arrive, and there is no such result.
 struct ReceiveRead
 {
@@ -99,14 +99,14 @@ public:
 
     virtual void queue(int line, const ReceiveRead &read) = 0;
     virtual void announce(int line) = 0;
-    /// Of the line's device.
+    /// Opens or closes the line's device.
     virtual void setOpen(int line, bool open) = 0;
     virtual bool take(int line, uint id, QString &payload) = 0;
     virtual QMap<uint, QString> store(int line) const = 0;
 
-    // Of a device of whole lines.
+    // For devices of whole lines.
     virtual void setWholeLines(int line, bool wholeLines) = 0;
-    /// What the application gets by one of the actions from ReceiveStep::Read on; null when the device is closed.
+    /// The bytes that the application gets by an action from ReceiveStep::Read on; null if the device is closed.
     virtual QByteArray read(int line, ReceiveStep::Action how, int size) = 0;
     virtual qint64 bytesAvailable(int line) const = 0;
     virtual qint64 bytesReceived(int line) const = 0;

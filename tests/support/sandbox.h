@@ -16,7 +16,7 @@
 #define SANDBOXED
 #endif
 
-/// What a system of its own the machine lets this user make: see runSandboxed().
+/// The kind of sandbox that the machine lets this user make: see runSandboxed().
 struct Sandbox
 {
     enum Kind {

@@ -5,7 +5,7 @@
 #include <QCoreApplication>
 #include <QTest>
 
-/// main() of a test that opens simulated ports: it starts itself anew under the library without which there are none.
+/// main() of a test that opens simulated ports: it restarts itself under the library that shows them.
 #define SIMULATED_PORTS_MAIN(TestClass)                                                                                \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

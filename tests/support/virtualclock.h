@@ -26,7 +26,7 @@ public:
     /// Runs a new event loop until so many ms have passed and nothing is left to do. May be called from within events.
     /// False when it had to give up, since descriptors stayed ready for ever.
     bool run(int milliseconds);
-    /// What happens outside of the process.
+    /// The events that come from outside the process.
     struct Outside
     {
         std::function<qint64()> nextDue; ///< by now(); -1 for never

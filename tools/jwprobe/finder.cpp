@@ -28,7 +28,7 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
 }
 
-// Of a port that is not tried: QSerialPort would wait past the deadline.
+// The diagnosis of a port that is not tried, because QSerialPort would wait past the deadline.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;

@@ -6,7 +6,7 @@
 
 namespace JwProbe {
 
-/// What stands at the path of a lock file. Everybody may write there, so that nothing of it is taken for granted.
+/// The content of a lock file's path. Everybody may write there, so it may be anything.
 struct LockFile
 {
     QString path;
@@ -15,8 +15,8 @@ struct LockFile
     QString application; ///< the file name of that process's program, where the file tells it as QLockFile does
 };
 
-/// The lock file at which QSerialPort would stop, or wait without end; nothing when there is none, or only such as it
-/// walks over.
+/// The lock file at which QSerialPort would stop or wait for ever. Empty if there is no lock file, or if QSerialPort
+/// would ignore it as stale.
 std::optional<LockFile> findLockFile(const QString &portName);
 
 } // namespace JwProbe
