@@ -3,7 +3,7 @@
 #include <device/communicator.h>
 #include <nmea/parserinit.h>
 
-#include <support/streamdevice.h>
+#include <support/device/streamdevice.h>
 
 /// A Communicator with all that it needs.
 struct Connection

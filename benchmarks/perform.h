@@ -1,6 +1,6 @@
 #pragma once
 
-#include <support/allocationcount.h>
+#include <support/common/allocationcount.h>
 
 #include <benchmark/benchmark.h>
 

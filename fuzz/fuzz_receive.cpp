@@ -5,8 +5,8 @@
 // the application does to the device: that and a number), and so many bytes from the device.
 #include "fuzzinput.h"
 
-#include "support/receivemodel.h"
-#include "support/receivesubject.h"
+#include "support/model/receivemodel.h"
+#include "support/model/receivesubject.h"
 
 namespace {
 

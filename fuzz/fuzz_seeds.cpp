@@ -1,6 +1,6 @@
 // Writes the inputs that the fuzzers start from, made of the sentences in tests/data: fuzz_seeds FOLDER. For each
 // fuzzer there is a folder of files, and beside it their names in the form of libFuzzer's -seed_inputs.
-#include "support/corpus.h"
+#include "support/nmea/corpus.h"
 
 #include <QDir>
 #include <QFile>

@@ -4,8 +4,8 @@
 #include <device/sessioninit.h>
 #include <logger/logger.h>
 #include <nmea/parserinit.h>
-#include <support/allocationcount.h>
-#include <support/streamdevice.h>
+#include <support/common/allocationcount.h>
+#include <support/device/streamdevice.h>
 
 #include <QByteArray>
 #include <QString>

@@ -1,0 +1,696 @@
+#include "support/common/allocationcount.h"
+#include "support/device/communicatorcounters.h"
+#include "support/device/communicatorfixture.h"
+#include "support/device/scriptedparser.h"
+#include "support/device/serialline.h"
+
+#include <device/communicator.h>
+#include <device/sessioninit.h>
+#include <nmea/exception.h>
+#include <nmea/parserinit.h>
+
+#include <QBuffer>
+#include <QPointer>
+#include <QSerialPort>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+#include <stdexcept>
+
+using JwDevice::Communicator;
+using JwDevice::SessionInit;
+
+namespace {
+
+const QString abc = QStringLiteral("abc");
+const QString defg = QStringLiteral("defg");
+
+SessionInit versionQuery()
+{
+    SessionInit session;
+    session.sentenceId = 1;
+    return session;
+}
+
+SessionInit informationRequest()
+{
+    SessionInit session;
+    session.sentenceId = 2;
+    session.fields.insert(QStringLiteral("subcommand"), QStringLiteral("INF"));
+    return session;
+}
+
+} // namespace
+
+class CommunicatorTransmitTest : public CommunicatorFixture
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void newCommunicatorIsUnbound();
+    void parentDeletesItsCommunicator();
+    void setIODeviceAlwaysReturnsTrue();
+    void setParserReturnsTrueAndDoesNothingElse();
+
+    void firstIdIs1AndTheNext2();
+    void idsKeepRisingAcrossFailedWrites();
+    void transmitIdsAreIndependentOfReceiveIds();
+    void idsAreIndependentBetweenCommunicators();
+    void idWrapsToZero();
+    void wrappedIdOverwritesItsEntry();
+    void wrappedIdIsChargedBeforeHigherIds();
+
+    void payloadIsWrittenUnchanged_data();
+    void payloadIsWrittenUnchanged();
+    void writeIsLoggedInBothCategories();
+    void failedWriteIsLoggedAsAnyOther();
+    void recordCarriesThePlaceInTheSource();
+    void writeWithoutDeviceIsAFailedWrite();
+
+    void sessionWithoutParserReturnsZeroSilently();
+    void sessionWithDetachedParserReturnsZero();
+    void sessionIsBuiltAndWritten();
+    void parserGetsTheSessionAndAnEmptyText();
+    void buildFailureIsLoggedAndReturnsZero();
+    void buildFailureOfTheLibrarysParserIsLogged();
+    void codecExceptionOutOfTheWriteIsLoggedAsBuildFailure();
+    void otherExceptionsOfTheParserPass();
+
+    void notificationIsChargedInIdOrder_data();
+    void notificationIsChargedInIdOrder();
+    void laterNotificationIsChargedFromTheLowestIdAnew();
+    void notificationWithoutEntriesIsIgnored();
+    void payloadWrittenDuringTheWalkIsNotCharged();
+    void failedWriteIsNotReportedBySignal();
+    void ledgerOutlivesRebinding();
+    void chargeCostsWhatTheNotificationCovers();
+
+    void bindingTwiceLeavesOneConnectionOfEachKind();
+    void bindingNoneLeavesNoConnection();
+    void bindingAnotherDeviceLetsGoOfTheFirst();
+    void unboundDeviceIsNeitherClosedNorDeleted();
+    void rebindingLeavesTheConnectionsOfOthers();
+    void destructionLeavesDeviceAndParserAlive();
+    void destructionLeavesNoConnection();
+    void deviceDeletedFirstIsNoLongerBound();
+
+    void realBufferReportsTheTransfer();
+    void realSerialPortReportsTheTransfer();
+};
+
+void CommunicatorTransmitTest::newCommunicatorIsUnbound()
+{
+    const Communicator communicator;
+    QVERIFY(!communicator.device());
+    QVERIFY(!communicator.parent());
+    QCOMPARE(takeLog(*m_log), QStringList());
+}
+
+void CommunicatorTransmitTest::parentDeletesItsCommunicator()
+{
+    auto parent = std::make_unique<QObject>();
+    const QPointer<Communicator> communicator = new Communicator(parent.get());
+    QCOMPARE(communicator->parent(), parent.get());
+    parent.reset();
+    QVERIFY(!communicator);
+}
+
+void CommunicatorTransmitTest::setIODeviceAlwaysReturnsTrue()
+{
+    ScriptedDevice device;
+    QBuffer closed;
+    Communicator communicator;
+    QVERIFY(communicator.setIODevice(nullptr));
+    QVERIFY(communicator.setIODevice(&device));
+    QCOMPARE(communicator.device(), &device);
+    QVERIFY(communicator.setIODevice(&device));
+    QVERIFY(communicator.setIODevice(&closed));
+    QCOMPARE(communicator.device(), &closed);
+    QVERIFY(communicator.setIODevice(nullptr));
+    QVERIFY(!communicator.device());
+    QCOMPARE(takeLog(*m_log), QStringList());
+}
+
+void CommunicatorTransmitTest::setParserReturnsTrueAndDoesNothingElse()
+{
+    ScriptedParser parser; // without behaviour: any call of it throws
+    QVERIFY(m_communicator->setParser(&parser));
+    QVERIFY(m_communicator->setParser(&parser));
+    QVERIFY(m_communicator->setParser(nullptr));
+    QCOMPARE(m_device->written, QList<QByteArray>());
+    QCOMPARE(takeLog(*m_log), QStringList());
+}
+
+void CommunicatorTransmitTest::firstIdIs1AndTheNext2()
+{
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+    QCOMPARE(m_communicator->writePayload(abc), 2u);
+}
+
+void CommunicatorTransmitTest::idsKeepRisingAcrossFailedWrites()
+{
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+    m_device->queueWriteResult(-1);
+    QCOMPARE(m_communicator->writePayload(abc), 2u);
+    m_device->queueWriteResult(-1);
+    QCOMPARE(m_communicator->writePayload(abc), 3u);
+    QCOMPARE(m_communicator->writePayload(abc), 4u);
+}
+
+void CommunicatorTransmitTest::transmitIdsAreIndependentOfReceiveIds()
+{
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+    m_device->deliver("$A\r\n$B\r\n");
+    QCOMPARE(m_emissions->take(), arrivals(2));
+    QCOMPARE(m_communicator->writePayload(abc), 2u);
+    m_device->deliver("$C\r\n");
+    QCOMPARE(m_emissions->take(), arrivals(1, 4));
+}
+
+void CommunicatorTransmitTest::idsAreIndependentBetweenCommunicators()
+{
+    ScriptedDevice device;
+    Communicator first;
+    Communicator second;
+    first.setIODevice(&device);
+    second.setIODevice(&device);
+    QCOMPARE(first.writePayload(abc), 1u);
+    QCOMPARE(first.writePayload(abc), 2u);
+    QCOMPARE(second.writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::idWrapsToZero()
+{
+    setNextTransmitId(*m_communicator, 4294967295u);
+    QCOMPARE(m_communicator->writePayload(abc), 4294967295u);
+    QCOMPARE(m_communicator->writePayload(abc), 0u);
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::wrappedIdOverwritesItsEntry()
+{
+    m_communicator->writePayload(abc);
+    setNextTransmitId(*m_communicator, 1);
+    m_communicator->writePayload(defg);
+    m_device->reportWritten(3);
+    QCOMPARE(m_emissions->take(), transfers({}));
+    m_device->reportWritten(8);
+    QCOMPARE(m_emissions->take(), transfers({1}));
+}
+
+void CommunicatorTransmitTest::wrappedIdIsChargedBeforeHigherIds()
+{
+    setNextTransmitId(*m_communicator, 4294967295u);
+    m_communicator->writePayload(abc);
+    m_communicator->writePayload(defg);
+    m_device->reportWritten(7);
+    QCOMPARE(m_emissions->take(), transfers({0, 4294967295u}));
+    m_device->reportWritten(3);
+    QCOMPARE(m_emissions->take(), transfers({}));
+}
+
+void CommunicatorTransmitTest::payloadIsWrittenUnchanged_data()
+{
+    QTest::addColumn<QString>("payload");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("whole sentence") << QStringLiteral("$PJWVER*0c\r\n") << QByteArray("$PJWVER*0c\r\n");
+    QTest::newRow("no start character and no line end are added") << abc << QByteArray("abc");
+    QTest::newRow("blanks at the ends stay") << QStringLiteral("  a \r\n \r\n") << QByteArray("  a \r\n \r\n");
+    QTest::newRow("empty") << QString() << QByteArray("");
+    QTest::newRow("Latin-1") << QStringLiteral("$\u00e9\u00ff\r\n") << QByteArray("$\xe9\xff\r\n");
+    QTest::newRow("outside Latin-1") << QStringLiteral("$\u20ac\r\n") << QByteArray("$?\r\n");
+    QTest::newRow("NUL inside") << QStringLiteral("$a") + QChar(0) + QStringLiteral("b\r\n")
+                                << QByteArray("$a\0b\r\n", 6);
+    QTest::newRow("longer than a read") << QString(1000, QLatin1Char('x')) << QByteArray(1000, 'x');
+}
+
+void CommunicatorTransmitTest::payloadIsWrittenUnchanged()
+{
+    QFETCH(QString, payload);
+    QFETCH(QByteArray, bytes);
+    QCOMPARE(m_communicator->writePayload(payload), 1u);
+    QCOMPARE(m_device->written, QList<QByteArray>{bytes});
+}
+
+void CommunicatorTransmitTest::writeIsLoggedInBothCategories()
+{
+    m_communicator->writePayload(QStringLiteral("\t $PJWVER*0c\r\n"));
+    QCOMPARE(takeLog(*m_log),
+             (QStringList{QStringLiteral("0 [Communication] communicator.cpp ->  \"$PJWVER*0c\""),
+                          QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PJWVER*0c\"")}));
+}
+
+void CommunicatorTransmitTest::failedWriteIsLoggedAsAnyOther()
+{
+    m_device->queueWriteResult(-1);
+    m_communicator->writePayload(abc);
+    QCOMPARE(takeLog(*m_log),
+             (QStringList{QStringLiteral("0 [Communication] communicator.cpp ->  \"abc\""),
+                          QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"abc\"")}));
+}
+
+void CommunicatorTransmitTest::recordCarriesThePlaceInTheSource()
+{
+    m_communicator->writePayload(abc);
+    QCOMPARE(m_log->sink->records.size(), 2);
+    for (const LogRecord &record : qAsConst(m_log->sink->records)) {
+        QVERIFY(record.line > 0);
+        QVERIFY2(record.function.contains("JwDevice::Communicator::writePayload(const QString"),
+                 record.function.constData());
+    }
+}
+
+void CommunicatorTransmitTest::writeWithoutDeviceIsAFailedWrite()
+{
+    ScriptedDevice device;
+    Communicator communicator;
+    SignalRecord signalRecord(&communicator);
+    QCOMPARE(communicator.writePayload(abc), 1u);
+    communicator.setIODevice(&device);
+    QCOMPARE(communicator.writePayload(defg), 2u);
+    QCOMPARE(device.written, QList<QByteArray>{"defg"});
+    device.reportWritten(3); // the entry of the failed write adds one
+    QCOMPARE(signalRecord.take(), transfers({1, 2}));
+}
+
+void CommunicatorTransmitTest::sessionWithoutParserReturnsZeroSilently()
+{
+    const SessionInit session = versionQuery();
+    QCOMPARE(m_communicator->writePayload(&session), 0u);
+    QCOMPARE(m_device->written, QList<QByteArray>());
+    QCOMPARE(takeLog(*m_log), QStringList());
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::sessionWithDetachedParserReturnsZero()
+{
+    Nmea::ParserInit parser;
+    parser.init();
+    m_communicator->setParser(&parser);
+    m_communicator->setParser(nullptr);
+    const SessionInit session = versionQuery();
+    QCOMPARE(m_communicator->writePayload(&session), 0u);
+    QCOMPARE(m_device->written, QList<QByteArray>());
+}
+
+void CommunicatorTransmitTest::sessionIsBuiltAndWritten()
+{
+    Nmea::ParserInit parser;
+    parser.init();
+    m_communicator->setParser(&parser);
+
+    const SessionInit query = versionQuery();
+    const SessionInit request = informationRequest();
+    QCOMPARE(m_communicator->writePayload(&query), 1u);
+    QCOMPARE(m_communicator->writePayload(&request), 2u);
+    QCOMPARE(m_device->written, (QList<QByteArray>{"$PJWVER*0c\r\n", "$PTJWWR,INF*71\r\n"}));
+    QCOMPARE(takeLog(*m_log),
+             (QStringList{QStringLiteral("0 [Communication] communicator.cpp ->  \"$PJWVER*0c\""),
+                          QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PJWVER*0c\""),
+                          QStringLiteral("0 [Communication] communicator.cpp ->  \"$PTJWWR,INF*71\""),
+                          QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PTJWWR,INF*71\"")}));
+    m_device->reportWritten(12 + 16);
+    QCOMPARE(m_emissions->take(), transfers({1, 2}));
+}
+
+void CommunicatorTransmitTest::parserGetsTheSessionAndAnEmptyText()
+{
+    ScriptedParser parser;
+    m_communicator->setParser(&parser);
+    const SessionInit session = versionQuery();
+    int builds = 0;
+    parser.onBuild = [&](const JwDevice::SessionAbstract *built, QString &text) {
+        ++builds;
+        const bool asExpected = built == &session && text.isEmpty();
+        text = asExpected ? QStringLiteral("$X\r\n") : QStringLiteral("$wrong\r\n");
+        return true;
+    };
+    QCOMPARE(m_communicator->writePayload(&session), 1u);
+    QCOMPARE(builds, 1);
+    QCOMPARE(m_device->written, QList<QByteArray>{"$X\r\n"});
+}
+
+void CommunicatorTransmitTest::buildFailureIsLoggedAndReturnsZero()
+{
+    ScriptedParser parser;
+    m_communicator->setParser(&parser);
+    parser.onBuild = [](const JwDevice::SessionAbstract *, QString &text) -> bool {
+        text = QStringLiteral("$half");
+        throw Nmea::Exception(QStringLiteral("no such \"sentence\""));
+    };
+    const SessionInit session = versionQuery();
+    QCOMPARE(m_communicator->writePayload(&session), 0u);
+    QCOMPARE(takeLog(*m_log),
+             QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
+    QCOMPARE(m_device->written, QList<QByteArray>());
+
+    m_device->reportWritten(5); // an entry in the ledger would be reported
+    QCOMPARE(m_emissions->take(), transfers({}));
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::buildFailureOfTheLibrarysParserIsLogged()
+{
+    Nmea::ParserInit parser;
+    parser.init();
+    m_communicator->setParser(&parser);
+
+    const SessionInit empty;
+    QString message;
+    try {
+        QString text;
+        parser.build(&empty, text);
+    } catch (const Nmea::Exception &exception) {
+        message = exception.message();
+    }
+    QVERIFY(!message.isEmpty());
+    QCOMPARE(m_communicator->writePayload(&empty), 0u);
+    QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"%1\"").arg(message)});
+}
+
+void CommunicatorTransmitTest::codecExceptionOutOfTheWriteIsLoggedAsBuildFailure()
+{
+    Nmea::ParserInit parser;
+    parser.init();
+    m_communicator->setParser(&parser);
+    m_device->insideWrite = [] { throw Nmea::Exception(QStringLiteral("from the device")); };
+    const SessionInit session = versionQuery();
+    QCOMPARE(m_communicator->writePayload(&session), 0u);
+    QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"from the device\"")});
+    m_device->insideWrite = nullptr;
+    QCOMPARE(m_communicator->writePayload(&session), 1u);
+}
+
+void CommunicatorTransmitTest::otherExceptionsOfTheParserPass()
+{
+    ScriptedParser parser;
+    m_communicator->setParser(&parser);
+    parser.onBuild = [](const JwDevice::SessionAbstract *, QString &) -> bool {
+        throw std::runtime_error("not of the codec");
+    };
+    const SessionInit session = versionQuery();
+    QVERIFY_EXCEPTION_THROWN(m_communicator->writePayload(&session), std::runtime_error);
+    QCOMPARE(takeLog(*m_log), QStringList());
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::notificationIsChargedInIdOrder_data()
+{
+    QTest::addColumn<QList<qint64>>("sizes");
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<QList<uint>>("ids");
+    using Sizes = QList<qint64>;
+    using Ids = QList<uint>;
+    QTest::newRow("all of two payloads") << Sizes{3, 4} << qint64(7) << Ids{1, 2};
+    QTest::newRow("less than the first") << Sizes{3} << qint64(2) << Ids{};
+    QTest::newRow("exactly the first") << Sizes{3, 4} << qint64(3) << Ids{1};
+    QTest::newRow("the first and a part of the second") << Sizes{3, 4} << qint64(6) << Ids{1};
+    QTest::newRow("a part ends the walk before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
+    QTest::newRow("more than was written") << Sizes{3, 4} << qint64(1000) << Ids{1, 2};
+    QTest::newRow("no bytes") << Sizes{3, 4} << qint64(0) << Ids{};
+    QTest::newRow("no bytes, size 0 first") << Sizes{0, 3} << qint64(0) << Ids{};
+    QTest::newRow("size 0 is reported when passed") << Sizes{0, 3} << qint64(1) << Ids{1};
+    QTest::newRow("size 0 in the middle") << Sizes{3, 0, 4} << qint64(7) << Ids{1, 2, 3};
+    QTest::newRow("size 0 behind the last byte is not reached") << Sizes{3, 0} << qint64(3) << Ids{1};
+    QTest::newRow("size 0 behind what remains") << Sizes{3, 0} << qint64(4) << Ids{1, 2};
+    QTest::newRow("failed write is reported and adds one") << Sizes{-1, 3} << qint64(2) << Ids{1, 2};
+    QTest::newRow("failed write, the one more is not enough") << Sizes{-1, 3} << qint64(1) << Ids{1};
+    QTest::newRow("failed write behind the last byte is not reached") << Sizes{3, -1} << qint64(3) << Ids{1};
+    QTest::newRow("two failed writes add two") << Sizes{-1, -1, 4} << qint64(2) << Ids{1, 2, 3};
+    QTest::newRow("only failed writes") << Sizes{-1, -1} << qint64(5) << Ids{1, 2};
+    QTest::newRow("sizes beyond 32 bits, one byte too few") << Sizes{4294967297} << qint64(4294967296) << Ids{};
+    QTest::newRow("sizes beyond 32 bits, low part alone") << Sizes{4294967297} << qint64(1) << Ids{};
+    QTest::newRow("sizes beyond 32 bits, exactly") << Sizes{4294967297} << qint64(4294967297) << Ids{1};
+}
+
+void CommunicatorTransmitTest::notificationIsChargedInIdOrder()
+{
+    QFETCH(QList<qint64>, sizes);
+    QFETCH(qint64, bytes);
+    QFETCH(QList<uint>, ids);
+    for (const qint64 size : qAsConst(sizes)) {
+        m_device->queueWriteResult(size);
+        m_communicator->writePayload(abc);
+    }
+    m_device->reportWritten(bytes);
+    QCOMPARE(m_emissions->take(), transfers(ids));
+    m_device->reportWritten(bytes); // nothing was taken out of the ledger
+    QCOMPARE(m_emissions->take(), transfers(ids));
+}
+
+void CommunicatorTransmitTest::laterNotificationIsChargedFromTheLowestIdAnew()
+{
+    m_communicator->writePayload(abc);
+    m_communicator->writePayload(defg);
+    m_device->reportWritten(7);
+    QCOMPARE(m_emissions->take(), transfers({1, 2}));
+    m_device->reportWritten(4);
+    QCOMPARE(m_emissions->take(), transfers({1}));
+    m_communicator->writePayload(abc);
+    m_device->reportWritten(3);
+    QCOMPARE(m_emissions->take(), transfers({1}));
+    m_device->reportWritten(10);
+    QCOMPARE(m_emissions->take(), transfers({1, 2, 3}));
+}
+
+void CommunicatorTransmitTest::notificationWithoutEntriesIsIgnored()
+{
+    m_device->reportWritten(7);
+    QCOMPARE(m_emissions->take(), transfers({}));
+    QCOMPARE(takeLog(*m_log), QStringList());
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+}
+
+void CommunicatorTransmitTest::payloadWrittenDuringTheWalkIsNotCharged()
+{
+    m_communicator->writePayload(abc);
+    m_communicator->writePayload(defg);
+    QObject context;
+    uint writtenInside = 0;
+    QObject::connect(m_communicator.get(), &Communicator::transferred, &context, [&](uint id) {
+        if (id == 1)
+            writtenInside = m_communicator->writePayload(abc);
+    });
+    m_device->reportWritten(1000);
+    QCOMPARE(writtenInside, 3u);
+    QCOMPARE(m_emissions->take(), transfers({1, 2}));
+    m_device->reportWritten(1000);
+    QCOMPARE(writtenInside, 4u);
+    QCOMPARE(m_emissions->take(), transfers({1, 2, 3}));
+}
+
+void CommunicatorTransmitTest::failedWriteIsNotReportedBySignal()
+{
+    m_device->queueWriteResult(-1);
+    QCOMPARE(m_communicator->writePayload(abc), 1u);
+    QCOMPARE(m_emissions->take(), QStringList());
+}
+
+void CommunicatorTransmitTest::ledgerOutlivesRebinding()
+{
+    ScriptedDevice first;
+    ScriptedDevice second;
+    Communicator communicator;
+    communicator.setIODevice(&first);
+    SignalRecord signalRecord(&communicator);
+    communicator.writePayload(abc);
+    communicator.setIODevice(&second);
+    QCOMPARE(communicator.writePayload(defg), 2u);
+    second.reportWritten(4);
+    QCOMPARE(signalRecord.take(), transfers({1}));
+}
+
+void CommunicatorTransmitTest::chargeCostsWhatTheNotificationCovers()
+{
+    // Heap memory asked for in one notification that covers three payloads, with a receiver that writes at each.
+    struct Cost
+    {
+        long blocks;
+        long bytes;
+    };
+    m_log.reset();
+    const auto costAfter = [](int payloads) {
+        QBuffer device;
+        device.open(QIODevice::ReadWrite);
+        Communicator communicator;
+        communicator.setIODevice(&device);
+        for (int i = 0; i < payloads; ++i)
+            communicator.writePayload(abc);
+        QObject context;
+        QObject::connect(&communicator, &Communicator::transferred, &context,
+                         [&communicator] { communicator.writePayload(defg); });
+        device.buffer().reserve(device.buffer().size() + 1000); // so that the device itself does not grow below
+        const Cost before{allocationCount(), allocatedBytes()};
+        Q_EMIT device.bytesWritten(9);
+        return Cost{allocationCount() - before.blocks, allocatedBytes() - before.bytes};
+    };
+    costAfter(3); // what is made once per process is not part of the cost
+    const Cost few = costAfter(100);
+    const Cost many = costAfter(100000);
+    QVERIFY2(few.blocks > 0, "the counter does not count");
+    QVERIFY2(many.blocks <= few.blocks + 8, qPrintable(QStringLiteral("%1 > %2").arg(many.blocks).arg(few.blocks)));
+    QVERIFY2(many.bytes <= few.bytes + 1024, qPrintable(QStringLiteral("%1 > %2").arg(many.bytes).arg(few.bytes)));
+}
+
+void CommunicatorTransmitTest::bindingTwiceLeavesOneConnectionOfEachKind()
+{
+    m_communicator->setIODevice(m_device.get());
+    QCOMPARE(m_device->connectionsOf(SIGNAL(readyRead())), 1);
+    QCOMPARE(m_device->connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
+
+    m_communicator->writePayload(abc);
+    m_device->reportWritten(3);
+    QCOMPARE(m_emissions->take(), transfers({1}));
+    takeLog(*m_log);
+    m_device->announce();
+    QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("0 [] communicator.cpp IO Data Ready")});
+}
+
+void CommunicatorTransmitTest::bindingNoneLeavesNoConnection()
+{
+    m_communicator->writePayload(abc);
+    takeLog(*m_log);
+    m_communicator->setIODevice(nullptr);
+    QCOMPARE(m_device->connectionsOf(SIGNAL(readyRead())), 0);
+    QCOMPARE(m_device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
+    m_device->deliver("$A\r\n");
+    m_device->reportWritten(3);
+    QCOMPARE(m_emissions->take(), QStringList());
+    QCOMPARE(takeLog(*m_log), QStringList());
+}
+
+void CommunicatorTransmitTest::bindingAnotherDeviceLetsGoOfTheFirst()
+{
+    ScriptedDevice first;
+    ScriptedDevice second;
+    Communicator communicator;
+    SignalRecord signalRecord(&communicator);
+    communicator.setIODevice(&first);
+    communicator.setIODevice(&second);
+    QCOMPARE(first.connectionsOf(SIGNAL(readyRead())), 0);
+    QCOMPARE(first.connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
+    QCOMPARE(second.connectionsOf(SIGNAL(readyRead())), 1);
+    QCOMPARE(second.connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
+
+    communicator.writePayload(abc);
+    QCOMPARE(first.written, QList<QByteArray>());
+    QCOMPARE(second.written, QList<QByteArray>{"abc"});
+    first.deliver("$A\r\n");
+    QCOMPARE(signalRecord.take(), QStringList());
+    second.deliver("$B\r\n");
+    QCOMPARE(signalRecord.take(), arrivals(1));
+    QCOMPARE(takePayloads(communicator), QStringList{QStringLiteral("$B\r\n")});
+}
+
+void CommunicatorTransmitTest::unboundDeviceIsNeitherClosedNorDeleted()
+{
+    const auto device = std::make_unique<ScriptedDevice>();
+    const QPointer<ScriptedDevice> alive(device.get());
+    Communicator communicator;
+    communicator.setIODevice(device.get());
+    communicator.setIODevice(nullptr);
+    QVERIFY(alive);
+    QVERIFY(device->isOpen());
+}
+
+void CommunicatorTransmitTest::rebindingLeavesTheConnectionsOfOthers()
+{
+    ScriptedDevice device;
+    Communicator communicator;
+    Communicator other;
+    QSignalSpy ready(&device, &QIODevice::readyRead);
+    communicator.setIODevice(&device);
+    other.setIODevice(&device);
+    communicator.setIODevice(nullptr);
+    QCOMPARE(device.connectionsOf(SIGNAL(readyRead())), 2);
+    QCOMPARE(device.connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
+    SignalRecord signalRecord(&other);
+    device.deliver("$A\r\n");
+    QCOMPARE(signalRecord.take(), arrivals(1));
+    QCOMPARE(ready.count(), 1);
+}
+
+void CommunicatorTransmitTest::destructionLeavesDeviceAndParserAlive()
+{
+    const auto device = std::make_unique<ScriptedDevice>();
+    const QPointer<ScriptedDevice> alive(device.get());
+    Nmea::ParserInit parser;
+    parser.init();
+    {
+        Communicator communicator;
+        communicator.setIODevice(device.get());
+        communicator.setParser(&parser);
+    }
+    QVERIFY(alive);
+    QVERIFY(device->isOpen());
+    const SessionInit session = versionQuery();
+    QString text;
+    QVERIFY(parser.build(&session, text));
+    QCOMPARE(text, QStringLiteral("$PJWVER*0c\r\n"));
+}
+
+void CommunicatorTransmitTest::destructionLeavesNoConnection()
+{
+    ScriptedDevice device;
+    {
+        Communicator communicator;
+        communicator.setIODevice(&device);
+        device.deliver("$A\r\n");
+        communicator.writePayload(abc);
+    }
+    QCOMPARE(device.connectionsOf(SIGNAL(readyRead())), 0);
+    QCOMPARE(device.connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
+    takeLog(*m_log);
+    device.deliver("$B\r\n");
+    device.reportWritten(3);
+    QCOMPARE(takeLog(*m_log), QStringList());
+}
+
+void CommunicatorTransmitTest::deviceDeletedFirstIsNoLongerBound()
+{
+    auto device = std::make_unique<ScriptedDevice>();
+    ScriptedDevice next;
+    Communicator communicator;
+    communicator.setIODevice(device.get());
+    communicator.writePayload(abc);
+    device.reset();
+    QVERIFY(!communicator.device());
+    QCOMPARE(communicator.writePayload(abc), 2u);
+    QVERIFY(communicator.setIODevice(&next));
+    QCOMPARE(communicator.writePayload(defg), 3u);
+    QCOMPARE(next.written, QList<QByteArray>{"defg"});
+}
+
+void CommunicatorTransmitTest::realBufferReportsTheTransfer()
+{
+    QBuffer device;
+    QVERIFY(device.open(QIODevice::ReadWrite));
+    Communicator communicator;
+    communicator.setIODevice(&device);
+    QSignalSpy transferred(&communicator, &Communicator::transferred);
+    communicator.writePayload(abc);
+    communicator.writePayload(defg);
+    QVERIFY(transferred.wait());
+    QCOMPARE(transferred.count(), 2);
+    QCOMPARE(transferred.at(0).at(0).toUInt(), 1u);
+    QCOMPARE(transferred.at(1).at(0).toUInt(), 2u);
+    QCOMPARE(device.data(), QByteArray("abcdefg"));
+}
+
+void CommunicatorTransmitTest::realSerialPortReportsTheTransfer()
+{
+    const SerialLine line;
+    QSerialPort port(line.portName());
+    QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
+    Communicator communicator;
+    communicator.setIODevice(&port);
+    QSignalSpy transferred(&communicator, &Communicator::transferred);
+    QCOMPARE(communicator.writePayload(QStringLiteral("$PJWVER*0c\r\n")), 1u);
+    QVERIFY(transferred.wait());
+    QCOMPARE(transferred.at(0).at(0).toUInt(), 1u);
+    QCOMPARE(line.receive(), QByteArray("$PJWVER*0c\r\n"));
+}
+
+QTEST_GUILESS_MAIN(CommunicatorTransmitTest)
+#include "tst_communicator_transmit.moc"

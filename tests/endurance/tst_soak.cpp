@@ -1,0 +1,358 @@
+// Long use of one Communicator, and many probes in one process: what the process holds at the start, midway and at the
+// end, as a table. A test run does little of it; scripts/soak does it long, by these environment variables:
+//
+// JWDEVICE_SOAK_PAYLOADS=<n>  payloads each way
+// JWDEVICE_SOAK_PROBES=<n>    probes
+#include "support/common/environmentnumber.h"
+#include "support/common/eventloop.h"
+#include "support/common/portname.h"
+#include "support/common/processusage.h"
+#include "support/common/simulatedportsmain.h"
+
+#include <device/communicator.h>
+#include <device/initializer.h>
+#include <logger/logger.h>
+#include <nmea/parserinit.h>
+#include <simulator/board.h>
+#include <simulator/testbed.h>
+
+#include <QSerialPort>
+#include <QSerialPortInfo>
+#include <QTest>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+using JwDevice::Communicator;
+using JwDevice::Initializer;
+using JwSimulator::BoardConfig;
+
+namespace {
+
+constexpr quint32 batchSize = 100; // payloads under way at a time
+constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal holds
+constexpr int portCount = 40;
+constexpr qint64 heapChance = 100000; // bytes: buffers change size by chance, a leak grows with what is done
+
+/// Lets what was given to deleteLater() go.
+void deleteDeferred()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+/// What a row of the table must share with the first one.
+bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
+{
+    return usage.descriptors == before.descriptors && usage.objects == before.objects
+        && usage.connections == before.connections && usage.timers == before.timers;
+}
+
+/// What the process holds when it is the same as before; what it holds at last when it goes on to differ. On a busy
+/// machine the preload library's thread closes its sockets a moment later.
+ProcessUsage usageLike(const ProcessUsage &before)
+{
+    ProcessUsage usage = {};
+    static_cast<void>(QTest::qWaitFor([&] {
+        usage = ProcessUsage::now();
+        return holdsNoMoreObjects(usage, before);
+    }));
+    return usage;
+}
+
+BoardConfig boardConfig(BoardConfig::Kind kind)
+{
+    BoardConfig config;
+    config.kind = kind;
+    config.port = uniquePortName();
+    return config;
+}
+
+QString payloadText(quint32 number)
+{
+    return QStringLiteral("$SOAK,%1*00\r\n").arg(number);
+}
+
+/// How many of the first payloads so many bytes cover.
+quint32 coveredBy(qint64 bytes)
+{
+    quint32 payloads = 0;
+    for (bytes -= payloadText(0).size(); bytes >= 0; bytes -= payloadText(payloads).size())
+        ++payloads;
+    return payloads;
+}
+
+/// One Communicator on a real port, with a board at the other end.
+class Link
+{
+public:
+    Link()
+    {
+        m_board = m_testbed.add(boardConfig(BoardConfig::Kind::Silent));
+        m_port.setPort(QSerialPortInfo(m_board->portName()));
+        m_isOpen = m_port.open(QIODevice::ReadWrite);
+        m_communicator.setIODevice(&m_port);
+        QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
+                         [this](uint id) { takeReceived(id); });
+        QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
+        // Each report of the port is charged from the first payload on.
+        QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
+                         [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
+        QObject::connect(m_board, &JwSimulator::Board::received, m_board,
+                         [this](const QByteArray &bytes) { arrived += static_cast<quint32>(bytes.count('\n')); });
+    }
+
+    bool isOpen() const { return m_isOpen; }
+
+    bool receive(quint32 payloads)
+    {
+        const quint32 end = received + payloads;
+        while (received < end) {
+            const quint32 batchEnd = qMin(received + batchSize, end);
+            for (quint32 number = received; number < batchEnd; ++number)
+                m_board->send(payloadText(number).toLatin1());
+            if (!runUntil([&] { return received >= batchEnd; }))
+                return false;
+        }
+        return true;
+    }
+
+    bool transmit(quint32 payloads)
+    {
+        const quint32 end = arrived + payloads;
+        while (arrived < end) {
+            const quint32 batchEnd = qMin(arrived + batchSize, end);
+            for (quint32 number = arrived; number < batchEnd; ++number)
+                lastId = m_communicator.writePayload(payloadText(number));
+            if (!runUntil([&] { return arrived >= batchEnd; }))
+                return false;
+        }
+        return true;
+    }
+
+    quint32 received = 0; ///< payloads from the board
+    quint32 arrived = 0; ///< payloads at the board
+    quint32 wrong = 0; ///< received ones that are not what the board sent, or not under the next id
+    quint64 transferred = 0; ///< reports of transfer, repeated ones included
+    quint64 covered = 0; ///< how many there should be
+    uint lastId = 0;
+
+private:
+    void takeReceived(uint id)
+    {
+        QString payload;
+        if (!m_communicator.readPayload(payload, id) || payload != payloadText(received) || id != received + 2)
+            ++wrong;
+        ++received;
+    }
+
+    JwSimulator::Testbed m_testbed;
+    JwSimulator::Board *m_board;
+    QSerialPort m_port;
+    Communicator m_communicator;
+    bool m_isOpen;
+};
+
+/// One probe of one port, which gives back what it is handed.
+class Probe
+{
+public:
+    Probe(JwDevice::Type type, const QString &portName, uint maxRetries)
+    {
+        m_initializer.setMaxRetries(maxRetries);
+        QObject::connect(&m_initializer, &Initializer::deviceInitialized, &m_initializer,
+                         [this](JwDevice::Type, Communicator *communicator) {
+                             communicator->device()->deleteLater();
+                             delete communicator;
+                             found = isOver = true;
+                         });
+        QObject::connect(&m_initializer, &Initializer::deviceNotFound, &m_initializer, [this] { isOver = true; });
+        m_initializer.probe({type}, 0, {portName});
+    }
+
+    bool found = false;
+    bool isOver = false;
+
+private:
+    Initializer m_initializer;
+};
+
+/// Of every ten ports seven with boards of all kinds, one that is busy, one whose cable is pulled while it is probed,
+/// and one with a silent board.
+class Harbour
+{
+public:
+    Harbour()
+    {
+        for (int i = 0; i < portCount; ++i) {
+            const BoardConfig::Kind kinds[] = {BoardConfig::Kind::BoardA, BoardConfig::Kind::BoardB,
+                                               BoardConfig::Kind::BoardC};
+            BoardConfig config = boardConfig(answers(i) ? kinds[i % 3] : BoardConfig::Kind::Silent);
+            if (i % 10 == 7)
+                config.open = BoardConfig::Open::Busy;
+            m_testbed.add(config);
+        }
+    }
+
+    /// Probes the first so many ports at the same time; false unless just the answering boards are found.
+    bool probe(int ports)
+    {
+        std::vector<std::unique_ptr<Probe>> probes;
+        for (int i = 0; i < ports; ++i) {
+            const JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
+            // On a busy machine an answer may come late, which the next query makes good.
+            const uint maxRetries = answers(i) ? 20 : 0;
+            probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
+            QCoreApplication::processEvents(); // opening all of them takes longer than a board may take to answer
+        }
+        for (int i = 8; i < ports; i += 10)
+            m_testbed.boards()[i]->pull();
+        bool ok = runUntil([&] {
+            return std::all_of(probes.cbegin(), probes.cend(), [](const auto &probe) { return probe->isOver; });
+        });
+        for (int i = 0; i < ports; ++i)
+            ok = isAsExpected(i, *probes[static_cast<size_t>(i)]) && ok;
+        probes.clear();
+        deleteDeferred();
+        for (int i = 8; i < ports; i += 10)
+            ok = m_testbed.boards()[i]->plug() && ok;
+        return ok;
+    }
+
+    bool probeMany(quint32 probes)
+    {
+        for (; probes > 0; probes -= qMin<quint32>(probes, portCount)) {
+            if (!probe(static_cast<int>(qMin<quint32>(probes, portCount))))
+                return false;
+        }
+        return true;
+    }
+
+    /// The heap that the journals of the boards hold, which grow with every probe: a copy of them tells.
+    qint64 journalBytes() const
+    {
+        QList<QList<JwSimulator::JournalEntry>> copies;
+        const qint64 before = ProcessUsage::now().heapBytes;
+        for (const JwSimulator::Board *board : m_testbed.boards()) {
+            copies.append(QList<JwSimulator::JournalEntry>());
+            const QList<JwSimulator::JournalEntry> journal = board->journal();
+            for (JwSimulator::JournalEntry entry : journal) {
+                entry.bytes.detach();
+                copies.last().append(entry);
+            }
+        }
+        return ProcessUsage::now().heapBytes - before;
+    }
+
+private:
+    static bool isAsExpected(int port, const Probe &probe)
+    {
+        if (probe.isOver && probe.found == answers(port))
+            return true;
+        qWarning("port %d: %s, %s", port, probe.isOver ? "over" : "not over", probe.found ? "found" : "not found");
+        return false;
+    }
+    static bool answers(int port) { return port % 10 < 7; }
+
+    JwSimulator::Testbed m_testbed;
+};
+
+/// What one parser costs, which an Initializer leaves behind on purpose.
+qint64 parserBytes()
+{
+    constexpr int count = 2000; // so many that what malloc kept ready for small pieces makes no difference
+    std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
+    const qint64 before = ProcessUsage::now().heapBytes;
+    for (auto &parser : parsers) {
+        parser = std::make_unique<Nmea::ParserInit>();
+        parser->init();
+    }
+    return (ProcessUsage::now().heapBytes - before) / count;
+}
+
+} // namespace
+
+class TestSoak : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void payloadsBothWaysGrowTheLedgerAndNothingElse()
+    {
+        const quint32 payloads = environmentNumber("JWDEVICE_SOAK_PAYLOADS", 100000);
+        Link link;
+        QVERIFY(link.isOpen());
+        QVERIFY(link.receive(warmUpPayloads) && link.transmit(warmUpPayloads));
+
+        const ProcessUsage start = ProcessUsage::now();
+        QVERIFY(link.receive(payloads / 2));
+        const ProcessUsage halfReceived = usageLike(start);
+        QVERIFY(link.receive(payloads - payloads / 2));
+        const ProcessUsage allReceived = usageLike(start);
+        QVERIFY(link.transmit(warmUpPayloads)); // the board's journal goes over to the other direction
+        const ProcessUsage writingStart = usageLike(start);
+        QVERIFY(link.transmit(payloads / 2));
+        const ProcessUsage halfWritten = usageLike(start);
+        QVERIFY(link.transmit(payloads - payloads / 2));
+        const ProcessUsage allWritten = usageLike(start);
+
+        const double ledgerBytes = double(allWritten.heapBytes - writingStart.heapBytes) / payloads;
+        qInfo("%s", qPrintable(ProcessUsage::tableHead()));
+        qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
+        qInfo("%s", qPrintable(halfReceived.tableRow(QStringLiteral("received %1").arg(payloads / 2))));
+        qInfo("%s", qPrintable(allReceived.tableRow(QStringLiteral("received %1").arg(payloads))));
+        qInfo("%s", qPrintable(writingStart.tableRow(QStringLiteral("start of writing"))));
+        qInfo("%s", qPrintable(halfWritten.tableRow(QStringLiteral("written %1").arg(payloads / 2))));
+        qInfo("%s", qPrintable(allWritten.tableRow(QStringLiteral("written %1").arg(payloads))));
+        qInfo("transmit ledger: %.1f bytes per written payload", ledgerBytes);
+
+        QCOMPARE(link.received, warmUpPayloads + payloads);
+        QCOMPARE(link.wrong, 0u);
+        QCOMPARE(link.arrived, 2 * warmUpPayloads + payloads);
+        QCOMPARE(link.lastId, 2 * warmUpPayloads + payloads);
+        QCOMPARE(link.transferred, link.covered);
+        QVERIFY(link.covered >= link.lastId / batchSize);
+        for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
+            QVERIFY(holdsNoMoreObjects(usage, start));
+        QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
+        QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps its entry, a node of a QMap
+    }
+
+    void probesLeaveTheirParserAndNothingElse()
+    {
+        const quint32 probes = environmentNumber("JWDEVICE_SOAK_PROBES", 400);
+        const qint64 bytesOfParser = parserBytes();
+        Harbour harbour;
+        QVERIFY(harbour.probeMany(2 * portCount)); // what is made once is made here
+
+        const qint64 journalAtStart = harbour.journalBytes();
+        const ProcessUsage start = ProcessUsage::now();
+        QVERIFY(harbour.probeMany(probes / 2));
+        const ProcessUsage middle = usageLike(start);
+        QVERIFY(harbour.probeMany(probes - probes / 2));
+        const ProcessUsage end = usageLike(start);
+
+        const qint64 journalGrowth = harbour.journalBytes() - journalAtStart;
+
+        const double bytesPerProbe = double(end.heapBytes - start.heapBytes - journalGrowth) / probes;
+        qInfo("%s", qPrintable(ProcessUsage::tableHead()));
+        qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
+        qInfo("%s", qPrintable(middle.tableRow(QStringLiteral("%1 probes").arg(probes / 2))));
+        qInfo("%s", qPrintable(end.tableRow(QStringLiteral("%1 probes").arg(probes))));
+        qInfo("heap: %.1f bytes per probe (a parser alone: %lld), and %.1f in the journals of the simulated boards",
+              bytesPerProbe, static_cast<long long>(bytesOfParser), double(journalGrowth) / probes);
+
+        QVERIFY(holdsNoMoreObjects(middle, start));
+        QVERIFY(holdsNoMoreObjects(end, start));
+        QVERIFY(bytesPerProbe < 1.2 * double(bytesOfParser) + double(heapChance) / probes);
+    }
+
+    void initTestCase()
+    {
+        ProcessUsage::watchObjects();
+        loggerInstance()->setLevel(Logger::Fatal);
+    }
+};
+
+SIMULATED_PORTS_MAIN(TestSoak)
+#include "tst_soak.moc"

@@ -1,0 +1,170 @@
+// Eight boards stream side by side, in pieces, each through the Communicator that a search found. A test run sends few
+// payloads; this sends a million (about a minute):
+//
+// QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_STREAMING_PAYLOADS=1000000 build/release/tests/tst_streaming
+//
+// JWDEVICE_STREAMING_PAYLOADS=<n>  payloads of all boards together
+// JWDEVICE_STREAMING_SEED=<n>      another way to cut and mix the pieces
+#include "support/common/environmentnumber.h"
+#include "support/common/eventloop.h"
+#include "support/common/portname.h"
+#include "support/common/simulatedportsmain.h"
+
+#include <device/communicator.h>
+#include <device/initializer.h>
+#include <logger/logger.h>
+#include <simulator/board.h>
+#include <simulator/testbed.h>
+#include <simulator/wire.h>
+
+#include <QIODevice>
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <memory>
+#include <vector>
+
+using JwDevice::Communicator;
+using JwDevice::Initializer;
+using JwSimulator::BoardConfig;
+
+namespace {
+
+constexpr int boardCount = 8;
+constexpr int longestPiece = 60;
+constexpr int mostUnderWay = 2000; // bytes that a board is ahead of its host
+
+/// A board and what the Communicator that was found for it receives.
+class Stream
+{
+public:
+    Stream(int number, JwSimulator::Testbed &testbed)
+        : m_number(number)
+    {
+        BoardConfig config;
+        config.kind = kinds[number % 3];
+        config.port = uniquePortName();
+        m_board = testbed.add(config);
+        QObject::connect(&m_initializer, &Initializer::deviceInitialized, &m_initializer,
+                         [this](JwDevice::Type, Communicator *communicator) {
+                             m_port.reset(communicator->device());
+                             m_communicator.reset(communicator);
+                             QObject::connect(communicator, qOverload<uint>(&Communicator::readyRead), &m_initializer,
+                                              [this](uint id) { takeReceived(id); });
+                         });
+    }
+
+    void probe()
+    {
+        m_initializer.setMaxRetries(20); // on a busy machine an answer may come late
+        m_initializer.probe({types[m_number % 3]}, 0, {m_board->portName()});
+    }
+    bool isFound() const { return m_communicator != nullptr; }
+
+    /// The board sends its next piece, unless that completes more than so many payloads.
+    void sendPiece(quint32 payloads, QRandomGenerator &random)
+    {
+        while (m_unsent.size() < longestPiece && m_built < payloads)
+            m_unsent += payload(m_built++);
+        if (m_sentBytes - m_receivedBytes > mostUnderWay)
+            return;
+        const QByteArray piece = m_unsent.left(random.bounded(1, longestPiece + 1));
+        m_board->send(piece);
+        m_sentBytes += piece.size();
+        m_unsent.remove(0, piece.size());
+    }
+    bool isSent(quint32 payloads) const { return m_built == payloads && m_unsent.isEmpty(); }
+
+    quint32 received = 0; ///< payloads at the Communicator
+    quint32 wrong = 0; ///< those that are not what the board sent next, or not under the next id
+
+private:
+    static constexpr BoardConfig::Kind kinds[] = {BoardConfig::Kind::BoardA, BoardConfig::Kind::BoardB,
+                                                  BoardConfig::Kind::BoardC};
+    static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
+
+    /// Has up to about 90 characters; every tenth begins with an exclamation mark.
+    QByteArray payload(quint32 number) const
+    {
+        const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));
+        QByteArray text = JwSimulator::frameSentence("STREAM," + QByteArray::number(m_number) + ','
+                                                     + QByteArray::number(number) + ',' + filler);
+        if (number % 10 == 0)
+            text[0] = '!';
+        return text;
+    }
+
+    void takeReceived(uint id)
+    {
+        QString text;
+        const QByteArray expected = payload(received);
+        const bool isNext = m_firstId == 0 || id == m_firstId + received;
+        if (received == 0)
+            m_firstId = id; // the search received some before
+        if (!m_communicator->readPayload(text, id) || text != QString::fromLatin1(expected) || !isNext)
+            ++wrong;
+        ++received;
+        m_receivedBytes += expected.size();
+    }
+
+    const int m_number;
+    JwSimulator::Board *m_board;
+    Initializer m_initializer;
+    std::unique_ptr<QIODevice> m_port;
+    std::unique_ptr<Communicator> m_communicator;
+    uint m_firstId = 0;
+    quint32 m_built = 0;
+    QByteArray m_unsent;
+    qint64 m_sentBytes = 0;
+    qint64 m_receivedBytes = 0;
+};
+
+} // namespace
+
+class TestStreaming : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { loggerInstance()->setLevel(Logger::Fatal); }
+
+    void everyPayloadComesWholeToItsCommunicator()
+    {
+        const quint32 payloads = environmentNumber("JWDEVICE_STREAMING_PAYLOADS", 20000) / boardCount;
+        QRandomGenerator random(environmentNumber("JWDEVICE_STREAMING_SEED", 1));
+        JwSimulator::Testbed testbed;
+        std::vector<std::unique_ptr<Stream>> streams;
+        for (int number = 0; number < boardCount; ++number)
+            streams.push_back(std::make_unique<Stream>(number, testbed));
+        for (const auto &stream : streams)
+            stream->probe();
+        const auto all = [&streams](auto condition) {
+            return std::all_of(streams.cbegin(), streams.cend(),
+                               [&condition](const auto &stream) { return condition(*stream); });
+        };
+        QVERIFY(runUntil([&] { return all([](const Stream &stream) { return stream.isFound(); }); }));
+
+        while (!all([&](const Stream &stream) { return stream.isSent(payloads); })) {
+            for (const auto &stream : streams) {
+                if (random.bounded(4) != 0)
+                    stream->sendPiece(payloads, random);
+            }
+            QCoreApplication::processEvents();
+            if (!all([](const Stream &stream) { return stream.wrong == 0; }))
+                break;
+        }
+        static_cast<void>(
+            runUntil([&] { return all([&](const Stream &stream) { return stream.received >= payloads; }); }));
+        settle();
+
+        for (const auto &stream : streams) {
+            QCOMPARE(stream->wrong, 0u);
+            QCOMPARE(stream->received, payloads);
+        }
+        qInfo("%u payloads from %d boards: none lost, none spoilt, none at another Communicator", payloads * boardCount,
+              boardCount);
+    }
+};
+
+SIMULATED_PORTS_MAIN(TestStreaming)
+#include "tst_streaming.moc"

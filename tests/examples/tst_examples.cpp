@@ -1,0 +1,475 @@
+#include "support/programs/neededprogram.h"
+#include "support/common/portname.h"
+#include "support/programs/programrun.h"
+#include "support/common/simulatedportsmain.h"
+
+#include <simulator/testbed.h>
+
+#include <QDir>
+#include <QFile>
+#include <QNetworkInterface>
+#include <QRegularExpression>
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include <algorithm>
+
+using JwSimulator::Board;
+using JwSimulator::BoardConfig;
+
+namespace {
+
+const QByteArray noBoardYet = "no BoardA yet; jwprobe --type BoardA tells why";
+const QByteArray reply = "$PJWVER,7300022,1,4,0*0d";
+
+QByteArray readFile(const QString &name)
+{
+    QFile file(name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString program(const char *example)
+{
+    return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
+}
+
+/// What it prints may come in any order where several ports answer.
+QList<QByteArray> sortedLines(const QByteArray &text)
+{
+    QList<QByteArray> lines = linesOf(text);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+/// The command that the page of the examples gives for the one with this number.
+QString commandOfPage(const char *number)
+{
+    const QString page = QString::fromUtf8(readFile(QStringLiteral(EXAMPLES_SOURCES "/README.md")));
+    const QRegularExpression row(QStringLiteral("^\\| \\[%1\\].*\\| `([^`]+)` \\|$").arg(QLatin1String(number)),
+                                 QRegularExpression::MultilineOption);
+    return row.match(page).captured(1);
+}
+
+/// The page's folder, in which names that every run would share are those of this test alone: the serial port and the
+/// TCP port that commands and the example of the network name.
+class PageFolder
+{
+public:
+    explicit PageFolder(quint16 tcpPort)
+        : m_tcpPort(tcpPort)
+    {
+        const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
+        const QString network = QStringLiteral("07-board-over-network");
+        QDir(m_folder.path()).mkpath(QStringLiteral("examples/") + network);
+        const QStringList names = examples.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+        for (const QString &name : names) {
+            if (name != network)
+                QFile::link(examples.filePath(name), path(name));
+        }
+        for (const QString &name : {QStringLiteral("/try"), QStringLiteral("/ser2net.yaml")}) {
+            QFile file(path(network + name));
+            if (file.open(QIODevice::WriteOnly))
+                file.write(own(readFile(examples.filePath(network + name))));
+            file.setPermissions(QFile::permissions(examples.filePath(network + name)));
+        }
+    }
+
+    /// The arguments of a shell that runs the page's command for the example with this number.
+    QStringList command(const char *number) const
+    {
+        const QString script =
+            QStringLiteral("cd \"$1\" && PATH=" JWSIM_FOLDER ":$PATH examples=" EXAMPLES_PROGRAMS " && exec %1")
+                .arg(QString::fromUtf8(own(commandOfPage(number).toUtf8())));
+        return {QStringLiteral("-c"), script, QStringLiteral("sh"), m_folder.path()};
+    }
+
+private:
+    QString path(const QString &name) const { return m_folder.filePath(QStringLiteral("examples/") + name); }
+    QByteArray own(QByteArray text) const
+    {
+        return text.replace("ttyACM0", m_port)
+            .replace("3001", QByteArray::number(m_tcpPort))
+            .replace("0BB9", QByteArray::number(m_tcpPort, 16).rightJustified(4, '0').toUpper());
+    }
+
+    const QTemporaryDir m_folder;
+    const QByteArray m_port = uniquePortName().toLatin1();
+    const quint16 m_tcpPort;
+};
+
+quint16 freeTcpPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+/// Without one ser2net finds no name, not even localhost.
+bool hasNetworkAddress()
+{
+    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
+    return std::any_of(addresses.begin(), addresses.end(), [](const QHostAddress &each) { return !each.isLoopback(); });
+}
+
+} // namespace
+
+/// Runs each example as a person would, on simulated boards of this process.
+class TestExamples : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup() { m_testbed.reset(); }
+
+    void eachIsShort();
+    void findBoardsNamesThePortOfEach();
+    void findBoardsNamesWhatIsMissing();
+    void findBoardsEndsWithoutAnyPort();
+    void exchangePayloadsTellsWhatWentOutAndCameBack();
+    void ownSentencesAreReadAndBuilt();
+    void ownSentencesTellsWhyThereAreNone_data();
+    void ownSentencesTellsWhyThereAreNone();
+    void lostBoardIsTakenAgainWhenItReturns();
+    void missingBoardIsToldOnce();
+    void boardIsTakenBesideOneThatIsNotWanted();
+    void loggingWritesTrafficToTheFileAndAllToQt();
+    void loggingTellsThatThereIsNoBoard();
+    void loggingTellsThatTheFileCannotBeWritten();
+    void boundProbeTellsWhatKeptItOpen();
+    void boundProbeEndsEarlyWhenAllIsSettled();
+    void commandsOfThePageDoWhatItSays_data();
+    void commandsOfThePageDoWhatItSays();
+    void networkExampleTellsThatItsPortIsTaken();
+    void networkFaultIsTold();
+    void testOfTheApplicationPasses();
+    void binaryBlockIsReadBeforeAnyLineEnd();
+    void binaryProtocolTellsThatThereIsNoBoard();
+
+private:
+    Board *add(const QString &text);
+    /// Runs it to its end while the boards live in our event loop.
+    Outcome run(const QString &program, const QStringList &arguments = {}) const;
+
+    std::unique_ptr<JwSimulator::Testbed> m_testbed;
+};
+
+void TestExamples::init()
+{
+    m_testbed = std::make_unique<JwSimulator::Testbed>();
+}
+
+Board *TestExamples::add(const QString &text)
+{
+    BoardConfig config = BoardConfig::fromText(text).value();
+    config.port = uniquePortName();
+    return m_testbed->add(config);
+}
+
+Outcome TestExamples::run(const QString &program, const QStringList &arguments) const
+{
+    ProgramRun run(program, arguments);
+    run.start();
+    const bool ended = QTest::qWaitFor([&run] { return run.isOver(); }, programPatience) && run.finish();
+    return {ended ? run.status() : -1, run.output(), run.error()};
+}
+
+void TestExamples::eachIsShort()
+{
+    const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
+    const QStringList names = examples.entryList({QStringLiteral("0*")}, QDir::Dirs);
+    QCOMPARE(names.size(), 9);
+    for (const QString &name : names) {
+        const QDir example(examples.filePath(name));
+        const QStringList files = example.entryList(QDir::Files);
+        int lines = 0;
+        for (const QString &file : files) {
+            if (file != QLatin1String("CMakeLists.txt"))
+                lines += readFile(example.filePath(file)).count('\n');
+        }
+        QVERIFY2(lines > 0 && lines < 60, qPrintable(QStringLiteral("%1 has %2 lines").arg(name).arg(lines)));
+    }
+}
+
+void TestExamples::findBoardsNamesThePortOfEach()
+{
+    const QByteArray portB = add(QStringLiteral("BoardB"))->portName().toLatin1();
+    const QByteArray portA = add(QStringLiteral("BoardA"))->portName().toLatin1();
+
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(sortedLines(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardB is on " + portB}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::findBoardsNamesWhatIsMissing()
+{
+    const QByteArray portA = add(QStringLiteral("BoardA"))->portName().toLatin1();
+    add(QStringLiteral("silent"));
+
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardB was not found"}));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::findBoardsEndsWithoutAnyPort()
+{
+    const Outcome outcome = run(program("01-find-boards"));
+
+    QCOMPARE(linesOf(outcome.output), QList<QByteArray>({"BoardA was not found", "BoardB was not found"}));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::exchangePayloadsTellsWhatWentOutAndCameBack()
+{
+    Board *const board = add(QStringLiteral("BoardA"));
+
+    const Outcome outcome = run(program("02-exchange-payloads"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"payload 2 is on its way", "payload 3 is on its way", "answer 1 is " + reply,
+                                "answer 2 is " + reply, "answer 3 is " + reply}));
+    QCOMPARE(board->queryCount(), 4); // that of the search and three of the example
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::ownSentencesAreReadAndBuilt()
+{
+    const Outcome outcome = run(program("03-own-sentences"), {add(QStringLiteral("BoardA"))->portName()});
+
+    QCOMPARE(outcome.error, QByteArray("hardware 7300022, which a board tells by $PJWVER,7300022,*38\n"));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::ownSentencesTellsWhyThereAreNone_data()
+{
+    QTest::addColumn<QString>("board");
+    QTest::addColumn<QByteArray>("why");
+
+    QTest::newRow("no such port") << QString() << QByteArray("No such file or directory");
+    const auto row = [](const char *board) {
+        QTest::newRow(board) << QString::fromLatin1(board) << QByteArray("no version came");
+    };
+    row("silent");
+    row("BoardA,checksum=wrong");
+    // Bytes without end, so that there is always something to wait for.
+    row("babble");
+    row("BoardA,noise=3,replies=1000,chunk=1,gap=300");
+    row("other");
+}
+
+void TestExamples::ownSentencesTellsWhyThereAreNone()
+{
+    QFETCH(const QString, board);
+    QFETCH(const QByteArray, why);
+    const QString port = board.isEmpty() ? uniquePortName() : add(board)->portName();
+
+    const Outcome outcome = run(program("03-own-sentences"), {port});
+
+    QVERIFY2(outcome.error.endsWith(port.toLatin1() + ": " + why + '\n'), outcome.error);
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::lostBoardIsTakenAgainWhenItReturns()
+{
+    Board *const board = add(QStringLiteral("BoardA"));
+    const QByteArray there = "the board is on " + board->portName().toLatin1();
+    const QByteArray gone = "lost the board on " + board->portName().toLatin1();
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there}));
+
+    board->pull();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone}));
+    QVERIFY(board->plug());
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone, there}));
+    board->pull();
+    WAIT_FOR(linesOf(run.output()) == QList<QByteArray>({there, gone, there, gone}));
+    QVERIFY(!run.isOver());
+}
+
+void TestExamples::missingBoardIsToldOnce()
+{
+    Board *const silent = add(QStringLiteral("BoardA,ignore=1000"));
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(silent->queryCount() == 9); // each search asks four times: this is the third
+
+    QCOMPARE(run.output(), noBoardYet + '\n');
+}
+
+void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
+{
+    Board *const other = add(QStringLiteral("BoardB"));
+    ProgramRun run(program("04-lose-and-return"), {});
+    run.start();
+    WAIT_FOR(other->queryCount() == 1); // a search that this board keeps open
+
+    Board *const board = add(QStringLiteral("BoardA"));
+
+    WAIT_FOR(linesOf(run.output())
+             == QList<QByteArray>({noBoardYet, "the board is on " + board->portName().toLatin1()}));
+}
+
+void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
+{
+    add(QStringLiteral("BoardA,ignore=1")); // so that there is a retry round, which is a warning
+    const QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("traffic.log"));
+
+    const Outcome outcome = run(program("05-logging"), {file});
+
+    const QList<QByteArray> messages = {"Communication: ->  \"$PJWVER*0c\"", "Retry probing",
+                                        "Communication: ->  \"$PJWVER*0c\"", "Communication:  <-  \"" + reply + '"'};
+    QCOMPARE(linesOf(outcome.error), messages);
+    QList<QByteArray> records = linesOf(readFile(file));
+    for (QByteArray &record : records)
+        record.remove(0, static_cast<int>(qstrlen("2026-01-01 12:00:00.000 ")));
+    QCOMPARE(records,
+             QList<QByteArray>({"Communication ->  \"$PJWVER*0c\"", " Retry probing",
+                                "Communication ->  \"$PJWVER*0c\"", "Communication  <-  \"" + reply + '"'}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::loggingTellsThatThereIsNoBoard()
+{
+    const QTemporaryDir folder;
+
+    const Outcome outcome = run(program("05-logging"), {folder.filePath(QStringLiteral("traffic.log"))});
+
+    QVERIFY2(outcome.error.endsWith("no BoardA; jwprobe --type BoardA tells why\n"), outcome.error);
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::loggingTellsThatTheFileCannotBeWritten()
+{
+    const Outcome outcome = run(program("05-logging"), {QStringLiteral("/proc/version/traffic.log")});
+
+    QVERIFY2(outcome.error.contains("/proc/version/traffic.log"), outcome.error);
+    QVERIFY2(outcome.error.contains("give the name of a file that can be written"), outcome.error);
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::boundProbeTellsWhatKeptItOpen()
+{
+    const QByteArray portA = add(QStringLiteral("BoardA"))->portName().toLatin1();
+    const QByteArray portB = add(QStringLiteral("BoardB"))->portName().toLatin1();
+
+    const Outcome outcome = run(program("06-bound-a-probe"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"BoardA is on " + portA, "BoardC did not come in time",
+                                portB + " answered with $PJWVER,7300021,1,4,0*0e"}));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::boundProbeEndsEarlyWhenAllIsSettled()
+{
+    const QByteArray portA = add(QStringLiteral("BoardA"))->portName().toLatin1();
+    const QByteArray portC = add(QStringLiteral("BoardC"))->portName().toLatin1();
+
+    const Outcome outcome = run(program("06-bound-a-probe"));
+
+    QCOMPARE(sortedLines(outcome.output), QList<QByteArray>({"BoardA is on " + portA, "BoardC is on " + portC}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::commandsOfThePageDoWhatItSays_data()
+{
+    QTest::addColumn<QString>("output");
+
+    const auto row = [](const char *number, const char *output) {
+        QTest::newRow(number) << QString::fromLatin1(output);
+    };
+    row("01", "BoardB is on ttyACM\\d+");
+    row("02", "answer 3 is \\$PJWVER,7300022,1,4,0\\*0d");
+    row("03", "hardware 7300022, which a board tells by \\$PJWVER,7300022,\\*38");
+    row("04", "the board is on (ttyACM\\d+)\n(?:.*\n)*the board is on (?!\\1\n)ttyACM\\d+");
+    row("05", "Communication:  <-  \"\\$PJWVER,7300022,1,4,0\\*0d\"");
+    row("06", "ttyACM\\d+ answered with \\$PJWVER,7300021,1,4,0\\*0e");
+    row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
+    row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
+    row("09", "8 bytes from ttyACM\\d+");
+}
+
+void TestExamples::commandsOfThePageDoWhatItSays()
+{
+    QFETCH(const QString, output);
+    m_testbed.reset(); // jwsim makes its own
+    if (QTest::currentDataTag() == QByteArray("07")) {
+        NEEDS_PROGRAM("ser2net", "ser2net");
+        QVERIFY2(hasNetworkAddress(), "ser2net needs a network address beside that of the loopback");
+    }
+    const PageFolder folder(freeTcpPort());
+    ProgramRun run(QStringLiteral("sh"), folder.command(QTest::currentDataTag()));
+    const QRegularExpression expression(QLatin1Char('^') + output + QStringLiteral("\n"),
+                                        QRegularExpression::MultilineOption);
+    const auto says = [&] { return QString::fromUtf8(run.output() + run.error()).contains(expression); };
+    run.start();
+
+    // Without waiting for its end: one of them goes on until it is stopped.
+    WAIT_FOR(run.isOver() || says());
+
+    QVERIFY2(says(), run.output() + run.error());
+}
+
+void TestExamples::networkExampleTellsThatItsPortIsTaken()
+{
+    m_testbed.reset();
+    QTcpServer other;
+    QVERIFY(other.listen(QHostAddress::LocalHost));
+    const PageFolder folder(other.serverPort());
+    ProgramRun run(QStringLiteral("sh"), folder.command("07"));
+    run.start();
+
+    WAIT_FOR(run.isOver());
+
+    QVERIFY2(run.error().contains("TCP port " + QByteArray::number(other.serverPort()) + " is taken"), run.error());
+    QCOMPARE(run.status(), 1);
+}
+
+void TestExamples::networkFaultIsTold()
+{
+    const Outcome outcome =
+        run(program("07-board-over-network"), {QStringLiteral("127.0.0.1"), QString::number(freeTcpPort())});
+
+    QCOMPARE(outcome.output, QByteArray("no answer: Connection refused\n"));
+    QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::testOfTheApplicationPasses()
+{
+    m_testbed.reset(); // the program makes its own
+    const Outcome outcome = run(program("08-test-your-application"));
+
+    QVERIFY2(outcome.output.contains("PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()"), outcome.output);
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
+{
+    Board *const board = add(QStringLiteral("silent"));
+    int requests = 0;
+    QObject::connect(board, &Board::sentenceReceived, board, [&] {
+        // The first one is the search's.
+        board->send(++requests == 1 ? reply + "\r\n" : QByteArray("\0\x7f\n$\xff!\r\0", 8));
+    });
+
+    const Outcome outcome = run(program("09-binary-protocol"));
+
+    QCOMPARE(linesOf(outcome.output),
+             QList<QByteArray>({"block 00 7f 0a 24 ff 21 0d 00", "8 bytes from " + board->portName().toLatin1()}));
+    QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::binaryProtocolTellsThatThereIsNoBoard()
+{
+    const Outcome outcome = run(program("09-binary-protocol"));
+
+    QCOMPARE(outcome.output, QByteArray("no BoardA; jwprobe --type BoardA tells why\n"));
+    QCOMPARE(outcome.status, 1);
+}
+
+SIMULATED_PORTS_MAIN(TestExamples)
+#include "tst_examples.moc"

@@ -1,0 +1,238 @@
+#include "support/jwmonitor/finderfixture.h"
+#include "support/jwmonitor/simulatedwindowmain.h"
+
+#include <jwmonitor/find/boardsbar.h>
+#include <jwmonitor/find/portsmodel.h>
+#include <jwmonitor/find/portsview.h>
+#include <jwmonitor/look/theme.h>
+
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+
+using namespace JwDevice;
+using namespace JwMonitor;
+
+namespace {
+
+PortEntry entry(const char *name)
+{
+    PortEntry result;
+    result.port.name = QString::fromLatin1(name);
+    result.isPresent = true;
+    return result;
+}
+
+QStringList column(const QAbstractItemModel &model, int column)
+{
+    QStringList texts;
+    for (int row = 0; row < model.rowCount(); ++row)
+        texts.append(model.index(row, column).data().toString());
+    return texts;
+}
+
+QString text(const QAbstractItemModel *model, const JwSimulator::Board *board, PortsModel::Column column)
+{
+    for (int row = 0; row < model->rowCount(); ++row) {
+        if (model->index(row, PortsModel::Port).data().toString() == board->portName())
+            return model->index(row, column).data().toString();
+    }
+    return QString();
+}
+
+} // namespace
+
+/// The table of ports and the line of boards.
+class TestPorts : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void portsStandInTheOrderOfTheirNumbers();
+    void rowsComeAndGoOneByOne();
+    void onlyWhatChangedIsAnnounced();
+    void tellsWhatBecameOfEachPort();
+    void tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore();
+    void toolTipsShowTextsOfBoardsAsTheyAre();
+    void tellsTheUsbIdentity();
+    void tellsOfALostBoardAndOfItsReturn();
+    void theChosenRowStaysWhilePortsCome();
+    void theLineOfBoardsTellsWhereEachStands();
+    void colouredTextsContrastWithTheirGround();
+};
+
+void TestPorts::portsStandInTheOrderOfTheirNumbers()
+{
+    QStringList names{QStringLiteral("ttyUSB0"), QStringLiteral("ttyACM10"), QStringLiteral("ttyACM9"),
+                      QStringLiteral("rfcomm1")};
+    std::sort(names.begin(), names.end(), isBefore);
+    QCOMPARE(names.join(QLatin1Char(' ')), QStringLiteral("rfcomm1 ttyACM9 ttyACM10 ttyUSB0"));
+}
+
+void TestPorts::rowsComeAndGoOneByOne()
+{
+    PortsModel model;
+    const QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    model.setEntries({entry("ttyACM1"), entry("ttyACM3")});
+    model.setEntries({entry("ttyACM0"), entry("ttyACM1"), entry("ttyACM2"), entry("ttyACM3"), entry("ttyACM10")});
+    QCOMPARE(column(model, PortsModel::Port).join(QLatin1Char(' ')),
+             QStringLiteral("ttyACM0 ttyACM1 ttyACM2 ttyACM3 ttyACM10"));
+    model.setEntries({entry("ttyACM2"), entry("ttyACM9")});
+    QCOMPARE(column(model, PortsModel::Port).join(QLatin1Char(' ')), QStringLiteral("ttyACM2 ttyACM9"));
+    model.setEntries({entry("ttyACM9"), entry("ttyACM10")});
+    QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+    model.setEntries({entry("ttyACM10")});
+    QCOMPARE(inserted.size(), 0);
+    model.setEntries({});
+    QCOMPARE(model.rowCount(), 0);
+    QCOMPARE(reset.size(), 0);
+}
+
+void TestPorts::onlyWhatChangedIsAnnounced()
+{
+    PortsModel model;
+    model.setEntries({entry("ttyACM0"), entry("ttyACM1")});
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    model.setEntries({entry("ttyACM0"), entry("ttyACM1")});
+    QCOMPARE(changed.size(), 0);
+    PortEntry found = entry("ttyACM1");
+    found.stay = PortEntry::Found;
+    model.setEntries({entry("ttyACM0"), found});
+    QCOMPARE(changed.size(), 1);
+    QCOMPARE(changed.at(0).at(0).toModelIndex().row(), 1);
+    QCOMPARE(changed.at(0).at(1).toModelIndex().row(), 1);
+}
+
+void TestPorts::tellsWhatBecameOfEachPort()
+{
+    FinderFixture fixture;
+    const auto *found = fixture.attach("BoardA");
+    const auto *silent = fixture.attach("silent");
+    const auto *second = fixture.attach("BoardA,delay=50");
+    const auto *busy = fixture.attach("BoardB,open=busy");
+    const auto *garbled = fixture.attach("BoardB,checksum=wrong");
+    const auto *foreign = fixture.attach("BoardA,manufacturer=FTDI,vendor=0403");
+    const PortsView view(&fixture.finder);
+    QSignalSpy ended(&fixture.finder, &BoardFinder::searchEnded);
+    fixture.start({BoardA, BoardB}, 0);
+    QTRY_COMPARE(text(view.model(), silent, PortsModel::State), QStringLiteral("asked, awaiting an answer"));
+    QVERIFY(ended.wait());
+    QCOMPARE(text(view.model(), found, PortsModel::State), QStringLiteral("found"));
+    QCOMPARE(text(view.model(), found, PortsModel::Type), QStringLiteral("BoardA"));
+    QVERIFY(text(view.model(), found, PortsModel::Time).toDouble() > 0);
+    QCOMPARE(text(view.model(), silent, PortsModel::State), QStringLiteral("silent"));
+    QVERIFY(text(view.model(), silent, PortsModel::Time).toDouble() >= 400);
+    QCOMPARE(text(view.model(), second, PortsModel::State), QStringLiteral("a second BoardA"));
+    QVERIFY(text(view.model(), busy, PortsModel::State).startsWith(QLatin1String("not opened: held by another")));
+    QVERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
+    QTRY_COMPARE(text(view.model(), foreign, PortsModel::State), QStringLiteral("not asked"));
+}
+
+void TestPorts::tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore()
+{
+    FinderFixture fixture;
+    const auto *garbled = fixture.attach("BoardB,checksum=wrong");
+    fixture.attach("BoardA,delay=100");
+    const PortsView view(&fixture.finder);
+    fixture.start({BoardA}, 0);
+    QTRY_VERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
+    QCOMPARE(int(fixture.entry(garbled).report->verdict), int(PortReport::Awaiting));
+}
+
+void TestPorts::toolTipsShowTextsOfBoardsAsTheyAre()
+{
+    PortsModel model;
+    PortEntry port = entry("ttyACM0");
+    port.port.product = QStringLiteral("<img src=x> & more");
+    model.setEntries({port});
+    const QModelIndex index = model.index(0, PortsModel::Identity);
+    QCOMPARE(index.data().toString(), QStringLiteral("<img src=x> & more"));
+    QCOMPARE(index.data(Qt::ToolTipRole).toString(), QStringLiteral("<qt>&lt;img src=x&gt; &amp; more</qt>"));
+}
+
+void TestPorts::tellsTheUsbIdentity()
+{
+    FinderFixture fixture;
+    const auto *board = fixture.attach("silent,manufacturer=Acme,vendor=12ab,product=00cd,serial=S77");
+    const PortsView view(&fixture.finder);
+    QTRY_COMPARE(text(view.model(), board, PortsModel::UsbId), QStringLiteral("12ab:00cd"));
+    const QString identity = text(view.model(), board, PortsModel::Identity);
+    QVERIFY2(identity.startsWith(QLatin1String("Acme, ")) && identity.endsWith(QLatin1String(", S77")),
+             qPrintable(identity));
+}
+
+void TestPorts::tellsOfALostBoardAndOfItsReturn()
+{
+    FinderFixture fixture;
+    auto *board = fixture.attach("BoardA");
+    const PortsView view(&fixture.finder);
+    fixture.start({BoardA}, 0);
+    QTRY_COMPARE(text(view.model(), board, PortsModel::State), QStringLiteral("found"));
+    board->pull();
+    QTRY_COMPARE(text(view.model(), board, PortsModel::State), QStringLiteral("lost"));
+    QCOMPARE(text(view.model(), board, PortsModel::Type), QStringLiteral("BoardA"));
+    QVERIFY(board->plug());
+    QTRY_COMPARE(text(view.model(), board, PortsModel::State), QStringLiteral("back"));
+}
+
+void TestPorts::theChosenRowStaysWhilePortsCome()
+{
+    FinderFixture fixture;
+    fixture.attach("silent");
+    const auto *chosen = fixture.attach("silent");
+    PortsView view(&fixture.finder);
+    QSignalSpy portChosen(&view, &PortsView::portChosen);
+    QTRY_COMPARE(view.model()->rowCount(), 2);
+    view.selectRow(1);
+    QCOMPARE(portChosen.last().at(0).toString(), chosen->portName());
+    fixture.attach("silent");
+    QTRY_COMPARE(view.model()->rowCount(), 3);
+    QCOMPARE(view.currentIndex().data().toString(), chosen->portName());
+}
+
+void TestPorts::theLineOfBoardsTellsWhereEachStands()
+{
+    FinderFixture fixture;
+    auto *board = fixture.attach("BoardA");
+    const BoardsBar bar(&fixture.finder);
+    fixture.start({BoardA, BoardC}, 0);
+    QVERIFY2(bar.text().contains(QLatin1String("looking")), qPrintable(bar.text()));
+    QTRY_VERIFY(bar.text().contains(QStringLiteral("found on ") + board->portName()));
+    QTRY_VERIFY(bar.text().contains(QLatin1String("missing")));
+    board->pull();
+    QTRY_VERIFY(bar.text().contains(QStringLiteral("lost on ") + board->portName()));
+}
+
+void TestPorts::colouredTextsContrastWithTheirGround()
+{
+    // As the web's rules for readable text have it.
+    const auto luminance = [](const QColor &colour) {
+        const auto linear = [](double value) {
+            return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) + 0.0722 * linear(colour.blueF());
+    };
+    for (const Theme::Palette palette : {Theme::Palette::Light, Theme::Palette::Dark}) {
+        Theme::apply(*qApp, palette);
+        const QPalette colours = QApplication::palette();
+        for (int role = 0; role <= Theme::RoleCount; ++role) {
+            if (role == Theme::Grid)
+                continue;
+            const bool isPlaceholder = role == Theme::RoleCount;
+            const double text = luminance(isPlaceholder ? colours.color(QPalette::PlaceholderText)
+                                                        : Theme::colour(colours, static_cast<Theme::Role>(role)));
+            for (const QPalette::ColorRole ground : {QPalette::Base, QPalette::AlternateBase, QPalette::Window}) {
+                const double other = luminance(colours.color(ground));
+                const double contrast = (std::max(text, other) + 0.05) / (std::min(text, other) + 0.05);
+                QVERIFY2(contrast >= 4.5,
+                         qPrintable(QStringLiteral("palette %1 role %2: %3")
+                                        .arg(static_cast<int>(palette))
+                                        .arg(role)
+                                        .arg(contrast)));
+            }
+        }
+    }
+}
+
+SIMULATED_WINDOW_MAIN(TestPorts)
+#include "tst_jwmonitor_ports.moc"

@@ -1,0 +1,639 @@
+#include "support/jwmonitor/finderfixture.h"
+#include "support/jwmonitor/simulatedwindowmain.h"
+
+#include <jwmonitor/history/clock.h>
+#include <jwmonitor/timeline/probetimeline.h>
+#include <jwmonitor/look/theme.h>
+#include <jwmonitor/timeline/timelinecanvas.h>
+#include <jwmonitor/timeline/timelineview.h>
+#include <logger/logger.h>
+
+#include <QFile>
+#include <QHelpEvent>
+#include <QImage>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QToolTip>
+#include <QXmlStreamReader>
+
+using namespace JwDevice;
+using namespace JwMonitor;
+
+namespace {
+
+const QString versionQuery = QStringLiteral("$PJWVER*0c");
+const QString informationRequest = QStringLiteral("$PTJWWR,INF*71");
+
+/// Boards, and the timeline of the searches for them.
+struct TimelineFixture : FinderFixture
+{
+    ProbeTimeline timeline{&finder};
+
+    TimelineLane lane(const JwSimulator::Board *board) const
+    {
+        for (const TimelineLane &lane : timeline.lanes()) {
+            if (lane.port == board->portName())
+                return lane;
+        }
+        return {};
+    }
+
+    void searchToTheEnd(const QList<Type> &types, int retries)
+    {
+        QSignalSpy ended(&finder, &BoardFinder::searchEnded);
+        start(types, retries);
+        QVERIFY(ended.wait());
+    }
+};
+
+/// What a search tells of a silent port that is asked again and again.
+class LongSearch
+{
+public:
+    explicit LongSearch(BoardFinder *finder)
+        : m_finder(finder)
+    {
+        Q_EMIT m_finder->searchStarted(microsecondsSinceEpoch());
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Serial port opened for probing: " << m_report.portName;
+        LOGGER_RECORD(Logger::Trace, "Communication").write() << "->" << versionQuery;
+        tell();
+    }
+
+    void retry(int rounds)
+    {
+        for (int i = 0; i < rounds; ++i) {
+            logRound();
+            tell();
+        }
+    }
+    /// As when the machine had no time for the program: one report for several rounds, before the records of the last.
+    void retryWithALateReport(int rounds)
+    {
+        for (int i = 1; i < rounds; ++i) {
+            logRound();
+            ++m_report.queries;
+        }
+        QCoreApplication::sendPostedEvents();
+        logRound();
+        ++m_report.queries;
+        Q_EMIT m_finder->reported({m_report});
+        QCoreApplication::sendPostedEvents();
+        Q_EMIT m_finder->reported({m_report});
+    }
+
+private:
+    void logRound() const
+    {
+        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << m_report.portName;
+        LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
+    }
+    void tell()
+    {
+        QCoreApplication::sendPostedEvents(); // the timeline takes the log's records from there
+        ++m_report.queries;
+        Q_EMIT m_finder->reported({m_report});
+    }
+
+    BoardFinder *const m_finder;
+    PortReport m_report = [] {
+        PortReport report;
+        report.portName = QStringLiteral("ttyACM0");
+        report.verdict = PortReport::Awaiting;
+        return report;
+    }();
+};
+
+QVector<TimelineEvent::Kind> kinds(const TimelineLane &lane)
+{
+    QVector<TimelineEvent::Kind> result;
+    for (const TimelineEvent &event : lane.events)
+        result.append(event.kind);
+    return result;
+}
+
+bool isInOrder(const TimelineLane &lane)
+{
+    return std::is_sorted(lane.events.begin(), lane.events.end(),
+                          [](const TimelineEvent &a, const TimelineEvent &b) { return a.ms < b.ms; });
+}
+
+/// Whether any pixel of `image` has just about this colour.
+bool hasColour(const QImage &image, const QColor &colour)
+{
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (image.pixelColor(x, y) == colour)
+                return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+/// What a search did on each port and when, and its picture.
+class TestTimeline : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void aBoardThatAnswers();
+    void aBoardThatAnswersInARetryRound();
+    void aSilentPortThroughAllRounds();
+    void aPortIsAskedForEachKindOfSentence();
+    void whatCantBeReadIsTold();
+    void aPortThatCantBeOpened();
+    void aCablePulledInTheSearch();
+    void aSecondBoardOfTheType();
+    void lanesAreInTheOrderOfTheirNames();
+    void aNewSearchBeginsAnew();
+    void ourOwnBoardIsNoLaneOfALaterSearch();
+    void whatIsSentToABoardIsNoQuery();
+    void growsWhileTheSearchRuns();
+    void queriesAreInTheirRoundsWhenAReportIsLate();
+    void aLongSearchKeepsTheNewestEvents();
+    void aLongSearchIsDrawnInFewLines();
+    void theMarkStaysAtItsEventInALongSearch();
+    void theMarkIsGoneWithItsSearch();
+    void theToolTipTellsSentenceAndTime();
+    void whatCantBeReadHasAShapeOfItsOwn();
+    void textsOfBoardsAreShownAsTheyAre();
+    void keysGoFromEventToEvent();
+    void zoomsByKey();
+    void savesAnSvg();
+    void savesAPngForSharpScreens();
+    void refusesAPngThatIsTooLarge();
+    void tellsWhenAPngCantBeWrittenWhole();
+    void refusesOtherPictures();
+    void tellsWhenAFileCantBeWritten();
+    void tellsWhenTheLogIsTooCoarse();
+    void paintsInTheColoursOfThePalette();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+void TestTimeline::initTestCase()
+{
+    loggerInstance()->clearSinks();
+    loggerInstance()->setLevel(Logger::Trace);
+}
+
+void TestTimeline::aBoardThatAnswers()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardA,delay=30");
+    fixture.searchToTheEnd({BoardA}, 0);
+    const TimelineLane lane = fixture.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>(
+                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+    QVERIFY(isInOrder(lane));
+    QCOMPARE(lane.events.at(1).text, versionQuery);
+    QCOMPARE(lane.events.at(2).text, QStringLiteral("$PJWVER,7300022,1,4,0*0d"));
+    QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 30);
+    QCOMPARE(lane.outcome, QStringLiteral("BoardA"));
+    QVERIFY(lane.isGood);
+    QVERIFY(!fixture.timeline.isRunning());
+    QVERIFY(fixture.timeline.duration() >= lane.events.last().ms);
+}
+
+void TestTimeline::aBoardThatAnswersInARetryRound()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardB,ignore=1");
+    fixture.searchToTheEnd({BoardB}, 3);
+    const TimelineLane lane = fixture.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut,
+                                           TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+    QVERIFY(isInOrder(lane));
+    QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 399);
+    QCOMPARE(fixture.timeline.rounds().size(), 1);
+    QCOMPARE(lane.events.at(1).round, 0);
+    QCOMPARE(lane.events.at(3).round, 1);
+    QCOMPARE(lane.events.at(3).text, versionQuery);
+    QCOMPARE(lane.events.at(3).ms, fixture.timeline.rounds().at(0));
+}
+
+void TestTimeline::aSilentPortThroughAllRounds()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("silent");
+    fixture.searchToTheEnd({BoardA}, 2);
+    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened};
+    for (int round = 0; round < 3; ++round)
+        expected << TimelineEvent::Query << TimelineEvent::TimedOut;
+    QCOMPARE(kinds(fixture.lane(board)), expected);
+    QCOMPARE(fixture.lane(board).outcome, QStringLiteral("silent"));
+    QVERIFY(!fixture.lane(board).isGood);
+}
+
+void TestTimeline::aPortIsAskedForEachKindOfSentence()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("silent");
+    fixture.searchToTheEnd({BoardA, BoardC}, 1);
+    const QVector<TimelineEvent> events = fixture.lane(board).events;
+    QCOMPARE(events.size(), 7);
+    QCOMPARE(events.at(1).text, versionQuery);
+    QCOMPARE(events.at(2).text, informationRequest);
+    QCOMPARE(events.at(4).text, versionQuery);
+    QCOMPARE(events.at(5).text, informationRequest);
+}
+
+void TestTimeline::whatCantBeReadIsTold()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardA,checksum=wrong");
+    fixture.searchToTheEnd({BoardA}, 0);
+    const TimelineLane lane = fixture.lane(board);
+    QCOMPARE(kinds(lane),
+             QVector<TimelineEvent::Kind>(
+                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Unreadable, TimelineEvent::TimedOut}));
+    QVERIFY2(lane.events.at(2).text.startsWith(QLatin1String("$PJWVER,7300022,1,4,0*")),
+             qPrintable(lane.events.at(2).text));
+}
+
+void TestTimeline::aPortThatCantBeOpened()
+{
+    TimelineFixture fixture;
+    const auto *busy = fixture.attach("BoardA,open=busy");
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(kinds(fixture.lane(busy)), QVector<TimelineEvent::Kind>({TimelineEvent::NotOpened}));
+    QVERIFY(!fixture.lane(busy).events.at(0).text.isEmpty());
+    QVERIFY(fixture.lane(busy).outcome.startsWith(QLatin1String("not opened")));
+}
+
+void TestTimeline::aCablePulledInTheSearch()
+{
+    TimelineFixture fixture;
+    auto *board = fixture.attach("silent");
+    fixture.start({BoardA}, 1);
+    QTRY_VERIFY(kinds(fixture.lane(board)).contains(TimelineEvent::Query));
+    board->pull();
+    QTRY_VERIFY(kinds(fixture.lane(board)).contains(TimelineEvent::Lost));
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    QCOMPARE(kinds(fixture.lane(board)).count(TimelineEvent::Lost), 1);
+    QVERIFY(fixture.lane(board).outcome.startsWith(QLatin1String("lost")));
+}
+
+void TestTimeline::aSecondBoardOfTheType()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    const auto *second = fixture.attach("BoardA,delay=50");
+    fixture.searchToTheEnd({BoardA, BoardB}, 0);
+    QCOMPARE(kinds(fixture.lane(second)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply}));
+    QCOMPARE(fixture.lane(second).outcome, QStringLiteral("a second BoardA"));
+}
+
+void TestTimeline::lanesAreInTheOrderOfTheirNames()
+{
+    TimelineFixture fixture;
+    QStringList names;
+    for (const char *board : {"BoardB,open=busy", "silent", "BoardA"})
+        names.append(fixture.attach(board)->portName());
+    fixture.searchToTheEnd({BoardA, BoardB}, 0);
+    QStringList lanes;
+    for (const TimelineLane &lane : fixture.timeline.lanes())
+        lanes.append(lane.port);
+    QCOMPARE(lanes, names);
+}
+
+void TestTimeline::aNewSearchBeginsAnew()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("silent");
+    fixture.searchToTheEnd({BoardA}, 1);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(fixture.timeline.rounds().size(), 0);
+    QCOMPARE(kinds(fixture.lane(board)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+    QVERIFY(fixture.lane(board).events.at(0).ms < 400);
+}
+
+void TestTimeline::ourOwnBoardIsNoLaneOfALaterSearch()
+{
+    TimelineFixture fixture;
+    const auto *ours = fixture.attach("BoardA");
+    fixture.searchToTheEnd({BoardA, BoardB}, 0);
+    QTRY_VERIFY(fixture.entry(ours).isPresent);
+    QSignalSpy ended(&fixture.finder, &BoardFinder::searchEnded);
+    const auto *late = fixture.attach("BoardB");
+    QVERIFY(ended.wait());
+    QCOMPARE(fixture.timeline.lanes().size(), 1);
+    QCOMPARE(fixture.timeline.lanes().at(0).port, late->portName());
+    QCOMPARE(fixture.entry(ours).stay, PortEntry::Found);
+}
+
+void TestTimeline::whatIsSentToABoardIsNoQuery()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    const auto *silent = fixture.attach("silent");
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    fixture.start({BoardA, BoardB}, 0);
+    QTRY_COMPARE(found.size(), 1);
+    found.at(0).at(0).value<BoardLink>().communicator->writePayload(QStringLiteral("$PJWVER*0c\r\n"));
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    QCOMPARE(kinds(fixture.lane(silent)),
+             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+}
+
+void TestTimeline::growsWhileTheSearchRuns()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("silent");
+    fixture.start({BoardA}, 1);
+    QTRY_COMPARE(kinds(fixture.lane(board)).size(), 2);
+    QVERIFY(fixture.timeline.isRunning());
+    QTRY_COMPARE(fixture.timeline.rounds().size(), 1);
+    QVERIFY(fixture.timeline.isRunning());
+    QTRY_VERIFY(!fixture.timeline.isRunning());
+}
+
+void TestTimeline::queriesAreInTheirRoundsWhenAReportIsLate()
+{
+    TimelineFixture fixture;
+    LongSearch(&fixture.finder).retryWithALateReport(3);
+    const TimelineLane lane = fixture.timeline.lanes().at(0);
+    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened, TimelineEvent::Query};
+    for (int round = 1; round <= 3; ++round)
+        expected << TimelineEvent::TimedOut << TimelineEvent::Query;
+    QCOMPARE(kinds(lane), expected);
+    for (int round = 0; round <= 3; ++round)
+        QCOMPARE(lane.events.at(1 + 2 * round).round, round);
+}
+
+void TestTimeline::aLongSearchKeepsTheNewestEvents()
+{
+    TimelineFixture fixture;
+    LongSearch(&fixture.finder).retry(10000);
+    const TimelineLane lane = fixture.timeline.lanes().at(0);
+    QCOMPARE(fixture.timeline.rounds().size(), 10000);
+    QCOMPARE(lane.events.size(), ProbeTimeline::maxEvents);
+    QCOMPARE(lane.dropped, 1 + 2 * 10000 + 1 - ProbeTimeline::maxEvents);
+    QCOMPARE(lane.queries, 10001);
+    QVERIFY(isInOrder(lane));
+    QCOMPARE(lane.events.last().kind, TimelineEvent::Query);
+    QCOMPARE(lane.events.last().round, 10000);
+    QCOMPARE(lane.events.last().text, versionQuery);
+}
+
+void TestTimeline::aLongSearchIsDrawnInFewLines()
+{
+    TimelineFixture fixture;
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    LongSearch(&fixture.finder).retry(10000);
+    const QString fileName = m_dir.filePath(QStringLiteral("long.svg"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray picture = file.readAll();
+    // A line or a shape for each pixel at most, of rounds, queries and ends of waits.
+    QVERIFY2(picture.count("<p") < 2 * view.width(), QByteArray::number(picture.count("<p")));
+}
+
+void TestTimeline::theMarkStaysAtItsEventInALongSearch()
+{
+    TimelineFixture fixture;
+    TimelineView view(&fixture.timeline);
+    LongSearch search(&fixture.finder);
+    search.retry(ProbeTimeline::maxEvents / 2 - 1);
+    for (int i = 0; i < 8; ++i) // to the query of the third retry round
+        QTest::keyClick(view.canvas(), Qt::Key_Right);
+    const QString marked = view.canvas()->accessibleDescription();
+    QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
+    search.retry(1);
+    QVERIFY(fixture.timeline.lanes().at(0).dropped > 0);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    QTest::keyClick(view.canvas(), Qt::Key_Left);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    search.retry(10);
+    QCOMPARE(view.canvas()->accessibleDescription(), QString()); // it was dropped
+}
+
+void TestTimeline::theMarkIsGoneWithItsSearch()
+{
+    TimelineFixture fixture;
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    const LongSearch search(&fixture.finder);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    QVERIFY(!view.canvas()->accessibleDescription().isEmpty());
+    Q_EMIT fixture.finder.searchStarted(microsecondsSinceEpoch());
+    QCOMPARE(view.canvas()->accessibleDescription(), QString());
+    view.grab();
+}
+
+void TestTimeline::theToolTipTellsSentenceAndTime()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardA,delay=100");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    view.show();
+    fixture.searchToTheEnd({BoardA}, 0);
+    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(),
+                                  view.canvas()->viewport()->width(), 1);
+    const QPoint reply = painter.position({0, 2}).toPoint();
+    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
+    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
+    QVERIFY2(QToolTip::text().contains(QLatin1String("reply  $PJWVER,7300022,1,4,0*0d")), qPrintable(QToolTip::text()));
+    QVERIFY(QToolTip::text().contains(board->portName()));
+    QVERIFY(
+        QToolTip::text().contains(QString::number(fixture.lane(board).events.at(2).ms, 'f', 1) + QLatin1String(" ms")));
+}
+
+void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardA,checksum=wrong,delay=100");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(fixture.lane(board).events.at(2).kind, TimelineEvent::Unreadable);
+    const auto *viewport = view.canvas()->viewport();
+    const QImage picture = view.grab().toImage();
+    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(), viewport->width(), 1);
+    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // a reply's arrow has its tip between these two
+    const QPointF centre = painter.position({0, 2}) + viewport->mapTo(&view, QPoint());
+    for (const double side : {-corner, corner})
+        QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),
+                 Theme::colour(view.palette(), Theme::Problem));
+    QVERIFY(view.findChild<QLabel *>()->text().contains(QLatin1String("unreadable")));
+}
+
+void TestTimeline::textsOfBoardsAreShownAsTheyAre()
+{
+    TimelineFixture fixture;
+    auto *board = fixture.attach("silent");
+    connect(board, &JwSimulator::Board::sentenceReceived, board, [board] { board->send("$<b>&amp;*00\r\n"); });
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(),
+                                  view.canvas()->viewport()->width(), 1);
+    const QPoint reply = painter.position({0, 2}).toPoint();
+    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
+    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
+    QVERIFY2(QToolTip::text().contains(QLatin1String("$&lt;b&gt;&amp;amp;*00")), qPrintable(QToolTip::text()));
+    QCOMPARE(view.findChild<QLabel *>()->textFormat(), Qt::PlainText);
+}
+
+void TestTimeline::keysGoFromEventToEvent()
+{
+    TimelineFixture fixture;
+    const auto *first = fixture.attach("BoardA,delay=20");
+    const auto *second = fixture.attach("BoardB,delay=60");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA, BoardB}, 0);
+    QSignalSpy described(view.canvas(), &TimelineCanvas::described);
+    const auto press = [&](Qt::Key key) {
+        QTest::keyClick(view.canvas(), key);
+        return described.isEmpty() ? QString() : described.last().at(0).toString();
+    };
+    QVERIFY(press(Qt::Key_Right).startsWith(first->portName()));
+    QVERIFY(press(Qt::Key_Right).contains(versionQuery));
+    QVERIFY(press(Qt::Key_Right).contains(QLatin1String("$PJWVER,7300022")));
+    QVERIFY(press(Qt::Key_Down).startsWith(second->portName()));
+    QVERIFY(press(Qt::Key_Down).contains(QLatin1String("$PJWVER,7300021")));
+    QVERIFY(press(Qt::Key_Left).contains(versionQuery));
+    QVERIFY(press(Qt::Key_Up).startsWith(first->portName()));
+    QVERIFY(view.findChild<QLabel *>()->text().contains(versionQuery));
+}
+
+void TestTimeline::zoomsByKey()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    view.show();
+    fixture.searchToTheEnd({BoardA}, 0);
+    const double width = view.canvas()->pictureSize().width();
+    QTest::keyClick(view.canvas(), Qt::Key_Plus);
+    QVERIFY(view.canvas()->pictureSize().width() > width);
+    QTest::keyClick(view.canvas(), Qt::Key_Minus);
+    QTest::keyClick(view.canvas(), Qt::Key_Minus);
+    QCOMPARE(view.canvas()->zoom(), 1.0);
+    QTest::keyClick(view.canvas(), Qt::Key_Plus);
+    QTest::keyClick(view.canvas(), Qt::Key_0);
+    QCOMPARE(view.canvas()->pictureSize().width(), width);
+}
+
+void TestTimeline::savesAnSvg()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("BoardA");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.svg"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QXmlStreamReader reader(&file);
+    QString text;
+    while (!reader.atEnd()) {
+        if (reader.readNext() == QXmlStreamReader::Characters)
+            text += reader.text();
+    }
+    QVERIFY2(!reader.hasError(), qPrintable(reader.errorString()));
+    QVERIFY(text.contains(board->portName()));
+    QVERIFY(text.contains(versionQuery));
+}
+
+void TestTimeline::savesAPngForSharpScreens()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.PNG"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    const QImage image(fileName);
+    QCOMPARE(image.size(), view.canvas()->pictureSize().toSize() * 2);
+    QVERIFY(hasColour(image, Theme::colour(view.palette(), Theme::Good)));
+}
+
+void TestTimeline::refusesAPngThatIsTooLarge()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    view.canvas()->setZoom(1000);
+    const QString fileName = m_dir.filePath(QStringLiteral("large.png"));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String("zoom out (0), or save it as SVG")));
+    QVERIFY(!QFile::exists(fileName));
+    QCOMPARE(view.saveTo(m_dir.filePath(QStringLiteral("large.svg"))), QString());
+    view.canvas()->setZoom(1);
+    QCOMPARE(view.saveTo(fileName), QString());
+}
+
+void TestTimeline::tellsWhenAPngCantBeWrittenWhole()
+{
+    TimelineFixture fixture;
+    const TimelineView view(&fixture.timeline);
+    const QString fileName = m_dir.filePath(QStringLiteral("full.png"));
+    QVERIFY(QFile::link(QStringLiteral("/dev/full"), fileName));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String("can't be written")));
+}
+
+void TestTimeline::refusesOtherPictures()
+{
+    TimelineFixture fixture;
+    const TimelineView view(&fixture.timeline);
+    const QString fileName = m_dir.filePath(QStringLiteral("timeline.txt"));
+    QVERIFY(view.saveTo(fileName).contains(QLatin1String(".svg or .png")));
+    QVERIFY(!QFile::exists(fileName));
+}
+
+void TestTimeline::tellsWhenAFileCantBeWritten()
+{
+    TimelineFixture fixture;
+    const TimelineView view(&fixture.timeline);
+    QVERIFY(
+        view.saveTo(m_dir.filePath(QStringLiteral("none/timeline.png"))).contains(QLatin1String("can't be written")));
+}
+
+void TestTimeline::tellsWhenTheLogIsTooCoarse()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    const TimelineView view(&fixture.timeline);
+    loggerInstance()->setLevel(Logger::Warning);
+    fixture.searchToTheEnd({BoardA}, 0);
+    const QString hint = view.findChild<QLabel *>()->text();
+    loggerInstance()->setLevel(Logger::Trace);
+    QVERIFY2(hint.contains(QLatin1String("Trace")), qPrintable(hint));
+}
+
+void TestTimeline::paintsInTheColoursOfThePalette()
+{
+    TimelineFixture fixture;
+    fixture.attach("BoardA");
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    fixture.searchToTheEnd({BoardA}, 0);
+    for (const Theme::Palette palette : {Theme::Palette::Light, Theme::Palette::Dark}) {
+        Theme::apply(*qApp, palette);
+        QCOMPARE(Theme::of(view.palette()), palette);
+        const QImage image = view.grab().toImage();
+        QVERIFY(hasColour(image, Theme::colour(view.palette(), Theme::Good)));
+        QVERIFY(hasColour(image, view.palette().color(QPalette::Base)));
+    }
+}
+
+SIMULATED_WINDOW_MAIN(TestTimeline)
+#include "tst_jwmonitor_timeline.moc"

@@ -1,0 +1,182 @@
+#include "support/common/processusage.h"
+
+#include <jwprobe/search/board.h>
+
+#include <device/communicator.h>
+
+#include <QSerialPort>
+#include <QSignalSpy>
+#include <QSocketNotifier>
+#include <QTemporaryFile>
+#include <QTest>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+using namespace JwProbe;
+
+/// A board that was found, on a port that fails afterwards.
+class TstJwprobeBoard : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void errorThatPassesLosesNothing_data();
+    void errorThatPassesLosesNothing();
+    void whatIsSentLeavesNothingBehind();
+    void portThatTheSystemLostIsACablePulled();
+    void portThatFailsIsNoCablePulled();
+
+private:
+    void send(const QByteArray &bytes) const;
+
+    Board *makeBoard();
+
+    QTemporaryFile m_device; // that the system has as long as it has the port
+    int m_boardEnd = -1;
+    QScopedPointer<Board> m_board;
+};
+
+void TstJwprobeBoard::init()
+{
+    m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
+    QVERIFY(m_device.open()); // a pseudo terminal's own goes with its other end
+}
+
+void TstJwprobeBoard::cleanup()
+{
+    m_board.reset();
+    if (m_boardEnd >= 0)
+        ::close(m_boardEnd);
+    m_boardEnd = -1;
+}
+
+void TstJwprobeBoard::send(const QByteArray &bytes) const
+{
+    QCOMPARE(::write(m_boardEnd, bytes.constData(), static_cast<std::size_t>(bytes.size())),
+             static_cast<ssize_t>(bytes.size()));
+}
+
+Board *TstJwprobeBoard::makeBoard()
+{
+    auto *port = new QSerialPort(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
+    if (!port->open(QIODevice::ReadWrite))
+        return nullptr;
+    auto *comm = new JwDevice::Communicator(nullptr);
+    comm->setIODevice(port);
+    PortIdentity identity;
+    identity.name = QStringLiteral("ttyTST0");
+    identity.location = m_device.fileName();
+    return new Board(comm, identity, JwDevice::PortReport(), 1);
+}
+
+void TstJwprobeBoard::errorThatPassesLosesNothing_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::addColumn<QSerialPort::SerialPortError>("reported");
+    // QSerialPort finds nothing to read and takes what errno holds from an earlier call for the reason.
+    QTest::newRow("QSerialPort stops reading") << EAGAIN << QSerialPort::ResourceError;
+    QTest::newRow("QSerialPort reads on") << ENOENT << QSerialPort::ReadError;
+}
+
+void TstJwprobeBoard::errorThatPassesLosesNothing()
+{
+    QFETCH(int, number);
+    // Another program reads the same port, and is faster now and then.
+    const int other = ::open(::ptsname(m_boardEnd), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    QSocketNotifier notifier(other, QSocketNotifier::Read);
+    connect(&notifier, &QSocketNotifier::activated, this, [other, number] {
+        char bytes[64];
+        while (::read(other, bytes, sizeof bytes) > 0) { }
+        errno = number;
+    });
+    m_board.reset(makeBoard());
+    QVERIFY(m_board);
+    const QSerialPort *const port = m_board->serialPort();
+    QList<QSerialPort::SerialPortError> errors;
+    connect(port, &QSerialPort::errorOccurred, this,
+            [&errors](QSerialPort::SerialPortError error) { errors.append(error); });
+    const QSignalSpy lost(m_board.data(), &Board::lost);
+    while (errors.isEmpty()) {
+        send("$PJWVER*0c\r\n");
+        QCoreApplication::processEvents();
+    }
+    notifier.setEnabled(false);
+    ::close(other);
+
+    QTEST(errors.first(), "reported");
+    QVERIFY(m_board->isConnected());
+    const QSignalSpy payloads(m_board.data(), &Board::readyRead);
+    send("\r\n$PJWVER,1\r\n");
+    QTRY_COMPARE(payloads.size(), 1);
+    QString payload;
+    QVERIFY(m_board->receive(payload));
+    QCOMPARE(payload, QStringLiteral("$PJWVER,1\r\n"));
+    QCOMPARE(lost.size(), 0);
+}
+
+void TstJwprobeBoard::whatIsSentLeavesNothingBehind()
+{
+    m_board.reset(makeBoard());
+    QVERIFY(m_board);
+    const QByteArray reply = "$PJWVER,1\r\n";
+    const QSignalSpy payloads(m_board.data(), &Board::readyRead);
+    QString payload;
+    char bytes[4096];
+    const auto exchange = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            m_board->send(QStringLiteral("$PJWVER*0c\r\n"));
+            if (i % 100 != 0)
+                continue;
+            send(reply);
+            while (m_board->serialPort()->bytesToWrite() > 0 || !m_board->receive(payload)) {
+                QCoreApplication::processEvents();
+                pollfd state = {m_boardEnd, POLLIN, 0};
+                if (::poll(&state, 1, 0) == 1)
+                    QVERIFY(::read(m_boardEnd, bytes, sizeof bytes) > 0);
+            }
+            QCOMPARE(payload, QString::fromLatin1(reply));
+        }
+    };
+    exchange(20000);
+    const qint64 before = ProcessUsage::now().heapBytes;
+    exchange(60000);
+    const qint64 growth = ProcessUsage::now().heapBytes - before;
+    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes for each would be 2,880,000
+}
+
+void TstJwprobeBoard::portThatTheSystemLostIsACablePulled()
+{
+    m_board.reset(makeBoard());
+    QVERIFY(m_board);
+    const QSignalSpy lost(m_board.data(), &Board::lost);
+    ::close(m_boardEnd);
+    m_boardEnd = -1;
+    QVERIFY(m_device.remove());
+    QTRY_COMPARE(lost.size(), 1);
+    QVERIFY(!m_board->isConnected());
+    QCOMPARE(m_board->lossText(), QStringLiteral("cable pulled"));
+}
+
+void TstJwprobeBoard::portThatFailsIsNoCablePulled()
+{
+    m_board.reset(makeBoard());
+    QVERIFY(m_board);
+    const QSignalSpy lost(m_board.data(), &Board::lost);
+    ::close(m_boardEnd);
+    m_boardEnd = -1;
+    QTRY_COMPARE(lost.size(), 1);
+    QVERIFY(!m_board->isConnected());
+    QVERIFY2(m_board->lossText().startsWith(QLatin1String("port failed: ")), qPrintable(m_board->lossText()));
+}
+
+QTEST_GUILESS_MAIN(TstJwprobeBoard)
+#include "tst_jwprobe_board.moc"

@@ -1,0 +1,187 @@
+#include <jwprobe/app/options.h>
+
+#include <QTest>
+
+using namespace JwProbe;
+
+class TstJwprobeOptions : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void withoutOptionsAllTypesAreSearchedOnAllPorts();
+    void everyOptionIsTaken();
+    void actionsTakeThePortsAndTheFormatAlong_data();
+    void actionsTakeThePortsAndTheFormatAlong();
+    void typesAreTakenInAnyLetterCaseAndOnce();
+    void portsAreTakenWithTheirFolderAndOnce();
+    void helpAndVersionComeBeforeTheRest_data();
+    void helpAndVersionComeBeforeTheRest();
+    void wrongUseIsOneLineThatSaysWhatIsAllowed_data();
+    void wrongUseIsOneLineThatSaysWhatIsAllowed();
+    void helpNamesEveryOptionWithin80Columns();
+};
+
+namespace {
+
+std::optional<Options> parse(const QStringList &arguments, QString *error)
+{
+    return parseOptions(QStringList(QStringLiteral("jwprobe")) + arguments, error);
+}
+
+QStringList words(const char *text)
+{
+    return QString::fromLatin1(text).split(QLatin1Char(' '));
+}
+
+} // namespace
+
+void TstJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
+{
+    QString error;
+    const std::optional<Options> options = parse({}, &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(options->action, Options::Find);
+    QCOMPARE(options->types, (QList<JwDevice::Type>{JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC}));
+    QVERIFY(options->ports.isEmpty());
+    QCOMPARE(options->delay, 0);
+    QCOMPARE(options->retries, 3u);
+    QCOMPARE(options->deadline, 5000);
+    QVERIFY(!options->json && !options->traffic && !options->rawTraffic && !options->logLevel);
+}
+
+void TstJwprobeOptions::everyOptionIsTaken()
+{
+    QString error;
+    const std::optional<Options> options =
+        parse(words("--type BoardB --port ttyACM3 --delay 20 --retries 0 --deadline 700 --json --monitor --log warning "
+                    "--traffic --raw-traffic"),
+              &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(options->action, Options::Monitor);
+    QCOMPARE(options->types, QList<JwDevice::Type>{JwDevice::BoardB});
+    QCOMPARE(options->ports, words("ttyACM3"));
+    QCOMPARE(options->delay, 20);
+    QCOMPARE(options->retries, 0u);
+    QCOMPARE(options->deadline, 700);
+    QVERIFY(options->json && options->traffic && options->rawTraffic);
+    QVERIFY(options->logLevel == Logger::Warning);
+}
+
+void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<int>("action");
+    QTest::newRow("--list") << QStringLiteral("--list") << static_cast<int>(Options::List);
+    QTest::newRow("--doctor") << QStringLiteral("--doctor") << static_cast<int>(Options::Doctor);
+}
+
+void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
+{
+    QFETCH(QString, option);
+    QFETCH(int, action);
+    QString error;
+    const std::optional<Options> options = parse(words("--json --port ttyACM1") + QStringList(option), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(static_cast<int>(options->action), action);
+    QCOMPARE(options->ports, words("ttyACM1"));
+    QVERIFY(options->json);
+}
+
+void TstJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
+{
+    QString error;
+    const std::optional<Options> options = parse(words("--type boardc --type BOARDA --type BoardC"), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(options->types, (QList<JwDevice::Type>{JwDevice::BoardC, JwDevice::BoardA}));
+}
+
+void TstJwprobeOptions::portsAreTakenWithTheirFolderAndOnce()
+{
+    QString error;
+    const std::optional<Options> options = parse(words("--port /dev/ttyACM1 --port ttyUSB0 --port ttyACM1"), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(options->ports, words("ttyACM1 ttyUSB0"));
+}
+
+void TstJwprobeOptions::helpAndVersionComeBeforeTheRest_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<int>("action");
+    QTest::newRow("--help") << QStringLiteral("--help") << static_cast<int>(Options::ShowHelp);
+    QTest::newRow("-h") << QStringLiteral("-h") << static_cast<int>(Options::ShowHelp);
+    QTest::newRow("--version") << QStringLiteral("--version") << static_cast<int>(Options::ShowVersion);
+    QTest::newRow("-v") << QStringLiteral("-v") << static_cast<int>(Options::ShowVersion);
+}
+
+void TstJwprobeOptions::helpAndVersionComeBeforeTheRest()
+{
+    QFETCH(QString, option);
+    QFETCH(int, action);
+    QString error;
+    const std::optional<Options> options = parse(words("--delay never") + QStringList(option), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(static_cast<int>(options->action), action);
+}
+
+void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("hint");
+    const auto row = [](const char *arguments, const char *hint) {
+        QTest::newRow(arguments) << words(arguments) << QString::fromLatin1(hint);
+    };
+    row("--type BoardD", "BoardA, BoardB and BoardC");
+    row("--type Unknown", "BoardA, BoardB and BoardC");
+    row("--type", "--help");
+    row("--frobnicate", "--help");
+    row("ttyACM0", "--port ttyACM0");
+    row("--port /dev/", "--list");
+    row("--delay -1", "0 to 3600000");
+    row("--delay soon", "0 to 3600000");
+    row("--retries 2.5", "0 to 10000");
+    row("--retries 10001", "0 to 10000");
+    row("--retries 99999999999", "0 to 10000");
+    row("--deadline 0", "1 to 3600000");
+    row("--log loud", "trace, debug, info, warning, error, fatal");
+    row("--list --monitor", "--list and --monitor");
+    row("--doctor --monitor", "--doctor and --monitor");
+    row("--udev-rules --list", "--list and --udev-rules");
+    row("--list --type BoardA", "--type is for a search");
+    row("--list --deadline 300", "--deadline is for a search");
+    row("--list --log trace", "--log is for a search");
+    row("--doctor --delay 20", "--delay is for a search");
+    row("--doctor --retries 0", "--retries is for a search");
+    row("--doctor --traffic", "--traffic is for a search");
+    row("--udev-rules --raw-traffic", "--raw-traffic is for a search");
+    row("--udev-rules --port ttyACM0", "--port has no effect on --udev-rules");
+    row("--udev-rules --json", "--json has no effect on --udev-rules");
+    row("--json=yes", "--help");
+    row("--delay 5000", "--deadline");
+    row("--type BoardC --delay 300 --deadline 300", "--deadline");
+}
+
+void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, hint);
+    QString error;
+    QVERIFY(!parse(arguments, &error));
+    QVERIFY2(error.contains(hint), qPrintable(error));
+    QVERIFY2(!error.contains(QLatin1Char('\n')), qPrintable(error));
+}
+
+void TstJwprobeOptions::helpNamesEveryOptionWithin80Columns()
+{
+    const QString help = helpText();
+    const QStringList names = words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
+                                    "--list --doctor --monitor --udev-rules --version --help");
+    for (const QString &name : names)
+        QVERIFY2(help.contains(name), qPrintable(name));
+    const QStringList lines = help.split(QLatin1Char('\n'));
+    for (const QString &line : lines)
+        QVERIFY2(line.size() <= 80, qPrintable(line));
+}
+
+QTEST_GUILESS_MAIN(TstJwprobeOptions)
+#include "tst_jwprobe_options.moc"

@@ -1,0 +1,198 @@
+// Random schedules through the real Initializer on real QSerialPorts, in virtual time, and through the model of it,
+// compared in all that can be seen.
+//
+// JWDEVICE_MODEL_SCHEDULES=<n>  how many schedules (the default suits a test run)
+// JWDEVICE_MODEL_SEED=<n>       seed of the first one (default 1); each schedule has the next seed
+//
+// The long run, in slices that may run side by side:
+//   for seed in $(seq 1 20000 180001); do
+//       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=20000 build/release/tests/tst_discovery_model || break
+//   done
+//
+// The boards' bytes arrive in pieces: in different turns of the event loop, some of them later in time, with those
+// of other boards in between, in an order that the schedule draws. Bytes have any value. Where the two agree, one thing
+// more must be true: a whole sentence of at most 50 bytes, on a port that gets only such sentences, reaches the
+// Communicator of that port as it was sent, whatever other boards send.
+//
+// What the schedules don't have: a fault other than a pulled cable and a port that can't be opened (tst_faults has the
+// rest); a kernel that hands out one piece in several parts; ports served in an order other than that of opening, when
+// several have bytes in the same turn; an application that reads from a port itself, or calls setWholeLines()
+// (tst_receive_model has that); probe() and the end of the Initializer within a nested event loop, except by
+// deleteLater() and by a receiver of deviceNotFound(); more than 8 ports. An application closes a port that was handed
+// over at its first error.
+//
+// A schedule on which the two differ is shrunk and printed with its seed.
+#include "support/model/discoverymodel.h"
+#include "support/model/discoveryschedule.h"
+#include "support/model/discoverysubject.h"
+#include "support/common/environmentnumber.h"
+#include "support/common/recordsink.h"
+#include "support/model/runningseed.h"
+#include "support/model/virtualclock.h"
+
+#include <simulator/preload.h>
+
+#include <QCoreApplication>
+#include <QTest>
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+constexpr int schedulesInTestRun = 5000;
+constexpr int schedulesInRow = 1000;
+constexpr int linesShown = 12;
+
+VirtualClock *virtualClock = nullptr;
+
+QString lines(const QStringList &trace, int from)
+{
+    QString text;
+    for (const QString &line : trace.mid(from, linesShown))
+        text += QStringLiteral("    %1\n").arg(line);
+    return text;
+}
+
+} // namespace
+
+class TestDiscoveryModel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void virtualTimeRunsTimersInTheirOrder();
+    void shrinksAFailingScheduleToItsShortestForm();
+    void randomSchedulesGiveWhatTheModelGives_data();
+    void randomSchedulesGiveWhatTheModelGives();
+
+private:
+    QString difference(const DiscoverySchedule &schedule);
+
+    LogCapture m_silence{Logger::Warning};
+    DiscoveryPorts m_ports;
+};
+
+/// Where the two traces part; empty when they are the same.
+QString TestDiscoveryModel::difference(const DiscoverySchedule &schedule)
+{
+    DiscoverySubject subject(schedule, m_ports, *virtualClock);
+    const QStringList &seen = subject.run();
+    DiscoveryModel model(schedule, subject.reused());
+    const QStringList &expected = model.run();
+    m_silence.sink->records.clear();
+    if (!subject.spoilt().isEmpty())
+        return QStringLiteral("  spoilt though nothing else was sent there: %1\n")
+            .arg(subject.spoilt().join(QLatin1String(", ")));
+    if (expected == seen)
+        return QString();
+    const int common = std::min(expected.size(), seen.size());
+    const int at = static_cast<int>(std::mismatch(expected.begin(), expected.begin() + common, seen.begin()).first
+                                    - expected.begin());
+    const int before = std::max(0, at - linesShown);
+    return QStringLiteral("  after\n%1  expected\n%2  but was\n%3")
+        .arg(lines(seen.mid(0, at), before), lines(expected, at), lines(seen, at));
+}
+
+void TestDiscoveryModel::virtualTimeRunsTimersInTheirOrder()
+{
+    QStringList order;
+    QObject parent;
+    const auto addTimer = [&](const char *name, int milliseconds) {
+        auto *const timer = new QTimer(&parent);
+        timer->setSingleShot(true);
+        timer->setInterval(milliseconds);
+        connect(timer, &QTimer::timeout, &parent, [&order, name] { order << QLatin1String(name); });
+        return timer;
+    };
+    QTimer *const first = addTimer("first", 400);
+    QTimer *const second = addTimer("second", 400);
+    QTimer *const soon = addTimer("soon", 399);
+    QTimer *const late = addTimer("late", 24 * 3600 * 1000);
+    for (QTimer *timer : {late, soon, second, first})
+        timer->start();
+    QMetaObject::invokeMethod(
+        &parent, [&order] { order << QStringLiteral("posted"); }, Qt::QueuedConnection);
+
+    const qint64 start = virtualClock->now();
+    QVERIFY(virtualClock->run(400));
+    QCOMPARE(virtualClock->now() - start, 400);
+    QCOMPARE(order,
+             QStringList() << QStringLiteral("posted") << QStringLiteral("soon") << QStringLiteral("first")
+                           << QStringLiteral("second"));
+    QCOMPARE(late->remainingTime(), 24 * 3600 * 1000 - 400);
+    QVERIFY(virtualClock->run(24 * 3600 * 1000 - 400));
+    QCOMPARE(order.last(), QStringLiteral("late"));
+}
+
+void TestDiscoveryModel::shrinksAFailingScheduleToItsShortestForm()
+{
+    using Step = DiscoverySchedule::Step;
+    const auto sendsTwice = [](const DiscoverySchedule &schedule) {
+        return std::count_if(schedule.steps.cbegin(), schedule.steps.cend(),
+                             [](const Step &step) { return step.bytes.contains('$'); })
+            >= 2;
+    };
+    quint32 seed = 1;
+    while (!sendsTwice(randomSchedule(seed)))
+        ++seed;
+    const DiscoverySchedule shortest = shortestSchedule(randomSchedule(seed), sendsTwice);
+    QCOMPARE(shortest.ports, 1);
+    QCOMPARE(shortest.steps.size(), 2);
+    QCOMPARE(shortest.steps[0].bytes, QByteArray("$"));
+    QCOMPARE(shortest.steps[1].bytes, QByteArray("$"));
+    QVERIFY(shortest.answers.value(0).isEmpty() && shortest.onInitialized.isEmpty() && shortest.onNotFound.isEmpty());
+}
+
+void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives_data()
+{
+    QTest::addColumn<int>("first");
+    QTest::addColumn<int>("count");
+    const int first = static_cast<int>(environmentNumber("JWDEVICE_MODEL_SEED", 1));
+    const int end = first + static_cast<int>(environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun));
+    for (int seed = first; seed < end; seed += schedulesInRow) {
+        const int count = std::min(schedulesInRow, end - seed);
+        QTest::addRow("seeds %d to %d", seed, seed + count - 1) << seed << count;
+    }
+}
+
+void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
+{
+    QFETCH(int, first);
+    QFETCH(int, count);
+    // By their number of ports, for to plug in a port takes much longer than to run a schedule.
+    std::vector<std::pair<int, quint32>> seeds;
+    for (int i = 0; i < count; ++i) {
+        const quint32 seed = static_cast<quint32>(first + i);
+        seeds.emplace_back(randomSchedule(seed).ports, seed);
+    }
+    std::sort(seeds.begin(), seeds.end());
+    for (const auto &[ports, seed] : seeds) {
+        runningSeed = seed;
+        const DiscoverySchedule schedule = randomSchedule(seed);
+        const QString firstDifference = difference(schedule);
+        if (firstDifference.isEmpty())
+            continue;
+        if (difference(schedule).isEmpty()) // and nothing to shrink
+            QFAIL(qPrintable(QStringLiteral("seed %1, but not every time:\n%2%3")
+                                 .arg(QString::number(seed), schedule.toString(), firstDifference)));
+        const DiscoverySchedule shortest = shortestSchedule(
+            schedule, [this](const DiscoverySchedule &candidate) { return !difference(candidate).isEmpty(); });
+        const QString report = QStringLiteral("seed %1, in its shortest form:\n%2%3")
+                                   .arg(QString::number(seed), shortest.toString(), difference(shortest));
+        QFAIL(qPrintable(report));
+    }
+}
+
+int main(int argc, char **argv)
+{
+    JwSimulator::ensurePreloaded(argv);
+    reportSeedOnCrash();
+    virtualClock = new VirtualClock;
+    QCoreApplication::setEventDispatcher(virtualClock);
+    QCoreApplication application(argc, argv);
+    TestDiscoveryModel test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_discovery_model.moc"

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "support/common/recordsink.h"
+#include "scripteddevice.h"
+
+#include <device/communicator.h>
+
+#include <QStringList>
+
+/// Every emission of one Communicator in its order, such as "readyRead(2)", "readyRead()". Outlives it if need be.
+class SignalRecord
+{
+public:
+    explicit SignalRecord(JwDevice::Communicator *communicator)
+    {
+        using JwDevice::Communicator;
+        record(communicator, &Communicator::transferred, QStringLiteral("transferred(%1)"));
+        record(communicator, &Communicator::transferFailed, QStringLiteral("transferFailed(%1)"));
+        record(communicator, qOverload<uint>(&Communicator::readyRead), QStringLiteral("readyRead(%1)"));
+        record(communicator, qOverload<>(&Communicator::readyRead), QStringLiteral("readyRead()"));
+        record(communicator, &Communicator::readFailed, QStringLiteral("readFailed()"));
+    }
+
+    QStringList take()
+    {
+        const QStringList taken = m_emissions;
+        m_emissions.clear();
+        return taken;
+    }
+
+private:
+    void record(JwDevice::Communicator *communicator, void (JwDevice::Communicator::*signal)(uint), const QString &text)
+    {
+        QObject::connect(communicator, signal, &m_context, [this, text](uint id) { m_emissions << text.arg(id); });
+    }
+    void record(JwDevice::Communicator *communicator, void (JwDevice::Communicator::*signal)(), const QString &text)
+    {
+        QObject::connect(communicator, signal, &m_context, [this, text] { m_emissions << text; });
+    }
+
+    QStringList m_emissions;
+    QObject m_context;
+};
+
+/// What SignalRecord holds after the transfer of these ids.
+inline QStringList transfers(const QList<uint> &ids)
+{
+    QStringList emissions;
+    for (const uint id : ids)
+        emissions << QStringLiteral("transferred(%1)").arg(id);
+    return emissions;
+}
+
+/// What SignalRecord holds after `count` payloads were received, the first as `firstId`.
+inline QStringList arrivals(int count, uint firstId = 2)
+{
+    QStringList emissions;
+    for (uint id = firstId; count > 0; --count, ++id)
+        emissions << QStringLiteral("readyRead(%1)").arg(id) << QStringLiteral("readyRead()");
+    return emissions;
+}
+
+/// Takes all payloads out of the store, the lowest id first.
+inline QStringList takePayloads(JwDevice::Communicator &communicator)
+{
+    QStringList payloads;
+    for (QString payload; communicator.readPayload(payload);)
+        payloads << payload;
+    return payloads;
+}
+
+/// The records so far, each as "<level> <category> <file> <text>", and forgets them.
+inline QStringList takeLog(const LogCapture &log)
+{
+    QStringList lines;
+    for (const LogRecord &record : qAsConst(log.sink->records)) {
+        lines << QStringLiteral("%1 [%2] %3 %4")
+                     .arg(QString::number(record.level), QString::fromLatin1(record.category),
+                          QString::fromLatin1(record.file), record.text);
+    }
+    log.sink->records.clear();
+    return lines;
+}
+
+/// Empties the receive buffer, which all Communicators share and which outlives a test function.
+inline void drainReceiveBuffer()
+{
+    ScriptedDevice device;
+    JwDevice::Communicator communicator;
+    communicator.setIODevice(&device);
+    device.deliver("$\r\n"); // whatever was left becomes part of this payload, or goes with it
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+
+// What a timeline of ProbeFixture shows of the Initializer's signals and of its records without a port name.
+inline const QString foundA = QStringLiteral("deviceInitialized BoardA");
+inline const QString foundB = QStringLiteral("deviceInitialized BoardB");
+inline const QString foundC = QStringLiteral("deviceInitialized BoardC");
+inline const QString missingA = QStringLiteral("deviceNotFound BoardA");
+inline const QString missingB = QStringLiteral("deviceNotFound BoardB");
+inline const QString missingC = QStringLiteral("deviceNotFound BoardC");
+inline const QString retry = QStringLiteral("Retry probing");
+inline const QString over = QStringLiteral("Disconnect from signals");
+inline const QString deleted = QStringLiteral("*** Initializer deleted ***");

@@ -1,0 +1,209 @@
+#include "mainwindow.h"
+
+#include <jwmonitor/find/boardsbar.h>
+#include <jwmonitor/traffic/boardtraffic.h>
+#include <jwmonitor/find/findbar.h>
+#include <jwmonitor/log/logmodel.h>
+#include <jwmonitor/log/logview.h>
+#include <jwmonitor/plot/plotview.h>
+#include <jwmonitor/find/portsview.h>
+#include <jwmonitor/send/sendpanel.h>
+#include <jwmonitor/look/theme.h>
+#include <jwmonitor/timeline/timelinecanvas.h>
+#include <jwmonitor/timeline/timelineview.h>
+#include <jwmonitor/traffic/trafficmodel.h>
+#include <jwmonitor/traffic/trafficview.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QShortcut>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+namespace JwMonitor {
+
+namespace {
+
+constexpr int savedTime = 5000; // ms that a message of success is shown
+
+QKeySequence shortcut(const QString &keys)
+{
+    return QKeySequence(keys, QKeySequence::PortableText);
+}
+
+} // namespace
+
+MainWindow::MainWindow(QWidget *parent)
+    : QMainWindow(parent)
+    , m_timeline(&m_finder)
+    , m_traffic(new TrafficModel(this))
+    , m_log(new LogModel(this))
+    , m_findBar(new FindBar(this))
+    , m_tabs(new QTabWidget(this))
+    , m_status(new QLabel(this))
+{
+    setWindowTitle(tr("JwDevice monitor"));
+
+    auto *centre = new QWidget(this);
+    auto *layout = new QVBoxLayout(centre);
+    layout->addWidget(m_findBar);
+    layout->addWidget(new BoardsBar(&m_finder, this));
+    layout->addWidget(m_tabs, 1);
+    setCentralWidget(centre);
+
+    createPortsTab();
+    createTrafficTab();
+    createPlotTab();
+    createLogTab();
+    createMenus();
+    connectFinder();
+    m_status->setObjectName(QStringLiteral("searchStatus"));
+    m_status->setTextFormat(Qt::PlainText);
+    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // no text widens the window
+    statusBar()->addWidget(m_status, 1);
+    updateStatus();
+    const int unit = fontMetrics().height(); // follows the size of the font
+    resize(64 * unit, 50 * unit);
+}
+
+MainWindow::~MainWindow()
+{
+    delete takeCentralWidget(); // the views look at our members to the end
+}
+
+void MainWindow::createPortsTab()
+{
+    auto *splitter = new QSplitter(Qt::Vertical, this);
+    auto *ports = new PortsView(&m_finder, splitter);
+    m_timelineView = new TimelineView(&m_timeline, splitter);
+    splitter->setChildrenCollapsible(false);
+    splitter->setStretchFactor(0, 2);
+    splitter->setStretchFactor(1, 3);
+    const int margin = style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    splitter->setContentsMargins(margin, margin, margin, margin);
+    connect(ports, &PortsView::portChosen, m_timelineView->canvas(), &TimelineCanvas::showPort);
+    splitter->setFocusProxy(ports);
+    connect(new QShortcut(QKeySequence::Save, splitter, nullptr, nullptr, Qt::WidgetWithChildrenShortcut),
+            &QShortcut::activated, m_timelineView, &TimelineView::askAndSave);
+    m_tabs->addTab(splitter, tr("Ports"));
+}
+
+void MainWindow::createTrafficTab()
+{
+    auto *splitter = new QSplitter(Qt::Vertical, this);
+    auto *view = new TrafficView(m_traffic, splitter);
+    m_sendPanel = new SendPanel(m_traffic, splitter);
+    splitter->setChildrenCollapsible(false);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 1);
+    splitter->addActions(view->actions()); // their keys, for the send line
+    connect(view, &TrafficView::saved, this,
+            [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName), savedTime); });
+    connect(view, &TrafficView::saveFailed, this,
+            [this](const QString &message) { QMessageBox::warning(this, tr("Save the traffic"), message); });
+    splitter->setFocusProxy(view);
+    m_tabs->addTab(splitter, tr("Traffic"));
+}
+
+void MainWindow::createPlotTab()
+{
+    m_tabs->addTab(new PlotView(m_traffic, this), tr("Plot"));
+}
+
+void MainWindow::createLogTab()
+{
+    m_tabs->addTab(new LogView(m_log, this), tr("Log"));
+}
+
+void MainWindow::createMenus()
+{
+    QMenu *boards = menuBar()->addMenu(tr("&Boards"));
+    boards->addAction(tr("&Find"), m_findBar, &FindBar::find, shortcut(QStringLiteral("F5")));
+    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested, shortcut(QStringLiteral("Shift+F5")));
+    boards->addSeparator();
+    boards->addAction(tr("&Quit"), this, &QWidget::close, shortcut(QStringLiteral("Ctrl+Q")));
+
+    QMenu *views = menuBar()->addMenu(tr("&View"));
+    for (int i = 0; i < m_tabs->count(); ++i) {
+        views->addAction(
+            m_tabs->tabText(i), this, [this, i] { showView(static_cast<View>(i)); },
+            shortcut(QStringLiteral("Ctrl+%1").arg(i + 1)));
+    }
+    views->addSeparator();
+    QAction *dark = views->addAction(tr("&Dark"));
+    dark->setObjectName(QStringLiteral("dark"));
+    dark->setShortcut(shortcut(QStringLiteral("Ctrl+D")));
+    dark->setCheckable(true);
+    dark->setChecked(Theme::of(palette()) == Theme::Palette::Dark);
+    connect(dark, &QAction::toggled, this,
+            [](bool isDark) { Theme::apply(*qApp, isDark ? Theme::Palette::Dark : Theme::Palette::Light); });
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&About"), this, &MainWindow::showAbout);
+}
+
+void MainWindow::connectFinder()
+{
+    connect(m_findBar, &FindBar::findRequested, this, [this](const FindSettings &settings) {
+        const QWidget *focus = focusWidget();
+        if (!focus || m_findBar->isAncestorOf(focus))
+            m_tabs->currentWidget()->setFocus(); // what is done next is done there
+        m_finder.start(settings);
+    });
+    connect(m_findBar, &FindBar::stopRequested, &m_finder, &BoardFinder::stop);
+    connect(&m_finder, &BoardFinder::changed, this, &MainWindow::updateStatus);
+    connect(&m_finder, &BoardFinder::boardFound, this, &MainWindow::addBoard);
+    connect(&m_finder, &BoardFinder::boardLost, m_sendPanel, &SendPanel::removeBoard);
+}
+
+void MainWindow::find(const FindSettings &settings)
+{
+    m_findBar->setSettings(settings);
+    m_findBar->find();
+}
+
+void MainWindow::showView(View view)
+{
+    m_tabs->setCurrentIndex(view);
+    m_tabs->currentWidget()->setFocus();
+}
+
+void MainWindow::addBoard(const BoardLink &link)
+{
+    new BoardTraffic(link, m_traffic, link.communicator);
+    m_sendPanel->addBoard(link);
+}
+
+void MainWindow::updateStatus()
+{
+    m_findBar->setStarted(m_finder.isStarted());
+    const auto boards = m_finder.boards();
+    int found = 0;
+    for (const BoardFinder::BoardState &board : boards)
+        found += board.stage == BoardFinder::BoardState::Found || board.stage == BoardFinder::BoardState::Back;
+    QString text = tr("Stopped: press Find to look for boards");
+    if (m_finder.isSearching())
+        text = tr("Searching: %1 of %2 boards found").arg(found).arg(boards.size());
+    else if (m_finder.isStarted())
+        text = found == boards.size()
+            ? found == 1 ? tr("The board is found") : tr("All %1 boards found").arg(found)
+            : tr("%1 of %2 boards found; a new search begins when a port comes").arg(found).arg(boards.size());
+    m_status->setText(text);
+}
+
+void MainWindow::showAbout()
+{
+    QMessageBox::about(
+        this, tr("About"),
+        tr("JwDevice monitor %1\n\nFinds boards on USB serial ports, shows what each port did, and talks "
+           "to the boards.")
+            .arg(QStringLiteral(JWMONITOR_VERSION)));
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <jwmonitor/find/boardfinder.h>
+#include <jwmonitor/timeline/probetimeline.h>
+
+#include <QMainWindow>
+
+class QLabel;
+class QTabWidget;
+
+namespace JwMonitor {
+
+class FindBar;
+class LogModel;
+class SendPanel;
+class TimelineView;
+class TrafficModel;
+
+/// The window: what to look for on top, and below it the views.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    enum View { PortsTab, TrafficTab, PlotTab, LogTab };
+
+    explicit MainWindow(QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    /// Begins to look for the boards.
+    void find(const FindSettings &settings);
+    void showView(View view);
+    BoardFinder *finder() { return &m_finder; }
+
+private:
+    void createPortsTab();
+    void createTrafficTab();
+    void createPlotTab();
+    void createLogTab();
+    void createMenus();
+    void connectFinder();
+    void addBoard(const BoardLink &link);
+    void updateStatus();
+    void showAbout();
+
+    BoardFinder m_finder;
+    ProbeTimeline m_timeline;
+    TrafficModel *const m_traffic;
+    LogModel *const m_log;
+    FindBar *const m_findBar;
+    QTabWidget *const m_tabs;
+    QLabel *const m_status; // a message would go when a menu opens
+    SendPanel *m_sendPanel = nullptr;
+    TimelineView *m_timelineView = nullptr;
+};
+
+} // namespace JwMonitor

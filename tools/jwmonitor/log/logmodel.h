@@ -1,0 +1,37 @@
+#pragma once
+
+#include <jwmonitor/history/historymodel.h>
+#include "logrecord.h"
+
+#include <memory>
+
+namespace JwMonitor {
+
+class LogSink;
+
+/// The records of the library's log from the making of the model on, from any thread, as far as the logger's levels let
+/// them through.
+class LogModel : public HistoryModel<LogRecord>
+{
+    Q_OBJECT
+
+public:
+    enum Column { Time, Level, Category, Place, Text, ColumnCount };
+
+    explicit LogModel(QObject *parent = nullptr);
+    ~LogModel() override;
+
+    /// The level's name, such as "Warning".
+    static QString levelName(::Logger::Level level);
+
+    int columnCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+
+private:
+    void fetch();
+
+    const std::shared_ptr<LogSink> m_sink;
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,53 @@
+#include "sendledger.h"
+
+#include <jwmonitor/history/clock.h>
+#include <jwmonitor/traffic/trafficmodel.h>
+
+#include <QIODevice>
+
+namespace JwMonitor {
+
+SendLedger::SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent)
+    : QObject(parent)
+    , m_link(link)
+    , m_model(model)
+{
+    if (m_link.communicator && m_link.communicator->device())
+        connect(m_link.communicator->device(), &QIODevice::bytesWritten, this, &SendLedger::settle);
+}
+
+SendLedger::~SendLedger() = default;
+
+bool SendLedger::isOpen() const
+{
+    return m_link.communicator && m_link.communicator->device() && m_link.communicator->device()->isWritable();
+}
+
+uint SendLedger::send(const QString &sentence)
+{
+    const qint64 timeUs = microsecondsSinceEpoch();
+    const uint id = m_link.communicator->writePayload(sentence);
+    if (id == 0)
+        return 0;
+    m_model->append({timeUs, m_link.port, Direction::Sent, sentence, id});
+    m_waiting.enqueue({id, sentence.size()});
+    return id;
+}
+
+// The newest bytes are the ones that still wait.
+void SendLedger::settle()
+{
+    if (!m_link.communicator || !m_link.communicator->device())
+        return;
+    qint64 behind = 0; // bytes sent after the oldest payload here
+    for (const auto &[id, length] : qAsConst(m_waiting))
+        behind += length;
+    while (!m_waiting.isEmpty()) {
+        behind -= m_waiting.head().second;
+        if (behind < m_link.communicator->device()->bytesToWrite())
+            return;
+        m_model->markTaken(m_link.port, m_waiting.dequeue().first);
+    }
+}
+
+} // namespace JwMonitor

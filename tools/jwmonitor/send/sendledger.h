@@ -1,0 +1,35 @@
+#pragma once
+
+#include <jwmonitor/traffic/boardlink.h>
+
+#include <QObject>
+#include <QPair>
+#include <QQueue>
+
+namespace JwMonitor {
+
+class TrafficModel;
+
+/// Sends to one board, and tells the model when the system took what was sent.
+class SendLedger : public QObject
+{
+    Q_OBJECT
+
+public:
+    SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent = nullptr);
+    ~SendLedger() override;
+
+    /// Whether the board is there and its port is open.
+    bool isOpen() const;
+    /// Sends a whole sentence; the port must be open. Returns its id, 0 when it could not be sent.
+    uint send(const QString &sentence);
+
+private:
+    void settle();
+
+    const BoardLink m_link;
+    TrafficModel *const m_model;
+    QQueue<QPair<uint, int>> m_waiting; // id and length, oldest first
+};
+
+} // namespace JwMonitor

@@ -1,0 +1,166 @@
+#include "sendpanel.h"
+
+#include <jwmonitor/app/boardtypes.h>
+#include <jwmonitor/history/historyfilter.h>
+#include <jwmonitor/history/historytable.h>
+#include "recallline.h"
+#include "sendledger.h"
+#include "sentenceframe.h"
+#include <jwmonitor/look/theme.h>
+#include <jwmonitor/traffic/trafficmodel.h>
+#include <jwmonitor/traffic/traffictext.h>
+
+#include <QComboBox>
+#include <QEvent>
+#include <QFontDatabase>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace JwMonitor {
+
+SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
+    : QWidget(parent)
+    , m_model(model)
+    , m_board(new QComboBox)
+    , m_line(new RecallLine)
+    , m_preview(new QLabel)
+    , m_message(new QLabel)
+    , m_sent(new HistoryFilter(model, this))
+    , m_table(new HistoryTable)
+    , m_messageIsFault(false)
+{
+    m_board->setObjectName(QStringLiteral("board"));
+    m_board->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    m_board->setMinimumContentsLength(18);
+    m_line->setObjectName(QStringLiteral("line"));
+    m_line->setPlaceholderText(tr("A sentence, such as PJWVER; Up and Down bring earlier ones back"));
+    m_line->setClearButtonEnabled(true);
+    m_preview->setObjectName(QStringLiteral("preview"));
+    m_preview->setTextFormat(Qt::PlainText);
+    m_preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_preview->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    m_message->setObjectName(QStringLiteral("message"));
+    m_message->setTextFormat(Qt::PlainText);
+    m_message->setWordWrap(true);
+    for (QLabel *label : {m_preview, m_message})
+        label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    m_table->setObjectName(QStringLiteral("sent"));
+    m_table->setAccessibleName(tr("Sent payloads"));
+    showSentOnly();
+    createLayout();
+    connect(m_line, &QLineEdit::textChanged, this, &SendPanel::updatePreview);
+    connect(m_line, &QLineEdit::returnPressed, this, &SendPanel::send);
+    updatePreview();
+    setFocusProxy(m_line);
+}
+
+SendPanel::~SendPanel() = default;
+
+void SendPanel::addBoard(const BoardLink &link)
+{
+    removeLedger(link.port);
+    m_ledgers.insert(link.port, new SendLedger(link, m_model, this));
+    const QString text = tr("%1: %2").arg(link.port, boardName(link.type));
+    const int index = m_board->findData(link.port);
+    if (index < 0)
+        m_board->addItem(text, link.port);
+    else
+        m_board->setItemText(index, text);
+}
+
+void SendPanel::removeBoard(const QString &port)
+{
+    removeLedger(port);
+    m_board->removeItem(m_board->findData(port));
+}
+
+void SendPanel::removeLedger(const QString &port)
+{
+    delete m_ledgers.take(port);
+    m_model->markLost(port);
+}
+
+void SendPanel::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        showMessage(m_message->text(), m_messageIsFault);
+}
+
+void SendPanel::createLayout()
+{
+    auto *button = new QPushButton(tr("&Send"));
+    button->setObjectName(QStringLiteral("send"));
+    connect(button, &QPushButton::clicked, this, &SendPanel::send);
+
+    auto *line = new QHBoxLayout;
+    line->addWidget(m_line);
+    line->addWidget(button);
+    auto *form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    form->addRow(tr("Bo&ard:"), m_board);
+    form->addRow(tr("&Line:"), line);
+    qobject_cast<QLabel *>(form->labelForField(line))->setBuddy(m_line);
+    form->addRow(tr("Goes out as:"), m_preview);
+    form->addRow(QString(), m_message);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(m_table);
+}
+
+void SendPanel::showSentOnly()
+{
+    m_sent->setTest([model = m_model](int row) { return model->record(row).direction == Direction::Sent; });
+    m_table->setModel(m_sent);
+    for (const int column : {TrafficModel::Way, TrafficModel::Identifier, TrafficModel::Fields, TrafficModel::Checksum})
+        m_table->hideColumn(column);
+    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"), QString(),
+                             QStringLiteral("100000"), TrafficText::transfer(Transfer::Lost)});
+}
+
+void SendPanel::updatePreview()
+{
+    if (m_line->text().trimmed().isEmpty()) {
+        m_preview->clear();
+        return; // and leave the message on what was sent
+    }
+    const SentenceFrame frame(m_line->text());
+    m_preview->setText(TrafficText::raw(frame.sentence()));
+    showMessage(frame.fault(), true);
+}
+
+void SendPanel::send()
+{
+    const SentenceFrame frame(m_line->text());
+    const QString port = m_board->currentData().toString();
+    SendLedger *ledger = m_ledgers.value(port);
+    if (!ledger) {
+        showMessage(tr("There is no board to send to: find one first."), true);
+        return;
+    }
+    if (!frame.fault().isEmpty()) {
+        showMessage(frame.fault(), true);
+        return;
+    }
+    const uint id = ledger->isOpen() ? ledger->send(frame.sentence()) : 0;
+    if (id == 0) {
+        showMessage(tr("Not sent: the board on %1 is gone. Plug it in, or choose another one.").arg(port), true);
+        return;
+    }
+    m_line->finish();
+    showMessage(tr("Sent to %1 with id %2.").arg(port).arg(id), false);
+}
+
+void SendPanel::showMessage(const QString &text, bool isFault)
+{
+    m_messageIsFault = isFault;
+    QPalette colours;
+    colours.setColor(QPalette::WindowText, Theme::colour(palette(), isFault ? Theme::Problem : Theme::Good));
+    m_message->setPalette(colours);
+    m_message->setText(text);
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,67 @@
+#include "sentenceframe.h"
+
+#include <jwmonitor/traffic/traffictext.h>
+
+#include <nmea/checksum.h>
+
+#include <algorithm>
+
+namespace JwMonitor {
+
+namespace {
+
+/// Whether the library reads this checksum of `body` as right, or writes it so: both start with the "*".
+bool isRight(const QString &typed, const QString &written, const QString &body)
+{
+    bool isRead = false;
+    const int read = Nmea::readChecksum(QStringView(typed).mid(1), &isRead);
+    return (isRead && (read & 0xff) == Nmea::xorOf(body)) || typed.compare(written, Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+SentenceFrame::SentenceFrame(const QString &line)
+    : m_sentence(line.trimmed())
+{
+    if (m_sentence.isEmpty()) {
+        m_fault = tr("Type a sentence, such as PJWVER.");
+        return;
+    }
+    if (!m_sentence.startsWith(QLatin1Char('$')) && !m_sentence.startsWith(QLatin1Char('!')))
+        m_sentence.prepend(QLatin1Char('$'));
+
+    const int star = m_sentence.indexOf(QLatin1Char('*'));
+    const QString body = m_sentence.mid(1, star < 0 ? -1 : star - 1);
+    const QString typedChecksum = star < 0 ? QString() : m_sentence.mid(star);
+    QString checksum = QStringLiteral("*");
+    Nmea::appendChecksum(checksum, Nmea::xorOf(body));
+    if (star < 0)
+        m_sentence += checksum;
+    m_sentence += QLatin1String("\r\n");
+    m_fault = findFault(body, typedChecksum, checksum);
+}
+
+QString SentenceFrame::findFault(const QString &body, const QString &typedChecksum, const QString &checksum) const
+{
+    const QString line = m_sentence.chopped(2);
+    const auto isBeyondLatin1 = [](QChar c) { return c.unicode() > 0xff; };
+    const auto beyondLatin1 = std::find_if(line.begin(), line.end(), isBeyondLatin1);
+    if (beyondLatin1 != line.end())
+        return tr("\"%1\" can't be sent: boards take Latin-1 characters only.").arg(*beyondLatin1);
+    const auto isControl = [](QChar c) { return !c.isPrint(); };
+    const auto control = std::find_if(line.begin(), line.end(), isControl);
+    if (control != line.end())
+        return tr("Take out the control character %1.").arg(TrafficText::raw(*control));
+    if (body.isEmpty())
+        return tr("Type an identifier behind the start flag, such as $PJWVER.");
+    if (body.contains(QLatin1Char('$')))
+        return tr("A \"$\" begins a sentence: take it out of the text.");
+    if (!typedChecksum.isEmpty() && !isRight(typedChecksum, checksum, body))
+        return tr("The checksum is %1, not %2: leave it away and it is added.").arg(checksum, typedChecksum);
+    if (m_sentence.size() > maxLength)
+        return tr("Too long by %n character(s): boards take %1.", nullptr, m_sentence.size() - maxLength)
+            .arg(maxLength);
+    return QString();
+}
+
+} // namespace JwMonitor

@@ -1,0 +1,34 @@
+#include "boardtraffic.h"
+
+#include <jwmonitor/history/clock.h>
+#include "trafficmodel.h"
+
+namespace JwMonitor {
+
+BoardTraffic::BoardTraffic(const BoardLink &link, TrafficModel *model, QObject *parent)
+    : QObject(parent)
+    , m_link(link)
+    , m_model(model)
+{
+    JwDevice::Communicator *communicator = link.communicator;
+    if (!communicator)
+        return;
+    connect(communicator, QOverload<uint>::of(&JwDevice::Communicator::readyRead), this, [this](uint id) {
+        QString payload;
+        if (m_link.communicator->readPayload(payload, id))
+            receive(payload, id);
+    });
+    connect(communicator, &JwDevice::Communicator::transferred, this,
+            [this](uint id) { m_model->markTransferred(m_link.port, id); });
+    for (QString payload; communicator->readPayload(payload);) // came before we were here
+        receive(payload, 0);
+}
+
+BoardTraffic::~BoardTraffic() = default;
+
+void BoardTraffic::receive(const QString &payload, uint id)
+{
+    m_model->append({microsecondsSinceEpoch(), m_link.port, Direction::Received, payload, id});
+}
+
+} // namespace JwMonitor

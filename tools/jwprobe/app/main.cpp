@@ -1,0 +1,61 @@
+#include <jwprobe/doctor/doctorreport.h>
+#include <jwprobe/output/listreport.h>
+#include <jwprobe/output/logoutput.h>
+#include "options.h"
+#include <jwprobe/output/output.h>
+#include "program.h"
+#include <jwprobe/doctor/udevrules.h>
+
+#include <QCoreApplication>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace JwProbe;
+
+namespace {
+
+// Started without one of them, the next file opened would take its place: a serial port, for instance.
+void openStandardStreams()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) < 0)
+            ::_exit(WrongUse);
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    openStandardStreams();
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("jwprobe"));
+
+    QString error;
+    const std::optional<Options> options = parseOptions(QCoreApplication::arguments(), &error);
+    if (!options) {
+        complain(error);
+        return WrongUse;
+    }
+    switch (options->action) {
+    case Options::ShowHelp:
+        return print(helpText()) ? 0 : 1;
+    case Options::ShowVersion:
+        return print(QStringLiteral("jwprobe " JWPROBE_VERSION "\n")) ? 0 : 1;
+    case Options::List:
+        return showList(*options);
+    case Options::Doctor:
+        return showDoctor(*options);
+    case Options::ShowUdevRules:
+        return print(udevRules()) ? 0 : 1;
+    case Options::Find:
+    case Options::Monitor:
+        break;
+    }
+
+    setUpLogOutput(*options);
+    Program program(*options);
+    program.start();
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <jwprobe/search/finder.h>
+#include "options.h"
+#include <jwprobe/search/progress.h>
+
+#include <QObject>
+
+#include <memory>
+
+namespace JwProbe {
+
+class Monitor;
+
+/// One search with its report, and the monitor after it. Ends the event loop with the exit status.
+class Program : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Program(const Options &options);
+    ~Program() override;
+
+    void start();
+
+private:
+    void report();
+    bool printResult(const SearchResult &result) const;
+    void monitor(const SearchResult &result);
+    void endBySignal(int status);
+
+    const Options m_options;
+    Finder m_finder;
+    Progress m_progress;
+    std::unique_ptr<Monitor> m_monitor; // null while the search goes on
+};
+
+} // namespace JwProbe

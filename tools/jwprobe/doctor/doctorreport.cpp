@@ -1,0 +1,112 @@
+#include "doctorreport.h"
+
+#include "doctor.h"
+#include <jwprobe/app/options.h>
+#include <jwprobe/output/output.h>
+#include <jwprobe/search/portlist.h>
+#include <jwprobe/search/searchresult.h>
+#include <jwprobe/output/table.h>
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <algorithm>
+
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+struct Examined
+{
+    PortIdentity port;
+    QList<Trouble> troubles;
+};
+
+QStringList noCandidateAdvice()
+{
+    return {QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule()),
+            QStringLiteral("Plug the board in and check its cable: some cables only charge. What the kernel says when "
+                           "it is plugged in, and which USB devices there are:"),
+            QStringLiteral("    sudo dmesg --follow"), QStringLiteral("    lsusb"),
+            QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --doctor --port NAME\" looks at one.")};
+}
+
+QString portText(const Examined &examined, int nameWidth, int width)
+{
+    const int indent = nameWidth + 2;
+    const int adviceIndent = 4; // not below the summary: a line to be copied can't be wrapped
+    const QString blanks(indent, QLatin1Char(' '));
+    QString text;
+    for (const Trouble &trouble : examined.troubles) {
+        text += (text.isEmpty() ? examined.port.name.leftJustified(indent) : blanks)
+            + wrapped(trouble.summary, indent, width) + QLatin1Char('\n')
+            + linesText(trouble.advice, adviceIndent, width);
+    }
+    return text.isEmpty() ? examined.port.name.leftJustified(indent) + QLatin1String("nothing keeps it from opening\n")
+                          : text;
+}
+
+QString doctorText(const QList<Examined> &ports)
+{
+    const int width = terminalWidth(STDOUT_FILENO);
+    if (ports.isEmpty())
+        return linesText(noCandidateAdvice(), 0, width);
+    int nameWidth = 0;
+    for (const Examined &examined : ports)
+        nameWidth = std::max(nameWidth, examined.port.name.size());
+    QString text;
+    for (const Examined &examined : ports)
+        text += portText(examined, nameWidth, width);
+    return text;
+}
+
+QJsonObject portJson(const Examined &examined)
+{
+    QJsonArray troubles;
+    for (const Trouble &trouble : examined.troubles) {
+        troubles.append(QJsonObject{{QStringLiteral("kind"), trouble.kind},
+                                    {QStringLiteral("summary"), trouble.summary},
+                                    {QStringLiteral("advice"), QJsonArray::fromStringList(trouble.advice)}});
+    }
+    QJsonObject object = examined.port.toJson();
+    object[QLatin1String("troubles")] = troubles;
+    return object;
+}
+
+QString doctorJson(const QList<Examined> &ports, int exitStatus)
+{
+    QJsonArray array;
+    for (const Examined &examined : ports)
+        array.append(portJson(examined));
+    const QStringList advice = ports.isEmpty() ? noCandidateAdvice() : QStringList();
+    const QJsonObject document{{QStringLiteral("version"), QStringLiteral(JWPROBE_VERSION)},
+                               {QStringLiteral("ports"), array},
+                               {QStringLiteral("advice"), QJsonArray::fromStringList(advice)},
+                               {QStringLiteral("exitStatus"), exitStatus}};
+    return jsonText(document, QJsonDocument::Indented);
+}
+
+int statusOf(const QList<Examined> &ports)
+{
+    if (ports.isEmpty())
+        return NoCandidate;
+    const bool isWell =
+        std::all_of(ports.begin(), ports.end(), [](const Examined &examined) { return examined.troubles.isEmpty(); });
+    return isWell ? 0 : 1;
+}
+
+} // namespace
+
+int showDoctor(const Options &options)
+{
+    QList<Examined> ports;
+    const QList<PortIdentity> candidates = candidatePorts(options.ports);
+    for (const PortIdentity &port : candidates)
+        ports.append({port, examine(port)});
+    const int status = statusOf(ports);
+    return print(options.json ? doctorJson(ports, status) : doctorText(ports)) ? status : 1;
+}
+
+} // namespace JwProbe

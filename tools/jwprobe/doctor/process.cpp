@@ -1,0 +1,69 @@
+#include "process.h"
+
+#include <jwprobe/output/output.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <csignal>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr qint64 kernelsHighestPid = 4194304;
+
+} // namespace
+
+QList<qint64> processIds()
+{
+    QList<qint64> pids;
+    const QStringList names = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &name : names) {
+        bool isNumber = false;
+        const qint64 pid = name.toLongLong(&isNumber);
+        if (isNumber)
+            pids.append(pid);
+    }
+    return pids;
+}
+
+bool isPossiblePid(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/sys/kernel/pid_max"));
+    const qint64 highest = file.open(QIODevice::ReadOnly) ? file.readAll().trimmed().toLongLong() : kernelsHighestPid;
+    return pid >= 1 && pid <= highest;
+}
+
+// A number beyond a pid_t would be cut down to another process's, or to one of the numbers that mean many.
+bool isAlive(qint64 pid)
+{
+    if (!isPossiblePid(pid))
+        return false;
+    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+}
+
+QString programName(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/%1/comm").arg(pid));
+    return file.open(QIODevice::ReadOnly) ? printable(QString::fromLocal8Bit(file.readAll()).trimmed()) : QString();
+}
+
+QString executableName(qint64 pid)
+{
+    QString path = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
+    const QLatin1String mark(" (deleted)"); // an update replaced it
+    if (path.endsWith(mark))
+        path.chop(mark.size());
+    return QFileInfo(path).fileName();
+}
+
+QString endCommand(qint64 pid)
+{
+    const bool isOurs = ::kill(static_cast<pid_t>(pid), 0) == 0;
+    return QStringLiteral("%1kill %2").arg(isOurs ? QString() : QStringLiteral("sudo ")).arg(pid);
+}
+
+} // namespace JwProbe

@@ -1,0 +1,187 @@
+#include "monitor.h"
+
+#include <jwprobe/search/board.h>
+#include <jwprobe/search/boardtype.h>
+#include "input.h"
+#include <jwprobe/output/output.h>
+#include "sentence.h"
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QSocketNotifier>
+
+#include <algorithm>
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr qint64 maxUnsent = 65536; // bytes of one board; more stays in standard input
+
+QString clockText()
+{
+    return QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz"));
+}
+
+bool isNamed(const Board *board, const QString &name)
+{
+    return name == board->port().name || name.compare(typeName(board->type()), Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+Monitor::Monitor(const QList<Board *> &boards, bool json)
+    : m_boards(boards)
+    , m_json(json)
+    , m_input(new Input(STDIN_FILENO, this))
+{
+}
+
+void Monitor::start()
+{
+    introduce();
+    watchOutput();
+    const QList<Board *> boards = m_boards;
+    for (Board *board : boards) {
+        connect(board, &Board::readyRead, this, [this, board] { receive(board); });
+        connect(board, &Board::lost, this, [this, board] { lose(board); });
+        connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
+        receive(board);
+        if (!board->isConnected()) // lost while others were searched
+            lose(board);
+    }
+    connect(m_input, &Input::line, this, &Monitor::send);
+    connect(m_input, &Input::tooLong, this,
+            [](int bytes) { complain(QStringLiteral("not sent: %1 characters came without a line end").arg(bytes)); });
+}
+
+void Monitor::introduce() const
+{
+    if (::isatty(STDERR_FILENO) == 0)
+        return;
+    QString hint = QStringLiteral("type a sentence such as PJWVER to send it");
+    if (m_boards.size() > 1)
+        hint += QStringLiteral(" to all, or \"%1: PJWVER\"").arg(m_boards.first()->port().name);
+    hint += QStringLiteral("; Ctrl-C ends");
+    complain(hint);
+}
+
+// While boards are silent nothing is written, and only this shows that the reader is gone.
+void Monitor::watchOutput()
+{
+    struct stat status = {};
+    const bool isPipe = ::fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
+    if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
+        return;
+    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read, this); // of its error: nothing to read
+    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
+        notifier->setEnabled(false);
+        std::raise(SIGPIPE); // as a write would
+        complain(QStringLiteral("can't write to standard output: nobody reads it any more"));
+        Q_EMIT outputLost();
+    });
+}
+
+void Monitor::receive(Board *board)
+{
+    QString payload;
+    while (board->receive(payload))
+        showPayload(board, true, payload);
+}
+
+void Monitor::lose(Board *board)
+{
+    if (!m_boards.removeOne(board))
+        return;
+    paceInput();
+    if (m_json)
+        showEvent(QStringLiteral("lost"), board, {});
+    else
+        show(QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, printable(board->lossText())));
+    if (m_boards.isEmpty())
+        QMetaObject::invokeMethod(this, &Monitor::allLost, Qt::QueuedConnection);
+}
+
+void Monitor::send(const QString &line)
+{
+    QString text = line.trimmed();
+    if (text.isEmpty())
+        return;
+    QString error;
+    const QList<Board *> boards = addressed(text, &error);
+    const std::optional<QString> sentence = boards.isEmpty() ? std::nullopt : frameSentence(text, &error);
+    if (!sentence) {
+        complain(QStringLiteral("not sent: %1").arg(error));
+        return;
+    }
+    for (Board *board : boards) {
+        board->send(*sentence);
+        showPayload(board, false, *sentence);
+    }
+    paceInput();
+}
+
+void Monitor::paceInput()
+{
+    m_input->setPaused(std::any_of(m_boards.begin(), m_boards.end(),
+                                   [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
+}
+
+// A sentence has no ":" in its identifier, so one before the first "," ends an address. Takes the address off.
+QList<Board *> Monitor::addressed(QString &line, QString *error) const
+{
+    const int colon = line.indexOf(QLatin1Char(':'));
+    const int comma = line.indexOf(QLatin1Char(','));
+    if (colon < 0 || (comma >= 0 && comma < colon))
+        return m_boards;
+
+    const QString name = line.left(colon).trimmed();
+    line.remove(0, colon + 1);
+    QList<Board *> boards;
+    QStringList names;
+    for (Board *board : m_boards) {
+        names.append(board->port().name);
+        if (isNamed(board, name))
+            boards.append(board);
+    }
+    if (boards.isEmpty())
+        *error = QStringLiteral("there is no board on \"%1\": there are %2").arg(name, names.join(QLatin1String(", ")));
+    return boards;
+}
+
+void Monitor::showPayload(const Board *board, bool received, const QString &payload)
+{
+    const QString text = payload.trimmed();
+    if (m_json) {
+        showEvent(QStringLiteral("payload"), board,
+                  {{QStringLiteral("direction"), received ? QStringLiteral("received") : QStringLiteral("sent")},
+                   {QStringLiteral("text"), text}});
+    } else {
+        show(QStringLiteral("%1  %2  %3  %4\n")
+                 .arg(clockText(), board->port().name, received ? QStringLiteral("<-") : QStringLiteral("->"),
+                      printable(text)));
+    }
+}
+
+void Monitor::showEvent(const QString &event, const Board *board, QJsonObject object)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    object[QLatin1String("event")] = event;
+    object[QLatin1String("time")] = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
+    object[QLatin1String("port")] = board->port().name;
+    object[QLatin1String("type")] = typeName(board->type());
+    show(jsonText(object, QJsonDocument::Compact));
+}
+
+void Monitor::show(const QString &text)
+{
+    if (!print(text))
+        Q_EMIT outputLost();
+}
+
+} // namespace JwProbe

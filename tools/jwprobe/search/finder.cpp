@@ -1,0 +1,159 @@
+#include "finder.h"
+
+#include <jwprobe/doctor/access.h>
+#include "board.h"
+#include <jwprobe/doctor/holder.h>
+#include <jwprobe/app/options.h>
+#include "portlist.h"
+
+#include <device/communicator.h>
+#include <device/initializer.h>
+#include <device/portreport.h>
+
+#include <QSerialPort>
+#include <QSerialPortInfo>
+
+#include <algorithm>
+
+using JwDevice::PortReport;
+
+namespace JwProbe {
+
+namespace {
+
+PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
+{
+    const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
+    const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
+    return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
+}
+
+// The diagnosis of a port that is not tried, because QSerialPort would wait past the deadline.
+Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
+{
+    PortReport report;
+    report.portName = port.name;
+    report.error = QSerialPort::PermissionError; // as at a lock file
+    report.errorText = trap.summary;
+    return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
+}
+
+} // namespace
+
+Finder::Finder(const Options &options, QObject *parent)
+    : QObject(parent)
+    , m_options(options)
+    , m_initializer(std::make_unique<JwDevice::Initializer>())
+    , m_open(options.types)
+{
+    m_initializer->setMaxRetries(options.retries);
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::takeBoard);
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::takeMissing);
+    m_deadline.setSingleShot(true);
+    connect(&m_deadline, &QTimer::timeout, this, [this] {
+        m_deadlineReached = true;
+        finish();
+    });
+}
+
+Finder::~Finder()
+{
+    qDeleteAll(m_boards);
+}
+
+void Finder::start()
+{
+    QStringList names;
+    const QList<PortIdentity> candidates = candidatePorts(m_options.ports);
+    for (const PortIdentity &port : candidates) {
+        if (const std::optional<Obstacle> trap = findTrap(port)) {
+            m_refused.append(refuse(port, *trap));
+        } else {
+            m_ports.append(port);
+            names.append(port.name);
+        }
+    }
+    m_deadline.start(m_options.deadline);
+    m_clock.start();
+    if (m_refused.isEmpty()) {
+        m_initializer->probe(m_options.types, m_options.delay, m_options.ports);
+    } else if (!names.isEmpty()) {
+        m_initializer->probe(m_options.types, m_options.delay, names);
+    } else {
+        m_open.clear();
+        finishWhenDone();
+    }
+}
+
+double Finder::milliseconds() const
+{
+    return static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
+}
+
+void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
+{
+    const double time = milliseconds();
+    const QString name = qobject_cast<QSerialPort *>(comm->device())->portName();
+    m_boards.append(new Board(comm, port(name), reportOn(name, m_initializer->portReports()), time));
+    m_open.removeAll(type);
+    finishWhenDone();
+}
+
+void Finder::takeMissing(JwDevice::Type type)
+{
+    m_open.removeAll(type);
+    finishWhenDone();
+}
+
+void Finder::finishWhenDone()
+{
+    // We are in a signal of the Initializer, and perhaps within start().
+    if (m_open.isEmpty())
+        QMetaObject::invokeMethod(this, &Finder::finish, Qt::QueuedConnection);
+}
+
+void Finder::finish()
+{
+    if (m_isFinished) // the deadline came first
+        return;
+    m_isFinished = true;
+    m_duration = milliseconds();
+    m_deadline.stop();
+    m_initializer->disconnect(this);
+    Q_EMIT finished();
+}
+
+SearchResult Finder::result() const
+{
+    SearchResult result;
+    result.wanted = m_options.types;
+    result.boards = m_boards;
+    result.deadlineReached = m_deadlineReached;
+    result.milliseconds = m_duration;
+    result.others = m_refused;
+    for (const JwDevice::Type type : m_options.types) {
+        if (!result.board(type))
+            result.missing.append(type);
+    }
+    const QList<PortReport> reports = m_initializer->portReports();
+    for (const PortIdentity &port : m_ports) {
+        const PortReport report = reportOn(port.name, reports);
+        if (report.verdict != PortReport::HandedOver)
+            result.others.append(diagnose(port, report));
+    }
+    return result;
+}
+
+PortIdentity Finder::port(const QString &name) const
+{
+    const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
+    const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
+    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // plugged in a moment ago
+}
+
+void Finder::closeOthers()
+{
+    m_initializer.reset();
+}
+
+} // namespace JwProbe

@@ -1,0 +1,59 @@
+#include "progress.h"
+
+#include "boardtype.h"
+#include "finder.h"
+#include <jwprobe/app/options.h>
+#include <jwprobe/output/output.h>
+
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr int interval = 100; // ms
+
+} // namespace
+
+Progress::Progress(const Finder &finder, const Options &options)
+    : m_finder(finder)
+    , m_options(options)
+{
+    m_timer.setInterval(interval);
+    QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] { write(); });
+}
+
+void Progress::show()
+{
+    const bool showsLog = m_options.logLevel || m_options.traffic || m_options.rawTraffic;
+    if (showsLog || ::isatty(STDERR_FILENO) == 0 || qgetenv("TERM") == "dumb")
+        return;
+    write();
+    m_timer.start();
+}
+
+void Progress::hide()
+{
+    if (!m_timer.isActive())
+        return;
+    m_timer.stop();
+    std::fputs("\r\033[K", stderr);
+}
+
+void Progress::write()
+{
+    const QString line = QStringLiteral("Looking for %1 on %2: found %3 of %4, %5 s")
+                             .arg(typeNames(m_options.types, QStringLiteral("and")),
+                                  m_finder.portCount() == 1 ? QStringLiteral("1 port")
+                                                            : QStringLiteral("%1 ports").arg(m_finder.portCount()))
+                             .arg(m_finder.foundCount())
+                             .arg(m_options.types.size())
+                             .arg(m_finder.milliseconds() / 1000, 0, 'f', 1);
+    // A line that the terminal breaks can't be taken back.
+    std::fprintf(stderr, "\r\033[K%s", line.left(terminalWidth(STDERR_FILENO) - 1).toUtf8().constData());
+    std::fflush(stderr);
+}
+
+} // namespace JwProbe
