@@ -167,7 +167,7 @@ const StateRow openStates[] = {
 
 Q_DECLARE_METATYPE(Fault)
 
-class FaultsTest : public QObject
+class TestFaults : public QObject
 {
     Q_OBJECT
 
@@ -522,5 +522,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(FaultsTest)
+SIMULATED_PORTS_MAIN(TestFaults)
 #include "tst_faults.moc"

@@ -12,7 +12,7 @@ using JwSimulator::Board;
 
 /// A probe that is not over, whose one board was handed over and given back; and a second probe on the same
 /// Initializer, whose Communicator for the same port stands at the address of the former one.
-class InitializerAddressReuseTest : public QObject
+class TestInitializerAddressReuse : public QObject
 {
     Q_OBJECT
 
@@ -112,5 +112,5 @@ private:
     QPointer<QTimer> m_formerTimer;
 };
 
-SIMULATED_PORTS_MAIN(InitializerAddressReuseTest)
+SIMULATED_PORTS_MAIN(TestInitializerAddressReuse)
 #include "tst_initializer_addressreuse.moc"

@@ -125,7 +125,7 @@ extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, in
     return original(descriptor, queue);
 }
 
-class InitializerCableTest : public QObject
+class TestInitializerCable : public QObject
 {
     Q_OBJECT
 
@@ -429,5 +429,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerCableTest)
+SIMULATED_PORTS_MAIN(TestInitializerCable)
 #include "tst_initializer_cable.moc"

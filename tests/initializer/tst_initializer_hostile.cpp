@@ -52,7 +52,7 @@ void giveBack(Communicator *comm)
 
 Q_DECLARE_METATYPE(Receiver)
 
-class InitializerHostileTest : public QObject
+class TestInitializerHostile : public QObject
 {
     Q_OBJECT
 
@@ -543,5 +543,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerHostileTest)
+SIMULATED_PORTS_MAIN(TestInitializerHostile)
 #include "tst_initializer_hostile.moc"

@@ -48,7 +48,7 @@ void deleteAndCheckTheLog(ProbeFixture &fixture)
 
 } // namespace
 
-class InitializerLifecycleTest : public QObject
+class TestInitializerLifecycle : public QObject
 {
     Q_OBJECT
 
@@ -274,5 +274,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerLifecycleTest)
+SIMULATED_PORTS_MAIN(TestInitializerLifecycle)
 #include "tst_initializer_lifecycle.moc"

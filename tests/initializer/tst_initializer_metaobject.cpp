@@ -22,7 +22,7 @@ static_assert(std::is_same_v<decltype(&Initializer::queryBoardVersion), void (In
 static_assert(std::is_same_v<decltype(&Initializer::sendProtocol),
                              bool (Initializer::*)(Communicator *, JwDevice::SessionInit *)>);
 
-class InitializerMetaObjectTest : public QObject
+class TestInitializerMetaObject : public QObject
 {
     Q_OBJECT
 
@@ -125,5 +125,5 @@ private:
     int m_reports = 0;
 };
 
-QTEST_GUILESS_MAIN(InitializerMetaObjectTest)
+QTEST_GUILESS_MAIN(TestInitializerMetaObject)
 #include "tst_initializer_metaobject.moc"

@@ -34,7 +34,7 @@ bool isTraceOfInitializer(const QVector<LogRecord> &records, const char *functio
 
 } // namespace
 
-class InitializerPortsTest : public QObject
+class TestInitializerPorts : public QObject
 {
     Q_OBJECT
 
@@ -445,5 +445,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerPortsTest)
+SIMULATED_PORTS_MAIN(TestInitializerPorts)
 #include "tst_initializer_ports.moc"

@@ -11,7 +11,7 @@ using JwDevice::Initializer;
 using JwDevice::SessionInit;
 using JwSimulator::Board;
 
-class InitializerQueryTest : public QObject
+class TestInitializerQuery : public QObject
 {
     Q_OBJECT
 
@@ -187,5 +187,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerQueryTest)
+SIMULATED_PORTS_MAIN(TestInitializerQuery)
 #include "tst_initializer_query.moc"

@@ -48,7 +48,7 @@ QVector<LogRecord> errorsOf(const ProbeFixture &fixture)
 
 } // namespace
 
-class InitializerRepliesTest : public QObject
+class TestInitializerReplies : public QObject
 {
     Q_OBJECT
 
@@ -628,5 +628,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerRepliesTest)
+SIMULATED_PORTS_MAIN(TestInitializerReplies)
 #include "tst_initializer_replies.moc"

@@ -114,7 +114,7 @@ void verifyError(const PortReport &report, const QSerialPort &refused)
 
 } // namespace
 
-class InitializerReportsTest : public QObject
+class TestInitializerReports : public QObject
 {
     Q_OBJECT
 
@@ -916,5 +916,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerReportsTest)
+SIMULATED_PORTS_MAIN(TestInitializerReports)
 #include "tst_initializer_reports.moc"

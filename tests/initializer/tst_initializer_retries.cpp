@@ -27,7 +27,7 @@ void endRounds(ProbeFixture &fixture, int mostRounds)
 
 } // namespace
 
-class InitializerRetriesTest : public QObject
+class TestInitializerRetries : public QObject
 {
     Q_OBJECT
 
@@ -265,5 +265,5 @@ private Q_SLOTS:
     }
 };
 
-SIMULATED_PORTS_MAIN(InitializerRetriesTest)
+SIMULATED_PORTS_MAIN(TestInitializerRetries)
 #include "tst_initializer_retries.moc"
