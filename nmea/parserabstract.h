@@ -44,6 +44,7 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *
  * Every failure is a thrown Exception; its text is given at the operation. Once parseParameters() has begun, the record
  * keeps what was stored before the fault; the parser itself never changes. What a delegate throws passes through.
+ * A delegate or hook must not change its parser, or the caller's arguments, while that parser parses or builds.
  * Before init() nothing can be parsed ("Undefined sentence ID: %1") or built ("No formatter found").
  *
  * A parser is used by one thread only. It has no virtual destructor: don't delete one through a pointer to this class.
@@ -139,9 +140,8 @@ private:
     template <typename NextParam>
     bool parseSentenceFields(Session *session, QStringView identifier, int count, NextParam nextParam);
     template <typename NextParam>
-    bool storeSentenceFields(Session *session, const SentenceFields &fields,
-                             const QHash<QString, ParserDelegate> &delegates, int count, NextParam nextParam);
-    void appendSentenceFields(QString &out, const Session *session, SentenceFields fields);
+    bool storeSentenceFields(Session *session, const SentenceFields &fields, int count, NextParam nextParam);
+    void appendSentenceFields(QString &out, const Session *session, const SentenceFields &fields);
 
     SentencePlan<Session> m_sentencePlan;
 };
@@ -205,7 +205,6 @@ bool ParserAbstract<Session>::parseSentence(Session *session, const QString &sen
         if ((expected & 0xff) != xorOf(body))
             throw Exception(QStringLiteral("CRC calculation failed"));
     }
-    const QString kept = sentence; // what `body` looks at; a delegate may write over the caller's text
     return parseSentenceBody(session, body);
 }
 
@@ -258,25 +257,21 @@ void ParserAbstract<Session>::splitSentence(QString &sentence, QString &body, QS
 template <typename Session>
 bool ParserAbstract<Session>::parseTrimmed(Session *session, const QString &body)
 {
-    const QString kept = body; // a delegate may write over what the caller gave
-    return parseSentenceBody(session, kept);
+    return parseSentenceBody(session, body);
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseListed(Session *session, const QString &sentenceId, const QStringList &params)
 {
-    // A delegate may write over the caller's list.
     return parseSentenceFields(session, sentenceId, params.size(),
-                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
+                               [next = params.begin()]() mutable -> const QString & { return *next++; });
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseParameters(Session *session, const QStringList &params, const QString &format)
 {
-    const SentenceFields fields = currentSentencePlan().fieldsOf(format);
-    const auto delegates = m_parserDelegates;
-    return storeSentenceFields(session, fields, delegates, params.size(),
-                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
+    return storeSentenceFields(session, currentSentencePlan().fieldsOf(format), params.size(),
+                               [next = params.begin()]() mutable -> const QString & { return *next++; });
 }
 
 template <typename Session>
@@ -290,9 +285,8 @@ QString ParserAbstract<Session>::buildParameters(const Session *session, const Q
 template <typename Session>
 bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView body)
 {
-    const QChar separator = m_fieldSeparator; // a delegate may set another one
     const auto *const end = body.end();
-    const auto *at = std::find(body.begin(), end, separator);
+    const auto *at = std::find(body.begin(), end, m_fieldSeparator);
     const QStringView identifier(body.begin(), at);
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
@@ -301,7 +295,7 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;
-        at = std::find(begin, end, separator);
+        at = std::find(begin, end, m_fieldSeparator);
         const auto size = static_cast<int>(at - begin);
         if (param.isDetached())
             param.setUnicode(begin, size);
@@ -309,7 +303,7 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
             param = QString(begin, size);
         return param;
     };
-    return parseSentenceFields(session, identifier, static_cast<int>(std::count(at, end, separator)), nextParam);
+    return parseSentenceFields(session, identifier, static_cast<int>(std::count(at, end, m_fieldSeparator)), nextParam);
 }
 
 template <typename Session>
@@ -325,19 +319,15 @@ bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView 
     const auto format = formats.constFind(key);
     if (format == formats.constEnd())
         throw Exception(QStringLiteral("Format not found for sentence ID"));
-    const SentenceFields fields = *format;
-    const auto delegates = m_parserDelegates;
     setSentenceId(session, key);
-    return storeSentenceFields(session, fields, delegates, count, nextParam);
+    return storeSentenceFields(session, *format, count, nextParam);
 }
 
 template <typename Session>
 template <typename NextParam>
-bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields,
-                                                  const QHash<QString, ParserDelegate> &delegates, int count,
+bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields, int count,
                                                   NextParam nextParam)
 {
-    // `delegates` is the table that `fields` were made from, kept so that a change of the parser's own is seen.
     if (fields.size() < count)
         throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
     for (int i = 0; i < count; ++i) {
@@ -345,29 +335,23 @@ bool ParserAbstract<Session>::storeSentenceFields(Session *session, const Senten
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        const auto parse =
-            m_parserDelegates.isSharedWith(delegates) ? field.parse : m_parserDelegates.value(field.name);
-        if (!parse)
+        if (!field.parse)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter"));
-        parse(session, param, field.name);
+        field.parse(session, param, field.name);
     }
     return true;
 }
 
 template <typename Session>
-void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, SentenceFields fields)
+void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, const SentenceFields &fields)
 {
-    // Copies, as in parsing: what runs here may change the tables of a derived parser.
-    const auto delegates = m_builderDelegates;
     for (int i = 0; i < fields.size(); ++i) {
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        const auto build =
-            m_builderDelegates.isSharedWith(delegates) ? field.build : m_builderDelegates.value(field.name);
-        if (!build)
+        if (!field.build)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter: %1").arg(field.name));
-        out += build(session, field.name);
+        out += field.build(session, field.name);
         if (i + 1 < fields.size())
             out += m_fieldSeparator;
     }

@@ -56,7 +56,7 @@ private:
 } // namespace
 
 /// A board that was found, on a port that fails afterwards.
-class TstJwprobeBoard : public QObject
+class TestJwprobeBoard : public QObject
 {
     Q_OBJECT
 
@@ -80,14 +80,14 @@ private:
     QScopedPointer<Board> m_board;
 };
 
-void TstJwprobeBoard::init()
+void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
     QVERIFY(m_device.open()); // a pseudo terminal's own goes with its other end
 }
 
-void TstJwprobeBoard::cleanup()
+void TestJwprobeBoard::cleanup()
 {
     m_board.reset();
     if (m_boardEnd >= 0)
@@ -95,13 +95,13 @@ void TstJwprobeBoard::cleanup()
     m_boardEnd = -1;
 }
 
-void TstJwprobeBoard::send(const QByteArray &bytes) const
+void TestJwprobeBoard::send(const QByteArray &bytes) const
 {
     QCOMPARE(::write(m_boardEnd, bytes.constData(), static_cast<std::size_t>(bytes.size())),
              static_cast<ssize_t>(bytes.size()));
 }
 
-Board *TstJwprobeBoard::makeBoard()
+Board *TestJwprobeBoard::makeBoard()
 {
     auto *port = new JwDevice::WholeLines<QSerialPort>; // as the Initializer hands it over
     port->setPortName(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
@@ -115,7 +115,7 @@ Board *TstJwprobeBoard::makeBoard()
     return new Board(comm, identity, JwDevice::PortReport(), 1);
 }
 
-void TstJwprobeBoard::errorThatPassesLosesNothing_data()
+void TestJwprobeBoard::errorThatPassesLosesNothing_data()
 {
     QTest::addColumn<int>("number");
     QTest::addColumn<QSerialPort::SerialPortError>("reported");
@@ -127,7 +127,7 @@ void TstJwprobeBoard::errorThatPassesLosesNothing_data()
         << EAGAIN << QSerialPort::ResourceError << QByteArray("$PJWVER");
 }
 
-void TstJwprobeBoard::errorThatPassesLosesNothing()
+void TestJwprobeBoard::errorThatPassesLosesNothing()
 {
     QFETCH(int, number);
     QFETCH(QByteArray, held);
@@ -159,7 +159,7 @@ void TstJwprobeBoard::errorThatPassesLosesNothing()
     QCOMPARE(lost.size(), 0);
 }
 
-void TstJwprobeBoard::whatIsSentLeavesNothingBehind()
+void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
 {
     m_board.reset(makeBoard());
     QVERIFY(m_board);
@@ -189,7 +189,7 @@ void TstJwprobeBoard::whatIsSentLeavesNothingBehind()
     QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes for each would be 2,880,000
 }
 
-void TstJwprobeBoard::portThatTheSystemLostIsACablePulled()
+void TestJwprobeBoard::portThatTheSystemLostIsACablePulled()
 {
     m_board.reset(makeBoard());
     QVERIFY(m_board);
@@ -202,7 +202,7 @@ void TstJwprobeBoard::portThatTheSystemLostIsACablePulled()
     QCOMPARE(m_board->lossText(), QStringLiteral("cable pulled"));
 }
 
-void TstJwprobeBoard::portThatFailsIsNoCablePulled()
+void TestJwprobeBoard::portThatFailsIsNoCablePulled()
 {
     m_board.reset(makeBoard());
     QVERIFY(m_board);
@@ -214,5 +214,5 @@ void TstJwprobeBoard::portThatFailsIsNoCablePulled()
     QVERIFY2(m_board->lossText().startsWith(QLatin1String("port failed: ")), qPrintable(m_board->lossText()));
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeBoard)
+QTEST_GUILESS_MAIN(TestJwprobeBoard)
 #include "tst_jwprobe_board.moc"
