@@ -11,8 +11,8 @@ Two comments, each above a block between ``` lines, say where the block comes fr
     <!-- run -->                                                each line "$ COMMAND" is run, and its output follows
 
 `check` prints a diff and returns 1 when a block differs; `renew` writes the block anew. BIN are the folders of the
-programs that commands may use, separated by ":". Of an output, times, process ids, the distance of columns and the
-numbers of ports and of source lines are not compared: they differ from run to run.
+programs that commands may use, separated by ":". Times, process ids, the distance of columns and the numbers of ports
+are not compared: they differ from run to run.
 """
 import difflib
 import glob
@@ -75,7 +75,6 @@ def comparable(output):
     output = re.sub(r'\d+(\.\d+)? ms\b', 'N ms', output)
     output = re.sub(r'\b\d\d:\d\d:\d\d\.\d{3}\b', 'TIME', output)
     output = re.sub(r'\b(pid|kill) \d+', r'\1 N', output)
-    output = re.sub(r'\.cpp:\d+', '.cpp:N', output)
     ports = sorted(set(re.findall(r'\bttyACM\d+', output)), key=lambda name: int(name[len('ttyACM'):]))
     output = re.sub(r'\bttyACM\d+', lambda name: f'ttyACM{ports.index(name.group())}', output)
     return re.sub(r'[ \t]+', ' ', output)
