@@ -3,14 +3,14 @@
 
     docs/blocks.py check|renew BIN [PAGE]...
 
-Two comments, each above a block between ``` lines, say where the block comes from:
+A comment above a block between ``` lines says where the block comes from:
 
-    <!-- from examples/01-find-boards/main.cpp -->              the whole file, or the lines from the first that begins
-    <!-- from FILE: "text" to "other text" -->                  with a text to the next one that begins with another
-                                                                ("text$": that is the text, from its first letter on)
-    <!-- run -->                                                each line "$ COMMAND" is run, and its output follows
+    <!-- from examples/01-find-boards/main.cpp -->    the whole file
+    <!-- from FILE: "text" to "other text" -->        from the first line that begins with "text" to the next line that
+                                                      begins with "other text"; "text$" is a whole line
+    <!-- run -->                                      each line "$ COMMAND" is run, and its output follows
 
-`check` prints a diff and returns 1 when a block differs; `renew` writes the block anew. BIN are the folders of the
+`check` prints a diff and returns 1 when a block differs; `renew` writes the block again. BIN are the folders of the
 programs that commands may use, separated by ":". Times, process ids, the distance of columns and the numbers of ports
 are not compared: they differ from run to run.
 """
@@ -126,7 +126,7 @@ def main():
     if faults:
         sys.exit('These comments in the pages lead nowhere: put them right.')
     if differences and not renew:
-        sys.exit('These blocks of the pages are out of date: "scripts/docs --renew" writes them anew.')
+        sys.exit('These blocks of the pages are out of date: "scripts/docs --renew" renews them.')
 
 
 if __name__ == '__main__':
