@@ -29,7 +29,7 @@ QString portName(const Communicator *comm)
     return port ? port->portName() : QString();
 }
 
-/// What is known of a port before it is tried. `name`: the information on an unknown port has none.
+/// The report of a port before it is tried. `name` is given because the information on an unknown port has no name.
 std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString &name)
 {
     auto report = std::make_shared<PortReport>();
@@ -41,7 +41,7 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     return report;
 }
 
-/// The payload ends with its line end; a carriage return alone may stand within it.
+/// Without the line end at the end of `payload`. A carriage return alone may be part of the text.
 QString withoutLineEnd(const QString &payload)
 {
     return payload.left(payload.lastIndexOf(QLatin1String("\r\n")));
@@ -64,8 +64,8 @@ struct Initializer::Private
         observer(event);
     }
 
-    /// Objects that were in the middle of their signals when the Initializer was deleted. They must last until the
-    /// outermost of our slots returns: deleteLater() alone lets an event loop that a receiver runs delete them.
+    /// Objects that were in the middle of their signals when the Initializer was deleted. They must live until the
+    /// outermost of our slots returns. deleteLater() alone is too early if a receiver runs an event loop.
     std::vector<QObject *> trash;
     std::function<void(const PortEvent &event)> observer;
     QElapsedTimer clock; // since probe()
@@ -86,13 +86,13 @@ Initializer::Initializer(QObject *parent)
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
     m_parser->init();
     m_probeTimer->setSingleShot(true);
-    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse one may fire early
+    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
 }
 
 Initializer::~Initializer()
 {
-    // Deleted by a receiver of deviceNotFound(): a mapper, a timer, perhaps a port are in the middle of their signals.
+    // If a receiver of deviceNotFound() deletes us, a mapper, a timer and perhaps a port are in the middle of a signal.
     const auto dispose = [this, inSlot = m_private.use_count() > 1](QObject *object) {
         if (inSlot) {
             object->setParent(nullptr);
@@ -113,19 +113,19 @@ Initializer::~Initializer()
         Communicator *const comm = it.key();
         dispose(it.value());
         if (m_commTypes.value(comm) != Unknown)
-            continue; // the application's; it may be gone already
+            continue; // belongs to the application, which may have deleted it
         if (auto *port = static_cast<QSerialPort *>(comm->device())) {
             comm->setIODevice(nullptr);
             closeAtOnce(port);
             dispose(port);
         }
-        delete comm; // at once, for it would go on to take what the shared buffer still holds
+        delete comm; // now: it would still take payloads from the shared buffer
     }
     m_commTypes.clear();
     m_commTimers.clear();
     m_types.clear();
     LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
-    // m_parser stays: its owner is the process.
+    // m_parser is never deleted: the process owns it.
 }
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
@@ -144,7 +144,7 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
         std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isCandidate);
         for (const QSerialPortInfo &info : qAsConst(m_ports))
             m_reports.append(reportOn(info, info.portName()));
-    } else { // added to those of an earlier probe
+    } else { // ports of earlier calls stay
         for (const QString &name : portNames) {
             m_ports.append(QSerialPortInfo(name));
             m_reports.append(reportOn(m_ports.last(), name));
@@ -179,7 +179,7 @@ void Initializer::probeStage2()
             report->errorText = port->errorString();
             tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
-                m_reports[i] = held; // it is this Initializer that has the port: an earlier probe still asks it
+                m_reports[i] = held; // this Initializer itself has the port open, for an earlier probe
             delete port;
             continue;
         }
@@ -196,7 +196,8 @@ void Initializer::probeStage2()
         report->verdict = PortReport::Awaiting;
         tell(PortEvent::Opened, *report);
         report->queries = writeQueries(comm);
-        // Else the query would wait, its 400 ms running, until all later ports are opened. May close a port that fails.
+        // Without the flush the query would wait until all later ports are open, while its reply time runs. The flush
+        // may fail and close the port.
         port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
@@ -246,7 +247,7 @@ void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortRep
 {
     connect(new PortErrors(port), &PortErrors::portLost, this, [this, port, report](bool isDeviceGone) {
         report->verdict = PortReport::Lost;
-        // A port whose device is gone reports the error of whatever failed last.
+        // A port whose device is gone reports an arbitrary error.
         report->error = isDeviceGone ? QSerialPort::ResourceError : port->error();
         report->errorText = isDeviceGone ? QStringLiteral("No such device") : port->errorString();
         closeAtOnce(port);
@@ -316,16 +317,16 @@ void Initializer::boardReadyRead(QObject *object)
     LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read succes on port: " << portName(comm);
 
     const QPointer<Initializer> self(this);
-    const QPointer<Communicator> alive(comm); // a receiver of the hand-over may delete it
+    const QPointer<Communicator> alive(comm); // a receiver of deviceInitialized() may delete it
     const auto keeper = m_private;
     const auto report = m_commReports.value(comm);
     const auto settle = [&report](PortReport::Verdict verdict) {
-        if (report->verdict != PortReport::Lost) // its last words don't bring it back
+        if (report->verdict != PortReport::Lost) // a reply that came before the loss doesn't bring the port back
             report->verdict = verdict;
     };
     bool found = false;
     QString payload;
-    // The read comes first: a payload stored behind the one that was handed over is taken out and dropped.
+    // The read comes before the test of `found`: so the payload after the board's answer is taken out and dropped.
     while (alive && comm->readPayload(payload, 0) && !found) {
         SessionInit session;
         session.clear();
@@ -338,8 +339,7 @@ void Initializer::boardReadyRead(QObject *object)
             tell(PortEvent::Unreadable, *report, report->unreadable, exception.message());
             continue;
         }
-        // A board that answers anything is not silent. Unless it is one of the wanted, or had timed out, it is awaited
-        // without limit.
+        // Any answer in time stops the timer: the board is not silent, and may yet answer as a wanted type.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
         const Type type = typeOf(session);
@@ -356,7 +356,7 @@ void Initializer::boardReadyRead(QObject *object)
             settle(PortReport::Duplicate);
         } else {
             report->verdict = PortReport::HandedOver;
-            delete comm->device()->findChild<PortErrors *>(); // the port's errors are the application's from now on
+            delete comm->device()->findChild<PortErrors *>(); // from now on the application handles the port's errors
             tell(PortEvent::HandedOver, *report, QString(), QString(), type);
         }
         setCommStatus(comm, duplicate ? Unknown : type);
@@ -395,7 +395,7 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // Receivers may run an event loop in which other ports settle the question, so that it is settled already here.
+    // A receiver may run an event loop, and the other ports may be decided in it.
     if (m_decided || m_commTypes.size() != m_commTimers.size())
         return;
     const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };
@@ -432,17 +432,17 @@ void Initializer::retryProbe()
         m_commTypes.remove(comm);
         it.value()->start(replyTime);
         const auto report = m_commReports.value(comm);
-        // Silenced, with a status: its answer came when it had timed out.
+        // A Silenced port with a status answered after its time-out.
         if (report->verdict == PortReport::TimedOut || report->verdict == PortReport::Silenced)
             report->verdict = PortReport::Awaiting;
-        if (comm->device()->isOpen()) // closed once it failed; it times out as a silent port does
+        if (comm->device()->isOpen()) // a lost port is closed; it times out again as a silent port does
             report->queries += writeQueries(comm);
         asked = true;
     }
     if (asked)
         return;
 
-    // Every port is handed over: nobody can answer this round. The next decision comes from the event loop.
+    // Every port is handed over, so nobody can answer in this round. The event loop makes the next decision.
     m_decided = true;
     QMetaObject::invokeMethod(
         this,

@@ -10,7 +10,7 @@ using JwDevice::VersionSentence;
 
 namespace {
 
-/// What QString::toInt() makes of it, which takes its time; nearly every number is a few plain digits.
+/// As QString::toInt(), but faster for a few plain digits, which nearly every number is.
 int toInt(const QString &text)
 {
     constexpr int digitsOfAnyInt = 9;
