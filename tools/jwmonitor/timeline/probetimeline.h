@@ -15,9 +15,9 @@ class BoardFinder;
 struct TimelineEvent
 {
     JwDevice::PortEvent::Kind kind;
-    double ms; ///< from the start of the search
-    QString text; ///< the sentence, or what went wrong; empty for none
-    int round = 0; ///< 0 is the first asking, 1 the first retry
+    double ms; ///< since the start of the search
+    QString text; ///< the sentence or the error; may be empty
+    int round = 0; ///< 0 while ports are asked first, 1 in the first retry round
 };
 
 /// What happened on one port, in order.
@@ -25,11 +25,11 @@ struct TimelineLane
 {
     QString port;
     QVector<TimelineEvent> events; ///< the newest ProbeTimeline::maxEvents
-    int dropped = 0; ///< events that were older
-    int queries = 0; ///< of all rounds
+    int dropped = 0; ///< number of older events, which are not kept
+    int queries = 0; ///< in all rounds
     JwDevice::PortReport report; ///< the newest one
-    QString outcome; ///< in a few words; empty as long as there is none
-    bool isGood = false; ///< the outcome is a board that was found
+    QString outcome; ///< in a few words; empty while it is open
+    bool isGood = false; ///< a board was found on the port
 };
 
 /// What a search did on each port and when, from the events and reports of the search.
@@ -38,7 +38,7 @@ class ProbeTimeline : public QObject
     Q_OBJECT
 
 public:
-    static constexpr int maxEvents = 2000; ///< of one lane; a search may last for an hour
+    static constexpr int maxEvents = 2000; ///< in one lane; a search may last for an hour
 
     /// Shows the newest search of `finder`.
     explicit ProbeTimeline(BoardFinder *finder, QObject *parent = nullptr);
@@ -48,9 +48,9 @@ public:
     /// The starts of the retry rounds, in ms.
     const QVector<double> &rounds() const { return m_rounds; }
     bool isRunning() const { return m_isRunning; }
-    /// Of the search so far, in ms.
+    /// How long the search has taken so far, in ms.
     double duration() const;
-    /// The start, in microseconds since the epoch; 0 before the first one.
+    /// When the search started, in microseconds since the epoch; 0 before the first search.
     qint64 startTime() const { return m_startUs; }
 
     static QString kindName(JwDevice::PortEvent::Kind kind);

@@ -18,15 +18,16 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double shortestSearch = 50; // ms that are shown at least
+constexpr double shortestSearch = 50; // ms; the view never shows less
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // room for a sentence behind the end of the search
-constexpr int sentenceReach = 100; // lines that a sentence is wide at most, so that it can be seen from there
-constexpr int longestText = 200; // characters of sentences that stand at one place
-constexpr double leastGap = 1; // pixels: what is closer to its like than that can't be told from it
-constexpr double leastRoundGap = 3; // of lines over the whole height, which would hide the rest
+constexpr int lastCharacters = 34; // room for a sentence after the end of the search
+constexpr int sentenceReach =
+    100; // in line heights; no sentence is wider, so one that begins farther left is not visible
+constexpr int longestText = 200; // characters of all sentences at one place
+constexpr double leastGap = 1; // pixels; marks closer than this would overlap
+constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the rest
 
-/// 1, 2 or 5 with zeros: the ms between two lines of the axis that are at least `least` apart.
+/// The ms between two lines of the axis: the smallest 1, 2 or 5 with zeros that is not below `least`.
 double stepOf(double least)
 {
     const double power = std::pow(10, std::floor(std::log10(least)));
@@ -183,9 +184,9 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         if (begin < end)
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    // Waits that follow each other without a gap that can be seen are one.
+    // Waits without a visible gap between them are drawn as one.
     double begin = 0;
-    double end = -1; // before the begin: none
+    double end = -1; // no wait yet
     Theme::Role waitRole = Theme::Waiting;
     const auto flush = [&] {
         if (end >= begin)
@@ -202,7 +203,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     };
 
     auto event = eventFrom(lane, left);
-    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // it may have begun further to the left
+    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // the wait may have begun farther left
         --event;
     double asked = -1;
     for (; event != lane.events.end() && (asked >= 0 || xAt(event->ms) <= right); ++event) {
@@ -231,7 +232,7 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
     const auto isShown = [sent](const TimelineEvent &event) {
         return !event.text.isEmpty() && event.kind != PortEvent::HandedOver && sent == (event.kind == PortEvent::Asked);
     };
-    // What comes at the same moment is one text; each ends where the next begins.
+    // Sentences of the same moment are joined. A text ends where the next begins.
     double from = -1;
     QString text;
     QColor colour;

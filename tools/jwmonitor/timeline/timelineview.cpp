@@ -23,8 +23,8 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double pictureScale = 2; // of saved PNGs: sharp on any screen and in print
-constexpr int maxPixels = 32767; // in each direction: Qt paints no farther
+constexpr double pictureScale = 2; // of saved PNGs, to be sharp on any screen and in print
+constexpr int maxPixels = 32767; // in each direction; Qt can paint no more
 constexpr double zoomStep = 2;
 
 QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *parent)
@@ -61,7 +61,7 @@ TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
     layout->addLayout(bar);
     layout->addWidget(m_canvas, 1);
     setFocusProxy(m_canvas);
-    m_hint->setTextFormat(Qt::PlainText); // whatever a board has sent
+    m_hint->setTextFormat(Qt::PlainText); // a board's text may look like HTML
     m_hint->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence doesn't widen the window
 
