@@ -17,19 +17,19 @@ int main(int argc, char **argv)
     QPointer<JwDevice::Initializer> search; // null while no search runs
     QPointer<QSerialPort> port; // the board's port; null while we have no board
 
-    const auto lose = [&] {
+    const auto onPortError = [&] {
         if (!port || !port->isOpen())
             return;
         out << "lost the board on " << port->portName() << Qt::endl;
         port->close(); // otherwise the port reports errors without end
         port->deleteLater(); // not delete: the port emits the signal that called us
     };
-    const auto take = [&](JwDevice::Type, JwDevice::Communicator *board) {
+    const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
         search->deleteLater(); // not delete: the search emits the signal that called us; this frees its other ports
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);
         board->setParent(port); // deleted with its port
-        QObject::connect(port, &QSerialPort::errorOccurred, &owner, lose);
+        QObject::connect(port, &QSerialPort::errorOccurred, &owner, onPortError);
         out << "the board is on " << port->portName() << Qt::endl;
     };
 
@@ -47,7 +47,7 @@ int main(int argc, char **argv)
         if (port || search || QSerialPortInfo::availablePorts().isEmpty())
             return;
         search = new JwDevice::Initializer(&owner); // one for each probe
-        QObject::connect(search, &JwDevice::Initializer::deviceInitialized, &owner, take);
+        QObject::connect(search, &JwDevice::Initializer::deviceInitialized, &owner, onBoardFound);
         // A board that was just plugged in may need longer than one search.
         QObject::connect(search, &JwDevice::Initializer::deviceNotFound, search, giveUp);
         QTimer::singleShot(3000, search, giveUp); // a board of another type would keep the search open

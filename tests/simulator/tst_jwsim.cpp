@@ -75,15 +75,15 @@ struct Exchange
 Exchange exchangeOf(const QJsonObject &board)
 {
     Exchange exchange;
-    const auto take = [&board](const char *name, QStringList &texts, QList<int> &times) {
+    const auto collect = [&board](const char *name, QStringList &texts, QList<int> &times) {
         const QJsonArray entries = board.value(QLatin1String(name)).toArray();
         for (const QJsonValue entry : entries) {
             texts.append(entry.toObject().value(QLatin1String("text")).toString());
             times.append(entry.toObject().value(QLatin1String("ms")).toInt());
         }
     };
-    take("received", exchange.received, exchange.receivedAt);
-    take("sent", exchange.sent, exchange.sentAt);
+    collect("received", exchange.received, exchange.receivedAt);
+    collect("sent", exchange.sent, exchange.sentAt);
     return exchange;
 }
 
