@@ -163,7 +163,7 @@ private Q_SLOTS:
     void reportReplacesAnOldReport();
     void failureToWriteTheReportIsReported_data();
     void failureToWriteTheReportIsReported();
-    void helpNamesOptionsKindsAndKeys();
+    void helpNamesOptionsKindsAndKeysIn80Columns();
     void failureToPrintTextGives125_data();
     void failureToPrintTextGives125();
     void versionIsTheProjectsVersion();
@@ -818,11 +818,13 @@ void TestJwsim::failureToWriteTheReportIsReported()
     QVERIFY2(outcome.error.contains("No space left"), outcome.error.constData());
 }
 
-void TestJwsim::helpNamesOptionsKindsAndKeys()
+void TestJwsim::helpNamesOptionsKindsAndKeysIn80Columns()
 {
     const Outcome outcome = jwsim({QStringLiteral("--help")});
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.error, QByteArray());
+    for (const QByteArray &line : linesOf(outcome.output))
+        QVERIFY2(line.size() <= 80, line.constData());
     for (const char *text : {"--scenario",
                              "--board",
                              "--report",
