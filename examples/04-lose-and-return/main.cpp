@@ -41,7 +41,7 @@ int main(int argc, char **argv)
         told = true;
     };
 
-    // To list the ports is cheap and works on every system. It also finds a board under a new port name.
+    // Listing the ports is cheap, works on every system, and also finds a board under a new port name.
     QTimer watch;
     QObject::connect(&watch, &QTimer::timeout, &owner, [&] {
         if (port || search || QSerialPortInfo::availablePorts().isEmpty())
