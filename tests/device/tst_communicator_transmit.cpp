@@ -134,7 +134,7 @@ void TestCommunicatorTransmit::setIODeviceAlwaysReturnsTrue()
 
 void TestCommunicatorTransmit::setParserReturnsTrueAndDoesNothingElse()
 {
-    ScriptedParser parser; // without behaviour: any call of it throws
+    ScriptedParser parser; // has no functions set, so every call throws
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(nullptr));
@@ -270,7 +270,7 @@ void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
     communicator.setIODevice(&device);
     QCOMPARE(communicator.writePayload(defg), 2u);
     QCOMPARE(device.written, QList<QByteArray>{"defg"});
-    device.reportWritten(3); // the entry of the failed write adds one
+    device.reportWritten(3); // the failed write counts as -1 byte, so 3 bytes cover both payloads
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
@@ -345,7 +345,7 @@ void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
              QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
     QCOMPARE(m_device->written, QList<QByteArray>());
 
-    m_device->reportWritten(5); // an entry in the ledger would be reported
+    m_device->reportWritten(5); // would report a payload if the ledger had one
     QCOMPARE(m_emissions->take(), transfers({}));
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
@@ -435,7 +435,7 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     }
     m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
-    m_device->reportWritten(bytes); // nothing was taken out of the ledger
+    m_device->reportWritten(bytes); // reported again, because the ledger keeps its entries
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
@@ -503,7 +503,7 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap memory asked for in one notification that covers three payloads, with a receiver that writes at each.
+    // Heap use of one bytesWritten() that covers three payloads. The receiver writes another payload at each report.
     struct Cost
     {
         long blocks;
@@ -520,15 +520,15 @@ void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
         QObject context;
         QObject::connect(&communicator, &Communicator::transferred, &context,
                          [&communicator] { communicator.writePayload(defg); });
-        device.buffer().reserve(device.buffer().size() + 1000); // so that the device itself does not grow below
+        device.buffer().reserve(device.buffer().size() + 1000); // or the device would allocate below
         const Cost before{allocationCount(), allocatedBytes()};
         Q_EMIT device.bytesWritten(9);
         return Cost{allocationCount() - before.blocks, allocatedBytes() - before.bytes};
     };
-    costAfter(3); // what is made once per process is not part of the cost
+    costAfter(3); // the first run also allocates what is kept for the whole process
     const Cost few = costAfter(100);
     const Cost many = costAfter(100000);
-    QVERIFY2(few.blocks > 0, "the counter does not count");
+    QVERIFY2(few.blocks > 0, "The counter of heap blocks does not work.");
     QVERIFY2(many.blocks <= few.blocks + 8, qPrintable(QStringLiteral("%1 > %2").arg(many.blocks).arg(few.blocks)));
     QVERIFY2(many.bytes <= few.bytes + 1024, qPrintable(QStringLiteral("%1 > %2").arg(many.bytes).arg(few.bytes)));
 }

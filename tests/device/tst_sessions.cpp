@@ -43,7 +43,7 @@ static_assert(
 
 namespace {
 
-/// A record of somebody else's that does not say how it is cleared.
+/// An application's session without its own clear().
 class PlainSession : public SessionAbstract
 {
 public:

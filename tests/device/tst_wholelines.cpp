@@ -36,7 +36,7 @@ namespace {
 const QByteArray versionReply = "$PJWVER,7300021,1,4,0*0e\r\n";
 const QByteArray cut = "$PJWVER,73";
 
-/// How many of `bytes`, received and not read, must count as available.
+/// The number of available bytes after `bytes` were received and none read.
 qint64 offered(const QByteArray &bytes)
 {
     const int end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;
@@ -185,7 +185,7 @@ void TestWholeLines::backlogCountsWhole()
     QFETCH(int, count);
     const auto link = make();
     QByteArray all;
-    for (int line = 0; line < count; line += 10) { // a pty holds 4 kB that nobody has fetched
+    for (int line = 0; line < count; line += 10) { // in parts, because a pty holds only 4 kB of unread bytes
         const QByteArray lines = versionReply.repeated(qMin(10, count - line));
         link->deliver(lines);
         all += lines;
@@ -329,7 +329,7 @@ void TestWholeLines::everyByteCanBeRead()
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, cut + versionReply}) {
         link->deliver(bytes);
-        QCOMPARE(read(link->device()), bytes); // without asking first
+        QCOMPARE(read(link->device()), bytes); // without a call of bytesAvailable() before
         QCOMPARE(link->lines()->bytesReceived(), 0);
         link->deliver(bytes.left(5));
         link->deliver(bytes.mid(5));
@@ -410,7 +410,7 @@ void TestWholeLines::readsBetweenArrivals()
     QCOMPARE(device->read(2), QByteArray(",2"));
     link->deliver("\n$C");
     QCOMPARE(device->bytesAvailable(), 2);
-    QCOMPARE(device->read(1), QByteArray("\r")); // the line end is cut in two: what is left is no line end
+    QCOMPARE(device->read(1), QByteArray("\r")); // cuts the line end in two: the rest is no line end
     QCOMPARE(device->bytesAvailable(), 0);
     link->deliver("\r\n");
     QCOMPARE(device->bytesAvailable(), 5);
@@ -467,7 +467,7 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Mostly short pieces; at times a long one, which may reach the bound.
+            // Mostly short pieces, sometimes a long one that may reach the limit.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

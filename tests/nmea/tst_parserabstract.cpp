@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What a parser did to it, in order.
+/// A session that records what a parser does with it, in order.
 struct Record
 {
     QStringList events;
@@ -54,20 +54,20 @@ QString refuseToLoad(const Record *, const QString &name)
 }
 
 enum Key {
-    Three = 1, // a, b, c both ways
-    Gap = 2, // a, nothing, b both ways
-    OneWay = 3, // read as a, written as b,c
-    Empty = 4, // no fields both ways
+    Three = 1, // "a,b,c" to parse and to build
+    Gap = 2, // "a,,b" to parse and to build
+    OneWay = 3, // "a" to parse, "b,c" to build
+    Empty = 4, // no fields to parse or build
     Unread = 5, // no format to parse
     Unwritten = 6, // no format to build
-    Nameless = 7, // formats, but no identifier
-    Unknown = 8, // names that no delegate has, behind one that has
-    Refusing = 9, // a, then a delegate that throws
-    Failing = 10, // a delegate that throws something else
-    Undefined = -9999, // in all tables, and yet no key
+    Nameless = 7, // has formats but no identifier
+    Unknown = 8, // "a", then a name without a delegate
+    Refusing = 9, // "a", then a delegate that throws Nmea::Exception
+    Failing = 10, // "a", then a delegate that throws another exception
+    Undefined = -9999, // is in all tables but counts as unknown
 };
 
-/// A parser with tables of every kind, and with the protected parts laid open.
+/// A parser with tables of every kind. Makes the protected members public.
 class TestParser : public Base
 {
 public:
@@ -165,7 +165,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// Has tables, but does not take the key.
+/// Has tables but does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:
@@ -200,7 +200,7 @@ Record recordOf(const QString &a, const QString &b = QString(), const QString &c
     return record;
 }
 
-/// A name for the data rows that hold a sentence with its line end.
+/// The text with a line end.
 QString line(const char *text)
 {
     return QString::fromLatin1(text) + QStringLiteral("\r\n");

@@ -42,7 +42,7 @@ public:
     using ParserInit::setSentenceId;
 };
 
-/// The board's side of the link: reads what the host writes, and writes every field that the host reads.
+/// The board's side: parses the host's sentences and builds the board's replies.
 class BoardParser : public ParserInit
 {
 public:
@@ -106,13 +106,13 @@ bool equal(const SessionInit &a, const SessionInit &b)
 }
 
 enum class Hole {
-    None, // the alteration is noticed
-    SameMeaning, // another way of writing the same sentence
-    DelimiterLost, // without its "*" a sentence carries no checksum, so the rest of it is field text
-    QuestionMark, // all characters outside Latin-1 count as "?" in the checksum
+    None, // the parser notices the change
+    SameMeaning, // the changed sentence means the same
+    DelimiterLost, // without "*" a sentence has no checksum, so the rest is text of the last field
+    QuestionMark, // a character outside Latin-1 counts as "?" in the checksum
 };
 
-/// What a sentence with a full set of fields and a checksum of two digits can't notice when one character changes.
+/// Why a changed character goes unnoticed, in a sentence with all fields and a checksum of two digits.
 Hole holeOf(const QString &sentence, int position, QChar replacement)
 {
     const QChar original = sentence[position];
@@ -246,7 +246,7 @@ void TestParserInit::isDestroyedThroughTheInterface()
     auto *parser = new ParserInit;
     parser->init();
     IPayloadParser *const interface = parser;
-    delete interface; // a leak or a wrong size is seen by the address sanitizer
+    delete interface; // AddressSanitizer reports a leak or a wrong size
 }
 
 void TestParserInit::parserBeforeInitRefusesEverything()
@@ -637,7 +637,7 @@ void TestParserInit::truncationBeforeALineEndIsNoticedByTheChecksumOnly()
         const QString ended = sentence.left(length) + QStringLiteral("\r\n");
         SessionInit session;
         const bool accepted = thrownMessage([&] { parser.parse(&session, ended); }).isNull();
-        // What is left of the fields, with no "*" behind, is a sentence without checksum.
+        // A sentence that is cut before its "*" counts as a sentence without checksum.
         QVERIFY2(accepted == (length >= firstField && length <= delimiter), qPrintable(ended));
     }
 }
@@ -684,7 +684,6 @@ void TestParserInit::alteredCharacterIsNoticed()
             SessionInit session;
             const bool accepted = thrownMessage([&] { parser.parse(&session, altered); }).isNull();
             const Hole hole = holeOf(sentence, position, replacement);
-            // The longest sentence keeps its length, so no alteration is refused for that.
             QVERIFY2(accepted == (hole != Hole::None), qPrintable(altered));
             if (hole == Hole::SameMeaning)
                 QVERIFY2(equal(session, original), qPrintable(altered));
