@@ -59,7 +59,7 @@ void TestInitializerQuery::wantedTypesChooseTheQueriesOnTheWire()
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
     fixture.probe(types);
-    // Whatever went out before this went out first.
+    // The board gets everything that was written before this mark before the mark.
     fixture.comm(board)->writePayload(QStringLiteral("$MARK\r\n"));
     QTRY_VERIFY(received(board).endsWith("$MARK\r\n"));
     QCOMPARE(received(board), queries + "$MARK\r\n");
