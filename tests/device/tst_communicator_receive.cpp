@@ -100,7 +100,7 @@ private Q_SLOTS:
     void storeMakesRoomBySingleLowestIds();
     void lowestIdIsReadFirst();
     void payloadIsReadById();
-    void readPayloadIsGone();
+    void readPayloadLeavesTheStore();
     void idsAreNotReused();
     void idWrapsToZero();
     void lowestIdIsTheNumericallyLowestAfterTheWrap();
@@ -294,7 +294,7 @@ void TestCommunicatorReceive::payloadIsReadById()
     QCOMPARE(takePayloads(*m_communicator), (QStringList{QStringLiteral("$2\r\n"), QStringLiteral("$4\r\n")}));
 }
 
-void TestCommunicatorReceive::readPayloadIsGone()
+void TestCommunicatorReceive::readPayloadLeavesTheStore()
 {
     m_device->deliver("$2\r\n$3\r\n");
     QString payload;

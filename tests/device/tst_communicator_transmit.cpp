@@ -64,7 +64,7 @@ private Q_SLOTS:
     void payloadIsWrittenUnchanged_data();
     void payloadIsWrittenUnchanged();
     void writeIsLoggedInBothCategories();
-    void failedWriteIsLoggedAsAnyOther();
+    void failedWriteIsLoggedLikeAnyOther();
     void recordCarriesThePlaceInTheSource();
     void writeWithoutDeviceIsAFailedWrite();
 
@@ -79,7 +79,7 @@ private Q_SLOTS:
 
     void notificationIsChargedInIdOrder_data();
     void notificationIsChargedInIdOrder();
-    void laterNotificationIsChargedFromTheLowestIdAnew();
+    void everyNotificationIsChargedFromTheLowestId();
     void notificationWithoutEntriesIsIgnored();
     void payloadWrittenDuringTheWalkIsNotCharged();
     void failedWriteIsNotReportedBySignal();
@@ -88,7 +88,7 @@ private Q_SLOTS:
 
     void bindingTwiceLeavesOneConnectionOfEachKind();
     void bindingNoneLeavesNoConnection();
-    void bindingAnotherDeviceLetsGoOfTheFirst();
+    void bindingAnotherDeviceDisconnectsTheFirst();
     void unboundDeviceIsNeitherClosedNorDeleted();
     void rebindingLeavesTheConnectionsOfOthers();
     void destructionLeavesDeviceAndParserAlive();
@@ -241,7 +241,7 @@ void TestCommunicatorTransmit::writeIsLoggedInBothCategories()
                           QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PJWVER*0c\"")}));
 }
 
-void TestCommunicatorTransmit::failedWriteIsLoggedAsAnyOther()
+void TestCommunicatorTransmit::failedWriteIsLoggedLikeAnyOther()
 {
     m_device->queueWriteResult(-1);
     m_communicator->writePayload(abc);
@@ -406,18 +406,18 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder_data()
     QTest::newRow("less than the first") << Sizes{3} << qint64(2) << Ids{};
     QTest::newRow("exactly the first") << Sizes{3, 4} << qint64(3) << Ids{1};
     QTest::newRow("the first and a part of the second") << Sizes{3, 4} << qint64(6) << Ids{1};
-    QTest::newRow("a part ends the walk before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
+    QTest::newRow("a part ends the count before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
     QTest::newRow("more than was written") << Sizes{3, 4} << qint64(1000) << Ids{1, 2};
     QTest::newRow("no bytes") << Sizes{3, 4} << qint64(0) << Ids{};
     QTest::newRow("no bytes, size 0 first") << Sizes{0, 3} << qint64(0) << Ids{};
     QTest::newRow("size 0 is reported when passed") << Sizes{0, 3} << qint64(1) << Ids{1};
     QTest::newRow("size 0 in the middle") << Sizes{3, 0, 4} << qint64(7) << Ids{1, 2, 3};
-    QTest::newRow("size 0 behind the last byte is not reached") << Sizes{3, 0} << qint64(3) << Ids{1};
-    QTest::newRow("size 0 behind what remains") << Sizes{3, 0} << qint64(4) << Ids{1, 2};
-    QTest::newRow("failed write is reported and adds one") << Sizes{-1, 3} << qint64(2) << Ids{1, 2};
-    QTest::newRow("failed write, the one more is not enough") << Sizes{-1, 3} << qint64(1) << Ids{1};
-    QTest::newRow("failed write behind the last byte is not reached") << Sizes{3, -1} << qint64(3) << Ids{1};
-    QTest::newRow("two failed writes add two") << Sizes{-1, -1, 4} << qint64(2) << Ids{1, 2, 3};
+    QTest::newRow("size 0 after the last byte is not reached") << Sizes{3, 0} << qint64(3) << Ids{1};
+    QTest::newRow("size 0 while bytes remain") << Sizes{3, 0} << qint64(4) << Ids{1, 2};
+    QTest::newRow("failed write is reported and counts as -1 byte") << Sizes{-1, 3} << qint64(2) << Ids{1, 2};
+    QTest::newRow("failed write, one byte too few") << Sizes{-1, 3} << qint64(1) << Ids{1};
+    QTest::newRow("failed write after the last byte is not reached") << Sizes{3, -1} << qint64(3) << Ids{1};
+    QTest::newRow("two failed writes count as -2 bytes") << Sizes{-1, -1, 4} << qint64(2) << Ids{1, 2, 3};
     QTest::newRow("only failed writes") << Sizes{-1, -1} << qint64(5) << Ids{1, 2};
     QTest::newRow("sizes beyond 32 bits, one byte too few") << Sizes{4294967297} << qint64(4294967296) << Ids{};
     QTest::newRow("sizes beyond 32 bits, low part alone") << Sizes{4294967297} << qint64(1) << Ids{};
@@ -439,7 +439,7 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
-void TestCommunicatorTransmit::laterNotificationIsChargedFromTheLowestIdAnew()
+void TestCommunicatorTransmit::everyNotificationIsChargedFromTheLowestId()
 {
     m_communicator->writePayload(abc);
     m_communicator->writePayload(defg);
@@ -560,7 +560,7 @@ void TestCommunicatorTransmit::bindingNoneLeavesNoConnection()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void TestCommunicatorTransmit::bindingAnotherDeviceLetsGoOfTheFirst()
+void TestCommunicatorTransmit::bindingAnotherDeviceDisconnectsTheFirst()
 {
     ScriptedDevice first;
     ScriptedDevice second;

@@ -74,8 +74,8 @@ private Q_SLOTS:
     void unfinishedLineStaysInTheDevice();
     void smallReadBufferStopsNothing_data();
     void smallReadBufferStopsNothing();
-    void plainPortIsEmptiedAsBefore();
-    void linesBehindEachOtherComeInOrder();
+    void plainPortIsReadUntilItIsEmpty();
+    void severalLinesComeInOrder();
     void switchedOffDeviceIsEmptied();
 
     void lineWithoutEndIsCutOnceItIsOffered();
@@ -99,7 +99,7 @@ private Q_SLOTS:
     void receiverRunsAnEventLoopThatClosesTheDevice();
     void receiverReadsTheDevice();
     void receiverReadsIntoTheUnfinishedLine();
-    void receiverReadsTheDeviceAndAsMuchArrives();
+    void receiverReadsTheDeviceAndTheSameCountArrives();
     void receiverSwitchesWholeLinesOff();
     void receiverReadsTheRestOfALongLine();
 
@@ -243,7 +243,7 @@ void TestCommunicatorWholeLines::smallReadBufferStopsNothing()
     QTRY_COMPARE(last, QString::fromLatin1(line));
 }
 
-void TestCommunicatorWholeLines::plainPortIsEmptiedAsBefore()
+void TestCommunicatorWholeLines::plainPortIsReadUntilItIsEmpty()
 {
     ScriptedDevice plain;
     Communicator communicator;
@@ -255,7 +255,7 @@ void TestCommunicatorWholeLines::plainPortIsEmptiedAsBefore()
     QCOMPARE(m_second->payloads, QStringList{QString::fromLatin1(cut) + marked});
 }
 
-void TestCommunicatorWholeLines::linesBehindEachOtherComeInOrder()
+void TestCommunicatorWholeLines::severalLinesComeInOrder()
 {
     QByteArray bytes;
     QStringList payloads;
@@ -515,7 +515,7 @@ void TestCommunicatorWholeLines::receiverReadsIntoTheUnfinishedLine()
     QVERIFY(bufferIsEmpty());
 }
 
-void TestCommunicatorWholeLines::receiverReadsTheDeviceAndAsMuchArrives()
+void TestCommunicatorWholeLines::receiverReadsTheDeviceAndTheSameCountArrives()
 {
     onFirst([this] {
         m_first->link->device()->readAll();

@@ -62,26 +62,26 @@ private Q_SLOTS:
 
     void countsThroughTheLastLineEnd_data();
     void countsThroughTheLastLineEnd();
-    void backlogCountsWhole_data();
-    void backlogCountsWhole();
+    void bytesAvailableCountsAllWholeLines_data();
+    void bytesAvailableCountsAllWholeLines();
     void lineOf512BytesIsNoLongerHeldBack_data();
     void lineOf512BytesIsNoLongerHeldBack();
     void restOfALongLineIsHeldBackAgain_data() { addKinds(); }
     void restOfALongLineIsHeldBackAgain();
     void everyByteCanBeRead_data();
     void everyByteCanBeRead();
-    void heldBackBytesAreNotTheEnd_data() { addKinds(); }
-    void heldBackBytesAreNotTheEnd();
-    void canReadLineTellsOfAnyLineFeed_data() { addKinds(); }
-    void canReadLineTellsOfAnyLineFeed();
+    void atEndIsFalseWhileBytesAreHeldBack_data() { addKinds(); }
+    void atEndIsFalseWhileBytesAreHeldBack();
+    void canReadLineReportsAnyLineFeed_data() { addKinds(); }
+    void canReadLineReportsAnyLineFeed();
     void waitForReadyReadReturnsForAPiece_data() { addKinds(); }
     void waitForReadyReadReturnsForAPiece();
     void rolledBackTransactionGivesBytesBack_data() { addKinds(); }
     void rolledBackTransactionGivesBytesBack();
     void readsBetweenArrivals_data() { addKinds(); }
     void readsBetweenArrivals();
-    void askingTakesNothing_data() { addKinds(); }
-    void askingTakesNothing();
+    void bytesAvailableConsumesNothing_data() { addKinds(); }
+    void bytesAvailableConsumesNothing();
     void switchedOffAndOn_data() { addKinds(); }
     void switchedOffAndOn();
     void randomPiecesAndReadsAgreeWithAByteArray_data() { addKinds(); }
@@ -170,7 +170,7 @@ void TestWholeLines::countsThroughTheLastLineEnd()
     QCOMPARE(link->device()->readAll(), bytes);
 }
 
-void TestWholeLines::backlogCountsWhole_data()
+void TestWholeLines::bytesAvailableCountsAllWholeLines_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<int>("count");
@@ -180,7 +180,7 @@ void TestWholeLines::backlogCountsWhole_data()
     }
 }
 
-void TestWholeLines::backlogCountsWhole()
+void TestWholeLines::bytesAvailableCountsAllWholeLines()
 {
     QFETCH(int, count);
     const auto link = make();
@@ -340,7 +340,7 @@ void TestWholeLines::everyByteCanBeRead()
     }
 }
 
-void TestWholeLines::heldBackBytesAreNotTheEnd()
+void TestWholeLines::atEndIsFalseWhileBytesAreHeldBack()
 {
     const auto link = make();
     QVERIFY(link->device()->atEnd());
@@ -352,7 +352,7 @@ void TestWholeLines::heldBackBytesAreNotTheEnd()
     QVERIFY(link->device()->atEnd());
 }
 
-void TestWholeLines::canReadLineTellsOfAnyLineFeed()
+void TestWholeLines::canReadLineReportsAnyLineFeed()
 {
     const auto link = make();
     QVERIFY(!link->device()->canReadLine());
@@ -417,7 +417,7 @@ void TestWholeLines::readsBetweenArrivals()
     QCOMPARE(device->readAll(), QByteArray("\n$C\r\n"));
 }
 
-void TestWholeLines::askingTakesNothing()
+void TestWholeLines::bytesAvailableConsumesNothing()
 {
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, QByteArray(700, 'x'), versionReply.repeated(50) + cut}) {

@@ -183,10 +183,10 @@ private Q_SLOTS:
     void floodLeavesTheStateTheStoreAndTheHeapAsTheyAre();
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood_data();
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood();
-    void lostPortHearsNothingOfABoardThatIsPluggedInAgain_data();
-    void lostPortHearsNothingOfABoardThatIsPluggedInAgain();
-    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication_data();
-    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication();
+    void lostPortGetsNothingFromABoardThatIsPluggedInAgain_data();
+    void lostPortGetsNothingFromABoardThatIsPluggedInAgain();
+    void faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication_data();
+    void faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication();
     void allPortsAnswerInTheSameMoment();
 };
 
@@ -431,7 +431,7 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
     });
 }
 
-void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain_data()
+void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::newRow("cable pulled, lost") << QByteArray();
@@ -439,7 +439,7 @@ void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain_data()
     QTest::newRow("line without end, lost") << QByteArray(100000, 'x');
 }
 
-void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain()
+void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain()
 {
     QFETCH(QByteArray, bytes);
     runCell([=](const IdleCheck &idle) {
@@ -464,7 +464,7 @@ void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain()
     });
 }
 
-void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication_data()
+void TestFaults::faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication_data()
 {
     QTest::addColumn<Fault>("fault");
     QTest::addColumn<PortState>("state");
@@ -475,7 +475,7 @@ void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplicati
     }
 }
 
-void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication()
+void TestFaults::faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication()
 {
     QFETCH(Fault, fault);
     QFETCH(PortState, state);

@@ -63,10 +63,10 @@ private Q_SLOTS:
     void payloadsBehindTheRecognisedOneReachWhatTheReceiverConnected();
     void receiverMayDisconnectTheInitializer();
     void otherPortsAnswerAndTimeOutInANestedLoopAndNothingIsReportedTwice();
-    void retryRoundBegunInANestedLoopIsNotCountedAgainBehindIt();
+    void retryRoundBegunInANestedLoopIsCountedOnce();
     void nestedLoopsWithinEachOtherLeaveTheProbeWhole();
     void roundsThatNobodyCanAnswerEndInANestedLoop();
-    void roundThatNobodyCanAnswerIsNotBegunAgainBehindTheReceiverInWhichItBegan();
+    void roundBegunInAReceiverIsNotBegunAgainAfterIt();
     void nestedLoopInDeviceNotFoundReportsNothingTwice();
     void lateReplyInANestedLoopOfDeviceNotFoundHandsOver_data();
     void lateReplyInANestedLoopOfDeviceNotFoundHandsOver();
@@ -223,7 +223,7 @@ void TestInitializerHostile::otherPortsAnswerAndTimeOutInANestedLoopAndNothingIs
     QCOMPARE(fixture.decisions(), seenInReceiver);
 }
 
-void TestInitializerHostile::retryRoundBegunInANestedLoopIsNotCountedAgainBehindIt()
+void TestInitializerHostile::retryRoundBegunInANestedLoopIsCountedOnce()
 {
     ProbeFixture fixture;
     fixture.attach("BoardA");
@@ -277,7 +277,7 @@ void TestInitializerHostile::roundsThatNobodyCanAnswerEndInANestedLoop()
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, retry, retry, missingC, over}));
 }
 
-void TestInitializerHostile::roundThatNobodyCanAnswerIsNotBegunAgainBehindTheReceiverInWhichItBegan()
+void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
 {
     ProbeFixture fixture;
     Board *const first = fixture.attach("silent");
@@ -444,10 +444,10 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     Board *const first = fixture.attach("silent");
     Board *const second = fixture.attach("silent");
     QPointer<QSerialPort> port;
-    bool aliveBehindTheDeletion = false;
+    bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        aliveBehindTheDeletion = port && !port->isOpen(); // Qt still uses the port when the receiver returns
+        aliveAfterTheDeletion = port && !port->isOpen(); // Qt still uses the port when the receiver returns
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});
@@ -456,7 +456,7 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     port = fixture.port(second);
     QVERIFY(second->send(versionReply("7300022")));
     QTRY_VERIFY(!fixture.initializer);
-    QVERIFY(aliveBehindTheDeletion);
+    QVERIFY(aliveAfterTheDeletion);
     settle();
     QVERIFY(!port);
 }

@@ -59,7 +59,7 @@ private Q_SLOTS:
     void noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeReturns_data();
     void noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeReturns();
     void noPortOpenedLeavesTheRetriesUntouched();
-    void probeMayBeCalledAgainWhereNoPortOpened();
+    void probeMayBeCalledAgainIfNoPortOpened();
     void secondProbeMayStartWhileTheFirstIsRunning();
     void delayWithBoardCWantedOpensNoPortBeforeItHasPassed();
     void delayedProbeReportsMissingPortsFromTheEventLoop();
@@ -319,7 +319,7 @@ void TestInitializerPorts::noPortOpenedLeavesTheRetriesUntouched()
     QTRY_VERIFY(fixture.timeline.contains(QStringLiteral("Retry probing")));
 }
 
-void TestInitializerPorts::probeMayBeCalledAgainWhereNoPortOpened()
+void TestInitializerPorts::probeMayBeCalledAgainIfNoPortOpened()
 {
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(boardA));

@@ -20,7 +20,7 @@ private Q_SLOTS:
     void wantedTypesChooseTheQueriesOnTheWire();
     void bothQueriesAreWrittenInTheSameCallWithNothingAwaitedBetween();
     void everyOpenedPortIsQueried();
-    void unknownOnlyAsksNothingAndReportsNothingWherePortsOpened();
+    void unknownAloneAsksNothingAndReportsNothing();
     void unknownBesideAnotherTypeIsNeverHandedOver();
     void queryBoardVersionWritesTheQueriesToTheGivenCommunicator();
     void queryBoardVersionWritesNothingBeforeTheFirstProbe();
@@ -89,7 +89,7 @@ void TestInitializerQuery::everyOpenedPortIsQueried()
         QTRY_COMPARE(received(board), informationRequest);
 }
 
-void TestInitializerQuery::unknownOnlyAsksNothingAndReportsNothingWherePortsOpened()
+void TestInitializerQuery::unknownAloneAsksNothingAndReportsNothing()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("BoardA");

@@ -55,8 +55,8 @@ class TestInitializerReplies : public QObject
 private Q_SLOTS:
     void replyNamesTheType_data();
     void replyNamesTheType();
-    void boardIsFoundWhateverTheShapeOfItsReply_data();
-    void boardIsFoundWhateverTheShapeOfItsReply();
+    void boardIsFoundForEveryFormOfItsReply_data();
+    void boardIsFoundForEveryFormOfItsReply();
     void allThreeBoardsAreFoundAndTheProbeIsOver();
     void typeWantedTwiceIsHandedOverOnce();
     void boardIsHandedOverAtOnceWhileOtherPortsAreAwaited();
@@ -66,15 +66,15 @@ private Q_SLOTS:
     void payloadBehindTheRecognisedOneIsTakenOutAndDropped();
     void onlyOnePayloadBehindTheRecognisedOneIsDropped();
     void payloadBehindTheRecognisedOneIsStillThereWithinTheSignal();
-    void payloadThatCannotBeParsedIsSkippedForTheGoodOneBehindIt();
-    void unwantedPayloadIsSkippedForTheWantedOneBehindIt();
+    void unparsablePayloadIsSkippedForTheNextGoodOne();
+    void unwantedPayloadIsSkippedForTheNextWantedOne();
     void payloadThatCannotBeParsedLeavesThePortAwaitingItsReply_data();
     void payloadThatCannotBeParsedLeavesThePortAwaitingItsReply();
     void portWithNothingButGarbageTimesOut_data();
     void portWithNothingButGarbageTimesOut();
     void everyReadIsLoggedBeforeAnythingIsRead();
     void timeoutIsLogged();
-    void slotsLeaveAloneWhatIsNotProbed();
+    void slotsIgnoreCommunicatorsThatAreNotProbed();
     void parseableReplyThatIsNotWantedSilencesThePort_data();
     void parseableReplyThatIsNotWantedSilencesThePort();
     void silencedPortKeepsTheProbeOpen();
@@ -82,7 +82,7 @@ private Q_SLOTS:
     void silencedPortBecomesADuplicateForALaterReply();
     void timedOutPortIsHandedOverForALateReply();
     void timedOutPortBecomesADuplicateForALateReply();
-    void timedOutPortStaysSoForALateReplyThatIsNotWanted();
+    void timedOutPortStaysTimedOutForAnUnwantedReply();
     void replyAfterTheTimeOutIsHandedOverDuringTheRetryRound();
     void secondBoardOfATypeIsADuplicateAndNotHandedOver();
     void twoBoardsOfATypeEndTheProbeWithoutAMissingType();
@@ -144,7 +144,7 @@ void TestInitializerReplies::replyNamesTheType()
     QVERIFY(errorsOf(fixture).isEmpty());
 }
 
-void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply_data()
+void TestInitializerReplies::boardIsFoundForEveryFormOfItsReply_data()
 {
     QTest::addColumn<QByteArray>("board");
     QTest::addColumn<QString>("found");
@@ -158,7 +158,7 @@ void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply_data()
     QTest::newRow("three times") << QByteArray("BoardB,replies=3") << foundB;
 }
 
-void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply()
+void TestInitializerReplies::boardIsFoundForEveryFormOfItsReply()
 {
     QFETCH(QByteArray, board);
     QFETCH(QString, found);
@@ -321,7 +321,7 @@ void TestInitializerReplies::payloadBehindTheRecognisedOneIsStillThereWithinTheS
     QCOMPARE(seen, QStringLiteral("$PSECOND\r\n"));
 }
 
-void TestInitializerReplies::payloadThatCannotBeParsedIsSkippedForTheGoodOneBehindIt()
+void TestInitializerReplies::unparsablePayloadIsSkippedForTheNextGoodOne()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -335,7 +335,7 @@ void TestInitializerReplies::payloadThatCannotBeParsedIsSkippedForTheGoodOneBehi
     QCOMPARE(fixture.timeline.mid(error, 2), QStringList({errors.first().text, foundA}));
 }
 
-void TestInitializerReplies::unwantedPayloadIsSkippedForTheWantedOneBehindIt()
+void TestInitializerReplies::unwantedPayloadIsSkippedForTheNextWantedOne()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -432,7 +432,7 @@ void TestInitializerReplies::timeoutIsLogged()
     QVERIFY2(records.first().function.contains("Initializer::readTimeout("), records.first().function);
 }
 
-void TestInitializerReplies::slotsLeaveAloneWhatIsNotProbed()
+void TestInitializerReplies::slotsIgnoreCommunicatorsThatAreNotProbed()
 {
     ProbeFixture fixture;
     Communicator stranger;
@@ -542,7 +542,7 @@ void TestInitializerReplies::timedOutPortBecomesADuplicateForALateReply()
     QCOMPARE(fixture.handOvers.size(), 1);
 }
 
-void TestInitializerReplies::timedOutPortStaysSoForALateReplyThatIsNotWanted()
+void TestInitializerReplies::timedOutPortStaysTimedOutForAnUnwantedReply()
 {
     ProbeFixture fixture;
     Board *const late = fixture.attach("silent");

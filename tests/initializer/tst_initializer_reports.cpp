@@ -120,10 +120,10 @@ class TestInitializerReports : public QObject
 
 private Q_SLOTS:
     void emptyBeforeAProbe();
-    void emptyWhereNoPortIsACandidate();
+    void emptyIfNoPortIsACandidate();
     void newReportSaysNothing() { verifyOnly(PortReport(), PortReport::NotOpened, 0); }
-    void everyReportTellsWhichDeviceItIsOn_data();
-    void everyReportTellsWhichDeviceItIsOn();
+    void everyReportNamesItsDevice_data();
+    void everyReportNamesItsDevice();
     void reportsStandInTheOrderOfTheNamesGiven();
     void reportsStandInTheOrderOfTheSearchAndOnItsCandidatesOnly();
     void portThatCannotBeOpenedIsReportedWithItsError_data();
@@ -142,10 +142,10 @@ private Q_SLOTS:
     void pulledPortIsLost();
     void lostPortStaysLostAndIsAskedNoMore();
     void lastWordsOfALostPortDoNotBringItBack();
-    void portThatIsLostWhenTheProbeIsOverIsReportedSo();
+    void portLostAfterTheProbeIsReportedAsLost();
     void queriesAreCountedByTheWantedTypesAndRounds_data();
     void queriesAreCountedByTheWantedTypesAndRounds();
-    void portThatThereIsNothingToAskIsAwaitingWithoutAQuery();
+    void portWithoutAQueryIsAwaiting();
     void payloadThatCannotBeParsedIsCountedAndShown_data();
     void payloadThatCannotBeParsedIsCountedAndShown();
     void newestReplyAndNewestUnreadablePayloadAreShown();
@@ -167,12 +167,12 @@ private Q_SLOTS:
     void reportsTakenBeforeAReceiverDeletesTheInitializerStay();
     void refusedProbeChangesNoReport();
     void explicitNamesOfASecondProbeAddTheirReports();
-    void portOfAnEarlierProbeIsTriedAnew();
+    void portOfAnEarlierProbeIsTriedAgain();
     void searchReplacesTheReports();
     void portThatAnEarlierProbeStillAsksIsReportedByWhatItDoes_data();
     void portThatAnEarlierProbeStillAsksIsReportedByWhatItDoes();
     void portThatTheApplicationHasIsNotOpenedByALaterProbe();
-    void lostPortIsTriedAnewByALaterProbe();
+    void lostPortIsTriedAgainByALaterProbe();
     void portNamedTwiceHasTwoReports();
 };
 
@@ -185,7 +185,7 @@ void TestInitializerReports::emptyBeforeAProbe()
     QVERIFY(fixture.initializer->portReports().isEmpty());
 }
 
-void TestInitializerReports::emptyWhereNoPortIsACandidate()
+void TestInitializerReports::emptyIfNoPortIsACandidate()
 {
     ProbeFixture fixture;
     fixture.attach("BoardA,manufacturer=Somebody,vendor=1a86");
@@ -193,7 +193,7 @@ void TestInitializerReports::emptyWhereNoPortIsACandidate()
     QVERIFY(fixture.initializer->portReports().isEmpty());
 }
 
-void TestInitializerReports::everyReportTellsWhichDeviceItIsOn_data()
+void TestInitializerReports::everyReportNamesItsDevice_data()
 {
     QTest::addColumn<QByteArray>("board");
     QTest::addColumn<QString>("manufacturer");
@@ -208,7 +208,7 @@ void TestInitializerReports::everyReportTellsWhichDeviceItIsOn_data()
     QTest::newRow("of none") << QByteArray("silent,serial=S-4711,manufacturer=") << QString() << PortReport::Awaiting;
 }
 
-void TestInitializerReports::everyReportTellsWhichDeviceItIsOn()
+void TestInitializerReports::everyReportNamesItsDevice()
 {
     QFETCH(QByteArray, board);
     QFETCH(QString, manufacturer);
@@ -352,7 +352,7 @@ void TestInitializerReports::answerOfNoWantedTypeSilencesThePort_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::newRow("board of another type") << versionReply(versionB);
-    QTest::newRow("hardware that is not known") << versionReply("7300099");
+    QTest::newRow("unknown hardware version") << versionReply("7300099");
     QTest::newRow("information of a board of another type") << informationReply("INF");
     QTest::newRow("echo of the query") << versionQuery;
     QTest::newRow("other start character") << QByteArray("!PJWVER,7300099\r\n");
@@ -489,7 +489,7 @@ void TestInitializerReports::lastWordsOfALostPortDoNotBringItBack()
     QCOMPARE(report.payloads, 1);
 }
 
-void TestInitializerReports::portThatIsLostWhenTheProbeIsOverIsReportedSo()
+void TestInitializerReports::portLostAfterTheProbeIsReportedAsLost()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -534,7 +534,7 @@ void TestInitializerReports::queriesAreCountedByTheWantedTypesAndRounds()
     QTRY_COMPARE(received(board).count('$'), queries * 3);
 }
 
-void TestInitializerReports::portThatThereIsNothingToAskIsAwaitingWithoutAQuery()
+void TestInitializerReports::portWithoutAQueryIsAwaiting()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
@@ -887,7 +887,7 @@ void TestInitializerReports::explicitNamesOfASecondProbeAddTheirReports()
     QTRY_COMPARE(verdictOn(fixture, board), PortReport::HandedOver);
 }
 
-void TestInitializerReports::portOfAnEarlierProbeIsTriedAnew()
+void TestInitializerReports::portOfAnEarlierProbeIsTriedAgain()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent,serial=S-4711");
@@ -951,7 +951,7 @@ void TestInitializerReports::portThatTheApplicationHasIsNotOpenedByALaterProbe()
     QCOMPARE(verdictOn(fixture, silent), PortReport::Awaiting);
 }
 
-void TestInitializerReports::lostPortIsTriedAnewByALaterProbe()
+void TestInitializerReports::lostPortIsTriedAgainByALaterProbe()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");

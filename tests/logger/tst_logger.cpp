@@ -176,7 +176,7 @@ private Q_SLOTS:
     void thereIsOneInstance();
     void startsAtWarningOnStandardError();
     void categoryLevelLeavesTheGeneralLevelAtItsStart();
-    void fatalEndsNothing();
+    void fatalDoesNotEndTheProgram();
     void withoutSinksNothingIsWritten();
     void logsFromStaticDestructors();
 
@@ -194,7 +194,7 @@ private Q_SLOTS:
     void removedSinkGetsNoMore();
     void clearedSinksGetNoMore();
     void nullSinkIsIgnored();
-    void loggerLetsGoOfItsSinksAtItsEnd();
+    void loggerReleasesItsSinksAtItsEnd();
     void sinksOfSpdlogFormatTheRecord();
 
     void sinkSeesTheLevel_data();
@@ -258,7 +258,7 @@ void TestLogger::categoryLevelLeavesTheGeneralLevelAtItsStart()
     QVERIFY(lines[0].endsWith(QLatin1String("at its category's level")));
 }
 
-void TestLogger::fatalEndsNothing()
+void TestLogger::fatalDoesNotEndTheProgram()
 {
     const LogCapture capture;
     at(Logger::Fatal).write("the worst");
@@ -450,7 +450,7 @@ void TestLogger::nullSinkIsIgnored()
     QCOMPARE(capture.sink->records.size(), 1);
 }
 
-void TestLogger::loggerLetsGoOfItsSinksAtItsEnd()
+void TestLogger::loggerReleasesItsSinksAtItsEnd()
 {
     const auto sink = std::make_shared<RecordSink>();
     {

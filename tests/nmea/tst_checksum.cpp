@@ -21,8 +21,8 @@ private Q_SLOTS:
     void lengthTakesTheFirstCharacters();
     void eachLatin1CharacterCountsAsItsCode();
     void staysWithinOneByte();
-    void ofAViewIsThatOfTheText_data();
-    void ofAViewIsThatOfTheText();
+    void isTheSameForAView_data();
+    void isTheSameForAView();
     void isReadAsANumberOfBase16();
     void isWrittenAsQtWritesTheSignedByte();
 };
@@ -106,12 +106,12 @@ void TestChecksum::staysWithinOneByte()
     }
 }
 
-void TestChecksum::ofAViewIsThatOfTheText_data()
+void TestChecksum::isTheSameForAView_data()
 {
     isTheXorOfTheLatin1Bytes_data();
 }
 
-void TestChecksum::ofAViewIsThatOfTheText()
+void TestChecksum::isTheSameForAView()
 {
     QFETCH(QString, text);
     QFETCH(int, checksum);

@@ -236,7 +236,7 @@ private Q_SLOTS:
     void parseTestsInOrder_data();
     void parseTestsInOrder();
     void parseAcceptsTheLongestSentence();
-    void parseTakesBothStartFlags();
+    void parseAcceptsBothStartFlags();
     void parseWithoutChecksumKeepsTheLineEnd();
     void parseReadsTheChecksumAsANumber_data();
     void parseReadsTheChecksumAsANumber();
@@ -247,12 +247,12 @@ private Q_SLOTS:
     void splitTakesOffTheStartFlag();
     void splitRefusesSeveralDelimiters();
 
-    void parseTrimmedTellsIdentifierFromFields_data();
-    void parseTrimmedTellsIdentifierFromFields();
+    void parseTrimmedSeparatesIdentifierAndFields_data();
+    void parseTrimmedSeparatesIdentifierAndFields();
     void parseTrimmedRefuses_data();
     void parseTrimmedRefuses();
     void keyIsStoredBeforeTheFields();
-    void parseListedTakesTheFieldsAsTheyAre();
+    void parseListedKeepsTheFieldsUnchanged();
     void undefinedKeyIsTreatedAsUnknown();
     void parseParametersReadsTheFormat_data();
     void parseParametersReadsTheFormat();
@@ -271,11 +271,11 @@ private Q_SLOTS:
     void buildWritesTheWholeSentence();
     void buildWritesAHighChecksumWith16Digits_data();
     void buildWritesAHighChecksumWith16Digits();
-    void buildOfAnEmptyIdentifierCountsTheDelimiter();
-    void buildOfAShortIdentifierCountsItAlone_data();
-    void buildOfAShortIdentifierCountsItAlone();
+    void checksumOfAnEmptySentenceIsThatOfTheDelimiter();
+    void checksumWithoutFieldsIsThatOfTheIdentifier_data();
+    void checksumWithoutFieldsIsThatOfTheIdentifier();
     void buildReplacesTheText();
-    void buildTestsNoLength();
+    void buildHasNoLengthLimit();
     void buildRefuses_data();
     void buildRefuses();
 
@@ -287,8 +287,8 @@ private Q_SLOTS:
 
     void changedTablesCountAtOnce();
     void everySentenceOfALargeTableIsRecognised();
-    void firstKeyOfTheTableCountsForAnIdentifierOfTwo();
-    void newestFormatCountsForAKeyOfTwo();
+    void identifierOfSeveralKeysMeansTheFirst();
+    void newestOfSeveralFormatsOfAKeyIsUsed();
 };
 
 void TestParserAbstract::newParserHasItsSettingsAndEmptyTables()
@@ -495,7 +495,7 @@ void TestParserAbstract::parseAcceptsTheLongestSentence()
     QVERIFY(parser.parseSentence(&record, longest));
 }
 
-void TestParserAbstract::parseTakesBothStartFlags()
+void TestParserAbstract::parseAcceptsBothStartFlags()
 {
     TestParser parser;
     parser.init();
@@ -612,7 +612,7 @@ void TestParserAbstract::splitRefusesSeveralDelimiters()
     }
 }
 
-void TestParserAbstract::parseTrimmedTellsIdentifierFromFields_data()
+void TestParserAbstract::parseTrimmedSeparatesIdentifierAndFields_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QStringList>("events");
@@ -635,7 +635,7 @@ void TestParserAbstract::parseTrimmedTellsIdentifierFromFields_data()
         << QStringLiteral("EMPTY,1") << QStringList{QStringLiteral("key 4")};
 }
 
-void TestParserAbstract::parseTrimmedTellsIdentifierFromFields()
+void TestParserAbstract::parseTrimmedSeparatesIdentifierAndFields()
 {
     QFETCH(QString, body);
     QFETCH(QStringList, events);
@@ -688,7 +688,7 @@ void TestParserAbstract::keyIsStoredBeforeTheFields()
     QCOMPARE(record.events.count(QStringLiteral("key 2")), 1);
 }
 
-void TestParserAbstract::parseListedTakesTheFieldsAsTheyAre()
+void TestParserAbstract::parseListedKeepsTheFieldsUnchanged()
 {
     TestParser parser;
     parser.init();
@@ -952,7 +952,7 @@ void TestParserAbstract::buildWritesAHighChecksumWith16Digits()
     QCOMPARE(thrownMessage([&] { parser.parseSentence(&again, out); }), QStringLiteral("Checksum misspelled"));
 }
 
-void TestParserAbstract::buildOfAnEmptyIdentifierCountsTheDelimiter()
+void TestParserAbstract::checksumOfAnEmptySentenceIsThatOfTheDelimiter()
 {
     TestParser parser;
     parser.ids[Empty] = QString();
@@ -966,7 +966,7 @@ void TestParserAbstract::buildOfAnEmptyIdentifierCountsTheDelimiter()
     QCOMPARE(out, line("$,x*54"));
 }
 
-void TestParserAbstract::buildOfAShortIdentifierCountsItAlone_data()
+void TestParserAbstract::checksumWithoutFieldsIsThatOfTheIdentifier_data()
 {
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<QString>("sentence");
@@ -974,7 +974,7 @@ void TestParserAbstract::buildOfAShortIdentifierCountsItAlone_data()
     QTest::newRow("two characters") << QStringLiteral("AB") << line("$AB*03");
 }
 
-void TestParserAbstract::buildOfAShortIdentifierCountsItAlone()
+void TestParserAbstract::checksumWithoutFieldsIsThatOfTheIdentifier()
 {
     QFETCH(QString, identifier);
     QFETCH(QString, sentence);
@@ -999,7 +999,7 @@ void TestParserAbstract::buildReplacesTheText()
     QCOMPARE(out, line("$THREE,1,2,3*52"));
 }
 
-void TestParserAbstract::buildTestsNoLength()
+void TestParserAbstract::buildHasNoLengthLimit()
 {
     TestParser parser;
     parser.init();
@@ -1181,7 +1181,7 @@ void TestParserAbstract::everySentenceOfALargeTableIsRecognised()
     }
 }
 
-void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
+void TestParserAbstract::identifierOfSeveralKeysMeansTheFirst()
 {
     TestParser parser;
     parser.ids = {{Three, QStringLiteral("SAME")},
@@ -1195,7 +1195,7 @@ void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
     QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(first)});
 }
 
-void TestParserAbstract::newestFormatCountsForAKeyOfTwo()
+void TestParserAbstract::newestOfSeveralFormatsOfAKeyIsUsed()
 {
     const QMultiHash<int, QString> formats{{Three, QStringLiteral("a")},
                                            {OneWay, QStringLiteral("a")},

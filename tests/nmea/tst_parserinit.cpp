@@ -162,7 +162,7 @@ private Q_SLOTS:
     void parseStringStoresAText();
     void versionNumberThatIsNoneIsStoredAsZero_data();
     void versionNumberThatIsNoneIsStoredAsZero();
-    void fieldNotCarriedIsAbsent();
+    void missingFieldIsAbsent();
     void parseIntoAFilledSessionKeepsItsOtherFields();
     void requestIsRefusedOnReceipt();
     void tooLongReplyIsRefusedAsAWhole();
@@ -270,12 +270,12 @@ void TestParserInit::buildsTheQueries_data()
     QTest::newRow("version query takes no fields")
         << 1 << Fields{{subcommand, QStringLiteral("INF")}, {QStringLiteral("hwversion"), 1}} << line("$PJWVER*0c");
     QTest::newRow("information request") << 2 << Fields{{subcommand, QStringLiteral("INF")}} << line("$PTJWWR,INF*71");
-    QTest::newRow("information request with other fields about")
+    QTest::newRow("information request, with fields that it does not send")
         << 2 << Fields{{subcommand, QStringLiteral("INF")}, {QStringLiteral("name"), QStringLiteral("CTRL")}}
         << line("$PTJWWR,INF*71");
-    QTest::newRow("sub-command held as bytes")
+    QTest::newRow("sub-command stored as bytes")
         << 2 << Fields{{subcommand, QByteArray("INF")}} << line("$PTJWWR,INF*71");
-    QTest::newRow("sub-command held as a number") << 2 << Fields{{subcommand, 42}} << line("$PTJWWR,42*36");
+    QTest::newRow("sub-command stored as a number") << 2 << Fields{{subcommand, 42}} << line("$PTJWWR,42*36");
     QTest::newRow("sub-command empty") << 2 << Fields{{subcommand, QString()}} << line("$PTJWWR*1c");
     QTest::newRow("sub-command absent") << 2 << Fields() << line("$PTJWWR*1c");
 }
@@ -427,7 +427,7 @@ void TestParserInit::parseIntStoresAnInt_data()
     QTest::newRow("plus") << QStringLiteral("+42") << 42;
     QTest::newRow("sign alone") << QStringLiteral("-") << 0;
     QTest::newRow("blank within") << QStringLiteral("4 2") << 0;
-    QTest::newRow("digits that are not ASCII's") << QStringLiteral("\u0664\u0662") << 0;
+    QTest::newRow("digits outside ASCII") << QStringLiteral("\u0664\u0662") << 0;
 }
 
 void TestParserInit::parseIntStoresAnInt()
@@ -479,7 +479,7 @@ void TestParserInit::versionNumberThatIsNoneIsStoredAsZero()
         QCOMPARE(session.fields.value(QString::fromLatin1(name), -1), QVariant(0));
 }
 
-void TestParserInit::fieldNotCarriedIsAbsent()
+void TestParserInit::missingFieldIsAbsent()
 {
     const SessionInit session = parsed(line("$PJWVER,7300021,1*0a"));
     QCOMPARE(session.fields,
