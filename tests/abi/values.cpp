@@ -1,5 +1,5 @@
-// The public types that hold values and have no function of their own in a library. No exported function leads to them
-// as debug information tells it (QList hides its elements), so this one does.
+// Exported functions use some public types only as elements of a QList, and debug information hides those. This function
+// shows these types to the comparison.
 #include <device/portreport.h>
 
 #include <qglobal.h>

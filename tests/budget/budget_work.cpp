@@ -1,5 +1,5 @@
-// The work that has a budget. Under valgrind's callgrind it writes one profile for each piece of work, and prints what
-// budget.py wants to know of it: "name: operations allocations".
+// The work that has a budget. Under valgrind's callgrind, it writes one profile for each kind of work, and prints a line
+// for budget.py: "name: operations allocations".
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <logger/logger.h>
@@ -35,11 +35,11 @@ void require(bool condition, const char *what)
     std::exit(1);
 }
 
-/// Counts `work`, which does `operations` each time that it runs.
+/// Counts the cost of `work`. One run of `work` does this number of operations.
 template <typename Work>
 void count(const char *name, int operations, Work work)
 {
-    work(); // what is made once, and not again, is not what the work costs
+    work(); // not counted: the first run makes objects that stay
     const long before = allocationCount();
     CALLGRIND_ZERO_STATS;
     for (int i = 0; i < repetitions; ++i)
@@ -48,7 +48,7 @@ void count(const char *name, int operations, Work work)
     std::printf("%s: %d %ld\n", name, repetitions * operations, allocationCount() - before);
 }
 
-/// The least that a parse can cost: its record, filled from numbers and texts that are there.
+/// The lowest possible cost of a parse: filling the session with numbers and texts that exist already.
 void countRecord()
 {
     SessionInit session;
@@ -91,7 +91,8 @@ void countBuild()
     require(sentence == QLatin1String("$PTJWWR,INF*71\r\n"), "a sentence was not built");
 }
 
-/// From `bytes` at a device that offers `readSize` at a time to `payloads` payloads parsed, of which `good` are good.
+/// Counts receiving and parsing: a device offers `bytes` in parts of `readSize`. They make `payloads` payloads, of which
+/// `good` can be parsed.
 void countReceive(const char *name, const QByteArray &bytes, int readSize, int payloads, int good)
 {
     StreamDevice device;

@@ -343,7 +343,7 @@ void TestCommunicatorReceive::emptyStoreIsLogged_data()
 {
     QTest::addColumn<uint>("id");
     QTest::newRow("lowest id") << 0u;
-    QTest::newRow("an id of its own") << 99u;
+    QTest::newRow("a given id") << 99u;
 }
 
 void TestCommunicatorReceive::emptyStoreIsLogged()

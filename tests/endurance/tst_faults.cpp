@@ -349,7 +349,7 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
         if (QTest::currentTestFailed())
             return;
         loggerInstance()->setLevel(Logger::Fatal); // or the fixture would keep millions of records
-        for (QString former; probe.comm->readPayload(former);) { }
+        for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }
         int arrived = 0;
         uint lastId = 0;
         QObject::connect(probe.comm, qOverload<uint>(&Communicator::readyRead), probe.board, [&](uint id) {

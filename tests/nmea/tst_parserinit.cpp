@@ -21,7 +21,7 @@ static_assert(std::has_virtual_destructor_v<ParserInit>);
 static_assert(!std::has_virtual_destructor_v<Base>);
 static_assert(!std::is_abstract_v<ParserInit>);
 static_assert(std::is_default_constructible_v<ParserInit>);
-static_assert(sizeof(ParserInit) == sizeof(IPayloadParser) + sizeof(Base), "no data members of its own");
+static_assert(sizeof(ParserInit) == sizeof(IPayloadParser) + sizeof(Base), "ParserInit has no data members");
 static_assert(std::is_same_v<Base::ParserDelegate, bool (*)(SessionInit *, const QString &, const QString &)>);
 static_assert(std::is_same_v<Base::BuilderDelegate, QString (*)(const SessionInit *, const QString &)>);
 static_assert(std::is_same_v<decltype(&ParserInit::parseInt), Base::ParserDelegate>);
