@@ -4,7 +4,7 @@
 
 using namespace JwProbe;
 
-class TstJwprobeSentence : public QObject
+class TestJwprobeSentence : public QObject
 {
     Q_OBJECT
 
@@ -15,7 +15,7 @@ private Q_SLOTS:
     void aLineThatMakesNoSentenceIsRefused();
 };
 
-void TstJwprobeSentence::whatIsMissingIsAdded_data()
+void TestJwprobeSentence::whatIsMissingIsAdded_data()
 {
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("sentence");
@@ -33,7 +33,7 @@ void TstJwprobeSentence::whatIsMissingIsAdded_data()
     row("checksum below 16 has two digits", "AA", "$AA*00\r\n");
 }
 
-void TstJwprobeSentence::whatIsMissingIsAdded()
+void TestJwprobeSentence::whatIsMissingIsAdded()
 {
     QFETCH(QString, line);
     QFETCH(QString, sentence);
@@ -43,7 +43,7 @@ void TstJwprobeSentence::whatIsMissingIsAdded()
     QCOMPARE(*framed, sentence);
 }
 
-void TstJwprobeSentence::aLineThatMakesNoSentenceIsRefused_data()
+void TestJwprobeSentence::aLineThatMakesNoSentenceIsRefused_data()
 {
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("hint");
@@ -61,7 +61,7 @@ void TstJwprobeSentence::aLineThatMakesNoSentenceIsRefused_data()
     row("beyond ASCII", "PJWVER,\xc3\xa4", "ASCII");
 }
 
-void TstJwprobeSentence::aLineThatMakesNoSentenceIsRefused()
+void TestJwprobeSentence::aLineThatMakesNoSentenceIsRefused()
 {
     QFETCH(QString, line);
     QFETCH(QString, hint);
@@ -70,5 +70,5 @@ void TstJwprobeSentence::aLineThatMakesNoSentenceIsRefused()
     QVERIFY2(error.contains(hint), qPrintable(error));
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeSentence)
+QTEST_GUILESS_MAIN(TestJwprobeSentence)
 #include "tst_jwprobe_sentence.moc"

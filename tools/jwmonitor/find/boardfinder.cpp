@@ -1,12 +1,12 @@
 #include "boardfinder.h"
 
 #include <jwmonitor/history/clock.h>
-#include "porterrors.h"
 
+#include <device/boardrules.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QSerialPort>
-#include <QSignalBlocker>
 
 #include <algorithm>
 #include <utility>
@@ -15,7 +15,6 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int replyTime = 400; // ms that the library awaits an answer
 constexpr int spareTime = 1500; // ms beyond all retry rounds, for opening many ports and for late answers
 constexpr int refreshInterval = 100; // ms; what the log tells of comes at once
 constexpr int settleTime = 200; // ms from a change to the next search: what comes together is searched together
@@ -144,6 +143,13 @@ void BoardFinder::search()
                 else // the search was ended before this answer came
                     letGo(board);
             });
+    initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
+        const bool isOurs = event.kind == JwDevice::PortEvent::NotOpened && m_held.contains(event.portName);
+        if (m_initializer != initializer || isOurs)
+            return;
+        Q_EMIT portEvent(event);
+        refreshSoon();
+    });
     // Comes once for each missing type, and perhaps from within probe().
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
@@ -239,7 +245,7 @@ void BoardFinder::takeBoard(JwDevice::Type type, const Board &held)
     QSerialPort *const port = held.port;
     const QString name = port->portName();
     m_held.insert(name, held);
-    connect(new PortErrors(port), &PortErrors::portLost, this, [this, name, port] {
+    connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, this, [this, name, port] {
         if (m_held.value(name).port == port)
             lose(name);
     });
@@ -315,11 +321,7 @@ void BoardFinder::letGo(const Board &board)
 {
     disconnect(board.port, nullptr, this, nullptr);
     board.communicator->setIODevice(nullptr);
-    if (board.port->isOpen()) {
-        const QSignalBlocker blocker(board.port);
-        board.port->clear(QSerialPort::Output); // the system would wait for a board that does not read
-        board.port->close(); // or it goes on to report errors, without end
-    }
+    JwDevice::closeAtOnce(board.port); // an open port whose device is gone reports errors without end
     board.port->deleteLater(); // not delete: we may be within a signal of its
 }
 
@@ -334,7 +336,7 @@ QList<JwDevice::Type> BoardFinder::missingTypes() const
 int BoardFinder::limit(const QList<JwDevice::Type> &types) const
 {
     const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // as the library waits
-    return delay + (m_settings.retries + 1) * replyTime + spareTime;
+    return delay + (m_settings.retries + 1) * JwDevice::replyTime + spareTime;
 }
 
 } // namespace JwMonitor

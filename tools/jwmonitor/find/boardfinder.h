@@ -17,7 +17,8 @@ class QSerialPort;
 
 namespace JwDevice {
 class Initializer;
-}
+struct PortEvent;
+} // namespace JwDevice
 
 namespace JwMonitor {
 
@@ -58,15 +59,13 @@ public:
     /// Of the wanted types, from the first start() on.
     QMap<JwDevice::Type, BoardState> boards() const { return m_boards; }
 
-public Q_SLOTS:
-    /// Something happened in the search: look what became of its ports, once the event loop runs.
-    void refreshSoon();
-
 Q_SIGNALS:
     void searchStarted(qint64 timeUs); ///< since the epoch
     void searchEnded();
     /// What ports() and boards() tell has changed.
     void changed();
+    /// An event of the running search, not of a board that an earlier search found. Don't run an event loop here.
+    void portEvent(const JwDevice::PortEvent &event);
     /// Reports of the running search; not of the boards that earlier searches found.
     void reported(const QList<JwDevice::PortReport> &reports);
     void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
@@ -82,6 +81,7 @@ private:
     void search();
     void endSearch();
     void endSearchSoon(); // from within signals of the Initializer
+    void refreshSoon();
     void refresh();
     Board adopt(JwDevice::Communicator *communicator); // and its port
     void takeBoard(JwDevice::Type type, const Board &held);

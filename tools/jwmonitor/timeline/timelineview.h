@@ -29,9 +29,8 @@ public Q_SLOTS:
     void askAndSave();
 
 private:
-    void updateHint();
+    void showLegend();
 
-    const ProbeTimeline *const m_timeline;
     TimelineCanvas *const m_canvas;
     QLabel *const m_hint;
 };

@@ -5,10 +5,10 @@
 #include <device/portreport.h>
 #include <device/type.h>
 
-#include <QElapsedTimer>
 #include <QObject>
-#include <QSerialPort>
 #include <QString>
+
+class QSerialPort;
 
 namespace JwDevice {
 class Communicator;
@@ -51,9 +51,8 @@ Q_SIGNALS:
     void lost();
 
 private:
-    void judge(QSerialPort::SerialPortError error);
+    void close(bool isDeviceGone);
     bool isGone() const;
-    void closePort();
     void useCommunicator(JwDevice::Communicator *comm);
 
     JwDevice::Communicator *m_comm = nullptr;
@@ -63,8 +62,6 @@ private:
     const JwDevice::PortReport m_report;
     const QString m_hardwareVersion;
     const double m_milliseconds;
-    QElapsedTimer m_errorClock;
-    int m_errors = 0; // since that clock was started
     QString m_errorText;
 };
 
