@@ -37,11 +37,11 @@ def script():
 
 
 def transcript(output):
-    """The commands and their output; of apt only the last lines."""
+    """The commands and their output; of apt and of cmake's checks only the last lines."""
     result = ""
     for part in output.split(MARK)[1:]:
         command, said = part.split("\n", 1)
-        if command.startswith("apt-get"):
+        if command.startswith(("apt-get", "cmake -B")):
             said = "...\n" + "".join(said.splitlines(True)[-2:])
         result += f"$ {command}\n{said}"
     return "".join(line.rstrip() + "\n" for line in result.splitlines())
