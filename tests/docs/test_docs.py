@@ -127,8 +127,8 @@ class Reference(unittest.TestCase):
         for source in (DOCS / "pictures").glob("*.dot"):
             self.assertTrue((self.html / f"dot_{source.stem}.svg").exists(), f"no page shows {source}")
         text = "".join(page.read_text() for page in Pages.pages)
-        for source in (DOCS / "pictures").glob("*.png"):
-            self.assertIn(f"](pictures/{source.name})", text)
+        unused = [name.name for name in (DOCS / "pictures").glob("*.png") if f"](pictures/{name.name})" not in text]
+        self.assertEqual(unused, [])
         for shown in re.findall(r"!\[[^]]*\]\(pictures/([^()]+)\)", text):
             self.assertTrue((self.html / shown).exists(), f"{shown} is not in the documentation")
 

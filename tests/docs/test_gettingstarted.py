@@ -41,7 +41,7 @@ def transcript(output):
     result = ""
     for part in output.split(MARK)[1:]:
         command, said = part.split("\n", 1)
-        if command.startswith("apt-get"):
+        if command.startswith(("apt-get", "cmake -B")):
             said = "...\n" + "".join(said.splitlines(True)[-2:])
         result += f"$ {command}\n{said}"
     return "".join(line.rstrip() + "\n" for line in result.splitlines())
