@@ -1,19 +1,18 @@
+#include "support/device/discardedoutput.h"
+#include "support/device/otherreader.h"
 #include "support/jwmonitor/finderfixture.h"
 #include "support/jwmonitor/simulatedwindowmain.h"
 
 #include <device/initializer.h>
+#include <device/wholelines.h>
 
 #include <QEventLoop>
-#include <QFile>
 #include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
-#include <QSocketNotifier>
 #include <QTimer>
 
 #include <cerrno>
-
-#include <fcntl.h>
 
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
@@ -46,6 +45,8 @@ private Q_SLOTS:
     void aBoardThatIsNotWantedDoesNotKeepTheSearchOpen();
     void theDelayCountsForBoardCAlone();
     void stopLetsGoOfThePorts();
+    void unsentOutputIsDiscardedWhenABoardIsLetGo_data();
+    void unsentOutputIsDiscardedWhenABoardIsLetGo();
     void stopForgetsLostBoards();
     void stopEndsTheSearch();
     void anAnswerAfterStopIsLetGo();
@@ -190,28 +191,20 @@ void TestFinder::aPulledCableIsALostBoard()
 void TestFinder::anErrorThatPassesLosesNoBoard_data()
 {
     QTest::addColumn<int>("staleError");
-    QTest::newRow("ReadError") << 0;
-    QTest::newRow("ResourceError") << EAGAIN;
+    QTest::addColumn<QByteArray>("held");
+    QTest::newRow("ReadError") << 0 << QByteArray();
+    QTest::newRow("ResourceError") << EAGAIN << QByteArray();
+    QTest::newRow("while an unfinished line is held back") << EAGAIN << QByteArray("$PJWVER,7300022");
 }
 
 void TestFinder::anErrorThatPassesLosesNoBoard()
 {
     QFETCH(int, staleError);
+    QFETCH(QByteArray, held);
+    const QByteArray reply = "$PJWVER,7300022,1,4,0*0d\r\n";
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
-    // Another program that reads the port, open before the search has the port for itself. Its turn comes first, when
-    // the system has told both of the bytes.
-    const QByteArray device = "/dev/" + board->portName().toLatin1();
-    QFile other;
-    QVERIFY(other.open(::open(device.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK), QIODevice::ReadOnly,
-                       QFileDevice::AutoCloseHandle));
-    QSocketNotifier arrival(other.handle(), QSocketNotifier::Read);
-    bool isGreedy = false;
-    connect(&arrival, &QSocketNotifier::activated, &other, [&] {
-        if (isGreedy)
-            other.readAll();
-        errno = staleError;
-    });
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), staleError);
     QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
@@ -219,21 +212,23 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     const auto link = found.at(0).at(0).value<JwMonitor::BoardLink>();
     auto *port = qobject_cast<QSerialPort *>(link.communicator->device());
     QVERIFY(port);
+    QVERIFY(held.isEmpty() || board->send(held));
+    QTRY_COMPARE(qobject_cast<WholeLinesBase *>(port)->bytesReceived(), qint64(held.size()));
     int errors = 0;
     bool isResourceError = false;
     connect(port, &QSerialPort::errorOccurred, port, [&](QSerialPort::SerialPortError error) {
         ++errors;
         isResourceError |= error == QSerialPort::ResourceError;
     });
-    isGreedy = true;
-    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && errors > 0);
+    other.start(port);
+    QTRY_VERIFY(board->send(reply) && errors > 0);
     QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort goes by the number that an earlier call left
-    arrival.setEnabled(false);
-    other.close();
+    other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
     QSignalSpy read(link.communicator.data(), QOverload<>::of(&Communicator::readyRead));
-    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && !read.isEmpty());
+    QVERIFY(board->send(reply.mid(held.size())));
+    QTRY_VERIFY(!read.isEmpty());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(found.size(), 1);
 }
@@ -411,6 +406,34 @@ void TestFinder::stopLetsGoOfThePorts()
     QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::NoBoard);
     QSerialPort port(board->portName());
     QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
+}
+
+void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo_data()
+{
+    QTest::addColumn<bool>("isLost");
+    QTest::newRow("by stop()") << false;
+    QTest::newRow("because its cable is pulled") << true;
+}
+
+void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo()
+{
+    QFETCH(bool, isLost);
+    FinderFixture fixture;
+    auto *board = fixture.attach("BoardA");
+    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    fixture.start({BoardA}, 0);
+    QTRY_COMPARE(found.size(), 1);
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    const auto communicator = found.at(0).at(0).value<JwMonitor::BoardLink>().communicator;
+    const auto descriptor = static_cast<int>(qobject_cast<QSerialPort *>(communicator->device())->handle());
+    discardedOutput.clear();
+    if (isLost) {
+        board->pull();
+        QTRY_COMPARE(fixture.stage(BoardA), Stage::Lost);
+    } else {
+        fixture.finder.stop();
+    }
+    QCOMPARE(discardedOutput, QVector<int>{descriptor});
 }
 
 void TestFinder::stopForgetsLostBoards()

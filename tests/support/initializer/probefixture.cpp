@@ -3,6 +3,8 @@
 #include "support/common/portname.h"
 #include "support/device/receivebuffer.h"
 
+#include <device/boardrules.h>
+
 #include <QTest>
 #include <QTimer>
 
@@ -11,6 +13,7 @@
 using JwDevice::Communicator;
 using JwDevice::Initializer;
 using JwDevice::Type;
+using JwDevice::typeName;
 using JwSimulator::Board;
 
 namespace {
@@ -37,12 +40,6 @@ protected:
 private:
     ProbeFixture *const m_fixture;
 };
-
-QString typeName(Type type)
-{
-    static const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
-    return QLatin1String(names[type]);
-}
 
 QByteArray journalBytes(const Board *board, JwSimulator::JournalEntry::Direction direction)
 {
