@@ -83,8 +83,8 @@ void TestOptions::refusesWhatItDoesNotKnow_data()
     const auto row = [](const char *line, const char *error) { QTest::newRow(line) << QString::fromLatin1(error); };
     row("--colour red", "Unknown option 'colour'; \"jwmonitor --help\" shows what is allowed");
     row("ttyACM0", "unexpected argument \"ttyACM0\": jwmonitor takes options only, a port is given as --port ttyACM0");
-    row("--type BoardD", "--type \"BoardD\" is not known: allowed are BoardA, BoardB and BoardC");
-    row("--port=", "--port needs the name of a port, such as ttyACM0");
+    row("--type Toaster", "--type \"Toaster\" is not known: allowed are BoardA, BoardB and BoardC");
+    row("--port=", "--port needs the name of a port, such as ttyACM0; \"jwprobe --list\" shows all");
     row("--delay soon", "--delay \"soon\" is not allowed: give a whole number from 0 to 3600000");
     row("--delay -1", "--delay \"-1\" is not allowed: give a whole number from 0 to 3600000");
     row("--retries 10001", "--retries \"10001\" is not allowed: give a whole number from 0 to 10000");
@@ -101,7 +101,7 @@ void TestOptions::refusesWhatItDoesNotKnow()
 void TestOptions::helpAndVersionNeedNothingElse()
 {
     QCOMPARE(parse("--help")->action, Options::ShowHelp);
-    QCOMPARE(parse("--type BoardD -v")->action, Options::ShowVersion);
+    QCOMPARE(parse("--type Toaster -v")->action, Options::ShowVersion);
     QVERIFY(helpText().startsWith(QLatin1String("Usage: jwmonitor [options]\n")));
 }
 

@@ -47,7 +47,6 @@ class TestPorts : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void portsStandInTheOrderOfTheirNumbers();
     void rowsComeAndGoOneByOne();
     void onlyWhatChangedIsAnnounced();
     void tellsWhatBecameOfEachPort();
@@ -59,14 +58,6 @@ private Q_SLOTS:
     void theLineOfBoardsTellsWhereEachStands();
     void colouredTextsContrastWithTheirGround();
 };
-
-void TestPorts::portsStandInTheOrderOfTheirNumbers()
-{
-    QStringList names{QStringLiteral("ttyUSB0"), QStringLiteral("ttyACM10"), QStringLiteral("ttyACM9"),
-                      QStringLiteral("rfcomm1")};
-    std::sort(names.begin(), names.end(), isBefore);
-    QCOMPARE(names.join(QLatin1Char(' ')), QStringLiteral("rfcomm1 ttyACM9 ttyACM10 ttyUSB0"));
-}
 
 void TestPorts::rowsComeAndGoOneByOne()
 {

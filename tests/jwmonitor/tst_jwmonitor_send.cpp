@@ -168,7 +168,7 @@ void TestSend::refusesToSendABadLine()
     QCOMPARE(label("message"), QStringLiteral("Type a sentence, such as PJWVER."));
     m_line->setText(QString(80, QLatin1Char('A')));
     press(Qt::Key_Return);
-    QVERIFY2(label("message").startsWith(QLatin1String("Too long")), qPrintable(label("message")));
+    QVERIFY2(label("message").startsWith(QLatin1String("Make it shorter")), qPrintable(label("message")));
     m_model->flush();
     QCOMPARE(m_model->rowCount(), 0);
 }

@@ -4,6 +4,7 @@
 #include "support/jwmonitor/simulatedwindowmain.h"
 #include "support/jwmonitor/trafficrows.h"
 
+#include <common/printable.h>
 #include <jwmonitor/traffic/boardtraffic.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
@@ -202,7 +203,7 @@ void TestTraffic::aToolTipShowsEachCharacter()
         document.setHtml(toolTip);
         const QStringList lines = document.toPlainText().split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), row + 1);
-        QCOMPARE(lines.first(), TrafficText::raw(payload));
+        QCOMPARE(lines.first(), JwTools::printable(payload));
     }
 }
 
@@ -438,8 +439,8 @@ void TestTraffic::aFilterOfALargeTableIsComplete()
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
     edit("text")->setText(QStringLiteral(",999"));
     QTRY_COMPARE(m_table->model()->rowCount(), 111); // 999, 9990 to 9999, 99900 to 99999
-    QCOMPARE(payloads().first(), TrafficText::raw(numbered(999)));
-    QCOMPARE(payloads().last(), TrafficText::raw(numbered(99999)));
+    QCOMPARE(payloads().first(), JwTools::printable(numbered(999)));
+    QCOMPARE(payloads().last(), JwTools::printable(numbered(99999)));
 }
 
 void TestTraffic::rowsGoUnderAFilter()
@@ -453,7 +454,7 @@ void TestTraffic::rowsGoUnderAFilter()
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
     QCOMPARE(m_table->model()->rowCount(), TrafficModel::maxRows / 2 - 50);
-    QCOMPARE(m_table->model()->index(0, TrafficModel::Raw).data().toString(), TrafficText::raw(numbered(101)));
+    QCOMPARE(m_table->model()->index(0, TrafficModel::Raw).data().toString(), JwTools::printable(numbered(101)));
 }
 
 void TestTraffic::progressIsToldUnderAFilter()
@@ -525,12 +526,12 @@ void TestTraffic::keepsItsPlaceWhileRowsGo()
     const auto topPayload = [this] {
         return m_table->model()->index(m_table->rowAt(1), TrafficModel::Raw).data().toString();
     };
-    QCOMPARE(topPayload(), TrafficText::raw(numbered(5000)));
+    QCOMPARE(topPayload(), JwTools::printable(numbered(5000)));
     for (int i = 0; i < 3; ++i) {
         m_model->append(received(acm0, version));
         m_model->flush();
     }
-    QTRY_COMPARE(topPayload(), TrafficText::raw(numbered(5000)));
+    QTRY_COMPARE(topPayload(), JwTools::printable(numbered(5000)));
 }
 
 void TestTraffic::followsAgainAtTheEnd()

@@ -4,7 +4,6 @@
 #include "support/jwmonitor/trafficrows.h"
 
 #include <jwmonitor/find/boardsbar.h>
-#include <jwmonitor/app/boardtypes.h>
 #include <jwmonitor/app/mainwindow.h>
 #include <jwmonitor/plot/plotcanvas.h>
 #include <jwmonitor/find/portsmodel.h>

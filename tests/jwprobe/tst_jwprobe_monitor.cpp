@@ -100,6 +100,7 @@ void TestJwprobeMonitor::typedLineIsFramed_data()
     QTest::newRow("blanks around") << QByteArray("  PJWVER \n") << version;
     QTest::newRow("checksum in capitals") << QByteArray("$PJWVER*0C\n") << QStringLiteral("$PJWVER*0C");
     QTest::newRow("fields") << QByteArray("PTJWWR,INF\n") << QStringLiteral("$PTJWWR,INF*71");
+    QTest::newRow("Latin-1") << QByteArray("P\xc3\xa9*b9\n") << QStringLiteral("$P\u00e9*b9");
     QTest::newRow("exclamation mark") << QByteArray("!PTJWWR,INF\n") << QStringLiteral("!PTJWWR,INF*71");
 }
 
@@ -127,7 +128,8 @@ void TestJwprobeMonitor::typedLineIsRefused_data()
     QTest::newRow("checksum cut short") << QByteArray("$PJWVER*\n") << QByteArray("0c");
     QTest::newRow("text behind the checksum") << QByteArray("$PJWVER*0cX\n") << QByteArray("0c");
     QTest::newRow("start flag alone") << QByteArray("$\n") << QByteArray("not sent");
-    QTest::newRow("not ASCII") << QByteArray("PJWVER,\xc3\xbc\n") << QByteArray("ASCII");
+    QTest::newRow("beyond Latin-1") << QByteArray("PJWVER,\xc5\x82\n") << QByteArray("Latin-1");
+    QTest::newRow("too long") << QByteArray(100, 'A') + "\n" << QByteArray("at most 74");
     QTest::newRow("start flag within") << QByteArray("PJW$VER\n") << QByteArray("not sent");
     QTest::newRow("no such port") << QByteArray("ttyNOPE0: PJWVER\n") << QByteArray("ttyNOPE0");
 }

@@ -336,7 +336,7 @@ void TestJwprobeReport::statusIs2OnWrongUse_data()
     };
     row("unknown option", {"--frob"}, "frob");
     row("argument", {"ttyACM0"}, "--port");
-    row("type unknown", {"--type", "BoardD"}, "BoardA, BoardB and BoardC");
+    row("type unknown", {"--type", "Toaster"}, "BoardA, BoardB and BoardC");
     row("type is no board", {"--type", "Unknown"}, "BoardA");
     row("type empty", {"--type", ""}, "BoardA");
     row("type without value", {"--type"}, "type");

@@ -1,7 +1,7 @@
 #include "screenshots.h"
 
 #include <jwmonitor/find/boardfinder.h>
-#include "boardtypes.h"
+#include <common/boardtype.h>
 #include "mainwindow.h"
 #include <jwmonitor/send/sendpanel.h>
 #include <jwmonitor/look/theme.h>
@@ -53,7 +53,7 @@ void Screenshots::talk()
         return;
     m_timer.setInterval(turn % 40 < 20 ? 25 : 60); // so that the plot has something to tell
     board->setCurrentIndex(turn % board->count());
-    const bool isBoardC = board->currentText().contains(boardName(JwDevice::BoardC));
+    const bool isBoardC = board->currentText().contains(JwTools::boardName(JwDevice::BoardC));
     line->setText(isBoardC ? QStringLiteral("PTJWWR,INF") : QStringLiteral("PJWVER"));
     QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
     QCoreApplication::sendEvent(line, &press);

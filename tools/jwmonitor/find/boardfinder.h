@@ -52,8 +52,8 @@ public:
     bool isStarted() const { return m_isStarted; }
     bool isSearching() const { return m_initializer; }
 
-    /// In the order of isBefore(): the ports of the system, those that the newest search tried, and those whose board
-    /// was lost.
+    /// In the order of JwTools::isPortBefore(): the ports of the system, those that the newest search tried, and those
+    /// whose board was lost.
     QVector<PortEntry> ports() const;
     /// Of the wanted types, from the first start() on.
     QMap<JwDevice::Type, BoardState> boards() const { return m_boards; }

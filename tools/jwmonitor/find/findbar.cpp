@@ -1,7 +1,7 @@
 #include "findbar.h"
 
-#include <jwmonitor/app/boardtypes.h>
-#include "systemport.h"
+#include <common/boardtype.h>
+#include <common/portname.h>
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -27,10 +27,10 @@ QSpinBox *createNumber(const char *name, int highest, const QString &toolTip, QW
 QMap<JwDevice::Type, QCheckBox *> createTypes(QWidget *parent)
 {
     QMap<JwDevice::Type, QCheckBox *> boxes;
-    const QList<JwDevice::Type> types = boardTypes();
+    const QList<JwDevice::Type> types = JwTools::boardTypes();
     for (const JwDevice::Type type : types) {
-        auto *box = new QCheckBox(boardName(type), parent);
-        box->setObjectName(boardName(type));
+        auto *box = new QCheckBox(JwTools::boardName(type), parent);
+        box->setObjectName(JwTools::boardName(type));
         boxes.insert(type, box);
     }
     return boxes;
@@ -102,7 +102,7 @@ FindSettings FindBar::settings() const
     }
     const QStringList names = m_ports->text().split(QRegularExpression(QStringLiteral("[\\s,;]+")), Qt::SkipEmptyParts);
     for (const QString &name : names)
-        settings.ports.append(portName(name));
+        settings.ports.append(JwTools::portName(name));
     settings.ports.removeDuplicates();
     settings.delay = m_delay->value();
     settings.retries = m_retries->value();

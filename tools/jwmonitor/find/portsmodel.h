@@ -19,7 +19,7 @@ public:
     explicit PortsModel(QObject *parent = nullptr);
     ~PortsModel() override;
 
-    /// Takes over `entries`, which are in the order of isBefore(), row by row: selections stay.
+    /// Takes over `entries`, which are in the order of JwTools::isPortBefore(), row by row: selections stay.
     void setEntries(const QVector<PortEntry> &entries);
     const PortEntry &entry(int row) const { return m_entries.at(row); }
     /// Whose colours fit the texts.

@@ -22,12 +22,6 @@ inline bool operator==(const SystemPort &a, const SystemPort &b)
         && a.serialNumber == b.serialNumber;
 }
 
-/// The name that the library takes, from one that people have at hand, such as "/dev/ttyACM0" or a link to it.
-QString portName(const QString &name);
-
-/// Whether port `a` stands before `b` in a list: ttyACM2 before ttyACM10.
-bool isBefore(const QString &a, const QString &b);
-
 } // namespace JwMonitor
 
 Q_DECLARE_METATYPE(QVector<JwMonitor::SystemPort>)

@@ -21,9 +21,6 @@ public:
     explicit LogModel(QObject *parent = nullptr);
     ~LogModel() override;
 
-    /// The level's name, such as "Warning".
-    static QString levelName(::Logger::Level level);
-
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;

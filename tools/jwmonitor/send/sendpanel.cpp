@@ -1,11 +1,12 @@
 #include "sendpanel.h"
 
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
+#include <common/sentenceframe.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
 #include "recallline.h"
 #include "sendledger.h"
-#include "sentenceframe.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/traffic/trafficmodel.h>
 #include <jwmonitor/traffic/traffictext.h>
@@ -63,7 +64,7 @@ void SendPanel::addBoard(const BoardLink &link)
 {
     removeLedger(link.port);
     m_ledgers.insert(link.port, new SendLedger(link, m_model, this));
-    const QString text = tr("%1: %2").arg(link.port, boardName(link.type));
+    const QString text = tr("%1: %2").arg(link.port, JwTools::boardName(link.type));
     const int index = m_board->findData(link.port);
     if (index < 0)
         m_board->addItem(text, link.port);
@@ -127,14 +128,14 @@ void SendPanel::updatePreview()
         m_preview->clear();
         return; // and leave the message on what was sent
     }
-    const SentenceFrame frame(m_line->text());
-    m_preview->setText(TrafficText::raw(frame.sentence()));
+    const JwTools::SentenceFrame frame(m_line->text());
+    m_preview->setText(JwTools::printable(frame.sentence()));
     showMessage(frame.fault(), true);
 }
 
 void SendPanel::send()
 {
-    const SentenceFrame frame(m_line->text());
+    const JwTools::SentenceFrame frame(m_line->text());
     const QString port = m_board->currentData().toString();
     SendLedger *ledger = m_ledgers.value(port);
     if (!ledger) {

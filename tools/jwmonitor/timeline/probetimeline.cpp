@@ -1,10 +1,10 @@
 #include "probetimeline.h"
 
 #include <jwmonitor/find/boardfinder.h>
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
 #include <jwmonitor/history/clock.h>
 #include <jwmonitor/find/portverdict.h>
-#include <jwmonitor/find/systemport.h>
+#include <common/portname.h>
 
 #include <algorithm>
 #include <utility>
@@ -131,7 +131,7 @@ void ProbeTimeline::takeReports(const QList<JwDevice::PortReport> &reports)
             add(report.portName, TimelineEvent::Lost, ms, report.errorText);
         line.report = report;
         line.isGood = report.verdict == JwDevice::PortReport::HandedOver;
-        line.outcome = line.isGood ? boardName(report.type) : verdictText(report, false);
+        line.outcome = line.isGood ? JwTools::boardName(report.type) : verdictText(report, false);
     }
     Q_EMIT changed();
 }
@@ -142,7 +142,7 @@ void ProbeTimeline::takeBoard(const BoardLink &link, qint64 timeUs)
         return;
     TimelineLane &line = lane(link.port);
     line.isGood = true;
-    line.outcome = boardName(link.type);
+    line.outcome = JwTools::boardName(link.type);
     add(link.port, TimelineEvent::HandedOver, sinceStart(timeUs), line.outcome);
     Q_EMIT changed();
 }
@@ -150,7 +150,7 @@ void ProbeTimeline::takeBoard(const BoardLink &link, qint64 timeUs)
 TimelineLane &ProbeTimeline::lane(const QString &port)
 {
     const auto it = std::find_if(m_lanes.begin(), m_lanes.end(),
-                                 [&port](const TimelineLane &line) { return !isBefore(line.port, port); });
+                                 [&port](const TimelineLane &line) { return !JwTools::isPortBefore(line.port, port); });
     if (it != m_lanes.end() && it->port == port)
         return *it;
     TimelineLane line;

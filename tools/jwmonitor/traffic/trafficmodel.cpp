@@ -4,6 +4,8 @@
 #include <jwmonitor/look/tooltip.h>
 #include "traffictext.h"
 
+#include <common/printable.h>
+
 #include <QGuiApplication>
 
 namespace JwMonitor {
@@ -136,7 +138,7 @@ QVariant TrafficModel::display(const TrafficRecord &record, int column) const
     case Id:
         return record.id == 0 ? QVariant() : QVariant(record.id);
     case Identifier:
-        return TrafficText::raw(SentenceDecoder::identifier(record.payload).toString());
+        return JwTools::printable(SentenceDecoder::identifier(record.payload).toString());
     case Fields:
         return TrafficText::fields(m_decoder.decode(record.payload, record.direction));
     case Checksum:
@@ -144,7 +146,7 @@ QVariant TrafficModel::display(const TrafficRecord &record, int column) const
     case Progress:
         return TrafficText::transfer(record.transfer);
     case Raw:
-        return TrafficText::raw(record.payload);
+        return JwTools::printable(record.payload);
     default:
         return QVariant();
     }
@@ -171,7 +173,7 @@ QVariant TrafficModel::toolTip(const TrafficRecord &record, int column) const
         }
     }
     const QString fault = record.direction == Direction::Received ? m_decoder.fault(record.payload) : QString();
-    const QString raw = TrafficText::raw(record.payload);
+    const QString raw = JwTools::printable(record.payload);
     return toolTipText(fault.isEmpty() ? raw : tr("%1\nThe library's parser says: %2").arg(raw, fault));
 }
 

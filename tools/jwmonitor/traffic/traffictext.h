@@ -22,8 +22,6 @@ public:
     static QString transfer(Transfer transfer);
     /// "hwversion=7300021  v1=1".
     static QString fields(const Sentence &sentence);
-    /// `payload` with its control characters as escapes, such as "$PJWVER*0c\r\n".
-    static QString raw(const QString &payload);
 };
 
 } // namespace JwMonitor

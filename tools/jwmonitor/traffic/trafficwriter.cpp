@@ -2,6 +2,8 @@
 
 #include "traffictext.h"
 
+#include <common/printable.h>
+
 #include <QElapsedTimer>
 #include <QRegularExpression>
 
@@ -95,16 +97,16 @@ QString TrafficWriter::textLine(const TrafficRecord &record) const
 {
     const QLatin1String arrow(record.direction == Direction::Received ? "<-" : "->");
     return QStringLiteral("%1  %2  %3  %4\n")
-        .arg(TrafficText::moment(record.timeUs), record.port, arrow, TrafficText::raw(record.payload.trimmed()));
+        .arg(TrafficText::moment(record.timeUs), record.port, arrow, JwTools::printable(record.payload.trimmed()));
 }
 
 QString TrafficWriter::csvLine(const TrafficRecord &record) const
 {
     const Sentence sentence = m_decoder.decode(record.payload, record.direction);
     return csvRow({TrafficText::moment(record.timeUs), record.port, TrafficText::direction(record.direction),
-                   record.id == 0 ? QString() : QString::number(record.id), TrafficText::raw(sentence.identifier),
+                   record.id == 0 ? QString() : QString::number(record.id), JwTools::printable(sentence.identifier),
                    TrafficText::fields(sentence), TrafficText::checksum(sentence.checksum),
-                   TrafficText::transfer(record.transfer), TrafficText::raw(record.payload.trimmed())});
+                   TrafficText::transfer(record.transfer), JwTools::printable(record.payload.trimmed())});
 }
 
 } // namespace JwMonitor

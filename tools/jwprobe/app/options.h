@@ -1,9 +1,9 @@
 #pragma once
 
-#include <device/type.h>
+#include <common/searchsettings.h>
+
 #include <logger/logger.h>
 
-#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -12,15 +12,11 @@
 namespace JwProbe {
 
 /// What the command line asks for.
-struct Options
+struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };
 
     Action action = Find;
-    QList<JwDevice::Type> types; ///< each once, in the order given
-    QStringList ports; ///< names such as "ttyACM0", each once; empty means to search
-    int delay = 0; ///< ms
-    uint retries = 3;
     int deadline = 5000; ///< ms
     bool json = false;
     std::optional<Logger::Level> logLevel; ///< without one, the log stays hidden

@@ -1,8 +1,8 @@
 #include "diagnosis.h"
 
 #include "access.h"
-#include <jwprobe/search/boardtype.h>
-#include <jwprobe/output/output.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
 #include <jwprobe/search/reply.h>
 
 #include <QFile>
@@ -29,8 +29,9 @@ Diagnosis diagnoseClosed(const PortIdentity &port, const PortReport &report)
 
 Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
 {
-    const QString answer =
-        report.reply.isEmpty() ? QString() : QStringLiteral(", after it had answered %1").arg(printable(report.reply));
+    const QString answer = report.reply.isEmpty()
+        ? QString()
+        : QStringLiteral(", after it had answered %1").arg(JwTools::printable(report.reply));
     if (!QFile::exists(port.location)) {
         return {port,
                 report,
@@ -41,16 +42,16 @@ Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
     return {port,
             report,
             QStringLiteral("failed"),
-            QStringLiteral("failed during the search: %1").arg(printable(report.errorText)) + answer,
+            QStringLiteral("failed during the search: %1").arg(JwTools::printable(report.errorText)) + answer,
             {QStringLiteral("The system has the port, so its board may have restarted: check its cable and its power, "
                             "and run jwprobe again.")}};
 }
 
 Diagnosis diagnoseAnswer(const PortIdentity &port, const PortReport &report)
 {
-    const QString text = printable(report.reply);
+    const QString text = JwTools::printable(report.reply);
     if (report.verdict == PortReport::Duplicate) {
-        const QString type = typeName(report.type);
+        const QString type = JwTools::boardName(report.type);
         return {port,
                 report,
                 QStringLiteral("duplicate"),
@@ -68,16 +69,16 @@ Diagnosis diagnoseAnswer(const PortIdentity &port, const PortReport &report)
     return {port,
             report,
             QStringLiteral("otherType"),
-            QStringLiteral("answered as a %1, which is not wanted: %2").arg(typeName(type), text),
-            {QStringLiteral("To find it, add --type %1.").arg(typeName(type))}};
+            QStringLiteral("answered as a %1, which is not wanted: %2").arg(JwTools::boardName(type), text),
+            {QStringLiteral("To find it, add --type %1.").arg(JwTools::boardName(type))}};
 }
 
 Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report)
 {
     const QString fault = readReply(report.unreadable).fault;
-    QString text = printable(report.unreadable);
+    QString text = JwTools::printable(report.unreadable);
     if (!fault.isEmpty())
-        text += QStringLiteral(" (%1)").arg(printable(fault));
+        text += QStringLiteral(" (%1)").arg(JwTools::printable(fault));
     const QString summary = report.payloads == 1
         ? QStringLiteral("sent what can't be read as a board's answer: %1").arg(text)
         : QStringLiteral("sent %1 payloads that can't be read as a board's answer, the newest: %2")

@@ -1,6 +1,6 @@
 #include "process.h"
 
-#include <jwprobe/output/output.h>
+#include <common/printable.h>
 
 #include <QDir>
 #include <QFile>
@@ -48,7 +48,8 @@ bool isAlive(qint64 pid)
 QString programName(qint64 pid)
 {
     QFile file(QStringLiteral("/proc/%1/comm").arg(pid));
-    return file.open(QIODevice::ReadOnly) ? printable(QString::fromLocal8Bit(file.readAll()).trimmed()) : QString();
+    return file.open(QIODevice::ReadOnly) ? JwTools::printable(QString::fromLocal8Bit(file.readAll()).trimmed())
+                                          : QString();
 }
 
 QString executableName(qint64 pid)

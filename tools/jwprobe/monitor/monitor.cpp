@@ -1,10 +1,11 @@
 #include "monitor.h"
 
 #include <jwprobe/search/board.h>
-#include <jwprobe/search/boardtype.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
+#include <common/sentenceframe.h>
 #include "input.h"
 #include <jwprobe/output/output.h>
-#include "sentence.h"
 
 #include <QDateTime>
 #include <QJsonObject>
@@ -30,7 +31,7 @@ QString clockText()
 
 bool isNamed(const Board *board, const QString &name)
 {
-    return name == board->port().name || name.compare(typeName(board->type()), Qt::CaseInsensitive) == 0;
+    return name == board->port().name || name.compare(JwTools::boardName(board->type()), Qt::CaseInsensitive) == 0;
 }
 
 } // namespace
@@ -102,7 +103,8 @@ void Monitor::lose(Board *board)
     if (m_json)
         showEvent(QStringLiteral("lost"), board, {});
     else
-        show(QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, printable(board->lossText())));
+        show(
+            QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, JwTools::printable(board->lossText())));
     if (m_boards.isEmpty())
         QMetaObject::invokeMethod(this, &Monitor::allLost, Qt::QueuedConnection);
 }
@@ -114,14 +116,16 @@ void Monitor::send(const QString &line)
         return;
     QString error;
     const QList<Board *> boards = addressed(text, &error);
-    const std::optional<QString> sentence = boards.isEmpty() ? std::nullopt : frameSentence(text, &error);
-    if (!sentence) {
+    const JwTools::SentenceFrame frame(text);
+    if (!boards.isEmpty())
+        error = frame.fault();
+    if (!error.isEmpty()) {
         complain(QStringLiteral("not sent: %1").arg(error));
         return;
     }
     for (Board *board : boards) {
-        board->send(*sentence);
-        showPayload(board, false, *sentence);
+        board->send(frame.sentence());
+        showPayload(board, false, frame.sentence());
     }
     paceInput();
 }
@@ -164,7 +168,7 @@ void Monitor::showPayload(const Board *board, bool received, const QString &payl
     } else {
         show(QStringLiteral("%1  %2  %3  %4\n")
                  .arg(clockText(), board->port().name, received ? QStringLiteral("<-") : QStringLiteral("->"),
-                      printable(text)));
+                      JwTools::printable(text)));
     }
 }
 
@@ -174,7 +178,7 @@ void Monitor::showEvent(const QString &event, const Board *board, QJsonObject ob
     object[QLatin1String("event")] = event;
     object[QLatin1String("time")] = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
     object[QLatin1String("port")] = board->port().name;
-    object[QLatin1String("type")] = typeName(board->type());
+    object[QLatin1String("type")] = JwTools::boardName(board->type());
     show(jsonText(object, QJsonDocument::Compact));
 }
 

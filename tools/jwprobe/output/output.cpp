@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include <common/printable.h>
+
 #include <QJsonObject>
 
 #include <cerrno>
@@ -62,24 +64,9 @@ int terminalWidth(int descriptor)
     return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-QString printable(const QString &text)
-{
-    QString result;
-    for (const QChar c : text) {
-        const uint code = c.unicode();
-        if (c.isPrint() || c.isSurrogate())
-            result += c;
-        else if (code <= 0xff)
-            result += QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
-        else
-            result += QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
-    }
-    return result;
-}
-
 QString orDash(const QString &text)
 {
-    return text.isEmpty() ? QStringLiteral("-") : printable(text);
+    return text.isEmpty() ? QStringLiteral("-") : JwTools::printable(text);
 }
 
 } // namespace JwProbe

@@ -18,10 +18,7 @@ void complain(const QString &text);
 /// Columns of the terminal behind the file descriptor; 0 when there is none. A terminal that doesn't tell has 80.
 int terminalWidth(int descriptor);
 
-/// `text` from a device, made fit for a terminal: what is not printable is written as \xHH or \uHHHH.
-QString printable(const QString &text);
-
-/// printable(), and "-" for an empty text: a cell of a table.
+/// JwTools::printable(), and "-" for an empty text: a cell of a table.
 QString orDash(const QString &text);
 
 } // namespace JwProbe

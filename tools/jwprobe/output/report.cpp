@@ -1,7 +1,7 @@
 #include "report.h"
 
 #include <jwprobe/search/board.h>
-#include <jwprobe/search/boardtype.h>
+#include <common/boardtype.h>
 #include "output.h"
 #include <jwprobe/search/portlist.h>
 #include <jwprobe/search/searchresult.h>
@@ -38,11 +38,11 @@ QString boardTable(const SearchResult &result, int width)
     for (const JwDevice::Type type : result.wanted) {
         const Board *board = result.board(type);
         if (!board) {
-            table.addRow({typeName(type), QStringLiteral("missing")});
+            table.addRow({JwTools::boardName(type), QStringLiteral("missing")});
             continue;
         }
         const PortIdentity &port = board->port();
-        table.addRow({typeName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
+        table.addRow({JwTools::boardName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
                       orDash(board->hardwareVersion()), timeText(board->milliseconds())},
                      board->isConnected() ? QString() : QStringLiteral("lost since: %1").arg(board->lossText()));
     }
@@ -92,7 +92,7 @@ QString othersText(const SearchResult &result, int width)
         return QString();
     const bool isMissing = !result.missing.isEmpty();
     QString text = isMissing ? QStringLiteral("\n%1 not found. What the other ports did:\n")
-                                   .arg(typeNames(result.missing, QStringLiteral("and")))
+                                   .arg(JwTools::boardNames(result.missing, QStringLiteral("and")))
                              : QStringLiteral("\nOther ports:\n");
     int nameWidth = 0;
     for (const Diagnosis &port : result.others)
@@ -149,7 +149,7 @@ QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 QJsonObject boardJson(const Board &board)
 {
     QJsonObject object = portJson(board.port(), board.report());
-    object[QLatin1String("type")] = typeName(board.type());
+    object[QLatin1String("type")] = JwTools::boardName(board.type());
     object[QLatin1String("hardwareVersion")] = orNull(board.hardwareVersion());
     object[QLatin1String("milliseconds")] = tenths(board.milliseconds());
     object[QLatin1String("connected")] = board.isConnected();
@@ -169,7 +169,7 @@ QJsonArray typesJson(const QList<JwDevice::Type> &types)
 {
     QJsonArray array;
     for (const JwDevice::Type type : types)
-        array.append(typeName(type));
+        array.append(JwTools::boardName(type));
     return array;
 }
 

@@ -46,7 +46,7 @@ Finder::Finder(const Options &options, QObject *parent)
     , m_initializer(std::make_unique<JwDevice::Initializer>())
     , m_open(options.types)
 {
-    m_initializer->setMaxRetries(options.retries);
+    m_initializer->setMaxRetries(static_cast<uint>(options.retries));
     connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::takeBoard);
     connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::takeMissing);
     m_deadline.setSingleShot(true);

@@ -1,6 +1,7 @@
 #include "portlist.h"
 
-#include <QCollator>
+#include <common/portname.h>
+
 #include <QSerialPortInfo>
 
 #include <algorithm>
@@ -31,15 +32,6 @@ ListedPort judgeByName(const PortIdentity &port, const QStringList &named)
     return {port, false, QStringLiteral("not named by --port")};
 }
 
-void sortByName(QList<ListedPort> &ports)
-{
-    QCollator collator{QLocale(QLocale::English)}; // with that of "C" there is no numeric mode
-    collator.setNumericMode(true); // ttyS2 before ttyS10
-    std::sort(ports.begin(), ports.end(), [&collator](const ListedPort &a, const ListedPort &b) {
-        return collator.compare(a.port.name, b.port.name) < 0;
-    });
-}
-
 } // namespace
 
 QList<ListedPort> listPorts(const QStringList &named)
@@ -50,7 +42,8 @@ QList<ListedPort> listPorts(const QStringList &named)
         const PortIdentity port = PortIdentity::of(info);
         ports.append(named.isEmpty() ? judge(port) : judgeByName(port, named));
     }
-    sortByName(ports);
+    std::sort(ports.begin(), ports.end(),
+              [](const ListedPort &a, const ListedPort &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
     return ports;
 }
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <device/type.h>
+
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+namespace JwTools {
+
+/// All types of board, in the order of the library.
+QList<JwDevice::Type> boardTypes();
+
+/// A product name such as "BoardA", which is never translated; empty for a type that is none of boardTypes().
+QString boardName(JwDevice::Type type);
+
+/// The names of `types`, such as "BoardA, BoardB and BoardC", with `conjunction` before the last one.
+QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunction);
+
+/// The type of that name, in any letter case.
+std::optional<JwDevice::Type> boardType(const QString &name);
+
+} // namespace JwTools
