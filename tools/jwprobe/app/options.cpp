@@ -11,42 +11,45 @@ constexpr int maxTime = 3600000; // ms, an hour
 
 const char *const details = R"(
 Output
-  People get a table on standard output, one row for each wanted type: port, USB
+  Standard output has a table with one row for each wanted type: port, USB
   manufacturer and serial number, hardware version, and the time from the start
-  of the search to the board's answer. Below it stands what the other ports did
-  and, when a board is missing, what can be done about it.
+  of the search to the board's answer. Below the table stands what the other
+  ports did. When a board is missing, advice follows.
   With --json there is one document:
     {"version", "wanted": [TYPE...], "missing": [TYPE...],
      "boards": [{PORT, REPORT, "type", "hardwareVersion", "milliseconds",
                  "connected"}...],
      "ports": [{PORT, REPORT, "state", "summary", "advice": [LINE...]}...],
      "advice": [LINE...], "deadlineReached", "milliseconds", "exitStatus"}
-  where PORT is what the system tells of a port,
+  PORT is what the system knows of a port:
     "port", "location", "manufacturer", "serialNumber", "vendorId", "productId"
-  and REPORT what the search did with it:
+  REPORT is what the search did with the port:
     "product", "verdict", "error", "errorText", "reply", "unreadable",
     "queries", "payloads"
   "ports" are the probed ports that hold no board of "boards". Their "state" is
   one of duplicate, otherType, unknownBoard, unreadable, silent, unheard,
   unplugged, failed, notOpened, noSuchPort, noPermission, held, openFailed.
   "verdict" is one of notOpened, awaiting, timedOut, silenced, duplicate, lost,
-  handedOver; "error" is QSerialPort's name of an error. What there is nothing
-  to say about is null; ids are four hexadecimal digits.
+  handedOver; "error" is QSerialPort's name of an error. A value that is not
+  known is null. An id has four hexadecimal digits.
   With --list and --json:
     {"version", "ports": [{PORT, "probed", "reason", "obstacle"}...]}
 
 Doctor
-  For each candidate port, or those named by --port, standard output says what
-  keeps it from opening and the command that mends it: no permission for this
-  user, session or group, no udev rule; another program that has it open, or a
-  lock file that names one; a lock file left behind that this user may not
-  remove; what is no lock file in place of one, which a search does not open
-  either. Only a process that was seen to have the port open is to be ended,
-  only a lock file that names no living process is to be removed. It also
-  names what may keep a board from being found, which counts as trouble too:
-  another program that has the port open and lets others open it; ModemManager,
-  which udev was not told to keep off the port. It changes nothing, and opens a
-  port for an instant only when it sees no trouble. With --json:
+  The doctor looks at each candidate port, or at the ports named by --port. It
+  says what keeps a port from opening, and which command removes the trouble:
+  * no permission for this user, session or group, or no udev rule
+  * another program has the port open, or a lock file names such a program
+  * a lock file was left behind that this user may not remove
+  * something else is in place of the lock file; a search doesn't open such a
+    port
+  These troubles may keep a board from being found:
+  * another program has the port open and lets others open it too
+  * ModemManager runs, and udev was not told to keep it off the port
+  The doctor names a process to end only if it saw the port open there. It names
+  a lock file to remove only if the file names no living process. It changes
+  nothing. It opens a port, for an instant, only if it sees no trouble.
+  With --json:
     {"version", "ports": [{PORT, "troubles": [{"kind", "summary",
                                                "advice": [LINE...]}...]}...],
      "advice": [LINE...], "exitStatus"}
@@ -54,19 +57,20 @@ Doctor
   modemManager.
 
 Monitor
-  Each payload is one line: local time, port, "<-" from the board or "->" to it,
-  and the text. With --json it is one object a line, the first {"event":
-  "search", ...} as above, then
+  Each payload is one line: local time, port, "<-" from the board or "->" to the
+  board, and the text. With --json it is one object a line. The first object is
+  {"event": "search", ...} as above. These follow:
     {"event": "payload", "time", "port", "type", "direction", "text"} and
     {"event": "lost", "time", "port", "type"}
-  A line typed on standard input is sent: "PJWVER" becomes "$PJWVER*0c" and its
-  line end. A start flag ("$" or "!") and a checksum may be typed. A line is not
-  sent if its checksum is wrong, if it has characters beyond Latin-1, or if the
-  sentence has more than 74 characters, all counted. It goes to every board, or to the one that it
-  begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER". The end of standard input
-  does not end the monitor; Ctrl-C does, and so does the loss of the last board
-  or of the reader of standard output. Standard input waits while a board has
-  more than 64 KiB to take, and a terminal is read in its foreground only.
+  Type a line to send it: "PJWVER" goes out as "$PJWVER*0c" and a line end. A
+  start flag ("$" or "!") and a checksum may be typed. A line is not sent if its
+  checksum is wrong, if it has characters beyond Latin-1, or if the sentence has
+  more than 74 characters, all counted. The line goes to every board, or to the
+  one that it begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER".
+  The monitor ends with Ctrl-C, with the last board, or when nobody reads its
+  output any more. It goes on at the end of standard input. It reads no input
+  while more than 64 KiB wait to be sent to a board, and reads a terminal only
+  in the foreground.
 
 Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor was
@@ -75,8 +79,8 @@ Exit status
      or the reader of its output
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board
-  A search that is ended by a signal gives 128 and the signal's number. Ctrl-C
-  and SIGTERM end it, and the monitor, within a second.
+  A signal that ends a search gives 128 and the signal's number. Ctrl-C and
+  SIGTERM end a search or the monitor within a second.
 )";
 
 using JwTools::makeOption;
@@ -127,28 +131,28 @@ QString levelList()
 
 Parser::Parser()
     : m_deadline(makeOption("deadline",
-                            QStringLiteral("End the search after this time; what is missing then counts as not found: "
+                            QStringLiteral("End the search after this time. Boards still missing count as not found: "
                                            "1 to 3600000 ms, default 5000."),
                             "MS"))
     , m_json(makeOption("json", QStringLiteral("Write JSON to standard output, for programs.")))
-    , m_list(makeOption("list",
-                        QStringLiteral("Show every serial port of the system, which ones would be probed, and why the "
-                                       "others would not. Opens no port.")))
+    , m_list(makeOption(
+          "list",
+          QStringLiteral("Show every serial port of the system: whether a search probes it, and why. Opens no port.")))
     , m_doctor(makeOption("doctor",
-                          QStringLiteral("Look at what keeps each candidate port from opening, and show the command "
-                                         "that mends it.")))
-    , m_monitor(
-          makeOption("monitor", QStringLiteral("Stay on the boards found: show every payload, send the lines typed.")))
+                          QStringLiteral("Show what keeps each candidate port from opening, and the command that "
+                                         "helps.")))
+    , m_monitor(makeOption(
+          "monitor", QStringLiteral("Stay connected to the boards found: show every payload, send the lines typed.")))
     , m_udevRules(makeOption("udev-rules",
-                             QStringLiteral("Write the udev rules to standard output that give access to the boards "
-                                            "and keep ModemManager off them.")))
-    , m_log(makeOption("log",
-                       QStringLiteral("Show the library's log from LEVEL on, on standard error: %1.").arg(levelList()),
-                       "LEVEL"))
+                             QStringLiteral("Write udev rules to standard output. They give access to the boards and "
+                                            "keep ModemManager off them.")))
+    , m_log(makeOption(
+          "log", QStringLiteral("Show the library's log, from LEVEL upward, on standard error: %1.").arg(levelList()),
+          "LEVEL"))
     , m_traffic(makeOption("traffic", QStringLiteral("Show the payloads of the search on standard error.")))
     , m_rawTraffic(
           makeOption("raw-traffic", QStringLiteral("Show what is read and written, as text, on standard error.")))
-    , m_line(QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and says what it found."),
+    , m_line(QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
              {m_deadline, m_json, m_list, m_doctor, m_monitor, m_udevRules, m_log, m_traffic, m_rawTraffic})
 {
 }
