@@ -54,20 +54,18 @@ void TestOptions::withoutOptionsAllBoardsAreWanted()
     QCOMPARE(options->settings.delay, 0);
     QCOMPARE(options->settings.retries, 3);
     QVERIFY(!options->palette);
-    QVERIFY(options->screenshots.isEmpty());
 }
 
 void TestOptions::takesAllOptions()
 {
     const auto options = parse("--type boardc --type BoardA --type BoardC --port ttyACM3 --delay 250 --retries 7 "
-                               "--palette dark --screenshots pictures");
+                               "--palette dark");
     QVERIFY(options);
     QCOMPARE(options->settings.types, QList<Type>({BoardC, BoardA}));
     QCOMPARE(options->settings.ports, QStringList(QStringLiteral("ttyACM3")));
     QCOMPARE(options->settings.delay, 250);
     QCOMPARE(options->settings.retries, 7);
     QCOMPARE(*options->palette, Theme::Palette::Dark);
-    QCOMPARE(options->screenshots, QStringLiteral("pictures"));
 }
 
 void TestOptions::takesPortsByTheirDevice()

@@ -1,6 +1,5 @@
 #include "mainwindow.h"
 #include "options.h"
-#include "screenshots.h"
 
 #include <logger/logger.h>
 
@@ -9,7 +8,6 @@
 #include <QTextStream>
 
 #include <cstdio>
-#include <memory>
 
 namespace {
 
@@ -71,9 +69,6 @@ int main(int argc, char **argv)
     loggerInstance()->setLevel(Logger::Trace);
     JwMonitor::Theme::apply(app, options->palette.value_or(JwMonitor::Theme::of(QApplication::palette())));
     JwMonitor::MainWindow window;
-    std::unique_ptr<JwMonitor::Screenshots> screenshots;
-    if (!options->screenshots.isEmpty())
-        screenshots = std::make_unique<JwMonitor::Screenshots>(&window, options->screenshots);
     window.show();
     window.find(options->settings);
     return QApplication::exec();

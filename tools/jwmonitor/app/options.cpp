@@ -22,18 +22,14 @@ private:
     bool readPalette(Options &options, QString *error) const;
 
     const QCommandLineOption m_palette;
-    const QCommandLineOption m_screenshots;
     JwTools::CommandLine m_line;
 };
 
 Parser::Parser()
     : m_palette(JwTools::makeOption("palette", tr("Colours: light or dark. Without it, those of the desktop."), "NAME"))
-    , m_screenshots(JwTools::makeOption(
-          "screenshots", tr("Find the boards, talk to them, save a picture of each view to this folder, and end."),
-          "FOLDER"))
     , m_line(QStringLiteral("jwmonitor"),
              tr("Finds boards on USB serial ports, shows what each port did, and talks to the boards, in a window."),
-             {m_palette, m_screenshots})
+             {m_palette})
 {
 }
 
@@ -54,7 +50,6 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
     }
     if (!m_line.readSearch(options.settings, error) || !readPalette(options, error))
         return std::nullopt;
-    options.screenshots = m_line.value(m_screenshots);
     return options;
 }
 

@@ -18,7 +18,6 @@ struct Options
     Action action = ShowWindow;
     FindSettings settings; ///< all types when none is given
     std::optional<Theme::Palette> palette; ///< without one: as the system's own
-    QString screenshots; ///< a folder; empty for none
 };
 
 /// Reads `arguments`, the first of which is the program's name. On wrong use nothing is returned, and `error` is one
