@@ -9,7 +9,6 @@
 #include "sendledger.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/traffic/trafficmodel.h>
-#include <jwmonitor/traffic/traffictext.h>
 
 #include <QComboBox>
 #include <QEvent>
@@ -116,10 +115,7 @@ void SendPanel::showSentOnly()
 {
     m_sent->setTest([model = m_model](int row) { return model->record(row).direction == Direction::Sent; });
     m_table->setModel(m_sent);
-    for (const int column : {TrafficModel::Way, TrafficModel::Identifier, TrafficModel::Fields, TrafficModel::Checksum})
-        m_table->hideColumn(column);
-    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"), QString(),
-                             QStringLiteral("100000"), TrafficText::transfer(Transfer::Lost)});
+    showTrafficColumns(m_table, TrafficColumn::SentOnly);
 }
 
 void SendPanel::updatePreview()

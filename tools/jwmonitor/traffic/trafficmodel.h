@@ -1,8 +1,7 @@
 #pragma once
 
 #include <jwmonitor/history/historymodel.h>
-#include "sentencedecoder.h"
-#include "trafficrecord.h"
+#include "trafficcolumns.h"
 
 #include <deque>
 
@@ -17,8 +16,6 @@ class TrafficModel : public HistoryModel<TrafficRecord>
     Q_OBJECT
 
 public:
-    enum Column { Time, Port, Way, Id, Progress, Checksum, Identifier, Fields, Raw, ColumnCount };
-
     explicit TrafficModel(QObject *parent = nullptr);
     ~TrafficModel() override;
 
@@ -39,9 +36,7 @@ public:
 private:
     void mark(const QString &port, uint id, Transfer transfer);
     void setTransfer(qint64 number, TrafficRecord *record, Transfer transfer);
-    QVariant display(const TrafficRecord &record, int column) const;
-    QVariant toolTip(const TrafficRecord &record, int column) const;
-    QVariant foreground(const TrafficRecord &record, int column) const;
+    QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
     std::deque<qint64> m_sent; // numbers of the newest sent payloads

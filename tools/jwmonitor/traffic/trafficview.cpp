@@ -157,11 +157,6 @@ void TrafficView::createTable()
     m_table->setObjectName(QStringLiteral("payloads"));
     m_table->setAccessibleName(tr("Payloads"));
     m_table->setModel(m_filter);
-    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"),
-                             TrafficText::direction(Direction::Received), QStringLiteral("100000"),
-                             TrafficText::transfer(Transfer::Transferred),
-                             TrafficText::checksum(ChecksumState::Missing), QStringLiteral("PTJWRD")});
-    m_table->hideColumn(TrafficModel::Progress); // of the sent ones only: shown where they are sent
     showRaw(false);
     setFocusProxy(m_table);
 }
@@ -208,9 +203,7 @@ void TrafficView::askAndSave()
 
 void TrafficView::showRaw(bool raw)
 {
-    for (const int column : {TrafficModel::Checksum, TrafficModel::Identifier, TrafficModel::Fields})
-        m_table->setColumnHidden(column, raw);
-    m_table->setColumnHidden(TrafficModel::Raw, !raw);
+    showTrafficColumns(m_table, raw ? TrafficColumn::Undecoded : TrafficColumn::Decoded);
 }
 
 void TrafficView::updateStatus()

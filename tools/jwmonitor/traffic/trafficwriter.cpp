@@ -1,5 +1,6 @@
 #include "trafficwriter.h"
 
+#include "trafficcolumns.h"
 #include "traffictext.h"
 
 #include <common/printable.h>
@@ -34,11 +35,20 @@ QString csvRow(const QStringList &cells)
     return quoted.join(QLatin1Char(',')) + QLatin1String("\r\n");
 }
 
+QString csvHeader(const QVector<TrafficColumn> &columns)
+{
+    QStringList titles;
+    for (const TrafficColumn &column : columns)
+        titles.append(column.title.toLower());
+    return csvRow(titles);
+}
+
 } // namespace
 
 TrafficWriter::TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent)
     : QObject(parent)
     , m_records(records)
+    , m_columns(trafficFileColumns())
     , m_csv(fileName.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive))
     , m_file(fileName)
     , m_next(0)
@@ -55,9 +65,7 @@ void TrafficWriter::start()
         return;
     }
     if (m_csv)
-        m_file.write(csvRow({tr("time"), tr("port"), tr("direction"), tr("id"), tr("identifier"), tr("fields"),
-                             tr("checksum"), tr("progress"), tr("payload")})
-                         .toUtf8());
+        m_file.write(csvHeader(m_columns).toUtf8());
     m_turn.start(0);
 }
 
@@ -102,11 +110,12 @@ QString TrafficWriter::textLine(const TrafficRecord &record) const
 
 QString TrafficWriter::csvLine(const TrafficRecord &record) const
 {
-    const Sentence sentence = m_decoder.decode(record.payload, record.direction);
-    return csvRow({TrafficText::moment(record.timeUs), record.port, TrafficText::direction(record.direction),
-                   record.id == 0 ? QString() : QString::number(record.id), JwTools::printable(sentence.identifier),
-                   TrafficText::fields(sentence), TrafficText::checksum(sentence.checksum),
-                   TrafficText::transfer(record.transfer), JwTools::printable(record.payload.trimmed())});
+    QStringList cells;
+    for (const TrafficColumn &column : m_columns) {
+        const TrafficColumn::Cell cell{record, m_decoder};
+        cells.append(column.fileText ? column.fileText(cell) : column.text(cell));
+    }
+    return csvRow(cells);
 }
 
 } // namespace JwMonitor

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "sentencedecoder.h"
-#include "trafficrecord.h"
+#include "trafficcolumns.h"
 
 #include <QObject>
 #include <QSaveFile>
@@ -35,6 +34,7 @@ private:
     QString csvLine(const TrafficRecord &record) const;
 
     const QVector<TrafficRecord> m_records;
+    const QVector<TrafficColumn> m_columns;
     const bool m_csv;
     const SentenceDecoder m_decoder;
     QSaveFile m_file;
