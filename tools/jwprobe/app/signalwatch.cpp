@@ -20,7 +20,7 @@ volatile std::sig_atomic_t fixedStatus = -1;
 volatile std::sig_atomic_t exitStatus = -1; // of the first signal; -1: none came
 
 // Only what POSIX allows in the middle of any other call.
-void takeSignal(int number)
+void onSignal(int number)
 {
     if (number == SIGALRM)
         ::_exit(exitStatus);
@@ -59,7 +59,7 @@ SignalWatch::SignalWatch(QObject *parent)
         notifier->setEnabled(false);
         Q_EMIT received(exitStatus);
     });
-    setHandler(&takeSignal);
+    setHandler(&onSignal);
 }
 
 SignalWatch::~SignalWatch()

@@ -57,7 +57,7 @@ void Input::read()
         return;
     if (count > 0) {
         m_buffer.append(bytes, static_cast<int>(count));
-        takeLines();
+        emitLines();
         return;
     }
     m_atEnd = true; // it stays readable for ever
@@ -67,7 +67,7 @@ void Input::read()
     m_buffer.clear();
 }
 
-void Input::takeLines()
+void Input::emitLines()
 {
     for (int end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
         const QString text = QString::fromUtf8(m_buffer.left(end));

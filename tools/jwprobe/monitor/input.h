@@ -27,7 +27,7 @@ Q_SIGNALS:
 
 private:
     void read();
-    void takeLines();
+    void emitLines();
     void listen();
     bool isInBackground() const;
 

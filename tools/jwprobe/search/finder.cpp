@@ -47,8 +47,8 @@ Finder::Finder(const Options &options, QObject *parent)
     , m_open(options.types)
 {
     m_initializer->setMaxRetries(static_cast<uint>(options.retries));
-    connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::takeBoard);
-    connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::takeMissing);
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::onBoardFound);
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::onBoardMissing);
     m_deadline.setSingleShot(true);
     connect(&m_deadline, &QTimer::timeout, this, [this] {
         m_deadlineReached = true;
@@ -90,7 +90,7 @@ double Finder::milliseconds() const
     return static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
 }
 
-void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
+void Finder::onBoardFound(JwDevice::Type type, JwDevice::Communicator *comm)
 {
     const double time = milliseconds();
     const QString name = qobject_cast<QSerialPort *>(comm->device())->portName();
@@ -99,7 +99,7 @@ void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
     finishWhenDone();
 }
 
-void Finder::takeMissing(JwDevice::Type type)
+void Finder::onBoardMissing(JwDevice::Type type)
 {
     m_open.removeAll(type);
     finishWhenDone();

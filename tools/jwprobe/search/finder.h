@@ -48,8 +48,8 @@ Q_SIGNALS:
     void finished();
 
 private:
-    void takeBoard(JwDevice::Type type, JwDevice::Communicator *comm);
-    void takeMissing(JwDevice::Type type);
+    void onBoardFound(JwDevice::Type type, JwDevice::Communicator *comm);
+    void onBoardMissing(JwDevice::Type type);
     void finishWhenDone();
     void finish();
     PortIdentity port(const QString &name) const;
