@@ -348,8 +348,8 @@ def main():
     context = machine({**raw["benchmarks"]["context"], "commit": commit.stdout.strip() or "unknown"})
     (out / "tables.md").write_text("\n".join([
         "# Benchmark tables\n",
-        "Written by `scripts/bench`; [Performance](../performance.md) tells how and what for. Medians, with the least\n"
-        "and the most of all repetitions in brackets or beside them.\n",
+        "Written by `scripts/bench`; docs/performance.md explains them. Medians, with the least and the most of all\n"
+        "repetitions in brackets or beside them.\n",
         context, yardstick, "## What was to be reached\n", reached,
         "## Operations, one by one\n", operations(benchmarks),
         "## 100 boards at full line rate\n", lines(shares),

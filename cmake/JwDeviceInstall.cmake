@@ -1,9 +1,9 @@
-# What an install tree is made of. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers,
-# links, static libraries, CMake and pkg-config files) and JwDevice_tools (programs and what belongs to them).
+# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links, static
+# libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
 include(CMakePackageConfigHelpers)
 
-# Debian's folder for libraries, under any prefix: Debian's tools look there, and its packages are made of the same
-# files.
+# On Debian use Debian's folder for libraries, under any prefix: Debian's tools look there, and the Debian packages
+# contain the same files.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
@@ -14,11 +14,11 @@ set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice)
 set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JwDevice)
 set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# While the version is 0.x a minor release may change the binary interface, so the minor number counts as well.
+# While the version is 0.x, a minor release may change the binary interface. So the SOVERSION has the minor number too.
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
 # jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
-# Installs the target as component and JwDevice::<EXPORT_NAME>, with all its headers but the private ones.
+# Installs the target as the component <EXPORT_NAME>, with all its headers except the private ones.
 function(jwdevice_install_library target)
     cmake_parse_arguments(library "" "" "PRIVATE_HEADERS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -47,8 +47,8 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# REQUIRES are what a program that uses the library links, REQUIRES_PRIVATE what it links only when the library is
-# static, for which STATIC_FLAGS tell the headers.
+# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. STATIC_FLAGS tell
+# the headers that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -63,7 +63,7 @@ function(jwdevice_install_pkgconfig name)
     foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
         list(JOIN module_${list} " " module_${list})
     endforeach()
-    # An install tree can be moved, unless the folders were given as absolute paths.
+    # An install tree can be moved, unless the user gave its folders as absolute paths.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
         set(prefix ${CMAKE_INSTALL_PREFIX})
     else()
@@ -79,12 +79,13 @@ function(jwdevice_install_pkgconfig name)
         DESTINATION ${jwdevice_pkgconfig_dir} COMPONENT JwDevice_development)
 endfunction()
 
-# jwdevice_install_program(<target>): with its manual page and its completion for bash.
+# jwdevice_install_program(<target>)
+# Installs the program with its manual page and its bash completion.
 function(jwdevice_install_program target)
     if(NOT JWDEVICE_INSTALL)
         return()
     endif()
-    # As with pkg-config above: a folder that was given as an absolute path stays where it is.
+    # As with pkg-config above: a folder given as an absolute path does not move.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
         set(libraries ${CMAKE_INSTALL_FULL_LIBDIR})
     else()
@@ -99,7 +100,7 @@ function(jwdevice_install_program target)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT JwDevice_tools)
 endfunction()
 
-# The files by which find_package finds it all.
+# Installs the files that find_package needs.
 function(jwdevice_install_package)
     set(folder ${PROJECT_BINARY_DIR}/cmake)
     configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/JwDeviceConfig.cmake

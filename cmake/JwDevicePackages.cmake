@@ -1,6 +1,5 @@
-# Debian packages of the install tree, one for each of its parts: cpack -G DEB in the build folder writes them to
-# packages/ there. What Debian wants beyond the tree (stripped files, a change log, a licence file) is added by
-# packaging/debian/finish.cmake.
+# Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to packages/.
+# packaging/debian/finish.cmake adds what Debian also wants: stripped files, a change log, a licence file.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)
@@ -23,7 +22,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_JWDEVICE_DEVELOPMENT_DEPENDS JwDevice_runtime)
 set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime)
 
-set(about "JwDevice asks each USB serial port who is there, with short NMEA 0183 style\n\
+set(about "JwDevice asks each USB serial port which board is there, with short NMEA 0183\n\
 sentences, and hands a Qt 5 application one ready connection to each board.")
 
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_NAME libjwdevice${jwdevice_soversion})
@@ -40,9 +39,9 @@ set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_DEPENDS "qtbase5-dev, libqt5serialport5-dev, libspdlog-dev")
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_RECOMMENDS "libumockdev-dev, umockdev")
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_DESCRIPTION "find embedded boards on USB serial ports (development)\n\
-${about}\n.\nThis package has what a program is built with: headers, CMake and pkg-config\n\
-files, and a static library of simulated boards for the program's tests, which\n\
-needs the recommended packages.")
+${about}\n.\nThis package has the files to build a program: headers, CMake and pkg-config\n\
+files, and a static library of simulated boards for the program's tests. That\n\
+library needs the recommended packages.")
 
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_NAME jwdevice-tools)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SECTION utils)
@@ -50,11 +49,11 @@ set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SHLIBDEPS ON)
 get_target_property(library_dir JwDevice BINARY_DIR)
 get_target_property(logger_dir JwDeviceLogger BINARY_DIR)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
-# jwsim loads libumockdev-preload by its name, which no tool that looks for dependencies sees.
+# jwsim loads libumockdev-preload at run time, so the tools that find dependencies do not see it.
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
-${about}\n.\nThis package has jwprobe, which finds boards from the command line and tells\n\
-why a board was not found, jwmonitor, a window on the boards and what they say,\n\
-and jwsim, which runs any program on simulated boards.")
+${about}\n.\nThis package has jwprobe, which finds boards from the command line and says\n\
+why a board was not found, jwmonitor, a window that shows the boards and their\n\
+traffic, and jwsim, which runs any program with simulated boards.")
 
 include(CPack)

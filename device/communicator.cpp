@@ -68,14 +68,14 @@ bool Communicator::setParser(IPayloadParser *parser)
 
 uint Communicator::writePayload(const QString &payload)
 {
-    const QString kept = payload; // a device may report the bytes at once, to a receiver that deletes the caller's text
+    const QString kept = payload; // write() may emit bytesWritten(), and a receiver may delete the caller's text
     const QByteArray bytes = kept.toLatin1();
-    const QPointer<Communicator> self(this); // or us
+    const QPointer<Communicator> self(this); // a receiver may delete this object too
     const qint64 written = m_device ? m_device->write(bytes.constData(), bytes.size()) : -1;
     if (!self)
         return 0;
     const uint id = m_txId++;
-    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // at the end, but for wrapped ids
+    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // the newest id is the last key, except after a wrap
     LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << kept.trimmed();
     LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << kept.trimmed();
     return id;
@@ -130,7 +130,7 @@ bool Communicator::readPayload(SessionAbstract *session, uint id)
 
 void Communicator::ioReadyRead()
 {
-    // One buffer for all Communicators: what one device began, another may complete.
+    // All Communicators share this buffer: one device may complete a line that another device began.
     static QString rxBuffer;
 
     LOGGER_RECORD(Logger::Trace, nullptr).write("IO Data Ready");
@@ -139,14 +139,14 @@ void Communicator::ioReadyRead()
 
 void Communicator::ioBytesWritten(qint64 bytes)
 {
-    // The entries stay as they are, so every report is charged from the lowest id on. Which ids it covers is settled
-    // before the first emission: what receivers write meanwhile is not part of it.
+    // Entries are never removed, so every report is counted from the lowest id on. The covered ids are collected before
+    // the first emission, because receivers may write more.
     QVector<uint> covered;
     qint64 remaining = bytes;
     for (auto entry = m_pendingBytes.constBegin(); entry != m_pendingBytes.constEnd() && remaining != 0; ++entry) {
         if (remaining < entry.value())
             break;
-        remaining -= entry.value(); // a failed write, -1, adds one
+        remaining -= entry.value(); // a failed write is -1 and so adds one
         covered.append(entry.key());
     }
 
@@ -160,14 +160,14 @@ void Communicator::ioBytesWritten(qint64 bytes)
 
 void Communicator::read(QString &buffer)
 {
-    // A receiver of our signals may delete or rebind this object, or let other Communicators work on the same buffer:
-    // after each emission nothing is taken for granted.
+    // A receiver of our signals may delete this object, bind another device, or let other Communicators fill the same
+    // buffer. So everything is checked again after each emission.
     const QPointer<Communicator> self(this);
     qint64 offered = 0;
     while (m_device) {
-        // Null also while the device is being destroyed.
+        // m_device is also null while the device is being destroyed.
         const auto *const lines = m_wholeLines ? qobject_cast<WholeLinesBase *>(m_device.data()) : nullptr;
-        // Line by line: nothing of ours is in the shared buffer while receivers run.
+        // Line by line, so the shared buffer holds nothing of this device while receivers run.
         if (offered <= 0)
             offered = lines ? lines->nextLine() : m_device->bytesAvailable();
         if (offered == 0)
@@ -184,7 +184,7 @@ void Communicator::read(QString &buffer)
             }
             LOGGER_RECORD(Logger::Trace, rawCommunication).write() << " <- " << QString(chunk).trimmed();
         }
-        if (!self) // a device may announce more from within read(), to a receiver that deletes us
+        if (!self) // read() may emit signals, and a receiver may delete this object
             return;
 
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
@@ -200,9 +200,9 @@ void Communicator::read(QString &buffer)
             Q_EMIT readyRead();
             if (!self)
                 return;
-            offered = 0; // of a line that the receivers may have read, or of another device
+            offered = 0; // receivers may have read the line or bound another device
         }
-        if (m_device && !m_device->isOpen()) // some devices go on to offer bytes that nobody can read
+        if (m_device && !m_device->isOpen()) // some closed devices still offer bytes that can't be read
             return;
     }
 }
@@ -222,7 +222,7 @@ QString Communicator::takePayload(QString &buffer)
     QString payload;
     if (end > start) {
         payload = buffer.mid(start, taken - start);
-    } else { // only with a line end that begins like a payload
+    } else { // happens only if the line end contains a start character
         LOGGER_RECORD(Logger::Warning, nullptr).write("Scrambled payload");
         LOGGER_RECORD(Logger::Trace, nullptr).write() << buffer.left(taken);
     }
@@ -237,5 +237,5 @@ uint Communicator::lowestPayloadId() const
 
 } // namespace JwDevice
 
-// Here, for abidw describes no more of a class than what one translation unit defines.
+// Included here so that abidw sees the whole class in one translation unit.
 #include "moc_communicator.cpp"

@@ -22,79 +22,82 @@ class SessionAbstract;
  *
  * Every payload has an id. Written payloads count from 1, received ones from 2, each wrapping modulo 2^32.
  *
- * Received bytes are taken as Latin-1. A payload begins at its last "$" (at its "!" when it has none); what stands
- * before it is dropped. A NUL byte drops the rest of its read, at most 99 bytes. When more than 500 characters have
- * gathered, the oldest 450 are dropped with a warning in the log.
+ * Received bytes are read as Latin-1. A payload begins at its last "$", or at its "!" if it has no "$"; bytes before
+ * that are dropped. A NUL byte drops the rest of its read, at most 99 bytes. If more than 500 characters wait for a
+ * line end, the oldest 450 are dropped with a warning in the log.
  *
- * Every signal may run the application's code: a receiver may write, read, rebind the device, attach a parser, run an
- * event loop of its own, or delete the Communicator. It must not delete the device from there, which is in the middle
- * of a signal of its own: use QObject::deleteLater().
+ * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
+ * Communicator. It must not delete the device, because the device is in the middle of its own signal: call
+ * QObject::deleteLater().
  *
- * The receive buffer is shared by all Communicators of the process, so all of them and their devices live in one
- * thread. Sentences that arrive in pieces on several devices at the same time mix in it, unless the device holds back
- * unfinished lines: see WholeLines. The ports of an Initializer do.
+ * All Communicators of the process share one receive buffer, so all of them and their devices live in one thread. In
+ * this buffer sentences mix if they arrive in pieces on several devices at the same time. A WholeLines device prevents
+ * that. The ports of an Initializer are WholeLines devices.
  */
 class JWDEVICE_EXPORT Communicator : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Without a device and a parser. `parent` may own it, as any QObject.
+    /// Starts without a device and a parser. `parent` owns it as it owns any QObject.
     explicit Communicator(QObject *parent = nullptr);
-    /// Leaves the device and the parser alone.
+    /// Deletes neither the device nor the parser.
     ~Communicator() override;
 
-    /// Binds to `device`, or to none when it is null; lets go of the device bound before. It stays the caller's. Bytes
-    /// that wait in it are read at its next readyRead(). Ids, store and ledger go on. Returns true.
+    /// Binds `device` in place of the device before; null binds none. The caller keeps the ownership. Bytes that
+    /// already wait in `device` are read at its next readyRead(). Ids, store and ledger go on. Returns true.
     bool setIODevice(QIODevice *device);
-    /// The bound device; null when there is none or it was deleted.
+    /// The bound device; null if there is none or if it was deleted.
     QIODevice *device() const;
 
-    /// Attaches a parser for the overloads that take a session, or none when it is null. It stays the caller's and must
-    /// outlive its use here. Returns true.
+    /// Attaches `parser` for the overloads that take a session; null detaches it. The caller keeps the ownership, and
+    /// the parser must outlive its use here. Returns true.
     bool setParser(IPayloadParser *parser);
 
     /**
-     * Writes `payload` as it stands, as Latin-1 (other characters become "?"). It must be a whole sentence, and an open
-     * device must be bound. Returns its id, or 0 when a receiver deleted the Communicator meanwhile.
+     * Writes `payload` unchanged, as Latin-1; other characters become "?". `payload` must be a whole sentence, and an
+     * open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during the
+     * write.
      *
-     * A write that fails takes an id all the same and is not told of: ask the device for its error. The library keeps
-     * one ledger entry per written payload for as long as the Communicator lives, see transferred().
+     * A failed write still uses an id. No signal reports it; check the device's error. Every written payload keeps 48
+     * bytes until its Communicator is deleted; transferred() is computed from them.
      */
     uint writePayload(const QString &payload);
-    /// Builds the sentence for `session`, a record of the parser's own class, and writes it. Returns its id; 0 without
-    /// a parser, or when the parser throws Nmea::Exception, which the log tells. Other exceptions pass through.
+    /// Builds the sentence for `session`, a record of the parser's own class, and writes it. Returns the payload's id.
+    /// Returns 0 without a parser, and if the parser throws Nmea::Exception, with a line in the log. Other exceptions
+    /// pass through.
     uint writePayload(const SessionAbstract *session);
 
-    /// Takes a received payload out of the store: the one with `id`, or the oldest (the lowest id) for 0. The store
-    /// keeps the newest six. Returns false, and leaves `payload` alone, when it is not there.
+    /// Takes the received payload with `id` out of the store, or the oldest (lowest id) if `id` is 0. The store keeps
+    /// the newest six. Returns false, and does not change `payload`, if there is none.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Takes a received payload as above and parses it into `session`, a record of the parser's own class. Clear it
-     * first.
+     * Takes a received payload as above and parses it into `session`, a record of the parser's own class. Clear
+     * `session` first.
      *
-     * Returns true when a payload was taken, even when there is no parser or it throws Nmea::Exception: the log tells
-     * that, and the payload is gone. Other exceptions pass through.
+     * Returns true if a payload was taken, even without a parser or if the parser throws Nmea::Exception: then the log
+     * has a line, and the payload is gone. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);
 
 Q_SIGNALS:
     /**
-     * The device reported bytes that cover the payload `id` (a serial port: the system took them; the board may see
-     * them later).
+     * The device reported written bytes that cover the payload `id`. For a serial port this means: the system took the
+     * bytes. The board may receive them later.
      *
-     * A sign of progress, not a receipt: each report of the device is charged to the payloads from the first one on
-     * anew. After abc (id 1) and defg (id 2) went out in one report of 7 bytes, 1 and 2 come; a later report of 4 bytes
-     * repeats 1; reports that stay small never reach a late id, and failed or empty writes are passed along the way.
+     * This shows progress and is no receipt. Each report of the device is counted from the first payload on, again and
+     * again. Example: "abc" has id 1 and "defg" id 2. A report of 7 bytes emits 1 and 2; a later report of 4 bytes
+     * emits 1 again. So small reports never reach a late id. Failed and empty writes are covered by any report that
+     * reaches them.
      */
     void transferred(uint id);
     /// Not emitted: a failed write is not reported.
     void transferFailed(uint id);
     /// The payload `id` was received and is in the store.
     void readyRead(uint id);
-    /// As readyRead(uint), right after it.
+    /// Emitted directly after readyRead(uint).
     void readyRead();
-    /// Not emitted: what fails is in the log.
+    /// Not emitted: failures are in the log.
     void readFailed();
 
 private Q_SLOTS:
@@ -110,7 +113,7 @@ private:
     QString m_lineEnd;
     int m_maxPayloads;
     bool m_wholeLines; // the device holds back unfinished lines
-    QPointer<QIODevice> m_device; // guarded: a host application may delete the device first
+    QPointer<QIODevice> m_device; // the application may delete the device first
     QHash<uint, QString> m_payloads;
     QMap<uint, qint64> m_pendingBytes;
     IPayloadParser *m_parser;

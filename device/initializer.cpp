@@ -1,5 +1,7 @@
 #include "initializer.h"
 
+#include <device/boardrules.h>
+#include <device/porterrors.h>
 #include <device/sessioninit.h>
 #include <device/wholelines.h>
 #include <logger/logger.h>
@@ -9,7 +11,6 @@
 #include <QElapsedTimer>
 #include <QPointer>
 #include <QSerialPort>
-#include <QSignalBlocker>
 #include <QSignalMapper>
 #include <QTimer>
 
@@ -22,30 +23,13 @@ namespace JwDevice {
 
 namespace {
 
-constexpr int replyTimeout = 400; // ms
-constexpr int errorsInBurst = 1000; // with nothing read in between; a port that spins takes some milliseconds for them
-constexpr qint64 restTime = 1000; // ms without an error, after which the next one begins a burst
-constexpr qint64 timeBetweenLooks = 100; // ms; to look whether a device is there lists all ports
-constexpr quint16 boardVendorId = 0x0483;
-
-enum Sentence {
-    Version = 1,
-    InformationRequest = 2,
-    InformationReply = 3,
-};
-
 QString portName(const Communicator *comm)
 {
     const auto *port = qobject_cast<const QSerialPort *>(comm->device());
     return port ? port->portName() : QString();
 }
 
-bool isBoardPort(const QSerialPortInfo &info)
-{
-    return info.manufacturer() == QLatin1String("STMicroelectronics.") || info.vendorIdentifier() == boardVendorId;
-}
-
-/// What is known of a port before it is tried. `name`: the information on an unknown port has none.
+/// The report of a port before it is tried. `name` is given because the information on an unknown port has no name.
 std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString &name)
 {
     auto report = std::make_shared<PortReport>();
@@ -57,77 +41,34 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     return report;
 }
 
-/// The payload ends with its line end; a carriage return alone may stand within it.
+/// Without the line end at the end of `payload`. A carriage return alone may be part of the text.
 QString withoutLineEnd(const QString &payload)
 {
     return payload.left(payload.lastIndexOf(QLatin1String("\r\n")));
 }
 
-/// Closes `port` without waiting: a board that does not read would hold up the system's close() for what it was sent.
-void closeAtOnce(QSerialPort *port)
-{
-    if (!port->isOpen())
-        return;
-    const QSignalBlocker blocker(port); // to discard may fail, on a port whose device is gone
-    port->clear(QSerialPort::Output);
-    port->close();
-}
-
-/// Tells a port that is lost from one that only failed to read or write once: another program that reads beside us
-/// takes bytes away, and the port goes on.
-class ErrorRun
-{
-public:
-    enum Verdict { Passing, Broken, DeviceGone };
-
-    Verdict judge(const QString &portName)
-    {
-        if (m_newest.isValid() && m_newest.elapsed() > restTime)
-            m_errors = 0;
-        m_newest.start();
-        // A port whose device is gone reports an error at every turn of the event loop for as long as it is open.
-        if (++m_errors >= errorsInBurst)
-            return Broken;
-        if (m_lastLook.isValid() && m_lastLook.elapsed() < timeBetweenLooks)
-            return Passing;
-        m_lastLook.start();
-        return QSerialPortInfo(portName).isNull() ? DeviceGone : Passing;
-    }
-    void end() { m_errors = 0; }
-
-private:
-    int m_errors = 0;
-    QElapsedTimer m_newest; // error
-    QElapsedTimer m_lastLook;
-};
-
-Type recognise(const SessionInit &reply)
-{
-    if (reply.sentenceId == Version) {
-        const QString hardware = reply.fields.value(QStringLiteral("hwversion")).toString();
-        if (hardware.contains(QLatin1String("7300021"))) // first: with both numbers it is a BoardB
-            return BoardB;
-        if (hardware.contains(QLatin1String("7300022")))
-            return BoardA;
-    } else if (reply.sentenceId == InformationReply) {
-        if (reply.fields.value(QStringLiteral("subcommand")).toString() == QLatin1String("INF"))
-            return BoardC;
-    }
-    return Unknown;
-}
-
 } // namespace
 
-/// Objects that were in the middle of their signals when the Initializer was deleted. They must last until the
-/// outermost of our slots returns: deleteLater() alone lets an event loop that a receiver runs delete them.
-struct Initializer::Trash
+struct Initializer::Private
 {
-    ~Trash()
+    ~Private()
     {
-        for (QObject *object : objects)
+        for (QObject *object : trash)
             object->deleteLater();
     }
-    std::vector<QObject *> objects;
+    void tell(PortEvent event) const
+    {
+        if (!observer)
+            return;
+        event.nanoseconds = clock.nsecsElapsed();
+        observer(event);
+    }
+
+    /// Objects that were in the middle of their signals when the Initializer was deleted. They must live until the
+    /// outermost of our slots returns. deleteLater() alone is too early if a receiver runs an event loop.
+    std::vector<QObject *> trash;
+    std::function<void(const PortEvent &event)> observer;
+    QElapsedTimer clock; // since probe()
 };
 
 Initializer::Initializer(QObject *parent)
@@ -139,23 +80,23 @@ Initializer::Initializer(QObject *parent)
     , m_retries(0)
     , m_maxRetries(3)
     , m_decided(false)
-    , m_trash(std::make_shared<Trash>())
+    , m_private(std::make_shared<Private>())
 {
     connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
     m_parser->init();
     m_probeTimer->setSingleShot(true);
-    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse one may fire early
+    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
 }
 
 Initializer::~Initializer()
 {
-    // Deleted by a receiver of deviceNotFound(): a mapper, a timer, perhaps a port are in the middle of their signals.
-    const auto dispose = [this, inSlot = m_trash.use_count() > 1](QObject *object) {
+    // If a receiver of deviceNotFound() deletes us, a mapper, a timer and perhaps a port are in the middle of a signal.
+    const auto dispose = [this, inSlot = m_private.use_count() > 1](QObject *object) {
         if (inSlot) {
             object->setParent(nullptr);
-            m_trash->objects.push_back(object);
+            m_private->trash.push_back(object);
         } else {
             delete object;
         }
@@ -172,19 +113,19 @@ Initializer::~Initializer()
         Communicator *const comm = it.key();
         dispose(it.value());
         if (m_commTypes.value(comm) != Unknown)
-            continue; // the application's; it may be gone already
+            continue; // belongs to the application, which may have deleted it
         if (auto *port = static_cast<QSerialPort *>(comm->device())) {
             comm->setIODevice(nullptr);
             closeAtOnce(port);
             dispose(port);
         }
-        delete comm; // at once, for it would go on to take what the shared buffer still holds
+        delete comm; // now: it would still take payloads from the shared buffer
     }
     m_commTypes.clear();
     m_commTimers.clear();
     m_types.clear();
     LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
-    // m_parser stays: its owner is the process.
+    // m_parser is never deleted: the process owns it.
 }
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
@@ -195,14 +136,15 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
         return false;
     }
 
+    m_private->clock.start();
     if (portNames.isEmpty()) {
         const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
         m_ports.clear();
         m_reports.clear();
-        std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isBoardPort);
+        std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isCandidate);
         for (const QSerialPortInfo &info : qAsConst(m_ports))
             m_reports.append(reportOn(info, info.portName()));
-    } else { // added to those of an earlier probe
+    } else { // ports of earlier calls stay
         for (const QString &name : portNames) {
             m_ports.append(QSerialPortInfo(name));
             m_reports.append(reportOn(m_ports.last(), name));
@@ -235,8 +177,9 @@ void Initializer::probeStage2()
                 << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(port->error());
             report->error = port->error();
             report->errorText = port->errorString();
+            tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
-                m_reports[i] = held; // it is this Initializer that has the port: an earlier probe still asks it
+                m_reports[i] = held; // this Initializer itself has the port open, for an earlier probe
             delete port;
             continue;
         }
@@ -251,8 +194,10 @@ void Initializer::probeStage2()
         m_commTimers[comm] = createTimeoutTimer(comm);
         m_commReports[comm] = report;
         report->verdict = PortReport::Awaiting;
+        tell(PortEvent::Opened, *report);
         report->queries = writeQueries(comm);
-        // Else the query would wait, its 400 ms running, until all later ports are opened. May close a port that fails.
+        // Without the flush the query would wait until all later ports are open, while its reply time runs. The flush
+        // may fail and close the port.
         port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
@@ -269,6 +214,17 @@ void Initializer::probeStage2()
     }
 }
 
+void Initializer::setPortObserver(std::function<void(const PortEvent &event)> observer)
+{
+    m_private->observer = std::move(observer);
+}
+
+void Initializer::tell(PortEvent::Kind kind, const PortReport &report, const QString &text, const QString &reason,
+                       Type type) const
+{
+    m_private->tell({kind, report.portName, 0, m_retries, text, reason, type});
+}
+
 Communicator *Initializer::createCommunicator(QSerialPort *port)
 {
     auto *comm = new Communicator(nullptr);
@@ -283,29 +239,19 @@ QTimer *Initializer::createTimeoutTimer(Communicator *comm)
     m_timeoutMapper->setMapping(timer, comm);
     timer->setSingleShot(true);
     timer->setTimerType(Qt::PreciseTimer);
-    timer->start(replyTimeout);
+    timer->start(replyTime);
     return timer;
 }
 
-void Initializer::closeWhenLost(WholeLines<QSerialPort> *port, const std::shared_ptr<PortReport> &report)
+void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortReport> &report)
 {
-    const auto run = std::make_shared<ErrorRun>();
-    connect(port, &QSerialPort::readyRead, this, [run] { run->end(); });
-    connect(port, &QSerialPort::errorOccurred, this, [port, report, run](QSerialPort::SerialPortError error) {
-        if (error == QSerialPort::NoError || !port->isOpen())
-            return;
-        const QString text = port->errorString();
-        const ErrorRun::Verdict verdict = run->judge(port->portName());
-        if (verdict == ErrorRun::Passing) {
-            // At some errors QSerialPort stops reading until it is asked for more than it holds.
-            port->peek(port->bytesReceived() + 1);
-            return;
-        }
-        const bool isGone = verdict == ErrorRun::DeviceGone; // the port then reports whatever failed last
+    connect(new PortErrors(port), &PortErrors::portLost, this, [this, port, report](bool isDeviceGone) {
         report->verdict = PortReport::Lost;
-        report->error = isGone ? QSerialPort::ResourceError : error;
-        report->errorText = isGone ? QStringLiteral("No such device") : text;
+        // A port whose device is gone reports an arbitrary error.
+        report->error = isDeviceGone ? QSerialPort::ResourceError : port->error();
+        report->errorText = isDeviceGone ? QStringLiteral("No such device") : port->errorString();
         closeAtOnce(port);
+        tell(PortEvent::Lost, *report, report->errorText);
     });
 }
 
@@ -341,18 +287,9 @@ void Initializer::queryBoardVersion(Communicator *comm)
 int Initializer::writeQueries(Communicator *comm)
 {
     int written = 0;
-    SessionInit session;
-    session.clear();
-    if (m_types.contains(BoardA) || m_types.contains(BoardB)) { // one query tells them apart
-        session.sentenceId = Version;
-        written += sendProtocol(comm, &session);
-    }
-    if (m_types.contains(BoardC)) {
-        session.clear();
-        session.sentenceId = InformationRequest;
-        session.fields[QStringLiteral("subcommand")] = QStringLiteral("INF");
-        written += sendProtocol(comm, &session);
-    }
+    QList<SessionInit> queries = queriesFor(m_types);
+    for (SessionInit &query : queries)
+        written += sendProtocol(comm, &query);
     return written;
 }
 
@@ -366,6 +303,9 @@ bool Initializer::sendProtocol(Communicator *comm, SessionInit *session)
         return false;
     }
     comm->writePayload(sentence);
+    const auto report = m_commReports.value(comm);
+    if (report && report->verdict != PortReport::HandedOver)
+        tell(PortEvent::Asked, *report, withoutLineEnd(sentence));
     return true;
 }
 
@@ -377,16 +317,16 @@ void Initializer::boardReadyRead(QObject *object)
     LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read succes on port: " << portName(comm);
 
     const QPointer<Initializer> self(this);
-    const QPointer<Communicator> alive(comm); // a receiver of the hand-over may delete it
-    const auto trash = m_trash;
+    const QPointer<Communicator> alive(comm); // a receiver of deviceInitialized() may delete it
+    const auto keeper = m_private;
     const auto report = m_commReports.value(comm);
     const auto settle = [&report](PortReport::Verdict verdict) {
-        if (report->verdict != PortReport::Lost) // its last words don't bring it back
+        if (report->verdict != PortReport::Lost) // a reply that came before the loss doesn't bring the port back
             report->verdict = verdict;
     };
     bool found = false;
     QString payload;
-    // The read comes first: a payload stored behind the one that was handed over is taken out and dropped.
+    // The read comes before the test of `found`: so the payload after the board's answer is taken out and dropped.
     while (alive && comm->readPayload(payload, 0) && !found) {
         SessionInit session;
         session.clear();
@@ -396,13 +336,14 @@ void Initializer::boardReadyRead(QObject *object)
         } catch (const Nmea::Exception &exception) {
             report->unreadable = withoutLineEnd(payload);
             LOGGER_RECORD(Logger::Error, nullptr).write() << "Parse failed: " << exception.message();
+            tell(PortEvent::Unreadable, *report, report->unreadable, exception.message());
             continue;
         }
-        // A board that answers anything is not silent. Unless it is one of the wanted, or had timed out, it is awaited
-        // without limit.
+        // Any answer in time stops the timer: the board is not silent, and may yet answer as a wanted type.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
-        const Type type = recognise(session);
+        const Type type = typeOf(session);
+        tell(PortEvent::Answered, *report, report->reply, QString(), type);
         if (type == Unknown || !m_types.contains(type)) {
             settle(PortReport::Silenced);
             continue;
@@ -415,7 +356,8 @@ void Initializer::boardReadyRead(QObject *object)
             settle(PortReport::Duplicate);
         } else {
             report->verdict = PortReport::HandedOver;
-            disconnect(comm->device(), nullptr, this, nullptr);
+            delete comm->device()->findChild<PortErrors *>(); // from now on the application handles the port's errors
+            tell(PortEvent::HandedOver, *report, QString(), QString(), type);
         }
         setCommStatus(comm, duplicate ? Unknown : type);
         if (!self)
@@ -433,8 +375,9 @@ void Initializer::readTimeout(QObject *object)
     const auto report = m_commReports.value(comm);
     if (report->verdict == PortReport::Awaiting)
         report->verdict = PortReport::TimedOut;
+    tell(PortEvent::TimedOut, *report);
 
-    const auto trash = m_trash;
+    const auto keeper = m_private;
     setCommStatus(comm, Unknown);
 }
 
@@ -452,7 +395,7 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // Receivers may run an event loop in which other ports settle the question, so that it is settled already here.
+    // A receiver may run an event loop, and the other ports may be decided in it.
     if (m_decided || m_commTypes.size() != m_commTimers.size())
         return;
     const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };
@@ -487,19 +430,19 @@ void Initializer::retryProbe()
         if (m_commTypes.value(comm) != Unknown)
             continue;
         m_commTypes.remove(comm);
-        it.value()->start(replyTimeout);
+        it.value()->start(replyTime);
         const auto report = m_commReports.value(comm);
-        // Silenced, with a status: its answer came when it had timed out.
+        // A Silenced port with a status answered after its time-out.
         if (report->verdict == PortReport::TimedOut || report->verdict == PortReport::Silenced)
             report->verdict = PortReport::Awaiting;
-        if (comm->device()->isOpen()) // closed once it failed; it times out as a silent port does
+        if (comm->device()->isOpen()) // a lost port is closed; it times out again as a silent port does
             report->queries += writeQueries(comm);
         asked = true;
     }
     if (asked)
         return;
 
-    // Every port is handed over: nobody can answer this round. The next decision comes from the event loop.
+    // Every port is handed over, so nobody can answer in this round. The event loop makes the next decision.
     m_decided = true;
     QMetaObject::invokeMethod(
         this,
@@ -512,5 +455,5 @@ void Initializer::retryProbe()
 
 } // namespace JwDevice
 
-// Here, for abidw describes no more of a class than what one translation unit defines.
+// Included here so that abidw sees the whole class in one translation unit.
 #include "moc_initializer.cpp"

@@ -2,6 +2,6 @@
 
 namespace JwDevice {
 
-IPayloadParser::~IPayloadParser() = default; // here, so that the class has one vtable for all who derive from it
+IPayloadParser::~IPayloadParser() = default; // defined here, so that there is one vtable for all derived classes
 
 } // namespace JwDevice

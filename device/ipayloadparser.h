@@ -9,8 +9,7 @@ namespace JwDevice {
 class SessionAbstract;
 
 /**
- * Turns sentences into records and back. A Communicator is given one with Communicator::setParser; whoever makes a
- * parser owns it.
+ * Turns sentences into records and back. Attach it with Communicator::setParser(); the application keeps the ownership.
  */
 class JWDEVICE_EXPORT IPayloadParser
 {
@@ -21,15 +20,15 @@ public:
     virtual ~IPayloadParser();
 
     /**
-     * Fills `session` from one whole received sentence, start flag and line end included. The record must be of the
-     * class that belongs to the parser; this is not checked. Returns true; throws Nmea::Exception when the sentence
-     * can't be parsed, the record then keeps what was stored before the fault.
+     * Fills `session` from one whole received sentence, with start flag and line end. `session` must be of the class
+     * that the parser expects; this is not checked. Returns true. Throws Nmea::Exception if the sentence can't be
+     * parsed; fields before the fault may then be stored already.
      */
     virtual bool parse(SessionAbstract *session, const QString &sentence) = 0;
 
     /**
-     * Replaces `sentence` with the whole sentence for `session`, start flag and line end included. Returns true; throws
-     * Nmea::Exception when it can't be built, `sentence` is then left as it was.
+     * Replaces `sentence` with the whole sentence for `session`, with start flag and line end. Returns true. Throws
+     * Nmea::Exception if the sentence can't be built; `sentence` is then unchanged.
      */
     virtual bool build(const SessionAbstract *session, QString &sentence) = 0;
 };

@@ -11,10 +11,10 @@ QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The base of every record of one sentence. A sentence set of your own derives its record from it.
+ * The base of every record of one sentence. Derive the record of your own sentences from it.
  *
- * Records are values that live with their user, as a rule on the stack. There is no virtual destructor on purpose:
- * never delete one through a pointer to this class.
+ * Records are values, usually on the stack. The class has no virtual destructor on purpose: never delete a record
+ * through a pointer to this class.
  */
 class JWDEVICE_EXPORT SessionAbstract
 {
@@ -23,7 +23,7 @@ public:
     SessionAbstract(const SessionAbstract &) = default;
     SessionAbstract &operator=(const SessionAbstract &) = default;
 
-    /// Makes the record empty, as before the first use. Does nothing in this class.
+    /// Empties the record. Does nothing in this class.
     virtual void clear();
 };
 

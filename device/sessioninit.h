@@ -13,9 +13,7 @@ QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The record of one initialization sentence, see Nmea::ParserInit.
- *
- * Parsing adds to what the record holds: clear() it before each use.
+ * The record of one sentence of Nmea::ParserInit. Parsing adds fields to the record: clear() it before each use.
  */
 class JWDEVICE_EXPORT SessionInit : public SessionAbstract
 {
@@ -25,11 +23,11 @@ public:
     /// Sets sentenceId to 0 and empties the fields.
     void clear() override;
 
-    /// Key of the sentence: 1 "PJWVER", 2 "PTJWWR", 3 "PTJWRD"; 0 is no sentence. Set by the parser when it parses, by
-    /// the caller before it builds.
+    /// The key of the sentence, see SentenceKey; 0 is no sentence. The parser sets it while parsing; the caller sets it
+    /// before building.
     int sentenceId = 0;
-    /// Field name to value: numbers as int, texts as QString. A field that the sentence did not carry is absent. To
-    /// build, any variant that converts to a string will do.
+    /// Field name to value: numbers as int, texts as QString. A field that the sentence did not have is absent. For
+    /// building, any variant that converts to a string is fine.
     QHash<QString, QVariant> fields;
 };
 

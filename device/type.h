@@ -3,15 +3,17 @@
 namespace JwDevice {
 
 /**
- * The kinds of board that are recognised. The library registers no meta-type for it: an application that connects the
- * Initializer's signals across threads, or records them with QSignalSpy, calls
- * `qRegisterMetaType<JwDevice::Type>("JwDevice::Type")` after its own `Q_DECLARE_METATYPE(JwDevice::Type)`.
+ * The types of board that the library recognises.
+ *
+ * The library registers no meta-type for it. If you connect the Initializer's signals across threads, or record them
+ * with QSignalSpy, write `Q_DECLARE_METATYPE(JwDevice::Type)` and call
+ * `qRegisterMetaType<JwDevice::Type>("JwDevice::Type")`.
  */
 enum Type : int {
-    Unknown = 0, ///< nothing recognised
+    Unknown = 0, ///< no type of board
     BoardA = 1, ///< answers the version query with a hardware version that contains "7300022" and not "7300021"
     BoardB = 2, ///< answers the version query with a hardware version that contains "7300021"
-    BoardC = 3, ///< answers the information request with the sub-command "INF"
+    BoardC = 3, ///< answers the information request with the subcommand "INF"
 };
 
 } // namespace JwDevice

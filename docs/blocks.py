@@ -3,16 +3,16 @@
 
     docs/blocks.py check|renew BIN [PAGE]...
 
-Two comments, each above a block between ``` lines, say where the block comes from:
+A comment above a block between ``` lines says where the block comes from:
 
-    <!-- from examples/01-find-boards/main.cpp -->              the whole file, or the lines from the first that begins
-    <!-- from FILE: "text" to "other text" -->                  with a text to the next one that begins with another
-                                                                ("text$": that is the text, from its first letter on)
-    <!-- run -->                                                each line "$ COMMAND" is run, and its output follows
+    <!-- from examples/01-find-boards/main.cpp -->    the whole file
+    <!-- from FILE: "text" to "other text" -->        from the first line that begins with "text" to the next line that
+                                                      begins with "other text"; "text$" is a whole line
+    <!-- run -->                                      each line "$ COMMAND" is run, and its output follows
 
-`check` prints a diff and returns 1 when a block differs; `renew` writes the block anew. BIN are the folders of the
-programs that commands may use, separated by ":". Of an output, times, process ids, the distance of columns and the
-numbers of ports and of source lines are not compared: they differ from run to run.
+`check` prints a diff and returns 1 when a block differs; `renew` writes the block again. BIN are the folders of the
+programs that commands may use, separated by ":". Times, process ids, the distance of columns and the numbers of ports
+are not compared: they differ from run to run.
 """
 import difflib
 import glob
@@ -75,7 +75,6 @@ def comparable(output):
     output = re.sub(r'\d+(\.\d+)? ms\b', 'N ms', output)
     output = re.sub(r'\b\d\d:\d\d:\d\d\.\d{3}\b', 'TIME', output)
     output = re.sub(r'\b(pid|kill) \d+', r'\1 N', output)
-    output = re.sub(r'\.cpp:\d+', '.cpp:N', output)
     ports = sorted(set(re.findall(r'\bttyACM\d+', output)), key=lambda name: int(name[len('ttyACM'):]))
     output = re.sub(r'\bttyACM\d+', lambda name: f'ttyACM{ports.index(name.group())}', output)
     return re.sub(r'[ \t]+', ' ', output)
@@ -127,7 +126,7 @@ def main():
     if faults:
         sys.exit('These comments in the pages lead nowhere: put them right.')
     if differences and not renew:
-        sys.exit('These blocks of the pages are out of date: "scripts/docs --renew" writes them anew.')
+        sys.exit('These blocks of the pages are out of date: "scripts/docs --renew" renews them.')
 
 
 if __name__ == '__main__':

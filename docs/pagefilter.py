@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""Doxygen's filter for the pages. A page reads well as it is on a code host; what Doxygen does in another way is put
-into its words here:
+"""Doxygen's filter for the pages. The pages are written for a code host; this changes what Doxygen does differently:
 
-- a drawing in text gives way to the picture that is named above it:  <!-- picture port-states.dot: Its caption -->
-- headings get names that links can lead to, "page.md#heading", as on a code host
-- links to headers and examples lead to their pages in the reference; other files of the project are only named
+- a picture replaces a drawing in text with this comment above it:  <!-- picture port-states.dot: Its caption -->
+- headings get names for links, "page.md#heading", as on a code host
+- links to headers and examples lead to their pages in the reference; of other files only the name stays
 """
 import os
 import re

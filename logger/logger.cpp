@@ -41,8 +41,8 @@ void reportLostRecord(const char *why) noexcept
 
 struct Logger::Private
 {
-    mutable std::mutex mutex; // guards all below; never held while a sink runs, so that a sink may call the logger
-    // Replaced as a whole by each change: a writer in another thread goes on with the list that it took.
+    mutable std::mutex mutex; // guards all members below; never held while a sink runs, so a sink may call the logger
+    // Each change replaces the whole list, so another thread can go on with the list that it has.
     std::shared_ptr<const Sinks> sinks = std::make_shared<const Sinks>();
     int level = Logger::Warning;
     std::map<std::string, int, std::less<>> categoryLevels;
@@ -172,7 +172,7 @@ LogStream::~LogStream()
 {
     if (!m_record)
         return;
-    // QDebug puts a blank behind every item, so behind the last one too.
+    // QDebug puts a blank after every item, also after the last.
     if (m_record->debug.autoInsertSpaces() && m_record->text.endsWith(QLatin1Char(' ')))
         m_record->text.chop(1);
     m_record->place.log(m_record->text);

@@ -16,28 +16,28 @@ class sink;
 
 class CuteMessageLogger;
 
-// Programs often define their own Logger, so ours is in a namespace.
+// In a namespace, because many programs have their own class Logger.
 namespace JwLogger {
 
 /**
- * A log: records of a level and an optional category go to any number of spdlog sinks. LOGGER_RECORD, and so
- * libJwDevice, writes to the one of the process, loggerInstance().
+ * A log. Each record has a level and perhaps a category, and goes to any number of spdlog sinks. LOGGER_RECORD writes
+ * to the logger of the process, loggerInstance(); libJwDevice writes there too.
  *
- * At start its level is Warning and its one sink writes to standard error. All functions may be called from any thread,
- * also from within a sink.
+ * At first the level is Warning, and one sink writes to standard error. All functions may be called from any thread,
+ * also from a sink.
  *
- * What a sink receives in its `spdlog::details::log_msg`: `level` (spdlog's trace to critical are Trace to Fatal),
- * `logger_name` = the category ("" for none), `source.filename` = the bare file name, `source.line`,
+ * A sink receives in its `spdlog::details::log_msg`: `level` (spdlog's trace to critical are Trace to Fatal),
+ * `logger_name` = the category ("" for none), `source.filename` = the file name without folders, `source.line`,
  * `source.funcname` = the full signature of the calling function, `payload` = the text in UTF-8, without a line end.
- * A sink that throws loses its own copy of the record only; a line on standard error says so.
+ * If a sink throws, the other sinks still get the record; a line on standard error reports it.
  *
- * Sinks run in the thread that logs, without a lock: where several threads log, take spdlog's `..._mt` sinks. They are
- * never flushed from here: set their own policy, so that a file has its last lines after a crash.
+ * Sinks run in the thread that logs, without a lock. If several threads log, use spdlog's `..._mt` sinks. The logger
+ * never flushes a sink: set the sink's own flush policy, so that a file has its last lines after a crash.
  */
 class JWLOGGER_EXPORT Logger
 {
 public:
-    /// Fatal is a level like the others: it ends nothing.
+    /// Fatal is a level like the others; it does not end the program.
     enum Level { Trace = 0, Debug = 1, Info = 2, Warning = 3, Error = 4, Fatal = 5 };
 
     Logger();
@@ -45,20 +45,21 @@ public:
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
 
-    /// Sends every later record to `sink` as well, as far as the sink's own level lets it through. Null is ignored; a
-    /// sink added twice gets every record twice.
+    /// Sends every later record to `sink` too, if the sink's own level allows it. Null is ignored. A sink added twice
+    /// gets every record twice.
     void addSink(std::shared_ptr<spdlog::sinks::sink> sink);
-    /// Takes `sink` out, however often it was added. A record on its way in another thread may still reach it.
+    /// Removes `sink`, however often it was added. A record that another thread writes just now may still reach it.
     void removeSink(const std::shared_ptr<spdlog::sinks::sink> &sink);
-    /// Takes all sinks out, also the first one that writes to standard error.
+    /// Removes all sinks, also the sink that writes to standard error at first.
     void clearSinks();
 
-    /// Sets the general level: records below it are dropped, unless their category has a level of its own.
+    /// Sets the general level. Records below it are dropped, unless their category has its own level.
     void setLevel(Level level);
-    /// Sets the level of one category, which from then on counts in place of the general level, for good. An empty
-    /// category means the general level.
+    /// Sets the level of one category. From then on the category ignores the general level. An empty category sets the
+    /// general level.
     void setLevel(const QString &category, Level level);
-    /// Whether a record of `level` in `category` (UTF-8; null or "" for none) would be written. Allocates nothing.
+    /// Whether a record of `level` in `category` would be written. `category` is UTF-8; null or "" is no category.
+    /// Allocates no memory.
     bool isEnabled(Level level, const char *category = nullptr) const
     {
         return level >= m_lowestLevel.load(std::memory_order_relaxed) && isEnabledFor(level, category);
@@ -74,13 +75,14 @@ private:
 
     struct Private;
     const std::unique_ptr<Private> d;
-    std::atomic<int> m_lowestLevel; // of the general one and all categories: most records need no more than this
+    std::atomic<int> m_lowestLevel; // of all levels that are set; for most records this test is enough
 };
 
 /**
- * The stream of one record: takes what QDebug takes and makes of it what QDebug makes, so `<< "-> " << text` reads
- * `->  "text"`: a literal as it stands, a separating blank, a QString between quotes. The record is written, without
- * the last separator, when the stream is destroyed. A stream of a disabled record does nothing with what it is given.
+ * The stream of one record. It takes the same values as QDebug and formats them as QDebug does: `<< "-> " << text`
+ * gives
+ * `->  "text"`, because QDebug puts a blank after each item and quotes around a QString. The destructor writes the
+ * record, without the last blank. A stream of a disabled record ignores all values.
  */
 class JWLOGGER_EXPORT LogStream
 {
@@ -108,7 +110,7 @@ private:
     friend class ::CuteMessageLogger;
 
     struct Record;
-    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null: the record is disabled
+    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null if the record is disabled
     QDebug &stream();
 
     const std::unique_ptr<Record> m_record;
@@ -117,27 +119,27 @@ private:
 } // namespace JwLogger
 
 #ifndef JWLOGGER_NO_ALIAS
-// If your program has another Logger, define JWLOGGER_NO_ALIAS before this header, and write JwLogger::Logger::Trace.
+// If your program has its own Logger, define JWLOGGER_NO_ALIAS before this header, and write JwLogger::Logger::Trace.
 using JwLogger::Logger;
 #endif
 
-/// The logger of the process. Never destroyed, so that destructors of static objects may still log.
+/// The logger of the process. It is never destroyed, so destructors of static objects may still log.
 JWLOGGER_EXPORT JwLogger::Logger *loggerInstance();
 
 /**
- * One place in the source from which records are written; made on the spot, most simply by LOGGER_RECORD. The pointers
- * are borrowed: `file`, `function` and `category` must outlive the object, as literals do.
+ * One place in the source that writes records. LOGGER_RECORD creates it. The object keeps the pointers `file`,
+ * `function` and `category`: they must outlive it, as literals do.
  */
 class JWLOGGER_EXPORT CuteMessageLogger
 {
 public:
-    /// `file` may hold folders, the record carries the bare file name; `category` null means none.
+    /// `file` may contain folders; the record gets the file name only. A null `category` is no category.
     CuteMessageLogger(JwLogger::Logger *logger, JwLogger::Logger::Level level, const char *file, int line,
                       const char *function, const char *category = nullptr);
 
-    /// A stream whose content becomes one record.
+    /// Returns a stream that becomes one record.
     JwLogger::LogStream write() const;
-    /// One record, formatted as by printf (QString::asprintf: texts are UTF-8, numbers independent of the locale).
+    /// Writes one record, formatted by QString::asprintf(): texts are UTF-8, numbers do not depend on the locale.
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:
@@ -155,12 +157,12 @@ private:
 };
 
 /**
- * Writes a record from here, in `category` (null for none):
+ * Writes a record from this place in the source, in `category` (null for none):
  * \code
  * LOGGER_RECORD(Logger::Trace, "Communication").write() << "-> " << payload;
  * LOGGER_RECORD(Logger::Warning, nullptr).write("%d of %d", i, n);
  * \endcode
- * When the record is disabled, nothing behind the macro is evaluated. `level` and `category` are evaluated twice.
+ * If the record is disabled, the rest of the statement is not evaluated. `level` and `category` are evaluated twice.
  */
 #define LOGGER_RECORD(level, category)                                                                                 \
     for (bool loggerEnabled = ::loggerInstance()->isEnabled(level, category); loggerEnabled; loggerEnabled = false)    \

@@ -6,7 +6,7 @@ namespace Nmea {
 
 namespace {
 
-/// -1 for none.
+/// -1 if it is no digit.
 int hexValue(QChar digit)
 {
     const int code = digit.unicode();
@@ -39,7 +39,7 @@ int xorOf(QStringView text)
 
 int readChecksum(QStringView text, bool *ok)
 {
-    // Nearly every sentence ends like this.
+    // Nearly every checksum is two digits and a line end.
     if (text.size() == 4 && text.endsWith(QLatin1String("\r\n"))) {
         const int high = hexValue(text[0]);
         const int low = hexValue(text[1]);

@@ -9,21 +9,21 @@ class QString;
 namespace Nmea {
 
 /**
- * The checksum of NMEA 0183: the XOR of the Latin-1 bytes of the first `length` characters of `text`, or of all of them
- * when `length` is 0. A sentence's checksum covers what stands between its start flag and its "*".
+ * The checksum of NMEA 0183: the XOR of the Latin-1 bytes of the first `length` characters of `text`, or of all
+ * characters if `length` is 0. The checksum of a sentence covers the characters between start flag and "*".
  *
- * Returns 0 to 255. Characters outside Latin-1 count as "?", characters beyond the end as 0; a negative `length` gives
- * 0.
+ * Returns 0 to 255. A character outside Latin-1 counts as "?", a character beyond the end as 0. A negative `length`
+ * gives 0.
  */
 JWDEVICE_EXPORT int calculateCrc(const QString &text, int length);
-/// The same of the whole of `text`; 0 when it is empty.
+/// The checksum of all of `text`; 0 if it is empty.
 JWDEVICE_EXPORT int xorOf(QStringView text);
 
-/// The number that the text behind the "*" stands for, as QString::toInt() reads it in base 16: blanks and line ends
-/// around it are passed over. `ok` becomes false, and the result 0, when it is none.
+/// Reads the text after the "*" as QString::toInt() reads a number of base 16; blanks and line ends around it are
+/// skipped. If the text is no number, `ok` becomes false and the result is 0.
 JWDEVICE_EXPORT int readChecksum(QStringView text, bool *ok);
-/// Appends `checksum`, 0 to 255, in two lower-case hexadecimal digits. One of 0x80 or more, which only characters
-/// beyond ASCII can make, takes 16 digits, those of the negative number that has the same low byte.
+/// Appends `checksum`, 0 to 255, as two lower-case hexadecimal digits. A checksum of 0x80 or more gets 16 digits: the
+/// negative number with the same low byte. Only characters beyond ASCII lead to such a checksum.
 JWDEVICE_EXPORT void appendChecksum(QString &sentence, int checksum);
 
 } // namespace Nmea

@@ -16,7 +16,7 @@ QString Exception::message() const
 
 const char *Exception::what() const noexcept
 {
-    // The caller reads the text after the return, so it must outlive this call, though the exception keeps no bytes.
+    // The caller reads the text after this call, but the exception object has no room for it.
     thread_local QByteArray text;
     text = m_message.toLocal8Bit();
     return text.constData();

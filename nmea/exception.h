@@ -8,7 +8,7 @@
 
 namespace Nmea {
 
-/// The one way in which the sentence codec reports a failure. Thrown by value, caught by reference.
+/// Thrown by the sentence codec for every failure. Catch it by reference.
 class JWDEVICE_EXPORT Exception : public std::exception
 {
 public:
@@ -18,10 +18,10 @@ public:
     Exception &operator=(const Exception &) = default;
     ~Exception() override;
 
-    /// What failed, such as "Bad end".
+    /// The text given to the constructor, such as "Bad end".
     QString message() const;
-    /// The message in the local 8-bit encoding. Valid until the next call of what() on any Nmea::Exception in the same
-    /// thread, and no longer than that thread.
+    /// The message in the local 8-bit encoding. Valid until the same thread calls what() of any Nmea::Exception again,
+    /// or ends.
     const char *what() const noexcept override;
 
 private:

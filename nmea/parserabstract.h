@@ -21,8 +21,8 @@ QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * A parser and builder of NMEA 0183 style sentences, driven by tables: derive from it, return your tables from the
- * hooks, and call init() once after construction.
+ * Parses and builds NMEA 0183 style sentences by tables. Derive your parser from it, return your tables from the hooks,
+ * and call init() once after construction.
  *
  * \verbatim
  *  1 2      3       4    5
@@ -31,22 +31,24 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *
  *  1 start flag, "$" or, on receipt, also "!"
  *  2 identifier, at least 3 characters on receipt
- *  3 fields, each after a ","; none at all, not even the ",", when there are no fields
- *  4 checksum, see calculateCrc(); on receipt it may be missing and is then not tested
+ *  3 fields, each after a ","; a sentence without fields has no ","
+ *  4 checksum, see calculateCrc(); a received sentence may lack it and is then not tested
  *  5 line end
  * \endverbatim
  *
- * A received sentence has at most 74 characters, all counted; this is the boards' own limit, not the 82 of the
- * standard. Building tests no length.
+ * A received sentence has at most 74 characters, with start flag and line end. This is the boards' limit; the standard
+ * has 82. Building tests no length.
  *
- * A format lists the names of the fields in the order of the wire, separated by ",", such as "hwversion,v1,v2,v3". An
- * empty name skips a field of a received sentence; in a built one it leaves nothing, not even a separator.
+ * A format lists the names of the fields in their order in the sentence, separated by ",", for example
+ * "hwversion,v1,v2,v3". An empty name skips a field of a received sentence. In a built sentence an empty name adds
+ * nothing, not even a separator.
  *
- * Every failure is a thrown Exception; its text is given at the operation. Once parseParameters() has begun, the record
- * keeps what was stored before the fault; the parser itself never changes. What a delegate throws passes through.
- * Before init() nothing can be parsed ("Undefined sentence ID: %1") or built ("No formatter found").
+ * Every failure throws an Exception; each function lists the texts. Fields before the fault may then be stored already;
+ * the parser itself does not change. Exceptions of a delegate pass through. A delegate or hook must not change its
+ * parser, or the caller's arguments, while that parser parses or builds. Before init() parsing throws "Undefined
+ * sentence ID: %1" and building "No formatter found".
  *
- * A parser is used by one thread only. It has no virtual destructor: don't delete one through a pointer to this class.
+ * Use a parser in one thread only. The class has no virtual destructor: never delete a parser through a pointer to it.
  *
  * \tparam Session the record that the delegates fill and read
  */
@@ -54,7 +56,7 @@ template <typename Session>
 class ParserAbstract
 {
 public:
-    /// Stores the text `value` of the field `name` in `session`. The result is ignored.
+    /// Stores the text `value` of the field `name` in `session`. The returned value is ignored.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
     /// Returns the text of the field `name` of `session`.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
@@ -64,71 +66,72 @@ public:
     ParserAbstract &operator=(const ParserAbstract &) = default;
     ~ParserAbstract();
 
-    /// Loads the tables from the hooks. Later calls keep them as they are. Returns true.
+    /// Loads the tables from the hooks. Later calls do nothing. Returns true.
     bool init();
 
     /**
      * Fills `session` from one whole sentence. Returns true. Throws, tested in this order: "Start flag not found",
      * "Sentence too long", "Bad end", "Checksum field" (more than one "*"), "Checksum misspelled", "CRC calculation
-     * failed", and what parseTrimmed() throws. The checksum is read as QString::toInt() reads a base 16
-     * number, and only its low byte is compared. Without a "*" the line end stays on the last field.
+     * failed", then the texts of parseTrimmed(). The checksum is read as QString::toInt() reads a number of base 16,
+     * and only its low byte is compared. Without a "*" the line end stays part of the last field.
      */
     bool parseSentence(Session *session, const QString &sentence);
     /**
-     * Replaces `out` with the whole sentence `sentenceId`, the fields taken from `session`. Returns true. Throws "No
-     * formatter found", "Sentence ID not found", and what buildParameters() throws; `out` is then left as it was.
+     * Replaces `out` with the whole sentence `sentenceId`; the fields come from `session`. Returns true. Throws "No
+     * formatter found", "Sentence ID not found", and the texts of buildParameters(); `out` is then unchanged.
      *
-     * A checksum of 0x80 or more, which only characters beyond ASCII can make, is written with 16 digits.
+     * A checksum of 0x80 or more has 16 digits. Only characters beyond ASCII lead to such a checksum.
      */
     bool buildSentence(const Session *session, int sentenceId, QString &out);
 
-    /// Takes the start flag off `sentence` and cuts the rest at the "*"; without one `checksum` becomes null. Throws
-    /// "Checksum field" when there is more than one.
+    /// Removes the start flag from `sentence` and cuts the rest at the "*". Without a "*" `checksum` becomes null.
+    /// Throws "Checksum field" if there is more than one "*".
     void splitSentence(QString &sentence, QString &body, QString &checksum);
     /// Parses identifier and fields, without start flag and checksum. Throws "Wrong sentence description length" and
-    /// what parseListed() throws.
+    /// the texts of parseListed().
     bool parseTrimmed(Session *session, const QString &body);
     /// `sentenceId` is the identifier text, `params` the texts of the fields. Throws "Undefined sentence ID: %1",
-    /// "Format not found for sentence ID", and what parseParameters() throws.
+    /// "Format not found for sentence ID", and the texts of parseParameters().
     bool parseListed(Session *session, const QString &sentenceId, const QStringList &params);
-    /// Fields may be fewer than names, the rest is left alone. Throws "Specified parameters list and formatting string
+    /// There may be fewer fields than names. Throws "Specified parameters list and formatting string
     /// incompatible" (more fields than names), "Unknown format token in sentence formatter".
     bool parseParameters(Session *session, const QStringList &params, const QString &format);
     /// The fields of a sentence, joined. Throws "Unknown format token in sentence formatter: %1".
     QString buildParameters(const Session *session, const QString &format);
 
 protected:
-    /// Sentence key to identifier; the identifiers differ from each other, no key is -9999.
+    /// Sentence key to identifier. All identifiers differ, and no key is -9999.
     virtual QHash<int, QString> initSentenceIdentifiers();
     /// Not used by this class.
     virtual QHash<int, QString> initTalkerIdentifiers();
-    /// Sentence key to the format of a received sentence. A key without one can't be parsed.
+    /// Sentence key to the format of a received sentence. A key without a format can't be parsed.
     virtual QHash<int, QString> initSentenceFormatsParse();
-    /// Sentence key to the format of a built sentence. A key without one can't be built.
+    /// Sentence key to the format of a built sentence. A key without a format can't be built.
     virtual QHash<int, QString> initSentenceFormatsBuild();
-    /// Field name to its delegate; has every name in the formats to parse.
+    /// Field name to its delegate, for every name in the formats of received sentences.
     virtual QHash<QString, ParserDelegate> initParserDelegates();
-    /// Field name to its delegate; has every name in the formats to build.
+    /// Field name to its delegate, for every name in the formats of built sentences.
     virtual QHash<QString, BuilderDelegate> initBuilderDelegates();
     /// Stores the key of the sentence that was recognised. Does nothing in this class.
     virtual void setSentenceId(Session *session, int sentenceId);
 
-    QHash<int, QString> m_sentenceIds; ///< loaded by init(), as the four tables below
+    QHash<int, QString> m_sentenceIds; ///< see initSentenceIdentifiers()
     QHash<int, QString> m_formatsParse; ///< see initSentenceFormatsParse()
     QHash<int, QString> m_formatsBuild; ///< see initSentenceFormatsBuild()
     QChar m_startFlag = QLatin1Char('$'); ///< begins every built sentence
-    QChar m_startFlagAlt = QLatin1Char('!'); ///< begins a received sentence as well
+    QChar m_startFlagAlt = QLatin1Char('!'); ///< may begin a received sentence
     QString m_lineEnd = QStringLiteral("\r\n"); ///< ends every sentence
-    int m_maxLength = 74; ///< of a received sentence, in characters, all counted
+    int m_maxLength = 74; ///< characters of a received sentence, with start flag and line end
     QChar m_checksumDelimiter = QLatin1Char('*'); ///< between the fields and the checksum
     QChar m_fieldSeparator = QLatin1Char(','); ///< before each field
     QChar m_formatSeparator = QLatin1Char(','); ///< between the names of a format
-    int m_reservedId = -9999; ///< no sentence's key; not used by this class
+    int m_reservedId = -9999; ///< never the key of a sentence; not used by this class
     int m_undefinedId = -9999; ///< stands for an identifier that is not in the table
     bool m_initialized = false; ///< whether init() was called
     QHash<QString, ParserDelegate> m_parserDelegates; ///< see initParserDelegates()
     QHash<QString, BuilderDelegate> m_builderDelegates; ///< see initBuilderDelegates()
-    /// Set by a derived parser that plays the board: it parses by the formats to build, and builds by those to parse.
+    /// A derived parser sets this to act as the board: it then parses by the formats of built sentences, and builds by
+    /// the formats of received sentences.
     bool m_reversed = false;
 
 private:
@@ -139,9 +142,8 @@ private:
     template <typename NextParam>
     bool parseSentenceFields(Session *session, QStringView identifier, int count, NextParam nextParam);
     template <typename NextParam>
-    bool storeSentenceFields(Session *session, const SentenceFields &fields,
-                             const QHash<QString, ParserDelegate> &delegates, int count, NextParam nextParam);
-    void appendSentenceFields(QString &out, const Session *session, SentenceFields fields);
+    bool storeSentenceFields(Session *session, const SentenceFields &fields, int count, NextParam nextParam);
+    void appendSentenceFields(QString &out, const Session *session, const SentenceFields &fields);
 
     SentencePlan<Session> m_sentencePlan;
 };
@@ -205,7 +207,6 @@ bool ParserAbstract<Session>::parseSentence(Session *session, const QString &sen
         if ((expected & 0xff) != xorOf(body))
             throw Exception(QStringLiteral("CRC calculation failed"));
     }
-    const QString kept = sentence; // what `body` looks at; a delegate may write over the caller's text
     return parseSentenceBody(session, body);
 }
 
@@ -228,11 +229,11 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
     const int withoutFields = sentence.size();
     sentence += m_fieldSeparator;
     appendSentenceFields(sentence, session, *format);
-    if (sentence.size() == withoutFields + 1) // there are none, so no separator either
+    if (sentence.size() == withoutFields + 1) // no fields, so no separator
         sentence.chop(1);
     sentence += m_checksumDelimiter;
     const QStringView checked = QStringView(sentence).mid(1);
-    // Without identifier and fields the delimiter itself is counted.
+    // Without identifier and fields the checksum counts the delimiter itself.
     appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
     sentence += m_lineEnd;
     out = std::move(sentence);
@@ -258,25 +259,21 @@ void ParserAbstract<Session>::splitSentence(QString &sentence, QString &body, QS
 template <typename Session>
 bool ParserAbstract<Session>::parseTrimmed(Session *session, const QString &body)
 {
-    const QString kept = body; // a delegate may write over what the caller gave
-    return parseSentenceBody(session, kept);
+    return parseSentenceBody(session, body);
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseListed(Session *session, const QString &sentenceId, const QStringList &params)
 {
-    // A delegate may write over the caller's list.
     return parseSentenceFields(session, sentenceId, params.size(),
-                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
+                               [next = params.begin()]() mutable -> const QString & { return *next++; });
 }
 
 template <typename Session>
 bool ParserAbstract<Session>::parseParameters(Session *session, const QStringList &params, const QString &format)
 {
-    const SentenceFields fields = currentSentencePlan().fieldsOf(format);
-    const auto delegates = m_parserDelegates;
-    return storeSentenceFields(session, fields, delegates, params.size(),
-                               [kept = params, i = 0]() mutable -> const QString & { return kept.at(i++); });
+    return storeSentenceFields(session, currentSentencePlan().fieldsOf(format), params.size(),
+                               [next = params.begin()]() mutable -> const QString & { return *next++; });
 }
 
 template <typename Session>
@@ -290,18 +287,17 @@ QString ParserAbstract<Session>::buildParameters(const Session *session, const Q
 template <typename Session>
 bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView body)
 {
-    const QChar separator = m_fieldSeparator; // a delegate may set another one
     const auto *const end = body.end();
-    const auto *at = std::find(body.begin(), end, separator);
+    const auto *at = std::find(body.begin(), end, m_fieldSeparator);
     const QStringView identifier(body.begin(), at);
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
 
-    // A text that no delegate kept is written over by the next one: most of them become numbers.
+    // If the delegate kept no copy of the text, its memory is used again. Most texts become numbers.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;
-        at = std::find(begin, end, separator);
+        at = std::find(begin, end, m_fieldSeparator);
         const auto size = static_cast<int>(at - begin);
         if (param.isDetached())
             param.setUnicode(begin, size);
@@ -309,7 +305,7 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
             param = QString(begin, size);
         return param;
     };
-    return parseSentenceFields(session, identifier, static_cast<int>(std::count(at, end, separator)), nextParam);
+    return parseSentenceFields(session, identifier, static_cast<int>(std::count(at, end, m_fieldSeparator)), nextParam);
 }
 
 template <typename Session>
@@ -325,19 +321,15 @@ bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView 
     const auto format = formats.constFind(key);
     if (format == formats.constEnd())
         throw Exception(QStringLiteral("Format not found for sentence ID"));
-    const SentenceFields fields = *format;
-    const auto delegates = m_parserDelegates;
     setSentenceId(session, key);
-    return storeSentenceFields(session, fields, delegates, count, nextParam);
+    return storeSentenceFields(session, *format, count, nextParam);
 }
 
 template <typename Session>
 template <typename NextParam>
-bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields,
-                                                  const QHash<QString, ParserDelegate> &delegates, int count,
+bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields, int count,
                                                   NextParam nextParam)
 {
-    // `delegates` is the table that `fields` were made from, kept so that a change of the parser's own is seen.
     if (fields.size() < count)
         throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
     for (int i = 0; i < count; ++i) {
@@ -345,29 +337,23 @@ bool ParserAbstract<Session>::storeSentenceFields(Session *session, const Senten
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        const auto parse =
-            m_parserDelegates.isSharedWith(delegates) ? field.parse : m_parserDelegates.value(field.name);
-        if (!parse)
+        if (!field.parse)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter"));
-        parse(session, param, field.name);
+        field.parse(session, param, field.name);
     }
     return true;
 }
 
 template <typename Session>
-void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, SentenceFields fields)
+void ParserAbstract<Session>::appendSentenceFields(QString &out, const Session *session, const SentenceFields &fields)
 {
-    // Copies, as in parsing: what runs here may change the tables of a derived parser.
-    const auto delegates = m_builderDelegates;
     for (int i = 0; i < fields.size(); ++i) {
         const auto &field = fields[i];
         if (field.name.isEmpty())
             continue;
-        const auto build =
-            m_builderDelegates.isSharedWith(delegates) ? field.build : m_builderDelegates.value(field.name);
-        if (!build)
+        if (!field.build)
             throw Exception(QStringLiteral("Unknown format token in sentence formatter: %1").arg(field.name));
-        out += build(session, field.name);
+        out += field.build(session, field.name);
         if (i + 1 < fields.size())
             out += m_fieldSeparator;
     }

@@ -1,16 +1,16 @@
 #include "parserinit.h"
 
+#include <device/boardrules.h>
+
 namespace Nmea {
+
+using JwDevice::InformationReply;
+using JwDevice::InformationRequest;
+using JwDevice::VersionSentence;
 
 namespace {
 
-enum Sentence {
-    Version = 1,
-    InformationRequest = 2,
-    InformationReply = 3,
-};
-
-/// What QString::toInt() makes of it, which takes its time; nearly every number is a few plain digits.
+/// As QString::toInt(), but faster for a few plain digits, which nearly every number is.
 int toInt(const QString &text)
 {
     constexpr int digitsOfAnyInt = 9;
@@ -62,7 +62,7 @@ QString ParserInit::buildString(const JwDevice::SessionInit *session, const QStr
 QHash<int, QString> ParserInit::initSentenceIdentifiers()
 {
     return {
-        {Version, QStringLiteral("PJWVER")},
+        {VersionSentence, QStringLiteral("PJWVER")},
         {InformationRequest, QStringLiteral("PTJWWR")},
         {InformationReply, QStringLiteral("PTJWRD")},
     };
@@ -73,7 +73,7 @@ QHash<int, QString> ParserInit::initSentenceFormatsParse()
     return {
         //         1       2 3 4
         // $PJWVER,7300021,1,4,0*0e
-        {Version, QStringLiteral("hwversion,v1,v2,v3")},
+        {VersionSentence, QStringLiteral("hwversion,v1,v2,v3")},
         //         1   2    3 4  5 6    7       8
         // $PTJWRD,INF,CTRL,3,17,2,1.04,7300022,1*5e
         {InformationReply, QStringLiteral("subcommand,name,devtype,boardid,rev,version,hwversion,appmode")},
@@ -84,7 +84,7 @@ QHash<int, QString> ParserInit::initSentenceFormatsBuild()
 {
     return {
         // $PJWVER*0c
-        {Version, QString()},
+        {VersionSentence, QString()},
         //         1
         // $PTJWWR,INF*71
         {InformationRequest, QStringLiteral("subcommand")},

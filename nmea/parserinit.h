@@ -11,7 +11,7 @@ QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The sentences with which a board is asked who it is, and its answers.
+ * The queries that ask a board which type it is, and the replies. JwDevice::SentenceKey has the keys.
  *
  * \verbatim
  * Version query, host to board              Version reply, board to host
@@ -37,8 +37,8 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *                                            10 checksum
  * \endverbatim
  *
- * The other directions are refused: key 2 has no format to parse, key 3 none to build. The record of parse() and
- * build() is a JwDevice::SessionInit. Call init() once after construction.
+ * The other directions throw: key 2 can't be parsed, key 3 can't be built. The record of parse() and build() is a
+ * JwDevice::SessionInit. Call init() once after construction.
  */
 class JWDEVICE_EXPORT ParserInit : public JwDevice::IPayloadParser, public ParserAbstract<JwDevice::SessionInit>
 {
@@ -51,11 +51,11 @@ public:
     /// Builds the sentence named by the session's own sentenceId; `session` must be a JwDevice::SessionInit.
     bool build(const JwDevice::SessionAbstract *session, QString &sentence) override;
 
-    /// Stores `value` as an int under `name`; a text that is not a number counts as 0. Returns true.
+    /// Stores `value` as an int under `name`; 0 if it is no number. Returns true.
     static bool parseInt(JwDevice::SessionInit *session, const QString &value, const QString &name);
-    /// Stores `value` as a text under `name`, also when it is empty. Returns true.
+    /// Stores `value` as a text under `name`, also if it is empty. Returns true.
     static bool parseString(JwDevice::SessionInit *session, const QString &value, const QString &name);
-    /// The text of field `name`; empty when it is absent.
+    /// The text of field `name`; empty if the record lacks it.
     static QString buildString(const JwDevice::SessionInit *session, const QString &name);
 
 protected:

@@ -13,8 +13,8 @@
 namespace Nmea {
 
 /**
- * The tables of a ParserAbstract made ready for use: formats cut into names, names looked up, identifiers in order.
- * Not for applications.
+ * The tables of a ParserAbstract, prepared for speed: formats are split, delegates looked up, identifiers sorted. Not
+ * for applications.
  */
 template <typename Session>
 class SentencePlan
@@ -25,16 +25,16 @@ public:
     /// See ParserAbstract::BuilderDelegate.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
-    /// One name of a format with what the tables have for it.
+    /// One name of a format with its delegates.
     struct Field
     {
-        QString name; ///< empty: a field that is passed over
+        QString name; ///< empty: the field is skipped
         ParserDelegate parse; ///< null: none
         BuilderDelegate build; ///< null: none
     };
     using Fields = QVector<Field>; ///< in the order of the format
 
-    /// Makes the plan anew when one of the tables is not the one that it was made from.
+    /// Prepares the tables again if one of them has changed.
     void update(const QHash<int, QString> &sentenceIds, const QHash<int, QString> &formatsParse,
                 const QHash<int, QString> &formatsBuild, const QHash<QString, ParserDelegate> &parserDelegates,
                 const QHash<QString, BuilderDelegate> &builderDelegates, QChar formatSeparator)
@@ -53,14 +53,14 @@ public:
         m_fieldsBuild = fieldsOfAll(formatsBuild);
         m_identifiers.clear();
         for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it) {
-            // Behind those of the same text: of two keys with one identifier, the first one in the table counts.
+            // After equal texts: if two keys have one identifier, the first key in the table counts.
             const auto place = std::upper_bound(m_identifiers.begin(), m_identifiers.end(), it.value(),
                                                 [](const QString &text, const Identifier &b) { return text < b.text; });
             m_identifiers.insert(place, {it.value(), it.key()});
         }
     }
 
-    /// The key of the sentence with that identifier, `otherwise` when there is none.
+    /// The key of the sentence with this identifier; `otherwise` if there is none.
     int key(QStringView identifier, int otherwise) const
     {
         const auto known = std::lower_bound(m_identifiers.begin(), m_identifiers.end(), identifier,
@@ -84,7 +84,7 @@ public:
             const auto build = m_builderDelegates.constFind(name);
             const bool isParsed = parse != m_parserDelegates.constEnd();
             const bool isBuilt = build != m_builderDelegates.constEnd();
-            // The tables' own text of the name, where there is one: it takes no memory, and most are literals.
+            // Shares the text of the table if it has the name: this saves memory.
             fields.append({isParsed      ? parse.key()
                                : isBuilt ? build.key()
                                          : name,
@@ -104,7 +104,7 @@ private:
     {
         QHash<int, Fields> fields;
         for (auto it = formats.constBegin(); it != formats.constEnd(); ++it) {
-            if (!fields.contains(it.key())) // of two formats of one key the newest counts, and it comes first
+            if (!fields.contains(it.key())) // if a key has two formats, the newest counts, and it comes first
                 fields.insert(it.key(), fieldsOf(it.value()));
         }
         return fields;

@@ -1,9 +1,9 @@
 # shellcheck shell=sh
-# Shared by the scripts beside it: installs what they need and builds. Sourced, not run.
+# Functions that the scripts here share: they install packages and build. The scripts source this file.
 
-script=scripts/$(basename "$0") # after the cd that each of them begins with
+script=scripts/$(basename "$0") # each script begins with cd to the project
 
-# What building and running takes; the tests take more. Used by the scripts.
+# Packages for building and running. The tests need more.
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
@@ -16,14 +16,14 @@ isInstalled() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# The packages of "$@" that are not there yet.
+# The packages of "$@" that are not installed.
 missingPackages() {
     for package in "$@"; do
         isInstalled "$package" || printf '%s ' "$package"
     done
 }
 
-# showUsage "$@": prints the comment at the top of the script when that is asked for, and ends it.
+# showUsage "$@": for -h or --help prints the comment at the top of the script, and ends the script.
 showUsage() {
     case ${1:-} in
     -h | --help)
@@ -33,10 +33,10 @@ showUsage() {
     esac
 }
 
-# installPackages NAME...: nothing when all are there.
+# installPackages NAME...: installs the missing ones.
 installPackages() {
     if ! command -v apt-get >/dev/null 2>&1 || ! command -v dpkg-query >/dev/null 2>&1; then
-        say "This system has no apt, so nothing is installed here. It takes the equivalents of these Debian packages:"
+        say "This system has no apt, so this script installs nothing. Install the equivalents of these Debian packages:"
         say " " "$@"
         return 0
     fi
@@ -45,9 +45,9 @@ installPackages() {
     root=
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null 2>&1; then
-            say "These packages are missing, and there is no sudo to install them. As root, run:"
+            say "Packages are missing, and there is no sudo. Run as root:"
             say "  apt-get update && apt-get install $missing"
-            say "and then this again."
+            say "Then start this script again."
             exit 1
         fi
         root=sudo
@@ -59,17 +59,17 @@ installPackages() {
     $root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >&2
 }
 
-# Whether clang brings its sanitizers and libFuzzer along differs between systems.
+# On some systems clang includes its sanitizers and libFuzzer, on others they are a package.
 installSanitizers() {
     printf 'extern "C" int LLVMFuzzerTestOneInput(const char *, unsigned long) { return 0; }' \
         | clang++ -x c++ -fsanitize=fuzzer,address,undefined -o /dev/null - 2>/dev/null \
         || installPackages "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 }
 
-# build PRESET [OPTION]...: configures and builds by preset; the options are cmake --build's.
+# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build.
 build() {
     if [ -e "build/$1" ] && [ ! -w "build/$1" ]; then
-        say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or run this as that user."
+        say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or start this script as that user."
         exit 1
     fi
     say "Building, preset $1 ..."

@@ -1,12 +1,13 @@
-#include <simulator/board.h>
+#include "board.h"
 
+#include <simulator/boardkind.h>
 #include <simulator/pacer.h>
 #include <simulator/port.h>
 #include <simulator/wire.h>
 
-#include <QtCore/QQueue>
-#include <QtCore/QSocketNotifier>
-#include <QtCore/QTimer>
+#include <QQueue>
+#include <QSocketNotifier>
+#include <QTimer>
 
 #include <cerrno>
 #include <unistd.h>
@@ -15,38 +16,11 @@ namespace JwSimulator {
 
 namespace {
 
-const int readSize = 4096;
-const int longestLine = 1024;
-const int mostJournalEntries = 20000;
-const qint64 mostJournalBytes = 4 * 1024 * 1024;
-const int longestDrain = 100; // milliseconds
-
-QByteArray queryOf(BoardConfig::Kind kind)
-{
-    switch (kind) {
-    case BoardConfig::Kind::BoardA:
-    case BoardConfig::Kind::BoardB:
-        return "PJWVER";
-    case BoardConfig::Kind::BoardC:
-        return "PTJWWR,INF";
-    default:
-        return {};
-    }
-}
-
-const char *defaultHardwareVersion(BoardConfig::Kind kind)
-{
-    switch (kind) {
-    case BoardConfig::Kind::BoardA:
-        return "7300022";
-    case BoardConfig::Kind::BoardB:
-        return "7300021";
-    case BoardConfig::Kind::BoardC:
-        return "7300030";
-    default:
-        return "";
-    }
-}
+constexpr int readSize = 4096;
+constexpr int longestLine = 1024;
+constexpr int mostJournalEntries = 20000;
+constexpr qint64 mostJournalBytes = 4 * 1024 * 1024;
+constexpr int longestDrain = 100; // milliseconds
 
 const char *const unaskedBodies[] = {
     "GPGLL,4916.45,N,12311.12,W,225444,A",
@@ -87,13 +61,13 @@ public:
 
     bool isIdle() const { return !sending && outbox.isEmpty(); }
 
-    // Bytes to send. Each reply is made when its turn comes, because a thousand with their noise would fill the memory.
+    // Bytes to send. A reply is made when its turn comes: a thousand replies with their noise would fill the memory.
     struct Job
     {
         QByteArray bytes;
-        int begin = 0; // of what was not taken yet
-        int replies = 0; // to be made behind these bytes
-        int chunk = 0; // bytes per piece; 0 = all there is
+        int begin = 0; // of the bytes that were not sent yet
+        int replies = 0; // that follow these bytes and are not made yet
+        int chunk = 0; // bytes per piece; 0 = everything in one piece
         bool gapIsDue = false;
 
         int left() const { return bytes.size() - begin; }
@@ -106,12 +80,12 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
-    QTimer drain; // runs while the cable is about to be pulled: nothing more is sent
+    QTimer drain; // runs while the cable is about to be pulled; the board sends nothing more
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;
-    QByteArray pending; // left the board, not taken by the port yet
-    QByteArray written; // of the piece that is being sent
+    QByteArray pending; // left the board, but the port has not taken them yet
+    QByteArray written; // the part of the present piece that the port has taken
     bool sending = false;
     bool feeding = false;
 };
@@ -123,12 +97,12 @@ Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_
     , m_random(config.seed)
 {
     if (m_config.hwversion.isNull())
-        m_config.hwversion = QLatin1String(defaultHardwareVersion(m_config.kind));
+        m_config.hwversion = QLatin1String(boardKind(m_config.kind).hwversion);
 }
 
 Board::~Board()
 {
-    // The notifiers must go before the descriptor that they watch.
+    // The notifiers must go before the descriptor that they watch, which m_port closes.
     delete m_line;
 }
 
@@ -151,9 +125,9 @@ void Board::connectLine()
     if (m_port->descriptor() < 0)
         return;
     m_line = new Line(this, m_port->descriptor(), m_config);
-    connect(&m_line->readable, &QSocketNotifier::activated, this, &Board::readLine);
+    connect(&m_line->readable, &QSocketNotifier::activated, this, &Board::onReadable);
     connect(&m_line->writable, &QSocketNotifier::activated, this, &Board::writePending);
-    connect(&m_line->fromHost, &Pacer::released, this, &Board::takeReceived);
+    connect(&m_line->fromHost, &Pacer::released, this, &Board::onReceived);
     connect(&m_line->toHost, &Pacer::released, this, [this](const QByteArray &bytes) {
         m_line->pending += bytes;
         writePending();
@@ -166,13 +140,13 @@ void Board::connectLine()
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
     if (first && m_config.pullAfter >= 0) {
-        // Counted from when the event loop runs, so that making many boards does not eat up the time.
+        // The time starts with the event loop, so that making many boards does not use it up.
         QTimer::singleShot(0, m_line, [this, line = m_line] {
             if (m_line == line)
                 line->pull.start(m_config.pullAfter);
         });
     }
-    if (m_config.kind == BoardConfig::Kind::Babble || m_config.kind == BoardConfig::Kind::Other)
+    if (boardKind(m_config.kind).unasked != BoardKind::Unasked::Nothing)
         m_line->unasked.start(m_config.interval);
 }
 
@@ -185,7 +159,7 @@ void Board::pull()
     if (m_line) {
         if (!m_line->written.isEmpty())
             record(JournalEntry::Sent, m_line->written);
-        // This may run in a slot of one of its timers, so it cannot be deleted here.
+        // One of the line's timers may have called this, so delete the line later.
         m_line->stop();
         m_line = nullptr;
     }
@@ -206,7 +180,7 @@ bool Board::send(const QByteArray &bytes)
     return true;
 }
 
-void Board::readLine()
+void Board::onReadable()
 {
     char buffer[readSize];
     const ssize_t count = ::read(m_line->descriptor, buffer, sizeof buffer);
@@ -214,12 +188,12 @@ void Board::readLine()
         m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
     else if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_line->readable.setEnabled(false);
-    // A slow line holds the host back instead of growing here; takeReceived() goes on.
+    // A slow line makes the host wait instead of growing here. onReceived() reads again.
     if (m_line && m_line->fromHost.waiting() >= readSize)
         m_line->readable.setEnabled(false);
 }
 
-void Board::takeReceived(const QByteArray &bytes)
+void Board::onReceived(const QByteArray &bytes)
 {
     const Line *const line = m_line;
     if (m_line->fromHost.waiting() < readSize)
@@ -234,7 +208,7 @@ void Board::takeReceived(const QByteArray &bytes)
         const QByteArray text = m_partialLine.left(end);
         m_partialLine.remove(0, end);
         record(JournalEntry::Received, text);
-        takeSentence(text.mid(qMax(0, text.lastIndexOf('$'))));
+        onSentence(text.mid(qMax(0, text.lastIndexOf('$'))));
     }
     if (m_partialLine.size() > longestLine) {
         record(JournalEntry::Received, m_partialLine);
@@ -242,13 +216,13 @@ void Board::takeReceived(const QByteArray &bytes)
     }
 }
 
-void Board::takeSentence(const QByteArray &sentence)
+void Board::onSentence(const QByteArray &sentence)
 {
     const QByteArray body = sentenceBody(sentence);
     if (body.isNull())
         return;
     Line *const line = m_line;
-    const bool own = body == queryOf(m_config.kind);
+    const bool own = body == boardKind(m_config.kind).query;
     if (own)
         ++m_queries;
     const bool answer = own && m_queries > m_config.ignore;
@@ -276,9 +250,7 @@ void Board::reply()
 
 QByteArray Board::makeReply()
 {
-    const QByteArray version = m_config.hwversion.toLatin1();
-    const QByteArray body = m_config.kind == BoardConfig::Kind::BoardC ? "PTJWRD,INF,CTRL,3,17,2,1.04," + version + ",1"
-                                                                       : "PJWVER," + version + ",1,4,0";
+    const QByteArray body = QByteArray(boardKind(m_config.kind).reply).replace("%1", m_config.hwversion.toLatin1());
     return randomBytes(m_config.noise, 1) + frameSentence(body, m_config.checksum == BoardConfig::Checksum::Good);
 }
 
@@ -300,15 +272,20 @@ QByteArray Board::takePiece()
 
 void Board::sendUnasked()
 {
-    // Nothing piles up for a host that does not read: what it misses is never sent.
+    // Nothing piles up for a host that does not read: it misses these bytes.
     if (!m_line->isIdle())
         return;
-    if (m_config.kind == BoardConfig::Kind::Babble) {
+    switch (boardKind(m_config.kind).unasked) {
+    case BoardKind::Unasked::Nothing:
+        break;
+    case BoardKind::Unasked::RandomBytes:
         send(randomBytes(m_random.bounded(1, 65), 0));
-        return;
+        break;
+    case BoardKind::Unasked::Sentences:
+        const int count = sizeof unaskedBodies / sizeof *unaskedBodies;
+        send(frameSentence(unaskedBodies[m_unaskedSent++ % count], m_config.checksum == BoardConfig::Checksum::Good));
+        break;
     }
-    const int count = sizeof unaskedBodies / sizeof *unaskedBodies;
-    send(frameSentence(unaskedBodies[m_unaskedSent++ % count], m_config.checksum == BoardConfig::Checksum::Good));
 }
 
 void Board::sendNext()
@@ -316,7 +293,7 @@ void Board::sendNext()
     Line *const line = m_line;
     if (line->feeding)
         return;
-    // A loop, since a piece that the port takes at once would otherwise send the next from within itself, and so on.
+    // A loop, because a piece that the port takes at once would otherwise send the next piece by recursion.
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
@@ -346,7 +323,7 @@ void Board::writePending()
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // The port is full until the host reads. Any other fault cannot end by waiting for it.
+            // If the port is full, wait until the host reads. No other error ends by waiting.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }
@@ -356,7 +333,7 @@ void Board::writePending()
         most -= count;
     }
     if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
-        // A pull discards what the host has not read, so it gets a moment to read these bytes.
+        // A pull drops the bytes that the host has not read, so give it a moment to read them.
         line->drain.start(1);
     }
     const bool whole = line->pending.isEmpty() && line->toHost.waiting() == 0;

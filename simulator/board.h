@@ -2,11 +2,11 @@
 
 #include <simulator/boardconfig.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QList>
-#include <QtCore/QObject>
-#include <QtCore/QRandomGenerator>
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QList>
+#include <QObject>
+#include <QRandomGenerator>
 
 #include <memory>
 
@@ -14,33 +14,32 @@ namespace JwSimulator {
 
 class Port;
 
-/** What travelled on a board's line. */
+/// One entry of a board's journal: bytes that travelled on its line.
 struct JournalEntry
 {
-    /** Which way it travelled. */
+    /// Which way the bytes travelled.
     enum Direction {
-        Received, ///< from the host: one line through its line feed, or what came of one so far
-        Sent ///< from the board: one piece as it was sent (a reply, a chunk of it, a send())
+        Received, ///< from the host: one line with its line feed, or the part of a line that came so far
+        Sent ///< from the board: a reply, a chunk of a reply, or the bytes of a send()
     };
-    Direction direction; ///< which way it travelled
-    qint64 milliseconds; ///< on the Testbed's clock, at the last byte of it
-    QByteArray bytes; ///< as they were on the line
+    Direction direction; ///< which way the bytes travelled
+    qint64 milliseconds; ///< on the Testbed's clock, when the last byte travelled
+    QByteArray bytes; ///< as they travelled
 };
 
 /**
  * One simulated board on one simulated port.
  *
- * It is made by Testbed::add() and belongs to the Testbed. It has no thread of its own: it lives in the thread that
- * made it, answers from that thread's event loop, and does all its waiting by QTimer. Only the journal's times and
- * pullTime() are real time.
+ * Testbed::add() makes the board, and the Testbed owns it. The board lives in the thread that made it, answers from
+ * that thread's event loop, and waits by QTimer only. The times in the journal and pullTime() are real time.
  *
- * @code
+ * \code
  * JwSimulator::Testbed testbed;
  * JwSimulator::BoardConfig config;
  * config.kind = JwSimulator::BoardConfig::Kind::Silent;
  * JwSimulator::Board *board = testbed.add(config);
  * QObject::connect(board, &JwSimulator::Board::sentenceReceived, board, [board] { board->send("whatever\r\n"); });
- * @endcode
+ * \endcode
  */
 class Board : public QObject
 {
@@ -49,41 +48,39 @@ class Board : public QObject
 public:
     ~Board() override;
 
-    /** As given to Testbed::add(), with port, serial and hwversion filled in. */
+    /// The value given to Testbed::add(), with port, serial and hwversion filled in.
     const BoardConfig &config() const { return m_config; }
-    /** Name of the port without folder, such as "ttyACM0". */
+    /// Name of the port without folder, for example "ttyACM0".
     QString portName() const { return m_config.port; }
 
-    /** Sends these bytes as they are, after what is still waiting to be sent, at the line's speed. What the host does
-     *  not take now is kept until it does. False when no host can get them: the cable is pulled or the port is denied.
-     */
+    /// Sends `bytes` unchanged, at the speed of the line, after everything that still waits to be sent. The board keeps
+    /// the bytes until the host reads them. Returns false if the cable is pulled or the port is denied.
     bool send(const QByteArray &bytes);
 
-    /** Pulls the cable: an open port reports an error to the host, and the device leaves the system. What was not sent
-     *  yet, or not read by the host, is lost. Does nothing when it is pulled already. */
+    /// Pulls the cable: an open port reports an error to the host, and the device leaves the system. Bytes that were
+    /// not sent yet, or that the host has not read, are lost. Does nothing if the cable is already pulled.
     void pull();
-    /** Plugs the cable in again after pull(): a new device of the same port name. Counters and journal go on. False and
-     *  one line in @p error (may be null) when the system refuses, or it is not pulled. */
+    /// Plugs the cable in again after pull(), as a new device with the same port name. Counters and journal go on.
+    /// Returns false if the cable is not pulled or the system refuses; `error` (may be null) then has one line.
     bool plug(QString *error = nullptr);
-    /** Whether the cable is in. */
+    /// Whether the cable is plugged in.
     bool isPlugged() const { return m_plugged; }
-    /** Milliseconds on the Testbed's clock at the last pull; -1 when it was never pulled. */
+    /// Milliseconds on the Testbed's clock at the last pull; -1 if the cable was never pulled.
     qint64 pullTime() const { return m_pullTime; }
 
-    /** Queries of this board's own that arrived whole and with the right checksum, the ignored ones included. */
+    /// Number of whole queries with the right checksum that this kind of board answers, including the ignored ones.
     int queryCount() const { return m_queries; }
-    /** Everything received and sent so far, in order; of a very long run, the newest 20000 entries of at most 4 MiB
-     *  together. */
+    /// Everything received and sent so far, in order. Only the newest 20000 entries stay, and at most 4 MiB.
     QList<JournalEntry> journal() const;
 
 Q_SIGNALS:
-    /** Bytes arrived from the host: as they were read, or as a paced line delivers them. */
+    /// Bytes arrived from the host. On a paced line they arrive in the pieces that the line delivers.
     void received(const QByteArray &bytes);
-    /** A whole line with the right checksum arrived; without its line end. A reply to it was not begun yet. */
+    /// A whole sentence with the right checksum arrived; `sentence` has no line end. The reply has not begun yet.
     void sentenceReceived(const QByteArray &sentence);
-    /** The host can read these bytes now: a whole reply, a chunk of one, a send(). */
+    /// The host can read these bytes now: a whole reply, a chunk of a reply, or the bytes of a send().
     void sent(const QByteArray &bytes);
-    /** The cable was pulled, by pull() or as configured. */
+    /// The cable was pulled, by pull() or as configured.
     void pulled();
 
 private:
@@ -93,9 +90,9 @@ private:
     Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_ptr<Port> port);
 
     void connectLine();
-    void readLine();
-    void takeReceived(const QByteArray &bytes);
-    void takeSentence(const QByteArray &sentence);
+    void onReadable();
+    void onReceived(const QByteArray &bytes);
+    void onSentence(const QByteArray &sentence);
     void reply();
     QByteArray makeReply();
     QByteArray takePiece();
@@ -108,7 +105,7 @@ private:
     BoardConfig m_config;
     const QElapsedTimer &m_clock;
     const std::unique_ptr<Port> m_port;
-    Line *m_line = nullptr; // a child of this object; none while the cable is pulled or the port is denied
+    Line *m_line = nullptr; // a child of this object; null while the cable is pulled or the port is denied
     bool m_plugged = false;
     int m_queries = 0;
     qint64 m_bytesSent = 0;

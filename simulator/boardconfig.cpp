@@ -1,9 +1,11 @@
-#include <simulator/boardconfig.h>
+#include "boardconfig.h"
 
-#include <QtCore/QJsonObject>
-#include <QtCore/QJsonValue>
-#include <QtCore/QRegularExpression>
-#include <QtCore/QStringList>
+#include <simulator/boardkind.h>
+
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QRegularExpression>
+#include <QStringList>
 
 #include <functional>
 #include <vector>
@@ -12,24 +14,13 @@ namespace JwSimulator {
 
 namespace {
 
-const int longestWait = 24 * 60 * 60 * 1000;
-const int largestCount = 1000000;
-
-struct KindName
-{
-    const char *name;
-    BoardConfig::Kind kind;
-};
-
-const KindName kinds[] = {
-    {"BoardA", BoardConfig::Kind::BoardA}, {"BoardB", BoardConfig::Kind::BoardB}, {"BoardC", BoardConfig::Kind::BoardC},
-    {"silent", BoardConfig::Kind::Silent}, {"babble", BoardConfig::Kind::Babble}, {"other", BoardConfig::Kind::Other},
-};
+constexpr int longestWait = 24 * 60 * 60 * 1000; // milliseconds
+constexpr int largestCount = 1000000;
 
 struct Key
 {
     QString name;
-    QString allowed; // what the key takes, ends the sentence "<key> takes ..."
+    QString allowed; // ends the sentence "<key> takes ..."
     QString meaning;
     std::function<bool(BoardConfig &, const QString &)> set;
 };
@@ -56,8 +47,7 @@ Key textKey(const char *name, QString BoardConfig::*member, const char *pattern,
             [=](BoardConfig &config, const QString &value) {
                 if (!expression.match(value).hasMatch())
                     return false;
-                // Null would ask for the default.
-                config.*member = value.isEmpty() ? QStringLiteral("") : value;
+                config.*member = value.isEmpty() ? QStringLiteral("") : value; // null means the default
                 return true;
             }};
 }
@@ -96,7 +86,7 @@ Key choiceKey(const char *name, Enum BoardConfig::*member, const std::vector<std
 Key seedKey()
 {
     return {QStringLiteral("seed"), QStringLiteral("a whole number from 0 to 4294967295"),
-            QStringLiteral("of everything random; the same seed repeats the same bytes"),
+            QStringLiteral("seed of everything random; the same seed gives the same bytes"),
             [](BoardConfig &config, const QString &value) {
                 bool ok = false;
                 const uint number = value.toUInt(&ok);
@@ -113,33 +103,34 @@ const std::vector<Key> &keys()
     static const std::vector<Key> table = {
         numberKey("delay", &Config::delay, 0, longestWait, "milliseconds", "wait before the reply"),
         numberKey("speed", &Config::speed, 0, 10000000, "baud",
-                  "the line's speed, both ways, at 10 bits a byte (0: unpaced, bridge: 115200)"),
+                  "speed of the line, 10 bits a byte (0: no limit; bridge: 115200)"),
         choiceKey<Config::Usb>("usb", &Config::usb,
                                {{QStringLiteral("none"), Config::Usb::None},
                                 {QStringLiteral("cdc"), Config::Usb::Cdc},
                                 {QStringLiteral("bridge"), Config::Usb::Bridge}},
-                               "USB: cdc, packets of up to 64 bytes (no speed); bridge, 1 ms frames of a UART"),
+                               "cdc: packets (up to 64 bytes); bridge: a UART, each millisecond"),
         numberKey("chunk", &Config::chunk, 0, largestCount, "bytes",
-                  "the reply is cut in pieces of this size (0: not)"),
+                  "cut the reply in pieces of this size (0: one piece)"),
         numberKey("gap", &Config::gap, 0, longestWait, "milliseconds", "wait between two chunks"),
         numberKey("noise", &Config::noise, 0, largestCount, "bytes", "random bytes before each reply, never NUL"),
         choiceKey<Config::Checksum>(
             "checksum", &Config::checksum,
             {{QStringLiteral("good"), Config::Checksum::Good}, {QStringLiteral("wrong"), Config::Checksum::Wrong}},
-            "the checksum of what the board sends"),
+            "checksums in the sentences that the board sends"),
         textKey("hwversion", &Config::hwversion, "(?:(?![,*$!])[ -~]){0,255}",
                 "up to 255 printable ASCII characters without , * $ !", "hardware version in the reply"),
-        numberKey("ignore", &Config::ignore, 0, largestCount, "queries", "the first queries get no reply"),
+        numberKey("ignore", &Config::ignore, 0, largestCount, "queries",
+                  "number of queries at the start that get no reply"),
         numberKey("replies", &Config::replies, 1, 1000, "replies", "replies to each query, back to back"),
         numberKey("pull-after", &Config::pullAfter, 0, longestWait, "milliseconds",
-                  "the cable is pulled so long after the port appeared"),
+                  "pull the cable this long after the port appeared"),
         numberKey("pull-after-bytes", &Config::pullAfterBytes, 0, largestCount, "bytes",
-                  "the cable is pulled when the board has sent so many bytes"),
+                  "pull the cable after the board sent this many bytes"),
         choiceKey<Config::Open>("open", &Config::open,
                                 {{QStringLiteral("ok"), Config::Open::Ok},
                                  {QStringLiteral("busy"), Config::Open::Busy},
                                  {QStringLiteral("denied"), Config::Open::Denied}},
-                                "opening works, or is refused: another has it, no permission"),
+                                "ok: the port opens; busy: it is in use; denied: no permission"),
         textKey("manufacturer", &Config::manufacturer, printable, "up to 126 printable ASCII characters",
                 "USB manufacturer"),
         hexKey("vendor", &Config::vendor, "USB vendor id"),
@@ -150,7 +141,7 @@ const std::vector<Key> &keys()
         textKey("port", &Config::port, "tty[A-Z]{2,8}[0-9]{1,4}", "a port name such as ttyACM0 or ttyUSB1",
                 "name of the port"),
         numberKey("interval", &Config::interval, 1, longestWait, "milliseconds",
-                  "time between what babble and other send"),
+                  "time between two bursts of babble or two sentences of other"),
         seedKey(),
     };
     return table;
@@ -159,7 +150,7 @@ const std::vector<Key> &keys()
 QString kindNames()
 {
     QStringList names;
-    for (const KindName &entry : kinds)
+    for (const BoardKind &entry : boardKinds)
         names.append(QLatin1String(entry.name));
     return names.join(QLatin1String(", "));
 }
@@ -174,7 +165,7 @@ QString keyNames()
 
 bool setKind(BoardConfig &config, const QString &name, QString &error)
 {
-    for (const KindName &entry : kinds) {
+    for (const BoardKind &entry : boardKinds) {
         if (name == QLatin1String(entry.name)) {
             config.kind = entry.kind;
             return true;
@@ -203,7 +194,7 @@ bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)
         return true;
-    error = QStringLiteral("usb=cdc has no line, so no speed; leave out speed, or take usb=bridge");
+    error = QStringLiteral("usb=cdc has no line speed; leave out speed, or use usb=bridge");
     return false;
 }
 
@@ -211,7 +202,7 @@ std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // A fraction keeps its point and is refused by the key itself.
+    // A fraction keeps its point, so that the key refuses it.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;
@@ -237,7 +228,7 @@ std::optional<BoardConfig> BoardConfig::fromText(const QString &text, QString *e
     if (ok && isConsistent(config, fault))
         return config;
     if (error)
-        *error = fault.simplified(); // what was given may have line breaks in it
+        *error = fault.simplified(); // the text may contain line breaks
     return std::nullopt;
 }
 
@@ -254,14 +245,14 @@ std::optional<BoardConfig> BoardConfig::fromJson(const QJsonObject &object, QStr
         if (value) {
             ok = setKey(config, it.key(), *value, fault);
         } else {
-            fault = QStringLiteral("\"%1\" must be a number or a text").arg(it.key());
+            fault = QStringLiteral("\"%1\" must be a number or text").arg(it.key());
             ok = false;
         }
     }
     if (ok && isConsistent(config, fault))
         return config;
     if (error)
-        *error = fault.simplified(); // what was given may have line breaks in it
+        *error = fault.simplified(); // the text may contain line breaks
     return std::nullopt;
 }
 
@@ -277,11 +268,7 @@ QString BoardConfig::help()
 
 QString BoardConfig::kindName(Kind kind)
 {
-    for (const KindName &entry : kinds) {
-        if (entry.kind == kind)
-            return QLatin1String(entry.name);
-    }
-    return {};
+    return QLatin1String(boardKind(kind).name);
 }
 
 } // namespace JwSimulator

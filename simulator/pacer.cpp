@@ -1,12 +1,12 @@
-#include <simulator/pacer.h>
+#include "pacer.h"
 
 namespace JwSimulator {
 
 namespace {
 
-const int bridgeSpeed = 115200; // baud
-const int packetSize = 64; // bytes of a bulk packet at full speed
-const int packetsPerFrame = 19; // the most that USB 2.0 fits into 1 ms at full speed
+constexpr int bridgeSpeed = 115200; // baud
+constexpr int packetSize = 64; // bytes of a bulk packet at full speed
+constexpr int packetsPerFrame = 19; // most packets in 1 ms of full-speed USB 2.0
 
 } // namespace
 
@@ -26,7 +26,7 @@ Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
         m_released += bytes.size();
         m_waiting.remove(0, bytes.size());
         Q_EMIT released(bytes);
-        if (m_waiting.isEmpty()) // else what was pushed meanwhile follows without a pause
+        if (m_waiting.isEmpty()) // otherwise a receiver pushed more, which follows without a pause
             m_timer.stop();
     });
 }
@@ -67,9 +67,9 @@ qint64 Pacer::due() const
     case BoardConfig::Usb::Bridge:
         return m_ticks * m_speed / 10000 - m_released;
     case BoardConfig::Usb::None:
-        break;
+        return (2 * m_ticks + 1) * m_speed / 20000 - m_released;
     }
-    return (2 * m_ticks + 1) * m_speed / 20000 - m_released;
+    Q_UNREACHABLE();
 }
 
 } // namespace JwSimulator

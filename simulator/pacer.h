@@ -2,35 +2,35 @@
 
 #include <simulator/boardconfig.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QObject>
-#include <QtCore/QTimer>
+#include <QByteArray>
+#include <QObject>
+#include <QTimer>
 
 namespace JwSimulator {
 
 /**
- * One direction of a board's line: takes bytes and gives them out in the pieces and at the times at which they arrive.
+ * One direction of a board's line. It takes bytes and releases them in the pieces, and at the times, in which they
+ * arrive at the other end.
  *
- * It measures time by its QTimer alone, in milliseconds since the line became busy:
- * - a plain line without a speed gives everything out inside push();
- * - a plain line gives each byte out in the millisecond that is nearest to the byte's end, ten bit times after the one
- *   before;
- * - a bridge gives out each millisecond what the UART brought in it, whole bytes only;
- * - CDC gives out one packet of up to 64 bytes in each turn of the event loop, so that a host can see each, and waits
- *   for the next millisecond before as many as a frame of full speed holds.
+ * It measures time only by its QTimer, in milliseconds since the line became busy:
+ * - A plain line without a speed releases everything inside push().
+ * - A plain line with a speed releases each byte in the millisecond nearest to its end. A byte takes ten bit times.
+ * - A bridge releases, every millisecond, the whole bytes that the UART carried in that millisecond.
+ * - CDC releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet. After
+ *   as many packets as one full-speed frame holds, it waits for the next millisecond.
  */
 class Pacer : public QObject
 {
     Q_OBJECT
 
 public:
-    /** @p speed in baud; as BoardConfig has both. */
+    /// `speed` is in baud. For both values see BoardConfig.
     Pacer(BoardConfig::Usb usb, int speed, QObject *parent = nullptr);
 
     void push(const QByteArray &bytes);
-    /** Bytes that are still on the line. */
+    /// Number of bytes still on the line.
     int waiting() const { return m_waiting.size(); }
-    /** Forgets what is still on the line. */
+    /// Drops the bytes that are still on the line.
     void clear();
 
 Q_SIGNALS:
@@ -44,8 +44,8 @@ private:
     const int m_speed;
     QTimer m_timer;
     QByteArray m_waiting;
-    qint64 m_ticks = 0; // of the timer since the line became busy; with CDC, all
-    qint64 m_released = 0; // bytes given out since then
+    qint64 m_ticks = 0; // of the timer since the line became busy; with CDC, since the start
+    qint64 m_released = 0; // bytes since the line became busy
 };
 
 } // namespace JwSimulator

@@ -1,8 +1,8 @@
-#include <simulator/port.h>
+#include "port.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 
 #include <umockdev.h>
 
@@ -22,15 +22,15 @@ namespace JwSimulator {
 namespace {
 
 const char *const deviceMajor = "166";
-const int longestLockFile = 4096; // bytes; anybody may write one
+constexpr int longestLockFile = 4096; // bytes; any user may write a longer one
 
-// Names with blanks appear in udev's properties with underscores, and every reader turns them back.
+// udev stores blanks in names as underscores; programs that read the names turn them back.
 QByteArray udevName(const QString &text)
 {
     return text.toLatin1().replace(' ', '_');
 }
 
-// As udev keeps blanks and other such characters.
+// As udev encodes blanks and other special characters.
 QByteArray udevEncoded(const QString &text)
 {
     QByteArray encoded;
@@ -80,7 +80,7 @@ QByteArray addDevice(UMockdevTestbed *testbed, const char *subsystem, const char
     return result;
 }
 
-// Makes the folder too, and replaces a former link.
+// Also makes the folder, and replaces an existing link.
 bool setLink(const QByteArray &link, const QByteArray &target)
 {
     QDir().mkpath(QFileInfo(QFile::decodeName(link)).path());
@@ -88,7 +88,7 @@ bool setLink(const QByteArray &link, const QByteArray &target)
     return ::symlink(target, link) == 0;
 }
 
-// Where QSerialPort keeps the lock file of a port.
+// QSerialPort uses the first of these folders that it can read and write.
 QString lockFileName(const QString &portName)
 {
     for (const char *folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"}) {
@@ -102,18 +102,18 @@ QString lockFileName(const QString &portName)
 std::unique_ptr<QLockFile> portLock(const QString &portName)
 {
     auto lock = std::make_unique<QLockFile>(lockFileName(portName));
-    // A port may be held for days: only that its holder is dead makes a lock stale.
+    // A program may hold a port for days: a lock is stale only when its holder is dead, not by age.
     lock->setStaleLockTime(0);
     return lock;
 }
 
-// Other serial programs write one line, "%10d" or "%10d name user". QLockFile misses its own second line, the program's
-// name, takes the lock for stale and deletes it.
+// Other serial programs write one line, "%10d" or "%10d name user". QLockFile expects a second line with the program's
+// name; without that line it takes the lock for stale and deletes it.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // no program's lock, and reading a FIFO would wait for its writer
+        return true; // not written by a program, and reading a FIFO would wait for a writer
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -131,13 +131,13 @@ bool isLocked(const QString &portName)
 {
     if (isHeldByOtherProgram(portName))
         return true;
-    const std::unique_ptr<QLockFile> lock = portLock(portName); // what it locks here it gives up at once
+    const std::unique_ptr<QLockFile> lock = portLock(portName); // a lock that it gets here is released at once
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Not the lock file of the port, which belongs to the program that opens it.
+    // Not the lock file of the port: that belongs to the program that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -162,7 +162,7 @@ Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
 Port::~Port()
 {
     m_lock.reset();
-    // A host that was killed while it had the port open leaves its lock file; one of a living process is not stale.
+    // A host that was killed with the port open leaves its lock file. The lock file of a living process stays.
     if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
         portLock(m_config.port)->removeStaleLockFile();
 }
@@ -192,10 +192,10 @@ bool Port::plug(QString &error)
 void Port::addDevices()
 {
     const QByteArray port = m_config.port.toLatin1();
-    // Systems list ports by the path of the device, so two digits keep them in order.
+    // Systems sort ports by the path of the device; two digits keep them in order.
     const QByteArray plug = QByteArray::number(m_index + 1).rightJustified(2, '0');
     const QByteArray usbName = "1-" + plug;
-    const QByteArray devNumber = QByteArray::number(m_index + 2); // the bus itself is the first
+    const QByteArray devNumber = QByteArray::number(m_index + 2); // number 1 is the bus itself
     const QByteArray vendor = hex(m_config.vendor);
     const QByteArray product = hex(m_config.product);
     const QByteArray manufacturer = m_config.manufacturer.toLatin1();
@@ -205,7 +205,7 @@ void Port::addDevices()
         QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
     const QByteArray manufacturerName = udevName(m_config.manufacturer);
     const QByteArray productName = udevName(m_config.productName);
-    // udev derives these from the attributes below.
+    // A real udev makes these from the attributes below.
     const std::vector<QByteArray> properties = {
         "ID_BUS",          "usb",
         "ID_VENDOR",       manufacturerName,
@@ -242,7 +242,7 @@ void Port::addDevices()
         "bNumConfigurations", "1",
         "bNumInterfaces",     " 1"};
     // clang-format on
-    // Programs take a port for one of USB by the name of the bus in its path.
+    // Programs recognise a USB port by the name of the bus in its path.
     const QByteArray device = addDevice(m_testbed, "usb", "usb1/" + usbName, nullptr, attributes, deviceProperties);
     m_sysPaths = {device};
     umockdev_testbed_set_attribute_link(m_testbed, device, "driver", "../../../bus/usb/drivers/usb");
@@ -260,10 +260,10 @@ void Port::addDevices()
         addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
     m_sysPaths.push_back(tty);
     umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
-    // Set afterwards, since the testbed makes a pty of its own for a tty that comes with a node. It keeps that pty for
-    // as long as it lives, and aborts when the same port or the same pty number comes again.
+    // Set afterwards: for a tty that is added with a node, the testbed makes its own pty and keeps it until its end. It
+    // aborts when the same port name or pty number comes again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this one for a device that comes with a node, and removes it with the device.
+    // The testbed makes this link only for a device that is added with a node. It removes the link with the device.
     setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 
@@ -277,18 +277,18 @@ bool Port::openPty(QString &error)
         error = systemError(QStringLiteral("cannot make a pty"));
         return false;
     }
-    // While nobody has the host's end open the board's end would report a hang-up, so one is kept open here. An open()
-    // by name would take one of the few descriptors that can be under simulation.
+    // If nobody had the host's end open, the board's end would report a hang-up; so keep one open here. An open() by
+    // name would use one of the few descriptors that umockdev can simulate.
     m_hostEnd = Descriptor(::ioctl(boardEnd, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings;
     if (m_hostEnd.number() < 0 || ::tcgetattr(m_hostEnd.number(), &settings) != 0) {
         error = systemError(QStringLiteral("cannot open the host's end of the port"));
         return false;
     }
-    // A fresh pty echoes and translates line ends, which no serial line does.
+    // A new pty echoes and translates line ends; a serial line does neither.
     ::cfmakeraw(&settings);
     ::tcsetattr(m_hostEnd.number(), TCSANOW, &settings);
-    // What an ordinary system gives such a port; not every user may do it, and the port works without.
+    // The group and mode of a real port. Not every user may set them, and the port works without them.
     if (const group *dialout = ::getgrnam("dialout")) {
         if (::fchown(m_hostEnd.number(), static_cast<uid_t>(-1), dialout->gr_gid) == 0)
             ::fchmod(m_hostEnd.number(), 0660);
@@ -304,19 +304,19 @@ QByteArray Port::deviceNumber() const
 bool Port::setNode(const QByteArray &target)
 {
     const QByteArray port = m_config.port.toLatin1();
-    // The second lets stat() show a character device of this number.
+    // The second link makes stat() report a character device with this number.
     return setLink(m_rootFolder + "/dev/" + port, target)
         && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
 }
 
 bool Port::deny(QString &error)
 {
-    // A read-only kernel setting refuses to be opened for writing to everybody; file modes do not stop root.
+    // Nobody can open this kernel setting for writing, not even root, whom file modes do not stop.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))
         return true;
-    error = QStringLiteral("this system cannot simulate a port that may not be opened; leave out open=denied");
+    error = QStringLiteral("this system cannot simulate a denied port; leave out open=denied");
     return false;
 }
 

@@ -2,8 +2,8 @@
 
 #include <simulator/boardconfig.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QLockFile>
+#include <QByteArray>
+#include <QLockFile>
 
 #include <memory>
 #include <vector>
@@ -12,13 +12,13 @@ typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
-/** Whether a living program holds the lock file by which QSerialPort keeps others off a port of this name. */
+/// Whether a living program holds QSerialPort's lock file for a port of this name.
 bool isLocked(const QString &portName);
 
-/** Keeps this name for this simulation as long as the result lives. Null if another simulation has it. */
+/// Keeps other simulations from using this port name while the result lives. Null if another simulation uses it.
 std::unique_ptr<QLockFile> reserveName(const QString &portName);
 
-/** A file descriptor that is closed with its owner. */
+/// A file descriptor that is closed with its owner.
 class Descriptor
 {
 public:
@@ -44,25 +44,23 @@ private:
     int m_number;
 };
 
-/**
- * One USB device with a serial port in a testbed: the entries in /sys and /dev and the pty behind them. It knows
- * nothing of what a board says.
- */
+/// One USB device with a serial port in a testbed: its entries in /sys and /dev, and the pty behind them. The board at
+/// its other end is a Board.
 class Port
 {
 public:
-    /** @p config needs its port and serial; @p index is unique in the testbed. plug() makes the device. */
+    /// `config` must have port and serial; `index` must be unique in the testbed. plug() makes the device.
     Port(UMockdevTestbed *testbed, const BoardConfig &config, int index);
     ~Port();
 
-    /** False and one line in @p error when it cannot be made. */
+    /// Makes the device. If that fails, returns false with one line in `error`.
     bool plug(QString &error);
-    /** Hangs up and takes the device out, with its event. */
+    /// Hangs up and removes the device, with the udev event.
     void unplug();
 
-    /** The board's end of the line, non-blocking; -1 while unplugged and for a port that is denied. */
+    /// The board's end of the line, non-blocking; -1 while unplugged and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
-    /** Bytes that the board sent and the host has not read yet. */
+    /// Number of bytes that the board sent and the host has not read yet.
     int unread() const;
 
 private:
@@ -76,10 +74,10 @@ private:
     UMockdevTestbed *const m_testbed;
     const BoardConfig m_config;
     const int m_index;
-    QByteArray m_rootFolder; // where the testbed keeps what programs see in /dev and /sys
+    QByteArray m_rootFolder; // programs see its dev/ and sys/ as /dev and /sys
     std::vector<QByteArray> m_sysPaths; // parents first
     Descriptor m_boardEnd;
-    Descriptor m_hostEnd; // our own, beside the host's
+    Descriptor m_hostEnd; // ours; the host has another one
     std::unique_ptr<QLockFile> m_lock;
 };
 

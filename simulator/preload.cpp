@@ -1,4 +1,4 @@
-#include <simulator/preload.h>
+#include "preload.h"
 
 #include <climits>
 #include <cstdio>
@@ -33,22 +33,23 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // A program that restarts itself keeps its process id, so another id means that the value was inherited.
+    // A restarted program keeps its process id, so another id means that the value was inherited.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)
-        giveUp("libumockdev-preload has no effect on this program; it must be linked dynamically and not run set-uid");
+        giveUp("libumockdev-preload has no effect on this program; link the program dynamically and do not run it "
+               "set-uid");
     if (!::dlopen(library, RTLD_LAZY))
         giveUp("libumockdev-preload.so.0 is missing; install the package umockdev");
     char path[PATH_MAX] = {};
     if (::readlink("/proc/self/exe", path, sizeof path - 1) <= 0)
-        giveUp("/proc is not mounted");
+        giveUp("/proc is not mounted; mount it");
     const char *const present = std::getenv("LD_PRELOAD");
     const std::string preload = present && *present ? std::string(library) + ':' + present : library;
     ::setenv("LD_PRELOAD", preload.c_str(), 1);
     ::setenv(triedVariable, self.c_str(), 1);
     ::execv(path, argv);
-    giveUp("this program cannot start itself anew");
+    giveUp("this program cannot restart itself");
 }
 
 } // namespace JwSimulator

@@ -1,9 +1,9 @@
-#include <simulator/scenario.h>
+#include "scenario.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 namespace JwSimulator {
 
@@ -24,13 +24,13 @@ std::optional<QList<BoardConfig>> readBoards(const QString &fileName, QString &f
     }
     const QJsonObject object = document.object();
     if (object.keys() != QStringList{QStringLiteral("boards")} || !object.value(QLatin1String("boards")).isArray()) {
-        fault = QStringLiteral("must be an object of the form {\"boards\": [ {\"kind\": \"BoardA\"}, ... ]}");
+        fault = QStringLiteral("must be an object of the form {\"boards\": [{\"kind\": \"BoardA\"}, ...]}");
         return std::nullopt;
     }
     QList<BoardConfig> boards;
     const QJsonArray array = object.value(QLatin1String("boards")).toArray();
     for (const QJsonValue value : array) {
-        QString error = QStringLiteral("must be an object such as {\"kind\": \"BoardA\"}");
+        QString error = QStringLiteral("must be an object, for example {\"kind\": \"BoardA\"}");
         const std::optional<BoardConfig> config =
             value.isObject() ? BoardConfig::fromJson(value.toObject(), &error) : std::nullopt;
         if (!config) {

@@ -2,15 +2,13 @@
 
 #include <simulator/boardconfig.h>
 
-#include <QtCore/QList>
+#include <QList>
 
 namespace JwSimulator {
 
-/**
- * Reads a scenario file: a JSON object whose only member "boards" is an array with one object per board, in the JSON
- * form of BoardConfig. On a fault nothing is returned and @p error (may be null) is one line that names the file, the
- * place and what is allowed.
- */
+/// Reads a scenario file: a JSON object with one member, "boards", an array with one object per board in the JSON form
+/// of BoardConfig. Returns nothing if the file is wrong; `error` (may be null) then has one line that names the file,
+/// the place and what is allowed.
 std::optional<QList<BoardConfig>> readScenario(const QString &fileName, QString *error = nullptr);
 
 } // namespace JwSimulator

@@ -1,12 +1,12 @@
-#include <simulator/testbed.h>
+#include "testbed.h"
 
 #include <simulator/port.h>
 #include <simulator/preload.h>
 
-#include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QFile>
-#include <QtCore/QSet>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSet>
 
 #include <umockdev.h>
 
@@ -22,7 +22,7 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        // Without this folder, which comes with the first device, programs see the machine's own /dev.
+        // Without this folder programs see the machine's own /dev until the first device comes.
         gchar *root = umockdev_testbed_get_root_dir(testbed);
         QDir(QFile::decodeName(root)).mkdir(QStringLiteral("dev"));
         g_free(root);
@@ -71,7 +71,7 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
         return false;
     }
     if (configs.size() + boards().size() > maxBoards) {
-        fault = QStringLiteral("%1 boards are too many; at most %2 can be simulated at a time")
+        fault = QStringLiteral("%1 boards are too many; simulate at most %2 at a time")
                     .arg(configs.size() + boards().size())
                     .arg(maxBoards);
         return false;
@@ -84,7 +84,7 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     for (const BoardConfig &config : configs) {
         if (!config.port.isEmpty() && ports.contains(config.port)) {
-            fault = QStringLiteral("two boards on port %1; give each a port name of its own").arg(config.port);
+            fault = QStringLiteral("two boards on port %1; give each its own port name").arg(config.port);
             return false;
         }
         ports.insert(config.port);
@@ -92,13 +92,13 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
-        // Kept also when it was given, so that other simulations choose another one.
+        // A given name is reserved too, so that other simulations choose another one.
         std::unique_ptr<QLockFile> reservation = config.port.isEmpty() ? nullptr : reserveName(config.port);
         while (config.port.isEmpty()) {
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
             reservation = reserveName(name);
-            if (reservation && !isLocked(name)) // else another simulation, or a real port, goes by this name
+            if (reservation && !isLocked(name)) // otherwise another simulation or a real port has this name
                 config.port = name;
         }
         d->names.push_back(std::move(reservation));

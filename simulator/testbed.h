@@ -3,46 +3,49 @@
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
 
-#include <QtCore/QList>
-#include <QtCore/QString>
+#include <QList>
+#include <QString>
 
 #include <memory>
 
 namespace JwSimulator {
 
 /**
- * The simulated USB serial ports of this process and of the programs that it starts, with a board on each.
+ * Simulated USB serial ports, each with a board. This process and the programs that it starts see them.
  *
- * While one exists, udev, /sys and listings of /dev show nothing but its devices: to QSerialPortInfo, to QSerialPort,
- * and to any other program started meanwhile. (A device of the machine that is named outright, such as /dev/ttyS0, is
- * still there.) Call ensurePreloaded() first thing in main(). At most one Testbed at a time; it, its boards and their
- * event loop belong to one thread. Testbeds of programs that run side by side choose different port names. Names that
- * you give must differ too: the lock files of QSerialPort go by the name.
+ * While a Testbed exists, udev, /sys and listings of /dev show only its devices: to QSerialPortInfo, to QSerialPort,
+ * and to every program that this process starts meanwhile. A real device can still be opened by its path, for example
+ * /dev/ttyS0.
+ *
+ * Call ensurePreloaded() at the start of main(). Make one Testbed at a time. The Testbed, its boards and their event
+ * loop belong to one thread.
+ *
+ * Testbeds of programs that run side by side choose different port names. If you name ports yourself, choose different
+ * names in each program: QSerialPort's lock files have the name of the port.
  */
 class Testbed
 {
 public:
-    /** So many devices can be open at a time in one process under simulation. */
+    /// Most simulated devices that one process can have open.
     static constexpr int maxBoards = 48;
 
     Testbed();
-    /** Pulls all cables, deletes all boards, and leaves nothing behind in the file system. Stale lock files of its
-     * ports are removed too. */
+    /// Pulls all cables and deletes all boards. Leaves no files behind, also no stale lock files of its ports.
     ~Testbed();
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;
 
-    /** Adds one port with its board, which is there at once and belongs to the Testbed. Null and one line in @p error
-     *  (may be null) when the port name is taken, the lot is full, or the system refuses. */
+    /// Adds one port with its board; programs see it when this returns. The Testbed owns the board. Returns null if the
+    /// port name is taken, there are maxBoards boards, or the system refuses; `error` (may be null) then has one line.
     Board *add(const BoardConfig &config, QString *error = nullptr);
-    /** Adds several, of which those without a port name get names that no other of them asks for. False as add(); the
-     *  ones before the fault stay. */
+    /// Adds several boards. A board without a port name gets a name that none of the others asks for. Returns false in
+    /// the cases above; the boards before the failed one stay.
     bool add(const QList<BoardConfig> &configs, QString *error = nullptr);
 
-    /** Lets the boards' journals count their milliseconds from now; at first they count from the Testbed's making. */
+    /// Sets the Testbed's clock to 0. It started when the Testbed was made.
     void restartClock();
 
-    /** In the order of adding; those whose cable is pulled included. */
+    /// All boards in the order of adding, including boards whose cable is pulled.
     QList<Board *> boards() const;
 
 private:

@@ -1,4 +1,4 @@
-#include <simulator/wire.h>
+#include "wire.h"
 
 namespace JwSimulator {
 

@@ -1,14 +1,15 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include <QByteArray>
 
 namespace JwSimulator {
 
-/** "$" @p body "*" two lower-case hexadecimal digits CR LF: the XOR of all bytes of the body, or a wrong one. */
+/// The sentence "$" `body` "*" checksum CR LF. The checksum is two lower-case hexadecimal digits: the XOR of all bytes
+/// of the body, or another number if `rightChecksum` is false.
 QByteArray frameSentence(const QByteArray &body, bool rightChecksum = true);
 
-/** The body of a line such as "$PJWVER*0c" (with or without its line end), null if it is no sentence or its checksum
- *  is wrong. */
+/// The body of a sentence, for example "PJWVER" of "$PJWVER*0c" (with or without line end). Null if `line` is not a
+/// sentence or its checksum is wrong.
 QByteArray sentenceBody(const QByteArray &line);
 
 } // namespace JwSimulator

@@ -1,11 +1,11 @@
-# Run by cpack when the trees of the packages are laid out: makes of each what Debian's rules ask for.
+# cpack runs this on the trees of files of the packages, before it packs them. It does what Debian's rules ask for.
 file(GLOB trees ${CPACK_TEMPORARY_DIRECTORY}/*/usr)
 
 function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# Without the date in its head, so that the same input gives the same file.
+# No date in the header, so that the same input gives the same file.
 function(compress file)
     run(gzip -9 -n ${file})
 endfunction()
@@ -19,7 +19,7 @@ foreach(tree IN LISTS trees)
         elseif(file MATCHES "\\.a$")
             run(${STRIP} --strip-debug --enable-deterministic-archives -R .comment -R .note ${file})
         elseif(file MATCHES "/bin/|\\.so\\.")
-            file(RPATH_REMOVE FILE ${file}) # the libraries lie where the system looks anyway
+            file(RPATH_REMOVE FILE ${file}) # the system finds the libraries without it
             run(${STRIP} --strip-unneeded -R .comment -R .note ${file})
         endif()
         if(file MATCHES "\\.so\\.")
@@ -32,7 +32,7 @@ foreach(tree IN LISTS trees)
         compress(${page})
     endforeach()
 
-    # The packages' names are set by component.
+    # A package's name is set for its component, which is the name of the folder above.
     cmake_path(GET tree PARENT_PATH component)
     cmake_path(GET component FILENAME component)
     string(TOUPPER ${component} component)

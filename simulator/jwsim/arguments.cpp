@@ -1,8 +1,8 @@
-#include <simulator/jwsim/arguments.h>
+#include "arguments.h"
 
 #include <simulator/scenario.h>
 
-#include <QtCore/QStringList>
+#include <QStringList>
 
 namespace JwSimulator {
 
@@ -33,14 +33,14 @@ bool setReport(Arguments &arguments, const QString &value, QString &error)
 {
     arguments.reportFile = value;
     if (value.isEmpty())
-        error = QStringLiteral("--report takes the name of a file");
+        error = QStringLiteral("--report takes a file name; the name is empty");
     return !value.isEmpty();
 }
 
 struct Option
 {
     const char *name;
-    bool (*take)(Arguments &, const QString &value, QString &error);
+    bool (*apply)(Arguments &, const QString &value, QString &error);
 };
 
 const Option options[] = {{"--scenario", addScenario}, {"--board", addBoard}, {"--report", setReport}};
@@ -76,10 +76,9 @@ std::optional<Arguments> Arguments::parse(char **argv, QString &error)
         const QString name = text.left(equals);
         const Option *option = findOption(name);
         if (!option) {
-            error =
-                QStringLiteral("unknown option %1; allowed are --scenario, --board, --report, --help, --version, and "
-                               "-- before a COMMAND that begins with -")
-                    .arg(name);
+            error = QStringLiteral("unknown option %1; allowed are --scenario, --board, --report, --help, --version; "
+                                   "write -- before a COMMAND that begins with -")
+                        .arg(name);
             return std::nullopt;
         }
         if (equals < 0 && !*++argv) {
@@ -87,7 +86,7 @@ std::optional<Arguments> Arguments::parse(char **argv, QString &error)
             return std::nullopt;
         }
         const QString value = equals < 0 ? QString::fromLocal8Bit(*argv) : text.mid(equals + 1);
-        if (!option->take(arguments, value, error))
+        if (!option->apply(arguments, value, error))
             return std::nullopt;
     }
     if (!*argv) {
@@ -102,16 +101,16 @@ QString Arguments::helpText()
 {
     return QStringLiteral("Usage: %1\n"
                           "\n"
-                          "Makes one simulated USB serial port per board, runs COMMAND so that it sees\n"
-                          "these ports as real ones, answers as the boards would, and exits with COMMAND's\n"
-                          "exit status. COMMAND must be linked dynamically and not run set-uid.\n"
+                          "Makes one simulated USB serial port per board and runs COMMAND, which sees these\n"
+                          "ports as real ones. The simulated boards answer. jwsim ends with COMMAND's exit\n"
+                          "status. COMMAND must be linked dynamically and must not be set-uid.\n"
                           "\n"
                           "Options:\n"
                           "  --board KIND[,key=value...]  add a board; may be repeated\n"
-                          "  --scenario FILE.json         add the boards of a file, such as\n"
+                          "  --scenario FILE.json         add the boards of a file, for example\n"
                           "                               {\"boards\": [{\"kind\": \"BoardA\", \"delay\": 20}]}\n"
-                          "  --report FILE.json           on ending, write what each board received and\n"
-                          "                               sent, in milliseconds since COMMAND's start\n"
+                          "  --report FILE.json           at the end, write the bytes that each board\n"
+                          "                               received and sent, with their times\n"
                           "  -h, --help                   print this and exit\n"
                           "  -v, --version                print the version and exit\n"
                           "\n"
@@ -122,14 +121,14 @@ QString Arguments::helpText()
                           "Example:\n"
                           "  jwsim --board BoardA --board silent,port=ttyUSB0 -- jwprobe --type BoardA\n"
                           "\n"
-                          "SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to COMMAND, which is killed\n"
-                          "when it has not ended 5 seconds later. What is typed on a terminal (Ctrl-C)\n"
-                          "reaches COMMAND anyway and is left to it.\n"
+                          "jwsim passes SIGINT, SIGTERM, SIGHUP and SIGQUIT on to COMMAND. If COMMAND does\n"
+                          "not end within 5 seconds, jwsim kills it. Ctrl-C in a terminal reaches COMMAND\n"
+                          "directly; COMMAND decides what to do.\n"
                           "\n"
-                          "Exit status: that of COMMAND; 128 + n when signal n ended it; 127 when it was\n"
-                          "not found, 126 when it could not be started; 125 when COMMAND ended with 0 but\n"
-                          "the report, or this help, could not be written; 2 for wrong use, when COMMAND\n"
-                          "was not started at all.\n")
+                          "Exit status: that of COMMAND, or 128 + n if signal n ended it; 127 if COMMAND was\n"
+                          "not found; 126 if it could not be started; 125 if COMMAND ended with 0 but jwsim\n"
+                          "could not write the report, or could not write this help; 2 for wrong use, and\n"
+                          "COMMAND was not started.\n")
         .arg(QLatin1String(usage), BoardConfig::help());
 }
 

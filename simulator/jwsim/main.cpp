@@ -4,9 +4,9 @@
 #include <simulator/preload.h>
 #include <simulator/testbed.h>
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
 
 #include <cerrno>
 #include <cstdio>
@@ -16,9 +16,9 @@ using namespace JwSimulator;
 
 namespace {
 
-const int wrongUse = 2;
-const int notWritten = 125; // beside the 126 and 127 of a command that was not started
-const int lastWords = 20; // milliseconds in which the boards still get what COMMAND wrote before it ended
+constexpr int wrongUse = 2;
+constexpr int notWritten = 125; // 126 and 127 mean that COMMAND was not started
+constexpr int lastWords = 20; // milliseconds in which the boards still receive the last bytes that COMMAND wrote
 
 int complain(const QString &text, int status = wrongUse)
 {
@@ -33,7 +33,7 @@ int print(const QString &text)
     return complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)), notWritten);
 }
 
-// Without opening the file, which must stay as it is until there is a report.
+// Does not open the file: it must stay unchanged until there is a report.
 bool canWrite(const QString &fileName)
 {
     const QFileInfo file(fileName);
@@ -82,7 +82,7 @@ int run(const Arguments &arguments)
 int main(int, char **argv)
 {
     ensurePreloaded(argv);
-    // The arguments are COMMAND's, and QCoreApplication would take out those that mean something to Qt.
+    // QCoreApplication would remove Qt's own options, but they belong to COMMAND.
     int count = 1;
     QCoreApplication application(count, argv);
     QString error;

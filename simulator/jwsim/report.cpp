@@ -1,10 +1,10 @@
-#include <simulator/jwsim/report.h>
+#include "report.h"
 
 #include <simulator/testbed.h>
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 namespace JwSimulator {
 

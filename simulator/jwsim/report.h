@@ -1,14 +1,14 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include <QByteArray>
 
 namespace JwSimulator {
 
 class Testbed;
 
-/** One JSON document: per board its port, kind, number of queries, time of the pull, and all that was received and
- * sent, each with the milliseconds on the testbed's clock. Bytes other than printable ASCII are written as \r, \n,
- * \xHH, and a backslash as two. */
+/// A JSON document with each board's port, kind, number of queries, time of the pull, and received and sent bytes.
+/// Times are milliseconds on the testbed's clock. Bytes that are not printable ASCII stand as \r, \n or \xHH; a
+/// backslash stands as two.
 QByteArray report(const Testbed &testbed);
 
 } // namespace JwSimulator

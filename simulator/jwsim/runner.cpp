@@ -1,6 +1,6 @@
-#include <simulator/jwsim/runner.h>
+#include "runner.h"
 
-#include <QtCore/QSocketNotifier>
+#include <QSocketNotifier>
 
 #include <cerrno>
 #include <cstdio>
@@ -14,9 +14,9 @@ namespace JwSimulator {
 
 namespace {
 
-const int patience = 5000; // milliseconds from a signal that should end the program to SIGKILL
-const int notFound = 127;
-const int notStarted = 126;
+constexpr int patience = 5000; // milliseconds between a signal that should end the program and SIGKILL
+constexpr int notFound = 127;
+constexpr int notStarted = 126;
 
 } // namespace
 
@@ -27,7 +27,7 @@ Runner::Runner()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
         ::sigaddset(&mask, signal);
     ::pthread_sigmask(SIG_BLOCK, &mask, &m_formerMask);
-    // Where it is inherited as ignored, the end of a program is not told.
+    // If we inherited SIGCHLD as ignored, nothing would report the end of the program.
     m_formerChildAction = ::signal(SIGCHLD, SIG_DFL);
     m_signals = ::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
     m_patience.setSingleShot(true);
@@ -67,7 +67,7 @@ bool Runner::start(char **command)
         ::_exit(written == sizeof error ? notStarted : notFound);
     }
     ::close(failure[1]);
-    // The pipe closes by itself when the program starts.
+    // The system closes the pipe when the program starts.
     int error = 0;
     ssize_t count = 0;
     do {
@@ -79,7 +79,7 @@ bool Runner::start(char **command)
         return true;
     ::waitpid(m_child, nullptr, 0);
     m_status = error == ENOENT || error == ENOTDIR ? notFound : notStarted;
-    std::fprintf(stderr, "jwsim: cannot run %s: %s; give a program in PATH or the path of one\n", command[0],
+    std::fprintf(stderr, "jwsim: cannot run %s: %s; give a program in PATH or a path\n", command[0],
                  std::strerror(error));
     return false;
 }
@@ -87,7 +87,7 @@ bool Runner::start(char **command)
 void Runner::readSignals()
 {
     signalfd_siginfo info;
-    // Once the program has ended its process id may be anybody's.
+    // After the program's end another process may get its process id.
     while (m_notifier->isEnabled() && ::read(m_signals, &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGCHLD)
             reap();
@@ -98,10 +98,10 @@ void Runner::readSignals()
 
 void Runner::passOn(int signal, bool fromTerminal)
 {
-    // A terminal sends its signals to the program too. A second one would harm a program that takes two for "at once".
+    // A terminal sends its signals to the program too. Some programs take a second signal as "end at once".
     if (!fromTerminal)
         ::kill(m_child, signal);
-    // Ctrl-C and Ctrl-\ may mean something else than the end to the program; a terminal that is gone cannot.
+    // The program may use Ctrl-C and Ctrl-\ for something else than its end. A hang-up of the terminal means the end.
     if ((!fromTerminal || signal == SIGHUP) && !m_patience.isActive())
         m_patience.start(patience);
 }

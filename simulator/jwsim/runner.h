@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QtCore/QEventLoop>
-#include <QtCore/QTimer>
+#include <QEventLoop>
+#include <QTimer>
 
 #include <memory>
 #include <signal.h>
@@ -12,23 +12,23 @@ class QSocketNotifier;
 namespace JwSimulator {
 
 /**
- * Runs one program as a shell would, with this process's terminal, and passes signals on to it.
+ * Runs one program in this process's terminal, as a shell does, and passes signals on to the program.
  *
- * From construction on, this process takes SIGINT, SIGTERM, SIGHUP and SIGQUIT from a descriptor. Construct it before
- * anything that starts a thread: another thread that had not blocked them would end the process.
+ * The constructor blocks SIGINT, SIGTERM, SIGHUP and SIGQUIT; this process then reads them from a descriptor. Construct
+ * the Runner before anything that starts a thread: in a thread that had not blocked them, they would end the process.
  */
 class Runner
 {
 public:
     Runner();
-    /** The signals stay blocked: what comes after must not be cut short. */
+    /// Leaves the signals blocked, so that none of them interrupts the work that follows.
     ~Runner();
     Runner(const Runner &) = delete;
     Runner &operator=(const Runner &) = delete;
 
-    /** Runs it to its end, in the event loop. The result is the exit status to give to our own caller. */
+    /// Runs the program to its end, in the event loop. Returns the exit status for our own caller.
     int run(char **command);
-    /** Whether run() could start the program. */
+    /// Whether run() could start the program.
     bool hasStarted() const { return m_started; }
 
 private:

@@ -122,7 +122,7 @@ Signal fetchSignal()
 
 /// Receivers that do to the Communicator, inside its signals, whatever an application may do. Most of what could go
 /// wrong shows under AddressSanitizer only.
-class CommunicatorHostileTest : public CommunicatorFixture
+class TestCommunicatorHostile : public CommunicatorFixture
 {
     Q_OBJECT
 
@@ -177,7 +177,7 @@ private Q_SLOTS:
     void parserIsDeletedAfterTheCommunicator();
 };
 
-void CommunicatorHostileTest::receiverDeletesTheCommunicator()
+void TestCommunicatorHostile::receiverDeletesTheCommunicator()
 {
     Scene scene(fetchSignal());
     scene.onEach([&] { delete scene.communicator; });
@@ -194,7 +194,7 @@ void CommunicatorHostileTest::receiverDeletesTheCommunicator()
     QCOMPARE(takePayloads(next), scene.receives() ? (QStringList{b, c}) : (QStringList{a, b, c}));
 }
 
-void CommunicatorHostileTest::receiverDeletesItAmongOtherReceivers()
+void TestCommunicatorHostile::receiverDeletesItAmongOtherReceivers()
 {
     Scene scene(fetchSignal());
     int before = 0;
@@ -208,7 +208,7 @@ void CommunicatorHostileTest::receiverDeletesItAmongOtherReceivers()
     QCOMPARE(after, 0);
 }
 
-void CommunicatorHostileTest::receiverBindsAnotherDevice()
+void TestCommunicatorHostile::receiverBindsAnotherDevice()
 {
     Scene scene(fetchSignal());
     ScriptedDevice other;
@@ -228,7 +228,7 @@ void CommunicatorHostileTest::receiverBindsAnotherDevice()
     QCOMPARE(other.written, QList<QByteArray>{"x"});
 }
 
-void CommunicatorHostileTest::receiverBindsNoDevice()
+void TestCommunicatorHostile::receiverBindsNoDevice()
 {
     Scene scene(fetchSignal());
     scene.onFirst([&] { scene.communicator->setIODevice(nullptr); });
@@ -240,7 +240,7 @@ void CommunicatorHostileTest::receiverBindsNoDevice()
     QCOMPARE(scene.emissions.take(), none);
 }
 
-void CommunicatorHostileTest::receiverBindsTheSameDevice()
+void TestCommunicatorHostile::receiverBindsTheSameDevice()
 {
     Scene scene(fetchSignal());
     scene.onEach([&] { scene.communicator->setIODevice(scene.device.get()); });
@@ -250,7 +250,7 @@ void CommunicatorHostileTest::receiverBindsTheSameDevice()
     QCOMPARE(scene.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
 }
 
-void CommunicatorHostileTest::receiverWrites()
+void TestCommunicatorHostile::receiverWrites()
 {
     Scene scene(fetchSignal());
     QList<uint> ids;
@@ -261,7 +261,7 @@ void CommunicatorHostileTest::receiverWrites()
     QCOMPARE(scene.device->written.size(), 2 + ids.size());
 }
 
-void CommunicatorHostileTest::receiverReads()
+void TestCommunicatorHostile::receiverReads()
 {
     Scene scene(fetchSignal());
     QStringList payloads;
@@ -271,7 +271,7 @@ void CommunicatorHostileTest::receiverReads()
     QCOMPARE(payloads, scene.receives() ? (QStringList{a, b, c}) : none);
 }
 
-void CommunicatorHostileTest::receiverAttachesAParser()
+void TestCommunicatorHostile::receiverAttachesAParser()
 {
     Scene scene(fetchSignal());
     Nmea::ParserInit parser;
@@ -291,7 +291,7 @@ void CommunicatorHostileTest::receiverAttachesAParser()
     QCOMPARE(scene.device->written.at(2), QByteArray("$PJWVER*0c\r\n"));
 }
 
-void CommunicatorHostileTest::receiverConnectsAndDisconnects()
+void TestCommunicatorHostile::receiverConnectsAndDisconnects()
 {
     Scene scene(fetchSignal());
     int calls = 0;
@@ -307,7 +307,7 @@ void CommunicatorHostileTest::receiverConnectsAndDisconnects()
     QCOMPARE(callsOfNext, scene.receives() ? 2 : 1);
 }
 
-void CommunicatorHostileTest::receiverDisconnectsEverything()
+void TestCommunicatorHostile::receiverDisconnectsEverything()
 {
     Scene scene(fetchSignal());
     scene.onEach([&] { scene.communicator->disconnect(); });
@@ -317,7 +317,7 @@ void CommunicatorHostileTest::receiverDisconnectsEverything()
     QCOMPARE(scene.device->connectionsOf(SIGNAL(readyRead())), 1); // only what goes out is cut
 }
 
-void CommunicatorHostileTest::receiverDeletesAnotherCommunicatorOfTheDevice()
+void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
 {
     Scene scene(fetchSignal());
     const QPointer<Communicator> other = new Communicator;
@@ -330,7 +330,7 @@ void CommunicatorHostileTest::receiverDeletesAnotherCommunicatorOfTheDevice()
     QCOMPARE(emissionsOfOther.take(), none);
 }
 
-void CommunicatorHostileTest::receiverClosesTheSerialPort()
+void TestCommunicatorHostile::receiverClosesTheSerialPort()
 {
     const SerialLine line;
     QSerialPort port(line.portName());
@@ -347,7 +347,7 @@ void CommunicatorHostileTest::receiverClosesTheSerialPort()
     QVERIFY(!port.isOpen());
 }
 
-void CommunicatorHostileTest::receiverClosesTheBuffer()
+void TestCommunicatorHostile::receiverClosesTheBuffer()
 {
     QBuffer buffer; // unlike a port it goes on to offer its bytes when it is closed
     buffer.setData("$A\r\n" + QByteArray(300, 'x'));
@@ -360,14 +360,14 @@ void CommunicatorHostileTest::receiverClosesTheBuffer()
     QCOMPARE(buffer.bytesAvailable(), qint64(304));
 }
 
-void CommunicatorHostileTest::nestedLoopBringsMoreData_data()
+void TestCommunicatorHostile::nestedLoopBringsMoreData_data()
 {
     QTest::addColumn<int>("signal");
     QTest::newRow("readyRead of an id") << static_cast<int>(Signal::ReadyReadOfId);
     QTest::newRow("readyRead") << static_cast<int>(Signal::ReadyRead);
 }
 
-void CommunicatorHostileTest::nestedLoopBringsMoreData()
+void TestCommunicatorHostile::nestedLoopBringsMoreData()
 {
     Scene scene(fetchSignal());
     ScriptedDevice otherDevice;
@@ -391,7 +391,7 @@ void CommunicatorHostileTest::nestedLoopBringsMoreData()
     QCOMPARE(takePayloads(*scene.communicator), (QStringList{a, c, QStringLiteral("$D\r\n")}));
 }
 
-void CommunicatorHostileTest::nestedLoopBringsMoreReports()
+void TestCommunicatorHostile::nestedLoopBringsMoreReports()
 {
     Scene scene(Signal::Transferred);
     scene.onFirst([&] {
@@ -405,7 +405,7 @@ void CommunicatorHostileTest::nestedLoopBringsMoreReports()
     QCOMPARE(scene.emissions.take(), transfers({1}) + transfers({1, 2, 3}) + arrivals(3) + transfers({2}));
 }
 
-void CommunicatorHostileTest::nestedLoopDeletesTheCommunicator_data()
+void TestCommunicatorHostile::nestedLoopDeletesTheCommunicator_data()
 {
     QTest::addColumn<int>("signal");
     QTest::addColumn<bool>("later");
@@ -418,7 +418,7 @@ void CommunicatorHostileTest::nestedLoopDeletesTheCommunicator_data()
     }
 }
 
-void CommunicatorHostileTest::nestedLoopDeletesTheCommunicator()
+void TestCommunicatorHostile::nestedLoopDeletesTheCommunicator()
 {
     QFETCH(bool, later);
     Scene scene(fetchSignal());
@@ -438,7 +438,7 @@ void CommunicatorHostileTest::nestedLoopDeletesTheCommunicator()
     QCOMPARE(scene.emissions.take(), scene.firstEmissions());
 }
 
-void CommunicatorHostileTest::nestedLoopDeletesTheDevice()
+void TestCommunicatorHostile::nestedLoopDeletesTheDevice()
 {
     Scene scene(fetchSignal());
     scene.onFirst([&] {
@@ -453,7 +453,7 @@ void CommunicatorHostileTest::nestedLoopDeletesTheDevice()
     QCOMPARE(scene.communicator->writePayload(QStringLiteral("x")), 3u);
 }
 
-void CommunicatorHostileTest::nestedLoopInTheParser()
+void TestCommunicatorHostile::nestedLoopInTheParser()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -474,7 +474,7 @@ void CommunicatorHostileTest::nestedLoopInTheParser()
     QVERIFY(!m_communicator->readPayload(&session));
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWrite()
+void TestCommunicatorHostile::deviceReportsInsideTheWrite()
 {
     m_device->insideWrite = [this] { m_device->reportWritten(3); };
     QCOMPARE(m_communicator->writePayload(QStringLiteral("abc")), 1u);
@@ -483,14 +483,14 @@ void CommunicatorHostileTest::deviceReportsInsideTheWrite()
     QCOMPARE(m_emissions->take(), transfers({1}));
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWriteToADeletingReceiver_data()
+void TestCommunicatorHostile::deviceReportsInsideTheWriteToADeletingReceiver_data()
 {
     QTest::addColumn<bool>("session");
     QTest::newRow("text") << false;
     QTest::newRow("session") << true;
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWriteToADeletingReceiver()
+void TestCommunicatorHostile::deviceReportsInsideTheWriteToADeletingReceiver()
 {
     QFETCH(bool, session);
     Scene scene(Signal::Transferred);
@@ -507,7 +507,7 @@ void CommunicatorHostileTest::deviceReportsInsideTheWriteToADeletingReceiver()
     QVERIFY(!scene.communicator);
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWriteToAReceiverThatDeletesTheText()
+void TestCommunicatorHostile::deviceReportsInsideTheWriteToAReceiverThatDeletesTheText()
 {
     const LogCapture log;
     Scene scene(Signal::Transferred);
@@ -519,7 +519,7 @@ void CommunicatorHostileTest::deviceReportsInsideTheWriteToAReceiverThatDeletesT
     QCOMPARE(log.sink->records.last().text, QStringLiteral("->  \"$PJWVER*0c\""));
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWriteToAWritingReceiver()
+void TestCommunicatorHostile::deviceReportsInsideTheWriteToAWritingReceiver()
 {
     Scene scene(Signal::Transferred);
     uint inner = 0;
@@ -535,7 +535,7 @@ void CommunicatorHostileTest::deviceReportsInsideTheWriteToAWritingReceiver()
     QCOMPARE(scene.emissions.take(), transfers({1, 2, 3, 4}));
 }
 
-void CommunicatorHostileTest::deviceReportsInsideTheWriteToAnUnbindingReceiver()
+void TestCommunicatorHostile::deviceReportsInsideTheWriteToAnUnbindingReceiver()
 {
     Scene scene(Signal::Transferred);
     scene.onFirst([&] { scene.communicator->setIODevice(nullptr); });
@@ -545,7 +545,7 @@ void CommunicatorHostileTest::deviceReportsInsideTheWriteToAnUnbindingReceiver()
     QVERIFY(!scene.communicator->device());
 }
 
-void CommunicatorHostileTest::deviceAnswersInsideTheWriteToADeletingReceiver()
+void TestCommunicatorHostile::deviceAnswersInsideTheWriteToADeletingReceiver()
 {
     Scene scene(Signal::ReadyRead);
     scene.onFirst([&] { delete scene.communicator; });
@@ -555,7 +555,7 @@ void CommunicatorHostileTest::deviceAnswersInsideTheWriteToADeletingReceiver()
     QCOMPARE(scene.emissions.take(), scene.firstEmissions());
 }
 
-void CommunicatorHostileTest::deviceAnnouncesInsideTheRead()
+void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
 {
     Scene scene(Signal::ReadyRead);
     scene.device->insideRead = [&scene] {
@@ -567,7 +567,7 @@ void CommunicatorHostileTest::deviceAnnouncesInsideTheRead()
     QCOMPARE(takePayloads(*scene.communicator), (QStringList{c, a, b}));
 }
 
-void CommunicatorHostileTest::deviceAnnouncesInsideTheReadToADeletingReceiver()
+void TestCommunicatorHostile::deviceAnnouncesInsideTheReadToADeletingReceiver()
 {
     Scene scene(Signal::ReadyRead);
     scene.onFirst([&] { delete scene.communicator; });
@@ -585,7 +585,7 @@ void CommunicatorHostileTest::deviceAnnouncesInsideTheReadToADeletingReceiver()
     QCOMPARE(takePayloads(next), (QStringList{a, b}));
 }
 
-void CommunicatorHostileTest::deviceIsDeletedBeforeTheCommunicator()
+void TestCommunicatorHostile::deviceIsDeletedBeforeTheCommunicator()
 {
     auto device = std::make_unique<ScriptedDevice>();
     const auto communicator = std::make_unique<Communicator>();
@@ -599,7 +599,7 @@ void CommunicatorHostileTest::deviceIsDeletedBeforeTheCommunicator()
     QVERIFY(communicator->setIODevice(nullptr));
 }
 
-void CommunicatorHostileTest::deviceOwnsItsCommunicator()
+void TestCommunicatorHostile::deviceOwnsItsCommunicator()
 {
     auto device = std::make_unique<ScriptedDevice>();
     const QPointer<Communicator> communicator = new Communicator(device.get());
@@ -610,7 +610,7 @@ void CommunicatorHostileTest::deviceOwnsItsCommunicator()
     QVERIFY(!communicator);
 }
 
-void CommunicatorHostileTest::parserIsDeletedAfterItWasDetached()
+void TestCommunicatorHostile::parserIsDeletedAfterItWasDetached()
 {
     auto parser = std::make_unique<Nmea::ParserInit>();
     parser->init();
@@ -625,7 +625,7 @@ void CommunicatorHostileTest::parserIsDeletedAfterItWasDetached()
     QCOMPARE(takeLog(*m_log).constLast(), QStringLiteral("4 [] communicator.cpp No parser attached"));
 }
 
-void CommunicatorHostileTest::parserIsDeletedAfterTheCommunicator()
+void TestCommunicatorHostile::parserIsDeletedAfterTheCommunicator()
 {
     auto parser = std::make_unique<Nmea::ParserInit>();
     parser->init();
@@ -635,5 +635,5 @@ void CommunicatorHostileTest::parserIsDeletedAfterTheCommunicator()
     parser.reset();
 }
 
-QTEST_GUILESS_MAIN(CommunicatorHostileTest)
+QTEST_GUILESS_MAIN(TestCommunicatorHostile)
 #include "tst_communicator_hostile.moc"

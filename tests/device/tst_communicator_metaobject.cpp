@@ -9,7 +9,7 @@
 using JwDevice::Communicator;
 
 /// Applications may connect by name or by index, so the table of the class is a part of its interface.
-class CommunicatorMetaObjectTest : public QObject
+class TestCommunicatorMetaObject : public QObject
 {
     Q_OBJECT
 
@@ -24,7 +24,7 @@ private Q_SLOTS:
     void copyingIsImpossible();
 };
 
-void CommunicatorMetaObjectTest::className()
+void TestCommunicatorMetaObject::className()
 {
     const Communicator communicator;
     QCOMPARE(Communicator::staticMetaObject.className(), "JwDevice::Communicator");
@@ -32,7 +32,7 @@ void CommunicatorMetaObjectTest::className()
     QCOMPARE(communicator.metaObject()->superClass(), &QObject::staticMetaObject);
 }
 
-void CommunicatorMetaObjectTest::metacastAnswersToTheClassName()
+void TestCommunicatorMetaObject::metacastAnswersToTheClassName()
 {
     Communicator communicator;
     QCOMPARE(communicator.qt_metacast("JwDevice::Communicator"), static_cast<void *>(&communicator));
@@ -45,7 +45,7 @@ void CommunicatorMetaObjectTest::metacastAnswersToTheClassName()
     QCOMPARE(qobject_cast<Communicator *>(object), &communicator);
 }
 
-void CommunicatorMetaObjectTest::methodTable_data()
+void TestCommunicatorMetaObject::methodTable_data()
 {
     QTest::addColumn<int>("index");
     QTest::addColumn<int>("kind");
@@ -63,7 +63,7 @@ void CommunicatorMetaObjectTest::methodTable_data()
     QTest::newRow("ioBytesWritten") << 6 << slot << QByteArray("ioBytesWritten(qint64)") << Names{"bytes"};
 }
 
-void CommunicatorMetaObjectTest::methodTable()
+void TestCommunicatorMetaObject::methodTable()
 {
     QFETCH(int, index);
     QFETCH(int, kind);
@@ -78,7 +78,7 @@ void CommunicatorMetaObjectTest::methodTable()
     QCOMPARE(method.typeName(), "void");
 }
 
-void CommunicatorMetaObjectTest::methodTableHasNothingElse()
+void TestCommunicatorMetaObject::methodTableHasNothingElse()
 {
     const QMetaObject &meta = Communicator::staticMetaObject;
     QCOMPARE(meta.methodCount() - meta.methodOffset(), 7);
@@ -88,7 +88,7 @@ void CommunicatorMetaObjectTest::methodTableHasNothingElse()
     QCOMPARE(meta.classInfoCount() - meta.classInfoOffset(), 0);
 }
 
-void CommunicatorMetaObjectTest::signalsAreFoundByPointer()
+void TestCommunicatorMetaObject::signalsAreFoundByPointer()
 {
     const int offset = Communicator::staticMetaObject.methodOffset();
     QCOMPARE(QMetaMethod::fromSignal(&Communicator::transferred).methodIndex(), offset);
@@ -98,7 +98,7 @@ void CommunicatorMetaObjectTest::signalsAreFoundByPointer()
     QCOMPARE(QMetaMethod::fromSignal(&Communicator::readFailed).methodIndex(), offset + 4);
 }
 
-void CommunicatorMetaObjectTest::signalCanBeEmittedByName()
+void TestCommunicatorMetaObject::signalCanBeEmittedByName()
 {
     Communicator communicator;
     QSignalSpy failed(&communicator, SIGNAL(transferFailed(uint)));
@@ -112,7 +112,7 @@ void CommunicatorMetaObjectTest::signalCanBeEmittedByName()
     QCOMPARE(readFailed.count(), 1);
 }
 
-void CommunicatorMetaObjectTest::copyingIsImpossible()
+void TestCommunicatorMetaObject::copyingIsImpossible()
 {
     static_assert(!std::is_copy_constructible_v<Communicator> && !std::is_copy_assignable_v<Communicator>);
     static_assert(std::has_virtual_destructor_v<Communicator>);
@@ -120,5 +120,5 @@ void CommunicatorMetaObjectTest::copyingIsImpossible()
     static_assert(!std::is_convertible_v<QObject *, Communicator>, "a parent is not a Communicator");
 }
 
-QTEST_GUILESS_MAIN(CommunicatorMetaObjectTest)
+QTEST_GUILESS_MAIN(TestCommunicatorMetaObject)
 #include "tst_communicator_metaobject.moc"

@@ -82,7 +82,7 @@ void addSampleStreams()
 
 } // namespace
 
-class CommunicatorReceiveTest : public CommunicatorFixture
+class TestCommunicatorReceive : public CommunicatorFixture
 {
     Q_OBJECT
 
@@ -159,7 +159,7 @@ private Q_SLOTS:
     void streamOverASerialPort();
 };
 
-void CommunicatorReceiveTest::firstPayloadHasId2AndBothSignals()
+void TestCommunicatorReceive::firstPayloadHasId2AndBothSignals()
 {
     m_device->deliver("$A,1*00\r\n");
     QCOMPARE(m_emissions->take(), (QStringList{QStringLiteral("readyRead(2)"), QStringLiteral("readyRead()")}));
@@ -168,7 +168,7 @@ void CommunicatorReceiveTest::firstPayloadHasId2AndBothSignals()
     QCOMPARE(payload, QStringLiteral("$A,1*00\r\n"));
 }
 
-void CommunicatorReceiveTest::severalPayloadsOfOneChunkComeInOrder()
+void TestCommunicatorReceive::severalPayloadsOfOneChunkComeInOrder()
 {
     m_device->deliver("xx$A\r\n!B\r\n");
     QCOMPARE(m_emissions->take(), arrivals(2));
@@ -179,7 +179,7 @@ void CommunicatorReceiveTest::severalPayloadsOfOneChunkComeInOrder()
     QCOMPARE(payload, QStringLiteral("!B\r\n"));
 }
 
-void CommunicatorReceiveTest::payloadBeginsAtItsLastDollar_data()
+void TestCommunicatorReceive::payloadBeginsAtItsLastDollar_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QString>("payload");
@@ -193,7 +193,7 @@ void CommunicatorReceiveTest::payloadBeginsAtItsLastDollar_data()
     QTest::newRow("start character alone") << QByteArray("!\r\n") << QStringLiteral("!\r\n");
 }
 
-void CommunicatorReceiveTest::payloadBeginsAtItsLastDollar()
+void TestCommunicatorReceive::payloadBeginsAtItsLastDollar()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QString, payload);
@@ -202,7 +202,7 @@ void CommunicatorReceiveTest::payloadBeginsAtItsLastDollar()
     QCOMPARE(takePayloads(*m_communicator), QStringList{payload});
 }
 
-void CommunicatorReceiveTest::laterChunkCompletesAPayload()
+void TestCommunicatorReceive::laterChunkCompletesAPayload()
 {
     m_device->deliver("$A,1");
     QCOMPARE(m_emissions->take(), QStringList());
@@ -211,7 +211,7 @@ void CommunicatorReceiveTest::laterChunkCompletesAPayload()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$A,1*00\r\n")});
 }
 
-void CommunicatorReceiveTest::textWithoutLineEndWaits_data()
+void TestCommunicatorReceive::textWithoutLineEndWaits_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QByteArray>("rest");
@@ -221,7 +221,7 @@ void CommunicatorReceiveTest::textWithoutLineEndWaits_data()
     QTest::newRow("start character behind a line end") << QByteArray("x\r\ny\r\n") << QByteArray("$A\r\n");
 }
 
-void CommunicatorReceiveTest::textWithoutLineEndWaits()
+void TestCommunicatorReceive::textWithoutLineEndWaits()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QByteArray, rest);
@@ -233,7 +233,7 @@ void CommunicatorReceiveTest::textWithoutLineEndWaits()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$A\r\n")});
 }
 
-void CommunicatorReceiveTest::textBeforeAStartCharacterIsDroppedSilently()
+void TestCommunicatorReceive::textBeforeAStartCharacterIsDroppedSilently()
 {
     m_device->deliver("xx$A\r\n");
     QCOMPARE(takeLog(*m_log),
@@ -244,7 +244,7 @@ void CommunicatorReceiveTest::textBeforeAStartCharacterIsDroppedSilently()
     QCOMPARE(takePayloads(*m_communicator), (QStringList{QStringLiteral("$A\r\n"), QStringLiteral("$B\r\n")}));
 }
 
-void CommunicatorReceiveTest::storeKeepsTheSixNewest()
+void TestCommunicatorReceive::storeKeepsTheSixNewest()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n$8\r\n$9\r\n");
     const QStringList log = takeLog(*m_log);
@@ -258,7 +258,7 @@ void CommunicatorReceiveTest::storeKeepsTheSixNewest()
                           QStringLiteral("$7\r\n"), QStringLiteral("$8\r\n"), QStringLiteral("$9\r\n")}));
 }
 
-void CommunicatorReceiveTest::storeMakesRoomBySingleLowestIds()
+void TestCommunicatorReceive::storeMakesRoomBySingleLowestIds()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n");
     QString payload;
@@ -270,7 +270,7 @@ void CommunicatorReceiveTest::storeMakesRoomBySingleLowestIds()
                           QStringLiteral("$7\r\n"), QStringLiteral("$8\r\n"), QStringLiteral("$9\r\n")}));
 }
 
-void CommunicatorReceiveTest::lowestIdIsReadFirst()
+void TestCommunicatorReceive::lowestIdIsReadFirst()
 {
     for (const uint id : {7u, 3u, 5u}) {
         setLastReceiveId(*m_communicator, id - 1);
@@ -285,7 +285,7 @@ void CommunicatorReceiveTest::lowestIdIsReadFirst()
     QCOMPARE(payload, QStringLiteral("$7\r\n"));
 }
 
-void CommunicatorReceiveTest::payloadIsReadById()
+void TestCommunicatorReceive::payloadIsReadById()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n");
     QString payload;
@@ -294,7 +294,7 @@ void CommunicatorReceiveTest::payloadIsReadById()
     QCOMPARE(takePayloads(*m_communicator), (QStringList{QStringLiteral("$2\r\n"), QStringLiteral("$4\r\n")}));
 }
 
-void CommunicatorReceiveTest::readPayloadIsGone()
+void TestCommunicatorReceive::readPayloadIsGone()
 {
     m_device->deliver("$2\r\n$3\r\n");
     QString payload;
@@ -305,7 +305,7 @@ void CommunicatorReceiveTest::readPayloadIsGone()
     QVERIFY(!m_communicator->readPayload(payload));
 }
 
-void CommunicatorReceiveTest::idsAreNotReused()
+void TestCommunicatorReceive::idsAreNotReused()
 {
     m_device->deliver("$A\r\n");
     takePayloads(*m_communicator);
@@ -313,7 +313,7 @@ void CommunicatorReceiveTest::idsAreNotReused()
     QCOMPARE(m_emissions->take(), arrivals(2));
 }
 
-void CommunicatorReceiveTest::idWrapsToZero()
+void TestCommunicatorReceive::idWrapsToZero()
 {
     setLastReceiveId(*m_communicator, 4294967294u);
     m_device->deliver("$A\r\n$B\r\n$C\r\n");
@@ -323,7 +323,7 @@ void CommunicatorReceiveTest::idWrapsToZero()
     QCOMPARE(payload, QStringLiteral("$C\r\n"));
 }
 
-void CommunicatorReceiveTest::lowestIdIsTheNumericallyLowestAfterTheWrap()
+void TestCommunicatorReceive::lowestIdIsTheNumericallyLowestAfterTheWrap()
 {
     setLastReceiveId(*m_communicator, 4294967290u);
     m_device->deliver("$1\r\n$2\r\n$3\r\n$4\r\n$5\r\n"); // the last is id 4294967295
@@ -339,14 +339,14 @@ void CommunicatorReceiveTest::lowestIdIsTheNumericallyLowestAfterTheWrap()
                           QStringLiteral("$3\r\n"), QStringLiteral("$4\r\n"), QStringLiteral("$5\r\n")}));
 }
 
-void CommunicatorReceiveTest::emptyStoreIsLogged_data()
+void TestCommunicatorReceive::emptyStoreIsLogged_data()
 {
     QTest::addColumn<uint>("id");
     QTest::newRow("lowest id") << 0u;
     QTest::newRow("an id of its own") << 99u;
 }
 
-void CommunicatorReceiveTest::emptyStoreIsLogged()
+void TestCommunicatorReceive::emptyStoreIsLogged()
 {
     QFETCH(uint, id);
     Communicator communicator;
@@ -356,7 +356,7 @@ void CommunicatorReceiveTest::emptyStoreIsLogged()
     QCOMPARE(takeLog(*m_log), QStringList{emptyLine});
 }
 
-void CommunicatorReceiveTest::missingIdIsLogged()
+void TestCommunicatorReceive::missingIdIsLogged()
 {
     m_device->deliver("$A\r\n");
     takeLog(*m_log);
@@ -367,7 +367,7 @@ void CommunicatorReceiveTest::missingIdIsLogged()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$A\r\n")});
 }
 
-void CommunicatorReceiveTest::receiverMayReadInsideTheSignal()
+void TestCommunicatorReceive::receiverMayReadInsideTheSignal()
 {
     QStringList payloads;
     QObject context;
@@ -383,7 +383,7 @@ void CommunicatorReceiveTest::receiverMayReadInsideTheSignal()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::bufferAbove500CharactersLosesItsFirst450_data()
+void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450_data()
 {
     QTest::addColumn<int>("size");
     QTest::addColumn<int>("left");
@@ -394,7 +394,7 @@ void CommunicatorReceiveTest::bufferAbove500CharactersLosesItsFirst450_data()
     QTest::newRow("twice") << 1000 << 100;
 }
 
-void CommunicatorReceiveTest::bufferAbove500CharactersLosesItsFirst450()
+void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
 {
     QFETCH(int, size);
     QFETCH(int, left);
@@ -415,7 +415,7 @@ void CommunicatorReceiveTest::bufferAbove500CharactersLosesItsFirst450()
     QCOMPARE(payloads.constFirst().size(), expected);
 }
 
-void CommunicatorReceiveTest::newestCharactersSurviveTheTruncation()
+void TestCommunicatorReceive::newestCharactersSurviveTheTruncation()
 {
     QByteArray bytes = "!";
     while (bytes.size() < 520)
@@ -432,7 +432,7 @@ void CommunicatorReceiveTest::newestCharactersSurviveTheTruncation()
     QCOMPARE(payloads.constFirst(), QString::fromLatin1(kept.mid(kept.indexOf('!')) + "\r\n"));
 }
 
-void CommunicatorReceiveTest::truncationComesBeforeTheExtraction()
+void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 {
     for (int i = 0; i < 5; ++i)
         m_device->queueRead(QByteArray(i == 0 ? "$" : "x") + QByteArray(99, 'x'));
@@ -445,7 +445,7 @@ void CommunicatorReceiveTest::truncationComesBeforeTheExtraction()
     QCOMPARE(log.indexOf(rawLine(QStringLiteral("tail\\r\\n$B"))), log.indexOf(truncationLine) + 1);
 }
 
-void CommunicatorReceiveTest::truncationIsLoggedOncePerChunk()
+void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
     // 600 characters are cut to 50 + 100 = 150, so the next cut comes four chunks later.
     for (int i = 0; i < 6; ++i)
@@ -461,7 +461,7 @@ void CommunicatorReceiveTest::truncationIsLoggedOncePerChunk()
     QCOMPARE(takeLog(*m_log).count(truncationLine), 1);
 }
 
-void CommunicatorReceiveTest::zeroByteEndsItsRead_data()
+void TestCommunicatorReceive::zeroByteEndsItsRead_data()
 {
     QTest::addColumn<QList<QByteArray>>("reads");
     QTest::addColumn<QStringList>("payloads");
@@ -477,7 +477,7 @@ void CommunicatorReceiveTest::zeroByteEndsItsRead_data()
     QTest::newRow("rest of a longer arrival is another read") << Reads{"$A" + QByteArray(98, '\0') + "\r\n"} << a;
 }
 
-void CommunicatorReceiveTest::zeroByteEndsItsRead()
+void TestCommunicatorReceive::zeroByteEndsItsRead()
 {
     QFETCH(QList<QByteArray>, reads);
     QFETCH(QStringList, payloads);
@@ -487,7 +487,7 @@ void CommunicatorReceiveTest::zeroByteEndsItsRead()
     QCOMPARE(takePayloads(*m_communicator), payloads);
 }
 
-void CommunicatorReceiveTest::deviceIsReadInSlicesOf100()
+void TestCommunicatorReceive::deviceIsReadInSlicesOf100()
 {
     m_device->deliver("$" + QByteArray(248, 'x') + "\r\n");
     QCOMPARE(m_device->requestedReads, (QList<qint64>{100, 100, 100}));
@@ -495,14 +495,14 @@ void CommunicatorReceiveTest::deviceIsReadInSlicesOf100()
     QCOMPARE(takePayloads(*m_communicator).size(), 1);
 }
 
-void CommunicatorReceiveTest::nothingIsReadWithoutBytes()
+void TestCommunicatorReceive::nothingIsReadWithoutBytes()
 {
     m_device->announce();
     QCOMPARE(m_device->requestedReads, QList<qint64>());
     QCOMPARE(takeLog(*m_log), QStringList{readyLine});
 }
 
-void CommunicatorReceiveTest::failedReadsAreSkipped_data()
+void TestCommunicatorReceive::failedReadsAreSkipped_data()
 {
     QTest::addColumn<qint64>("result");
     QTest::addColumn<int>("times");
@@ -512,7 +512,7 @@ void CommunicatorReceiveTest::failedReadsAreSkipped_data()
     QTest::newRow("-1 many times") << qint64(-1) << 50;
 }
 
-void CommunicatorReceiveTest::failedReadsAreSkipped()
+void TestCommunicatorReceive::failedReadsAreSkipped()
 {
     QFETCH(qint64, result);
     QFETCH(int, times);
@@ -530,14 +530,14 @@ void CommunicatorReceiveTest::failedReadsAreSkipped()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$A\r\n")});
 }
 
-void CommunicatorReceiveTest::extractionRunsAfterAFailedRead_data()
+void TestCommunicatorReceive::extractionRunsAfterAFailedRead_data()
 {
     QTest::addColumn<qint64>("result");
     QTest::newRow("0") << qint64(0);
     QTest::newRow("-1") << qint64(-1);
 }
 
-void CommunicatorReceiveTest::extractionRunsAfterAFailedRead()
+void TestCommunicatorReceive::extractionRunsAfterAFailedRead()
 {
     QFETCH(qint64, result);
     // A Communicator deleted on its first payload leaves the second one in the buffer.
@@ -553,7 +553,7 @@ void CommunicatorReceiveTest::extractionRunsAfterAFailedRead()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$B\r\n")});
 }
 
-void CommunicatorReceiveTest::everyStepIsLogged()
+void TestCommunicatorReceive::everyStepIsLogged()
 {
     m_device->queueRead(" \t$A,1");
     m_device->queueRead("*00\r\n!B \r\n \r\n");
@@ -563,7 +563,7 @@ void CommunicatorReceiveTest::everyStepIsLogged()
                           payloadLine(QStringLiteral("$A,1*00")), payloadLine(QStringLiteral("!B"))}));
 }
 
-void CommunicatorReceiveTest::traceNamesTheSlot()
+void TestCommunicatorReceive::traceNamesTheSlot()
 {
     m_device->announce();
     QCOMPARE(m_log->sink->records.size(), 1);
@@ -573,7 +573,7 @@ void CommunicatorReceiveTest::traceNamesTheSlot()
     QVERIFY2(record.function.contains("JwDevice::Communicator::ioReadyRead()"), record.function.constData());
 }
 
-void CommunicatorReceiveTest::bufferIsSharedByAllCommunicators()
+void TestCommunicatorReceive::bufferIsSharedByAllCommunicators()
 {
     ScriptedDevice firstDevice;
     ScriptedDevice secondDevice;
@@ -595,7 +595,7 @@ void CommunicatorReceiveTest::bufferIsSharedByAllCommunicators()
     QCOMPARE(takePayloads(first), QStringList{QStringLiteral("$B\r\n")});
 }
 
-void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar_data()
+void TestCommunicatorReceive::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar_data()
 {
     QTest::addColumn<QByteArray>("later");
     QTest::addColumn<QString>("payload");
@@ -603,7 +603,7 @@ void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADol
     QTest::newRow("!") << QByteArray("!B,1*00\r\n") << QStringLiteral("$A,1!B,1*00\r\n");
 }
 
-void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar()
+void TestCommunicatorReceive::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADollar()
 {
     QFETCH(QByteArray, later);
     QFETCH(QString, payload);
@@ -617,7 +617,7 @@ void CommunicatorReceiveTest::leftoverOfAGoneDeviceSpoilsOnlyAPayloadWithoutADol
     QCOMPARE(takePayloads(*m_communicator), QStringList{payload});
 }
 
-void CommunicatorReceiveTest::partialPayloadOutlivesItsCommunicator()
+void TestCommunicatorReceive::partialPayloadOutlivesItsCommunicator()
 {
     {
         Communicator communicator;
@@ -628,7 +628,7 @@ void CommunicatorReceiveTest::partialPayloadOutlivesItsCommunicator()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$A,1*00\r\n")});
 }
 
-void CommunicatorReceiveTest::sessionIsParsed()
+void TestCommunicatorReceive::sessionIsParsed()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -648,7 +648,7 @@ void CommunicatorReceiveTest::sessionIsParsed()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::parserGetsTheSessionAndTheWholePayload()
+void TestCommunicatorReceive::parserGetsTheSessionAndTheWholePayload()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -666,7 +666,7 @@ void CommunicatorReceiveTest::parserGetsTheSessionAndTheWholePayload()
     QCOMPARE(parsed, QStringLiteral("$A,1*00\r\n"));
 }
 
-void CommunicatorReceiveTest::resultOfTheParserIsNotUsed()
+void TestCommunicatorReceive::resultOfTheParserIsNotUsed()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -678,7 +678,7 @@ void CommunicatorReceiveTest::resultOfTheParserIsNotUsed()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorReceiveTest::parseFailureIsLoggedAndConsumesThePayload()
+void TestCommunicatorReceive::parseFailureIsLoggedAndConsumesThePayload()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -695,7 +695,7 @@ void CommunicatorReceiveTest::parseFailureIsLoggedAndConsumesThePayload()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::parseFailureOfTheLibrarysParserIsLogged()
+void TestCommunicatorReceive::parseFailureOfTheLibrarysParserIsLogged()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -717,7 +717,7 @@ void CommunicatorReceiveTest::parseFailureOfTheLibrarysParserIsLogged()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::otherExceptionsOfTheParserPass()
+void TestCommunicatorReceive::otherExceptionsOfTheParserPass()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -732,7 +732,7 @@ void CommunicatorReceiveTest::otherExceptionsOfTheParserPass()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::sessionReadWithoutParserConsumesThePayload()
+void TestCommunicatorReceive::sessionReadWithoutParserConsumesThePayload()
 {
     m_device->deliver("$A\r\n");
     takeLog(*m_log);
@@ -744,7 +744,7 @@ void CommunicatorReceiveTest::sessionReadWithoutParserConsumesThePayload()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
-void CommunicatorReceiveTest::sessionReadOfNothingDoesNotParse()
+void TestCommunicatorReceive::sessionReadOfNothingDoesNotParse()
 {
     ScriptedParser parser; // without behaviour: any call of it throws
     m_communicator->setParser(&parser);
@@ -761,7 +761,7 @@ void CommunicatorReceiveTest::sessionReadOfNothingDoesNotParse()
     QCOMPARE(takeLog(*m_log), QStringList{notFoundLine});
 }
 
-void CommunicatorReceiveTest::streamWhole()
+void TestCommunicatorReceive::streamWhole()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -770,7 +770,7 @@ void CommunicatorReceiveTest::streamWhole()
     QCOMPARE(takePayloads(*m_communicator), payloads);
 }
 
-void CommunicatorReceiveTest::streamSplitAtEachByte()
+void TestCommunicatorReceive::streamSplitAtEachByte()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -786,7 +786,7 @@ void CommunicatorReceiveTest::streamSplitAtEachByte()
     }
 }
 
-void CommunicatorReceiveTest::streamInReadsOf_data()
+void TestCommunicatorReceive::streamInReadsOf_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QStringList>("payloads");
@@ -798,7 +798,7 @@ void CommunicatorReceiveTest::streamInReadsOf_data()
     }
 }
 
-void CommunicatorReceiveTest::streamInReadsOf()
+void TestCommunicatorReceive::streamInReadsOf()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -810,7 +810,7 @@ void CommunicatorReceiveTest::streamInReadsOf()
     QCOMPARE(takePayloads(*m_communicator), payloads);
 }
 
-void CommunicatorReceiveTest::streamTruncatedAtEachByte()
+void TestCommunicatorReceive::streamTruncatedAtEachByte()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -833,7 +833,7 @@ void CommunicatorReceiveTest::streamTruncatedAtEachByte()
     }
 }
 
-void CommunicatorReceiveTest::streamWithGarbageBefore_data()
+void TestCommunicatorReceive::streamWithGarbageBefore_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QStringList>("payloads");
@@ -860,7 +860,7 @@ void CommunicatorReceiveTest::streamWithGarbageBefore_data()
     }
 }
 
-void CommunicatorReceiveTest::streamWithGarbageBefore()
+void TestCommunicatorReceive::streamWithGarbageBefore()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -870,7 +870,7 @@ void CommunicatorReceiveTest::streamWithGarbageBefore()
     QCOMPARE(takePayloads(*m_communicator), payloads);
 }
 
-void CommunicatorReceiveTest::streamWithoutLineEnd()
+void TestCommunicatorReceive::streamWithoutLineEnd()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -883,7 +883,7 @@ void CommunicatorReceiveTest::streamWithoutLineEnd()
     QCOMPARE(takePayloads(*m_communicator), payloads);
 }
 
-void CommunicatorReceiveTest::streamOverABuffer()
+void TestCommunicatorReceive::streamOverABuffer()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -899,7 +899,7 @@ void CommunicatorReceiveTest::streamOverABuffer()
     QVERIFY(device.atEnd());
 }
 
-void CommunicatorReceiveTest::streamOverASerialPort()
+void TestCommunicatorReceive::streamOverASerialPort()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
@@ -914,5 +914,5 @@ void CommunicatorReceiveTest::streamOverASerialPort()
     QCOMPARE(takePayloads(communicator), payloads);
 }
 
-QTEST_GUILESS_MAIN(CommunicatorReceiveTest)
+QTEST_GUILESS_MAIN(TestCommunicatorReceive)
 #include "tst_communicator_receive.moc"

@@ -43,7 +43,7 @@ SessionInit informationRequest()
 
 } // namespace
 
-class CommunicatorTransmitTest : public CommunicatorFixture
+class TestCommunicatorTransmit : public CommunicatorFixture
 {
     Q_OBJECT
 
@@ -99,7 +99,7 @@ private Q_SLOTS:
     void realSerialPortReportsTheTransfer();
 };
 
-void CommunicatorTransmitTest::newCommunicatorIsUnbound()
+void TestCommunicatorTransmit::newCommunicatorIsUnbound()
 {
     const Communicator communicator;
     QVERIFY(!communicator.device());
@@ -107,7 +107,7 @@ void CommunicatorTransmitTest::newCommunicatorIsUnbound()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorTransmitTest::parentDeletesItsCommunicator()
+void TestCommunicatorTransmit::parentDeletesItsCommunicator()
 {
     auto parent = std::make_unique<QObject>();
     const QPointer<Communicator> communicator = new Communicator(parent.get());
@@ -116,7 +116,7 @@ void CommunicatorTransmitTest::parentDeletesItsCommunicator()
     QVERIFY(!communicator);
 }
 
-void CommunicatorTransmitTest::setIODeviceAlwaysReturnsTrue()
+void TestCommunicatorTransmit::setIODeviceAlwaysReturnsTrue()
 {
     ScriptedDevice device;
     QBuffer closed;
@@ -132,7 +132,7 @@ void CommunicatorTransmitTest::setIODeviceAlwaysReturnsTrue()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorTransmitTest::setParserReturnsTrueAndDoesNothingElse()
+void TestCommunicatorTransmit::setParserReturnsTrueAndDoesNothingElse()
 {
     ScriptedParser parser; // without behaviour: any call of it throws
     QVERIFY(m_communicator->setParser(&parser));
@@ -142,13 +142,13 @@ void CommunicatorTransmitTest::setParserReturnsTrueAndDoesNothingElse()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorTransmitTest::firstIdIs1AndTheNext2()
+void TestCommunicatorTransmit::firstIdIs1AndTheNext2()
 {
     QCOMPARE(m_communicator->writePayload(abc), 1u);
     QCOMPARE(m_communicator->writePayload(abc), 2u);
 }
 
-void CommunicatorTransmitTest::idsKeepRisingAcrossFailedWrites()
+void TestCommunicatorTransmit::idsKeepRisingAcrossFailedWrites()
 {
     QCOMPARE(m_communicator->writePayload(abc), 1u);
     m_device->queueWriteResult(-1);
@@ -158,7 +158,7 @@ void CommunicatorTransmitTest::idsKeepRisingAcrossFailedWrites()
     QCOMPARE(m_communicator->writePayload(abc), 4u);
 }
 
-void CommunicatorTransmitTest::transmitIdsAreIndependentOfReceiveIds()
+void TestCommunicatorTransmit::transmitIdsAreIndependentOfReceiveIds()
 {
     QCOMPARE(m_communicator->writePayload(abc), 1u);
     m_device->deliver("$A\r\n$B\r\n");
@@ -168,7 +168,7 @@ void CommunicatorTransmitTest::transmitIdsAreIndependentOfReceiveIds()
     QCOMPARE(m_emissions->take(), arrivals(1, 4));
 }
 
-void CommunicatorTransmitTest::idsAreIndependentBetweenCommunicators()
+void TestCommunicatorTransmit::idsAreIndependentBetweenCommunicators()
 {
     ScriptedDevice device;
     Communicator first;
@@ -180,7 +180,7 @@ void CommunicatorTransmitTest::idsAreIndependentBetweenCommunicators()
     QCOMPARE(second.writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::idWrapsToZero()
+void TestCommunicatorTransmit::idWrapsToZero()
 {
     setNextTransmitId(*m_communicator, 4294967295u);
     QCOMPARE(m_communicator->writePayload(abc), 4294967295u);
@@ -188,7 +188,7 @@ void CommunicatorTransmitTest::idWrapsToZero()
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::wrappedIdOverwritesItsEntry()
+void TestCommunicatorTransmit::wrappedIdOverwritesItsEntry()
 {
     m_communicator->writePayload(abc);
     setNextTransmitId(*m_communicator, 1);
@@ -199,7 +199,7 @@ void CommunicatorTransmitTest::wrappedIdOverwritesItsEntry()
     QCOMPARE(m_emissions->take(), transfers({1}));
 }
 
-void CommunicatorTransmitTest::wrappedIdIsChargedBeforeHigherIds()
+void TestCommunicatorTransmit::wrappedIdIsChargedBeforeHigherIds()
 {
     setNextTransmitId(*m_communicator, 4294967295u);
     m_communicator->writePayload(abc);
@@ -210,7 +210,7 @@ void CommunicatorTransmitTest::wrappedIdIsChargedBeforeHigherIds()
     QCOMPARE(m_emissions->take(), transfers({}));
 }
 
-void CommunicatorTransmitTest::payloadIsWrittenUnchanged_data()
+void TestCommunicatorTransmit::payloadIsWrittenUnchanged_data()
 {
     QTest::addColumn<QString>("payload");
     QTest::addColumn<QByteArray>("bytes");
@@ -225,7 +225,7 @@ void CommunicatorTransmitTest::payloadIsWrittenUnchanged_data()
     QTest::newRow("longer than a read") << QString(1000, QLatin1Char('x')) << QByteArray(1000, 'x');
 }
 
-void CommunicatorTransmitTest::payloadIsWrittenUnchanged()
+void TestCommunicatorTransmit::payloadIsWrittenUnchanged()
 {
     QFETCH(QString, payload);
     QFETCH(QByteArray, bytes);
@@ -233,7 +233,7 @@ void CommunicatorTransmitTest::payloadIsWrittenUnchanged()
     QCOMPARE(m_device->written, QList<QByteArray>{bytes});
 }
 
-void CommunicatorTransmitTest::writeIsLoggedInBothCategories()
+void TestCommunicatorTransmit::writeIsLoggedInBothCategories()
 {
     m_communicator->writePayload(QStringLiteral("\t $PJWVER*0c\r\n"));
     QCOMPARE(takeLog(*m_log),
@@ -241,7 +241,7 @@ void CommunicatorTransmitTest::writeIsLoggedInBothCategories()
                           QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PJWVER*0c\"")}));
 }
 
-void CommunicatorTransmitTest::failedWriteIsLoggedAsAnyOther()
+void TestCommunicatorTransmit::failedWriteIsLoggedAsAnyOther()
 {
     m_device->queueWriteResult(-1);
     m_communicator->writePayload(abc);
@@ -250,7 +250,7 @@ void CommunicatorTransmitTest::failedWriteIsLoggedAsAnyOther()
                           QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"abc\"")}));
 }
 
-void CommunicatorTransmitTest::recordCarriesThePlaceInTheSource()
+void TestCommunicatorTransmit::recordCarriesThePlaceInTheSource()
 {
     m_communicator->writePayload(abc);
     QCOMPARE(m_log->sink->records.size(), 2);
@@ -261,7 +261,7 @@ void CommunicatorTransmitTest::recordCarriesThePlaceInTheSource()
     }
 }
 
-void CommunicatorTransmitTest::writeWithoutDeviceIsAFailedWrite()
+void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
 {
     ScriptedDevice device;
     Communicator communicator;
@@ -274,7 +274,7 @@ void CommunicatorTransmitTest::writeWithoutDeviceIsAFailedWrite()
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
-void CommunicatorTransmitTest::sessionWithoutParserReturnsZeroSilently()
+void TestCommunicatorTransmit::sessionWithoutParserReturnsZeroSilently()
 {
     const SessionInit session = versionQuery();
     QCOMPARE(m_communicator->writePayload(&session), 0u);
@@ -283,7 +283,7 @@ void CommunicatorTransmitTest::sessionWithoutParserReturnsZeroSilently()
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::sessionWithDetachedParserReturnsZero()
+void TestCommunicatorTransmit::sessionWithDetachedParserReturnsZero()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -294,7 +294,7 @@ void CommunicatorTransmitTest::sessionWithDetachedParserReturnsZero()
     QCOMPARE(m_device->written, QList<QByteArray>());
 }
 
-void CommunicatorTransmitTest::sessionIsBuiltAndWritten()
+void TestCommunicatorTransmit::sessionIsBuiltAndWritten()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -314,7 +314,7 @@ void CommunicatorTransmitTest::sessionIsBuiltAndWritten()
     QCOMPARE(m_emissions->take(), transfers({1, 2}));
 }
 
-void CommunicatorTransmitTest::parserGetsTheSessionAndAnEmptyText()
+void TestCommunicatorTransmit::parserGetsTheSessionAndAnEmptyText()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -331,7 +331,7 @@ void CommunicatorTransmitTest::parserGetsTheSessionAndAnEmptyText()
     QCOMPARE(m_device->written, QList<QByteArray>{"$X\r\n"});
 }
 
-void CommunicatorTransmitTest::buildFailureIsLoggedAndReturnsZero()
+void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -350,7 +350,7 @@ void CommunicatorTransmitTest::buildFailureIsLoggedAndReturnsZero()
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::buildFailureOfTheLibrarysParserIsLogged()
+void TestCommunicatorTransmit::buildFailureOfTheLibrarysParserIsLogged()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -369,7 +369,7 @@ void CommunicatorTransmitTest::buildFailureOfTheLibrarysParserIsLogged()
     QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"%1\"").arg(message)});
 }
 
-void CommunicatorTransmitTest::codecExceptionOutOfTheWriteIsLoggedAsBuildFailure()
+void TestCommunicatorTransmit::codecExceptionOutOfTheWriteIsLoggedAsBuildFailure()
 {
     Nmea::ParserInit parser;
     parser.init();
@@ -382,7 +382,7 @@ void CommunicatorTransmitTest::codecExceptionOutOfTheWriteIsLoggedAsBuildFailure
     QCOMPARE(m_communicator->writePayload(&session), 1u);
 }
 
-void CommunicatorTransmitTest::otherExceptionsOfTheParserPass()
+void TestCommunicatorTransmit::otherExceptionsOfTheParserPass()
 {
     ScriptedParser parser;
     m_communicator->setParser(&parser);
@@ -395,7 +395,7 @@ void CommunicatorTransmitTest::otherExceptionsOfTheParserPass()
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::notificationIsChargedInIdOrder_data()
+void TestCommunicatorTransmit::notificationIsChargedInIdOrder_data()
 {
     QTest::addColumn<QList<qint64>>("sizes");
     QTest::addColumn<qint64>("bytes");
@@ -424,7 +424,7 @@ void CommunicatorTransmitTest::notificationIsChargedInIdOrder_data()
     QTest::newRow("sizes beyond 32 bits, exactly") << Sizes{4294967297} << qint64(4294967297) << Ids{1};
 }
 
-void CommunicatorTransmitTest::notificationIsChargedInIdOrder()
+void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
 {
     QFETCH(QList<qint64>, sizes);
     QFETCH(qint64, bytes);
@@ -439,7 +439,7 @@ void CommunicatorTransmitTest::notificationIsChargedInIdOrder()
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
-void CommunicatorTransmitTest::laterNotificationIsChargedFromTheLowestIdAnew()
+void TestCommunicatorTransmit::laterNotificationIsChargedFromTheLowestIdAnew()
 {
     m_communicator->writePayload(abc);
     m_communicator->writePayload(defg);
@@ -454,7 +454,7 @@ void CommunicatorTransmitTest::laterNotificationIsChargedFromTheLowestIdAnew()
     QCOMPARE(m_emissions->take(), transfers({1, 2, 3}));
 }
 
-void CommunicatorTransmitTest::notificationWithoutEntriesIsIgnored()
+void TestCommunicatorTransmit::notificationWithoutEntriesIsIgnored()
 {
     m_device->reportWritten(7);
     QCOMPARE(m_emissions->take(), transfers({}));
@@ -462,7 +462,7 @@ void CommunicatorTransmitTest::notificationWithoutEntriesIsIgnored()
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
 
-void CommunicatorTransmitTest::payloadWrittenDuringTheWalkIsNotCharged()
+void TestCommunicatorTransmit::payloadWrittenDuringTheWalkIsNotCharged()
 {
     m_communicator->writePayload(abc);
     m_communicator->writePayload(defg);
@@ -480,14 +480,14 @@ void CommunicatorTransmitTest::payloadWrittenDuringTheWalkIsNotCharged()
     QCOMPARE(m_emissions->take(), transfers({1, 2, 3}));
 }
 
-void CommunicatorTransmitTest::failedWriteIsNotReportedBySignal()
+void TestCommunicatorTransmit::failedWriteIsNotReportedBySignal()
 {
     m_device->queueWriteResult(-1);
     QCOMPARE(m_communicator->writePayload(abc), 1u);
     QCOMPARE(m_emissions->take(), QStringList());
 }
 
-void CommunicatorTransmitTest::ledgerOutlivesRebinding()
+void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 {
     ScriptedDevice first;
     ScriptedDevice second;
@@ -501,7 +501,7 @@ void CommunicatorTransmitTest::ledgerOutlivesRebinding()
     QCOMPARE(signalRecord.take(), transfers({1}));
 }
 
-void CommunicatorTransmitTest::chargeCostsWhatTheNotificationCovers()
+void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
     // Heap memory asked for in one notification that covers three payloads, with a receiver that writes at each.
     struct Cost
@@ -533,7 +533,7 @@ void CommunicatorTransmitTest::chargeCostsWhatTheNotificationCovers()
     QVERIFY2(many.bytes <= few.bytes + 1024, qPrintable(QStringLiteral("%1 > %2").arg(many.bytes).arg(few.bytes)));
 }
 
-void CommunicatorTransmitTest::bindingTwiceLeavesOneConnectionOfEachKind()
+void TestCommunicatorTransmit::bindingTwiceLeavesOneConnectionOfEachKind()
 {
     m_communicator->setIODevice(m_device.get());
     QCOMPARE(m_device->connectionsOf(SIGNAL(readyRead())), 1);
@@ -547,7 +547,7 @@ void CommunicatorTransmitTest::bindingTwiceLeavesOneConnectionOfEachKind()
     QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("0 [] communicator.cpp IO Data Ready")});
 }
 
-void CommunicatorTransmitTest::bindingNoneLeavesNoConnection()
+void TestCommunicatorTransmit::bindingNoneLeavesNoConnection()
 {
     m_communicator->writePayload(abc);
     takeLog(*m_log);
@@ -560,7 +560,7 @@ void CommunicatorTransmitTest::bindingNoneLeavesNoConnection()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorTransmitTest::bindingAnotherDeviceLetsGoOfTheFirst()
+void TestCommunicatorTransmit::bindingAnotherDeviceLetsGoOfTheFirst()
 {
     ScriptedDevice first;
     ScriptedDevice second;
@@ -583,7 +583,7 @@ void CommunicatorTransmitTest::bindingAnotherDeviceLetsGoOfTheFirst()
     QCOMPARE(takePayloads(communicator), QStringList{QStringLiteral("$B\r\n")});
 }
 
-void CommunicatorTransmitTest::unboundDeviceIsNeitherClosedNorDeleted()
+void TestCommunicatorTransmit::unboundDeviceIsNeitherClosedNorDeleted()
 {
     const auto device = std::make_unique<ScriptedDevice>();
     const QPointer<ScriptedDevice> alive(device.get());
@@ -594,7 +594,7 @@ void CommunicatorTransmitTest::unboundDeviceIsNeitherClosedNorDeleted()
     QVERIFY(device->isOpen());
 }
 
-void CommunicatorTransmitTest::rebindingLeavesTheConnectionsOfOthers()
+void TestCommunicatorTransmit::rebindingLeavesTheConnectionsOfOthers()
 {
     ScriptedDevice device;
     Communicator communicator;
@@ -611,7 +611,7 @@ void CommunicatorTransmitTest::rebindingLeavesTheConnectionsOfOthers()
     QCOMPARE(ready.count(), 1);
 }
 
-void CommunicatorTransmitTest::destructionLeavesDeviceAndParserAlive()
+void TestCommunicatorTransmit::destructionLeavesDeviceAndParserAlive()
 {
     const auto device = std::make_unique<ScriptedDevice>();
     const QPointer<ScriptedDevice> alive(device.get());
@@ -630,7 +630,7 @@ void CommunicatorTransmitTest::destructionLeavesDeviceAndParserAlive()
     QCOMPARE(text, QStringLiteral("$PJWVER*0c\r\n"));
 }
 
-void CommunicatorTransmitTest::destructionLeavesNoConnection()
+void TestCommunicatorTransmit::destructionLeavesNoConnection()
 {
     ScriptedDevice device;
     {
@@ -647,7 +647,7 @@ void CommunicatorTransmitTest::destructionLeavesNoConnection()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void CommunicatorTransmitTest::deviceDeletedFirstIsNoLongerBound()
+void TestCommunicatorTransmit::deviceDeletedFirstIsNoLongerBound()
 {
     auto device = std::make_unique<ScriptedDevice>();
     ScriptedDevice next;
@@ -662,7 +662,7 @@ void CommunicatorTransmitTest::deviceDeletedFirstIsNoLongerBound()
     QCOMPARE(next.written, QList<QByteArray>{"defg"});
 }
 
-void CommunicatorTransmitTest::realBufferReportsTheTransfer()
+void TestCommunicatorTransmit::realBufferReportsTheTransfer()
 {
     QBuffer device;
     QVERIFY(device.open(QIODevice::ReadWrite));
@@ -678,7 +678,7 @@ void CommunicatorTransmitTest::realBufferReportsTheTransfer()
     QCOMPARE(device.data(), QByteArray("abcdefg"));
 }
 
-void CommunicatorTransmitTest::realSerialPortReportsTheTransfer()
+void TestCommunicatorTransmit::realSerialPortReportsTheTransfer()
 {
     const SerialLine line;
     QSerialPort port(line.portName());
@@ -692,5 +692,5 @@ void CommunicatorTransmitTest::realSerialPortReportsTheTransfer()
     QCOMPARE(line.receive(), QByteArray("$PJWVER*0c\r\n"));
 }
 
-QTEST_GUILESS_MAIN(CommunicatorTransmitTest)
+QTEST_GUILESS_MAIN(TestCommunicatorTransmit)
 #include "tst_communicator_transmit.moc"

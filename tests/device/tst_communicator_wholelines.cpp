@@ -46,7 +46,7 @@ struct Connection
 
 } // namespace
 
-class CommunicatorWholeLinesTest : public QObject
+class TestCommunicatorWholeLines : public QObject
 {
     Q_OBJECT
 
@@ -133,7 +133,7 @@ private:
     std::unique_ptr<Connection> m_second;
 };
 
-void CommunicatorWholeLinesTest::piecesOfManyBoardsReachTheirCommunicators_data()
+void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<int>("count");
@@ -143,7 +143,7 @@ void CommunicatorWholeLinesTest::piecesOfManyBoardsReachTheirCommunicators_data(
     }
 }
 
-void CommunicatorWholeLinesTest::piecesOfManyBoardsReachTheirCommunicators()
+void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
 {
     QFETCH(DeviceKind, kind);
     QFETCH(int, count);
@@ -184,7 +184,7 @@ void CommunicatorWholeLinesTest::piecesOfManyBoardsReachTheirCommunicators()
         QCOMPARE(sender.connection->payloads, sender.payloads);
 }
 
-void CommunicatorWholeLinesTest::unfinishedLineStaysInTheDevice_data()
+void TestCommunicatorWholeLines::unfinishedLineStaysInTheDevice_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<QByteArray>("lines");
@@ -199,7 +199,7 @@ void CommunicatorWholeLinesTest::unfinishedLineStaysInTheDevice_data()
     }
 }
 
-void CommunicatorWholeLinesTest::unfinishedLineStaysInTheDevice()
+void TestCommunicatorWholeLines::unfinishedLineStaysInTheDevice()
 {
     QFETCH(DeviceKind, kind);
     QFETCH(QByteArray, lines);
@@ -215,14 +215,14 @@ void CommunicatorWholeLinesTest::unfinishedLineStaysInTheDevice()
     QCOMPARE(connection.link->lines()->bytesReceived(), 0);
 }
 
-void CommunicatorWholeLinesTest::smallReadBufferStopsNothing_data()
+void TestCommunicatorWholeLines::smallReadBufferStopsNothing_data()
 {
     QTest::addColumn<int>("limit");
     for (const int limit : {30, 64, 512})
         QTest::addRow("%d bytes", limit) << limit;
 }
 
-void CommunicatorWholeLinesTest::smallReadBufferStopsNothing()
+void TestCommunicatorWholeLines::smallReadBufferStopsNothing()
 {
     QFETCH(int, limit);
     LineSerialPort link(*m_testbed);
@@ -243,7 +243,7 @@ void CommunicatorWholeLinesTest::smallReadBufferStopsNothing()
     QTRY_COMPARE(last, QString::fromLatin1(line));
 }
 
-void CommunicatorWholeLinesTest::plainPortIsEmptiedAsBefore()
+void TestCommunicatorWholeLines::plainPortIsEmptiedAsBefore()
 {
     ScriptedDevice plain;
     Communicator communicator;
@@ -255,7 +255,7 @@ void CommunicatorWholeLinesTest::plainPortIsEmptiedAsBefore()
     QCOMPARE(m_second->payloads, QStringList{QString::fromLatin1(cut) + marked});
 }
 
-void CommunicatorWholeLinesTest::linesBehindEachOtherComeInOrder()
+void TestCommunicatorWholeLines::linesBehindEachOtherComeInOrder()
 {
     QByteArray bytes;
     QStringList payloads;
@@ -269,7 +269,7 @@ void CommunicatorWholeLinesTest::linesBehindEachOtherComeInOrder()
     QCOMPARE(emissions.take(), arrivals(100));
 }
 
-void CommunicatorWholeLinesTest::switchedOffDeviceIsEmptied()
+void TestCommunicatorWholeLines::switchedOffDeviceIsEmptied()
 {
     m_first->link->lines()->setWholeLines(false);
     m_first->link->deliver(a.toLatin1() + cut);
@@ -279,7 +279,7 @@ void CommunicatorWholeLinesTest::switchedOffDeviceIsEmptied()
     QCOMPARE(m_first->payloads, (QStringList{a, QString::fromLatin1(cut) + QStringLiteral("\r\n")}));
 }
 
-void CommunicatorWholeLinesTest::lineWithoutEndIsCutOnceItIsOffered()
+void TestCommunicatorWholeLines::lineWithoutEndIsCutOnceItIsOffered()
 {
     m_first->link->deliver(QByteArray(511, 'x'));
     QCOMPARE(takeLog(*m_log).count(truncation), 0);
@@ -298,7 +298,7 @@ void CommunicatorWholeLinesTest::lineWithoutEndIsCutOnceItIsOffered()
     QCOMPARE(m_first->payloads, (QStringList{a, b}));
 }
 
-void CommunicatorWholeLinesTest::payloadOf500CharactersInPieces()
+void TestCommunicatorWholeLines::payloadOf500CharactersInPieces()
 {
     const QByteArray longest = "!" + QByteArray(497, 'x') + "\r\n";
     for (int at = 0; at < longest.size(); at += 7) {
@@ -309,14 +309,14 @@ void CommunicatorWholeLinesTest::payloadOf500CharactersInPieces()
     QCOMPARE(takeLog(*m_log).count(truncation), 0);
 }
 
-void CommunicatorWholeLinesTest::longLinesEndAsOnAPlainDevice_data()
+void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice_data()
 {
     QTest::addColumn<int>("size");
     for (const int size : {99, 100, 101, 200, 499, 500, 501, 510, 511, 512, 513, 600, 950, 951, 1500})
         QTest::addRow("%d", size) << size;
 }
 
-void CommunicatorWholeLinesTest::longLinesEndAsOnAPlainDevice()
+void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice()
 {
     QFETCH(int, size);
     // Start characters only, so that a payload tells how much of it is left.
@@ -335,14 +335,14 @@ void CommunicatorWholeLinesTest::longLinesEndAsOnAPlainDevice()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::nulByteEndsItsChunkOnly()
+void TestCommunicatorWholeLines::nulByteEndsItsChunkOnly()
 {
     m_first->link->deliver(QByteArray("$X\0Y\r\n", 6));
     m_first->link->deliver(a.toLatin1());
     QCOMPARE(m_first->payloads, QStringList{a});
 }
 
-void CommunicatorWholeLinesTest::closedDeviceSpoilsNobody()
+void TestCommunicatorWholeLines::closedDeviceSpoilsNobody()
 {
     m_first->link->deliver(cut);
     m_first->link->device()->close();
@@ -353,7 +353,7 @@ void CommunicatorWholeLinesTest::closedDeviceSpoilsNobody()
     QCOMPARE(m_first->payloads, QStringList{marked});
 }
 
-void CommunicatorWholeLinesTest::deletedDeviceSpoilsNobody()
+void TestCommunicatorWholeLines::deletedDeviceSpoilsNobody()
 {
     m_first->link->deliver(cut);
     m_first->link.reset();
@@ -362,7 +362,7 @@ void CommunicatorWholeLinesTest::deletedDeviceSpoilsNobody()
     QCOMPARE(m_second->payloads, QStringList{marked});
 }
 
-void CommunicatorWholeLinesTest::pulledPortSpoilsNobody()
+void TestCommunicatorWholeLines::pulledPortSpoilsNobody()
 {
     auto *const port = static_cast<QSerialPort *>(m_first->link->device());
     QObject::connect(port, &QSerialPort::errorOccurred, &m_first->context, [port] {
@@ -377,7 +377,7 @@ void CommunicatorWholeLinesTest::pulledPortSpoilsNobody()
     QCOMPARE(m_second->payloads, QStringList{marked});
 }
 
-void CommunicatorWholeLinesTest::reboundCommunicatorLeavesWhatWasHeldBack()
+void TestCommunicatorWholeLines::reboundCommunicatorLeavesWhatWasHeldBack()
 {
     m_first->link->deliver(cut);
     ScriptedDevice plain;
@@ -389,7 +389,7 @@ void CommunicatorWholeLinesTest::reboundCommunicatorLeavesWhatWasHeldBack()
     QCOMPARE(m_first->payloads, (QStringList{marked, QString::fromLatin1(cut) + QStringLiteral("\r\n")}));
 }
 
-void CommunicatorWholeLinesTest::receiverRunsAnEventLoop()
+void TestCommunicatorWholeLines::receiverRunsAnEventLoop()
 {
     onFirst([this] {
         runNested([this] {
@@ -408,7 +408,7 @@ void CommunicatorWholeLinesTest::receiverRunsAnEventLoop()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverDeletesTheCommunicator()
+void TestCommunicatorWholeLines::receiverDeletesTheCommunicator()
 {
     onFirst([this] { m_first->communicator.reset(); });
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
@@ -422,7 +422,7 @@ void CommunicatorWholeLinesTest::receiverDeletesTheCommunicator()
     QCOMPARE(takePayloads(next), (QStringList{b, QString::fromLatin1(cut) + QStringLiteral("\r\n")}));
 }
 
-void CommunicatorWholeLinesTest::receiverBindsADeviceOfWholeLines()
+void TestCommunicatorWholeLines::receiverBindsADeviceOfWholeLines()
 {
     const auto third = addConnection();
     third->communicator.reset();
@@ -435,7 +435,7 @@ void CommunicatorWholeLinesTest::receiverBindsADeviceOfWholeLines()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverBindsAPlainDevice()
+void TestCommunicatorWholeLines::receiverBindsAPlainDevice()
 {
     ScriptedDevice plain;
     plain.queueRead(marked.toLatin1() + "!N");
@@ -447,7 +447,7 @@ void CommunicatorWholeLinesTest::receiverBindsAPlainDevice()
     QCOMPARE(m_first->link->lines()->bytesReceived(), b.size() + cut.size());
 }
 
-void CommunicatorWholeLinesTest::receiverBindsFromAPlainDevice()
+void TestCommunicatorWholeLines::receiverBindsFromAPlainDevice()
 {
     m_second->communicator.reset();
     m_second->link->deliver(marked.toLatin1() + cut);
@@ -459,7 +459,7 @@ void CommunicatorWholeLinesTest::receiverBindsFromAPlainDevice()
     QCOMPARE(m_second->link->lines()->bytesReceived(), cut.size());
 }
 
-void CommunicatorWholeLinesTest::receiverClosesTheDevice()
+void TestCommunicatorWholeLines::receiverClosesTheDevice()
 {
     onFirst([this] { m_first->link->device()->close(); });
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
@@ -469,7 +469,7 @@ void CommunicatorWholeLinesTest::receiverClosesTheDevice()
     QCOMPARE(m_second->payloads, QStringList{marked});
 }
 
-void CommunicatorWholeLinesTest::receiverDeletesTheDeviceLater()
+void TestCommunicatorWholeLines::receiverDeletesTheDeviceLater()
 {
     // In the heap, so that the device may go by itself.
     auto *const port = new JwDevice::WholeLines<QSerialPort>;
@@ -487,7 +487,7 @@ void CommunicatorWholeLinesTest::receiverDeletesTheDeviceLater()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverRunsAnEventLoopThatClosesTheDevice()
+void TestCommunicatorWholeLines::receiverRunsAnEventLoopThatClosesTheDevice()
 {
     onFirst([this] { runNested([this] { m_first->link->device()->close(); }); });
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
@@ -496,7 +496,7 @@ void CommunicatorWholeLinesTest::receiverRunsAnEventLoopThatClosesTheDevice()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverReadsTheDevice()
+void TestCommunicatorWholeLines::receiverReadsTheDevice()
 {
     QByteArray read;
     onFirst([&] { read = m_first->link->device()->readLine(); });
@@ -506,7 +506,7 @@ void CommunicatorWholeLinesTest::receiverReadsTheDevice()
     QCOMPARE(m_first->link->lines()->bytesReceived(), cut.size());
 }
 
-void CommunicatorWholeLinesTest::receiverReadsIntoTheUnfinishedLine()
+void TestCommunicatorWholeLines::receiverReadsIntoTheUnfinishedLine()
 {
     onFirst([this] { m_first->link->device()->read(8 + 3); });
     m_first->link->deliver(a.toLatin1() + "$taken\r\n" + cut);
@@ -515,7 +515,7 @@ void CommunicatorWholeLinesTest::receiverReadsIntoTheUnfinishedLine()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverReadsTheDeviceAndAsMuchArrives()
+void TestCommunicatorWholeLines::receiverReadsTheDeviceAndAsMuchArrives()
 {
     onFirst([this] {
         m_first->link->device()->readAll();
@@ -527,7 +527,7 @@ void CommunicatorWholeLinesTest::receiverReadsTheDeviceAndAsMuchArrives()
     QVERIFY(bufferIsEmpty());
 }
 
-void CommunicatorWholeLinesTest::receiverSwitchesWholeLinesOff()
+void TestCommunicatorWholeLines::receiverSwitchesWholeLinesOff()
 {
     onFirst([this] { m_first->link->lines()->setWholeLines(false); });
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
@@ -537,7 +537,7 @@ void CommunicatorWholeLinesTest::receiverSwitchesWholeLinesOff()
     QCOMPARE(m_first->payloads.last(), QString::fromLatin1(cut) + QStringLiteral("\r\n"));
 }
 
-void CommunicatorWholeLinesTest::receiverReadsTheRestOfALongLine()
+void TestCommunicatorWholeLines::receiverReadsTheRestOfALongLine()
 {
     // A payload of a plain device waits in the shared buffer, and goes out behind the first read of the long line.
     ScriptedDevice plain;
@@ -556,5 +556,5 @@ void CommunicatorWholeLinesTest::receiverReadsTheRestOfALongLine()
     QCOMPARE(m_first->link->lines()->bytesReceived(), cut.size());
 }
 
-SIMULATED_PORTS_MAIN(CommunicatorWholeLinesTest)
+SIMULATED_PORTS_MAIN(TestCommunicatorWholeLines)
 #include "tst_communicator_wholelines.moc"

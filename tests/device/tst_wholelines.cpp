@@ -52,7 +52,7 @@ void addKinds()
 
 } // namespace
 
-class WholeLinesTest : public QObject
+class TestWholeLines : public QObject
 {
     Q_OBJECT
 
@@ -108,7 +108,7 @@ private:
     std::unique_ptr<JwSimulator::Testbed> m_testbed;
 };
 
-void WholeLinesTest::countsThroughTheLastLineEnd_data()
+void TestWholeLines::countsThroughTheLastLineEnd_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<QByteArray>("bytes");
@@ -143,7 +143,7 @@ void WholeLinesTest::countsThroughTheLastLineEnd_data()
     }
 }
 
-void WholeLinesTest::countsThroughTheLastLineEnd()
+void TestWholeLines::countsThroughTheLastLineEnd()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(int, available);
@@ -170,7 +170,7 @@ void WholeLinesTest::countsThroughTheLastLineEnd()
     QCOMPARE(link->device()->readAll(), bytes);
 }
 
-void WholeLinesTest::backlogCountsWhole_data()
+void TestWholeLines::backlogCountsWhole_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<int>("count");
@@ -180,7 +180,7 @@ void WholeLinesTest::backlogCountsWhole_data()
     }
 }
 
-void WholeLinesTest::backlogCountsWhole()
+void TestWholeLines::backlogCountsWhole()
 {
     QFETCH(int, count);
     const auto link = make();
@@ -202,7 +202,7 @@ void WholeLinesTest::backlogCountsWhole()
     QCOMPARE(link->device()->readAll(), cut + "\r\n");
 }
 
-void WholeLinesTest::lineOf512BytesIsNoLongerHeldBack_data()
+void TestWholeLines::lineOf512BytesIsNoLongerHeldBack_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<QByteArray>("before");
@@ -215,7 +215,7 @@ void WholeLinesTest::lineOf512BytesIsNoLongerHeldBack_data()
     }
 }
 
-void WholeLinesTest::lineOf512BytesIsNoLongerHeldBack()
+void TestWholeLines::lineOf512BytesIsNoLongerHeldBack()
 {
     QFETCH(QByteArray, before);
     const auto link = make();
@@ -232,7 +232,7 @@ void WholeLinesTest::lineOf512BytesIsNoLongerHeldBack()
     QCOMPARE(link->device()->readAll(), before + QByteArray(510, 'x') + "\nyz\r\n");
 }
 
-void WholeLinesTest::restOfALongLineIsHeldBackAgain()
+void TestWholeLines::restOfALongLineIsHeldBackAgain()
 {
     const auto link = make();
     link->deliver(QByteArray(600, 'x'));
@@ -246,7 +246,7 @@ void WholeLinesTest::restOfALongLineIsHeldBackAgain()
     QCOMPARE(link->device()->readAll(), QByteArray(512, 'x'));
 }
 
-void WholeLinesTest::everyByteCanBeRead_data()
+void TestWholeLines::everyByteCanBeRead_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<Read>("read");
@@ -323,7 +323,7 @@ void WholeLinesTest::everyByteCanBeRead_data()
     }
 }
 
-void WholeLinesTest::everyByteCanBeRead()
+void TestWholeLines::everyByteCanBeRead()
 {
     QFETCH(Read, read);
     const auto link = make();
@@ -340,7 +340,7 @@ void WholeLinesTest::everyByteCanBeRead()
     }
 }
 
-void WholeLinesTest::heldBackBytesAreNotTheEnd()
+void TestWholeLines::heldBackBytesAreNotTheEnd()
 {
     const auto link = make();
     QVERIFY(link->device()->atEnd());
@@ -352,7 +352,7 @@ void WholeLinesTest::heldBackBytesAreNotTheEnd()
     QVERIFY(link->device()->atEnd());
 }
 
-void WholeLinesTest::canReadLineTellsOfAnyLineFeed()
+void TestWholeLines::canReadLineTellsOfAnyLineFeed()
 {
     const auto link = make();
     QVERIFY(!link->device()->canReadLine());
@@ -366,7 +366,7 @@ void WholeLinesTest::canReadLineTellsOfAnyLineFeed()
     QVERIFY(!link->device()->canReadLine());
 }
 
-void WholeLinesTest::waitForReadyReadReturnsForAPiece()
+void TestWholeLines::waitForReadyReadReturnsForAPiece()
 {
     const auto link = make();
     link->send(cut);
@@ -380,7 +380,7 @@ void WholeLinesTest::waitForReadyReadReturnsForAPiece()
     QCOMPARE(link->device()->readAll(), versionReply);
 }
 
-void WholeLinesTest::rolledBackTransactionGivesBytesBack()
+void TestWholeLines::rolledBackTransactionGivesBytesBack()
 {
     const auto link = make();
     link->deliver(versionReply + versionReply + cut);
@@ -396,7 +396,7 @@ void WholeLinesTest::rolledBackTransactionGivesBytesBack()
     QCOMPARE(link->device()->readAll(), versionReply + versionReply + cut + "\r\n$");
 }
 
-void WholeLinesTest::readsBetweenArrivals()
+void TestWholeLines::readsBetweenArrivals()
 {
     const auto link = make();
     QIODevice *const device = link->device();
@@ -417,7 +417,7 @@ void WholeLinesTest::readsBetweenArrivals()
     QCOMPARE(device->readAll(), QByteArray("\n$C\r\n"));
 }
 
-void WholeLinesTest::askingTakesNothing()
+void TestWholeLines::askingTakesNothing()
 {
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, QByteArray(700, 'x'), versionReply.repeated(50) + cut}) {
@@ -429,7 +429,7 @@ void WholeLinesTest::askingTakesNothing()
     }
 }
 
-void WholeLinesTest::switchedOffAndOn()
+void TestWholeLines::switchedOffAndOn()
 {
     const auto link = make();
     QVERIFY(link->lines()->wholeLines());
@@ -457,7 +457,7 @@ void WholeLinesTest::switchedOffAndOn()
     QCOMPARE(link->device()->bytesAvailable(), 2);
 }
 
-void WholeLinesTest::randomPiecesAndReadsAgreeWithAByteArray()
+void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
 {
     const auto link = make();
     QIODevice *const device = link->device();
@@ -492,7 +492,7 @@ void WholeLinesTest::randomPiecesAndReadsAgreeWithAByteArray()
     QCOMPARE(device->readAll(), expected);
 }
 
-void WholeLinesTest::readBufferOf512BytesDoesNotBlock()
+void TestWholeLines::readBufferOf512BytesDoesNotBlock()
 {
     LineSerialPort link(*m_testbed);
     static_cast<QSerialPort *>(link.device())->setReadBufferSize(512);
@@ -504,7 +504,7 @@ void WholeLinesTest::readBufferOf512BytesDoesNotBlock()
     QCOMPARE(link.device()->readAll(), QByteArray(188, 'x') + versionReply);
 }
 
-void WholeLinesTest::closedDeviceLosesWhatWasHeldBack()
+void TestWholeLines::closedDeviceLosesWhatWasHeldBack()
 {
     const auto link = make();
     link->deliver(versionReply + cut);
@@ -519,7 +519,7 @@ void WholeLinesTest::closedDeviceLosesWhatWasHeldBack()
     QCOMPARE(link->device()->readAll(), QByteArray("$B\r\n"));
 }
 
-void WholeLinesTest::destroyedWithBytesHeldBack()
+void TestWholeLines::destroyedWithBytesHeldBack()
 {
     auto link = make();
     link->deliver(versionReply + cut);
@@ -528,7 +528,7 @@ void WholeLinesTest::destroyedWithBytesHeldBack()
     QCOMPARE(destroyed.count(), 1);
 }
 
-void WholeLinesTest::deviceThatWasNeverOpenHasNothing()
+void TestWholeLines::deviceThatWasNeverOpenHasNothing()
 {
     const WholeLines<QSerialPort> port;
     const WholeLines<QTcpSocket> tcpSocket;
@@ -540,7 +540,7 @@ void WholeLinesTest::deviceThatWasNeverOpenHasNothing()
     }
 }
 
-void WholeLinesTest::metaObjectIsThatOfTheDevice()
+void TestWholeLines::metaObjectIsThatOfTheDevice()
 {
     WholeLines<QSerialPort> port;
     QCOMPARE(port.metaObject(), &QSerialPort::staticMetaObject);
@@ -559,7 +559,7 @@ void WholeLinesTest::metaObjectIsThatOfTheDevice()
     QCOMPARE(localSocket.metaObject(), &QLocalSocket::staticMetaObject);
 }
 
-void WholeLinesTest::signalsOfTheDeviceAreEmitted()
+void TestWholeLines::signalsOfTheDeviceAreEmitted()
 {
     const auto link = make();
     QSignalSpy ready(link->device(), &QIODevice::readyRead);
@@ -570,7 +570,7 @@ void WholeLinesTest::signalsOfTheDeviceAreEmitted()
     QVERIFY(closing.count() >= 1);
 }
 
-void WholeLinesTest::everyConstructorOfTheDevice()
+void TestWholeLines::everyConstructorOfTheDevice()
 {
     QObject parent;
     LineSerialPort link(*m_testbed);
@@ -594,7 +594,7 @@ void WholeLinesTest::everyConstructorOfTheDevice()
     QVERIFY(ofInfo.wholeLines());
 }
 
-void WholeLinesTest::writesPassThrough()
+void TestWholeLines::writesPassThrough()
 {
     LineSerialPort link(*m_testbed);
     QByteArray received;
@@ -604,5 +604,5 @@ void WholeLinesTest::writesPassThrough()
     QTRY_COMPARE(received, QByteArray("unfinished"));
 }
 
-SIMULATED_PORTS_MAIN(WholeLinesTest)
+SIMULATED_PORTS_MAIN(TestWholeLines)
 #include "tst_wholelines.moc"

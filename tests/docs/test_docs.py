@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The documentation builds without a warning, its links lead somewhere, and what its pages quote is true."""
+"""The documentation builds without a warning, its links lead somewhere, and its code and outputs are true."""
 
 import html.parser
 import pathlib
@@ -59,7 +59,7 @@ class Pages(unittest.TestCase):
         self.assertEqual([page.name for page in DOCS.glob("[a-z]*.md") if f"]({page.name})" not in index], [])
 
     def test_every_code_block_says_where_it_is_from(self):
-        # The pages for those who work on the library have no such code; a test of its own follows the last one.
+        # These pages have no such code, except the last: test_gettingstarted.py follows it.
         others = {"architecture.md", "reliability.md", "testing.md", "performance.md", "getting-started.md"}
         for page in DOCS.glob("*.md"):
             if page.name not in others:
@@ -70,7 +70,7 @@ class Pages(unittest.TestCase):
     def test_code_and_outputs_are_as_they_really_are(self):
         path = f"{BUILD}/simulator/jwsim:{BUILD}/tools/jwprobe"
         faults = "".join(text for page in blocks.pages() for text in blocks.visit(page, path, renew=False))
-        self.assertEqual(faults, "", f'\n{faults}"scripts/docs --renew" writes these blocks anew')
+        self.assertEqual(faults, "", f'\n{faults}"scripts/docs --renew" renews these blocks')
 
     def test_every_sentence_has_its_checksum(self):
         wrong, count = [], 0
@@ -94,7 +94,7 @@ class Reference(unittest.TestCase):
     def setUpClass(cls):
         folder = BUILD / "tests/docs/build"
         run("cmake", "--preset", "docs", "-B", folder, cwd=SOURCE)
-        # Anew each time: warnings come only when something is made.
+        # Clean first: Doxygen warns only when it writes something.
         run("cmake", "--build", folder, "--target", "docs", "--clean-first")
         cls.tags = folder / "docs/jwdevice.tag"
         cls.html = folder / "docs/html"

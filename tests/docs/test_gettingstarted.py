@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Follows docs/getting-started.md to the letter in a bare Debian root, and compares what happens with its transcript.
+"""Follows docs/getting-started.md exactly in a bare Debian root, and compares the output with its transcript.
 
-With --renew it writes the transcript anew. It takes the packages that tests/package makes.
+With --renew it writes the transcript again. It uses the packages that tests/package makes.
 """
 
 import pathlib
@@ -25,7 +25,7 @@ MARK = "@@ "
 
 
 def script():
-    """What the page tells its reader to do, in its order; each command is announced by a line with the mark."""
+    """The steps of the page, in order. A line with the mark stands before each command."""
     lines = []
     for step in STEP.finditer(PAGE.read_text()):
         if step["file"]:
@@ -37,7 +37,7 @@ def script():
 
 
 def transcript(output):
-    """The commands and what they print, without most of what apt says."""
+    """The commands and their output; of apt only the last lines."""
     result = ""
     for part in output.split(MARK)[1:]:
         command, said = part.split("\n", 1)
@@ -59,7 +59,7 @@ class GettingStarted(unittest.TestCase):
         now = follow()
         self.assertIn('BoardA is on "ttyACM0"', now)
         self.assertEqual(comparable(TRANSCRIPT.search(PAGE.read_text())[2]), comparable(now),
-                         'the transcript is out of date; this test with --renew writes it anew')
+                         'the transcript is out of date; this test with --renew renews it')
 
     def test_program_has_about_twenty_lines(self):
         program = next(step["text"] for step in STEP.finditer(PAGE.read_text()) if step["file"] == "main.cpp")

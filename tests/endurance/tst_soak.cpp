@@ -277,82 +277,86 @@ class TestSoak : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void payloadsBothWaysGrowTheLedgerAndNothingElse()
-    {
-        const quint32 payloads = environmentNumber("JWDEVICE_SOAK_PAYLOADS", 100000);
-        Link link;
-        QVERIFY(link.isOpen());
-        QVERIFY(link.receive(warmUpPayloads) && link.transmit(warmUpPayloads));
-
-        const ProcessUsage start = ProcessUsage::now();
-        QVERIFY(link.receive(payloads / 2));
-        const ProcessUsage halfReceived = usageLike(start);
-        QVERIFY(link.receive(payloads - payloads / 2));
-        const ProcessUsage allReceived = usageLike(start);
-        QVERIFY(link.transmit(warmUpPayloads)); // the board's journal goes over to the other direction
-        const ProcessUsage writingStart = usageLike(start);
-        QVERIFY(link.transmit(payloads / 2));
-        const ProcessUsage halfWritten = usageLike(start);
-        QVERIFY(link.transmit(payloads - payloads / 2));
-        const ProcessUsage allWritten = usageLike(start);
-
-        const double ledgerBytes = double(allWritten.heapBytes - writingStart.heapBytes) / payloads;
-        qInfo("%s", qPrintable(ProcessUsage::tableHead()));
-        qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
-        qInfo("%s", qPrintable(halfReceived.tableRow(QStringLiteral("received %1").arg(payloads / 2))));
-        qInfo("%s", qPrintable(allReceived.tableRow(QStringLiteral("received %1").arg(payloads))));
-        qInfo("%s", qPrintable(writingStart.tableRow(QStringLiteral("start of writing"))));
-        qInfo("%s", qPrintable(halfWritten.tableRow(QStringLiteral("written %1").arg(payloads / 2))));
-        qInfo("%s", qPrintable(allWritten.tableRow(QStringLiteral("written %1").arg(payloads))));
-        qInfo("transmit ledger: %.1f bytes per written payload", ledgerBytes);
-
-        QCOMPARE(link.received, warmUpPayloads + payloads);
-        QCOMPARE(link.wrong, 0u);
-        QCOMPARE(link.arrived, 2 * warmUpPayloads + payloads);
-        QCOMPARE(link.lastId, 2 * warmUpPayloads + payloads);
-        QCOMPARE(link.transferred, link.covered);
-        QVERIFY(link.covered >= link.lastId / batchSize);
-        for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
-            QVERIFY(holdsNoMoreObjects(usage, start));
-        QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-        QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps its entry, a node of a QMap
-    }
-
-    void probesLeaveTheirParserAndNothingElse()
-    {
-        const quint32 probes = environmentNumber("JWDEVICE_SOAK_PROBES", 400);
-        const qint64 bytesOfParser = parserBytes();
-        Harbour harbour;
-        QVERIFY(harbour.probeMany(2 * portCount)); // what is made once is made here
-
-        const qint64 journalAtStart = harbour.journalBytes();
-        const ProcessUsage start = ProcessUsage::now();
-        QVERIFY(harbour.probeMany(probes / 2));
-        const ProcessUsage middle = usageLike(start);
-        QVERIFY(harbour.probeMany(probes - probes / 2));
-        const ProcessUsage end = usageLike(start);
-
-        const qint64 journalGrowth = harbour.journalBytes() - journalAtStart;
-
-        const double bytesPerProbe = double(end.heapBytes - start.heapBytes - journalGrowth) / probes;
-        qInfo("%s", qPrintable(ProcessUsage::tableHead()));
-        qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
-        qInfo("%s", qPrintable(middle.tableRow(QStringLiteral("%1 probes").arg(probes / 2))));
-        qInfo("%s", qPrintable(end.tableRow(QStringLiteral("%1 probes").arg(probes))));
-        qInfo("heap: %.1f bytes per probe (a parser alone: %lld), and %.1f in the journals of the simulated boards",
-              bytesPerProbe, static_cast<long long>(bytesOfParser), double(journalGrowth) / probes);
-
-        QVERIFY(holdsNoMoreObjects(middle, start));
-        QVERIFY(holdsNoMoreObjects(end, start));
-        QVERIFY(bytesPerProbe < 1.2 * double(bytesOfParser) + double(heapChance) / probes);
-    }
-
-    void initTestCase()
-    {
-        ProcessUsage::watchObjects();
-        loggerInstance()->setLevel(Logger::Fatal);
-    }
+    void payloadsBothWaysGrowTheLedgerAndNothingElse();
+    void probesLeaveTheirParserAndNothingElse();
+    void initTestCase();
 };
+
+void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
+{
+    const quint32 payloads = environmentNumber("JWDEVICE_SOAK_PAYLOADS", 100000);
+    Link link;
+    QVERIFY(link.isOpen());
+    QVERIFY(link.receive(warmUpPayloads) && link.transmit(warmUpPayloads));
+
+    const ProcessUsage start = ProcessUsage::now();
+    QVERIFY(link.receive(payloads / 2));
+    const ProcessUsage halfReceived = usageLike(start);
+    QVERIFY(link.receive(payloads - payloads / 2));
+    const ProcessUsage allReceived = usageLike(start);
+    QVERIFY(link.transmit(warmUpPayloads)); // the board's journal goes over to the other direction
+    const ProcessUsage writingStart = usageLike(start);
+    QVERIFY(link.transmit(payloads / 2));
+    const ProcessUsage halfWritten = usageLike(start);
+    QVERIFY(link.transmit(payloads - payloads / 2));
+    const ProcessUsage allWritten = usageLike(start);
+
+    const double ledgerBytes = double(allWritten.heapBytes - writingStart.heapBytes) / payloads;
+    qInfo("%s", qPrintable(ProcessUsage::tableHead()));
+    qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
+    qInfo("%s", qPrintable(halfReceived.tableRow(QStringLiteral("received %1").arg(payloads / 2))));
+    qInfo("%s", qPrintable(allReceived.tableRow(QStringLiteral("received %1").arg(payloads))));
+    qInfo("%s", qPrintable(writingStart.tableRow(QStringLiteral("start of writing"))));
+    qInfo("%s", qPrintable(halfWritten.tableRow(QStringLiteral("written %1").arg(payloads / 2))));
+    qInfo("%s", qPrintable(allWritten.tableRow(QStringLiteral("written %1").arg(payloads))));
+    qInfo("transmit ledger: %.1f bytes per written payload", ledgerBytes);
+
+    QCOMPARE(link.received, warmUpPayloads + payloads);
+    QCOMPARE(link.wrong, 0u);
+    QCOMPARE(link.arrived, 2 * warmUpPayloads + payloads);
+    QCOMPARE(link.lastId, 2 * warmUpPayloads + payloads);
+    QCOMPARE(link.transferred, link.covered);
+    QVERIFY(link.covered >= link.lastId / batchSize);
+    for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
+        QVERIFY(holdsNoMoreObjects(usage, start));
+    QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps its entry, a node of a QMap
+}
+
+void TestSoak::probesLeaveTheirParserAndNothingElse()
+{
+    const quint32 probes = environmentNumber("JWDEVICE_SOAK_PROBES", 400);
+    const qint64 bytesOfParser = parserBytes();
+    Harbour harbour;
+    QVERIFY(harbour.probeMany(2 * portCount)); // what is made once is made here
+
+    const qint64 journalAtStart = harbour.journalBytes();
+    const ProcessUsage start = ProcessUsage::now();
+    QVERIFY(harbour.probeMany(probes / 2));
+    const ProcessUsage middle = usageLike(start);
+    QVERIFY(harbour.probeMany(probes - probes / 2));
+    const ProcessUsage end = usageLike(start);
+
+    const qint64 journalGrowth = harbour.journalBytes() - journalAtStart;
+
+    const double bytesPerProbe = double(end.heapBytes - start.heapBytes - journalGrowth) / probes;
+    qInfo("%s", qPrintable(ProcessUsage::tableHead()));
+    qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
+    qInfo("%s", qPrintable(middle.tableRow(QStringLiteral("%1 probes").arg(probes / 2))));
+    qInfo("%s", qPrintable(end.tableRow(QStringLiteral("%1 probes").arg(probes))));
+    qInfo("heap: %.1f bytes per probe (a parser alone: %lld), and %.1f in the journals of the simulated boards",
+          bytesPerProbe, static_cast<long long>(bytesOfParser), double(journalGrowth) / probes);
+
+    QVERIFY(holdsNoMoreObjects(middle, start));
+    QVERIFY(holdsNoMoreObjects(end, start));
+    QVERIFY(bytesPerProbe < 1.2 * double(bytesOfParser) + double(heapChance) / probes);
+}
+
+void TestSoak::initTestCase()
+{
+    ProcessUsage::watchObjects();
+    loggerInstance()->setLevel(Logger::Fatal);
+}
 
 SIMULATED_PORTS_MAIN(TestSoak)
 #include "tst_soak.moc"

@@ -127,44 +127,44 @@ class TestStreaming : public QObject
 
 private Q_SLOTS:
     void initTestCase() { loggerInstance()->setLevel(Logger::Fatal); }
-
-    void everyPayloadComesWholeToItsCommunicator()
-    {
-        const quint32 payloads = environmentNumber("JWDEVICE_STREAMING_PAYLOADS", 20000) / boardCount;
-        QRandomGenerator random(environmentNumber("JWDEVICE_STREAMING_SEED", 1));
-        JwSimulator::Testbed testbed;
-        std::vector<std::unique_ptr<Stream>> streams;
-        for (int number = 0; number < boardCount; ++number)
-            streams.push_back(std::make_unique<Stream>(number, testbed));
-        for (const auto &stream : streams)
-            stream->probe();
-        const auto all = [&streams](auto condition) {
-            return std::all_of(streams.cbegin(), streams.cend(),
-                               [&condition](const auto &stream) { return condition(*stream); });
-        };
-        QVERIFY(runUntil([&] { return all([](const Stream &stream) { return stream.isFound(); }); }));
-
-        while (!all([&](const Stream &stream) { return stream.isSent(payloads); })) {
-            for (const auto &stream : streams) {
-                if (random.bounded(4) != 0)
-                    stream->sendPiece(payloads, random);
-            }
-            QCoreApplication::processEvents();
-            if (!all([](const Stream &stream) { return stream.wrong == 0; }))
-                break;
-        }
-        static_cast<void>(
-            runUntil([&] { return all([&](const Stream &stream) { return stream.received >= payloads; }); }));
-        settle();
-
-        for (const auto &stream : streams) {
-            QCOMPARE(stream->wrong, 0u);
-            QCOMPARE(stream->received, payloads);
-        }
-        qInfo("%u payloads from %d boards: none lost, none spoilt, none at another Communicator", payloads * boardCount,
-              boardCount);
-    }
+    void everyPayloadComesWholeToItsCommunicator();
 };
+
+void TestStreaming::everyPayloadComesWholeToItsCommunicator()
+{
+    const quint32 payloads = environmentNumber("JWDEVICE_STREAMING_PAYLOADS", 20000) / boardCount;
+    QRandomGenerator random(environmentNumber("JWDEVICE_STREAMING_SEED", 1));
+    JwSimulator::Testbed testbed;
+    std::vector<std::unique_ptr<Stream>> streams;
+    for (int number = 0; number < boardCount; ++number)
+        streams.push_back(std::make_unique<Stream>(number, testbed));
+    for (const auto &stream : streams)
+        stream->probe();
+    const auto all = [&streams](auto condition) {
+        return std::all_of(streams.cbegin(), streams.cend(),
+                           [&condition](const auto &stream) { return condition(*stream); });
+    };
+    QVERIFY(runUntil([&] { return all([](const Stream &stream) { return stream.isFound(); }); }));
+
+    while (!all([&](const Stream &stream) { return stream.isSent(payloads); })) {
+        for (const auto &stream : streams) {
+            if (random.bounded(4) != 0)
+                stream->sendPiece(payloads, random);
+        }
+        QCoreApplication::processEvents();
+        if (!all([](const Stream &stream) { return stream.wrong == 0; }))
+            break;
+    }
+    static_cast<void>(runUntil([&] { return all([&](const Stream &stream) { return stream.received >= payloads; }); }));
+    settle();
+
+    for (const auto &stream : streams) {
+        QCOMPARE(stream->wrong, 0u);
+        QCOMPARE(stream->received, payloads);
+    }
+    qInfo("%u payloads from %d boards: none lost, none spoilt, none at another Communicator", payloads * boardCount,
+          boardCount);
+}
 
 SIMULATED_PORTS_MAIN(TestStreaming)
 #include "tst_streaming.moc"

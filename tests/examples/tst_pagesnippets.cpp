@@ -14,7 +14,7 @@
 
 using namespace JwDevice;
 
-class PageSnippetsTest : public QObject
+class TestPageSnippets : public QObject
 {
     Q_OBJECT
 
@@ -25,7 +25,7 @@ private Q_SLOTS:
     void recordsOfTheApplicationReachTheLog();
 };
 
-void PageSnippetsTest::silentBoardSaysWhatTheTestSends()
+void TestPageSnippets::silentBoardSaysWhatTheTestSends()
 {
     JwSimulator::Testbed testbed;
     JwSimulator::BoardConfig config;
@@ -50,7 +50,7 @@ void PageSnippetsTest::silentBoardSaysWhatTheTestSends()
         qInfo() << (entry.direction == JwSimulator::JournalEntry::Received ? "heard" : "said") << entry.bytes;
 }
 
-void PageSnippetsTest::reportsTellWhyNothingWasFound()
+void TestPageSnippets::reportsTellWhyNothingWasFound()
 {
     LogCapture log;
     JwSimulator::Testbed testbed;
@@ -83,7 +83,7 @@ void PageSnippetsTest::reportsTellWhyNothingWasFound()
     QCOMPARE(lines[1], QStringLiteral("%1: verdict 3 $PJWVER,7300022,1,4,0*0d").arg(other.port));
 }
 
-void PageSnippetsTest::categoryFollowsItsOwnLevel()
+void TestPageSnippets::categoryFollowsItsOwnLevel()
 {
     LogCapture log;
 
@@ -96,7 +96,7 @@ void PageSnippetsTest::categoryFollowsItsOwnLevel()
     QCOMPARE(log.sink->records.first().text, QStringLiteral("kept"));
 }
 
-void PageSnippetsTest::recordsOfTheApplicationReachTheLog()
+void TestPageSnippets::recordsOfTheApplicationReachTheLog()
 {
     LogCapture log;
     const double offset = 0.25;
@@ -112,6 +112,6 @@ void PageSnippetsTest::recordsOfTheApplicationReachTheLog()
     QCOMPARE(log.sink->records[1].text, QStringLiteral("1 of 2 boards"));
 }
 
-SIMULATED_PORTS_MAIN(PageSnippetsTest)
+SIMULATED_PORTS_MAIN(TestPageSnippets)
 
 #include "tst_pagesnippets.moc"

@@ -12,98 +12,19 @@ using JwSimulator::Board;
 
 /// A probe that is not over, whose one board was handed over and given back; and a second probe on the same
 /// Initializer, whose Communicator for the same port stands at the address of the former one.
-class InitializerAddressReuseTest : public QObject
+class TestInitializerAddressReuse : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        cleanup(); // Qt Test leaves it out after a failure
-        m_fixture = std::make_unique<ProbeFixture>();
-        m_board = m_fixture->attach("silent");
-        m_other = m_fixture->attach("silent");
-        m_fixture->probe({JwDevice::BoardA});
-        QVERIFY(m_board->send(versionReply("7300022")));
-        QTRY_COMPARE(m_fixture->state(m_board), PortState::HandedOver);
-        QCOMPARE(m_fixture->state(m_other), PortState::AwaitingReply);
-        m_fixture->timeline.clear();
-
-        const ProbeFixture::HandOver taken = m_fixture->handOver(m_board);
-        const void *const address = taken.comm.data();
-        m_formerTimer = replyTimers(*m_fixture->initializer).value(taken.comm);
-        delete taken.port;
-        delete taken.comm;
-        m_fixture->probe({JwDevice::BoardA});
-        QCOMPARE(static_cast<const void *>(m_fixture->comm(m_board)), address);
-    }
+    void init();
     void cleanup() { m_fixture.reset(); }
-
-    void newPortAwaitsItsReply()
-    {
-        QCOMPARE(m_fixture->state(m_board), PortState::AwaitingReply);
-        QTRY_COMPARE(received(m_board), versionQuery + versionQuery);
-        m_fixture->timeOut(m_other);
-        QVERIFY(m_fixture->decisions().isEmpty());
-    }
-
-    void newPortHasOneReplyTimer()
-    {
-        QVERIFY(!m_formerTimer);
-        // One for each port, and the delay timer.
-        QCOMPARE(m_fixture->initializer->findChildren<QTimer *>().size(),
-                 replyTimers(*m_fixture->initializer).size() + 1);
-    }
-
-    void boardOfTheTypeOfTheFormerIsHandedOver()
-    {
-        QVERIFY(m_board->send(versionReply("7300022")));
-        QTRY_COMPARE(m_fixture->decisions(), QStringList{foundA});
-        QCOMPARE(m_fixture->handOver(m_board).type, JwDevice::BoardA);
-    }
-
-    void missingTypeIsAskedForAgainAndReported()
-    {
-        m_fixture->initializer->setMaxRetries(1);
-        m_fixture->endReplyTimers();
-        QTRY_COMPARE(m_fixture->decisions(), QStringList{retry});
-        QTRY_COMPARE(received(m_board), versionQuery.repeated(3));
-        m_fixture->endReplyTimers();
-        QTRY_COMPARE(m_fixture->decisions(), QStringList({retry, missingA, over}));
-    }
-
-    void portIsClosedWithTheInitializer()
-    {
-        const QPointer<Communicator> comm(m_fixture->comm(m_board));
-        delete m_fixture->initializer;
-        QVERIFY(!comm);
-        QSerialPort port(m_board->portName());
-        QVERIFY(port.open(QIODevice::ReadWrite));
-    }
-
-    void reusedWithinTheHandOverItself()
-    {
-        cleanup(); // one testbed at a time
-        m_fixture = std::make_unique<ProbeFixture>();
-        Board *const board = m_fixture->attach("BoardA,replies=2");
-        Board *const second = m_fixture->attach("silent");
-        const void *address = nullptr;
-        QObject::connect(m_fixture->initializer, &Initializer::deviceInitialized, [&](Type type, Communicator *comm) {
-            if (type != JwDevice::BoardA)
-                return;
-            address = comm;
-            comm->device()->deleteLater();
-            delete comm;
-            QVERIFY(m_fixture->initializer->probe({JwDevice::BoardB}, 0, {second->portName()}));
-        });
-        QVERIFY(m_fixture->initializer->probe({JwDevice::BoardA}, 0, {board->portName()}));
-        QTRY_VERIFY(address);
-        QCOMPARE(static_cast<const void *>(m_fixture->comm(second)), address);
-        QCOMPARE(m_fixture->decisions(), QStringList{foundA});
-        QCOMPARE(m_fixture->state(second), PortState::AwaitingReply);
-        QVERIFY(second->send(versionReply("7300021")));
-        QTRY_COMPARE(m_fixture->decisions(), QStringList({foundA, foundB, over}));
-    }
+    void newPortAwaitsItsReply();
+    void newPortHasOneReplyTimer();
+    void boardOfTheTypeOfTheFormerIsHandedOver();
+    void missingTypeIsAskedForAgainAndReported();
+    void portIsClosedWithTheInitializer();
+    void reusedWithinTheHandOverItself();
 
 private:
     std::unique_ptr<ProbeFixture> m_fixture;
@@ -112,5 +33,91 @@ private:
     QPointer<QTimer> m_formerTimer;
 };
 
-SIMULATED_PORTS_MAIN(InitializerAddressReuseTest)
+void TestInitializerAddressReuse::init()
+{
+    cleanup(); // Qt Test leaves it out after a failure
+    m_fixture = std::make_unique<ProbeFixture>();
+    m_board = m_fixture->attach("silent");
+    m_other = m_fixture->attach("silent");
+    m_fixture->probe({JwDevice::BoardA});
+    QVERIFY(m_board->send(versionReply("7300022")));
+    QTRY_COMPARE(m_fixture->state(m_board), PortState::HandedOver);
+    QCOMPARE(m_fixture->state(m_other), PortState::AwaitingReply);
+    m_fixture->timeline.clear();
+
+    const ProbeFixture::HandOver taken = m_fixture->handOver(m_board);
+    const void *const address = taken.comm.data();
+    m_formerTimer = replyTimers(*m_fixture->initializer).value(taken.comm);
+    delete taken.port;
+    delete taken.comm;
+    m_fixture->probe({JwDevice::BoardA});
+    QCOMPARE(static_cast<const void *>(m_fixture->comm(m_board)), address);
+}
+
+void TestInitializerAddressReuse::newPortAwaitsItsReply()
+{
+    QCOMPARE(m_fixture->state(m_board), PortState::AwaitingReply);
+    QTRY_COMPARE(received(m_board), versionQuery + versionQuery);
+    m_fixture->timeOut(m_other);
+    QVERIFY(m_fixture->decisions().isEmpty());
+}
+
+void TestInitializerAddressReuse::newPortHasOneReplyTimer()
+{
+    QVERIFY(!m_formerTimer);
+    // One for each port, and the delay timer.
+    QCOMPARE(m_fixture->initializer->findChildren<QTimer *>().size(), replyTimers(*m_fixture->initializer).size() + 1);
+}
+
+void TestInitializerAddressReuse::boardOfTheTypeOfTheFormerIsHandedOver()
+{
+    QVERIFY(m_board->send(versionReply("7300022")));
+    QTRY_COMPARE(m_fixture->decisions(), QStringList{foundA});
+    QCOMPARE(m_fixture->handOver(m_board).type, JwDevice::BoardA);
+}
+
+void TestInitializerAddressReuse::missingTypeIsAskedForAgainAndReported()
+{
+    m_fixture->initializer->setMaxRetries(1);
+    m_fixture->endReplyTimers();
+    QTRY_COMPARE(m_fixture->decisions(), QStringList{retry});
+    QTRY_COMPARE(received(m_board), versionQuery.repeated(3));
+    m_fixture->endReplyTimers();
+    QTRY_COMPARE(m_fixture->decisions(), QStringList({retry, missingA, over}));
+}
+
+void TestInitializerAddressReuse::portIsClosedWithTheInitializer()
+{
+    const QPointer<Communicator> comm(m_fixture->comm(m_board));
+    delete m_fixture->initializer;
+    QVERIFY(!comm);
+    QSerialPort port(m_board->portName());
+    QVERIFY(port.open(QIODevice::ReadWrite));
+}
+
+void TestInitializerAddressReuse::reusedWithinTheHandOverItself()
+{
+    cleanup(); // one testbed at a time
+    m_fixture = std::make_unique<ProbeFixture>();
+    Board *const board = m_fixture->attach("BoardA,replies=2");
+    Board *const second = m_fixture->attach("silent");
+    const void *address = nullptr;
+    QObject::connect(m_fixture->initializer, &Initializer::deviceInitialized, [&](Type type, Communicator *comm) {
+        if (type != JwDevice::BoardA)
+            return;
+        address = comm;
+        comm->device()->deleteLater();
+        delete comm;
+        QVERIFY(m_fixture->initializer->probe({JwDevice::BoardB}, 0, {second->portName()}));
+    });
+    QVERIFY(m_fixture->initializer->probe({JwDevice::BoardA}, 0, {board->portName()}));
+    QTRY_VERIFY(address);
+    QCOMPARE(static_cast<const void *>(m_fixture->comm(second)), address);
+    QCOMPARE(m_fixture->decisions(), QStringList{foundA});
+    QCOMPARE(m_fixture->state(second), PortState::AwaitingReply);
+    QVERIFY(second->send(versionReply("7300021")));
+    QTRY_COMPARE(m_fixture->decisions(), QStringList({foundA, foundB, over}));
+}
+
+SIMULATED_PORTS_MAIN(TestInitializerAddressReuse)
 #include "tst_initializer_addressreuse.moc"

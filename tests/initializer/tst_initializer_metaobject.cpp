@@ -22,101 +22,18 @@ static_assert(std::is_same_v<decltype(&Initializer::queryBoardVersion), void (In
 static_assert(std::is_same_v<decltype(&Initializer::sendProtocol),
                              bool (Initializer::*)(Communicator *, JwDevice::SessionInit *)>);
 
-class InitializerMetaObjectTest : public QObject
+class TestInitializerMetaObject : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot()
-    {
-        const int before = QMetaType::type("JwDevice::Communicator*");
-        QCOMPARE(before, int(QMetaType::UnknownType));
-        const QMetaMethod initialized = QMetaMethod::fromSignal(&Initializer::deviceInitialized);
-        const int type = initialized.parameterType(1);
-        QVERIFY(type != QMetaType::UnknownType);
-        QCOMPARE(QByteArray(QMetaType::typeName(type)), QByteArray("JwDevice::Communicator*"));
-        QCOMPARE(QMetaType::type("JwDevice::Communicator*"), type);
-        QVERIFY(QMetaType::typeFlags(type).testFlag(QMetaType::PointerToQObject));
-        QCOMPARE(QMetaType::metaObjectForType(type), &Communicator::staticMetaObject);
-
-        QCOMPARE(initialized.parameterType(0), int(QMetaType::UnknownType));
-        QCOMPARE(QMetaMethod::fromSignal(&Initializer::deviceNotFound).parameterType(0), int(QMetaType::UnknownType));
-        QCOMPARE(QMetaType::type("JwDevice::Type"), int(QMetaType::UnknownType));
-    }
-
-    void methodsStandInTheirOrder_data()
-    {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QByteArray>("signature");
-        QTest::addColumn<bool>("isSignal");
-        QTest::addColumn<QList<QByteArray>>("parameterTypes");
-        QTest::addColumn<QList<QByteArray>>("parameterNames");
-        const QList<QByteArray> none;
-        QTest::newRow("deviceInitialized")
-            << 0 << QByteArray("deviceInitialized(JwDevice::Type,JwDevice::Communicator*)") << true
-            << QList<QByteArray>{"JwDevice::Type", "JwDevice::Communicator*"} << QList<QByteArray>{"type", "comm"};
-        QTest::newRow("deviceNotFound") << 1 << QByteArray("deviceNotFound(JwDevice::Type)") << true
-                                        << QList<QByteArray>{"JwDevice::Type"} << QList<QByteArray>{"type"};
-        QTest::newRow("boardReadyRead") << 2 << QByteArray("boardReadyRead(QObject*)") << false
-                                        << QList<QByteArray>{"QObject*"} << none;
-        QTest::newRow("readTimeout") << 3 << QByteArray("readTimeout(QObject*)") << false
-                                     << QList<QByteArray>{"QObject*"} << none;
-        QTest::newRow("probeStage2") << 4 << QByteArray("probeStage2()") << false << none << none;
-    }
-    void methodsStandInTheirOrder()
-    {
-        QFETCH(int, index);
-        QFETCH(QByteArray, signature);
-        QFETCH(bool, isSignal);
-        QFETCH(QList<QByteArray>, parameterTypes);
-        QFETCH(QList<QByteArray>, parameterNames);
-        const QMetaObject &meta = Initializer::staticMetaObject;
-        const QMetaMethod method = meta.method(meta.methodOffset() + index);
-        QCOMPARE(method.methodSignature(), signature);
-        QCOMPARE(method.methodType(), isSignal ? QMetaMethod::Signal : QMetaMethod::Slot);
-        QCOMPARE(method.access(), QMetaMethod::Public);
-        QCOMPARE(QByteArray(method.typeName()), QByteArray("void"));
-        QCOMPARE(method.parameterTypes(), parameterTypes);
-        if (!parameterNames.isEmpty())
-            QCOMPARE(method.parameterNames(), parameterNames);
-    }
-
-    void nothingElseIsInIt()
-    {
-        const QMetaObject &meta = Initializer::staticMetaObject;
-        QCOMPARE(meta.methodCount() - meta.methodOffset(), 5);
-        QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 0);
-        QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 0);
-        QCOMPARE(meta.classInfoCount() - meta.classInfoOffset(), 0);
-        QCOMPARE(meta.constructorCount(), 0);
-        QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
-    }
-
-    void classNameIsTheQualifiedOne()
-    {
-        Initializer initializer;
-        QCOMPARE(QByteArray(initializer.metaObject()->className()), QByteArray("JwDevice::Initializer"));
-        QCOMPARE(initializer.qt_metacast("JwDevice::Initializer"), static_cast<void *>(&initializer));
-        QCOMPARE(initializer.qt_metacast("QObject"), static_cast<void *>(&initializer));
-        QCOMPARE(initializer.qt_metacast("Initializer"), nullptr);
-        QCOMPARE(qobject_cast<Initializer *>(static_cast<QObject *>(&initializer)), &initializer);
-    }
-
-    void signalsConnectByTheirText()
-    {
-        Initializer initializer;
-        QVERIFY(connect(&initializer, SIGNAL(deviceInitialized(JwDevice::Type, JwDevice::Communicator *)), this,
-                        SLOT(countReport())));
-        QVERIFY(connect(&initializer, SIGNAL(deviceNotFound(JwDevice::Type)), this, SLOT(countReport())));
-    }
-
-    void deviceNotFoundReachesAReceiverByText()
-    {
-        Initializer initializer;
-        connect(&initializer, SIGNAL(deviceNotFound(JwDevice::Type)), this, SLOT(countReport()));
-        QVERIFY(initializer.probe({JwDevice::BoardA, JwDevice::BoardB}, 0, {QStringLiteral("ttyNONE1")}));
-        QCOMPARE(m_reports, 2);
-    }
+    void communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot();
+    void methodsStandInTheirOrder_data();
+    void methodsStandInTheirOrder();
+    void nothingElseIsInIt();
+    void classNameIsTheQualifiedOne();
+    void signalsConnectByTheirText();
+    void deviceNotFoundReachesAReceiverByText();
 
 public Q_SLOTS:
     void countReport() { ++m_reports; }
@@ -125,5 +42,97 @@ private:
     int m_reports = 0;
 };
 
-QTEST_GUILESS_MAIN(InitializerMetaObjectTest)
+void TestInitializerMetaObject::communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot()
+{
+    const int before = QMetaType::type("JwDevice::Communicator*");
+    QCOMPARE(before, int(QMetaType::UnknownType));
+    const QMetaMethod initialized = QMetaMethod::fromSignal(&Initializer::deviceInitialized);
+    const int type = initialized.parameterType(1);
+    QVERIFY(type != QMetaType::UnknownType);
+    QCOMPARE(QByteArray(QMetaType::typeName(type)), QByteArray("JwDevice::Communicator*"));
+    QCOMPARE(QMetaType::type("JwDevice::Communicator*"), type);
+    QVERIFY(QMetaType::typeFlags(type).testFlag(QMetaType::PointerToQObject));
+    QCOMPARE(QMetaType::metaObjectForType(type), &Communicator::staticMetaObject);
+
+    QCOMPARE(initialized.parameterType(0), int(QMetaType::UnknownType));
+    QCOMPARE(QMetaMethod::fromSignal(&Initializer::deviceNotFound).parameterType(0), int(QMetaType::UnknownType));
+    QCOMPARE(QMetaType::type("JwDevice::Type"), int(QMetaType::UnknownType));
+}
+
+void TestInitializerMetaObject::methodsStandInTheirOrder_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QByteArray>("signature");
+    QTest::addColumn<bool>("isSignal");
+    QTest::addColumn<QList<QByteArray>>("parameterTypes");
+    QTest::addColumn<QList<QByteArray>>("parameterNames");
+    const QList<QByteArray> none;
+    QTest::newRow("deviceInitialized") << 0 << QByteArray("deviceInitialized(JwDevice::Type,JwDevice::Communicator*)")
+                                       << true << QList<QByteArray>{"JwDevice::Type", "JwDevice::Communicator*"}
+                                       << QList<QByteArray>{"type", "comm"};
+    QTest::newRow("deviceNotFound") << 1 << QByteArray("deviceNotFound(JwDevice::Type)") << true
+                                    << QList<QByteArray>{"JwDevice::Type"} << QList<QByteArray>{"type"};
+    QTest::newRow("boardReadyRead") << 2 << QByteArray("boardReadyRead(QObject*)") << false
+                                    << QList<QByteArray>{"QObject*"} << none;
+    QTest::newRow("readTimeout") << 3 << QByteArray("readTimeout(QObject*)") << false << QList<QByteArray>{"QObject*"}
+                                 << none;
+    QTest::newRow("probeStage2") << 4 << QByteArray("probeStage2()") << false << none << none;
+}
+
+void TestInitializerMetaObject::methodsStandInTheirOrder()
+{
+    QFETCH(int, index);
+    QFETCH(QByteArray, signature);
+    QFETCH(bool, isSignal);
+    QFETCH(QList<QByteArray>, parameterTypes);
+    QFETCH(QList<QByteArray>, parameterNames);
+    const QMetaObject &meta = Initializer::staticMetaObject;
+    const QMetaMethod method = meta.method(meta.methodOffset() + index);
+    QCOMPARE(method.methodSignature(), signature);
+    QCOMPARE(method.methodType(), isSignal ? QMetaMethod::Signal : QMetaMethod::Slot);
+    QCOMPARE(method.access(), QMetaMethod::Public);
+    QCOMPARE(QByteArray(method.typeName()), QByteArray("void"));
+    QCOMPARE(method.parameterTypes(), parameterTypes);
+    if (!parameterNames.isEmpty())
+        QCOMPARE(method.parameterNames(), parameterNames);
+}
+
+void TestInitializerMetaObject::nothingElseIsInIt()
+{
+    const QMetaObject &meta = Initializer::staticMetaObject;
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 5);
+    QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 0);
+    QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 0);
+    QCOMPARE(meta.classInfoCount() - meta.classInfoOffset(), 0);
+    QCOMPARE(meta.constructorCount(), 0);
+    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
+}
+
+void TestInitializerMetaObject::classNameIsTheQualifiedOne()
+{
+    Initializer initializer;
+    QCOMPARE(QByteArray(initializer.metaObject()->className()), QByteArray("JwDevice::Initializer"));
+    QCOMPARE(initializer.qt_metacast("JwDevice::Initializer"), static_cast<void *>(&initializer));
+    QCOMPARE(initializer.qt_metacast("QObject"), static_cast<void *>(&initializer));
+    QCOMPARE(initializer.qt_metacast("Initializer"), nullptr);
+    QCOMPARE(qobject_cast<Initializer *>(static_cast<QObject *>(&initializer)), &initializer);
+}
+
+void TestInitializerMetaObject::signalsConnectByTheirText()
+{
+    Initializer initializer;
+    QVERIFY(connect(&initializer, SIGNAL(deviceInitialized(JwDevice::Type, JwDevice::Communicator *)), this,
+                    SLOT(countReport())));
+    QVERIFY(connect(&initializer, SIGNAL(deviceNotFound(JwDevice::Type)), this, SLOT(countReport())));
+}
+
+void TestInitializerMetaObject::deviceNotFoundReachesAReceiverByText()
+{
+    Initializer initializer;
+    connect(&initializer, SIGNAL(deviceNotFound(JwDevice::Type)), this, SLOT(countReport()));
+    QVERIFY(initializer.probe({JwDevice::BoardA, JwDevice::BoardB}, 0, {QStringLiteral("ttyNONE1")}));
+    QCOMPARE(m_reports, 2);
+}
+
+QTEST_GUILESS_MAIN(TestInitializerMetaObject)
 #include "tst_initializer_metaobject.moc"

@@ -39,7 +39,7 @@ QString replyOf(const Board *board)
 
 } // namespace
 
-class InitializerTogetherTest : public QObject
+class TestInitializerTogether : public QObject
 {
     Q_OBJECT
 
@@ -53,7 +53,7 @@ private Q_SLOTS:
     void portClosedWithTheInitializerSpoilsNoOther();
 };
 
-void InitializerTogetherTest::portsHoldUnfinishedLinesBack()
+void TestInitializerTogether::portsHoldUnfinishedLinesBack()
 {
     ProbeFixture fixture;
     const Board *const silent = fixture.attach("silent");
@@ -71,7 +71,7 @@ void InitializerTogetherTest::portsHoldUnfinishedLinesBack()
     QCOMPARE(static_cast<WholeLines<QSerialPort> *>(board->device()), port);
 }
 
-void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt_data()
+void TestInitializerTogether::allTypesAreFoundAndNoReplyIsSpoilt_data()
 {
     QTest::addColumn<int>("count");
     QTest::addColumn<int>("speed");
@@ -88,7 +88,7 @@ void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt_data()
     }
 }
 
-void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt()
+void TestInitializerTogether::allTypesAreFoundAndNoReplyIsSpoilt()
 {
     QFETCH(int, count);
     QFETCH(int, speed);
@@ -120,7 +120,7 @@ void InitializerTogetherTest::allTypesAreFoundAndNoReplyIsSpoilt()
     }
 }
 
-void InitializerTogetherTest::repliesInTurnsAreFound()
+void TestInitializerTogether::repliesInTurnsAreFound()
 {
     ProbeFixture fixture;
     Board *const first = fixture.attach("silent");
@@ -142,7 +142,7 @@ void InitializerTogetherTest::repliesInTurnsAreFound()
     QCOMPARE(fixture.handOver(second).type, JwDevice::BoardB);
 }
 
-void InitializerTogetherTest::handedOverBoardsThatAnswerTogetherAreNotSpoilt()
+void TestInitializerTogether::handedOverBoardsThatAnswerTogetherAreNotSpoilt()
 {
     ProbeFixture fixture;
     for (const char *const kind : kinds)
@@ -164,7 +164,7 @@ void InitializerTogetherTest::handedOverBoardsThatAnswerTogetherAreNotSpoilt()
     }
 }
 
-void InitializerTogetherTest::portLostWithinItsReplySpoilsNoOther()
+void TestInitializerTogether::portLostWithinItsReplySpoilsNoOther()
 {
     ProbeFixture fixture;
     Board *const lost = fixture.attach("silent");
@@ -189,7 +189,7 @@ void InitializerTogetherTest::portLostWithinItsReplySpoilsNoOther()
     QCOMPARE(payload, QStringLiteral("!M\r\n"));
 }
 
-void InitializerTogetherTest::portClosedWithTheInitializerSpoilsNoOther()
+void TestInitializerTogether::portClosedWithTheInitializerSpoilsNoOther()
 {
     ProbeFixture fixture;
     Board *const closed = fixture.attach("silent");
@@ -205,5 +205,5 @@ void InitializerTogetherTest::portClosedWithTheInitializerSpoilsNoOther()
     QCOMPARE(payload, QStringLiteral("!M\r\n"));
 }
 
-SIMULATED_PORTS_MAIN(InitializerTogetherTest)
+SIMULATED_PORTS_MAIN(TestInitializerTogether)
 #include "tst_initializer_together.moc"

@@ -6,6 +6,7 @@
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/send/sendpanel.h>
 
+#include <device/boardrules.h>
 #include <logger/logger.h>
 
 #include <QApplication>
@@ -123,7 +124,7 @@ int main(int argc, char **argv)
     Photographer photographer(&window, folder);
     window.show();
     FindSettings settings;
-    settings.types = JwTools::boardTypes();
+    settings.types = JwDevice::boardTypes();
     window.find(settings);
     return QApplication::exec();
 }

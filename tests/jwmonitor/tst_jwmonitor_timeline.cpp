@@ -47,7 +47,7 @@ struct TimelineFixture : FinderFixture
     }
 };
 
-/// What a search tells of a silent port that is asked again and again.
+/// The events of a search that asks a silent port again and again.
 class LongSearch
 {
 public:
@@ -55,58 +55,36 @@ public:
         : m_finder(finder)
     {
         Q_EMIT m_finder->searchStarted(microsecondsSinceEpoch());
-        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Serial port opened for probing: " << m_report.portName;
-        LOGGER_RECORD(Logger::Trace, "Communication").write() << "->" << versionQuery;
-        tell();
+        tell(PortEvent::Opened);
+        tell(PortEvent::Asked);
     }
 
     void retry(int rounds)
     {
         for (int i = 0; i < rounds; ++i) {
-            logRound();
-            tell();
+            tell(PortEvent::TimedOut);
+            ++m_event.round;
+            tell(PortEvent::Asked);
         }
-    }
-    /// As when the machine had no time for the program: one report for several rounds, before the records of the last.
-    void retryWithALateReport(int rounds)
-    {
-        for (int i = 1; i < rounds; ++i) {
-            logRound();
-            ++m_report.queries;
-        }
-        QCoreApplication::sendPostedEvents();
-        logRound();
-        ++m_report.queries;
-        Q_EMIT m_finder->reported({m_report});
-        QCoreApplication::sendPostedEvents();
-        Q_EMIT m_finder->reported({m_report});
     }
 
 private:
-    void logRound() const
+    void tell(PortEvent::Kind kind)
     {
-        LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read timeout for: " << m_report.portName;
-        LOGGER_RECORD(Logger::Warning, nullptr).write("Retry probing");
-    }
-    void tell()
-    {
-        QCoreApplication::sendPostedEvents(); // the timeline takes the log's records from there
-        ++m_report.queries;
-        Q_EMIT m_finder->reported({m_report});
+        m_event.kind = kind;
+        m_event.nanoseconds += 1000000;
+        m_event.portName = QStringLiteral("ttyACM0");
+        m_event.text = kind == PortEvent::Asked ? versionQuery : QString();
+        Q_EMIT m_finder->portEvent(m_event);
     }
 
     BoardFinder *const m_finder;
-    PortReport m_report = [] {
-        PortReport report;
-        report.portName = QStringLiteral("ttyACM0");
-        report.verdict = PortReport::Awaiting;
-        return report;
-    }();
+    PortEvent m_event;
 };
 
-QVector<TimelineEvent::Kind> kinds(const TimelineLane &lane)
+QVector<PortEvent::Kind> kinds(const TimelineLane &lane)
 {
-    QVector<TimelineEvent::Kind> result;
+    QVector<PortEvent::Kind> result;
     for (const TimelineEvent &event : lane.events)
         result.append(event.kind);
     return result;
@@ -152,7 +130,6 @@ private Q_SLOTS:
     void ourOwnBoardIsNoLaneOfALaterSearch();
     void whatIsSentToABoardIsNoQuery();
     void growsWhileTheSearchRuns();
-    void queriesAreInTheirRoundsWhenAReportIsLate();
     void aLongSearchKeepsTheNewestEvents();
     void aLongSearchIsDrawnInFewLines();
     void theMarkStaysAtItsEventInALongSearch();
@@ -168,7 +145,7 @@ private Q_SLOTS:
     void tellsWhenAPngCantBeWrittenWhole();
     void refusesOtherPictures();
     void tellsWhenAFileCantBeWritten();
-    void tellsWhenTheLogIsTooCoarse();
+    void needsNoLog();
     void paintsInTheColoursOfThePalette();
 
 private:
@@ -187,9 +164,9 @@ void TestTimeline::aBoardThatAnswers()
     const auto *board = fixture.attach("BoardA,delay=30");
     fixture.searchToTheEnd({BoardA}, 0);
     const TimelineLane lane = fixture.lane(board);
-    QCOMPARE(kinds(lane),
-             QVector<TimelineEvent::Kind>(
-                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+    QCOMPARE(
+        kinds(lane),
+        QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::Answered, PortEvent::HandedOver}));
     QVERIFY(isInOrder(lane));
     QCOMPARE(lane.events.at(1).text, versionQuery);
     QCOMPARE(lane.events.at(2).text, QStringLiteral("$PJWVER,7300022,1,4,0*0d"));
@@ -207,8 +184,8 @@ void TestTimeline::aBoardThatAnswersInARetryRound()
     fixture.searchToTheEnd({BoardB}, 3);
     const TimelineLane lane = fixture.lane(board);
     QCOMPARE(kinds(lane),
-             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut,
-                                           TimelineEvent::Query, TimelineEvent::Reply, TimelineEvent::HandedOver}));
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut, PortEvent::Asked,
+                                       PortEvent::Answered, PortEvent::HandedOver}));
     QVERIFY(isInOrder(lane));
     QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 399);
     QCOMPARE(fixture.timeline.rounds().size(), 1);
@@ -223,9 +200,9 @@ void TestTimeline::aSilentPortThroughAllRounds()
     TimelineFixture fixture;
     const auto *board = fixture.attach("silent");
     fixture.searchToTheEnd({BoardA}, 2);
-    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened};
+    QVector<PortEvent::Kind> expected{PortEvent::Opened};
     for (int round = 0; round < 3; ++round)
-        expected << TimelineEvent::Query << TimelineEvent::TimedOut;
+        expected << PortEvent::Asked << PortEvent::TimedOut;
     QCOMPARE(kinds(fixture.lane(board)), expected);
     QCOMPARE(fixture.lane(board).outcome, QStringLiteral("silent"));
     QVERIFY(!fixture.lane(board).isGood);
@@ -250,9 +227,9 @@ void TestTimeline::whatCantBeReadIsTold()
     const auto *board = fixture.attach("BoardA,checksum=wrong");
     fixture.searchToTheEnd({BoardA}, 0);
     const TimelineLane lane = fixture.lane(board);
-    QCOMPARE(kinds(lane),
-             QVector<TimelineEvent::Kind>(
-                 {TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Unreadable, TimelineEvent::TimedOut}));
+    QCOMPARE(
+        kinds(lane),
+        QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::Unreadable, PortEvent::TimedOut}));
     QVERIFY2(lane.events.at(2).text.startsWith(QLatin1String("$PJWVER,7300022,1,4,0*")),
              qPrintable(lane.events.at(2).text));
 }
@@ -262,7 +239,7 @@ void TestTimeline::aPortThatCantBeOpened()
     TimelineFixture fixture;
     const auto *busy = fixture.attach("BoardA,open=busy");
     fixture.searchToTheEnd({BoardA}, 0);
-    QCOMPARE(kinds(fixture.lane(busy)), QVector<TimelineEvent::Kind>({TimelineEvent::NotOpened}));
+    QCOMPARE(kinds(fixture.lane(busy)), QVector<PortEvent::Kind>({PortEvent::NotOpened}));
     QVERIFY(!fixture.lane(busy).events.at(0).text.isEmpty());
     QVERIFY(fixture.lane(busy).outcome.startsWith(QLatin1String("not opened")));
 }
@@ -272,11 +249,11 @@ void TestTimeline::aCablePulledInTheSearch()
     TimelineFixture fixture;
     auto *board = fixture.attach("silent");
     fixture.start({BoardA}, 1);
-    QTRY_VERIFY(kinds(fixture.lane(board)).contains(TimelineEvent::Query));
+    QTRY_VERIFY(kinds(fixture.lane(board)).contains(PortEvent::Asked));
     board->pull();
-    QTRY_VERIFY(kinds(fixture.lane(board)).contains(TimelineEvent::Lost));
+    QTRY_VERIFY(kinds(fixture.lane(board)).contains(PortEvent::Lost));
     QTRY_VERIFY(!fixture.finder.isSearching());
-    QCOMPARE(kinds(fixture.lane(board)).count(TimelineEvent::Lost), 1);
+    QCOMPARE(kinds(fixture.lane(board)).count(PortEvent::Lost), 1);
     QVERIFY(fixture.lane(board).outcome.startsWith(QLatin1String("lost")));
 }
 
@@ -287,7 +264,7 @@ void TestTimeline::aSecondBoardOfTheType()
     const auto *second = fixture.attach("BoardA,delay=50");
     fixture.searchToTheEnd({BoardA, BoardB}, 0);
     QCOMPARE(kinds(fixture.lane(second)),
-             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::Reply}));
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::Answered}));
     QCOMPARE(fixture.lane(second).outcome, QStringLiteral("a second BoardA"));
 }
 
@@ -312,7 +289,7 @@ void TestTimeline::aNewSearchBeginsAnew()
     fixture.searchToTheEnd({BoardA}, 0);
     QCOMPARE(fixture.timeline.rounds().size(), 0);
     QCOMPARE(kinds(fixture.lane(board)),
-             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut}));
     QVERIFY(fixture.lane(board).events.at(0).ms < 400);
 }
 
@@ -341,7 +318,7 @@ void TestTimeline::whatIsSentToABoardIsNoQuery()
     found.at(0).at(0).value<BoardLink>().communicator->writePayload(QStringLiteral("$PJWVER*0c\r\n"));
     QTRY_VERIFY(!fixture.finder.isSearching());
     QCOMPARE(kinds(fixture.lane(silent)),
-             QVector<TimelineEvent::Kind>({TimelineEvent::Opened, TimelineEvent::Query, TimelineEvent::TimedOut}));
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut}));
 }
 
 void TestTimeline::growsWhileTheSearchRuns()
@@ -356,19 +333,6 @@ void TestTimeline::growsWhileTheSearchRuns()
     QTRY_VERIFY(!fixture.timeline.isRunning());
 }
 
-void TestTimeline::queriesAreInTheirRoundsWhenAReportIsLate()
-{
-    TimelineFixture fixture;
-    LongSearch(&fixture.finder).retryWithALateReport(3);
-    const TimelineLane lane = fixture.timeline.lanes().at(0);
-    QVector<TimelineEvent::Kind> expected{TimelineEvent::Opened, TimelineEvent::Query};
-    for (int round = 1; round <= 3; ++round)
-        expected << TimelineEvent::TimedOut << TimelineEvent::Query;
-    QCOMPARE(kinds(lane), expected);
-    for (int round = 0; round <= 3; ++round)
-        QCOMPARE(lane.events.at(1 + 2 * round).round, round);
-}
-
 void TestTimeline::aLongSearchKeepsTheNewestEvents()
 {
     TimelineFixture fixture;
@@ -379,7 +343,7 @@ void TestTimeline::aLongSearchKeepsTheNewestEvents()
     QCOMPARE(lane.dropped, 1 + 2 * 10000 + 1 - ProbeTimeline::maxEvents);
     QCOMPARE(lane.queries, 10001);
     QVERIFY(isInOrder(lane));
-    QCOMPARE(lane.events.last().kind, TimelineEvent::Query);
+    QCOMPARE(lane.events.last().kind, PortEvent::Asked);
     QCOMPARE(lane.events.last().round, 10000);
     QCOMPARE(lane.events.last().text, versionQuery);
 }
@@ -458,7 +422,7 @@ void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
     TimelineView view(&fixture.timeline);
     view.resize(1000, 300);
     fixture.searchToTheEnd({BoardA}, 0);
-    QCOMPARE(fixture.lane(board).events.at(2).kind, TimelineEvent::Unreadable);
+    QCOMPARE(fixture.lane(board).events.at(2).kind, PortEvent::Unreadable);
     const auto *viewport = view.canvas()->viewport();
     const QImage picture = view.grab().toImage();
     const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(), viewport->width(), 1);
@@ -607,16 +571,16 @@ void TestTimeline::tellsWhenAFileCantBeWritten()
         view.saveTo(m_dir.filePath(QStringLiteral("none/timeline.png"))).contains(QLatin1String("can't be written")));
 }
 
-void TestTimeline::tellsWhenTheLogIsTooCoarse()
+void TestTimeline::needsNoLog()
 {
     TimelineFixture fixture;
-    fixture.attach("BoardA");
-    const TimelineView view(&fixture.timeline);
-    loggerInstance()->setLevel(Logger::Warning);
-    fixture.searchToTheEnd({BoardA}, 0);
-    const QString hint = view.findChild<QLabel *>()->text();
+    const auto *board = fixture.attach("BoardA,ignore=1");
+    loggerInstance()->setLevel(Logger::Fatal);
+    fixture.searchToTheEnd({BoardA}, 1);
     loggerInstance()->setLevel(Logger::Trace);
-    QVERIFY2(hint.contains(QLatin1String("Trace")), qPrintable(hint));
+    QCOMPARE(kinds(fixture.lane(board)),
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut, PortEvent::Asked,
+                                       PortEvent::Answered, PortEvent::HandedOver}));
 }
 
 void TestTimeline::paintsInTheColoursOfThePalette()

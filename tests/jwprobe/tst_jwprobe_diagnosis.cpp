@@ -16,7 +16,7 @@ using JwDevice::PortReport;
 
 // The states are words that programs read, the commands in the advice are copied by people: both are tested as they
 // are.
-class TstJwprobeDiagnosis : public QObject
+class TestJwprobeDiagnosis : public QObject
 {
     Q_OBJECT
 
@@ -126,7 +126,7 @@ PortIdentity portOfItsOwn()
 
 Q_DECLARE_METATYPE(JwDevice::PortReport)
 
-void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice_data()
+void TestJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice_data()
 {
     QTest::addColumn<PortReport>("report");
     QTest::addColumn<QString>("state");
@@ -155,7 +155,7 @@ void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice_data()
     row("lost behind an answer", lost(boardA), "failed", "answered $PJWVER,7300022,1,4,0*0d", "cable");
 }
 
-void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
+void TestJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
 {
     QFETCH(PortReport, report);
     QFETCH(QString, cause);
@@ -167,7 +167,7 @@ void TstJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
     QVERIFY2(given.contains(advice), qPrintable(given));
 }
 
-void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt_data()
+void TestJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt_data()
 {
     QTest::addColumn<QString>("reply");
     QTest::addColumn<QString>("named");
@@ -181,7 +181,7 @@ void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt_data()
     row("information without checksum: the line end is part of it", "$PTJWRD,INF", "of no known type");
 }
 
-void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt()
+void TestJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt()
 {
     QFETCH(QString, reply);
     QFETCH(QString, named);
@@ -189,7 +189,7 @@ void TstJwprobeDiagnosis::aReplyIsNamedAsTheLibraryReadsIt()
     QVERIFY2(diagnosis.summary.contains(named), qPrintable(diagnosis.summary));
 }
 
-void TstJwprobeDiagnosis::noPortNeedBeAskedAlone_data()
+void TestJwprobeDiagnosis::noPortNeedBeAskedAlone_data()
 {
     QTest::addColumn<PortReport>("report");
     QTest::newRow("silent") << asked(PortReport::TimedOut, 4);
@@ -197,14 +197,14 @@ void TstJwprobeDiagnosis::noPortNeedBeAskedAlone_data()
     QTest::newRow("unreadable") << unreadable(PortReport::TimedOut, 3);
 }
 
-void TstJwprobeDiagnosis::noPortNeedBeAskedAlone()
+void TestJwprobeDiagnosis::noPortNeedBeAskedAlone()
 {
     QFETCH(PortReport, report);
     const QString advice = diagnose(existingPort(), report).advice.join(QLatin1Char('\n'));
     QVERIFY2(!advice.isEmpty() && !advice.contains(QLatin1String("--port")), qPrintable(advice));
 }
 
-void TstJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
+void TestJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/dev/no-such-port");
@@ -214,7 +214,7 @@ void TstJwprobeDiagnosis::aLostPortThatIsGoneWasUnplugged()
     QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("Plug it in again")));
 }
 
-void TstJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
+void TestJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
 {
     const Diagnosis diagnosis = diagnose(portOfItsOwn(), notOpened(QSerialPort::UnknownError));
     QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
@@ -222,7 +222,7 @@ void TstJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()
     QVERIFY(!diagnosis.advice.isEmpty());
 }
 
-void TstJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
+void TestJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
 {
     const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(master) == 0 && ::unlockpt(master) == 0);
@@ -235,7 +235,7 @@ void TstJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
     QCOMPARE(diagnosis.advice.last(), QStringLiteral("    sudo dmesg | tail"));
 }
 
-void TstJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
+void TestJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
 {
     PortIdentity port = existingPort();
     port.isKnown = false;
@@ -244,7 +244,7 @@ void TstJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
     QVERIFY(diagnosis.advice.join(QString()).contains(QLatin1String("--list")));
 }
 
-void TstJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
+void TestJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/proc/sys/kernel/ostype"); // refuses writing, even to root
@@ -258,7 +258,7 @@ void TstJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
         QVERIFY2(advice.contains(QLatin1String(text)), qPrintable(advice));
 }
 
-void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
+void TestJwprobeDiagnosis::aLivingLockHolderIsNamed()
 {
     const PortIdentity port = portOfItsOwn();
     QLockFile lock(lockFileName(port.name));
@@ -271,7 +271,7 @@ void TstJwprobeDiagnosis::aLivingLockHolderIsNamed()
 }
 
 // Locked, as by a child of that process: QSerialPort would remove it otherwise.
-void TstJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
+void TestJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
 {
     const PortIdentity port = portOfItsOwn();
     QFile file(lockFileName(port.name));
@@ -287,5 +287,5 @@ void TstJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
              qPrintable(diagnosis.advice.join(QLatin1Char('\n'))));
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeDiagnosis)
+QTEST_GUILESS_MAIN(TestJwprobeDiagnosis)
 #include "tst_jwprobe_diagnosis.moc"

@@ -8,7 +8,7 @@
 
 using namespace JwProbe;
 
-class TstJwprobeInput : public QObject
+class TestJwprobeInput : public QObject
 {
     Q_OBJECT
 
@@ -27,31 +27,31 @@ private:
     int m_ends[2] = {-1, -1};
 };
 
-void TstJwprobeInput::init()
+void TestJwprobeInput::init()
 {
     QCOMPARE(::pipe(m_ends), 0);
 }
 
-void TstJwprobeInput::cleanup()
+void TestJwprobeInput::cleanup()
 {
     ::close(m_ends[0]);
     closeWriter();
 }
 
-void TstJwprobeInput::write(const QByteArray &bytes)
+void TestJwprobeInput::write(const QByteArray &bytes)
 {
     QCOMPARE(::write(m_ends[1], bytes.constData(), static_cast<std::size_t>(bytes.size())),
              static_cast<ssize_t>(bytes.size()));
 }
 
-void TstJwprobeInput::closeWriter()
+void TestJwprobeInput::closeWriter()
 {
     if (m_ends[1] >= 0)
         ::close(m_ends[1]);
     m_ends[1] = -1;
 }
 
-void TstJwprobeInput::linesAreSplitHoweverTheyArrive()
+void TestJwprobeInput::linesAreSplitHoweverTheyArrive()
 {
     Input input(m_ends[0]);
     QSignalSpy lines(&input, &Input::line);
@@ -65,7 +65,7 @@ void TstJwprobeInput::linesAreSplitHoweverTheyArrive()
     QCOMPARE(lines[3][0].toString(), QStringLiteral("four"));
 }
 
-void TstJwprobeInput::theLastLineNeedsNoLineEnd()
+void TestJwprobeInput::theLastLineNeedsNoLineEnd()
 {
     Input input(m_ends[0]);
     QSignalSpy lines(&input, &Input::line);
@@ -75,7 +75,7 @@ void TstJwprobeInput::theLastLineNeedsNoLineEnd()
     QCOMPARE(lines[0][0].toString(), QStringLiteral("last"));
 }
 
-void TstJwprobeInput::atTheEndItStopsListening()
+void TestJwprobeInput::atTheEndItStopsListening()
 {
     Input input(m_ends[0]);
     const auto *notifier = input.findChild<QSocketNotifier *>();
@@ -84,7 +84,7 @@ void TstJwprobeInput::atTheEndItStopsListening()
     QTRY_VERIFY(!notifier->isEnabled());
 }
 
-void TstJwprobeInput::aLineWithoutEndIsDropped()
+void TestJwprobeInput::aLineWithoutEndIsDropped()
 {
     Input input(m_ends[0]);
     QSignalSpy lines(&input, &Input::line);
@@ -95,5 +95,5 @@ void TstJwprobeInput::aLineWithoutEndIsDropped()
     QTRY_VERIFY(lines.size() > 0 && lines.last()[0].toString() == QLatin1String("next"));
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeInput)
+QTEST_GUILESS_MAIN(TestJwprobeInput)
 #include "tst_jwprobe_input.moc"

@@ -4,7 +4,7 @@
 
 using namespace JwProbe;
 
-class TstJwprobeOptions : public QObject
+class TestJwprobeOptions : public QObject
 {
     Q_OBJECT
 
@@ -36,7 +36,7 @@ QStringList words(const char *text)
 
 } // namespace
 
-void TstJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
+void TestJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
 {
     QString error;
     const std::optional<Options> options = parse({}, &error);
@@ -50,7 +50,7 @@ void TstJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
     QVERIFY(!options->json && !options->traffic && !options->rawTraffic && !options->logLevel);
 }
 
-void TstJwprobeOptions::everyOptionIsTaken()
+void TestJwprobeOptions::everyOptionIsTaken()
 {
     QString error;
     const std::optional<Options> options =
@@ -68,7 +68,7 @@ void TstJwprobeOptions::everyOptionIsTaken()
     QVERIFY(options->logLevel == Logger::Warning);
 }
 
-void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
+void TestJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
 {
     QTest::addColumn<QString>("option");
     QTest::addColumn<int>("action");
@@ -76,7 +76,7 @@ void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
     QTest::newRow("--doctor") << QStringLiteral("--doctor") << static_cast<int>(Options::Doctor);
 }
 
-void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
+void TestJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
 {
     QFETCH(QString, option);
     QFETCH(int, action);
@@ -88,7 +88,7 @@ void TstJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
     QVERIFY(options->json);
 }
 
-void TstJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
+void TestJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
 {
     QString error;
     const std::optional<Options> options = parse(words("--type boardc --type BOARDA --type BoardC"), &error);
@@ -96,7 +96,7 @@ void TstJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
     QCOMPARE(options->types, (QList<JwDevice::Type>{JwDevice::BoardC, JwDevice::BoardA}));
 }
 
-void TstJwprobeOptions::portsAreTakenWithTheirFolderAndOnce()
+void TestJwprobeOptions::portsAreTakenWithTheirFolderAndOnce()
 {
     QString error;
     const std::optional<Options> options = parse(words("--port /dev/ttyACM1 --port ttyUSB0 --port ttyACM1"), &error);
@@ -104,7 +104,7 @@ void TstJwprobeOptions::portsAreTakenWithTheirFolderAndOnce()
     QCOMPARE(options->ports, words("ttyACM1 ttyUSB0"));
 }
 
-void TstJwprobeOptions::helpAndVersionComeBeforeTheRest_data()
+void TestJwprobeOptions::helpAndVersionComeBeforeTheRest_data()
 {
     QTest::addColumn<QString>("option");
     QTest::addColumn<int>("action");
@@ -114,7 +114,7 @@ void TstJwprobeOptions::helpAndVersionComeBeforeTheRest_data()
     QTest::newRow("-v") << QStringLiteral("-v") << static_cast<int>(Options::ShowVersion);
 }
 
-void TstJwprobeOptions::helpAndVersionComeBeforeTheRest()
+void TestJwprobeOptions::helpAndVersionComeBeforeTheRest()
 {
     QFETCH(QString, option);
     QFETCH(int, action);
@@ -124,7 +124,7 @@ void TstJwprobeOptions::helpAndVersionComeBeforeTheRest()
     QCOMPARE(static_cast<int>(options->action), action);
 }
 
-void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
+void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("hint");
@@ -161,7 +161,7 @@ void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     row("--type BoardC --delay 300 --deadline 300", "--deadline");
 }
 
-void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
+void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, hint);
@@ -171,7 +171,7 @@ void TstJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
     QVERIFY2(!error.contains(QLatin1Char('\n')), qPrintable(error));
 }
 
-void TstJwprobeOptions::helpNamesEveryOptionWithin80Columns()
+void TestJwprobeOptions::helpNamesEveryOptionWithin80Columns()
 {
     const QString help = helpText();
     const QStringList names = words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
@@ -183,5 +183,5 @@ void TstJwprobeOptions::helpNamesEveryOptionWithin80Columns()
         QVERIFY2(line.size() <= 80, qPrintable(line));
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeOptions)
+QTEST_GUILESS_MAIN(TestJwprobeOptions)
 #include "tst_jwprobe_options.moc"

@@ -10,7 +10,7 @@
 
 using namespace JwProbe;
 
-class TstJwprobeOutput : public QObject
+class TestJwprobeOutput : public QObject
 {
     Q_OBJECT
 
@@ -22,7 +22,7 @@ private Q_SLOTS:
     void jsonOfABoardHasNoSuchCharacter();
 };
 
-void TstJwprobeOutput::jsonHasNoCharacterThatATerminalObeys_data()
+void TestJwprobeOutput::jsonHasNoCharacterThatATerminalObeys_data()
 {
     QTest::addColumn<int>("first");
     QTest::addColumn<int>("last");
@@ -34,7 +34,7 @@ void TstJwprobeOutput::jsonHasNoCharacterThatATerminalObeys_data()
     QTest::newRow("isolates") << 0x2066 << 0x2069;
 }
 
-void TstJwprobeOutput::jsonHasNoCharacterThatATerminalObeys()
+void TestJwprobeOutput::jsonHasNoCharacterThatATerminalObeys()
 {
     QFETCH(int, first);
     QFETCH(int, last);
@@ -46,7 +46,7 @@ void TstJwprobeOutput::jsonHasNoCharacterThatATerminalObeys()
     }
 }
 
-void TstJwprobeOutput::jsonKeepsWhatItSays()
+void TestJwprobeOutput::jsonKeepsWhatItSays()
 {
     QString all;
     for (int code = 0; code < 0xd800; ++code)
@@ -61,7 +61,7 @@ void TstJwprobeOutput::jsonKeepsWhatItSays()
              QStringLiteral("{\"text\":\"naïve\"}\n"));
 }
 
-void TstJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
+void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::newRow("search") << QStringLiteral("--retries=0");
@@ -69,7 +69,7 @@ void TstJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
 }
 
 // Its bytes are taken as Latin 1, in which 0x9b begins a terminal's commands.
-void TstJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
+void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
 {
     QFETCH(QString, mode);
     JwSimulator::Testbed testbed;
@@ -97,5 +97,5 @@ void TstJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
         QVERIFY(c == QLatin1Char('\n') || c.isPrint());
 }
 
-SIMULATED_PORTS_MAIN(TstJwprobeOutput)
+SIMULATED_PORTS_MAIN(TestJwprobeOutput)
 #include "tst_jwprobe_output.moc"

@@ -4,7 +4,7 @@
 
 using namespace JwProbe;
 
-class TstJwprobeTable : public QObject
+class TestJwprobeTable : public QObject
 {
     Q_OBJECT
 
@@ -32,7 +32,7 @@ Table makeTable()
 
 } // namespace
 
-void TstJwprobeTable::columnsAreAsWideAsTheirWidestCell()
+void TestJwprobeTable::columnsAreAsWideAsTheirWidestCell()
 {
     const QStringList lines = makeTable().toText(80).split(QLatin1Char('\n'));
     QCOMPARE(lines.value(0), QStringLiteral("A          B              C"));
@@ -40,25 +40,25 @@ void TstJwprobeTable::columnsAreAsWideAsTheirWidestCell()
     QCOMPARE(lines.value(3), QStringLiteral("x"));
 }
 
-void TstJwprobeTable::aNoteStandsBelowItsRow()
+void TestJwprobeTable::aNoteStandsBelowItsRow()
 {
     const QStringList lines = makeTable().toText(80).split(QLatin1Char('\n'));
     QCOMPARE(lines.value(2), QStringLiteral("           a note on it"));
 }
 
-void TstJwprobeTable::theShrinkableColumnGivesWay()
+void TestJwprobeTable::theShrinkableColumnGivesWay()
 {
     const QStringList lines = makeTable().toText(25).split(QLatin1Char('\n'));
     QCOMPARE(lines.value(0), QStringLiteral("A          B            C"));
     QCOMPARE(lines.value(1), QStringLiteral("long cell  manufact..  12"));
 }
 
-void TstJwprobeTable::nothingShrinksWithoutALimit()
+void TestJwprobeTable::nothingShrinksWithoutALimit()
 {
     QVERIFY(makeTable().toText(0).contains(QLatin1String("manufacturer")));
 }
 
-void TstJwprobeTable::textIsWrappedAtBlanks_data()
+void TestJwprobeTable::textIsWrappedAtBlanks_data()
 {
     QTest::addColumn<int>("indent");
     QTest::addColumn<int>("width");
@@ -70,12 +70,12 @@ void TstJwprobeTable::textIsWrappedAtBlanks_data()
     QTest::newRow("words wider than the terminal") << 0 << 2 << QStringLiteral("one\ntwo\nthree");
 }
 
-void TstJwprobeTable::textIsWrappedAtBlanks()
+void TestJwprobeTable::textIsWrappedAtBlanks()
 {
     QFETCH(int, indent);
     QFETCH(int, width);
     QTEST(wrapped(QStringLiteral("one two three"), indent, width), "wrappedText");
 }
 
-QTEST_GUILESS_MAIN(TstJwprobeTable)
+QTEST_GUILESS_MAIN(TestJwprobeTable)
 #include "tst_jwprobe_table.moc"

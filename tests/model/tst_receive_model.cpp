@@ -256,54 +256,58 @@ class TestReceiveModel : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void corporaArePartOfTheStreams()
-    {
-        QVERIFY(!corpus(QStringLiteral("valid.nmea")).isEmpty());
-        QVERIFY(!corpus(QStringLiteral("tolerated.nmea")).isEmpty());
-        QVERIFY(!corpus(QStringLiteral("invalid.nmea")).isEmpty());
-    }
-
-    void shrinksAFailingStreamToItsShortestForm()
-    {
-        const ReceiveStream stream = StreamGenerator(1).stream();
-        const auto hasTwoDollars = [](const ReceiveStream &candidate) {
-            int dollars = 0;
-            for (const ReceiveStep &step : candidate.steps) {
-                for (const ReceiveRead &read : step.reads)
-                    dollars += read.bytes.count('$');
-            }
-            return dollars >= 2;
-        };
-        QVERIFY(hasTwoDollars(stream));
-        const ReceiveStream shortestStream = shortest(stream, hasTwoDollars);
-        int bytes = 0;
-        for (const ReceiveStep &step : shortestStream.steps) {
-            for (const ReceiveRead &read : step.reads)
-                bytes += read.bytes.size();
-        }
-        QCOMPARE(bytes, 2);
-    }
-
-    void randomStreamsGiveWhatTheModelGives()
-    {
-        const quint32 first = environmentNumber("JWDEVICE_MODEL_SEED", 1);
-        const quint32 streams = environmentNumber("JWDEVICE_MODEL_STREAMS", streamsInTestRun);
-        const auto differs = [](const ReceiveStream &stream) { return !difference(stream).isEmpty(); };
-        reportSeedOnCrash();
-        for (quint32 i = 0; i < streams; ++i) {
-            runningSeed = first + i;
-            const ReceiveStream stream = StreamGenerator(runningSeed).stream();
-            if (differs(stream)) {
-                const ReceiveStream shortestStream = shortest(stream, differs);
-                const QString report = QStringLiteral("seed %1, in its shortest form:\n%2%3")
-                                           .arg(runningSeed)
-                                           .arg(shortestStream.toString(), difference(shortestStream));
-                QFAIL(qPrintable(report));
-            }
-        }
-        qInfo("%u streams from seed %u", streams, first);
-    }
+    void corporaArePartOfTheStreams();
+    void shrinksAFailingStreamToItsShortestForm();
+    void randomStreamsGiveWhatTheModelGives();
 };
+
+void TestReceiveModel::corporaArePartOfTheStreams()
+{
+    QVERIFY(!corpus(QStringLiteral("valid.nmea")).isEmpty());
+    QVERIFY(!corpus(QStringLiteral("tolerated.nmea")).isEmpty());
+    QVERIFY(!corpus(QStringLiteral("invalid.nmea")).isEmpty());
+}
+
+void TestReceiveModel::shrinksAFailingStreamToItsShortestForm()
+{
+    const ReceiveStream stream = StreamGenerator(1).stream();
+    const auto hasTwoDollars = [](const ReceiveStream &candidate) {
+        int dollars = 0;
+        for (const ReceiveStep &step : candidate.steps) {
+            for (const ReceiveRead &read : step.reads)
+                dollars += read.bytes.count('$');
+        }
+        return dollars >= 2;
+    };
+    QVERIFY(hasTwoDollars(stream));
+    const ReceiveStream shortestStream = shortest(stream, hasTwoDollars);
+    int bytes = 0;
+    for (const ReceiveStep &step : shortestStream.steps) {
+        for (const ReceiveRead &read : step.reads)
+            bytes += read.bytes.size();
+    }
+    QCOMPARE(bytes, 2);
+}
+
+void TestReceiveModel::randomStreamsGiveWhatTheModelGives()
+{
+    const quint32 first = environmentNumber("JWDEVICE_MODEL_SEED", 1);
+    const quint32 streams = environmentNumber("JWDEVICE_MODEL_STREAMS", streamsInTestRun);
+    const auto differs = [](const ReceiveStream &stream) { return !difference(stream).isEmpty(); };
+    reportSeedOnCrash();
+    for (quint32 i = 0; i < streams; ++i) {
+        runningSeed = first + i;
+        const ReceiveStream stream = StreamGenerator(runningSeed).stream();
+        if (differs(stream)) {
+            const ReceiveStream shortestStream = shortest(stream, differs);
+            const QString report = QStringLiteral("seed %1, in its shortest form:\n%2%3")
+                                       .arg(runningSeed)
+                                       .arg(shortestStream.toString(), difference(shortestStream));
+            QFAIL(qPrintable(report));
+        }
+    }
+    qInfo("%u streams from seed %u", streams, first);
+}
 
 QTEST_GUILESS_MAIN(TestReceiveModel)
 #include "tst_receive_model.moc"

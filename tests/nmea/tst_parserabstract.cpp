@@ -2,8 +2,6 @@
 
 #include <QtTest>
 
-#include <algorithm>
-#include <functional>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -17,13 +15,6 @@ struct Record
 {
     QStringList events;
     QHash<QString, QString> values;
-    std::function<void(const QString &name)> meanwhile; ///< run by the delegates, and for the key with the name "key"
-
-    void runMeanwhile(const QString &name) const
-    {
-        if (meanwhile)
-            meanwhile(name);
-    }
 };
 
 using Base = Nmea::ParserAbstract<Record>;
@@ -33,13 +24,6 @@ bool store(Record *record, const QString &value, const QString &name)
 {
     record->events.append(name + QLatin1Char('=') + value);
     record->values[name] = value;
-    record->runMeanwhile(name);
-    return true;
-}
-
-bool storeOtherwise(Record *record, const QString &value, const QString &name)
-{
-    record->events.append(QStringLiteral("other ") + name + QLatin1Char('=') + value);
     return true;
 }
 
@@ -61,13 +45,7 @@ bool failOtherwise(Record *, const QString &, const QString &)
 
 QString load(const Record *record, const QString &name)
 {
-    record->runMeanwhile(name);
     return record->values.value(name);
-}
-
-QString loadOtherwise(const Record *record, const QString &name)
-{
-    return QStringLiteral("other ") + record->values.value(name);
 }
 
 QString refuseToLoad(const Record *, const QString &name)
@@ -170,7 +148,6 @@ protected:
     void setSentenceId(Record *record, int sentenceId) override
     {
         record->events.append(QStringLiteral("key %1").arg(sentenceId));
-        record->runMeanwhile(QStringLiteral("key"));
     }
 };
 
@@ -308,16 +285,7 @@ private Q_SLOTS:
     void reversedParserLooksInTheOtherTable();
     void operationsLeaveTheParserAlone();
 
-    void textIsReadThoughItsDelegatesWriteOverIt_data();
-    void textIsReadThoughItsDelegatesWriteOverIt();
-    void bodyIsCutAtTheSeparatorThatItBeganWith_data();
-    void bodyIsCutAtTheSeparatorThatItBeganWith();
     void changedTablesCountAtOnce();
-    void parserDelegatesAreLookedUpFieldByField_data();
-    void parserDelegatesAreLookedUpFieldByField();
-    void builderDelegatesAreLookedUpFieldByField_data();
-    void builderDelegatesAreLookedUpFieldByField();
-    void delegatesMayComeAndGoBeforeTheirField();
     void everySentenceOfALargeTableIsRecognised();
     void firstKeyOfTheTableCountsForAnIdentifierOfTwo();
     void newestFormatCountsForAKeyOfTwo();
@@ -1159,73 +1127,6 @@ void TestParserAbstract::operationsLeaveTheParserAlone()
     QCOMPARE(out, line("$EMPTY*55"));
 }
 
-void TestParserAbstract::textIsReadThoughItsDelegatesWriteOverIt_data()
-{
-    QTest::addColumn<QString>("operation");
-    for (const char *operation : {"parseSentence", "parseTrimmed", "parseListed", "parseParameters"})
-        QTest::newRow(operation) << QString::fromLatin1(operation);
-}
-
-void TestParserAbstract::textIsReadThoughItsDelegatesWriteOverIt()
-{
-    QFETCH(QString, operation);
-    TestParser parser;
-    parser.init();
-    const QString writtenOver = QStringLiteral("written over");
-    QString sentence = line("$THREE,10000000,20000000,3*52");
-    QString body = QStringLiteral("THREE,10000000,20000000,3");
-    QStringList fields{QStringLiteral("10000000"), QStringLiteral("20000000"), QStringLiteral("3")};
-    for (QString *text : {&sentence, &body})
-        *text = QString(text->constData(), text->size()); // nobody else has it, so writing over it takes its memory
-    Record record;
-    record.meanwhile = [&](const QString &) {
-        sentence.fill(QLatin1Char('x'));
-        body.fill(QLatin1Char('x'));
-        std::fill(fields.begin(), fields.end(), writtenOver);
-        fields.append(writtenOver); // also into other memory
-    };
-    if (operation == QLatin1String("parseSentence"))
-        parser.parseSentence(&record, sentence);
-    else if (operation == QLatin1String("parseTrimmed"))
-        parser.parseTrimmed(&record, body);
-    else if (operation == QLatin1String("parseListed"))
-        parser.parseListed(&record, QStringLiteral("THREE"), fields);
-    else
-        parser.parseParameters(&record, fields, QStringLiteral("a,b,c"));
-    const QStringList events{QStringLiteral("a=10000000"), QStringLiteral("b=20000000"), QStringLiteral("c=3")};
-    record.events.removeOne(QStringLiteral("key 1"));
-    QCOMPARE(record.events, events);
-    QVERIFY(fields.contains(writtenOver));
-}
-
-void TestParserAbstract::bodyIsCutAtTheSeparatorThatItBeganWith_data()
-{
-    QTest::addColumn<QString>("changedBy");
-    QTest::newRow("changed with the key") << QStringLiteral("key");
-    QTest::newRow("changed by the first field") << QStringLiteral("a");
-    QTest::newRow("changed by the last field but one") << QStringLiteral("b");
-}
-
-void TestParserAbstract::bodyIsCutAtTheSeparatorThatItBeganWith()
-{
-    QFETCH(QString, changedBy);
-    TestParser parser;
-    parser.init();
-    Record record;
-    record.meanwhile = [&](const QString &name) {
-        if (name == changedBy)
-            parser.m_fieldSeparator = QLatin1Char(';');
-    };
-    parser.parseTrimmed(&record, QStringLiteral("THREE,1,2;x,3;y"));
-    const QStringList events{QStringLiteral("key 1"), QStringLiteral("a=1"), QStringLiteral("b=2;x"),
-                             QStringLiteral("c=3;y")};
-    QCOMPARE(record.events, events);
-
-    record.events.clear();
-    parser.parseTrimmed(&record, QStringLiteral("THREE;4;5,6"));
-    QCOMPARE(record.events, (QStringList{QStringLiteral("key 1"), QStringLiteral("a=4"), QStringLiteral("b=5,6")}));
-}
-
 void TestParserAbstract::changedTablesCountAtOnce()
 {
     TestParser parser;
@@ -1255,105 +1156,6 @@ void TestParserAbstract::changedTablesCountAtOnce()
     parser.m_formatSeparator = QLatin1Char(';');
     QCOMPARE(thrownMessage([&] { parser.buildSentence(&record, Three, out); }),
              QStringLiteral("Unknown format token in sentence formatter: c,a"));
-}
-
-void TestParserAbstract::parserDelegatesAreLookedUpFieldByField_data()
-{
-    QTest::addColumn<QString>("changedBy");
-    QTest::addColumn<bool>("thenParses");
-    QTest::newRow("changed with the key") << QStringLiteral("key") << false;
-    QTest::newRow("changed with the key, then used") << QStringLiteral("key") << true;
-    QTest::newRow("changed by a field") << QStringLiteral("a") << false;
-    QTest::newRow("changed by a field, then used") << QStringLiteral("a") << true;
-}
-
-void TestParserAbstract::parserDelegatesAreLookedUpFieldByField()
-{
-    QFETCH(QString, changedBy);
-    QFETCH(bool, thenParses);
-    TestParser parser;
-    parser.init();
-    Record record;
-    record.meanwhile = [&](const QString &name) {
-        if (name != changedBy)
-            return;
-        parser.m_parserDelegates[QStringLiteral("c")] = storeOtherwise;
-        if (thenParses) {
-            Record other;
-            parser.parseTrimmed(&other, QStringLiteral("THREE,7,8,9"));
-            QCOMPARE(other.events.last(), QStringLiteral("other c=9"));
-        }
-    };
-    parser.parseTrimmed(&record, QStringLiteral("THREE,1,2,3"));
-    const QStringList events{QStringLiteral("key 1"), QStringLiteral("a=1"), QStringLiteral("b=2"),
-                             QStringLiteral("other c=3")};
-    QCOMPARE(record.events, events);
-
-    parser.m_parserDelegates = parser.parserDelegates;
-    record.events.clear();
-    parser.parseListed(&record, QStringLiteral("THREE"),
-                       {QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")});
-    QCOMPARE(record.events, events);
-}
-
-void TestParserAbstract::builderDelegatesAreLookedUpFieldByField_data()
-{
-    QTest::addColumn<bool>("thenBuilds");
-    QTest::newRow("changed by a field") << false;
-    QTest::newRow("changed by a field, then used") << true;
-}
-
-void TestParserAbstract::builderDelegatesAreLookedUpFieldByField()
-{
-    QFETCH(bool, thenBuilds);
-    TestParser parser;
-    parser.init();
-    Record record = recordOf(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"));
-    record.meanwhile = [&](const QString &name) {
-        if (name != QLatin1String("a"))
-            return;
-        parser.m_builderDelegates[QStringLiteral("c")] = loadOtherwise;
-        if (thenBuilds) {
-            const Record other = recordOf(QStringLiteral("7"), QStringLiteral("8"), QStringLiteral("9"));
-            QCOMPARE(parser.buildParameters(&other, QStringLiteral("a,b,c")), QStringLiteral("7,8,other 9"));
-        }
-    };
-    QString out;
-    parser.buildSentence(&record, Three, out);
-    QVERIFY2(out.startsWith(QLatin1String("$THREE,1,2,other 3*")), qPrintable(out));
-
-    parser.m_builderDelegates = parser.builderDelegates;
-    QCOMPARE(parser.buildParameters(&record, QStringLiteral("a,b,c")), QStringLiteral("1,2,other 3"));
-}
-
-void TestParserAbstract::delegatesMayComeAndGoBeforeTheirField()
-{
-    TestParser parser;
-    parser.init();
-    const QString x = QStringLiteral("x");
-    const QStringList fields{QStringLiteral("1"), QStringLiteral("2")};
-    Record record = recordOf(QStringLiteral("1"));
-    record.values[x] = QStringLiteral("2");
-    record.meanwhile = [&](const QString &) {
-        parser.m_parserDelegates[x] = store;
-        parser.m_builderDelegates[x] = load;
-    };
-    parser.parseParameters(&record, fields, QStringLiteral("a,x"));
-    QCOMPARE(record.events, (QStringList{QStringLiteral("a=1"), QStringLiteral("x=2")}));
-    parser.m_builderDelegates.remove(x);
-    QCOMPARE(parser.buildParameters(&record, QStringLiteral("a,x")), QStringLiteral("1,2"));
-
-    record.events.clear();
-    record.meanwhile = [&](const QString &) {
-        parser.m_parserDelegates.clear();
-        parser.m_builderDelegates.clear();
-    };
-    QCOMPARE(thrownMessage([&] { parser.buildParameters(&record, QStringLiteral("a,x")); }),
-             QStringLiteral("Unknown format token in sentence formatter: x"));
-    parser.m_parserDelegates = {{QStringLiteral("a"), store}, {x, store}};
-    QCOMPARE(thrownMessage([&] { parser.parseParameters(&record, fields, QStringLiteral("a,x")); }),
-             QStringLiteral("Unknown format token in sentence formatter"));
-    QCOMPARE(record.events, QStringList{QStringLiteral("a=1")});
 }
 
 void TestParserAbstract::everySentenceOfALargeTableIsRecognised()

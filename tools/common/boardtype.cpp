@@ -1,40 +1,14 @@
 #include "boardtype.h"
 
+#include <device/boardrules.h>
+
 #include <QStringList>
 
 namespace JwTools {
 
-namespace {
-
-struct BoardType
-{
-    JwDevice::Type type;
-    QLatin1String name;
-};
-
-const BoardType table[] = {
-    {JwDevice::BoardA, QLatin1String("BoardA")},
-    {JwDevice::BoardB, QLatin1String("BoardB")},
-    {JwDevice::BoardC, QLatin1String("BoardC")},
-};
-
-} // namespace
-
-QList<JwDevice::Type> boardTypes()
-{
-    QList<JwDevice::Type> types;
-    for (const BoardType &entry : table)
-        types.append(entry.type);
-    return types;
-}
-
 QString boardName(JwDevice::Type type)
 {
-    for (const BoardType &entry : table) {
-        if (entry.type == type)
-            return entry.name;
-    }
-    return QString();
+    return JwDevice::boardTypes().contains(type) ? JwDevice::typeName(type) : QString();
 }
 
 QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunction)
@@ -50,9 +24,10 @@ QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunctio
 
 std::optional<JwDevice::Type> boardType(const QString &name)
 {
-    for (const BoardType &entry : table) {
-        if (name.compare(entry.name, Qt::CaseInsensitive) == 0)
-            return entry.type;
+    const QList<JwDevice::Type> types = JwDevice::boardTypes();
+    for (const JwDevice::Type type : types) {
+        if (name.compare(boardName(type), Qt::CaseInsensitive) == 0)
+            return type;
     }
     return std::nullopt;
 }

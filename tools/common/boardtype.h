@@ -9,10 +9,8 @@
 
 namespace JwTools {
 
-/// All types of board, in the order of the library.
-QList<JwDevice::Type> boardTypes();
-
-/// A product name such as "BoardA", which is never translated; empty for a type that is none of boardTypes().
+/// The library's name of a board type, such as "BoardA"; empty for a type that is none of JwDevice::boardTypes(). Names
+/// are never translated.
 QString boardName(JwDevice::Type type);
 
 /// The names of `types`, such as "BoardA, BoardB and BoardC", with `conjunction` before the last one.

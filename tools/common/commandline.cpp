@@ -3,6 +3,8 @@
 #include "boardtype.h"
 #include "portname.h"
 
+#include <device/boardrules.h>
+
 namespace JwTools {
 
 namespace {
@@ -19,11 +21,13 @@ CommandLine::CommandLine(const QString &program, const QString &description, con
     : m_program(program)
     , m_type(makeOption("type",
                         tr("Type of board to find: %1. Can be repeated. Without it, all types.")
-                            .arg(boardNames(boardTypes(), tr("or"))),
+                            .arg(boardNames(JwDevice::boardTypes(), tr("or"))),
                         "TYPE"))
     , m_port(makeOption("port",
                         tr("Probe this port, such as ttyACM0, and no others. Can be repeated. Without it, every port "
-                           "is probed whose USB manufacturer is \"STMicroelectronics.\" or whose vendor id is 0483."),
+                           "is probed whose USB manufacturer is \"%1\" or whose vendor id is %2.")
+                            .arg(QLatin1String(JwDevice::boardManufacturer))
+                            .arg(JwDevice::boardVendorId, 4, 16, QLatin1Char('0')),
                         "NAME"))
     , m_delay(makeOption("delay",
                          tr("Wait before the ports are opened, when BoardC is wanted: 0 (default) to %1 ms.")
@@ -31,9 +35,10 @@ CommandLine::CommandLine(const QString &program, const QString &description, con
                          "MS"))
     , m_retries(makeOption("retries",
                            tr("How many times a port is asked again while a board is missing: 0 to %1, default %2. A "
-                              "round takes 400 ms.")
+                              "round takes %3 ms.")
                                .arg(SearchSettings::maxRetries)
-                               .arg(SearchSettings().retries),
+                               .arg(SearchSettings().retries)
+                               .arg(JwDevice::replyTime),
                            "N"))
     , m_version(QStringList{QStringLiteral("v"), QStringLiteral("version")}, tr("Show the version."))
     , m_help(QStringList{QStringLiteral("h"), QStringLiteral("help")}, tr("Show this help."))
@@ -76,14 +81,15 @@ bool CommandLine::readTypes(SearchSettings &settings, QString *error) const
     for (const QString &name : names) {
         const std::optional<JwDevice::Type> type = boardType(name);
         if (!type) {
-            return fail(
-                error, tr("--type \"%1\" is not known: allowed are %2").arg(name, boardNames(boardTypes(), tr("and"))));
+            return fail(error,
+                        tr("--type \"%1\" is not known: allowed are %2")
+                            .arg(name, boardNames(JwDevice::boardTypes(), tr("and"))));
         }
         if (!settings.types.contains(*type))
             settings.types.append(*type);
     }
     if (settings.types.isEmpty())
-        settings.types = boardTypes();
+        settings.types = JwDevice::boardTypes();
     return true;
 }
 

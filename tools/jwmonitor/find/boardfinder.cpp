@@ -2,12 +2,12 @@
 
 #include <common/portname.h>
 #include <jwmonitor/history/clock.h>
-#include "porterrors.h"
 
+#include <device/boardrules.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QSerialPort>
-#include <QSignalBlocker>
 
 #include <algorithm>
 #include <utility>
@@ -16,10 +16,10 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int replyTime = 400; // ms that the library awaits an answer
-constexpr int spareTime = 1500; // ms beyond all retry rounds, for opening many ports and for late answers
-constexpr int refreshInterval = 100; // ms; what the log tells of comes at once
-constexpr int settleTime = 200; // ms from a change to the next search: what comes together is searched together
+constexpr int spareTime = 1500; // ms in addition to all rounds, for opening many ports and for late answers
+constexpr int refreshInterval = 100; // ms; events come at once
+constexpr int settleTime =
+    200; // ms from a change to the next search, so that ports that appear together are searched together
 
 bool isSettled(const JwDevice::PortReport &report)
 {
@@ -28,7 +28,7 @@ bool isSettled(const JwDevice::PortReport &report)
     return report.verdict != JwDevice::PortReport::Awaiting;
 }
 
-/// What is left of an entry before a new search.
+/// The entry without the results of earlier searches.
 PortEntry forgotten(const PortEntry &entry)
 {
     PortEntry left;
@@ -36,12 +36,12 @@ PortEntry forgotten(const PortEntry &entry)
     return left;
 }
 
-/// Whether a search met something else on the port of a lost board.
+/// Whether a search found something else on the port of a lost board.
 bool isTaken(const PortEntry &entry)
 {
     return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
         && entry.report->verdict != JwDevice::PortReport::Lost
-        && entry.report->error != QSerialPort::DeviceNotFoundError; // it went while the search began
+        && entry.report->error != QSerialPort::DeviceNotFoundError; // the port disappeared while the search started
 }
 
 } // namespace
@@ -56,12 +56,12 @@ BoardFinder::BoardFinder(QObject *parent)
     connect(&m_againTimer, &QTimer::timeout, this, &BoardFinder::search);
     m_refreshTimer.setSingleShot(true);
     connect(&m_refreshTimer, &QTimer::timeout, this, &BoardFinder::refresh);
-    connect(&m_watcher, &PortWatcher::portsChanged, this, &BoardFinder::takePorts);
+    connect(&m_watcher, &PortWatcher::portsChanged, this, &BoardFinder::onPortsChanged);
 }
 
 BoardFinder::~BoardFinder()
 {
-    blockSignals(true); // who listened may be half gone
+    blockSignals(true); // the receivers may be half destroyed
     stop();
 }
 
@@ -141,11 +141,18 @@ void BoardFinder::search()
             [this, initializer](JwDevice::Type type, JwDevice::Communicator *communicator) {
                 const Board board = adopt(communicator);
                 if (m_initializer == initializer)
-                    takeBoard(type, board);
-                else // the search was ended before this answer came
+                    onBoardFound(type, board);
+                else // the answer came after the end of the search
                     letGo(board);
             });
-    // Comes once for each missing type, and perhaps from within probe().
+    initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
+        const bool isOurs = event.kind == JwDevice::PortEvent::NotOpened && m_held.contains(event.portName);
+        if (m_initializer != initializer || isOurs)
+            return;
+        Q_EMIT portEvent(event);
+        refreshSoon();
+    });
+    // Emitted once for each missing type, perhaps within probe().
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
     m_deadline.start(limit(types));
@@ -175,7 +182,7 @@ void BoardFinder::endSearch()
         if (m_isDue)
             search();
     });
-    std::exchange(m_initializer, nullptr)->deleteLater(); // we may be within a signal of its
+    std::exchange(m_initializer, nullptr)->deleteLater(); // we may be within its signal
     for (BoardState &board : m_boards) {
         if (board.stage == BoardState::Looking)
             board.stage = BoardState::Missing;
@@ -209,7 +216,7 @@ void BoardFinder::refresh()
     QList<JwDevice::PortReport> ours;
     for (const JwDevice::PortReport &report : reports) {
         if (m_held.contains(report.portName) && report.verdict != JwDevice::PortReport::HandedOver)
-            continue; // it could not be opened, for it has our board
+            continue; // not opened because our own board holds it
         ours.append(report);
         PortEntry &entry = m_entries[report.portName];
         entry.port.name = report.portName;
@@ -235,12 +242,12 @@ BoardFinder::Board BoardFinder::adopt(JwDevice::Communicator *communicator)
     return {communicator, port};
 }
 
-void BoardFinder::takeBoard(JwDevice::Type type, const Board &held)
+void BoardFinder::onBoardFound(JwDevice::Type type, const Board &held)
 {
     QSerialPort *const port = held.port;
     const QString name = port->portName();
     m_held.insert(name, held);
-    connect(new PortErrors(port), &PortErrors::portLost, this, [this, name, port] {
+    connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, this, [this, name, port] {
         if (m_held.value(name).port == port)
             lose(name);
     });
@@ -258,15 +265,15 @@ void BoardFinder::takeBoard(JwDevice::Type type, const Board &held)
         endSearchSoon();
 }
 
-void BoardFinder::takePorts(const QVector<SystemPort> &ports)
+void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 {
-    // What is there at the beginning is what the first search has tried.
+    // The first search has tried the ports that were there at the start.
     const bool came = m_systemPorts
         && std::any_of(ports.begin(), ports.end(), [this](const SystemPort &port) { return isWorthASearch(port); });
     for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {
         const auto entry = m_entries.find(port.name);
         if (entry != m_entries.end() && entry->stay == PortEntry::NoBoard && !m_initializer && !ports.contains(port))
-            *entry = forgotten(*entry); // when it comes again it may have another board
+            *entry = forgotten(*entry); // when the port comes back it may hold another board
     }
     const QList<JwDevice::Type> missing = missingTypes();
     for (const SystemPort &port : ports) {
@@ -275,7 +282,7 @@ void BoardFinder::takePorts(const QVector<SystemPort> &ports)
             continue;
         const bool isNew = m_systemPorts && !m_systemPorts->contains(port);
         if (isNew && entry->stay == PortEntry::Lost && !missing.contains(entry->type))
-            *entry = forgotten(*entry); // another board has its place: no search tells what is there now
+            *entry = forgotten(*entry); // its type was found on another port, so no search will look at this one
         entry->port = port;
     }
     m_systemPorts = ports;
@@ -286,7 +293,7 @@ void BoardFinder::takePorts(const QVector<SystemPort> &ports)
 
 bool BoardFinder::isWorthASearch(const SystemPort &port) const
 {
-    // The newest search may have seen it before we did.
+    // The newest search may have tried the port before the watcher reported it.
     const std::optional<JwDevice::PortReport> report = m_entries.value(port.name).report;
     const bool isTried = report && !report->location.isEmpty() && report->verdict != JwDevice::PortReport::Lost;
     return !m_systemPorts->contains(port) && !isTried
@@ -301,7 +308,7 @@ void BoardFinder::lose(const QString &portName)
     entry.milliseconds = -1;
     entry.report.reset();
     m_boards[entry.type] = {BoardState::Lost, portName};
-    // Between two looks at the list the port may go and come: it counts as new when it is there at the next look.
+    // The port may go and come back between two looks at the list. At the next look it must count as new.
     if (m_systemPorts) {
         const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
         m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());
@@ -309,19 +316,15 @@ void BoardFinder::lose(const QString &portName)
     m_watcher.lookAgain();
     Q_EMIT boardLost(portName);
     Q_EMIT changed();
-    m_againTimer.start(); // another board of the type may be there
+    m_againTimer.start(); // another board of this type may be there
 }
 
 void BoardFinder::letGo(const Board &board)
 {
     disconnect(board.port, nullptr, this, nullptr);
     board.communicator->setIODevice(nullptr);
-    if (board.port->isOpen()) {
-        const QSignalBlocker blocker(board.port);
-        board.port->clear(QSerialPort::Output); // the system would wait for a board that does not read
-        board.port->close(); // or it goes on to report errors, without end
-    }
-    board.port->deleteLater(); // not delete: we may be within a signal of its
+    JwDevice::closeAtOnce(board.port); // an open port whose device is gone reports errors without end
+    board.port->deleteLater(); // not delete: we may be within its signal
 }
 
 QList<JwDevice::Type> BoardFinder::missingTypes() const
@@ -334,8 +337,8 @@ QList<JwDevice::Type> BoardFinder::missingTypes() const
 
 int BoardFinder::limit(const QList<JwDevice::Type> &types) const
 {
-    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // as the library waits
-    return delay + (m_settings.retries + 1) * replyTime + spareTime;
+    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // the library waits for BoardC only
+    return delay + (m_settings.retries + 1) * JwDevice::replyTime + spareTime;
 }
 
 } // namespace JwMonitor

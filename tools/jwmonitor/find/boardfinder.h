@@ -17,57 +17,55 @@ class QSerialPort;
 
 namespace JwDevice {
 class Initializer;
-}
+struct PortEvent;
+} // namespace JwDevice
 
 namespace JwMonitor {
 
 /**
- * Keeps the wanted boards found, from start() to stop(): it searches, and searches again for what is missing as soon as
- * a port comes or a board is lost. It owns the boards that it finds.
+ * Finds the wanted boards and keeps them found, from start() to stop(). A new search for the missing boards starts when
+ * a port appears or a board is lost. The finder owns the boards that it finds.
  *
- * Each search is one Initializer, which is deleted at the end of the search, so that its ports become free. A board
- * that answers without being wanted would keep the search open without end; so it gets a limit in time.
+ * Each search is one Initializer. The Initializer is deleted at the end of the search, to free its ports. A search has
+ * a time limit, because a board of another type would keep it open without end.
  */
 class BoardFinder : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Where a wanted board stands.
+    /// What is known of a wanted board.
     struct BoardState
     {
         enum Stage { Missing, Looking, Found, Lost, Back };
         Stage stage = Missing;
-        QString port; ///< where it is, or was
+        QString port; ///< where the board is or was
     };
 
     explicit BoardFinder(QObject *parent = nullptr);
     ~BoardFinder() override;
 
-    /// Lets go of all boards and looks for those of `settings`, of which at least one type must be wanted.
+    /// Closes all boards and searches for those of `settings`, which must want at least one type.
     void start(const FindSettings &settings);
-    /// Ends the search, and lets go of all boards.
+    /// Ends the search and closes all boards.
     void stop();
 
     bool isStarted() const { return m_isStarted; }
     bool isSearching() const { return m_initializer; }
 
-    /// In the order of JwTools::isPortBefore(): the ports of the system, those that the newest search tried, and those
-    /// whose board was lost.
+    /// The ports of the system, the ports that the newest search tried, and the ports of lost boards; sorted by name.
     QVector<PortEntry> ports() const;
-    /// Of the wanted types, from the first start() on.
+    /// One entry for each wanted type; empty before start().
     QMap<JwDevice::Type, BoardState> boards() const { return m_boards; }
-
-public Q_SLOTS:
-    /// Something happened in the search: look what became of its ports, once the event loop runs.
-    void refreshSoon();
 
 Q_SIGNALS:
     void searchStarted(qint64 timeUs); ///< since the epoch
     void searchEnded();
-    /// What ports() and boards() tell has changed.
+    /// ports() or boards() may have changed.
     void changed();
-    /// Reports of the running search; not of the boards that earlier searches found.
+    /// An event of the running search; not of boards that earlier searches found. Don't run an event loop in the slot.
+    void portEvent(const JwDevice::PortEvent &event);
+    /// The reports of the running search; not of boards that earlier searches found.
     void reported(const QList<JwDevice::PortReport> &reports);
     void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
     void boardLost(const QString &port);
@@ -81,11 +79,12 @@ private:
 
     void search();
     void endSearch();
-    void endSearchSoon(); // from within signals of the Initializer
+    void endSearchSoon(); // for use within a signal of the Initializer
+    void refreshSoon();
     void refresh();
-    Board adopt(JwDevice::Communicator *communicator); // and its port
-    void takeBoard(JwDevice::Type type, const Board &held);
-    void takePorts(const QVector<SystemPort> &ports);
+    Board adopt(JwDevice::Communicator *communicator); // with its port
+    void onBoardFound(JwDevice::Type type, const Board &held);
+    void onPortsChanged(const QVector<SystemPort> &ports);
     bool isWorthASearch(const SystemPort &port) const;
     void lose(const QString &portName);
     void letGo(const Board &board);
@@ -95,16 +94,16 @@ private:
     PortWatcher m_watcher;
     QTimer m_deadline;
     QTimer m_refreshTimer;
-    QTimer m_againTimer; // of a search that is due: never within a signal of a port
+    QTimer m_againTimer; // starts the next search, never within a signal of a port
     QElapsedTimer m_clock;
     FindSettings m_settings;
     bool m_isStarted = false;
-    bool m_isDue = false; // a search, once the running one has ended and its ports are free
-    int m_leaving = 0; // Initializers that have ended and may still hold ports
+    bool m_isDue = false; // a new search, when the running one has ended and its ports are free
+    int m_leaving = 0; // ended Initializers that may still hold ports
     JwDevice::Initializer *m_initializer = nullptr; // of the running search
     std::optional<QVector<SystemPort>> m_systemPorts;
-    QMap<QString, PortEntry> m_entries; // what searches know
-    QHash<QString, Board> m_held; // by port
+    QMap<QString, PortEntry> m_entries; // results of searches, by port name
+    QHash<QString, Board> m_held; // by port name
     QMap<JwDevice::Type, BoardState> m_boards;
 };
 

@@ -3,6 +3,8 @@
 #include <common/boardtype.h>
 #include <common/portname.h>
 
+#include <device/boardrules.h>
+
 #include <QCheckBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -27,7 +29,7 @@ QSpinBox *createNumber(const char *name, int highest, const QString &toolTip, QW
 QMap<JwDevice::Type, QCheckBox *> createTypes(QWidget *parent)
 {
     QMap<JwDevice::Type, QCheckBox *> boxes;
-    const QList<JwDevice::Type> types = JwTools::boardTypes();
+    const QList<JwDevice::Type> types = JwDevice::boardTypes();
     for (const JwDevice::Type type : types) {
         auto *box = new QCheckBox(JwTools::boardName(type), parent);
         box->setObjectName(JwTools::boardName(type));
@@ -49,7 +51,8 @@ FindBar::FindBar(QWidget *parent)
     : QWidget(parent)
     , m_types(createTypes(this))
     , m_retries(createNumber("retries", FindSettings::maxRetries,
-                             tr("How often ports are asked again while a board is missing; a round takes 400 ms"),
+                             tr("How many times a port is asked again while a board is missing; a round takes %1 ms")
+                                 .arg(JwDevice::replyTime),
                              this))
     , m_delay(createNumber("delay", FindSettings::maxDelay,
                            tr("Wait before the ports are opened, when BoardC is wanted"), this))

@@ -35,7 +35,7 @@ TimelineCanvas::TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent)
     m_clock.setInterval(frameTime);
     connect(&m_clock, &QTimer::timeout, this, &TimelineCanvas::refresh);
     connect(m_timeline, &ProbeTimeline::changed, this, [this] {
-        followMark(); // at once: a picture may be painted before the next frame
+        followMark(); // now, because a picture may be painted before the next frame
         if (!m_clock.isActive())
             m_clock.start();
     });
@@ -178,7 +178,7 @@ void TimelineCanvas::markNext(int lanes, int events)
     const QVector<TimelineLane> &all = m_timeline->lanes();
     TimelinePainter::Place place = m_marked;
     int lane = place.lane + (place.lane < 0 ? 1 : lanes);
-    while (lane >= 0 && lane < all.size() && all[lane].events.isEmpty()) // nothing to mark there
+    while (lane >= 0 && lane < all.size() && all[lane].events.isEmpty()) // a lane without an event to mark
         lane += lanes < 0 ? -1 : 1;
     if (lane < 0 || lane >= all.size())
         return;

@@ -9,7 +9,8 @@ namespace JwMonitor {
 
 class ProbeTimeline;
 
-/// A timeline on the screen: live, with what happened under the mouse or at the keyboard's mark in words.
+/// Shows a timeline on the screen and follows a running search. Describes the event under the mouse and the event that
+/// is marked by keys.
 class TimelineCanvas : public QAbstractScrollArea
 {
     Q_OBJECT
@@ -19,17 +20,17 @@ public:
     explicit TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineCanvas() override;
 
-    /// 1: the whole search fits.
+    /// At 1 the whole search fits into the view.
     void setZoom(double zoom);
     double zoom() const { return m_zoom; }
     /// Scrolls to the lane of `port`, if it has one.
     void showPort(const QString &port);
-    /// All of it as it would look without bars: what is saved.
+    /// Paints the whole picture without scroll bars, for saving.
     QSizeF pictureSize() const;
     void paintPicture(QPainter &painter) const;
 
 Q_SIGNALS:
-    /// The event with the mark, in words; empty for none.
+    /// Describes the marked event; empty if the mark was removed.
     void described(const QString &text);
 
 protected:
@@ -51,10 +52,10 @@ private:
     QString description(const QVector<TimelinePainter::Place> &places) const;
 
     const ProbeTimeline *const m_timeline;
-    QTimer m_clock; // of a search that runs: time itself moves the picture
+    QTimer m_clock; // moves the picture while a search runs
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
-    int m_markedDropped = 0; // what the lane of the mark had dropped when it was set
+    int m_markedDropped = 0; // TimelineLane::dropped of the marked lane when the mark was set
 };
 
 } // namespace JwMonitor

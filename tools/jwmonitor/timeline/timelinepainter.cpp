@@ -12,19 +12,22 @@
 #include <algorithm>
 #include <cmath>
 
+using JwDevice::PortEvent;
+
 namespace JwMonitor {
 
 namespace {
 
-constexpr double shortestSearch = 50; // ms that are shown at least
+constexpr double shortestSearch = 50; // ms; the view never shows less
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // room for a sentence behind the end of the search
-constexpr int sentenceReach = 100; // lines that a sentence is wide at most, so that it can be seen from there
-constexpr int longestText = 200; // characters of sentences that stand at one place
-constexpr double leastGap = 1; // pixels: what is closer to its like than that can't be told from it
-constexpr double leastRoundGap = 3; // of lines over the whole height, which would hide the rest
+constexpr int lastCharacters = 34; // room for a sentence after the end of the search
+constexpr int sentenceReach =
+    100; // in line heights; no sentence is wider, so one that begins farther left is not visible
+constexpr int longestText = 200; // characters of all sentences at one place
+constexpr double leastGap = 1; // pixels; marks closer than this would overlap
+constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the rest
 
-/// 1, 2 or 5 with zeros: the ms between two lines of the axis that are at least `least` apart.
+/// The ms between two lines of the axis: the smallest 1, 2 or 5 with zeros that is not below `least`.
 double stepOf(double least)
 {
     const double power = std::pow(10, std::floor(std::log10(least)));
@@ -35,27 +38,27 @@ double stepOf(double least)
     return 10 * power;
 }
 
-bool endsWaiting(TimelineEvent::Kind kind)
+bool endsWaiting(PortEvent::Kind kind)
 {
-    return kind == TimelineEvent::Reply || kind == TimelineEvent::TimedOut || kind == TimelineEvent::Lost
-        || kind == TimelineEvent::HandedOver;
+    return kind == PortEvent::Answered || kind == PortEvent::TimedOut || kind == PortEvent::Lost
+        || kind == PortEvent::HandedOver;
 }
 
-Theme::Role role(TimelineEvent::Kind kind)
+Theme::Role role(PortEvent::Kind kind)
 {
     switch (kind) {
-    case TimelineEvent::Opened:
-    case TimelineEvent::TimedOut:
+    case PortEvent::Opened:
+    case PortEvent::TimedOut:
         return Theme::Quiet;
-    case TimelineEvent::Query:
+    case PortEvent::Asked:
         return Theme::Query;
-    case TimelineEvent::Reply:
+    case PortEvent::Answered:
         return Theme::Reply;
-    case TimelineEvent::Unreadable:
-    case TimelineEvent::NotOpened:
-    case TimelineEvent::Lost:
+    case PortEvent::Unreadable:
+    case PortEvent::NotOpened:
+    case PortEvent::Lost:
         return Theme::Problem;
-    case TimelineEvent::HandedOver:
+    case PortEvent::HandedOver:
         return Theme::Good;
     }
     return Theme::Quiet;
@@ -181,9 +184,9 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         if (begin < end)
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    // Waits that follow each other without a gap that can be seen are one.
+    // Waits without a visible gap between them are drawn as one.
     double begin = 0;
-    double end = -1; // before the begin: none
+    double end = -1; // no wait yet
     Theme::Role waitRole = Theme::Waiting;
     const auto flush = [&] {
         if (end >= begin)
@@ -200,14 +203,14 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     };
 
     auto event = eventFrom(lane, left);
-    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // it may have begun further to the left
+    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // the wait may have begun farther left
         --event;
     double asked = -1;
     for (; event != lane.events.end() && (asked >= 0 || xAt(event->ms) <= right); ++event) {
-        if (event->kind == TimelineEvent::Query && asked < 0) {
+        if (event->kind == PortEvent::Asked && asked < 0) {
             asked = event->ms;
         } else if (asked >= 0 && endsWaiting(event->kind)) {
-            addWait(asked, event->ms, event->kind == TimelineEvent::Reply ? Theme::Reply : Theme::Waiting);
+            addWait(asked, event->ms, event->kind == PortEvent::Answered ? Theme::Reply : Theme::Waiting);
             asked = -1;
         }
     }
@@ -216,7 +219,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     flush();
 
     const auto found = std::find_if(lane.events.rbegin(), lane.events.rend(),
-                                    [](const TimelineEvent &last) { return last.kind == TimelineEvent::HandedOver; });
+                                    [](const TimelineEvent &last) { return last.kind == PortEvent::HandedOver; });
     if (found != lane.events.rend())
         span(found->ms, m_end, Theme::Good, height / 4);
 }
@@ -227,10 +230,9 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
     const QFontMetricsF metrics(m_font);
     const double gap = 0.5 * m_line;
     const auto isShown = [sent](const TimelineEvent &event) {
-        return !event.text.isEmpty() && event.kind != TimelineEvent::HandedOver
-            && sent == (event.kind == TimelineEvent::Query);
+        return !event.text.isEmpty() && event.kind != PortEvent::HandedOver && sent == (event.kind == PortEvent::Asked);
     };
-    // What comes at the same moment is one text; each ends where the next begins.
+    // Sentences of the same moment are joined. A text ends where the next begins.
     double from = -1;
     QString text;
     QColor colour;
@@ -266,7 +268,7 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
 void TimelinePainter::paintMarkers(QPainter &painter, const TimelineLane &lane, double middle, double left,
                                    double right) const
 {
-    QMap<TimelineEvent::Kind, double> last;
+    QMap<PortEvent::Kind, double> last;
     for (auto event = eventFrom(lane, left - m_line); event != lane.events.end(); ++event) {
         const double x = xAt(event->ms);
         if (x > right + m_line)
@@ -281,10 +283,10 @@ void TimelinePainter::paintMarkers(QPainter &painter, const TimelineLane &lane, 
 double TimelinePainter::eventY(const TimelineEvent &event, double middle) const
 {
     switch (event.kind) {
-    case TimelineEvent::Query:
+    case PortEvent::Asked:
         return middle - 0.42 * m_line;
-    case TimelineEvent::Reply:
-    case TimelineEvent::Unreadable:
+    case PortEvent::Answered:
+    case PortEvent::Unreadable:
         return middle + 0.42 * m_line;
     default:
         return middle;
@@ -299,28 +301,28 @@ void TimelinePainter::paintMarker(QPainter &painter, const TimelineEvent &event,
     painter.setPen(QPen(colour, 1.6));
     painter.setBrush(colour);
     switch (event.kind) {
-    case TimelineEvent::Opened:
+    case PortEvent::Opened:
         painter.setBrush(m_palette.color(QPalette::Base));
         painter.drawEllipse(centre, radius, radius);
         break;
-    case TimelineEvent::Query:
+    case PortEvent::Asked:
         painter.drawPolygon(triangle(centre + QPointF(radius, 0), radius, 1));
         break;
-    case TimelineEvent::Reply:
+    case PortEvent::Answered:
         painter.drawPolygon(triangle(centre - QPointF(radius, 0), radius, -1));
         break;
-    case TimelineEvent::Unreadable:
+    case PortEvent::Unreadable:
         painter.drawRect(QRectF(centre - QPointF(radius, radius), centre + QPointF(radius, radius)));
         break;
-    case TimelineEvent::TimedOut:
+    case PortEvent::TimedOut:
         painter.drawLine(centre - QPointF(0, 1.6 * radius), centre + QPointF(0, 1.6 * radius));
         break;
-    case TimelineEvent::NotOpened:
-    case TimelineEvent::Lost:
+    case PortEvent::NotOpened:
+    case PortEvent::Lost:
         painter.drawLine(centre - QPointF(radius, radius), centre + QPointF(radius, radius));
         painter.drawLine(centre - QPointF(radius, -radius), centre + QPointF(radius, -radius));
         break;
-    case TimelineEvent::HandedOver:
+    case PortEvent::HandedOver:
         painter.drawPolygon(QPolygonF({centre - QPointF(0, 1.3 * radius), centre + QPointF(1.3 * radius, 0),
                                        centre + QPointF(0, 1.3 * radius), centre - QPointF(1.3 * radius, 0)}));
         break;

@@ -15,23 +15,23 @@ class ProbeTimeline;
 struct TimelineEvent;
 struct TimelineLane;
 
-/// Draws a timeline: a lane for each port, time to the right. The names on the left and the axis on top stay where they
-/// are when the rest is scrolled.
+/// Draws a timeline: a lane for each port, with time to the right. Scrolling moves neither the names on the left nor
+/// the axis on top.
 class TimelinePainter
 {
 public:
-    /// One event by its place.
+    /// Names one event by its lane and its index.
     struct Place
     {
         int lane = -1;
         int event = -1;
     };
 
-    /// `width` is what there is to see at once; at `zoom` 1 the whole search fits in there. `timeline` must outlive it.
+    /// `width` is the visible width; at `zoom` 1 the whole search fits into it. `timeline` must outlive the painter.
     TimelinePainter(const ProbeTimeline &timeline, const QPalette &palette, const QFont &font, double width,
                     double zoom);
 
-    /// Of all there is.
+    /// The size of the whole picture.
     QSizeF size() const;
     double laneHeight() const { return m_laneHeight; }
     double headerHeight() const { return m_headerHeight; }
@@ -41,15 +41,15 @@ public:
 
     /// The events of one lane near `position` on such a surface.
     QVector<Place> placesAt(const QPointF &position, const QPointF &offset) const;
-    /// Where `place` is when nothing is scrolled.
+    /// The position of `place` in the unscrolled picture.
     QPointF position(Place place) const;
-    /// The time at `x` when nothing is scrolled, in ms.
+    /// The time in ms at `x` of the unscrolled picture.
     double timeAt(double x) const { return (x - m_labelWidth) / m_scale; }
     double xAt(double ms) const { return m_labelWidth + ms * m_scale; }
 
 private:
     void paintAxis(QPainter &painter, const QSizeF &size, double shift) const;
-    /// From `left` to `right`, as when nothing is scrolled.
+    /// A part of the unscrolled picture.
     void paintLane(QPainter &painter, const TimelineLane &lane, double top, double left, double right) const;
     void paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
     void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent, double left,
@@ -64,7 +64,7 @@ private:
     const ProbeTimeline &m_timeline;
     const QPalette m_palette;
     const QFont m_font;
-    double m_end; // of the search so far, in ms
+    double m_end; // how long the search has taken so far, in ms
     double m_line; // height of a line of text
     double m_labelWidth;
     double m_rightMargin;

@@ -3,6 +3,8 @@
 #include "probetimeline.h"
 #include "timelinecanvas.h"
 
+#include <device/boardrules.h>
+
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -21,8 +23,8 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double pictureScale = 2; // of saved PNGs: sharp on any screen and in print
-constexpr int maxPixels = 32767; // in each direction: Qt paints no farther
+constexpr double pictureScale = 2; // of saved PNGs, to be sharp on any screen and in print
+constexpr int maxPixels = 32767; // in each direction; Qt can paint no more
 constexpr double zoomStep = 2;
 
 QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *parent)
@@ -37,7 +39,6 @@ QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *
 
 TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
     : QWidget(parent)
-    , m_timeline(timeline)
     , m_canvas(new TimelineCanvas(timeline, this))
     , m_hint(new QLabel(this))
 {
@@ -60,30 +61,25 @@ TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
     layout->addLayout(bar);
     layout->addWidget(m_canvas, 1);
     setFocusProxy(m_canvas);
-    m_hint->setTextFormat(Qt::PlainText); // whatever a board has sent
+    m_hint->setTextFormat(Qt::PlainText); // a board's text may look like HTML
     m_hint->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence doesn't widen the window
 
     connect(m_canvas, &TimelineCanvas::described, this, [this](const QString &text) {
         m_hint->setText(text);
         if (text.isEmpty())
-            updateHint();
+            showLegend();
     });
-    connect(m_timeline, &ProbeTimeline::changed, this, [this] {
-        if (m_canvas->accessibleDescription().isEmpty())
-            updateHint();
-    });
-    updateHint();
+    showLegend();
 }
 
 TimelineView::~TimelineView() = default;
 
-void TimelineView::updateHint()
+void TimelineView::showLegend()
 {
-    m_hint->setText(ProbeLog::isFineEnough()
-                        ? tr("○ opened   ▶ query   ◀ reply   ■ unreadable   | 400 ms over   ◆ handed over   ✕ failed   "
-                             "┆ retry round")
-                        : tr("The log is too coarse to tell each step: choose the level Trace in the view Log"));
+    m_hint->setText(tr("○ opened   ▶ query   ◀ reply   ■ unreadable   | %1 ms over   ◆ handed over   ✕ failed   "
+                       "┆ retry round")
+                        .arg(JwDevice::replyTime));
 }
 
 void TimelineView::askAndSave()

@@ -9,7 +9,7 @@ namespace JwMonitor {
 class ProbeTimeline;
 class TimelineCanvas;
 
-/// The timeline of the newest search, with what belongs to it: legend, zoom, saving.
+/// The timeline of the newest search with its legend and the buttons for zoom and saving.
 class TimelineView : public QWidget
 {
     Q_OBJECT
@@ -19,19 +19,18 @@ public:
     explicit TimelineView(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineView() override;
 
-    /// Saves the whole picture: as SVG when the name ends with ".svg", as PNG when with ".png". Returns what went
-    /// wrong; empty for nothing.
+    /// Saves the whole picture, as SVG if the name ends with ".svg", as PNG if with ".png". Returns an error text;
+    /// empty on success.
     QString saveTo(const QString &fileName) const;
     TimelineCanvas *canvas() const { return m_canvas; }
 
 public Q_SLOTS:
-    /// Asks for a name first.
+    /// Asks for a file name, then saves.
     void askAndSave();
 
 private:
-    void updateHint();
+    void showLegend();
 
-    const ProbeTimeline *const m_timeline;
     TimelineCanvas *const m_canvas;
     QLabel *const m_hint;
 };

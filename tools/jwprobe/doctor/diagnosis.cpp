@@ -5,6 +5,8 @@
 #include <common/printable.h>
 #include <jwprobe/search/reply.h>
 
+#include <device/boardrules.h>
+
 #include <QFile>
 
 using JwDevice::PortReport;
@@ -99,17 +101,20 @@ Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report)
         report.queries == 1 ? QStringLiteral("its query") : QStringLiteral("any of %1 queries").arg(report.queries);
     const QStringList advice =
         QStringList{QStringLiteral("Check the board's power, its firmware (is it stuck in the boot loader?) and its "
-                                   "baud rate (115200). A board that starts slowly wants more --retries. "
+                                   "baud rate (115200). A board that starts slowly needs more --retries. "
                                    "--raw-traffic shows whether any bytes come.")};
     if (report.verdict == PortReport::Awaiting) {
         return {port, report, QStringLiteral("unheard"),
                 QStringLiteral("no answer to %1 before the search ended").arg(queries),
-                QStringList{QStringLiteral("A query is awaited for 400 ms: a later --deadline gives the board time to "
-                                           "answer.")}
+                QStringList{QStringLiteral("jwprobe waits %1 ms for an answer. A later --deadline gives the board time "
+                                           "to answer.")
+                                .arg(JwDevice::replyTime)}
                     + advice};
     }
     return {port, report, QStringLiteral("silent"),
-            QStringLiteral("no sentence: it opened, but none came within 400 ms of %1").arg(queries), advice};
+            QStringLiteral("no sentence: the port opened, but none came within %1 ms of %2")
+                .arg(QString::number(JwDevice::replyTime), queries),
+            advice};
 }
 
 } // namespace

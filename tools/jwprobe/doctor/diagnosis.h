@@ -15,7 +15,7 @@ struct Diagnosis
     PortIdentity port;
     JwDevice::PortReport report;
     QString state; ///< one of the words that --help lists
-    QString summary; ///< such as "no sentence: it opened, but none came within 400 ms of any of 4 queries"
+    QString summary; ///< such as "its cable was pulled during the search"
     QStringList advice; ///< lines with blanks in front are to be copied as they are
 };
 

@@ -5,10 +5,10 @@
 #include <device/portreport.h>
 #include <device/type.h>
 
-#include <QElapsedTimer>
 #include <QObject>
-#include <QSerialPort>
 #include <QString>
+
+class QSerialPort;
 
 namespace JwDevice {
 class Communicator;
@@ -16,55 +16,52 @@ class Communicator;
 
 namespace JwProbe {
 
-/// A board that was found, with its open connection. It owns the Communicator and the port behind it.
+/// A found board with its open connection. Owns the Communicator and its port.
 class Board : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Takes over `comm` as it comes from the search. `report` is that of its port at this moment, `milliseconds` the
-    /// time that it took.
+    /// Takes over `comm` as the Initializer hands it over. `report` is the report of its port at that moment,
+    /// `milliseconds` the time since the search started.
     Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
           double milliseconds);
-    /// Not to be called from within a signal of the board.
+    /// Don't delete a board within its own signal.
     ~Board() override;
 
     JwDevice::Type type() const { return m_report.type; }
     const PortIdentity &port() const { return m_port; }
     const JwDevice::PortReport &report() const { return m_report; }
-    const QString &hardwareVersion() const { return m_hardwareVersion; } ///< empty when it didn't tell
+    const QString &hardwareVersion() const { return m_hardwareVersion; } ///< empty if the board did not send it
     double milliseconds() const { return m_milliseconds; }
-    /// False once the port failed. Then there is nothing more to do with it.
+    /// False after the port was lost. Nothing can be sent or received then.
     bool isConnected() const;
-    /// Why it is not connected: "cable pulled" when the system has the port no longer, else what failed.
+    /// Why the board is not connected: "cable pulled" if the system no longer has the port, else the port's error.
     QString lossText() const;
 
     void send(const QString &sentence);
-    /// Takes the oldest payload that came; false without one.
+    /// Takes the oldest received payload. Returns false if there is none.
     bool receive(QString &payload);
     const QSerialPort *serialPort() const { return m_serialPort; }
 
 Q_SIGNALS:
-    /// There is a payload.
+    /// A payload was received.
     void readyRead();
-    /// The port failed, and was closed.
+    /// The port was lost and is closed.
     void lost();
 
 private:
-    void judge(QSerialPort::SerialPortError error);
+    void close(bool isDeviceGone);
     bool isGone() const;
-    void closePort();
     void useCommunicator(JwDevice::Communicator *comm);
 
     JwDevice::Communicator *m_comm = nullptr;
-    int m_sent = 0; // by m_comm
+    int m_sent = 0; // payloads written by m_comm
     QSerialPort *const m_serialPort;
     const PortIdentity m_port;
     const JwDevice::PortReport m_report;
     const QString m_hardwareVersion;
     const double m_milliseconds;
-    QElapsedTimer m_errorClock;
-    int m_errors = 0; // since that clock was started
     QString m_errorText;
 };
 

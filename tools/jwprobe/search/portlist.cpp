@@ -2,6 +2,8 @@
 
 #include <common/portname.h>
 
+#include <device/boardrules.h>
+
 #include <QSerialPortInfo>
 
 #include <algorithm>
@@ -10,15 +12,12 @@ namespace JwProbe {
 
 namespace {
 
-const QLatin1String boardManufacturer("STMicroelectronics.");
-constexpr quint16 boardVendorId = 0x0483;
-
-// As the library chooses, which doesn't tell why.
+// Chooses as JwDevice::isCandidate() does, and says why.
 ListedPort judge(const PortIdentity &port)
 {
-    if (port.manufacturer == boardManufacturer)
+    if (port.manufacturer == QLatin1String(JwDevice::boardManufacturer))
         return {port, true, QStringLiteral("its USB manufacturer is a board's")};
-    if (port.vendorId == boardVendorId)
+    if (port.vendorId == JwDevice::boardVendorId)
         return {port, true, QStringLiteral("its USB vendor id is a board's")};
     if (!port.vendorId && port.manufacturer.isEmpty())
         return {port, false, QStringLiteral("not a USB device")};
@@ -75,7 +74,7 @@ bool looksLikeBoard(const PortIdentity &port)
 QString candidateRule()
 {
     return QStringLiteral("the USB manufacturer \"%1\" or the vendor id %2")
-        .arg(QString(boardManufacturer), idText(boardVendorId));
+        .arg(QLatin1String(JwDevice::boardManufacturer), idText(JwDevice::boardVendorId));
 }
 
 } // namespace JwProbe

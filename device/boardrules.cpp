@@ -1,0 +1,106 @@
+#include "boardrules.h"
+
+#include <QSerialPortInfo>
+
+#include <algorithm>
+#include <iterator>
+
+namespace JwDevice {
+
+namespace {
+
+const QLatin1String information("INF");
+
+/// How one type of board is asked for and recognised.
+struct BoardRule
+{
+    Type type;
+    const char *name;
+    SentenceKey query;
+    bool (*isReply)(const SessionInit &reply);
+};
+
+bool hasHardwareNumber(const SessionInit &reply, const char *number)
+{
+    return reply.sentenceId == VersionSentence
+        && reply.fields.value(QStringLiteral("hwversion")).toString().contains(QLatin1String(number));
+}
+
+bool isBoardB(const SessionInit &reply)
+{
+    return hasHardwareNumber(reply, "7300021");
+}
+
+bool isBoardA(const SessionInit &reply)
+{
+    return hasHardwareNumber(reply, "7300022") && !isBoardB(reply); // with both numbers it is a BoardB
+}
+
+bool isBoardC(const SessionInit &reply)
+{
+    return reply.sentenceId == InformationReply
+        && reply.fields.value(QStringLiteral("subcommand")).toString() == information;
+}
+
+constexpr BoardRule boardRules[] = {
+    {BoardA, "BoardA", VersionSentence, isBoardA},
+    {BoardB, "BoardB", VersionSentence, isBoardB},
+    {BoardC, "BoardC", InformationRequest, isBoardC},
+};
+
+SessionInit query(SentenceKey key)
+{
+    SessionInit session;
+    session.sentenceId = key;
+    if (key == InformationRequest)
+        session.fields[QStringLiteral("subcommand")] = QString(information);
+    return session;
+}
+
+} // namespace
+
+bool isCandidate(const QSerialPortInfo &port)
+{
+    return port.manufacturer() == QLatin1String(boardManufacturer) || port.vendorIdentifier() == boardVendorId;
+}
+
+QList<Type> boardTypes()
+{
+    QList<Type> types;
+    for (const BoardRule &rule : boardRules)
+        types.append(rule.type);
+    return types;
+}
+
+QString typeName(Type type)
+{
+    for (const BoardRule &rule : boardRules) {
+        if (rule.type == type)
+            return QString::fromLatin1(rule.name);
+    }
+    return QStringLiteral("Unknown");
+}
+
+Type typeOf(const SessionInit &reply)
+{
+    for (const BoardRule &rule : boardRules) {
+        if (rule.isReply(reply))
+            return rule.type;
+    }
+    return Unknown;
+}
+
+QList<SessionInit> queriesFor(const QList<Type> &types)
+{
+    QList<SessionInit> queries;
+    const BoardRule *asked = nullptr; // rules with the same query stand together
+    for (const BoardRule &rule : boardRules) {
+        if (types.contains(rule.type) && !(asked && asked->query == rule.query)) {
+            queries.append(query(rule.query));
+            asked = &rule;
+        }
+    }
+    return queries;
+}
+
+} // namespace JwDevice

@@ -1,0 +1,79 @@
+#include "porterrors.h"
+
+#include <device/wholelines.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSerialPortInfo>
+#include <QSignalBlocker>
+
+namespace JwDevice {
+
+namespace {
+
+constexpr int errorsOfLostPort = 1000; // in a row; a port that spins takes some milliseconds for them
+constexpr qint64 restTime = 1000; // ms without an error, after which a new row begins
+constexpr qint64 timeBetweenLooks = 100; // ms; a look at the device may list all ports
+
+bool isThere(const QString &portName)
+{
+    // The list has no pseudo terminals. Where there is no /dev, the list alone decides.
+    return QDir(QStringLiteral("/dev")).exists(portName) || !QSerialPortInfo(portName).isNull();
+}
+
+} // namespace
+
+struct PortErrors::Run
+{
+    QSerialPort *port;
+    int errors = 0;
+    QElapsedTimer newestError;
+    QElapsedTimer newestLook;
+};
+
+PortErrors::PortErrors(QSerialPort *port)
+    : QObject(port)
+    , m_run(new Run{port, 0, {}, {}})
+{
+    connect(port, &QSerialPort::errorOccurred, this, &PortErrors::judge);
+    connect(port, &QSerialPort::readyRead, this, [this] { m_run->errors = 0; });
+}
+
+PortErrors::~PortErrors() = default;
+
+void PortErrors::judge(QSerialPort::SerialPortError error)
+{
+    QSerialPort *const port = m_run->port;
+    if (error == QSerialPort::NoError || !port->isOpen())
+        return;
+    if (m_run->newestError.isValid() && m_run->newestError.elapsed() > restTime)
+        m_run->errors = 0;
+    m_run->newestError.start();
+    ++m_run->errors;
+    bool isDeviceGone = false;
+    if (!m_run->newestLook.isValid() || m_run->newestLook.elapsed() >= timeBetweenLooks) {
+        m_run->newestLook.start();
+        isDeviceGone = !isThere(port->portName());
+    }
+    if (isDeviceGone || m_run->errors >= errorsOfLostPort) {
+        Q_EMIT portLost(isDeviceGone);
+        return;
+    }
+    // After some errors QSerialPort stops reading until somebody asks for more than it holds.
+    const auto *const lines = qobject_cast<WholeLinesBase *>(port);
+    port->peek((lines ? lines->bytesReceived() : port->bytesAvailable()) + 1);
+}
+
+void closeAtOnce(QSerialPort *port)
+{
+    if (!port->isOpen())
+        return;
+    const QSignalBlocker blocker(port); // clear() fails, with a signal, if the device is gone
+    port->clear(QSerialPort::Output);
+    port->close();
+}
+
+} // namespace JwDevice
+
+// Included here so that abidw sees the whole class in one translation unit.
+#include "moc_porterrors.cpp"
