@@ -25,7 +25,7 @@ using namespace JwMonitor;
 namespace {
 
 constexpr int turns = 160;
-constexpr int settleTime = 300; // ms from a view's first sight to its picture
+constexpr int settleTime = 300; // ms that a view has to draw itself before its picture
 
 struct Picture
 {
@@ -42,7 +42,7 @@ constexpr Picture pictures[] = {{MainWindow::PortsTab, Theme::Palette::Light, "p
 class Photographer : public QObject
 {
 public:
-    /// Begins at the end of the window's first search.
+    /// Starts at the end of the window's first search.
     Photographer(MainWindow *window, const QString &folder)
         : m_window(window)
         , m_folder(folder)
@@ -78,7 +78,7 @@ private:
     void takePictures()
     {
         auto *span = m_window->findChild<QComboBox *>(QStringLiteral("span"));
-        span->setCurrentIndex(span->findData(10)); // seconds: about as long as we talked
+        span->setCurrentIndex(span->findData(10)); // seconds: about the time that we talked
         int delay = 0;
         for (const Picture &picture : pictures) {
             QTimer::singleShot(delay, this, [this, &picture] {

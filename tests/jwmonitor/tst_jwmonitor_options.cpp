@@ -25,7 +25,7 @@ std::optional<Options> parse(const char *line, QString *error = nullptr)
 
 } // namespace
 
-/// What to look for: from the command line, and from the controls in the window.
+/// The settings of a search: from the command line, and from the controls of the window.
 class TestOptions : public QObject
 {
     Q_OBJECT

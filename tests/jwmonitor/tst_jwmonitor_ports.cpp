@@ -196,7 +196,7 @@ void TestPorts::theLineOfBoardsTellsWhereEachStands()
 
 void TestPorts::colouredTextsContrastWithTheirGround()
 {
-    // As the web's rules for readable text have it.
+    // The contrast that the web's accessibility rules (WCAG) ask for.
     const auto luminance = [](const QColor &colour) {
         const auto linear = [](double value) {
             return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);

@@ -5,7 +5,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-/// The desktop program as it is started.
+/// How jwmonitor starts.
 class TestProgram : public QObject
 {
     Q_OBJECT
@@ -22,7 +22,7 @@ private Q_SLOTS:
     void theDesktopFileStartsIt();
 
 private:
-    // env takes what is missing from the environment.
+    // "env -u NAME" removes a variable from the environment.
     static Outcome run(const QStringList &environment, const QStringList &arguments)
     {
         return runProgram(QStringLiteral("env"),
@@ -90,7 +90,7 @@ void TestProgram::takesThePlatformWithOneDashOrTwo()
                   QStringList{QStringLiteral("env")} + noDisplay()
                       + QStringList{QStringLiteral(JWMONITOR_PROGRAM), option, QStringLiteral("offscreen")}));
     run.start();
-    // The search that begins with the window.
+    // The search that starts with the window locks the port.
     WAIT_FOR(run.isOver() || QFile::exists(QStringLiteral("/var/lock/LCK..") + port));
     QVERIFY2(!run.isOver(), run.error());
     run.sendSignal(SIGTERM);

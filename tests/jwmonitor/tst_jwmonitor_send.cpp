@@ -32,7 +32,7 @@ struct SlowDevice : ScriptedDevice
 
 } // namespace
 
-/// The desktop program's line to a board.
+/// jwmonitor's panel that sends lines to a board.
 class TestSend : public QObject
 {
     Q_OBJECT
@@ -273,7 +273,7 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     press(Qt::Key_Return);
     device.waiting = 24;
     Q_EMIT device.bytesWritten(0);
-    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits elsewhere
+    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits in another port
     m_panel->removeBoard(QStringLiteral("slow"));
     const QString lost = QStringLiteral("not sent: the board went");
     QTRY_COMPARE(

@@ -5,7 +5,7 @@
 
 using namespace JwMonitor;
 
-/// How the desktop program takes sentences apart.
+/// How jwmonitor decodes sentences.
 class TestSentence : public QObject
 {
     Q_OBJECT
@@ -69,7 +69,7 @@ void TestSentence::findsIdentifierAndFieldAlone_data()
     QTest::addColumn<QString>("payload");
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("field"); // null: there is none
+    QTest::addColumn<QString>("field"); // null: there is no such field
     const QString reply = QStringLiteral("$PJWVER,7300021,1,,0*0e\r\n");
     const QString identifier = QStringLiteral("PJWVER");
     QTest::newRow("first field") << reply << identifier << 0 << QStringLiteral("7300021");

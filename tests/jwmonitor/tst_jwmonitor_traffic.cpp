@@ -41,7 +41,7 @@ QString numbered(int number)
 
 } // namespace
 
-/// The desktop program's table of payloads.
+/// jwmonitor's table of payloads.
 class TestTraffic : public QObject
 {
     Q_OBJECT
@@ -207,7 +207,7 @@ void TestTraffic::aToolTipShowsEachCharacter()
     QFETCH(QString, text);
     const QString payload = framed(QStringLiteral("PX,") + text);
     m_model->append(sent(acm0, payload));
-    m_model->append(received(acm0, payload)); // which the parser has something to say on
+    m_model->append(received(acm0, payload)); // a payload that the parser refuses
     m_model->flush();
     for (int row = 0; row < 2; ++row) {
         const QString toolTip = m_model->index(row, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();
@@ -247,7 +247,7 @@ void TestTraffic::aBurstLargerThanTheTableLeavesItsEnd()
 void TestTraffic::clearEmptiesTheTable()
 {
     addSamples();
-    m_model->append(received(acm0, version)); // no row yet
+    m_model->append(received(acm0, version)); // the record is no row yet
     action("clear")->trigger();
     QCOMPARE(m_model->rowCount(), 0);
     QCOMPARE(m_table->model()->rowCount(), 0);
@@ -305,7 +305,7 @@ void TestTraffic::progressIsToldOfTheNewestOfAnId()
     m_model->markTaken(acm0, 1);
     m_model->markTaken(acm0, 2);
     m_model->flush();
-    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // out of the newest 1000
+    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // no longer one of the newest 1000
     QCOMPARE(m_model->record(1).transfer, Transfer::Taken);
 }
 
@@ -534,7 +534,7 @@ void TestTraffic::keepsItsPlaceWhileRowsGo()
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
-    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // goes, and must not take the view along
+    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // this row goes; the view must not jump
     m_table->verticalScrollBar()->setValue(5000);
     const auto topPayload = [this] {
         return m_table->model()->index(m_table->rowAt(1), TrafficColumn::Raw).data().toString();
@@ -715,7 +715,7 @@ void TestTraffic::savesWhatWasThereAtItsBeginning()
     const QString path = m_folder.filePath(QStringLiteral("large.txt"));
     m_view->saveTo(path);
     QVERIFY(saved.isEmpty());
-    QVERIFY(!QFile::exists(path)); // until it is whole
+    QVERIFY(!QFile::exists(path)); // only the complete file appears
     m_model->clear();
     QTRY_COMPARE_WITH_TIMEOUT(saved.size(), 1, 60000);
     QFile file(path);

@@ -75,7 +75,7 @@ void BoardsBar::refresh()
                          .arg(JwTools::boardName(board.key()), colour, stageText(*board).toHtmlEscaped()));
     }
     const QString text =
-        parts.isEmpty() ? tr("No board is looked for.") : parts.join(QStringLiteral("&nbsp;&nbsp;&nbsp; "));
+        parts.isEmpty() ? tr("No search for boards.") : parts.join(QStringLiteral("&nbsp;&nbsp;&nbsp; "));
     if (text != this->text())
         setText(text);
 }

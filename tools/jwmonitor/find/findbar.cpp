@@ -69,14 +69,14 @@ FindBar::FindBar(QWidget *parent)
     m_delay->setSuffix(tr(" ms"));
     m_delay->setSingleStep(100);
     m_ports->setObjectName(QStringLiteral("ports"));
-    m_ports->setPlaceholderText(tr("all that look like a board's"));
-    m_ports->setToolTip(tr("Names of the ports to try, such as \"ttyACM0 ttyACM1\", in place of all whose USB "
-                           "manufacturer or vendor id is a board's"));
+    m_ports->setPlaceholderText(tr("all ports that look like a board"));
+    m_ports->setToolTip(tr("Names of the ports to try, such as \"ttyACM0 ttyACM1\", instead of all ports whose "
+                           "USB manufacturer or vendor id is that of a board"));
     m_ports->setClearButtonEnabled(true);
     m_find->setObjectName(QStringLiteral("find"));
     m_find->setDefault(true);
     m_stop->setObjectName(QStringLiteral("stop"));
-    m_stop->setToolTip(tr("End the search and let go of all boards (Shift+F5)"));
+    m_stop->setToolTip(tr("End the search and give all boards back (Shift+F5)"));
     layout->addSpacing(12);
     layout->addWidget(createLabel(tr("&Retries"), m_retries, this));
     layout->addWidget(m_retries);
@@ -137,7 +137,7 @@ void FindBar::updateButtons()
 {
     const bool isAnyChosen = !settings().types.isEmpty();
     m_find->setEnabled(isAnyChosen);
-    m_find->setToolTip(isAnyChosen ? tr("Let go of all boards and look for the chosen ones (F5)")
+    m_find->setToolTip(isAnyChosen ? tr("Give all boards back and search for the chosen types (F5)")
                                    : tr("Choose at least one type of board"));
 }
 

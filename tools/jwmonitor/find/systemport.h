@@ -10,7 +10,7 @@ namespace JwMonitor {
 struct SystemPort
 {
     QString name; ///< such as "ttyACM0"
-    QString usbId; ///< such as "0483:5740"; empty where there is none
+    QString usbId; ///< such as "0483:5740"; empty if the port has no USB id
     QString manufacturer;
     QString product;
     QString serialNumber;

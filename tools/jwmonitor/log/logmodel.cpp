@@ -21,7 +21,7 @@ LogModel::LogModel(QObject *parent)
 LogModel::~LogModel()
 {
     loggerInstance()->removeSink(m_sink);
-    m_sink->silence(); // a record may be on its way in another thread
+    m_sink->silence(); // another thread may be logging at this moment
 }
 
 int LogModel::columnCount(const QModelIndex &parent) const

@@ -9,8 +9,7 @@ namespace JwMonitor {
 
 class LogSink;
 
-/// The records of the library's log from the making of the model on, from any thread, as far as the logger's levels let
-/// them through.
+/// The log records that the library writes while the model exists, from any thread.
 class LogModel : public HistoryModel<LogRecord>
 {
     Q_OBJECT

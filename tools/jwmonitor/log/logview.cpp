@@ -52,8 +52,7 @@ LogView::~LogView() = default;
 void LogView::createControls()
 {
     m_loggerLevel->setObjectName(QStringLiteral("loggerLevel"));
-    m_loggerLevel->setToolTip(
-        tr("What is below this level is not written at all. The timeline of the ports needs Trace."));
+    m_loggerLevel->setToolTip(tr("The library writes no record below this level."));
     addLevels(m_loggerLevel);
     const QList<Logger::Level> levels = JwTools::logLevels();
     for (const Logger::Level level : levels) {

@@ -36,7 +36,7 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     m_board->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     m_board->setMinimumContentsLength(18);
     m_line->setObjectName(QStringLiteral("line"));
-    m_line->setPlaceholderText(tr("A sentence, such as PJWVER; Up and Down bring earlier ones back"));
+    m_line->setPlaceholderText(tr("A sentence, such as PJWVER; Up and Down bring back earlier lines"));
     m_line->setClearButtonEnabled(true);
     m_preview->setObjectName(QStringLiteral("preview"));
     m_preview->setTextFormat(Qt::PlainText);
@@ -122,7 +122,7 @@ void SendPanel::updatePreview()
 {
     if (m_line->text().trimmed().isEmpty()) {
         m_preview->clear();
-        return; // and leave the message on what was sent
+        return; // the message about the last sentence stays
     }
     const JwTools::SentenceFrame frame(m_line->text());
     m_preview->setText(JwTools::printable(frame.sentence()));

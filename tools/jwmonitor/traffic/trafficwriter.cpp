@@ -14,8 +14,8 @@ namespace {
 
 constexpr int msPerTurn = 4;
 
-/// Whether a spreadsheet would take the cell for a formula, and run what a board has put there. A number with a sign is
-/// none.
+/// Whether a spreadsheet would run the cell as a formula, which a board could misuse. A number with a sign is no
+/// formula.
 bool isFormula(const QString &cell)
 {
     static const QRegularExpression number(
@@ -28,7 +28,7 @@ QString csvRow(const QStringList &cells)
     QStringList quoted;
     for (QString cell : cells) {
         if (isFormula(cell))
-            cell.prepend(QLatin1Char('\'')); // makes it text there
+            cell.prepend(QLatin1Char('\'')); // tells a spreadsheet that this is text
         cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
         quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
     }

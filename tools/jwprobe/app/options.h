@@ -11,7 +11,7 @@
 
 namespace JwProbe {
 
-/// What the command line asks for.
+/// The options of the command line.
 struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };
@@ -19,16 +19,16 @@ struct Options : JwTools::SearchSettings
     Action action = Find;
     int deadline = 5000; ///< ms
     bool json = false;
-    std::optional<Logger::Level> logLevel; ///< without one, the log stays hidden
+    std::optional<Logger::Level> logLevel; ///< empty: the log stays hidden
     bool traffic = false;
     bool rawTraffic = false;
 };
 
-/// Reads `arguments`, the first of which is the program's name. On wrong use nothing is returned, and `error` is one
-/// line that says what is allowed.
+/// Reads `arguments`; the first one is the program's name. On wrong use it returns nothing and sets `error` to one line
+/// that says what is allowed.
 std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
 
-/// What --help shows.
+/// The text of --help.
 QString helpText();
 
 } // namespace JwProbe

@@ -22,7 +22,7 @@ Diagnosis diagnoseClosed(const PortIdentity &port, const PortReport &report)
                 report,
                 QStringLiteral("notOpened"),
                 QStringLiteral("not opened before the search ended"),
-                {QStringLiteral("Give the search more time behind its delay: a later --deadline or a shorter "
+                {QStringLiteral("Give the search more time after its delay: a later --deadline or a shorter "
                                 "--delay.")}};
     }
     const Obstacle obstacle = explainOpenError(port, report.error);

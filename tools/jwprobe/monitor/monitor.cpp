@@ -22,7 +22,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes of one board; more stays in standard input
+constexpr qint64 maxUnsent = 65536; // bytes for one board; then standard input waits
 
 QString clockText()
 {
@@ -53,7 +53,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost while others were searched
+        if (!board->isConnected()) // lost during the rest of the search
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -72,17 +72,18 @@ void Monitor::introduce() const
     complain(hint);
 }
 
-// While boards are silent nothing is written, and only this shows that the reader is gone.
+// While the boards are silent, no write fails. Only this shows that the reader is gone.
 void Monitor::watchOutput()
 {
     struct stat status = {};
     const bool isPipe = ::fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
     if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
         return;
-    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read, this); // of its error: nothing to read
+    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
+                                         this); // a pipe to write to is never readable, so this reports its error
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
-        std::raise(SIGPIPE); // as a write would
+        std::raise(SIGPIPE); // as a failed write does
         complain(QStringLiteral("can't write to standard output: nobody reads it any more"));
         Q_EMIT outputLost();
     });
@@ -136,7 +137,7 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// A sentence has no ":" in its identifier, so one before the first "," ends an address. Takes the address off.
+// An identifier has no ":". So a ":" before the first "," ends an address. Removes the address from the line.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));

@@ -15,7 +15,8 @@ namespace JwProbe {
 
 namespace {
 
-// Delete, the control characters of ISO 8859, and what sets the direction of text. JSON leaves them as they are.
+// JSON does not escape these: delete, the control characters from 0x80 on, and characters that set the direction of
+// text.
 bool isDelicate(uint code)
 {
     return (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e || code == 0x200f
@@ -42,7 +43,7 @@ QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
 {
     QString text;
     const QString raw = QString::fromUtf8(QJsonDocument(object).toJson(format)).trimmed();
-    for (const QChar c : raw) { // JSON has these characters in its strings only
+    for (const QChar c : raw) { // such characters stand only within strings
         if (isDelicate(c.unicode()))
             text += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
         else

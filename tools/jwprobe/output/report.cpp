@@ -49,7 +49,7 @@ QString boardTable(const SearchResult &result, int width)
     return table.toText(width);
 }
 
-// What can be done about missing boards besides what is said about the single ports.
+// Advice for missing boards that is not about a single port.
 QStringList generalAdvice(const SearchResult &result)
 {
     if (result.missing.isEmpty())
@@ -65,14 +65,14 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
-        // Also when its cable was pulled since.
+        // Counts even if the cable was pulled later.
         const auto keepsOpen = [](const Diagnosis &port) {
             return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
         advice.append(
             std::any_of(result.others.begin(), result.others.end(), keepsOpen)
-                ? QStringLiteral("The search waited for its deadline, since a port had answered, but not as a "
-                                 "wanted board. --deadline makes it shorter.")
+                ? QStringLiteral("The search waited until its deadline, because a port answered, but not as a "
+                                 "wanted board. --deadline makes the search shorter.")
                 : QStringLiteral("The deadline ended the search. --deadline gives it more time."));
     }
     return advice;
@@ -102,7 +102,7 @@ QString othersText(const SearchResult &result, int width)
     return text;
 }
 
-// As Qt writes it, such as "PermissionError".
+// Qt's name of the error, such as "PermissionError".
 QString errorName(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError)
@@ -110,7 +110,7 @@ QString errorName(QSerialPort::SerialPortError error)
     return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
 }
 
-// What boards and other ports have in common.
+// The keys that found boards and other ports share.
 QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 {
     QJsonObject object = port.toJson();

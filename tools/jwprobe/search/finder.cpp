@@ -25,15 +25,15 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
+    return found != reports.end() ? *found : PortReport(); // the cable was pulled just before the search
 }
 
-// The diagnosis of a port that is not tried, because QSerialPort would wait past the deadline.
+// The diagnosis of a port that is not tried, because QSerialPort would wait longer than the deadline.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // as at a lock file
+    report.error = QSerialPort::PermissionError; // as for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
@@ -107,7 +107,7 @@ void Finder::onBoardMissing(JwDevice::Type type)
 
 void Finder::finishWhenDone()
 {
-    // We are in a signal of the Initializer, and perhaps within start().
+    // This runs within a signal of the Initializer, perhaps within start(). So finish later.
     if (m_open.isEmpty())
         QMetaObject::invokeMethod(this, &Finder::finish, Qt::QueuedConnection);
 }
@@ -148,7 +148,8 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // plugged in a moment ago
+    return found != m_ports.end() ? *found
+                                  : PortIdentity::of(QSerialPortInfo(name)); // plugged in after the search started
 }
 
 void Finder::closeOthers()

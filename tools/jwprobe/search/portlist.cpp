@@ -12,7 +12,7 @@ namespace JwProbe {
 
 namespace {
 
-// Chooses as JwDevice::isCandidate() does, and says why.
+// Chooses like JwDevice::isCandidate(), and says why.
 ListedPort judge(const PortIdentity &port)
 {
     if (port.manufacturer == QLatin1String(JwDevice::boardManufacturer))
