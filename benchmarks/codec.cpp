@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Reads what the host writes and writes what the host reads.
+/// The board's side: parses the host's sentences and builds the sentences that the host parses.
 class BoardParser : public Nmea::ParserInit
 {
 public:
@@ -54,7 +54,7 @@ void refuse(benchmark::State &state, const char *text)
     });
 }
 
-/// Builds `text` from the record of what the other side parses of it.
+/// Builds `text` from the record that the other side gets when it parses `text`.
 template <typename Parser, typename OtherSide>
 void build(benchmark::State &state, const char *text)
 {

@@ -5,7 +5,7 @@
 
 #include <support/device/streamdevice.h>
 
-/// A Communicator with all that it needs.
+/// A Communicator with its device and parser.
 struct Connection
 {
     Connection()

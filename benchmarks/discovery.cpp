@@ -1,5 +1,5 @@
-// Probes the ports that are there, several times, and writes as JSON how long each step took. discovery.py starts it
-// under jwsim, whose boards live in another process: they answer while this one opens ports.
+// Probes all ports several times and writes the time of each step as JSON. discovery.py starts this program under
+// jwsim: the simulated boards live in another process, so they answer while this process opens ports.
 #include "sentences.h"
 
 #include <device/initializer.h>
@@ -42,7 +42,7 @@ double milliseconds(qint64 nanoseconds)
     return static_cast<double>(nanoseconds) / 1e6;
 }
 
-/// Times every event that the loop delivers and keeps the longest.
+/// Measures every event that the event loop delivers and keeps the longest time.
 class WatchedApplication : public QCoreApplication
 {
 public:
@@ -82,7 +82,7 @@ private:
     QEvent::Type m_type = QEvent::None;
 };
 
-/// Hears of the end of a probe, which only the log tells.
+/// Finds the end of a probe in the log, because no signal reports it.
 class EndOfProbe : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -97,7 +97,7 @@ protected:
     void flush_() override { }
 };
 
-/// What opening all ports takes without the library. They stay open until the last one is, as in a probe.
+/// The time to open each port without the library. All ports stay open until the last one opened, as in a probe.
 QJsonArray openAll(const QList<QSerialPortInfo> &infos)
 {
     QJsonArray opens;
@@ -116,7 +116,7 @@ QJsonArray openAll(const QList<QSerialPortInfo> &infos)
     return opens;
 }
 
-/// How long boards of all kinds take to answer, asked in one moment through ports without the library.
+/// The time until boards of all types answered, asked at the same moment without the library.
 double exchange(QList<QSerialPortInfo> infos, int boards)
 {
     std::sort(infos.begin(), infos.end(), [&](const auto &a, const auto &b) {
@@ -207,7 +207,7 @@ QList<Type> typesOf(const QString &letters)
     for (const QChar letter : letters) {
         const int number = letter.unicode() - 'A' + 1;
         if (number < JwDevice::BoardA || number > JwDevice::BoardC)
-            qFatal("--types takes letters from A to C, such as AC");
+            qFatal("--types takes letters from A to C, for example AC");
         types << static_cast<Type>(number);
     }
     return types;
@@ -223,7 +223,7 @@ int main(int argc, char **argv)
     parser.addOptions({
         {QStringLiteral("types"), QStringLiteral("Letters of the boards to look for."), QStringLiteral("letters"),
          QStringLiteral("A")},
-        {QStringLiteral("probes"), QStringLiteral("How many probes."), QStringLiteral("number"), QStringLiteral("5")},
+        {QStringLiteral("probes"), QStringLiteral("Number of probes."), QStringLiteral("number"), QStringLiteral("5")},
         {QStringLiteral("named"), QStringLiteral("Give probe() the names of the ports.")},
         {QStringLiteral("bare"), QStringLiteral("Before each probe, ask one board of each type without the library.")},
     });

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the program discovery on simulated ports of each kind of lot, and writes all it measured as JSON.
+"""Runs the program discovery on several lots of simulated boards, and writes all measurements as JSON.
 
 Usage: discovery.py BUILD-FOLDER OUT.json [PROBES]
 """
@@ -15,14 +15,13 @@ LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
 def boards(kinds, line="", delay=0):
-    # No other program that runs now may have ports of the same names.
+    # Other programs that run now must have ports of other names.
     letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
     return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 
 
 def lots():
-    """Each lot: its title, the line of its boards, these boards, the types to look for, and further options of the
-    program."""
+    """Each lot: its title, the line of its boards, the boards, the wanted types, and more options for the program."""
     def mixed(ports):
         return [f"Board{'ABC'[i % 3]}" for i in range(ports)]
     for ports in NUMBERS:

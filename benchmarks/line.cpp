@@ -1,6 +1,6 @@
-// Boards that talk side by side at the full speed of their lines, in pieces: whether each payload arrives whole at its
-// own Communicator, and what share of one core it takes to hear them, with ports that are read and nothing more, with a
-// Communicator on each, and with each payload parsed. Writes JSON.
+// Many boards send at the same time, at the full speed of their lines, in pieces. Checks that each payload arrives
+// whole at its own Communicator. Measures the share of one core for three kinds of work: only reading the ports, a
+// Communicator on each port, and parsing each payload too. Writes JSON.
 #include "ptyline.h"
 #include "sentences.h"
 
@@ -33,7 +33,7 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int drainTime = 5000; // ms without a byte, after which what has not arrived is lost
+constexpr int drainTime = 5000; // ms without a byte, after which missing payloads count as lost
 
 enum class Work { Ports, Payloads, Sessions };
 
@@ -41,7 +41,7 @@ struct Load
 {
     int ports = 0;
     int baud = 0;
-    int piece = 0; ///< bytes sent at a time; 0: what the line brings in 1 ms
+    int piece = 0; ///< bytes sent at a time; 0 = the bytes of 1 ms
     int milliseconds = 0;
 };
 
@@ -52,7 +52,7 @@ double threadSeconds()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// A version reply that only this board sends, as long as all others.
+/// A version reply that only this board sends. All have the same length.
 QString payloadOf(int board)
 {
     const QString body = QStringLiteral("PJWVER,%1,1,4,0").arg(1000000 + board);
@@ -75,7 +75,7 @@ struct Board
 
 using BoardList = std::vector<std::unique_ptr<Board>>;
 
-/// Lets all boards talk at the speed of their lines, until stop(); then each ends the payload that it is at.
+/// Lets all boards send at the speed of their lines until stop(). Each then finishes its present payload.
 class Talk
 {
 public:
@@ -109,7 +109,7 @@ private:
         for (qint64 frame = 0; !m_stop; ++frame) {
             std::this_thread::sleep_until(start + std::chrono::milliseconds(frame));
             for (std::size_t i = 0; i < boards.size(); ++i) {
-                // The pieces of the boards are spread over the time that one takes.
+                // The boards do not send their pieces at the same moment, but spread over the time of one piece.
                 const qint64 brought = frame * load.baud / 10000 + static_cast<qint64>(i) * load.piece / count;
                 const qint64 due = load.piece > 0 ? brought / load.piece * load.piece : brought;
                 while (sent[i] < due)
@@ -126,7 +126,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_over{false};
     std::atomic<qint64> m_written{0};
-    std::thread m_thread; // last, for it uses the others
+    std::thread m_thread; // last, because it uses the other members
 };
 
 QJsonObject hear(const Load &load, Work work)
@@ -205,16 +205,16 @@ int main(int argc, char **argv)
     QCommandLineParser options;
     options.addHelpOption();
     options.addOptions({
-        {QStringLiteral("ports"), QStringLiteral("How many boards; several with commas."), QStringLiteral("numbers"),
-         QStringLiteral("100")},
-        {QStringLiteral("baud"), QStringLiteral("The speed of their lines; several with commas."),
+        {QStringLiteral("ports"), QStringLiteral("Numbers of boards, with commas between them."),
+         QStringLiteral("numbers"), QStringLiteral("100")},
+        {QStringLiteral("baud"), QStringLiteral("Speeds of the lines, with commas between them."),
          QStringLiteral("numbers"), QStringLiteral("115200")},
-        {QStringLiteral("piece"), QStringLiteral("Bytes that a board sends at a time; 0: what a line brings in 1 ms."),
+        {QStringLiteral("piece"), QStringLiteral("Bytes that a board sends at a time; 0: the bytes of 1 ms."),
          QStringLiteral("number"), QStringLiteral("0")},
-        {QStringLiteral("ms"), QStringLiteral("How long each measurement lasts."), QStringLiteral("number"),
+        {QStringLiteral("ms"), QStringLiteral("Time of each measurement."), QStringLiteral("number"),
          QStringLiteral("1000")},
-        {QStringLiteral("repetitions"), QStringLiteral("How many of each."), QStringLiteral("number"),
-         QStringLiteral("5")},
+        {QStringLiteral("repetitions"), QStringLiteral("Number of measurements of each kind."),
+         QStringLiteral("number"), QStringLiteral("5")},
     });
     options.process(application);
     loggerInstance()->clearSinks();
@@ -230,7 +230,7 @@ int main(int argc, char **argv)
             for (const QString &ports : numbers("ports")) {
                 const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
                 std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // the first has no advantage of it
+                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // so that no work is always the first
                 for (const Work work : order) {
                     QJsonObject result = hear(load, work);
                     result[QStringLiteral("repetition")] = i;

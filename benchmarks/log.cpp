@@ -10,7 +10,7 @@ namespace {
 
 constexpr char category[] = "Communication";
 
-/// Records of Trace while the general level is `general` and that of a category `other` is `particular`.
+/// Writes Trace records while the general level is `general` and the level of the category `other` is `particular`.
 void record(benchmark::State &state, Logger::Level general, const char *other, Logger::Level particular)
 {
     Logger *const logger = loggerInstance();

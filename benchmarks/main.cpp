@@ -11,7 +11,7 @@ int main(int argc, char **argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
     loggerInstance()->clearSinks();
-    loggerInstance()->setLevel(Logger::Fatal); // bad sentences are logged as errors
+    loggerInstance()->setLevel(Logger::Fatal); // the library logs bad sentences as errors
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -1,4 +1,4 @@
-// What a Qt user has at hand: the sentence parser of Qt Positioning.
+// For comparison: Qt's own sentence parser, in Qt Positioning.
 #include "perform.h"
 
 #include <QGeoPositionInfo>

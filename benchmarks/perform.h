@@ -4,8 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
-/// Runs `work` once per iteration and counts the blocks that it takes from the heap; `items` is how many of what is
-/// measured one run of it does.
+/// Runs `work` once per iteration and counts the heap blocks that it takes. One run of `work` does `items` of the
+/// measured operations.
 template <typename Work>
 void perform(benchmark::State &state, Work work, double items = 1)
 {

@@ -7,7 +7,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A port on a pty, with the end that a board would have.
+/// A serial port on a pty, and the board's end of that pty.
 struct PtyLine
 {
     explicit PtyLine(std::unique_ptr<QSerialPort> serialPort)
@@ -36,11 +36,11 @@ struct PtyLine
     }
 
     int board = -1;
-    int held = -1;
+    int held = -1; // the port's end, kept open so that the board's end never hangs up
     const std::unique_ptr<QSerialPort> port;
 };
 
-/// Reads what has come and drops it: the least that an application does with a port. Returns how much it was.
+/// Reads all available bytes and drops them: the least work that an application does with a port. Returns their number.
 inline qint64 readAndDrop(QSerialPort *port)
 {
     char bytes[1024];

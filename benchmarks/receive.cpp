@@ -17,12 +17,12 @@ constexpr int goodSentences = 640;
 
 enum Dirt { None, Garbage, Truncated, WrongChecksum, Kinds };
 
-/// What stands before a good sentence. None of it can swallow that sentence.
+/// Bytes before a good sentence. They must not make the Communicator drop that sentence.
 QByteArray dirt(Dirt kind, std::mt19937 &random)
 {
     QByteArray bytes;
     switch (kind) {
-    case Garbage: // as long as half a sentence, without what begins or ends one
+    case Garbage: // as long as half a sentence, without start characters and line ends
         while (bytes.size() < 13) {
             const auto byte = static_cast<char>(random());
             if (byte != '\0' && byte != '$' && byte != '!' && byte != '\r' && byte != '\n')
@@ -42,7 +42,7 @@ QByteArray dirt(Dirt kind, std::mt19937 &random)
     return bytes;
 }
 
-/// Good sentences, each with dirt of `kind` before it; Kinds: of all kinds in turn, None among them.
+/// Good sentences, each with dirt of `kind` before it. Kinds uses all kinds in turn, including None.
 QByteArray stream(Dirt kind)
 {
     std::mt19937 random(1);

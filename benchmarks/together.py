@@ -2,20 +2,20 @@
 """Counts the searches in which jwprobe finds every wanted board, among boards that answer at the same time.
 
 Usage: together.py BUILD-FOLDER [RUNS]      (default: 200 runs of each row)
-Prints a row for each number of boards and kind of line, and what jwprobe said in each search that missed a board. Exit
-status 1 if one did.
+Prints a row for each number of boards and kind of line, and the output of jwprobe for each search that missed a board.
+The exit status is 1 if a search missed a board.
 """
 import subprocess
 import sys
 import time
 
 LINES = ["speed=115200", "speed=9600", "speed=115200,usb=bridge",
-         "speed=115200,ignore=1"]  # the last: all are asked in one moment, in the retry round
+         "speed=115200,ignore=1"]  # the last: the retry round asks all boards at the same moment
 NUMBERS = [3, 8, 16, 48]
 
 
 def lots():
-    """Each lot: its boards and the line of each."""
+    """Each lot: the kinds of its boards, and their line."""
     yield ["BoardA", "BoardB"], LINES[0]
     for line in LINES:
         for number in NUMBERS:

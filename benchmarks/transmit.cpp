@@ -8,7 +8,7 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int fixedIterations = 2000; // what the benchmark itself adds to the history
+constexpr int fixedIterations = 2000; // few, because each iteration adds a payload to the history
 
 void writeHistory(Communicator &communicator, std::int64_t payloads)
 {

@@ -1,5 +1,5 @@
-// What the work costs at the least, measured in the same run as the library. The yardstick is the sum of parsing by the
-// limit kernel and filling the record by hand.
+// The least cost of the work, measured in the same run as the library. The yardstick is the sum of two: parsing by the
+// limit kernel, and filling the record by hand.
 #include "perform.h"
 #include "sentences.h"
 

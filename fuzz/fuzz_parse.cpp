@@ -1,5 +1,5 @@
-// Any text into the parser of the initialization sentences. What comes out is compared with what this file says about
-// the wire format: the session, or the message of the one exception that may leave.
+// Gives any text to the parser of the initialization sentences. This file has its own short implementation of the wire
+// format; both must give the same session, or an Nmea::Exception with the same message.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -14,7 +14,7 @@ namespace {
 
 struct Outcome
 {
-    QString message; ///< null: parsed
+    QString message; ///< of the exception; null if the sentence is accepted
     JwDevice::SessionInit session;
 };
 

@@ -1,8 +1,8 @@
-// Bytes into the receive path of several Communicators, compared with the model that the tests use.
+// Sends bytes to several Communicators and compares them with the model that the tests use.
 //
-// The first byte chooses how many Communicators there are, which devices they have and what their receivers do. Then
-// steps follow: a byte that chooses line and kind, a byte of length (for a read of a stored payload: its id; for what
-// the application does to the device: that and a number), and so many bytes from the device.
+// The first byte of an input chooses the number of Communicators, their devices and the actions of their receivers.
+// Each step then has a byte for its line and kind, and a byte for a length; that many bytes arrive at the device. For a
+// step of the application, the second byte is the id of a payload, or the action and a number.
 #include "fuzzinput.h"
 
 #include "support/model/receivemodel.h"
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Hands out an input piece by piece; at its end there are zeros and empty pieces.
+/// Reads an input piece by piece. After its end it returns zeros and empty pieces.
 class Input
 {
 public:
@@ -50,7 +50,7 @@ ReceiveStep stepFromInput(Input &input, int lines)
     case 1:
         step.inside = true;
         break;
-    case 2: // a read that fails comes first
+    case 2: // the first read fails
         step.reads.append({QByteArray(), choice / 32 % 2 - 1});
         break;
     case 7:
@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Input input(data, size);
     const ReceiveStream stream = streamFromInput(input);
 
-    // Traces of every byte would take most of the time; the tests compare them.
+    // Without the traces of single bytes, which would take most of the time. The tests compare them.
     ReceiveModel model(stream.devices, Logger::Warning);
     ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);

@@ -1,5 +1,5 @@
-// What one side builds, the other side parses back: the host's queries by the board's parser, the board's replies by
-// the host's. The first byte of the input chooses the sentence, the rest is the texts of its fields.
+// Builds a sentence with one side's parser and parses it with the other side's: queries of the host, replies of the
+// board. The first byte of an input chooses the sentence, the rest is the texts of its fields.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -12,7 +12,7 @@ namespace {
 
 using JwDevice::SessionInit;
 
-/// The library's parser on the board's side of the link, with everything that a board writes.
+/// The board's side: the library's parser with builders for all fields of the board's replies.
 class BoardParser : public Nmea::ParserInit
 {
 public:
@@ -45,7 +45,7 @@ struct Direction
 
 SessionInit sessionFromInput(const Direction &direction, QString text)
 {
-    text.remove(QLatin1Char('*')); // fields can hold neither this nor the separator
+    text.remove(QLatin1Char('*')); // a field can't contain "*" or ","
     const QStringList texts = text.split(QLatin1Char(','));
     SessionInit session;
     session.sentenceId = direction.key;
@@ -57,7 +57,7 @@ SessionInit sessionFromInput(const Direction &direction, QString text)
     return session;
 }
 
-/// What checksum the sentence should have; from 0x80 on it is written in a form that can't be parsed.
+/// The expected checksum. One of 0x80 or more is written in a form that can't be parsed.
 int checksumOf(const QString &sentence)
 {
     int checksum = 0;
@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         expect(message == QLatin1String("Checksum misspelled"), "a checksum beyond ASCII was not refused as such");
     } else {
         expect(message.isEmpty(), "a built sentence was refused");
-        // The only field of a sentence leaves no trace when it is empty.
+        // If the only field of a sentence is empty, the built sentence has no field.
         if (!direction.fromBoard && session.fields.value(QStringLiteral("subcommand")).toString().isEmpty())
             session.fields.clear();
         expect(back.sentenceId == session.sentenceId, "another sentence came back");

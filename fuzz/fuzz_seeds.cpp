@@ -1,5 +1,5 @@
-// Writes the inputs that the fuzzers start from, made of the sentences in tests/data: fuzz_seeds FOLDER. For each
-// fuzzer there is a folder of files, and beside it their names in the form of libFuzzer's -seed_inputs.
+// Writes the fuzzers' first inputs, made from the sentences in tests/data. Usage: fuzz_seeds FOLDER. Each fuzzer gets a
+// folder of files and a list of their names for libFuzzer's option -seed_inputs.
 #include "support/nmea/corpus.h"
 
 #include <QDir>
@@ -42,7 +42,7 @@ private:
     bool m_ok = false;
 };
 
-/// One step of fuzz_receive: these bytes arrive on that line.
+/// A step of fuzz_receive in which bytes arrive at a line.
 QByteArray arrival(char line, const QByteArray &bytes)
 {
     constexpr char plainDelivery = 3 * 4;

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Counts what a fuzzer was given and says so when the process ends; scripts/fuzz adds it up.
+/// Counts the inputs of a fuzzer and prints the count when the process ends. scripts/fuzz adds the counts up.
 class FuzzedBytes
 {
 public:
@@ -23,8 +23,8 @@ private:
     std::size_t m_bytes = 0;
 };
 
-/// Each byte is the character with that Latin-1 code, so that sentences are inputs as they stand; after an escape
-/// (0x1b) two bytes are any one UTF-16 unit, lone surrogates included.
+/// The text of an input. Each byte is a Latin-1 character, so a plain sentence is an input. After an escape byte
+/// (0x1b), two bytes are one UTF-16 unit of any value, also a single surrogate.
 inline QString textFromInput(const uint8_t *data, std::size_t size)
 {
     constexpr uint8_t escape = 0x1b;
@@ -40,7 +40,7 @@ inline QString textFromInput(const uint8_t *data, std::size_t size)
     return text;
 }
 
-/// Ends the run with the input as a finding.
+/// Ends the run: libFuzzer reports the input as a failure.
 [[noreturn]] inline void reportFinding(const QString &what)
 {
     std::fprintf(stderr, "%s\n", what.toUtf8().constData());

@@ -323,7 +323,7 @@ void Board::writePending()
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // If the port is full, wait until the host reads. No other error ends by waiting.
+            // If the port is full, wait until the host reads. Waiting helps against no other error.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }

@@ -24,7 +24,7 @@ struct JournalEntry
     };
     Direction direction; ///< which way the bytes travelled
     qint64 milliseconds; ///< on the Testbed's clock, when the last byte travelled
-    QByteArray bytes; ///< as they travelled
+    QByteArray bytes; ///< the bytes themselves
 };
 
 /**

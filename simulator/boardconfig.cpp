@@ -86,7 +86,7 @@ Key choiceKey(const char *name, Enum BoardConfig::*member, const std::vector<std
 Key seedKey()
 {
     return {QStringLiteral("seed"), QStringLiteral("a whole number from 0 to 4294967295"),
-            QStringLiteral("seed of everything random; the same seed gives the same bytes"),
+            QStringLiteral("everything random: the same seed gives the same bytes"),
             [](BoardConfig &config, const QString &value) {
                 bool ok = false;
                 const uint number = value.toUInt(&ok);
@@ -103,12 +103,12 @@ const std::vector<Key> &keys()
     static const std::vector<Key> table = {
         numberKey("delay", &Config::delay, 0, longestWait, "milliseconds", "wait before the reply"),
         numberKey("speed", &Config::speed, 0, 10000000, "baud",
-                  "speed of the line, 10 bits a byte (0: no limit; bridge: 115200)"),
+                  "line speed, 10 bits a byte (0: no limit; bridge: 115200)"),
         choiceKey<Config::Usb>("usb", &Config::usb,
                                {{QStringLiteral("none"), Config::Usb::None},
                                 {QStringLiteral("cdc"), Config::Usb::Cdc},
                                 {QStringLiteral("bridge"), Config::Usb::Bridge}},
-                               "cdc: packets (up to 64 bytes); bridge: a UART, each millisecond"),
+                               "cdc: packets (up to 64 bytes); bridge: a UART, every 1 ms"),
         numberKey("chunk", &Config::chunk, 0, largestCount, "bytes",
                   "cut the reply in pieces of this size (0: one piece)"),
         numberKey("gap", &Config::gap, 0, longestWait, "milliseconds", "wait between two chunks"),
@@ -130,7 +130,7 @@ const std::vector<Key> &keys()
                                 {{QStringLiteral("ok"), Config::Open::Ok},
                                  {QStringLiteral("busy"), Config::Open::Busy},
                                  {QStringLiteral("denied"), Config::Open::Denied}},
-                                "ok: the port opens; busy: it is in use; denied: no permission"),
+                                "ok: the port opens; busy: in use; denied: no permission"),
         textKey("manufacturer", &Config::manufacturer, printable, "up to 126 printable ASCII characters",
                 "USB manufacturer"),
         hexKey("vendor", &Config::vendor, "USB vendor id"),

@@ -53,7 +53,7 @@ struct BoardConfig
     int gap = 0; ///< milliseconds between two chunks
     int noise = 0; ///< random bytes (never NUL) before each reply
     Checksum checksum = Checksum::Good; ///< checksums in the sentences that the board sends
-    QString hwversion; ///< hardware version in the reply; null = 7300022 (BoardA), 7300021 (BoardB), 7300030 (BoardC)
+    QString hwversion; ///< hardware version in the reply; null = the default of the kind, for BoardA 7300022
     int ignore = 0; ///< number of queries at the start that get no reply
     int replies = 1; ///< replies to each query, back to back
     int pullAfter = -1; ///< the cable is pulled once, this many milliseconds after the event loop first runs with the

@@ -18,7 +18,7 @@ struct BoardKind
 };
 
 /// A new kind of board needs a name in BoardConfig::Kind and a row here, in the same order. Everything else reads this
-/// table: parsing, help, errors, reports and the boards.
+/// table: parsing, help, errors, reports and the boards. The manual page docs/man/jwsim.1 describes each kind.
 inline constexpr BoardKind boardKinds[] = {
     {BoardConfig::Kind::BoardA, "BoardA", "PJWVER", "PJWVER,%1,1,4,0", "7300022", BoardKind::Unasked::Nothing},
     {BoardConfig::Kind::BoardB, "BoardB", "PJWVER", "PJWVER,%1,1,4,0", "7300021", BoardKind::Unasked::Nothing},

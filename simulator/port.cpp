@@ -113,7 +113,7 @@ bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // not written by a program, and reading a FIFO would wait for a writer
+        return true; // QSerialPort cannot lock it, and reading a FIFO would wait for a writer
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -131,7 +131,7 @@ bool isLocked(const QString &portName)
 {
     if (isHeldByOtherProgram(portName))
         return true;
-    const std::unique_ptr<QLockFile> lock = portLock(portName); // a lock that it gets here is released at once
+    const std::unique_ptr<QLockFile> lock = portLock(portName); // released again at the end of this function
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
 

@@ -3,9 +3,13 @@
 namespace JwSimulator {
 
 /**
- * Makes sure that this program runs with libumockdev-preload. Without that library no program sees simulated ports. If
- * it is not loaded yet, the program puts it in front of LD_PRELOAD and restarts itself with the same arguments. Call
- * this at the start of main(), before a thread or a Qt object exists: \code int main(int argc, char **argv)
+ * Makes sure that this program runs with libumockdev-preload. Without that library a program sees no simulated ports.
+ * If it is not loaded yet, the program puts it in front of LD_PRELOAD and restarts itself with the same arguments.
+ *
+ * Call this at the start of main(), before a thread or a Qt object exists:
+ *
+ * \code
+ * int main(int argc, char **argv)
  * {
  *     JwSimulator::ensurePreloaded(argv);
  *     QCoreApplication application(argc, argv);

@@ -26,7 +26,7 @@ namespace JwSimulator {
 class Testbed
 {
 public:
-    /// Most simulated devices that one process can have open.
+    /// One process can have at most this many simulated devices open.
     static constexpr int maxBoards = 48;
 
     Testbed();

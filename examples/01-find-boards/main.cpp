@@ -1,5 +1,5 @@
-// Finds one board of each wanted type, says on which port it is, and ends when the last type is settled,
-// with 1 when a board is missing.
+// Finds one board of each wanted type and prints its port. Ends when every type is found or missing; the exit status
+// is 1 if one is missing.
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -25,11 +25,11 @@ int main(int argc, char **argv)
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &app,
                      [&](JwDevice::Type type, JwDevice::Communicator *board) {
-                         // Both are ours from here on. The port owns the board, so that they go together.
+                         // Port and board are ours now. The port owns the board, so that both are deleted together.
                          auto *port = static_cast<QSerialPort *>(board->device());
                          port->setParent(&owner);
                          board->setParent(port);
-                         // A port whose cable was pulled reports errors without end until it is closed.
+                         // A port whose cable was pulled reports errors without end; so close it.
                          QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
                              if (port->isOpen())
                                  port->close();
@@ -43,8 +43,8 @@ int main(int argc, char **argv)
         settle();
     });
 
-    // Connect first: where no port can be opened, deviceNotFound() comes from within probe(). Probe when the event loop
-    // runs: an exit() before it is lost.
+    // Connect first: if no port opens, probe() itself emits deviceNotFound(). Probe in the event loop: an exit() before
+    // it has no effect.
     QTimer::singleShot(0, &initializer, [&] { initializer.probe(wanted); });
     return app.exec();
 }

@@ -1,4 +1,4 @@
-// A sentence set of your own: its record, its parser for both sides of the line, and its use with a board.
+// Your own sentences: their record, their parser for both sides of the line, and their use with a board.
 #include <device/communicator.h>
 #include <device/ipayloadparser.h>
 #include <device/sessionabstract.h>
@@ -10,13 +10,13 @@
 
 struct Version : JwDevice::SessionAbstract
 {
-    int sentence = 0; // its key in the tables below: 1, as this small set has only one
-    QString hardware; // the first field; the last three have no name in the table below, so they are passed over
+    int sentence = 0; // its key in the tables below: 1, the only one here
+    QString hardware; // the first field; the last three have no name in the table below, so the parser skips them
 };
 
 struct VersionParser : JwDevice::IPayloadParser, Nmea::ParserAbstract<Version>
 {
-    using Record = JwDevice::SessionAbstract; // always a Version: a parser and its record belong together
+    using Record = JwDevice::SessionAbstract; // always a Version: each parser has its own class of record
     explicit VersionParser(bool boardSide) { m_reversed = boardSide; } // a board builds what the host parses
     bool parse(Record *to, const QString &text) override { return parseSentence(static_cast<Version *>(to), text); }
     bool build(const Record *from, QString &text) override { return write(static_cast<const Version *>(from), text); }
@@ -34,7 +34,7 @@ struct VersionParser : JwDevice::IPayloadParser, Nmea::ParserAbstract<Version>
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    VersionParser parser(false); // stays ours, as the port does; first in line, so that it goes last
+    VersionParser parser(false); // ours, like the port; declared first, so that it is deleted last
     parser.init();
     QSerialPort port(app.arguments().value(1, QStringLiteral("ttyACM0")));
     port.setBaudRate(115200);
@@ -44,16 +44,16 @@ int main(int argc, char **argv)
     Version version;
     version.sentence = 1;
     const bool asked = port.open(QIODevice::ReadWrite) && board.writePayload(&version) != 0;
-    const QDeadlineTimer end(1000); // for all of it: each wait alone begins anew with every byte
+    const QDeadlineTimer end(1000); // for everything: each wait starts again with every byte
     while (asked && version.hardware.isEmpty() && !end.hasExpired()
            && (board.readPayload(&version) || port.waitForReadyRead(static_cast<int>(end.remainingTime())))) { }
     if (version.hardware.isEmpty()) {
         qCritical("%s: %s", qPrintable(port.portName()), asked ? "no version came" : qPrintable(port.errorString()));
         return 1;
     }
-    VersionParser boardSide(true); // for a simulated board of your own; used directly, a parser throws what is wrong
+    VersionParser boardSide(true); // for your own simulated board; a parser that you call yourself throws its errors
     boardSide.init();
     QString sentence;
     boardSide.build(&version, sentence);
-    qInfo("hardware %s, which a board tells by %s", qPrintable(version.hardware), qPrintable(sentence.trimmed()));
+    qInfo("hardware %s; a board sends it as %s", qPrintable(version.hardware), qPrintable(sentence.trimmed()));
 }

@@ -1,4 +1,4 @@
-// Writes the traffic with the boards to a rotating file, and makes a Qt message of every record.
+// Writes the traffic with the boards to a rotating file, and turns every record into a Qt message.
 #include <device/initializer.h>
 #include <logger/logger.h>
 
@@ -8,12 +8,12 @@
 
 #include <spdlog/sinks/rotating_file_sink.h>
 
-/// Hands records to Qt's message handler, with their category.
+/// Hands records with their category to Qt's message handler.
 class QtSink : public spdlog::sinks::base_sink<std::mutex>
 {
     void sink_it_(const spdlog::details::log_msg &record) override
     {
-        // Fatal is a level like the others here, while a fatal message of Qt's ends the program.
+        // Fatal becomes critical: a fatal Qt message would end the program.
         const QtMsgType types[] = {QtDebugMsg, QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg, QtCriticalMsg};
         const std::string category(record.logger_name.data(), record.logger_name.size());
         const QMessageLogContext place(record.source.filename, record.source.line, record.source.funcname,
@@ -28,18 +28,18 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     std::shared_ptr<spdlog::sinks::sink> file;
-    try { // three old files beside the newest, of a million bytes each
+    try { // the newest file and three old ones, each of a million bytes
         file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(argc > 1 ? argv[1] : "traffic.log", 1000000, 3);
     } catch (const spdlog::spdlog_ex &error) {
         qCritical("%s; give the name of a file that can be written", error.what());
         return 1;
     }
     file->set_pattern("%Y-%m-%d %H:%M:%S.%e %n %v");
-    loggerInstance()->clearSinks(); // or warnings come twice: the first sink writes to standard error, as Qt does
+    loggerInstance()->clearSinks(); // otherwise warnings come twice: the first sink and Qt write to standard error
     loggerInstance()->addSink(file);
     loggerInstance()->addSink(std::make_shared<QtSink>());
-    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace); // all else starts at Warning
-    QTimer flush; // nobody else does it: now a crash loses no more than the last second
+    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace); // everything else stays at Warning
+    QTimer flush; // nothing else flushes the file; with this, a crash loses at most the last second
     QObject::connect(&flush, &QTimer::timeout, [&] { file->flush(); });
     flush.start(1000);
 
@@ -51,7 +51,7 @@ int main(int argc, char **argv)
         app.quit();
     });
     QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&] {
-        qWarning("no BoardA; jwprobe --type BoardA tells why");
+        qWarning("no BoardA; jwprobe --type BoardA says why");
         app.exit(1);
     });
     QTimer::singleShot(0, &initializer, [&] { initializer.probe({JwDevice::BoardA}); });

@@ -1,4 +1,4 @@
-// Gives a probe two seconds, and says what kept it from coming to an end.
+// Limits a probe to two seconds, and says why it did not end earlier.
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -36,8 +36,8 @@ int main(int argc, char **argv)
     QObject::connect(initializer, &JwDevice::Initializer::deviceNotFound, &app,
                      [&](JwDevice::Type type) { settle(type, QStringLiteral(" was not found")); });
 
-    // A board that answers, but is none of the wanted, is awaited without limit: it is there, and may yet say what it
-    // is. Only the application knows how long it can wait.
+    // A board that answers, but with no wanted type, keeps the probe open: it may still send its type. Only the
+    // application knows how long it can wait.
     QTimer::singleShot(2000, initializer, [&] {
         for (const JwDevice::Type type : qAsConst(missing))
             out << names[type] << " did not come in time" << Qt::endl;

@@ -1,4 +1,4 @@
-// Talks to a board on another machine, whose port ser2net offers there over TCP: any QIODevice will do.
+// Talks to a board on another machine, where ser2net offers its port over TCP. A Communicator uses any QIODevice.
 #include <device/communicator.h>
 
 #include <QCoreApplication>
@@ -17,7 +17,7 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    QTcpSocket socket; // before the board's object, which only points to it, so that it outlives it
+    QTcpSocket socket; // declared first: the Communicator only points to it, so it must live longer
     JwDevice::Communicator board;
     board.setIODevice(&socket);
     const auto fail = [&](const QString &why) {
@@ -31,12 +31,12 @@ int main(int argc, char **argv)
         out << "answer " << payload.trimmed() << Qt::endl;
         app.quit();
     });
-    // Not before: the Communicator writes to whatever it is bound to and does not open it.
+    // Write only when the socket is connected: the Communicator does not open its device.
     QObject::connect(&socket, &QTcpSocket::connected, &app, [&] {
         out << "connected" << Qt::endl;
         board.writePayload(QStringLiteral("$PJWVER*0c\r\n"));
     });
-    // A network has more ways to fall silent than a cable, so the wait has an end.
+    // A network can become silent without an error, so limit the wait.
     QObject::connect(&socket, &QTcpSocket::errorOccurred, &app, [&] { fail(socket.errorString()); });
     QTimer::singleShot(5000, &app, [&] { fail(QStringLiteral("5 seconds have passed")); });
     socket.connectToHost(arguments.value(1), number);

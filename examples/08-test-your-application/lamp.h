@@ -24,5 +24,5 @@ public:
 
 private:
     JwDevice::Initializer m_search;
-    QSerialPort *m_port = nullptr; // a child, once there is one
+    QSerialPort *m_port = nullptr; // a child; null until the board is found
 };

@@ -1,5 +1,5 @@
-// Finds a board by its sentences, then speaks a binary protocol to its port, as a boot loader has one: asks for a block
-// of eight bytes and shows them.
+// Finds a board by its sentences, then uses a binary protocol on its port, as for a boot loader: asks for a block of
+// eight bytes and prints them.
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/wholelines.h>
@@ -15,16 +15,16 @@ int main(int argc, char **argv)
     QTextStream out(stdout);
     QObject owner; // of the port
     constexpr int blockSize = 8;
-    // Put your boot loader's request here. A simulated board answers this one, with noise in front.
+    // Put your boot loader's request here. A simulated board answers this one, with random bytes first.
     const QByteArray request = "$PJWVER*0c\r\n";
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        // Every port that an Initializer hands over is of this class.
+        // Every port that an Initializer hands over has this class.
         auto *port = static_cast<JwDevice::WholeLines<QSerialPort> *>(board->device());
         port->setParent(&owner);
-        board->setIODevice(nullptr); // it would read our bytes
-        board->deleteLater(); // not delete: we are within its signal
-        port->setWholeLines(false); // or bytes would not count before a line end comes
+        board->setIODevice(nullptr); // otherwise the Communicator reads our bytes
+        board->deleteLater(); // not delete: we are in one of its signals
+        port->setWholeLines(false); // otherwise bytes are available only after a line end
         QObject::connect(port, &QSerialPort::errorOccurred, &owner, [&app, port] {
             if (!port->isOpen())
                 return;
@@ -45,7 +45,7 @@ int main(int argc, char **argv)
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &owner, talk);
     QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&] {
-        out << "no BoardA; jwprobe --type BoardA tells why" << Qt::endl;
+        out << "no BoardA; jwprobe --type BoardA says why" << Qt::endl;
         app.exit(1);
     });
     QTimer::singleShot(0, &initializer, [&] { initializer.probe({JwDevice::BoardA}); });

@@ -125,10 +125,10 @@ QString Arguments::helpText()
                           "not end within 5 seconds, jwsim kills it. Ctrl-C in a terminal reaches COMMAND\n"
                           "directly; COMMAND decides what to do.\n"
                           "\n"
-                          "Exit status: that of COMMAND, or 128 + n if signal n ended it; 127 if COMMAND was\n"
-                          "not found; 126 if it could not be started; 125 if COMMAND ended with 0 but jwsim\n"
-                          "could not write the report, or could not write this help; 2 for wrong use, and\n"
-                          "COMMAND was not started.\n")
+                          "Exit status: that of COMMAND, or 128 + n if signal n ended it; 127 if COMMAND\n"
+                          "was not found; 126 if it could not be started; 125 if COMMAND ended with 0 but\n"
+                          "jwsim could not write the report, or could not write this help; 2 for wrong use;\n"
+                          "then COMMAND was not started.\n")
         .arg(QLatin1String(usage), BoardConfig::help());
 }
 

@@ -1,5 +1,5 @@
-// The public types that hold values and have no function of their own in a library. No exported function leads to them
-// as debug information tells it (QList hides its elements), so this one does.
+// Public types that have no exported function of their own. In the debug information no exported function refers to
+// them (QList hides its elements), so this function does.
 #include <device/portreport.h>
 
 #include <qglobal.h>

@@ -1,11 +1,11 @@
-"""Counts what the work in budget_work.cpp costs, and compares it with budget.json or writes that anew.
+"""Counts the cost of the work in budget_work.cpp, and compares it with budget.json or renews that file.
 
 Usage: budget.py check|renew PROGRAM
 
-Counted are instructions (by valgrind's callgrind, all that the work makes other libraries do included) and blocks taken
-from the heap, each for one operation: the figures are the same at every run, also on a busy machine. They depend on Qt,
-the compiler and the C library. Where these are not those that the budget was counted with, the budget is scaled by what
-filling a record costs there, and only what is far beyond it is refused.
+Counts the instructions (by valgrind's callgrind, including those in other libraries) and the heap blocks of one
+operation. The figures are the same in every run, even on a busy machine. They depend on Qt, the compiler and the C
+library. If one of these has another version, the budget is scaled by the cost of filling a record, and the check
+allows more.
 """
 
 import json
@@ -24,7 +24,7 @@ YARDSTICK = "record"
 
 
 def instructions_by_name(folder):
-    """What callgrind wrote: the name that the program gave to each profile, and its number of instructions."""
+    """The number of instructions of each profile that callgrind wrote, by the name that the program gave it."""
     found = {}
     for profile in folder.glob("profile.*"):
         text = profile.read_text(encoding="utf-8", errors="replace")
@@ -35,12 +35,12 @@ def instructions_by_name(folder):
 
 
 def measure(program):
-    """The versions of what the program runs on, and by name what one operation costs."""
+    """The versions of Qt, compiler and C library, and the cost of one operation by name."""
     if not os.path.isfile(program) or not shutil.which("valgrind"):
-        sys.exit("What the library costs was not counted: install the package valgrind (scripts/test does), then "
+        sys.exit("Cannot count the cost of the library: install the package valgrind (or run scripts/test), then "
                  "configure and build again.")
     with tempfile.TemporaryDirectory() as folder:
-        # A random seed would order hashes anew at every run; a function is looked up at its first call.
+        # Otherwise hashes have another order in each run, and the first call of a function includes its look-up.
         environment = dict(os.environ, QT_HASH_SEED="0", LD_BIND_NOW="1", LC_ALL="C")
         output = subprocess.run(
             ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={folder}/profile", program],
@@ -57,7 +57,7 @@ def measure(program):
 
 
 def check(versions, costs):
-    """Exits with what is beyond the budget, or below it by so much that the gain could be lost unseen."""
+    """Exits with a list of costs above the budget, or so far below it that a later loss would pass unseen."""
     stored = json.loads(BUDGET.read_text(encoding="utf-8"))
     budget = stored["costs"]
     same = versions == stored["versions"]
@@ -65,8 +65,8 @@ def check(versions, costs):
     scale = 1 if same else costs[YARDSTICK]["instructions"] / budget[YARDSTICK]["instructions"]
     print(versions)
     if not same:
-        print(f"The budget was counted with {stored['versions']}: it is scaled by {scale:.2f}, and up to "
-              f"{slack:.0%} more is let through.")
+        print(f"The budget was counted with {stored['versions']}: scaled by {scale:.2f}, and {slack:.0%} more is "
+              "allowed.")
     faults = []
     if costs.keys() != budget.keys():
         faults.append(f"the budget is for {', '.join(budget)}; counted were {', '.join(costs)}")
@@ -81,8 +81,8 @@ def check(versions, costs):
                 faults.append(text)
     if faults:
         sys.exit(f"\nNot within {slack:.0%} of the budget in {BUDGET.name}:\n  " + "\n  ".join(faults) + "\n"
-                 "Dearer: undo what made it so; callgrind_annotate shows where. Cheaper: renew the budget, so that "
-                 "the gain stays.\nWhen it is meant, run: scripts/budget renew")
+                 "If the cost grew: undo the cause; callgrind_annotate shows the place. If the cost fell, or you "
+                 "intended the change, run: scripts/budget renew")
 
 
 def main():

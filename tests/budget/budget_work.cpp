@@ -1,5 +1,5 @@
-// The work that has a budget. Under valgrind's callgrind it writes one profile for each piece of work, and prints what
-// budget.py wants to know of it: "name: operations allocations".
+// The work that has a budget. Under valgrind's callgrind this program writes one profile for each piece of work, and
+// prints a line for budget.py: "name: operations allocations".
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <logger/logger.h>
@@ -35,11 +35,11 @@ void require(bool condition, const char *what)
     std::exit(1);
 }
 
-/// Counts `work`, which does `operations` each time that it runs.
+/// Counts the cost of `work`. Each run of `work` does `operations` operations.
 template <typename Work>
 void count(const char *name, int operations, Work work)
 {
-    work(); // what is made once, and not again, is not what the work costs
+    work(); // a first run, so that the count has no one-time costs
     const long before = allocationCount();
     CALLGRIND_ZERO_STATS;
     for (int i = 0; i < repetitions; ++i)
@@ -48,7 +48,7 @@ void count(const char *name, int operations, Work work)
     std::printf("%s: %d %ld\n", name, repetitions * operations, allocationCount() - before);
 }
 
-/// The least that a parse can cost: its record, filled from numbers and texts that are there.
+/// The least cost of a parse: filling its record from values that exist already.
 void countRecord()
 {
     SessionInit session;
@@ -91,7 +91,8 @@ void countBuild()
     require(sentence == QLatin1String("$PTJWWR,INF*71\r\n"), "a sentence was not built");
 }
 
-/// From `bytes` at a device that offers `readSize` at a time to `payloads` payloads parsed, of which `good` are good.
+/// A device offers `bytes`, `readSize` at a time; the Communicator receives and parses `payloads` payloads, `good` of
+/// them good.
 void countReceive(const char *name, const QByteArray &bytes, int readSize, int payloads, int good)
 {
     StreamDevice device;
@@ -113,7 +114,7 @@ void countReceive(const char *name, const QByteArray &bytes, int readSize, int p
         for (int at = 0; at < bytes.size(); at += readSize)
             device.feed(bytes.constData() + at, std::min(readSize, bytes.size() - at));
     });
-    require(received == (repetitions + 1) * payloads && filled == (repetitions + 1) * good, "payloads got lost");
+    require(received == (repetitions + 1) * payloads && filled == (repetitions + 1) * good, "payloads were lost");
 }
 
 void countWrite()
@@ -136,7 +137,7 @@ void countLog()
 
 int main()
 {
-    loggerInstance()->setLevel(Logger::Fatal); // a bad sentence is logged as an error
+    loggerInstance()->setLevel(Logger::Fatal); // the library logs bad sentences as errors
 
     std::printf("versions: Qt %s, compiler %s, C library %s\n", qVersion(), __VERSION__, gnu_get_libc_version());
     countRecord();

@@ -32,12 +32,12 @@ const QString b = QStringLiteral("$B\r\n");
 const QString c = QStringLiteral("$C\r\n");
 const QStringList none;
 
-/// One Communicator with two written payloads, and three payloads that wait in the device: two in its first read and
-/// one in its second.
-class Scene
+/// A Communicator with two written payloads. Three more payloads wait in the device: two in the first read, one in the
+/// second.
+class SignalFixture
 {
 public:
-    explicit Scene(Signal signal)
+    explicit SignalFixture(Signal signal)
         : m_signal(signal)
         , device(std::make_unique<ScriptedDevice>())
         , communicator(new Communicator)
@@ -49,9 +49,9 @@ public:
         device->queueRead("$A\r\n$B\r\n");
         device->queueRead("$C\r\n");
     }
-    ~Scene() { delete communicator; }
-    Scene(const Scene &) = delete;
-    Scene &operator=(const Scene &) = delete;
+    ~SignalFixture() { delete communicator; }
+    SignalFixture(const SignalFixture &) = delete;
+    SignalFixture &operator=(const SignalFixture &) = delete;
 
     /// Calls `receiver` in each emission of the signal.
     void onEach(const std::function<void()> &receiver)
@@ -75,10 +75,10 @@ public:
                 receiver();
         });
     }
-    /// Takes away what onEach connected.
+    /// Disconnects the receivers of onEach().
     void stopReceiving() { communicator->disconnect(&m_context); }
 
-    /// Lets the device say what makes the Communicator emit the signal.
+    /// Makes the device emit the signal that leads to the signal under test.
     void provoke()
     {
         if (m_signal == Signal::Transferred)
@@ -87,11 +87,11 @@ public:
             device->announce();
     }
 
-    /// All that the Communicator emits when nobody interferes.
+    /// All signals that the Communicator emits if no receiver interferes.
     QStringList allEmissions() const { return m_signal == Signal::Transferred ? allTransfers : arrivals(3); }
-    /// The emissions through the first one of the signal.
+    /// These signals up to the first emission of the signal under test.
     QStringList firstEmissions() const { return allEmissions().mid(0, m_signal == Signal::ReadyRead ? 2 : 1); }
-    /// Whether the signal is one of the receiving side.
+    /// Whether the signal under test reports received payloads.
     bool receives() const { return m_signal != Signal::Transferred; }
 
 private:
@@ -120,8 +120,8 @@ Signal fetchSignal()
 
 } // namespace
 
-/// Receivers that do to the Communicator, inside its signals, whatever an application may do. Most of what could go
-/// wrong shows under AddressSanitizer only.
+/// Inside the Communicator's signals, receivers do all that an application may do. Most errors would show only under
+/// AddressSanitizer.
 class TestCommunicatorHostile : public CommunicatorFixture
 {
     Q_OBJECT
@@ -179,154 +179,154 @@ private Q_SLOTS:
 
 void TestCommunicatorHostile::receiverDeletesTheCommunicator()
 {
-    Scene scene(fetchSignal());
-    scene.onEach([&] { delete scene.communicator; });
-    scene.provoke();
-    QVERIFY(!scene.communicator);
-    QCOMPARE(scene.emissions.take(), scene.firstEmissions());
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(readyRead())), 0);
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
+    SignalFixture fixture(fetchSignal());
+    fixture.onEach([&] { delete fixture.communicator; });
+    fixture.provoke();
+    QVERIFY(!fixture.communicator);
+    QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
 
-    // What was not handed out yet is not lost: it waits in the buffer and in the device.
+    // The other payloads are not lost: they wait in the buffer and in the device.
     Communicator next;
-    next.setIODevice(scene.device.get());
-    scene.device->announce();
-    QCOMPARE(takePayloads(next), scene.receives() ? (QStringList{b, c}) : (QStringList{a, b, c}));
+    next.setIODevice(fixture.device.get());
+    fixture.device->announce();
+    QCOMPARE(takePayloads(next), fixture.receives() ? (QStringList{b, c}) : (QStringList{a, b, c}));
 }
 
 void TestCommunicatorHostile::receiverDeletesItAmongOtherReceivers()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     int before = 0;
     int after = 0;
-    scene.onEach([&] { ++before; });
-    scene.onEach([&] { delete scene.communicator; });
-    scene.onEach([&] { ++after; });
-    scene.provoke();
-    QVERIFY(!scene.communicator);
+    fixture.onEach([&] { ++before; });
+    fixture.onEach([&] { delete fixture.communicator; });
+    fixture.onEach([&] { ++after; });
+    fixture.provoke();
+    QVERIFY(!fixture.communicator);
     QCOMPARE(before, 1);
     QCOMPARE(after, 0);
 }
 
 void TestCommunicatorHostile::receiverBindsAnotherDevice()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     ScriptedDevice other;
     other.queueRead("$D\r\n");
-    scene.onFirst([&] { scene.communicator->setIODevice(&other); });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
-    QCOMPARE(scene.communicator->device(), &other);
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(readyRead())), 0);
+    fixture.onFirst([&] { fixture.communicator->setIODevice(&other); });
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
+    QCOMPARE(fixture.communicator->device(), &other);
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
     QCOMPARE(other.connectionsOf(SIGNAL(readyRead())), 1);
-    if (scene.receives()) { // the rest of the buffer, and then what the new device holds
-        QCOMPARE(takePayloads(*scene.communicator), (QStringList{a, b, QStringLiteral("$D\r\n")}));
+    if (fixture.receives()) { // the rest of the buffer, then the new device's payload
+        QCOMPARE(takePayloads(*fixture.communicator), (QStringList{a, b, QStringLiteral("$D\r\n")}));
         QCOMPARE(other.bytesAvailable(), qint64(0));
-        QCOMPARE(scene.device->bytesAvailable(), qint64(4));
+        QCOMPARE(fixture.device->bytesAvailable(), qint64(4));
     }
-    scene.communicator->writePayload(QStringLiteral("x"));
+    fixture.communicator->writePayload(QStringLiteral("x"));
     QCOMPARE(other.written, QList<QByteArray>{"x"});
 }
 
 void TestCommunicatorHostile::receiverBindsNoDevice()
 {
-    Scene scene(fetchSignal());
-    scene.onFirst([&] { scene.communicator->setIODevice(nullptr); });
-    scene.provoke();
-    QVERIFY(!scene.communicator->device());
-    QCOMPARE(scene.emissions.take(), scene.receives() ? arrivals(2) : allTransfers);
-    QCOMPARE(takePayloads(*scene.communicator), scene.receives() ? (QStringList{a, b}) : none);
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), none);
+    SignalFixture fixture(fetchSignal());
+    fixture.onFirst([&] { fixture.communicator->setIODevice(nullptr); });
+    fixture.provoke();
+    QVERIFY(!fixture.communicator->device());
+    QCOMPARE(fixture.emissions.take(), fixture.receives() ? arrivals(2) : allTransfers);
+    QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b}) : none);
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), none);
 }
 
 void TestCommunicatorHostile::receiverBindsTheSameDevice()
 {
-    Scene scene(fetchSignal());
-    scene.onEach([&] { scene.communicator->setIODevice(scene.device.get()); });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(readyRead())), 1);
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
+    SignalFixture fixture(fetchSignal());
+    fixture.onEach([&] { fixture.communicator->setIODevice(fixture.device.get()); });
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1);
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 1);
 }
 
 void TestCommunicatorHostile::receiverWrites()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     QList<uint> ids;
-    scene.onEach([&] { ids << scene.communicator->writePayload(QStringLiteral("x")); });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
-    QCOMPARE(ids, scene.receives() ? (QList<uint>{3, 4, 5}) : (QList<uint>{3, 4}));
-    QCOMPARE(scene.device->written.size(), 2 + ids.size());
+    fixture.onEach([&] { ids << fixture.communicator->writePayload(QStringLiteral("x")); });
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
+    QCOMPARE(ids, fixture.receives() ? (QList<uint>{3, 4, 5}) : (QList<uint>{3, 4}));
+    QCOMPARE(fixture.device->written.size(), 2 + ids.size());
 }
 
 void TestCommunicatorHostile::receiverReads()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     QStringList payloads;
-    scene.onEach([&] { payloads << takePayloads(*scene.communicator); });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
-    QCOMPARE(payloads, scene.receives() ? (QStringList{a, b, c}) : none);
+    fixture.onEach([&] { payloads << takePayloads(*fixture.communicator); });
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
+    QCOMPARE(payloads, fixture.receives() ? (QStringList{a, b, c}) : none);
 }
 
 void TestCommunicatorHostile::receiverAttachesAParser()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     Nmea::ParserInit parser;
     parser.init();
     SessionInit query;
     query.sentenceId = 1;
     QList<uint> ids;
-    scene.onEach([&] {
-        scene.communicator->setParser(&parser);
-        ids << scene.communicator->writePayload(&query);
-        scene.communicator->setParser(nullptr);
-        ids << scene.communicator->writePayload(&query);
+    fixture.onEach([&] {
+        fixture.communicator->setParser(&parser);
+        ids << fixture.communicator->writePayload(&query);
+        fixture.communicator->setParser(nullptr);
+        ids << fixture.communicator->writePayload(&query);
     });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
     QCOMPARE(ids.mid(0, 4), (QList<uint>{3, 0, 4, 0}));
-    QCOMPARE(scene.device->written.at(2), QByteArray("$PJWVER*0c\r\n"));
+    QCOMPARE(fixture.device->written.at(2), QByteArray("$PJWVER*0c\r\n"));
 }
 
 void TestCommunicatorHostile::receiverConnectsAndDisconnects()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     int calls = 0;
     int callsOfNext = 0;
-    scene.onEach([&] {
+    fixture.onEach([&] {
         ++calls;
-        scene.stopReceiving();
-        scene.onEach([&callsOfNext] { ++callsOfNext; });
+        fixture.stopReceiving();
+        fixture.onEach([&callsOfNext] { ++callsOfNext; });
     });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
     QCOMPARE(calls, 1);
-    QCOMPARE(callsOfNext, scene.receives() ? 2 : 1);
+    QCOMPARE(callsOfNext, fixture.receives() ? 2 : 1);
 }
 
 void TestCommunicatorHostile::receiverDisconnectsEverything()
 {
-    Scene scene(fetchSignal());
-    scene.onEach([&] { scene.communicator->disconnect(); });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), scene.firstEmissions());
-    QCOMPARE(takePayloads(*scene.communicator), scene.receives() ? (QStringList{a, b, c}) : none);
-    QCOMPARE(scene.device->connectionsOf(SIGNAL(readyRead())), 1); // only what goes out is cut
+    SignalFixture fixture(fetchSignal());
+    fixture.onEach([&] { fixture.communicator->disconnect(); });
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
+    QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b, c}) : none);
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // still connected to the device
 }
 
 void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     const QPointer<Communicator> other = new Communicator;
-    other->setIODevice(scene.device.get());
+    other->setIODevice(fixture.device.get());
     SignalRecord emissionsOfOther(other);
-    scene.onEach([&] { delete other; });
-    scene.provoke();
+    fixture.onEach([&] { delete other; });
+    fixture.provoke();
     QVERIFY(!other);
-    QCOMPARE(scene.emissions.take(), scene.allEmissions());
+    QCOMPARE(fixture.emissions.take(), fixture.allEmissions());
     QCOMPARE(emissionsOfOther.take(), none);
 }
 
@@ -349,7 +349,7 @@ void TestCommunicatorHostile::receiverClosesTheSerialPort()
 
 void TestCommunicatorHostile::receiverClosesTheBuffer()
 {
-    QBuffer buffer; // unlike a port it goes on to offer its bytes when it is closed
+    QBuffer buffer; // unlike a port, a closed QBuffer still reports bytesAvailable()
     buffer.setData("$A\r\n" + QByteArray(300, 'x'));
     QVERIFY(buffer.open(QIODevice::ReadOnly));
     m_communicator->setIODevice(&buffer);
@@ -369,40 +369,40 @@ void TestCommunicatorHostile::nestedLoopBringsMoreData_data()
 
 void TestCommunicatorHostile::nestedLoopBringsMoreData()
 {
-    Scene scene(fetchSignal());
+    SignalFixture fixture(fetchSignal());
     ScriptedDevice otherDevice;
     Communicator other;
     other.setIODevice(&otherDevice);
     SignalRecord emissionsOfOther(&other);
-    scene.onFirst([&] {
+    fixture.onFirst([&] {
         runNested([&] {
-            otherDevice.deliver("$O\r\n!half,"); // completes what waits in the buffer as well
-            scene.device->deliver("$D\r\n"); // behind the third payload, which was not read yet
+            otherDevice.deliver("$O\r\n!half,"); // also takes the payload that waits in the shared buffer
+            fixture.device->deliver("$D\r\n"); // after the third payload, which is not read yet
         });
     });
-    scene.provoke();
+    fixture.provoke();
     QCOMPARE(emissionsOfOther.take(), arrivals(2));
     QCOMPARE(takePayloads(other), (QStringList{b, QStringLiteral("$O\r\n")}));
-    QStringList emissions = scene.emissions.take();
-    emissions.sort(); // those of the nested loop stand between the two of the first payload in one row
+    QStringList emissions = fixture.emissions.take();
+    emissions.sort(); // in one data row the nested signals come between the two signals of the first payload
     QStringList expected = arrivals(3);
     expected.sort();
     QCOMPARE(emissions, expected);
-    QCOMPARE(takePayloads(*scene.communicator), (QStringList{a, c, QStringLiteral("$D\r\n")}));
+    QCOMPARE(takePayloads(*fixture.communicator), (QStringList{a, c, QStringLiteral("$D\r\n")}));
 }
 
 void TestCommunicatorHostile::nestedLoopBringsMoreReports()
 {
-    Scene scene(Signal::Transferred);
-    scene.onFirst([&] {
+    SignalFixture fixture(Signal::Transferred);
+    fixture.onFirst([&] {
         runNested([&] {
-            scene.communicator->writePayload(QStringLiteral("x"));
-            scene.device->reportWritten(8);
-            scene.device->announce();
+            fixture.communicator->writePayload(QStringLiteral("x"));
+            fixture.device->reportWritten(8);
+            fixture.device->announce();
         });
     });
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), transfers({1}) + transfers({1, 2, 3}) + arrivals(3) + transfers({2}));
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), transfers({1}) + transfers({1, 2, 3}) + arrivals(3) + transfers({2}));
 }
 
 void TestCommunicatorHostile::nestedLoopDeletesTheCommunicator_data()
@@ -421,36 +421,36 @@ void TestCommunicatorHostile::nestedLoopDeletesTheCommunicator_data()
 void TestCommunicatorHostile::nestedLoopDeletesTheCommunicator()
 {
     QFETCH(bool, later);
-    Scene scene(fetchSignal());
-    scene.onFirst([&] {
+    SignalFixture fixture(fetchSignal());
+    fixture.onFirst([&] {
         QEventLoop loop;
-        QObject::connect(scene.communicator, &QObject::destroyed, &loop, &QEventLoop::quit);
+        QObject::connect(fixture.communicator, &QObject::destroyed, &loop, &QEventLoop::quit);
         QTimer::singleShot(0, &loop, [&] {
             if (later)
-                scene.communicator->deleteLater();
+                fixture.communicator->deleteLater();
             else
-                delete scene.communicator;
+                delete fixture.communicator;
         });
         loop.exec();
     });
-    scene.provoke();
-    QVERIFY(!scene.communicator);
-    QCOMPARE(scene.emissions.take(), scene.firstEmissions());
+    fixture.provoke();
+    QVERIFY(!fixture.communicator);
+    QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
 }
 
 void TestCommunicatorHostile::nestedLoopDeletesTheDevice()
 {
-    Scene scene(fetchSignal());
-    scene.onFirst([&] {
+    SignalFixture fixture(fetchSignal());
+    fixture.onFirst([&] {
         QEventLoop loop;
-        QObject::connect(scene.device.get(), &QObject::destroyed, &loop, &QEventLoop::quit);
-        QTimer::singleShot(0, &loop, [&] { scene.device.release()->deleteLater(); });
+        QObject::connect(fixture.device.get(), &QObject::destroyed, &loop, &QEventLoop::quit);
+        QTimer::singleShot(0, &loop, [&] { fixture.device.release()->deleteLater(); });
         loop.exec();
     });
-    scene.provoke();
-    QVERIFY(!scene.communicator->device());
-    QCOMPARE(scene.emissions.take(), scene.receives() ? arrivals(2) : allTransfers);
-    QCOMPARE(scene.communicator->writePayload(QStringLiteral("x")), 3u);
+    fixture.provoke();
+    QVERIFY(!fixture.communicator->device());
+    QCOMPARE(fixture.emissions.take(), fixture.receives() ? arrivals(2) : allTransfers);
+    QCOMPARE(fixture.communicator->writePayload(QStringLiteral("x")), 3u);
 }
 
 void TestCommunicatorHostile::nestedLoopInTheParser()
@@ -493,95 +493,95 @@ void TestCommunicatorHostile::deviceReportsInsideTheWriteToADeletingReceiver_dat
 void TestCommunicatorHostile::deviceReportsInsideTheWriteToADeletingReceiver()
 {
     QFETCH(bool, session);
-    Scene scene(Signal::Transferred);
+    SignalFixture fixture(Signal::Transferred);
     Nmea::ParserInit parser;
     parser.init();
-    scene.communicator->setParser(&parser);
-    scene.onFirst([&] { delete scene.communicator; });
-    scene.device->insideWrite = [&scene] { scene.device->reportWritten(3); };
+    fixture.communicator->setParser(&parser);
+    fixture.onFirst([&] { delete fixture.communicator; });
+    fixture.device->insideWrite = [&fixture] { fixture.device->reportWritten(3); };
     SessionInit query;
     query.sentenceId = 1;
-    QCOMPARE(session ? scene.communicator->writePayload(&query)
-                     : scene.communicator->writePayload(QStringLiteral("abc")),
+    QCOMPARE(session ? fixture.communicator->writePayload(&query)
+                     : fixture.communicator->writePayload(QStringLiteral("abc")),
              0u);
-    QVERIFY(!scene.communicator);
+    QVERIFY(!fixture.communicator);
 }
 
 void TestCommunicatorHostile::deviceReportsInsideTheWriteToAReceiverThatDeletesTheText()
 {
     const LogCapture log;
-    Scene scene(Signal::Transferred);
+    SignalFixture fixture(Signal::Transferred);
     auto text = std::make_unique<QString>(QString::fromLatin1("$PJWVER*0c\r\n"));
-    scene.onFirst([&] { text.reset(); });
-    scene.device->insideWrite = [&scene] { scene.device->reportWritten(3); };
-    QCOMPARE(scene.communicator->writePayload(*text), 3u);
+    fixture.onFirst([&] { text.reset(); });
+    fixture.device->insideWrite = [&fixture] { fixture.device->reportWritten(3); };
+    QCOMPARE(fixture.communicator->writePayload(*text), 3u);
     QVERIFY(!text);
     QCOMPARE(log.sink->records.last().text, QStringLiteral("->  \"$PJWVER*0c\""));
 }
 
 void TestCommunicatorHostile::deviceReportsInsideTheWriteToAWritingReceiver()
 {
-    Scene scene(Signal::Transferred);
+    SignalFixture fixture(Signal::Transferred);
     uint inner = 0;
-    scene.onFirst([&] { inner = scene.communicator->writePayload(QStringLiteral("inner")); });
-    scene.device->insideWrite = [&scene] {
-        scene.device->insideWrite = nullptr;
-        scene.device->reportWritten(3);
+    fixture.onFirst([&] { inner = fixture.communicator->writePayload(QStringLiteral("inner")); });
+    fixture.device->insideWrite = [&fixture] {
+        fixture.device->insideWrite = nullptr;
+        fixture.device->reportWritten(3);
     };
-    QCOMPARE(scene.communicator->writePayload(QStringLiteral("outer")), 4u);
+    QCOMPARE(fixture.communicator->writePayload(QStringLiteral("outer")), 4u);
     QCOMPARE(inner, 3u);
-    scene.emissions.take();
-    scene.device->reportWritten(3 + 4 + 5 + 5);
-    QCOMPARE(scene.emissions.take(), transfers({1, 2, 3, 4}));
+    fixture.emissions.take();
+    fixture.device->reportWritten(3 + 4 + 5 + 5);
+    QCOMPARE(fixture.emissions.take(), transfers({1, 2, 3, 4}));
 }
 
 void TestCommunicatorHostile::deviceReportsInsideTheWriteToAnUnbindingReceiver()
 {
-    Scene scene(Signal::Transferred);
-    scene.onFirst([&] { scene.communicator->setIODevice(nullptr); });
-    scene.device->insideWrite = [&scene] { scene.device->reportWritten(7); };
-    QCOMPARE(scene.communicator->writePayload(QStringLiteral("abc")), 3u);
-    QCOMPARE(scene.emissions.take(), allTransfers);
-    QVERIFY(!scene.communicator->device());
+    SignalFixture fixture(Signal::Transferred);
+    fixture.onFirst([&] { fixture.communicator->setIODevice(nullptr); });
+    fixture.device->insideWrite = [&fixture] { fixture.device->reportWritten(7); };
+    QCOMPARE(fixture.communicator->writePayload(QStringLiteral("abc")), 3u);
+    QCOMPARE(fixture.emissions.take(), allTransfers);
+    QVERIFY(!fixture.communicator->device());
 }
 
 void TestCommunicatorHostile::deviceAnswersInsideTheWriteToADeletingReceiver()
 {
-    Scene scene(Signal::ReadyRead);
-    scene.onFirst([&] { delete scene.communicator; });
-    scene.device->insideWrite = [&scene] { scene.device->announce(); };
-    QCOMPARE(scene.communicator->writePayload(QStringLiteral("abc")), 0u);
-    QVERIFY(!scene.communicator);
-    QCOMPARE(scene.emissions.take(), scene.firstEmissions());
+    SignalFixture fixture(Signal::ReadyRead);
+    fixture.onFirst([&] { delete fixture.communicator; });
+    fixture.device->insideWrite = [&fixture] { fixture.device->announce(); };
+    QCOMPARE(fixture.communicator->writePayload(QStringLiteral("abc")), 0u);
+    QVERIFY(!fixture.communicator);
+    QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
 }
 
 void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
 {
-    Scene scene(Signal::ReadyRead);
-    scene.device->insideRead = [&scene] {
-        scene.device->insideRead = nullptr;
-        scene.device->announce(); // the second read overtakes the first one, whose bytes are on their way
+    SignalFixture fixture(Signal::ReadyRead);
+    fixture.device->insideRead = [&fixture] {
+        fixture.device->insideRead = nullptr;
+        fixture.device->announce(); // the second read ends before the first one has delivered its bytes
     };
-    scene.provoke();
-    QCOMPARE(scene.emissions.take(), arrivals(3));
-    QCOMPARE(takePayloads(*scene.communicator), (QStringList{c, a, b}));
+    fixture.provoke();
+    QCOMPARE(fixture.emissions.take(), arrivals(3));
+    QCOMPARE(takePayloads(*fixture.communicator), (QStringList{c, a, b}));
 }
 
 void TestCommunicatorHostile::deviceAnnouncesInsideTheReadToADeletingReceiver()
 {
-    Scene scene(Signal::ReadyRead);
-    scene.onFirst([&] { delete scene.communicator; });
-    scene.device->insideRead = [&scene] {
-        scene.device->insideRead = nullptr;
-        scene.device->announce();
+    SignalFixture fixture(Signal::ReadyRead);
+    fixture.onFirst([&] { delete fixture.communicator; });
+    fixture.device->insideRead = [&fixture] {
+        fixture.device->insideRead = nullptr;
+        fixture.device->announce();
     };
-    scene.provoke();
-    QVERIFY(!scene.communicator);
-    QCOMPARE(scene.emissions.take(), scene.firstEmissions());
+    fixture.provoke();
+    QVERIFY(!fixture.communicator);
+    QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
 
-    Communicator next; // what was on its way in the first read is in the buffer
-    next.setIODevice(scene.device.get());
-    scene.device->deliver("\r\n");
+    Communicator next; // the bytes of the first read are in the shared buffer
+    next.setIODevice(fixture.device.get());
+    fixture.device->deliver("\r\n");
     QCOMPARE(takePayloads(next), (QStringList{a, b}));
 }
 

@@ -100,7 +100,7 @@ private Q_SLOTS:
     void storeMakesRoomBySingleLowestIds();
     void lowestIdIsReadFirst();
     void payloadIsReadById();
-    void readPayloadIsGone();
+    void readPayloadLeavesTheStore();
     void idsAreNotReused();
     void idWrapsToZero();
     void lowestIdIsTheNumericallyLowestAfterTheWrap();
@@ -248,7 +248,7 @@ void TestCommunicatorReceive::storeKeepsTheSixNewest()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n$8\r\n$9\r\n");
     const QStringList log = takeLog(*m_log);
-    QCOMPARE(log.size(), 1 + 1 + 8); // what is dropped from the store is not told
+    QCOMPARE(log.size(), 1 + 1 + 8); // no line for the payloads that the store drops
     QString payload = untouched;
     QVERIFY(!m_communicator->readPayload(payload, 2));
     QVERIFY(!m_communicator->readPayload(payload, 3));
@@ -263,7 +263,7 @@ void TestCommunicatorReceive::storeMakesRoomBySingleLowestIds()
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n");
     QString payload;
     QVERIFY(m_communicator->readPayload(payload, 5));
-    m_device->deliver("$8\r\n"); // five were left, so all stay
+    m_device->deliver("$8\r\n"); // the sixth payload in the store
     m_device->deliver("$9\r\n");
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$3\r\n"), QStringLiteral("$4\r\n"), QStringLiteral("$6\r\n"),
@@ -294,7 +294,7 @@ void TestCommunicatorReceive::payloadIsReadById()
     QCOMPARE(takePayloads(*m_communicator), (QStringList{QStringLiteral("$2\r\n"), QStringLiteral("$4\r\n")}));
 }
 
-void TestCommunicatorReceive::readPayloadIsGone()
+void TestCommunicatorReceive::readPayloadLeavesTheStore()
 {
     m_device->deliver("$2\r\n$3\r\n");
     QString payload;
@@ -332,7 +332,7 @@ void TestCommunicatorReceive::lowestIdIsTheNumericallyLowestAfterTheWrap()
     QVERIFY(m_communicator->readPayload(payload, 0));
     QCOMPARE(payload, QStringLiteral("$zero\r\n"));
 
-    m_device->deliver("$one\r\n$two\r\n"); // the second makes room by dropping the first
+    m_device->deliver("$one\r\n$two\r\n"); // the store drops the first to make room for the second
     QVERIFY(!m_communicator->readPayload(payload, 1));
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$two\r\n"), QStringLiteral("$1\r\n"), QStringLiteral("$2\r\n"),
@@ -343,7 +343,7 @@ void TestCommunicatorReceive::emptyStoreIsLogged_data()
 {
     QTest::addColumn<uint>("id");
     QTest::newRow("lowest id") << 0u;
-    QTest::newRow("an id of its own") << 99u;
+    QTest::newRow("a given id") << 99u;
 }
 
 void TestCommunicatorReceive::emptyStoreIsLogged()
@@ -398,7 +398,7 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
 {
     QFETCH(int, size);
     QFETCH(int, left);
-    // Start characters only, so that the payload completed below is all that the buffer holds.
+    // Start characters only, so that the payload below contains the whole buffer.
     if (size % 100 != 0)
         m_device->queueRead(QByteArray(size % 100, '!'));
     for (int i = 0; i < size / 100; ++i)
@@ -407,7 +407,7 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
     QCOMPARE(takeLog(*m_log).count(truncationLine), (size - left) / 450);
 
-    // The line end of a full buffer would be one more reason to cut it: it is checked through its first characters.
+    // The line end below may itself overflow the buffer, which then loses 450 characters more.
     m_device->deliver("\r\n");
     const int expected = left + 2 > 500 ? left + 2 - 450 : left + 2;
     const QStringList payloads = takePayloads(*m_communicator);
@@ -436,18 +436,18 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 {
     for (int i = 0; i < 5; ++i)
         m_device->queueRead(QByteArray(i == 0 ? "$" : "x") + QByteArray(99, 'x'));
-    m_device->queueRead("tail\r\n$B\r\n"); // completes a payload of 506 characters, whose head is cut off first
+    m_device->queueRead("tail\r\n$B\r\n"); // the buffer overflows, so the long payload loses its start character
     m_device->announce();
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$B\r\n")});
     const QStringList log = takeLog(*m_log);
     QCOMPARE(log.count(truncationLine), 1);
-    // appended, cut, then logged as received
+    // The truncation is logged before the bytes.
     QCOMPARE(log.indexOf(rawLine(QStringLiteral("tail\\r\\n$B"))), log.indexOf(truncationLine) + 1);
 }
 
 void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
-    // 600 characters are cut to 50 + 100 = 150, so the next cut comes four chunks later.
+    // The sixth chunk makes 600 characters; 150 stay. So the next truncation comes four chunks later.
     for (int i = 0; i < 6; ++i)
         m_device->queueRead(QByteArray(100, 'x'));
     m_device->announce();
@@ -523,7 +523,7 @@ void TestCommunicatorReceive::failedReadsAreSkipped()
     m_device->announce();
     QCOMPARE(m_device->requestedReads.size(), times + 2);
     QCOMPARE(m_emissions->take(), arrivals(1));
-    // no line for a read that brought nothing
+    // No line for reads without bytes.
     const QStringList expected{readyLine, rawLine(QStringLiteral("$A")), rawLine(QString()),
                                payloadLine(QStringLiteral("$A"))};
     QCOMPARE(takeLog(*m_log), expected);
@@ -540,7 +540,7 @@ void TestCommunicatorReceive::extractionRunsAfterAFailedRead_data()
 void TestCommunicatorReceive::extractionRunsAfterAFailedRead()
 {
     QFETCH(qint64, result);
-    // A Communicator deleted on its first payload leaves the second one in the buffer.
+    // This Communicator is deleted at its first payload, so the second one stays in the shared buffer.
     ScriptedDevice otherDevice;
     auto *deleted = new Communicator;
     deleted->setIODevice(&otherDevice);
@@ -746,7 +746,7 @@ void TestCommunicatorReceive::sessionReadWithoutParserConsumesThePayload()
 
 void TestCommunicatorReceive::sessionReadOfNothingDoesNotParse()
 {
-    ScriptedParser parser; // without behaviour: any call of it throws
+    ScriptedParser parser; // has no functions set, so every call throws
     m_communicator->setParser(&parser);
     SessionInit session;
     QVERIFY(!m_communicator->readPayload(&session));
@@ -828,7 +828,7 @@ void TestCommunicatorReceive::streamTruncatedAtEachByte()
                 expected << payload;
         }
         QCOMPARE(takePayloads(communicator), expected);
-        device.deliver(next.toLatin1()); // what was cut off does not spoil the next payload
+        device.deliver(next.toLatin1()); // the cut payload does not spoil the next one
         QCOMPARE(takePayloads(communicator), QStringList{next});
     }
 }
@@ -853,7 +853,7 @@ void TestCommunicatorReceive::streamWithGarbageBefore_data()
     };
     const QList<SampleStream> streams = sampleStreams();
     for (const SampleStream &stream : streams) {
-        // Where no dollar follows, a payload that was begun runs through the next line end.
+        // Without a later "$", a begun payload would take in the next line.
         const auto all = stream.bytes.startsWith('$') ? noise + begunPayloads : noise;
         for (const auto &garbage : all)
             QTest::addRow("%s, %s", stream.name, garbage.first) << stream.bytes << stream.payloads << garbage.second;

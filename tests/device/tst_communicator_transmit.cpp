@@ -64,7 +64,7 @@ private Q_SLOTS:
     void payloadIsWrittenUnchanged_data();
     void payloadIsWrittenUnchanged();
     void writeIsLoggedInBothCategories();
-    void failedWriteIsLoggedAsAnyOther();
+    void failedWriteIsLoggedLikeAnyOther();
     void recordCarriesThePlaceInTheSource();
     void writeWithoutDeviceIsAFailedWrite();
 
@@ -79,7 +79,7 @@ private Q_SLOTS:
 
     void notificationIsChargedInIdOrder_data();
     void notificationIsChargedInIdOrder();
-    void laterNotificationIsChargedFromTheLowestIdAnew();
+    void everyNotificationIsChargedFromTheLowestId();
     void notificationWithoutEntriesIsIgnored();
     void payloadWrittenDuringTheWalkIsNotCharged();
     void failedWriteIsNotReportedBySignal();
@@ -88,7 +88,7 @@ private Q_SLOTS:
 
     void bindingTwiceLeavesOneConnectionOfEachKind();
     void bindingNoneLeavesNoConnection();
-    void bindingAnotherDeviceLetsGoOfTheFirst();
+    void bindingAnotherDeviceDisconnectsTheFirst();
     void unboundDeviceIsNeitherClosedNorDeleted();
     void rebindingLeavesTheConnectionsOfOthers();
     void destructionLeavesDeviceAndParserAlive();
@@ -134,7 +134,7 @@ void TestCommunicatorTransmit::setIODeviceAlwaysReturnsTrue()
 
 void TestCommunicatorTransmit::setParserReturnsTrueAndDoesNothingElse()
 {
-    ScriptedParser parser; // without behaviour: any call of it throws
+    ScriptedParser parser; // has no functions set, so every call throws
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(nullptr));
@@ -241,7 +241,7 @@ void TestCommunicatorTransmit::writeIsLoggedInBothCategories()
                           QStringLiteral("0 [RawCommunication] communicator.cpp ->  \"$PJWVER*0c\"")}));
 }
 
-void TestCommunicatorTransmit::failedWriteIsLoggedAsAnyOther()
+void TestCommunicatorTransmit::failedWriteIsLoggedLikeAnyOther()
 {
     m_device->queueWriteResult(-1);
     m_communicator->writePayload(abc);
@@ -270,7 +270,7 @@ void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
     communicator.setIODevice(&device);
     QCOMPARE(communicator.writePayload(defg), 2u);
     QCOMPARE(device.written, QList<QByteArray>{"defg"});
-    device.reportWritten(3); // the entry of the failed write adds one
+    device.reportWritten(3); // the failed write counts as -1 byte, so 3 bytes cover both payloads
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
@@ -345,7 +345,7 @@ void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
              QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
     QCOMPARE(m_device->written, QList<QByteArray>());
 
-    m_device->reportWritten(5); // an entry in the ledger would be reported
+    m_device->reportWritten(5); // would report a payload if the ledger had one
     QCOMPARE(m_emissions->take(), transfers({}));
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
@@ -406,18 +406,18 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder_data()
     QTest::newRow("less than the first") << Sizes{3} << qint64(2) << Ids{};
     QTest::newRow("exactly the first") << Sizes{3, 4} << qint64(3) << Ids{1};
     QTest::newRow("the first and a part of the second") << Sizes{3, 4} << qint64(6) << Ids{1};
-    QTest::newRow("a part ends the walk before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
+    QTest::newRow("a part ends the count before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
     QTest::newRow("more than was written") << Sizes{3, 4} << qint64(1000) << Ids{1, 2};
     QTest::newRow("no bytes") << Sizes{3, 4} << qint64(0) << Ids{};
     QTest::newRow("no bytes, size 0 first") << Sizes{0, 3} << qint64(0) << Ids{};
     QTest::newRow("size 0 is reported when passed") << Sizes{0, 3} << qint64(1) << Ids{1};
     QTest::newRow("size 0 in the middle") << Sizes{3, 0, 4} << qint64(7) << Ids{1, 2, 3};
-    QTest::newRow("size 0 behind the last byte is not reached") << Sizes{3, 0} << qint64(3) << Ids{1};
-    QTest::newRow("size 0 behind what remains") << Sizes{3, 0} << qint64(4) << Ids{1, 2};
-    QTest::newRow("failed write is reported and adds one") << Sizes{-1, 3} << qint64(2) << Ids{1, 2};
-    QTest::newRow("failed write, the one more is not enough") << Sizes{-1, 3} << qint64(1) << Ids{1};
-    QTest::newRow("failed write behind the last byte is not reached") << Sizes{3, -1} << qint64(3) << Ids{1};
-    QTest::newRow("two failed writes add two") << Sizes{-1, -1, 4} << qint64(2) << Ids{1, 2, 3};
+    QTest::newRow("size 0 after the last byte is not reached") << Sizes{3, 0} << qint64(3) << Ids{1};
+    QTest::newRow("size 0 while bytes remain") << Sizes{3, 0} << qint64(4) << Ids{1, 2};
+    QTest::newRow("failed write is reported and counts as -1 byte") << Sizes{-1, 3} << qint64(2) << Ids{1, 2};
+    QTest::newRow("failed write, one byte too few") << Sizes{-1, 3} << qint64(1) << Ids{1};
+    QTest::newRow("failed write after the last byte is not reached") << Sizes{3, -1} << qint64(3) << Ids{1};
+    QTest::newRow("two failed writes count as -2 bytes") << Sizes{-1, -1, 4} << qint64(2) << Ids{1, 2, 3};
     QTest::newRow("only failed writes") << Sizes{-1, -1} << qint64(5) << Ids{1, 2};
     QTest::newRow("sizes beyond 32 bits, one byte too few") << Sizes{4294967297} << qint64(4294967296) << Ids{};
     QTest::newRow("sizes beyond 32 bits, low part alone") << Sizes{4294967297} << qint64(1) << Ids{};
@@ -435,11 +435,11 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     }
     m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
-    m_device->reportWritten(bytes); // nothing was taken out of the ledger
+    m_device->reportWritten(bytes); // reported again, because the ledger keeps its entries
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
-void TestCommunicatorTransmit::laterNotificationIsChargedFromTheLowestIdAnew()
+void TestCommunicatorTransmit::everyNotificationIsChargedFromTheLowestId()
 {
     m_communicator->writePayload(abc);
     m_communicator->writePayload(defg);
@@ -503,7 +503,7 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap memory asked for in one notification that covers three payloads, with a receiver that writes at each.
+    // Heap use of one bytesWritten() that covers three payloads. The receiver writes another payload at each report.
     struct Cost
     {
         long blocks;
@@ -520,15 +520,15 @@ void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
         QObject context;
         QObject::connect(&communicator, &Communicator::transferred, &context,
                          [&communicator] { communicator.writePayload(defg); });
-        device.buffer().reserve(device.buffer().size() + 1000); // so that the device itself does not grow below
+        device.buffer().reserve(device.buffer().size() + 1000); // or the device would allocate below
         const Cost before{allocationCount(), allocatedBytes()};
         Q_EMIT device.bytesWritten(9);
         return Cost{allocationCount() - before.blocks, allocatedBytes() - before.bytes};
     };
-    costAfter(3); // what is made once per process is not part of the cost
+    costAfter(3); // the first run also allocates what is kept for the whole process
     const Cost few = costAfter(100);
     const Cost many = costAfter(100000);
-    QVERIFY2(few.blocks > 0, "the counter does not count");
+    QVERIFY2(few.blocks > 0, "The counter of heap blocks does not work.");
     QVERIFY2(many.blocks <= few.blocks + 8, qPrintable(QStringLiteral("%1 > %2").arg(many.blocks).arg(few.blocks)));
     QVERIFY2(many.bytes <= few.bytes + 1024, qPrintable(QStringLiteral("%1 > %2").arg(many.bytes).arg(few.bytes)));
 }
@@ -560,7 +560,7 @@ void TestCommunicatorTransmit::bindingNoneLeavesNoConnection()
     QCOMPARE(takeLog(*m_log), QStringList());
 }
 
-void TestCommunicatorTransmit::bindingAnotherDeviceLetsGoOfTheFirst()
+void TestCommunicatorTransmit::bindingAnotherDeviceDisconnectsTheFirst()
 {
     ScriptedDevice first;
     ScriptedDevice second;

@@ -1,4 +1,4 @@
-// Communicators on devices that offer whole lines only, in one process with its one receive buffer.
+// Several Communicators on devices that offer whole lines only. They share one receive buffer.
 #include "support/device/communicatorwatch.h"
 #include "support/device/linedevice.h"
 #include "support/common/simulatedportsmain.h"
@@ -19,11 +19,11 @@ namespace {
 
 const QString a = QStringLiteral("$A\r\n");
 const QString b = QStringLiteral("$B\r\n");
-const QString marked = QStringLiteral("!M\r\n"); // spoilt by whatever is in front of it in the receive buffer
+const QString marked = QStringLiteral("!M\r\n"); // any "!" or "$" before it in the receive buffer spoils it
 const QByteArray cut = "$PJWVER,73";
 const QString truncation = QStringLiteral("3 [] communicator.cpp Payload input buffer too large - truncating ...");
 
-/// A device with a Communicator, and what this received, each payload read at once.
+/// A device with its Communicator. Reads each payload at once and keeps it.
 struct Connection
 {
     explicit Connection(std::unique_ptr<LineDevice> line)
@@ -74,8 +74,8 @@ private Q_SLOTS:
     void unfinishedLineStaysInTheDevice();
     void smallReadBufferStopsNothing_data();
     void smallReadBufferStopsNothing();
-    void plainPortIsEmptiedAsBefore();
-    void linesBehindEachOtherComeInOrder();
+    void plainPortIsReadUntilItIsEmpty();
+    void severalLinesComeInOrder();
     void switchedOffDeviceIsEmptied();
 
     void lineWithoutEndIsCutOnceItIsOffered();
@@ -99,7 +99,7 @@ private Q_SLOTS:
     void receiverRunsAnEventLoopThatClosesTheDevice();
     void receiverReadsTheDevice();
     void receiverReadsIntoTheUnfinishedLine();
-    void receiverReadsTheDeviceAndAsMuchArrives();
+    void receiverReadsTheDeviceAndTheSameCountArrives();
     void receiverSwitchesWholeLinesOff();
     void receiverReadsTheRestOfALongLine();
 
@@ -108,7 +108,7 @@ private:
     {
         return std::make_unique<Connection>(std::make_unique<LineSerialPort>(*m_testbed));
     }
-    /// Calls `receiver` at the first payload of m_first, after that was read.
+    /// Calls `receiver` once, at m_first's first payload, after m_first has read it.
     void onFirst(const std::function<void()> &receiver)
     {
         QObject::connect(m_first->communicator.get(), qOverload<>(&Communicator::readyRead), &m_first->context,
@@ -117,7 +117,7 @@ private:
                                  receiver();
                          });
     }
-    /// Tries a payload that any leftover in the receive buffer would spoil.
+    /// Sends a payload that a begun payload in the receive buffer would spoil.
     bool bufferIsEmpty()
     {
         ScriptedDevice device;
@@ -160,7 +160,7 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // "!" as well, which is spoilt by what another board left in front of it.
+            // Payloads with "!" too, because begun payloads of other boards would spoil them.
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);
@@ -243,7 +243,7 @@ void TestCommunicatorWholeLines::smallReadBufferStopsNothing()
     QTRY_COMPARE(last, QString::fromLatin1(line));
 }
 
-void TestCommunicatorWholeLines::plainPortIsEmptiedAsBefore()
+void TestCommunicatorWholeLines::plainPortIsReadUntilItIsEmpty()
 {
     ScriptedDevice plain;
     Communicator communicator;
@@ -251,11 +251,11 @@ void TestCommunicatorWholeLines::plainPortIsEmptiedAsBefore()
     plain.deliver(QByteArray("$A\r\n").repeated(40) + cut);
     QCOMPARE(plain.requestedReads, (QList<qint64>{100, 100}));
     QCOMPARE(plain.bytesAvailable(), qint64(0));
-    m_second->link->deliver(marked.toLatin1()); // what the plain device left is in the buffer that all share
+    m_second->link->deliver(marked.toLatin1()); // the plain device's rest is in the shared buffer
     QCOMPARE(m_second->payloads, QStringList{QString::fromLatin1(cut) + marked});
 }
 
-void TestCommunicatorWholeLines::linesBehindEachOtherComeInOrder()
+void TestCommunicatorWholeLines::severalLinesComeInOrder()
 {
     QByteArray bytes;
     QStringList payloads;
@@ -319,7 +319,7 @@ void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice_data()
 void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice()
 {
     QFETCH(int, size);
-    // Start characters only, so that a payload tells how much of it is left.
+    // Start characters only, so that the length of the payload shows how much was dropped.
     const QByteArray line = QByteArray(size - 2, '!') + "\r\n";
     ScriptedDevice plain;
     Communicator communicator;
@@ -414,7 +414,7 @@ void TestCommunicatorWholeLines::receiverDeletesTheCommunicator()
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
     QCOMPARE(m_first->payloads, QStringList{a});
     QVERIFY(bufferIsEmpty());
-    // The other lines wait in the device.
+    // The other lines still wait in the device.
     QCOMPARE(m_first->link->device()->bytesAvailable(), b.size());
     Communicator next;
     next.setIODevice(m_first->link->device());
@@ -471,7 +471,7 @@ void TestCommunicatorWholeLines::receiverClosesTheDevice()
 
 void TestCommunicatorWholeLines::receiverDeletesTheDeviceLater()
 {
-    // In the heap, so that the device may go by itself.
+    // On the heap, because deleteLater() deletes it.
     auto *const port = new JwDevice::WholeLines<QSerialPort>;
     const QPointer<QIODevice> guard(port);
     auto *const board = m_testbed->boards().constFirst();
@@ -515,7 +515,7 @@ void TestCommunicatorWholeLines::receiverReadsIntoTheUnfinishedLine()
     QVERIFY(bufferIsEmpty());
 }
 
-void TestCommunicatorWholeLines::receiverReadsTheDeviceAndAsMuchArrives()
+void TestCommunicatorWholeLines::receiverReadsTheDeviceAndTheSameCountArrives()
 {
     onFirst([this] {
         m_first->link->device()->readAll();
@@ -539,7 +539,7 @@ void TestCommunicatorWholeLines::receiverSwitchesWholeLinesOff()
 
 void TestCommunicatorWholeLines::receiverReadsTheRestOfALongLine()
 {
-    // A payload of a plain device waits in the shared buffer, and goes out behind the first read of the long line.
+    // A payload of a plain device waits in the shared buffer. It is emitted after the first read of the long line.
     ScriptedDevice plain;
     Communicator communicator;
     communicator.setIODevice(&plain);

@@ -43,7 +43,7 @@ static_assert(
 
 namespace {
 
-/// A record of somebody else's that does not say how it is cleared.
+/// An application's session without its own clear().
 class PlainSession : public SessionAbstract
 {
 public:
@@ -88,8 +88,8 @@ private Q_SLOTS:
     void clearThroughTheBaseClearsTheSession();
     void clearOfAnotherSessionChangesNothing();
     void clearedSessionIsUsedAgain();
-    void fieldNotCarriedIsAnInvalidVariant();
-    void lookingUpAFieldAddsNone();
+    void missingFieldIsAnInvalidVariant();
+    void lookingUpAFieldAddsNoField();
     void copyIsIndependent();
     void parserIsDestroyedThroughTheInterface();
 };
@@ -154,7 +154,7 @@ void TestSessions::clearedSessionIsUsedAgain()
     QCOMPARE(session.fields.keys(), QStringList{QStringLiteral("hwversion")});
 }
 
-void TestSessions::fieldNotCarriedIsAnInvalidVariant()
+void TestSessions::missingFieldIsAnInvalidVariant()
 {
     const SessionInit session = filledSession();
     const QVariant value = session.fields.value(QStringLiteral("hwversion"));
@@ -162,7 +162,7 @@ void TestSessions::fieldNotCarriedIsAnInvalidVariant()
     QCOMPARE(value.toString(), QString());
 }
 
-void TestSessions::lookingUpAFieldAddsNone()
+void TestSessions::lookingUpAFieldAddsNoField()
 {
     const SessionInit session = filledSession();
     session.fields.value(QStringLiteral("hwversion"));

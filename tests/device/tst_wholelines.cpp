@@ -36,7 +36,7 @@ namespace {
 const QByteArray versionReply = "$PJWVER,7300021,1,4,0*0e\r\n";
 const QByteArray cut = "$PJWVER,73";
 
-/// How many of `bytes`, received and not read, must count as available.
+/// The number of available bytes after `bytes` were received and none read.
 qint64 offered(const QByteArray &bytes)
 {
     const int end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;
@@ -62,26 +62,26 @@ private Q_SLOTS:
 
     void countsThroughTheLastLineEnd_data();
     void countsThroughTheLastLineEnd();
-    void backlogCountsWhole_data();
-    void backlogCountsWhole();
+    void bytesAvailableCountsAllWholeLines_data();
+    void bytesAvailableCountsAllWholeLines();
     void lineOf512BytesIsNoLongerHeldBack_data();
     void lineOf512BytesIsNoLongerHeldBack();
     void restOfALongLineIsHeldBackAgain_data() { addKinds(); }
     void restOfALongLineIsHeldBackAgain();
     void everyByteCanBeRead_data();
     void everyByteCanBeRead();
-    void heldBackBytesAreNotTheEnd_data() { addKinds(); }
-    void heldBackBytesAreNotTheEnd();
-    void canReadLineTellsOfAnyLineFeed_data() { addKinds(); }
-    void canReadLineTellsOfAnyLineFeed();
+    void atEndIsFalseWhileBytesAreHeldBack_data() { addKinds(); }
+    void atEndIsFalseWhileBytesAreHeldBack();
+    void canReadLineReportsAnyLineFeed_data() { addKinds(); }
+    void canReadLineReportsAnyLineFeed();
     void waitForReadyReadReturnsForAPiece_data() { addKinds(); }
     void waitForReadyReadReturnsForAPiece();
     void rolledBackTransactionGivesBytesBack_data() { addKinds(); }
     void rolledBackTransactionGivesBytesBack();
     void readsBetweenArrivals_data() { addKinds(); }
     void readsBetweenArrivals();
-    void askingTakesNothing_data() { addKinds(); }
-    void askingTakesNothing();
+    void bytesAvailableConsumesNothing_data() { addKinds(); }
+    void bytesAvailableConsumesNothing();
     void switchedOffAndOn_data() { addKinds(); }
     void switchedOffAndOn();
     void randomPiecesAndReadsAgreeWithAByteArray_data() { addKinds(); }
@@ -170,7 +170,7 @@ void TestWholeLines::countsThroughTheLastLineEnd()
     QCOMPARE(link->device()->readAll(), bytes);
 }
 
-void TestWholeLines::backlogCountsWhole_data()
+void TestWholeLines::bytesAvailableCountsAllWholeLines_data()
 {
     QTest::addColumn<DeviceKind>("kind");
     QTest::addColumn<int>("count");
@@ -180,12 +180,12 @@ void TestWholeLines::backlogCountsWhole_data()
     }
 }
 
-void TestWholeLines::backlogCountsWhole()
+void TestWholeLines::bytesAvailableCountsAllWholeLines()
 {
     QFETCH(int, count);
     const auto link = make();
     QByteArray all;
-    for (int line = 0; line < count; line += 10) { // a pty holds 4 kB that nobody has fetched
+    for (int line = 0; line < count; line += 10) { // in parts, because a pty holds only 4 kB of unread bytes
         const QByteArray lines = versionReply.repeated(qMin(10, count - line));
         link->deliver(lines);
         all += lines;
@@ -329,7 +329,7 @@ void TestWholeLines::everyByteCanBeRead()
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, cut + versionReply}) {
         link->deliver(bytes);
-        QCOMPARE(read(link->device()), bytes); // without asking first
+        QCOMPARE(read(link->device()), bytes); // without a call of bytesAvailable() before
         QCOMPARE(link->lines()->bytesReceived(), 0);
         link->deliver(bytes.left(5));
         link->deliver(bytes.mid(5));
@@ -340,7 +340,7 @@ void TestWholeLines::everyByteCanBeRead()
     }
 }
 
-void TestWholeLines::heldBackBytesAreNotTheEnd()
+void TestWholeLines::atEndIsFalseWhileBytesAreHeldBack()
 {
     const auto link = make();
     QVERIFY(link->device()->atEnd());
@@ -352,7 +352,7 @@ void TestWholeLines::heldBackBytesAreNotTheEnd()
     QVERIFY(link->device()->atEnd());
 }
 
-void TestWholeLines::canReadLineTellsOfAnyLineFeed()
+void TestWholeLines::canReadLineReportsAnyLineFeed()
 {
     const auto link = make();
     QVERIFY(!link->device()->canReadLine());
@@ -410,14 +410,14 @@ void TestWholeLines::readsBetweenArrivals()
     QCOMPARE(device->read(2), QByteArray(",2"));
     link->deliver("\n$C");
     QCOMPARE(device->bytesAvailable(), 2);
-    QCOMPARE(device->read(1), QByteArray("\r")); // the line end is cut in two: what is left is no line end
+    QCOMPARE(device->read(1), QByteArray("\r")); // cuts the line end in two: the rest is no line end
     QCOMPARE(device->bytesAvailable(), 0);
     link->deliver("\r\n");
     QCOMPARE(device->bytesAvailable(), 5);
     QCOMPARE(device->readAll(), QByteArray("\n$C\r\n"));
 }
 
-void TestWholeLines::askingTakesNothing()
+void TestWholeLines::bytesAvailableConsumesNothing()
 {
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, QByteArray(700, 'x'), versionReply.repeated(50) + cut}) {
@@ -467,7 +467,7 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Mostly short pieces; at times a long one, which may reach the bound.
+            // Mostly short pieces, sometimes a long one that may reach the limit.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

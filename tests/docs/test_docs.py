@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The documentation builds without a warning, its links lead somewhere, and its code and outputs are true."""
+"""The documentation builds without a warning, its links work, and the code and outputs on its pages are true."""
 
 import html.parser
 import pathlib
@@ -22,7 +22,7 @@ FENCE = re.compile(r"^ *```.*?^ *```$", re.S | re.M)
 
 
 class Html(html.parser.HTMLParser):
-    """The links of one page and the names that links can lead to."""
+    """The links of one page, and the names that links can point to."""
 
     def __init__(self, name):
         super().__init__()
@@ -36,7 +36,7 @@ class Html(html.parser.HTMLParser):
 
 
 class Pages(unittest.TestCase):
-    """The pages as they are, on a code host."""
+    """The Markdown pages, as a code host shows them."""
 
     maxDiff = None
     pages = [pathlib.Path(page) for page in blocks.pages()] + [SOURCE / "examples/README.md"]
@@ -59,7 +59,7 @@ class Pages(unittest.TestCase):
         self.assertEqual([page.name for page in DOCS.glob("[a-z]*.md") if f"]({page.name})" not in index], [])
 
     def test_every_code_block_says_where_it_is_from(self):
-        # These pages have no such code, except the last: test_gettingstarted.py follows it.
+        # The pages for developers of the library have no such code. test_gettingstarted.py checks the last page.
         others = {"architecture.md", "reliability.md", "testing.md", "performance.md", "getting-started.md"}
         for page in DOCS.glob("*.md"):
             if page.name not in others:
@@ -70,7 +70,7 @@ class Pages(unittest.TestCase):
     def test_code_and_outputs_are_as_they_really_are(self):
         path = f"{BUILD}/simulator/jwsim:{BUILD}/tools/jwprobe"
         faults = "".join(text for page in blocks.pages() for text in blocks.visit(page, path, renew=False))
-        self.assertEqual(faults, "", f'\n{faults}"scripts/docs --renew" renews these blocks')
+        self.assertEqual(faults, "", f'\n{faults}run "scripts/docs --renew" to renew these blocks')
 
     def test_every_sentence_has_its_checksum(self):
         wrong, count = [], 0
@@ -88,13 +88,13 @@ class Pages(unittest.TestCase):
 
 
 class Reference(unittest.TestCase):
-    """The documentation as Doxygen makes it, by the preset "docs"."""
+    """The HTML that Doxygen makes with the preset "docs"."""
 
     @classmethod
     def setUpClass(cls):
         folder = BUILD / "tests/docs/build"
         run("cmake", "--preset", "docs", "-B", folder, cwd=SOURCE)
-        # Clean first: Doxygen warns only when it writes something.
+        # A clean build each time: Doxygen reports warnings only when it runs.
         run("cmake", "--build", folder, "--target", "docs", "--clean-first")
         cls.tags = folder / "docs/jwdevice.tag"
         cls.html = folder / "docs/html"
@@ -127,8 +127,8 @@ class Reference(unittest.TestCase):
         for source in (DOCS / "pictures").glob("*.dot"):
             self.assertTrue((self.html / f"dot_{source.stem}.svg").exists(), f"no page shows {source}")
         text = "".join(page.read_text() for page in Pages.pages)
-        for source in (DOCS / "pictures").glob("*.png"):
-            self.assertIn(f"](pictures/{source.name})", text)
+        unused = [name.name for name in (DOCS / "pictures").glob("*.png") if f"](pictures/{name.name})" not in text]
+        self.assertEqual(unused, [])
         for shown in re.findall(r"!\[[^]]*\]\(pictures/([^()]+)\)", text):
             self.assertTrue((self.html / shown).exists(), f"{shown} is not in the documentation")
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Follows docs/getting-started.md exactly in a bare Debian root, and compares the output with its transcript.
+"""Runs the steps of docs/getting-started.md in a bare Debian root, and compares the output with the page's transcript.
 
-With --renew it writes the transcript again. It uses the packages that tests/package makes.
+With --renew it renews the transcript. It uses the packages that tests/package makes.
 """
 
 import pathlib
@@ -25,7 +25,7 @@ MARK = "@@ "
 
 
 def script():
-    """The steps of the page, in order. A line with the mark stands before each command."""
+    """A shell script of the page's steps in order; before each command it prints a line with the mark."""
     lines = []
     for step in STEP.finditer(PAGE.read_text()):
         if step["file"]:
@@ -37,18 +37,18 @@ def script():
 
 
 def transcript(output):
-    """The commands and their output; of apt only the last lines."""
+    """The commands and their output, without most of the output of apt."""
     result = ""
     for part in output.split(MARK)[1:]:
         command, said = part.split("\n", 1)
-        if command.startswith("apt-get"):
+        if command.startswith(("apt-get", "cmake -B")):
             said = "...\n" + "".join(said.splitlines(True)[-2:])
         result += f"$ {command}\n{said}"
     return "".join(line.rstrip() + "\n" for line in result.splitlines())
 
 
 def comparable(text):
-    """Without apt's lines, which change with every update of Debian."""
+    """The text without apt's lines, which change with every update of Debian."""
     return blocks.comparable(re.sub(r"(?m)^(\$ apt-get.*\n)[^$]*", r"\1", text))
 
 
@@ -59,7 +59,7 @@ class GettingStarted(unittest.TestCase):
         now = follow()
         self.assertIn('BoardA is on "ttyACM0"', now)
         self.assertEqual(comparable(TRANSCRIPT.search(PAGE.read_text())[2]), comparable(now),
-                         'the transcript is out of date; this test with --renew renews it')
+                         'the transcript is out of date; run this test with --renew')
 
     def test_program_has_about_twenty_lines(self):
         program = next(step["text"] for step in STEP.finditer(PAGE.read_text()) if step["file"] == "main.cpp")
@@ -70,7 +70,7 @@ def follow():
     result = BareRoot(BUILD / "bareroot").run(script(), [(DEBS, "/packages")], stdout=subprocess.PIPE,
                                               stderr=subprocess.STDOUT)
     if result.returncode:
-        raise AssertionError(f"the page leads nowhere:\n{result.stdout[-3000:]}")
+        raise AssertionError(f"a step of the page failed:\n{result.stdout[-3000:]}")
     return transcript(result.stdout)
 
 

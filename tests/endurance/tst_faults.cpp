@@ -1,6 +1,6 @@
-// Faults of a port, each in every state that a port can have in a probe. Afterwards the process must be at rest, and
-// hold no more than before. docs/testing.md has the whole table; tst_initializer_cable and tst_initializer_ports have
-// more of its cells.
+// Every fault of a port in every state of a probed port. After each the process must be idle and use no more resources
+// than before. docs/testing.md lists the faults and what must follow; tst_initializer_cable and
+// tst_initializer_ports test more of them.
 #include "support/initializer/probefixture.h"
 #include "support/common/processusage.h"
 #include "support/initializer/idlecheck.h"
@@ -32,11 +32,11 @@ constexpr int floodTimeout = 120 * 1000;
 const QByteArray replyOfA = versionReply("7300022");
 const QByteArray replyOfB = versionReply("7300021");
 
-/// From now on the system refuses one direction of the open port, as it does when a driver fails. The other one works.
+/// Makes an open port read-only or write-only, like a port whose driver fails in one direction.
 bool leaveOnly(int direction, const QSerialPort *port)
 {
     const int number = static_cast<int>(port->handle());
-    ::ioctl(number, TIOCNXCL); // the port is in exclusive mode, which would keep us out
+    ::ioctl(number, TIOCNXCL); // ends the exclusive mode, or the second open would fail
     const int oneWay = ::open(("/proc/self/fd/" + QByteArray::number(number)).constData(),
                               direction | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     const bool ok = oneWay >= 0 && ::dup2(oneWay, number) == number;
@@ -44,7 +44,7 @@ bool leaveOnly(int direction, const QSerialPort *port)
     return ok;
 }
 
-/// What an application does with a port that was handed over to it: closes it when it fails.
+/// Closes the port at its first error, as an application does with a handed-over port.
 void closeWhenItFails(QSerialPort *port)
 {
     QObject::connect(port, &QSerialPort::errorOccurred, port, [port](QSerialPort::SerialPortError error) {
@@ -53,7 +53,7 @@ void closeWhenItFails(QSerialPort *port)
     });
 }
 
-/// The heap that the journal of a simulated board takes.
+/// Heap bytes of a simulated board's journal.
 qint64 journalBytes(const Board *board)
 {
     qint64 bytes = 0;
@@ -63,14 +63,13 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// One cell of the table, from its boards to their end. The IdleCheck checks that the process is at rest after the
-/// fault.
+/// One cell of the table: attaches boards, causes the fault, and checks with IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
-/// Takes a cell twice, for what is made once is made in the first run; the second one must leave nothing behind.
-void takeCell(const Cell &cell)
+/// Runs a cell twice. The first run also makes what the process keeps; the second must leave nothing behind.
+void runCell(const Cell &cell)
 {
-    // Bytes. umockdev keeps 2.6 kB for each of up to 48 ports, or gives it back, by how its thread came to its end.
+    // Bytes. umockdev sometimes keeps 2.6 kB for each of up to 48 ports; it depends on the order of its threads.
     constexpr qint64 heapChance = 200000;
     cell(IdleCheck(IdleCheck::NotMeasured));
     if (QTest::currentTestFailed())
@@ -80,7 +79,7 @@ void takeCell(const Cell &cell)
     cell(IdleCheck(IdleCheck::Measured));
     if (QTest::currentTestFailed())
         return;
-    // Threads of the simulation may still be giving back what they had; what is left behind stays.
+    // Wait for the simulation's threads, which may still be freeing resources. A leak stays and fails the test.
     const auto isAsBefore = [&before](const ProcessUsage &now) {
         return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
             && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;
@@ -94,9 +93,9 @@ void takeCell(const Cell &cell)
                                  after.tableRow(QStringLiteral("after")))));
 }
 
-/// A board whose port is in one state of a probe for BoardA. Another port, which was silenced, keeps the probe open,
-/// and no reply timer ends unless told to.
-class Stage
+/// A probe for BoardA with a board's port in a given state. Another, silenced port keeps the probe open. No reply timer
+/// ends by itself.
+class ProbeInState
 {
 public:
     void enter(PortState state)
@@ -184,10 +183,10 @@ private Q_SLOTS:
     void floodLeavesTheStateTheStoreAndTheHeapAsTheyAre();
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood_data();
     void lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood();
-    void lostPortHearsNothingOfABoardThatIsPluggedInAgain_data();
-    void lostPortHearsNothingOfABoardThatIsPluggedInAgain();
-    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication_data();
-    void faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication();
+    void lostPortGetsNothingFromABoardThatIsPluggedInAgain_data();
+    void lostPortGetsNothingFromABoardThatIsPluggedInAgain();
+    void faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication_data();
+    void faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication();
     void allPortsAnswerInTheSameMoment();
 };
 
@@ -205,14 +204,14 @@ void TestFaults::portThatCannotBeOpenedIsReportedAndForgotten()
 {
     QFETCH(QByteArray, board);
     QFETCH(int, delay);
-    takeCell([=](const IdleCheck &idle) {
+    runCell([=](const IdleCheck &idle) {
         ProbeFixture fixture;
         Board *const attached = board.isEmpty() ? nullptr : fixture.attach(board.constData());
         QVERIFY(fixture.initializer->probe({JwDevice::BoardC}, delay));
         if (delay > 0)
             attached->pull();
         QTRY_COMPARE(fixture.decisions(), QStringList{missingC});
-        // The preload library counts a port that could not be opened as one of the few that it has room for.
+        // The preload library has room for few ports and also counts a failed open. close(-1) makes it free that entry.
         ::close(-1);
         QCOMPARE(fixture.timeline.size(), attached ? 2 : 1);
         QVERIFY(replyTimers(*fixture.initializer).isEmpty());
@@ -235,23 +234,23 @@ void TestFaults::portThatFailsIsClosedAndTheProbeGoesOn()
 {
     QFETCH(bool, pulled);
     QFETCH(PortState, state);
-    takeCell([=](const IdleCheck &idle) {
-        Stage stage;
-        stage.enter(state);
+    runCell([=](const IdleCheck &idle) {
+        ProbeInState probe;
+        probe.enter(state);
         if (QTest::currentTestFailed())
             return;
-        const QStringList timeline = stage.fixture.timeline;
+        const QStringList timeline = probe.fixture.timeline;
         if (pulled) {
-            stage.board->pull();
+            probe.board->pull();
         } else {
-            QVERIFY(leaveOnly(O_WRONLY, stage.port));
-            QVERIFY(stage.board->send(replyOfA));
+            QVERIFY(leaveOnly(O_WRONLY, probe.port));
+            QVERIFY(probe.board->send(replyOfA));
         }
-        QTRY_VERIFY(!stage.port->isOpen());
+        QTRY_VERIFY(!probe.port->isOpen());
         idle.verify();
-        QCOMPARE(stage.fixture.state(stage.board), state);
-        QCOMPARE(stage.fixture.timeline, timeline);
-        stage.verifyThatTheProbeGoesOn();
+        QCOMPARE(probe.fixture.state(probe.board), state);
+        QCOMPARE(probe.fixture.timeline, timeline);
+        probe.verifyThatTheProbeGoesOn();
     });
 }
 
@@ -266,13 +265,13 @@ void TestFaults::writeThatFailsClosesThePort_data()
 void TestFaults::writeThatFailsClosesThePort()
 {
     QFETCH(PortState, state);
-    takeCell([=](const IdleCheck &idle) {
+    runCell([=](const IdleCheck &idle) {
         ProbeFixture fixture;
         Board *const board = fixture.attach("silent");
         Board *const first = fixture.attach("silent");
         fixture.initializer->setMaxRetries(1);
         bool fails = false;
-        if (state == PortState::AwaitingReply) { // the query has been written to the port and is about to leave it
+        if (state == PortState::AwaitingReply) { // the port has the query but has not sent it yet
             fixture.onRecord = [&](const LogRecord &record) {
                 if (!fails && record.category == "Communication" && fixture.port(board))
                     fails = leaveOnly(O_RDONLY, fixture.port(board));
@@ -285,7 +284,7 @@ void TestFaults::writeThatFailsClosesThePort()
             fixture.replyTimer(each)->start(anHour);
         if (state != PortState::AwaitingReply) {
             QTRY_COMPARE(received(board), versionQuery);
-            fails = leaveOnly(O_RDONLY, port); // found by the query of the retry round
+            fails = leaveOnly(O_RDONLY, port); // the query of the retry round then fails
         }
         QVERIFY(fails);
 
@@ -311,16 +310,16 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    takeCell([=](const IdleCheck &idle) {
-        Stage stage; // writes fail, handed over
-        stage.enter(PortState::HandedOver);
+    runCell([=](const IdleCheck &idle) {
+        ProbeInState probe; // writes fail, handed over
+        probe.enter(PortState::HandedOver);
         if (QTest::currentTestFailed())
             return;
-        QVERIFY(leaveOnly(O_RDONLY, stage.port));
-        QCOMPARE(stage.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
-        QTRY_VERIFY(!stage.port->isOpen());
+        QVERIFY(leaveOnly(O_RDONLY, probe.port));
+        QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
+        QTRY_VERIFY(!probe.port->isOpen());
         idle.verify();
-        stage.verifyThatTheProbeGoesOn();
+        probe.verifyThatTheProbeGoesOn();
     });
 }
 
@@ -342,35 +341,35 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
     QFETCH(PortState, state);
     QFETCH(QByteArray, payload);
     QFETCH(int, count);
-    takeCell([=](const IdleCheck &idle) {
+    runCell([=](const IdleCheck &idle) {
         constexpr int piece = 10000; // payloads
-        constexpr qint64 heapChance = 600000; // bytes: less than one for each payload of the longest flood
-        Stage stage;
-        stage.enter(state);
+        constexpr qint64 heapChance = 600000; // bytes: less than one byte for each payload of the longest flood
+        ProbeInState probe;
+        probe.enter(state);
         if (QTest::currentTestFailed())
             return;
-        loggerInstance()->setLevel(Logger::Fatal); // the fixture keeps every record
-        for (QString former; stage.comm->readPayload(former);) { }
+        loggerInstance()->setLevel(Logger::Fatal); // or the fixture would keep millions of records
+        for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }
         int arrived = 0;
         uint lastId = 0;
-        QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board, [&](uint id) {
+        QObject::connect(probe.comm, qOverload<uint>(&Communicator::readyRead), probe.board, [&](uint id) {
             ++arrived;
             lastId = id;
         });
-        const QStringList timeline = stage.fixture.timeline;
+        const QStringList timeline = probe.fixture.timeline;
         const auto flood = [&](int payloads) {
             for (const int end = arrived + payloads; arrived < end;) {
                 const int expected = arrived + piece;
-                QVERIFY(stage.board->send(payload.repeated(piece)));
+                QVERIFY(probe.board->send(payload.repeated(piece)));
                 QTRY_COMPARE_WITH_TIMEOUT(arrived, expected, floodTimeout);
             }
         };
-        flood(piece); // buffers get their size
-        const qint64 journalBefore = journalBytes(stage.board);
+        flood(piece); // lets buffers grow to their final size
+        const qint64 journalBefore = journalBytes(probe.board);
         const ProcessUsage before = ProcessUsage::now();
         flood(count);
         const ProcessUsage after = ProcessUsage::now();
-        const qint64 inJournal = journalBytes(stage.board) - journalBefore;
+        const qint64 inJournal = journalBytes(probe.board) - journalBefore;
         QVERIFY2(after.heapBytes - before.heapBytes - inJournal < heapChance,
                  QByteArray::number(after.heapBytes - before.heapBytes - inJournal).constData());
         QCOMPARE(after.objects, before.objects);
@@ -379,15 +378,15 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
         QCOMPARE(after.descriptors, before.descriptors);
         idle.verify();
         loggerInstance()->setLevel(Logger::Trace);
-        QCOMPARE(stage.fixture.state(stage.board), state);
-        QCOMPARE(stage.fixture.timeline, timeline);
+        QCOMPARE(probe.fixture.state(probe.board), state);
+        QCOMPARE(probe.fixture.timeline, timeline);
 
         const bool isRead = state != PortState::HandedOver && state != PortState::Duplicate;
         QString stored;
-        QVERIFY(!stage.comm->readPayload(stored, lastId - 6));
+        QVERIFY(!probe.comm->readPayload(stored, lastId - 6));
         for (uint id = lastId - 5; id != lastId + 1; ++id)
-            QCOMPARE(stage.comm->readPayload(stored, id), !isRead);
-        stage.verifyThatTheProbeGoesOn();
+            QCOMPARE(probe.comm->readPayload(stored, id), !isRead);
+        probe.verifyThatTheProbeGoesOn();
     });
 }
 
@@ -401,38 +400,38 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood_d
 void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
 {
     QFETCH(PortState, state);
-    takeCell([=](const IdleCheck &idle) {
-        Stage stage;
-        stage.enter(state);
+    runCell([=](const IdleCheck &idle) {
+        ProbeInState probe;
+        probe.enter(state);
         if (QTest::currentTestFailed())
             return;
         loggerInstance()->setLevel(Logger::Warning);
-        stage.fixture.log.sink->records.clear();
+        probe.fixture.log.sink->records.clear();
         constexpr int characters = 1000000;
-        // The port gives away 512 bytes at a time of a line without an end. The buffer keeps at most 500 characters
-        // and loses 450 at a time, so only one number of losses is right.
+        // The port offers a line without end in parts of 512 bytes. The receive buffer holds at most 500 characters and
+        // drops 450 at a time, so the number of drops is known.
         constexpr int taken = characters - characters % JwDevice::WholeLinesBase::longestHeld;
         constexpr int losses = 2221;
         static_assert(taken - losses * 450 <= 500 && taken - (losses - 1) * 450 > 500, "");
         const QString loss = QStringLiteral("Payload input buffer too large - truncating ...");
-        QVERIFY(stage.board->send('$' + QByteArray(characters - 1, 'x')));
-        QTRY_COMPARE_WITH_TIMEOUT(stage.fixture.log.sink->records.size(), losses, floodTimeout);
-        QCOMPARE(stage.fixture.log.sink->withText(loss).size(), losses);
+        QVERIFY(probe.board->send('$' + QByteArray(characters - 1, 'x')));
+        QTRY_COMPARE_WITH_TIMEOUT(probe.fixture.log.sink->records.size(), losses, floodTimeout);
+        QCOMPARE(probe.fixture.log.sink->withText(loss).size(), losses);
         idle.verify();
-        QCOMPARE(stage.fixture.state(stage.board), state);
+        QCOMPARE(probe.fixture.state(probe.board), state);
 
         loggerInstance()->setLevel(Logger::Trace);
         const bool wasListening = state != PortState::HandedOver && state != PortState::Duplicate;
         int arrived = 0;
-        QObject::connect(stage.comm, qOverload<uint>(&Communicator::readyRead), stage.board, [&arrived] { ++arrived; });
-        QVERIFY(stage.board->send(replyOfA));
+        QObject::connect(probe.comm, qOverload<uint>(&Communicator::readyRead), probe.board, [&arrived] { ++arrived; });
+        QVERIFY(probe.board->send(replyOfA));
         QTRY_COMPARE(arrived, 1);
-        QCOMPARE(stage.fixture.state(stage.board), wasListening ? PortState::HandedOver : state);
-        stage.verifyThatTheProbeGoesOn();
+        QCOMPARE(probe.fixture.state(probe.board), wasListening ? PortState::HandedOver : state);
+        probe.verifyThatTheProbeGoesOn();
     });
 }
 
-void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain_data()
+void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::newRow("cable pulled, lost") << QByteArray();
@@ -440,32 +439,32 @@ void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain_data()
     QTest::newRow("line without end, lost") << QByteArray(100000, 'x');
 }
 
-void TestFaults::lostPortHearsNothingOfABoardThatIsPluggedInAgain()
+void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain()
 {
     QFETCH(QByteArray, bytes);
-    takeCell([=](const IdleCheck &idle) {
-        Stage stage;
-        stage.enter(PortState::AwaitingReply);
+    runCell([=](const IdleCheck &idle) {
+        ProbeInState probe;
+        probe.enter(PortState::AwaitingReply);
         if (QTest::currentTestFailed())
             return;
-        stage.board->pull();
-        QTRY_VERIFY(!stage.port->isOpen());
-        const int records = stage.fixture.log.sink->records.size();
-        QVERIFY(stage.board->plug());
+        probe.board->pull();
+        QTRY_VERIFY(!probe.port->isOpen());
+        const int records = probe.fixture.log.sink->records.size();
+        QVERIFY(probe.board->plug());
         if (bytes.isEmpty())
-            stage.board->pull();
+            probe.board->pull();
         else
-            QVERIFY(stage.board->send(bytes));
+            QVERIFY(probe.board->send(bytes));
         idle.verify();
-        QCOMPARE(stage.fixture.log.sink->records.size(), records);
-        QVERIFY(!stage.port->isOpen());
-        stage.fixture.timeOut(stage.board);
-        QCOMPARE(stage.fixture.state(stage.board), PortState::TimedOut);
-        stage.verifyThatTheProbeGoesOn();
+        QCOMPARE(probe.fixture.log.sink->records.size(), records);
+        QVERIFY(!probe.port->isOpen());
+        probe.fixture.timeOut(probe.board);
+        QCOMPARE(probe.fixture.state(probe.board), PortState::TimedOut);
+        probe.verifyThatTheProbeGoesOn();
     });
 }
 
-void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication_data()
+void TestFaults::faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication_data()
 {
     QTest::addColumn<Fault>("fault");
     QTest::addColumn<PortState>("state");
@@ -476,41 +475,41 @@ void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplicati
     }
 }
 
-void TestFaults::faultAfterTheInitializerIsDestroyedConcernsNobodyButAnApplication()
+void TestFaults::faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication()
 {
     QFETCH(Fault, fault);
     QFETCH(PortState, state);
-    takeCell([=](const IdleCheck &idle) {
-        Stage stage;
-        stage.enter(state);
+    runCell([=](const IdleCheck &idle) {
+        ProbeInState probe;
+        probe.enter(state);
         if (QTest::currentTestFailed())
             return;
-        const QPointer<Communicator> comm(stage.comm);
-        const QPointer<QSerialPort> port(stage.port);
+        const QPointer<Communicator> comm(probe.comm);
+        const QPointer<QSerialPort> port(probe.port);
         const bool isOfTheApplication = state == PortState::HandedOver;
-        delete stage.fixture.initializer;
+        delete probe.fixture.initializer;
         QCOMPARE(!comm.isNull(), isOfTheApplication);
         QCOMPARE(!port.isNull(), isOfTheApplication);
-        stage.fixture.timeline.clear();
-        stage.fixture.log.sink->records.clear();
+        probe.fixture.timeline.clear();
+        probe.fixture.log.sink->records.clear();
 
         constexpr int payloads = 1000;
         if (fault == Fault::Pulled)
-            stage.board->pull();
+            probe.board->pull();
         else
-            QVERIFY(stage.board->send(fault == Fault::Flood ? replyOfA.repeated(payloads) : QByteArray(payloads, 'x')));
+            QVERIFY(probe.board->send(fault == Fault::Flood ? replyOfA.repeated(payloads) : QByteArray(payloads, 'x')));
         idle.verify();
-        QCOMPARE(stage.fixture.timeline, QStringList());
+        QCOMPARE(probe.fixture.timeline, QStringList());
         if (isOfTheApplication)
             QCOMPARE(port->isOpen(), fault != Fault::Pulled);
         else
-            QVERIFY(stage.fixture.log.sink->records.isEmpty());
+            QVERIFY(probe.fixture.log.sink->records.isEmpty());
     });
 }
 
 void TestFaults::allPortsAnswerInTheSameMoment()
 {
-    takeCell([=](const IdleCheck &idle) {
+    runCell([=](const IdleCheck &idle) {
         constexpr int ports = JwSimulator::Testbed::maxBoards;
         ProbeFixture fixture;
         for (int i = 0; i < ports; ++i)
@@ -528,7 +527,7 @@ void TestFaults::allPortsAnswerInTheSameMoment()
 
         const QByteArray replies[] = {replyOfA, replyOfB, informationReply("INF")};
         for (int i = 0; i < ports; ++i)
-            QVERIFY(boards[i]->send(replies[i % 3])); // none is read before all are sent
+            QVERIFY(boards[i]->send(replies[i % 3])); // no event loop runs here, so all are sent before one is read
         QTRY_VERIFY(fixture.isOver());
         idle.verify();
 

@@ -1,8 +1,8 @@
-// Long use of one Communicator, and many probes in one process: what the process holds at the start, midway and at the
-// end, as a table. A test run does little of it; scripts/soak does it long, by these environment variables:
+// Long use of one Communicator, and many probes in one process. Prints a table of the resources that the process uses
+// at the start, midway and at the end. A test run is short; scripts/soak makes it long by these environment variables:
 //
-// JWDEVICE_SOAK_PAYLOADS=<n>  payloads each way
-// JWDEVICE_SOAK_PROBES=<n>    probes
+// JWDEVICE_SOAK_PAYLOADS=<n>  number of payloads in each direction
+// JWDEVICE_SOAK_PROBES=<n>    number of probes
 #include "support/common/environmentnumber.h"
 #include "support/common/eventloop.h"
 #include "support/common/portname.h"
@@ -30,26 +30,26 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr quint32 batchSize = 100; // payloads under way at a time
+constexpr quint32 batchSize = 100; // payloads that are sent together
 constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal holds
 constexpr int portCount = 40;
-constexpr qint64 heapChance = 100000; // bytes: buffers change size by chance, a leak grows with what is done
+constexpr qint64 heapChance = 100000; // bytes: sizes of buffers vary a little; a leak grows with every payload or probe
 
-/// Lets what was given to deleteLater() go.
+/// Deletes the objects whose deleteLater() was called.
 void deleteDeferred()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// What a row of the table must share with the first one.
+/// Whether the counts in a row of the table equal those in the first row.
 bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
 {
     return usage.descriptors == before.descriptors && usage.objects == before.objects
         && usage.connections == before.connections && usage.timers == before.timers;
 }
 
-/// What the process holds when it is the same as before; what it holds at last when it goes on to differ. On a busy
-/// machine the preload library's thread closes its sockets a moment later.
+/// Waits until the counts equal those of `before`, for at most 5 s, and returns the usage. On a busy machine the
+/// preload library's thread closes its sockets a moment later.
 ProcessUsage usageLike(const ProcessUsage &before)
 {
     ProcessUsage usage = {};
@@ -73,7 +73,7 @@ QString payloadText(quint32 number)
     return QStringLiteral("$SOAK,%1*00\r\n").arg(number);
 }
 
-/// How many of the first payloads so many bytes cover.
+/// The number of payloads, from the first on, that fit into `bytes`.
 quint32 coveredBy(qint64 bytes)
 {
     quint32 payloads = 0;
@@ -93,9 +93,9 @@ public:
         m_isOpen = m_port.open(QIODevice::ReadWrite);
         m_communicator.setIODevice(&m_port);
         QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
-                         [this](uint id) { takeReceived(id); });
+                         [this](uint id) { onPayload(id); });
         QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
-        // Each report of the port is charged from the first payload on.
+        // The Communicator counts the bytes of each report from the first payload on.
         QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
                          [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
         QObject::connect(m_board, &JwSimulator::Board::received, m_board,
@@ -130,15 +130,15 @@ public:
         return true;
     }
 
-    quint32 received = 0; ///< payloads from the board
-    quint32 arrived = 0; ///< payloads at the board
-    quint32 wrong = 0; ///< received ones that are not what the board sent, or not under the next id
-    quint64 transferred = 0; ///< reports of transfer, repeated ones included
-    quint64 covered = 0; ///< how many there should be
+    quint32 received = 0; ///< payloads that the Communicator received
+    quint32 arrived = 0; ///< payloads that the board received
+    quint32 wrong = 0; ///< received payloads with a wrong text or id
+    quint64 transferred = 0; ///< emissions of transferred()
+    quint64 covered = 0; ///< expected emissions of transferred()
     uint lastId = 0;
 
 private:
-    void takeReceived(uint id)
+    void onPayload(uint id)
     {
         QString payload;
         if (!m_communicator.readPayload(payload, id) || payload != payloadText(received) || id != received + 2)
@@ -153,7 +153,7 @@ private:
     bool m_isOpen;
 };
 
-/// One probe of one port, which gives back what it is handed.
+/// One probe of one port. Deletes the Communicator and port that it is handed.
 class Probe
 {
 public:
@@ -177,12 +177,12 @@ private:
     Initializer m_initializer;
 };
 
-/// Of every ten ports seven with boards of all kinds, one that is busy, one whose cable is pulled while it is probed,
-/// and one with a silent board.
-class Harbour
+/// Ports of four kinds. Of every ten, seven have a board that answers, one is busy, one loses its cable during the
+/// probe, and one has a silent board.
+class MixedPorts
 {
 public:
-    Harbour()
+    MixedPorts()
     {
         for (int i = 0; i < portCount; ++i) {
             const BoardConfig::Kind kinds[] = {BoardConfig::Kind::BoardA, BoardConfig::Kind::BoardB,
@@ -194,16 +194,16 @@ public:
         }
     }
 
-    /// Probes the first so many ports at the same time; false unless just the answering boards are found.
+    /// Probes the first `ports` ports at the same time. True if exactly the answering boards are found.
     bool probe(int ports)
     {
         std::vector<std::unique_ptr<Probe>> probes;
         for (int i = 0; i < ports; ++i) {
             const JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
-            // On a busy machine an answer may come late, which the next query makes good.
+            // On a busy machine an answer may come too late; a retry then finds the board.
             const uint maxRetries = answers(i) ? 20 : 0;
             probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
-            QCoreApplication::processEvents(); // opening all of them takes longer than a board may take to answer
+            QCoreApplication::processEvents(); // opening all ports takes longer than the time for a reply
         }
         for (int i = 8; i < ports; i += 10)
             m_testbed.boards()[i]->pull();
@@ -228,7 +228,7 @@ public:
         return true;
     }
 
-    /// The heap that the journals of the boards hold, which grow with every probe: a copy of them tells.
+    /// Heap bytes of the boards' journals, which grow with every probe. Measured with a copy of the journals.
     qint64 journalBytes() const
     {
         QList<QList<JwSimulator::JournalEntry>> copies;
@@ -257,10 +257,10 @@ private:
     JwSimulator::Testbed m_testbed;
 };
 
-/// What one parser costs, which an Initializer leaves behind on purpose.
+/// Heap bytes of one parser. An Initializer never deletes its parser, on purpose.
 qint64 parserBytes()
 {
-    constexpr int count = 2000; // so many that what malloc kept ready for small pieces makes no difference
+    constexpr int count = 2000; // so many that malloc's reserve of small blocks makes no difference
     std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
     const qint64 before = ProcessUsage::now().heapBytes;
     for (auto &parser : parsers) {
@@ -294,7 +294,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     const ProcessUsage halfReceived = usageLike(start);
     QVERIFY(link.receive(payloads - payloads / 2));
     const ProcessUsage allReceived = usageLike(start);
-    QVERIFY(link.transmit(warmUpPayloads)); // the board's journal goes over to the other direction
+    QVERIFY(link.transmit(warmUpPayloads)); // fills the board's journal with the other direction
     const ProcessUsage writingStart = usageLike(start);
     QVERIFY(link.transmit(payloads / 2));
     const ProcessUsage halfWritten = usageLike(start);
@@ -320,24 +320,24 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps its entry, a node of a QMap
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps one node of a QMap
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()
 {
     const quint32 probes = environmentNumber("JWDEVICE_SOAK_PROBES", 400);
     const qint64 bytesOfParser = parserBytes();
-    Harbour harbour;
-    QVERIFY(harbour.probeMany(2 * portCount)); // what is made once is made here
+    MixedPorts mixedPorts;
+    QVERIFY(mixedPorts.probeMany(2 * portCount)); // makes what the process then keeps
 
-    const qint64 journalAtStart = harbour.journalBytes();
+    const qint64 journalAtStart = mixedPorts.journalBytes();
     const ProcessUsage start = ProcessUsage::now();
-    QVERIFY(harbour.probeMany(probes / 2));
+    QVERIFY(mixedPorts.probeMany(probes / 2));
     const ProcessUsage middle = usageLike(start);
-    QVERIFY(harbour.probeMany(probes - probes / 2));
+    QVERIFY(mixedPorts.probeMany(probes - probes / 2));
     const ProcessUsage end = usageLike(start);
 
-    const qint64 journalGrowth = harbour.journalBytes() - journalAtStart;
+    const qint64 journalGrowth = mixedPorts.journalBytes() - journalAtStart;
 
     const double bytesPerProbe = double(end.heapBytes - start.heapBytes - journalGrowth) / probes;
     qInfo("%s", qPrintable(ProcessUsage::tableHead()));

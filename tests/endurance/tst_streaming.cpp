@@ -1,10 +1,10 @@
-// Eight boards stream side by side, in pieces, each through the Communicator that a search found. A test run sends few
-// payloads; this sends a million (about a minute):
+// Eight boards stream at the same time, in pieces, each to the Communicator of its hand-over. A test run sends few
+// payloads; this command sends a million, in about a minute:
 //
 // QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_STREAMING_PAYLOADS=1000000 build/release/tests/tst_streaming
 //
-// JWDEVICE_STREAMING_PAYLOADS=<n>  payloads of all boards together
-// JWDEVICE_STREAMING_SEED=<n>      another way to cut and mix the pieces
+// JWDEVICE_STREAMING_PAYLOADS=<n>  number of payloads of all boards together
+// JWDEVICE_STREAMING_SEED=<n>      seed for the sizes and the order of the pieces
 #include "support/common/environmentnumber.h"
 #include "support/common/eventloop.h"
 #include "support/common/portname.h"
@@ -32,9 +32,9 @@ namespace {
 
 constexpr int boardCount = 8;
 constexpr int longestPiece = 60;
-constexpr int mostUnderWay = 2000; // bytes that a board is ahead of its host
+constexpr int mostUnderWay = 2000; // bytes that a board may have sent and its host not yet received
 
-/// A board and what the Communicator that was found for it receives.
+/// A board with its Communicator, and counts of the payloads.
 class Stream
 {
 public:
@@ -50,18 +50,18 @@ public:
                              m_port.reset(communicator->device());
                              m_communicator.reset(communicator);
                              QObject::connect(communicator, qOverload<uint>(&Communicator::readyRead), &m_initializer,
-                                              [this](uint id) { takeReceived(id); });
+                                              [this](uint id) { onPayload(id); });
                          });
     }
 
     void probe()
     {
-        m_initializer.setMaxRetries(20); // on a busy machine an answer may come late
+        m_initializer.setMaxRetries(20); // on a busy machine a reply may come too late
         m_initializer.probe({types[m_number % 3]}, 0, {m_board->portName()});
     }
     bool isFound() const { return m_communicator != nullptr; }
 
-    /// The board sends its next piece, unless that completes more than so many payloads.
+    /// Sends the next piece of the board's `payloads` payloads, unless the host is too far behind.
     void sendPiece(quint32 payloads, QRandomGenerator &random)
     {
         while (m_unsent.size() < longestPiece && m_built < payloads)
@@ -75,15 +75,15 @@ public:
     }
     bool isSent(quint32 payloads) const { return m_built == payloads && m_unsent.isEmpty(); }
 
-    quint32 received = 0; ///< payloads at the Communicator
-    quint32 wrong = 0; ///< those that are not what the board sent next, or not under the next id
+    quint32 received = 0; ///< payloads that the Communicator received
+    quint32 wrong = 0; ///< received payloads with a wrong text or id
 
 private:
     static constexpr BoardConfig::Kind kinds[] = {BoardConfig::Kind::BoardA, BoardConfig::Kind::BoardB,
                                                   BoardConfig::Kind::BoardC};
     static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 
-    /// Has up to about 90 characters; every tenth begins with an exclamation mark.
+    /// A payload of up to about 90 characters. Every tenth begins with "!".
     QByteArray payload(quint32 number) const
     {
         const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));
@@ -94,13 +94,13 @@ private:
         return text;
     }
 
-    void takeReceived(uint id)
+    void onPayload(uint id)
     {
         QString text;
         const QByteArray expected = payload(received);
         const bool isNext = m_firstId == 0 || id == m_firstId + received;
         if (received == 0)
-            m_firstId = id; // the search received some before
+            m_firstId = id; // the probe has received some payloads before
         if (!m_communicator->readPayload(text, id) || text != QString::fromLatin1(expected) || !isNext)
             ++wrong;
         ++received;

@@ -19,7 +19,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-const QByteArray noBoardYet = "no BoardA yet; jwprobe --type BoardA tells why";
+const QByteArray noBoardYet = "no BoardA yet; jwprobe --type BoardA says why";
 const QByteArray reply = "$PJWVER,7300022,1,4,0*0d";
 
 QByteArray readFile(const QString &name)
@@ -33,7 +33,7 @@ QString program(const char *example)
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
 }
 
-/// What it prints may come in any order where several ports answer.
+/// If several ports answer, the lines may come in any order.
 QList<QByteArray> sortedLines(const QByteArray &text)
 {
     QList<QByteArray> lines = linesOf(text);
@@ -41,7 +41,7 @@ QList<QByteArray> sortedLines(const QByteArray &text)
     return lines;
 }
 
-/// The command that the page of the examples gives for the one with this number.
+/// The command in examples/README.md for the example with this number.
 QString commandOfPage(const char *number)
 {
     const QString page = QString::fromUtf8(readFile(QStringLiteral(EXAMPLES_SOURCES "/README.md")));
@@ -50,8 +50,8 @@ QString commandOfPage(const char *number)
     return row.match(page).captured(1);
 }
 
-/// The page's folder, in which names that every run would share are those of this test alone: the serial port and the
-/// TCP port that commands and the example of the network name.
+/// A copy of the folder of examples/README.md. In the commands and in example 07 it replaces the serial port and the
+/// TCP port by names of this test alone, because test runs side by side would share them.
 class PageFolder
 {
 public:
@@ -74,7 +74,7 @@ public:
         }
     }
 
-    /// The arguments of a shell that runs the page's command for the example with this number.
+    /// The arguments for a shell that runs the command for the example with this number.
     QStringList command(const char *number) const
     {
         const QString script =
@@ -104,7 +104,7 @@ quint16 freeTcpPort()
     return server.serverPort();
 }
 
-/// Without one ser2net finds no name, not even localhost.
+/// Without a network address ser2net resolves no name, not even localhost.
 bool hasNetworkAddress()
 {
     const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
@@ -113,7 +113,7 @@ bool hasNetworkAddress()
 
 } // namespace
 
-/// Runs each example as a person would, on simulated boards of this process.
+/// Runs each example as a user does, on simulated boards of this process.
 class TestExamples : public QObject
 {
     Q_OBJECT
@@ -126,29 +126,29 @@ private Q_SLOTS:
     void findBoardsNamesThePortOfEach();
     void findBoardsNamesWhatIsMissing();
     void findBoardsEndsWithoutAnyPort();
-    void exchangePayloadsTellsWhatWentOutAndCameBack();
+    void exchangePayloadsPrintsProgressAndAnswers();
     void ownSentencesAreReadAndBuilt();
-    void ownSentencesTellsWhyThereAreNone_data();
-    void ownSentencesTellsWhyThereAreNone();
+    void ownSentencesSaysWhyThereAreNone_data();
+    void ownSentencesSaysWhyThereAreNone();
     void lostBoardIsTakenAgainWhenItReturns();
-    void missingBoardIsToldOnce();
+    void missingBoardIsReportedOnce();
     void boardIsTakenBesideOneThatIsNotWanted();
     void loggingWritesTrafficToTheFileAndAllToQt();
-    void loggingTellsThatThereIsNoBoard();
-    void loggingTellsThatTheFileCannotBeWritten();
-    void boundProbeTellsWhatKeptItOpen();
+    void loggingSaysThatThereIsNoBoard();
+    void loggingSaysThatTheFileCannotBeWritten();
+    void boundProbeSaysWhatKeptItOpen();
     void boundProbeEndsEarlyWhenAllIsSettled();
     void commandsOfThePageDoWhatItSays_data();
     void commandsOfThePageDoWhatItSays();
-    void networkExampleTellsThatItsPortIsTaken();
-    void networkFaultIsTold();
+    void networkExampleSaysThatItsPortIsTaken();
+    void networkErrorIsReported();
     void testOfTheApplicationPasses();
     void binaryBlockIsReadBeforeAnyLineEnd();
-    void binaryProtocolTellsThatThereIsNoBoard();
+    void binaryProtocolSaysThatThereIsNoBoard();
 
 private:
     Board *add(const QString &text);
-    /// Runs it to its end while the boards live in our event loop.
+    /// Runs `program` to its end, while the boards live in our event loop.
     Outcome run(const QString &program, const QStringList &arguments = {}) const;
 
     std::unique_ptr<JwSimulator::Testbed> m_testbed;
@@ -221,7 +221,7 @@ void TestExamples::findBoardsEndsWithoutAnyPort()
     QCOMPARE(outcome.status, 1);
 }
 
-void TestExamples::exchangePayloadsTellsWhatWentOutAndCameBack()
+void TestExamples::exchangePayloadsPrintsProgressAndAnswers()
 {
     Board *const board = add(QStringLiteral("BoardA"));
 
@@ -230,7 +230,7 @@ void TestExamples::exchangePayloadsTellsWhatWentOutAndCameBack()
     QCOMPARE(linesOf(outcome.output),
              QList<QByteArray>({"payload 2 is on its way", "payload 3 is on its way", "answer 1 is " + reply,
                                 "answer 2 is " + reply, "answer 3 is " + reply}));
-    QCOMPARE(board->queryCount(), 4); // that of the search and three of the example
+    QCOMPARE(board->queryCount(), 4); // one of the search, three of the example
     QCOMPARE(outcome.status, 0);
 }
 
@@ -238,11 +238,11 @@ void TestExamples::ownSentencesAreReadAndBuilt()
 {
     const Outcome outcome = run(program("03-own-sentences"), {add(QStringLiteral("BoardA"))->portName()});
 
-    QCOMPARE(outcome.error, QByteArray("hardware 7300022, which a board tells by $PJWVER,7300022,*38\n"));
+    QCOMPARE(outcome.error, QByteArray("hardware 7300022; a board sends it as $PJWVER,7300022,*38\n"));
     QCOMPARE(outcome.status, 0);
 }
 
-void TestExamples::ownSentencesTellsWhyThereAreNone_data()
+void TestExamples::ownSentencesSaysWhyThereAreNone_data()
 {
     QTest::addColumn<QString>("board");
     QTest::addColumn<QByteArray>("why");
@@ -253,13 +253,13 @@ void TestExamples::ownSentencesTellsWhyThereAreNone_data()
     };
     row("silent");
     row("BoardA,checksum=wrong");
-    // Bytes without end, so that there is always something to wait for.
+    // These send bytes without end, so that each wait ends with more bytes.
     row("babble");
     row("BoardA,noise=3,replies=1000,chunk=1,gap=300");
     row("other");
 }
 
-void TestExamples::ownSentencesTellsWhyThereAreNone()
+void TestExamples::ownSentencesSaysWhyThereAreNone()
 {
     QFETCH(const QString, board);
     QFETCH(const QByteArray, why);
@@ -289,12 +289,12 @@ void TestExamples::lostBoardIsTakenAgainWhenItReturns()
     QVERIFY(!run.isOver());
 }
 
-void TestExamples::missingBoardIsToldOnce()
+void TestExamples::missingBoardIsReportedOnce()
 {
     Board *const silent = add(QStringLiteral("BoardA,ignore=1000"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(silent->queryCount() == 9); // each search asks four times: this is the third
+    WAIT_FOR(silent->queryCount() == 9); // a search asks four times, so this is the third search
 
     QCOMPARE(run.output(), noBoardYet + '\n');
 }
@@ -304,7 +304,7 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
     Board *const other = add(QStringLiteral("BoardB"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(other->queryCount() == 1); // a search that this board keeps open
+    WAIT_FOR(other->queryCount() == 1); // now this board keeps the search open
 
     Board *const board = add(QStringLiteral("BoardA"));
 
@@ -314,7 +314,7 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
 
 void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
 {
-    add(QStringLiteral("BoardA,ignore=1")); // so that there is a retry round, which is a warning
+    add(QStringLiteral("BoardA,ignore=1")); // makes a retry round, which the library logs as a warning
     const QTemporaryDir folder;
     const QString file = folder.filePath(QStringLiteral("traffic.log"));
 
@@ -332,17 +332,17 @@ void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
     QCOMPARE(outcome.status, 0);
 }
 
-void TestExamples::loggingTellsThatThereIsNoBoard()
+void TestExamples::loggingSaysThatThereIsNoBoard()
 {
     const QTemporaryDir folder;
 
     const Outcome outcome = run(program("05-logging"), {folder.filePath(QStringLiteral("traffic.log"))});
 
-    QVERIFY2(outcome.error.endsWith("no BoardA; jwprobe --type BoardA tells why\n"), outcome.error);
+    QVERIFY2(outcome.error.endsWith("no BoardA; jwprobe --type BoardA says why\n"), outcome.error);
     QCOMPARE(outcome.status, 1);
 }
 
-void TestExamples::loggingTellsThatTheFileCannotBeWritten()
+void TestExamples::loggingSaysThatTheFileCannotBeWritten()
 {
     const Outcome outcome = run(program("05-logging"), {QStringLiteral("/proc/version/traffic.log")});
 
@@ -351,7 +351,7 @@ void TestExamples::loggingTellsThatTheFileCannotBeWritten()
     QCOMPARE(outcome.status, 1);
 }
 
-void TestExamples::boundProbeTellsWhatKeptItOpen()
+void TestExamples::boundProbeSaysWhatKeptItOpen()
 {
     const QByteArray portA = add(QStringLiteral("BoardA"))->portName().toLatin1();
     const QByteArray portB = add(QStringLiteral("BoardB"))->portName().toLatin1();
@@ -384,7 +384,7 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     };
     row("01", "BoardB is on ttyACM\\d+");
     row("02", "answer 3 is \\$PJWVER,7300022,1,4,0\\*0d");
-    row("03", "hardware 7300022, which a board tells by \\$PJWVER,7300022,\\*38");
+    row("03", "hardware 7300022; a board sends it as \\$PJWVER,7300022,\\*38");
     row("04", "the board is on (ttyACM\\d+)\n(?:.*\n)*the board is on (?!\\1\n)ttyACM\\d+");
     row("05", "Communication:  <-  \"\\$PJWVER,7300022,1,4,0\\*0d\"");
     row("06", "ttyACM\\d+ answered with \\$PJWVER,7300021,1,4,0\\*0e");
@@ -396,10 +396,11 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
 void TestExamples::commandsOfThePageDoWhatItSays()
 {
     QFETCH(const QString, output);
-    m_testbed.reset(); // jwsim makes its own
+    m_testbed.reset(); // jwsim makes its own testbed
     if (QTest::currentDataTag() == QByteArray("07")) {
         NEEDS_PROGRAM("ser2net", "ser2net");
-        QVERIFY2(hasNetworkAddress(), "ser2net needs a network address beside that of the loopback");
+        QVERIFY2(hasNetworkAddress(),
+                 "ser2net needs a network address other than the loopback; connect this machine to a network");
     }
     const PageFolder folder(freeTcpPort());
     ProgramRun run(QStringLiteral("sh"), folder.command(QTest::currentDataTag()));
@@ -408,13 +409,13 @@ void TestExamples::commandsOfThePageDoWhatItSays()
     const auto says = [&] { return QString::fromUtf8(run.output() + run.error()).contains(expression); };
     run.start();
 
-    // Without waiting for its end: one of them goes on until it is stopped.
+    // Does not wait for the end: one of the programs runs until it is stopped.
     WAIT_FOR(run.isOver() || says());
 
     QVERIFY2(says(), run.output() + run.error());
 }
 
-void TestExamples::networkExampleTellsThatItsPortIsTaken()
+void TestExamples::networkExampleSaysThatItsPortIsTaken()
 {
     m_testbed.reset();
     QTcpServer other;
@@ -429,7 +430,7 @@ void TestExamples::networkExampleTellsThatItsPortIsTaken()
     QCOMPARE(run.status(), 1);
 }
 
-void TestExamples::networkFaultIsTold()
+void TestExamples::networkErrorIsReported()
 {
     const Outcome outcome =
         run(program("07-board-over-network"), {QStringLiteral("127.0.0.1"), QString::number(freeTcpPort())});
@@ -440,7 +441,7 @@ void TestExamples::networkFaultIsTold()
 
 void TestExamples::testOfTheApplicationPasses()
 {
-    m_testbed.reset(); // the program makes its own
+    m_testbed.reset(); // the program makes its own testbed
     const Outcome outcome = run(program("08-test-your-application"));
 
     QVERIFY2(outcome.output.contains("PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()"), outcome.output);
@@ -452,7 +453,7 @@ void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
     Board *const board = add(QStringLiteral("silent"));
     int requests = 0;
     QObject::connect(board, &Board::sentenceReceived, board, [&] {
-        // The first one is the search's.
+        // The first query comes from the search.
         board->send(++requests == 1 ? reply + "\r\n" : QByteArray("\0\x7f\n$\xff!\r\0", 8));
     });
 
@@ -463,11 +464,11 @@ void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
     QCOMPARE(outcome.status, 0);
 }
 
-void TestExamples::binaryProtocolTellsThatThereIsNoBoard()
+void TestExamples::binaryProtocolSaysThatThereIsNoBoard()
 {
     const Outcome outcome = run(program("09-binary-protocol"));
 
-    QCOMPARE(outcome.output, QByteArray("no BoardA; jwprobe --type BoardA tells why\n"));
+    QCOMPARE(outcome.output, QByteArray("no BoardA; jwprobe --type BoardA says why\n"));
     QCOMPARE(outcome.status, 1);
 }
 

@@ -1,4 +1,4 @@
-// The code that the pages in docs/ quote and that stands in no example: it does what they say.
+// Code that pages in docs/ quote and that is in no example. It must do what the pages say.
 #include "support/common/portname.h"
 #include "support/common/recordsink.h"
 #include "support/common/simulatedportsmain.h"
@@ -20,7 +20,7 @@ class TestPageSnippets : public QObject
 
 private Q_SLOTS:
     void silentBoardSaysWhatTheTestSends();
-    void reportsTellWhyNothingWasFound();
+    void reportsSayWhyNothingWasFound();
     void categoryFollowsItsOwnLevel();
     void recordsOfTheApplicationReachTheLog();
 };
@@ -50,7 +50,7 @@ void TestPageSnippets::silentBoardSaysWhatTheTestSends()
         qInfo() << (entry.direction == JwSimulator::JournalEntry::Received ? "heard" : "said") << entry.bytes;
 }
 
-void TestPageSnippets::reportsTellWhyNothingWasFound()
+void TestPageSnippets::reportsSayWhyNothingWasFound()
 {
     LogCapture log;
     JwSimulator::Testbed testbed;

@@ -42,7 +42,7 @@ private:
     QObject m_context;
 };
 
-/// The port is closed soon, and thereafter the event loop has nothing to do: a port that spins keeps it busy for ever.
+/// The port is closed soon, and then the event loop is idle. A pulled port that stays open would keep it busy for ever.
 void verifyClosedWithoutSpin(const ProbeFixture &fixture, const Board *board, const ErrorCount &count)
 {
     QSerialPort *const port = fixture.port(board);
@@ -58,12 +58,12 @@ void verifyClosedWithoutSpin(const ProbeFixture &fixture, const Board *board, co
 
 QVector<int> discarded; // descriptors of terminals whose unsent output was discarded
 
-/// Another program that reads from a port beside us, and is quicker.
-class ReaderBeside
+/// Another program that reads from the same port and is faster than our port.
+class OtherReader
 {
 public:
-    /// `staleError` is what errno holds when our port finds nothing to read; QSerialPort goes by that number.
-    ReaderBeside(const Board *board, int staleError)
+    /// `staleError` is the value of errno when our port finds nothing to read. QSerialPort decides by that value.
+    OtherReader(const Board *board, int staleError)
         : m_descriptor(::open(qPrintable(QStringLiteral("/dev/") + board->portName()),
                               O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
         , m_notifier(m_descriptor, QSocketNotifier::Read)
@@ -74,18 +74,18 @@ public:
             errno = staleError;
         });
     }
-    ~ReaderBeside()
+    ~OtherReader()
     {
         m_notifier.setEnabled(false);
         ::close(m_descriptor);
     }
     void pause(bool paused) { m_paused = paused; }
-    ReaderBeside(const ReaderBeside &) = delete;
-    ReaderBeside &operator=(const ReaderBeside &) = delete;
+    OtherReader(const OtherReader &) = delete;
+    OtherReader &operator=(const OtherReader &) = delete;
 
 private:
     const int m_descriptor;
-    QSocketNotifier m_notifier; // always on: it keeps its place before the port's
+    QSocketNotifier m_notifier; // never disabled, so that it stays before the port's notifier
     bool m_paused = false;
 };
 
@@ -97,7 +97,7 @@ void recordWarning(QtMsgType type, const QMessageLogContext &, const QString &te
         warnings << text;
 }
 
-/// While it lives, what Qt warns of is kept, such as a write to a closed port.
+/// Keeps Qt's warnings until it is destroyed, for example of a write to a closed port.
 class WarningCapture
 {
 public:
@@ -116,7 +116,7 @@ private:
 
 } // namespace
 
-/// Takes the place of the C library's, to see what is discarded.
+/// Replaces the C library's function, to record discarded output.
 extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, int queue) noexcept
 {
     if (queue == TCOFLUSH || queue == TCIOFLUSH)
@@ -370,7 +370,7 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort_data()
     QTest::addColumn<QByteArray>("held");
     QTest::newRow("ReadError") << 0 << QByteArray();
     QTest::newRow("ResourceError, at which QSerialPort stops reading") << EAGAIN << QByteArray();
-    QTest::newRow("the same, while an unfinished line is held back") << EAGAIN << QByteArray("$PJWVER,7300022");
+    QTest::newRow("ResourceError, while an unfinished line is held back") << EAGAIN << QByteArray("$PJWVER,7300022");
 }
 
 void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
@@ -379,26 +379,26 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
     QFETCH(QByteArray, held);
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
-    // Before the port, so that it is served first.
-    auto beside = std::make_unique<ReaderBeside>(board, staleError);
-    beside->pause(true);
+    // Made before the port, so that the event loop serves it first.
+    auto otherReader = std::make_unique<OtherReader>(board, staleError);
+    otherReader->pause(true);
     fixture.probe({JwDevice::BoardA});
     const ErrorCount count(fixture.port(board));
     QTRY_COMPARE(received(board), versionQuery);
     QVERIFY(held.isEmpty() || board->send(held));
     const auto *const lines = dynamic_cast<JwDevice::WholeLinesBase *>(fixture.port(board));
     QTRY_COMPARE(lines->bytesReceived(), qint64(held.size()));
-    beside->pause(false);
+    otherReader->pause(false);
     QElapsedTimer clock;
     clock.start();
     while (count.errors() < 3) {
-        QVERIFY(clock.elapsed() < 5000); // else the port reads no more
+        QVERIFY(clock.elapsed() < 5000); // fails here if the port no longer reads
         QVERIFY(fixture.port(board)->isOpen());
         QVERIFY(board->send("stolen\r\n"));
         settle();
     }
     QCOMPARE(fixture.initializer->portReports().first().verdict, JwDevice::PortReport::Awaiting);
-    beside.reset();
+    otherReader.reset();
     QVERIFY(board->send(versionReply("7300022").mid(held.size())));
     QTRY_COMPARE(fixture.state(board), PortState::HandedOver);
 }
@@ -446,7 +446,7 @@ void TestInitializerCable::handedOverPortReportsItsErrorToTheApplicationAndIsLef
     });
     board->pull();
     QTRY_VERIFY(errors > 0);
-    QVERIFY(openAtError); // what happens to it is up to the application
+    QVERIFY(openAtError); // the application decides what to do with a handed-over port
 }
 
 SIMULATED_PORTS_MAIN(TestInitializerCable)

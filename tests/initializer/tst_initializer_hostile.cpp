@@ -19,7 +19,7 @@ using JwSimulator::frameSentence;
 
 namespace {
 
-/// An event loop within whatever is running, as a dialog has one, until `done`. False when that does not come.
+/// Runs a nested event loop, like a dialog, until `done()`. False if that takes more than 5 s.
 bool nest(const std::function<bool()> &done)
 {
     QEventLoop loop;
@@ -41,7 +41,7 @@ void onInitialized(ProbeFixture &fixture, const Receiver &receiver)
                      [receiver](Type, Communicator *comm) { receiver(comm); });
 }
 
-/// What lets go of a board's connection within the signal that brought it.
+/// Deletes the Communicator and its port inside the signal that handed them over.
 void giveBack(Communicator *comm)
 {
     comm->device()->deleteLater();
@@ -63,10 +63,10 @@ private Q_SLOTS:
     void payloadsBehindTheRecognisedOneReachWhatTheReceiverConnected();
     void receiverMayDisconnectTheInitializer();
     void otherPortsAnswerAndTimeOutInANestedLoopAndNothingIsReportedTwice();
-    void retryRoundBegunInANestedLoopIsNotCountedAgainBehindIt();
+    void retryRoundBegunInANestedLoopIsCountedOnce();
     void nestedLoopsWithinEachOtherLeaveTheProbeWhole();
     void roundsThatNobodyCanAnswerEndInANestedLoop();
-    void roundThatNobodyCanAnswerIsNotBegunAgainBehindTheReceiverInWhichItBegan();
+    void roundBegunInAReceiverIsNotBegunAgainAfterIt();
     void nestedLoopInDeviceNotFoundReportsNothingTwice();
     void lateReplyInANestedLoopOfDeviceNotFoundHandsOver_data();
     void lateReplyInANestedLoopOfDeviceNotFoundHandsOver();
@@ -141,9 +141,9 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
-    QTRY_COMPARE(received, 1); // by the port's own signal
+    QTRY_COMPARE(received, 1); // after the port's own signal
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
-    fixture.initializer->boardReadyRead(fixture.comm(stored)); // a payload stored behind it
+    fixture.initializer->boardReadyRead(fixture.comm(stored)); // here another payload is stored after the reply
     QCOMPARE(received, 2);
     fixture.timeOut(silent);
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, missingC, over}));
@@ -223,7 +223,7 @@ void TestInitializerHostile::otherPortsAnswerAndTimeOutInANestedLoopAndNothingIs
     QCOMPARE(fixture.decisions(), seenInReceiver);
 }
 
-void TestInitializerHostile::retryRoundBegunInANestedLoopIsNotCountedAgainBehindIt()
+void TestInitializerHostile::retryRoundBegunInANestedLoopIsCountedOnce()
 {
     ProbeFixture fixture;
     fixture.attach("BoardA");
@@ -277,14 +277,14 @@ void TestInitializerHostile::roundsThatNobodyCanAnswerEndInANestedLoop()
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, retry, retry, missingC, over}));
 }
 
-void TestInitializerHostile::roundThatNobodyCanAnswerIsNotBegunAgainBehindTheReceiverInWhichItBegan()
+void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
 {
     ProbeFixture fixture;
     Board *const first = fixture.attach("silent");
     Board *const second = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceInitialized, [&](Type type) {
         if (type == JwDevice::BoardA)
-            fixture.initializer->boardReadyRead(fixture.comm(second)); // as from an event loop of the receiver
+            fixture.initializer->boardReadyRead(fixture.comm(second)); // like an event in the receiver's nested loop
     });
     fixture.initializer->setMaxRetries(2);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
@@ -303,7 +303,7 @@ void TestInitializerHostile::nestedLoopInDeviceNotFoundReportsNothingTwice()
     const Board *const board = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         QTimer *const timer = fixture.replyTimer(board);
-        timer->start(0); // a time-out within the report
+        timer->start(0); // a time-out inside the signal
         QVERIFY(nest([timer] { return !timer->isActive(); }));
     });
     fixture.initializer->setMaxRetries(0);
@@ -434,7 +434,7 @@ void TestInitializerHostile::receiverOfDeviceNotFoundMayDeleteTheInitializer()
         if (fixture.handOver(board).port)
             continue;
         QSerialPort port(board->portName());
-        QVERIFY(port.open(QIODevice::ReadWrite)); // given free
+        QVERIFY(port.open(QIODevice::ReadWrite)); // free for others
     }
 }
 
@@ -444,10 +444,10 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     Board *const first = fixture.attach("silent");
     Board *const second = fixture.attach("silent");
     QPointer<QSerialPort> port;
-    bool aliveBehindTheDeletion = false;
+    bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        aliveBehindTheDeletion = port && !port->isOpen(); // Qt goes on with it when the receiver returns
+        aliveAfterTheDeletion = port && !port->isOpen(); // Qt still uses the port when the receiver returns
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});
@@ -456,7 +456,7 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     port = fixture.port(second);
     QVERIFY(second->send(versionReply("7300022")));
     QTRY_VERIFY(!fixture.initializer);
-    QVERIFY(aliveBehindTheDeletion);
+    QVERIFY(aliveAfterTheDeletion);
     settle();
     QVERIFY(!port);
 }
@@ -525,7 +525,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // one of them is in the middle of its signal
+        aliveInTheLoop = areAlive(); // one mapper is in the middle of its signal
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

@@ -13,14 +13,14 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Whether somebody else can have the port now.
+/// Whether another program could open the port now.
 bool isFree(const Board *board)
 {
     QSerialPort port(board->portName());
     return port.open(QIODevice::ReadWrite);
 }
 
-/// The probed objects of one port, to be looked at when the Initializer is gone.
+/// The objects of one probed port, to check them after the Initializer is deleted.
 struct Probed
 {
     Probed(const ProbeFixture &fixture, const Board *board)
@@ -41,7 +41,7 @@ void deleteAndCheckTheLog(ProbeFixture &fixture)
 {
     const QStringList before = fixture.timeline;
     delete fixture.initializer;
-    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // and no signal
+    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // no signal is emitted
     settle();
     QCOMPARE(fixture.timeline.size(), before.size() + 1);
 }
@@ -182,7 +182,7 @@ void TestInitializerLifecycle::deletedInEachStateOfAPort()
     deleteAndCheckTheLog(fixture);
     QVERIFY(probed.isGone());
     QVERIFY(isFree(board));
-    QVERIFY(!timer); // timers go with the Initializer, also that of a port handed over
+    QVERIFY(!timer); // the Initializer also deletes the timer of a handed-over port
     QVERIFY(fixture.handOver(found).comm && fixture.handOver(found).port->isOpen());
 }
 
@@ -224,7 +224,7 @@ void TestInitializerLifecycle::deletedAfterTheEndOfTheProbe()
     Board *const found = fixture.attach("BoardA");
     fixture.probe({JwDevice::BoardA});
     QTRY_VERIFY(fixture.isOver());
-    QVERIFY(fixture.port(silent)->isOpen()); // open until now
+    QVERIFY(fixture.port(silent)->isOpen());
     const Probed probed(fixture, silent);
     deleteAndCheckTheLog(fixture);
     QVERIFY(probed.isGone());

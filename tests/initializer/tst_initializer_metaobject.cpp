@@ -30,7 +30,7 @@ private Q_SLOTS:
     void communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot();
     void methodsStandInTheirOrder_data();
     void methodsStandInTheirOrder();
-    void nothingElseIsInIt();
+    void metaObjectHasNothingElse();
     void classNameIsTheQualifiedOne();
     void signalsConnectByTheirText();
     void deviceNotFoundReachesAReceiverByText();
@@ -97,7 +97,7 @@ void TestInitializerMetaObject::methodsStandInTheirOrder()
         QCOMPARE(method.parameterNames(), parameterNames);
 }
 
-void TestInitializerMetaObject::nothingElseIsInIt()
+void TestInitializerMetaObject::metaObjectHasNothingElse()
 {
     const QMetaObject &meta = Initializer::staticMetaObject;
     QCOMPARE(meta.methodCount() - meta.methodOffset(), 5);

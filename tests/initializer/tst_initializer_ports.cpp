@@ -59,7 +59,7 @@ private Q_SLOTS:
     void noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeReturns_data();
     void noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeReturns();
     void noPortOpenedLeavesTheRetriesUntouched();
-    void probeMayBeCalledAgainWhereNoPortOpened();
+    void probeMayBeCalledAgainIfNoPortOpened();
     void secondProbeMayStartWhileTheFirstIsRunning();
     void delayWithBoardCWantedOpensNoPortBeforeItHasPassed();
     void delayedProbeReportsMissingPortsFromTheEventLoop();
@@ -212,7 +212,7 @@ void TestInitializerPorts::nameThatDoesNotExistIsTriedAndFailsAtOpen()
 {
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(boardA, 0, {QStringLiteral("ttyNONE1")}));
-    // The system knows no such port, so there is no name either.
+    // QSerialPortInfo has an empty name for a port that the system does not know.
     const QString text = refusedText(QString(), QSerialPort::DeviceNotFoundError);
     QCOMPARE(fixture.timeline, QStringList({text, QStringLiteral("deviceNotFound BoardA")}));
     QVERIFY(isTraceOfInitializer(fixture.log.sink->withText(text), "probeStage2"));
@@ -302,7 +302,7 @@ void TestInitializerPorts::noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeR
     QFETCH(QStringList, reports);
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(types));
-    QCOMPARE(fixture.timeline, reports); // no retry, and no end either
+    QCOMPARE(fixture.timeline, reports); // no retry, and no record of the end
     settle();
     QCOMPARE(fixture.timeline, reports);
     QVERIFY(!fixture.isTimerActive());
@@ -319,7 +319,7 @@ void TestInitializerPorts::noPortOpenedLeavesTheRetriesUntouched()
     QTRY_VERIFY(fixture.timeline.contains(QStringLiteral("Retry probing")));
 }
 
-void TestInitializerPorts::probeMayBeCalledAgainWhereNoPortOpened()
+void TestInitializerPorts::probeMayBeCalledAgainIfNoPortOpened()
 {
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(boardA));
@@ -356,7 +356,7 @@ void TestInitializerPorts::delayWithBoardCWantedOpensNoPortBeforeItHasPassed()
     QCOMPARE(delayTimer->interval(), 500);
     fixture.onRecord = [&](const LogRecord &record) {
         if (record.text == openedText(board))
-            openedBefore = delayTimer->isActive(); // a single shot is over when it fires
+            openedBefore = delayTimer->isActive(); // a single-shot timer is inactive when it fires
     };
     QVERIFY(fixture.timeline.isEmpty());
     settle();
@@ -415,7 +415,7 @@ void TestInitializerPorts::everyOpenedPortGetsOneReplyTimerThatRunsBeforeItsQuer
     fixture.probe(boardA);
     fixture.onRecord = nullptr;
     QCOMPARE(runningAtQuery, QVector<int>({1, 2}));
-    QCOMPARE(fixture.initializer->findChildren<QTimer *>().size(), 3); // with the delay timer
+    QCOMPARE(fixture.initializer->findChildren<QTimer *>().size(), 3); // two reply timers and the delay timer
 }
 
 void TestInitializerPorts::queriesLeaveBeforeTheNextPortIsOpened()

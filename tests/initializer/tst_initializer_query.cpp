@@ -20,7 +20,7 @@ private Q_SLOTS:
     void wantedTypesChooseTheQueriesOnTheWire();
     void bothQueriesAreWrittenInTheSameCallWithNothingAwaitedBetween();
     void everyOpenedPortIsQueried();
-    void unknownOnlyAsksNothingAndReportsNothingWherePortsOpened();
+    void unknownAloneAsksNothingAndReportsNothing();
     void unknownBesideAnotherTypeIsNeverHandedOver();
     void queryBoardVersionWritesTheQueriesToTheGivenCommunicator();
     void queryBoardVersionWritesNothingBeforeTheFirstProbe();
@@ -59,7 +59,7 @@ void TestInitializerQuery::wantedTypesChooseTheQueriesOnTheWire()
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
     fixture.probe(types);
-    // Whatever went out before this went out first.
+    // The board gets everything that was written before this mark before the mark.
     fixture.comm(board)->writePayload(QStringLiteral("$MARK\r\n"));
     QTRY_VERIFY(received(board).endsWith("$MARK\r\n"));
     QCOMPARE(received(board), queries + "$MARK\r\n");
@@ -89,7 +89,7 @@ void TestInitializerQuery::everyOpenedPortIsQueried()
         QTRY_COMPARE(received(board), informationRequest);
 }
 
-void TestInitializerQuery::unknownOnlyAsksNothingAndReportsNothingWherePortsOpened()
+void TestInitializerQuery::unknownAloneAsksNothingAndReportsNothing()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("BoardA");

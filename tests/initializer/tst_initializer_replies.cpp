@@ -28,7 +28,7 @@ QString timeoutText(const Board *board)
     return QStringLiteral("Read timeout for:  ") + quoted(board->portName());
 }
 
-/// Sends `payload` and waits until the Initializer has looked at it.
+/// Sends `payload` and waits until the Initializer has handled it.
 void sendAndHandle(const ProbeFixture &fixture, Board *board, const QByteArray &payload)
 {
     const int before = fixture.timeline.count(readText(board));
@@ -55,8 +55,8 @@ class TestInitializerReplies : public QObject
 private Q_SLOTS:
     void replyNamesTheType_data();
     void replyNamesTheType();
-    void boardIsFoundWhateverTheShapeOfItsReply_data();
-    void boardIsFoundWhateverTheShapeOfItsReply();
+    void boardIsFoundForEveryFormOfItsReply_data();
+    void boardIsFoundForEveryFormOfItsReply();
     void allThreeBoardsAreFoundAndTheProbeIsOver();
     void typeWantedTwiceIsHandedOverOnce();
     void boardIsHandedOverAtOnceWhileOtherPortsAreAwaited();
@@ -66,15 +66,15 @@ private Q_SLOTS:
     void payloadBehindTheRecognisedOneIsTakenOutAndDropped();
     void onlyOnePayloadBehindTheRecognisedOneIsDropped();
     void payloadBehindTheRecognisedOneIsStillThereWithinTheSignal();
-    void payloadThatCannotBeParsedIsSkippedForTheGoodOneBehindIt();
-    void unwantedPayloadIsSkippedForTheWantedOneBehindIt();
+    void unparsablePayloadIsSkippedForTheNextGoodOne();
+    void unwantedPayloadIsSkippedForTheNextWantedOne();
     void payloadThatCannotBeParsedLeavesThePortAwaitingItsReply_data();
     void payloadThatCannotBeParsedLeavesThePortAwaitingItsReply();
     void portWithNothingButGarbageTimesOut_data();
     void portWithNothingButGarbageTimesOut();
     void everyReadIsLoggedBeforeAnythingIsRead();
     void timeoutIsLogged();
-    void slotsLeaveAloneWhatIsNotProbed();
+    void slotsIgnoreCommunicatorsThatAreNotProbed();
     void parseableReplyThatIsNotWantedSilencesThePort_data();
     void parseableReplyThatIsNotWantedSilencesThePort();
     void silencedPortKeepsTheProbeOpen();
@@ -82,7 +82,7 @@ private Q_SLOTS:
     void silencedPortBecomesADuplicateForALaterReply();
     void timedOutPortIsHandedOverForALateReply();
     void timedOutPortBecomesADuplicateForALateReply();
-    void timedOutPortStaysSoForALateReplyThatIsNotWanted();
+    void timedOutPortStaysTimedOutForAnUnwantedReply();
     void replyAfterTheTimeOutIsHandedOverDuringTheRetryRound();
     void secondBoardOfATypeIsADuplicateAndNotHandedOver();
     void twoBoardsOfATypeEndTheProbeWithoutAMissingType();
@@ -97,7 +97,7 @@ void TestInitializerReplies::replyNamesTheType_data()
 {
     using namespace JwDevice;
     QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<Type>("type"); // Unknown: silenced
+    QTest::addColumn<Type>("type"); // Unknown: the port is silenced
     const auto version = [](const char *text) { return versionReply(text); };
     QTest::newRow("7300022") << version("7300022") << BoardA;
     QTest::newRow("7300021") << version("7300021") << BoardB;
@@ -144,7 +144,7 @@ void TestInitializerReplies::replyNamesTheType()
     QVERIFY(errorsOf(fixture).isEmpty());
 }
 
-void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply_data()
+void TestInitializerReplies::boardIsFoundForEveryFormOfItsReply_data()
 {
     QTest::addColumn<QByteArray>("board");
     QTest::addColumn<QString>("found");
@@ -158,7 +158,7 @@ void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply_data()
     QTest::newRow("three times") << QByteArray("BoardB,replies=3") << foundB;
 }
 
-void TestInitializerReplies::boardIsFoundWhateverTheShapeOfItsReply()
+void TestInitializerReplies::boardIsFoundForEveryFormOfItsReply()
 {
     QFETCH(QByteArray, board);
     QFETCH(QString, found);
@@ -228,7 +228,7 @@ void TestInitializerReplies::handedOverCommunicatorIsBoundOpenAndUnconnected()
         QCOMPARE(comm->thread(), QThread::currentThread());
         JwDevice::SessionInit session;
         session.clear();
-        QCOMPARE(comm->writePayload(&session), 0U); // no parser
+        QCOMPARE(comm->writePayload(&session), 0U); // fails because no parser is attached
     });
     fixture.probe({JwDevice::BoardA});
     QTRY_VERIFY(fixture.isOver());
@@ -259,7 +259,7 @@ void TestInitializerReplies::handedOverPortExchangesPayloads()
         QCOMPARE(arrived.last(), QString::fromLatin1(back));
     }
     QVERIFY(transferred.contains(1));
-    QCOMPARE(fixture.timeline.count(readText(board)), 1); // the Initializer heard nothing of it
+    QCOMPARE(fixture.timeline.count(readText(board)), 1); // the Initializer did not read the second payload
 }
 
 void TestInitializerReplies::handedOverPortOutlivesTheInitializer()
@@ -321,7 +321,7 @@ void TestInitializerReplies::payloadBehindTheRecognisedOneIsStillThereWithinTheS
     QCOMPARE(seen, QStringLiteral("$PSECOND\r\n"));
 }
 
-void TestInitializerReplies::payloadThatCannotBeParsedIsSkippedForTheGoodOneBehindIt()
+void TestInitializerReplies::unparsablePayloadIsSkippedForTheNextGoodOne()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -335,7 +335,7 @@ void TestInitializerReplies::payloadThatCannotBeParsedIsSkippedForTheGoodOneBehi
     QCOMPARE(fixture.timeline.mid(error, 2), QStringList({errors.first().text, foundA}));
 }
 
-void TestInitializerReplies::unwantedPayloadIsSkippedForTheWantedOneBehindIt()
+void TestInitializerReplies::unwantedPayloadIsSkippedForTheNextWantedOne()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -407,7 +407,7 @@ void TestInitializerReplies::everyReadIsLoggedBeforeAnythingIsRead()
     sendAndHandle(fixture, board, frameSentence("GPGGA"));
     QCOMPARE(fixture.timeline,
              QStringList({readText(board), QStringLiteral("Parse failed:  \"Undefined sentence ID: GPGGA\"")}));
-    fixture.initializer->boardReadyRead(fixture.comm(board)); // nothing is stored
+    fixture.initializer->boardReadyRead(fixture.comm(board)); // with an empty store
     QCOMPARE(fixture.timeline.last(), readText(board));
     for (const LogRecord &record : fixture.log.sink->withText(readText(board))) {
         QCOMPARE(record.level, Logger::Trace);
@@ -432,7 +432,7 @@ void TestInitializerReplies::timeoutIsLogged()
     QVERIFY2(records.first().function.contains("Initializer::readTimeout("), records.first().function);
 }
 
-void TestInitializerReplies::slotsLeaveAloneWhatIsNotProbed()
+void TestInitializerReplies::slotsIgnoreCommunicatorsThatAreNotProbed()
 {
     ProbeFixture fixture;
     Communicator stranger;
@@ -479,7 +479,7 @@ void TestInitializerReplies::silencedPortKeepsTheProbeOpen()
     QTRY_COMPARE(fixture.state(silent), PortState::TimedOut);
     QTRY_COMPARE(fixture.state(wanted), PortState::HandedOver);
     settle();
-    QVERIFY(!fixture.isTimerActive()); // so nothing will ever come of itself
+    QVERIFY(!fixture.isTimerActive()); // so only another reply can end the probe
     QCOMPARE(fixture.decisions(), QStringList{foundC});
 }
 
@@ -542,7 +542,7 @@ void TestInitializerReplies::timedOutPortBecomesADuplicateForALateReply()
     QCOMPARE(fixture.handOvers.size(), 1);
 }
 
-void TestInitializerReplies::timedOutPortStaysSoForALateReplyThatIsNotWanted()
+void TestInitializerReplies::timedOutPortStaysTimedOutForAnUnwantedReply()
 {
     ProbeFixture fixture;
     Board *const late = fixture.attach("silent");
@@ -573,7 +573,7 @@ void TestInitializerReplies::secondBoardOfATypeIsADuplicateAndNotHandedOver()
     Board *const second = fixture.attach("silent");
     fixture.probe({JwDevice::BoardB});
     sendAndHandle(fixture, second, versionReply("7300021"));
-    QCOMPARE(fixture.handOver(second).type, JwDevice::BoardB); // the first that is processed, not the first opened
+    QCOMPARE(fixture.handOver(second).type, JwDevice::BoardB); // its reply was handled first
     Communicator *const duplicate = fixture.comm(first);
     QPointer<QTimer> timer = fixture.replyTimer(first);
     sendAndHandle(fixture, first, versionReply("7300021"));
@@ -626,7 +626,7 @@ void TestInitializerReplies::dataAfterTheEndOfTheProbeReachesNoSlot()
     QVERIFY(board->send("$PLATE\r\n"));
     QTRY_VERIFY(!fixture.log.sink->withText(QStringLiteral(" <-  \"$PLATE\"")).isEmpty());
     QString payload;
-    QVERIFY(comm->readPayload(payload)); // nobody took it
+    QVERIFY(comm->readPayload(payload)); // nobody has read it
     QCOMPARE(fixture.timeline, timeline);
 }
 

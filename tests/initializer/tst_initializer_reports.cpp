@@ -20,7 +20,7 @@ using JwSimulator::frameSentence;
 Q_DECLARE_METATYPE(PortReport::Verdict)
 
 static_assert(std::is_same_v<decltype(&Initializer::portReports), QList<PortReport> (Initializer::*)() const>);
-// A flooding board sends more than 2^31 payloads within a day.
+// A board that sends without pause sends more than 2^31 payloads in a day.
 static_assert(std::numeric_limits<decltype(PortReport::payloads)>::max() > std::numeric_limits<int>::max());
 static_assert(std::is_copy_constructible_v<PortReport> && std::is_copy_assignable_v<PortReport>);
 
@@ -30,7 +30,7 @@ const TypeList boardA = {JwDevice::BoardA};
 const char *const versionA = "7300022";
 const char *const versionB = "7300021";
 
-/// The one report on the port of `board`.
+/// The report on the port of `board`. There must be exactly one.
 PortReport reportOn(const ProbeFixture &fixture, const Board *board)
 {
     QList<PortReport> found;
@@ -56,20 +56,20 @@ QStringList reportedPorts(const ProbeFixture &fixture)
     return names;
 }
 
-/// A reply as a report shows it.
+/// The text of a reply in a report.
 QString shown(const QByteArray &reply)
 {
     return QString::fromLatin1(reply.chopped(2));
 }
 
-/// Sends `payload`, one or more in one piece, and waits until the reports count `payloads` of them in all.
+/// Sends `payload`, which may hold several payloads, and waits until the report counts `payloads` in all.
 void sendAndCount(const ProbeFixture &fixture, Board *board, const QByteArray &payload, int payloads)
 {
     QVERIFY(board->send(payload));
     QTRY_COMPARE(reportOn(fixture, board).payloads, payloads);
 }
 
-/// Brings the port of `board`, a silent one of a probe for a BoardA with `found`, to `verdict`.
+/// Brings the port of the silent `board` to `verdict`, in a probe that hands `found` over as its BoardA.
 void bringTo(PortReport::Verdict verdict, ProbeFixture &fixture, Board *board, const Board *found)
 {
     QTRY_COMPARE(verdictOn(fixture, found), PortReport::HandedOver);
@@ -96,7 +96,7 @@ void verifyNoError(const PortReport &report)
     QCOMPARE(report.errorText, QString());
 }
 
-/// Nothing is reported but this.
+/// Verifies verdict and queries, and that the report has no type, reply, payloads or error.
 void verifyOnly(const PortReport &report, PortReport::Verdict verdict, int queries)
 {
     QCOMPARE(report.verdict, verdict);
@@ -120,10 +120,10 @@ class TestInitializerReports : public QObject
 
 private Q_SLOTS:
     void emptyBeforeAProbe();
-    void emptyWhereNoPortIsACandidate();
+    void emptyIfNoPortIsACandidate();
     void newReportSaysNothing() { verifyOnly(PortReport(), PortReport::NotOpened, 0); }
-    void everyReportTellsWhichDeviceItIsOn_data();
-    void everyReportTellsWhichDeviceItIsOn();
+    void everyReportNamesItsDevice_data();
+    void everyReportNamesItsDevice();
     void reportsStandInTheOrderOfTheNamesGiven();
     void reportsStandInTheOrderOfTheSearchAndOnItsCandidatesOnly();
     void portThatCannotBeOpenedIsReportedWithItsError_data();
@@ -142,10 +142,10 @@ private Q_SLOTS:
     void pulledPortIsLost();
     void lostPortStaysLostAndIsAskedNoMore();
     void lastWordsOfALostPortDoNotBringItBack();
-    void portThatIsLostWhenTheProbeIsOverIsReportedSo();
+    void portLostAfterTheProbeIsReportedAsLost();
     void queriesAreCountedByTheWantedTypesAndRounds_data();
     void queriesAreCountedByTheWantedTypesAndRounds();
-    void portThatThereIsNothingToAskIsAwaitingWithoutAQuery();
+    void portWithoutAQueryIsAwaiting();
     void payloadThatCannotBeParsedIsCountedAndShown_data();
     void payloadThatCannotBeParsedIsCountedAndShown();
     void newestReplyAndNewestUnreadablePayloadAreShown();
@@ -167,12 +167,12 @@ private Q_SLOTS:
     void reportsTakenBeforeAReceiverDeletesTheInitializerStay();
     void refusedProbeChangesNoReport();
     void explicitNamesOfASecondProbeAddTheirReports();
-    void portOfAnEarlierProbeIsTriedAnew();
+    void portOfAnEarlierProbeIsTriedAgain();
     void searchReplacesTheReports();
     void portThatAnEarlierProbeStillAsksIsReportedByWhatItDoes_data();
     void portThatAnEarlierProbeStillAsksIsReportedByWhatItDoes();
     void portThatTheApplicationHasIsNotOpenedByALaterProbe();
-    void lostPortIsTriedAnewByALaterProbe();
+    void lostPortIsTriedAgainByALaterProbe();
     void portNamedTwiceHasTwoReports();
 };
 
@@ -185,7 +185,7 @@ void TestInitializerReports::emptyBeforeAProbe()
     QVERIFY(fixture.initializer->portReports().isEmpty());
 }
 
-void TestInitializerReports::emptyWhereNoPortIsACandidate()
+void TestInitializerReports::emptyIfNoPortIsACandidate()
 {
     ProbeFixture fixture;
     fixture.attach("BoardA,manufacturer=Somebody,vendor=1a86");
@@ -193,7 +193,7 @@ void TestInitializerReports::emptyWhereNoPortIsACandidate()
     QVERIFY(fixture.initializer->portReports().isEmpty());
 }
 
-void TestInitializerReports::everyReportTellsWhichDeviceItIsOn_data()
+void TestInitializerReports::everyReportNamesItsDevice_data()
 {
     QTest::addColumn<QByteArray>("board");
     QTest::addColumn<QString>("manufacturer");
@@ -208,7 +208,7 @@ void TestInitializerReports::everyReportTellsWhichDeviceItIsOn_data()
     QTest::newRow("of none") << QByteArray("silent,serial=S-4711,manufacturer=") << QString() << PortReport::Awaiting;
 }
 
-void TestInitializerReports::everyReportTellsWhichDeviceItIsOn()
+void TestInitializerReports::everyReportNamesItsDevice()
 {
     QFETCH(QByteArray, board);
     QFETCH(QString, manufacturer);
@@ -282,7 +282,7 @@ void TestInitializerReports::nameThatNoPortHasIsReportedAsItWasGiven()
 {
     ProbeFixture fixture;
     const QString name = QStringLiteral("ttyNONE1");
-    // All names that no port has share a lock file, which another process may have for a moment.
+    // All unknown port names share one lock file, and another test program may hold it for a moment.
     PortReport report;
     const auto isProbed = [&] {
         report = fixture.renew()->probe(boardA, 0, {name}) ? fixture.initializer->portReports().value(0) : PortReport();
@@ -352,7 +352,7 @@ void TestInitializerReports::answerOfNoWantedTypeSilencesThePort_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::newRow("board of another type") << versionReply(versionB);
-    QTest::newRow("hardware that is not known") << versionReply("7300099");
+    QTest::newRow("unknown hardware version") << versionReply("7300099");
     QTest::newRow("information of a board of another type") << informationReply("INF");
     QTest::newRow("echo of the query") << versionQuery;
     QTest::newRow("other start character") << QByteArray("!PJWVER,7300099\r\n");
@@ -445,7 +445,7 @@ void TestInitializerReports::pulledPortIsLost()
     settle();
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Lost);
-    QCOMPARE(report.error, QSerialPort::ResourceError); // whatever the port itself failed at first
+    QCOMPARE(report.error, QSerialPort::ResourceError); // also if the port's first error was another one
     QCOMPARE(report.errorText, QStringLiteral("No such device"));
     QCOMPARE(report.reply, reply);
     QCOMPARE(report.queries, 1);
@@ -489,7 +489,7 @@ void TestInitializerReports::lastWordsOfALostPortDoNotBringItBack()
     QCOMPARE(report.payloads, 1);
 }
 
-void TestInitializerReports::portThatIsLostWhenTheProbeIsOverIsReportedSo()
+void TestInitializerReports::portLostAfterTheProbeIsReportedAsLost()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
@@ -534,7 +534,7 @@ void TestInitializerReports::queriesAreCountedByTheWantedTypesAndRounds()
     QTRY_COMPARE(received(board).count('$'), queries * 3);
 }
 
-void TestInitializerReports::portThatThereIsNothingToAskIsAwaitingWithoutAQuery()
+void TestInitializerReports::portWithoutAQueryIsAwaiting()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
@@ -621,7 +621,7 @@ void TestInitializerReports::payloadsBehindTheRecognisedOneAreNotCounted()
     Board *const first = fixture.attach("silent");
     Board *const second = fixture.attach("silent");
     fixture.probe({JwDevice::BoardA, JwDevice::BoardC});
-    for (Board *const board : {first, second}) { // handed over, and a duplicate of it
+    for (Board *const board : {first, second}) { // the first is handed over, the second is a duplicate
         fixture.store(board, QByteArrayList{versionReply(versionA)} + behind);
         fixture.initializer->boardReadyRead(fixture.comm(board));
         const PortReport report = reportOn(fixture, board);
@@ -648,7 +648,7 @@ void TestInitializerReports::timedOutPortIsAwaitingAgainInARetryRound()
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Awaiting);
     QCOMPARE(report.queries, 2);
-    QCOMPARE(report.payloads, 1); // of all rounds
+    QCOMPARE(report.payloads, 1); // counted over all rounds
     QCOMPARE(report.unreadable, QStringLiteral("$PNONE"));
     sendAndCount(fixture, board, versionReply(versionA), 2);
     QCOMPARE(verdictOn(fixture, board), PortReport::HandedOver);
@@ -670,7 +670,7 @@ void TestInitializerReports::duplicateStaysOneInRetryRounds()
     const PortReport report = reportOn(fixture, second);
     QCOMPARE(report.verdict, PortReport::Duplicate);
     QCOMPARE(report.type, JwDevice::BoardA);
-    QCOMPARE(report.queries, 4); // two a round
+    QCOMPARE(report.queries, 4); // two in each round
     QCOMPARE(reportOn(fixture, first).queries, 2); // not asked again
 }
 
@@ -707,7 +707,7 @@ void TestInitializerReports::portWithALateReplyOfAnotherTypeIsAskedAgainAsAnyOth
     sendAndCount(fixture, board, versionReply(versionB), 1);
     fixture.timeOut(other);
     QCOMPARE(fixture.decisions(), QStringList{retry});
-    QCOMPARE(verdictOn(fixture, board), PortReport::Awaiting); // its 400 ms are running
+    QCOMPARE(verdictOn(fixture, board), PortReport::Awaiting); // its time for a reply is not over
     fixture.endReplyTimers();
     QTRY_VERIFY(fixture.isOver());
     QCOMPARE(verdictOn(fixture, board), PortReport::TimedOut);
@@ -887,7 +887,7 @@ void TestInitializerReports::explicitNamesOfASecondProbeAddTheirReports()
     QTRY_COMPARE(verdictOn(fixture, board), PortReport::HandedOver);
 }
 
-void TestInitializerReports::portOfAnEarlierProbeIsTriedAnew()
+void TestInitializerReports::portOfAnEarlierProbeIsTriedAgain()
 {
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent,serial=S-4711");
@@ -951,7 +951,7 @@ void TestInitializerReports::portThatTheApplicationHasIsNotOpenedByALaterProbe()
     QCOMPARE(verdictOn(fixture, silent), PortReport::Awaiting);
 }
 
-void TestInitializerReports::lostPortIsTriedAnewByALaterProbe()
+void TestInitializerReports::lostPortIsTriedAgainByALaterProbe()
 {
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");

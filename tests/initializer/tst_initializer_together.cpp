@@ -1,4 +1,4 @@
-// Boards on real lines that answer in the same moment: their sentences arrive in pieces, side by side.
+// Boards on real serial lines that answer at the same time, so their sentences arrive in pieces, one between the other.
 #include "support/initializer/probefixture.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/initializer/timelinetexts.h"
@@ -16,7 +16,7 @@ namespace {
 
 const char *const kinds[] = {"BoardA", "BoardB", "BoardC"};
 
-/// Every payload that came to a Communicator, as the log has them.
+/// The payloads of all Communicators, from the log.
 QStringList payloadsInLog(const ProbeFixture &fixture)
 {
     QStringList payloads;
@@ -27,7 +27,7 @@ QStringList payloadsInLog(const ProbeFixture &fixture)
     return payloads;
 }
 
-/// The reply of a board to its own query.
+/// The board's reply to the query for its type.
 QString replyOf(const Board *board)
 {
     using Kind = JwSimulator::BoardConfig::Kind;
@@ -64,7 +64,7 @@ void TestInitializerTogether::portsHoldUnfinishedLinesBack()
     QVERIFY(lines && lines->wholeLines());
     QCOMPARE(probed->metaObject()->className(), "QSerialPort");
     QTRY_COMPARE(fixture.state(found), PortState::HandedOver);
-    // An application may cast: every port is of this class.
+    // Every port is of this class, so an application may cast.
     const Communicator *const board = fixture.handOver(found).comm;
     auto *const port = dynamic_cast<WholeLines<QSerialPort> *>(board->device());
     QVERIFY(port && port->wholeLines());

@@ -35,7 +35,7 @@ static_assert(
 
 namespace {
 
-/// Calls a function for every record; locks nothing, so the function may log.
+/// Calls a function for every record. Holds no lock, so the function may log.
 class CallingSink : public spdlog::sinks::sink
 {
 public:
@@ -52,7 +52,7 @@ private:
     std::function<void()> m_call;
 };
 
-/// Counts the records whose text is whole, for writers in many threads.
+/// Counts whole and broken records of several threads.
 class CountingSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -68,7 +68,7 @@ protected:
     void flush_() override { }
 };
 
-/// The level of a category for the length of a test.
+/// Sets the level of a category until the end of a test.
 class CategoryLevel
 {
 public:
@@ -118,7 +118,7 @@ QVector<Logger::Level> allLevels()
     return {Logger::Trace, Logger::Debug, Logger::Info, Logger::Warning, Logger::Error, Logger::Fatal};
 }
 
-/// What this program does as a child of the test, so that the log is as it is at the start of a process.
+/// The tasks of this program when the test starts it as a child. A child has the log of a new process.
 int runAsChild(const char *task)
 {
     if (std::strcmp(task, "defaults") == 0) {
@@ -138,7 +138,7 @@ int runAsChild(const char *task)
         loggerInstance()->addSink(std::make_shared<CallingSink>([] { throw 7; }));
         at(Logger::Warning).write("text");
     } else if (std::strcmp(task, "static destructors") == 0) {
-        static const LogsWhenDestroyed beforeTheLog; // so it is destroyed after whatever the log itself registers
+        static const LogsWhenDestroyed beforeTheLog; // made before the log, so it is destroyed after the log's statics
         std::atexit([] { at(Logger::Warning).write("written at exit"); });
         at(Logger::Warning).write("written in main");
     } else {
@@ -176,7 +176,7 @@ private Q_SLOTS:
     void thereIsOneInstance();
     void startsAtWarningOnStandardError();
     void categoryLevelLeavesTheGeneralLevelAtItsStart();
-    void fatalEndsNothing();
+    void fatalDoesNotEndTheProgram();
     void withoutSinksNothingIsWritten();
     void logsFromStaticDestructors();
 
@@ -194,7 +194,7 @@ private Q_SLOTS:
     void removedSinkGetsNoMore();
     void clearedSinksGetNoMore();
     void nullSinkIsIgnored();
-    void loggerLetsGoOfItsSinksAtItsEnd();
+    void loggerReleasesItsSinksAtItsEnd();
     void sinksOfSpdlogFormatTheRecord();
 
     void sinkSeesTheLevel_data();
@@ -258,7 +258,7 @@ void TestLogger::categoryLevelLeavesTheGeneralLevelAtItsStart()
     QVERIFY(lines[0].endsWith(QLatin1String("at its category's level")));
 }
 
-void TestLogger::fatalEndsNothing()
+void TestLogger::fatalDoesNotEndTheProgram()
 {
     const LogCapture capture;
     at(Logger::Fatal).write("the worst");
@@ -419,7 +419,7 @@ void TestLogger::removedSinkGetsNoMore()
     loggerInstance()->addSink(removed);
     at(Logger::Info).write("both");
     loggerInstance()->removeSink(removed);
-    loggerInstance()->removeSink(removed); // not there: nothing happens
+    loggerInstance()->removeSink(removed); // no effect: already removed
     at(Logger::Info).write("one");
     QCOMPARE(removed->records.size(), 1);
     QCOMPARE(capture.sink->records.size(), 2);
@@ -450,7 +450,7 @@ void TestLogger::nullSinkIsIgnored()
     QCOMPARE(capture.sink->records.size(), 1);
 }
 
-void TestLogger::loggerLetsGoOfItsSinksAtItsEnd()
+void TestLogger::loggerReleasesItsSinksAtItsEnd()
 {
     const auto sink = std::make_shared<RecordSink>();
     {
@@ -593,7 +593,7 @@ void TestLogger::trailingBlankIsLeftOut()
                              << "";
     QCOMPARE(capture.sink->records.size(), 3);
     QCOMPARE(capture.sink->records[0].text, QStringLiteral("one"));
-    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank ")); // only the separator goes
+    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank ")); // only QDebug's separator is removed
     QCOMPARE(capture.sink->records[2].text, QStringLiteral(" "));
 }
 
@@ -706,13 +706,13 @@ void TestLogger::allocationsAreCounted()
 {
     const LogCapture capture;
     long before = allocationCount();
-    const QString text(100, QLatin1Char('x')); // malloc, in the library of Qt
+    const QString text(100, QLatin1Char('x')); // malloc, called in Qt's library
     QCOMPARE(allocationCount() - before, 1L);
     before = allocationCount();
-    const auto pointer = std::make_shared<RecordSink>(); // operator new, here
+    const auto pointer = std::make_shared<RecordSink>(); // operator new, called in this program
     QVERIFY(allocationCount() > before);
     before = allocationCount();
-    at(Logger::Info).write() << text; // in the library of the logger
+    at(Logger::Info).write() << text; // malloc, called in the logger's library
     QVERIFY(allocationCount() > before);
 }
 
@@ -804,7 +804,7 @@ void TestLogger::sinkMayRemoveItself()
     self = std::make_shared<CallingSink>([&self, &calls] {
         ++calls;
         loggerInstance()->removeSink(self);
-        self.reset(); // the last one that the test holds, while the sink is at work
+        self.reset(); // the test's last pointer to the sink, while the sink runs
         calls += 10;
     });
     loggerInstance()->addSink(self);

@@ -1,27 +1,28 @@
-// Random schedules through the real Initializer on real QSerialPorts, in virtual time, and through the model of it,
-// compared in all that can be seen.
+// Runs random schedules in virtual time on the real Initializer with real QSerialPorts, and on the model. The traces of
+// both must be the same.
 //
 // JWDEVICE_MODEL_SCHEDULES=<n>  how many schedules (the default suits a test run)
-// JWDEVICE_MODEL_SEED=<n>       seed of the first one (default 1); each schedule has the next seed
+// JWDEVICE_MODEL_SEED=<n>       seed of the first schedule (default 1); each next schedule has the next seed
 //
-// The long run, in slices that may run side by side:
+// The long run, in slices that may run at the same time:
 //   for seed in $(seq 1 20000 180001); do
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=20000 build/release/tests/tst_discovery_model || break
 //   done
 //
-// The boards' bytes arrive in pieces: in different turns of the event loop, some of them later in time, with those
-// of other boards in between, in an order that the schedule draws. Bytes have any value. Where the two agree, one thing
-// more must be true: a whole sentence of at most 50 bytes, on a port that gets only such sentences, reaches the
-// Communicator of that port as it was sent, whatever other boards send.
+// The boards' bytes have any value and arrive in pieces, in a random order: in different turns of the event loop, some
+// later in time, with pieces of other boards in between. One more rule is checked: if a port gets only whole sentences
+// of at most 50 bytes, its Communicator gets each sentence unchanged, whatever other boards send.
 //
-// What the schedules don't have: a fault other than a pulled cable and a port that can't be opened (tst_faults has the
-// rest); a kernel that hands out one piece in several parts; ports served in an order other than that of opening, when
-// several have bytes in the same turn; an application that reads from a port itself, or calls setWholeLines()
-// (tst_receive_model has that); probe() and the end of the Initializer within a nested event loop, except by
-// deleteLater() and by a receiver of deviceNotFound(); more than 8 ports. An application closes a port that was handed
-// over at its first error.
+// The schedules don't contain:
+// - faults other than a pulled cable and a port that can't be opened (see tst_faults)
+// - a kernel that delivers one piece in several parts
+// - ports that are served in another order than that of opening, if several have bytes in the same turn
+// - an application that reads from a port itself or calls setWholeLines() (see tst_receive_model)
+// - probe() in a nested event loop, or the end of the Initializer there, except by deleteLater() or in deviceNotFound()
+// - more than 8 ports
 //
-// A schedule on which the two differ is shrunk and printed with its seed.
+// The application closes a handed-over port at its first error. A schedule that gives different traces is shrunk and
+// printed with its seed.
 #include "support/model/discoverymodel.h"
 #include "support/model/discoveryschedule.h"
 #include "support/model/discoverysubject.h"
@@ -73,7 +74,7 @@ private:
     DiscoveryPorts m_ports;
 };
 
-/// Where the two traces part; empty when they are the same.
+/// The first difference of the two traces. Empty if they are the same.
 QString TestDiscoveryModel::difference(const DiscoverySchedule &schedule)
 {
     DiscoverySubject subject(schedule, m_ports, *virtualClock);
@@ -82,7 +83,7 @@ QString TestDiscoveryModel::difference(const DiscoverySchedule &schedule)
     const QStringList &expected = model.run();
     m_silence.sink->records.clear();
     if (!subject.spoilt().isEmpty())
-        return QStringLiteral("  spoilt though nothing else was sent there: %1\n")
+        return QStringLiteral("  spoilt sentences on ports that got whole sentences only: %1\n")
             .arg(subject.spoilt().join(QLatin1String(", ")));
     if (expected == seen)
         return QString();
@@ -160,7 +161,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
 {
     QFETCH(int, first);
     QFETCH(int, count);
-    // By their number of ports, for to plug in a port takes much longer than to run a schedule.
+    // Sorted by the number of ports, because plugging in a port takes much longer than running a schedule.
     std::vector<std::pair<int, quint32>> seeds;
     for (int i = 0; i < count; ++i) {
         const quint32 seed = static_cast<quint32>(first + i);
@@ -173,12 +174,12 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
         const QString firstDifference = difference(schedule);
         if (firstDifference.isEmpty())
             continue;
-        if (difference(schedule).isEmpty()) // and nothing to shrink
-            QFAIL(qPrintable(QStringLiteral("seed %1, but not every time:\n%2%3")
+        if (difference(schedule).isEmpty()) // can't be shrunk
+            QFAIL(qPrintable(QStringLiteral("seed %1 fails, but not every time:\n%2%3")
                                  .arg(QString::number(seed), schedule.toString(), firstDifference)));
         const DiscoverySchedule shortest = shortestSchedule(
             schedule, [this](const DiscoverySchedule &candidate) { return !difference(candidate).isEmpty(); });
-        const QString report = QStringLiteral("seed %1, in its shortest form:\n%2%3")
+        const QString report = QStringLiteral("seed %1 fails; its shortest form:\n%2%3")
                                    .arg(QString::number(seed), shortest.toString(), difference(shortest));
         QFAIL(qPrintable(report));
     }

@@ -1,18 +1,18 @@
-// Random streams through real Communicators and through the model of them, compared in all that can be seen.
+// Runs random streams on real Communicators and on the model. The traces of both must be the same.
 //
 // JWDEVICE_MODEL_STREAMS=<n>  how many streams (the default suits a test run)
-// JWDEVICE_MODEL_SEED=<n>     seed of the first one (default 1); each stream has the next seed
+// JWDEVICE_MODEL_SEED=<n>     seed of the first stream (default 1); each next stream has the next seed
 //
-// The long run, above the five minutes that Qt allows a function:
+// The long run; QTEST_FUNCTION_TIMEOUT lifts Qt's limit of five minutes:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
-// A stream has one to four lines. The device of a line is a plain one, whose every read is scripted, or a WholeLines
-// over a buffered one, at which bytes of any value arrive in pieces. Pieces of several lines take turns at random. The
-// application reads stored payloads, closes devices, switches setWholeLines(), and reads from a device of whole lines
-// behind the Communicator's back; all that within signals as well, and more arrives there. An application that binds
-// another device, or deletes a Communicator, is not part of the streams (tst_communicator_hostile has that).
+// A stream has one to four lines, each a Communicator with its own device. The device is plain (the stream scripts
+// every read) or a WholeLines over a buffered device, where bytes of any value arrive in pieces. Pieces of the lines
+// come in random order. The application takes payloads, closes devices, calls setWholeLines(), and reads from devices
+// of whole lines without the Communicator. All this also happens inside signals, and more bytes arrive there.
 //
-// A stream on which the two differ is shrunk and printed with its seed.
+// tst_communicator_hostile has applications that bind another device or delete a Communicator. A stream that gives
+// different traces is shrunk and printed with its seed.
 #include "support/nmea/corpus.h"
 #include "support/common/environmentnumber.h"
 #include "support/model/receivemodel.h"
@@ -30,7 +30,7 @@ namespace {
 
 constexpr int streamsInTestRun = 4000;
 
-/// What the two traces differ in first; empty when they are the same.
+/// The first difference of the two traces. Empty if they are the same.
 QString difference(const ReceiveStream &stream)
 {
     ReceiveModel model(stream.devices);
@@ -47,7 +47,7 @@ QString difference(const ReceiveStream &stream)
     return text;
 }
 
-/// One round of leaving out and simplifying whatever the stream fails without.
+/// One round of shrinking: removes and simplifies parts as long as the stream still fails.
 ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const ReceiveStream &)> &fails)
 {
     using Steps = QVector<ReceiveStep>;
@@ -99,7 +99,7 @@ ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const Recei
     return stream;
 }
 
-/// The shortest and plainest stream that still fails.
+/// Shrinks the stream until nothing can be removed or simplified.
 ReceiveStream shortest(ReceiveStream stream, const std::function<bool(const ReceiveStream &)> &fails)
 {
     for (QString before; before != stream.toString();) {
@@ -183,7 +183,7 @@ private:
             QByteArray &text = m_texts[m_oneText ? 0 : line];
             if (text.isEmpty())
                 text = piece(line);
-            // Mostly all of the piece, otherwise cut anywhere; the rest of a long one is read slice by slice.
+            // Mostly the whole piece, otherwise cut anywhere. The rest of a long piece follows slice by slice.
             const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
             read.bytes = text.left(size);
             text.remove(0, size);
@@ -217,10 +217,10 @@ private:
             return "$" + text(between(90, 600), chance(30) ? "!A" : "AB ") + "\r\n";
         case 9:
             return QByteArray("$A\r\n!B\r\n").repeated(between(2, 6));
-        case 10: // just below, at and above the longest that is held back
+        case 10: // just below, at or above the longest line that a device holds back
             return text(qMax(1, between(509, 514) - static_cast<int>(m_twin->bytesReceived(line))),
                         chance(30) ? "A$\n\r" : "AB");
-        default: // just below, at and above the longest that the buffer holds
+        default: // just below, at or above the size of the buffer
             return text(qMax(1, between(499, 502) - m_twin->buffered()), "AB");
         }
     }
@@ -243,9 +243,9 @@ private:
 
     QRandomGenerator m_random;
     QVector<ReceiveDevice> m_devices;
-    std::unique_ptr<ReceiveModel> m_twin; // tells how full the shared buffer and the devices are
-    QVector<QByteArray> m_texts; // what is left of the piece that is being delivered, by line
-    bool m_oneText = false; // its pieces go to any line
+    std::unique_ptr<ReceiveModel> m_twin; // knows how full the shared buffer and the devices are
+    QVector<QByteArray> m_texts; // undelivered rest of each line's text
+    bool m_oneText = false; // all lines get pieces of one text
     bool m_onlyPieces = false;
 };
 

@@ -21,15 +21,15 @@ private Q_SLOTS:
     void lengthTakesTheFirstCharacters();
     void eachLatin1CharacterCountsAsItsCode();
     void staysWithinOneByte();
-    void ofAViewIsThatOfTheText_data();
-    void ofAViewIsThatOfTheText();
+    void isTheSameForAView_data();
+    void isTheSameForAView();
     void isReadAsANumberOfBase16();
     void isWrittenAsQtWritesTheSignedByte();
 };
 
 void TestChecksum::isTheXorOfTheLatin1Bytes_data()
 {
-    // The numbers come from a program of its own, some from published sentences, none from the function under test.
+    // The checksums were computed by another program; some come from published sentences.
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("checksum");
     QTest::newRow("empty") << QString() << 0x00;
@@ -106,12 +106,12 @@ void TestChecksum::staysWithinOneByte()
     }
 }
 
-void TestChecksum::ofAViewIsThatOfTheText_data()
+void TestChecksum::isTheSameForAView_data()
 {
     isTheXorOfTheLatin1Bytes_data();
 }
 
-void TestChecksum::ofAViewIsThatOfTheText()
+void TestChecksum::isTheSameForAView()
 {
     QFETCH(QString, text);
     QFETCH(int, checksum);
@@ -137,7 +137,7 @@ void TestChecksum::isReadAsANumberOfBase16()
          {"", " ", "6", "0x61", "161", "+61", "-61", "7fffffff", "80000000", "ffffffffffffffa5"})
         verify(QLatin1String(text) + QLatin1String("\r\n"));
     verify(QString());
-    verify(QStringLiteral("\u0666\u0661\r\n")); // digits, but not ASCII's
+    verify(QStringLiteral("\u0666\u0661\r\n")); // digits outside ASCII
 }
 
 void TestChecksum::isWrittenAsQtWritesTheSignedByte()

@@ -19,23 +19,23 @@ static_assert(std::is_nothrow_copy_constructible_v<Exception>, "a copy made whil
 static_assert(std::is_copy_assignable_v<Exception>);
 static_assert(std::is_same_v<decltype(&Exception::message), QString (Exception::*)() const>);
 static_assert(noexcept(std::declval<const Exception &>().what()));
-static_assert(sizeof(Exception) == sizeof(std::exception) + sizeof(QString), "it keeps the text and nothing else");
+static_assert(sizeof(Exception) == sizeof(std::exception) + sizeof(QString), "an exception keeps only its text");
 
 namespace {
 
-/// So long that its memory, when freed, is at once given to the next who asks.
+/// A text so long that malloc reuses its freed memory for the next blocks.
 QString longText()
 {
     return QString(5000, QLatin1Char('x'));
 }
 
-/// Blocks that lie wherever something was freed before.
-QVector<QByteArray> takersOfFreedMemory()
+/// Blocks that overwrite memory that was freed before.
+QVector<QByteArray> blocksInFreedMemory()
 {
-    QVector<QByteArray> takers;
+    QVector<QByteArray> blocks;
     for (int i = 0; i < 20; ++i)
-        takers.append(QByteArray(2000, '#'));
-    return takers;
+        blocks.append(QByteArray(2000, '#'));
+    return blocks;
 }
 
 } // namespace
@@ -146,9 +146,9 @@ void TestException::whatIsReadableRightAfterTheCall()
         const Exception exception(longText());
         text = exception.what();
     }
-    const QVector<QByteArray> takers = takersOfFreedMemory();
+    const QVector<QByteArray> blocks = blocksInFreedMemory();
     QCOMPARE(QByteArray(text), longText().toLatin1());
-    QVERIFY(!takers.isEmpty());
+    QVERIFY(!blocks.isEmpty());
 }
 
 void TestException::whatIsReplacedAtTheNextCall()
@@ -167,10 +167,10 @@ void TestException::whatIsKeptPerThread()
     const char *text = here.what();
     std::string other;
     std::thread([&other] { other = Exception(QStringLiteral("from the second thread")).what(); }).join();
-    const QVector<QByteArray> takers = takersOfFreedMemory();
+    const QVector<QByteArray> blocks = blocksInFreedMemory();
     QCOMPARE(QByteArray(text), longText().toLatin1());
     QCOMPARE(other, std::string("from the second thread"));
-    QVERIFY(!takers.isEmpty());
+    QVERIFY(!blocks.isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestException)

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What a parser did to it, in order.
+/// A session that records what a parser does with it, in order.
 struct Record
 {
     QStringList events;
@@ -54,20 +54,20 @@ QString refuseToLoad(const Record *, const QString &name)
 }
 
 enum Key {
-    Three = 1, // a, b, c both ways
-    Gap = 2, // a, nothing, b both ways
-    OneWay = 3, // read as a, written as b,c
-    Empty = 4, // no fields both ways
+    Three = 1, // "a,b,c" to parse and to build
+    Gap = 2, // "a,,b" to parse and to build
+    OneWay = 3, // "a" to parse, "b,c" to build
+    Empty = 4, // no fields to parse or build
     Unread = 5, // no format to parse
     Unwritten = 6, // no format to build
-    Nameless = 7, // formats, but no identifier
-    Unknown = 8, // names that no delegate has, behind one that has
-    Refusing = 9, // a, then a delegate that throws
-    Failing = 10, // a delegate that throws something else
-    Undefined = -9999, // in all tables, and yet no key
+    Nameless = 7, // has formats but no identifier
+    Unknown = 8, // "a", then a name without a delegate
+    Refusing = 9, // "a", then a delegate that throws Nmea::Exception
+    Failing = 10, // "a", then a delegate that throws another exception
+    Undefined = -9999, // is in all tables but counts as unknown
 };
 
-/// A parser with tables of every kind, and with the protected parts laid open.
+/// A parser with tables of every kind. Makes the protected members public.
 class TestParser : public Base
 {
 public:
@@ -165,7 +165,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// Has tables, but does not take the key.
+/// Has tables but does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:
@@ -200,7 +200,7 @@ Record recordOf(const QString &a, const QString &b = QString(), const QString &c
     return record;
 }
 
-/// A name for the data rows that hold a sentence with its line end.
+/// The text with a line end.
 QString line(const char *text)
 {
     return QString::fromLatin1(text) + QStringLiteral("\r\n");
@@ -236,7 +236,7 @@ private Q_SLOTS:
     void parseTestsInOrder_data();
     void parseTestsInOrder();
     void parseAcceptsTheLongestSentence();
-    void parseTakesBothStartFlags();
+    void parseAcceptsBothStartFlags();
     void parseWithoutChecksumKeepsTheLineEnd();
     void parseReadsTheChecksumAsANumber_data();
     void parseReadsTheChecksumAsANumber();
@@ -247,12 +247,12 @@ private Q_SLOTS:
     void splitTakesOffTheStartFlag();
     void splitRefusesSeveralDelimiters();
 
-    void parseTrimmedTellsIdentifierFromFields_data();
-    void parseTrimmedTellsIdentifierFromFields();
+    void parseTrimmedSeparatesIdentifierAndFields_data();
+    void parseTrimmedSeparatesIdentifierAndFields();
     void parseTrimmedRefuses_data();
     void parseTrimmedRefuses();
     void keyIsStoredBeforeTheFields();
-    void parseListedTakesTheFieldsAsTheyAre();
+    void parseListedKeepsTheFieldsUnchanged();
     void undefinedKeyIsTreatedAsUnknown();
     void parseParametersReadsTheFormat_data();
     void parseParametersReadsTheFormat();
@@ -271,11 +271,11 @@ private Q_SLOTS:
     void buildWritesTheWholeSentence();
     void buildWritesAHighChecksumWith16Digits_data();
     void buildWritesAHighChecksumWith16Digits();
-    void buildOfAnEmptyIdentifierCountsTheDelimiter();
-    void buildOfAShortIdentifierCountsItAlone_data();
-    void buildOfAShortIdentifierCountsItAlone();
+    void checksumOfAnEmptySentenceIsThatOfTheDelimiter();
+    void checksumWithoutFieldsIsThatOfTheIdentifier_data();
+    void checksumWithoutFieldsIsThatOfTheIdentifier();
     void buildReplacesTheText();
-    void buildTestsNoLength();
+    void buildHasNoLengthLimit();
     void buildRefuses_data();
     void buildRefuses();
 
@@ -287,8 +287,8 @@ private Q_SLOTS:
 
     void changedTablesCountAtOnce();
     void everySentenceOfALargeTableIsRecognised();
-    void firstKeyOfTheTableCountsForAnIdentifierOfTwo();
-    void newestFormatCountsForAKeyOfTwo();
+    void identifierOfSeveralKeysMeansTheFirst();
+    void newestOfSeveralFormatsOfAKeyIsUsed();
 };
 
 void TestParserAbstract::newParserHasItsSettingsAndEmptyTables()
@@ -495,7 +495,7 @@ void TestParserAbstract::parseAcceptsTheLongestSentence()
     QVERIFY(parser.parseSentence(&record, longest));
 }
 
-void TestParserAbstract::parseTakesBothStartFlags()
+void TestParserAbstract::parseAcceptsBothStartFlags()
 {
     TestParser parser;
     parser.init();
@@ -612,7 +612,7 @@ void TestParserAbstract::splitRefusesSeveralDelimiters()
     }
 }
 
-void TestParserAbstract::parseTrimmedTellsIdentifierFromFields_data()
+void TestParserAbstract::parseTrimmedSeparatesIdentifierAndFields_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QStringList>("events");
@@ -635,7 +635,7 @@ void TestParserAbstract::parseTrimmedTellsIdentifierFromFields_data()
         << QStringLiteral("EMPTY,1") << QStringList{QStringLiteral("key 4")};
 }
 
-void TestParserAbstract::parseTrimmedTellsIdentifierFromFields()
+void TestParserAbstract::parseTrimmedSeparatesIdentifierAndFields()
 {
     QFETCH(QString, body);
     QFETCH(QStringList, events);
@@ -688,7 +688,7 @@ void TestParserAbstract::keyIsStoredBeforeTheFields()
     QCOMPARE(record.events.count(QStringLiteral("key 2")), 1);
 }
 
-void TestParserAbstract::parseListedTakesTheFieldsAsTheyAre()
+void TestParserAbstract::parseListedKeepsTheFieldsUnchanged()
 {
     TestParser parser;
     parser.init();
@@ -952,7 +952,7 @@ void TestParserAbstract::buildWritesAHighChecksumWith16Digits()
     QCOMPARE(thrownMessage([&] { parser.parseSentence(&again, out); }), QStringLiteral("Checksum misspelled"));
 }
 
-void TestParserAbstract::buildOfAnEmptyIdentifierCountsTheDelimiter()
+void TestParserAbstract::checksumOfAnEmptySentenceIsThatOfTheDelimiter()
 {
     TestParser parser;
     parser.ids[Empty] = QString();
@@ -966,7 +966,7 @@ void TestParserAbstract::buildOfAnEmptyIdentifierCountsTheDelimiter()
     QCOMPARE(out, line("$,x*54"));
 }
 
-void TestParserAbstract::buildOfAShortIdentifierCountsItAlone_data()
+void TestParserAbstract::checksumWithoutFieldsIsThatOfTheIdentifier_data()
 {
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<QString>("sentence");
@@ -974,7 +974,7 @@ void TestParserAbstract::buildOfAShortIdentifierCountsItAlone_data()
     QTest::newRow("two characters") << QStringLiteral("AB") << line("$AB*03");
 }
 
-void TestParserAbstract::buildOfAShortIdentifierCountsItAlone()
+void TestParserAbstract::checksumWithoutFieldsIsThatOfTheIdentifier()
 {
     QFETCH(QString, identifier);
     QFETCH(QString, sentence);
@@ -999,7 +999,7 @@ void TestParserAbstract::buildReplacesTheText()
     QCOMPARE(out, line("$THREE,1,2,3*52"));
 }
 
-void TestParserAbstract::buildTestsNoLength()
+void TestParserAbstract::buildHasNoLengthLimit()
 {
     TestParser parser;
     parser.init();
@@ -1181,7 +1181,7 @@ void TestParserAbstract::everySentenceOfALargeTableIsRecognised()
     }
 }
 
-void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
+void TestParserAbstract::identifierOfSeveralKeysMeansTheFirst()
 {
     TestParser parser;
     parser.ids = {{Three, QStringLiteral("SAME")},
@@ -1195,7 +1195,7 @@ void TestParserAbstract::firstKeyOfTheTableCountsForAnIdentifierOfTwo()
     QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(first)});
 }
 
-void TestParserAbstract::newestFormatCountsForAKeyOfTwo()
+void TestParserAbstract::newestOfSeveralFormatsOfAKeyIsUsed()
 {
     const QMultiHash<int, QString> formats{{Three, QStringLiteral("a")},
                                            {OneWay, QStringLiteral("a")},

@@ -21,7 +21,7 @@ static_assert(std::has_virtual_destructor_v<ParserInit>);
 static_assert(!std::has_virtual_destructor_v<Base>);
 static_assert(!std::is_abstract_v<ParserInit>);
 static_assert(std::is_default_constructible_v<ParserInit>);
-static_assert(sizeof(ParserInit) == sizeof(IPayloadParser) + sizeof(Base), "no data members of its own");
+static_assert(sizeof(ParserInit) == sizeof(IPayloadParser) + sizeof(Base), "ParserInit has no data members");
 static_assert(std::is_same_v<Base::ParserDelegate, bool (*)(SessionInit *, const QString &, const QString &)>);
 static_assert(std::is_same_v<Base::BuilderDelegate, QString (*)(const SessionInit *, const QString &)>);
 static_assert(std::is_same_v<decltype(&ParserInit::parseInt), Base::ParserDelegate>);
@@ -42,7 +42,7 @@ public:
     using ParserInit::setSentenceId;
 };
 
-/// The board's side of the link: reads what the host writes, and writes every field that the host reads.
+/// The board's side: parses the host's sentences and builds the board's replies.
 class BoardParser : public ParserInit
 {
 public:
@@ -106,13 +106,13 @@ bool equal(const SessionInit &a, const SessionInit &b)
 }
 
 enum class Hole {
-    None, // the alteration is noticed
-    SameMeaning, // another way of writing the same sentence
-    DelimiterLost, // without its "*" a sentence carries no checksum, so the rest of it is field text
-    QuestionMark, // all characters outside Latin-1 count as "?" in the checksum
+    None, // the parser notices the change
+    SameMeaning, // the changed sentence means the same
+    DelimiterLost, // without "*" a sentence has no checksum, so the rest is text of the last field
+    QuestionMark, // a character outside Latin-1 counts as "?" in the checksum
 };
 
-/// What a sentence with a full set of fields and a checksum of two digits can't notice when one character changes.
+/// Why a changed character goes unnoticed, in a sentence with all fields and a checksum of two digits.
 Hole holeOf(const QString &sentence, int position, QChar replacement)
 {
     const QChar original = sentence[position];
@@ -162,7 +162,7 @@ private Q_SLOTS:
     void parseStringStoresAText();
     void versionNumberThatIsNoneIsStoredAsZero_data();
     void versionNumberThatIsNoneIsStoredAsZero();
-    void fieldNotCarriedIsAbsent();
+    void missingFieldIsAbsent();
     void parseIntoAFilledSessionKeepsItsOtherFields();
     void requestIsRefusedOnReceipt();
     void tooLongReplyIsRefusedAsAWhole();
@@ -246,7 +246,7 @@ void TestParserInit::isDestroyedThroughTheInterface()
     auto *parser = new ParserInit;
     parser->init();
     IPayloadParser *const interface = parser;
-    delete interface; // a leak or a wrong size is seen by the address sanitizer
+    delete interface; // AddressSanitizer reports a leak or a wrong size
 }
 
 void TestParserInit::parserBeforeInitRefusesEverything()
@@ -270,12 +270,12 @@ void TestParserInit::buildsTheQueries_data()
     QTest::newRow("version query takes no fields")
         << 1 << Fields{{subcommand, QStringLiteral("INF")}, {QStringLiteral("hwversion"), 1}} << line("$PJWVER*0c");
     QTest::newRow("information request") << 2 << Fields{{subcommand, QStringLiteral("INF")}} << line("$PTJWWR,INF*71");
-    QTest::newRow("information request with other fields about")
+    QTest::newRow("information request, with fields that it does not send")
         << 2 << Fields{{subcommand, QStringLiteral("INF")}, {QStringLiteral("name"), QStringLiteral("CTRL")}}
         << line("$PTJWWR,INF*71");
-    QTest::newRow("sub-command held as bytes")
+    QTest::newRow("sub-command stored as bytes")
         << 2 << Fields{{subcommand, QByteArray("INF")}} << line("$PTJWWR,INF*71");
-    QTest::newRow("sub-command held as a number") << 2 << Fields{{subcommand, 42}} << line("$PTJWWR,42*36");
+    QTest::newRow("sub-command stored as a number") << 2 << Fields{{subcommand, 42}} << line("$PTJWWR,42*36");
     QTest::newRow("sub-command empty") << 2 << Fields{{subcommand, QString()}} << line("$PTJWWR*1c");
     QTest::newRow("sub-command absent") << 2 << Fields() << line("$PTJWWR*1c");
 }
@@ -427,7 +427,7 @@ void TestParserInit::parseIntStoresAnInt_data()
     QTest::newRow("plus") << QStringLiteral("+42") << 42;
     QTest::newRow("sign alone") << QStringLiteral("-") << 0;
     QTest::newRow("blank within") << QStringLiteral("4 2") << 0;
-    QTest::newRow("digits that are not ASCII's") << QStringLiteral("\u0664\u0662") << 0;
+    QTest::newRow("digits outside ASCII") << QStringLiteral("\u0664\u0662") << 0;
 }
 
 void TestParserInit::parseIntStoresAnInt()
@@ -479,7 +479,7 @@ void TestParserInit::versionNumberThatIsNoneIsStoredAsZero()
         QCOMPARE(session.fields.value(QString::fromLatin1(name), -1), QVariant(0));
 }
 
-void TestParserInit::fieldNotCarriedIsAbsent()
+void TestParserInit::missingFieldIsAbsent()
 {
     const SessionInit session = parsed(line("$PJWVER,7300021,1*0a"));
     QCOMPARE(session.fields,
@@ -637,7 +637,7 @@ void TestParserInit::truncationBeforeALineEndIsNoticedByTheChecksumOnly()
         const QString ended = sentence.left(length) + QStringLiteral("\r\n");
         SessionInit session;
         const bool accepted = thrownMessage([&] { parser.parse(&session, ended); }).isNull();
-        // What is left of the fields, with no "*" behind, is a sentence without checksum.
+        // A sentence that is cut before its "*" counts as a sentence without checksum.
         QVERIFY2(accepted == (length >= firstField && length <= delimiter), qPrintable(ended));
     }
 }
@@ -684,7 +684,6 @@ void TestParserInit::alteredCharacterIsNoticed()
             SessionInit session;
             const bool accepted = thrownMessage([&] { parser.parse(&session, altered); }).isNull();
             const Hole hole = holeOf(sentence, position, replacement);
-            // The longest sentence keeps its length, so no alteration is refused for that.
             QVERIFY2(accepted == (hole != Hole::None), qPrintable(altered));
             if (hole == Hole::SameMeaning)
                 QVERIFY2(equal(session, original), qPrintable(altered));

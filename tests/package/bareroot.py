@@ -1,20 +1,12 @@
-#!/usr/bin/env python3
-"""A bare Debian root in which a shell script runs as on a machine that has nothing installed.
+"""A bare Debian root, in which a shell script runs as on a machine with nothing installed.
 
-    tests/package/bareroot.py [--cache FOLDER] [--bind OUTSIDE:INSIDE]... SCRIPT
+debootstrap makes the root once, of the release that this machine runs. The cache folder keeps the root and the packages
+that scripts download. Each run works on a copy-on-write layer in memory, which disappears after the run. A run has its
+own mount and process namespaces, so nothing stays mounted or running after it.
 
-Runs SCRIPT by the root's sh (with -eu) in a fresh root; its output and its exit status are the command's. INSIDE is a
-folder of the root at which OUTSIDE is found, read-only. Packages can be installed there (apt-get update has been run),
-and pseudo terminals and /sys work, so that boards can be simulated. From Python: BareRoot(cache).run(script, binds).
-
-debootstrap makes the root once, of the release that this machine runs, and keeps it in the cache folder (default:
-build/bareroot), as are the packages that scripts download. A run sees a copy-on-write layer in memory, which is gone
-with it. Nothing stays mounted or running, however the run ends: it has mount and process namespaces of its own.
-
-Needs root and debootstrap. Raises (as a command: ends with status 1) and says what is missing.
+Needs root and debootstrap; BareRootError says what is missing.
 """
 
-import argparse
 import os
 import pathlib
 import re
@@ -23,11 +15,12 @@ import subprocess
 import sys
 import tempfile
 
-# Ends with this process, and all that it started with it.
+# Ends with this process, and so do all processes that it started.
 ISOLATED = ["setpriv", "--pdeathsig", "KILL",
             "unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private"]
 
-# $1 the kept root, $2 an empty folder, $3 the cache of packages, then OUTSIDE:INSIDE...; the script is standard input.
+# Arguments: $1 the kept root, $2 an empty folder, $3 the cache of packages, then OUTSIDE:INSIDE... The script comes on
+# standard input.
 ENTER = r"""
 set -eu
 base=$1 work=$2 archives=$3
@@ -59,7 +52,7 @@ class BareRootError(Exception):
 
 
 def refusal():
-    """Why this machine does not let this user make a bare root; empty when it does."""
+    """The reason why this user cannot make a bare root on this machine; empty if there is none."""
     if os.geteuid() != 0:
         return "a bare root needs root"
     script = "mount -t tmpfs bareroot /mnt && mknod /mnt/null c 1 3 && chroot / true"
@@ -69,7 +62,7 @@ def refusal():
 
 
 def leave_out_if_refused():
-    """Ends a test that needs a bare root where there can be none, with the status by which ctest lists it as not run."""
+    """If there can be no bare root, ends the test with the status for which ctest lists it as not run."""
     reason = refusal()
     if reason:
         print(f"Left out: {pathlib.Path(sys.argv[0]).stem}: {reason}")
@@ -77,7 +70,7 @@ def leave_out_if_refused():
 
 
 def system_sources():
-    """The files that tell apt of this machine where its distribution comes from; other parties' are left out."""
+    """This machine's apt source files of its distribution, without those of other parties."""
     lists = pathlib.Path("/etc/apt")
     files = [lists / "sources.list"] + [lists / f"sources.list.d/{name}.sources" for name in ("debian", "ubuntu")]
     return [file for file in files if file.exists() and mirror_in(file.read_text())]
@@ -92,17 +85,17 @@ def codename():
     for line in pathlib.Path("/etc/os-release").read_text().splitlines():
         if line.startswith("VERSION_CODENAME="):
             return line.split("=")[1].strip('"')
-    raise BareRootError("/etc/os-release names no release; a bare root can be made on Debian and Ubuntu only")
+    raise BareRootError("/etc/os-release names no release; make a bare root on Debian or Ubuntu")
 
 
 class BareRoot:
     def __init__(self, cache):
         self.cache = pathlib.Path(cache).resolve()
         if os.geteuid() != 0:
-            raise BareRootError("a bare root needs root: run the test as root (sudo), or leave it out by "
+            raise BareRootError("a bare root needs root: run the test as root (sudo), or leave it out with "
                                 "ctest --label-exclude bareroot")
         if not shutil.which("debootstrap"):
-            raise BareRootError("debootstrap is missing: install the package debootstrap (scripts/test does)")
+            raise BareRootError("debootstrap is missing: install the package debootstrap, or run scripts/test")
         self.base = self.cache / codename()
         self.archives = self.cache / "archives"
         if not self.base.exists():
@@ -111,7 +104,7 @@ class BareRoot:
     def make_base(self):
         sources = system_sources()
         if not sources:
-            raise BareRootError("no file in /etc/apt tells where this system's packages come from (http or https)")
+            raise BareRootError("no file in /etc/apt names the http or https source of this system's packages")
         unfinished = self.cache / "unfinished"
         shutil.rmtree(unfinished, ignore_errors=True)
         self.archives.mkdir(parents=True, exist_ok=True)
@@ -119,7 +112,7 @@ class BareRoot:
         result = subprocess.run([*ISOLATED, "debootstrap", "--variant=minbase", codename(), unfinished, mirror],
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         if result.returncode != 0:
-            raise BareRootError(f"debootstrap could not make a bare root from {mirror}; is the network there?\n"
+            raise BareRootError(f"debootstrap could not make a bare root from {mirror}; check the network\n"
                                 + result.stdout[-2000:])
         (unfinished / "etc/apt/sources.list").unlink(missing_ok=True)
         for file in sources:
@@ -132,26 +125,9 @@ class BareRoot:
         unfinished.rename(self.base)
 
     def run(self, script, binds=(), **more):
-        """Runs the text `script` with `binds`, a list of (outside, inside); a finished process is returned."""
+        """Runs the text `script` with the root's sh -eu, after apt-get update. For each (outside, inside) in `binds`
+        the folder `outside` appears read-only at `inside` in the root. Returns the finished process."""
         with tempfile.TemporaryDirectory(prefix="run-", dir=self.cache) as work:
             return subprocess.run([*ISOLATED, "sh", "-c", ENTER, "bareroot", self.base, work, self.archives,
                                    *[f"{outside}:{inside}" for outside, inside in binds]],
                                   input=script, text=True, **more)
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--cache", default="build/bareroot")
-    parser.add_argument("--bind", action="append", default=[], metavar="OUTSIDE:INSIDE")
-    parser.add_argument("script", metavar="SCRIPT")
-    arguments = parser.parse_args()
-    binds = [tuple(bind.split(":", 1)) for bind in arguments.bind]
-    try:
-        script = pathlib.Path(arguments.script).read_text()
-        sys.exit(BareRoot(arguments.cache).run(script, binds).returncode)
-    except (BareRootError, OSError) as error:
-        sys.exit(f"bareroot: {error}")
-
-
-if __name__ == "__main__":
-    main()

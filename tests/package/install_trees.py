@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the install trees that the other tests use: work/shared from the build folder, work/static from a build of the
-static libraries. Each is installed elsewhere and moved, so that nothing in it can depend on its place."""
+"""Makes the install trees for the other tests: work/shared from the build folder, work/static from a build of the
+static libraries. Installs each tree elsewhere and moves it, so that the tests find files that depend on their place."""
 
 import shutil
 

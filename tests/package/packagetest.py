@@ -1,4 +1,4 @@
-"""What the tests of the install tree share: where things are, and how to run a program with a telling failure."""
+"""Shared by the tests of the install tree: where things are, and a run() whose failure shows the program's output."""
 
 import os
 import pathlib
@@ -17,8 +17,8 @@ JWSIM = TREES["shared"] / "bin/jwsim"
 
 
 def run(*command, ok=True, **more):
-    """Runs a program, without a shell, and returns its output, errors included; raises with it when it fails (or, with
-    ok=False, when it does not)."""
+    """Runs a program without a shell and returns its output, including errors. If the program fails (or, with ok=False,
+    does not fail), raises an error with that output."""
     command = [str(part) for part in command]
     result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
                             stdin=subprocess.DEVNULL, **more)
@@ -28,7 +28,7 @@ def run(*command, ok=True, **more):
 
 
 def fresh(folder):
-    """An empty folder of this name below the work folder."""
+    """A new empty folder of this name in the work folder."""
     path = WORK / folder
     shutil.rmtree(path, ignore_errors=True)
     path.mkdir(parents=True)
@@ -41,10 +41,10 @@ def library_folder(tree):
 
 
 def missing(program, package):
-    """The message of a test that can't do its work."""
-    return f"{program} is missing: install the package {package} (scripts/test does)"
+    """The message for a missing program."""
+    return f"{program} is missing: install the package {package}, or run scripts/test"
 
 
 def main():
-    """Runs the tests of the calling file; 'ok' lines only for what the file's tests really ran."""
+    """Runs the tests of the calling file and prints a line for each."""
     unittest.main(argv=sys.argv, verbosity=2)

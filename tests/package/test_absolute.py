@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Folders for libraries and programs that were given as absolute paths: the programs find their libraries."""
+"""With absolute paths for the folders of libraries and programs, the programs find their libraries."""
 
 import unittest
 
@@ -15,7 +15,7 @@ class Absolute(unittest.TestCase):
         cls.build = fresh("absolute-build")
 
     def jwprobe(self, libraries, programs):
-        """Starts jwprobe from an installation with these folders, named by their place below an empty one."""
+        """Starts jwprobe from an installation with these folders, in which "{}" stands for an empty folder."""
         place = fresh("absolute")
         run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug",
             f"-DCMAKE_INSTALL_PREFIX={place / 'prefix'}", f"-DCMAKE_INSTALL_LIBDIR={libraries.format(place)}",

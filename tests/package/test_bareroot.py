@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The Debian packages in a bare Debian root: installed by apt with what they depend on, and used."""
+"""Installs the Debian packages with their dependencies in a bare Debian root, and uses them."""
 
 import subprocess
 import unittest
@@ -8,7 +8,7 @@ import packagetest
 from bareroot import BareRoot, leave_out_if_refused
 from packagetest import BUILD, CONSUMER, DEBS
 
-# The programs first: they must work with nothing but what their own package brings.
+# The programs first: they must work with only their own package and its dependencies.
 SCRIPT = """
 install="apt-get install -q -y --no-install-recommends"
 $install /packages/libjwdevice0.1_*.deb /packages/jwdevice-tools_*.deb

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""One program, built against JwDevice in every way that a project may take it in, and run on a simulated board."""
+"""Builds one program against JwDevice in every way that a project can use it, and runs it on a simulated board."""
 
 import os
 import re

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The Debian packages, made anew from the build folder: what is in them, and what lintian finds."""
+"""Makes the Debian packages from the build folder; checks their contents, and checks them with lintian."""
 
 import shutil
 import unittest
@@ -7,8 +7,7 @@ import unittest
 import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
-# What is no fault here: these packages close no request of Debian's, and CPack adds calls of ldconfig whether or not
-# there is a trigger for it.
+# Accepted: these packages close no bug report of Debian, and CPack always adds calls of ldconfig, even with a trigger.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
 
 

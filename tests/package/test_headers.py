@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The headers of the install tree, compiled as a program would."""
+"""Compiles each header of the install tree alone, with the warnings that a program may use."""
 
 import concurrent.futures
 import shutil

@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-/// packaging/completion, in a real bash that has loaded nothing else.
+/// Tests packaging/completion in a real bash without other completions.
 class TestCompletion : public QObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ private Q_SLOTS:
 
 namespace {
 
-// As bash cuts a line: at blanks that are not within a quote or behind a "\\", and around each "=" outside of quotes.
+// Splits a line as bash does: at blanks, and around each "=". Not in quotes, and not after a "\\".
 QStringList wordsOf(const QString &line)
 {
     const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
@@ -51,7 +51,7 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// The part of the last word that bash will replace.
+// The part of the last word that bash replaces.
 QString replacedPart(const QString &word)
 {
     if (word == QLatin1String("="))
@@ -59,7 +59,7 @@ QString replacedPart(const QString &word)
     return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
 
-// The program of the line must be a path or one in PATH; `boards` are attached.
+// The replies of the completion for `line`. `program` must be a path or in PATH. The simulated `boards` are attached.
 QByteArray completed(const QString &program, const QString &line, const QStringList &boards = {})
 {
     const QStringList words = wordsOf(line).mid(1);
@@ -117,7 +117,7 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --delay ", "");
     row("jwprobe --deadline=", "");
     row("jwprobe --type=BoardA --j", "--json");
-    // Only what is not refused there.
+    // Only options that jwprobe accepts with the options before.
     row("jwprobe --list --", "--help --json --port --version");
     row("jwprobe --port=ttyACM0 --doctor --", "--help --json --port --version");
     row("jwprobe --udev-rules --", "--help --version");
@@ -158,7 +158,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board s", "silent");
     row("jwsim --board=s", "silent");
     row("jwsim --board BoardA,pull", "BoardA,pull-after-bytes= BoardA,pull-after=");
-    // bash replaces what stands behind the last "=" only.
+    // bash replaces only the part after the last "=".
     row("jwsim --board BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board=BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board BoardA,open=", "busy denied ok");
@@ -170,7 +170,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board BoardA,serial=x*,spee", "x*,speed=");
     row("jwsim --board 'BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
     row("jwsim --board='BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
-    // Text, not a command that is run.
+    // Completion must not run commands in the text.
     row("jwsim --board 'BoardA,serial=$(echo x),spee", "BoardA,serial=$(echo x),speed=");
     row("jwsim --board 'BoardA,serial=`echo x`,spee", "BoardA,serial=`echo x`,speed=");
 }
@@ -298,7 +298,7 @@ void TestCompletion::keysAreThoseOfTheHelp()
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
     for (const QString &line : lines) {
-        if (!line.startsWith(QLatin1String("    "))) // more on the key above
+        if (!line.startsWith(QLatin1String("    "))) // the second line of a key
             keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
     }
     std::sort(keys.begin(), keys.end());

@@ -6,7 +6,7 @@
 #include <QSet>
 #include <QTest>
 
-/// The manual pages against what the programs themselves say.
+/// Compares the manual pages with the help of the programs.
 class TestManual : public QObject
 {
     Q_OBJECT
@@ -35,7 +35,7 @@ QString pageFile(const QString &program)
     return QStringLiteral(PROJECT_FOLDER "/docs/man/%1.1").arg(program);
 }
 
-// Its source, in which a hyphen that may be copied is "\-" and a quotation mark "\(dq".
+// The source of the page, with "-" instead of "\-" and a quotation mark instead of "\(dq".
 QString page(const QString &program)
 {
     QFile file(pageFile(program));
@@ -64,7 +64,7 @@ QString section(const QString &text, const QString &name)
     return expression.match(text).captured(1);
 }
 
-// What `expression` captures first, in the lines that match `line`.
+// All first captures of `expression` in the lines that match `line`.
 QSet<QString> captured(const QString &text, const char *line, const char *expression)
 {
     QSet<QString> found;
@@ -85,7 +85,7 @@ QString sorted(const QSet<QString> &set)
     return list.join(QLatin1Char(' '));
 }
 
-// What stands behind "Keys:", up to the blank line: a line for each key.
+// The part of the help between "Keys:" and the next blank line, with one line for each key.
 QString keysOfHelp()
 {
     return help(QStringLiteral("jwsim"))
@@ -178,7 +178,7 @@ void TestManual::jwsimPageHasTheNumbersOfTheHelp()
 
 void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 {
-    // A key in the help's shapes; what the shapes hold, and what a user types, stands in other quotation marks there.
+    // The keys in the help's JSON. "payload" and "lost" are values of "event".
     const QSet<QString> keys =
         captured(help(QStringLiteral("jwprobe")), "^ {4,}[{\" ]", "[{, ] ?\"([a-z][A-Za-z]+)\"(?=[,:}\\]]|$)")
         - QSet<QString>{QStringLiteral("payload"), QStringLiteral("lost")};
@@ -191,7 +191,7 @@ void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 
 void TestManual::jwprobePageHasTheWordsOfTheHelp()
 {
-    // The lists of states, verdicts and kinds.
+    // The help's lists of states, verdicts and kinds.
     QString text = help(QStringLiteral("jwprobe"));
     text.replace(QRegularExpression(QStringLiteral("\\s+")), QStringLiteral(" "));
     QSet<QString> words;

@@ -26,7 +26,7 @@ QStringList shell(const QString &script)
     return {QStringLiteral("sh"), QStringLiteral("-c"), script};
 }
 
-// Writes the query to the port so many times, and shows the first `count` bytes that come back.
+// A command that writes the query to the port `times` times, and prints the first `count` bytes of the answer.
 QStringList ask(const QString &port, int count, int times = 1, const char *query = versionQuery)
 {
     return shell(QStringLiteral("exec 3<>/dev/%1; printf '%2' >&3; head -c %3 <&3")
@@ -34,7 +34,7 @@ QStringList ask(const QString &port, int count, int times = 1, const char *query
                      .arg(count));
 }
 
-// As the report writes it.
+// The line as the report writes it.
 QString escaped(const QByteArray &line)
 {
     return QString::fromLatin1(line.trimmed()) + QStringLiteral("\\r\\n");
@@ -75,15 +75,15 @@ struct Exchange
 Exchange exchangeOf(const QJsonObject &board)
 {
     Exchange exchange;
-    const auto take = [&board](const char *name, QStringList &texts, QList<int> &times) {
+    const auto collect = [&board](const char *name, QStringList &texts, QList<int> &times) {
         const QJsonArray entries = board.value(QLatin1String(name)).toArray();
         for (const QJsonValue entry : entries) {
             texts.append(entry.toObject().value(QLatin1String("text")).toString());
             times.append(entry.toObject().value(QLatin1String("ms")).toInt());
         }
     };
-    take("received", exchange.received, exchange.receivedAt);
-    take("sent", exchange.sent, exchange.sentAt);
+    collect("received", exchange.received, exchange.receivedAt);
+    collect("sent", exchange.sent, exchange.sentAt);
     return exchange;
 }
 
@@ -92,14 +92,14 @@ bool isGone(pid_t process)
     return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
-// Where serial programs keep their lock files on this machine.
+// The place where serial programs keep their lock files on this machine.
 QString lockFile(const QString &port)
 {
     const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
     return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
 }
 
-// As serial programs write it, right-aligned in ten columns.
+// The process id as serial programs write it, right-aligned in ten columns.
 QByteArray tenColumns(qint64 process)
 {
     return QByteArray::number(process).rightJustified(10);
@@ -126,12 +126,12 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void commandSeesAPortOfItsBoard_data();
-    void commandSeesAPortOfItsBoard();
+    void commandTalksToABoard_data();
+    void commandTalksToABoard();
     void onlySimulatedPortsAreSeen();
     void portKeyNamesThePort();
-    void unnamedPortsGetDistinctNames();
-    void simulationsSideBySideGetDistinctNames();
+    void unnamedPortsGetDifferentNames();
+    void simulationsSideBySideGetDifferentNames();
     void hwversionIsInTheReply();
     void wrongChecksumIsSent();
     void noiseComesBeforeTheReply();
@@ -139,18 +139,18 @@ private Q_SLOTS:
     void replyIsCutInChunksWithGaps();
     void replyComesAfterTheDelay();
     void speedPacesTheLine();
-    void usbBringsTheReplyInPieces_data();
-    void usbBringsTheReplyInPieces();
+    void usbDeliversTheReplyInPieces_data();
+    void usbDeliversTheReplyInPieces();
     void firstQueriesAreIgnored();
     void cableIsPulledAfterATime();
-    void cableIsPulledAfterSoManyBytes();
+    void cableIsPulledAfterBytes();
     void busyPortIsLocked();
     void deniedPortDoesNotOpen();
-    void usbIdentityIsAsGiven();
+    void portHasTheGivenUsbIdentity();
     void otherSendsSentencesAtItsInterval();
     void babbleRepeatsWithItsSeed();
     void silentBoardOnlyListens();
-    void scenarioAndBoardsAddUp();
+    void scenarioAndBoardOptionsCombine();
 
     void wrongUseIsRefused_data();
     void wrongUseIsRefused();
@@ -158,53 +158,54 @@ private Q_SLOTS:
     void wrongScenarioIsRefused();
     void tooManyBoardsAreRefused();
     void unwritableReportIsRefused();
-    void reportStaysAsItWasWhenNothingRan_data();
-    void reportStaysAsItWasWhenNothingRan();
-    void reportReplacesTheFormerOne();
-    void reportThatCouldNotBeWrittenIsAFailure_data();
-    void reportThatCouldNotBeWrittenIsAFailure();
-    void helpNamesAllThatIsAllowed();
-    void textThatCouldNotBeWrittenIsAFailure_data();
-    void textThatCouldNotBeWrittenIsAFailure();
-    void versionIsThatOfTheProject();
+    void reportStaysUnchangedIfNothingRan_data();
+    void reportStaysUnchangedIfNothingRan();
+    void reportReplacesAnOldReport();
+    void failureToWriteTheReportIsReported_data();
+    void failureToWriteTheReportIsReported();
+    void helpNamesOptionsKindsAndKeysIn80Columns();
+    void failureToPrintTextGives125_data();
+    void failureToPrintTextGives125();
+    void versionIsTheProjectsVersion();
 
     void commandsStatusIsPassedOn();
     void commandKilledByASignalGivesItsNumber();
-    void commandThatIsNotThereGives127_data();
-    void commandThatIsNotThereGives127();
-    void commandThatIsNoProgramGives126();
-    void standardStreamsAreTheCommands();
-    void argumentsAfterTheCommandAreItsOwn();
+    void missingCommandGives127_data();
+    void missingCommandGives127();
+    void commandThatCannotRunGives126();
+    void commandHasTheStandardStreams();
+    void argumentsAfterCommandBelongToIt();
     void doubleDashEndsTheOptions();
     void runsWithoutABoard();
-    void runsWhereSigchldIsIgnored();
-    void runsWithALeftoverInTheEnvironment();
+    void runsWithSigchldIgnored();
+    void runsWithAnInheritedRestartVariable();
     void manyLongRepliesTakeLittleMemory();
 
-    void reportHasWhatTravelled();
+    void reportHasAllBytes();
     void reportIsWrittenWhenTheCommandIsKilled();
     void signalEndsTheCommandAndCleansUp_data();
     void signalEndsTheCommandAndCleansUp();
     void commandThatCatchesTheSignalGivesItsStatus();
-    void commandThatStaysIsKilled();
+    void commandThatDoesNotEndIsKilled();
     void ctrlCReachesTheCommandOnce();
-    void nothingIsLeftOfAKilledHost();
+    void lockOfAKilledHostIsRemoved();
     void lockOfALivingProgramStays_data();
     void lockOfALivingProgramStays();
-    void lockOfAnEndedProgramGoes();
+    void lockOfAnEndedProgramIsRemoved();
 
     void socatTalksToABoard();
     void pythonTalksToABoard();
 
 private:
     QString file(const char *name) const { return m_folder->filePath(QLatin1String(name)); }
-    /// jwsim to its end with a report, on m_port, with the keys on the command line and then in a scenario file.
     struct Result
     {
         Outcome outcome;
         QJsonObject report;
         Exchange exchange;
     };
+    /// Runs jwsim twice with a report and a board on m_port: first with the keys on the command line, then in a
+    /// scenario file.
     QList<Result> inBothForms(const char *kind, Keys keys, const QStringList &command) const;
     Outcome jwsim(const QStringList &arguments, const QByteArray &input = QByteArray()) const;
     void prepare(ProgramRun &run) const;
@@ -214,7 +215,7 @@ private:
     }
 
     std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<QTemporaryDir> m_temporary; // where the program keeps its own things
+    std::unique_ptr<QTemporaryDir> m_temporary; // TMPDIR of jwsim
     QString m_port;
 };
 
@@ -234,7 +235,7 @@ void TestJwsim::cleanup()
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
-    // Where a folder of PATH is closed to the user, a program that is nowhere fails for want of a right.
+    // If the user may not enter a folder of PATH, a missing program gives "permission denied" instead of "not found".
     QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
     path.erase(std::remove_if(path.begin(), path.end(),
                               [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
@@ -279,7 +280,7 @@ QList<TestJwsim::Result> TestJwsim::inBothForms(const char *kind, Keys keys, con
     return results;
 }
 
-void TestJwsim::commandSeesAPortOfItsBoard_data()
+void TestJwsim::commandTalksToABoard_data()
 {
     QTest::addColumn<QByteArray>("kind");
     QTest::addColumn<QByteArray>("query");
@@ -292,7 +293,7 @@ void TestJwsim::commandSeesAPortOfItsBoard_data()
                             << QByteArray("$PTJWRD,INF,CTRL,3,17,2,1.04,7300030,1*5d\r\n");
 }
 
-void TestJwsim::commandSeesAPortOfItsBoard()
+void TestJwsim::commandTalksToABoard()
 {
     QFETCH(QByteArray, kind);
     QFETCH(QByteArray, query);
@@ -323,11 +324,11 @@ void TestJwsim::portKeyNamesThePort()
     }
 }
 
-void TestJwsim::unnamedPortsGetDistinctNames()
+void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // which would be chosen again
+    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // jwsim would choose it again
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
     QCOMPARE(names.size(), 3);
@@ -338,7 +339,7 @@ void TestJwsim::unnamedPortsGetDistinctNames()
     }
 }
 
-void TestJwsim::simulationsSideBySideGetDistinctNames()
+void TestJwsim::simulationsSideBySideGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     ProgramRun run(jwsimProgram(), simulated({silent, silent}, shell(QStringLiteral("ls /sys/class/tty; read line"))));
@@ -402,7 +403,7 @@ void TestJwsim::replyIsCutInChunksWithGaps()
         QCOMPARE(
             result.exchange.sent,
             (QStringList{QStringLiteral("$PJWVER,73"), QStringLiteral("00022,1,4,"), QStringLiteral("0*0d\\r\\n")}));
-        // Times are cut to whole milliseconds.
+        // The report has whole milliseconds, rounded down.
         QVERIFY(result.exchange.sentAt.at(1) - result.exchange.sentAt.at(0) >= gap - 1);
         QVERIFY(result.exchange.sentAt.at(2) - result.exchange.sentAt.at(1) >= gap - 1);
     }
@@ -420,7 +421,7 @@ void TestJwsim::replyComesAfterTheDelay()
 
 void TestJwsim::speedPacesTheLine()
 {
-    // A byte takes 10 bit times: 26 bytes take 108 ms.
+    // A byte takes 10 bit times, so 26 bytes take 108 ms.
     const auto results = inBothForms("BoardA", {{QStringLiteral("speed"), 2400}}, ask(m_port, versionReply.size()));
     for (const Result &result : results) {
         QCOMPARE(result.outcome.output, versionReply);
@@ -428,7 +429,7 @@ void TestJwsim::speedPacesTheLine()
     }
 }
 
-void TestJwsim::usbBringsTheReplyInPieces_data()
+void TestJwsim::usbDeliversTheReplyInPieces_data()
 {
     QTest::addColumn<QString>("usb");
     QTest::addColumn<int>("noise");
@@ -437,7 +438,7 @@ void TestJwsim::usbBringsTheReplyInPieces_data()
     QTest::newRow("packets, 19 in a frame") << QStringLiteral("cdc") << 50000 << 35;
 }
 
-void TestJwsim::usbBringsTheReplyInPieces()
+void TestJwsim::usbDeliversTheReplyInPieces()
 {
     QFETCH(QString, usb);
     QFETCH(int, noise);
@@ -458,7 +459,7 @@ void TestJwsim::usbBringsTheReplyInPieces()
     for (const Result &result : results) {
         QCOMPARE(result.outcome.error, QByteArray());
         const QList<QByteArray> words = result.outcome.output.split(' ');
-        // Each millisecond brings a piece; a busy machine may read some together.
+        // Each millisecond brings a piece, but a busy machine may read several pieces together.
         QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
         QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
         QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
@@ -490,7 +491,7 @@ void TestJwsim::cableIsPulledAfterATime()
         QCOMPARE(result.outcome.status, 1);
 }
 
-void TestJwsim::cableIsPulledAfterSoManyBytes()
+void TestJwsim::cableIsPulledAfterBytes()
 {
     const auto results = inBothForms("BoardA", {{QStringLiteral("pull-after-bytes"), 5}}, ask(m_port, 100));
     for (const Result &result : results) {
@@ -523,7 +524,7 @@ void TestJwsim::deniedPortDoesNotOpen()
     }
 }
 
-void TestJwsim::usbIdentityIsAsGiven()
+void TestJwsim::portHasTheGivenUsbIdentity()
 {
     const Keys keys{{QStringLiteral("manufacturer"), QStringLiteral("Acme Boards Ltd.")},
                     {QStringLiteral("vendor"), QStringLiteral("12aB")},
@@ -582,7 +583,7 @@ void TestJwsim::silentBoardOnlyListens()
     }
 }
 
-void TestJwsim::scenarioAndBoardsAddUp()
+void TestJwsim::scenarioAndBoardOptionsCombine()
 {
     const QString second = uniquePortName();
     QVERIFY(writeFile(file("scenario.json"),
@@ -741,7 +742,7 @@ void TestJwsim::unwritableReportIsRefused()
     }
 }
 
-void TestJwsim::reportStaysAsItWasWhenNothingRan_data()
+void TestJwsim::reportStaysUnchangedIfNothingRan_data()
 {
     QTest::addColumn<QString>("board");
     QTest::addColumn<QString>("command");
@@ -756,7 +757,7 @@ void TestJwsim::reportStaysAsItWasWhenNothingRan_data()
     QTest::newRow("COMMAND is no program") << none << QStringLiteral("/etc/passwd") << 126;
 }
 
-void TestJwsim::reportStaysAsItWasWhenNothingRan()
+void TestJwsim::reportStaysUnchangedIfNothingRan()
 {
     QFETCH(QString, board);
     QFETCH(QString, command);
@@ -783,11 +784,11 @@ void TestJwsim::reportStaysAsItWasWhenNothingRan()
     QVERIFY(!QFile::exists(file("new.json")));
 }
 
-void TestJwsim::reportReplacesTheFormerOne()
+void TestJwsim::reportReplacesAnOldReport()
 {
     const QString name = file("report.json");
     QVERIFY(writeFile(name, QByteArray(100000, 'x')));
-    // COMMAND finds it as it was.
+    // COMMAND still finds the old file.
     const Outcome outcome = jwsim(QStringList{QStringLiteral("--report"), name}
                                   + simulated({boardOn("silent", m_port)}, {QStringLiteral("cat"), name}));
     QCOMPARE(outcome.status, 0);
@@ -795,7 +796,7 @@ void TestJwsim::reportReplacesTheFormerOne()
     QCOMPARE(boardReport(readFile(name)).value(QLatin1String("port")).toString(), m_port);
 }
 
-void TestJwsim::reportThatCouldNotBeWrittenIsAFailure_data()
+void TestJwsim::failureToWriteTheReportIsReported_data()
 {
     QTest::addColumn<int>("command");
     QTest::addColumn<int>("status");
@@ -803,7 +804,7 @@ void TestJwsim::reportThatCouldNotBeWrittenIsAFailure_data()
     QTest::newRow("COMMAND had failed") << 3 << 3;
 }
 
-void TestJwsim::reportThatCouldNotBeWrittenIsAFailure()
+void TestJwsim::failureToWriteTheReportIsReported()
 {
     QFETCH(int, command);
     QFETCH(int, status);
@@ -817,11 +818,13 @@ void TestJwsim::reportThatCouldNotBeWrittenIsAFailure()
     QVERIFY2(outcome.error.contains("No space left"), outcome.error.constData());
 }
 
-void TestJwsim::helpNamesAllThatIsAllowed()
+void TestJwsim::helpNamesOptionsKindsAndKeysIn80Columns()
 {
     const Outcome outcome = jwsim({QStringLiteral("--help")});
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.error, QByteArray());
+    for (const QByteArray &line : linesOf(outcome.output))
+        QVERIFY2(line.size() <= 80, line.constData());
     for (const char *text : {"--scenario",
                              "--board",
                              "--report",
@@ -857,7 +860,7 @@ void TestJwsim::helpNamesAllThatIsAllowed()
         QVERIFY2(outcome.output.contains(text), text);
 }
 
-void TestJwsim::textThatCouldNotBeWrittenIsAFailure_data()
+void TestJwsim::failureToPrintTextGives125_data()
 {
     QTest::addColumn<QString>("call");
     for (const char *option : {"--help", "--version"}) {
@@ -867,7 +870,7 @@ void TestJwsim::textThatCouldNotBeWrittenIsAFailure_data()
     }
 }
 
-void TestJwsim::textThatCouldNotBeWrittenIsAFailure()
+void TestJwsim::failureToPrintTextGives125()
 {
     QFETCH(QString, call);
     const Outcome outcome = runProgram(QStringLiteral("sh"), {QStringLiteral("-c"), call, jwsimProgram()});
@@ -876,7 +879,7 @@ void TestJwsim::textThatCouldNotBeWrittenIsAFailure()
     QVERIFY2(outcome.error.startsWith("jwsim: cannot write to standard output: "), outcome.error.constData());
 }
 
-void TestJwsim::versionIsThatOfTheProject()
+void TestJwsim::versionIsTheProjectsVersion()
 {
     const Outcome outcome = jwsim({QStringLiteral("--version")});
     QCOMPARE(outcome.status, 0);
@@ -897,7 +900,7 @@ void TestJwsim::commandKilledByASignalGivesItsNumber()
     QCOMPARE(outcome.status, 128 + SIGKILL);
 }
 
-void TestJwsim::commandThatIsNotThereGives127_data()
+void TestJwsim::missingCommandGives127_data()
 {
     QTest::addColumn<QString>("command");
     QTest::newRow("name") << QStringLiteral("no-such-program-anywhere");
@@ -905,7 +908,7 @@ void TestJwsim::commandThatIsNotThereGives127_data()
     QTest::newRow("empty") << QString();
 }
 
-void TestJwsim::commandThatIsNotThereGives127()
+void TestJwsim::missingCommandGives127()
 {
     QFETCH(QString, command);
     const Outcome outcome = jwsim(simulated({boardOn("BoardA", m_port)}, {command}));
@@ -914,7 +917,7 @@ void TestJwsim::commandThatIsNotThereGives127()
     QVERIFY2(outcome.error.contains(command.toLatin1()), outcome.error.constData());
 }
 
-void TestJwsim::commandThatIsNoProgramGives126()
+void TestJwsim::commandThatCannotRunGives126()
 {
     QVERIFY(writeFile(file("text"), "just a text\n"));
     for (const QString &command : {file("text"), m_folder->path()}) {
@@ -925,7 +928,7 @@ void TestJwsim::commandThatIsNoProgramGives126()
     }
 }
 
-void TestJwsim::standardStreamsAreTheCommands()
+void TestJwsim::commandHasTheStandardStreams()
 {
     const Outcome outcome =
         jwsim(simulated({boardOn("BoardA", m_port)}, shell(QStringLiteral("cat; echo problem >&2"))), "some\n\nlines");
@@ -934,7 +937,7 @@ void TestJwsim::standardStreamsAreTheCommands()
     QCOMPARE(outcome.status, 0);
 }
 
-void TestJwsim::argumentsAfterTheCommandAreItsOwn()
+void TestJwsim::argumentsAfterCommandBelongToIt()
 {
     const Outcome outcome = jwsim({QStringLiteral("--board"), boardOn("BoardA", m_port), QStringLiteral("echo"),
                                    QStringLiteral("--board"), QStringLiteral("nonsense"), QStringLiteral("--"),
@@ -975,7 +978,7 @@ void TestJwsim::runsWithoutABoard()
     QCOMPARE(outcome.status, 0);
 }
 
-void TestJwsim::runsWhereSigchldIsIgnored()
+void TestJwsim::runsWithSigchldIgnored()
 {
     const QString call = QStringLiteral("import os, signal, sys\n"
                                         "signal.signal(signal.SIGCHLD, signal.SIG_IGN)\n"
@@ -989,10 +992,10 @@ void TestJwsim::runsWhereSigchldIsIgnored()
                    QStringList{QStringLiteral("-c"), call, jwsimProgram()}
                        + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
     QCOMPARE(outcome.status, 7);
-    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND starts as it would without jwsim
+    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND inherits the ignored SIGCHLD, as without jwsim
 }
 
-void TestJwsim::runsWithALeftoverInTheEnvironment()
+void TestJwsim::runsWithAnInheritedRestartVariable()
 {
     ProgramRun run(jwsimProgram(), simulated({boardOn("silent", m_port)}, shell(QStringLiteral("ls /sys/class/tty"))));
     prepare(run);
@@ -1006,7 +1009,7 @@ void TestJwsim::runsWithALeftoverInTheEnvironment()
 
 void TestJwsim::manyLongRepliesTakeLittleMemory()
 {
-    // 1 GB of replies, 20 MB of which are read.
+    // The board has 1 GB of replies to send; the program reads 20 MB of them.
     const QString read = QStringLiteral("import os, sys\n"
                                         "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
                                         "os.write(port, b'$PJWVER*0c\\r\\n')\n"
@@ -1022,7 +1025,7 @@ void TestJwsim::manyLongRepliesTakeLittleMemory()
         QStringList{QStringLiteral("-c"), measure, jwsimProgram(), QStringLiteral("--report"), file("report.json")}
             + simulated({boardOn("BoardA", m_port, "replies=1000,noise=1000000")},
                         {QStringLiteral("python3"), QStringLiteral("-c"), read, m_port}));
-    // Or AddressSanitizer keeps 256 MB of what was freed.
+    // Otherwise AddressSanitizer keeps 256 MB of freed memory.
     run.setEnvironment(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("quarantine_size_mb=8"));
     run.start();
     QVERIFY(run.finish());
@@ -1032,7 +1035,7 @@ void TestJwsim::manyLongRepliesTakeLittleMemory()
     QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
-void TestJwsim::reportHasWhatTravelled()
+void TestJwsim::reportHasAllBytes()
 {
     const QString silent = uniquePortName();
     const QString script =
@@ -1087,7 +1090,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     ProgramRun run(jwsimProgram(),
                    QStringList{QStringLiteral("--report"), file("report.json")}
                        + simulated({boardOn("BoardA", m_port), boardOn("BoardB", uniquePortName(), "open=busy")},
-                                   // A shell that is started in the background may ignore SIGINT from the start.
+                                   // Reset SIGINT: a test that runs in the background may inherit it as ignored.
                                    {QStringLiteral("python3"), QStringLiteral("-c"),
                                     QStringLiteral("import os, signal, time\n"
                                                    "signal.signal(signal.SIGINT, signal.SIG_DFL)\n"
@@ -1097,8 +1100,8 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     run.start();
     WAIT_FOR(run.output().endsWith('\n'));
     const pid_t command = run.output().trimmed().toInt();
-    QVERIFY(!leftovers().isEmpty()); // so its absence afterwards says something
-    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // a given name is kept from others too
+    QVERIFY(!leftovers().isEmpty()); // so that cleanup() proves that jwsim removes them
+    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // jwsim also reserves a given name
     run.sendSignal(number);
     QVERIFY(run.finish());
     QCOMPARE(run.status(), 128 + number);
@@ -1121,7 +1124,7 @@ void TestJwsim::commandThatCatchesTheSignalGivesItsStatus()
     QCOMPARE(run.status(), 5);
 }
 
-void TestJwsim::commandThatStaysIsKilled()
+void TestJwsim::commandThatDoesNotEndIsKilled()
 {
     NEEDS_PROGRAM("python3", "python3");
     ProgramRun run(jwsimProgram(),
@@ -1155,7 +1158,7 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
                                               "signal.sigwait({15})\n"
                                               "print('pending', len(signal.sigpending()), flush=True)")}));
     WAIT_FOR(run.screen().contains("terminal True"));
-    // While it sleeps, the command takes its signal from the terminal: another one would come after that.
+    // While jwsim is stopped, the command handles the terminal's signal. A signal from jwsim would come after it.
     run.sendSignal(SIGSTOP);
     QVERIFY(run.type("\x03"));
     WAIT_FOR(run.screen().contains("interrupted"));
@@ -1166,9 +1169,9 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
     QCOMPARE(run.status(), 0);
 }
 
-void TestJwsim::nothingIsLeftOfAKilledHost()
+void TestJwsim::lockOfAKilledHostIsRemoved()
 {
-    // jwprobe keeps the port open, with its lock file, until it is killed.
+    // jwprobe keeps the port open, with a lock file, until it is killed.
     const QString script = QStringLiteral("\"$@\" > %1 & while ! test -s %1; do :; done; kill -9 $!; wait $!; "
                                           "ls /var/lock/LCK..%2 /tmp/LCK..%2 2>/dev/null | wc -l")
                                .arg(file("output"), m_port);
@@ -1176,7 +1179,7 @@ void TestJwsim::nothingIsLeftOfAKilledHost()
         jwsim(simulated({boardOn("BoardA", m_port)},
                         {QStringLiteral("sh"), QStringLiteral("-c"), script, QStringLiteral("sh"), jwprobeProgram(),
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
-    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // which cleanup() must not find any more
+    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // one lock file; cleanup() checks that it is gone
     QCOMPARE(outcome.status, 0);
 }
 
@@ -1210,7 +1213,7 @@ void TestJwsim::lockOfALivingProgramStays()
     QCOMPARE(outcome.error.contains(lock.toLocal8Bit()), status != 0);
 }
 
-void TestJwsim::lockOfAnEndedProgramGoes()
+void TestJwsim::lockOfAnEndedProgramIsRemoved()
 {
     QProcess ended;
     ended.start(QStringLiteral("true"), QStringList());
@@ -1219,7 +1222,7 @@ void TestJwsim::lockOfAnEndedProgramGoes()
     QVERIFY(ended.waitForFinished(programPatience));
     QVERIFY(writeFile(lockFile(m_port), tenColumns(process) + '\n'));
     QCOMPARE(jwsim(simulated({boardOn("silent", m_port)}, {QStringLiteral("true")})).status, 0);
-    // cleanup() must not find it any more.
+    // cleanup() checks that the lock file is gone.
 }
 
 void TestJwsim::socatTalksToABoard()

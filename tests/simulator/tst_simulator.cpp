@@ -42,7 +42,7 @@ const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
 const QByteArray versionReply = "$PJWVER,7300022,1,4,0*0d\r\n";
 
-/// The host's end of a simulated port, as a program has it that knows nothing of Qt.
+/// The host's end of a simulated port, opened without Qt.
 class HostPort
 {
 public:
@@ -71,7 +71,7 @@ public:
         const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
         return {bytes, static_cast<int>(qMax<ssize_t>(0, count))};
     }
-    /// Everything that came so far.
+    /// All bytes received so far.
     const QByteArray &received()
     {
         for (QByteArray bytes = read(); !bytes.isEmpty(); bytes = read())
@@ -84,7 +84,7 @@ private:
     QByteArray m_received;
 };
 
-/// A host that reads as soon as there is something.
+/// A host that reads as soon as bytes arrive.
 class PromptHost
 {
 public:
@@ -96,7 +96,7 @@ public:
     }
 
     bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
-    /// As they came.
+    /// The bytes of each read().
     const QList<QByteArray> &pieces() const { return m_pieces; }
     QByteArray received() const { return m_pieces.join(); }
 
@@ -134,7 +134,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("seed"), config.seed}};
 }
 
-// Where serial programs keep their lock files on this machine.
+// The place where serial programs keep their lock files on this machine.
 QString lockFile(const QString &port)
 {
     const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
@@ -182,43 +182,43 @@ private Q_SLOTS:
     void init() { m_testbed = std::make_unique<Testbed>(); }
     void cleanup() { m_testbed.reset(); }
 
-    void keySetsItsFieldAlone_data();
-    void keySetsItsFieldAlone();
-    void kindsAreReadFromBothForms_data();
-    void kindsAreReadFromBothForms();
-    void wrongTextIsRefusedWithOneLine_data();
-    void wrongTextIsRefusedWithOneLine();
+    void keySetsOnlyItsField_data();
+    void keySetsOnlyItsField();
+    void bothFormsNameTheKinds_data();
+    void bothFormsNameTheKinds();
+    void wrongTextGivesOneLineOfError_data();
+    void wrongTextGivesOneLineOfError();
     void helpNamesEveryKey();
     void scenarioIsReadInOrder();
-    void unreadableScenarioIsNamed();
+    void errorNamesAnUnreadableScenario();
 
     void frameHasTheChecksum();
-    void bodyOfALine_data();
-    void bodyOfALine();
+    void bodyOfASentence_data();
+    void bodyOfASentence();
 
-    void portsShowUpAsUsbDevices();
-    void freeNamesAvoidTheGivenOnes();
+    void portsAreUsbDevices();
+    void chosenNamesDifferFromGivenNames();
     void serialNumbersAreDistinct();
     void takenPortNameIsRefused();
-    void nameThatAnotherProgramHasIsLocked();
-    void nameWhoseLockIsNoFileIsLocked();
-    void moreThanTheCeilingIsRefused();
+    void nameThatAnotherProgramUsesIsLocked();
+    void nameWithAFifoAsLockIsLocked();
+    void moreThanMaxBoardsAreRefused();
 
     void boardAnswersItsOwnQuery_data();
     void boardAnswersItsOwnQuery();
     void otherQueriesGetNoAnswer_data();
     void otherQueriesGetNoAnswer();
-    void queryMayComeInPieces();
-    void garbageBeforeAQueryIsNoTrouble();
+    void queryInPiecesIsAnswered();
+    void queryAfterGarbageIsAnswered();
     void queriesSentAtOnceAreAllAnswered();
     void replyIsDelayed();
-    void slowLineTakesItsTimeBothWays();
-    void lineGivesOutItsPieces_data();
-    void lineGivesOutItsPieces();
-    void repliesBackToBackKeepTheSpeedOfTheLine_data();
-    void repliesBackToBackKeepTheSpeedOfTheLine();
-    void shortPacketsCountForTheFrame();
-    void hostGetsTheFramesOfABridge();
+    void slowLineDelaysBothDirections();
+    void lineReleasesItsPieces_data();
+    void lineReleasesItsPieces();
+    void repliesBackToBackKeepTheLineSpeed_data();
+    void repliesBackToBackKeepTheLineSpeed();
+    void shortPacketsFillAFrame();
+    void hostGetsBridgeFrames();
     void hostGetsPackets();
     void replyIsCutInChunks();
     void noiseIsNeverNul();
@@ -226,17 +226,17 @@ private Q_SLOTS:
     void queryGetsSeveralReplies();
     void cableIsPulledAfterBytes();
     void cableIsPulledAfterTime();
-    void busyPortRefusesAnotherProgram();
-    void deniedPortRefusesEverybody();
+    void busyPortDoesNotOpen();
+    void deniedPortOpensForNobody();
     void seedRepeatsTheBytes();
-    void otherTalksUnasked();
-    void testCanSendAnything();
-    void portThatIsNotReadKeepsWhatIsSent();
-    void babbleIsNotKeptForAPortThatIsNotRead();
-    void journalHasWhatTravelled();
+    void otherSendsWithoutAQuery();
+    void boardSendsAnyBytes();
+    void boardKeepsBytesUntilTheHostReads();
+    void babbleIsDroppedWhileTheHostDoesNotRead();
+    void journalHasAllBytes();
     void journalKeepsTheNewest();
-    void pulledCableTakesThePortAway();
-    void pluggedPortIsANewOne();
+    void pulledCableRemovesThePort();
+    void pluggedPortWorksAgain();
     void boardCanBePulledInItsOwnSignal_data();
     void boardCanBePulledInItsOwnSignal();
 
@@ -257,7 +257,7 @@ private:
     std::unique_ptr<Testbed> m_testbed;
 };
 
-void TestSimulator::keySetsItsFieldAlone_data()
+void TestSimulator::keySetsOnlyItsField_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("text");
@@ -289,7 +289,7 @@ void TestSimulator::keySetsItsFieldAlone_data()
     row("seed", "4294967295", 4294967295U);
 }
 
-void TestSimulator::keySetsItsFieldAlone()
+void TestSimulator::keySetsOnlyItsField()
 {
     QFETCH(QString, key);
     QFETCH(QString, text);
@@ -311,14 +311,14 @@ void TestSimulator::keySetsItsFieldAlone()
 
     bool isNumber = false;
     object[key] = text.toDouble(&isNumber);
-    if (isNumber && key != QLatin1String("product")) { // its digits are hexadecimal
+    if (isNumber && key != QLatin1String("product")) { // its value is hexadecimal
         const auto fromJsonNumber = BoardConfig::fromJson(object);
         QVERIFY(fromJsonNumber);
         QCOMPARE(fieldsOf(*fromJsonNumber), expected);
     }
 }
 
-void TestSimulator::kindsAreReadFromBothForms_data()
+void TestSimulator::bothFormsNameTheKinds_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<BoardConfig::Kind>("kind");
@@ -331,7 +331,7 @@ void TestSimulator::kindsAreReadFromBothForms_data()
     QTest::newRow("other") << QStringLiteral("other") << BoardConfig::Kind::Other;
 }
 
-void TestSimulator::kindsAreReadFromBothForms()
+void TestSimulator::bothFormsNameTheKinds()
 {
     QFETCH(QString, name);
     QFETCH(BoardConfig::Kind, kind);
@@ -344,7 +344,7 @@ void TestSimulator::kindsAreReadFromBothForms()
     QVERIFY(BoardConfig::help().contains(name));
 }
 
-void TestSimulator::wrongTextIsRefusedWithOneLine_data()
+void TestSimulator::wrongTextGivesOneLineOfError_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("says");
@@ -357,7 +357,7 @@ void TestSimulator::wrongTextIsRefusedWithOneLine_data()
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 
-void TestSimulator::wrongTextIsRefusedWithOneLine()
+void TestSimulator::wrongTextGivesOneLineOfError()
 {
     QFETCH(QString, text);
     QFETCH(QString, says);
@@ -394,7 +394,7 @@ void TestSimulator::scenarioIsReadInOrder()
     QCOMPARE(boards->at(2).delay, 30);
 }
 
-void TestSimulator::unreadableScenarioIsNamed()
+void TestSimulator::errorNamesAnUnreadableScenario()
 {
     const QString name = QStringLiteral("/no/such/scenario.json");
     QString error;
@@ -412,7 +412,7 @@ void TestSimulator::frameHasTheChecksum()
     QVERIFY(wrong.startsWith("$PJWVER*") && wrong.endsWith("\r\n") && wrong != versionQuery);
 }
 
-void TestSimulator::bodyOfALine_data()
+void TestSimulator::bodyOfASentence_data()
 {
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QByteArray>("body");
@@ -427,14 +427,14 @@ void TestSimulator::bodyOfALine_data()
     QTest::newRow("flag alone") << QByteArray("$") << QByteArray();
 }
 
-void TestSimulator::bodyOfALine()
+void TestSimulator::bodyOfASentence()
 {
     QFETCH(QByteArray, line);
     QFETCH(QByteArray, body);
     QCOMPARE(JwSimulator::sentenceBody(line), body);
 }
 
-void TestSimulator::portsShowUpAsUsbDevices()
+void TestSimulator::portsAreUsbDevices()
 {
     const Board *first =
         add("BoardA,manufacturer=Acme Boards,vendor=12ab,product=00fe,product-name=Wind & Water,serial=S 7");
@@ -453,7 +453,7 @@ void TestSimulator::portsShowUpAsUsbDevices()
     QCOMPARE(plain.description(), QStringLiteral("Simulated board"));
 }
 
-void TestSimulator::freeNamesAvoidTheGivenOnes()
+void TestSimulator::chosenNamesDifferFromGivenNames()
 {
     BoardConfig silent;
     silent.kind = BoardConfig::Kind::Silent;
@@ -497,26 +497,26 @@ void TestSimulator::takenPortNameIsRefused()
     QCOMPARE(m_testbed->boards().size(), 1);
 }
 
-void TestSimulator::nameThatAnotherProgramHasIsLocked()
+void TestSimulator::nameThatAnotherProgramUsesIsLocked()
 {
     const QString name = uniquePortName();
     QVERIFY(!JwSimulator::isLocked(name));
-    // As serial programs write it that know nothing of QLockFile.
+    // The text that serial programs without QLockFile write.
     const QByteArray text = QByteArray::number(::getpid()).rightJustified(10) + '\n';
     QFile lock(lockFile(name));
     QVERIFY(lock.open(QIODevice::ReadWrite));
     QCOMPARE(lock.write(text), qint64(text.size()));
     QVERIFY(lock.flush());
     QVERIFY(JwSimulator::isLocked(name));
-    QVERIFY(lock.remove()); // which a lock that was taken for stale could not be any more
+    QVERIFY(lock.remove()); // isLocked() has not removed it as stale
     QVERIFY(!JwSimulator::isLocked(name));
 }
 
-void TestSimulator::nameWhoseLockIsNoFileIsLocked()
+void TestSimulator::nameWithAFifoAsLockIsLocked()
 {
     const QString name = uniquePortName();
     QCOMPARE(::mkfifo(lockFile(name).toLocal8Bit().constData(), 0600), 0);
-    QVERIFY(JwSimulator::isLocked(name)); // at once, not when somebody writes
+    QVERIFY(JwSimulator::isLocked(name)); // without waiting for a writer
     BoardConfig config;
     config.port = name;
     QVERIFY(m_testbed->add(config));
@@ -524,7 +524,7 @@ void TestSimulator::nameWhoseLockIsNoFileIsLocked()
     QVERIFY(QFile::remove(lockFile(name)));
 }
 
-void TestSimulator::moreThanTheCeilingIsRefused()
+void TestSimulator::moreThanMaxBoardsAreRefused()
 {
     BoardConfig silent;
     silent.kind = BoardConfig::Kind::Silent;
@@ -591,14 +591,14 @@ void TestSimulator::otherQueriesGetNoAnswer()
     HostPort host(board);
     QVERIFY(host.write(query));
     WAIT_FOR(journalBytes(board, JournalEntry::Received) == query);
-    // What was sent before this would have come before it.
+    // An answer would arrive before these bytes.
     QVERIFY(board->send("end"));
     WAIT_FOR(host.received().endsWith("end"));
     QCOMPARE(host.received(), QByteArray("end"));
     QCOMPARE(board->queryCount(), 0);
 }
 
-void TestSimulator::queryMayComeInPieces()
+void TestSimulator::queryInPiecesIsAnswered()
 {
     const Board *board = add("BoardA");
     HostPort host(board);
@@ -610,7 +610,7 @@ void TestSimulator::queryMayComeInPieces()
     QCOMPARE(journalTimes(board, JournalEntry::Received).size(), 1);
 }
 
-void TestSimulator::garbageBeforeAQueryIsNoTrouble()
+void TestSimulator::queryAfterGarbageIsAnswered()
 {
     const Board *board = add("BoardA");
     HostPort host(board);
@@ -636,14 +636,14 @@ void TestSimulator::replyIsDelayed()
     HostPort host(board);
     QVERIFY(host.write(versionQuery));
     WAIT_FOR(host.received() == versionReply);
-    // Times are cut to whole milliseconds.
+    // The journal has whole milliseconds, rounded down.
     QVERIFY(journalTimes(board, JournalEntry::Sent).first() - journalTimes(board, JournalEntry::Received).first()
             >= 59);
 }
 
-void TestSimulator::slowLineTakesItsTimeBothWays()
+void TestSimulator::slowLineDelaysBothDirections()
 {
-    // 10 bit times a byte: the 12 bytes of the query take 50 ms, the 26 of the reply 108 ms.
+    // A byte takes 10 bit times: the query's 12 bytes take 50 ms, the reply's 26 bytes take 108 ms.
     Board *board = add("BoardA,speed=2400");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -656,7 +656,7 @@ void TestSimulator::slowLineTakesItsTimeBothWays()
     QVERIFY(journalTimes(board, JournalEntry::Sent).first() - received >= 106);
 }
 
-void TestSimulator::lineGivesOutItsPieces_data()
+void TestSimulator::lineReleasesItsPieces_data()
 {
     QTest::addColumn<BoardConfig::Usb>("usb");
     QTest::addColumn<int>("speed");
@@ -665,7 +665,7 @@ void TestSimulator::lineGivesOutItsPieces_data()
 
     using Usb = BoardConfig::Usb;
     QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
-    // 11.52 bytes in a millisecond.
+    // The line carries 11.52 bytes in a millisecond.
     QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
     QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
     QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
@@ -676,7 +676,7 @@ void TestSimulator::lineGivesOutItsPieces_data()
     QTest::newRow("CDC, several") << Usb::Cdc << 0 << 226 << QList<int>{64, 64, 64, 34};
 }
 
-void TestSimulator::lineGivesOutItsPieces()
+void TestSimulator::lineReleasesItsPieces()
 {
     QFETCH(BoardConfig::Usb, usb);
     QFETCH(int, speed);
@@ -693,7 +693,7 @@ void TestSimulator::lineGivesOutItsPieces()
         released += piece;
         sizes.append(piece.size());
     });
-    for (int round = 1; round <= 2; ++round) { // the line rests between them
+    for (int round = 1; round <= 2; ++round) { // the line is idle between the rounds
         line.push(bytes);
         WAIT_FOR(released.size() == round * size);
         QCOMPARE(released.right(size), bytes);
@@ -703,21 +703,21 @@ void TestSimulator::lineGivesOutItsPieces()
     }
 }
 
-void TestSimulator::repliesBackToBackKeepTheSpeedOfTheLine_data()
+void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 {
     QTest::addColumn<BoardConfig::Usb>("usb");
     QTest::newRow("plain line") << BoardConfig::Usb::None;
     QTest::newRow("bridge") << BoardConfig::Usb::Bridge;
 }
 
-void TestSimulator::repliesBackToBackKeepTheSpeedOfTheLine()
+void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // 40 replies of 26 bytes, each sent when the one before has left, take 90.3 ms at 115200 baud.
+    // At 115200 baud 40 replies of 26 bytes take 90.3 ms. Each is sent after the reply before has left.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
-    int milliseconds = 0; // of the line's own clock: something arrives in each
+    int milliseconds = 0; // of the line's own clock; bytes arrive in each millisecond
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
         ++milliseconds;
         arrived += bytes.size();
@@ -730,9 +730,9 @@ void TestSimulator::repliesBackToBackKeepTheSpeedOfTheLine()
     QVERIFY2(usb == BoardConfig::Usb::None || milliseconds <= 120, qPrintable(QString::number(milliseconds)));
 }
 
-void TestSimulator::shortPacketsCountForTheFrame()
+void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets, each sent when the one before has arrived, take 100 frames, which begin a millisecond apart.
+    // 1900 packets fill 100 frames of 1 ms. Each is sent after the packet before has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;
@@ -750,13 +750,13 @@ void TestSimulator::shortPacketsCountForTheFrame()
     line.push("x");
     WAIT_FOR(packets == most);
     QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
-    // Not a millisecond for each packet; a busy machine delays this timer as well.
+    // Packets do not take a millisecond each. A busy machine delays this timer too.
     QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
 }
 
-void TestSimulator::hostGetsTheFramesOfABridge()
+void TestSimulator::hostGetsBridgeFrames()
 {
-    // The 312 bytes of the queries take 27 ms, the first reply's 2026 take 175 ms.
+    // The queries' 312 bytes take 27 ms, the first reply's 2026 bytes take 175 ms.
     Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -861,7 +861,7 @@ void TestSimulator::cableIsPulledAfterTime()
     QVERIFY(!systemPorts().contains(board->portName()));
 }
 
-void TestSimulator::busyPortRefusesAnotherProgram()
+void TestSimulator::busyPortDoesNotOpen()
 {
     const Board *board = add("BoardA,open=busy");
     QVERIFY(systemPorts().contains(board->portName()));
@@ -870,7 +870,7 @@ void TestSimulator::busyPortRefusesAnotherProgram()
     QCOMPARE(port.error(), QSerialPort::PermissionError);
 }
 
-void TestSimulator::deniedPortRefusesEverybody()
+void TestSimulator::deniedPortOpensForNobody()
 {
     Board *board = add("BoardA,open=denied");
     QVERIFY(systemPorts().contains(board->portName()));
@@ -894,7 +894,7 @@ void TestSimulator::seedRepeatsTheBytes()
     QVERIFY(journalBytes(boards[2], JournalEntry::Sent).left(100) != bytes);
 }
 
-void TestSimulator::otherTalksUnasked()
+void TestSimulator::otherSendsWithoutAQuery()
 {
     const Board *board = add("other,interval=10");
     HostPort host(board);
@@ -906,7 +906,7 @@ void TestSimulator::otherTalksUnasked()
     QCOMPARE(board->queryCount(), 0);
 }
 
-void TestSimulator::testCanSendAnything()
+void TestSimulator::boardSendsAnyBytes()
 {
     Board *board = add("silent");
     HostPort host(board);
@@ -917,7 +917,7 @@ void TestSimulator::testCanSendAnything()
     WAIT_FOR(host.received() == bytes);
 }
 
-void TestSimulator::portThatIsNotReadKeepsWhatIsSent()
+void TestSimulator::boardKeepsBytesUntilTheHostReads()
 {
     Board *board = add("silent");
     QSignalSpy sent(board, &Board::sent);
@@ -933,12 +933,12 @@ void TestSimulator::portThatIsNotReadKeepsWhatIsSent()
     QCOMPARE(sent.size(), 2);
 }
 
-void TestSimulator::babbleIsNotKeptForAPortThatIsNotRead()
+void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
 {
     Board *board = add("babble,interval=1");
     QSignalSpy sent(board, &Board::sent);
     HostPort host(board);
-    // The port is full when one burst is not taken any more.
+    // The port is full when it takes no more bursts.
     int before = -1;
     while (before != sent.size()) {
         before = sent.size();
@@ -946,17 +946,17 @@ void TestSimulator::babbleIsNotKeptForAPortThatIsNotRead()
         other.wait(500);
     }
     const int kept = journalBytes(board, JournalEntry::Sent).size();
-    // One turn of the event loop brings one burst of at most 64 bytes, unless more were kept.
+    // Each turn of the event loop brings one burst of at most 64 bytes, unless the board kept more bursts.
     const int turns = 20;
     for (int i = 0; i < turns; ++i) {
         host.received();
         QCoreApplication::processEvents();
     }
     QVERIFY(host.received().size() <= kept + (turns + 1) * 64);
-    WAIT_FOR(sent.size() > before + 5); // it goes on
+    WAIT_FOR(sent.size() > before + 5); // the board sends again
 }
 
-void TestSimulator::journalHasWhatTravelled()
+void TestSimulator::journalHasAllBytes()
 {
     Board *board = add("BoardA");
     m_testbed->restartClock();
@@ -991,13 +991,13 @@ void TestSimulator::journalKeepsTheNewest()
     const QByteArray bytes = journalBytes(board, JournalEntry::Sent);
     QCOMPARE(bytes.size(), most);
     QVERIFY(bytes.startsWith('c') && bytes.endsWith('f'));
-    // A single entry is kept however long it is.
+    // The newest entry stays, even if it alone is too long.
     QVERIFY(board->send(QByteArray(most + 1, 'g')));
     WAIT_FOR(sent.size() == 7);
     QCOMPARE(journalBytes(board, JournalEntry::Sent), QByteArray(most + 1, 'g'));
 }
 
-void TestSimulator::pulledCableTakesThePortAway()
+void TestSimulator::pulledCableRemovesThePort()
 {
     Board *board = add("BoardA");
     QSerialPort port(board->portName());
@@ -1008,11 +1008,11 @@ void TestSimulator::pulledCableTakesThePortAway()
     QVERIFY(!systemPorts().contains(board->portName()));
     WAIT_FOR(!port.isOpen());
     QVERIFY(!HostPort(board).isOpen());
-    board->pull(); // nothing more to pull
+    board->pull(); // has no effect now
     QVERIFY(!board->isPlugged());
 }
 
-void TestSimulator::pluggedPortIsANewOne()
+void TestSimulator::pluggedPortWorksAgain()
 {
     Board *board = add("BoardA,pull-after-bytes=26");
     QString error;
@@ -1024,13 +1024,13 @@ void TestSimulator::pluggedPortIsANewOne()
         QVERIFY(host.isOpen());
         QVERIFY(host.write(versionQuery));
         WAIT_FOR(host.received() == versionReply);
-        if (round > 1) // the configured pull comes once
+        if (round > 1) // the configured pull happens only once
             board->pull();
         WAIT_FOR(pulled.size() == round);
         QVERIFY2(board->plug(&error), qPrintable(error));
         QCOMPARE(systemPorts(), QStringList(board->portName()));
     }
-    QCOMPARE(board->queryCount(), 3); // counters go on
+    QCOMPARE(board->queryCount(), 3); // a pull does not reset the count
 }
 
 void TestSimulator::boardCanBePulledInItsOwnSignal_data()

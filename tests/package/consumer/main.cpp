@@ -1,4 +1,4 @@
-// Finds a BoardA, with the library's log on standard output. Exit status 0 when it is found.
+// Finds a BoardA and prints the library's log to standard output. The exit status is 0 if it finds one.
 #include <device/initializer.h>
 #include <logger/logger.h>
 #ifdef JWLOGGER_NO_ALIAS
@@ -13,7 +13,7 @@
 #include <cstdio>
 
 #ifndef JWLOGGER_NO_ALIAS
-static_assert(Logger::Trace == JwLogger::Logger::Trace, "the level by its short name");
+static_assert(Logger::Trace == JwLogger::Logger::Trace, "Logger is JwLogger::Logger");
 #endif
 
 int main(int argc, char **argv)

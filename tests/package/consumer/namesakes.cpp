@@ -1,5 +1,5 @@
-// The application's own. It ends with status 3 when the library takes one of them for its own.
-#undef JWLOGGER_NO_ALIAS // these headers leave the name alone without being told
+// The application's own classes and functions. If the library uses one of them, the program ends with status 3.
+#undef JWLOGGER_NO_ALIAS // these headers never use the name Logger
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/ipayloadparser.h>
@@ -25,7 +25,7 @@ namespace {
 }
 
 int loggers = 0;
-const Logger applicationLogger; // the one that the application makes
+const Logger applicationLogger; // the application makes one Logger; a second one comes from the library
 
 } // namespace
 

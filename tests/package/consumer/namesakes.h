@@ -1,4 +1,4 @@
-// Names that an application may well have at global scope, with functions as a class of such a name has them.
+// Global names that an application may have, with the functions that such classes usually have.
 #pragma once
 
 class QDebug;

@@ -1,4 +1,4 @@
-// An application's own namespace Nmea. Not for static libraries, beside which the linker finds two of each function.
+// An application's own namespace Nmea. Not for static libraries: with them the linker finds each function twice.
 #include <QStringView>
 
 #include <cstdio>

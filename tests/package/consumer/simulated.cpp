@@ -1,4 +1,4 @@
-// Simulates a BoardC by itself and lists the ports that it sees then.
+// Simulates a BoardC in its own process and lists the ports that it then sees.
 #include <simulator/preload.h>
 #include <simulator/testbed.h>
 

@@ -47,8 +47,8 @@ namespace {
 
 #else
 
-// The definitions of a program come before those of its libraries, so these take all calls, those of operator new too.
-#define TAKES_ALL_CALLS extern "C" __attribute__((visibility("default")))
+// The linker prefers a program's functions to those of its libraries, so all calls come here, also from operator new.
+#define REPLACES_LIBRARY_CALL extern "C" __attribute__((visibility("default")))
 
 extern "C" {
 void *__libc_malloc(std::size_t size);
@@ -57,25 +57,25 @@ void *__libc_realloc(void *block, std::size_t size);
 void *__libc_memalign(std::size_t alignment, std::size_t size);
 }
 
-TAKES_ALL_CALLS void *malloc(std::size_t size)
+REPLACES_LIBRARY_CALL void *malloc(std::size_t size)
 {
     add(size);
     return __libc_malloc(size);
 }
 
-TAKES_ALL_CALLS void *calloc(std::size_t number, std::size_t size)
+REPLACES_LIBRARY_CALL void *calloc(std::size_t number, std::size_t size)
 {
     add(number * size);
     return __libc_calloc(number, size);
 }
 
-TAKES_ALL_CALLS void *realloc(void *block, std::size_t size)
+REPLACES_LIBRARY_CALL void *realloc(void *block, std::size_t size)
 {
     add(size);
     return __libc_realloc(block, size);
 }
 
-TAKES_ALL_CALLS void *aligned_alloc(std::size_t alignment, std::size_t size)
+REPLACES_LIBRARY_CALL void *aligned_alloc(std::size_t alignment, std::size_t size)
 {
     add(size);
     return __libc_memalign(alignment, size);

@@ -1,6 +1,6 @@
 #pragma once
 
-/// How many blocks of memory this thread has taken from the heap so far, by new, malloc and their relatives.
+/// Number of heap blocks that this thread has allocated so far, by new, malloc and similar functions.
 long allocationCount();
-/// How many bytes these blocks had when they were taken.
+/// Number of bytes that these blocks had when they were allocated.
 long allocatedBytes();

@@ -2,7 +2,7 @@
 
 #include <QtGlobal>
 
-/// A number that sets how long a test runs; `otherwise` when the variable is missing or no number.
+/// The number in an environment variable. `otherwise` if the variable is missing or no number.
 inline quint32 environmentNumber(const char *name, quint32 otherwise)
 {
     bool ok = false;

@@ -9,7 +9,7 @@
 
 #include <functional>
 
-/// Runs the event loop until `done`; false when nothing has come of it for half a minute.
+/// Runs the event loop until `done()`. False if that takes more than 30 s.
 inline bool runUntil(const std::function<bool()> &done)
 {
     QTimer watchdog;
@@ -24,7 +24,7 @@ inline bool runUntil(const std::function<bool()> &done)
     return true;
 }
 
-/// Runs the event loop until nothing is queued and no descriptor is ready, but never for long.
+/// Runs the event loop until no event is queued and no descriptor is ready, for at most 1000 turns.
 inline void settle()
 {
     constexpr int mostTurns = 1000;
@@ -34,7 +34,7 @@ inline void settle()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// Runs `work` in a nested event loop, as a dialog would.
+/// Runs `work` in a nested event loop, like a dialog.
 inline void runNested(const std::function<void()> &work)
 {
     QEventLoop loop;

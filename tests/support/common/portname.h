@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-/// A name for a simulated port that no other test program that runs now uses: lock files go by the name.
+/// A port name that no other running test program uses, because lock files have the name of the port.
 inline QString uniquePortName()
 {
     static int number = 0;

@@ -22,7 +22,7 @@
 #define SANITIZER_HEAP
 #endif
 
-// Qt's hook for tools that look at all objects of a process. It is exported, but declared in a private header only.
+// Qt's hook for tools that watch all objects of a process. Qt exports it but declares it only in a private header.
 extern quintptr Q_CORE_EXPORT qtHookData[];
 
 namespace {
@@ -32,7 +32,7 @@ constexpr int removeObjectHook = 4;
 
 QSet<QObject *> &livingObjects()
 {
-    static auto *const objects = new QSet<QObject *>; // never deleted: static objects report to it to the very end
+    static auto *const objects = new QSet<QObject *>; // never deleted: static objects are destroyed later
     return *objects;
 }
 
@@ -46,7 +46,7 @@ void removeObject(QObject *object)
     livingObjects().remove(object);
 }
 
-/// QObject::receivers() is for the object itself only.
+/// Calls QObject::receivers(), which is protected.
 struct Receivers : QObject
 {
     static int of(const QObject *object, const QMetaMethod &signal)
@@ -85,7 +85,7 @@ qint64 residentMemory()
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
 }
 
-/// umockdev's sockets and those of its threads come and go by how its threads run, so they are not counted.
+/// Counts no sockets: umockdev's threads open and close some at any time.
 int descriptorsOfFiles()
 {
     const QStringList numbers = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files);

@@ -2,15 +2,15 @@
 
 #include <QString>
 
-/// What this process holds at one moment. Qt's objects are counted from the first call of watchObjects() on.
+/// The resources that this process uses now. Counts QObjects that were made after the first call of watchObjects().
 struct ProcessUsage
 {
     qint64 heapBytes; ///< allocated and not freed
     qint64 residentBytes;
-    int descriptors; ///< of files and ports
-    int objects; ///< living QObjects
-    int connections; ///< of all their signals
-    int timers; ///< that run
+    int descriptors; ///< open files and ports
+    int objects; ///< existing QObjects
+    int connections; ///< to their signals
+    int timers; ///< running QTimers and other Qt timers
 
     static void watchObjects();
     static ProcessUsage now();

@@ -11,7 +11,7 @@
 
 #include <memory>
 
-/// One record as a sink sees it.
+/// One log record.
 struct LogRecord
 {
     Logger::Level level;
@@ -22,9 +22,7 @@ struct LogRecord
     QString text;
 };
 
-/// Keeps every record. For tests that log from one thread. A port that the system doesn't know has no name, and all
-/// ports without one have the same lock file: if another process tries one at that moment, it counts as not found all
-/// the same.
+/// Keeps every record. For tests that log from one thread.
 class RecordSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
@@ -47,6 +45,8 @@ protected:
         const auto bytes = [](spdlog::string_view_t view) {
             return QByteArray(view.data(), static_cast<int>(view.size()));
         };
+        // A port that the system doesn't know has an empty name, so all such ports share one lock file. If another test
+        // holds that lock, the error is "permission" (2) instead of "not found" (1). Both are recorded as 1.
         static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
         static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
         const QString text = QString::fromUtf8(bytes(message.payload));
@@ -56,7 +56,7 @@ protected:
     void flush_() override { }
 };
 
-/// While it lives, every record of every level goes to its sink, and none to standard error.
+/// Sends every log record from `level` on to its own sink instead of standard error, until it is destroyed.
 class LogCapture
 {
 public:

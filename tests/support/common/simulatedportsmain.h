@@ -5,7 +5,7 @@
 #include <QCoreApplication>
 #include <QTest>
 
-/// main() of a test that opens simulated ports: it restarts itself under the library that shows them.
+/// main() of a test that opens simulated ports. The program restarts itself with the preload library that shows them.
 #define SIMULATED_PORTS_MAIN(TestClass)                                                                                \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

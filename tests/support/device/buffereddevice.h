@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-/// A sequential device with the buffer of QIODevice, as ports and sockets have it: what arrived stays until it is read,
-/// and goes when the device closes.
+/// A sequential device with the buffer of QIODevice, like a port or socket: bytes stay until they are read or the
+/// device closes.
 class BufferedDevice : public QIODevice
 {
 public:
@@ -34,5 +34,5 @@ protected:
     qint64 writeData(const char *, qint64 size) override { return size; }
 
 private:
-    QByteArray m_arrived; // and not in QIODevice's buffer yet
+    QByteArray m_arrived; // bytes that are not in QIODevice's buffer yet
 };

@@ -1,6 +1,6 @@
-// In a program with this file, Communicators that the library makes stand in a pool of their own, which gives out the
-// place that was freed last. An application's heap may do so at any time; here it is sure. Under AddressSanitizer a
-// freed place may not be touched, as elsewhere.
+// Makes sure that a new Communicator gets the address of the one that was deleted last. A heap may do that at any time;
+// a test needs it every time. In a program that links this file, the library's Communicators lie in a pool. Under
+// AddressSanitizer, access to a freed place is still an error.
 
 #include <device/communicator.h>
 
@@ -26,17 +26,17 @@ struct alignas(std::max_align_t) Place
 Place places[placeCount];
 Place *freePlaces[placeCount];
 int freeCount = 0;
-int usedCount = 0; // of places, from the first on
+int usedCount = 0; // number of places that were ever handed out
 std::mutex mutex;
 
-/// Other objects may have the size of a Communicator, but none that the library itself makes and keeps.
+/// The library makes no other objects of this size that last. Other code may.
 bool isOfTheLibrary(const void *caller)
 {
     Dl_info info;
     return ::dladdr(caller, &info) != 0 && std::strstr(info.dli_fname, "libJwDevice");
 }
 
-void *take()
+void *allocatePlace()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     Place *place = nullptr;
@@ -70,7 +70,7 @@ void release(void *place) noexcept
 
 void *operator new(std::size_t size)
 {
-    void *memory = size == placeSize && isOfTheLibrary(__builtin_return_address(0)) ? take() : nullptr;
+    void *memory = size == placeSize && isOfTheLibrary(__builtin_return_address(0)) ? allocatePlace() : nullptr;
     if (!memory)
         memory = std::malloc(size);
     if (!memory)

@@ -7,7 +7,7 @@
 
 #include <QStringList>
 
-/// Every emission of one Communicator in its order, such as "readyRead(2)", "readyRead()". Outlives it if need be.
+/// All signals of one Communicator in order, for example "readyRead(2)", "readyRead()". May outlive the Communicator.
 class SignalRecord
 {
 public:
@@ -42,7 +42,7 @@ private:
     QObject m_context;
 };
 
-/// What SignalRecord holds after the transfer of these ids.
+/// The content of a SignalRecord after the transfer of these ids.
 inline QStringList transfers(const QList<uint> &ids)
 {
     QStringList emissions;
@@ -51,7 +51,7 @@ inline QStringList transfers(const QList<uint> &ids)
     return emissions;
 }
 
-/// What SignalRecord holds after `count` payloads were received, the first as `firstId`.
+/// The content of a SignalRecord after `count` payloads were received. The first has the id `firstId`.
 inline QStringList arrivals(int count, uint firstId = 2)
 {
     QStringList emissions;
@@ -69,7 +69,7 @@ inline QStringList takePayloads(JwDevice::Communicator &communicator)
     return payloads;
 }
 
-/// The records so far, each as "<level> <category> <file> <text>", and forgets them.
+/// Removes all records from the log and returns them, each as "<level> [<category>] <file> <text>".
 inline QStringList takeLog(const LogCapture &log)
 {
     QStringList lines;
@@ -82,11 +82,11 @@ inline QStringList takeLog(const LogCapture &log)
     return lines;
 }
 
-/// Empties the receive buffer, which all Communicators share and which outlives a test function.
+/// Empties the receive buffer. All Communicators share it, and it outlives a test function.
 inline void drainReceiveBuffer()
 {
     ScriptedDevice device;
     JwDevice::Communicator communicator;
     communicator.setIODevice(&device);
-    device.deliver("$\r\n"); // whatever was left becomes part of this payload, or goes with it
+    device.deliver("$\r\n"); // the rest in the buffer becomes part of this payload or is dropped with it
 }

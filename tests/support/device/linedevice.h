@@ -16,7 +16,7 @@
 #include <memory>
 #include <stdexcept>
 
-/// An open device of whole lines, and its other end.
+/// An open device that offers whole lines only, and its other end.
 class LineDevice
 {
 public:
@@ -26,13 +26,13 @@ public:
     virtual JwDevice::WholeLinesBase *lines() = 0;
     /// Sends bytes from the other end.
     virtual void send(const QByteArray &bytes) = 0;
-    /// Sends, and lets the event loop run until the bytes have arrived.
+    /// Sends bytes and runs the event loop until they have arrived.
     void deliver(const QByteArray &bytes)
     {
         send(bytes);
         settle();
     }
-    /// Opens the device again, after it was closed.
+    /// Opens the device again after it was closed.
     virtual void open() = 0;
 };
 

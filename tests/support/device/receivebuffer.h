@@ -5,8 +5,8 @@
 #include <QBuffer>
 #include <QByteArray>
 
-/// All Communicators of the process share one receive buffer: what an earlier test left in it becomes part of this
-/// payload, or goes with it.
+/// Empties the receive buffer, which all Communicators of the process share. The rest that an earlier test left becomes
+/// part of this payload or is dropped with it.
 inline void drainReceiveBuffer()
 {
     QByteArray bytes = "$\r\n";

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <functional>
 
-/// A sequential device whose every read and write the test decides: what arrives in which slices, which calls fail, and
-/// what happens inside them.
+/// A sequential device. The test decides about every read and write: which bytes a read gets, which calls fail, and
+/// what happens inside a call.
 class ScriptedDevice : public QIODevice
 {
     Q_OBJECT
@@ -20,11 +20,11 @@ public:
         open(ReadWrite | Unbuffered);
     }
 
-    /// The next read yields `bytes`, or as many of them as it asks for; the reads after it yield the rest.
+    /// The next read returns `bytes`, or as many of them as it asks for. Later reads return the rest.
     void queueRead(const QByteArray &bytes) { m_reads.append({bytes, bytes.size()}); }
-    /// The next read yields nothing and returns `result`, 0 or -1.
+    /// The next read has no bytes and returns `result`, 0 or -1.
     void queueReadResult(qint64 result) { m_reads.append({QByteArray(), result}); }
-    /// Announces what is queued.
+    /// Emits readyRead() for the queued reads.
     void announce() { Q_EMIT readyRead(); }
     void deliver(const QByteArray &bytes)
     {
@@ -32,7 +32,7 @@ public:
         announce();
     }
 
-    /// The next write returns `result`; without one it takes all it is given.
+    /// The next write returns `result`. Without a queued result a write accepts all bytes.
     void queueWriteResult(qint64 result) { m_writeResults.append(result); }
     void reportWritten(qint64 bytes) { Q_EMIT bytesWritten(bytes); }
 
@@ -43,7 +43,7 @@ public:
     {
         qint64 bytes = 0;
         for (const Read &read : m_reads)
-            bytes += qMax<qint64>(1, read.bytes.size()); // a read that will fail is announced as well
+            bytes += qMax<qint64>(1, read.bytes.size()); // or nobody would try a read that fails
         return bytes;
     }
 

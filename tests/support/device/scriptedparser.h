@@ -6,7 +6,7 @@
 
 #include <functional>
 
-/// A parser that does what the test says, for what the library's own parser never does.
+/// A parser whose behaviour the test sets, for behaviour that the library's own parser never has.
 class ScriptedParser : public JwDevice::IPayloadParser
 {
 public:

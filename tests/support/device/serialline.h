@@ -6,7 +6,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A pseudo terminal: a serial port by its path, and the board's end of it.
+/// A pseudo terminal: the path of a serial port, and the board's end.
 class SerialLine
 {
 public:
@@ -37,6 +37,6 @@ public:
 
 private:
     int m_board = -1;
-    int m_port = -1; // kept open: without it the board's end hangs up when the port closes
+    int m_port = -1; // kept open, or the board's end hangs up when the port closes
     QString m_portName;
 };

@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
-/// A sequential device at the cost of a copy: it offers the bytes that it is fed, and takes all that is written.
+/// A sequential device that costs no more than a copy of the bytes. It offers the bytes from feed() and accepts all
+/// writes.
 class StreamDevice : public QIODevice
 {
 public:
     StreamDevice() { open(ReadWrite | Unbuffered); }
 
-    /// Offers `size` bytes at `data`, which must last until they are read.
+    /// Offers `size` bytes at `data`. They must stay valid until they are read.
     void feed(const char *data, qint64 size)
     {
         m_data = data;

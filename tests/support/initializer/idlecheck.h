@@ -9,7 +9,7 @@
 
 #include <sys/resource.h>
 
-/// What the process does while nothing should happen: little.
+/// Checks that the process is idle: it uses little processor time and few turns of the event loop.
 class IdleCheck
 {
 public:
@@ -19,7 +19,7 @@ public:
     {
     }
 
-    /// Runs the event loop until it has nothing to do, and then, where it is measured, for a window.
+    /// Runs the event loop until it is idle. If measured, then runs it for another 400 ms and fails if it is busy.
     void verify() const
     {
         settle();
@@ -39,8 +39,8 @@ public:
 
 private:
     static constexpr int window = 400; // ms
-    static constexpr double mostShare = 0.25; // of one processor; a spin takes all that it gets
-    static constexpr int mostTurns = 50; // of the event loop: tells a spin also where the machine has no time for it
+    static constexpr double mostShare = 0.25; // of one processor; a loop that spins uses 1.0
+    static constexpr int mostTurns = 50; // of the event loop; shows a spin on a busy machine, where its share is low
 
     static double processorSeconds()
     {

@@ -5,8 +5,8 @@
 #include <QMetaMethod>
 #include <QTimer>
 
-// The state of a port that is not handed over shows nowhere in the public interface. To see it, tests read the tables
-// of the Initializer: an explicit instantiation may name a private member.
+// The public interface does not show the state of a probed port. Tests read the private tables of the Initializer: an
+// explicit template instantiation may name a private member.
 
 template <typename Tag, typename Tag::Member member>
 struct InitializerAccess
@@ -35,7 +35,7 @@ struct IsSignalConnected
 };
 template struct InitializerAccess<IsSignalConnected, &QObject::isSignalConnected>;
 
-/// Every Communicator that was made by probing, with its reply timer. Those handed over may be gone.
+/// Every Communicator that a probe made, with its reply timer. A handed-over Communicator may be deleted already.
 inline QHash<JwDevice::Communicator *, QTimer *> replyTimers(const JwDevice::Initializer &initializer)
 {
     return initializer.*memberOf(CommTimers());

@@ -22,7 +22,7 @@ Q_DECLARE_METATYPE(PortState)
 
 using TypeList = QList<JwDevice::Type>;
 
-/// Simulated boards and an Initializer that looks for them, with everything it says in its order.
+/// Simulated boards, an Initializer that searches for them, and a timeline of its log records and signals.
 class ProbeFixture
 {
 public:
@@ -34,43 +34,43 @@ public:
     };
 
     ProbeFixture();
-    /// Deletes the Initializer, then gives back what it handed over, then takes the boards away.
+    /// Deletes the Initializer, then the Communicators and ports that it handed over, then the boards.
     ~ProbeFixture();
     ProbeFixture(const ProbeFixture &) = delete;
     ProbeFixture &operator=(const ProbeFixture &) = delete;
 
-    /// Adds a board from its text form, such as "BoardA,delay=20", on a port that no other test program uses.
+    /// Adds a board by its text form, for example "BoardA,delay=20", on a port that no other test program uses.
     JwSimulator::Board *attach(const char *board);
     QStringList portNames() const;
-    /// Probes exactly the ports of the boards.
+    /// Probes the ports of all attached boards, by name.
     void probe(const TypeList &types);
-    /// The Initializer of the fixture, and another one when that was deleted.
+    /// Deletes the Initializer and makes a new one.
     JwDevice::Initializer *renew();
 
-    /// The Communicator that probes the port of `board`; it must not be handed over.
+    /// The Communicator that probes the port of `board`. Null if the board is handed over.
     JwDevice::Communicator *comm(const JwSimulator::Board *board) const;
     QSerialPort *port(const JwSimulator::Board *board) const;
     QTimer *replyTimer(const JwSimulator::Board *board) const;
     PortState state(const JwSimulator::Board *board) const;
-    /// What was handed over for the port of `board`; the last one if several.
+    /// The last hand-over on the port of `board`.
     HandOver handOver(const JwSimulator::Board *board) const;
 
-    /// Lets every reply timer that runs end in the next turn of the event loop.
+    /// Makes every running reply timer end in the next turn of the event loop.
     void endReplyTimers();
-    /// The time-out of one port, and no other.
+    /// Ends the reply timer of this port only, and waits for the time-out.
     void timeOut(const JwSimulator::Board *board);
-    /// Lets `board` send payloads, which its Communicator stores without telling anybody.
+    /// Sends payloads from `board`. Its Communicator stores them but emits no signal.
     void store(JwSimulator::Board *board, const QList<QByteArray> &payloads) const;
     bool isTimerActive() const;
     bool isOver() const { return timeline.contains(QStringLiteral("Disconnect from signals")); }
-    /// The part of the timeline that decides: both signals, retry rounds, the end.
+    /// The decisions in the timeline: both signals, retry rounds, the end of the probe.
     QStringList decisions() const;
 
     QPointer<JwDevice::Initializer> initializer;
-    /// The texts of the Initializer's own records and, as "deviceInitialized BoardA", its signals.
+    /// The texts of the Initializer's log records, and its signals, for example "deviceInitialized BoardA".
     QStringList timeline;
     QVector<HandOver> handOvers;
-    /// Runs at every record, before it is in the timeline.
+    /// Called with every log record, before the record is in the timeline.
     std::function<void(const LogRecord &)> onRecord;
     LogCapture log;
     JwSimulator::Testbed testbed;
@@ -79,15 +79,17 @@ private:
     std::shared_ptr<spdlog::sinks::sink> m_timelineSink;
 };
 
-/// The bytes that `board` received, and what it sent.
+/// All bytes that `board` received.
 QByteArray received(const JwSimulator::Board *board);
+/// All bytes that `board` sent.
 QByteArray sent(const JwSimulator::Board *board);
 
-/// A version reply and an information reply as a board sends them.
+/// A board's reply to the version query.
 QByteArray versionReply(const QByteArray &hardwareVersion);
+/// A board's reply to the information request.
 QByteArray informationReply(const QByteArray &subcommand);
 
-/// As the log quotes it.
+/// The text in quotes, as in the log.
 QString quoted(const QString &text);
 
 extern const QByteArray versionQuery;

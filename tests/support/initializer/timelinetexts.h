@@ -2,7 +2,7 @@
 
 #include <QString>
 
-// What a timeline of ProbeFixture shows of the Initializer's signals and of its records without a port name.
+// Entries of ProbeFixture's timeline: the Initializer's signals, and its log records without a port name.
 inline const QString foundA = QStringLiteral("deviceInitialized BoardA");
 inline const QString foundB = QStringLiteral("deviceInitialized BoardB");
 inline const QString foundC = QStringLiteral("deviceInitialized BoardC");

@@ -31,37 +31,37 @@ QString quoted(const QString &text)
 struct DiscoveryModel::Line
 {
     bool plugged = false;
-    QByteArray toHost; // sent by the board, not read by the host
-    QByteArray toBoard; // written by the host, not sent yet
+    QByteArray toHost; // sent by the board, not yet read by the host
+    QByteArray toBoard; // written by the host, not yet sent
     QByteArray received;
-    Comm *host = nullptr; // the port that has it open
+    Comm *host = nullptr; // the open port on this line
 };
 
-/// A port with the Communicator that was made for it.
+/// A port and its Communicator.
 struct DiscoveryModel::Comm
 {
     int line = -1;
     QString name;
 
     bool open = true;
-    bool lost = false; // its device is gone; it finds out when it is served next
-    bool unsent = false; // of what it wrote to a device that is gone
-    bool emitting = false; // readyRead is not emitted again from within itself
-    QByteArray arrived; // taken from the line by the port
+    bool lost = false; // the device is gone; the port notices when the event loop serves it next
+    bool unsent = false; // bytes were still unsent when the device went
+    bool emitting = false; // QSerialPort does not emit readyRead inside its own readyRead
+    QByteArray arrived; // read from the line by the port, not yet by the Communicator
 
     bool alive = true;
-    bool bound = true; // to the port
-    QByteArray other; // what another device has to read
+    bool bound = true; // bound to the port, not to another device
+    QByteArray other; // bytes to read from the other device
     bool held = false;
-    bool routed = true; // its readyRead reaches the Initializer
+    bool routed = true; // readyRead reaches the Initializer
     uint lastId = 1;
     QMap<uint, QString> store;
 
-    bool listed = true; // in the tables of the Initializer
+    bool listed = true; // is in the tables of the Initializer
     bool hasStatus = false;
     Type status = JwDevice::Unknown;
     bool handedOver = false;
-    qint64 due = -1; // of the reply timer; -1 when it is stopped
+    qint64 due = -1; // end of the reply timer; -1 if it is stopped
 };
 
 DiscoveryModel::DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused)
@@ -193,7 +193,7 @@ bool DiscoveryModel::wait(int milliseconds)
     const qint64 end = m_now + milliseconds;
     for (;;) {
         settle();
-        // Of what is due at the same moment the second stage comes first, then the ports in the order of opening.
+        // Order of timers that end at the same moment: the second stage, then the ports in the order of opening.
         Comm *next = nullptr;
         for (const auto &comm : m_comms) {
             if (comm->due >= 0 && (!next || comm->due < next->due))
@@ -278,7 +278,7 @@ void DiscoveryModel::pull(int port)
 {
     Line &line = m_lines[static_cast<size_t>(port)];
     line.plugged = false;
-    line.toHost.clear(); // what was not read is lost
+    line.toHost.clear(); // unread bytes are lost
     if (line.host && !line.host->lost) {
         line.host->lost = true;
         line.host->unsent = !line.toBoard.isEmpty();
@@ -336,12 +336,12 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    int left = 0; // of the line that is taken
+    int left = 0; // unread bytes of the current line
     while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
         int size = std::min(readSize, source.size());
         if (comm->bound) {
-            // Line by line; the port is asked again after each payload.
+            // Line by line. After each payload the next line is searched again.
             if (left == 0)
                 left = nextLine(source);
             size = std::min(readSize, left);
@@ -368,7 +368,7 @@ void DiscoveryModel::readDevice(Comm *comm)
     }
 }
 
-/// The size of the next read from a port: its next line, or a part of an unfinished line that is too long.
+/// The size of the next read from a port: the next line, or the first part of an unfinished line that is too long.
 int DiscoveryModel::nextLine(const QByteArray &received)
 {
     const int lineEnd = received.indexOf("\r\n");
@@ -587,7 +587,7 @@ QStringList DiscoveryModel::states() const
     return texts;
 }
 
-// The application's doings
+// Actions of the application
 
 void DiscoveryModel::hold(int port, bool held)
 {

@@ -9,13 +9,13 @@
 #include <memory>
 #include <vector>
 
-/// Discovery in its shortest form, by its rules alone: ports, statuses, retries, emissions and log lines. It shares no
-/// code with the library, and knows the order of events that VirtualClock keeps.
+/// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. It shares no
+/// code with the library. Its events have the same order as in VirtualClock.
 class DiscoveryModel : public DiscoveryPlay
 {
 public:
-    /// `reused` says for each Communicator made, in its order, which earlier one had the same address (-1: none), which
-    /// no rule can tell.
+    /// `reused` has an entry for each Communicator, in the order of creation: the number of an earlier Communicator
+    /// with the same address, or -1. Addresses are chance, so the model can't compute them.
     DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused);
     ~DiscoveryModel() override;
 
@@ -44,14 +44,14 @@ protected:
     void rebind(int handOver) override;
 
 private:
-    struct Line; // a board, its cable, and what is under way on it
+    struct Line; // a board, its cable, and the bytes on the cable
     struct Comm;
     struct Reply
     {
         QString error;
         JwDevice::Type type = JwDevice::Unknown;
     };
-    /// What is deleted as soon as the event that is being handled returns to its event loop.
+    /// Objects to delete when the current event returns to its event loop.
     struct Frame
     {
         std::vector<Comm *> comms;
@@ -87,7 +87,7 @@ private:
     std::vector<Comm *> m_handOvers;
     std::deque<Frame> m_frames;
     const QVector<int> m_reused;
-    QByteArray m_buffer; // which all Communicators share
+    QByteArray m_buffer; // shared by all Communicators
     QList<JwDevice::Type> m_types;
     QVector<QPair<int, QString>> m_candidates; // line (-1: none) and name
     qint64 m_now = 0;
@@ -95,7 +95,7 @@ private:
     uint m_retries = 0;
     uint m_maxRetries = 3;
     bool m_listening = true;
-    bool m_decided = false; // what came of the last decision is under way
+    bool m_decided = false; // the signals of the last decision are being emitted
     bool m_decisionPosted = false;
     bool m_goesLater = false;
     bool m_gone = false;

@@ -11,7 +11,7 @@ using OnNotFound = DiscoverySchedule::OnNotFound;
 
 namespace {
 
-constexpr int mostSent = 4000; // by one board
+constexpr int mostSent = 4000; // bytes, by one board
 
 QString nameOf(JwDevice::Type type)
 {
@@ -23,7 +23,7 @@ QString nameOf(JwDevice::Type type)
 
 const QStringList &DiscoveryPlay::run()
 {
-    takeSteps(m_schedule.steps.size());
+    performSteps(m_schedule.steps.size());
     note(QStringLiteral("step: the end"));
     if (hasInitializer())
         deleteInitializer();
@@ -33,15 +33,15 @@ const QStringList &DiscoveryPlay::run()
     return m_trace;
 }
 
-void DiscoveryPlay::takeSteps(int most)
+void DiscoveryPlay::performSteps(int most)
 {
     for (; most > 0 && m_nextStep < m_schedule.steps.size(); --most) {
         note(QStringLiteral("step %1").arg(m_nextStep));
-        take(m_schedule.steps[m_nextStep++]);
+        perform(m_schedule.steps[m_nextStep++]);
     }
 }
 
-void DiscoveryPlay::take(const Step &step)
+void DiscoveryPlay::perform(const Step &step)
 {
     const bool hasPort = step.port < m_schedule.ports;
     switch (step.action) {
@@ -54,7 +54,7 @@ void DiscoveryPlay::take(const Step &step)
         return;
     case Step::Send:
     case Step::SendWithNext:
-        if (hasPort && takeFromLimit(step.port, step.bytes))
+        if (hasPort && countSent(step.port, step.bytes))
             send(step.port, step.bytes);
         if (step.action == Step::SendWithNext)
             return;
@@ -116,7 +116,7 @@ void DiscoveryPlay::nest(int steps)
         return;
     ++m_depth;
     note(QStringLiteral("nested"));
-    takeSteps(steps);
+    performSteps(steps);
     note(QStringLiteral("end of nested"));
     --m_depth;
 }
@@ -181,7 +181,7 @@ void DiscoveryPlay::answer(int port)
 {
     const DiscoverySchedule::Answer answer = m_schedule.answers.value(port).value(m_answered[port]++);
     const QByteArray bytes = bytesOf(answer);
-    if (answer.isEmpty() || !takeFromLimit(port, bytes))
+    if (answer.isEmpty() || !countSent(port, bytes))
         return;
     std::deque<Piece> &pieces = m_pieces[port];
     const bool first = pieces.empty();
@@ -232,13 +232,13 @@ void DiscoveryPlay::sendNext(int port)
     send(port, piece.bytes);
     if (piece.ends.isEmpty())
         return;
-    // A port that was closed and opened again within the sentence gets only the rest of it.
+    // A port that was closed and opened again during the sentence gets only the rest of the sentence.
     if (isListening(port) && m_begun[port] == m_opened[port])
         m_promises.push_back({port, piece.ends, m_trace.size()});
     m_begun[port] = -1;
 }
 
-/// No event is under way now, so every Communicator that still listens took what arrived.
+/// Called when no event is left: by now every listening Communicator has read the bytes that arrived.
 void DiscoveryPlay::checkPromises()
 {
     const std::vector<Promise> promises = std::move(m_promises);
@@ -249,7 +249,7 @@ void DiscoveryPlay::checkPromises()
         QString payload;
         QDebug(&payload).nospace() << QString::fromLatin1(promise.sentence).trimmed();
         payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
-        // Another port may have sent the same: what is read next tells whose it is, unless the board is handed over.
+        // Another port may have got the same sentence. The next trace line names the port, unless it is handed over.
         const auto isOfThePort = [&](int at) {
             const QString read = m_trace.value(at + 1);
             return m_trace[at].endsWith(payload)
@@ -264,8 +264,8 @@ void DiscoveryPlay::checkPromises()
     }
 }
 
-/// Of a line that nobody reads the kernel keeps only so much.
-bool DiscoveryPlay::takeFromLimit(int port, const QByteArray &bytes)
+/// Counts the bytes that the board sends. False if they exceed what the kernel keeps when nobody reads.
+bool DiscoveryPlay::countSent(int port, const QByteArray &bytes)
 {
     m_sent[port] += bytes.size();
     return m_sent[port] <= mostSent;

@@ -10,10 +10,10 @@
 #include <deque>
 #include <vector>
 
-/// Takes an Initializer, the real one or the model of it, through a schedule, and notes all that can be seen:
-/// emissions, log lines, what the boards received and, after each step, the state of each probed port.
+/// Runs a schedule on an Initializer (the real one or the model) and writes a trace: signals, log lines, bytes that the
+/// boards received, and after each step the state of each probed port.
 ///
-/// It is also the application: it owns the boards that were handed over, in their order (0, 1 ...).
+/// It also plays the application and owns the handed-over boards, numbered 0, 1 ... in the order of the hand-overs.
 class DiscoveryPlay
 {
 public:
@@ -26,9 +26,9 @@ public:
     DiscoveryPlay(const DiscoveryPlay &) = delete;
     DiscoveryPlay &operator=(const DiscoveryPlay &) = delete;
 
-    /// What was seen, in its order.
+    /// Runs the schedule and returns the trace.
     const QStringList &run();
-    /// Every whole sentence that did not come through as it was sent, though it was all that its board sent.
+    /// The sentences that arrived changed or not at all, on ports whose boards sent whole sentences only.
     const QStringList &spoilt() const { return m_spoilt; }
 
 protected:
@@ -40,16 +40,16 @@ protected:
     void noteLog(int level, const char *category, const char *file, const QString &text);
     void deviceInitialized(JwDevice::Type type, const QString &port);
     void deviceNotFound(JwDevice::Type type);
-    /// The board on the port received a sentence. The first piece of its answer is sent at once, unless it is to come
-    /// later or others are under way; the rest when the event loop has nothing left to do, before time goes on.
+    /// Call it when the board on the port received a sentence. Sends the first piece of the answer at once, unless it
+    /// has a delay or earlier pieces wait. The other pieces follow when the event loop is idle, before time moves on.
     void answer(int port);
-    /// When the next piece is to be sent; -1 for never.
+    /// Time at which the next piece is due; -1 if there is none.
     qint64 nextPieceDue() const;
-    /// Those that arrive in the same turn of the event loop.
+    /// Sends the pieces that arrive in the same turn of the event loop.
     void sendPieces();
 
     virtual qint64 now() const = 0;
-    /// Whether the port is open, and a Communicator reads from it.
+    /// Whether the port is open and a Communicator reads from it.
     virtual bool isListening(int port) const = 0;
     virtual bool hasInitializer() const = 0;
     virtual bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) = 0;
@@ -60,9 +60,9 @@ protected:
     virtual uint setMaxRetries(uint retries) = 0;
     virtual void deleteInitializer() = 0;
     virtual void deleteInitializerLater() = 0;
-    /// The event loop; false when it does not come to rest.
+    /// Runs the event loop for this time. False if it never becomes idle.
     virtual bool wait(int milliseconds) = 0;
-    /// Of every port that is probed, in the order of opening.
+    /// The state of every probed port, in the order of opening.
     virtual QStringList states() const = 0;
     /// All that the board received since the last call.
     virtual QByteArray takeReceived(int port) = 0;
@@ -80,19 +80,19 @@ private:
     {
         QByteArray bytes;
         qint64 due;
-        QByteArray ends; // the whole sentence, when this is its end
+        QByteArray ends; // the whole sentence, if this piece is its end
     };
-    /// A sentence that was sent and must come through whole.
+    /// A sentence that was sent and must arrive whole.
     struct Promise
     {
         int port;
         QByteArray sentence;
-        int from; // position in the trace
+        int from; // position in the trace from which it may arrive
     };
 
-    bool takeFromLimit(int port, const QByteArray &bytes);
-    void takeSteps(int most);
-    void take(const DiscoverySchedule::Step &step);
+    bool countSent(int port, const QByteArray &bytes);
+    void performSteps(int most);
+    void perform(const DiscoverySchedule::Step &step);
     void settle(int milliseconds = 0);
     void readAll(int handOver);
     void sendNext(int port);
@@ -102,15 +102,15 @@ private:
     const DiscoverySchedule &m_schedule;
     QStringList m_trace;
     int m_nextStep = 0;
-    int m_depth = 0; // of nested event loops
+    int m_depth = 0; // number of nested event loops
     int m_handOvers = 0;
     int m_notFound = 0;
     uint m_maxRetries = 3;
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
-    int m_opened[DiscoverySchedule::portCount] = {}; // how often
-    int m_begun[DiscoverySchedule::portCount]; // m_opened when the sentence that is under way began; -1: none is
-    std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // that boards will send
+    int m_opened[DiscoverySchedule::portCount] = {}; // how often the port was opened
+    int m_begun[DiscoverySchedule::portCount]; // value of m_opened when the current sentence began; -1: no sentence
+    std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // not yet sent
     int m_turns = 0;
     std::vector<Promise> m_promises;
     QStringList m_spoilt;

@@ -20,10 +20,10 @@ using JwDevice::Type;
 
 namespace {
 
-// When the buffer grows too long, at least this many of its newest bytes stay, whatever other boards sent.
+// If the receive buffer grows too long, it drops old bytes, but always keeps at least this many of the newest.
 constexpr int longestThatAlwaysStays = 50;
 
-/// Whether nothing that other boards send can spoil it.
+/// Whether `bytes` is a whole sentence that bytes of other boards can't spoil.
 bool isWholeSentence(const QByteArray &bytes)
 {
     return bytes.startsWith('$') && bytes.endsWith("\r\n") && bytes.size() <= longestThatAlwaysStays
@@ -41,7 +41,7 @@ public:
     DiscoverySchedule schedule()
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
-        const bool orderly = chance(30); // good boards, so that many get through to the end
+        const bool orderly = chance(30); // mostly good replies, so that many probes find all boards
         if (orderly)
             m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);
@@ -187,7 +187,7 @@ private:
         return answer;
     }
 
-    /// All of a text, or the next part of it.
+    /// A whole text, or the next part of the current text.
     QByteArray piece(int port)
     {
         QByteArray &rest = m_rests[m_oneText ? 0 : port];
@@ -222,7 +222,7 @@ private:
         });
     }
 
-    /// With a last field that no other sentence has.
+    /// Adds a last field that no other sentence has.
     QByteArray withMark(const QByteArray &body)
     {
         return JwSimulator::frameSentence(body + QByteArray::number(++m_marks));
@@ -268,7 +268,7 @@ private:
             return "!" + garbage(between(1, 10)) + framed;
         case 7:
             return chance(20) ? garbage(between(100, 700)) : garbage(between(1, 40));
-        case 8: // an unfinished line just below, at and above the longest that a port holds back
+        case 8: // an unfinished line, just below, at or above the longest that a port holds back
             return chance(20) ? QByteArray(between(509, 514), chance(50) ? 'x' : '!') : "!x";
         default:
             return framed;
@@ -287,14 +287,14 @@ private:
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
-    QByteArray m_rests[DiscoverySchedule::mostPorts]; // of the text that each board is sending
-    bool m_oneText = false; // whose parts any board sends
+    QByteArray m_rests[DiscoverySchedule::mostPorts]; // unsent rest of each board's text
+    bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
-    int m_wholeSentences = 0; // the first ports, which send nothing else, and whose cables stay plugged in
+    int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in
     int m_marks = 0;
 };
 
-/// The same, but the ports behind this one move up.
+/// The schedule without this port. Later ports get the next lower number.
 DiscoverySchedule without(int port, DiscoverySchedule schedule)
 {
     const auto renumber = [port](int &other) {
@@ -519,7 +519,7 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
 
 QString portName(int port)
 {
-    // Lock files go by the name, and test programs run side by side.
+    // Lock files have the name of the port, and test programs run at the same time.
     static const QString prefix = QStringLiteral("ttyM%1x").arg(::getpid());
     return prefix + QString::number(port);
 }

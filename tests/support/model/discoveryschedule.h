@@ -9,27 +9,27 @@
 
 #include <functional>
 
-/// Everything that happens to one Initializer and its ports, in its order.
+/// All that happens to one Initializer and its ports, in order.
 struct DiscoverySchedule
 {
-    static constexpr int mostPorts = 8; ///< boards that can be found; ports 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< by explicit name only
+    static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< probed by explicit name only
 
-    /// One thing from outside. Afterwards the event loop runs until nothing is left to do.
+    /// One event from outside. After it the event loop runs until it is idle.
     struct Step
     {
         enum Action {
-            Probe, ///< with the types, number as delay, and ports; without ports it searches. Not in a nested loop.
-            Wait, ///< number in ms
+            Probe, ///< starts a probe: types, number (the delay), ports (none: search). Not in a nested event loop.
+            Wait, ///< waits `number` ms
             Send, ///< the board on the port sends the bytes
-            SendWithNext, ///< the same, but what follows happens in the same turn of the event loop
-            Pull, ///< the port's cable, when nothing is under way
-            PullWithNext, ///< the same, whatever is under way, and what follows happens in the same turn
-            Plug, ///< the cable comes back: a new device on the port's name
-            Hold, ///< the port's Communicator keeps its payloads to itself
-            Release, ///< and no longer
-            SetMaxRetries, ///< number
-            Destroy ///< the Initializer. Not in a nested loop.
+            SendWithNext, ///< like Send, but the next step happens in the same turn of the event loop
+            Pull, ///< pulls the port's cable while no bytes are on it
+            PullWithNext, ///< pulls the cable at any time; the next step happens in the same turn
+            Plug, ///< plugs the cable in again: a new device with the same port name
+            Hold, ///< blocks the signals of the port's Communicator
+            Release, ///< ends Hold
+            SetMaxRetries, ///< calls setMaxRetries(number)
+            Destroy ///< deletes the Initializer. Not in a nested event loop.
         };
         Action action = Wait;
         int port = 0;
@@ -39,14 +39,14 @@ struct DiscoverySchedule
         QVector<int> ports;
     };
 
-    /// What the application does within deviceInitialized, then how many steps it takes in a nested event loop.
+    /// The application's action inside deviceInitialized, and the number of steps that then run in a nested event loop.
     struct OnInitialized
     {
         enum Action { Keep, Read, Write, Delete, DeleteLater, Unbind, Rebind, DeleteInitializerLater, actionCount };
         Action action = Keep;
         int nestedSteps = 0;
     };
-    /// Likewise within deviceNotFound.
+    /// The same inside deviceNotFound.
     struct OnNotFound
     {
         enum Action { Nothing, RaiseMaxRetries, DeleteInitializer, actionCount };
@@ -54,43 +54,43 @@ struct DiscoverySchedule
         int nestedSteps = 0;
     };
 
-    /// A part of what a board sends to a sentence that it receives.
+    /// A part of a board's answer.
     struct Piece
     {
         QByteArray bytes;
-        int after = 0; ///< ms after the piece before it; of the first one, after the sentence
+        int after = 0; ///< ms after the previous piece; for the first piece, after the sentence that it answers
     };
     using Answer = QVector<Piece>;
 
-    /// Which pieces arrive next when nothing is left to do in the event loop; before it goes on.
+    /// The pieces that arrive in the same turn of the event loop, when it is idle.
     struct Turn
     {
-        int first = 0; ///< of the ports that have a piece to send, modulo their number
-        int pieces = 1; ///< the first one's, that of the next such port ...
+        int first = 0; ///< number of the first port, counted among ports with unsent pieces (modulo their count)
+        int pieces = 1; ///< number of pieces: one from the first port, one from the next such port ...
     };
 
-    int ports = 1; ///< cables plugged in, from port 0 on
-    QVector<QVector<Answer>> answers; ///< by port: what its board sends to the first, second ... sentence
-    QVector<Turn> turns; ///< used one after the other, again and again
+    int ports = 1; ///< number of plugged-in cables, from port 0 on
+    QVector<QVector<Answer>> answers; ///< by port: the answers to the first, second ... sentence
+    QVector<Turn> turns; ///< used in order; after the last one, from the first one again
     QVector<Step> steps;
-    QVector<OnInitialized> onInitialized; ///< the first, second ... emission; nothing special after that
+    QVector<OnInitialized> onInitialized; ///< for the first, second ... emission; later ones have no action
     QVector<OnNotFound> onNotFound;
 
-    /// As text for people.
+    /// Text for people.
     QString toString() const;
-    /// Whether a port's board sends nothing but whole sentences, and its cable stays plugged in.
+    /// Whether the board sends whole sentences only and its cable stays plugged in.
     bool sendsWholeSentences(int port) const;
 };
 
-/// The pieces put together.
+/// All bytes of the answer.
 QByteArray bytesOf(const DiscoverySchedule::Answer &answer);
 
-/// The same schedule for the same seed, on any machine.
+/// A random schedule. The same seed gives the same schedule on any machine.
 DiscoverySchedule randomSchedule(quint32 seed);
 
-/// The shortest schedule that can be had from this one by leaving out and simplifying while it still `fails`.
+/// Removes and simplifies parts of the schedule as long as it still `fails`.
 DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
                                    const std::function<bool(const DiscoverySchedule &)> &fails);
 
-/// Name of a port, without folder; no other process has the same.
+/// Name of a port, without folder. No other process uses the same names.
 QString portName(int port);

@@ -21,7 +21,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr int longestLine = 4096; // what the kernel keeps of a line for a host that does not read
+constexpr int longestLine = 4096; // bytes of one line that the kernel keeps if the host does not read
 
 QString nameOf(PortState state)
 {
@@ -102,8 +102,8 @@ void DiscoveryPorts::send(int port, const QByteArray &bytes)
 {
     if (m_descriptors[port] < 0 || bytes.isEmpty())
         return;
-    // The kernel moves bytes along in a thread of its own. A poll() waits for it, but only as long as there is nothing
-    // to read yet; so that the host never gets these bytes in parts, they are counted.
+    // The host must get these bytes in one read. The kernel moves them in its own thread, and poll() waits only for the
+    // first byte, so count the bytes until all are there.
     const int expected = unread(port) + bytes.size();
     board(port)->send(bytes);
     pollfd descriptor = {m_descriptors[port], POLLIN, 0};
@@ -130,7 +130,7 @@ protected:
     void sink_it_(const spdlog::details::log_msg &message) override
     {
         RecordSink::sink_it_(message);
-        m_subject->takeRecord(records.takeLast());
+        m_subject->onRecord(records.takeLast());
     }
 
 private:
@@ -150,7 +150,7 @@ DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryP
     loggerInstance()->addSink(m_sink);
     loggerInstance()->setLevel(Logger::Trace);
     QObject::connect(m_initializer, &Initializer::deviceInitialized, &m_context,
-                     [this](Type type, Communicator *comm) { takeInitialized(type, comm); });
+                     [this](Type type, Communicator *comm) { onDeviceInitialized(type, comm); });
     QObject::connect(m_initializer, &Initializer::deviceNotFound, &m_context,
                      [this](Type type) { deviceNotFound(type); });
     for (int port = 0; port < schedule.ports; ++port) {
@@ -174,17 +174,17 @@ DiscoverySubject::~DiscoverySubject()
     }
 }
 
-void DiscoverySubject::takeRecord(const LogRecord &record)
+void DiscoverySubject::onRecord(const LogRecord &record)
 {
     findProbed();
     noteLog(record.level, record.category.constData(), record.file.constData(), record.text);
-    // The preload library counts a port that could not be opened as one of the few that it has room for.
+    // The preload library has room for few ports and also counts a failed open. close(-1) makes it free that entry.
     if (record.text.startsWith(QLatin1String("Serial port not accessible")))
         ::close(-1);
     if (!record.text.startsWith(QLatin1String("->")))
         return;
-    // The port's timer must run before it is queried. Which of several ports a retry round asks first is not fixed, so
-    // those that are not asked, since they are closed, don't count.
+    // A port's timer must run before the query. Closed ports are not asked and don't count: their place in the order of
+    // a retry round is not fixed.
     int timers = 0;
     for (const Probed &probed : qAsConst(m_probed)) {
         if (isListed(probed) && probed.timer->isActive() && probed.guard && probed.port && probed.port->isOpen())
@@ -206,7 +206,7 @@ bool DiscoverySubject::isListed(const Probed &probed) const
     return m_initializer && probed.timer && replyTimers(*m_initializer).value(probed.comm) == probed.timer;
 }
 
-/// Notes the Communicator that was made since the last call.
+/// Adds the Communicators that were made since the last call to m_probed.
 void DiscoverySubject::findProbed()
 {
     if (!m_initializer)
@@ -229,7 +229,7 @@ void DiscoverySubject::findProbed()
     }
 }
 
-void DiscoverySubject::takeInitialized(Type type, Communicator *comm)
+void DiscoverySubject::onDeviceInitialized(Type type, Communicator *comm)
 {
     findProbed();
     auto *const port = qobject_cast<QSerialPort *>(comm->device());
@@ -239,7 +239,8 @@ void DiscoverySubject::takeInitialized(Type type, Communicator *comm)
         note(QStringLiteral("the port is connected"));
     QObject::connect(port, &QSerialPort::errorOccurred, port, [port] { port->close(); });
     m_handOvers.push_back({comm, port, nullptr});
-    // This runs within a signal of the first mapper, which Qt goes on to use afterwards without a sanitizer's eyes.
+    // This is called by a signal of the first mapper, and Qt uses the mapper afterwards. No sanitizer would see that
+    // access to a deleted mapper, because Qt is not built with one.
     const QPointer<QSignalMapper> sender(m_initializer->findChild<QSignalMapper *>());
     deviceInitialized(type, port->portName());
     if (!sender)

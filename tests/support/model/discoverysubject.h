@@ -16,7 +16,7 @@
 #include <memory>
 #include <vector>
 
-/// The simulated ports of all schedules: to make one takes much longer than to run a schedule.
+/// The simulated ports, made once for all schedules: making a port takes much longer than running a schedule.
 class DiscoveryPorts
 {
 public:
@@ -24,11 +24,11 @@ public:
 
     ~DiscoveryPorts();
 
-    /// Plugs in the cables of so many ports, and pulls those of the others; nothing is under way on them.
+    /// Plugs in the cables of the first `ports` ports and pulls the others. Afterwards no bytes are on any cable.
     void renew(int ports);
     void pull(int port);
     void plug(int port);
-    /// Lets the board on the port send, and waits until the kernel has the bytes ready for the host.
+    /// Sends from the board on the port, and waits until the host can read all bytes.
     void send(int port, const QByteArray &bytes);
     JwSimulator::Board *board(int port) const { return m_boards[port]; }
 
@@ -37,7 +37,7 @@ private:
 
     JwSimulator::Testbed m_testbed;
     QList<JwSimulator::Board *> m_boards;
-    int m_descriptors[DiscoverySchedule::mostPorts]; // of the host's ends, to look at what arrived
+    int m_descriptors[DiscoverySchedule::mostPorts]; // second descriptors of the host's ends, to count unread bytes
 };
 
 /// The real Initializer on real QSerialPorts in virtual time.
@@ -47,7 +47,7 @@ public:
     DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryPorts &ports, VirtualClock &clock);
     ~DiscoverySubject() override;
 
-    /// For each Communicator made by probing, which earlier one had the same address; -1: none.
+    /// For each Communicator: the number of an earlier one with the same address, or -1.
     const QVector<int> &reused() const { return m_reused; }
 
 protected:
@@ -78,8 +78,8 @@ private:
     class Sink;
     struct Probed
     {
-        JwDevice::Communicator *comm; // compared only: it may be gone
-        QPointer<QTimer> timer; // a new one may have the address of one that is gone, as its Communicator may
+        JwDevice::Communicator *comm; // only compared: it may be deleted
+        QPointer<QTimer> timer; // tells two Communicators apart that had the same address
         QString name;
         QPointer<QSerialPort> port;
         QPointer<JwDevice::Communicator> guard;
@@ -94,9 +94,9 @@ private:
     HandOver &at(int handOver) { return m_handOvers[static_cast<size_t>(handOver)]; }
     const HandOver &at(int handOver) const { return m_handOvers[static_cast<size_t>(handOver)]; }
     bool isListed(const Probed &probed) const;
-    void takeRecord(const LogRecord &record);
+    void onRecord(const LogRecord &record);
     void findProbed();
-    void takeInitialized(JwDevice::Type type, JwDevice::Communicator *comm);
+    void onDeviceInitialized(JwDevice::Type type, JwDevice::Communicator *comm);
 
     DiscoveryPorts &m_ports;
     VirtualClock &m_clock;

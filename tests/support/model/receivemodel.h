@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// The receiving half of some Communicators in its shortest form: bytes in one std::string, cut and stored by the rules
-/// alone. It shares no code with the library.
+/// A short, second implementation of the Communicators' receiving half. It shares no code with the library: one
+/// std::string is the buffer.
 class ReceiveModel : public ReceiveLines
 {
 public:
@@ -34,9 +34,9 @@ public:
     {
         log(Logger::Trace, "", QStringLiteral("IO Data Ready"));
         if (at(line).device == ReceiveDevice::Plain)
-            takeReads(line);
+            readPlainDevice(line);
         else
-            takeWholeLines(line);
+            readWholeLines(line);
     }
 
     void setOpen(int line, bool open) override
@@ -79,7 +79,8 @@ public:
         return bytes;
     }
 
-    /// All that reaches to the last line end; all of it while nothing is to be held back, or too much is unfinished.
+    /// All bytes up to the last line end. All bytes if the device holds nothing back or its unfinished line is too
+    /// long.
     qint64 bytesAvailable(int line) const override
     {
         const Line &device = m_lines[static_cast<size_t>(line)];
@@ -101,7 +102,7 @@ public:
         return taken;
     }
 
-    /// How much the shared buffer holds; a generator of streams aims at its limit.
+    /// Size of the shared buffer's content. The generator of streams aims at its limit.
     int buffered() const { return static_cast<int>(m_buffer.size()); }
 
 private:
@@ -114,8 +115,8 @@ private:
     struct Line
     {
         ReceiveDevice device = ReceiveDevice::Plain;
-        std::deque<ReceiveRead> reads; // of a plain device
-        std::string received; // at a device of whole lines, and not read
+        std::deque<ReceiveRead> reads; // queued reads of a plain device
+        std::string received; // unread bytes of a device of whole lines
         bool wholeLines = true;
         QMap<uint, QString> store;
         uint lastId = 1;
@@ -124,14 +125,14 @@ private:
 
     Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }
 
-    /// How long the first line is for readLine(), with its line feed; the longest number when there is none.
+    /// Size of the first line for readLine(), with its line feed. The largest number if there is no line feed.
     static size_t endOfLine(const std::string &bytes)
     {
         const size_t lineFeed = bytes.find('\n');
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// The size of the next read from a device: its next line, or 0 while the device holds it back.
+    /// Size of the next read from a device: the next line, or 0 while the device holds the line back.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");
@@ -141,7 +142,7 @@ private:
         return isHeld ? 0 : std::min<size_t>(device.received.size(), tooMuchUnfinished);
     }
 
-    void takeReads(int line)
+    void readPlainDevice(int line)
     {
         while (!at(line).reads.empty()) {
             std::string chunk;
@@ -153,9 +154,9 @@ private:
         }
     }
 
-    /// Takes line by line. Looks for the next line when it has one, and after each payload, for the application may
-    /// have done anything to the device.
-    void takeWholeLines(int line)
+    /// Reads line by line. Looks for the next line after each line and after each payload, because a receiver of the
+    /// payload may have changed the device.
+    void readWholeLines(int line)
     {
         size_t offered = 0;
         while (at(line).open) {
@@ -240,7 +241,7 @@ private:
             return;
         QString text;
         QDebug(&text) << " <- " << QString::fromLatin1(bytes.data(), static_cast<int>(bytes.size())).trimmed();
-        text.chop(1); // QDebug's blank after the last item
+        text.chop(1); // the blank that QDebug adds at the end
         log(Logger::Trace, category, text);
     }
 

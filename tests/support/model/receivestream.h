@@ -9,35 +9,36 @@
 
 #include <functional>
 
-/// The device of one line.
+/// The kind of a line's device.
 enum class ReceiveDevice {
-    Plain, ///< every read is scripted; closed, it keeps what it has, and still says that it is there
-    WholeLines ///< a buffered one that holds back unfinished lines; what it has goes when it closes
+    Plain, ///< the stream scripts every read; a closed device keeps its bytes and still reports them as available
+    WholeLines ///< a buffered device that holds back unfinished lines; closing it drops its bytes
 };
 
-/// The result of one read() of a plain device: bytes (at most 100 are asked for, the rest comes with the next
-/// call), or nothing and the result 0 or -1. At a device of whole lines the bytes arrive, and there is no such result.
+/// The result of one read() of a plain device: bytes, or no bytes and the result 0 or -1. A read asks for at most 100
+/// bytes; the next read gets the rest. For a device of whole lines: bytes that arrive, and `result` is unused.
 struct ReceiveRead
 {
     QByteArray bytes;
-    int result = 0; ///< when there are no bytes
+    int result = 0; ///< if there are no bytes
 };
 
-/// One thing that happens to one of several Communicators, each with a device of its own.
+/// One event at one line: a Communicator with its own device.
 struct ReceiveStep
 {
     enum Action {
-        Deliver, ///< the device opens if it is closed, and announces these reads
-        Take, ///< the application reads the payload with this id, 0 for the lowest
-        Close, ///< the device
-        SetWholeLines, ///< to number, 0 or 1; for a device of whole lines only, as all that follows
-        Read, ///< the application reads so many bytes (number) from the device, behind the Communicator's back
+        Deliver, ///< opens the device if it is closed, and announces these reads
+        Take, ///< the application takes the payload with this id out of the store; 0 is the lowest id
+        Close, ///< the application closes the device
+        // From here on for devices of whole lines only. The application uses the device without the Communicator.
+        SetWholeLines, ///< calls setWholeLines(number), 0 or 1
+        Read, ///< reads `number` bytes
         ReadAll,
-        ReadLine, ///< of at most so many bytes (number)
-        Peek ///< at so many bytes (number)
+        ReadLine, ///< reads a line of at most `number` bytes
+        Peek ///< peeks at `number` bytes
     };
     Action action = Deliver;
-    bool inside = false; ///< within a readyRead(uint) that the next step brings, on any line; or else after that step
+    bool inside = false; ///< happens inside a readyRead(uint) that the next step causes; if it causes none, after it
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
@@ -46,16 +47,16 @@ struct ReceiveStep
 
 struct ReceiveStream
 {
-    /// What the application does within the signals.
+    /// The application's action inside the signals.
     enum Receiver { Idle, TakesById, TakesLowest, ClosesNowAndThen };
 
-    QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< one a line
+    QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< one for each line
     Receiver receiver = Idle;
     QVector<ReceiveStep> steps;
 
     int lines() const { return devices.size(); }
 
-    /// As text for people, one step a line.
+    /// Text for people, one step in each row.
     QString toString() const
     {
         static const char *const receivers[] = {"idle", "takes by id", "takes the lowest", "closes now and then"};
@@ -91,7 +92,7 @@ private:
     }
 };
 
-/// Some Communicators with their devices: the real ones, or the model of them.
+/// Communicators with their devices: real ones or the model.
 class ReceiveLines
 {
 public:
@@ -106,7 +107,7 @@ public:
 
     // For devices of whole lines.
     virtual void setWholeLines(int line, bool wholeLines) = 0;
-    /// The bytes that the application gets by an action from ReceiveStep::Read on; null if the device is closed.
+    /// The bytes that Read, ReadAll, ReadLine or Peek return. Null if the device is closed.
     virtual QByteArray read(int line, ReceiveStep::Action how, int size) = 0;
     virtual qint64 bytesAvailable(int line) const = 0;
     virtual qint64 bytesReceived(int line) const = 0;
@@ -118,8 +119,8 @@ public:
     std::function<void(int line)> anythingReceived; ///< readyRead()
 };
 
-/// Plays a stream to some lines and notes all that can be seen of them: emissions, log lines, payloads, what is read
-/// from the devices and, after each step, the stores and the devices' counts of bytes that changed.
+/// Runs a stream on some lines and writes a trace: signals, log lines, payloads, bytes that were read from the devices,
+/// and after each step the stores and byte counts that changed.
 class ReceivePlay
 {
 public:
@@ -129,7 +130,7 @@ public:
         , m_stores(stream.lines())
         , m_counts(stream.lines())
     {
-        lines.payloadReceived = [this](int line, uint id) { takePayloadReceived(line, id); };
+        lines.payloadReceived = [this](int line, uint id) { onPayloadReceived(line, id); };
         lines.anythingReceived = [this](int line) {
             note(line, QStringLiteral("readyRead()"));
             if (m_stream.receiver == ReceiveStream::TakesLowest)
@@ -150,7 +151,7 @@ public:
     const QStringList &trace() const { return m_trace; }
 
 private:
-    void takePayloadReceived(int line, uint id)
+    void onPayloadReceived(int line, uint id)
     {
         note(line, QStringLiteral("readyRead(%1)").arg(id));
         noteCounts();
@@ -245,8 +246,8 @@ private:
 
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
-    QVector<QMap<uint, QString>> m_stores; // as last noted
-    QVector<QPair<qint64, qint64>> m_counts; // likewise
-    QVector<ReceiveStep> m_inside; // to come within signals
+    QVector<QMap<uint, QString>> m_stores; // as last written to the trace
+    QVector<QPair<qint64, qint64>> m_counts; // as last written to the trace
+    QVector<ReceiveStep> m_inside; // steps that wait for a signal
     QStringList m_trace;
 };

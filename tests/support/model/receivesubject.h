@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
-// What a store holds can be seen from outside only by emptying it. Streams are compared after every step, so they look
-// inside: an explicit instantiation may name a private member.
+// The public interface can show a store only by emptying it. The trace shows the stores after every step, so it reads
+// the private member: an explicit template instantiation may name it.
 template <QHash<uint, QString> JwDevice::Communicator::*member>
 struct StoreAccess
 {
@@ -23,8 +23,8 @@ struct StoreAccess
 template struct StoreAccess<&JwDevice::Communicator::m_payloads>;
 const QHash<uint, QString> &storeOf(const JwDevice::Communicator &communicator);
 
-/// Real Communicators on devices that do as they are told. One at a time, since it takes over the log and the shared
-/// receive buffer.
+/// Real Communicators on scripted devices. Only one may exist at a time, because it uses the log and the receive buffer
+/// that all Communicators share.
 class ReceiveSubject : public ReceiveLines
 {
 public:
@@ -82,7 +82,7 @@ public:
         case ReceiveStep::ReadAll:
             return device->readAll();
         case ReceiveStep::ReadLine: {
-            QByteArray bytes(size + 1, '\0'); // readLine() ends what it gives with a NUL byte
+            QByteArray bytes(size + 1, '\0'); // readLine() adds a NUL byte
             bytes.truncate(static_cast<int>(std::max<qint64>(0, device->readLine(bytes.data(), bytes.size()))));
             return bytes;
         }

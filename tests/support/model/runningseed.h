@@ -14,13 +14,13 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
-/// The seed of what runs now. After reportSeedOnCrash() a crash or a sanitizer's report tells it, which by itself says
-/// nothing of what led to it.
+/// The seed of the current run. After reportSeedOnCrash(), crashes and sanitizer reports print it, so that the run can
+/// be repeated.
 inline quint32 runningSeed = 0;
 
 inline void writeRunningSeed()
 {
-    char text[] = "in the run of seed ..........\n"; // nothing may be allocated here
+    char text[] = "in the run of seed ..........\n"; // must not allocate memory: the heap may be broken
     char *digit = text + sizeof text - 2;
     quint32 seed = runningSeed;
     for (int i = 0; i < 10; ++i, seed /= 10)

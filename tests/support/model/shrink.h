@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// The shortest list that can be had from `list` by leaving elements out while it still `fails`: ever smaller slices
-/// are taken out as long as that helps. For QVector, QByteArray and their like.
+/// Removes elements from `list` as long as it still `fails`: first large slices, then smaller ones. For QVector,
+/// QByteArray and similar types.
 template <typename List>
 List shrunk(List list, const std::function<bool(const List &)> &fails)
 {

@@ -8,33 +8,35 @@
 
 class QEventLoop;
 
-/// An event dispatcher on which time costs nothing: timers run by a clock of its own, which moves only when no event is
+/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves only when no event is
 /// posted and no descriptor is ready. Descriptors are real.
 ///
-/// Everything has a fixed order: posted events, then one descriptor at a time (those that can be written to first, then
-/// in the order in which they were registered), then one timer at a time (the earliest; of siblings that are due at the
-/// same moment the one created first). A poll() of either end of a pty waits for the kernel to move what is under way
-/// on it, so nothing that was sent before is still to come once no descriptor is ready.
+/// Events have a fixed order:
+/// - posted events
+/// - one descriptor at a time: first the writable ones, then by registration
+/// - one timer at a time: the earliest; of timers with one parent that are due together, the one created first
 ///
-/// It must be the dispatcher of the application before that is made (QCoreApplication::setEventDispatcher()), and knows
-/// of no other thread.
+/// A poll() on a pty waits until the kernel has moved all bytes on it. So when no descriptor is ready, all bytes that
+/// were sent have arrived.
+///
+/// Call QCoreApplication::setEventDispatcher() with it before the application is created. For one thread only.
 class VirtualClock : public QAbstractEventDispatcher
 {
     Q_OBJECT
 
 public:
-    /// Runs a new event loop until so many ms have passed and nothing is left to do. May be called from within events.
-    /// False when it had to give up, since descriptors stayed ready for ever.
+    /// Runs a new event loop until this time has passed and no event is left. May be called inside events. False if
+    /// descriptors stay ready for ever.
     bool run(int milliseconds);
-    /// The events that come from outside the process.
+    /// Events from outside the process.
     struct Outside
     {
-        std::function<qint64()> nextDue; ///< by now(); -1 for never
+        std::function<qint64()> nextDue; ///< time of the next event on the clock of now(); -1 for never
         std::function<void()> happen;
     };
-    /// It happens when nothing else is left to do, and before a timer that is due at the same moment.
+    /// An outside event happens when no other event is left, and before a timer that is due at the same moment.
     void setOutside(const Outside &outside) { m_outside = outside; }
-    /// Milliseconds that passed since the start.
+    /// Milliseconds since the start.
     qint64 now() const { return m_now; }
 
     bool processEvents(QEventLoop::ProcessEventsFlags flags) override;
@@ -64,7 +66,7 @@ private:
     {
         qint64 time;
         QEventLoop *loop;
-        int served; // descriptors, since the time moved
+        int served; // number of descriptor events since the clock moved
         bool gaveUp;
     };
 
@@ -74,10 +76,10 @@ private:
     bool isWithinRun(qint64 due) const;
 
     QList<QSocketNotifier *> m_notifiers; // in the order of registration
-    QList<Timer> m_timers; // likewise
+    QList<Timer> m_timers; // in the order of registration
     Outside m_outside;
     qint64 m_now = 0;
-    End m_end = {0, nullptr, 0, false}; // of the innermost run()
+    End m_end = {0, nullptr, 0, false}; // end of the innermost run()
     std::atomic<bool> m_posted = {false};
     bool m_interrupted = false;
 };

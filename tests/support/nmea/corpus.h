@@ -5,15 +5,15 @@
 #include <QString>
 #include <QVector>
 
-/// One sentence of a file of tests/data.
+/// One sentence of a file in tests/data.
 struct CorpusSentence
 {
-    QByteArray name; ///< where it stands, as the name of a data row
-    QString section; ///< the text in brackets above it
+    QByteArray name; ///< line number and text: the name of a data row
+    QString section; ///< the text in the brackets above the sentence
     QString text;
 };
 
-/// The text with \\r, \\n and \\xHH put in.
+/// Replaces \\r, \\n and \\xHH by the characters that they stand for.
 inline QString unescaped(const QByteArray &line)
 {
     QString text;
@@ -32,7 +32,7 @@ inline QString unescaped(const QByteArray &line)
     return text;
 }
 
-/// The sentences of tests/data/`fileName`, in order; none when it can't be read.
+/// The sentences of tests/data/`fileName`, in order. Empty if the file can't be read.
 inline QVector<CorpusSentence> corpus(const QString &fileName)
 {
     QVector<CorpusSentence> sentences;

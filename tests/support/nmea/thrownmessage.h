@@ -4,7 +4,7 @@
 
 #include <QString>
 
-/// The message of the Nmea::Exception that `call` throws; a null text when it throws none.
+/// The message of the Nmea::Exception that `call` throws. Null if `call` throws none.
 template <typename Call>
 QString thrownMessage(Call call)
 {

@@ -3,7 +3,7 @@
 #include "support/common/portname.h"
 #include "programrun.h"
 
-/// The arguments of jwsim for these boards and this command.
+/// The arguments of jwsim to run this command with these boards.
 inline QStringList simulated(const QStringList &boards, const QStringList &command)
 {
     QStringList arguments;
@@ -27,13 +27,13 @@ inline QStringList jwprobe(const QStringList &boards, const QStringList &argumen
     return simulated(boards, QStringList{jwprobeProgram()} + arguments);
 }
 
-/// Runs jwprobe to its end where these boards are attached.
+/// Runs jwprobe with these boards until it ends.
 inline Outcome runJwprobe(const QStringList &boards, const QStringList &arguments)
 {
     return runProgram(jwsimProgram(), jwprobe(boards, arguments));
 }
 
-/// "BoardA,port=ttyACM0" and what else is given.
+/// The text form of a board on this port, for example "BoardA,port=ttyACM0,delay=20".
 inline QString boardOn(const char *kind, const QString &port, const char *keys = "")
 {
     QString board = QStringLiteral("%1,port=%2").arg(QLatin1String(kind), port);

@@ -4,7 +4,7 @@
 #include <QString>
 #include <QTest>
 
-/// Empty, or what to install: the program is looked for in PATH and where a user's PATH may not lead.
+/// Empty if the program is in PATH, /usr/sbin or /sbin. Otherwise says which package to install.
 inline QString missingProgram(const char *program, const char *package)
 {
     const QString name = QLatin1String(program);
@@ -15,6 +15,6 @@ inline QString missingProgram(const char *program, const char *package)
         .arg(name, QLatin1String(package));
 }
 
-/// Ends a test at once if it lacks a program that it runs.
+/// Fails a test at once if a program that it runs is missing.
 #define NEEDS_PROGRAM(program, package)                                                                                \
     QVERIFY2(missingProgram(program, package).isEmpty(), qPrintable(missingProgram(program, package)))

@@ -8,13 +8,13 @@
 
 #include <signal.h>
 
-/// Long enough for sanitized programs on a busy machine: it only ends what hangs.
-constexpr int programPatience = 60000; // milliseconds
+/// Time limit in ms for a program that hangs. Long enough for programs with a sanitizer on a busy machine.
+constexpr int programPatience = 60000;
 
-/// Waits, with the event loop running, until `condition` holds.
+/// Runs the event loop until `condition` is true.
 #define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, programPatience)
 
-/// One run of a program, with pipes for its standard streams. It is ended when it outlives this object.
+/// One run of a program, with pipes for its standard streams. The destructor ends the program.
 class ProgramRun
 {
 public:
@@ -29,7 +29,7 @@ public:
     }
     ~ProgramRun()
     {
-        // Politely first: jwsim cleans up then, and takes what it started along.
+        // SIGTERM first: jwsim then cleans up and ends the programs that it started.
         m_process.terminate();
         if (!m_process.waitForFinished(programPatience)) {
             m_process.kill();
@@ -53,11 +53,11 @@ public:
     void closeInput() { m_process.closeWriteChannel(); }
     void sendSignal(int number)
     {
-        if (m_process.processId() > 0) // 0 would be all processes of our group: the whole test run
+        if (m_process.processId() > 0) // kill(0) would end all processes of our group, also the test run
             ::kill(static_cast<pid_t>(m_process.processId()), number);
     }
 
-    /// Whether it ended by itself; then the streams are complete.
+    /// Waits for the end of the program. True if it ended by itself; output() and error() are then complete.
     bool finish()
     {
         return (isOver() || m_process.waitForFinished(programPatience))
@@ -77,12 +77,12 @@ private:
 
 struct Outcome
 {
-    int status = -1; ///< -1: it did not end by itself
+    int status = -1; ///< exit status; -1 if the program did not end by itself
     QByteArray output;
     QByteArray error;
 };
 
-/// Runs a program to its end. Its standard input is `input` and its end.
+/// Runs a program until it ends. Its standard input is `input`, then the end of file.
 inline Outcome runProgram(const QString &program, const QStringList &arguments, const QByteArray &input = QByteArray())
 {
     ProgramRun run(program, arguments);
@@ -93,7 +93,7 @@ inline Outcome runProgram(const QString &program, const QStringList &arguments, 
     return {ended ? run.status() : -1, run.output(), run.error()};
 }
 
-/// The lines of a text, without their ends.
+/// The lines of a text, without their line ends.
 inline QList<QByteArray> linesOf(const QByteArray &text)
 {
     QList<QByteArray> lines = text.split('\n');

@@ -11,17 +11,17 @@
 
 #include <unistd.h>
 
-/// Marks a test function, before its `void`, that calls runSandboxed(). See SANDBOX_TEST_MAIN.
+/// Marks a test function that calls runSandboxed(). Write it before `void`. See SANDBOX_TEST_MAIN.
 #ifndef Q_MOC_RUN
 #define SANDBOXED
 #endif
 
-/// The kind of sandbox that the machine lets this user make: see runSandboxed().
+/// The kind of sandbox that this machine allows this user. See runSandboxed().
 struct Sandbox
 {
     enum Kind {
         Refused,
-        OfOneUser, ///< in which this user is root and there is nobody else
+        OfOneUser, ///< has one user only: this user, as root
         OfAllUsers,
     };
     Kind kind = Refused;
@@ -70,17 +70,16 @@ inline bool isMarkedSandboxed(const QByteArray &function)
     return index >= 0 && qstrcmp(sandboxedTest()->method(index).tag(), "SANDBOXED") == 0;
 }
 
-/// Runs `script` with /bin/sh where these boards are attached, and in a system of its own as far as it matters here: it
-/// sees its own processes only, an empty /run (lock files, udev's database), and no rules of udev's but those in
-/// /run/udev/rules.d and, with `keepRules`, the system's. `arguments` are the script's "$@". For functions marked
-/// SANDBOXED.
+/// Runs `script` with /bin/sh and these boards, in its own namespaces. The script sees only its own processes, an empty
+/// /run (lock files, udev's database), and only the udev rules in /run/udev/rules.d; with `keepRules` also the
+/// system's rules. `arguments` are the script's "$@". Call it only in functions marked SANDBOXED.
 inline Outcome runSandboxed(const QStringList &boards, const QString &script, const QStringList &arguments = {},
                             bool keepRules = false)
 {
-    // Or it would fail where no sandbox is allowed.
+    // An unmarked function would fail on machines that refuse a sandbox.
     if (!isMarkedSandboxed(QTest::currentTestFunction()))
         qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
-    // The simulated /dev takes up new folders, and the real one is wanted.
+    // With the preload library, mkdir would make the folder in the simulated /dev instead of the real one.
     QString prepare = QStringLiteral("set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/lock /run/udev/rules.d; "
                                      "env -u LD_PRELOAD mkdir -p /dev/char; mount -t tmpfs tmpfs /dev/char; ");
     if (!keepRules) {
@@ -95,8 +94,8 @@ inline Outcome runSandboxed(const QStringList &boards, const QString &script, co
                                     << arguments));
 }
 
-/// Shell text that lets udev's own tool apply the rules to a port and to its USB device, as when it is plugged in. The
-/// tool's output is in /run/PORT.log and /run/PORT-usb.log.
+/// Shell text that applies the udev rules to a port and to its USB device, as when the board is plugged in. The output
+/// of udevadm goes to /run/PORT.log and /run/PORT-usb.log.
 inline QString applyUdevRules(const QString &port)
 {
     return QStringLiteral("path=$(readlink -f /sys/class/tty/%1); PATH=$PATH:/sbin:/usr/sbin; "
@@ -106,9 +105,9 @@ inline QString applyUdevRules(const QString &port)
         .arg(port);
 }
 
-/// Runs all functions of a test; those marked SANDBOXED alone with the option -sandboxed, the others alone with
-/// -unsandboxed. Where the machine refuses a sandbox, -sandboxed says so and returns the status by which ctest lists
-/// the test as not run.
+/// Runs all functions of a test. The option -sandboxed runs only functions marked SANDBOXED, -unsandboxed only the
+/// others. If the machine refuses a sandbox, -sandboxed says so and returns the status with which ctest lists the test
+/// as not run.
 inline int runSandboxTest(QObject *test, QStringList arguments)
 {
     constexpr int notRun = 77;

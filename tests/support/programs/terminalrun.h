@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// One run of a program that has a terminal of 80 columns. It is ended when it outlives this object.
+/// One run of a program in a terminal of 80 columns. The destructor ends the program.
 class TerminalRun
 {
 public:
@@ -58,12 +58,12 @@ public:
     }
     void sendSignal(int number) const
     {
-        if (m_process > 0) // -1 would be all processes
+        if (m_process > 0) // kill(-1) would end all processes
             ::kill(m_process, number);
     }
-    /// Everything that appeared, what was typed included; lines end with CR LF.
+    /// All text on the terminal, also the typed text. Lines end with CR LF.
     QByteArray screen() const { return m_screen; }
-    /// When it did, the screen is complete and the status known.
+    /// Whether the program has ended. screen() and status() are then complete.
     bool isOver() const { return m_process < 0; }
     int status() const { return m_status; }
 
@@ -76,7 +76,7 @@ private:
             m_screen.append(bytes, static_cast<int>(count));
             return;
         }
-        // All programs on it have ended.
+        // All programs in the terminal have ended.
         m_notifier->setEnabled(false);
         int status = 0;
         ::waitpid(m_process, &status, 0);
