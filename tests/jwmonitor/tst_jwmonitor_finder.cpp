@@ -17,7 +17,7 @@
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
 
-/// How the desktop program keeps its boards found.
+/// How jwmonitor finds boards and keeps them found.
 class TestFinder : public QObject
 {
     Q_OBJECT
@@ -104,7 +104,8 @@ void TestFinder::endsTheSearchOnceAllAreFound()
     QTRY_COMPARE(ended.size(), 1);
     QVERIFY(!fixture.finder.isSearching());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
-    QCOMPARE(int(fixture.entry(silent).report->verdict), int(PortReport::Awaiting)); // nobody waited for it
+    QCOMPARE(int(fixture.entry(silent).report->verdict),
+             int(PortReport::Awaiting)); // the search ended without waiting for this port
 }
 
 void TestFinder::tellsWhatBecameOfEachPort()
@@ -158,7 +159,7 @@ void TestFinder::tellsOfANamedPortThatIsNotThere()
     JwMonitor::FindSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{QStringLiteral("ttyNONE0")};
-    // All names that no port has share a lock file, which another process may have for a moment.
+    // All names of missing ports share one lock file. Another process may hold that file for a moment.
     const auto isSearched = [&] {
         fixture.finder.start(settings);
         return QTest::qWaitFor([&] { return !fixture.finder.isSearching(); }) && fixture.finder.ports().size() == 1
@@ -222,7 +223,7 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     });
     other.start(port);
     QTRY_VERIFY(board->send(reply) && errors > 0);
-    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort goes by the number that an earlier call left
+    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort judges by the errno of an earlier call
     other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
@@ -246,7 +247,7 @@ void TestFinder::aPortThatOnlyFailsIsLost()
     int errors = 0;
     connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
     for (int i = 0; i < 100; ++i)
-        port->setRequestToSend(true); // a simulated port has no such line
+        port->setRequestToSend(true); // fails, because a simulated port has no such line
     QVERIFY(errors >= 100);
     QCOMPARE(lost.size(), 0);
     QVERIFY(port->isOpen());
@@ -283,10 +284,10 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // now and then the list of ports is looked at while the cable is out, mostly not
+    for (int i = 0; i < 4; ++i) { // sometimes the list of ports is read while the cable is out, mostly not
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
-        QTRY_COMPARE(ended.size(), 1); // the search that the loss began
+        QTRY_COMPARE(ended.size(), 1); // the search that started because of the loss
         QVERIFY(board->plug());
         QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
     }
@@ -308,7 +309,7 @@ void TestFinder::somethingElseOnTheLostPortIsNotLost()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("silent");
-    bool isBoard = true; // what is plugged in next isn't
+    bool isBoard = true; // the next device plugged in is no board
     connect(board, &JwSimulator::Board::sentenceReceived, board, [&] {
         if (isBoard)
             board->send("$PJWVER,7300022,1,4,0*0d\r\n");
@@ -484,7 +485,7 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // the search that was ended lives on until the window leaves it
+    QEventLoop dialog; // the ended search exists until the dialog closes
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {

@@ -43,7 +43,7 @@ private:
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // that the system has as long as it has the port
+    QTemporaryFile m_device; // stands for the file of the port in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };
@@ -52,7 +52,7 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    QVERIFY(m_device.open()); // a pseudo terminal's own goes with its other end
+    QVERIFY(m_device.open()); // the file of a pseudo terminal would go with its other end
 }
 
 void TestJwprobeBoard::cleanup()
@@ -71,7 +71,7 @@ void TestJwprobeBoard::send(const QByteArray &bytes) const
 
 Board *TestJwprobeBoard::makeBoard()
 {
-    auto *port = new JwDevice::WholeLines<QSerialPort>; // as the Initializer hands it over
+    auto *port = new JwDevice::WholeLines<QSerialPort>; // the type that the Initializer hands over
     port->setPortName(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
     if (!port->open(QIODevice::ReadWrite))
         return nullptr;
@@ -88,7 +88,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("number");
     QTest::addColumn<QSerialPort::SerialPortError>("reported");
     QTest::addColumn<QByteArray>("held");
-    // QSerialPort finds nothing to read and takes what errno holds from an earlier call for the reason.
+    // QSerialPort finds nothing to read, and takes the errno of an earlier call as the reason.
     QTest::newRow("QSerialPort stops reading") << EAGAIN << QSerialPort::ResourceError << QByteArray();
     QTest::newRow("QSerialPort reads on") << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("while an unfinished line is held back")
