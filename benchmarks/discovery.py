@@ -15,7 +15,7 @@ LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
 def boards(kinds, line="", delay=0):
-    # Other programs that run now must have ports of other names.
+    # Other programs that run at the same time must use other port names.
     letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
     return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 

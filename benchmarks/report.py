@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Makes the tables and plots of the page on performance from the raw results, and prints what was to be reached.
+"""Makes tables and plots from the raw results, and prints the aims and whether each is met.
 
 Usage: report.py RESULTS-FOLDER OUT-FOLDER
-reads benchmarks.json, discovery.json, line.json and streams.json, writes tables.md and *.svg.
+Reads benchmarks.json, discovery.json, line.json and streams.json. Writes tables.md and *.svg.
 """
 import json
 import pathlib
@@ -31,7 +31,7 @@ def number(value):
 
 
 class Sample:
-    """The median of some repetitions and their spread."""
+    """The median and the spread of some repetitions."""
 
     def __init__(self, values):
         self.values = sorted(values)
@@ -84,7 +84,7 @@ class Benchmarks:
 
 
 class Lot:
-    """The probes of one lot of boards, in milliseconds from the call of probe() on."""
+    """The probes of one lot of boards. Times are milliseconds after the call of probe()."""
 
     def __init__(self, result):
         self.title = result["title"]
@@ -111,21 +111,21 @@ class Lot:
         last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
-        # The best of each: the opens before a probe and those in it are not disturbed by the same work of others.
+        # Compares the best values: other programs disturb the opens before a probe and within it differently.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])
         self.overFloor = self.told.values[0] - self.floor.values[0] if last else None
 
     def lineTime(self):
-        """What the query and the answer take on the line."""
+        """Milliseconds that query and reply take on the line."""
         asked = VERSION_QUERY if set(self.types) & set("AB") else 0
         answered = INFORMATION_REQUEST + INFORMATION_REPLY if "C" in self.types else VERSION_REPLY
         return (asked + answered) / self.lineRate * 1000 if self.lineRate else 0
 
     def floorOf(self, probe):
-        """No probe can be faster: the search for ports, the opens, the bytes on the line, the board's own delay, or the
-        rounds in which nobody answers."""
+        """The least time that a probe can take: the search for ports, the opens, and the time until the reply. Without
+        a reply: the time of all rounds."""
         wait = ROUNDS * REPLY_TIMEOUT if self.silent else self.delay + self.lineTime()
         return probe["enumeration"] + sum(probe["opens"]) + wait
 
@@ -153,7 +153,7 @@ def probes(lots):
                      cell(lot.opens.median), cell(lot.probe), f"{lot.complete} of {len(lot.probes)}", cell(lot.told),
                      cell(lot.afterLastOpen), cell(lot.overFloor), cell(lot.settled.median),
                      f"{lot.stall.median:.2f} ({lot.stallPlace})"])
-    return table(["Boards (times in ms)", "ports", "paced", "search", "opens", "probe() returns", "as it should",
+    return table(["Boards (times in ms)", "ports", "paced", "search", "opens", "probe() returns", "as expected",
                   "last signal", "after probe()", "over the floor", "over", "longest stall after probe()"], rows)
 
 
@@ -170,7 +170,7 @@ def together(lots):
 
 
 def lost(runs):
-    """Payloads that did not arrive, or not as they were sent, or at another Communicator."""
+    """The number of payloads that were lost, changed, or arrived at another Communicator."""
     return sum(max(run["sent"], run["payloads"]) - run["whole"] for run in runs if run["work"] != "ports")
 
 
@@ -191,16 +191,16 @@ def streams(results):
 
 
 def lineShares(results):
-    """By kind of work the shares of a core, in the order of the repetitions."""
+    """For each kind of work its shares of a core, in the order of the repetitions."""
     for run in results:
         if run["sent"] * VERSION_REPLY < 0.99 * BOARDS * LINE_RATE * run["ms"] / 1000:
-            sys.exit("100 boards at full line rate: not all was sent; is the machine busy?")
+            sys.exit("100 boards at full line rate: some payloads were not sent. Run it again on an idle machine.")
     return {work: [run["share"] for run in sorted(results, key=lambda run: run["repetition"]) if run["work"] == work]
             for work in WORKS}
 
 
 def beyondPorts(shares, work):
-    """What the work takes beyond QSerialPort, each repetition compared with itself, in percent of a core."""
+    """How much more the work takes than QSerialPort in the same repetition, in percent of a core."""
     return Sample([100 * (share - bare) for share, bare in zip(shares[work], shares["ports"])])
 
 
@@ -214,7 +214,7 @@ def lines(shares):
 
 
 def targets(benchmarks, lots, shares, streaming):
-    """Rows of what was to be reached, what was measured, and whether it was reached."""
+    """A row for each aim: its limit, the measured value, and whether the aim is met."""
     def atMost(title, value, limit, unit):
         median = value.median if isinstance(value, Sample) else value
         text = str(value) if isinstance(value, Sample) else number(value)
@@ -342,30 +342,32 @@ def main():
     out.mkdir(parents=True, exist_ok=True)
     yardstick = (f"Y = {benchmarks.yardstick:.0f} ns: limit kernel {benchmarks.kernel.median:.0f} ns, "
                  f"record filled by hand {benchmarks.filling.median:.0f} ns\n")
-    reached = table(["What", "at most", "measured", ""],
-                    targets(benchmarks, lots, shares, raw["line"] + raw["streams"]))
+    aims = table(["Aim", "at most", "measured", ""],
+                 targets(benchmarks, lots, shares, raw["line"] + raw["streams"]))
     commit = subprocess.run(["git", "describe", "--always", "--dirty"], stdout=subprocess.PIPE, text=True, check=False)
     context = machine({**raw["benchmarks"]["context"], "commit": commit.stdout.strip() or "unknown"})
     (out / "tables.md").write_text("\n".join([
         "# Benchmark tables\n",
-        "Written by `scripts/bench`; docs/performance.md explains them. Medians, with the least and the most of all\n"
-        "repetitions in brackets or beside them.\n",
-        context, yardstick, "## What was to be reached\n", reached,
+        "Written by `scripts/bench`; docs/performance.md explains them. Each value is a median. The least and\n"
+        "the most of all repetitions stand in brackets or beside it.\n",
+        context, yardstick, "## Aims\n", aims,
         "## Operations, one by one\n", operations(benchmarks),
         "## 100 boards at full line rate\n", lines(shares),
         "## Boards that stream side by side\n",
         "Each sends what its line carries, in pieces of 1 ms. Processor time for each payload.\n",
         streams(raw["streams"]),
         "## Boards that answer together\n",
-        "Boards on all ports: probes that found all wanted types; ms from the last open to the last of them; ms that\n"
-        "one board of each type takes to answer QSerialPort alone, asked in one moment; ms that its bytes take on its\n"
-        "line, of which the simulator sends each millisecond's at once.\n",
+        "Boards on all ports. Each cell has four figures:\n\n"
+        "- the probes that found all wanted types\n"
+        "- ms from the last open to the last hand-over\n"
+        "- ms until one board of each type has answered a plain QSerialPort, if all are asked at once\n"
+        "- ms that query and reply take on the line; the simulator sends the bytes of each millisecond at once\n",
         together([lot for lot in lots if lot.title == "boards on all" and lot.line]),
         "## Probes\n", probes([lot for lot in lots if lot.title != "boards on all" or not lot.line])]), "utf-8")
     plots(benchmarks, lots, out)
     print(context)
     print(yardstick)
-    print(reached)
+    print(aims)
 
 
 main()

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Keeps what the pages quote equal to what it was taken from.
+"""Keeps the code and outputs that the pages quote equal to their sources.
 
     docs/blocks.py check|renew BIN [PAGE]...
 
@@ -10,9 +10,9 @@ A comment above a block between ``` lines says where the block comes from:
                                                       begins with "other text"; "text$" is a whole line
     <!-- run -->                                      each line "$ COMMAND" is run, and its output follows
 
-`check` prints a diff and returns 1 when a block differs; `renew` writes the block again. BIN are the folders of the
-programs that commands may use, separated by ":". Times, process ids, the distance of columns and the numbers of ports
-are not compared: they differ from run to run.
+`check` prints a diff and returns 1 if a block differs; `renew` writes the block again. BIN names the folders of the
+programs that the commands use, separated by ":". Times, process ids, the distance of columns and the numbers of ports
+are not compared, because they differ from run to run.
 """
 import difflib
 import glob
@@ -46,13 +46,13 @@ def quoted(file, first, last):
             raise Fault(f'{file} has no line that begins with "{first}"')
         end = next((i for i, line in enumerate(lines[begin:], begin) if begins(line, last)), None)
         if end is None:
-            raise Fault(f'{file} has no line that begins with "{last}" behind "{first}"')
+            raise Fault(f'{file} has no line that begins with "{last}" after "{first}"')
         lines = textwrap.dedent('\n'.join(lines[begin:end + 1])).splitlines()
     return ''.join(line + '\n' for line in lines)
 
 
 def run(text, path):
-    """The commands of a block, each with what it really prints."""
+    """The commands of a block, each with its real output."""
     result = ''
     with tempfile.TemporaryDirectory() as folder:
         for line in text.splitlines():
@@ -71,7 +71,7 @@ def run(text, path):
 
 
 def comparable(output):
-    """Without what differs from run to run."""
+    """The output without the parts that differ from run to run."""
     output = re.sub(r'\d+(\.\d+)? ms\b', 'N ms', output)
     output = re.sub(r'\b\d\d:\d\d:\d\d\.\d{3}\b', 'TIME', output)
     output = re.sub(r'\b(pid|kill) \d+', r'\1 N', output)
@@ -81,7 +81,7 @@ def comparable(output):
 
 
 def visit(page, path, renew):
-    """What is wrong in one page: differences, of which none are left after `renew`, and faults of its comments."""
+    """Compares one page; with `renew`, also writes it again. Returns its differences and the faults of its comments."""
     differences, faults = [], []
 
     def visitBlock(block):
@@ -98,7 +98,7 @@ def visit(page, path, renew):
         if not same:
             differences.extend(line if line.endswith('\n') else line + '\n' for line in difflib.unified_diff(
                 block['text'].splitlines(True), now.splitlines(True),
-                os.path.relpath(page, ROOT), block['file'] or 'what the commands print'))
+                os.path.relpath(page, ROOT), block['file'] or 'output of the commands'))
         return block.group() if same else block['head'] + now + block['end']
 
     with open(page, encoding='utf-8') as file:
@@ -124,7 +124,7 @@ def main():
     differences, faults = (''.join(texts) for texts in zip(*results))
     sys.stdout.write(differences + faults)
     if faults:
-        sys.exit('These comments in the pages lead nowhere: put them right.')
+        sys.exit('Correct these comments of the pages, or the commands below them.')
     if differences and not renew:
         sys.exit('These blocks of the pages are out of date: "scripts/docs --renew" renews them.')
 

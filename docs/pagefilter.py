@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Doxygen's filter for the pages. The pages are written for a code host; this changes what Doxygen does differently:
+"""Doxygen's filter for the pages. They are written for a code host; this filter changes what Doxygen does differently:
 
 - a picture replaces a drawing in text with this comment above it:  <!-- picture port-states.dot: Its caption -->
 - headings get names for links, "page.md#heading", as on a code host
-- links to headers and examples lead to their pages in the reference; of other files only the name stays
+- links to headers and examples lead to their pages in the reference; a link to another file becomes plain text
 """
 import os
 import re
@@ -34,7 +34,7 @@ class Page:
 
     def filtered(self):
         text = self.text
-        if os.path.relpath(self.name, ROOT) == 'README.md':  # or its page is called as the whole project is
+        if os.path.relpath(self.name, ROOT) == 'README.md':  # otherwise its title is that of the whole project
             text = TITLE.sub(r'\1: README', text, count=1)
         text = PICTURE.sub(self.picture, text)
         parts, end = [], 0
@@ -50,7 +50,7 @@ class Page:
     def picture(match):
         name, caption = match.groups()
         drawn = f'\\dotfile {name} "{caption}"'
-        return drawn + '\n' * (match.group().count('\n') - drawn.count('\n'))  # keeps line numbers in warnings right
+        return drawn + '\n' * (match.group().count('\n') - drawn.count('\n'))  # keeps the line numbers in warnings
 
     def heading(self, match):
         return f'{match.group()} {{#{anchor(self.name, slug(match.group(2)))}}}'

@@ -154,6 +154,19 @@ private:
     Board *m_keeper = nullptr;
 };
 
+/// One cell of the table for a port in a given state.
+using CellInState = std::function<void(ProbeInState &probe, const IdleCheck &idle)>;
+
+void runCell(PortState state, const CellInState &cell)
+{
+    runCell([&](const IdleCheck &idle) {
+        ProbeInState probe;
+        probe.enter(state);
+        if (!QTest::currentTestFailed())
+            cell(probe, idle);
+    });
+}
+
 enum class Fault { Pulled, Flood, EndlessLine };
 
 using StateRow = QPair<const char *, PortState>;
@@ -234,11 +247,7 @@ void TestFaults::portThatFailsIsClosedAndTheProbeGoesOn()
 {
     QFETCH(bool, pulled);
     QFETCH(PortState, state);
-    runCell([=](const IdleCheck &idle) {
-        ProbeInState probe;
-        probe.enter(state);
-        if (QTest::currentTestFailed())
-            return;
+    runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
         const QStringList timeline = probe.fixture.timeline;
         if (pulled) {
             probe.board->pull();
@@ -310,11 +319,8 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    runCell([=](const IdleCheck &idle) {
-        ProbeInState probe; // writes fail, handed over
-        probe.enter(PortState::HandedOver);
-        if (QTest::currentTestFailed())
-            return;
+    // writes fail, handed over
+    runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
         QVERIFY(leaveOnly(O_RDONLY, probe.port));
         QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
         QTRY_VERIFY(!probe.port->isOpen());
@@ -341,13 +347,9 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
     QFETCH(PortState, state);
     QFETCH(QByteArray, payload);
     QFETCH(int, count);
-    runCell([=](const IdleCheck &idle) {
+    runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
         constexpr int piece = 10000; // payloads
         constexpr qint64 heapChance = 600000; // bytes: less than one byte for each payload of the longest flood
-        ProbeInState probe;
-        probe.enter(state);
-        if (QTest::currentTestFailed())
-            return;
         loggerInstance()->setLevel(Logger::Fatal); // or the fixture would keep millions of records
         for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }
         int arrived = 0;
@@ -400,11 +402,7 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood_d
 void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
 {
     QFETCH(PortState, state);
-    runCell([=](const IdleCheck &idle) {
-        ProbeInState probe;
-        probe.enter(state);
-        if (QTest::currentTestFailed())
-            return;
+    runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
         loggerInstance()->setLevel(Logger::Warning);
         probe.fixture.log.sink->records.clear();
         constexpr int characters = 1000000;
@@ -442,11 +440,7 @@ void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain_data()
 void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain()
 {
     QFETCH(QByteArray, bytes);
-    runCell([=](const IdleCheck &idle) {
-        ProbeInState probe;
-        probe.enter(PortState::AwaitingReply);
-        if (QTest::currentTestFailed())
-            return;
+    runCell(PortState::AwaitingReply, [=](ProbeInState &probe, const IdleCheck &idle) {
         probe.board->pull();
         QTRY_VERIFY(!probe.port->isOpen());
         const int records = probe.fixture.log.sink->records.size();
@@ -479,11 +473,7 @@ void TestFaults::faultAfterTheInitializerIsDestroyedReachesOnlyTheApplication()
 {
     QFETCH(Fault, fault);
     QFETCH(PortState, state);
-    runCell([=](const IdleCheck &idle) {
-        ProbeInState probe;
-        probe.enter(state);
-        if (QTest::currentTestFailed())
-            return;
+    runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
         const QPointer<Communicator> comm(probe.comm);
         const QPointer<QSerialPort> port(probe.port);
         const bool isOfTheApplication = state == PortState::HandedOver;

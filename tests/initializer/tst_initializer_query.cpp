@@ -11,6 +11,31 @@ using JwDevice::Initializer;
 using JwDevice::SessionInit;
 using JwSimulator::Board;
 
+namespace {
+
+/// A Communicator that writes to a buffer.
+struct BufferedCommunicator
+{
+    explicit BufferedCommunicator(QIODevice::OpenMode mode = QIODevice::ReadWrite)
+    {
+        device.open(mode);
+        comm.setIODevice(&device);
+    }
+
+    QBuffer device;
+    Communicator comm;
+};
+
+SessionInit sessionOf(int sentenceId)
+{
+    SessionInit session;
+    session.clear();
+    session.sentenceId = sentenceId;
+    return session;
+}
+
+} // namespace
+
 class TestInitializerQuery : public QObject
 {
     Q_OBJECT
@@ -118,41 +143,30 @@ void TestInitializerQuery::queryBoardVersionWritesTheQueriesToTheGivenCommunicat
 {
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe({JwDevice::BoardC, JwDevice::BoardB}));
-    QBuffer device;
-    device.open(QIODevice::ReadWrite);
-    Communicator comm;
-    comm.setIODevice(&device);
-    fixture.initializer->queryBoardVersion(&comm);
-    QCOMPARE(device.data(), versionQuery + informationRequest);
-    fixture.initializer->queryBoardVersion(&comm);
-    QCOMPARE(device.data(), versionQuery + informationRequest + versionQuery + informationRequest);
+    BufferedCommunicator given;
+    fixture.initializer->queryBoardVersion(&given.comm);
+    QCOMPARE(given.device.data(), versionQuery + informationRequest);
+    fixture.initializer->queryBoardVersion(&given.comm);
+    QCOMPARE(given.device.data(), versionQuery + informationRequest + versionQuery + informationRequest);
 }
 
 void TestInitializerQuery::queryBoardVersionWritesNothingBeforeTheFirstProbe()
 {
     Initializer initializer;
-    QBuffer device;
-    device.open(QIODevice::ReadWrite);
-    Communicator comm;
-    comm.setIODevice(&device);
-    initializer.queryBoardVersion(&comm);
-    QCOMPARE(device.data(), QByteArray());
+    BufferedCommunicator given;
+    initializer.queryBoardVersion(&given.comm);
+    QCOMPARE(given.device.data(), QByteArray());
 }
 
 void TestInitializerQuery::sendProtocolBuildsTheSentenceAndReturnsTrue()
 {
     Initializer initializer;
-    QBuffer device;
-    device.open(QIODevice::ReadWrite);
-    Communicator comm;
-    comm.setIODevice(&device);
-    SessionInit session;
-    session.clear();
-    session.sentenceId = 2;
+    BufferedCommunicator given;
+    SessionInit session = sessionOf(2);
     session.fields.insert(QStringLiteral("subcommand"), QStringLiteral("STATE"));
-    QVERIFY(initializer.sendProtocol(&comm, &session));
-    QCOMPARE(device.data(), JwSimulator::frameSentence("PTJWWR,STATE"));
-    QCOMPARE(comm.writePayload(QStringLiteral("$X\r\n")), 2U); // one payload before
+    QVERIFY(initializer.sendProtocol(&given.comm, &session));
+    QCOMPARE(given.device.data(), JwSimulator::frameSentence("PTJWWR,STATE"));
+    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 2U); // one payload before
 }
 
 void TestInitializerQuery::sentenceThatCannotBeBuiltReturnsFalseAfterOneErrorLineAndWritesNothing_data()
@@ -168,14 +182,9 @@ void TestInitializerQuery::sentenceThatCannotBeBuiltReturnsFalseAfterOneErrorLin
     QFETCH(int, sentenceId);
     LogCapture log;
     Initializer initializer;
-    QBuffer device;
-    device.open(QIODevice::ReadWrite);
-    Communicator comm;
-    comm.setIODevice(&device);
-    SessionInit session;
-    session.clear();
-    session.sentenceId = sentenceId;
-    QVERIFY(!initializer.sendProtocol(&comm, &session));
+    BufferedCommunicator given;
+    SessionInit session = sessionOf(sentenceId);
+    QVERIFY(!initializer.sendProtocol(&given.comm, &session));
     QCOMPARE(log.sink->records.size(), 1);
     const LogRecord record = log.sink->records.first();
     QCOMPARE(record.text, QStringLiteral("Build failed:  \"No formatter found\""));
@@ -183,22 +192,17 @@ void TestInitializerQuery::sentenceThatCannotBeBuiltReturnsFalseAfterOneErrorLin
     QCOMPARE(record.category, QByteArray());
     QCOMPARE(record.file, QByteArray("initializer.cpp"));
     QVERIFY2(record.function.contains("Initializer::sendProtocol("), record.function);
-    QCOMPARE(device.data(), QByteArray());
-    QCOMPARE(comm.writePayload(QStringLiteral("$X\r\n")), 1U); // the first payload
+    QCOMPARE(given.device.data(), QByteArray());
+    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 1U); // the first payload
 }
 
 void TestInitializerQuery::writeThatFailsIsNotSeen()
 {
     Initializer initializer;
-    QBuffer device;
-    device.open(QIODevice::ReadOnly);
-    Communicator comm;
-    comm.setIODevice(&device);
-    SessionInit session;
-    session.clear();
-    session.sentenceId = 1;
+    BufferedCommunicator given(QIODevice::ReadOnly);
+    SessionInit session = sessionOf(1);
     QTest::ignoreMessage(QtWarningMsg, "QIODevice::write (QBuffer): ReadOnly device");
-    QVERIFY(initializer.sendProtocol(&comm, &session));
+    QVERIFY(initializer.sendProtocol(&given.comm, &session));
 }
 
 SIMULATED_PORTS_MAIN(TestInitializerQuery)

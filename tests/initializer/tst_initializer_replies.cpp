@@ -615,10 +615,7 @@ void TestInitializerReplies::duplicateIsAskedAgainButNoLongerHeard()
 void TestInitializerReplies::dataAfterTheEndOfTheProbeReachesNoSlot()
 {
     ProbeFixture fixture;
-    Board *const board = fixture.attach("silent");
-    fixture.initializer->setMaxRetries(0);
-    fixture.probe({JwDevice::BoardA});
-    fixture.timeOut(board);
+    Board *const board = fixture.probeSilentBoard();
     QVERIFY(fixture.isOver());
     Communicator *const comm = fixture.comm(board);
     QVERIFY(fixture.port(board)->isOpen());
@@ -633,10 +630,7 @@ void TestInitializerReplies::dataAfterTheEndOfTheProbeReachesNoSlot()
 void TestInitializerReplies::replyTimersAfterTheEndOfTheProbeReachNoSlot()
 {
     ProbeFixture fixture;
-    Board *const board = fixture.attach("silent");
-    fixture.initializer->setMaxRetries(0);
-    fixture.probe({JwDevice::BoardA});
-    fixture.timeOut(board);
+    Board *const board = fixture.probeSilentBoard();
     QVERIFY(fixture.isOver());
     QVERIFY(!fixture.isTimerActive());
     const QStringList timeline = fixture.timeline;

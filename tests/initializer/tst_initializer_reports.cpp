@@ -492,10 +492,7 @@ void TestInitializerReports::lastWordsOfALostPortDoNotBringItBack()
 void TestInitializerReports::portLostAfterTheProbeIsReportedAsLost()
 {
     ProbeFixture fixture;
-    Board *const board = fixture.attach("silent");
-    fixture.initializer->setMaxRetries(0);
-    fixture.probe(boardA);
-    fixture.timeOut(board);
+    Board *const board = fixture.probeSilentBoard();
     QVERIFY(fixture.isOver());
     board->pull();
     QTRY_COMPARE(verdictOn(fixture, board), PortReport::Lost);
@@ -793,10 +790,7 @@ void TestInitializerReports::receiverWithinProbeSeesWhyNoPortOpened()
 void TestInitializerReports::reportsStayAsTheyAreWhenTheProbeIsOver()
 {
     ProbeFixture fixture;
-    Board *const board = fixture.attach("silent");
-    fixture.initializer->setMaxRetries(0);
-    fixture.probe(boardA);
-    fixture.timeOut(board);
+    Board *const board = fixture.probeSilentBoard();
     QVERIFY(fixture.isOver());
     QVERIFY(board->send(versionReply(versionA)));
     QTRY_VERIFY(!fixture.log.sink->withText(QStringLiteral(" <-  ") + quoted(shown(versionReply(versionA)))).isEmpty());

@@ -45,6 +45,15 @@ int pixelsOf(const QImage &image, QRgb colour)
     return count;
 }
 
+/// Shows the view with the curve of the only field that its payloads have.
+void showOnlyField(PlotView &view)
+{
+    view.resize(700, 400);
+    view.show();
+    QTRY_COMPARE(view.findChild<PlotData *>()->fields().size(), 1);
+    QTest::keyClick(view.findChild<QComboBox *>(QStringLiteral("quantity")), Qt::Key_Down);
+}
+
 } // namespace
 
 /// jwmonitor's plot.
@@ -334,13 +343,9 @@ void TestPlot::theViewDrawsADenseCurve()
         model.append(at(begin + i * second / 100, QStringLiteral("PA,%1").arg(i % 2)));
     model.flush();
     PlotView view(&model);
-    view.resize(700, 400);
-    view.show();
+    showOnlyField(view);
+    QTRY_COMPARE(view.findChild<PlotData *>()->curves()[acm0].size(), size_t(5000));
     auto *canvas = view.findChild<PlotCanvas *>();
-    auto *data = view.findChild<PlotData *>();
-    QTRY_COMPARE(data->fields().size(), 1);
-    QTest::keyClick(view.findChild<QComboBox *>(QStringLiteral("quantity")), Qt::Key_Down);
-    QTRY_COMPARE(data->curves()[acm0].size(), size_t(5000));
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
     // The curve goes up and down in each column of pixels: a filled block over five sixths of the time.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
@@ -354,13 +359,9 @@ void TestPlot::longNumbersHaveTheirRoom()
     model.append(at(now - 2 * second, QStringLiteral("PA,-123456780000")));
     model.flush();
     PlotView view(&model);
-    view.resize(700, 400);
-    view.show();
+    showOnlyField(view);
+    QTRY_COMPARE(view.findChild<PlotData *>()->curves()[acm0].size(), size_t(2));
     auto *canvas = view.findChild<PlotCanvas *>();
-    auto *data = view.findChild<PlotData *>();
-    QTRY_COMPARE(data->fields().size(), 1);
-    QTest::keyClick(view.findChild<QComboBox *>(QStringLiteral("quantity")), Qt::Key_Down);
-    QTRY_COMPARE(data->curves()[acm0].size(), size_t(2));
     const int margin = canvas->fontMetrics().height() / 4;
     const QImage left = canvas->grab().toImage().copy(1, canvas->height() / 4, margin, canvas->height() / 2);
     QCOMPARE(pixelsOf(left, canvas->palette().color(QPalette::Base).rgb()), left.width() * left.height());

@@ -96,6 +96,24 @@ bool isInOrder(const TimelineLane &lane)
                           [](const TimelineEvent &a, const TimelineEvent &b) { return a.ms < b.ms; });
 }
 
+/// The place of an event of the only lane, in the viewport of the canvas.
+QPointF position(const ProbeTimeline &timeline, const TimelineView &view, int event)
+{
+    const TimelineCanvas *canvas = view.canvas();
+    return TimelinePainter(timeline, view.palette(), canvas->font(), canvas->viewport()->width(), 1)
+        .position({0, event});
+}
+
+/// The tool tip at an event of the only lane.
+QString toolTip(const ProbeTimeline &timeline, const TimelineView &view, int event)
+{
+    QWidget *viewport = view.canvas()->viewport();
+    const QPoint place = position(timeline, view, event).toPoint();
+    QHelpEvent help(QEvent::ToolTip, place, viewport->mapToGlobal(place));
+    QCoreApplication::sendEvent(viewport, &help);
+    return QToolTip::text();
+}
+
 /// Whether any pixel of `image` has just about this colour.
 bool hasColour(const QImage &image, const QColor &colour)
 {
@@ -404,15 +422,10 @@ void TestTimeline::theToolTipTellsSentenceAndTime()
     view.resize(1000, 300);
     view.show();
     fixture.searchToTheEnd({BoardA}, 0);
-    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(),
-                                  view.canvas()->viewport()->width(), 1);
-    const QPoint reply = painter.position({0, 2}).toPoint();
-    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
-    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
-    QVERIFY2(QToolTip::text().contains(QLatin1String("reply  $PJWVER,7300022,1,4,0*0d")), qPrintable(QToolTip::text()));
-    QVERIFY(QToolTip::text().contains(board->portName()));
-    QVERIFY(
-        QToolTip::text().contains(QString::number(fixture.lane(board).events.at(2).ms, 'f', 1) + QLatin1String(" ms")));
+    const QString text = toolTip(fixture.timeline, view, 2);
+    QVERIFY2(text.contains(QLatin1String("reply  $PJWVER,7300022,1,4,0*0d")), qPrintable(text));
+    QVERIFY(text.contains(board->portName()));
+    QVERIFY(text.contains(QString::number(fixture.lane(board).events.at(2).ms, 'f', 1) + QLatin1String(" ms")));
 }
 
 void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
@@ -425,9 +438,8 @@ void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
     QCOMPARE(fixture.lane(board).events.at(2).kind, PortEvent::Unreadable);
     const auto *viewport = view.canvas()->viewport();
     const QImage picture = view.grab().toImage();
-    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(), viewport->width(), 1);
     const double corner = 0.2 * view.canvas()->fontMetrics().height(); // a reply's arrow has its tip between these two
-    const QPointF centre = painter.position({0, 2}) + viewport->mapTo(&view, QPoint());
+    const QPointF centre = position(fixture.timeline, view, 2) + viewport->mapTo(&view, QPoint());
     for (const double side : {-corner, corner})
         QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),
                  Theme::colour(view.palette(), Theme::Problem));
@@ -442,12 +454,8 @@ void TestTimeline::textsOfBoardsAreShownAsTheyAre()
     TimelineView view(&fixture.timeline);
     view.resize(1000, 300);
     fixture.searchToTheEnd({BoardA}, 0);
-    const TimelinePainter painter(fixture.timeline, view.palette(), view.canvas()->font(),
-                                  view.canvas()->viewport()->width(), 1);
-    const QPoint reply = painter.position({0, 2}).toPoint();
-    QHelpEvent help(QEvent::ToolTip, reply, view.canvas()->viewport()->mapToGlobal(reply));
-    QCoreApplication::sendEvent(view.canvas()->viewport(), &help);
-    QVERIFY2(QToolTip::text().contains(QLatin1String("$&lt;b&gt;&amp;amp;*00")), qPrintable(QToolTip::text()));
+    const QString text = toolTip(fixture.timeline, view, 2);
+    QVERIFY2(text.contains(QLatin1String("$&lt;b&gt;&amp;amp;*00")), qPrintable(text));
     QCOMPARE(view.findChild<QLabel *>()->textFormat(), Qt::PlainText);
 }
 

@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-# Ends with this process, and so do all processes that it started.
+# Isolates a command. The command and all its processes end when this process ends.
 ISOLATED = ["setpriv", "--pdeathsig", "KILL",
             "unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private"]
 
@@ -62,7 +62,7 @@ def refusal():
 
 
 def leave_out_if_refused():
-    """If there can be no bare root, ends the test with the status for which ctest lists it as not run."""
+    """If a bare root is not possible, ends the test with the status that ctest lists as not run."""
     reason = refusal()
     if reason:
         print(f"Left out: {pathlib.Path(sys.argv[0]).stem}: {reason}")
@@ -70,7 +70,7 @@ def leave_out_if_refused():
 
 
 def system_sources():
-    """This machine's apt source files of its distribution, without those of other parties."""
+    """The apt source files of this machine's distribution. Those of other sources are not used."""
     lists = pathlib.Path("/etc/apt")
     files = [lists / "sources.list"] + [lists / f"sources.list.d/{name}.sources" for name in ("debian", "ubuntu")]
     return [file for file in files if file.exists() and mirror_in(file.read_text())]

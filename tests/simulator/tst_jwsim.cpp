@@ -34,6 +34,17 @@ QStringList ask(const QString &port, int count, int times = 1, const char *query
                      .arg(count));
 }
 
+// A command that handles a signal in its own way, prints its process id, and waits.
+QStringList waiting(const char *signalHandling)
+{
+    return {QStringLiteral("python3"), QStringLiteral("-c"),
+            QStringLiteral("import os, signal, time\n"
+                           "signal.signal(%1)\n"
+                           "print(os.getpid(), flush=True)\n"
+                           "time.sleep(1000)")
+                .arg(QLatin1String(signalHandling))};
+}
+
 // The line as the report writes it.
 QString escaped(const QByteArray &line)
 {
@@ -1091,11 +1102,7 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
                    QStringList{QStringLiteral("--report"), file("report.json")}
                        + simulated({boardOn("BoardA", m_port), boardOn("BoardB", uniquePortName(), "open=busy")},
                                    // Reset SIGINT: a test that runs in the background may inherit it as ignored.
-                                   {QStringLiteral("python3"), QStringLiteral("-c"),
-                                    QStringLiteral("import os, signal, time\n"
-                                                   "signal.signal(signal.SIGINT, signal.SIG_DFL)\n"
-                                                   "print(os.getpid(), flush=True)\n"
-                                                   "time.sleep(1000)")}));
+                                   waiting("signal.SIGINT, signal.SIG_DFL")));
     prepare(run);
     run.start();
     WAIT_FOR(run.output().endsWith('\n'));
@@ -1127,13 +1134,7 @@ void TestJwsim::commandThatCatchesTheSignalGivesItsStatus()
 void TestJwsim::commandThatDoesNotEndIsKilled()
 {
     NEEDS_PROGRAM("python3", "python3");
-    ProgramRun run(jwsimProgram(),
-                   simulated({boardOn("BoardA", m_port)},
-                             {QStringLiteral("python3"), QStringLiteral("-c"),
-                              QStringLiteral("import os, signal, time\n"
-                                             "signal.signal(signal.SIGTERM, signal.SIG_IGN)\n"
-                                             "print(os.getpid(), flush=True)\n"
-                                             "time.sleep(1000)")}));
+    ProgramRun run(jwsimProgram(), simulated({boardOn("BoardA", m_port)}, waiting("signal.SIGTERM, signal.SIG_IGN")));
     prepare(run);
     run.start();
     WAIT_FOR(run.output().endsWith('\n'));

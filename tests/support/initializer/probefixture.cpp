@@ -116,6 +116,15 @@ void ProbeFixture::probe(const TypeList &types)
     QVERIFY(initializer->probe(types, 0, portNames()));
 }
 
+Board *ProbeFixture::probeSilentBoard()
+{
+    Board *const board = attach("silent");
+    initializer->setMaxRetries(0);
+    probe({JwDevice::BoardA});
+    timeOut(board);
+    return board;
+}
+
 Communicator *ProbeFixture::comm(const Board *board) const
 {
     const auto timers = replyTimers(*initializer);

@@ -44,6 +44,8 @@ public:
     QStringList portNames() const;
     /// Probes the ports of all attached boards, by name.
     void probe(const TypeList &types);
+    /// Attaches a silent board and probes it for BoardA, without retry rounds, until it times out. Returns the board.
+    JwSimulator::Board *probeSilentBoard();
     /// Deletes the Initializer and makes a new one.
     JwDevice::Initializer *renew();
 
