@@ -9,15 +9,17 @@
 #include <simulator/board.h>
 #include <simulator/testbed.h>
 
+#include <QFile>
+#include <QMetaMethod>
 #include <QPointer>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <cerrno>
-#include <functional>
 #include <memory>
+#include <vector>
 
-#include <fcntl.h>
 #include <pty.h>
 #include <unistd.h>
 
@@ -80,13 +82,16 @@ struct WatchedPort
 /// A pseudo terminal whose port is not the testbed's: its own end goes with the other one.
 struct PseudoTerminal
 {
-    PseudoTerminal()
+    /// Opened through `link`, if there is one.
+    explicit PseudoTerminal(const QString &link = {})
     {
         char name[64] = "";
         int portEnd = -1;
         if (::openpty(&boardEnd, &portEnd, name, nullptr, nullptr) != 0)
             qFatal("no pseudo terminal");
-        port.setPortName(QString::fromLocal8Bit(name));
+        if (!link.isEmpty() && !QFile::link(QString::fromLocal8Bit(name), link))
+            qFatal("no link");
+        port.setPortName(link.isEmpty() ? QString::fromLocal8Bit(name) : link);
         if (!port.open(QIODevice::ReadWrite))
             qFatal("the pseudo terminal does not open");
         ::close(portEnd);
@@ -140,7 +145,8 @@ private Q_SLOTS:
     void pulledCableLosesThePortSoon_data();
     void pulledCableLosesThePortSoon();
     void pulledCableIsSeenAlsoDirectlyAfterAnErrorThatPassed();
-    void endOfAPseudoTerminalLosesThePort();
+    void pseudoTerminalIsLostAtItsEndAndNotBefore_data();
+    void pseudoTerminalIsLostAtItsEndAndNotBefore();
     void errorThatPassesLosesNothing_data();
     void errorThatPassesLosesNothing();
     void portThatOnlyFailsIsLostAfterAThousandErrors();
@@ -192,17 +198,28 @@ void TestPortErrors::pulledCableIsSeenAlsoDirectlyAfterAnErrorThatPassed()
     QTRY_COMPARE(watched.losses, QVector<bool>{true});
 }
 
-void TestPortErrors::endOfAPseudoTerminalLosesThePort()
+void TestPortErrors::pseudoTerminalIsLostAtItsEndAndNotBefore_data()
 {
-    PseudoTerminal terminal;
+    QTest::addColumn<bool>("isLink");
+    QTest::newRow("by its own name") << false;
+    QTest::newRow("by a link outside /dev") << true;
+}
+
+void TestPortErrors::pseudoTerminalIsLostAtItsEndAndNotBefore()
+{
+    QFETCH(bool, isLink);
+    const QTemporaryDir folder;
+    PseudoTerminal terminal(isLink ? folder.filePath(QStringLiteral("board")) : QString());
+    QSignalSpy failed(&terminal.port, &QSerialPort::errorOccurred);
     QVector<bool> losses;
     auto *const errors = new PortErrors(&terminal.port);
     connect(errors, &PortErrors::portLost, errors, [&](bool isDeviceGone) {
         losses << isDeviceGone;
         closeAtOnce(&terminal.port);
     });
-    settle();
-    QCOMPARE(losses, QVector<bool>());
+    terminal.port.pinoutSignals(); // a pseudo terminal has none
+    QVERIFY(!failed.isEmpty());
+    QCOMPARE(losses, QVector<bool>()); // the list of serial ports has no pseudo terminals, but it is there
     terminal.hangUp();
     QTRY_COMPARE(losses, QVector<bool>{true}); // the system has removed its own end
 }

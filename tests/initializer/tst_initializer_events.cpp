@@ -5,7 +5,10 @@
 #include <nmea/exception.h>
 #include <nmea/parserinit.h>
 
+#include <QElapsedTimer>
 #include <QTest>
+
+#include <memory>
 
 using JwDevice::Initializer;
 using JwDevice::PortEvent;
