@@ -195,7 +195,7 @@ void TestJwprobeAdvice::pulledCableOfAnUnwantedBoardExplainsTheWait()
                                        {one, QStringLiteral("--deadline=1000")});
     QCOMPARE(outcome.status, 1);
     for (const char *text : {"cable was pulled", "after it had answered $PJWVER,7300022,1,4,0*0d",
-                             "The search waited until its deadline, since a port had answered"})
+                             "The search waited until its deadline, because a port answered"})
         QVERIFY2(outcome.output.contains(text), outcome.output.constData());
 }
 

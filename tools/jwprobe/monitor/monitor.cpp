@@ -84,7 +84,7 @@ void Monitor::watchOutput()
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
         std::raise(SIGPIPE); // as a failed write does
-        complain(QStringLiteral("can't write to standard output: nobody reads it any more"));
+        complainOfOutput(QStringLiteral("nobody reads it any more"));
         Q_EMIT outputLost();
     });
 }

@@ -27,16 +27,20 @@ bool isDelicate(uint code)
 
 bool print(const QString &text)
 {
-    static bool failed = false;
     const QByteArray bytes = text.toUtf8();
     const auto size = static_cast<std::size_t>(bytes.size());
     if (std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
         return true;
-    if (!failed)
-        complain(
-            QStringLiteral("can't write to standard output: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
-    failed = true;
+    complainOfOutput(QString::fromLocal8Bit(std::strerror(errno)));
     return false;
+}
+
+void complainOfOutput(const QString &reason)
+{
+    static bool isDone = false;
+    if (!isDone)
+        complain(QStringLiteral("can't write to standard output: %1").arg(reason));
+    isDone = true;
 }
 
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)

@@ -9,6 +9,9 @@ namespace JwProbe {
 /// error.
 bool print(const QString &text);
 
+/// Writes to standard error, only the first time, why standard output can't be written.
+void complainOfOutput(const QString &reason);
+
 /// The text of `object`, with a line end. Use it for all JSON that is printed: it escapes the characters that control a
 /// terminal or change the direction of text.
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
