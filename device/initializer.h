@@ -91,8 +91,9 @@ public:
     QList<JwDevice::PortReport> portReports() const;
 
     /**
-     * Calls `observer` at every event of a port during a probe, at once and in the order in which events happen. For
-     * tools that show what a probe does; nothing has to be logged for it. An empty function ends this.
+     * Calls `observer` at every event of a port during a probe, and later if a port that was not handed over is lost.
+     * The calls come at once, in the order of the events. For tools that show what a probe does; nothing has to be
+     * logged for it. An empty function ends this.
      *
      * `observer` is called from the middle of the Initializer's work: it may record the event and set
      * another observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.

@@ -23,8 +23,8 @@ struct PortEvent
 
     Kind kind = Opened; ///< what happened
     QString portName; ///< such as "ttyACM0"
-    qint64 nanoseconds = 0; ///< since probe() was called
-    uint round = 0; ///< 0 while ports are asked first, then the number of the retry round
+    qint64 nanoseconds = 0; ///< since the newest call of probe()
+    uint round = 0; ///< 0 while ports are asked first; retry rounds are counted over the life of the Initializer
     QString text; ///< sentences and payloads are without their line end; empty if the kind has no text
     QString reason; ///< of Unreadable; else empty
     Type type = Unknown; ///< of Answered and HandedOver: the type of board that sends such a sentence

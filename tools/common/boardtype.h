@@ -13,7 +13,7 @@ namespace JwTools {
 /// are never translated.
 QString boardName(JwDevice::Type type);
 
-/// The names of `types`, such as "BoardA, BoardB and BoardC", with `conjunction` before the last one.
+/// The names of `types`, such as "BoardA and BoardC", with `conjunction` before the last name.
 QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunction);
 
 /// The type of that name, in any letter case.
