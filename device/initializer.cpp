@@ -61,7 +61,8 @@ struct Initializer::Private
         if (!observer)
             return;
         event.nanoseconds = clock.nsecsElapsed();
-        observer(event);
+        const auto running = observer; // a copy, because the observer may set another one
+        running(event);
     }
 
     /// Objects that were in the middle of their signals when the Initializer was deleted. They must live until the

@@ -94,8 +94,8 @@ public:
      * Calls `observer` at every event of a port during a probe, at once and in the order in which events happen. For
      * tools that show what a probe does; nothing has to be logged for it. An empty function ends this.
      *
-     * `observer` is called from the middle of the Initializer's work: it may record the event, and must not throw, run
-     * an event loop, or delete the Initializer, a port or a Communicator.
+     * `observer` is called from the middle of the Initializer's work: it may record the event and set
+     * another observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
      */
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 

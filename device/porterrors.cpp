@@ -50,12 +50,13 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
         m_run->errors = 0;
     m_run->newestError.start();
     ++m_run->errors;
+    const bool isRowFull = m_run->errors >= errorsOfLostPort;
     bool isDeviceGone = false;
-    if (!m_run->newestLook.isValid() || m_run->newestLook.elapsed() >= timeBetweenLooks) {
+    if (isRowFull || !m_run->newestLook.isValid() || m_run->newestLook.elapsed() >= timeBetweenLooks) {
         m_run->newestLook.start();
         isDeviceGone = !isThere(port->portName());
     }
-    if (isDeviceGone || m_run->errors >= errorsOfLostPort) {
+    if (isDeviceGone || isRowFull) {
         Q_EMIT portLost(isDeviceGone);
         return;
     }

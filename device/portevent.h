@@ -9,6 +9,7 @@ namespace JwDevice {
 /// One thing that happened on one port during a probe: see Initializer::setPortObserver().
 struct PortEvent
 {
+    /// The kinds of event.
     enum Kind {
         Opened, ///< the port is open
         NotOpened, ///< the port could not be opened; `text` is the system's reason
@@ -20,7 +21,7 @@ struct PortEvent
         HandedOver, ///< the port holds a wanted board; deviceInitialized() comes next
     };
 
-    Kind kind = Opened;
+    Kind kind = Opened; ///< what happened
     QString portName; ///< such as "ttyACM0"
     qint64 nanoseconds = 0; ///< since probe() was called
     uint round = 0; ///< 0 while ports are asked first, then the number of the retry round

@@ -1,5 +1,6 @@
 // Finds one board of each wanted type and prints its port. Ends when every type is found or missing; the exit status
 // is 1 if one is missing.
+#include <device/boardrules.h>
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -12,7 +13,6 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
     const QList<JwDevice::Type> wanted = {JwDevice::BoardA, JwDevice::BoardB};
     int open = wanted.size();
     int status = 0;
@@ -34,11 +34,11 @@ int main(int argc, char **argv)
                              if (port->isOpen())
                                  port->close();
                          });
-                         out << names[type] << " is on " << port->portName() << Qt::endl;
+                         out << JwDevice::typeName(type) << " is on " << port->portName() << Qt::endl;
                          settle();
                      });
     QObject::connect(&initializer, &JwDevice::Initializer::deviceNotFound, &app, [&](JwDevice::Type type) {
-        out << names[type] << " was not found" << Qt::endl;
+        out << JwDevice::typeName(type) << " was not found" << Qt::endl;
         status = 1;
         settle();
     });

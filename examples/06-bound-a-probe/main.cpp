@@ -1,4 +1,5 @@
 // Limits a probe to two seconds, and says why it did not end earlier.
+#include <device/boardrules.h>
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -11,10 +12,9 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
     QList<JwDevice::Type> missing = {JwDevice::BoardA, JwDevice::BoardC};
     const auto settle = [&](JwDevice::Type type, const QString &what) {
-        out << names[type] << what << Qt::endl;
+        out << JwDevice::typeName(type) << what << Qt::endl;
         missing.removeOne(type);
         if (missing.isEmpty())
             app.quit();
@@ -40,7 +40,7 @@ int main(int argc, char **argv)
     // application knows how long it can wait.
     QTimer::singleShot(2000, initializer, [&] {
         for (const JwDevice::Type type : qAsConst(missing))
-            out << names[type] << " did not come in time" << Qt::endl;
+            out << JwDevice::typeName(type) << " did not come in time" << Qt::endl;
         const QList<JwDevice::PortReport> reports = initializer->portReports();
         for (const JwDevice::PortReport &report : reports) {
             if (report.verdict == JwDevice::PortReport::Silenced)

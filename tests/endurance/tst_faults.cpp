@@ -1,6 +1,6 @@
 // Every fault of a port in every state of a probed port. After each the process must be idle and use no more resources
-// than before. docs/testing.md has the whole table of faults and states; tst_initializer_cable and
-// tst_initializer_ports test more of its cells.
+// than before. docs/testing.md lists the faults and what must follow; tst_initializer_cable and
+// tst_initializer_ports test more of them.
 #include "support/initializer/probefixture.h"
 #include "support/common/processusage.h"
 #include "support/initializer/idlecheck.h"

@@ -1,21 +1,17 @@
 #include "support/initializer/probefixture.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/device/discardedoutput.h"
+#include "support/device/otherreader.h"
 #include "support/initializer/timelinetexts.h"
 
 #include <device/wholelines.h>
 
 #include <QAbstractEventDispatcher>
 #include <QElapsedTimer>
-#include <QSocketNotifier>
 #include <QTest>
 #include <QTimer>
 
 #include <cerrno>
-
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <termios.h>
-#include <unistd.h>
 
 using JwDevice::Communicator;
 using JwDevice::Initializer;
@@ -56,39 +52,6 @@ void verifyClosedWithoutSpin(const ProbeFixture &fixture, const Board *board, co
     QVERIFY(busy < 100);
 }
 
-QVector<int> discarded; // descriptors of terminals whose unsent output was discarded
-
-/// Another program that reads from the same port and is faster than our port.
-class OtherReader
-{
-public:
-    /// `staleError` is the value of errno when our port finds nothing to read. QSerialPort decides by that value.
-    OtherReader(const Board *board, int staleError)
-        : m_descriptor(::open(qPrintable(QStringLiteral("/dev/") + board->portName()),
-                              O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
-        , m_notifier(m_descriptor, QSocketNotifier::Read)
-    {
-        QObject::connect(&m_notifier, &QSocketNotifier::activated, &m_notifier, [this, staleError] {
-            char bytes[100];
-            while (!m_paused && ::read(m_descriptor, bytes, sizeof bytes) > 0) { }
-            errno = staleError;
-        });
-    }
-    ~OtherReader()
-    {
-        m_notifier.setEnabled(false);
-        ::close(m_descriptor);
-    }
-    void pause(bool paused) { m_paused = paused; }
-    OtherReader(const OtherReader &) = delete;
-    OtherReader &operator=(const OtherReader &) = delete;
-
-private:
-    const int m_descriptor;
-    QSocketNotifier m_notifier; // never disabled, so that it stays before the port's notifier
-    bool m_paused = false;
-};
-
 QStringList warnings;
 
 void recordWarning(QtMsgType type, const QMessageLogContext &, const QString &text)
@@ -115,15 +78,6 @@ private:
 };
 
 } // namespace
-
-/// Replaces the C library's function, to record discarded output.
-extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, int queue) noexcept
-{
-    if (queue == TCOFLUSH || queue == TCIOFLUSH)
-        discarded.append(descriptor);
-    static const auto original = reinterpret_cast<int (*)(int, int)>(::dlsym(RTLD_NEXT, "tcflush"));
-    return original(descriptor, queue);
-}
 
 class TestInitializerCable : public QObject
 {
@@ -379,16 +333,14 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
     QFETCH(QByteArray, held);
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
-    // Made before the port, so that the event loop serves it first.
-    auto otherReader = std::make_unique<OtherReader>(board, staleError);
-    otherReader->pause(true);
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), staleError);
     fixture.probe({JwDevice::BoardA});
     const ErrorCount count(fixture.port(board));
     QTRY_COMPARE(received(board), versionQuery);
     QVERIFY(held.isEmpty() || board->send(held));
     const auto *const lines = dynamic_cast<JwDevice::WholeLinesBase *>(fixture.port(board));
     QTRY_COMPARE(lines->bytesReceived(), qint64(held.size()));
-    otherReader->pause(false);
+    other.start(fixture.port(board));
     QElapsedTimer clock;
     clock.start();
     while (count.errors() < 3) {
@@ -398,7 +350,7 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
         settle();
     }
     QCOMPARE(fixture.initializer->portReports().first().verdict, JwDevice::PortReport::Awaiting);
-    otherReader.reset();
+    other.stop();
     QVERIFY(board->send(versionReply("7300022").mid(held.size())));
     QTRY_COMPARE(fixture.state(board), PortState::HandedOver);
 }
@@ -418,14 +370,14 @@ void TestInitializerCable::unsentOutputIsDiscardedBeforeAPortIsClosed()
     fixture.probe({JwDevice::BoardA});
     QTRY_COMPARE(received(board), versionQuery);
     const int descriptor = static_cast<int>(fixture.port(board)->handle());
-    discarded.clear();
+    discardedOutput.clear();
     if (isLost) {
         board->pull();
         QTRY_VERIFY(!fixture.port(board)->isOpen());
     } else {
         delete fixture.initializer;
     }
-    QCOMPARE(discarded, QVector<int>{descriptor});
+    QCOMPARE(discardedOutput, QVector<int>{descriptor});
 }
 
 void TestInitializerCable::handedOverPortReportsItsErrorToTheApplicationAndIsLeftOpen()

@@ -1,24 +1,23 @@
+#include "support/device/discardedoutput.h"
+#include "support/device/otherreader.h"
 #include "support/jwmonitor/finderfixture.h"
 #include "support/jwmonitor/simulatedwindowmain.h"
 
 #include <device/initializer.h>
+#include <device/wholelines.h>
 
 #include <QEventLoop>
-#include <QFile>
 #include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
-#include <QSocketNotifier>
 #include <QTimer>
 
 #include <cerrno>
 
-#include <fcntl.h>
-
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
 
-/// How the desktop program keeps its boards found.
+/// How jwmonitor finds boards and keeps them found.
 class TestFinder : public QObject
 {
     Q_OBJECT
@@ -46,6 +45,8 @@ private Q_SLOTS:
     void aBoardThatIsNotWantedDoesNotKeepTheSearchOpen();
     void theDelayCountsForBoardCAlone();
     void stopLetsGoOfThePorts();
+    void unsentOutputIsDiscardedWhenABoardIsLetGo_data();
+    void unsentOutputIsDiscardedWhenABoardIsLetGo();
     void stopForgetsLostBoards();
     void stopEndsTheSearch();
     void anAnswerAfterStopIsLetGo();
@@ -103,7 +104,8 @@ void TestFinder::endsTheSearchOnceAllAreFound()
     QTRY_COMPARE(ended.size(), 1);
     QVERIFY(!fixture.finder.isSearching());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
-    QCOMPARE(int(fixture.entry(silent).report->verdict), int(PortReport::Awaiting)); // nobody waited for it
+    QCOMPARE(int(fixture.entry(silent).report->verdict),
+             int(PortReport::Awaiting)); // the search ended without waiting for this port
 }
 
 void TestFinder::tellsWhatBecameOfEachPort()
@@ -157,7 +159,7 @@ void TestFinder::tellsOfANamedPortThatIsNotThere()
     JwMonitor::FindSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{QStringLiteral("ttyNONE0")};
-    // All names that no port has share a lock file, which another process may have for a moment.
+    // All names of missing ports share one lock file. Another process may hold that file for a moment.
     const auto isSearched = [&] {
         fixture.finder.start(settings);
         return QTest::qWaitFor([&] { return !fixture.finder.isSearching(); }) && fixture.finder.ports().size() == 1
@@ -190,28 +192,20 @@ void TestFinder::aPulledCableIsALostBoard()
 void TestFinder::anErrorThatPassesLosesNoBoard_data()
 {
     QTest::addColumn<int>("staleError");
-    QTest::newRow("ReadError") << 0;
-    QTest::newRow("ResourceError") << EAGAIN;
+    QTest::addColumn<QByteArray>("held");
+    QTest::newRow("ReadError") << 0 << QByteArray();
+    QTest::newRow("ResourceError") << EAGAIN << QByteArray();
+    QTest::newRow("while an unfinished line is held back") << EAGAIN << QByteArray("$PJWVER,7300022");
 }
 
 void TestFinder::anErrorThatPassesLosesNoBoard()
 {
     QFETCH(int, staleError);
+    QFETCH(QByteArray, held);
+    const QByteArray reply = "$PJWVER,7300022,1,4,0*0d\r\n";
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
-    // Another program that reads the port, open before the search has the port for itself. Its turn comes first, when
-    // the system has told both of the bytes.
-    const QByteArray device = "/dev/" + board->portName().toLatin1();
-    QFile other;
-    QVERIFY(other.open(::open(device.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK), QIODevice::ReadOnly,
-                       QFileDevice::AutoCloseHandle));
-    QSocketNotifier arrival(other.handle(), QSocketNotifier::Read);
-    bool isGreedy = false;
-    connect(&arrival, &QSocketNotifier::activated, &other, [&] {
-        if (isGreedy)
-            other.readAll();
-        errno = staleError;
-    });
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), staleError);
     QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
@@ -219,21 +213,23 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     const auto link = found.at(0).at(0).value<JwMonitor::BoardLink>();
     auto *port = qobject_cast<QSerialPort *>(link.communicator->device());
     QVERIFY(port);
+    QVERIFY(held.isEmpty() || board->send(held));
+    QTRY_COMPARE(qobject_cast<WholeLinesBase *>(port)->bytesReceived(), qint64(held.size()));
     int errors = 0;
     bool isResourceError = false;
     connect(port, &QSerialPort::errorOccurred, port, [&](QSerialPort::SerialPortError error) {
         ++errors;
         isResourceError |= error == QSerialPort::ResourceError;
     });
-    isGreedy = true;
-    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && errors > 0);
-    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort goes by the number that an earlier call left
-    arrival.setEnabled(false);
-    other.close();
+    other.start(port);
+    QTRY_VERIFY(board->send(reply) && errors > 0);
+    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort judges by the errno of an earlier call
+    other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
     QSignalSpy read(link.communicator.data(), QOverload<>::of(&Communicator::readyRead));
-    QTRY_VERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n") && !read.isEmpty());
+    QVERIFY(board->send(reply.mid(held.size())));
+    QTRY_VERIFY(!read.isEmpty());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(found.size(), 1);
 }
@@ -251,7 +247,7 @@ void TestFinder::aPortThatOnlyFailsIsLost()
     int errors = 0;
     connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
     for (int i = 0; i < 100; ++i)
-        port->setRequestToSend(true); // a simulated port has no such line
+        port->setRequestToSend(true); // fails, because a simulated port has no such line
     QVERIFY(errors >= 100);
     QCOMPARE(lost.size(), 0);
     QVERIFY(port->isOpen());
@@ -288,10 +284,10 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // now and then the list of ports is looked at while the cable is out, mostly not
+    for (int i = 0; i < 4; ++i) { // sometimes the list of ports is read while the cable is out, mostly not
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
-        QTRY_COMPARE(ended.size(), 1); // the search that the loss began
+        QTRY_COMPARE(ended.size(), 1); // the search that started because of the loss
         QVERIFY(board->plug());
         QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
     }
@@ -313,7 +309,7 @@ void TestFinder::somethingElseOnTheLostPortIsNotLost()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("silent");
-    bool isBoard = true; // what is plugged in next isn't
+    bool isBoard = true; // the next device plugged in is no board
     connect(board, &JwSimulator::Board::sentenceReceived, board, [&] {
         if (isBoard)
             board->send("$PJWVER,7300022,1,4,0*0d\r\n");
@@ -413,6 +409,34 @@ void TestFinder::stopLetsGoOfThePorts()
     QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
 }
 
+void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo_data()
+{
+    QTest::addColumn<bool>("isLost");
+    QTest::newRow("by stop()") << false;
+    QTest::newRow("because its cable is pulled") << true;
+}
+
+void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo()
+{
+    QFETCH(bool, isLost);
+    FinderFixture fixture;
+    auto *board = fixture.attach("BoardA");
+    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    fixture.start({BoardA}, 0);
+    QTRY_COMPARE(found.size(), 1);
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    const auto communicator = found.at(0).at(0).value<JwMonitor::BoardLink>().communicator;
+    const auto descriptor = static_cast<int>(qobject_cast<QSerialPort *>(communicator->device())->handle());
+    discardedOutput.clear();
+    if (isLost) {
+        board->pull();
+        QTRY_COMPARE(fixture.stage(BoardA), Stage::Lost);
+    } else {
+        fixture.finder.stop();
+    }
+    QCOMPARE(discardedOutput, QVector<int>{descriptor});
+}
+
 void TestFinder::stopForgetsLostBoards()
 {
     FinderFixture fixture;
@@ -461,7 +485,7 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // the search that was ended lives on until the window leaves it
+    QEventLoop dialog; // the ended search exists until the dialog closes
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {

@@ -19,7 +19,7 @@
 
 using namespace JwMonitor;
 
-/// The desktop program's view of the library's log.
+/// jwmonitor's view of the library's log.
 class TestLog : public QObject
 {
     Q_OBJECT
@@ -49,7 +49,7 @@ private:
 
 void TestLog::init()
 {
-    loggerInstance()->clearSinks(); // the one that writes to standard error
+    loggerInstance()->clearSinks(); // removes the sink that writes to standard error
     loggerInstance()->setLevel(Logger::Trace);
     m_model = std::make_unique<LogModel>();
     m_view = std::make_unique<LogView>(m_model.get());

@@ -25,7 +25,7 @@ std::optional<Options> parse(const char *line, QString *error = nullptr)
 
 } // namespace
 
-/// What to look for: from the command line, and from the controls in the window.
+/// The settings of a search: from the command line, and from the controls of the window.
 class TestOptions : public QObject
 {
     Q_OBJECT
@@ -54,20 +54,18 @@ void TestOptions::withoutOptionsAllBoardsAreWanted()
     QCOMPARE(options->settings.delay, 0);
     QCOMPARE(options->settings.retries, 3);
     QVERIFY(!options->palette);
-    QVERIFY(options->screenshots.isEmpty());
 }
 
 void TestOptions::takesAllOptions()
 {
     const auto options = parse("--type boardc --type BoardA --type BoardC --port ttyACM3 --delay 250 --retries 7 "
-                               "--palette dark --screenshots pictures");
+                               "--palette dark");
     QVERIFY(options);
     QCOMPARE(options->settings.types, QList<Type>({BoardC, BoardA}));
     QCOMPARE(options->settings.ports, QStringList(QStringLiteral("ttyACM3")));
     QCOMPARE(options->settings.delay, 250);
     QCOMPARE(options->settings.retries, 7);
     QCOMPARE(*options->palette, Theme::Palette::Dark);
-    QCOMPARE(options->screenshots, QStringLiteral("pictures"));
 }
 
 void TestOptions::takesPortsByTheirDevice()
@@ -83,8 +81,8 @@ void TestOptions::refusesWhatItDoesNotKnow_data()
     const auto row = [](const char *line, const char *error) { QTest::newRow(line) << QString::fromLatin1(error); };
     row("--colour red", "Unknown option 'colour'; \"jwmonitor --help\" shows what is allowed");
     row("ttyACM0", "unexpected argument \"ttyACM0\": jwmonitor takes options only, a port is given as --port ttyACM0");
-    row("--type BoardD", "--type \"BoardD\" is not known: allowed are BoardA, BoardB and BoardC");
-    row("--port=", "--port needs the name of a port, such as ttyACM0");
+    row("--type Toaster", "--type \"Toaster\" is not known: allowed are BoardA, BoardB and BoardC");
+    row("--port=", "--port needs the name of a port, such as ttyACM0; \"jwprobe --list\" shows all");
     row("--delay soon", "--delay \"soon\" is not allowed: give a whole number from 0 to 3600000");
     row("--delay -1", "--delay \"-1\" is not allowed: give a whole number from 0 to 3600000");
     row("--retries 10001", "--retries \"10001\" is not allowed: give a whole number from 0 to 10000");
@@ -101,7 +99,7 @@ void TestOptions::refusesWhatItDoesNotKnow()
 void TestOptions::helpAndVersionNeedNothingElse()
 {
     QCOMPARE(parse("--help")->action, Options::ShowHelp);
-    QCOMPARE(parse("--type BoardD -v")->action, Options::ShowVersion);
+    QCOMPARE(parse("--type Toaster -v")->action, Options::ShowVersion);
     QVERIFY(helpText().startsWith(QLatin1String("Usage: jwmonitor [options]\n")));
 }
 

@@ -56,7 +56,7 @@ void showOnlyField(PlotView &view)
 
 } // namespace
 
-/// The desktop program's curves.
+/// jwmonitor's plot.
 class TestPlot : public QObject
 {
     Q_OBJECT
@@ -203,7 +203,7 @@ void TestPlot::readsTheValuesOfAField()
     model.append(at(6 * second, QStringLiteral("PB,1,3"))); // another sentence
     model.append(at(7 * second, QStringLiteral("PA,1,x"))); // no number
     model.append(at(8 * second, QStringLiteral("PA,1,inf"))); // nothing to draw
-    model.append(at(9 * second, QStringLiteral("PA,1"))); // not there
+    model.append(at(9 * second, QStringLiteral("PA,1"))); // the field is missing
     model.append(at(10 * second, QStringLiteral("PA,1,1e3")));
     model.append({11 * second, acm0, Direction::Sent, framed(QStringLiteral("PA,1,4")), 3});
     model.flush();
@@ -259,7 +259,7 @@ void TestPlot::noiseDoesNotOfferFieldsWithoutEnd()
         model.append(at(5 * second, QStringLiteral("P%1,1").arg(i)));
     model.append(at(5 * second, QStringLiteral("P0") + QStringLiteral(",1").repeated(100)));
     model.flush();
-    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0); // all are read
+    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0); // all payloads are read
     QCOMPARE(data.fields().size(), 100 + 63);
 }
 
@@ -331,7 +331,7 @@ void TestPlot::theViewDrawsACurvePerPort()
     for (const Theme::Role role : {Theme::Series1, Theme::Series2}) {
         const QRgb colour = Theme::colour(canvas->palette(), role).rgb();
         QCOMPARE(pixelsOf(empty, colour), 0);
-        QVERIFY(pixelsOf(drawn, colour) > 30); // of the dots at the samples
+        QVERIFY(pixelsOf(drawn, colour) > 30); // the dots at the samples
     }
 }
 
@@ -347,7 +347,7 @@ void TestPlot::theViewDrawsADenseCurve()
     QTRY_COMPARE(view.findChild<PlotData *>()->curves()[acm0].size(), size_t(5000));
     auto *canvas = view.findChild<PlotCanvas *>();
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
-    // Up and down in each column of pixels: a block over five sixths of the time.
+    // The curve goes up and down in each column of pixels: a filled block over five sixths of the time.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
 }
 

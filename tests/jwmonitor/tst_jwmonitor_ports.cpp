@@ -47,7 +47,6 @@ class TestPorts : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void portsStandInTheOrderOfTheirNumbers();
     void rowsComeAndGoOneByOne();
     void onlyWhatChangedIsAnnounced();
     void tellsWhatBecameOfEachPort();
@@ -59,14 +58,6 @@ private Q_SLOTS:
     void theLineOfBoardsTellsWhereEachStands();
     void colouredTextsContrastWithTheirGround();
 };
-
-void TestPorts::portsStandInTheOrderOfTheirNumbers()
-{
-    QStringList names{QStringLiteral("ttyUSB0"), QStringLiteral("ttyACM10"), QStringLiteral("ttyACM9"),
-                      QStringLiteral("rfcomm1")};
-    std::sort(names.begin(), names.end(), isBefore);
-    QCOMPARE(names.join(QLatin1Char(' ')), QStringLiteral("rfcomm1 ttyACM9 ttyACM10 ttyUSB0"));
-}
 
 void TestPorts::rowsComeAndGoOneByOne()
 {
@@ -205,7 +196,7 @@ void TestPorts::theLineOfBoardsTellsWhereEachStands()
 
 void TestPorts::colouredTextsContrastWithTheirGround()
 {
-    // As the web's rules for readable text have it.
+    // The contrast that the web's accessibility rules (WCAG) ask for.
     const auto luminance = [](const QColor &colour) {
         const auto linear = [](double value) {
             return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);

@@ -20,12 +20,12 @@ using namespace JwMonitor;
 
 namespace {
 
-constexpr int patienceMs = 200000; // with a sanitizer, on a machine that has much else to do
+constexpr int patienceMs = 200000; // enough with a sanitizer on a busy machine
 
 } // namespace
 
-/// How long the desktop program's window stands still, at most, with a full table and 1000 payloads a second. What it
-/// prints are figures to read; they depend on the machine and on what else runs on it. Only a real freeze fails.
+/// The longest time that jwmonitor's window does not react, with a full table and 1000 payloads a second. It prints
+/// figures to read. They depend on the machine and its load, so only a real freeze fails.
 class TestResponsiveness : public QObject
 {
     Q_OBJECT
@@ -144,7 +144,7 @@ void TestResponsiveness::plotsAll()
 
 void TestResponsiveness::saves()
 {
-    m_plot.hide(); // with a sanitizer it takes most of the time
+    m_plot.hide(); // with a sanitizer, the plot takes most of the time
     const QTemporaryDir folder;
     m_watch.restart();
     QSignalSpy saved(&m_view, &TrafficView::saved);

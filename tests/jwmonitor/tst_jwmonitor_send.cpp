@@ -32,7 +32,7 @@ struct SlowDevice : ScriptedDevice
 
 } // namespace
 
-/// The desktop program's line to a board.
+/// jwmonitor's panel that sends lines to a board.
 class TestSend : public QObject
 {
     Q_OBJECT
@@ -168,7 +168,7 @@ void TestSend::refusesToSendABadLine()
     QCOMPARE(label("message"), QStringLiteral("Type a sentence, such as PJWVER."));
     m_line->setText(QString(80, QLatin1Char('A')));
     press(Qt::Key_Return);
-    QVERIFY2(label("message").startsWith(QLatin1String("Too long")), qPrintable(label("message")));
+    QVERIFY2(label("message").startsWith(QLatin1String("Make it shorter")), qPrintable(label("message")));
     m_model->flush();
     QCOMPARE(m_model->rowCount(), 0);
 }
@@ -194,9 +194,9 @@ void TestSend::sendsAndGetsTheAnswer()
     QCOMPARE(m_model->record(0).direction, Direction::Sent);
     QCOMPARE(m_model->record(1).direction, Direction::Received);
     QVERIFY(m_model->record(1).payload.contains(QLatin1String("7300022")));
-    QTRY_COMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("transferred")));
-    QCOMPARE(sentRows(TrafficModel::Id), QStringList(QStringLiteral("1")));
-    QCOMPARE(sentRows(TrafficModel::Raw), QStringList(QStringLiteral("$PJWVER*0c\\r\\n")));
+    QTRY_COMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("transferred")));
+    QCOMPARE(sentRows(TrafficColumn::Id), QStringList(QStringLiteral("1")));
+    QCOMPARE(sentRows(TrafficColumn::Raw), QStringList(QStringLiteral("$PJWVER*0c\\r\\n")));
 }
 
 void TestSend::theButtonSends()
@@ -217,7 +217,7 @@ void TestSend::sendsToTheChosenBoard()
     press(Qt::Key_Return);
     QTRY_COMPARE(second.simulated->journal().size(), 1);
     QCOMPARE(first.simulated->journal().size(), 0);
-    QTRY_COMPARE(sentRows(TrafficModel::Port), QStringList(second.simulated->portName()));
+    QTRY_COMPARE(sentRows(TrafficColumn::Port), QStringList(second.simulated->portName()));
 }
 
 void TestSend::theSystemTakesWhatIsSent()
@@ -225,12 +225,12 @@ void TestSend::theSystemTakesWhatIsSent()
     const Board board = connectBoard("silent");
     type("PJWVER");
     press(Qt::Key_Return);
-    QTRY_COMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("transferred")));
+    QTRY_COMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("transferred")));
     type("PJWVER,2"); // longer than the first: its report does not cover both
     press(Qt::Key_Return);
-    QTRY_COMPARE(sentRows(TrafficModel::Progress),
+    QTRY_COMPARE(sentRows(TrafficColumn::Progress),
                  QStringList({QStringLiteral("transferred"), QStringLiteral("taken")}));
-    QCOMPARE(sentRows(TrafficModel::Id), QStringList({QStringLiteral("1"), QStringLiteral("2")}));
+    QCOMPARE(sentRows(TrafficColumn::Id), QStringList({QStringLiteral("1"), QStringLiteral("2")}));
 }
 
 void TestSend::payloadsAreTakenInTheirOrder()
@@ -247,7 +247,7 @@ void TestSend::payloadsAreTakenInTheirOrder()
         device.waiting = waiting;
         Q_EMIT device.bytesWritten(0);
         m_model->flush();
-        return sentRows(TrafficModel::Progress).join(QLatin1Char(' '));
+        return sentRows(TrafficColumn::Progress).join(QLatin1Char(' '));
     };
     QCOMPARE(progressWith(36), QStringLiteral("waiting waiting waiting"));
     QCOMPARE(progressWith(25), QStringLiteral("waiting waiting waiting"));
@@ -273,11 +273,11 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     press(Qt::Key_Return);
     device.waiting = 24;
     Q_EMIT device.bytesWritten(0);
-    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits elsewhere
+    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits in another port
     m_panel->removeBoard(QStringLiteral("slow"));
     const QString lost = QStringLiteral("not sent: the board went");
     QTRY_COMPARE(
-        sentRows(TrafficModel::Progress),
+        sentRows(TrafficColumn::Progress),
         QStringList({QStringLiteral("taken"), lost, lost, QStringLiteral("transferred"), QStringLiteral("waiting")}));
 }
 
@@ -292,9 +292,9 @@ void TestSend::whatWaitsWhenAnotherBoardComesIsNotSent()
     press(Qt::Key_Return);
     m_panel->addBoard(link);
     m_model->flush();
-    QCOMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("not sent: the board went")));
+    QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
     m_model->markTaken(link.port, 1); // too late
-    QCOMPARE(sentRows(TrafficModel::Progress), QStringList(QStringLiteral("not sent: the board went")));
+    QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
     m_panel->removeBoard(link.port);
 }
 
@@ -304,7 +304,7 @@ void TestSend::onlySentPayloadsAreListed()
     m_model->append(received(port, QStringLiteral("$PJWVER,1*11\r\n")));
     m_model->append(sent(port, QStringLiteral("$PJWVER*0c\r\n")));
     m_model->flush();
-    QCOMPARE(sentRows(TrafficModel::Raw), QStringList(QStringLiteral("$PJWVER*0c\\r\\n")));
+    QCOMPARE(sentRows(TrafficColumn::Raw), QStringList(QStringLiteral("$PJWVER*0c\\r\\n")));
 }
 
 void TestSend::upAndDownBringLinesBack()

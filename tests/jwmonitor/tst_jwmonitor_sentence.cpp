@@ -1,12 +1,11 @@
 #include <jwmonitor/traffic/sentencedecoder.h>
-#include <jwmonitor/send/sentenceframe.h>
 #include <jwmonitor/traffic/traffictext.h>
 
 #include <QTest>
 
 using namespace JwMonitor;
 
-/// How the desktop program takes sentences apart and puts them together.
+/// How jwmonitor decodes sentences.
 class TestSentence : public QObject
 {
     Q_OBJECT
@@ -18,13 +17,6 @@ private Q_SLOTS:
     void findsIdentifierAndFieldAlone_data();
     void findsIdentifierAndFieldAlone();
     void tellsWhatTheParserFindsWrong();
-    void showsControlCharacters();
-
-    void addsWhatIsMissing_data();
-    void addsWhatIsMissing();
-    void refusesWhatMakesNoSentence_data();
-    void refusesWhatMakesNoSentence();
-    void takesTheLongestSentence();
 };
 
 void TestSentence::takesPayloadsApart_data()
@@ -77,7 +69,7 @@ void TestSentence::findsIdentifierAndFieldAlone_data()
     QTest::addColumn<QString>("payload");
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("field"); // null: there is none
+    QTest::addColumn<QString>("field"); // null: there is no such field
     const QString reply = QStringLiteral("$PJWVER,7300021,1,,0*0e\r\n");
     const QString identifier = QStringLiteral("PJWVER");
     QTest::newRow("first field") << reply << identifier << 0 << QStringLiteral("7300021");
@@ -104,78 +96,6 @@ void TestSentence::tellsWhatTheParserFindsWrong()
     const SentenceDecoder decoder;
     QCOMPARE(decoder.fault(QStringLiteral("$PJWVER,7300021,1,4,0*0e\r\n")), QString());
     QCOMPARE(decoder.fault(QStringLiteral("$PJWVER,7300021,1,4,0*0f\r\n")), QStringLiteral("CRC calculation failed"));
-}
-
-void TestSentence::showsControlCharacters()
-{
-    QCOMPARE(TrafficText::raw(QStringLiteral("$A\x01,\u00e9\u0085*00\r\n")),
-             QStringLiteral("$A\\x01,\u00e9\\x85*00\\r\\n"));
-}
-
-void TestSentence::addsWhatIsMissing_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("sentence");
-    const auto row = [](const char *name, const char *line, const char *sentence) {
-        QTest::newRow(name) << QString::fromLatin1(line) << QString::fromLatin1(sentence);
-    };
-    row("identifier alone", "PJWVER", "$PJWVER*0c\r\n");
-    row("with fields", "PTJWWR,INF", "$PTJWWR,INF*71\r\n");
-    row("with start flag", "$PJWVER", "$PJWVER*0c\r\n");
-    row("with the other start flag", "!PJWVER", "!PJWVER*0c\r\n");
-    row("with checksum", "PJWVER*0c", "$PJWVER*0c\r\n");
-    row("with checksum in capitals", "PJWVER*0C", "$PJWVER*0C\r\n");
-    row("between blanks", "  PJWVER\t", "$PJWVER*0c\r\n");
-    row("checksum of 0x7f", "P/", "$P/*7f\r\n");
-    row("checksum beyond 0x7f, as the library writes it", "P\xe9", "$P\xe9*ffffffffffffffb9\r\n");
-    row("that checksum typed", "P\xe9*FFFFFFFFFFFFFFB9", "$P\xe9*FFFFFFFFFFFFFFB9\r\n");
-    row("that checksum typed as the library reads it", "P\xe9*b9", "$P\xe9*b9\r\n");
-}
-
-void TestSentence::addsWhatIsMissing()
-{
-    QFETCH(QString, line);
-    const SentenceFrame frame(line);
-    QCOMPARE(frame.fault(), QString());
-    QTEST(frame.sentence(), "sentence");
-}
-
-void TestSentence::refusesWhatMakesNoSentence_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("hint");
-    const auto row = [](const char *name, const QString &line, const char *hint) {
-        QTest::newRow(name) << line << QString::fromLatin1(hint);
-    };
-    row("empty", QString(), "Type a sentence, such as");
-    row("blanks", QStringLiteral("  "), "Type a sentence, such as");
-    row("start flag alone", QStringLiteral("$"), "Type an identifier");
-    row("checksum alone", QStringLiteral("*00"), "Type an identifier");
-    row("wrong checksum", QStringLiteral("PJWVER*0d"), "The checksum is *0c, not *0d: leave it away");
-    row("two checksums", QStringLiteral("PJWVER*0c*0c"), "leave it away");
-    row("wrong checksum beyond 0x7f", QStringLiteral("P\u00e9*ba"),
-        "The checksum is *ffffffffffffffb9, not *ba: leave it away");
-    row("second start flag", QStringLiteral("PJW$VER"), "take it out");
-    row("control character", QStringLiteral("PJW\x01VER"), "Take out the control character \\x01");
-    row("line end within", QStringLiteral("PJW\r\nVER"), "Take out the control character \\r");
-    row("beyond Latin-1", QStringLiteral("PJWVER,\u20ac"), "can't be sent");
-    row("beyond Latin-1 says which are allowed", QStringLiteral("PJWVER,\u20ac"), "Latin-1 characters only");
-    row("one too long", QString(70, QLatin1Char('A')), "Too long by 2 character(s): boards take 74");
-}
-
-void TestSentence::refusesWhatMakesNoSentence()
-{
-    QFETCH(QString, line);
-    QFETCH(QString, hint);
-    const SentenceFrame frame(line);
-    QVERIFY2(frame.fault().contains(hint), qPrintable(frame.fault()));
-}
-
-void TestSentence::takesTheLongestSentence()
-{
-    const SentenceFrame frame(QString(68, QLatin1Char('A'))); // and 1 start flag, 3 of the checksum, 2 of the line end
-    QCOMPARE(frame.fault(), QString());
-    QCOMPARE(frame.sentence().size(), 74);
 }
 
 QTEST_GUILESS_MAIN(TestSentence)

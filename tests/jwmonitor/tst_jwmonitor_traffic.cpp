@@ -4,6 +4,7 @@
 #include "support/jwmonitor/simulatedwindowmain.h"
 #include "support/jwmonitor/trafficrows.h"
 
+#include <common/printable.h>
 #include <jwmonitor/traffic/boardtraffic.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
@@ -40,7 +41,7 @@ QString numbered(int number)
 
 } // namespace
 
-/// The desktop program's table of payloads.
+/// jwmonitor's table of payloads.
 class TestTraffic : public QObject
 {
     Q_OBJECT
@@ -50,6 +51,7 @@ private Q_SLOTS:
     void cleanup();
 
     void rowsComeInBatches();
+    void eachColumnStandsAtItsKeyAndOnceInAFile();
     void aRowTellsAllOfItsPayload();
     void aToolTipShowsEachCharacter_data();
     void aToolTipShowsEachCharacter();
@@ -102,7 +104,7 @@ private Q_SLOTS:
 
 private:
     void addSamples();
-    QStringList payloads() const { return columnTexts(m_table->model(), TrafficModel::Raw); }
+    QStringList payloads() const { return columnTexts(m_table->model(), TrafficColumn::Raw); }
     QString statusText() const { return m_view->findChild<QLabel *>(QStringLiteral("status"))->text(); }
     QAction *action(const char *name) const { return m_view->findChild<QAction *>(QString::fromLatin1(name)); }
     QLineEdit *edit(const char *name) const { return m_view->findChild<QLineEdit *>(QString::fromLatin1(name)); }
@@ -161,22 +163,34 @@ void TestTraffic::rowsComeInBatches()
     QCOMPARE(inserted.size(), 1);
 }
 
+void TestTraffic::eachColumnStandsAtItsKeyAndOnceInAFile()
+{
+    const QVector<TrafficColumn> columns = trafficColumns();
+    QCOMPARE(columns.size(), static_cast<int>(TrafficColumn::Count));
+    for (int i = 0; i < columns.size(); ++i) {
+        QCOMPARE(static_cast<int>(columns.at(i).key), i);
+        QCOMPARE(trafficFileColumns().at(i).filePlace, i);
+        QCOMPARE(m_model->headerData(i, Qt::Horizontal).toString(), columns.at(i).title);
+        QVERIFY(!columns.at(i).title.isEmpty());
+    }
+}
+
 void TestTraffic::aRowTellsAllOfItsPayload()
 {
     const QDateTime time = QDateTime::fromString(QStringLiteral("2024-05-06T07:08:09.123"), Qt::ISODateWithMs);
     m_model->append({time.toMSecsSinceEpoch() * 1000 + 456, acm0, Direction::Received, spoiltVersion, 12});
     m_model->flush();
     QStringList cells;
-    for (int column = 0; column < TrafficModel::ColumnCount; ++column)
+    for (int column = 0; column < m_model->columnCount(); ++column)
         cells << m_model->index(0, column).data().toString();
     QCOMPARE(cells,
              QStringList({QStringLiteral("07:08:09.123"), acm0, QStringLiteral("received"), QStringLiteral("12"),
                           QString(), QStringLiteral("bad"), QStringLiteral("PJWVER"),
                           QStringLiteral("hwversion=7300021  v1=1  v2=4  v3=0"),
                           QStringLiteral("$PJWVER,7300021,1,4,0*0f\\r\\n")}));
-    QCOMPARE(m_model->index(0, TrafficModel::Time).data(Qt::ToolTipRole).toString(),
+    QCOMPARE(m_model->index(0, TrafficColumn::Time).data(Qt::ToolTipRole).toString(),
              QStringLiteral("2024-05-06 07:08:09.123456"));
-    const QString toolTip = m_model->index(0, TrafficModel::Fields).data(Qt::ToolTipRole).toString();
+    const QString toolTip = m_model->index(0, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();
     QVERIFY2(toolTip.contains(QLatin1String("CRC calculation failed")), qPrintable(toolTip));
 }
 
@@ -193,16 +207,16 @@ void TestTraffic::aToolTipShowsEachCharacter()
     QFETCH(QString, text);
     const QString payload = framed(QStringLiteral("PX,") + text);
     m_model->append(sent(acm0, payload));
-    m_model->append(received(acm0, payload)); // which the parser has something to say on
+    m_model->append(received(acm0, payload)); // a payload that the parser refuses
     m_model->flush();
     for (int row = 0; row < 2; ++row) {
-        const QString toolTip = m_model->index(row, TrafficModel::Fields).data(Qt::ToolTipRole).toString();
+        const QString toolTip = m_model->index(row, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();
         QVERIFY(Qt::mightBeRichText(toolTip)); // so a tool tip takes it as HTML
         QTextDocument document;
         document.setHtml(toolTip);
         const QStringList lines = document.toPlainText().split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), row + 1);
-        QCOMPARE(lines.first(), TrafficText::raw(payload));
+        QCOMPARE(lines.first(), JwTools::printable(payload));
     }
 }
 
@@ -233,7 +247,7 @@ void TestTraffic::aBurstLargerThanTheTableLeavesItsEnd()
 void TestTraffic::clearEmptiesTheTable()
 {
     addSamples();
-    m_model->append(received(acm0, version)); // no row yet
+    m_model->append(received(acm0, version)); // the record is no row yet
     action("clear")->trigger();
     QCOMPARE(m_model->rowCount(), 0);
     QCOMPARE(m_table->model()->rowCount(), 0);
@@ -244,7 +258,7 @@ void TestTraffic::clearEmptiesTheTable()
 void TestTraffic::progressOfASentPayload()
 {
     addSamples();
-    const QModelIndex progress = m_model->index(2, TrafficModel::Progress);
+    const QModelIndex progress = m_model->index(2, TrafficColumn::Progress);
     QCOMPARE(progress.data().toString(), QStringLiteral("waiting"));
     QSignalSpy changed(m_model.get(), &QAbstractItemModel::dataChanged);
     m_model->markTaken(acm0, 7);
@@ -253,7 +267,7 @@ void TestTraffic::progressOfASentPayload()
     QCOMPARE(progress.data().toString(), QStringLiteral("transferred"));
     QCOMPARE(changed.size(), 2);
     QCOMPARE(changed[0][0].toModelIndex(), progress);
-    QCOMPARE(m_model->index(0, TrafficModel::Progress).data().toString(), QString());
+    QCOMPARE(m_model->index(0, TrafficColumn::Progress).data().toString(), QString());
 }
 
 void TestTraffic::progressOfAPayloadThatIsNoRowYet()
@@ -280,7 +294,7 @@ void TestTraffic::progressOfABoardThatCameBack()
     m_model->append(sent(acm0, query, 1));
     m_model->markTaken(acm0, 1);
     m_model->flush();
-    QCOMPARE(columnTexts(m_model.get(), TrafficModel::Progress),
+    QCOMPARE(columnTexts(m_model.get(), TrafficColumn::Progress),
              QStringList({QStringLiteral("waiting"), QStringLiteral("waiting"), QStringLiteral("taken")}));
 }
 
@@ -291,7 +305,7 @@ void TestTraffic::progressIsToldOfTheNewestOfAnId()
     m_model->markTaken(acm0, 1);
     m_model->markTaken(acm0, 2);
     m_model->flush();
-    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // out of the newest 1000
+    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // no longer one of the newest 1000
     QCOMPARE(m_model->record(1).transfer, Transfer::Taken);
 }
 
@@ -316,9 +330,9 @@ void TestTraffic::whatABoardSendsComesIn()
     device.deliver((version + information).toLatin1());
     device.deliver(version.toLatin1());
     QTRY_COMPARE(m_model->rowCount(), 3);
-    QCOMPARE(columnTexts(m_model.get(), TrafficModel::Identifier),
+    QCOMPARE(columnTexts(m_model.get(), TrafficColumn::Identifier),
              QStringList({QStringLiteral("PJWVER"), QStringLiteral("PTJWRD"), QStringLiteral("PJWVER")}));
-    QCOMPARE(columnTexts(m_model.get(), TrafficModel::Id).last(), QStringLiteral("4"));
+    QCOMPARE(columnTexts(m_model.get(), TrafficColumn::Id).last(), QStringLiteral("4"));
     QString rest;
     QVERIFY(!communicator.readPayload(rest));
 }
@@ -372,14 +386,14 @@ void TestTraffic::filtersByPort()
 {
     addSamples();
     choose("port", acm1);
-    QTRY_COMPARE(columnTexts(m_table->model(), TrafficModel::Port), QStringList({acm1, acm1}));
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Port), QStringList({acm1, acm1}));
 }
 
 void TestTraffic::filtersByDirection()
 {
     addSamples();
     choose("direction", QStringLiteral("sent"));
-    QTRY_COMPARE(columnTexts(m_table->model(), TrafficModel::Way), QStringList(QStringLiteral("sent")));
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Way), QStringList(QStringLiteral("sent")));
     choose("direction", QStringLiteral("received"));
     QTRY_COMPARE(m_table->model()->rowCount(), 3);
 }
@@ -388,7 +402,7 @@ void TestTraffic::filtersByIdentifier()
 {
     addSamples();
     QTest::keyClicks(edit("identifier"), QStringLiteral("ptj"));
-    QTRY_COMPARE(columnTexts(m_table->model(), TrafficModel::Identifier), QStringList(QStringLiteral("PTJWRD")));
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Identifier), QStringList(QStringLiteral("PTJWRD")));
 }
 
 void TestTraffic::filtersByText()
@@ -396,7 +410,7 @@ void TestTraffic::filtersByText()
     addSamples();
     QTest::keyClick(m_table, Qt::Key_F, Qt::ControlModifier);
     QTest::keyClicks(QApplication::focusWidget(), QStringLiteral("ctrl,3"));
-    QTRY_COMPARE(columnTexts(m_table->model(), TrafficModel::Identifier), QStringList(QStringLiteral("PTJWRD")));
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Identifier), QStringList(QStringLiteral("PTJWRD")));
 }
 
 void TestTraffic::filtersTogether()
@@ -405,7 +419,7 @@ void TestTraffic::filtersTogether()
     QTest::keyClicks(edit("identifier"), QStringLiteral("PJWVER"));
     choose("direction", QStringLiteral("received"));
     choose("port", acm1);
-    QTRY_COMPARE(columnTexts(m_table->model(), TrafficModel::Checksum), QStringList(QStringLiteral("bad")));
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Checksum), QStringList(QStringLiteral("bad")));
 }
 
 void TestTraffic::escapeTakesTheFilterAway()
@@ -438,8 +452,8 @@ void TestTraffic::aFilterOfALargeTableIsComplete()
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
     edit("text")->setText(QStringLiteral(",999"));
     QTRY_COMPARE(m_table->model()->rowCount(), 111); // 999, 9990 to 9999, 99900 to 99999
-    QCOMPARE(payloads().first(), TrafficText::raw(numbered(999)));
-    QCOMPARE(payloads().last(), TrafficText::raw(numbered(99999)));
+    QCOMPARE(payloads().first(), JwTools::printable(numbered(999)));
+    QCOMPARE(payloads().last(), JwTools::printable(numbered(99999)));
 }
 
 void TestTraffic::rowsGoUnderAFilter()
@@ -453,7 +467,7 @@ void TestTraffic::rowsGoUnderAFilter()
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
     QCOMPARE(m_table->model()->rowCount(), TrafficModel::maxRows / 2 - 50);
-    QCOMPARE(m_table->model()->index(0, TrafficModel::Raw).data().toString(), TrafficText::raw(numbered(101)));
+    QCOMPARE(m_table->model()->index(0, TrafficColumn::Raw).data().toString(), JwTools::printable(numbered(101)));
 }
 
 void TestTraffic::progressIsToldUnderAFilter()
@@ -469,7 +483,7 @@ void TestTraffic::progressIsToldUnderAFilter()
     QTRY_COMPARE(shown->rowCount(), 1);
     m_model->markTransferred(acm0, 7);
     QCOMPARE(changed.size(), 1);
-    QCOMPARE(changed[0][0].toModelIndex(), shown->index(0, TrafficModel::Progress));
+    QCOMPARE(changed[0][0].toModelIndex(), shown->index(0, TrafficColumn::Progress));
 }
 
 void TestTraffic::followsTheNewestRow()
@@ -520,17 +534,17 @@ void TestTraffic::keepsItsPlaceWhileRowsGo()
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
-    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // goes, and must not take the view along
+    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // this row goes; the view must not jump
     m_table->verticalScrollBar()->setValue(5000);
     const auto topPayload = [this] {
-        return m_table->model()->index(m_table->rowAt(1), TrafficModel::Raw).data().toString();
+        return m_table->model()->index(m_table->rowAt(1), TrafficColumn::Raw).data().toString();
     };
-    QCOMPARE(topPayload(), TrafficText::raw(numbered(5000)));
+    QCOMPARE(topPayload(), JwTools::printable(numbered(5000)));
     for (int i = 0; i < 3; ++i) {
         m_model->append(received(acm0, version));
         m_model->flush();
     }
-    QTRY_COMPARE(topPayload(), TrafficText::raw(numbered(5000)));
+    QTRY_COMPARE(topPayload(), JwTools::printable(numbered(5000)));
 }
 
 void TestTraffic::followsAgainAtTheEnd()
@@ -577,13 +591,13 @@ void TestTraffic::rawShowsThePayloadAsItIs()
 {
     addSamples();
     m_view->setFocus();
-    QVERIFY(m_table->isColumnHidden(TrafficModel::Raw));
+    QVERIFY(m_table->isColumnHidden(TrafficColumn::Raw));
     QTest::keyClick(m_table, Qt::Key_R, Qt::ControlModifier);
-    QVERIFY(!m_table->isColumnHidden(TrafficModel::Raw));
-    QVERIFY(m_table->isColumnHidden(TrafficModel::Fields));
+    QVERIFY(!m_table->isColumnHidden(TrafficColumn::Raw));
+    QVERIFY(m_table->isColumnHidden(TrafficColumn::Fields));
     QCOMPARE(payloads().first(), QStringLiteral("$PJWVER,7300021,1,4,0*0e\\r\\n"));
     QTest::keyClick(m_table, Qt::Key_R, Qt::ControlModifier);
-    QVERIFY(!m_table->isColumnHidden(TrafficModel::Fields));
+    QVERIFY(!m_table->isColumnHidden(TrafficColumn::Fields));
 }
 
 void TestTraffic::copiesTheSelectedRows()
@@ -701,7 +715,7 @@ void TestTraffic::savesWhatWasThereAtItsBeginning()
     const QString path = m_folder.filePath(QStringLiteral("large.txt"));
     m_view->saveTo(path);
     QVERIFY(saved.isEmpty());
-    QVERIFY(!QFile::exists(path)); // until it is whole
+    QVERIFY(!QFile::exists(path)); // only the complete file appears
     m_model->clear();
     QTRY_COMPARE_WITH_TIMEOUT(saved.size(), 1, 60000);
     QFile file(path);

@@ -4,7 +4,6 @@
 #include "support/jwmonitor/trafficrows.h"
 
 #include <jwmonitor/find/boardsbar.h>
-#include <jwmonitor/app/boardtypes.h>
 #include <jwmonitor/app/mainwindow.h>
 #include <jwmonitor/plot/plotcanvas.h>
 #include <jwmonitor/find/portsmodel.h>
@@ -58,7 +57,7 @@ QStringList column(const QAbstractItemModel *model, const QString &title)
     return {};
 }
 
-/// Closes dialogs that come up, as one who does not want them does.
+/// Closes each dialog that opens, like a user who does not want it.
 class DialogCloser
 {
 public:
@@ -77,7 +76,7 @@ private:
 
 } // namespace
 
-/// The whole window, driven as a person does, on simulated boards.
+/// The whole window on simulated boards, used with keyboard and mouse.
 class TestWindow : public QObject
 {
     Q_OBJECT
@@ -305,7 +304,7 @@ void TestWindow::theStatusStaysWhileAMenuIsOpen()
     auto *status = child<QLabel>("searchStatus");
     QTRY_COMPARE(status->text(), QStringLiteral("The board is found"));
     QAction *action = m_window->menuBar()->actions().first();
-    m_window->menuBar()->setActiveAction(action); // as by the mouse: its tip is shown, and here it has none
+    m_window->menuBar()->setActiveAction(action); // like the mouse: shows the tip of the action, which is empty here
     QTRY_VERIFY(action->menu()->isVisible());
     QVERIFY(status->isVisible());
     QCOMPARE(status->text(), QStringLiteral("The board is found"));
@@ -346,7 +345,7 @@ void TestWindow::findGivesTheFocusToTheView()
     QTest::mouseClick(child<QPushButton>("find"), Qt::LeftButton);
     QVERIFY(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()));
     m_window->showView(MainWindow::TrafficTab);
-    child<QLineEdit>("line")->setFocus(); // who writes there goes on
+    child<QLineEdit>("line")->setFocus(); // a user who types there can go on
     QTest::keyClick(m_window.get(), Qt::Key_F5);
     QCOMPARE(QApplication::focusWidget(), child<QLineEdit>("line"));
 }
@@ -361,7 +360,7 @@ void TestWindow::changesViewsByKey()
         QTest::keyClick(m_window.get(), static_cast<Qt::Key>(Qt::Key_1 + tab), Qt::ControlModifier);
         QCOMPARE(tabs->currentIndex(), tab);
         QVERIFY2(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()),
-                 qPrintable(tabs->tabText(tab))); // the keys go to what is shown
+                 qPrintable(tabs->tabText(tab))); // the keys work in the shown view
         if (tab == MainWindow::TrafficTab)
             QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("payloads"));
     }
@@ -510,7 +509,7 @@ void TestWindow::canBeClosedWhileItSaves()
     view->saveTo(fileName);
     QCOMPARE(saved.size(), 0);
     m_window.reset();
-    QVERIFY(!QFile::exists(fileName)); // all of it or nothing
+    QVERIFY(!QFile::exists(fileName)); // no incomplete file
 }
 
 void TestWindow::staysResponsiveAtAThousandPayloadsASecond()

@@ -23,11 +23,11 @@ QJsonObject listed(const Outcome &outcome, const QString &port)
 const QString one = QStringLiteral("--type=BoardB");
 const QString once = QStringLiteral("--retries=0");
 const QString beforeTheTimeout = QStringLiteral("--deadline=300");
-const QString afterTheAnswer = QStringLiteral("--deadline=2000"); // which may take a while on a busy machine
+const QString afterTheAnswer = QStringLiteral("--deadline=2000"); // the answer may take long on a busy machine
 
 } // namespace
 
-/// What is said about a port, and what can be done about a missing board.
+/// The texts about a port, and the advice for a missing board.
 class TestJwprobeAdvice : public QObject
 {
     Q_OBJECT
@@ -83,8 +83,7 @@ void TestJwprobeAdvice::deniedPortNamesItsFileAndARule()
 
 void TestJwprobeAdvice::deniedPortNamesItsGroup()
 {
-    // Root is stopped by nothing. Anybody else can only take the right from himself, and joining a group would not
-    // bring it back.
+    // Nothing stops root. Another user can only remove his own right to the file, and no group would give it back.
     const bool isRoot = ::geteuid() == 0;
     const QString script = isRoot ? QStringLiteral("chmod 0660 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
                                   : QStringLiteral("chmod 0060 \"$UMOCKDEV_DIR/dev/%1\" && exec \"$@\"").arg(m_port);
@@ -191,12 +190,12 @@ void TestJwprobeAdvice::pulledCableIsSaid()
 
 void TestJwprobeAdvice::pulledCableOfAnUnwantedBoardExplainsTheWait()
 {
-    // Its answer of 26 bytes arrives whole, and the cable is pulled within the next one.
+    // The first answer of 26 bytes arrives complete. The cable is pulled during the second one.
     const Outcome outcome = runJwprobe({boardOn("BoardA", m_port, "replies=2,chunk=26,gap=100,pull-after-bytes=30")},
                                        {one, QStringLiteral("--deadline=1000")});
     QCOMPARE(outcome.status, 1);
     for (const char *text : {"cable was pulled", "after it had answered $PJWVER,7300022,1,4,0*0d",
-                             "The search waited for its deadline, since a port had answered"})
+                             "The search waited until its deadline, since a port had answered"})
         QVERIFY2(outcome.output.contains(text), outcome.output.constData());
 }
 

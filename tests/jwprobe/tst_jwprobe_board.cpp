@@ -1,4 +1,6 @@
 #include "support/common/processusage.h"
+#include "support/device/discardedoutput.h"
+#include "support/device/otherreader.h"
 
 #include <jwprobe/search/board.h>
 
@@ -7,7 +9,6 @@
 
 #include <QSerialPort>
 #include <QSignalSpy>
-#include <QSocketNotifier>
 #include <QTemporaryFile>
 #include <QTest>
 
@@ -19,41 +20,6 @@
 #include <unistd.h>
 
 using namespace JwProbe;
-
-namespace {
-
-/// Another program that reads from the port. It takes the bytes after the system has reported them to QSerialPort and
-/// before QSerialPort reads.
-class OtherReader : public QObject
-{
-public:
-    OtherReader(const QSerialPort *port, const QString &location, int errorNumber)
-        : m_port(port)
-        , m_descriptor(::open(location.toLocal8Bit().constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
-        , m_errorNumber(errorNumber)
-    {
-        QCoreApplication::instance()->installEventFilter(this);
-    }
-    ~OtherReader() override { ::close(m_descriptor); }
-
-    bool eventFilter(QObject *object, QEvent *event) override
-    {
-        const auto *const notifier = qobject_cast<QSocketNotifier *>(object);
-        if (event->type() == QEvent::SockAct && notifier && notifier->socket() == m_port->handle()) {
-            char bytes[64];
-            while (::read(m_descriptor, bytes, sizeof bytes) > 0) { }
-            errno = m_errorNumber;
-        }
-        return false;
-    }
-
-private:
-    const QSerialPort *const m_port;
-    const int m_descriptor;
-    const int m_errorNumber;
-};
-
-} // namespace
 
 /// A board that was found, on a port that fails afterwards.
 class TestJwprobeBoard : public QObject
@@ -69,13 +35,15 @@ private Q_SLOTS:
     void whatIsSentLeavesNothingBehind();
     void portThatTheSystemLostIsACablePulled();
     void portThatFailsIsNoCablePulled();
+    void unsentOutputIsDiscardedBeforeThePortIsClosed_data();
+    void unsentOutputIsDiscardedBeforeThePortIsClosed();
 
 private:
     void send(const QByteArray &bytes) const;
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // that the system has as long as it has the port
+    QTemporaryFile m_device; // stands for the file of the port in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };
@@ -84,7 +52,7 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    QVERIFY(m_device.open()); // a pseudo terminal's own goes with its other end
+    QVERIFY(m_device.open()); // the file of a pseudo terminal would go with its other end
 }
 
 void TestJwprobeBoard::cleanup()
@@ -103,7 +71,7 @@ void TestJwprobeBoard::send(const QByteArray &bytes) const
 
 Board *TestJwprobeBoard::makeBoard()
 {
-    auto *port = new JwDevice::WholeLines<QSerialPort>; // as the Initializer hands it over
+    auto *port = new JwDevice::WholeLines<QSerialPort>; // the type that the Initializer hands over
     port->setPortName(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
     if (!port->open(QIODevice::ReadWrite))
         return nullptr;
@@ -120,7 +88,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("number");
     QTest::addColumn<QSerialPort::SerialPortError>("reported");
     QTest::addColumn<QByteArray>("held");
-    // QSerialPort finds nothing to read and takes what errno holds from an earlier call for the reason.
+    // QSerialPort finds nothing to read, and takes the errno of an earlier call as the reason.
     QTest::newRow("QSerialPort stops reading") << EAGAIN << QSerialPort::ResourceError << QByteArray();
     QTest::newRow("QSerialPort reads on") << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("while an unfinished line is held back")
@@ -131,6 +99,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing()
 {
     QFETCH(int, number);
     QFETCH(QByteArray, held);
+    OtherReader other(QString::fromLocal8Bit(::ptsname(m_boardEnd)), number);
     m_board.reset(makeBoard());
     QVERIFY(m_board);
     const QSerialPort *const port = m_board->serialPort();
@@ -141,11 +110,10 @@ void TestJwprobeBoard::errorThatPassesLosesNothing()
     connect(port, &QSerialPort::errorOccurred, this,
             [&errors](QSerialPort::SerialPortError error) { errors.append(error); });
     const QSignalSpy lost(m_board.data(), &Board::lost);
-    {
-        const OtherReader other(port, QString::fromLocal8Bit(::ptsname(m_boardEnd)), number);
-        send("$PJWVER*0c\r\n");
-        QTRY_VERIFY(!errors.isEmpty());
-    }
+    other.start(port);
+    send("$PJWVER*0c\r\n");
+    QTRY_VERIFY(!errors.isEmpty());
+    other.stop();
 
     QTEST(errors.first(), "reported");
     QVERIFY(m_board->isConnected());
@@ -212,6 +180,30 @@ void TestJwprobeBoard::portThatFailsIsNoCablePulled()
     QTRY_COMPARE(lost.size(), 1);
     QVERIFY(!m_board->isConnected());
     QVERIFY2(m_board->lossText().startsWith(QLatin1String("port failed: ")), qPrintable(m_board->lossText()));
+}
+
+void TestJwprobeBoard::unsentOutputIsDiscardedBeforeThePortIsClosed_data()
+{
+    QTest::addColumn<bool>("isLost");
+    QTest::newRow("the board is deleted") << false;
+    QTest::newRow("the cable is pulled") << true;
+}
+
+void TestJwprobeBoard::unsentOutputIsDiscardedBeforeThePortIsClosed()
+{
+    QFETCH(bool, isLost);
+    m_board.reset(makeBoard());
+    QVERIFY(m_board);
+    const auto descriptor = static_cast<int>(m_board->serialPort()->handle());
+    discardedOutput.clear();
+    if (isLost) {
+        ::close(m_boardEnd);
+        m_boardEnd = -1;
+        QTRY_VERIFY(!m_board->isConnected());
+    } else {
+        m_board.reset();
+    }
+    QCOMPARE(discardedOutput, QVector<int>{descriptor});
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeBoard)

@@ -14,8 +14,7 @@
 using namespace JwProbe;
 using JwDevice::PortReport;
 
-// The states are words that programs read, the commands in the advice are copied by people: both are tested as they
-// are.
+// Programs read the states, and people copy the commands of the advice. So both are tested word by word.
 class TestJwprobeDiagnosis : public QObject
 {
     Q_OBJECT
@@ -106,7 +105,7 @@ PortReport lost(const QString &reply)
     return report;
 }
 
-// The first of these folders that can be written to is where QSerialPort puts its lock files.
+// QSerialPort puts its lock files into the first of these folders that it can write to.
 QString lockFileName(const QString &port)
 {
     const QString folder =
@@ -117,7 +116,7 @@ QString lockFileName(const QString &port)
 PortIdentity portOfItsOwn()
 {
     PortIdentity port = existingPort();
-    port.location = QDir::tempPath(); // nothing that a process could have open as a device
+    port.location = QDir::tempPath(); // no device, so no process has it open
     port.name = QStringLiteral("ttyTST%1").arg(QCoreApplication::applicationPid());
     return port;
 }
@@ -248,7 +247,7 @@ void TestJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
 {
     PortIdentity port = existingPort();
     port.location = QStringLiteral("/proc/sys/kernel/ostype"); // refuses writing, even to root
-    port.vendorId = static_cast<quint16>(0x0abc); // for which the system has no rule yet
+    port.vendorId = static_cast<quint16>(0x0abc); // the system has no rule for this id yet
     const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
     QCOMPARE(diagnosis.state, QStringLiteral("noPermission"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("/proc/sys/kernel/ostype is root:root, mode 0444")),
@@ -270,13 +269,13 @@ void TestJwprobeDiagnosis::aLivingLockHolderIsNamed()
     QVERIFY2(diagnosis.summary.contains(QLatin1String("tst_jwprobe")), qPrintable(diagnosis.summary));
 }
 
-// Locked, as by a child of that process: QSerialPort would remove it otherwise.
+// The file is locked, as by a child of that process. Otherwise QSerialPort would remove the file.
 void TestJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
 {
     const PortIdentity port = portOfItsOwn();
     QFile file(lockFileName(port.name));
     QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("999999999\n"); // more than any system's highest
+    file.write("999999999\n"); // more than the highest number of any system
     file.flush();
     QCOMPARE(::flock(file.handle(), LOCK_EX), 0);
     const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));

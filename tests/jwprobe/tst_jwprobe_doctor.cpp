@@ -21,7 +21,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// jwprobe --doctor: each trouble is made, and the command that mends it must be shown.
+/// jwprobe --doctor: each test makes a trouble; the doctor must show the command that helps.
 class TestJwprobeDoctor : public QObject
 {
     Q_OBJECT
@@ -114,7 +114,7 @@ bool sandboxHasOtherUsers()
     return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
-/// A terminal, which a port is to programs: the simulated ones show another device number than what a program has open.
+/// A terminal in place of a port. A simulated port shows another device number than the descriptor of a program.
 class Terminal
 {
 public:
@@ -141,7 +141,7 @@ public:
         QSerialPort port(m_location);
         return port.open(QIODevice::ReadWrite);
     }
-    /// Refuses further users from now on. Root is refused too, once this thread gave up a right of his.
+    /// Refuses further users from now on; root too, within a WithoutAdministration.
     void refuseOthers() const
     {
         const int descriptor = ::open(QFile::encodeName(m_location).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -154,7 +154,7 @@ private:
     QString m_location;
 };
 
-/// As long as it lives root has to ask as others do in what isn't about files.
+/// While it lives, root lacks the right to open a terminal in exclusive mode.
 class WithoutAdministration
 {
 public:
@@ -182,7 +182,7 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Root is stopped by nothing. Anybody else can't become another user, and takes the right from himself.
+// Nothing stops root. Another user can only remove his own right to the file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =
@@ -193,8 +193,7 @@ Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
                   {QStringLiteral("sh"), QStringLiteral("-c"), run, QStringLiteral("sh"), jwprobeProgram(), doctor}));
 }
 
-// Behind the outcome of the doctor stands that of a search, which must agree. The search comes second: it removes a
-// lock file that stops nobody.
+// Runs the doctor, then a search; both must agree. The search comes second, because it removes a stale lock file.
 Outcome TestJwprobeDoctor::examineAndSearch(const QString &prepare, bool asAnother) const
 {
     const QString run = asAnother ? QStringLiteral("( %1 )").arg(asNobody) : QStringLiteral("\"$@\"");
@@ -357,7 +356,7 @@ void TestJwprobeDoctor::appliedRuleNamesItsLimit()
 {
     const Outcome outcome = examine(QStringLiteral("open=denied"), installRules + applyUdevRules(m_port));
     QCOMPARE(outcome.status, 1);
-    verifyHas(outcome, {QStringLiteral("whoever sits at this machine")});
+    verifyHas(outcome, {QStringLiteral("the user at this machine")});
     QVERIFY2(!outcome.output.contains("udevadm"), outcome.output.constData());
 }
 
@@ -383,8 +382,8 @@ void TestJwprobeDoctor::brokenDeviceFileIsToBePluggedInAgain()
     verifyHas(
         outcome,
         {QStringLiteral("%1  %2\n"
-                        "    Unplug the board, plug it in again and run jwprobe again. What the kernel says about "
-                        "it:\n"
+                        "    Unplug the board, plug it in again and run jwprobe again. This shows what the kernel "
+                        "says:\n"
                         "        sudo dmesg | tail\n"
                         "doctor 1\n")
              .arg(m_port, summary),
@@ -473,7 +472,7 @@ void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
     row("a process without the port", "'$user' minicom root\\n", QStringLiteral("which names sleep (pid "));
 }
 
-// The folder can't be written, so that QSerialPort stops at each of them.
+// The folder is not writable, so QSerialPort can remove none of the files.
 void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess()
 {
     QFETCH(QString, text);
@@ -551,7 +550,7 @@ void TestJwprobeDoctor::whatIsNoLockFileIsNotOpened()
         QStringLiteral("socket='%1'; %2\"$1\" --list; ").arg(QString::fromLocal8Bit(socketPath), prepare));
     ::close(socket);
     said = said.arg(m_port);
-    QCOMPARE(outcome.output.count(said.toLatin1()), 4); // --list, --doctor, and twice the search
+    QCOMPARE(outcome.output.count(said.toLatin1()), 4); // --list, --doctor, and twice in the search
     verifyHas(outcome,
               {QStringLiteral("        sudo rm -d ") + said.left(said.indexOf(QLatin1Char(' '))),
                QStringLiteral("doctor 1\n"), QStringLiteral("\"state\": \"held\""), QStringLiteral("search 1\n")});
@@ -577,7 +576,7 @@ void TestJwprobeDoctor::otherPortsAreSearchedBesideWhatIsNoLockFile()
     QVERIFY(ports[0].toObject()[QLatin1String("errorText")].toString().contains(QLatin1String("named pipe")));
 }
 
-// QSerialPort removes such a file where it can.
+// QSerialPort removes such a file if it can.
 void TestJwprobeDoctor::lockFileLeftBehindIsRemoved()
 {
     const QString file = QStringLiteral("/var/lock/LCK..%1").arg(m_port);
@@ -662,7 +661,7 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
 {
-    // Exclusive mode stops everybody but root. The lock file of the holder is out of sight.
+    // Exclusive mode stops everybody except root. The lock file of the holder is hidden.
     const QString command = sandboxHasOtherUsers()
         ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
         : QStringLiteral("exec \"$@\"");

@@ -25,7 +25,7 @@ bool shows(const QByteArray &output, const QRegularExpression &line)
 
 } // namespace
 
-/// jwprobe --monitor, and what it does on a terminal.
+/// jwprobe --monitor, with pipes and on a terminal.
 class TestJwprobeMonitor : public QObject
 {
     Q_OBJECT
@@ -62,7 +62,7 @@ private Q_SLOTS:
 private:
     QStringList m_ports;
     QStringList m_boards; // a BoardA and a BoardC
-    QStringList m_options; // to find and monitor these
+    QStringList m_options; // to monitor both boards
 };
 
 void TestJwprobeMonitor::init()
@@ -100,6 +100,7 @@ void TestJwprobeMonitor::typedLineIsFramed_data()
     QTest::newRow("blanks around") << QByteArray("  PJWVER \n") << version;
     QTest::newRow("checksum in capitals") << QByteArray("$PJWVER*0C\n") << QStringLiteral("$PJWVER*0C");
     QTest::newRow("fields") << QByteArray("PTJWWR,INF\n") << QStringLiteral("$PTJWWR,INF*71");
+    QTest::newRow("Latin-1") << QByteArray("P\xc3\xa9*b9\n") << QStringLiteral("$P\u00e9*b9");
     QTest::newRow("exclamation mark") << QByteArray("!PTJWWR,INF\n") << QStringLiteral("!PTJWWR,INF*71");
 }
 
@@ -127,7 +128,8 @@ void TestJwprobeMonitor::typedLineIsRefused_data()
     QTest::newRow("checksum cut short") << QByteArray("$PJWVER*\n") << QByteArray("0c");
     QTest::newRow("text behind the checksum") << QByteArray("$PJWVER*0cX\n") << QByteArray("0c");
     QTest::newRow("start flag alone") << QByteArray("$\n") << QByteArray("not sent");
-    QTest::newRow("not ASCII") << QByteArray("PJWVER,\xc3\xbc\n") << QByteArray("ASCII");
+    QTest::newRow("beyond Latin-1") << QByteArray("PJWVER,\xc5\x82\n") << QByteArray("Latin-1");
+    QTest::newRow("too long") << QByteArray(100, 'A') + "\n" << QByteArray("at most 74");
     QTest::newRow("start flag within") << QByteArray("PJW$VER\n") << QByteArray("not sent");
     QTest::newRow("no such port") << QByteArray("ttyNOPE0: PJWVER\n") << QByteArray("ttyNOPE0");
 }
@@ -139,7 +141,7 @@ void TestJwprobeMonitor::typedLineIsRefused()
 
     ProgramRun run(jwsimProgram(), jwprobe({m_boards[0]}, {monitorOption, QStringLiteral("--type=BoardA")}));
     run.start();
-    run.write(typed + "\nPTJWWR,INF\n"); // the blank line is nothing
+    run.write(typed + "\nPTJWWR,INF\n"); // the blank line is ignored
     WAIT_FOR(run.output().contains("$PTJWWR,INF*71"));
     QCOMPARE(run.output().count("->"), 1);
     WAIT_FOR(!run.error().isEmpty());
@@ -188,7 +190,7 @@ void TestJwprobeMonitor::unaskedPayloadsAreShown()
 
 void TestJwprobeMonitor::pulledCableIsSaidAndOthersGoOn()
 {
-    // It answers the search and the typed line with 26 bytes each.
+    // The board answers the search and the typed line with 26 bytes each.
     m_boards[0] = boardOn("BoardA", m_ports[0], "pull-after-bytes=52");
     ProgramRun run(jwsimProgram(), jwprobe(m_boards, m_options));
     run.start();
@@ -330,7 +332,7 @@ void TestJwprobeMonitor::progressShowsOnATerminalOnly()
     WAIT_FOR(run.isOver());
     const int progress = run.screen().indexOf("Looking for BoardA, BoardB and BoardC");
     QVERIFY2(progress >= 0, run.screen().constData());
-    // Taken back at the end, and always on one line.
+    // The progress line is erased at the end, and never wraps.
     QVERIFY2(run.screen().endsWith("\r\x1b[Kend\r\n"), run.screen().constData());
     QCOMPARE(run.screen().count('\n'), 1);
 }

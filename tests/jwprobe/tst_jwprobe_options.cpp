@@ -45,7 +45,7 @@ void TestJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
     QCOMPARE(options->types, (QList<JwDevice::Type>{JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC}));
     QVERIFY(options->ports.isEmpty());
     QCOMPARE(options->delay, 0);
-    QCOMPARE(options->retries, 3u);
+    QCOMPARE(options->retries, 3);
     QCOMPARE(options->deadline, 5000);
     QVERIFY(!options->json && !options->traffic && !options->rawTraffic && !options->logLevel);
 }
@@ -62,7 +62,7 @@ void TestJwprobeOptions::everyOptionIsTaken()
     QCOMPARE(options->types, QList<JwDevice::Type>{JwDevice::BoardB});
     QCOMPARE(options->ports, words("ttyACM3"));
     QCOMPARE(options->delay, 20);
-    QCOMPARE(options->retries, 0u);
+    QCOMPARE(options->retries, 0);
     QCOMPARE(options->deadline, 700);
     QVERIFY(options->json && options->traffic && options->rawTraffic);
     QVERIFY(options->logLevel == Logger::Warning);
@@ -131,7 +131,7 @@ void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     const auto row = [](const char *arguments, const char *hint) {
         QTest::newRow(arguments) << words(arguments) << QString::fromLatin1(hint);
     };
-    row("--type BoardD", "BoardA, BoardB and BoardC");
+    row("--type Toaster", "BoardA, BoardB and BoardC");
     row("--type Unknown", "BoardA, BoardB and BoardC");
     row("--type", "--help");
     row("--frobnicate", "--help");

@@ -68,7 +68,7 @@ void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
     QTest::newRow("--monitor") << QStringLiteral("--monitor");
 }
 
-// Its bytes are taken as Latin 1, in which 0x9b begins a terminal's commands.
+// The library reads Latin-1; there 0x9b begins a command for the terminal.
 void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
 {
     QFETCH(QString, mode);

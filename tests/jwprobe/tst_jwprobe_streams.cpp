@@ -24,7 +24,7 @@ QStringList shell(const QString &script, const QStringList &arguments)
     return QStringList{QStringLiteral("sh"), QStringLiteral("-c"), script, jwprobeProgram()} + arguments;
 }
 
-/// A pipe with a name, whose one end is here.
+/// A named pipe; this object has one of its ends.
 class NamedPipe
 {
 public:
@@ -34,9 +34,9 @@ public:
     NamedPipe &operator=(const NamedPipe &) = delete;
 
     QString path() const { return m_folder.filePath(QStringLiteral("pipe")); }
-    /// It is full soon.
+    /// Makes the pipe small, so that it is full soon.
     bool openToRead() { return open(O_RDONLY) && ::fcntl(m_descriptor, F_SETPIPE_SZ, 4096) >= 0; }
-    /// Fails as long as nobody reads it.
+    /// Opens the end to write to; fails while nobody reads.
     bool openToWrite() { return open(O_WRONLY); }
     void close()
     {
@@ -44,13 +44,13 @@ public:
             ::close(m_descriptor);
         m_descriptor = -1;
     }
-    /// Bytes that wait to be read.
+    /// The number of bytes that wait to be read.
     int waiting() const
     {
         int count = 0;
         return ::ioctl(m_descriptor, FIONREAD, &count) == 0 ? count : -1;
     }
-    /// Whether a program that writes to it is held up.
+    /// Whether a program that writes to the pipe would block.
     bool isFull() const
     {
         const int writer = ::open(QFile::encodeName(path()).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -59,7 +59,7 @@ public:
         ::close(writer);
         return count == 0;
     }
-    /// The bytes that it takes, which may be none.
+    /// Writes without blocking. Returns the number of bytes written, which may be 0.
     qint64 write(const QByteArray &bytes) const
     {
         return std::max<ssize_t>(::write(m_descriptor, bytes.constData(), static_cast<std::size_t>(bytes.size())), 0);
@@ -85,7 +85,7 @@ qint64 numberBehind(const QByteArray &word, const QByteArray &text)
     return rest.left(rest.indexOf('\n')).trimmed().toLongLong();
 }
 
-/// 'R', 'S', 'T' (stopped) ...; '\0' when it is gone.
+/// 'R', 'S', 'T' (stopped) ...; '\0' if the process is gone.
 char processState(qint64 pid)
 {
     QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
@@ -97,7 +97,7 @@ char processState(qint64 pid)
 
 } // namespace
 
-/// jwprobe with standard streams that are full, closed, or used by another job.
+/// jwprobe with standard streams that are full, closed, or used by another job of the shell.
 class TestJwprobeStreams : public QObject
 {
     Q_OBJECT
@@ -170,7 +170,7 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // The pipe's buffer, the bytes that wait for the board (12 for each 7), and the buffers of port and board.
+    // The buffers of pipe, port and board, and the bytes that wait for the board: 12 for each 7 typed.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 
@@ -196,7 +196,7 @@ void TestJwprobeStreams::nothingOfALargeInputIsLost()
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QJsonArray boards = QJsonDocument::fromJson(file.readAll()).object()[QLatin1String("boards")].toArray();
     const QJsonArray received = boards[0].toObject()[QLatin1String("received")].toArray();
-    QCOMPARE(received.size(), count + 2); // the search's query and the last line
+    QCOMPARE(received.size(), count + 2); // plus the query of the search and the last line
     for (int i = 0; i < count; ++i) {
         const QString text = received[i + 1].toObject()[QLatin1String("text")].toString();
         QVERIFY2(text.startsWith(QStringLiteral("$PXLINE,%1*").arg(i)), qPrintable(text));
@@ -216,7 +216,7 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     const qint64 pid = numberBehind("job ", run.screen());
     QVERIFY(pid > 0);
     QVERIFY(run.type("PTJWWR,INF\n"));
-    // It goes on all the same.
+    // The monitor goes on.
     const int before = run.screen().count("<-");
     WAIT_FOR(run.screen().count("<-") >= before + 10 || processState(pid) == 'T');
     QVERIFY(processState(pid) != 'T');
@@ -264,7 +264,7 @@ void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor()
     QCOMPARE(run.error().count("jwprobe: can't write to standard output: "), status == 1 ? 1 : 0);
 }
 
-// As a full disk does, but with a limit on the size of files.
+// Like a full disk: a limit on the size of files.
 void TestJwprobeStreams::fullFileEndsTheMonitor()
 {
     const QTemporaryDir folder;

@@ -5,7 +5,7 @@
 
 #include <grp.h>
 
-/// packaging/udev, as udev's own tool reads and applies it to simulated devices.
+/// The rules in packaging/udev: udev's own tool applies them to simulated devices.
 class TestUdevRules : public QObject
 {
     Q_OBJECT
@@ -65,11 +65,11 @@ void TestUdevRules::initTestCase()
     NEEDS_PROGRAM("setserial", "setserial");
     const QString access = QStringLiteral("/udev/rules.d/73-seat-late.rules");
     QVERIFY2(QFile::exists(QStringLiteral("/lib") + access) || QFile::exists(QStringLiteral("/usr/lib") + access),
-             "the rule that gives access to whoever sits at the machine is missing: install the package systemd "
+             "the rule that gives access to the user at the machine is missing: install the package systemd "
              "(scripts/test does)");
 }
 
-// The system's own rules stay, since ours must fit in among them.
+// The system's own rules stay, because ours must work together with them.
 Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) const
 {
     const QString script =
@@ -81,7 +81,7 @@ Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) con
         {QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"), QString::fromLatin1(moreRules)}, true);
 }
 
-// What is wrong in a file stands behind its name and line; what a rule did stands behind the device.
+// udev writes an error after the file name and line, and the effect of a rule after the device.
 QByteArray TestUdevRules::complaints(const Outcome &outcome) const
 {
     QByteArray lines;
@@ -112,10 +112,10 @@ void TestUdevRules::boardGetsAccessAndIsKeptFromModemManager()
     const QList<QByteArray> port = linesOf(ofPort(outcome));
     QVERIFY2(port.contains("ID_MM_DEVICE_IGNORE=1"), ofPort(outcome).constData());
     QVERIFY2(port.contains("ID_MM_PORT_IGNORE=1"), ofPort(outcome).constData());
-    // The system does not wait for a board that does not read.
+    // close() must not wait for a board that does not read.
     const QByteArray noWait = "run: '/bin/setserial /dev/" + m_port.toLatin1() + " closing_wait none'";
     QVERIFY2(port.contains(noWait), ofPort(outcome).constData());
-    // udev's 73-seat-late.rules saw the tag: the user at the machine gets access.
+    // udev's 73-seat-late.rules used the tag: the user at the machine gets access.
     QVERIFY2(port.contains("run: 'uaccess'"), ofPort(outcome).constData());
     QVERIFY2(linesOf(ofUsbDevice(outcome)).contains("ID_MM_DEVICE_IGNORE=1"), ofUsbDevice(outcome).constData());
 }

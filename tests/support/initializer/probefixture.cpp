@@ -3,6 +3,8 @@
 #include "support/common/portname.h"
 #include "support/device/receivebuffer.h"
 
+#include <device/boardrules.h>
+
 #include <QTest>
 #include <QTimer>
 
@@ -11,15 +13,10 @@
 using JwDevice::Communicator;
 using JwDevice::Initializer;
 using JwDevice::Type;
+using JwDevice::typeName;
 using JwSimulator::Board;
 
 namespace {
-
-QString typeName(Type type)
-{
-    static const char *const names[] = {"Unknown", "BoardA", "BoardB", "BoardC"};
-    return QLatin1String(names[type]);
-}
 
 QByteArray journalBytes(const Board *board, JwSimulator::JournalEntry::Direction direction)
 {

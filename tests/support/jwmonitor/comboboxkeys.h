@@ -3,7 +3,7 @@
 #include <QComboBox>
 #include <QTest>
 
-/// Goes to the item `text` of the box `name` below `window` as a person at the keyboard does.
+/// Chooses the item `text` of the combo box `name` in `window` with the keyboard.
 inline void chooseByKeys(const QWidget *window, const char *name, const QString &text)
 {
     auto *box = window->findChild<QComboBox *>(QString::fromLatin1(name));

@@ -8,7 +8,7 @@
 
 #include <QTest>
 
-/// Simulated boards, and the finder of the desktop program that looks for them.
+/// Simulated boards, and the BoardFinder that looks for them.
 struct FinderFixture
 {
     using Stage = JwMonitor::BoardFinder::BoardState::Stage;

@@ -2,7 +2,7 @@
 
 #include <QTableView>
 
-/// The last row of a table that is seen from its top to its bottom; -1 when none is. The rows are of one height.
+/// The last row of a table that is fully visible; -1 if there is none. All rows have the same height.
 inline int lastWholeRow(const QTableView *table)
 {
     const int height = table->viewport()->height();

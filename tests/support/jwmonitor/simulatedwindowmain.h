@@ -5,7 +5,7 @@
 #include <QApplication>
 #include <QTest>
 
-/// main() of a test of windows on simulated ports. Without a platform of its own choice it needs no display.
+/// main() of a test of windows on simulated ports. It needs no display, unless the environment names a platform.
 #define SIMULATED_WINDOW_MAIN(TestClass)                                                                               \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

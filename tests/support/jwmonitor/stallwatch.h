@@ -20,12 +20,12 @@ constexpr int slownessOfSanitizer = 10;
 constexpr int slownessOfSanitizer = 1;
 #endif
 
-/// Measures the longest time for which the event loop of this thread did not come round: by the clock, and what the
-/// thread itself worked in such a time, which on a busy machine is less.
+/// Measures the longest time between two turns of this thread's event loop: by the clock, and as processor time of this
+/// thread. On a busy machine the processor time is shorter.
 class StallWatch
 {
 public:
-    /// More work than this at a stretch is seen as a window that stands still.
+    /// A user sees a window stop if a turn takes more work than this.
     static constexpr double freezeMs = 250 * slownessOfSanitizer;
 
     StallWatch()

@@ -24,7 +24,7 @@ inline JwMonitor::TrafficRecord sent(const QString &port, const QString &payload
     return {JwMonitor::microsecondsSinceEpoch(), port, JwMonitor::Direction::Sent, payload, id};
 }
 
-/// What a column of a table shows, from the first row on.
+/// The texts of a column of a table, from the first row on.
 inline QStringList columnTexts(const QAbstractItemModel *model, int column)
 {
     QStringList texts;

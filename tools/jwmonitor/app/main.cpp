@@ -1,6 +1,5 @@
 #include "mainwindow.h"
 #include "options.h"
-#include "screenshots.h"
 
 #include <logger/logger.h>
 
@@ -9,11 +8,10 @@
 #include <QTextStream>
 
 #include <cstdio>
-#include <memory>
 
 namespace {
 
-/// On X11 and Wayland; Qt would abort without a word that helps.
+/// Whether there is a desktop to show a window on. Without one Qt aborts with a message that does not help the user.
 bool hasDisplay(const QStringList &arguments)
 {
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
@@ -37,7 +35,7 @@ int main(int argc, char **argv)
     QString error;
     std::optional<JwMonitor::Options> options = JwMonitor::parseOptions(arguments, &error);
     if (options && options->action == JwMonitor::Options::ShowHelp) {
-        const QCoreApplication app(argc, argv); // which the texts come from; it needs no display
+        const QCoreApplication app(argc, argv); // translates the texts; needs no display
         return show(stdout, JwMonitor::helpText().trimmed(), 0);
     }
     if (options && options->action == JwMonitor::Options::ShowVersion)
@@ -46,7 +44,7 @@ int main(int argc, char **argv)
 #ifdef Q_OS_LINUX
     isBlind = !hasDisplay(arguments);
     if (isBlind)
-        qputenv("QT_QPA_PLATFORM", "offscreen"); // for Qt to take its options out, so that the others can be judged
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // QApplication removes Qt's options; then ours can be checked
 #endif
 
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
@@ -57,23 +55,20 @@ int main(int argc, char **argv)
     QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
-    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without what was Qt's
+    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without Qt's own options
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
     if (isBlind)
         return show(stderr,
                     QStringLiteral("jwmonitor: there is no display here (neither DISPLAY nor WAYLAND_DISPLAY "
-                                   "is set): start it on a desktop, or take jwprobe"),
+                                   "is set): start it on a desktop, or use jwprobe"),
                     1);
 
-    // The log is in the window; the timeline of a search is made of its finest records.
+    // The window shows the log, from its finest level on.
     loggerInstance()->clearSinks();
     loggerInstance()->setLevel(Logger::Trace);
     JwMonitor::Theme::apply(app, options->palette.value_or(JwMonitor::Theme::of(QApplication::palette())));
     JwMonitor::MainWindow window;
-    std::unique_ptr<JwMonitor::Screenshots> screenshots;
-    if (!options->screenshots.isEmpty())
-        screenshots = std::make_unique<JwMonitor::Screenshots>(&window, options->screenshots);
     window.show();
     window.find(options->settings);
     return QApplication::exec();

@@ -30,7 +30,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int savedTime = 5000; // ms that a message of success is shown
+constexpr int savedTime = 5000; // ms that the message "Saved" stays
 
 QKeySequence shortcut(const QString &keys)
 {
@@ -65,16 +65,16 @@ MainWindow::MainWindow(QWidget *parent)
     connectFinder();
     m_status->setObjectName(QStringLiteral("searchStatus"));
     m_status->setTextFormat(Qt::PlainText);
-    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // no text widens the window
+    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long text must not widen the window
     statusBar()->addWidget(m_status, 1);
     updateStatus();
-    const int unit = fontMetrics().height(); // follows the size of the font
+    const int unit = fontMetrics().height(); // so that the window grows with the font
     resize(64 * unit, 50 * unit);
 }
 
 MainWindow::~MainWindow()
 {
-    delete takeCentralWidget(); // the views look at our members to the end
+    delete takeCentralWidget(); // the views use our members, so they must go first
 }
 
 void MainWindow::createPortsTab()
@@ -102,7 +102,7 @@ void MainWindow::createTrafficTab()
     splitter->setChildrenCollapsible(false);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
-    splitter->addActions(view->actions()); // their keys, for the send line
+    splitter->addActions(view->actions()); // so that their keys work in the send line too
     connect(view, &TrafficView::saved, this,
             [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName), savedTime); });
     connect(view, &TrafficView::saveFailed, this,
@@ -153,7 +153,7 @@ void MainWindow::connectFinder()
     connect(m_findBar, &FindBar::findRequested, this, [this](const FindSettings &settings) {
         const QWidget *focus = focusWidget();
         if (!focus || m_findBar->isAncestorOf(focus))
-            m_tabs->currentWidget()->setFocus(); // what is done next is done there
+            m_tabs->currentWidget()->setFocus(); // the keys now work in the view, not in the find bar
         m_finder.start(settings);
     });
     connect(m_findBar, &FindBar::stopRequested, &m_finder, &BoardFinder::stop);
@@ -193,7 +193,7 @@ void MainWindow::updateStatus()
     else if (m_finder.isStarted())
         text = found == boards.size()
             ? found == 1 ? tr("The board is found") : tr("All %1 boards found").arg(found)
-            : tr("%1 of %2 boards found; a new search begins when a port comes").arg(found).arg(boards.size());
+            : tr("%1 of %2 boards found; a new search starts when a port appears").arg(found).arg(boards.size());
     m_status->setText(text);
 }
 

@@ -16,7 +16,7 @@ class SendPanel;
 class TimelineView;
 class TrafficModel;
 
-/// The window: what to look for on top, and below it the views.
+/// The main window: the find bar on top, the views below.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -27,7 +27,7 @@ public:
     explicit MainWindow(QWidget *parent = nullptr);
     ~MainWindow() override;
 
-    /// Begins to look for the boards.
+    /// Starts a search.
     void find(const FindSettings &settings);
     void showView(View view);
     BoardFinder *finder() { return &m_finder; }
@@ -49,7 +49,7 @@ private:
     LogModel *const m_log;
     FindBar *const m_findBar;
     QTabWidget *const m_tabs;
-    QLabel *const m_status; // a message would go when a menu opens
+    QLabel *const m_status; // not a message of the status bar: a menu would remove it
     SendPanel *m_sendPanel = nullptr;
     TimelineView *m_timelineView = nullptr;
 };

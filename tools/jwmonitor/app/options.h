@@ -10,22 +10,21 @@
 
 namespace JwMonitor {
 
-/// What the command line asks for.
+/// The options of the command line.
 struct Options
 {
     enum Action { ShowWindow, ShowHelp, ShowVersion };
 
     Action action = ShowWindow;
-    FindSettings settings; ///< all types when none is given
-    std::optional<Theme::Palette> palette; ///< without one: as the system's own
-    QString screenshots; ///< a folder; empty for none
+    FindSettings settings; ///< without --type: all types
+    std::optional<Theme::Palette> palette; ///< empty: as the desktop
 };
 
-/// Reads `arguments`, the first of which is the program's name. On wrong use nothing is returned, and `error` is one
-/// line that says what is allowed.
+/// Reads `arguments`; the first one is the program's name. On wrong use it returns nothing and sets `error` to one line
+/// that says what is allowed.
 std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
 
-/// What --help shows.
+/// The text of --help.
 QString helpText();
 
 } // namespace JwMonitor

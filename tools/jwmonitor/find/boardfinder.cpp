@@ -1,5 +1,6 @@
 #include "boardfinder.h"
 
+#include <common/portname.h>
 #include <jwmonitor/history/clock.h>
 
 #include <device/boardrules.h>
@@ -111,7 +112,7 @@ QVector<PortEntry> BoardFinder::ports() const
             result.append(entry);
     }
     std::sort(result.begin(), result.end(),
-              [](const PortEntry &a, const PortEntry &b) { return isBefore(a.port.name, b.port.name); });
+              [](const PortEntry &a, const PortEntry &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
     return result;
 }
 

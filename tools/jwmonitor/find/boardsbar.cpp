@@ -1,7 +1,7 @@
 #include "boardsbar.h"
 
 #include "boardfinder.h"
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
 #include <jwmonitor/look/theme.h>
 
 #include <QEvent>
@@ -72,10 +72,10 @@ void BoardsBar::refresh()
     for (auto board = boards.begin(); board != boards.end(); ++board) {
         const QString colour = Theme::colour(palette(), stageRole(board->stage)).name();
         parts.append(QStringLiteral("<b>%1</b>&nbsp;<span style=\"color:%2\">%3</span>")
-                         .arg(boardName(board.key()), colour, stageText(*board).toHtmlEscaped()));
+                         .arg(JwTools::boardName(board.key()), colour, stageText(*board).toHtmlEscaped()));
     }
     const QString text =
-        parts.isEmpty() ? tr("No board is looked for.") : parts.join(QStringLiteral("&nbsp;&nbsp;&nbsp; "));
+        parts.isEmpty() ? tr("No search for boards.") : parts.join(QStringLiteral("&nbsp;&nbsp;&nbsp; "));
     if (text != this->text())
         setText(text);
 }

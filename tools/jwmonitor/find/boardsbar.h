@@ -6,7 +6,7 @@ namespace JwMonitor {
 
 class BoardFinder;
 
-/// Where each wanted board stands, in one line.
+/// One line with the state of each wanted board.
 class BoardsBar : public QLabel
 {
     Q_OBJECT

@@ -1,7 +1,9 @@
 #include "findbar.h"
 
-#include <jwmonitor/app/boardtypes.h>
-#include "systemport.h"
+#include <common/boardtype.h>
+#include <common/portname.h>
+
+#include <device/boardrules.h>
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -27,10 +29,10 @@ QSpinBox *createNumber(const char *name, int highest, const QString &toolTip, QW
 QMap<JwDevice::Type, QCheckBox *> createTypes(QWidget *parent)
 {
     QMap<JwDevice::Type, QCheckBox *> boxes;
-    const QList<JwDevice::Type> types = boardTypes();
+    const QList<JwDevice::Type> types = JwDevice::boardTypes();
     for (const JwDevice::Type type : types) {
-        auto *box = new QCheckBox(boardName(type), parent);
-        box->setObjectName(boardName(type));
+        auto *box = new QCheckBox(JwTools::boardName(type), parent);
+        box->setObjectName(JwTools::boardName(type));
         boxes.insert(type, box);
     }
     return boxes;
@@ -49,7 +51,8 @@ FindBar::FindBar(QWidget *parent)
     : QWidget(parent)
     , m_types(createTypes(this))
     , m_retries(createNumber("retries", FindSettings::maxRetries,
-                             tr("How often ports are asked again while a board is missing; a round takes 400 ms"),
+                             tr("How many times a port is asked again while a board is missing; a round takes %1 ms")
+                                 .arg(JwDevice::replyTime),
                              this))
     , m_delay(createNumber("delay", FindSettings::maxDelay,
                            tr("Wait before the ports are opened, when BoardC is wanted"), this))
@@ -66,14 +69,14 @@ FindBar::FindBar(QWidget *parent)
     m_delay->setSuffix(tr(" ms"));
     m_delay->setSingleStep(100);
     m_ports->setObjectName(QStringLiteral("ports"));
-    m_ports->setPlaceholderText(tr("all that look like a board's"));
-    m_ports->setToolTip(tr("Names of the ports to try, such as \"ttyACM0 ttyACM1\", in place of all whose USB "
-                           "manufacturer or vendor id is a board's"));
+    m_ports->setPlaceholderText(tr("all ports that look like a board"));
+    m_ports->setToolTip(tr("Names of the ports to try, such as \"ttyACM0 ttyACM1\", instead of all ports whose "
+                           "USB manufacturer or vendor id is that of a board"));
     m_ports->setClearButtonEnabled(true);
     m_find->setObjectName(QStringLiteral("find"));
     m_find->setDefault(true);
     m_stop->setObjectName(QStringLiteral("stop"));
-    m_stop->setToolTip(tr("End the search and let go of all boards (Shift+F5)"));
+    m_stop->setToolTip(tr("End the search and give all boards back (Shift+F5)"));
     layout->addSpacing(12);
     layout->addWidget(createLabel(tr("&Retries"), m_retries, this));
     layout->addWidget(m_retries);
@@ -102,7 +105,7 @@ FindSettings FindBar::settings() const
     }
     const QStringList names = m_ports->text().split(QRegularExpression(QStringLiteral("[\\s,;]+")), Qt::SkipEmptyParts);
     for (const QString &name : names)
-        settings.ports.append(portName(name));
+        settings.ports.append(JwTools::portName(name));
     settings.ports.removeDuplicates();
     settings.delay = m_delay->value();
     settings.retries = m_retries->value();
@@ -134,7 +137,7 @@ void FindBar::updateButtons()
 {
     const bool isAnyChosen = !settings().types.isEmpty();
     m_find->setEnabled(isAnyChosen);
-    m_find->setToolTip(isAnyChosen ? tr("Let go of all boards and look for the chosen ones (F5)")
+    m_find->setToolTip(isAnyChosen ? tr("Give all boards back and search for the chosen types (F5)")
                                    : tr("Choose at least one type of board"));
 }
 

@@ -12,7 +12,7 @@ class QSpinBox;
 
 namespace JwMonitor {
 
-/// What to look for, and the buttons that begin and end it.
+/// The settings of a search, and the buttons that start and stop it.
 class FindBar : public QWidget
 {
     Q_OBJECT
@@ -23,11 +23,11 @@ public:
 
     FindSettings settings() const;
     void setSettings(const FindSettings &settings);
-    /// Whether there is something to stop.
+    /// Enables the button Stop.
     void setStarted(bool isStarted);
 
 public Q_SLOTS:
-    /// As the button Find: nothing happens while no type is chosen.
+    /// Does the same as the button Find. Does nothing while no type is chosen.
     void find();
 
 Q_SIGNALS:
@@ -37,7 +37,7 @@ Q_SIGNALS:
 private:
     void updateButtons();
 
-    // Made from left to right: Tab follows.
+    // Created from left to right, because the Tab key follows the order of creation.
     const QMap<JwDevice::Type, QCheckBox *> m_types;
     QSpinBox *const m_retries;
     QSpinBox *const m_delay;

@@ -8,24 +8,24 @@
 
 namespace JwMonitor {
 
-/// What is known of one port: by the system, and by the newest search that tried it.
+/// A port: what the system says about it, and what the newest search that tried it says.
 struct PortEntry
 {
-    /// Where a board stands that was found on the port.
+    /// Whether a board found on this port is still there.
     enum Stay {
-        NoBoard, ///< none was found
-        Found, ///< it is there
-        Lost, ///< its cable was pulled, or it failed
-        Back, ///< it is there again after it was lost
+        NoBoard, ///< no board was found
+        Found, ///< the board is there
+        Lost, ///< the cable was pulled, or the port failed
+        Back, ///< the board was lost and found again
     };
 
     SystemPort port;
-    bool isPresent = false; ///< the system has it
+    bool isPresent = false; ///< the system lists the port
     Stay stay = NoBoard;
-    JwDevice::Type type = JwDevice::Unknown; ///< of the board, or of the second one of a type
-    std::optional<JwDevice::PortReport> report; ///< without one it was not tried
-    bool isOver = false; ///< the search, so that the report is the last one
-    double milliseconds = -1; ///< from the start of the search to its verdict; negative while there is none
+    JwDevice::Type type = JwDevice::Unknown; ///< of the board, also of a second board of a type
+    std::optional<JwDevice::PortReport> report; ///< empty if no search tried the port
+    bool isOver = false; ///< the search ended, so the report is final
+    double milliseconds = -1; ///< from the start of the search to the verdict; negative before it
 };
 
 } // namespace JwMonitor

@@ -1,6 +1,7 @@
 #include "portsmodel.h"
 
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
+#include <common/portname.h>
 #include "portverdict.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/look/tooltip.h>
@@ -77,7 +78,7 @@ void PortsModel::setEntries(const QVector<PortEntry> &entries)
 {
     int row = 0;
     for (const PortEntry &entry : entries) {
-        while (row < m_entries.size() && isBefore(m_entries.at(row).port.name, entry.port.name)) {
+        while (row < m_entries.size() && JwTools::isPortBefore(m_entries.at(row).port.name, entry.port.name)) {
             beginRemoveRows({}, row, row);
             m_entries.removeAt(row);
             endRemoveRows();
@@ -145,7 +146,7 @@ QVariant PortsModel::data(const QModelIndex &index, int role) const
     case State:
         return stateText(entry);
     case Type:
-        return boardName(entry.type);
+        return JwTools::boardName(entry.type);
     case Time:
         return entry.milliseconds < 0 ? QString() : QString::number(entry.milliseconds, 'f', 1);
     default:

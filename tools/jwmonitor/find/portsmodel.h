@@ -8,7 +8,7 @@
 
 namespace JwMonitor {
 
-/// All ports, one row each.
+/// A row for each port.
 class PortsModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -19,10 +19,11 @@ public:
     explicit PortsModel(QObject *parent = nullptr);
     ~PortsModel() override;
 
-    /// Takes over `entries`, which are in the order of isBefore(), row by row: selections stay.
+    /// Changes only the rows that differ, so selections stay. `entries` must be in the order of
+    /// JwTools::isPortBefore().
     void setEntries(const QVector<PortEntry> &entries);
     const PortEntry &entry(int row) const { return m_entries.at(row); }
-    /// Whose colours fit the texts.
+    /// The palette from which the colours of the texts follow.
     void setPalette(const QPalette &palette);
 
     int rowCount(const QModelIndex &parent = {}) const override;

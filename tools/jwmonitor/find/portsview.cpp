@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-/// Leaves room between the columns, which are as wide as their texts.
+/// Adds space to each cell, because the columns are only as wide as their texts.
 class RoomyDelegate : public QStyledItemDelegate
 {
 public:

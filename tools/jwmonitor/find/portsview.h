@@ -7,7 +7,7 @@ namespace JwMonitor {
 class BoardFinder;
 class PortsModel;
 
-/// The ports and boards as a table, live.
+/// The table of ports and boards.
 class PortsView : public QTableView
 {
     Q_OBJECT
@@ -18,7 +18,7 @@ public:
     ~PortsView() override;
 
 Q_SIGNALS:
-    /// The port of the chosen row; empty for none.
+    /// The user chose the row of port `name`; empty: no row is chosen.
     void portChosen(const QString &name);
 
 protected:

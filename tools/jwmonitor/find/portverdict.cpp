@@ -1,6 +1,6 @@
 #include "portverdict.h"
 
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
 
 #include <device/portreport.h>
 
@@ -46,7 +46,7 @@ QString verdictText(const JwDevice::PortReport &report, bool isOver)
     case JwDevice::PortReport::Silenced:
         return Verdict::tr("answered, but is not wanted: %1").arg(report.reply);
     case JwDevice::PortReport::Duplicate:
-        return Verdict::tr("a second %1").arg(boardName(report.type));
+        return Verdict::tr("a second %1").arg(JwTools::boardName(report.type));
     case JwDevice::PortReport::Lost:
         return Verdict::tr("lost: %1").arg(report.errorText);
     case JwDevice::PortReport::HandedOver:

@@ -8,7 +8,7 @@ struct PortReport;
 
 namespace JwMonitor {
 
-/// What became of a port in a search, in a few words; `isOver`: nothing more will come.
+/// The verdict of a search on a port, in a few words. `isOver`: the search has ended.
 QString verdictText(const JwDevice::PortReport &report, bool isOver);
 
 } // namespace JwMonitor

@@ -9,22 +9,22 @@
 
 namespace JwMonitor {
 
-/// Watches which serial ports the system has. It asks in a thread of its own: with many ports one answer takes longer
-/// than a frame.
+/// Watches which serial ports the system has. It asks in its own thread: with many ports, one list takes so long that
+/// the window would stop visibly.
 class PortWatcher : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Begins at once.
+    /// Starts to watch.
     explicit PortWatcher(QObject *parent = nullptr);
     ~PortWatcher() override;
 
-    /// Tells the next list also when it is the same as the last one.
+    /// Emits the next list even if it has not changed.
     void lookAgain() { m_isForced = true; }
 
 Q_SIGNALS:
-    /// The first list, which may be empty, and each one that differs from the list before.
+    /// Emitted for the first list, even an empty one, and after each change.
     void portsChanged(const QVector<JwMonitor::SystemPort> &ports);
 
 private:

@@ -6,7 +6,7 @@
 
 namespace JwMonitor {
 
-/// The time of day, as traffic and log have it.
+/// The current time, in the form that records of traffic and log have.
 inline qint64 microsecondsSinceEpoch()
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();

@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// The rows of a history which a test lets through. Unlike a proxy of Qt's, it never blocks for the whole of a large
-/// history, and it can stand still while the history goes on.
+/// Shows the rows of a history that pass a test. Unlike Qt's proxy models, it goes through a large history in parts,
+/// and it can be paused.
 class HistoryFilter : public QAbstractTableModel
 {
     Q_OBJECT
@@ -21,9 +21,9 @@ public:
     explicit HistoryFilter(QAbstractItemModel *source, QObject *parent = nullptr);
     ~HistoryFilter() override;
 
-    /// Empty: all rows. The rows come back part by part.
+    /// An empty test lets all rows pass. The rows appear part by part.
     void setTest(const Test &test);
-    /// While paused no row is added; the ones that the source drops go all the same.
+    /// While paused, no row is added. Rows that the source drops still go.
     void setPaused(bool paused);
     bool isPaused() const { return m_scan.isPaused(); }
 
@@ -42,7 +42,7 @@ private:
     QAbstractItemModel *const m_source;
     HistoryScan m_scan;
     Test m_test;
-    std::deque<qint64> m_numbers; // of the rows let through
+    std::deque<qint64> m_numbers; // of the rows that passed
 };
 
 } // namespace JwMonitor

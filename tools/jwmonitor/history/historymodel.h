@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// The base of tables to which records are added at the end, and which keep the newest ones only. What is added becomes
-/// rows in batches, so that views have work at most every few ten milliseconds, however much comes in.
+/// The base of models that append records and keep only the newest ones. New records become rows in batches, so views
+/// update at most once in batchMs, however many records come.
 template <typename Record>
 class HistoryModel : public QAbstractTableModel
 {
@@ -25,19 +25,19 @@ public:
         connect(&m_timer, &QTimer::timeout, this, [this] { flush(); });
     }
 
-    /// Returns the record's number: the first one ever has 0.
+    /// Returns the number of the record. The first record has number 0; a number never changes.
     qint64 append(const Record &record)
     {
         m_pending.append(record);
         const qint64 number = m_firstNumber + rowCount() + m_pending.size() - 1;
-        if (m_pending.size() >= maxRows) // nobody let the timer run
+        if (m_pending.size() >= maxRows) // the event loop did not run
             flush();
         else if (!m_timer.isActive())
             m_timer.start(batchMs);
         return number;
     }
 
-    /// Makes rows of what was added since the last batch.
+    /// Makes rows of all records appended since the last batch.
     void flush()
     {
         m_timer.stop();
@@ -66,9 +66,9 @@ public:
     }
 
 protected:
-    /// The row of a number; below 0 or not below rowCount() when it has none (any more, or yet).
+    /// The row of a number. Below 0: the row was dropped. rowCount() or more: the record is no row yet.
     int rowOf(qint64 number) const { return static_cast<int>(number - m_firstNumber); }
-    /// The record of a number, also one that is no row yet; null when it is gone.
+    /// The record with this number, even if it is no row yet; null if it was dropped.
     Record *find(qint64 number)
     {
         const qint64 row = number - m_firstNumber;

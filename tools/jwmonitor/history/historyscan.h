@@ -7,10 +7,10 @@ class QAbstractItemModel;
 
 namespace JwMonitor {
 
-/// Goes once through all rows of a model that grows at its end and shrinks at its front, a part in each turn of the
-/// event loop so that the window goes on, and then through each new row.
+/// Visits all rows of a history once, then each new row. It visits some rows in each turn of the event loop, so that
+/// the window stays quick.
 ///
-/// Rows have numbers that stay: the first one ever has 0.
+/// A row has a number that never changes. The first row has number 0.
 class HistoryScan : public QObject
 {
     Q_OBJECT
@@ -19,9 +19,9 @@ public:
     explicit HistoryScan(const QAbstractItemModel *model, QObject *parent = nullptr);
     ~HistoryScan() override;
 
-    /// From the oldest row on, again.
+    /// Starts again at the oldest row.
     void restart();
-    /// While paused, rows that come are left for later.
+    /// While paused, new rows are not visited. They are visited later.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
 
@@ -29,9 +29,9 @@ public:
     qint64 firstNumber() const { return m_firstNumber; }
 
 Q_SIGNALS:
-    /// The rows `first` to `last` of the model are the next ones.
+    /// Visits the rows `first` to `last` of the model.
     void reached(int first, int last);
-    /// The rows before `firstNumber` are about to go.
+    /// The model will drop the rows with a number below `firstNumber`.
     void dropping(qint64 firstNumber);
 
 private:
@@ -41,8 +41,8 @@ private:
     const QAbstractItemModel *const m_model;
     QTimer m_turn;
     qint64 m_firstNumber;
-    qint64 m_next; // number of the first row that was not reached
-    qint64 m_end; // number of the first row that is not to be reached while paused
+    qint64 m_next; // number of the first row not visited yet
+    qint64 m_end; // number of the first row not to visit while paused
     bool m_paused;
 };
 

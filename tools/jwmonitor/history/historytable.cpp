@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int maxCopiedRows = 10000; // more would hold up the window
+constexpr int maxCopiedRows = 10000; // more rows would stop the window
 
 } // namespace
 
@@ -22,7 +22,7 @@ HistoryTable::HistoryTable(QWidget *parent)
 {
     setSelectionBehavior(SelectRows);
     setEditTriggers(NoEditTriggers);
-    setTabKeyNavigation(false); // the key leads out of the table
+    setTabKeyNavigation(false); // so that Tab leaves the table
     setWordWrap(false);
     setShowGrid(false);
     setAlternatingRowColors(true);
@@ -92,7 +92,7 @@ void HistoryTable::rowsAboutToBeRemoved(const QModelIndex &parent, int start, in
 {
     m_following = isAtEnd();
     if (currentIndex().isValid() && currentIndex().row() <= end)
-        selectionModel()->clearCurrentIndex(); // or the view would jump to the row that becomes the current one
+        selectionModel()->clearCurrentIndex(); // else the view jumps to the next current row
     QTableView::rowsAboutToBeRemoved(parent, start, end);
 }
 
@@ -101,7 +101,7 @@ bool HistoryTable::isAtEnd() const
     return verticalScrollBar()->value() == verticalScrollBar()->maximum();
 }
 
-// At the end the base class lets the last row touch the bottom, which cuts the top one in two.
+// At the end, the base class aligns the last row with the bottom and cuts the top row. This aligns the top row.
 void HistoryTable::alignTopRow()
 {
     const int offset = verticalHeader()->offset();

@@ -4,8 +4,8 @@
 
 namespace JwMonitor {
 
-/// A table for a history: follows the newest row while it stands at the end, and else keeps its place while rows go at
-/// the front.
+/// The table of a history. Scrolled to the end, it follows the newest row. Otherwise it keeps its place while old rows
+/// are dropped.
 class HistoryTable : public QTableView
 {
     Q_OBJECT
@@ -16,7 +16,7 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
 
-    /// Makes columns as wide as these texts need, one each; the last visible one takes the rest.
+    /// Makes each column as wide as its text here needs. The last visible column takes the rest.
     void setColumnTexts(const QStringList &texts);
 
 protected:

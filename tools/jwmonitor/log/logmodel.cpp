@@ -1,6 +1,7 @@
 #include "logmodel.h"
 
 #include "logsink.h"
+#include <common/loglevel.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/look/tooltip.h>
 #include <jwmonitor/traffic/traffictext.h>
@@ -20,26 +21,7 @@ LogModel::LogModel(QObject *parent)
 LogModel::~LogModel()
 {
     loggerInstance()->removeSink(m_sink);
-    m_sink->silence(); // a record may be on its way in another thread
-}
-
-QString LogModel::levelName(Logger::Level level)
-{
-    switch (level) {
-    case Logger::Trace:
-        return tr("Trace");
-    case Logger::Debug:
-        return tr("Debug");
-    case Logger::Info:
-        return tr("Info");
-    case Logger::Warning:
-        return tr("Warning");
-    case Logger::Error:
-        return tr("Error");
-    case Logger::Fatal:
-        return tr("Fatal");
-    }
-    return QString();
+    m_sink->silence(); // another thread may be logging at this moment
 }
 
 int LogModel::columnCount(const QModelIndex &parent) const
@@ -64,7 +46,7 @@ QVariant LogModel::data(const QModelIndex &index, int role) const
     case Time:
         return TrafficText::clock(shown.timeUs);
     case Level:
-        return levelName(shown.level);
+        return JwTools::logLevelName(shown.level);
     case Category:
         return shown.category;
     case Place:

@@ -9,8 +9,7 @@ namespace JwMonitor {
 
 class LogSink;
 
-/// The records of the library's log from the making of the model on, from any thread, as far as the logger's levels let
-/// them through.
+/// The log records that the library writes while the model exists, from any thread.
 class LogModel : public HistoryModel<LogRecord>
 {
     Q_OBJECT
@@ -20,9 +19,6 @@ public:
 
     explicit LogModel(QObject *parent = nullptr);
     ~LogModel() override;
-
-    /// The level's name, such as "Warning".
-    static QString levelName(::Logger::Level level);
 
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;

@@ -11,15 +11,16 @@
 
 namespace JwMonitor {
 
-/// Keeps log records of any thread until somebody takes them.
+/// Keeps log records of all threads until take().
 class LogSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
-    /// `wake` is called in the thread that logs when there is something to take() again.
+    /// Calls `wake` in the logging thread when the first record is there to take().
     explicit LogSink(const std::function<void()> &wake);
 
-    /// Calls `wake` no more, from the moment on at which this returns.
+    /// After this returns, `wake` is never called again.
     void silence();
+    /// Removes and returns all records.
     QVector<LogRecord> take();
 
 protected:
@@ -27,7 +28,7 @@ protected:
     void flush_() override;
 
 private:
-    static constexpr int maxRecords = 100000; // the newest are lost when nobody takes them
+    static constexpr int maxRecords = 100000; // further records are dropped until take()
 
     std::function<void()> m_wake;
     QVector<LogRecord> m_records;

@@ -1,5 +1,6 @@
 #include "logview.h"
 
+#include <common/loglevel.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
 #include <jwmonitor/look/labelled.h>
@@ -14,13 +15,11 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr Logger::Level levels[] = {Logger::Trace,   Logger::Debug, Logger::Info,
-                                    Logger::Warning, Logger::Error, Logger::Fatal};
-
 void addLevels(QComboBox *box)
 {
+    const QList<Logger::Level> levels = JwTools::logLevels();
     for (const Logger::Level level : levels)
-        box->addItem(LogModel::levelName(level), level);
+        box->addItem(JwTools::logLevelName(level), level);
 }
 
 } // namespace
@@ -42,7 +41,7 @@ LogView::LogView(LogModel *model, QWidget *parent)
     m_table->setAccessibleName(tr("Log records"));
     m_table->setModel(m_filter);
     setFocusProxy(m_table);
-    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), LogModel::levelName(Logger::Warning),
+    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), JwTools::logLevelName(Logger::Warning),
                              QStringLiteral("RawCommunication"), QStringLiteral("communicator.cpp:000")});
     connect(m_categoryScan, &HistoryScan::reached, this, &LogView::addCategories);
     m_categoryScan->restart();
@@ -53,9 +52,9 @@ LogView::~LogView() = default;
 void LogView::createControls()
 {
     m_loggerLevel->setObjectName(QStringLiteral("loggerLevel"));
-    m_loggerLevel->setToolTip(
-        tr("What is below this level is not written at all. The timeline of the ports needs Trace."));
+    m_loggerLevel->setToolTip(tr("The library writes no record below this level."));
     addLevels(m_loggerLevel);
+    const QList<Logger::Level> levels = JwTools::logLevels();
     for (const Logger::Level level : levels) {
         if (loggerInstance()->isEnabled(level)) {
             m_loggerLevel->setCurrentIndex(m_loggerLevel->findData(level));

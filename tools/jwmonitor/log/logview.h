@@ -12,7 +12,7 @@ class HistoryScan;
 class HistoryTable;
 class LogModel;
 
-/// The log as a table, filtered by level, category and text; and the choice of what the library writes at all.
+/// The log as a table with filters for level, category and text, and the choice of the level that the library writes.
 class LogView : public QWidget
 {
     Q_OBJECT

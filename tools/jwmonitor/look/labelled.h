@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-/// Adds `widget` behind its label, whose key leads to it.
+/// Adds a label and `widget`. The label's underlined letter leads to the widget.
 inline void addLabelled(QBoxLayout *layout, const QString &text, QWidget *widget, int stretch = 0)
 {
     auto *label = new QLabel(text);

@@ -8,8 +8,8 @@ class QApplication;
 
 namespace JwMonitor {
 
-/// The colours of the window: one light and one dark set, chosen by what they are for. Painters ask for them by the
-/// palette of the widget that they paint, so that a change of the palette reaches them all.
+/// The colours of the window: a light and a dark set, with a colour for each role. A painter passes the palette of its
+/// widget, so a change of the palette changes all colours.
 class Theme
 {
 public:
@@ -18,12 +18,12 @@ public:
     enum Role {
         Good, ///< found, answered, right
         Problem, ///< lost, not opened, wrong
-        Waiting, ///< asked and awaited
+        Waiting, ///< asked, no answer yet
         Query, ///< what we send
         Reply, ///< what we receive
-        Quiet, ///< timed out, of no interest
-        Grid, ///< lines behind a drawing
-        Series1, ///< lines of a plot, in the order in which they are used
+        Quiet, ///< timed out, or not important
+        Grid, ///< lines behind a plot or timeline
+        Series1, ///< lines of a plot, in this order
         Series2,
         Series3,
         Series4,
@@ -32,9 +32,9 @@ public:
 
     /// Gives `app` the style and the colours of `palette`.
     static void apply(QApplication &app, Palette palette);
-    /// Which of the two `palette` is, also of a system's own one: by its brightness.
+    /// Whether `palette` is light or dark, judged by its brightness. Works for every palette.
     static Palette of(const QPalette &palette);
-    /// The colour for `role` that reads well on `palette`.
+    /// The colour for `role` on the background of `palette`.
     static QColor colour(const QPalette &palette, Role role);
 };
 

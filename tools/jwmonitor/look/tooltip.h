@@ -4,7 +4,7 @@
 
 namespace JwMonitor {
 
-/// Text of a board as a tool tip, whatever characters are in it.
+/// Makes a tool tip that shows every character of `text`, although tool tips are HTML.
 inline QString toolTipText(const QString &text)
 {
     return QStringLiteral("<qt>%1</qt>").arg(text.toHtmlEscaped().replace(QLatin1Char('\n'), QLatin1String("<br>")));

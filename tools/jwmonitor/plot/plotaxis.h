@@ -5,13 +5,13 @@
 
 namespace JwMonitor {
 
-/// Where an axis has its marks.
+/// The range of an axis and its marks.
 class PlotAxis
 {
 public:
-    /// For numbers: at 1, 2 or 5 times a power of ten, at most `maxMarks`. Without extent the range is widened.
+    /// For numbers: at most `maxMarks` marks, at 1, 2 or 5 times a power of ten. A range without extent is widened.
     static PlotAxis forValues(double low, double high, int maxMarks);
-    /// For times of day, in microseconds since the epoch: at whole seconds, minutes or hours.
+    /// For times in microseconds since the epoch: marks at whole seconds, minutes or hours.
     static PlotAxis forTimes(qint64 beginUs, qint64 endUs, int maxMarks);
 
     double low() const { return m_low; }
@@ -19,7 +19,7 @@ public:
     double step() const { return m_step; }
     QVector<double> marks() const;
 
-    /// Where `value` stands between `low` (0) and `high` (1).
+    /// The place of `value` on the axis: 0 at `low`, 1 at `high`.
     double position(double value) const { return (value - m_low) / (m_high - m_low); }
 
 private:

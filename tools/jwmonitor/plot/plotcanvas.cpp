@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr char usualLabel[] = "-00000000"; // shorter ones don't move the curves
+constexpr char usualLabel[] = "-00000000"; // up to this width, labels don't move the curves
 
 QString valueText(double value)
 {
@@ -42,7 +42,7 @@ QPointF place(const PlotSample &sample, const QRectF &area, const PlotAxis &time
 
 } // namespace
 
-/// The part of a curve that is seen, and one sample more at its left.
+/// The visible part of a curve, and one more sample to its left.
 struct PlotCanvas::Curve
 {
     using Iterator = std::deque<PlotSample>::const_iterator;
@@ -114,9 +114,10 @@ void PlotCanvas::paintEvent(QPaintEvent *)
     for (int i = 0; i < curves.size(); ++i) {
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
-        painter.setRenderHint(QPainter::Antialiasing, polygon.size() < area.width()); // dense: slow, and no nicer
-        // Wider pens take a hundred times as long where a curve is dense, so a line that needs several pixels of the
-        // screen is drawn that many times.
+        painter.setRenderHint(QPainter::Antialiasing,
+                              polygon.size() < area.width()); // slow for dense curves, and no nicer
+        // A wide pen takes a hundred times as long on a dense curve. So a line of several screen pixels is drawn
+        // several times.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
             painter.drawPolyline(polygon.translated(shift, shift));
         if (polygon.size() > area.width() / 20)
@@ -173,7 +174,7 @@ void PlotCanvas::hideEvent(QHideEvent *event)
 
 QVector<PlotCanvas::Curve> PlotCanvas::visibleCurves(qint64 *beginUs, qint64 *endUs) const
 {
-    // The present second of a rate is not over: its count would look like a fall.
+    // The current second is not over yet: its count would look like a drop.
     const qint64 now = microsecondsSinceEpoch();
     const qint64 latest = m_data->quantity().isRate() ? now / second * second - 1 : now;
     *endUs = latest;
@@ -213,7 +214,7 @@ PlotAxis PlotCanvas::valueAxis(const QVector<Curve> &curves, int maxMarks) const
     return PlotAxis::forValues(m_data->quantity().isRate() ? 0 : low - margin, high + margin, maxMarks);
 }
 
-// Of the samples that fall into one column of pixels, the lowest and the highest are enough.
+// For each column of pixels, the lowest and the highest sample are enough.
 QPolygonF PlotCanvas::line(const Curve &curve, const Frame &frame) const
 {
     QPolygonF points;

@@ -16,7 +16,7 @@ class QPolygonF;
 
 namespace JwMonitor {
 
-/// Draws the curves of a PlotData. A cursor, moved by the mouse or the Left and Right keys, reads their values.
+/// Draws the curves of a PlotData. The mouse or the keys Left and Right move a cursor that shows the values.
 class PlotCanvas : public QWidget
 {
     Q_OBJECT
@@ -25,7 +25,7 @@ public:
     explicit PlotCanvas(const PlotData *plotData, QWidget *parent = nullptr);
     ~PlotCanvas() override;
 
-    /// Shows the last `seconds` up to now; 0: all there is.
+    /// Shows the last `seconds` up to now; 0: all samples.
     void setSpan(int seconds);
 
     QSize minimumSizeHint() const override;
@@ -55,9 +55,9 @@ private:
 
     const PlotData *const m_data;
     qint64 m_spanUs;
-    int m_labelWidth; // of the longest number at the left
+    int m_labelWidth; // of the longest number beside the axis
     QTimer m_refresh;
-    std::optional<qreal> m_cursor; // from 0, the left edge of the plot, to 1
+    std::optional<qreal> m_cursor; // 0: left edge of the plot, 1: right edge
 };
 
 } // namespace JwMonitor

@@ -14,7 +14,7 @@ namespace {
 
 constexpr qint64 second = 1000000;
 constexpr int maxFields = 64; // of one kind of sentence
-constexpr int maxKinds = 100; // a line with noise on it brings new identifiers without end
+constexpr int maxKinds = 100; // noise on a line makes new identifiers all the time
 
 bool readNumber(QStringView text, double *value)
 {
@@ -84,7 +84,7 @@ void PlotData::count(const TrafficRecord &record, qint64 number)
         ++samples.back().value;
         return;
     }
-    if (!samples.empty()) { // seconds without any
+    if (!samples.empty()) { // seconds without a payload
         const qint64 firstIdle = samples.back().timeUs + second;
         if (firstIdle < begin)
             samples.push_back({number, firstIdle, 0});

@@ -14,7 +14,7 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// What a plot shows: a field of a sentence, or, without an identifier, the payloads per second.
+/// The quantity that a plot shows: a field of a sentence, or, if the identifier is empty, the payloads per second.
 struct PlotQuantity
 {
     QString identifier;
@@ -26,16 +26,16 @@ struct PlotQuantity
 
 struct PlotSample
 {
-    qint64 number; ///< of the payload, for when that is dropped
-    qint64 timeUs; ///< since the epoch; does not go back
+    qint64 number; ///< of the payload; the sample goes when the payload is dropped
+    qint64 timeUs; ///< since the epoch; never lower than that of the sample before
     double value;
 };
 
-/// By port.
+/// The curve of each port.
 using PlotCurves = QMap<QString, std::deque<PlotSample>>;
 
-/// The curves of one quantity, over the payloads that the model holds. Payloads with a bad checksum count in the rate
-/// but have no values.
+/// The curves of one quantity for the payloads of the model. A payload with a bad checksum counts in the rate, but its
+/// fields don't count.
 class PlotData : public QObject
 {
     Q_OBJECT
@@ -44,12 +44,12 @@ public:
     explicit PlotData(const TrafficModel *model, QObject *parent = nullptr);
     ~PlotData() override;
 
-    /// The curves come part by part.
+    /// The curves appear part by part.
     void setQuantity(const PlotQuantity &quantity);
     const PlotQuantity &quantity() const { return m_quantity; }
     const PlotCurves &curves() const { return m_curves; }
 
-    /// The fields in which a number was seen, in the order of their coming.
+    /// The fields that had a number so far, the oldest first.
     const QVector<PlotQuantity> &fields() const { return m_fields; }
     /// Such as "PTJWRD rev".
     QString fieldName(const PlotQuantity &field) const;

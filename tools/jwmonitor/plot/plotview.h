@@ -10,7 +10,7 @@ class PlotCanvas;
 class PlotData;
 class TrafficModel;
 
-/// Curves over time, one per port: payloads per second, or a field of a sentence whose values are numbers.
+/// The plot with its controls: a curve for each port, of the payloads per second or of a numeric field.
 class PlotView : public QWidget
 {
     Q_OBJECT

@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-/// A line to type in that brings earlier lines back by Up and Down.
+/// A line editor. The keys Up and Down bring back earlier lines.
 class RecallLine : public QLineEdit
 {
     Q_OBJECT
@@ -16,7 +16,7 @@ public:
     explicit RecallLine(QWidget *parent = nullptr);
     ~RecallLine() override;
 
-    /// Keeps the line, and begins a new one.
+    /// Remembers the line and clears the editor.
     void finish();
 
 protected:
@@ -26,8 +26,8 @@ private:
     void recall(int position);
 
     QStringList m_history;
-    int m_position; // in m_history; its size: the line is not from there
-    QString m_draft; // what was typed before the first Up
+    int m_position; // in m_history; equal to its size: a new line
+    QString m_draft; // the new line, kept while earlier ones are shown
 };
 
 } // namespace JwMonitor

@@ -34,12 +34,12 @@ uint SendLedger::send(const QString &sentence)
     return id;
 }
 
-// The newest bytes are the ones that still wait.
+// The port sends in order: the bytes that still wait belong to the newest payloads.
 void SendLedger::settle()
 {
     if (!m_link.communicator || !m_link.communicator->device())
         return;
-    qint64 behind = 0; // bytes sent after the oldest payload here
+    qint64 behind = 0; // bytes of the payloads after the oldest one
     for (const auto &[id, length] : qAsConst(m_waiting))
         behind += length;
     while (!m_waiting.isEmpty()) {

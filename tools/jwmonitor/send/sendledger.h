@@ -10,7 +10,7 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Sends to one board, and tells the model when the system took what was sent.
+/// Sends to one board, and marks a payload in the model when the system took it.
 class SendLedger : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,7 @@ public:
 
     /// Whether the board is there and its port is open.
     bool isOpen() const;
-    /// Sends a whole sentence; the port must be open. Returns its id, 0 when it could not be sent.
+    /// Sends a whole sentence; the port must be open. Returns the id of the payload, or 0 if the write failed.
     uint send(const QString &sentence);
 
 private:

@@ -1,14 +1,14 @@
 #include "sendpanel.h"
 
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
+#include <common/sentenceframe.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
 #include "recallline.h"
 #include "sendledger.h"
-#include "sentenceframe.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/traffic/trafficmodel.h>
-#include <jwmonitor/traffic/traffictext.h>
 
 #include <QComboBox>
 #include <QEvent>
@@ -36,7 +36,7 @@ SendPanel::SendPanel(TrafficModel *model, QWidget *parent)
     m_board->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     m_board->setMinimumContentsLength(18);
     m_line->setObjectName(QStringLiteral("line"));
-    m_line->setPlaceholderText(tr("A sentence, such as PJWVER; Up and Down bring earlier ones back"));
+    m_line->setPlaceholderText(tr("A sentence, such as PJWVER; Up and Down bring back earlier lines"));
     m_line->setClearButtonEnabled(true);
     m_preview->setObjectName(QStringLiteral("preview"));
     m_preview->setTextFormat(Qt::PlainText);
@@ -63,7 +63,7 @@ void SendPanel::addBoard(const BoardLink &link)
 {
     removeLedger(link.port);
     m_ledgers.insert(link.port, new SendLedger(link, m_model, this));
-    const QString text = tr("%1: %2").arg(link.port, boardName(link.type));
+    const QString text = tr("%1: %2").arg(link.port, JwTools::boardName(link.type));
     const int index = m_board->findData(link.port);
     if (index < 0)
         m_board->addItem(text, link.port);
@@ -115,26 +115,23 @@ void SendPanel::showSentOnly()
 {
     m_sent->setTest([model = m_model](int row) { return model->record(row).direction == Direction::Sent; });
     m_table->setModel(m_sent);
-    for (const int column : {TrafficModel::Way, TrafficModel::Identifier, TrafficModel::Fields, TrafficModel::Checksum})
-        m_table->hideColumn(column);
-    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"), QString(),
-                             QStringLiteral("100000"), TrafficText::transfer(Transfer::Lost)});
+    showTrafficColumns(m_table, TrafficColumn::SentOnly);
 }
 
 void SendPanel::updatePreview()
 {
     if (m_line->text().trimmed().isEmpty()) {
         m_preview->clear();
-        return; // and leave the message on what was sent
+        return; // the message about the last sentence stays
     }
-    const SentenceFrame frame(m_line->text());
-    m_preview->setText(TrafficText::raw(frame.sentence()));
+    const JwTools::SentenceFrame frame(m_line->text());
+    m_preview->setText(JwTools::printable(frame.sentence()));
     showMessage(frame.fault(), true);
 }
 
 void SendPanel::send()
 {
-    const SentenceFrame frame(m_line->text());
+    const JwTools::SentenceFrame frame(m_line->text());
     const QString port = m_board->currentData().toString();
     SendLedger *ledger = m_ledgers.value(port);
     if (!ledger) {

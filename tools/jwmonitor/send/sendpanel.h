@@ -16,8 +16,8 @@ class RecallLine;
 class SendLedger;
 class TrafficModel;
 
-/// A line to a board, shown as it will go out, and what was sent so far with what became of it. What it sends is added
-/// to the model.
+/// Sends lines to a board. Shows each line as it will go out, and a table of all sent payloads with their progress.
+/// Adds what it sends to the model.
 class SendPanel : public QWidget
 {
     Q_OBJECT
@@ -26,9 +26,9 @@ public:
     explicit SendPanel(TrafficModel *model, QWidget *parent = nullptr);
     ~SendPanel() override;
 
-    /// A board on the same port takes the place of the one before.
+    /// Replaces an earlier board on the same port.
     void addBoard(const BoardLink &link);
-    /// Also when the board is gone already. Unknown ports are ignored.
+    /// The board may be deleted already. Ignores unknown ports.
     void removeBoard(const QString &port);
 
 protected:

@@ -1,10 +1,10 @@
 #include "probetimeline.h"
 
 #include <jwmonitor/find/boardfinder.h>
-#include <jwmonitor/app/boardtypes.h>
+#include <common/boardtype.h>
 #include <jwmonitor/history/clock.h>
 #include <jwmonitor/find/portverdict.h>
-#include <jwmonitor/find/systemport.h>
+#include <common/portname.h>
 
 #include <device/boardrules.h>
 
@@ -22,7 +22,7 @@ TimelineEvent fromPortEvent(const PortEvent &event)
 {
     const bool isUnreadable = event.kind == PortEvent::Unreadable;
     const QString text = isUnreadable         ? QStringLiteral("%1 (%2)").arg(event.text, event.reason)
-        : event.kind == PortEvent::HandedOver ? boardName(event.type)
+        : event.kind == PortEvent::HandedOver ? JwTools::boardName(event.type)
                                               : event.text;
     return {event.kind, static_cast<double>(event.nanoseconds) / 1e6, text, static_cast<int>(event.round)};
 }
@@ -96,7 +96,7 @@ void ProbeTimeline::onReported(const QList<PortReport> &reports)
         TimelineLane &line = lane(report.portName);
         line.report = report;
         line.isGood = report.verdict == PortReport::HandedOver;
-        line.outcome = line.isGood ? boardName(report.type) : verdictText(report, false);
+        line.outcome = line.isGood ? JwTools::boardName(report.type) : verdictText(report, false);
     }
     Q_EMIT changed();
 }
@@ -104,7 +104,7 @@ void ProbeTimeline::onReported(const QList<PortReport> &reports)
 TimelineLane &ProbeTimeline::lane(const QString &port)
 {
     const auto it = std::find_if(m_lanes.begin(), m_lanes.end(),
-                                 [&port](const TimelineLane &line) { return !isBefore(line.port, port); });
+                                 [&port](const TimelineLane &line) { return !JwTools::isPortBefore(line.port, port); });
     if (it != m_lanes.end() && it->port == port)
         return *it;
     TimelineLane line;

@@ -8,8 +8,8 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Brings into the model what a board sends, and how far what was sent to it came. Ends by itself when the Communicator
-/// does. Before it there must be nobody else who reads the Communicator's payloads.
+/// Adds the payloads of a board to the model, and marks sent payloads as transferred. It must be the only reader of the
+/// Communicator. It stops when the Communicator is deleted.
 class BoardTraffic : public QObject
 {
     Q_OBJECT

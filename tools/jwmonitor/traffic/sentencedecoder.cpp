@@ -14,7 +14,7 @@ namespace {
 const QLatin1Char fieldSeparator(',');
 const QLatin1Char checksumDelimiter('*');
 
-/// Tells what the parser's tables hold.
+/// Gives access to the tables of the parser.
 class InitTables : public Nmea::ParserInit
 {
 public:
@@ -32,7 +32,7 @@ private:
     }
 };
 
-/// What stands between the start flag and the checksum or the line end; null without a start flag.
+/// The text between the start flag and the checksum or line end; null without a start flag.
 QStringView bodyOf(const QString &payload)
 {
     if (!payload.startsWith(QLatin1Char('$')) && !payload.startsWith(QLatin1Char('!')))
@@ -92,7 +92,7 @@ QStringView SentenceDecoder::identifier(const QString &payload)
     return body.left(std::find(body.begin(), body.end(), fieldSeparator) - body.begin());
 }
 
-// By the library's own rules.
+// Follows the rules of the library.
 ChecksumState SentenceDecoder::checksum(const QString &payload)
 {
     const int delimiter = payload.indexOf(checksumDelimiter);

@@ -12,12 +12,12 @@ namespace JwMonitor {
 
 enum class ChecksumState { Missing, Good, Bad };
 
-/// A payload, taken apart.
+/// The parts of a payload.
 struct Sentence
 {
     struct Field
     {
-        QString name; ///< "hwversion"; "1", "2", ... where no parser knows the sentence
+        QString name; ///< "hwversion"; "1", "2", ... if the parser does not know the sentence
         QString value;
     };
 
@@ -26,24 +26,24 @@ struct Sentence
     ChecksumState checksum = ChecksumState::Missing;
 };
 
-/// Takes payloads apart, with the names that the library's parser has for their fields. Never fails: what is no
-/// sentence has no fields.
+/// Takes payloads apart and names their fields as the library's parser does. Never fails: a text that is no sentence
+/// has no fields.
 class SentenceDecoder
 {
 public:
     SentenceDecoder();
 
     Sentence decode(const QString &payload, Direction direction) const;
-    /// What the library's parser finds wrong with a received payload; empty when it takes it.
+    /// The error of the library's parser for a received payload; empty if there is none.
     QString fault(const QString &payload) const;
 
-    /// The name of field `index`, from 0.
+    /// The name of a field; `index` counts from 0.
     QString fieldName(const QString &identifier, Direction direction, int index) const;
 
-    /// The identifier alone, which is cheap.
+    /// Only the identifier: cheaper than decode().
     static QStringView identifier(const QString &payload);
     static ChecksumState checksum(const QString &payload);
-    /// Field `index`, from 0, alone; null when there are not so many.
+    /// Only the field at `index`, from 0; null if the sentence has fewer fields.
     static QStringView field(const QString &payload, int index);
 
 private:

@@ -1,33 +1,30 @@
 #pragma once
 
 #include <jwmonitor/history/historymodel.h>
-#include "sentencedecoder.h"
-#include "trafficrecord.h"
+#include "trafficcolumns.h"
 
 #include <deque>
 
 namespace JwMonitor {
 
-/// All payloads, oldest first. A payload is taken apart only when somebody looks at it.
+/// All payloads, oldest first. A payload is decoded only when it is shown.
 ///
-/// What becomes of a sent payload is told of the newest 1000 sent ones; an id means the newest payload that has it, for
-/// a board that comes back counts from 1 again.
+/// The model updates the progress of the newest 1000 sent payloads. If several payloads have the same id, the id means
+/// the newest one, because the ids of a board that comes back start at 1 again.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT
 
 public:
-    enum Column { Time, Port, Way, Id, Progress, Checksum, Identifier, Fields, Raw, ColumnCount };
-
     explicit TrafficModel(QObject *parent = nullptr);
     ~TrafficModel() override;
 
     void append(const TrafficRecord &record);
-    /// The system took the bytes of the payload `id` that was sent to `port`.
+    /// The system took all bytes of the payload `id` for `port`.
     void markTaken(const QString &port, uint id);
     /// The Communicator of `port` reported the payload `id` as transferred.
     void markTransferred(const QString &port, uint id);
-    /// The board on `port` went: what still waits there is not sent any more.
+    /// The board on `port` was lost or let go: its waiting payloads are never sent.
     void markLost(const QString &port);
 
     const SentenceDecoder &decoder() const { return m_decoder; }
@@ -39,9 +36,7 @@ public:
 private:
     void mark(const QString &port, uint id, Transfer transfer);
     void setTransfer(qint64 number, TrafficRecord *record, Transfer transfer);
-    QVariant display(const TrafficRecord &record, int column) const;
-    QVariant toolTip(const TrafficRecord &record, int column) const;
-    QVariant foreground(const TrafficRecord &record, int column) const;
+    QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
     std::deque<qint64> m_sent; // numbers of the newest sent payloads

@@ -7,24 +7,24 @@ namespace JwMonitor {
 
 enum class Direction { Received, Sent };
 
-/// How far a sent payload came, as far as one can tell.
+/// How far a sent payload came, as far as this program can know.
 enum class Transfer {
-    None, ///< it was received
+    None, ///< the payload was received, not sent
     Waiting,
-    Taken, ///< by the system: nothing of it waits in the port
-    Transferred, ///< so the Communicator said
-    Lost, ///< it waited when the board went
+    Taken, ///< the system took all its bytes
+    Transferred, ///< the Communicator reported it
+    Lost, ///< it still waited when the board was lost or let go
 };
 
-/// One payload that passed.
+/// A payload from or to a board.
 struct TrafficRecord
 {
     qint64 timeUs; ///< since the epoch
     QString port;
     Direction direction;
     QString payload; ///< the whole sentence, with its line end
-    uint id; ///< the Communicator's; 0 when it is not known
-    Transfer transfer = Transfer::None; ///< kept by the model
+    uint id; ///< of the Communicator; 0 if not known
+    Transfer transfer = Transfer::None; ///< set by the model
 };
 
 } // namespace JwMonitor

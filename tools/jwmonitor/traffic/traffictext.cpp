@@ -1,5 +1,7 @@
 #include "traffictext.h"
 
+#include <common/printable.h>
+
 #include <QDateTime>
 #include <QStringList>
 
@@ -55,24 +57,8 @@ QString TrafficText::fields(const Sentence &sentence)
 {
     QStringList fields;
     for (const Sentence::Field &field : sentence.fields)
-        fields.append(field.name + QLatin1Char('=') + raw(field.value));
+        fields.append(field.name + QLatin1Char('=') + JwTools::printable(field.value));
     return fields.join(QLatin1String("  "));
-}
-
-QString TrafficText::raw(const QString &payload)
-{
-    QString text;
-    for (const QChar c : payload) {
-        if (c == QLatin1Char('\r'))
-            text += QLatin1String("\\r");
-        else if (c == QLatin1Char('\n'))
-            text += QLatin1String("\\n");
-        else if (c.isPrint())
-            text += c;
-        else
-            text += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
-    }
-    return text;
 }
 
 } // namespace JwMonitor

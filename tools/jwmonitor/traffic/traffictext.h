@@ -7,7 +7,7 @@
 
 namespace JwMonitor {
 
-/// How traffic reads, in the table and in files.
+/// The texts of the traffic, in tables and files.
 class TrafficText
 {
     Q_DECLARE_TR_FUNCTIONS(TrafficText)
@@ -20,10 +20,8 @@ public:
     static QString direction(Direction direction);
     static QString checksum(ChecksumState checksum);
     static QString transfer(Transfer transfer);
-    /// "hwversion=7300021  v1=1".
+    /// Such as "hwversion=7300021  v1=1".
     static QString fields(const Sentence &sentence);
-    /// `payload` with its control characters as escapes, such as "$PJWVER*0c\r\n".
-    static QString raw(const QString &payload);
 };
 
 } // namespace JwMonitor

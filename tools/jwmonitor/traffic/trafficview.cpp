@@ -67,7 +67,7 @@ TrafficView::~TrafficView() = default;
 
 void TrafficView::saveTo(const QString &fileName)
 {
-    QVector<TrafficRecord> records; // a copy: rows may go while it is written
+    QVector<TrafficRecord> records; // a copy: the model may drop rows while the file is written
     records.reserve(m_filter->rowCount());
     for (int row = 0; row < m_filter->rowCount(); ++row)
         records.append(m_model->record(m_filter->sourceRow(row)));
@@ -114,10 +114,10 @@ QToolBar *TrafficView::createTools()
     auto *tools = new QToolBar;
     tools->setToolButtonStyle(Qt::ToolButtonTextOnly);
     const auto addAction = [this, tools](const QString &name, const QString &text, const QKeySequence &keys) {
-        QAction *action = addKeys(keys); // of the view, or they work in the tool bar alone
+        QAction *action = addKeys(keys); // added to the view; keys of the tool bar would work only there
         action->setObjectName(name);
         action->setText(text);
-        action->setIconText(text); // or the button drops its letter
+        action->setIconText(text); // else the button loses its underlined letter
         action->setToolTip(tr("%1 (%2)").arg(action->toolTip(), keys.toString(QKeySequence::NativeText)));
         tools->addAction(action);
         return action;
@@ -138,7 +138,7 @@ QToolBar *TrafficView::createTools()
     for (QAction *action : {pause, raw, save, clear}) {
         auto *button = qobject_cast<QToolButton *>(tools->widgetForAction(action));
         button->setFocusPolicy(Qt::TabFocus);
-        button->setAutoRaise(false); // a frame, as other buttons have
+        button->setAutoRaise(false); // gives it a frame like other buttons
     }
     return tools;
 }
@@ -157,11 +157,6 @@ void TrafficView::createTable()
     m_table->setObjectName(QStringLiteral("payloads"));
     m_table->setAccessibleName(tr("Payloads"));
     m_table->setModel(m_filter);
-    m_table->setColumnTexts({QStringLiteral("00:00:00.000"), QStringLiteral("ttyACM00"),
-                             TrafficText::direction(Direction::Received), QStringLiteral("100000"),
-                             TrafficText::transfer(Transfer::Transferred),
-                             TrafficText::checksum(ChecksumState::Missing), QStringLiteral("PTJWRD")});
-    m_table->hideColumn(TrafficModel::Progress); // of the sent ones only: shown where they are sent
     showRaw(false);
     setFocusProxy(m_table);
 }
@@ -208,9 +203,7 @@ void TrafficView::askAndSave()
 
 void TrafficView::showRaw(bool raw)
 {
-    for (const int column : {TrafficModel::Checksum, TrafficModel::Identifier, TrafficModel::Fields})
-        m_table->setColumnHidden(column, raw);
-    m_table->setColumnHidden(TrafficModel::Raw, !raw);
+    showTrafficColumns(m_table, raw ? TrafficColumn::Undecoded : TrafficColumn::Decoded);
 }
 
 void TrafficView::updateStatus()

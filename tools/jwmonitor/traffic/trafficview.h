@@ -17,8 +17,8 @@ class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
-/// The payloads as a table that follows the newest one, filtered, in the raw if wanted, and saved. Its keys are its
-/// actions, for a widget around it to have them too.
+/// The table of payloads with filters, a raw view and saving to a file. It follows the newest payload. Its keys are
+/// actions(), so a parent widget can add them too.
 class TrafficView : public QWidget
 {
     Q_OBJECT
@@ -27,8 +27,8 @@ public:
     explicit TrafficView(TrafficModel *model, QWidget *parent = nullptr);
     ~TrafficView() override;
 
-    /// Saves the rows that are shown: as CSV when the name ends with ".csv", else as text. Goes on in the background;
-    /// one of the two signals tells the end.
+    /// Saves the rows shown, in the background: as CSV if the name ends with ".csv", else as text. One of the two
+    /// signals follows.
     void saveTo(const QString &fileName);
 
 Q_SIGNALS:

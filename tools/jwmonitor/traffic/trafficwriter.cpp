@@ -1,6 +1,9 @@
 #include "trafficwriter.h"
 
+#include "trafficcolumns.h"
 #include "traffictext.h"
+
+#include <common/printable.h>
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -11,8 +14,8 @@ namespace {
 
 constexpr int msPerTurn = 4;
 
-/// Whether a spreadsheet would take the cell for a formula, and run what a board has put there. A number with a sign is
-/// none.
+/// Whether a spreadsheet would run the cell as a formula, which a board could misuse. A number with a sign is no
+/// formula.
 bool isFormula(const QString &cell)
 {
     static const QRegularExpression number(
@@ -25,11 +28,19 @@ QString csvRow(const QStringList &cells)
     QStringList quoted;
     for (QString cell : cells) {
         if (isFormula(cell))
-            cell.prepend(QLatin1Char('\'')); // makes it text there
+            cell.prepend(QLatin1Char('\'')); // tells a spreadsheet that this is text
         cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
         quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
     }
     return quoted.join(QLatin1Char(',')) + QLatin1String("\r\n");
+}
+
+QString csvHeader(const QVector<TrafficColumn> &columns)
+{
+    QStringList titles;
+    for (const TrafficColumn &column : columns)
+        titles.append(column.title.toLower());
+    return csvRow(titles);
 }
 
 } // namespace
@@ -37,6 +48,7 @@ QString csvRow(const QStringList &cells)
 TrafficWriter::TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent)
     : QObject(parent)
     , m_records(records)
+    , m_columns(trafficFileColumns())
     , m_csv(fileName.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive))
     , m_file(fileName)
     , m_next(0)
@@ -53,9 +65,7 @@ void TrafficWriter::start()
         return;
     }
     if (m_csv)
-        m_file.write(csvRow({tr("time"), tr("port"), tr("direction"), tr("id"), tr("identifier"), tr("fields"),
-                             tr("checksum"), tr("progress"), tr("payload")})
-                         .toUtf8());
+        m_file.write(csvHeader(m_columns).toUtf8());
     m_turn.start(0);
 }
 
@@ -95,16 +105,17 @@ QString TrafficWriter::textLine(const TrafficRecord &record) const
 {
     const QLatin1String arrow(record.direction == Direction::Received ? "<-" : "->");
     return QStringLiteral("%1  %2  %3  %4\n")
-        .arg(TrafficText::moment(record.timeUs), record.port, arrow, TrafficText::raw(record.payload.trimmed()));
+        .arg(TrafficText::moment(record.timeUs), record.port, arrow, JwTools::printable(record.payload.trimmed()));
 }
 
 QString TrafficWriter::csvLine(const TrafficRecord &record) const
 {
-    const Sentence sentence = m_decoder.decode(record.payload, record.direction);
-    return csvRow({TrafficText::moment(record.timeUs), record.port, TrafficText::direction(record.direction),
-                   record.id == 0 ? QString() : QString::number(record.id), TrafficText::raw(sentence.identifier),
-                   TrafficText::fields(sentence), TrafficText::checksum(sentence.checksum),
-                   TrafficText::transfer(record.transfer), TrafficText::raw(record.payload.trimmed())});
+    QStringList cells;
+    for (const TrafficColumn &column : m_columns) {
+        const TrafficColumn::Cell cell{record, m_decoder};
+        cells.append(column.fileText ? column.fileText(cell) : column.text(cell));
+    }
+    return csvRow(cells);
 }
 
 } // namespace JwMonitor

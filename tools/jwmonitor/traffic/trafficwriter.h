@@ -1,7 +1,6 @@
 #pragma once
 
-#include "sentencedecoder.h"
-#include "trafficrecord.h"
+#include "trafficcolumns.h"
 
 #include <QObject>
 #include <QSaveFile>
@@ -10,14 +9,14 @@
 
 namespace JwMonitor {
 
-/// Writes payloads to a file, some in each turn of the event loop so that the window goes on. The file appears when it
-/// is whole. Deletes itself at the end.
+/// Writes payloads to a file. It writes some in each turn of the event loop, so that the window stays quick. The file
+/// appears only when it is complete. The writer deletes itself at the end.
 class TrafficWriter : public QObject
 {
     Q_OBJECT
 
 public:
-    /// As CSV when the name ends with ".csv", else as text. Connect the signals, then start().
+    /// Writes CSV if the name ends with ".csv", else text. Connect the signals before start().
     TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent = nullptr);
     ~TrafficWriter() override;
 
@@ -35,6 +34,7 @@ private:
     QString csvLine(const TrafficRecord &record) const;
 
     const QVector<TrafficRecord> m_records;
+    const QVector<TrafficColumn> m_columns;
     const bool m_csv;
     const SentenceDecoder m_decoder;
     QSaveFile m_file;

@@ -15,7 +15,7 @@ using namespace JwProbe;
 
 namespace {
 
-// Started without one of them, the next file opened would take its place: a serial port, for instance.
+// If one of the three is closed, the next file opened takes its number. That file could be a serial port.
 void openStandardStreams()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {

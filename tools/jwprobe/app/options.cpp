@@ -1,58 +1,55 @@
 #include "options.h"
 
-#include <jwprobe/search/boardtype.h>
-
-#include <QCommandLineOption>
-#include <QCommandLineParser>
-#include <QFileInfo>
+#include <common/commandline.h>
+#include <common/loglevel.h>
 
 namespace JwProbe {
 
 namespace {
 
 constexpr int maxTime = 3600000; // ms, an hour
-constexpr int maxRetries = 10000;
-
-const char *const levelNames[] = {"trace", "debug", "info", "warning", "error", "fatal"};
 
 const char *const details = R"(
 Output
-  People get a table on standard output, one row for each wanted type: port, USB
+  Standard output has a table with one row for each wanted type: port, USB
   manufacturer and serial number, hardware version, and the time from the start
-  of the search to the board's answer. Below it stands what the other ports did
-  and, when a board is missing, what can be done about it.
+  of the search to the board's answer. Below the table stands what the other
+  ports did. When a board is missing, advice follows.
   With --json there is one document:
     {"version", "wanted": [TYPE...], "missing": [TYPE...],
      "boards": [{PORT, REPORT, "type", "hardwareVersion", "milliseconds",
                  "connected"}...],
      "ports": [{PORT, REPORT, "state", "summary", "advice": [LINE...]}...],
      "advice": [LINE...], "deadlineReached", "milliseconds", "exitStatus"}
-  where PORT is what the system tells of a port,
+  PORT is what the system knows of a port:
     "port", "location", "manufacturer", "serialNumber", "vendorId", "productId"
-  and REPORT what the search did with it:
+  REPORT is what the search did with the port:
     "product", "verdict", "error", "errorText", "reply", "unreadable",
     "queries", "payloads"
   "ports" are the probed ports that hold no board of "boards". Their "state" is
   one of duplicate, otherType, unknownBoard, unreadable, silent, unheard,
   unplugged, failed, notOpened, noSuchPort, noPermission, held, openFailed.
   "verdict" is one of notOpened, awaiting, timedOut, silenced, duplicate, lost,
-  handedOver; "error" is QSerialPort's name of an error. What there is nothing
-  to say about is null; ids are four hexadecimal digits.
+  handedOver; "error" is QSerialPort's name of an error. A value that is not
+  known is null. An id has four hexadecimal digits.
   With --list and --json:
     {"version", "ports": [{PORT, "probed", "reason", "obstacle"}...]}
 
 Doctor
-  For each candidate port, or those named by --port, standard output says what
-  keeps it from opening and the command that mends it: no permission for this
-  user, session or group, no udev rule; another program that has it open, or a
-  lock file that names one; a lock file left behind that this user may not
-  remove; what is no lock file in place of one, which a search does not open
-  either. Only a process that was seen to have the port open is to be ended,
-  only a lock file that names no living process is to be removed. It also
-  names what may keep a board from being found, which counts as trouble too:
-  another program that has the port open and lets others open it; ModemManager,
-  which udev was not told to keep off the port. It changes nothing, and opens a
-  port for an instant only when it sees no trouble. With --json:
+  The doctor looks at each candidate port, or at the ports named by --port. It
+  says what keeps a port from opening, and which command removes the trouble:
+  * no permission for this user, session or group, or no udev rule
+  * another program has the port open, or a lock file names such a program
+  * a lock file was left behind that this user may not remove
+  * something else is in place of the lock file; a search doesn't open such a
+    port
+  These troubles may keep a board from being found:
+  * another program has the port open and lets others open it too
+  * ModemManager runs, and udev was not told to keep it off the port
+  The doctor names a process to end only if it saw the port open there. It names
+  a lock file to remove only if the file names no living process. It changes
+  nothing. It opens a port, for an instant, only if it sees no trouble.
+  With --json:
     {"version", "ports": [{PORT, "troubles": [{"kind", "summary",
                                                "advice": [LINE...]}...]}...],
      "advice": [LINE...], "exitStatus"}
@@ -60,18 +57,20 @@ Doctor
   modemManager.
 
 Monitor
-  Each payload is one line: local time, port, "<-" from the board or "->" to it,
-  and the text. With --json it is one object a line, the first {"event":
-  "search", ...} as above, then
+  Each payload is one line: local time, port, "<-" from the board or "->" to the
+  board, and the text. With --json it is one object a line. The first object is
+  {"event": "search", ...} as above. These follow:
     {"event": "payload", "time", "port", "type", "direction", "text"} and
     {"event": "lost", "time", "port", "type"}
-  A line typed on standard input is sent: "PJWVER" becomes "$PJWVER*0c" and its
-  line end. A start flag ("$" or "!") and a checksum may be typed; a line with a
-  wrong checksum is not sent. It goes to every board, or to the one that it
-  begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER". The end of standard input
-  does not end the monitor; Ctrl-C does, and so does the loss of the last board
-  or of the reader of standard output. Standard input waits while a board has
-  more than 64 KiB to take, and a terminal is read in its foreground only.
+  Type a line to send it: "PJWVER" goes out as "$PJWVER*0c" and a line end. A
+  start flag ("$" or "!") and a checksum may be typed. A line is not sent if its
+  checksum is wrong, if it has characters beyond Latin-1, or if the sentence has
+  more than 74 characters, all counted. The line goes to every board, or to the
+  one that it begins with: "ttyACM0: PJWVER" or "BoardA: PJWVER".
+  The monitor ends with Ctrl-C, with the last board, or when nobody reads its
+  output any more. It goes on at the end of standard input. It reads no input
+  while more than 64 KiB wait to be sent to a board, and reads a terminal only
+  in the foreground.
 
 Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor was
@@ -80,9 +79,11 @@ Exit status
      or the reader of its output
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board
-  A search that is ended by a signal gives 128 and the signal's number. Ctrl-C
-  and SIGTERM end it, and the monitor, within a second.
+  A signal that ends a search gives 128 and the signal's number. Ctrl-C and
+  SIGTERM end a search or the monitor within a second.
 )";
+
+using JwTools::makeOption;
 
 class Parser
 {
@@ -94,15 +95,8 @@ public:
 
 private:
     bool readAction(Options &options, QString *error) const;
-    bool readTypes(Options &options, QString *error) const;
-    bool readPorts(Options &options, QString *error) const;
-    bool readNumber(const QCommandLineOption &option, int lowest, int highest, int &value, QString *error) const;
     bool readLevel(Options &options, QString *error) const;
 
-    const QCommandLineOption m_type;
-    const QCommandLineOption m_port;
-    const QCommandLineOption m_delay;
-    const QCommandLineOption m_retries;
     const QCommandLineOption m_deadline;
     const QCommandLineOption m_json;
     const QCommandLineOption m_list;
@@ -112,15 +106,8 @@ private:
     const QCommandLineOption m_log;
     const QCommandLineOption m_traffic;
     const QCommandLineOption m_rawTraffic;
-    const QCommandLineOption m_version;
-    const QCommandLineOption m_help;
-    QCommandLineParser m_parser;
+    JwTools::CommandLine m_line;
 };
-
-QCommandLineOption makeOption(const char *name, const char *description, const char *value = "")
-{
-    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description), QString::fromLatin1(value));
-}
 
 bool fail(QString *error, const QString &text)
 {
@@ -136,90 +123,57 @@ QString longName(const QCommandLineOption &option)
 QString levelList()
 {
     QStringList names;
-    for (const char *name : levelNames)
-        names.append(QString::fromLatin1(name));
+    const QList<Logger::Level> levels = JwTools::logLevels();
+    for (const Logger::Level level : levels)
+        names.append(JwTools::logLevelName(level).toLower());
     return names.join(QLatin1String(", "));
 }
 
-// "/dev/ttyACM0" and "/dev/serial/by-id/..." are what people have at hand.
-QString portName(const QString &name)
-{
-    if (name.startsWith(QLatin1String("/dev/serial/")) && QFileInfo(name).isSymLink())
-        return QFileInfo(QFileInfo(name).symLinkTarget()).fileName();
-    const QLatin1String folder("/dev/");
-    return name.startsWith(folder) ? name.mid(folder.size()) : name;
-}
-
 Parser::Parser()
-    : m_type(makeOption("type",
-                        "Type of board to find: BoardA, BoardB or BoardC. May be repeated; all three without "
-                        "it.",
-                        "TYPE"))
-    , m_port(makeOption("port",
-                        "Probe this port, such as ttyACM0, and no others. May be repeated. Without it, every "
-                        "port is probed whose USB manufacturer is \"STMicroelectronics.\" or whose vendor id "
-                        "is 0483.",
-                        "NAME"))
-    , m_delay(makeOption("delay", "Wait before the ports are opened, when BoardC is wanted: 0 (default) to 3600000 ms.",
-                         "MS"))
-    , m_retries(makeOption("retries",
-                           "How many times ports are asked again while a board is missing: 0 to 10000, "
-                           "default 3. A round takes 400 ms.",
-                           "N"))
-    , m_deadline(makeOption("deadline",
-                            "End the search after this time; what is missing then counts as not found: 1 "
-                            "to 3600000 ms, default 5000.",
+    : m_deadline(makeOption("deadline",
+                            QStringLiteral("End the search after this time. Boards still missing count as not found: "
+                                           "1 to 3600000 ms, default 5000."),
                             "MS"))
-    , m_json(makeOption("json", "Write JSON to standard output, for programs."))
-    , m_list(makeOption("list",
-                        "Show every serial port of the system, which ones would be probed, and why the others "
-                        "would not. Opens no port."))
+    , m_json(makeOption("json", QStringLiteral("Write JSON to standard output, for programs.")))
+    , m_list(makeOption(
+          "list",
+          QStringLiteral("Show every serial port of the system: whether a search probes it, and why. Opens no port.")))
     , m_doctor(makeOption("doctor",
-                          "Look at what keeps each candidate port from opening, and show the command that mends "
-                          "it."))
-    , m_monitor(makeOption("monitor", "Stay on the boards found: show every payload, send the lines typed."))
+                          QStringLiteral("Show what keeps each candidate port from opening, and the command that "
+                                         "helps.")))
+    , m_monitor(makeOption(
+          "monitor", QStringLiteral("Stay connected to the boards found: show every payload, send the lines typed.")))
     , m_udevRules(makeOption("udev-rules",
-                             "Write the udev rules to standard output that give access to the boards and keep "
-                             "ModemManager off them."))
-    , m_log(makeOption("log",
-                       "Show the library's log from LEVEL on, on standard error: trace, debug, info, warning, "
-                       "error or fatal.",
-                       "LEVEL"))
-    , m_traffic(makeOption("traffic", "Show the payloads of the search on standard error."))
-    , m_rawTraffic(makeOption("raw-traffic", "Show what is read and written, as text, on standard error."))
-    , m_version(QStringList{QStringLiteral("v"), QStringLiteral("version")}, QStringLiteral("Show the version."))
-    , m_help(QStringList{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."))
+                             QStringLiteral("Write udev rules to standard output. They give access to the boards and "
+                                            "keep ModemManager off them.")))
+    , m_log(makeOption(
+          "log", QStringLiteral("Show the library's log, from LEVEL upward, on standard error: %1.").arg(levelList()),
+          "LEVEL"))
+    , m_traffic(makeOption("traffic", QStringLiteral("Show the payloads of the search on standard error.")))
+    , m_rawTraffic(
+          makeOption("raw-traffic", QStringLiteral("Show what is read and written, as text, on standard error.")))
+    , m_line(QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
+             {m_deadline, m_json, m_list, m_doctor, m_monitor, m_udevRules, m_log, m_traffic, m_rawTraffic})
 {
-    m_parser.setApplicationDescription(QStringLiteral("Finds boards on USB serial ports and says what it found."));
-    m_parser.addOptions({m_type, m_port, m_delay, m_retries, m_deadline, m_json, m_list, m_doctor, m_monitor,
-                         m_udevRules, m_log, m_traffic, m_rawTraffic, m_version, m_help});
 }
 
 std::optional<Options> Parser::parse(const QStringList &arguments, QString *error)
 {
     Options options;
-    if (!m_parser.parse(arguments)) {
-        *error = m_parser.errorText();
-        if (error->endsWith(QLatin1Char('.')))
-            error->chop(1);
-        *error += QLatin1String("; \"jwprobe --help\" shows what is allowed");
+    switch (m_line.parse(arguments, error)) {
+    case JwTools::CommandLine::WrongUse:
         return std::nullopt;
-    }
-    if (m_parser.isSet(m_help) || m_parser.isSet(m_version)) {
-        options.action = m_parser.isSet(m_help) ? Options::ShowHelp : Options::ShowVersion;
+    case JwTools::CommandLine::ShowHelp:
+        options.action = Options::ShowHelp;
         return options;
+    case JwTools::CommandLine::ShowVersion:
+        options.action = Options::ShowVersion;
+        return options;
+    case JwTools::CommandLine::Run:
+        break;
     }
-    const QStringList rest = m_parser.positionalArguments();
-    if (!rest.isEmpty()) {
-        *error = QStringLiteral("unexpected argument \"%1\": jwprobe takes options only, a port is given as --port %1")
-                     .arg(rest.first());
-        return std::nullopt;
-    }
-    int retries = static_cast<int>(options.retries);
-    if (!readAction(options, error) || !readTypes(options, error) || !readPorts(options, error)
-        || !readLevel(options, error) || !readNumber(m_delay, 0, maxTime, options.delay, error)
-        || !readNumber(m_retries, 0, maxRetries, retries, error)
-        || !readNumber(m_deadline, 1, maxTime, options.deadline, error))
+    if (!readAction(options, error) || !m_line.readSearch(options, error) || !readLevel(options, error)
+        || !m_line.readNumber(m_deadline, 1, maxTime, options.deadline, error))
         return std::nullopt;
     if (options.types.contains(JwDevice::BoardC) && options.delay >= options.deadline) {
         *error = QStringLiteral("--delay %1 leaves no time before --deadline %2: give a later --deadline")
@@ -227,18 +181,15 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
                      .arg(options.deadline);
         return std::nullopt;
     }
-    options.retries = static_cast<uint>(retries);
-    options.json = m_parser.isSet(m_json);
-    options.traffic = m_parser.isSet(m_traffic);
-    options.rawTraffic = m_parser.isSet(m_rawTraffic);
+    options.json = m_line.isSet(m_json);
+    options.traffic = m_line.isSet(m_traffic);
+    options.rawTraffic = m_line.isSet(m_rawTraffic);
     return options;
 }
 
 QString Parser::help() const
 {
-    const QString text = m_parser.helpText(); // its first line has the path of the program
-    return QStringLiteral("Usage: jwprobe [options]") + text.mid(text.indexOf(QLatin1Char('\n')))
-        + QString::fromLatin1(details);
+    return m_line.help() + QString::fromLatin1(details);
 }
 
 bool Parser::readAction(Options &options, QString *error) const
@@ -249,7 +200,7 @@ bool Parser::readAction(Options &options, QString *error) const
                                                                               {m_udevRules, Options::ShowUdevRules}};
     QString given;
     for (const auto &[option, action] : actions) {
-        if (!m_parser.isSet(option))
+        if (!m_line.isSet(option))
             continue;
         const QString name = longName(option);
         if (!given.isEmpty())
@@ -259,8 +210,10 @@ bool Parser::readAction(Options &options, QString *error) const
     }
     if (options.action == Options::Find || options.action == Options::Monitor)
         return true;
-    for (const QCommandLineOption &option : {m_type, m_delay, m_retries, m_deadline, m_log, m_traffic, m_rawTraffic}) {
-        if (m_parser.isSet(option)) {
+    const QList<QCommandLineOption> ofSearch =
+        m_line.searchOptions() + QList<QCommandLineOption>{m_deadline, m_log, m_traffic, m_rawTraffic};
+    for (const QCommandLineOption &option : ofSearch) {
+        if (m_line.isSet(option)) {
             return fail(error,
                         QStringLiteral("%1 is for a search, and with %2 there is none: leave one of them out")
                             .arg(longName(option), given));
@@ -268,8 +221,8 @@ bool Parser::readAction(Options &options, QString *error) const
     }
     if (options.action != Options::ShowUdevRules)
         return true;
-    for (const QCommandLineOption &option : {m_port, m_json}) {
-        if (m_parser.isSet(option)) {
+    for (const QCommandLineOption &option : {m_line.port(), m_json}) {
+        if (m_line.isSet(option)) {
             return fail(error,
                         QStringLiteral("%1 has no effect on %2, which always writes the same rules: leave one of them "
                                        "out")
@@ -279,63 +232,15 @@ bool Parser::readAction(Options &options, QString *error) const
     return true;
 }
 
-bool Parser::readTypes(Options &options, QString *error) const
-{
-    const QStringList names = m_parser.values(m_type);
-    for (const QString &name : names) {
-        const std::optional<JwDevice::Type> type = typeFromName(name);
-        if (!type) {
-            return fail(error,
-                        QStringLiteral("--type \"%1\" is not known: allowed are %2")
-                            .arg(name, typeNames(allTypes(), QStringLiteral("and"))));
-        }
-        if (!options.types.contains(*type))
-            options.types.append(*type);
-    }
-    if (options.types.isEmpty())
-        options.types = allTypes();
-    return true;
-}
-
-bool Parser::readPorts(Options &options, QString *error) const
-{
-    const QStringList names = m_parser.values(m_port);
-    for (const QString &name : names) {
-        const QString port = portName(name);
-        if (port.isEmpty())
-            return fail(error,
-                        QStringLiteral("--port needs the name of a port, such as ttyACM0; \"jwprobe --list\" "
-                                       "shows all"));
-        options.ports.append(port);
-    }
-    options.ports.removeDuplicates();
-    return true;
-}
-
-bool Parser::readNumber(const QCommandLineOption &option, int lowest, int highest, int &value, QString *error) const
-{
-    if (!m_parser.isSet(option))
-        return true;
-    const QString text = m_parser.value(option);
-    bool ok = false;
-    value = text.toInt(&ok);
-    if (ok && value >= lowest && value <= highest)
-        return true;
-    return fail(error,
-                QStringLiteral("--%1 \"%2\" is not allowed: give a whole number from %3 to %4")
-                    .arg(option.names().first(), text)
-                    .arg(lowest)
-                    .arg(highest));
-}
-
 bool Parser::readLevel(Options &options, QString *error) const
 {
-    if (!m_parser.isSet(m_log))
+    if (!m_line.isSet(m_log))
         return true;
-    const QString text = m_parser.value(m_log);
-    for (int level = Logger::Trace; level <= Logger::Fatal; ++level) {
-        if (text.compare(QLatin1String(levelNames[level]), Qt::CaseInsensitive) == 0) {
-            options.logLevel = static_cast<Logger::Level>(level);
+    const QString text = m_line.value(m_log);
+    const QList<Logger::Level> levels = JwTools::logLevels();
+    for (const Logger::Level level : levels) {
+        if (text.compare(JwTools::logLevelName(level), Qt::CaseInsensitive) == 0) {
+            options.logLevel = level;
             return true;
         }
     }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <device/type.h>
+#include <common/searchsettings.h>
+
 #include <logger/logger.h>
 
-#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -11,28 +11,24 @@
 
 namespace JwProbe {
 
-/// What the command line asks for.
-struct Options
+/// The options of the command line.
+struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };
 
     Action action = Find;
-    QList<JwDevice::Type> types; ///< each once, in the order given
-    QStringList ports; ///< names such as "ttyACM0", each once; empty means to search
-    int delay = 0; ///< ms
-    uint retries = 3;
     int deadline = 5000; ///< ms
     bool json = false;
-    std::optional<Logger::Level> logLevel; ///< without one, the log stays hidden
+    std::optional<Logger::Level> logLevel; ///< empty: the log stays hidden
     bool traffic = false;
     bool rawTraffic = false;
 };
 
-/// Reads `arguments`, the first of which is the program's name. On wrong use nothing is returned, and `error` is one
-/// line that says what is allowed.
+/// Reads `arguments`; the first one is the program's name. On wrong use it returns nothing and sets `error` to one line
+/// that says what is allowed.
 std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
 
-/// What --help shows.
+/// The text of --help.
 QString helpText();
 
 } // namespace JwProbe

@@ -12,7 +12,7 @@ namespace JwProbe {
 
 class Monitor;
 
-/// One search with its report, and the monitor after it. Ends the event loop with the exit status.
+/// Runs one search, prints its report, and then runs the monitor if wanted. Ends the event loop with the exit status.
 class Program : public QObject
 {
     Q_OBJECT
@@ -32,7 +32,7 @@ private:
     const Options m_options;
     Finder m_finder;
     Progress m_progress;
-    std::unique_ptr<Monitor> m_monitor; // null while the search goes on
+    std::unique_ptr<Monitor> m_monitor; // null during the search
 };
 
 } // namespace JwProbe

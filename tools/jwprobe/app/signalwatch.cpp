@@ -13,14 +13,14 @@ namespace JwProbe {
 namespace {
 
 constexpr uint patience = 1; // s
-constexpr int signalStatus = 128; // as shells count it
+constexpr int signalStatus = 128; // shells add the signal's number to this
 
 int wakeUp = -1;
 volatile std::sig_atomic_t fixedStatus = -1;
-volatile std::sig_atomic_t exitStatus = -1; // of the first signal; -1: none came
+volatile std::sig_atomic_t exitStatus = -1; // of the first signal; -1: no signal came yet
 
-// Only what POSIX allows in the middle of any other call.
-void takeSignal(int number)
+// Runs in the middle of any other call, so it may only use what POSIX allows there.
+void onSignal(int number)
 {
     if (number == SIGALRM)
         ::_exit(exitStatus);
@@ -38,7 +38,7 @@ void setHandler(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // a write that goes on is no error
+    action.sa_flags = SA_RESTART; // a write continues after the signal
     sigset_t signalSet;
     sigemptyset(&signalSet);
     for (const int number : {SIGINT, SIGTERM, SIGALRM}) {
@@ -59,14 +59,14 @@ SignalWatch::SignalWatch(QObject *parent)
         notifier->setEnabled(false);
         Q_EMIT received(exitStatus);
     });
-    setHandler(&takeSignal);
+    setHandler(&onSignal);
 }
 
 SignalWatch::~SignalWatch()
 {
     ::alarm(0);
     setHandler(SIG_DFL);
-    qDeleteAll(findChildren<QSocketNotifier *>()); // before its descriptor is closed
+    qDeleteAll(findChildren<QSocketNotifier *>()); // before its descriptor closes
     ::close(wakeUp);
 }
 

@@ -4,8 +4,8 @@
 
 namespace JwProbe {
 
-/// Turns SIGINT and SIGTERM into a signal of the event loop. A program that doesn't get to its event loop within a
-/// second, as when it writes to a pipe that nobody reads, ends with the same status. Make one at most.
+/// Turns SIGINT and SIGTERM into the Qt signal received(). If the event loop does not run within a second, the process
+/// ends with the same status. A write to a pipe that nobody reads can block the event loop. Create one object only.
 class SignalWatch : public QObject
 {
     Q_OBJECT
@@ -14,11 +14,11 @@ public:
     explicit SignalWatch(QObject *parent = nullptr);
     ~SignalWatch() override;
 
-    /// The exit status from now on; before that it is 128 and the signal's number.
+    /// Sets the exit status for both signals. Before, it is 128 and the signal's number.
     static void setExitStatus(int status);
 
 Q_SIGNALS:
-    /// The program is to end with this status.
+    /// End the program with this status.
     void received(int status);
 };
 

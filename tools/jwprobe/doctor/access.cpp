@@ -32,19 +32,20 @@ bool isPermissionError(int number)
 
 QStringList replug()
 {
-    return {QStringLiteral("Unplug the board, plug it in again and run jwprobe again. What the kernel says about it:"),
-            QStringLiteral("    sudo dmesg | tail")};
+    return {
+        QStringLiteral("Unplug the board, plug it in again and run jwprobe again. This shows what the kernel says:"),
+        QStringLiteral("    sudo dmesg | tail")};
 }
 
 Obstacle hiddenHolder(const PortIdentity &port)
 {
     return {Obstacle::Held,
-            QStringLiteral("held by another program, which one can't be seen from here"),
+            QStringLiteral("held by another program that this user can't see"),
             {QStringLiteral("Find and end it, then run jwprobe again:"),
              QStringLiteral("    sudo fuser -v %1").arg(port.location)}};
 }
 
-// Of a port that did not open, though neither a permission nor a lock file is in the way.
+// For a port that did not open although its permissions and lock file allow it.
 QList<Obstacle> findExclusiveHolders(const PortIdentity &port)
 {
     QList<Obstacle> obstacles;

@@ -8,23 +8,23 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// All that is seen to keep the port from opening, the worst first. Doesn't open it.
+/// All obstacles that can be seen without opening the port, the worst first.
 QList<Obstacle> findObstacles(const PortIdentity &port);
 
-/// The first of findObstacles(), or one of the kind None.
+/// The first of findObstacles(), or an obstacle of the kind None.
 Obstacle findObstacle(const PortIdentity &port);
 
-/// The word that --help lists for an obstacle of this kind.
+/// The word for this kind in --json. --help lists the words.
 QString obstacleState(Obstacle::Kind kind);
 
-/// What shows when the port is opened for an instant; nothing when it opens.
+/// Opens the port for an instant. Returns the obstacles if it does not open.
 QList<Obstacle> tryToOpen(const PortIdentity &port);
 
-/// The other programs that have a port open which opens all the same.
+/// The other programs that have the port open although we can open it too.
 QList<Obstacle> findSharers(const PortIdentity &port);
 
-/// Why the port did not open a moment ago, with this QSerialPort::SerialPortError. Opens it for an instant when nothing
-/// else tells.
+/// Why the port did not open a moment ago, when QSerialPort reported `openError`. Opens the port for an instant if
+/// nothing else explains the error.
 Obstacle explainOpenError(const PortIdentity &port, int openError);
 
 } // namespace JwProbe

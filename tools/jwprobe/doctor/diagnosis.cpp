@@ -1,9 +1,11 @@
 #include "diagnosis.h"
 
 #include "access.h"
-#include <jwprobe/search/boardtype.h>
-#include <jwprobe/output/output.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
 #include <jwprobe/search/reply.h>
+
+#include <device/boardrules.h>
 
 #include <QFile>
 
@@ -20,7 +22,7 @@ Diagnosis diagnoseClosed(const PortIdentity &port, const PortReport &report)
                 report,
                 QStringLiteral("notOpened"),
                 QStringLiteral("not opened before the search ended"),
-                {QStringLiteral("Give the search more time behind its delay: a later --deadline or a shorter "
+                {QStringLiteral("Give the search more time after its delay: a later --deadline or a shorter "
                                 "--delay.")}};
     }
     const Obstacle obstacle = explainOpenError(port, report.error);
@@ -29,8 +31,9 @@ Diagnosis diagnoseClosed(const PortIdentity &port, const PortReport &report)
 
 Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
 {
-    const QString answer =
-        report.reply.isEmpty() ? QString() : QStringLiteral(", after it had answered %1").arg(printable(report.reply));
+    const QString answer = report.reply.isEmpty()
+        ? QString()
+        : QStringLiteral(", after it had answered %1").arg(JwTools::printable(report.reply));
     if (!QFile::exists(port.location)) {
         return {port,
                 report,
@@ -41,16 +44,16 @@ Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
     return {port,
             report,
             QStringLiteral("failed"),
-            QStringLiteral("failed during the search: %1").arg(printable(report.errorText)) + answer,
+            QStringLiteral("failed during the search: %1").arg(JwTools::printable(report.errorText)) + answer,
             {QStringLiteral("The system has the port, so its board may have restarted: check its cable and its power, "
                             "and run jwprobe again.")}};
 }
 
 Diagnosis diagnoseAnswer(const PortIdentity &port, const PortReport &report)
 {
-    const QString text = printable(report.reply);
+    const QString text = JwTools::printable(report.reply);
     if (report.verdict == PortReport::Duplicate) {
-        const QString type = typeName(report.type);
+        const QString type = JwTools::boardName(report.type);
         return {port,
                 report,
                 QStringLiteral("duplicate"),
@@ -68,16 +71,16 @@ Diagnosis diagnoseAnswer(const PortIdentity &port, const PortReport &report)
     return {port,
             report,
             QStringLiteral("otherType"),
-            QStringLiteral("answered as a %1, which is not wanted: %2").arg(typeName(type), text),
-            {QStringLiteral("To find it, add --type %1.").arg(typeName(type))}};
+            QStringLiteral("answered as a %1, which is not wanted: %2").arg(JwTools::boardName(type), text),
+            {QStringLiteral("To find it, add --type %1.").arg(JwTools::boardName(type))}};
 }
 
 Diagnosis diagnoseUnreadable(const PortIdentity &port, const PortReport &report)
 {
     const QString fault = readReply(report.unreadable).fault;
-    QString text = printable(report.unreadable);
+    QString text = JwTools::printable(report.unreadable);
     if (!fault.isEmpty())
-        text += QStringLiteral(" (%1)").arg(printable(fault));
+        text += QStringLiteral(" (%1)").arg(JwTools::printable(fault));
     const QString summary = report.payloads == 1
         ? QStringLiteral("sent what can't be read as a board's answer: %1").arg(text)
         : QStringLiteral("sent %1 payloads that can't be read as a board's answer, the newest: %2")
@@ -98,17 +101,20 @@ Diagnosis diagnoseSilence(const PortIdentity &port, const PortReport &report)
         report.queries == 1 ? QStringLiteral("its query") : QStringLiteral("any of %1 queries").arg(report.queries);
     const QStringList advice =
         QStringList{QStringLiteral("Check the board's power, its firmware (is it stuck in the boot loader?) and its "
-                                   "baud rate (115200). A board that starts slowly wants more --retries. "
+                                   "baud rate (115200). A board that starts slowly needs more --retries. "
                                    "--raw-traffic shows whether any bytes come.")};
     if (report.verdict == PortReport::Awaiting) {
         return {port, report, QStringLiteral("unheard"),
                 QStringLiteral("no answer to %1 before the search ended").arg(queries),
-                QStringList{QStringLiteral("A query is awaited for 400 ms: a later --deadline gives the board time to "
-                                           "answer.")}
+                QStringList{QStringLiteral("jwprobe waits %1 ms for an answer. A later --deadline gives the board time "
+                                           "to answer.")
+                                .arg(JwDevice::replyTime)}
                     + advice};
     }
     return {port, report, QStringLiteral("silent"),
-            QStringLiteral("no sentence: it opened, but none came within 400 ms of %1").arg(queries), advice};
+            QStringLiteral("no sentence: the port opened, but none came within %1 ms of %2")
+                .arg(QString::number(JwDevice::replyTime), queries),
+            advice};
 }
 
 } // namespace

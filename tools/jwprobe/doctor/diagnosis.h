@@ -9,14 +9,14 @@
 
 namespace JwProbe {
 
-/// What became of a probed port that holds no board that was found, and what can be done about it.
+/// Why a probed port holds no board that was found, and what the user can do about it.
 struct Diagnosis
 {
     PortIdentity port;
     JwDevice::PortReport report;
-    QString state; ///< one of the words that --help lists
-    QString summary; ///< such as "no sentence: it opened, but none came within 400 ms of any of 4 queries"
-    QStringList advice; ///< lines with blanks in front are to be copied as they are
+    QString state; ///< the word in --json; --help lists the words
+    QString summary; ///< such as "its cable was pulled during the search"
+    QStringList advice; ///< a line with blanks in front is a command; show it unchanged
 };
 
 Diagnosis diagnose(const PortIdentity &port, const JwDevice::PortReport &report);

@@ -20,7 +20,7 @@ qint64 findModemManager()
     return found == pids.end() ? 0 : *found;
 }
 
-// It opens every port that might be a modem when it appears, and writes to it what a board doesn't understand.
+// ModemManager opens every new port that might be a modem, and writes commands that a board doesn't understand.
 std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
 {
     const UdevDevice device(port.name);

@@ -8,16 +8,15 @@
 
 namespace JwProbe {
 
-/// One thing that keeps a port from opening, or may keep a board on it from being found.
+/// A thing that keeps a port from opening, or that may keep a board on the port from being found.
 struct Trouble
 {
-    QString kind; ///< one of the words that --help lists
+    QString kind; ///< the word in --json; --help lists the words
     QString summary; ///< such as "held by another program: minicom (pid 4711)"
-    QStringList advice; ///< what mends it; lines with blanks in front are to be copied as they are
+    QStringList advice; ///< what helps; a line with blanks in front is a command; show it unchanged
 };
 
-/// Looks for everything that keeps a port from opening on Linux. Opens it for an instant when nothing else shows, and
-/// changes nothing.
+/// Finds all troubles of a port. Opens the port for an instant if nothing else shows. Changes nothing.
 QList<Trouble> examine(const PortIdentity &port);
 
 } // namespace JwProbe

@@ -27,8 +27,8 @@ struct Examined
 QStringList noCandidateAdvice()
 {
     return {QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule()),
-            QStringLiteral("Plug the board in and check its cable: some cables only charge. What the kernel says when "
-                           "it is plugged in, and which USB devices there are:"),
+            QStringLiteral("Plug the board in and check its cable: some cables only charge. These "
+                           "commands show what the kernel says when you plug it in, and all USB devices:"),
             QStringLiteral("    sudo dmesg --follow"), QStringLiteral("    lsusb"),
             QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --doctor --port NAME\" looks at one.")};
 }
@@ -36,7 +36,7 @@ QStringList noCandidateAdvice()
 QString portText(const Examined &examined, int nameWidth, int width)
 {
     const int indent = nameWidth + 2;
-    const int adviceIndent = 4; // not below the summary: a line to be copied can't be wrapped
+    const int adviceIndent = 4; // less than the summary's, because a command can't be wrapped
     const QString blanks(indent, QLatin1Char(' '));
     QString text;
     for (const Trouble &trouble : examined.troubles) {

@@ -34,7 +34,7 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-// By a descriptor, since a simulated port shows another number to stat().
+// Uses a descriptor, because stat() shows another device number for a simulated port.
 bool hasOpen(qint64 pid, const QString &location)
 {
     const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);
@@ -45,7 +45,7 @@ bool hasOpen(qint64 pid, const QString &location)
     return isDevice && hasOpen(pid, device);
 }
 
-// Its number may be another process's by now. One that can't be looked into counts as the owner.
+// Another process may have the number by now. A process that we can't inspect counts as the owner.
 bool isAliveOwner(const LockFile &lock)
 {
     const QString name = executableName(lock.pid);
@@ -56,8 +56,8 @@ Obstacle foreignThing(const LockFile &lock)
 {
     return {Obstacle::Held,
             QStringLiteral("%1 is %2, no lock file").arg(lock.path, lock.foreignKind),
-            {QStringLiteral("A port is not opened while that is in place of its lock file. See whose it is, and remove "
-                            "it:"),
+            {QStringLiteral("jwprobe opens no port while something else is in place of its lock file. See who owns "
+                            "it, and remove it:"),
              QStringLiteral("    ls -ld %1").arg(lock.path), QStringLiteral("    sudo rm -d %1").arg(lock.path)}};
 }
 
@@ -79,13 +79,13 @@ Obstacle lockLeftBehind(const LockFile &lock)
         {QStringLiteral("That process is gone. Remove the file:"), QStringLiteral("    sudo rm %1").arg(lock.path)}};
 }
 
-// Anybody may have written that number: it is no reason to end the process, nor to remove the file while it lives.
+// Anybody could have written that number. So the advice neither ends the process nor removes the file.
 Obstacle lockOfUnseenHolder(const LockFile &lock, const PortIdentity &port)
 {
     return {Obstacle::Held,
             QStringLiteral("locked by %1, which names %2").arg(lock.path, processText(lock.pid)),
-            {QStringLiteral("That program was not seen to have the port open. See which one has, and who wrote the "
-                            "file:"),
+            {QStringLiteral("That program does not seem to have the port open. See which program has, and who wrote "
+                            "the file:"),
              QStringLiteral("    sudo fuser -v %1").arg(port.location), QStringLiteral("    ls -l %1").arg(lock.path),
              QStringLiteral("Let the program that uses the port close it, and run jwprobe again.")}};
 }
@@ -142,7 +142,7 @@ Obstacle sharedWith(qint64 pid)
     return {
         Obstacle::Shared,
         QStringLiteral("also open in %1: both will lose bytes").arg(processText(pid)),
-        {QStringLiteral("What the board sends goes to the one or the other. Let that program close the port, or end "
+        {QStringLiteral("Each byte from the board goes to one program only. Let that program close the port, or end "
                         "it:"),
          QStringLiteral("    ") + endCommand(pid)}};
 }

@@ -21,10 +21,10 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 staleLockTime = 30000; // ms, QLockFile's own
-constexpr qint64 largestLockFile = 4096; // a real one has five short lines at most
+constexpr qint64 staleLockTime = 30000; // ms, as in QLockFile
+constexpr qint64 largestLockFile = 4096; // bytes; a real lock file has at most five short lines
 
-// As QSerialPort chooses it: the first that is there, or that could be made.
+// QSerialPort takes the first folder where the file exists or could be made.
 QString lockFilePath(const QString &portName)
 {
     static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
@@ -61,7 +61,7 @@ QString foreignKind(const struct stat &status)
     return QString();
 }
 
-// Empty when it can't be read. What is no file any more does not stop us.
+// Empty if it can't be read. Does not block if the file was replaced by a pipe meanwhile.
 QByteArray readFile(const QString &path)
 {
     const int descriptor =
@@ -76,7 +76,7 @@ QByteArray readFile(const QString &path)
     return text.left(static_cast<int>(std::max<ssize_t>(count, 0)));
 }
 
-// QLockFile takes the last character of a line for its end.
+// Like QLockFile: the last character of a line is its end, even if it is no newline.
 QStringList linesAsQLockFileReads(QByteArray text)
 {
     QStringList lines;
@@ -95,7 +95,7 @@ bool isOfAnotherMachine(const QStringList &lines)
     return !host.isEmpty() && host != QSysInfo::machineHostName();
 }
 
-// A number, alone or, as other serial programs write it, with a name and a user behind it.
+// The text has a process number. Other serial programs write a name and a user after it.
 LockFile readLock(const QString &path, const QByteArray &text)
 {
     LockFile lock;
@@ -111,11 +111,11 @@ LockFile readLock(const QString &path, const QByteArray &text)
     return lock;
 }
 
-// As QLockFile sees it: a process whose program is another one, or can't be told, has the number of one that is gone.
+// Like QLockFile: the lock is stale if the process runs another program, or if its program is not known.
 bool isStale(const struct stat &status, const QByteArray &text)
 {
     const QStringList lines = linesAsQLockFileReads(text);
-    const qint64 pid = lines.value(0).toLongLong(); // 0 with a name behind it
+    const qint64 pid = lines.value(0).toLongLong(); // 0 if a name follows the number
     if (pid > 0 && !isOfAnotherMachine(lines)) {
         const QString name = isAlive(pid) ? executableName(pid) : QString();
         if (name.isEmpty() || name != lines.value(1))
@@ -125,7 +125,7 @@ bool isStale(const struct stat &status, const QByteArray &text)
     return std::abs(now - status.st_mtim.tv_sec * 1000 - status.st_mtim.tv_nsec / 1000000) > staleLockTime;
 }
 
-// Whether QLockFile could write to it, lock it and take it out of its folder.
+// Whether QLockFile could write, lock and remove the file.
 bool isRemovable(const QString &path, const struct stat &file)
 {
     const QFileInfo folder(QFileInfo(path).path());
@@ -154,7 +154,7 @@ std::optional<LockFile> examineLock(const QString &path)
     const QByteArray text = readFile(path);
     if (!isStale(status, text) || !isRemovable(path, status))
         return readLock(path, text);
-    return examineLock(path + QLatin1String(".rmlock")); // which QLockFile takes to remove the other
+    return examineLock(path + QLatin1String(".rmlock")); // QLockFile locks this file while it removes the other one
 }
 
 } // namespace

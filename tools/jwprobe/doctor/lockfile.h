@@ -6,13 +6,13 @@
 
 namespace JwProbe {
 
-/// The content of a lock file's path. Everybody may write there, so it may be anything.
+/// The thing at a lock file's path. Everybody may write there, so it can be anything.
 struct LockFile
 {
     QString path;
-    QString foreignKind; ///< such as "a named pipe", when it is no lock file; nothing else is known then
-    qint64 pid = 0; ///< that it names; 0 when it names none that a process of this machine can have
-    QString application; ///< the file name of that process's program, where the file tells it as QLockFile does
+    QString foreignKind; ///< if it is no lock file: such as "a named pipe"; then only the path is known
+    qint64 pid = 0; ///< the process that it names; 0 if it names no possible process of this machine
+    QString application; ///< the file name of that process's program; empty if QLockFile did not write the file
 };
 
 /// The lock file at which QSerialPort would stop or wait for ever. Empty if there is no lock file, or if QSerialPort

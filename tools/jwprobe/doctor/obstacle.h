@@ -5,14 +5,14 @@
 
 namespace JwProbe {
 
-/// What keeps this user from opening a port, or from having it for himself.
+/// A reason why this user can't open a port, or can't have the port alone.
 struct Obstacle
 {
     enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Other };
 
     Kind kind = None;
     QString summary; ///< such as "held by minicom (pid 4711)"
-    QStringList advice; ///< what can be done; lines with blanks in front are to be copied as they are
+    QStringList advice; ///< what helps; a line with blanks in front is a command; show it unchanged
 };
 
 } // namespace JwProbe

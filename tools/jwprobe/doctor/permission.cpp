@@ -33,7 +33,7 @@ bool contains(const std::vector<gid_t> &groups, gid_t gid)
     return std::find(groups.begin(), groups.end(), gid) != groups.end();
 }
 
-// What the system's lists say, which a session learns at its beginning.
+// By the system's list of groups. A running session has the list as it was at its start.
 bool isListedMember(gid_t gid)
 {
     const passwd *user = ::getpwuid(::getuid());
@@ -58,7 +58,7 @@ QStringList groupAdvice(const PortIdentity &port, const struct stat &device)
 {
     const bool groupMayOpen = (device.st_mode & 0060) == 0060 && device.st_gid != 0;
     if (::geteuid() == 0 || (groupMayOpen && isActiveMember(device.st_gid))) {
-        return {QStringLiteral("It is not the file's mode that stops you. In a container, start it with the port:"),
+        return {QStringLiteral("The mode of the file is not what stops you. Start a container with the port:"),
                 QStringLiteral("    --device=%1").arg(port.location)};
     }
     const QString group = groupName(device.st_gid);
@@ -81,13 +81,13 @@ QStringList ruleAdvice(const PortIdentity &port)
     if (!port.vendorId)
         return {};
     if (UdevDevice(port.name).hasTag("uaccess")) {
-        return {QStringLiteral("Its udev rule gives the port to whoever sits at this machine: log in there, not from "
+        return {QStringLiteral("Its udev rule gives the port to the user at this machine: log in there, not from "
                                "another machine.")};
     }
     const QString file = findAccessRule(port);
     if (!file.isEmpty())
         return QStringList{QStringLiteral("Or apply the udev rule for it in %1:").arg(file)} + applyRulesCommands();
-    return QStringList{QStringLiteral("Or install a udev rule that gives the port to whoever sits at this machine; "
+    return QStringList{QStringLiteral("Or install a udev rule that gives the port to the user at this machine; "
                                       "there is none yet:")}
     + installRulesCommands(port);
 }

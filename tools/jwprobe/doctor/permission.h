@@ -8,7 +8,7 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// The obstacle of a port that this user may not read and write: by which groups, sessions and udev rules he may.
+/// The obstacle of a port that this user may not read and write. The advice names groups, sessions and udev rules.
 Obstacle noPermission(const PortIdentity &port, const struct stat &device);
 
 } // namespace JwProbe

@@ -1,6 +1,6 @@
 #include "process.h"
 
-#include <jwprobe/output/output.h>
+#include <common/printable.h>
 
 #include <QDir>
 #include <QFile>
@@ -37,7 +37,7 @@ bool isPossiblePid(qint64 pid)
     return pid >= 1 && pid <= highest;
 }
 
-// A number beyond a pid_t would be cut down to another process's, or to one of the numbers that mean many.
+// A number too large for a pid_t would become the number of another process, or of a group of processes.
 bool isAlive(qint64 pid)
 {
     if (!isPossiblePid(pid))
@@ -48,13 +48,14 @@ bool isAlive(qint64 pid)
 QString programName(qint64 pid)
 {
     QFile file(QStringLiteral("/proc/%1/comm").arg(pid));
-    return file.open(QIODevice::ReadOnly) ? printable(QString::fromLocal8Bit(file.readAll()).trimmed()) : QString();
+    return file.open(QIODevice::ReadOnly) ? JwTools::printable(QString::fromLocal8Bit(file.readAll()).trimmed())
+                                          : QString();
 }
 
 QString executableName(qint64 pid)
 {
     QString path = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
-    const QLatin1String mark(" (deleted)"); // an update replaced it
+    const QLatin1String mark(" (deleted)"); // the file was replaced by an update
     if (path.endsWith(mark))
         path.chop(mark.size());
     return QFileInfo(path).fileName();

@@ -5,19 +5,19 @@
 
 namespace JwProbe {
 
-/// Every process that can be seen from here.
+/// All processes that this process can see.
 QList<qint64> processIds();
 
-/// Whether the system gives such a number to a process.
+/// Whether a process of this system can have the number.
 bool isPossiblePid(qint64 pid);
 
-/// False for a number that no process can have.
+/// Whether the process exists; false for an impossible number.
 bool isAlive(qint64 pid);
 
-/// The short name of the program that a process runs, fit for a terminal; empty when it can't be told.
+/// The short name of the program that a process runs, printable; empty if unknown.
 QString programName(qint64 pid);
 
-/// The name of the file that a process runs; empty when it can't be told, as of another user's process.
+/// The name of the file that a process runs; empty if unknown, for example for another user's process.
 QString executableName(qint64 pid);
 
 /// The shell command that ends a process.

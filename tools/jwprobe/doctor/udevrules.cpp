@@ -15,11 +15,11 @@ namespace JwProbe {
 
 namespace {
 
-// Numbers before 73, where the tag takes effect.
+// The number must be below 73: rules 73 use the tag.
 const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
 const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 
-// The user's own word for this program: it need not be in his PATH.
+// As the user called this program, because it may be outside of PATH.
 QString thisProgram()
 {
     QString word = QCoreApplication::arguments().value(0);
@@ -55,7 +55,7 @@ QString findRule(const PortIdentity &port, const QRegularExpression &effect)
 {
     static const char *const folders[] = {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
-    QStringList seen; // a file hides those of the same name in the folders that follow
+    QStringList seen; // a file hides files of the same name in later folders
     for (const char *folder : folders) {
         const QDir dir{QString::fromLatin1(folder)};
         const QStringList names = dir.entryList({QStringLiteral("*.rules")}, QDir::Files | QDir::System);

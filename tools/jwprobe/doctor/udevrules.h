@@ -6,20 +6,20 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// The udev rules for boards, as packaging/udev has them.
+/// The udev rules for boards: the file in packaging/udev.
 QString udevRules();
 
-/// The first rules file that has a rule which gives this port to everybody or to whoever sits at the machine; empty for
-/// none. A rule counts when it names the port's vendor id or manufacturer.
+/// The first rules file with a rule that gives this port to everybody, or to the user at the machine; empty if there is
+/// none. A rule counts if it names the port's vendor id or manufacturer.
 QString findAccessRule(const PortIdentity &port);
 
-/// As findAccessRule(), for a rule that keeps ModemManager off the port.
+/// Like findAccessRule(), for a rule that keeps ModemManager off the port.
 QString findModemManagerRule(const PortIdentity &port);
 
-/// Shell commands, with blanks in front, that give every user at the machine access and keep ModemManager off.
+/// Shell commands, with blanks in front, that install rules: access for the user at the machine, and no ModemManager.
 QStringList installRulesCommands(const PortIdentity &port);
 
-/// Shell commands, with blanks in front, after which rules that are installed hold for the ports that are there.
+/// Shell commands, with blanks in front, that apply installed rules to the ports of the system.
 QStringList applyRulesCommands();
 
 } // namespace JwProbe

@@ -36,7 +36,7 @@ void Input::listen()
     m_notifier->setEnabled(!m_paused && !m_atEnd);
 }
 
-// The system stops a process that reads its terminal from the background. Other files have no foreground.
+// The system stops a process that reads its terminal from the background. Only a terminal has a foreground.
 bool Input::isInBackground() const
 {
     const pid_t foreground = ::tcgetpgrp(m_descriptor);
@@ -45,29 +45,30 @@ bool Input::isInBackground() const
 
 void Input::read()
 {
-    if (isInBackground()) { // nothing tells when that ends
+    if (isInBackground()) { // no event reports the return to the foreground, so a timer checks
         m_notifier->setEnabled(false);
         QTimer::singleShot(foregroundInterval, this, &Input::listen);
         return;
     }
-    // One read for each notification doesn't block, so the descriptor, which others may share, stays as it is.
+    // One read for each notification never blocks. So the descriptor needs no O_NONBLOCK, which other programs would
+    // see.
     char bytes[maxLine];
     const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
     if (count < 0 && (errno == EINTR || errno == EAGAIN))
         return;
     if (count > 0) {
         m_buffer.append(bytes, static_cast<int>(count));
-        takeLines();
+        emitLines();
         return;
     }
-    m_atEnd = true; // it stays readable for ever
+    m_atEnd = true; // at its end a file stays readable for ever
     listen();
     if (!m_buffer.isEmpty())
         Q_EMIT line(QString::fromUtf8(m_buffer));
     m_buffer.clear();
 }
 
-void Input::takeLines()
+void Input::emitLines()
 {
     for (int end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
         const QString text = QString::fromUtf8(m_buffer.left(end));

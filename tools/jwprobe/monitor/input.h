@@ -7,8 +7,8 @@ class QSocketNotifier;
 
 namespace JwProbe {
 
-/// The lines of a file descriptor, read from the event loop. The descriptor stays the caller's, and as it is. A
-/// terminal is read only while this process is in its foreground.
+/// Reads lines from a file descriptor in the event loop. Does not change or close the descriptor. Reads a terminal only
+/// while this process is in its foreground.
 class Input : public QObject
 {
     Q_OBJECT
@@ -16,18 +16,18 @@ class Input : public QObject
 public:
     explicit Input(int descriptor, QObject *parent = nullptr);
 
-    /// Nothing more is read while paused. Lines of what was read already still come: one read's at most.
+    /// While paused, nothing is read. Lines of the last read may still come.
     void setPaused(bool paused);
 
 Q_SIGNALS:
-    /// Without its line end; also the last one, which may have none.
+    /// A line, without its line end. The last line may have had no line end.
     void line(const QString &text);
-    /// This much came without a line end, and was dropped.
+    /// So many bytes came without a line end; they were dropped.
     void tooLong(int bytes);
 
 private:
     void read();
-    void takeLines();
+    void emitLines();
     void listen();
     bool isInBackground() const;
 

@@ -1,10 +1,11 @@
 #include "monitor.h"
 
 #include <jwprobe/search/board.h>
-#include <jwprobe/search/boardtype.h>
+#include <common/boardtype.h>
+#include <common/printable.h>
+#include <common/sentenceframe.h>
 #include "input.h"
 #include <jwprobe/output/output.h>
-#include "sentence.h"
 
 #include <QDateTime>
 #include <QJsonObject>
@@ -21,7 +22,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes of one board; more stays in standard input
+constexpr qint64 maxUnsent = 65536; // bytes for one board; then standard input waits
 
 QString clockText()
 {
@@ -30,7 +31,7 @@ QString clockText()
 
 bool isNamed(const Board *board, const QString &name)
 {
-    return name == board->port().name || name.compare(typeName(board->type()), Qt::CaseInsensitive) == 0;
+    return name == board->port().name || name.compare(JwTools::boardName(board->type()), Qt::CaseInsensitive) == 0;
 }
 
 } // namespace
@@ -52,7 +53,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost while others were searched
+        if (!board->isConnected()) // lost during the rest of the search
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -71,17 +72,18 @@ void Monitor::introduce() const
     complain(hint);
 }
 
-// While boards are silent nothing is written, and only this shows that the reader is gone.
+// While the boards are silent, no write fails. Only this shows that the reader is gone.
 void Monitor::watchOutput()
 {
     struct stat status = {};
     const bool isPipe = ::fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
     if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
         return;
-    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read, this); // of its error: nothing to read
+    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
+                                         this); // a pipe to write to is never readable, so this reports its error
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
-        std::raise(SIGPIPE); // as a write would
+        std::raise(SIGPIPE); // as a failed write does
         complain(QStringLiteral("can't write to standard output: nobody reads it any more"));
         Q_EMIT outputLost();
     });
@@ -102,7 +104,8 @@ void Monitor::lose(Board *board)
     if (m_json)
         showEvent(QStringLiteral("lost"), board, {});
     else
-        show(QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, printable(board->lossText())));
+        show(
+            QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, JwTools::printable(board->lossText())));
     if (m_boards.isEmpty())
         QMetaObject::invokeMethod(this, &Monitor::allLost, Qt::QueuedConnection);
 }
@@ -114,14 +117,16 @@ void Monitor::send(const QString &line)
         return;
     QString error;
     const QList<Board *> boards = addressed(text, &error);
-    const std::optional<QString> sentence = boards.isEmpty() ? std::nullopt : frameSentence(text, &error);
-    if (!sentence) {
+    const JwTools::SentenceFrame frame(text);
+    if (!boards.isEmpty())
+        error = frame.fault();
+    if (!error.isEmpty()) {
         complain(QStringLiteral("not sent: %1").arg(error));
         return;
     }
     for (Board *board : boards) {
-        board->send(*sentence);
-        showPayload(board, false, *sentence);
+        board->send(frame.sentence());
+        showPayload(board, false, frame.sentence());
     }
     paceInput();
 }
@@ -132,7 +137,7 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// A sentence has no ":" in its identifier, so one before the first "," ends an address. Takes the address off.
+// An identifier has no ":". So a ":" before the first "," ends an address. Removes the address from the line.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));
@@ -164,7 +169,7 @@ void Monitor::showPayload(const Board *board, bool received, const QString &payl
     } else {
         show(QStringLiteral("%1  %2  %3  %4\n")
                  .arg(clockText(), board->port().name, received ? QStringLiteral("<-") : QStringLiteral("->"),
-                      printable(text)));
+                      JwTools::printable(text)));
     }
 }
 
@@ -174,7 +179,7 @@ void Monitor::showEvent(const QString &event, const Board *board, QJsonObject ob
     object[QLatin1String("event")] = event;
     object[QLatin1String("time")] = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
     object[QLatin1String("port")] = board->port().name;
-    object[QLatin1String("type")] = typeName(board->type());
+    object[QLatin1String("type")] = JwTools::boardName(board->type());
     show(jsonText(object, QJsonDocument::Compact));
 }
 

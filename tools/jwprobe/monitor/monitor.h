@@ -10,20 +10,20 @@ namespace JwProbe {
 class Board;
 class Input;
 
-/// Shows what boards send on standard output, and sends them what is typed on standard input.
+/// Shows the payloads of the boards on standard output, and sends the lines of standard input to them.
 class Monitor : public QObject
 {
     Q_OBJECT
 
 public:
-    /// The boards must outlive it. `json` for one JSON object a line.
+    /// The boards must outlive the monitor. With `json`, each line is one JSON object.
     Monitor(const QList<Board *> &boards, bool json);
 
-    /// Begins with what the boards sent since they were found. What is seen comes from the event loop from then on.
+    /// Shows the payloads that came since the boards were found. From then on the event loop does the work.
     void start();
 
 Q_SIGNALS:
-    /// No board is left; comes from the event loop.
+    /// No board is left. Emitted from the event loop.
     void allLost();
     /// Nobody reads standard output any more.
     void outputLost();
@@ -40,7 +40,7 @@ private:
     QList<Board *> addressed(QString &line, QString *error) const;
     void showPayload(const Board *board, bool received, const QString &payload);
 
-    QList<Board *> m_boards; // those still connected
+    QList<Board *> m_boards; // that are still connected
     const bool m_json;
     Input *const m_input;
 };

@@ -4,8 +4,7 @@ namespace JwProbe {
 
 struct Options;
 
-/// Shows every port of the system on standard output: whether a search would probe it, and why not. Opens none. Returns
-/// the exit status.
+/// Prints every port of the system: whether a search probes it, and why. Opens no port. Returns the exit status.
 int showList(const Options &options);
 
 } // namespace JwProbe

@@ -13,7 +13,7 @@ namespace JwProbe {
 
 namespace {
 
-// Each record that gets here is shown: the logger's levels choose.
+// Shows every record: the logger's levels have chosen already.
 class LogOutput : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:

@@ -4,7 +4,7 @@ namespace JwProbe {
 
 struct Options;
 
-/// Makes the log show on standard error what --log, --traffic and --raw-traffic ask for, and nothing else.
+/// Sets up the log: standard error shows what --log, --traffic and --raw-traffic ask for.
 void setUpLogOutput(const Options &options);
 
 } // namespace JwProbe

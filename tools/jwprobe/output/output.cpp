@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include <common/printable.h>
+
 #include <QJsonObject>
 
 #include <cerrno>
@@ -13,7 +15,8 @@ namespace JwProbe {
 
 namespace {
 
-// Delete, the control characters of ISO 8859, and what sets the direction of text. JSON leaves them as they are.
+// JSON does not escape these: delete, the control characters from 0x80 on, and characters that set the direction of
+// text.
 bool isDelicate(uint code)
 {
     return (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e || code == 0x200f
@@ -40,7 +43,7 @@ QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
 {
     QString text;
     const QString raw = QString::fromUtf8(QJsonDocument(object).toJson(format)).trimmed();
-    for (const QChar c : raw) { // JSON has these characters in its strings only
+    for (const QChar c : raw) { // such characters stand only within strings
         if (isDelicate(c.unicode()))
             text += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
         else
@@ -62,24 +65,9 @@ int terminalWidth(int descriptor)
     return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-QString printable(const QString &text)
-{
-    QString result;
-    for (const QChar c : text) {
-        const uint code = c.unicode();
-        if (c.isPrint() || c.isSurrogate())
-            result += c;
-        else if (code <= 0xff)
-            result += QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
-        else
-            result += QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
-    }
-    return result;
-}
-
 QString orDash(const QString &text)
 {
-    return text.isEmpty() ? QStringLiteral("-") : printable(text);
+    return text.isEmpty() ? QStringLiteral("-") : JwTools::printable(text);
 }
 
 } // namespace JwProbe

@@ -5,23 +5,21 @@
 
 namespace JwProbe {
 
-/// Writes `text` to standard output at once. False when that failed; standard error then has a line about it, once.
+/// Writes `text` to standard output at once. Returns false if that fails; the first failure is also a line on standard
+/// error.
 bool print(const QString &text);
 
-/// `object` with its line end: all JSON that is printed comes from here. Characters that a terminal obeys, or that
-/// change the order of the text around them, are escaped.
+/// The text of `object`, with a line end. Use it for all JSON that is printed: it escapes the characters that control a
+/// terminal or change the direction of text.
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
 
 /// Writes "jwprobe: ", `text` and a line end to standard error.
 void complain(const QString &text);
 
-/// Columns of the terminal behind the file descriptor; 0 when there is none. A terminal that doesn't tell has 80.
+/// The columns of the terminal behind the file descriptor; 0 if it is no terminal; 80 if the terminal gives no number.
 int terminalWidth(int descriptor);
 
-/// `text` from a device, made fit for a terminal: what is not printable is written as \xHH or \uHHHH.
-QString printable(const QString &text);
-
-/// printable(), and "-" for an empty text: a cell of a table.
+/// A cell of a table: JwTools::printable(), or "-" for an empty text.
 QString orDash(const QString &text);
 
 } // namespace JwProbe

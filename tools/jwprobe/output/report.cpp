@@ -1,7 +1,7 @@
 #include "report.h"
 
 #include <jwprobe/search/board.h>
-#include <jwprobe/search/boardtype.h>
+#include <common/boardtype.h>
 #include "output.h"
 #include <jwprobe/search/portlist.h>
 #include <jwprobe/search/searchresult.h>
@@ -38,18 +38,18 @@ QString boardTable(const SearchResult &result, int width)
     for (const JwDevice::Type type : result.wanted) {
         const Board *board = result.board(type);
         if (!board) {
-            table.addRow({typeName(type), QStringLiteral("missing")});
+            table.addRow({JwTools::boardName(type), QStringLiteral("missing")});
             continue;
         }
         const PortIdentity &port = board->port();
-        table.addRow({typeName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
+        table.addRow({JwTools::boardName(type), port.name, orDash(port.manufacturer), orDash(port.serialNumber),
                       orDash(board->hardwareVersion()), timeText(board->milliseconds())},
                      board->isConnected() ? QString() : QStringLiteral("lost since: %1").arg(board->lossText()));
     }
     return table.toText(width);
 }
 
-// What can be done about missing boards besides what is said about the single ports.
+// Advice for missing boards that is not about a single port.
 QStringList generalAdvice(const SearchResult &result)
 {
     if (result.missing.isEmpty())
@@ -65,14 +65,14 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
-        // Also when its cable was pulled since.
+        // Counts even if the cable was pulled later.
         const auto keepsOpen = [](const Diagnosis &port) {
             return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
         advice.append(
             std::any_of(result.others.begin(), result.others.end(), keepsOpen)
-                ? QStringLiteral("The search waited for its deadline, since a port had answered, but not as a "
-                                 "wanted board. --deadline makes it shorter.")
+                ? QStringLiteral("The search waited until its deadline, because a port answered, but not as a "
+                                 "wanted board. --deadline makes the search shorter.")
                 : QStringLiteral("The deadline ended the search. --deadline gives it more time."));
     }
     return advice;
@@ -92,7 +92,7 @@ QString othersText(const SearchResult &result, int width)
         return QString();
     const bool isMissing = !result.missing.isEmpty();
     QString text = isMissing ? QStringLiteral("\n%1 not found. What the other ports did:\n")
-                                   .arg(typeNames(result.missing, QStringLiteral("and")))
+                                   .arg(JwTools::boardNames(result.missing, QStringLiteral("and")))
                              : QStringLiteral("\nOther ports:\n");
     int nameWidth = 0;
     for (const Diagnosis &port : result.others)
@@ -102,7 +102,7 @@ QString othersText(const SearchResult &result, int width)
     return text;
 }
 
-// As Qt writes it, such as "PermissionError".
+// Qt's name of the error, such as "PermissionError".
 QString errorName(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError)
@@ -110,7 +110,7 @@ QString errorName(QSerialPort::SerialPortError error)
     return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
 }
 
-// What boards and other ports have in common.
+// The keys that found boards and other ports share.
 QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 {
     QJsonObject object = port.toJson();
@@ -128,7 +128,7 @@ QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 QJsonObject boardJson(const Board &board)
 {
     QJsonObject object = portJson(board.port(), board.report());
-    object[QLatin1String("type")] = typeName(board.type());
+    object[QLatin1String("type")] = JwTools::boardName(board.type());
     object[QLatin1String("hardwareVersion")] = orNull(board.hardwareVersion());
     object[QLatin1String("milliseconds")] = tenths(board.milliseconds());
     object[QLatin1String("connected")] = board.isConnected();
@@ -148,7 +148,7 @@ QJsonArray typesJson(const QList<JwDevice::Type> &types)
 {
     QJsonArray array;
     for (const JwDevice::Type type : types)
-        array.append(typeName(type));
+        array.append(JwTools::boardName(type));
     return array;
 }
 

@@ -7,11 +7,11 @@ namespace JwProbe {
 
 struct SearchResult;
 
-/// The result for people: a table, what the other ports did, and what can be done about missing boards; at most `width`
-/// columns where that can be had, 0 for no limit.
+/// The result for people: a table, what the other ports did, and advice for missing boards. Lines are broken at `width`
+/// columns where possible; 0: no limit.
 QString reportText(const SearchResult &result, int width);
 
-/// The result for programs, in the shape that --help describes.
+/// The result for programs. --help describes its shape.
 QJsonObject reportJson(const SearchResult &result);
 
 } // namespace JwProbe

@@ -6,21 +6,21 @@
 
 namespace JwProbe {
 
-/// Text in columns, two blanks apart, each as wide as its widest cell.
+/// A table of text. Columns are as wide as their widest cell, with two blanks between them.
 class Table
 {
 public:
     explicit Table(const QStringList &header);
 
-    /// This column gives way, down to 8 characters, when the table would be wider than the terminal.
+    /// If the table is wider than the terminal, this column shrinks, to 8 characters at least.
     void setShrinkable(int column) { m_shrinkable = column; }
     void setRightAligned(int column) { m_rightAligned = column; }
 
-    /// Cells that are left out at the end stay empty. A `note` stands on a line of its own below the row, from the
-    /// second column on.
+    /// Missing cells at the end stay empty. A `note` stands on its own line below the row, starting at the second
+    /// column.
     void addRow(const QStringList &cells, const QString &note = QString());
 
-    /// Each row with its line end; at most `width` columns where that can be had, 0 for no limit.
+    /// The rows with their line ends, at most `width` characters wide where possible; 0: no limit.
     QString toText(int width) const;
 
 private:
@@ -37,12 +37,12 @@ private:
     int m_rightAligned = -1;
 };
 
-/// `text` broken at blanks into lines of at most `width` characters, each line behind `indent` blanks but the first,
-/// which follows what the caller wrote that far. 0 for no limit.
+/// Breaks `text` at blanks into lines of at most `width` characters; 0: no limit. Each line except the first begins
+/// with `indent` blanks; the caller has written the start of the first line.
 QString wrapped(const QString &text, int indent, int width);
 
-/// Each of `lines` behind `indent` blanks and with its line end. Those with blanks in front, which are to be copied,
-/// stay as they are; the others are broken as by wrapped().
+/// Puts `indent` blanks before each of `lines` and a line end after it. A line that begins with a blank is a command
+/// and stays whole; other lines are broken by wrapped().
 QString linesText(const QStringList &lines, int indent, int width);
 
 } // namespace JwProbe

@@ -25,15 +25,15 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // pulled a moment before the search
+    return found != reports.end() ? *found : PortReport(); // the cable was pulled just before the search
 }
 
-// The diagnosis of a port that is not tried, because QSerialPort would wait past the deadline.
+// The diagnosis of a port that is not tried, because QSerialPort would wait longer than the deadline.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // as at a lock file
+    report.error = QSerialPort::PermissionError; // as for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
@@ -46,9 +46,9 @@ Finder::Finder(const Options &options, QObject *parent)
     , m_initializer(std::make_unique<JwDevice::Initializer>())
     , m_open(options.types)
 {
-    m_initializer->setMaxRetries(options.retries);
-    connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::takeBoard);
-    connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::takeMissing);
+    m_initializer->setMaxRetries(static_cast<uint>(options.retries));
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceInitialized, this, &Finder::onBoardFound);
+    connect(m_initializer.get(), &JwDevice::Initializer::deviceNotFound, this, &Finder::onBoardMissing);
     m_deadline.setSingleShot(true);
     connect(&m_deadline, &QTimer::timeout, this, [this] {
         m_deadlineReached = true;
@@ -90,7 +90,7 @@ double Finder::milliseconds() const
     return static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
 }
 
-void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
+void Finder::onBoardFound(JwDevice::Type type, JwDevice::Communicator *comm)
 {
     const double time = milliseconds();
     const QString name = qobject_cast<QSerialPort *>(comm->device())->portName();
@@ -99,7 +99,7 @@ void Finder::takeBoard(JwDevice::Type type, JwDevice::Communicator *comm)
     finishWhenDone();
 }
 
-void Finder::takeMissing(JwDevice::Type type)
+void Finder::onBoardMissing(JwDevice::Type type)
 {
     m_open.removeAll(type);
     finishWhenDone();
@@ -107,7 +107,7 @@ void Finder::takeMissing(JwDevice::Type type)
 
 void Finder::finishWhenDone()
 {
-    // We are in a signal of the Initializer, and perhaps within start().
+    // This runs within a signal of the Initializer, perhaps within start(). So finish later.
     if (m_open.isEmpty())
         QMetaObject::invokeMethod(this, &Finder::finish, Qt::QueuedConnection);
 }
@@ -148,7 +148,8 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // plugged in a moment ago
+    return found != m_ports.end() ? *found
+                                  : PortIdentity::of(QSerialPortInfo(name)); // plugged in after the search started
 }
 
 void Finder::closeOthers()

@@ -22,34 +22,34 @@ namespace JwProbe {
 class Board;
 struct Options;
 
-/// Searches once, to the deadline at most. It owns the boards that it finds.
+/// Runs one search, which ends at the deadline at the latest. Owns the boards found.
 class Finder : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `options` must outlive it.
+    /// `options` must outlive the Finder.
     explicit Finder(const Options &options, QObject *parent = nullptr);
     ~Finder() override;
 
-    /// The outcome comes from the event loop, never from within this call.
+    /// finished() follows from the event loop, never within this call.
     void start();
 
     int portCount() const { return m_ports.size(); }
     int foundCount() const { return m_boards.size(); }
     double milliseconds() const;
 
-    /// After finished(): what came of it.
+    /// The result; call it after finished().
     SearchResult result() const;
-    /// After finished(): closes the ports that hold no board. Not needed before the Finder is deleted.
+    /// Closes the ports that hold no board; call it after finished(). The destructor closes them too.
     void closeOthers();
 
 Q_SIGNALS:
     void finished();
 
 private:
-    void takeBoard(JwDevice::Type type, JwDevice::Communicator *comm);
-    void takeMissing(JwDevice::Type type);
+    void onBoardFound(JwDevice::Type type, JwDevice::Communicator *comm);
+    void onBoardMissing(JwDevice::Type type);
     void finishWhenDone();
     void finish();
     PortIdentity port(const QString &name) const;
@@ -61,10 +61,10 @@ private:
     double m_duration = 0;
     bool m_isFinished = false;
     bool m_deadlineReached = false;
-    QList<PortIdentity> m_ports; // that are probed
-    QList<Diagnosis> m_refused; // the other candidates
+    QList<PortIdentity> m_ports; // that this search probes
+    QList<Diagnosis> m_refused; // candidates that are not probed
     QList<Board *> m_boards;
-    QList<JwDevice::Type> m_open; // wanted, and not known yet whether they are there
+    QList<JwDevice::Type> m_open; // wanted types that are neither found nor missing yet
 };
 
 } // namespace JwProbe

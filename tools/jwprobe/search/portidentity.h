@@ -10,7 +10,7 @@ class QSerialPortInfo;
 
 namespace JwProbe {
 
-/// What the system tells of a port.
+/// What the system knows of a port.
 struct PortIdentity
 {
     QString name; ///< such as "ttyACM0"
@@ -19,16 +19,16 @@ struct PortIdentity
     QString serialNumber;
     std::optional<quint16> vendorId;
     std::optional<quint16> productId;
-    bool isKnown = false; ///< the system lists it
+    bool isKnown = false; ///< the system lists the port
 
     static PortIdentity of(const QSerialPortInfo &info);
     QJsonObject toJson() const;
 };
 
-/// Four hexadecimal digits; empty for none.
+/// The id as four hexadecimal digits; empty without an id.
 QString idText(const std::optional<quint16> &id);
 
-/// JSON's null for an empty text.
+/// The text as JSON; null for an empty text.
 QJsonValue orNull(const QString &text);
 
 } // namespace JwProbe

@@ -1,8 +1,9 @@
 #include "portlist.h"
 
+#include <common/portname.h>
+
 #include <device/boardrules.h>
 
-#include <QCollator>
 #include <QSerialPortInfo>
 
 #include <algorithm>
@@ -11,7 +12,7 @@ namespace JwProbe {
 
 namespace {
 
-// Chooses as JwDevice::isCandidate() does, and says why.
+// Chooses like JwDevice::isCandidate(), and says why.
 ListedPort judge(const PortIdentity &port)
 {
     if (port.manufacturer == QLatin1String(JwDevice::boardManufacturer))
@@ -30,15 +31,6 @@ ListedPort judgeByName(const PortIdentity &port, const QStringList &named)
     return {port, false, QStringLiteral("not named by --port")};
 }
 
-void sortByName(QList<ListedPort> &ports)
-{
-    QCollator collator{QLocale(QLocale::English)}; // with that of "C" there is no numeric mode
-    collator.setNumericMode(true); // ttyS2 before ttyS10
-    std::sort(ports.begin(), ports.end(), [&collator](const ListedPort &a, const ListedPort &b) {
-        return collator.compare(a.port.name, b.port.name) < 0;
-    });
-}
-
 } // namespace
 
 QList<ListedPort> listPorts(const QStringList &named)
@@ -49,7 +41,8 @@ QList<ListedPort> listPorts(const QStringList &named)
         const PortIdentity port = PortIdentity::of(info);
         ports.append(named.isEmpty() ? judge(port) : judgeByName(port, named));
     }
-    sortByName(ports);
+    std::sort(ports.begin(), ports.end(),
+              [](const ListedPort &a, const ListedPort &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
     return ports;
 }
 

@@ -12,20 +12,20 @@ struct ListedPort
 {
     PortIdentity port;
     bool probed = false;
-    QString reason; ///< why it is probed, or why not
+    QString reason; ///< why a search probes the port, or why not
 };
 
-/// Every port of the system, in the order of the names, and whether a search would probe it: those `named`, or without
-/// names those that look like a board.
+/// All ports of the system, sorted by name. A search probes the ports in `named`; if `named` is empty, the ports that
+/// look like a board.
 QList<ListedPort> listPorts(const QStringList &named);
 
-/// The ports that a search probes. A name that the system doesn't know is among them.
+/// The ports that a search probes, including names that the system doesn't know.
 QList<PortIdentity> candidatePorts(const QStringList &named);
 
-/// Whether a search probes it without its being named.
+/// Whether a search without names probes the port.
 bool looksLikeBoard(const PortIdentity &port);
 
-/// What a port must have to be probed without being named, in words.
+/// A text that says which ports a search without names probes.
 QString candidateRule();
 
 } // namespace JwProbe

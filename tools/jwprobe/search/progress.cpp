@@ -1,6 +1,6 @@
 #include "progress.h"
 
-#include "boardtype.h"
+#include <common/boardtype.h>
 #include "finder.h"
 #include <jwprobe/app/options.h>
 #include <jwprobe/output/output.h>
@@ -45,13 +45,13 @@ void Progress::hide()
 void Progress::write()
 {
     const QString line = QStringLiteral("Looking for %1 on %2: found %3 of %4, %5 s")
-                             .arg(typeNames(m_options.types, QStringLiteral("and")),
+                             .arg(JwTools::boardNames(m_options.types, QStringLiteral("and")),
                                   m_finder.portCount() == 1 ? QStringLiteral("1 port")
                                                             : QStringLiteral("%1 ports").arg(m_finder.portCount()))
                              .arg(m_finder.foundCount())
                              .arg(m_options.types.size())
                              .arg(m_finder.milliseconds() / 1000, 0, 'f', 1);
-    // A line that the terminal breaks can't be taken back.
+    // A line longer than the terminal would wrap, and could not be erased.
     std::fprintf(stderr, "\r\033[K%s", line.left(terminalWidth(STDERR_FILENO) - 1).toUtf8().constData());
     std::fflush(stderr);
 }

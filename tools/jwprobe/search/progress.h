@@ -7,14 +7,14 @@ namespace JwProbe {
 class Finder;
 struct Options;
 
-/// A line on standard error that shows how far a search is. It is there from show() until hide().
+/// A line on standard error that shows the progress of a search, from show() until hide().
 class Progress
 {
 public:
-    /// Both must outlive it.
+    /// Both arguments must outlive the object.
     Progress(const Finder &finder, const Options &options);
 
-    /// Does nothing where the line would disturb: standard error is no terminal, or shows the log.
+    /// Does nothing if standard error is no terminal, or shows the log.
     void show();
     void hide();
 

@@ -6,15 +6,15 @@
 
 namespace JwProbe {
 
-/// What a payload from a board says about the board.
+/// What a payload says about the board that sent it.
 struct Reply
 {
-    QString fault; ///< why it can't be read; empty when it can
-    QString hardwareVersion; ///< empty when it carries none
+    QString fault; ///< why the payload can't be read; empty if it can
+    QString hardwareVersion; ///< empty if the payload has none
     JwDevice::Type type = JwDevice::Unknown;
 };
 
-/// Reads a payload, given without its line end, as the library reads it.
+/// Reads a payload as the library does. `payload` has no line end.
 Reply readReply(const QString &payload);
 
 } // namespace JwProbe

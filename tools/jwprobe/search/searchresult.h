@@ -17,17 +17,17 @@ enum ExitStatus {
     NoCandidate = 3,
 };
 
-/// What came of a search. The boards belong to the Finder.
+/// The result of a search. The Finder owns the boards.
 struct SearchResult
 {
     QList<JwDevice::Type> wanted;
-    QList<Board *> boards; ///< in the order in which they were found
+    QList<Board *> boards; ///< in the order of their answers
     QList<JwDevice::Type> missing; ///< in the order of `wanted`
     QList<Diagnosis> others; ///< the probed ports that hold none of `boards`
     bool deadlineReached = false;
-    double milliseconds = 0; ///< that the search took
+    double milliseconds = 0; ///< duration of the search
 
-    /// The board of that type, or null.
+    /// The board of that type; null if it was not found.
     Board *board(JwDevice::Type type) const;
     bool hasCandidates() const { return !boards.isEmpty() || !others.isEmpty(); }
     ExitStatus exitStatus() const;

@@ -1,16 +1,16 @@
 #include "sentenceframe.h"
 
-#include <jwmonitor/traffic/traffictext.h>
+#include "printable.h"
 
 #include <nmea/checksum.h>
 
 #include <algorithm>
 
-namespace JwMonitor {
+namespace JwTools {
 
 namespace {
 
-/// Whether the library reads this checksum of `body` as right, or writes it so: both start with the "*".
+// Whether the library reads this checksum of `body` as right, or writes it so. Both texts start with the "*".
 bool isRight(const QString &typed, const QString &written, const QString &body)
 {
     bool isRead = false;
@@ -47,21 +47,22 @@ QString SentenceFrame::findFault(const QString &body, const QString &typedChecks
     const auto isBeyondLatin1 = [](QChar c) { return c.unicode() > 0xff; };
     const auto beyondLatin1 = std::find_if(line.begin(), line.end(), isBeyondLatin1);
     if (beyondLatin1 != line.end())
-        return tr("\"%1\" can't be sent: boards take Latin-1 characters only.").arg(*beyondLatin1);
+        return tr("Take out \"%1\": boards take Latin-1 characters only.").arg(printable(*beyondLatin1));
     const auto isControl = [](QChar c) { return !c.isPrint(); };
     const auto control = std::find_if(line.begin(), line.end(), isControl);
     if (control != line.end())
-        return tr("Take out the control character %1.").arg(TrafficText::raw(*control));
+        return tr("Take out the control character %1.").arg(printable(*control));
     if (body.isEmpty())
-        return tr("Type an identifier behind the start flag, such as $PJWVER.");
+        return tr("Type an identifier after the start flag, such as $PJWVER.");
     if (body.contains(QLatin1Char('$')))
-        return tr("A \"$\" begins a sentence: take it out of the text.");
+        return tr("Take the \"$\" out of the text: it can only stand at the start.");
     if (!typedChecksum.isEmpty() && !isRight(typedChecksum, checksum, body))
-        return tr("The checksum is %1, not %2: leave it away and it is added.").arg(checksum, typedChecksum);
+        return tr("The checksum is %1, not %2: leave it out and it is added.").arg(checksum, typedChecksum);
     if (m_sentence.size() > maxLength)
-        return tr("Too long by %n character(s): boards take %1.", nullptr, m_sentence.size() - maxLength)
+        return tr("Make it shorter: the sentence has %1 characters, and boards take at most %2.")
+            .arg(m_sentence.size())
             .arg(maxLength);
     return QString();
 }
 
-} // namespace JwMonitor
+} // namespace JwTools

@@ -1,0 +1,71 @@
+#include "portname.h"
+
+#include <QFileInfo>
+#include <QLatin1String>
+#include <QStringView>
+
+namespace JwTools {
+
+namespace {
+
+const QLatin1String deviceFolder("/dev/");
+constexpr int mostLinks = 40; // one behind the other, as the kernel follows them; more form a circle
+
+bool isDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+// Takes the number off the front of `text`. Returns its digits without leading zeros.
+QStringView takeNumber(QStringView &text)
+{
+    int begin = 0;
+    while (begin < text.size() && text[begin] == QLatin1Char('0'))
+        ++begin;
+    int end = begin;
+    while (end < text.size() && isDigit(text[end]))
+        ++end;
+    const QStringView number = text.mid(begin, end - begin);
+    text = text.mid(end);
+    return number;
+}
+
+} // namespace
+
+QString portName(const QString &given)
+{
+    QString path = given.startsWith(QLatin1Char('/')) ? given : deviceFolder + given;
+    for (int link = 0; link < mostLinks && QFileInfo(path).isSymLink(); ++link) {
+        const QString target = QFileInfo(path).symLinkTarget();
+        if (!target.startsWith(deviceFolder)) // no port, or the inside of a simulated one
+            break;
+        path = target;
+    }
+    return path.startsWith(deviceFolder) ? path.mid(deviceFolder.size()) : path;
+}
+
+bool isPortBefore(const QString &a, const QString &b)
+{
+    QStringView restA(a);
+    QStringView restB(b);
+    while (!restA.isEmpty() && !restB.isEmpty()) {
+        if (isDigit(restA.first()) && isDigit(restB.first())) {
+            const QStringView numberA = takeNumber(restA);
+            const QStringView numberB = takeNumber(restB);
+            if (numberA.size() != numberB.size())
+                return numberA.size() < numberB.size();
+            if (numberA != numberB)
+                return numberA < numberB;
+        } else {
+            if (restA.first() != restB.first())
+                return restA.first() < restB.first();
+            restA = restA.mid(1);
+            restB = restB.mid(1);
+        }
+    }
+    if (restA.isEmpty() && restB.isEmpty())
+        return a < b; // ttyS1 and ttyS01
+    return restA.isEmpty();
+}
+
+} // namespace JwTools
