@@ -332,19 +332,16 @@ void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
 
 void TestCommunicatorHostile::receiverClosesTheSerialPort()
 {
-    const SerialLine line;
-    QSerialPort port(line.portName());
-    QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
-    Communicator communicator;
-    communicator.setIODevice(&port);
-    QSignalSpy ready(&communicator, qOverload<uint>(&Communicator::readyRead));
+    SerialCommunicator serial;
+    QSignalSpy ready(&serial.communicator, qOverload<uint>(&Communicator::readyRead));
     QObject context;
-    QObject::connect(&communicator, qOverload<uint>(&Communicator::readyRead), &context, [&port] { port.close(); });
-    QVERIFY(line.send("$A\r\n" + QByteArray(200, 'x') + "$B\r\n"));
+    QObject::connect(&serial.communicator, qOverload<uint>(&Communicator::readyRead), &context,
+                     [&serial] { serial.port.close(); });
+    QVERIFY(serial.line.send("$A\r\n" + QByteArray(200, 'x') + "$B\r\n"));
     QVERIFY(ready.wait());
     QCOMPARE(ready.count(), 1);
-    QCOMPARE(takePayloads(communicator), QStringList{QStringLiteral("$A\r\n")});
-    QVERIFY(!port.isOpen());
+    QCOMPARE(takePayloads(serial.communicator), QStringList{QStringLiteral("$A\r\n")});
+    QVERIFY(!serial.port.isOpen());
 }
 
 void TestCommunicatorHostile::receiverClosesTheBuffer()

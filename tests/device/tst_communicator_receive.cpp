@@ -903,15 +903,11 @@ void TestCommunicatorReceive::streamOverASerialPort()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QStringList, payloads);
-    const SerialLine line;
-    QSerialPort port(line.portName());
-    QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
-    Communicator communicator;
-    communicator.setIODevice(&port);
-    QSignalSpy ready(&communicator, qOverload<uint>(&Communicator::readyRead));
-    QVERIFY(line.send(bytes));
+    SerialCommunicator serial;
+    QSignalSpy ready(&serial.communicator, qOverload<uint>(&Communicator::readyRead));
+    QVERIFY(serial.line.send(bytes));
     QTRY_COMPARE(ready.count(), payloads.size());
-    QCOMPARE(takePayloads(communicator), payloads);
+    QCOMPARE(takePayloads(serial.communicator), payloads);
 }
 
 QTEST_GUILESS_MAIN(TestCommunicatorReceive)

@@ -680,16 +680,12 @@ void TestCommunicatorTransmit::realBufferReportsTheTransfer()
 
 void TestCommunicatorTransmit::realSerialPortReportsTheTransfer()
 {
-    const SerialLine line;
-    QSerialPort port(line.portName());
-    QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
-    Communicator communicator;
-    communicator.setIODevice(&port);
-    QSignalSpy transferred(&communicator, &Communicator::transferred);
-    QCOMPARE(communicator.writePayload(QStringLiteral("$PJWVER*0c\r\n")), 1u);
+    SerialCommunicator serial;
+    QSignalSpy transferred(&serial.communicator, &Communicator::transferred);
+    QCOMPARE(serial.communicator.writePayload(QStringLiteral("$PJWVER*0c\r\n")), 1u);
     QVERIFY(transferred.wait());
     QCOMPARE(transferred.at(0).at(0).toUInt(), 1u);
-    QCOMPARE(line.receive(), QByteArray("$PJWVER*0c\r\n"));
+    QCOMPARE(serial.line.receive(), QByteArray("$PJWVER*0c\r\n"));
 }
 
 QTEST_GUILESS_MAIN(TestCommunicatorTransmit)

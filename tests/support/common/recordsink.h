@@ -9,7 +9,9 @@
 #include <spdlog/details/null_mutex.h>
 #include <spdlog/sinks/base_sink.h>
 
+#include <functional>
 #include <memory>
+#include <utility>
 
 /// One log record.
 struct LogRecord
@@ -22,21 +24,15 @@ struct LogRecord
     QString text;
 };
 
-/// Keeps every record. For tests that log from one thread.
-class RecordSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
+/// Calls a function with every record. For tests that log from one thread.
+class RecordForwarder : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
-    QVector<LogRecord> records;
+    using Receiver = std::function<void(const LogRecord &record)>;
 
-    /// The records with this text.
-    QVector<LogRecord> withText(const QString &text) const
+    explicit RecordForwarder(Receiver receiver)
+        : m_receiver(std::move(receiver))
     {
-        QVector<LogRecord> found;
-        for (const LogRecord &record : records) {
-            if (record.text == text)
-                found.append(record);
-        }
-        return found;
     }
 
 protected:
@@ -50,10 +46,36 @@ protected:
         static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
         static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
         const QString text = QString::fromUtf8(bytes(message.payload));
-        records.append({static_cast<Logger::Level>(message.level), bytes(message.logger_name), message.source.filename,
-                        message.source.line, message.source.funcname, text == locked ? absent : text});
+        m_receiver({static_cast<Logger::Level>(message.level), bytes(message.logger_name), message.source.filename,
+                    message.source.line, message.source.funcname, text == locked ? absent : text});
     }
     void flush_() override { }
+
+private:
+    const Receiver m_receiver;
+};
+
+/// Keeps every record.
+class RecordSink : public RecordForwarder
+{
+public:
+    RecordSink()
+        : RecordForwarder([this](const LogRecord &record) { records.append(record); })
+    {
+    }
+
+    QVector<LogRecord> records;
+
+    /// The records with this text.
+    QVector<LogRecord> withText(const QString &text) const
+    {
+        QVector<LogRecord> found;
+        for (const LogRecord &record : records) {
+            if (record.text == text)
+                found.append(record);
+        }
+        return found;
+    }
 };
 
 /// Sends every log record from `level` on to its own sink instead of standard error, until it is destroyed.

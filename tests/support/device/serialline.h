@@ -1,6 +1,9 @@
 #pragma once
 
+#include <device/communicator.h>
+
 #include <QByteArray>
+#include <QSerialPort>
 #include <QString>
 
 #include <pty.h>
@@ -39,4 +42,19 @@ private:
     int m_board = -1;
     int m_port = -1; // kept open, or the board's end hangs up when the port closes
     QString m_portName;
+};
+
+/// A Communicator on the open port of a SerialLine.
+struct SerialCommunicator
+{
+    SerialCommunicator()
+    {
+        if (!port.open(QIODevice::ReadWrite))
+            qFatal("%s", qPrintable(port.errorString()));
+        communicator.setIODevice(&port);
+    }
+
+    const SerialLine line;
+    QSerialPort port{line.portName()};
+    JwDevice::Communicator communicator;
 };

@@ -18,29 +18,6 @@ using JwSimulator::Board;
 
 namespace {
 
-class TimelineSink : public RecordSink
-{
-public:
-    explicit TimelineSink(ProbeFixture *fixture)
-        : m_fixture(fixture)
-    {
-    }
-
-protected:
-    void sink_it_(const spdlog::details::log_msg &message) override
-    {
-        RecordSink::sink_it_(message);
-        const LogRecord record = records.last();
-        if (m_fixture->onRecord)
-            m_fixture->onRecord(record);
-        if (record.file == "initializer.cpp")
-            m_fixture->timeline << record.text;
-    }
-
-private:
-    ProbeFixture *const m_fixture;
-};
-
 QByteArray journalBytes(const Board *board, JwSimulator::JournalEntry::Direction direction)
 {
     QByteArray bytes;
@@ -61,7 +38,12 @@ ProbeFixture::ProbeFixture()
 {
     drainReceiveBuffer();
     log.sink->records.clear();
-    m_timelineSink = std::make_shared<TimelineSink>(this);
+    m_timelineSink = std::make_shared<RecordForwarder>([this](const LogRecord &record) {
+        if (onRecord)
+            onRecord(record);
+        if (record.file == "initializer.cpp")
+            timeline << record.text;
+    });
     loggerInstance()->addSink(m_timelineSink);
     renew();
 }

@@ -118,25 +118,6 @@ int DiscoveryPorts::unread(int port) const
     return ::ioctl(m_descriptors[port], FIONREAD, &count) == 0 ? count : INT_MAX;
 }
 
-class DiscoverySubject::Sink : public RecordSink
-{
-public:
-    explicit Sink(DiscoverySubject *subject)
-        : m_subject(subject)
-    {
-    }
-
-protected:
-    void sink_it_(const spdlog::details::log_msg &message) override
-    {
-        RecordSink::sink_it_(message);
-        m_subject->onRecord(records.takeLast());
-    }
-
-private:
-    DiscoverySubject *const m_subject;
-};
-
 DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryPorts &ports, VirtualClock &clock)
     : DiscoveryPlay(schedule)
     , m_ports(ports)
@@ -146,7 +127,7 @@ DiscoverySubject::DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryP
     ports.renew(schedule.ports);
     clock.run(0);
     drainReceiveBuffer();
-    m_sink = std::make_shared<Sink>(this);
+    m_sink = std::make_shared<RecordForwarder>([this](const LogRecord &record) { onRecord(record); });
     loggerInstance()->addSink(m_sink);
     loggerInstance()->setLevel(Logger::Trace);
     QObject::connect(m_initializer, &Initializer::deviceInitialized, &m_context,

@@ -75,7 +75,6 @@ protected:
     void rebind(int handOver) override;
 
 private:
-    class Sink;
     struct Probed
     {
         JwDevice::Communicator *comm; // only compared: it may be deleted
