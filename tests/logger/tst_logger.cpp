@@ -52,7 +52,7 @@ private:
     std::function<void()> m_call;
 };
 
-/// Counts whole and broken records of several threads.
+/// Counts records from several threads: the whole ones, and those that are damaged because two threads mixed.
 class CountingSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -118,7 +118,7 @@ QVector<Logger::Level> allLevels()
     return {Logger::Trace, Logger::Debug, Logger::Info, Logger::Warning, Logger::Error, Logger::Fatal};
 }
 
-/// The tasks of this program when the test starts it as a child. A child has the log of a new process.
+/// Runs `task` in this process. The test starts this program as a child for it, because a child process has a new log.
 int runAsChild(const char *task)
 {
     if (std::strcmp(task, "defaults") == 0) {
@@ -138,7 +138,8 @@ int runAsChild(const char *task)
         loggerInstance()->addSink(std::make_shared<CallingSink>([] { throw 7; }));
         at(Logger::Warning).write("text");
     } else if (std::strcmp(task, "static destructors") == 0) {
-        static const LogsWhenDestroyed beforeTheLog; // made before the log, so it is destroyed after the log's statics
+        // Constructed before the log, so it is destroyed after the log's static objects.
+        static const LogsWhenDestroyed beforeTheLog;
         std::atexit([] { at(Logger::Warning).write("written at exit"); });
         at(Logger::Warning).write("written in main");
     } else {
@@ -593,7 +594,8 @@ void TestLogger::trailingBlankIsLeftOut()
                              << "";
     QCOMPARE(capture.sink->records.size(), 3);
     QCOMPARE(capture.sink->records[0].text, QStringLiteral("one"));
-    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank ")); // only QDebug's separator is removed
+    // The caller's own blank stays. Only the blank that QDebug adds is removed.
+    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank "));
     QCOMPARE(capture.sink->records[2].text, QStringLiteral(" "));
 }
 
@@ -706,13 +708,13 @@ void TestLogger::allocationsAreCounted()
 {
     const LogCapture capture;
     long before = allocationCount();
-    const QString text(100, QLatin1Char('x')); // malloc, called in Qt's library
+    const QString text(100, QLatin1Char('x')); // Qt's library calls malloc() here; the counter must see that call
     QCOMPARE(allocationCount() - before, 1L);
     before = allocationCount();
-    const auto pointer = std::make_shared<RecordSink>(); // operator new, called in this program
+    const auto pointer = std::make_shared<RecordSink>(); // this program calls operator new here
     QVERIFY(allocationCount() > before);
     before = allocationCount();
-    at(Logger::Info).write() << text; // malloc, called in the logger's library
+    at(Logger::Info).write() << text; // the logger's library calls malloc() here
     QVERIFY(allocationCount() > before);
 }
 
@@ -804,7 +806,7 @@ void TestLogger::sinkMayRemoveItself()
     self = std::make_shared<CallingSink>([&self, &calls] {
         ++calls;
         loggerInstance()->removeSink(self);
-        self.reset(); // the test's last pointer to the sink, while the sink runs
+        self.reset(); // drops the test's last pointer to the sink while the sink's function still runs
         calls += 10;
     });
     loggerInstance()->addSink(self);
