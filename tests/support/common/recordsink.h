@@ -22,13 +22,13 @@ struct LogRecord
     QString text;
 };
 
-/// Keeps every record. For tests that log from one thread.
+/// A sink that keeps every record. Use it only in tests that log from one thread, because it has no lock.
 class RecordSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
     QVector<LogRecord> records;
 
-    /// The records with this text.
+    /// Returns the records with this text.
     QVector<LogRecord> withText(const QString &text) const
     {
         QVector<LogRecord> found;
@@ -46,7 +46,7 @@ protected:
             return QByteArray(view.data(), static_cast<int>(view.size()));
         };
         // A port that the system doesn't know has an empty name, so all such ports share one lock file. If another test
-        // holds that lock, the error is "permission" (2) instead of "not found" (1). Both are recorded as 1.
+        // holds that lock, the error is "permission" (2) instead of "not found" (1). Record 1 in both cases.
         static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
         static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
         const QString text = QString::fromUtf8(bytes(message.payload));
@@ -56,7 +56,8 @@ protected:
     void flush_() override { }
 };
 
-/// Sends every log record from `level` on to its own sink instead of standard error, until it is destroyed.
+/// Captures the log while this object exists: records from `level` on are added to `sink` and are not written to
+/// standard error.
 class LogCapture
 {
 public:

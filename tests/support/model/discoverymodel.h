@@ -9,13 +9,13 @@
 #include <memory>
 #include <vector>
 
-/// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. It shares no
-/// code with the library. Its events have the same order as in VirtualClock.
+/// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. The model
+/// shares no code with the library. Its events happen in the same order as in VirtualClock.
 class DiscoveryModel : public DiscoveryPlay
 {
 public:
-    /// `reused` has an entry for each Communicator, in the order of creation: the number of an earlier Communicator
-    /// with the same address, or -1. Addresses are chance, so the model can't compute them.
+    /// `reused` contains an entry for each Communicator, in the order of creation: the number of an earlier
+    /// Communicator at the same address, or -1. The heap chooses the addresses, so the model can't compute them.
     DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused);
     ~DiscoveryModel() override;
 
@@ -51,7 +51,7 @@ private:
         QString error;
         JwDevice::Type type = JwDevice::Unknown;
     };
-    /// Objects to delete when the current event returns to its event loop.
+    /// The objects that are deleted when the current event returns to its event loop.
     struct Frame
     {
         std::vector<Comm *> comms;
@@ -89,7 +89,7 @@ private:
     const QVector<int> m_reused;
     QByteArray m_buffer; // shared by all Communicators
     QList<JwDevice::Type> m_types;
-    QVector<QPair<int, QString>> m_candidates; // line (-1: none) and name
+    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; the line is -1 if it has none
     qint64 m_now = 0;
     qint64 m_secondStageDue = -1;
     uint m_retries = 0;
