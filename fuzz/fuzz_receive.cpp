@@ -90,7 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Input input(data, size);
     const ReceiveStream stream = streamFromInput(input);
 
-    // From level Warning on, because records of single bytes would take most of the time. The tests compare those too.
+    // Record from level Warning on, because records of single bytes would take most of the time. The tests in
+    // tests/model compare those records too.
     ReceiveModel model(stream.devices, Logger::Warning);
     ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);

@@ -53,7 +53,7 @@ public:
     SignalFixture(const SignalFixture &) = delete;
     SignalFixture &operator=(const SignalFixture &) = delete;
 
-    /// Calls `receiver` in each emission of the signal.
+    /// Calls `receiver` in each emission of the signal under test.
     void onEach(const std::function<void()> &receiver)
     {
         switch (m_signal) {
@@ -120,8 +120,8 @@ Signal fetchSignal()
 
 } // namespace
 
-/// Receivers of the Communicator's signals do everything that an application may do. If the Communicator handles that
-/// wrongly, in most cases only AddressSanitizer reports it.
+/// Tests receivers that do everything an application may do inside the Communicator's signals. If the Communicator does
+/// not expect such an action, in most cases only AddressSanitizer reports the error.
 class TestCommunicatorHostile : public CommunicatorFixture
 {
     Q_OBJECT
@@ -314,7 +314,7 @@ void TestCommunicatorHostile::receiverDisconnectsEverything()
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
     QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b, c}) : none);
-    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // the Communicator is still connected to it
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // the Communicator is still connected
 }
 
 void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()

@@ -345,7 +345,7 @@ void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
              QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
     QCOMPARE(m_device->written, QList<QByteArray>());
 
-    m_device->reportWritten(5); // emits nothing, because the failed payload is not in the ledger
+    m_device->reportWritten(5); // emits nothing, because a payload that was not built is not in the ledger
     QCOMPARE(m_emissions->take(), transfers({}));
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }

@@ -19,7 +19,8 @@ namespace {
 
 const QString a = QStringLiteral("$A\r\n");
 const QString b = QStringLiteral("$B\r\n");
-const QString marked = QStringLiteral("!M\r\n"); // changes if the receive buffer contains a "!" or "$" before it
+// If the receive buffer contains a "!" or "$" before this payload, the payload is received with the bytes before it.
+const QString marked = QStringLiteral("!M\r\n");
 const QByteArray cut = "$PJWVER,73";
 const QString truncation = QStringLiteral("3 [] communicator.cpp Payload input buffer too large - truncating ...");
 
@@ -117,7 +118,7 @@ private:
                                  receiver();
                          });
     }
-    /// Checks it with a payload that would change if the receive buffer contained a begun payload.
+    /// Whether the receive buffer contains no begun payload. Sends a payload that a begun payload would change.
     bool bufferIsEmpty()
     {
         ScriptedDevice device;
@@ -160,7 +161,8 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // Some payloads start with "!", because a begun payload of another board would change them.
+            // Some payloads start with "!". Such a payload changes if a begun payload of another board is in the
+            // buffer.
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);

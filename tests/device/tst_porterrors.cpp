@@ -78,7 +78,8 @@ struct WatchedPort
     QVector<QSerialPort::SerialPortError> reported;
 };
 
-/// A pseudo terminal without the testbed. When the board's end is closed, the system also removes the port's end.
+/// A pseudo terminal that is not a simulated port. When the board's end is closed, the system also removes the port's
+/// end.
 struct PseudoTerminal
 {
     PseudoTerminal()
@@ -290,7 +291,7 @@ void TestPortErrors::restStartsTheRowAgain()
     WatchedPort watched;
     watched.fail(errorsOfALostPort - 1);
     QSignalSpy lost(watched.errors, &PortErrors::portLost);
-    QVERIFY(!lost.wait(1100)); // longer than the second without errors that resets the count
+    QVERIFY(!lost.wait(1100)); // longer than one second; a second without errors resets the count
     watched.fail(errorsOfALostPort - 1);
     QCOMPARE(watched.losses, QVector<bool>());
     watched.fail(1);

@@ -95,8 +95,8 @@ void runCell(const Cell &cell)
                                  after.tableRow(QStringLiteral("after")))));
 }
 
-/// A probe for BoardA in which one board's port is brought to a given state. A second board of
-/// another type keeps the probe open. The reply timers run for an hour, so none ends during a test.
+/// A probe for BoardA in which one board's port is brought to a given state. A second board of another type keeps the
+/// probe open. The reply timers run for an hour, so none fires during a test.
 class ProbeInState
 {
 public:
@@ -282,8 +282,8 @@ void TestFaults::writeThatFailsClosesThePort()
         Board *const first = fixture.attach("silent");
         fixture.initializer->setMaxRetries(1);
         bool fails = false;
-        if (state == PortState::AwaitingReply) { // make writing fail when the query is logged: the port has not sent it
-                                                 // by then
+        if (state == PortState::AwaitingReply) {
+            // The query is logged before the port sends it, so make writing fail at that log record.
             fixture.onRecord = [&](const LogRecord &record) {
                 if (!fails && record.category == "Communication" && fixture.port(board))
                     fails = leaveOnly(O_RDONLY, fixture.port(board));
@@ -322,7 +322,7 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    // The cell "writes fail, handed over".
+    // This is the cell "writes fail, handed over" of the table.
     runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
         QVERIFY(leaveOnly(O_RDONLY, probe.port));
         QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // id 2, because the query was payload 1

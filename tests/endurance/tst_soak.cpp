@@ -31,7 +31,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr quint32 batchSize = 100; // payloads that are sent together
+constexpr quint32 batchSize = 100; // number of payloads that are sent together
 constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal can hold, so it no longer grows
 constexpr int portCount = 40;
 constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
@@ -83,7 +83,7 @@ quint32 coveredBy(qint64 bytes)
     return payloads;
 }
 
-/// One Communicator on a real port, with a board at the other end.
+/// One Communicator on a QSerialPort, with a board at the other end.
 class Link
 {
 public:
@@ -96,8 +96,7 @@ public:
         QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
                          [this](uint id) { onPayload(id); });
         QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
-        // For each report of written bytes, the Communicator counts from the first payload again, not from the last
-        // one.
+        // For each report of written bytes, the Communicator counts from the first payload again.
         QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
                          [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
         QObject::connect(m_board, &JwSimulator::Board::received, m_board,
@@ -205,7 +204,8 @@ public:
             // On a busy machine an answer may arrive too late, so allow retries.
             const uint maxRetries = answers(i) ? 20 : 0;
             probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
-            QCoreApplication::processEvents(); // here, because opening all ports takes longer than the time for a reply
+            // Opening all ports takes longer than the time for a reply, so handle replies after each port.
+            QCoreApplication::processEvents();
         }
         for (int i = 8; i < ports; i += 10)
             m_testbed.boards()[i]->pull();
@@ -323,7 +323,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps one node of a QMap
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the ledger keeps one QMap node for every payload
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()

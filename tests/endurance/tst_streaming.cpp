@@ -32,7 +32,7 @@ namespace {
 
 constexpr int boardCount = 8;
 constexpr int longestPiece = 60;
-constexpr int mostUnderWay = 2000; // bytes that a board may have sent before its host has received them
+constexpr int mostUnderWay = 2000; // limit for the bytes that a board has sent and its host has not received
 
 /// A board with its Communicator, and the numbers of received and of wrong payloads.
 class Stream
@@ -56,7 +56,7 @@ public:
 
     void probe()
     {
-        m_initializer.setMaxRetries(20); // on a busy machine a reply may come too late
+        m_initializer.setMaxRetries(20); // on a busy machine a reply may arrive too late, so allow retries
         m_initializer.probe({types[m_number % 3]}, 0, {m_board->portName()});
     }
     bool isFound() const { return m_communicator != nullptr; }

@@ -42,7 +42,7 @@ QString kindName(PortEvent::Kind kind)
     return QString();
 }
 
-/// Returns the text of an event for `sentence`, which is without the line end.
+/// Returns `sentence` as an event shows it, without the line end.
 QString shown(const QByteArray &sentence)
 {
     return QString::fromLatin1(sentence).remove(QStringLiteral("\r\n"));
@@ -364,7 +364,7 @@ void TestInitializerEvents::portThatWasHandedOverHasNoMoreEvents()
     // This retry round asks the other port only.
     QTRY_COMPARE(probe.of(silent).last(), asked(1, informationRequest));
     QSerialPort *const port = probe.handOver(board).port;
-    probe.initializer->queryBoardVersion(probe.handOver(board).comm); // the application itself asks
+    probe.initializer->queryBoardVersion(probe.handOver(board).comm); // the application itself asks this board
     const QByteArray queries = versionQuery + informationRequest;
     QTRY_COMPARE(received(board), queries.repeated(2));
     bool failed = false;
@@ -425,7 +425,7 @@ void TestInitializerEvents::timeBeginsWithProbeAndNeverGoesBack()
         return qint64(-1);
     };
     const qint64 replyTime = JwDevice::replyTime * millisecond;
-    // Up to 5 ms less, because the timer starts before the query is written.
+    // 5 ms less than the reply time, because the timer starts before the query is written.
     const qint64 earliest = (JwDevice::replyTime - 5) * millisecond;
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 0) - timeOf(silent, PortEvent::Opened, 0) >= earliest);
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 1) - timeOf(silent, PortEvent::TimedOut, 0) >= replyTime - millisecond);

@@ -141,7 +141,7 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
-    QTRY_COMPARE(received, 1); // emitted inside the port's signal, when the reply arrived
+    QTRY_COMPARE(received, 1); // deviceInitialized was emitted inside the port's signal
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
     fixture.initializer->boardReadyRead(fixture.comm(stored)); // now another payload is stored behind the reply
     QCOMPARE(received, 2);
@@ -280,7 +280,7 @@ void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
     Board *const second = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceInitialized, [&](Type type) {
         if (type == JwDevice::BoardA)
-            fixture.initializer->boardReadyRead(fixture.comm(second)); // as a nested event loop in the receiver does
+            fixture.initializer->boardReadyRead(fixture.comm(second)); // a nested event loop would call it too
     });
     fixture.initializer->setMaxRetries(2);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
@@ -522,7 +522,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // must exist, because the signal of one mapper has not returned
+        aliveInTheLoop = areAlive(); // both must exist, because the signal of one mapper has not returned
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

@@ -132,7 +132,7 @@ void TestInitializerTogether::repliesInTurnsAreFound()
         QTRY_COMPARE(received(board), versionQuery);
     const QByteArray replyOfFirst = versionReply("7300022");
     const QByteArray replyOfSecond = versionReply("7300021");
-    for (int at = 0; at < replyOfFirst.size(); ++at) { // the boards send by turns, one byte each
+    for (int at = 0; at < replyOfFirst.size(); ++at) { // the boards send in turn, one byte each
         QVERIFY(first->send(replyOfFirst.mid(at, 1)));
         settle();
         QVERIFY(second->send(replyOfSecond.mid(at, 1)));

@@ -35,7 +35,7 @@ static_assert(
 
 namespace {
 
-/// Calls a function for every record. Holds no lock, so the function may log.
+/// A sink that calls a function for every record. The sink holds no lock, so the function may log.
 class CallingSink : public spdlog::sinks::sink
 {
 public:
@@ -52,7 +52,7 @@ private:
     std::function<void()> m_call;
 };
 
-/// Counts records from several threads: the whole ones, and those that are damaged because two threads mixed.
+/// A sink that counts records from several threads. A record counts as broken if it is not exactly one of two texts.
 class CountingSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -68,7 +68,7 @@ protected:
     void flush_() override { }
 };
 
-/// Sets the level of a category until the end of a test.
+/// Sets the level of a category while this object exists.
 class CategoryLevel
 {
 public:
@@ -118,7 +118,8 @@ QVector<Logger::Level> allLevels()
     return {Logger::Trace, Logger::Debug, Logger::Info, Logger::Warning, Logger::Error, Logger::Fatal};
 }
 
-/// Runs `task` in this process. The test starts this program as a child for it, because a child process has a new log.
+/// Runs one task and returns the exit code. The test starts this program as a child process for each task, because a
+/// new process has a new log.
 int runAsChild(const char *task)
 {
     if (std::strcmp(task, "defaults") == 0) {
@@ -420,7 +421,7 @@ void TestLogger::removedSinkGetsNoMore()
     loggerInstance()->addSink(removed);
     at(Logger::Info).write("both");
     loggerInstance()->removeSink(removed);
-    loggerInstance()->removeSink(removed); // no effect: already removed
+    loggerInstance()->removeSink(removed); // no effect, because the sink is already removed
     at(Logger::Info).write("one");
     QCOMPARE(removed->records.size(), 1);
     QCOMPARE(capture.sink->records.size(), 2);

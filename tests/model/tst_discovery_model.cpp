@@ -1,7 +1,7 @@
 // Runs random schedules in virtual time on the real Initializer with real QSerialPorts, and on the model. The
 // Initializer and the model must give the same trace.
 //
-// JWDEVICE_MODEL_SCHEDULES=<n>  how many schedules (the default suits a test run)
+// JWDEVICE_MODEL_SCHEDULES=<n>  number of schedules (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>       seed of the first schedule (default 1); each next schedule has the next seed
 //
 // A long run, split into parts that may run at the same time:
@@ -163,8 +163,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
 {
     QFETCH(int, first);
     QFETCH(int, count);
-    // Plugging in a port takes much longer than running a schedule, so run schedules with equal numbers of ports in a
-    // row.
+    // Sort by the number of ports, because plugging in a port takes much longer than running a schedule.
     std::vector<std::pair<int, quint32>> seeds;
     for (int i = 0; i < count; ++i) {
         const quint32 seed = static_cast<quint32>(first + i);

@@ -1,13 +1,13 @@
 // Runs random streams on real Communicators and on the model. The Communicators and the model must give the same trace.
 //
-// JWDEVICE_MODEL_STREAMS=<n>  how many streams (the default suits a test run)
+// JWDEVICE_MODEL_STREAMS=<n>  number of streams (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>     seed of the first stream (default 1); each next stream has the next seed
 //
 // A long run. QTEST_FUNCTION_TIMEOUT is set because Qt's default limit is five minutes:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
 // A stream has one to four lines; a line is a Communicator with its own device. There are two kinds of devices. The
-// stream sets the result of every read of a plain device. The other kind is a WholeLines over a buffered device: bytes
+// stream sets the result of every read of a plain device. The other kind is a WholeLines<BufferedDevice>, where bytes
 // of any value arrive in pieces. The pieces of all lines arrive in random order. The application takes payloads, closes
 // devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. The application does this
 // also inside signals, and more bytes arrive there.
@@ -48,7 +48,7 @@ QString difference(const ReceiveStream &stream)
     return text;
 }
 
-/// One round of shrinking: removes and simplifies parts as long as the stream still fails.
+/// Performs one round of shrinking: removes and simplifies parts while the stream still fails.
 ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const ReceiveStream &)> &fails)
 {
     using Steps = QVector<ReceiveStep>;
@@ -221,7 +221,7 @@ private:
         case 10: // fills the device to just below, at or above the longest line that it holds back
             return text(qMax(1, between(509, 514) - static_cast<int>(m_twin->bytesReceived(line))),
                         chance(30) ? "A$\n\r" : "AB");
-        default: // fills the shared buffer to just below, at or above its size
+        default: // fills the shared buffer to just below, at or above its limit
             return text(qMax(1, between(499, 502) - m_twin->buffered()), "AB");
         }
     }

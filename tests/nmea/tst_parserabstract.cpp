@@ -53,6 +53,7 @@ QString refuseToLoad(const Record *, const QString &name)
     throw Nmea::Exception(QStringLiteral("Refused: %1").arg(name));
 }
 
+/// Keys of the test sentences. Each comment shows the names of the fields in the sentence's format.
 enum Key {
     Three = 1, // "a,b,c" to parse and to build
     Gap = 2, // "a,,b" to parse and to build
@@ -165,7 +166,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// A parser with tables that does not store the key in the session.
+/// A parser that has tables but does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:

@@ -22,8 +22,8 @@
 #define SANITIZER_HEAP
 #endif
 
-// Functions that Qt calls for every new and deleted object. Qt exports this array for tools, but declares it only in a
-// private header.
+// The functions that Qt calls for every new and deleted object. Qt exports this array for tools, but declares it only
+// in a private header.
 extern quintptr Q_CORE_EXPORT qtHookData[];
 
 namespace {
@@ -48,7 +48,7 @@ void removeObject(QObject *object)
     livingObjects().remove(object);
 }
 
-/// Makes QObject::receivers() callable, which is protected.
+/// Gives access to QObject::receivers(), which is protected.
 struct Receivers : QObject
 {
     static int of(const QObject *object, const QMetaMethod &signal)

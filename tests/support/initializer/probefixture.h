@@ -22,7 +22,8 @@ Q_DECLARE_METATYPE(PortState)
 
 using TypeList = QList<JwDevice::Type>;
 
-/// Simulated boards, an Initializer that searches for them, and a timeline of its log records and signals.
+/// Simulated boards, an Initializer that searches for them, and a timeline of the Initializer's log records and
+/// signals.
 class ProbeFixture
 {
 public:

@@ -44,7 +44,7 @@ struct DiscoveryModel::Comm
     QString name;
 
     bool open = true;
-    bool lost = false; // the device is gone; the port notices it in its next turn of the event loop
+    bool lost = false; // the device is gone; the port notices it when the event loop handles the port next
     bool unsent = false; // some bytes were not sent when the device was removed
     bool emitting = false; // readyRead is being emitted; QSerialPort does not emit it again inside itself
     QByteArray arrived; // bytes that the port has read from the line and the Communicator has not read from the port
@@ -61,7 +61,7 @@ struct DiscoveryModel::Comm
     bool hasStatus = false;
     Type status = JwDevice::Unknown;
     bool handedOver = false;
-    qint64 due = -1; // end of the reply timer; -1 if it is stopped
+    qint64 due = -1; // time at which the reply timer fires; -1 if the timer is stopped
 };
 
 DiscoveryModel::DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused)

@@ -83,13 +83,13 @@ private:
     void closePort(Comm *comm);
 
     std::vector<Line> m_lines;
-    std::vector<std::unique_ptr<Comm>> m_comms; // in the order of opening
+    std::vector<std::unique_ptr<Comm>> m_comms; // in the order in which the ports were opened
     std::vector<Comm *> m_handOvers;
     std::deque<Frame> m_frames;
     const QVector<int> m_reused;
-    QByteArray m_buffer; // shared by all Communicators
+    QByteArray m_buffer; // the receive buffer, which all Communicators share
     QList<JwDevice::Type> m_types;
-    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; the line is -1 if it has none
+    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; an absent port has line -1
     qint64 m_now = 0;
     qint64 m_secondStageDue = -1;
     uint m_retries = 0;

@@ -267,7 +267,7 @@ void DiscoveryPlay::checkPromises()
     }
 }
 
-/// Counts the bytes that the board sends. Returns false if the kernel could not keep them all when nobody reads.
+/// Counts the bytes that the board sends. Returns false if the kernel can't keep so many bytes until the host reads.
 bool DiscoveryPlay::countSent(int port, const QByteArray &bytes)
 {
     m_sent[port] += bytes.size();

@@ -104,14 +104,15 @@ private:
     const DiscoverySchedule &m_schedule;
     QStringList m_trace;
     int m_nextStep = 0;
-    int m_depth = 0; // number of nested event loops
+    int m_depth = 0; // number of nested event loops that are running
     int m_handOvers = 0;
     int m_notFound = 0;
     uint m_maxRetries = 3;
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
     int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
-    int m_begun[DiscoverySchedule::portCount]; // m_opened when the current sentence began, or -1
+    int m_begun[DiscoverySchedule::portCount]; // value of m_opened when the current sentence began; -1 between
+                                               // sentences
     std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // pieces that wait to be sent
     int m_turns = 0;
     std::vector<Promise> m_promises;

@@ -20,7 +20,7 @@ using JwDevice::Type;
 
 namespace {
 
-// If the receive buffer is too long, it drops its oldest bytes. The newest bytes always stay, at least this many.
+// If the receive buffer is too long, it drops its oldest bytes. At least this many of the newest bytes always stay.
 constexpr int longestThatAlwaysStays = 50;
 
 /// Whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
@@ -222,8 +222,8 @@ private:
         });
     }
 
-    /// Returns the sentence with a number as its last field that no other sentence contains, so that the trace shows
-    /// which sentence arrived.
+    /// Returns a sentence that ends with a new number. No other sentence contains this number, so the trace shows which
+    /// sentence arrived.
     QByteArray withMark(const QByteArray &body)
     {
         return JwSimulator::frameSentence(body + QByteArray::number(++m_marks));
@@ -291,7 +291,7 @@ private:
     QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent
     bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
-    int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in
+    int m_wholeSentences = 0; // so many ports, from port 0 on, send whole sentences only and stay plugged in
     int m_marks = 0;
 };
 

@@ -13,7 +13,7 @@
 struct DiscoverySchedule
 {
     static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< probed by explicit name only
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< only probed if the probe names them
 
     /// One action from outside the Initializer. After the action, the event loop runs until it is idle.
     struct Step

@@ -102,7 +102,7 @@ private:
     VirtualClock &m_clock;
     QPointer<JwDevice::Initializer> m_initializer;
     std::vector<HandOver> m_handOvers;
-    QVector<Probed> m_probed; // in the order of opening
+    QVector<Probed> m_probed; // in the order in which the ports were opened
     QVector<int> m_reused;
     QByteArray m_received[DiscoverySchedule::portCount];
     QObject m_context;

@@ -8,8 +8,8 @@
 
 class QEventLoop;
 
-/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves to the next timer
-/// when no event is posted and no descriptor is ready. The descriptors are real.
+/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves only when
+/// no event is posted and no descriptor is ready. The descriptors are real.
 ///
 /// Events have a fixed order:
 /// - posted events
@@ -19,19 +19,20 @@ class QEventLoop;
 /// A poll() on a pty waits until the kernel has moved all bytes to the other end. So when no descriptor is ready, all
 /// sent bytes have arrived.
 ///
-/// Pass it to QCoreApplication::setEventDispatcher() before the application is created. Use it in one thread only.
+/// Pass the clock to QCoreApplication::setEventDispatcher() before the application is created. Use it in one thread
+/// only.
 class VirtualClock : public QAbstractEventDispatcher
 {
     Q_OBJECT
 
 public:
-    /// Runs a new event loop until this time has passed and no event is left. May be called inside events. Returns
-    /// false if descriptors stay ready for ever.
+    /// Runs a new event loop until this time has passed and no event is left. May be called while an event is handled.
+    /// Returns false if descriptors stay ready for ever.
     bool run(int milliseconds);
     /// The events from outside the process, for example bytes that a board sends.
     struct Outside
     {
-        std::function<qint64()> nextDue; ///< returns the time of the next event, as in now(), or -1 for no event
+        std::function<qint64()> nextDue; ///< returns the time of the next event on this clock, or -1 for no event
         std::function<void()> happen;
     };
     /// Sets the outside events. An outside event happens when no other event is left. If a timer is due at the same
