@@ -503,8 +503,7 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap use of one bytesWritten() that covers three payloads. For each reported payload the receiver writes another
-    // payload.
+    // Heap use of one bytesWritten() that covers three payloads. For each of them, the receiver writes a new payload.
     struct Cost
     {
         long blocks;

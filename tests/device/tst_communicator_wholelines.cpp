@@ -161,8 +161,7 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // Some payloads start with "!". Such a payload changes if a begun payload of another board is in the
-            // buffer.
+            // Some payloads start with "!", because such a payload changes if the buffer contains a begun payload.
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);

@@ -78,8 +78,7 @@ struct WatchedPort
     QVector<QSerialPort::SerialPortError> reported;
 };
 
-/// A pseudo terminal that is not a simulated port. When the board's end is closed, the system also removes the port's
-/// end.
+/// A pseudo terminal that is not a simulated port. When the board's end closes, the system removes the port's end.
 struct PseudoTerminal
 {
     PseudoTerminal()

@@ -11,8 +11,8 @@
 //
 // The boards send bytes of any value in pieces. The pieces arrive in a random order: in different turns of the event
 // loop, some later in time, with pieces of other boards in between. The test also checks this rule: if a board sends
-// only whole sentences of at most 50 bytes, its Communicator receives each sentence unchanged, whatever other boards
-// send.
+// only whole sentences of at most 50 bytes, its Communicator receives each sentence unchanged. Bytes of other boards
+// must not change them.
 //
 // The schedules don't contain:
 // - faults other than a pulled cable and a port that can't be opened (see tst_faults)

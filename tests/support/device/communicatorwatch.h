@@ -83,8 +83,7 @@ inline QStringList takeLog(const LogCapture &log)
     return lines;
 }
 
-/// Empties the receive buffer. All Communicators share the buffer, so it may contain bytes from an earlier test
-/// function.
+/// Empties the receive buffer. All Communicators share the buffer, so it may contain bytes from an earlier test.
 inline void drainReceiveBuffer()
 {
     ScriptedDevice device;

@@ -22,8 +22,7 @@ Q_DECLARE_METATYPE(PortState)
 
 using TypeList = QList<JwDevice::Type>;
 
-/// Simulated boards, an Initializer that searches for them, and a timeline of the Initializer's log records and
-/// signals.
+/// Simulated boards, an Initializer that searches for them, and a timeline of its signals and log records.
 class ProbeFixture
 {
 public:

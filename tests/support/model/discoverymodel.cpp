@@ -51,7 +51,7 @@ struct DiscoveryModel::Comm
 
     bool alive = true;
     bool bound = true; // the Communicator is bound to the port, not to another device
-    QByteArray other; // bytes to read from the other device
+    QByteArray other; // bytes that wait in this other device
     bool held = false;
     bool routed = true; // the Communicator's readyRead is connected to the Initializer
     uint lastId = 1;

@@ -111,8 +111,7 @@ private:
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
     int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
-    int m_begun[DiscoverySchedule::portCount]; // value of m_opened when the current sentence began; -1 between
-                                               // sentences
+    int m_begun[DiscoverySchedule::portCount]; // m_opened when the current sentence began; -1 between sentences
     std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // pieces that wait to be sent
     int m_turns = 0;
     std::vector<Promise> m_promises;

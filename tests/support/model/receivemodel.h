@@ -102,8 +102,7 @@ public:
         return taken;
     }
 
-    /// Returns the number of bytes in the shared buffer. The generator of streams uses it to fill the buffer to its
-    /// limit.
+    /// Returns the number of bytes in the shared buffer. The generator of streams uses it to reach the buffer's limit.
     int buffered() const { return static_cast<int>(m_buffer.size()); }
 
 private:

@@ -19,8 +19,7 @@ class QEventLoop;
 /// A poll() on a pty waits until the kernel has moved all bytes to the other end. So when no descriptor is ready, all
 /// sent bytes have arrived.
 ///
-/// Pass the clock to QCoreApplication::setEventDispatcher() before the application is created. Use it in one thread
-/// only.
+/// Call QCoreApplication::setEventDispatcher() with the clock before the application is created. Use one thread only.
 class VirtualClock : public QAbstractEventDispatcher
 {
     Q_OBJECT
