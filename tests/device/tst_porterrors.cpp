@@ -214,7 +214,7 @@ void TestPortErrors::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("staleError");
     QTest::addColumn<QSerialPort::SerialPortError>("error");
     QTest::addColumn<QByteArray>("held");
-    // A ResourceError is the harder case, because QSerialPort stops reading after it.
+    // Named so because QSerialPort stops reading after a ResourceError.
     const auto stops = QSerialPort::ResourceError;
     QTest::newRow("ReadError") << false << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("ResourceError") << false << EAGAIN << stops << QByteArray();
