@@ -1,5 +1,6 @@
-// Gives any text to the parser of the initialization sentences. This file has its own short implementation of the wire
-// format; both must give the same session, or an Nmea::Exception with the same message.
+// Gives any text to the parser of the initialization sentences. This file contains a second, short implementation of
+// the wire format. The parser and the second implementation must give the same session, or an Nmea::Exception with the
+// same message.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -14,7 +15,7 @@ namespace {
 
 struct Outcome
 {
-    QString message; ///< of the exception; null if the sentence is accepted
+    QString message; ///< the message of the exception; null if the sentence is accepted
     JwDevice::SessionInit session;
 };
 

@@ -1,8 +1,9 @@
 // Sends bytes to several Communicators and compares them with the model that the tests use.
 //
 // The first byte of an input chooses the number of Communicators, their devices and the actions of their receivers.
-// Each step then has a byte for its line and kind, and a byte for a length; that many bytes arrive at the device. For a
-// step of the application, the second byte is the id of a payload, or the action and a number.
+// The rest is steps. The first byte of a step chooses the line and the kind of the step. If bytes arrive at the device,
+// the second byte is their number, and the bytes follow. If the application acts, the second byte is the id of a
+// payload, or an action and its number.
 #include "fuzzinput.h"
 
 #include "support/model/receivemodel.h"
@@ -10,7 +11,7 @@
 
 namespace {
 
-/// Reads an input piece by piece. After its end it returns zeros and empty pieces.
+/// Reads an input piece by piece. After the end of the input, returns zeros and empty pieces.
 class Input
 {
 public:
@@ -50,7 +51,7 @@ ReceiveStep stepFromInput(Input &input, int lines)
     case 1:
         step.inside = true;
         break;
-    case 2: // the first read fails
+    case 2: // the first read fails: it returns 0 or -1
         step.reads.append({QByteArray(), choice / 32 % 2 - 1});
         break;
     case 7:
@@ -89,7 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Input input(data, size);
     const ReceiveStream stream = streamFromInput(input);
 
-    // Without the traces of single bytes, which would take most of the time. The tests compare them.
+    // Record from level Warning on, because records of single bytes would take most of the time. The tests in
+    // tests/model compare those records too.
     ReceiveModel model(stream.devices, Logger::Warning);
     ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);

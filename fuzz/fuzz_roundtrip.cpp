@@ -1,5 +1,5 @@
-// Builds a sentence with one side's parser and parses it with the other side's: queries of the host, replies of the
-// board. The first byte of an input chooses the sentence, the rest is the texts of its fields.
+// Builds a query with the host's parser and parses it with the board's parser, or a reply in the opposite direction.
+// The first byte of an input chooses the sentence. The rest of the input is the texts of the sentence's fields.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -45,7 +45,7 @@ struct Direction
 
 SessionInit sessionFromInput(const Direction &direction, QString text)
 {
-    text.remove(QLatin1Char('*')); // a field can't contain "*" or ","
+    text.remove(QLatin1Char('*')); // a field can't contain "*", so remove it
     const QStringList texts = text.split(QLatin1Char(','));
     SessionInit session;
     session.sentenceId = direction.key;
@@ -57,7 +57,7 @@ SessionInit sessionFromInput(const Direction &direction, QString text)
     return session;
 }
 
-/// The expected checksum. One of 0x80 or more is written in a form that can't be parsed.
+/// Returns the expected checksum. build() writes a checksum of 0x80 or more in a form that parse() refuses.
 int checksumOf(const QString &sentence)
 {
     int checksum = 0;
@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         expect(message == QLatin1String("Checksum misspelled"), "a checksum beyond ASCII was not refused as such");
     } else {
         expect(message.isEmpty(), "a built sentence was refused");
-        // If the only field of a sentence is empty, the built sentence has no field.
+        // A sentence whose only field is empty is built without fields, so parse() finds no field either.
         if (!direction.fromBoard && session.fields.value(QStringLiteral("subcommand")).toString().isEmpty())
             session.fields.clear();
         expect(back.sentenceId == session.sentenceId, "another sentence came back");

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Counts the inputs of a fuzzer and prints the count when the process ends. scripts/fuzz adds the counts up.
+/// Adds up the sizes of all inputs of a fuzzer and prints the sum when the process ends. scripts/fuzz reads the sum.
 class FuzzedBytes
 {
 public:
@@ -23,8 +23,8 @@ private:
     std::size_t m_bytes = 0;
 };
 
-/// The text of an input. Each byte is a Latin-1 character, so a plain sentence is an input. After an escape byte
-/// (0x1b), two bytes are one UTF-16 unit of any value, also a single surrogate.
+/// Returns the text of an input. Each byte is one Latin-1 character, so a sentence can be used as an input without
+/// change. But the two bytes after the escape byte 0x1b are one UTF-16 unit of any value, even half a surrogate pair.
 inline QString textFromInput(const uint8_t *data, std::size_t size)
 {
     constexpr uint8_t escape = 0x1b;
@@ -40,7 +40,7 @@ inline QString textFromInput(const uint8_t *data, std::size_t size)
     return text;
 }
 
-/// Ends the run: libFuzzer reports the input as a failure.
+/// Prints `what` and aborts, so libFuzzer reports the input as a failure.
 [[noreturn]] inline void reportFinding(const QString &what)
 {
     std::fprintf(stderr, "%s\n", what.toUtf8().constData());

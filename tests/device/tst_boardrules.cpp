@@ -19,7 +19,8 @@ Q_DECLARE_METATYPE(JwDevice::SessionInit)
 
 namespace {
 
-/// The type after `type`, and Unknown after the last. No default, so that the compiler reports a type that has no row.
+/// Returns the type after `type`, and Unknown after the last type. The switch has no default, so that the compiler
+/// reports a type without a case.
 Type next(Type type)
 {
     switch (type) {
@@ -79,7 +80,7 @@ QByteArray built(const QList<SessionInit> &sessions)
 
 } // namespace
 
-/// The rules by which boards are looked for, and whether the Initializer acts by them.
+/// Tests the rules of the search for boards, and that the Initializer follows the rules.
 class TestBoardRules : public QObject
 {
     Q_OBJECT
@@ -232,7 +233,7 @@ void TestBoardRules::typeOfAReply()
     QFETCH(Type, type);
     QCOMPARE(JwDevice::typeOf(parsed(reply)), type);
 
-    // The Initializer agrees.
+    // A probe by the Initializer gives the same result.
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     fixture.probe(everyType());
@@ -291,7 +292,7 @@ void TestBoardRules::queriesForTypes()
     QCOMPARE(built(JwDevice::queriesFor(types)), queries);
     QVERIFY(JwDevice::queriesFor({}).isEmpty());
 
-    // The Initializer writes the same.
+    // The Initializer writes the same queries.
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
     fixture.probe(types);

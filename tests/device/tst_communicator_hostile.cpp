@@ -32,8 +32,8 @@ const QString b = QStringLiteral("$B\r\n");
 const QString c = QStringLiteral("$C\r\n");
 const QStringList none;
 
-/// A Communicator with two written payloads. Three more payloads wait in the device: two in the first read, one in the
-/// second.
+/// A Communicator that has written two payloads. Three received payloads wait in its device: two in the first read, one
+/// in the second read.
 class SignalFixture
 {
 public:
@@ -53,7 +53,7 @@ public:
     SignalFixture(const SignalFixture &) = delete;
     SignalFixture &operator=(const SignalFixture &) = delete;
 
-    /// Calls `receiver` in each emission of the signal.
+    /// Calls `receiver` in each emission of the signal under test.
     void onEach(const std::function<void()> &receiver)
     {
         switch (m_signal) {
@@ -78,7 +78,7 @@ public:
     /// Disconnects the receivers of onEach().
     void stopReceiving() { communicator->disconnect(&m_context); }
 
-    /// Makes the device emit the signal that leads to the signal under test.
+    /// Makes the device emit a signal that causes the Communicator to emit the signal under test.
     void provoke()
     {
         if (m_signal == Signal::Transferred)
@@ -87,11 +87,11 @@ public:
             device->announce();
     }
 
-    /// All signals that the Communicator emits if no receiver interferes.
+    /// Returns all signals that provoke() causes if no receiver interferes.
     QStringList allEmissions() const { return m_signal == Signal::Transferred ? allTransfers : arrivals(3); }
-    /// These signals up to the first emission of the signal under test.
+    /// Returns the signals of allEmissions() up to the first emission of the signal under test.
     QStringList firstEmissions() const { return allEmissions().mid(0, m_signal == Signal::ReadyRead ? 2 : 1); }
-    /// Whether the signal under test reports received payloads.
+    /// Whether the signal under test reports received payloads (not written ones).
     bool receives() const { return m_signal != Signal::Transferred; }
 
 private:
@@ -120,8 +120,8 @@ Signal fetchSignal()
 
 } // namespace
 
-/// Inside the Communicator's signals, receivers do all that an application may do. Most errors would show only under
-/// AddressSanitizer.
+/// Tests receivers that do everything an application may do inside the Communicator's signals. If the Communicator does
+/// not expect such an action, in most cases only AddressSanitizer reports the error.
 class TestCommunicatorHostile : public CommunicatorFixture
 {
     Q_OBJECT
@@ -187,7 +187,7 @@ void TestCommunicatorHostile::receiverDeletesTheCommunicator()
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
 
-    // The other payloads are not lost: they wait in the buffer and in the device.
+    // The unread payloads are not lost: they wait in the buffer and in the device, and the next Communicator gets them.
     Communicator next;
     next.setIODevice(fixture.device.get());
     fixture.device->announce();
@@ -219,7 +219,7 @@ void TestCommunicatorHostile::receiverBindsAnotherDevice()
     QCOMPARE(fixture.communicator->device(), &other);
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
     QCOMPARE(other.connectionsOf(SIGNAL(readyRead())), 1);
-    if (fixture.receives()) { // the rest of the buffer, then the new device's payload
+    if (fixture.receives()) { // the Communicator receives the rest of the buffer, then the new device's payload
         QCOMPARE(takePayloads(*fixture.communicator), (QStringList{a, b, QStringLiteral("$D\r\n")}));
         QCOMPARE(other.bytesAvailable(), qint64(0));
         QCOMPARE(fixture.device->bytesAvailable(), qint64(4));
@@ -314,7 +314,7 @@ void TestCommunicatorHostile::receiverDisconnectsEverything()
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
     QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b, c}) : none);
-    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // still connected to the device
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // the Communicator is still connected
 }
 
 void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
@@ -346,7 +346,7 @@ void TestCommunicatorHostile::receiverClosesTheSerialPort()
 
 void TestCommunicatorHostile::receiverClosesTheBuffer()
 {
-    QBuffer buffer; // unlike a port, a closed QBuffer still reports bytesAvailable()
+    QBuffer buffer; // not a port, because a closed QBuffer still reports bytesAvailable()
     buffer.setData("$A\r\n" + QByteArray(300, 'x'));
     QVERIFY(buffer.open(QIODevice::ReadOnly));
     m_communicator->setIODevice(&buffer);
@@ -373,15 +373,15 @@ void TestCommunicatorHostile::nestedLoopBringsMoreData()
     SignalRecord emissionsOfOther(&other);
     fixture.onFirst([&] {
         runNested([&] {
-            otherDevice.deliver("$O\r\n!half,"); // also takes the payload that waits in the shared buffer
-            fixture.device->deliver("$D\r\n"); // after the third payload, which is not read yet
+            otherDevice.deliver("$O\r\n!half,"); // `other` also receives the payload that waits in the shared buffer
+            fixture.device->deliver("$D\r\n"); // arrives behind the third payload, which still waits in the device
         });
     });
     fixture.provoke();
     QCOMPARE(emissionsOfOther.take(), arrivals(2));
     QCOMPARE(takePayloads(other), (QStringList{b, QStringLiteral("$O\r\n")}));
     QStringList emissions = fixture.emissions.take();
-    emissions.sort(); // in one data row the nested signals come between the two signals of the first payload
+    emissions.sort(); // because in one data row the nested signals are emitted between the first payload's two signals
     QStringList expected = arrivals(3);
     expected.sort();
     QCOMPARE(emissions, expected);
@@ -475,7 +475,7 @@ void TestCommunicatorHostile::deviceReportsInsideTheWrite()
 {
     m_device->insideWrite = [this] { m_device->reportWritten(3); };
     QCOMPARE(m_communicator->writePayload(QStringLiteral("abc")), 1u);
-    QCOMPARE(m_emissions->take(), transfers({})); // the payload had no id yet
+    QCOMPARE(m_emissions->take(), transfers({})); // no signal, because the payload gets its id after the write
     QCOMPARE(m_communicator->writePayload(QStringLiteral("abc")), 2u);
     QCOMPARE(m_emissions->take(), transfers({1}));
 }
@@ -557,7 +557,7 @@ void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
     SignalFixture fixture(Signal::ReadyRead);
     fixture.device->insideRead = [&fixture] {
         fixture.device->insideRead = nullptr;
-        fixture.device->announce(); // the second read ends before the first one has delivered its bytes
+        fixture.device->announce(); // causes a second read, which ends before the first read delivers its bytes
     };
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), arrivals(3));
@@ -576,7 +576,7 @@ void TestCommunicatorHostile::deviceAnnouncesInsideTheReadToADeletingReceiver()
     QVERIFY(!fixture.communicator);
     QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
 
-    Communicator next; // the bytes of the first read are in the shared buffer
+    Communicator next; // gets the bytes of the first read, because they are in the shared buffer
     next.setIODevice(fixture.device.get());
     fixture.device->deliver("\r\n");
     QCOMPARE(takePayloads(next), (QStringList{a, b}));

@@ -8,7 +8,7 @@
 
 using JwDevice::Communicator;
 
-/// Applications may connect by name or by index, so the order of the meta-object is part of the interface.
+/// Applications may connect by name or by index, so the order of methods in the meta-object is part of the interface.
 class TestCommunicatorMetaObject : public QObject
 {
     Q_OBJECT
@@ -71,7 +71,7 @@ void TestCommunicatorMetaObject::methodTable()
     QFETCH(QList<QByteArray>, names);
     const QMetaObject &meta = Communicator::staticMetaObject;
     const QMetaMethod method = meta.method(meta.methodOffset() + index);
-    // Searched by its signature, because methodSignature() has qlonglong for qint64.
+    // method.methodSignature() returns "qlonglong" for qint64, so look up the index of the signature instead.
     QCOMPARE(meta.indexOfMethod(signature.constData()), meta.methodOffset() + index);
     QCOMPARE(static_cast<int>(method.methodType()), kind);
     QCOMPARE(method.parameterNames(), names);

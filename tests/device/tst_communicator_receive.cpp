@@ -248,7 +248,7 @@ void TestCommunicatorReceive::storeKeepsTheSixNewest()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n$8\r\n$9\r\n");
     const QStringList log = takeLog(*m_log);
-    QCOMPARE(log.size(), 1 + 1 + 8); // no line for the payloads that the store drops
+    QCOMPARE(log.size(), 1 + 1 + 8); // 1 ready line, 1 line of bytes, 8 payloads: dropping a payload is not logged
     QString payload = untouched;
     QVERIFY(!m_communicator->readPayload(payload, 2));
     QVERIFY(!m_communicator->readPayload(payload, 3));
@@ -263,7 +263,7 @@ void TestCommunicatorReceive::storeMakesRoomBySingleLowestIds()
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n");
     QString payload;
     QVERIFY(m_communicator->readPayload(payload, 5));
-    m_device->deliver("$8\r\n"); // the sixth payload in the store
+    m_device->deliver("$8\r\n"); // the store then contains six payloads, so it drops none
     m_device->deliver("$9\r\n");
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$3\r\n"), QStringLiteral("$4\r\n"), QStringLiteral("$6\r\n"),
@@ -326,13 +326,13 @@ void TestCommunicatorReceive::idWrapsToZero()
 void TestCommunicatorReceive::lowestIdIsTheNumericallyLowestAfterTheWrap()
 {
     setLastReceiveId(*m_communicator, 4294967290u);
-    m_device->deliver("$1\r\n$2\r\n$3\r\n$4\r\n$5\r\n"); // the last is id 4294967295
+    m_device->deliver("$1\r\n$2\r\n$3\r\n$4\r\n$5\r\n"); // the last payload gets id 4294967295, the largest
     m_device->deliver("$zero\r\n");
     QString payload;
     QVERIFY(m_communicator->readPayload(payload, 0));
     QCOMPARE(payload, QStringLiteral("$zero\r\n"));
 
-    m_device->deliver("$one\r\n$two\r\n"); // the store drops the first to make room for the second
+    m_device->deliver("$one\r\n$two\r\n"); // the store drops "$one", the lowest id, to make room for "$two"
     QVERIFY(!m_communicator->readPayload(payload, 1));
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$two\r\n"), QStringLiteral("$1\r\n"), QStringLiteral("$2\r\n"),
@@ -398,7 +398,7 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
 {
     QFETCH(int, size);
     QFETCH(int, left);
-    // Start characters only, so that the payload below contains the whole buffer.
+    // The bytes are only start characters, so that the payload below contains the whole buffer.
     if (size % 100 != 0)
         m_device->queueRead(QByteArray(size % 100, '!'));
     for (int i = 0; i < size / 100; ++i)
@@ -407,7 +407,7 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
     QCOMPARE(takePayloads(*m_communicator), QStringList());
     QCOMPARE(takeLog(*m_log).count(truncationLine), (size - left) / 450);
 
-    // The line end below may itself overflow the buffer, which then loses 450 characters more.
+    // If the line end below makes the buffer too long, the buffer loses another 450 characters.
     m_device->deliver("\r\n");
     const int expected = left + 2 > 500 ? left + 2 - 450 : left + 2;
     const QStringList payloads = takePayloads(*m_communicator);
@@ -441,13 +441,13 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$B\r\n")});
     const QStringList log = takeLog(*m_log);
     QCOMPARE(log.count(truncationLine), 1);
-    // The truncation is logged before the bytes.
+    // The truncation is logged directly before the bytes.
     QCOMPARE(log.indexOf(rawLine(QStringLiteral("tail\\r\\n$B"))), log.indexOf(truncationLine) + 1);
 }
 
 void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
-    // The sixth chunk makes 600 characters; 150 stay. So the next truncation comes four chunks later.
+    // The sixth read makes 600 characters, and 150 of them stay. So the next truncation happens four reads later.
     for (int i = 0; i < 6; ++i)
         m_device->queueRead(QByteArray(100, 'x'));
     m_device->announce();
@@ -523,7 +523,7 @@ void TestCommunicatorReceive::failedReadsAreSkipped()
     m_device->announce();
     QCOMPARE(m_device->requestedReads.size(), times + 2);
     QCOMPARE(m_emissions->take(), arrivals(1));
-    // No line for reads without bytes.
+    // A read without bytes is not logged.
     const QStringList expected{readyLine, rawLine(QStringLiteral("$A")), rawLine(QString()),
                                payloadLine(QStringLiteral("$A"))};
     QCOMPARE(takeLog(*m_log), expected);
@@ -540,7 +540,7 @@ void TestCommunicatorReceive::extractionRunsAfterAFailedRead_data()
 void TestCommunicatorReceive::extractionRunsAfterAFailedRead()
 {
     QFETCH(qint64, result);
-    // This Communicator is deleted at its first payload, so the second one stays in the shared buffer.
+    // This Communicator is deleted at its first payload, so its second payload stays in the shared buffer.
     ScriptedDevice otherDevice;
     auto *deleted = new Communicator;
     deleted->setIODevice(&otherDevice);
@@ -691,7 +691,7 @@ void TestCommunicatorReceive::parseFailureIsLoggedAndConsumesThePayload()
     SessionInit session;
     QVERIFY(m_communicator->readPayload(&session));
     QCOMPARE(takeLog(*m_log), QStringList{QStringLiteral("4 [] communicator.cpp Parse failed:  \"no such sentence\"")});
-    QCOMPARE(m_emissions->take(), QStringList()); // readFailed() is never emitted
+    QCOMPARE(m_emissions->take(), QStringList()); // readFailed() is never emitted, not even after a failed parse
     QCOMPARE(takePayloads(*m_communicator), QStringList());
 }
 
@@ -746,7 +746,7 @@ void TestCommunicatorReceive::sessionReadWithoutParserConsumesThePayload()
 
 void TestCommunicatorReceive::sessionReadOfNothingDoesNotParse()
 {
-    ScriptedParser parser; // has no functions set, so every call throws
+    ScriptedParser parser; // no functions are set, so every call throws
     m_communicator->setParser(&parser);
     SessionInit session;
     QVERIFY(!m_communicator->readPayload(&session));
@@ -828,7 +828,7 @@ void TestCommunicatorReceive::streamTruncatedAtEachByte()
                 expected << payload;
         }
         QCOMPARE(takePayloads(communicator), expected);
-        device.deliver(next.toLatin1()); // the cut payload does not spoil the next one
+        device.deliver(next.toLatin1()); // the cut payload must not change the next payload
         QCOMPARE(takePayloads(communicator), QStringList{next});
     }
 }
@@ -853,7 +853,8 @@ void TestCommunicatorReceive::streamWithGarbageBefore_data()
     };
     const QList<SampleStream> streams = sampleStreams();
     for (const SampleStream &stream : streams) {
-        // Without a later "$", a begun payload would take in the next line.
+        // A begun payload ends at the next "$". If the stream does not start with "$", the garbage would become part of
+        // the first payload, so don't use it there.
         const auto all = stream.bytes.startsWith('$') ? noise + begunPayloads : noise;
         for (const auto &garbage : all)
             QTest::addRow("%s, %s", stream.name, garbage.first) << stream.bytes << stream.payloads << garbage.second;

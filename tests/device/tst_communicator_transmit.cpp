@@ -134,7 +134,7 @@ void TestCommunicatorTransmit::setIODeviceAlwaysReturnsTrue()
 
 void TestCommunicatorTransmit::setParserReturnsTrueAndDoesNothingElse()
 {
-    ScriptedParser parser; // has no functions set, so every call throws
+    ScriptedParser parser; // no functions are set, so every call throws
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(&parser));
     QVERIFY(m_communicator->setParser(nullptr));
@@ -345,7 +345,7 @@ void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
              QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
     QCOMPARE(m_device->written, QList<QByteArray>());
 
-    m_device->reportWritten(5); // would report a payload if the ledger had one
+    m_device->reportWritten(5); // emits nothing, because a payload that was not built is not in the ledger
     QCOMPARE(m_emissions->take(), transfers({}));
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
@@ -435,7 +435,7 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     }
     m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
-    m_device->reportWritten(bytes); // reported again, because the ledger keeps its entries
+    m_device->reportWritten(bytes); // the same payloads are reported again, because the ledger keeps its entries
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
@@ -503,7 +503,7 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap use of one bytesWritten() that covers three payloads. The receiver writes another payload at each report.
+    // Heap use of one bytesWritten() that covers three payloads. For each of them, the receiver writes a new payload.
     struct Cost
     {
         long blocks;
@@ -520,12 +520,13 @@ void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
         QObject context;
         QObject::connect(&communicator, &Communicator::transferred, &context,
                          [&communicator] { communicator.writePayload(defg); });
-        device.buffer().reserve(device.buffer().size() + 1000); // or the device would allocate below
+        // Without a reserve, the device would allocate during the measurement.
+        device.buffer().reserve(device.buffer().size() + 1000);
         const Cost before{allocationCount(), allocatedBytes()};
         Q_EMIT device.bytesWritten(9);
         return Cost{allocationCount() - before.blocks, allocatedBytes() - before.bytes};
     };
-    costAfter(3); // the first run also allocates what is kept for the whole process
+    costAfter(3); // not measured, because the first run also allocates objects that the process keeps for good
     const Cost few = costAfter(100);
     const Cost many = costAfter(100000);
     QVERIFY2(few.blocks > 0, "The counter of heap blocks does not work.");

@@ -1,4 +1,4 @@
-// Several Communicators on devices that offer whole lines only. They share one receive buffer.
+// Tests several Communicators whose devices offer whole lines only. All Communicators share one receive buffer.
 #include "support/device/communicatorwatch.h"
 #include "support/device/linedevice.h"
 #include "support/common/simulatedportsmain.h"
@@ -19,11 +19,12 @@ namespace {
 
 const QString a = QStringLiteral("$A\r\n");
 const QString b = QStringLiteral("$B\r\n");
-const QString marked = QStringLiteral("!M\r\n"); // any "!" or "$" before it in the receive buffer spoils it
+// If the receive buffer contains a "!" or "$" before this payload, the payload is received with the bytes before it.
+const QString marked = QStringLiteral("!M\r\n");
 const QByteArray cut = "$PJWVER,73";
 const QString truncation = QStringLiteral("3 [] communicator.cpp Payload input buffer too large - truncating ...");
 
-/// A device with its Communicator. Reads each payload at once and keeps it.
+/// A device with its Communicator. Each received payload is read at once and added to `payloads`.
 struct Connection
 {
     explicit Connection(std::unique_ptr<LineDevice> line)
@@ -108,7 +109,7 @@ private:
     {
         return std::make_unique<Connection>(std::make_unique<LineSerialPort>(*m_testbed));
     }
-    /// Calls `receiver` once, at m_first's first payload, after m_first has read it.
+    /// Calls `receiver` once, after m_first has read its first payload.
     void onFirst(const std::function<void()> &receiver)
     {
         QObject::connect(m_first->communicator.get(), qOverload<>(&Communicator::readyRead), &m_first->context,
@@ -117,7 +118,7 @@ private:
                                  receiver();
                          });
     }
-    /// Sends a payload that a begun payload in the receive buffer would spoil.
+    /// Whether the receive buffer contains no begun payload. Sends a payload that a begun payload would change.
     bool bufferIsEmpty()
     {
         ScriptedDevice device;
@@ -160,7 +161,7 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // Payloads with "!" too, because begun payloads of other boards would spoil them.
+            // Some payloads start with "!", because such a payload changes if the buffer contains a begun payload.
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);
@@ -238,7 +239,7 @@ void TestCommunicatorWholeLines::smallReadBufferStopsNothing()
     const QByteArray line = "$PJWVER,7300022,1,4,0*0d\r\n";
     link.deliver(line.repeated(100));
     QTRY_COMPARE(received, 100);
-    link.deliver("$" + QByteArray(700, 'x')); // does not end
+    link.deliver("$" + QByteArray(700, 'x')); // a line without an end
     link.deliver("\r\n" + line);
     QTRY_COMPARE(last, QString::fromLatin1(line));
 }
@@ -251,7 +252,7 @@ void TestCommunicatorWholeLines::plainPortIsReadUntilItIsEmpty()
     plain.deliver(QByteArray("$A\r\n").repeated(40) + cut);
     QCOMPARE(plain.requestedReads, (QList<qint64>{100, 100}));
     QCOMPARE(plain.bytesAvailable(), qint64(0));
-    m_second->link->deliver(marked.toLatin1()); // the plain device's rest is in the shared buffer
+    m_second->link->deliver(marked.toLatin1()); // is appended to the plain device's begun payload in the shared buffer
     QCOMPARE(m_second->payloads, QStringList{QString::fromLatin1(cut) + marked});
 }
 
@@ -319,7 +320,7 @@ void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice_data()
 void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice()
 {
     QFETCH(int, size);
-    // Start characters only, so that the length of the payload shows how much was dropped.
+    // The line is only start characters, so that the length of the payload shows how much was dropped.
     const QByteArray line = QByteArray(size - 2, '!') + "\r\n";
     ScriptedDevice plain;
     Communicator communicator;
@@ -414,7 +415,7 @@ void TestCommunicatorWholeLines::receiverDeletesTheCommunicator()
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
     QCOMPARE(m_first->payloads, QStringList{a});
     QVERIFY(bufferIsEmpty());
-    // The other lines still wait in the device.
+    // Later lines still wait in the device, so the next Communicator can read them.
     QCOMPARE(m_first->link->device()->bytesAvailable(), b.size());
     Communicator next;
     next.setIODevice(m_first->link->device());
@@ -471,7 +472,7 @@ void TestCommunicatorWholeLines::receiverClosesTheDevice()
 
 void TestCommunicatorWholeLines::receiverDeletesTheDeviceLater()
 {
-    // On the heap, because deleteLater() deletes it.
+    // The port is on the heap, because deleteLater() deletes it.
     auto *const port = new JwDevice::WholeLines<QSerialPort>;
     const QPointer<QIODevice> guard(port);
     auto *const board = m_testbed->boards().constFirst();
@@ -539,7 +540,8 @@ void TestCommunicatorWholeLines::receiverSwitchesWholeLinesOff()
 
 void TestCommunicatorWholeLines::receiverReadsTheRestOfALongLine()
 {
-    // A payload of a plain device waits in the shared buffer. It is emitted after the first read of the long line.
+    // A payload of the plain device waits in the shared buffer. The Communicator of the long line emits that payload
+    // after its first read of the line.
     ScriptedDevice plain;
     Communicator communicator;
     communicator.setIODevice(&plain);

@@ -31,7 +31,7 @@ namespace {
 
 constexpr int errorsOfALostPort = 1000;
 
-/// One simulated port with a silent board, open and watched.
+/// An open simulated port with a silent board. A PortErrors watches the port.
 struct WatchedPort
 {
     explicit WatchedPort(bool wholeLines = false)
@@ -54,7 +54,8 @@ struct WatchedPort
         });
     }
 
-    /// Makes the port fail `count` times, or until it is closed. A simulated port has no such signals.
+    /// Makes the port fail `count` times, or until it is closed. Reading the pinout signals fails, because a simulated
+    /// port has none.
     void fail(int count)
     {
         for (int i = 0; i < count && port->isOpen(); ++i)
@@ -75,11 +76,11 @@ struct WatchedPort
     Board *const board;
     std::unique_ptr<QSerialPort> port;
     QPointer<PortErrors> errors;
-    QVector<bool> losses; // the argument of each portLost()
+    QVector<bool> losses; // the arguments of all portLost() signals so far
     QVector<QSerialPort::SerialPortError> reported;
 };
 
-/// A pseudo terminal whose port is not the testbed's: its own end goes with the other one.
+/// A pseudo terminal that is not a simulated port. When the board's end closes, the system removes the port's end.
 struct PseudoTerminal
 {
     /// Opened through `link`, if there is one.
@@ -111,7 +112,7 @@ struct PseudoTerminal
     QSerialPort port;
 };
 
-/// Counts everything that a port signals.
+/// Counts the emissions of all signals of a port.
 class SignalCount
 {
 public:
@@ -221,7 +222,7 @@ void TestPortErrors::pseudoTerminalIsLostAtItsEndAndNotBefore()
     QVERIFY(!failed.isEmpty());
     QCOMPARE(losses, QVector<bool>()); // the list of serial ports has no pseudo terminals, but it is there
     terminal.hangUp();
-    QTRY_COMPARE(losses, QVector<bool>{true}); // the system has removed its own end
+    QTRY_COMPARE(losses, QVector<bool>{true}); // true, because the system has removed the port's end
 }
 
 void TestPortErrors::errorThatPassesLosesNothing_data()
@@ -230,7 +231,7 @@ void TestPortErrors::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("staleError");
     QTest::addColumn<QSerialPort::SerialPortError>("error");
     QTest::addColumn<QByteArray>("held");
-    // QSerialPort stops reading after a ResourceError.
+    // Named so because QSerialPort stops reading after a ResourceError.
     const auto stops = QSerialPort::ResourceError;
     QTest::newRow("ReadError") << false << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("ResourceError") << false << EAGAIN << stops << QByteArray();
@@ -247,7 +248,7 @@ void TestPortErrors::errorThatPassesLosesNothing()
     QFETCH(int, staleError);
     QFETCH(QByteArray, held);
     WatchedPort watched(wholeLines);
-    watched.port->close(); // the other program opens the port first
+    watched.port->close(); // because the other program must open the port first
     OtherReader other(watched.location(), staleError);
     QVERIFY(watched.port->open(QIODevice::ReadWrite));
 
@@ -275,7 +276,7 @@ void TestPortErrors::portThatOnlyFailsIsLostAfterAThousandErrors()
     QCOMPARE(watched.reported.size(), errorsOfALostPort - 1);
     QCOMPARE(watched.losses, QVector<bool>());
     watched.fail(1);
-    QCOMPARE(watched.losses, QVector<bool>{false}); // its device is there
+    QCOMPARE(watched.losses, QVector<bool>{false}); // false, because the device still exists
 }
 
 void TestPortErrors::readingStartsTheRowAgain_data()
@@ -306,7 +307,7 @@ void TestPortErrors::restStartsTheRowAgain()
     WatchedPort watched;
     watched.fail(errorsOfALostPort - 1);
     QSignalSpy lost(watched.errors, &PortErrors::portLost);
-    QVERIFY(!lost.wait(1100)); // more than the second of rest
+    QVERIFY(!lost.wait(1100)); // longer than one second; a second without errors resets the count
     watched.fail(errorsOfALostPort - 1);
     QCOMPARE(watched.losses, QVector<bool>());
     watched.fail(1);
@@ -318,7 +319,7 @@ void TestPortErrors::closedPortIsNotJudged()
     WatchedPort watched;
     watched.port->close();
     for (int i = 0; i < 2 * errorsOfALostPort; ++i)
-        watched.port->pinoutSignals(); // reports that the port is not open
+        watched.port->pinoutSignals(); // fails with NotOpenError, which must not count
     QVERIFY(watched.reported.contains(QSerialPort::NotOpenError));
     QCOMPARE(watched.losses, QVector<bool>());
 }

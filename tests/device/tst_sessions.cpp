@@ -43,7 +43,7 @@ static_assert(
 
 namespace {
 
-/// An application's session without its own clear().
+/// A session of an application. It does not override clear().
 class PlainSession : public SessionAbstract
 {
 public:

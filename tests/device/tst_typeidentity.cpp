@@ -1,5 +1,5 @@
-// The application and the library are two binaries that share types. Each makes its own instance of the template
-// ParserAbstract<SessionInit>. An object or exception from one must have the same type in the other.
+// The application and the library are two binaries that share types. Each binary contains its own instance of the
+// template ParserAbstract<SessionInit>. An object or exception from one binary must have the same type in the other.
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <nmea/exception.h>
@@ -42,7 +42,7 @@ private Q_SLOTS:
 void TestTypeIdentity::exceptionOfTheLibraryIsCaughtByTheApplication()
 {
     Nmea::ParserInit parser;
-    JwDevice::SessionInit session; // has sentenceId 0, which can't be built
+    JwDevice::SessionInit session; // sentenceId is 0, so build() throws
     QString sentence;
     QVERIFY_EXCEPTION_THROWN(parser.build(&session, sentence), Nmea::Exception);
     try {

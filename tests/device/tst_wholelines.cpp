@@ -36,7 +36,7 @@ namespace {
 const QByteArray versionReply = "$PJWVER,7300021,1,4,0*0e\r\n";
 const QByteArray cut = "$PJWVER,73";
 
-/// The number of available bytes after `bytes` were received and none read.
+/// Returns the expected bytesAvailable() after `bytes` arrived and nothing was read.
 qint64 offered(const QByteArray &bytes)
 {
     const int end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;
@@ -154,7 +154,7 @@ void TestWholeLines::countsThroughTheLastLineEnd()
     QCOMPARE(link->lines()->bytesReceived(), bytes.size());
     QCOMPARE(link->device()->readAll(), bytes);
 
-    for (int at = 1; at < bytes.size(); ++at) { // in two pieces
+    for (int at = 1; at < bytes.size(); ++at) { // the bytes arrive in two pieces
         link->deliver(bytes.left(at));
         QCOMPARE(link->device()->bytesAvailable(), offered(bytes.left(at)));
         link->deliver(bytes.mid(at));
@@ -162,7 +162,7 @@ void TestWholeLines::countsThroughTheLastLineEnd()
         QCOMPARE(link->device()->readAll(), bytes);
     }
 
-    for (int end = 1; end <= bytes.size(); ++end) { // byte by byte
+    for (int end = 1; end <= bytes.size(); ++end) { // the bytes arrive one by one
         link->deliver(bytes.mid(end - 1, 1));
         QCOMPARE(link->device()->bytesAvailable(), offered(bytes.left(end)));
         QCOMPARE(link->lines()->bytesReceived(), end);
@@ -185,7 +185,7 @@ void TestWholeLines::bytesAvailableCountsAllWholeLines()
     QFETCH(int, count);
     const auto link = make();
     QByteArray all;
-    for (int line = 0; line < count; line += 10) { // in parts, because a pty holds only 4 kB of unread bytes
+    for (int line = 0; line < count; line += 10) { // ten lines at a time, because a pty holds only 4 kB of unread bytes
         const QByteArray lines = versionReply.repeated(qMin(10, count - line));
         link->deliver(lines);
         all += lines;
@@ -221,7 +221,7 @@ void TestWholeLines::lineOf512BytesIsNoLongerHeldBack()
     const auto link = make();
     link->deliver(before + QByteArray(510, 'x'));
     QCOMPARE(link->device()->bytesAvailable(), before.size());
-    link->deliver("\n"); // not a line end
+    link->deliver("\n"); // a line feed without carriage return does not end the line
     QCOMPARE(link->device()->bytesAvailable(), before.size());
     link->deliver("y");
     QCOMPARE(link->device()->bytesAvailable(), before.size() + 512);
@@ -329,7 +329,7 @@ void TestWholeLines::everyByteCanBeRead()
     const auto link = make();
     for (const QByteArray &bytes : {versionReply + cut, cut + versionReply}) {
         link->deliver(bytes);
-        QCOMPARE(read(link->device()), bytes); // without a call of bytesAvailable() before
+        QCOMPARE(read(link->device()), bytes); // must work without an earlier call of bytesAvailable()
         QCOMPARE(link->lines()->bytesReceived(), 0);
         link->deliver(bytes.left(5));
         link->deliver(bytes.mid(5));
@@ -403,14 +403,14 @@ void TestWholeLines::readsBetweenArrivals()
     link->deliver("$A,1\r\n$B,");
     QCOMPARE(device->read(3), QByteArray("$A,"));
     QCOMPARE(device->bytesAvailable(), 3);
-    QCOMPARE(device->read(5), QByteArray("1\r\n$B")); // into the unfinished line
+    QCOMPARE(device->read(5), QByteArray("1\r\n$B")); // also reads a part of the unfinished line
     QCOMPARE(device->bytesAvailable(), 0);
     link->deliver("2\r");
     QCOMPARE(device->bytesAvailable(), 0);
     QCOMPARE(device->read(2), QByteArray(",2"));
     link->deliver("\n$C");
     QCOMPARE(device->bytesAvailable(), 2);
-    QCOMPARE(device->read(1), QByteArray("\r")); // cuts the line end in two: the rest is no line end
+    QCOMPARE(device->read(1), QByteArray("\r")); // reads half of the line end; the other half alone does not end a line
     QCOMPARE(device->bytesAvailable(), 0);
     link->deliver("\r\n");
     QCOMPARE(device->bytesAvailable(), 5);
@@ -467,7 +467,7 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Mostly short pieces, sometimes a long one that may reach the limit.
+            // Most pieces are short. One in twenty may be long enough to reach the limit of a held-back line.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

@@ -1,6 +1,6 @@
-// Every fault of a port in every state of a probed port. After each the process must be idle and use no more resources
-// than before. docs/testing.md lists the faults and what must follow; tst_initializer_cable and
-// tst_initializer_ports test more of them.
+// Causes every fault of a port in every state of a probed port. After each fault the process must be idle and use no
+// more resources than before. docs/testing.md lists the faults and their expected results. tst_initializer_cable and
+// tst_initializer_ports test more faults.
 #include "support/initializer/probefixture.h"
 #include "support/common/processusage.h"
 #include "support/initializer/idlecheck.h"
@@ -36,7 +36,7 @@ const QByteArray replyOfB = versionReply("7300021");
 bool leaveOnly(int direction, const QSerialPort *port)
 {
     const int number = static_cast<int>(port->handle());
-    ::ioctl(number, TIOCNXCL); // ends the exclusive mode, or the second open would fail
+    ::ioctl(number, TIOCNXCL); // QSerialPort opens exclusively; without this, the open() below fails
     const int oneWay = ::open(("/proc/self/fd/" + QByteArray::number(number)).constData(),
                               direction | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     const bool ok = oneWay >= 0 && ::dup2(oneWay, number) == number;
@@ -53,7 +53,7 @@ void closeWhenItFails(QSerialPort *port)
     });
 }
 
-/// Heap bytes of a simulated board's journal.
+/// Returns the number of heap bytes that a simulated board's journal uses.
 qint64 journalBytes(const Board *board)
 {
     qint64 bytes = 0;
@@ -63,13 +63,15 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// One cell of the table: attaches boards, causes the fault, and checks with IdleCheck that the process is idle.
+/// The test of one cell in the table of faults and states. It attaches boards, causes the fault, and checks with
+/// IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
-/// Runs a cell twice. The first run also makes what the process keeps; the second must leave nothing behind.
+/// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
+/// leave nothing behind.
 void runCell(const Cell &cell)
 {
-    // Bytes. umockdev sometimes keeps 2.6 kB for each of up to 48 ports; it depends on the order of its threads.
+    // Allowed growth in bytes: depending on the order of its threads, umockdev keeps 2.6 kB for each of up to 48 ports.
     constexpr qint64 heapChance = 200000;
     cell(IdleCheck(IdleCheck::NotMeasured));
     if (QTest::currentTestFailed())
@@ -79,7 +81,7 @@ void runCell(const Cell &cell)
     cell(IdleCheck(IdleCheck::Measured));
     if (QTest::currentTestFailed())
         return;
-    // Wait for the simulation's threads, which may still be freeing resources. A leak stays and fails the test.
+    // The simulation's threads may still be freeing resources, so wait. A leak does not end, so it fails the test.
     const auto isAsBefore = [&before](const ProcessUsage &now) {
         return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
             && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;
@@ -93,8 +95,8 @@ void runCell(const Cell &cell)
                                  after.tableRow(QStringLiteral("after")))));
 }
 
-/// A probe for BoardA with a board's port in a given state. Another, silenced port keeps the probe open. No reply timer
-/// ends by itself.
+/// A probe for BoardA in which one board's port is brought to a given state. A second board of another type keeps the
+/// probe open. The reply timers run for an hour, so none fires during a test.
 class ProbeInState
 {
 public:
@@ -154,7 +156,7 @@ private:
     Board *m_keeper = nullptr;
 };
 
-/// One cell of the table for a port in a given state.
+/// The test of one cell, run when the port is in the state of that cell.
 using CellInState = std::function<void(ProbeInState &probe, const IdleCheck &idle)>;
 
 void runCell(PortState state, const CellInState &cell)
@@ -224,7 +226,7 @@ void TestFaults::portThatCannotBeOpenedIsReportedAndForgotten()
         if (delay > 0)
             attached->pull();
         QTRY_COMPARE(fixture.decisions(), QStringList{missingC});
-        // The preload library has room for few ports and also counts a failed open. close(-1) makes it free that entry.
+        // The preload library can track only few ports, and a failed open uses an entry. close(-1) frees the entry.
         ::close(-1);
         QCOMPARE(fixture.timeline.size(), attached ? 2 : 1);
         QVERIFY(replyTimers(*fixture.initializer).isEmpty());
@@ -280,7 +282,8 @@ void TestFaults::writeThatFailsClosesThePort()
         Board *const first = fixture.attach("silent");
         fixture.initializer->setMaxRetries(1);
         bool fails = false;
-        if (state == PortState::AwaitingReply) { // the port has the query but has not sent it yet
+        if (state == PortState::AwaitingReply) {
+            // The query is logged before the port sends it, so make writing fail at that log record.
             fixture.onRecord = [&](const LogRecord &record) {
                 if (!fails && record.category == "Communication" && fixture.port(board))
                     fails = leaveOnly(O_RDONLY, fixture.port(board));
@@ -293,7 +296,7 @@ void TestFaults::writeThatFailsClosesThePort()
             fixture.replyTimer(each)->start(anHour);
         if (state != PortState::AwaitingReply) {
             QTRY_COMPARE(received(board), versionQuery);
-            fails = leaveOnly(O_RDONLY, port); // the query of the retry round then fails
+            fails = leaveOnly(O_RDONLY, port); // so the query of the retry round fails
         }
         QVERIFY(fails);
 
@@ -319,10 +322,10 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    // writes fail, handed over
+    // This is the cell "writes fail, handed over" of the table.
     runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
         QVERIFY(leaveOnly(O_RDONLY, probe.port));
-        QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // the query was the first
+        QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // id 2, because the query was payload 1
         QTRY_VERIFY(!probe.port->isOpen());
         idle.verify();
         probe.verifyThatTheProbeGoesOn();
@@ -349,8 +352,8 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
     QFETCH(int, count);
     runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
         constexpr int piece = 10000; // payloads
-        constexpr qint64 heapChance = 600000; // bytes: less than one byte for each payload of the longest flood
-        loggerInstance()->setLevel(Logger::Fatal); // or the fixture would keep millions of records
+        constexpr qint64 heapChance = 600000; // allowed growth: less than one byte per payload of the longest flood
+        loggerInstance()->setLevel(Logger::Fatal); // otherwise the fixture would keep millions of records
         for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }
         int arrived = 0;
         uint lastId = 0;
@@ -406,8 +409,8 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
         loggerInstance()->setLevel(Logger::Warning);
         probe.fixture.log.sink->records.clear();
         constexpr int characters = 1000000;
-        // The port offers a line without end in parts of 512 bytes. The receive buffer holds at most 500 characters and
-        // drops 450 at a time, so the number of drops is known.
+        // The port offers a line without end in parts of 512 bytes. Above 500 characters, the receive buffer drops 450.
+        // So the number of drops can be computed.
         constexpr int taken = characters - characters % JwDevice::WholeLinesBase::longestHeld;
         constexpr int losses = 2221;
         static_assert(taken - losses * 450 <= 500 && taken - (losses - 1) * 450 > 500, "");
@@ -516,8 +519,9 @@ void TestFaults::allPortsAnswerInTheSameMoment()
             QTRY_COMPARE(received(board), query);
 
         const QByteArray replies[] = {replyOfA, replyOfB, informationReply("INF")};
+        // No event loop runs here, so all replies are sent before the first one is read.
         for (int i = 0; i < ports; ++i)
-            QVERIFY(boards[i]->send(replies[i % 3])); // no event loop runs here, so all are sent before one is read
+            QVERIFY(boards[i]->send(replies[i % 3]));
         QTRY_VERIFY(fixture.isOver());
         idle.verify();
 

@@ -1,5 +1,6 @@
-// Long use of one Communicator, and many probes in one process. Prints a table of the resources that the process uses
-// at the start, midway and at the end. A test run is short; scripts/soak makes it long by these environment variables:
+// Uses one Communicator for a long time, and runs many probes in one process. Prints a table of the resources that the
+// process uses at the start, halfway and at the end. A normal test run is short. scripts/soak sets these environment
+// variables for a long run:
 //
 // JWDEVICE_SOAK_PAYLOADS=<n>  number of payloads in each direction
 // JWDEVICE_SOAK_PROBES=<n>    number of probes
@@ -30,10 +31,10 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr quint32 batchSize = 100; // payloads that are sent together
-constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal holds
+constexpr quint32 batchSize = 100; // number of payloads that are sent together
+constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal can hold, so it no longer grows
 constexpr int portCount = 40;
-constexpr qint64 heapChance = 100000; // bytes: sizes of buffers vary a little; a leak grows with every payload or probe
+constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
 
 /// Deletes the objects whose deleteLater() was called.
 void deleteDeferred()
@@ -41,15 +42,15 @@ void deleteDeferred()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// Whether the counts in a row of the table equal those in the first row.
+/// Whether the counts of descriptors, objects, connections and timers equal the counts in `before`.
 bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
 {
     return usage.descriptors == before.descriptors && usage.objects == before.objects
         && usage.connections == before.connections && usage.timers == before.timers;
 }
 
-/// Waits until the counts equal those of `before`, for at most 5 s, and returns the usage. On a busy machine the
-/// preload library's thread closes its sockets a moment later.
+/// Returns the resources in use. Waits at most 5 s until the counts equal the counts in `before`, because on a busy
+/// machine the preload library's thread closes its sockets a moment later.
 ProcessUsage usageLike(const ProcessUsage &before)
 {
     ProcessUsage usage = {};
@@ -73,7 +74,7 @@ QString payloadText(quint32 number)
     return QStringLiteral("$SOAK,%1*00\r\n").arg(number);
 }
 
-/// The number of payloads, from the first on, that fit into `bytes`.
+/// Returns the number of payloads, counted from the first one, whose sizes add up to at most `bytes`.
 quint32 coveredBy(qint64 bytes)
 {
     quint32 payloads = 0;
@@ -82,7 +83,7 @@ quint32 coveredBy(qint64 bytes)
     return payloads;
 }
 
-/// One Communicator on a real port, with a board at the other end.
+/// One Communicator on a QSerialPort, with a board at the other end.
 class Link
 {
 public:
@@ -95,7 +96,7 @@ public:
         QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
                          [this](uint id) { onPayload(id); });
         QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
-        // The Communicator counts the bytes of each report from the first payload on.
+        // For each report of written bytes, the Communicator counts from the first payload again.
         QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
                          [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
         QObject::connect(m_board, &JwSimulator::Board::received, m_board,
@@ -153,7 +154,7 @@ private:
     bool m_isOpen;
 };
 
-/// One probe of one port. Deletes the Communicator and port that it is handed.
+/// One probe of one port. If a board is found, deletes its Communicator and port.
 class Probe
 {
 public:
@@ -177,8 +178,8 @@ private:
     Initializer m_initializer;
 };
 
-/// Ports of four kinds. Of every ten, seven have a board that answers, one is busy, one loses its cable during the
-/// probe, and one has a silent board.
+/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy, one has a silent board, and
+/// one loses its cable during the probe.
 class MixedPorts
 {
 public:
@@ -194,16 +195,17 @@ public:
         }
     }
 
-    /// Probes the first `ports` ports at the same time. True if exactly the answering boards are found.
+    /// Probes the first `ports` ports at the same time. Returns true if exactly the answering boards are found.
     bool probe(int ports)
     {
         std::vector<std::unique_ptr<Probe>> probes;
         for (int i = 0; i < ports; ++i) {
             const JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
-            // On a busy machine an answer may come too late; a retry then finds the board.
+            // On a busy machine an answer may arrive too late, so allow retries.
             const uint maxRetries = answers(i) ? 20 : 0;
             probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
-            QCoreApplication::processEvents(); // opening all ports takes longer than the time for a reply
+            // Opening all ports takes longer than the time for a reply, so handle replies after each port.
+            QCoreApplication::processEvents();
         }
         for (int i = 8; i < ports; i += 10)
             m_testbed.boards()[i]->pull();
@@ -228,7 +230,7 @@ public:
         return true;
     }
 
-    /// Heap bytes of the boards' journals, which grow with every probe. Measured with a copy of the journals.
+    /// Returns the number of heap bytes that the boards' journals use. Copies the journals to measure it.
     qint64 journalBytes() const
     {
         QList<QList<JwSimulator::JournalEntry>> copies;
@@ -257,10 +259,11 @@ private:
     JwSimulator::Testbed m_testbed;
 };
 
-/// Heap bytes of one parser. An Initializer never deletes its parser, on purpose.
+/// Returns the number of heap bytes of one parser. An Initializer never deletes its parser, on purpose, so every probe
+/// leaves this much.
 qint64 parserBytes()
 {
-    constexpr int count = 2000; // so many that malloc's reserve of small blocks makes no difference
+    constexpr int count = 2000; // large, so that malloc's reserve of small blocks makes no difference
     std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
     const qint64 before = ProcessUsage::now().heapBytes;
     for (auto &parser : parsers) {
@@ -294,7 +297,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     const ProcessUsage halfReceived = usageLike(start);
     QVERIFY(link.receive(payloads - payloads / 2));
     const ProcessUsage allReceived = usageLike(start);
-    QVERIFY(link.transmit(warmUpPayloads)); // fills the board's journal with the other direction
+    QVERIFY(link.transmit(warmUpPayloads)); // fills the board's journal, so that it no longer grows
     const ProcessUsage writingStart = usageLike(start);
     QVERIFY(link.transmit(payloads / 2));
     const ProcessUsage halfWritten = usageLike(start);
@@ -320,7 +323,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // every payload keeps one node of a QMap
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the ledger keeps one QMap node for every payload
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()
@@ -328,7 +331,8 @@ void TestSoak::probesLeaveTheirParserAndNothingElse()
     const quint32 probes = environmentNumber("JWDEVICE_SOAK_PROBES", 400);
     const qint64 bytesOfParser = parserBytes();
     MixedPorts mixedPorts;
-    QVERIFY(mixedPorts.probeMany(2 * portCount)); // makes what the process then keeps
+    // The first probes also create objects that the process keeps for good, so don't measure these probes.
+    QVERIFY(mixedPorts.probeMany(2 * portCount));
 
     const qint64 journalAtStart = mixedPorts.journalBytes();
     const ProcessUsage start = ProcessUsage::now();

@@ -1,5 +1,5 @@
-// Eight boards stream at the same time, in pieces, each to the Communicator of its hand-over. A test run sends few
-// payloads; this command sends a million, in about a minute:
+// Eight handed-over boards send payloads in pieces at the same time, each to its own Communicator. A normal test run
+// sends few payloads. This command sends a million in about a minute:
 //
 // QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_STREAMING_PAYLOADS=1000000 build/release/tests/tst_streaming
 //
@@ -32,9 +32,9 @@ namespace {
 
 constexpr int boardCount = 8;
 constexpr int longestPiece = 60;
-constexpr int mostUnderWay = 2000; // bytes that a board may have sent and its host not yet received
+constexpr int mostUnderWay = 2000; // limit for the bytes that a board has sent and its host has not received
 
-/// A board with its Communicator, and counts of the payloads.
+/// A board with its Communicator, and the numbers of received and of wrong payloads.
 class Stream
 {
 public:
@@ -56,12 +56,13 @@ public:
 
     void probe()
     {
-        m_initializer.setMaxRetries(20); // on a busy machine a reply may come too late
+        m_initializer.setMaxRetries(20); // on a busy machine a reply may arrive too late, so allow retries
         m_initializer.probe({types[m_number % 3]}, 0, {m_board->portName()});
     }
     bool isFound() const { return m_communicator != nullptr; }
 
-    /// Sends the next piece of the board's `payloads` payloads, unless the host is too far behind.
+    /// Sends the next piece of the board's stream, which is `payloads` payloads long. Sends nothing while the host has
+    /// more than mostUnderWay bytes to receive.
     void sendPiece(quint32 payloads, QRandomGenerator &random)
     {
         while (m_unsent.size() < longestPiece && m_built < payloads)
@@ -83,7 +84,7 @@ private:
                                                   BoardConfig::Kind::BoardC};
     static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 
-    /// A payload of up to about 90 characters. Every tenth begins with "!".
+    /// Returns payload `number`, of up to about 90 characters. Every tenth payload begins with "!".
     QByteArray payload(quint32 number) const
     {
         const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));
@@ -100,7 +101,7 @@ private:
         const QByteArray expected = payload(received);
         const bool isNext = m_firstId == 0 || id == m_firstId + received;
         if (received == 0)
-            m_firstId = id; // the probe has received some payloads before
+            m_firstId = id; // not 1, because the probe has received some payloads before
         if (!m_communicator->readPayload(text, id) || text != QString::fromLatin1(expected) || !isNext)
             ++wrong;
         ++received;

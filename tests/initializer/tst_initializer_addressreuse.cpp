@@ -10,8 +10,8 @@ using JwDevice::Initializer;
 using JwDevice::Type;
 using JwSimulator::Board;
 
-/// Each test starts in this state: a probe handed a board over and goes on; the application deleted that board's
-/// Communicator; a second probe of the same port made a new Communicator at the same address.
+/// Before each test, a probe hands a board over and goes on. The application deletes that board's Communicator. Then a
+/// second probe of the same port makes a new Communicator at the same address.
 class TestInitializerAddressReuse : public QObject
 {
     Q_OBJECT
@@ -35,7 +35,7 @@ private:
 
 void TestInitializerAddressReuse::init()
 {
-    cleanup(); // Qt Test does not call it after a failure in init()
+    cleanup(); // needed here, because Qt Test does not call cleanup() after a failure in init()
     m_fixture = std::make_unique<ProbeFixture>();
     m_board = m_fixture->attach("silent");
     m_other = m_fixture->attach("silent");
@@ -65,7 +65,7 @@ void TestInitializerAddressReuse::newPortAwaitsItsReply()
 void TestInitializerAddressReuse::newPortHasOneReplyTimer()
 {
     QVERIFY(!m_formerTimer);
-    // One for each port, plus the delay timer.
+    // One reply timer for each port, plus the delay timer. So the former reply timer is gone.
     QCOMPARE(m_fixture->initializer->findChildren<QTimer *>().size(), replyTimers(*m_fixture->initializer).size() + 1);
 }
 
@@ -97,7 +97,7 @@ void TestInitializerAddressReuse::portIsClosedWithTheInitializer()
 
 void TestInitializerAddressReuse::reusedWithinTheHandOverItself()
 {
-    cleanup(); // only one testbed may exist at a time
+    cleanup(); // deletes the testbed, because only one may exist at a time
     m_fixture = std::make_unique<ProbeFixture>();
     Board *const board = m_fixture->attach("BoardA,replies=2");
     Board *const second = m_fixture->attach("silent");

@@ -38,7 +38,8 @@ private:
     QObject m_context;
 };
 
-/// The port is closed soon, and then the event loop is idle. A pulled port that stays open would keep it busy for ever.
+/// Verifies that the port is closed soon and that the event loop is idle afterwards. If a pulled port stayed open, it
+/// would keep the event loop busy for ever.
 void verifyClosedWithoutSpin(const ProbeFixture &fixture, const Board *board, const ErrorCount &count)
 {
     QSerialPort *const port = fixture.port(board);
@@ -60,7 +61,7 @@ void recordWarning(QtMsgType type, const QMessageLogContext &, const QString &te
         warnings << text;
 }
 
-/// Keeps Qt's warnings until it is destroyed, for example of a write to a closed port.
+/// Collects Qt's warnings while this object exists, for example the warning about a write to a closed port.
 class WarningCapture
 {
 public:
@@ -344,7 +345,7 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
     QElapsedTimer clock;
     clock.start();
     while (count.errors() < 3) {
-        QVERIFY(clock.elapsed() < 5000); // fails here if the port no longer reads
+        QVERIFY(clock.elapsed() < 5000); // fails if the port stops reading, because then it reports no more errors
         QVERIFY(fixture.port(board)->isOpen());
         QVERIFY(board->send("stolen\r\n"));
         settle();
@@ -398,7 +399,7 @@ void TestInitializerCable::handedOverPortReportsItsErrorToTheApplicationAndIsLef
     });
     board->pull();
     QTRY_VERIFY(errors > 0);
-    QVERIFY(openAtError); // the application decides what to do with a handed-over port
+    QVERIFY(openAtError); // because the application decides when to close a handed-over port
 }
 
 SIMULATED_PORTS_MAIN(TestInitializerCable)

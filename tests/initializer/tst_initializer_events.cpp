@@ -21,7 +21,7 @@ namespace {
 const QByteArray versionA = versionReply("7300022");
 const QByteArray versionB = versionReply("7300021");
 
-/// No default, so that the compiler reports a kind that has no name.
+/// Returns the name of `kind`. The switch has no default, so that the compiler reports a kind without a name.
 QString kindName(PortEvent::Kind kind)
 {
     switch (kind) {
@@ -45,13 +45,14 @@ QString kindName(PortEvent::Kind kind)
     return QString();
 }
 
-/// As an event reports it.
+/// Returns `sentence` as an event shows it, without the line end.
 QString shown(const QByteArray &sentence)
 {
     return QString::fromLatin1(sentence).remove(QStringLiteral("\r\n"));
 }
 
-/// Such as "0 Answered $PJWVER,7300022,1,4,0*0d BoardA": the round, the kind, then what the kind has.
+/// Returns an event as text, for example "0 Answered $PJWVER,7300022,1,4,0*0d BoardA": the round and the kind, then
+/// the text, the reason and the type if the event has them.
 QString line(uint round, PortEvent::Kind kind, const QString &text = {}, const QString &reason = {},
              Type type = JwDevice::Unknown)
 {
@@ -87,7 +88,7 @@ QString timedOut(uint round)
     return line(round, PortEvent::TimedOut);
 }
 
-/// A probe that is observed.
+/// A probe with a port observer that adds every event to `events`.
 struct ObservedProbe : ProbeFixture
 {
     ObservedProbe() { observe(); }
@@ -96,7 +97,7 @@ struct ObservedProbe : ProbeFixture
         initializer->setPortObserver([this](const PortEvent &event) { events << event; });
     }
 
-    /// The events of one port, in their order.
+    /// Returns the events of one port as texts, in order.
     QStringList of(const QString &portName) const
     {
         QStringList lines;
@@ -115,7 +116,7 @@ struct ObservedProbe : ProbeFixture
 
 } // namespace
 
-/// Initializer::setPortObserver(): every event of every port, in the order in which they happen.
+/// Tests that the function set by Initializer::setPortObserver() gets every event of every port, in order.
 class TestInitializerEvents : public QObject
 {
     Q_OBJECT
@@ -151,7 +152,8 @@ void TestInitializerEvents::silentPortIsAskedAndTimesOutInEachRound()
     const Board *const board = probe.attach("silent");
     probe.initializer->setMaxRetries(2);
     probe.probe({JwDevice::BoardA});
-    QCOMPARE(probe.of(board), QStringList({opened(), asked(0, versionQuery)})); // within probe()
+    // Both events happen before probe() returns.
+    QCOMPARE(probe.of(board), QStringList({opened(), asked(0, versionQuery)}));
     QTRY_VERIFY(probe.isOver());
     QCOMPARE(probe.of(board),
              QStringList({opened(), asked(0, versionQuery), timedOut(0), asked(1, versionQuery), timedOut(1),
@@ -211,7 +213,7 @@ void TestInitializerEvents::answerAfterTheTimeOutBelongsToItsRound()
 {
     ObservedProbe probe;
     Board *const board = probe.attach("silent");
-    probe.attach("silent"); // keeps the round open
+    probe.attach("silent"); // a second port, so that the time-out of the first does not end the round
     probe.probe({JwDevice::BoardA});
     probe.timeOut(board);
     QVERIFY(board->send(versionA));
@@ -314,7 +316,7 @@ void TestInitializerEvents::portThatCannotBeOpened()
     QVERIFY(!probe.report().errorText.isEmpty());
     QCOMPARE(probe.events.size(), 1);
     QCOMPARE(probe.of(name), QStringList{line(0, PortEvent::NotOpened, probe.report().errorText)});
-    QCOMPARE(missing, probe.of(name)); // the event came first
+    QCOMPARE(missing, probe.of(name)); // the observer got the event before the signal
 }
 
 void TestInitializerEvents::pulledPortIsLostAndNoLongerAsked()
@@ -345,7 +347,7 @@ void TestInitializerEvents::portThatOnlyFailsIsLost()
     probe.probe({JwDevice::BoardA});
     QSerialPort *const port = probe.port(board);
     for (int i = 0; i < 2000 && port->isOpen(); ++i)
-        port->setRequestToSend(true); // a simulated port has no such line
+        port->setRequestToSend(true); // fails, because a simulated port has no RTS line
     QVERIFY(!probe.report().errorText.isEmpty());
     QCOMPARE(probe.of(board),
              QStringList({opened(), asked(0, versionQuery), line(0, PortEvent::Lost, probe.report().errorText)}));
@@ -362,9 +364,10 @@ void TestInitializerEvents::portThatWasHandedOverHasNoMoreEvents()
     const QStringList before = probe.of(board);
     QCOMPARE(before.last(), handedOver(0, JwDevice::BoardA));
     probe.endReplyTimers();
-    QTRY_COMPARE(probe.of(silent).last(), asked(1, informationRequest)); // a round in which others are asked
+    // This retry round asks the other port only.
+    QTRY_COMPARE(probe.of(silent).last(), asked(1, informationRequest));
     QSerialPort *const port = probe.handOver(board).port;
-    probe.initializer->queryBoardVersion(probe.handOver(board).comm); // by the application itself
+    probe.initializer->queryBoardVersion(probe.handOver(board).comm); // the application itself asks this board
     const QByteArray queries = versionQuery + informationRequest;
     QTRY_COMPARE(received(board), queries.repeated(2));
     bool failed = false;
@@ -425,7 +428,8 @@ void TestInitializerEvents::timeBeginsWithProbeAndNeverGoesBack()
         return qint64(-1);
     };
     const qint64 replyTime = JwDevice::replyTime * millisecond;
-    const qint64 earliest = (JwDevice::replyTime - 5) * millisecond; // the timer starts before the query is written
+    // 5 ms less than the reply time, because the timer starts before the query is written.
+    const qint64 earliest = (JwDevice::replyTime - 5) * millisecond;
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 0) - timeOf(silent, PortEvent::Opened, 0) >= earliest);
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 1) - timeOf(silent, PortEvent::TimedOut, 0) >= replyTime - millisecond);
     QVERIFY(timeOf(slow, PortEvent::Answered, 0) - timeOf(slow, PortEvent::Asked, 0) >= 30 * millisecond);
@@ -468,7 +472,8 @@ void TestInitializerEvents::observerOfTheMiddleSeesTheRest()
     probe.observe();
     QTRY_VERIFY(probe.isOver());
     QCOMPARE(probe.of(board), QStringList{timedOut(1)});
-    QVERIFY(probe.events.first().nanoseconds >= (JwDevice::replyTime - 5) * 1000000LL); // since probe()
+    // The time counts from probe(), not from the start of the observer.
+    QVERIFY(probe.events.first().nanoseconds >= (JwDevice::replyTime - 5) * 1000000LL);
 }
 
 void TestInitializerEvents::emptyFunctionEndsIt()
@@ -494,7 +499,7 @@ void TestInitializerEvents::observerMayEndItself()
     probe.initializer->setPortObserver([&, kept = std::make_shared<int>(0)](const PortEvent &) {
         ++calls;
         const std::weak_ptr<int> own = kept;
-        long &result = holders; // copies, because the function may be gone in a moment
+        long &result = holders; // local copies, because the next line may delete this function and its captures
         probe.initializer->setPortObserver({});
         result = own.use_count();
     });

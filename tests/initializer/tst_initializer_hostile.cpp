@@ -19,7 +19,7 @@ using JwSimulator::frameSentence;
 
 namespace {
 
-/// Runs a nested event loop, like a dialog, until `done()`. False if that takes more than 5 s.
+/// Runs a nested event loop, like a dialog, until `done()` returns true. Returns false if that takes more than 5 s.
 bool nest(const std::function<bool()> &done)
 {
     QEventLoop loop;
@@ -41,7 +41,7 @@ void onInitialized(ProbeFixture &fixture, const Receiver &receiver)
                      [receiver](Type, Communicator *comm) { receiver(comm); });
 }
 
-/// Deletes the Communicator and its port inside the signal that handed them over.
+/// Deletes the Communicator and its port inside the signal that hands them over.
 void giveBack(Communicator *comm)
 {
     comm->device()->deleteLater();
@@ -141,9 +141,9 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
-    QTRY_COMPARE(received, 1); // after the port's own signal
+    QTRY_COMPARE(received, 1); // deviceInitialized was emitted inside the port's signal
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
-    fixture.initializer->boardReadyRead(fixture.comm(stored)); // here another payload is stored after the reply
+    fixture.initializer->boardReadyRead(fixture.comm(stored)); // now another payload is stored behind the reply
     QCOMPARE(received, 2);
     fixture.timeOut(silent);
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, missingC, over}));
@@ -280,7 +280,7 @@ void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
     Board *const second = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceInitialized, [&](Type type) {
         if (type == JwDevice::BoardA)
-            fixture.initializer->boardReadyRead(fixture.comm(second)); // like an event in the receiver's nested loop
+            fixture.initializer->boardReadyRead(fixture.comm(second)); // a nested event loop would call it too
     });
     fixture.initializer->setMaxRetries(2);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
@@ -299,7 +299,7 @@ void TestInitializerHostile::nestedLoopInDeviceNotFoundReportsNothingTwice()
     const Board *const board = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         QTimer *const timer = fixture.replyTimer(board);
-        timer->start(0); // a time-out inside the signal
+        timer->start(0); // makes the port time out inside the signal
         QVERIFY(nest([timer] { return !timer->isActive(); }));
     });
     fixture.initializer->setMaxRetries(0);
@@ -430,7 +430,7 @@ void TestInitializerHostile::receiverOfDeviceNotFoundMayDeleteTheInitializer()
         if (fixture.handOver(board).port)
             continue;
         QSerialPort port(board->portName());
-        QVERIFY(port.open(QIODevice::ReadWrite)); // free for others
+        QVERIFY(port.open(QIODevice::ReadWrite)); // the port is free, so another program can open it
     }
 }
 
@@ -443,7 +443,8 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        aliveAfterTheDeletion = port && !port->isOpen(); // Qt still uses the port when the receiver returns
+        // The port must still exist, because Qt uses it after the receiver returns.
+        aliveAfterTheDeletion = port && !port->isOpen();
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});
@@ -521,7 +522,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // one mapper is in the middle of its signal
+        aliveInTheLoop = areAlive(); // both must exist, because the signal of one mapper has not returned
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

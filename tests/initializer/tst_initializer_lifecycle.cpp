@@ -13,14 +13,14 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Whether another program could open the port now.
+/// Whether the port is not open, so that another program could open it.
 bool isFree(const Board *board)
 {
     QSerialPort port(board->portName());
     return port.open(QIODevice::ReadWrite);
 }
 
-/// The objects of one probed port, to check them after the Initializer is deleted.
+/// The objects of one probed port. After the Initializer is deleted, tests check whether these objects still exist.
 struct Probed
 {
     Probed(const ProbeFixture &fixture, const Board *board)
@@ -41,7 +41,7 @@ void deleteAndCheckTheLog(ProbeFixture &fixture)
 {
     const QStringList before = fixture.timeline;
     delete fixture.initializer;
-    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // no signal is emitted
+    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // only the deletion is logged: no signal is emitted
     settle();
     QCOMPARE(fixture.timeline.size(), before.size() + 1);
 }
@@ -174,7 +174,7 @@ void TestInitializerLifecycle::deletedInEachStateOfAPort()
     else if (state == PortState::Duplicate)
         QVERIFY(board->send(versionReply("7300022")));
     QTRY_COMPARE(fixture.state(board), state);
-    QCOMPARE(fixture.state(other), PortState::AwaitingReply); // the probe is not over
+    QCOMPARE(fixture.state(other), PortState::AwaitingReply); // so the probe is not over
 
     const Probed probed(fixture, board);
     QPointer<QTimer> timer = replyTimers(*fixture.initializer).value(fixture.handOver(found).comm);

@@ -212,7 +212,7 @@ void TestInitializerPorts::nameThatDoesNotExistIsTriedAndFailsAtOpen()
 {
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(boardA, 0, {QStringLiteral("ttyNONE1")}));
-    // QSerialPortInfo has an empty name for a port that the system does not know.
+    // The logged name is empty, because QSerialPortInfo returns an empty name for an unknown port.
     const QString text = refusedText(QString(), QSerialPort::DeviceNotFoundError);
     QCOMPARE(fixture.timeline, QStringList({text, QStringLiteral("deviceNotFound BoardA")}));
     QVERIFY(isTraceOfInitializer(fixture.log.sink->withText(text), "probeStage2"));
@@ -302,7 +302,7 @@ void TestInitializerPorts::noPortOpensAndEveryEntryIsReportedInOrderBeforeProbeR
     QFETCH(QStringList, reports);
     ProbeFixture fixture;
     QVERIFY(fixture.initializer->probe(types));
-    QCOMPARE(fixture.timeline, reports); // no retry, and no record of the end
+    QCOMPARE(fixture.timeline, reports); // no retry happens, and the end of the probe is not logged
     settle();
     QCOMPARE(fixture.timeline, reports);
     QVERIFY(!fixture.isTimerActive());
@@ -349,14 +349,14 @@ void TestInitializerPorts::delayWithBoardCWantedOpensNoPortBeforeItHasPassed()
     QCOMPARE(timers.size(), 1);
     QTimer *const delayTimer = timers.first();
     QVERIFY(delayTimer->isSingleShot());
-    QCOMPARE(delayTimer->timerType(), Qt::PreciseTimer); // a coarse one may fire early
+    QCOMPARE(delayTimer->timerType(), Qt::PreciseTimer); // because a coarse timer may fire early
     bool openedBefore = false;
     QVERIFY(fixture.initializer->probe({JwDevice::BoardA, JwDevice::BoardC}, 500));
     QVERIFY(delayTimer->isActive());
     QCOMPARE(delayTimer->interval(), 500);
     fixture.onRecord = [&](const LogRecord &record) {
         if (record.text == openedText(board))
-            openedBefore = delayTimer->isActive(); // a single-shot timer is inactive when it fires
+            openedBefore = delayTimer->isActive(); // still active, so the port was opened before the timer fired
     };
     QVERIFY(fixture.timeline.isEmpty());
     settle();

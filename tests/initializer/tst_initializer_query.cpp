@@ -84,7 +84,7 @@ void TestInitializerQuery::wantedTypesChooseTheQueriesOnTheWire()
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
     fixture.probe(types);
-    // The board gets everything that was written before this mark before the mark.
+    // Write a mark after the queries. When the board has received the mark, it has received all queries.
     fixture.comm(board)->writePayload(QStringLiteral("$MARK\r\n"));
     QTRY_VERIFY(received(board).endsWith("$MARK\r\n"));
     QCOMPARE(received(board), queries + "$MARK\r\n");
@@ -121,7 +121,7 @@ void TestInitializerQuery::unknownAloneAsksNothingAndReportsNothing()
     fixture.probe({JwDevice::Unknown});
     QCOMPARE(fixture.state(board), PortState::AwaitingReply);
     QTRY_VERIFY(fixture.isOver());
-    // A port that timed out has the status Unknown, so the wanted type is not missing.
+    // A port that timed out has the status Unknown. Unknown is the wanted type here, so no type is missing.
     QCOMPARE(fixture.decisions(), QStringList{QStringLiteral("Disconnect from signals")});
     QVERIFY(received(board).isEmpty());
 }
@@ -166,7 +166,7 @@ void TestInitializerQuery::sendProtocolBuildsTheSentenceAndReturnsTrue()
     session.fields.insert(QStringLiteral("subcommand"), QStringLiteral("STATE"));
     QVERIFY(initializer.sendProtocol(&given.comm, &session));
     QCOMPARE(given.device.data(), JwSimulator::frameSentence("PTJWWR,STATE"));
-    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 2U); // one payload before
+    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 2U); // id 2, so sendProtocol() wrote one payload
 }
 
 void TestInitializerQuery::sentenceThatCannotBeBuiltReturnsFalseAfterOneErrorLineAndWritesNothing_data()
@@ -193,7 +193,7 @@ void TestInitializerQuery::sentenceThatCannotBeBuiltReturnsFalseAfterOneErrorLin
     QCOMPARE(record.file, QByteArray("initializer.cpp"));
     QVERIFY2(record.function.contains("Initializer::sendProtocol("), record.function);
     QCOMPARE(given.device.data(), QByteArray());
-    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 1U); // the first payload
+    QCOMPARE(given.comm.writePayload(QStringLiteral("$X\r\n")), 1U); // id 1, so sendProtocol() wrote no payload
 }
 
 void TestInitializerQuery::writeThatFailsIsNotSeen()

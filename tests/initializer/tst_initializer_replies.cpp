@@ -97,7 +97,7 @@ void TestInitializerReplies::replyNamesTheType_data()
 {
     using namespace JwDevice;
     QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<Type>("type"); // Unknown: the port is silenced
+    QTest::addColumn<Type>("type"); // the board's type; if Unknown, the port is silenced
     const auto version = [](const char *text) { return versionReply(text); };
     QTest::newRow("7300022") << version("7300022") << BoardA;
     QTest::newRow("7300021") << version("7300021") << BoardB;
@@ -228,7 +228,7 @@ void TestInitializerReplies::handedOverCommunicatorIsBoundOpenAndUnconnected()
         QCOMPARE(comm->thread(), QThread::currentThread());
         JwDevice::SessionInit session;
         session.clear();
-        QCOMPARE(comm->writePayload(&session), 0U); // fails because no parser is attached
+        QCOMPARE(comm->writePayload(&session), 0U); // returns 0, because a handed-over Communicator has no parser
     });
     fixture.probe({JwDevice::BoardA});
     QTRY_VERIFY(fixture.isOver());
@@ -259,7 +259,7 @@ void TestInitializerReplies::handedOverPortExchangesPayloads()
         QCOMPARE(arrived.last(), QString::fromLatin1(back));
     }
     QVERIFY(transferred.contains(1));
-    QCOMPARE(fixture.timeline.count(readText(board)), 1); // the Initializer did not read the second payload
+    QCOMPARE(fixture.timeline.count(readText(board)), 1); // only the reply: the Initializer did not read later payloads
 }
 
 void TestInitializerReplies::handedOverPortOutlivesTheInitializer()
@@ -407,7 +407,7 @@ void TestInitializerReplies::everyReadIsLoggedBeforeAnythingIsRead()
     sendAndHandle(fixture, board, frameSentence("GPGGA"));
     QCOMPARE(fixture.timeline,
              QStringList({readText(board), QStringLiteral("Parse failed:  \"Undefined sentence ID: GPGGA\"")}));
-    fixture.initializer->boardReadyRead(fixture.comm(board)); // with an empty store
+    fixture.initializer->boardReadyRead(fixture.comm(board)); // the store is empty, but the read is logged
     QCOMPARE(fixture.timeline.last(), readText(board));
     for (const LogRecord &record : fixture.log.sink->withText(readText(board))) {
         QCOMPARE(record.level, Logger::Trace);
@@ -479,7 +479,7 @@ void TestInitializerReplies::silencedPortKeepsTheProbeOpen()
     QTRY_COMPARE(fixture.state(silent), PortState::TimedOut);
     QTRY_COMPARE(fixture.state(wanted), PortState::HandedOver);
     settle();
-    QVERIFY(!fixture.isTimerActive()); // so only another reply can end the probe
+    QVERIFY(!fixture.isTimerActive()); // no timer can end the probe, only another reply
     QCOMPARE(fixture.decisions(), QStringList{foundC});
 }
 
@@ -573,7 +573,7 @@ void TestInitializerReplies::secondBoardOfATypeIsADuplicateAndNotHandedOver()
     Board *const second = fixture.attach("silent");
     fixture.probe({JwDevice::BoardB});
     sendAndHandle(fixture, second, versionReply("7300021"));
-    QCOMPARE(fixture.handOver(second).type, JwDevice::BoardB); // its reply was handled first
+    QCOMPARE(fixture.handOver(second).type, JwDevice::BoardB); // handed over, because its reply arrived first
     Communicator *const duplicate = fixture.comm(first);
     QPointer<QTimer> timer = fixture.replyTimer(first);
     sendAndHandle(fixture, first, versionReply("7300021"));
@@ -623,7 +623,7 @@ void TestInitializerReplies::dataAfterTheEndOfTheProbeReachesNoSlot()
     QVERIFY(board->send("$PLATE\r\n"));
     QTRY_VERIFY(!fixture.log.sink->withText(QStringLiteral(" <-  \"$PLATE\"")).isEmpty());
     QString payload;
-    QVERIFY(comm->readPayload(payload)); // nobody has read it
+    QVERIFY(comm->readPayload(payload)); // still in the store, because no slot has read it
     QCOMPARE(fixture.timeline, timeline);
 }
 

@@ -20,7 +20,7 @@ using JwSimulator::frameSentence;
 Q_DECLARE_METATYPE(PortReport::Verdict)
 
 static_assert(std::is_same_v<decltype(&Initializer::portReports), QList<PortReport> (Initializer::*)() const>);
-// A board that sends without pause sends more than 2^31 payloads in a day.
+// A board that sends without pause sends more than 2^31 payloads in a day, so the counter must be larger than int.
 static_assert(std::numeric_limits<decltype(PortReport::payloads)>::max() > std::numeric_limits<int>::max());
 static_assert(std::is_copy_constructible_v<PortReport> && std::is_copy_assignable_v<PortReport>);
 
@@ -30,7 +30,7 @@ const TypeList boardA = {JwDevice::BoardA};
 const char *const versionA = "7300022";
 const char *const versionB = "7300021";
 
-/// The report on the port of `board`. There must be exactly one.
+/// Returns the report on the port of `board`. Ends the test unless there is exactly one such report.
 PortReport reportOn(const ProbeFixture &fixture, const Board *board)
 {
     QList<PortReport> found;
@@ -56,20 +56,20 @@ QStringList reportedPorts(const ProbeFixture &fixture)
     return names;
 }
 
-/// The text of a reply in a report.
+/// Returns the text of a reply as a report shows it, without the line end.
 QString shown(const QByteArray &reply)
 {
     return QString::fromLatin1(reply.chopped(2));
 }
 
-/// Sends `payload`, which may hold several payloads, and waits until the report counts `payloads` in all.
+/// Sends `payload`, which may contain several payloads, and waits until the report counts `payloads` in total.
 void sendAndCount(const ProbeFixture &fixture, Board *board, const QByteArray &payload, int payloads)
 {
     QVERIFY(board->send(payload));
     QTRY_COMPARE(reportOn(fixture, board).payloads, payloads);
 }
 
-/// Brings the port of the silent `board` to `verdict`, in a probe that hands `found` over as its BoardA.
+/// Waits until the probe hands `found` over as BoardA. Then makes the port of the silent `board` get `verdict`.
 void bringTo(PortReport::Verdict verdict, ProbeFixture &fixture, Board *board, const Board *found)
 {
     QTRY_COMPARE(verdictOn(fixture, found), PortReport::HandedOver);
@@ -96,7 +96,7 @@ void verifyNoError(const PortReport &report)
     QCOMPARE(report.errorText, QString());
 }
 
-/// Verifies verdict and queries, and that the report has no type, reply, payloads or error.
+/// Verifies the verdict and the number of queries, and that the report contains no type, reply, payloads or error.
 void verifyOnly(const PortReport &report, PortReport::Verdict verdict, int queries)
 {
     QCOMPARE(report.verdict, verdict);
@@ -181,7 +181,7 @@ void TestInitializerReports::emptyBeforeAProbe()
     ProbeFixture fixture;
     fixture.attach("BoardA");
     QVERIFY(fixture.initializer->portReports().isEmpty());
-    QVERIFY(!fixture.initializer->probe({}, 0, fixture.portNames())); // refused
+    QVERIFY(!fixture.initializer->probe({}, 0, fixture.portNames())); // refused, because no type is wanted
     QVERIFY(fixture.initializer->portReports().isEmpty());
 }
 
@@ -282,7 +282,7 @@ void TestInitializerReports::nameThatNoPortHasIsReportedAsItWasGiven()
 {
     ProbeFixture fixture;
     const QString name = QStringLiteral("ttyNONE1");
-    // All unknown port names share one lock file, and another test program may hold it for a moment.
+    // All unknown port names share one lock file. Another test program may hold the file for a moment, so try again.
     PortReport report;
     const auto isProbed = [&] {
         report = fixture.renew()->probe(boardA, 0, {name}) ? fixture.initializer->portReports().value(0) : PortReport();
@@ -437,7 +437,7 @@ void TestInitializerReports::pulledPortIsLost()
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     const Board *const found = fixture.attach("BoardA");
-    const Board *const other = fixture.attach("silent"); // keeps the probe open
+    const Board *const other = fixture.attach("silent"); // this port keeps the probe open
     fixture.probe(boardA);
     bringTo(verdict, fixture, board, found);
     board->pull();
@@ -445,7 +445,7 @@ void TestInitializerReports::pulledPortIsLost()
     settle();
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Lost);
-    QCOMPARE(report.error, QSerialPort::ResourceError); // also if the port's first error was another one
+    QCOMPARE(report.error, QSerialPort::ResourceError); // even if the port reported another error before
     QCOMPARE(report.errorText, QStringLiteral("No such device"));
     QCOMPARE(report.reply, reply);
     QCOMPARE(report.queries, 1);
@@ -618,7 +618,7 @@ void TestInitializerReports::payloadsBehindTheRecognisedOneAreNotCounted()
     Board *const first = fixture.attach("silent");
     Board *const second = fixture.attach("silent");
     fixture.probe({JwDevice::BoardA, JwDevice::BoardC});
-    for (Board *const board : {first, second}) { // the first is handed over, the second is a duplicate
+    for (Board *const board : {first, second}) { // `first` is handed over, `second` becomes a duplicate
         fixture.store(board, QByteArrayList{versionReply(versionA)} + behind);
         fixture.initializer->boardReadyRead(fixture.comm(board));
         const PortReport report = reportOn(fixture, board);
@@ -645,7 +645,7 @@ void TestInitializerReports::timedOutPortIsAwaitingAgainInARetryRound()
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Awaiting);
     QCOMPARE(report.queries, 2);
-    QCOMPARE(report.payloads, 1); // counted over all rounds
+    QCOMPARE(report.payloads, 1); // the payload of the first round still counts
     QCOMPARE(report.unreadable, QStringLiteral("$PNONE"));
     sendAndCount(fixture, board, versionReply(versionA), 2);
     QCOMPARE(verdictOn(fixture, board), PortReport::HandedOver);
@@ -667,8 +667,8 @@ void TestInitializerReports::duplicateStaysOneInRetryRounds()
     const PortReport report = reportOn(fixture, second);
     QCOMPARE(report.verdict, PortReport::Duplicate);
     QCOMPARE(report.type, JwDevice::BoardA);
-    QCOMPARE(report.queries, 4); // two in each round
-    QCOMPARE(reportOn(fixture, first).queries, 2); // not asked again
+    QCOMPARE(report.queries, 4); // two queries in each of two rounds
+    QCOMPARE(reportOn(fixture, first).queries, 2); // a handed-over board is not asked in the retry round
 }
 
 void TestInitializerReports::lateReplyOfATimedOutPortCounts_data()
@@ -685,7 +685,7 @@ void TestInitializerReports::lateReplyOfATimedOutPortCounts()
     QFETCH(PortReport::Verdict, verdict);
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
-    fixture.attach("silent"); // keeps the probe open
+    fixture.attach("silent"); // this port keeps the probe open
     fixture.probe(boardA);
     fixture.timeOut(board);
     sendAndCount(fixture, board, versionReply(version), 1);
@@ -704,7 +704,7 @@ void TestInitializerReports::portWithALateReplyOfAnotherTypeIsAskedAgainAsAnyOth
     sendAndCount(fixture, board, versionReply(versionB), 1);
     fixture.timeOut(other);
     QCOMPARE(fixture.decisions(), QStringList{retry});
-    QCOMPARE(verdictOn(fixture, board), PortReport::Awaiting); // its time for a reply is not over
+    QCOMPARE(verdictOn(fixture, board), PortReport::Awaiting); // the retry round asks it again, so its reply timer runs
     fixture.endReplyTimers();
     QTRY_VERIFY(fixture.isOver());
     QCOMPARE(verdictOn(fixture, board), PortReport::TimedOut);
@@ -734,7 +734,7 @@ void TestInitializerReports::receiverOfTheHandOverSeesItAndTheOtherPortsGoOn()
     connect(fixture.initializer, &Initializer::deviceInitialized, this, [&] {
         seen = reportOn(fixture, board);
         QCOMPARE(verdictOn(fixture, other), PortReport::Awaiting);
-        sendAndCount(fixture, other, versionReply(versionB), 1); // runs an event loop
+        sendAndCount(fixture, other, versionReply(versionB), 1); // receives the reply in a nested event loop
         QCOMPARE(verdictOn(fixture, other), PortReport::Silenced);
     });
     fixture.probe(boardA);

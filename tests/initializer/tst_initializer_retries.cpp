@@ -16,7 +16,7 @@ namespace {
 
 const TypeList boardA = {JwDevice::BoardA};
 
-/// Ends round after round at once, until the probe is over or `mostRounds` rounds have ended.
+/// Ends rounds without waiting for real time, until the probe is over or `mostRounds` rounds have ended.
 void endRounds(ProbeFixture &fixture, int mostRounds)
 {
     for (int round = 0; round < mostRounds && !fixture.isOver(); ++round) {
@@ -63,7 +63,7 @@ void TestInitializerRetries::missingTypeIsReportedAfterThreeRetryRoundsOfRealTim
     QCOMPARE(fixture.timeline.mid(first),
              QStringList({foundB, timeout, retry, timeout, retry, timeout, retry, timeout, missingA, over}));
     QCOMPARE(received(silent), versionQuery.repeated(4));
-    QCOMPARE(received(found), versionQuery); // a handed-over board is not asked again
+    QCOMPARE(received(found), versionQuery); // only one query, because a handed-over board is not asked again
 }
 
 void TestInitializerRetries::retryRoundIsLoggedAsAWarning()
@@ -151,7 +151,7 @@ void TestInitializerRetries::maximumLoweredDuringAProbeCountsAtTheNextDecision()
     fixture.probe(boardA);
     endRounds(fixture, 2);
     QCOMPARE(fixture.decisions(), QStringList({retry, retry}));
-    fixture.initializer->setMaxRetries(1); // fewer than the rounds that already ran
+    fixture.initializer->setMaxRetries(1); // fewer than the two retry rounds that already ran, so no other round starts
     endRounds(fixture, 1);
     QCOMPARE(fixture.decisions(), QStringList({retry, retry, missingA, over}));
 }
@@ -173,7 +173,7 @@ void TestInitializerRetries::retryRoundMakesATimedOutPortAwaitItsReplyAgain()
         QCOMPARE(fixture.replyTimer(board)->interval(), 400);
         QVERIFY(fixture.replyTimer(board)->isSingleShot());
     }
-    QCOMPARE(fixture.port(first), port); // neither closed nor opened again
+    QCOMPARE(fixture.port(first), port); // the same object, so the port was not opened again
     QVERIFY(port->isOpen());
 }
 

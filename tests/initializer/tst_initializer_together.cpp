@@ -1,4 +1,5 @@
-// Boards on real serial lines that answer at the same time, so their sentences arrive in pieces, one between the other.
+// Tests boards that answer at the same time. Their sentences arrive in pieces, and the pieces of different boards
+// alternate, as on real serial lines.
 #include "support/initializer/probefixture.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/initializer/timelinetexts.h"
@@ -16,7 +17,7 @@ namespace {
 
 const char *const kinds[] = {"BoardA", "BoardB", "BoardC"};
 
-/// The payloads of all Communicators, from the log.
+/// Returns the payloads that all Communicators received, in the order of the log.
 QStringList payloadsInLog(const ProbeFixture &fixture)
 {
     QStringList payloads;
@@ -27,7 +28,7 @@ QStringList payloadsInLog(const ProbeFixture &fixture)
     return payloads;
 }
 
-/// The board's reply to the query for its type.
+/// Returns the board's reply to the query for its type.
 QString replyOf(const Board *board)
 {
     using Kind = JwSimulator::BoardConfig::Kind;
@@ -64,7 +65,7 @@ void TestInitializerTogether::portsHoldUnfinishedLinesBack()
     QVERIFY(lines && lines->wholeLines());
     QCOMPARE(probed->metaObject()->className(), "QSerialPort");
     QTRY_COMPARE(fixture.state(found), PortState::HandedOver);
-    // Every port is of this class, so an application may cast.
+    // The Initializer opens every port as WholeLines<QSerialPort>, so an application may cast the device to this class.
     const Communicator *const board = fixture.handOver(found).comm;
     auto *const port = dynamic_cast<WholeLines<QSerialPort> *>(board->device());
     QVERIFY(port && port->wholeLines());
@@ -131,7 +132,7 @@ void TestInitializerTogether::repliesInTurnsAreFound()
         QTRY_COMPARE(received(board), versionQuery);
     const QByteArray replyOfFirst = versionReply("7300022");
     const QByteArray replyOfSecond = versionReply("7300021");
-    for (int at = 0; at < replyOfFirst.size(); ++at) { // byte by byte
+    for (int at = 0; at < replyOfFirst.size(); ++at) { // the boards send in turn, one byte each
         QVERIFY(first->send(replyOfFirst.mid(at, 1)));
         settle();
         QVERIFY(second->send(replyOfSecond.mid(at, 1)));

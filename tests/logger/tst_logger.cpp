@@ -35,7 +35,7 @@ static_assert(
 
 namespace {
 
-/// Calls a function for every record. Holds no lock, so the function may log.
+/// A sink that calls a function for every record. The sink holds no lock, so the function may log.
 class CallingSink : public spdlog::sinks::sink
 {
 public:
@@ -52,7 +52,7 @@ private:
     std::function<void()> m_call;
 };
 
-/// Counts whole and broken records of several threads.
+/// A sink that counts records from several threads. A record counts as broken if it is not exactly one of two texts.
 class CountingSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -68,7 +68,7 @@ protected:
     void flush_() override { }
 };
 
-/// Sets the level of a category until the end of a test.
+/// Sets the level of a category while this object exists.
 class CategoryLevel
 {
 public:
@@ -118,7 +118,8 @@ QVector<Logger::Level> allLevels()
     return {Logger::Trace, Logger::Debug, Logger::Info, Logger::Warning, Logger::Error, Logger::Fatal};
 }
 
-/// The tasks of this program when the test starts it as a child. A child has the log of a new process.
+/// Runs one task and returns the exit code. The test starts this program as a child process for each task, because a
+/// new process has a new log.
 int runAsChild(const char *task)
 {
     if (std::strcmp(task, "defaults") == 0) {
@@ -138,7 +139,8 @@ int runAsChild(const char *task)
         loggerInstance()->addSink(std::make_shared<CallingSink>([] { throw 7; }));
         at(Logger::Warning).write("text");
     } else if (std::strcmp(task, "static destructors") == 0) {
-        static const LogsWhenDestroyed beforeTheLog; // made before the log, so it is destroyed after the log's statics
+        // Constructed before the log, so it is destroyed after the log's static objects.
+        static const LogsWhenDestroyed beforeTheLog;
         std::atexit([] { at(Logger::Warning).write("written at exit"); });
         at(Logger::Warning).write("written in main");
     } else {
@@ -419,7 +421,7 @@ void TestLogger::removedSinkGetsNoMore()
     loggerInstance()->addSink(removed);
     at(Logger::Info).write("both");
     loggerInstance()->removeSink(removed);
-    loggerInstance()->removeSink(removed); // no effect: already removed
+    loggerInstance()->removeSink(removed); // no effect, because the sink is already removed
     at(Logger::Info).write("one");
     QCOMPARE(removed->records.size(), 1);
     QCOMPARE(capture.sink->records.size(), 2);
@@ -593,7 +595,8 @@ void TestLogger::trailingBlankIsLeftOut()
                              << "";
     QCOMPARE(capture.sink->records.size(), 3);
     QCOMPARE(capture.sink->records[0].text, QStringLiteral("one"));
-    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank ")); // only QDebug's separator is removed
+    // The caller's own blank stays. Only the blank that QDebug adds is removed.
+    QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank "));
     QCOMPARE(capture.sink->records[2].text, QStringLiteral(" "));
 }
 
@@ -706,13 +709,13 @@ void TestLogger::allocationsAreCounted()
 {
     const LogCapture capture;
     long before = allocationCount();
-    const QString text(100, QLatin1Char('x')); // malloc, called in Qt's library
+    const QString text(100, QLatin1Char('x')); // Qt's library calls malloc() here; the counter must see that call
     QCOMPARE(allocationCount() - before, 1L);
     before = allocationCount();
-    const auto pointer = std::make_shared<RecordSink>(); // operator new, called in this program
+    const auto pointer = std::make_shared<RecordSink>(); // this program calls operator new here
     QVERIFY(allocationCount() > before);
     before = allocationCount();
-    at(Logger::Info).write() << text; // malloc, called in the logger's library
+    at(Logger::Info).write() << text; // the logger's library calls malloc() here
     QVERIFY(allocationCount() > before);
 }
 
@@ -804,7 +807,7 @@ void TestLogger::sinkMayRemoveItself()
     self = std::make_shared<CallingSink>([&self, &calls] {
         ++calls;
         loggerInstance()->removeSink(self);
-        self.reset(); // the test's last pointer to the sink, while the sink runs
+        self.reset(); // drops the test's last pointer to the sink while the sink's function still runs
         calls += 10;
     });
     loggerInstance()->addSink(self);

@@ -1,24 +1,26 @@
-// Runs random schedules in virtual time on the real Initializer with real QSerialPorts, and on the model. The traces of
-// both must be the same.
+// Runs random schedules in virtual time on the real Initializer with real QSerialPorts, and on the model. The
+// Initializer and the model must give the same trace.
 //
-// JWDEVICE_MODEL_SCHEDULES=<n>  how many schedules (the default suits a test run)
+// JWDEVICE_MODEL_SCHEDULES=<n>  number of schedules (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>       seed of the first schedule (default 1); each next schedule has the next seed
 //
-// The long run, in slices that may run at the same time:
+// A long run, split into parts that may run at the same time:
 //   for seed in $(seq 1 20000 180001); do
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=20000 build/release/tests/tst_discovery_model || break
 //   done
 //
-// The boards' bytes have any value and arrive in pieces, in a random order: in different turns of the event loop, some
-// later in time, with pieces of other boards in between. One more rule is checked: if a port gets only whole sentences
-// of at most 50 bytes, its Communicator gets each sentence unchanged, whatever other boards send.
+// The boards send bytes of any value in pieces. The pieces arrive in a random order: in different turns of the event
+// loop, some later in time, with pieces of other boards in between. The test also checks this rule: if a board sends
+// only whole sentences of at most 50 bytes, its Communicator receives each sentence unchanged. Bytes of other boards
+// must not change them.
 //
 // The schedules don't contain:
 // - faults other than a pulled cable and a port that can't be opened (see tst_faults)
 // - a kernel that delivers one piece in several parts
-// - ports that are served in another order than that of opening, if several have bytes in the same turn
+// - several ports with bytes in the same turn that are not served in the order of opening
 // - an application that reads from a port itself or calls setWholeLines() (see tst_receive_model)
-// - probe() in a nested event loop, or the end of the Initializer there, except by deleteLater() or in deviceNotFound()
+// - probe() in a nested event loop
+// - the deletion of the Initializer in a nested event loop, except by deleteLater() or in deviceNotFound()
 // - more than 8 ports
 //
 // The application closes a handed-over port at its first error. A schedule that gives different traces is shrunk and
@@ -74,7 +76,7 @@ private:
     DiscoveryPorts m_ports;
 };
 
-/// The first difference of the two traces. Empty if they are the same.
+/// Returns the first difference of the two traces. Empty if the traces are the same.
 QString TestDiscoveryModel::difference(const DiscoverySchedule &schedule)
 {
     DiscoverySubject subject(schedule, m_ports, *virtualClock);
@@ -161,7 +163,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
 {
     QFETCH(int, first);
     QFETCH(int, count);
-    // Sorted by the number of ports, because plugging in a port takes much longer than running a schedule.
+    // Sort by the number of ports, because plugging in a port takes much longer than running a schedule.
     std::vector<std::pair<int, quint32>> seeds;
     for (int i = 0; i < count; ++i) {
         const quint32 seed = static_cast<quint32>(first + i);
@@ -174,7 +176,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
         const QString firstDifference = difference(schedule);
         if (firstDifference.isEmpty())
             continue;
-        if (difference(schedule).isEmpty()) // can't be shrunk
+        if (difference(schedule).isEmpty()) // it passes the second time, so it can't be shrunk
             QFAIL(qPrintable(QStringLiteral("seed %1 fails, but not every time:\n%2%3")
                                  .arg(QString::number(seed), schedule.toString(), firstDifference)));
         const DiscoverySchedule shortest = shortestSchedule(

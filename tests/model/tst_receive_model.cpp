@@ -1,18 +1,19 @@
-// Runs random streams on real Communicators and on the model. The traces of both must be the same.
+// Runs random streams on real Communicators and on the model. The Communicators and the model must give the same trace.
 //
-// JWDEVICE_MODEL_STREAMS=<n>  how many streams (the default suits a test run)
+// JWDEVICE_MODEL_STREAMS=<n>  number of streams (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>     seed of the first stream (default 1); each next stream has the next seed
 //
-// The long run; QTEST_FUNCTION_TIMEOUT lifts Qt's limit of five minutes:
+// A long run. QTEST_FUNCTION_TIMEOUT is set because Qt's default limit is five minutes:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
-// A stream has one to four lines, each a Communicator with its own device. The device is plain (the stream scripts
-// every read) or a WholeLines over a buffered device, where bytes of any value arrive in pieces. Pieces of the lines
-// come in random order. The application takes payloads, closes devices, calls setWholeLines(), and reads from devices
-// of whole lines without the Communicator. All this also happens inside signals, and more bytes arrive there.
+// A stream has one to four lines; a line is a Communicator with its own device. There are two kinds of devices. The
+// stream sets the result of every read of a plain device. The other kind is a WholeLines<BufferedDevice>, where bytes
+// of any value arrive in pieces. The pieces of all lines arrive in random order. The application takes payloads, closes
+// devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. The application does this
+// also inside signals, and more bytes arrive there.
 //
-// tst_communicator_hostile has applications that bind another device or delete a Communicator. A stream that gives
-// different traces is shrunk and printed with its seed.
+// A stream that gives different traces is shrunk and printed with its seed. tst_communicator_hostile tests applications
+// that bind another device or delete a Communicator.
 #include "support/nmea/corpus.h"
 #include "support/common/environmentnumber.h"
 #include "support/model/receivemodel.h"
@@ -30,7 +31,7 @@ namespace {
 
 constexpr int streamsInTestRun = 4000;
 
-/// The first difference of the two traces. Empty if they are the same.
+/// Returns the first difference of the two traces. Empty if the traces are the same.
 QString difference(const ReceiveStream &stream)
 {
     ReceiveModel model(stream.devices);
@@ -47,7 +48,7 @@ QString difference(const ReceiveStream &stream)
     return text;
 }
 
-/// One round of shrinking: removes and simplifies parts as long as the stream still fails.
+/// Performs one round of shrinking: removes and simplifies parts while the stream still fails.
 ReceiveStream shorter(ReceiveStream stream, const std::function<bool(const ReceiveStream &)> &fails)
 {
     using Steps = QVector<ReceiveStep>;
@@ -183,7 +184,7 @@ private:
             QByteArray &text = m_texts[m_oneText ? 0 : line];
             if (text.isEmpty())
                 text = piece(line);
-            // Mostly the whole piece, otherwise cut anywhere. The rest of a long piece follows slice by slice.
+            // Usually the read returns the whole text, otherwise a first part of any size. Later reads return the rest.
             const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
             read.bytes = text.left(size);
             text.remove(0, size);
@@ -217,10 +218,10 @@ private:
             return "$" + text(between(90, 600), chance(30) ? "!A" : "AB ") + "\r\n";
         case 9:
             return QByteArray("$A\r\n!B\r\n").repeated(between(2, 6));
-        case 10: // just below, at or above the longest line that a device holds back
+        case 10: // fills the device to just below, at or above the longest line that it holds back
             return text(qMax(1, between(509, 514) - static_cast<int>(m_twin->bytesReceived(line))),
                         chance(30) ? "A$\n\r" : "AB");
-        default: // just below, at or above the size of the buffer
+        default: // fills the shared buffer to just below, at or above its limit
             return text(qMax(1, between(499, 502) - m_twin->buffered()), "AB");
         }
     }
@@ -243,8 +244,8 @@ private:
 
     QRandomGenerator m_random;
     QVector<ReceiveDevice> m_devices;
-    std::unique_ptr<ReceiveModel> m_twin; // knows how full the shared buffer and the devices are
-    QVector<QByteArray> m_texts; // undelivered rest of each line's text
+    std::unique_ptr<ReceiveModel> m_twin; // gets the same reads, to know how full the shared buffer and the devices are
+    QVector<QByteArray> m_texts; // for each line, the part of its text that is not delivered yet
     bool m_oneText = false; // all lines get pieces of one text
     bool m_onlyPieces = false;
 };

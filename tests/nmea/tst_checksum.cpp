@@ -29,7 +29,8 @@ private Q_SLOTS:
 
 void TestChecksum::isTheXorOfTheLatin1Bytes_data()
 {
-    // The checksums were computed by another program; some come from published sentences.
+    // The expected checksums don't come from the library. Another program computed them, or they are in published
+    // sentences.
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("checksum");
     QTest::newRow("empty") << QString() << 0x00;
@@ -137,7 +138,7 @@ void TestChecksum::isReadAsANumberOfBase16()
          {"", " ", "6", "0x61", "161", "+61", "-61", "7fffffff", "80000000", "ffffffffffffffa5"})
         verify(QLatin1String(text) + QLatin1String("\r\n"));
     verify(QString());
-    verify(QStringLiteral("\u0666\u0661\r\n")); // digits outside ASCII
+    verify(QStringLiteral("\u0666\u0661\r\n")); // Unicode digits that are not ASCII
 }
 
 void TestChecksum::isWrittenAsQtWritesTheSignedByte()

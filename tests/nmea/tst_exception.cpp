@@ -23,13 +23,13 @@ static_assert(sizeof(Exception) == sizeof(std::exception) + sizeof(QString), "an
 
 namespace {
 
-/// A text so long that malloc reuses its freed memory for the next blocks.
+/// Returns a text so long that malloc uses its memory for other blocks after it is freed.
 QString longText()
 {
     return QString(5000, QLatin1Char('x'));
 }
 
-/// Blocks that overwrite memory that was freed before.
+/// Returns new blocks. malloc places them in memory that was just freed, so they overwrite its old content.
 QVector<QByteArray> blocksInFreedMemory()
 {
     QVector<QByteArray> blocks;

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A session that records what a parser does with it, in order.
+/// A session that records the parser's actions on it, in order.
 struct Record
 {
     QStringList events;
@@ -53,6 +53,7 @@ QString refuseToLoad(const Record *, const QString &name)
     throw Nmea::Exception(QStringLiteral("Refused: %1").arg(name));
 }
 
+/// Keys of the test sentences. Each comment shows the names of the fields in the sentence's format.
 enum Key {
     Three = 1, // "a,b,c" to parse and to build
     Gap = 2, // "a,,b" to parse and to build
@@ -60,14 +61,14 @@ enum Key {
     Empty = 4, // no fields to parse or build
     Unread = 5, // no format to parse
     Unwritten = 6, // no format to build
-    Nameless = 7, // has formats but no identifier
+    Nameless = 7, // formats to parse and to build, but no identifier
     Unknown = 8, // "a", then a name without a delegate
     Refusing = 9, // "a", then a delegate that throws Nmea::Exception
     Failing = 10, // "a", then a delegate that throws another exception
-    Undefined = -9999, // is in all tables but counts as unknown
+    Undefined = -9999, // in all tables, but the parser must treat this key as unknown
 };
 
-/// A parser with tables of every kind. Makes the protected members public.
+/// A parser with entries in all its tables. Makes the protected members public, so that tests can call them.
 class TestParser : public Base
 {
 public:
@@ -151,7 +152,7 @@ protected:
     }
 };
 
-/// Overrides nothing.
+/// A parser that overrides no table, so the tables are empty.
 class BareParser : public Base
 {
 public:
@@ -165,7 +166,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// Has tables but does not store the key in the session.
+/// A parser that has tables but does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:
@@ -200,7 +201,7 @@ Record recordOf(const QString &a, const QString &b = QString(), const QString &c
     return record;
 }
 
-/// The text with a line end.
+/// Returns the text with a line end.
 QString line(const char *text)
 {
     return QString::fromLatin1(text) + QStringLiteral("\r\n");

@@ -106,13 +106,14 @@ bool equal(const SessionInit &a, const SessionInit &b)
 }
 
 enum class Hole {
-    None, // the parser notices the change
-    SameMeaning, // the changed sentence means the same
-    DelimiterLost, // without "*" a sentence has no checksum, so the rest is text of the last field
-    QuestionMark, // a character outside Latin-1 counts as "?" in the checksum
+    None, // the change is noticed: the parser refuses the sentence
+    SameMeaning, // the sentence still has the same meaning
+    DelimiterLost, // without "*" the sentence has no checksum, so the old checksum becomes text of the last field
+    QuestionMark, // a "?" became a character outside Latin-1, which counts as "?" in the checksum
 };
 
-/// Why a changed character goes unnoticed, in a sentence with all fields and a checksum of two digits.
+/// Returns why the parser accepts a sentence in which one character was replaced, or Hole::None if it refuses the
+/// sentence. The original must have all fields and a checksum of two digits.
 Hole holeOf(const QString &sentence, int position, QChar replacement)
 {
     const QChar original = sentence[position];
@@ -121,7 +122,7 @@ Hole holeOf(const QString &sentence, int position, QChar replacement)
         return replacement == QLatin1Char('!') ? Hole::SameMeaning : Hole::None;
     if (position < delimiter)
         return original == QLatin1Char('?') && replacement.unicode() > 0xff ? Hole::QuestionMark : Hole::None;
-    if (position == delimiter) // a "," there makes one field too many
+    if (position == delimiter) // a "," in this place makes one field too many, so the parser refuses the sentence
         return replacement == QLatin1Char(',') ? Hole::None : Hole::DelimiterLost;
     if (position > delimiter + 2)
         return Hole::None;
@@ -246,7 +247,7 @@ void TestParserInit::isDestroyedThroughTheInterface()
     auto *parser = new ParserInit;
     parser->init();
     IPayloadParser *const interface = parser;
-    delete interface; // AddressSanitizer reports a leak or a wrong size
+    delete interface; // if the wrong destructor runs, AddressSanitizer reports a leak or a wrong size
 }
 
 void TestParserInit::parserBeforeInitRefusesEverything()
@@ -637,7 +638,7 @@ void TestParserInit::truncationBeforeALineEndIsNoticedByTheChecksumOnly()
         const QString ended = sentence.left(length) + QStringLiteral("\r\n");
         SessionInit session;
         const bool accepted = thrownMessage([&] { parser.parse(&session, ended); }).isNull();
-        // A sentence that is cut before its "*" counts as a sentence without checksum.
+        // A sentence that ends before its "*" is accepted as a sentence without checksum.
         QVERIFY2(accepted == (length >= firstField && length <= delimiter), qPrintable(ended));
     }
 }

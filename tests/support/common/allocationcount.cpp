@@ -47,7 +47,8 @@ namespace {
 
 #else
 
-// The linker prefers a program's functions to those of its libraries, so all calls come here, also from operator new.
+// A function of the program replaces a library's function of the same name. So all calls in the process arrive here,
+// even the calls from operator new.
 #define REPLACES_LIBRARY_CALL extern "C" __attribute__((visibility("default")))
 
 extern "C" {

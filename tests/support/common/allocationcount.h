@@ -1,6 +1,6 @@
 #pragma once
 
-/// Number of heap blocks that this thread has allocated so far, by new, malloc and similar functions.
+/// Returns the number of heap blocks that this thread has allocated so far, by new, malloc and similar functions.
 long allocationCount();
-/// Number of bytes that these blocks had when they were allocated.
+/// Returns the number of bytes in the blocks that allocationCount() counts. Freed blocks count too.
 long allocatedBytes();

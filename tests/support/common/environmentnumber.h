@@ -2,7 +2,7 @@
 
 #include <QtGlobal>
 
-/// The number in an environment variable. `otherwise` if the variable is missing or no number.
+/// Returns the number in an environment variable. Returns `otherwise` if the variable is missing or is not a number.
 inline quint32 environmentNumber(const char *name, quint32 otherwise)
 {
     bool ok = false;

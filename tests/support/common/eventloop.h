@@ -9,7 +9,7 @@
 
 #include <functional>
 
-/// Runs the event loop until `done()`. False if that takes more than 30 s.
+/// Runs the event loop until `done()` returns true. Returns false if that takes more than 30 s.
 inline bool runUntil(const std::function<bool()> &done)
 {
     QTimer watchdog;
@@ -24,7 +24,7 @@ inline bool runUntil(const std::function<bool()> &done)
     return true;
 }
 
-/// Runs the event loop until no event is queued and no descriptor is ready, for at most 1000 turns.
+/// Runs the event loop until no event is queued and no descriptor is ready, but for at most 1000 turns.
 inline void settle()
 {
     constexpr int mostTurns = 1000;

@@ -4,7 +4,8 @@
 
 #include <unistd.h>
 
-/// A port name that no other running test program uses, because lock files have the name of the port.
+/// Returns a port name that no other running test program uses. Two programs with the same port name would disturb each
+/// other, because the name of a port's lock file is made from the port name.
 inline QString uniquePortName()
 {
     static int number = 0;

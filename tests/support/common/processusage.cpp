@@ -22,7 +22,8 @@
 #define SANITIZER_HEAP
 #endif
 
-// Qt's hook for tools that watch all objects of a process. Qt exports it but declares it only in a private header.
+// The functions that Qt calls for every new and deleted object. Qt exports this array for tools, but declares it only
+// in a private header.
 extern quintptr Q_CORE_EXPORT qtHookData[];
 
 namespace {
@@ -32,7 +33,8 @@ constexpr int removeObjectHook = 4;
 
 QSet<QObject *> &livingObjects()
 {
-    static auto *const objects = new QSet<QObject *>; // never deleted: static objects are destroyed later
+    // Never deleted, because static objects are destroyed later and must be removed from the set.
+    static auto *const objects = new QSet<QObject *>;
     return *objects;
 }
 
@@ -46,7 +48,7 @@ void removeObject(QObject *object)
     livingObjects().remove(object);
 }
 
-/// Calls QObject::receivers(), which is protected.
+/// Gives access to QObject::receivers(), which is protected.
 struct Receivers : QObject
 {
     static int of(const QObject *object, const QMetaMethod &signal)
@@ -85,7 +87,7 @@ qint64 residentMemory()
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
 }
 
-/// Counts no sockets: umockdev's threads open and close some at any time.
+/// Returns the number of open descriptors without sockets, because umockdev's threads may open and close sockets.
 int descriptorsOfFiles()
 {
     const QStringList numbers = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files);

@@ -2,15 +2,15 @@
 
 #include <QString>
 
-/// The resources that this process uses now. Counts QObjects that were made after the first call of watchObjects().
+/// The resources that this process uses. Only QObjects that were made after the first call of watchObjects() count.
 struct ProcessUsage
 {
-    qint64 heapBytes; ///< allocated and not freed
+    qint64 heapBytes; ///< bytes that are allocated and not freed
     qint64 residentBytes;
-    int descriptors; ///< open files and ports
-    int objects; ///< existing QObjects
-    int connections; ///< to their signals
-    int timers; ///< running QTimers and other Qt timers
+    int descriptors; ///< number of open files and ports
+    int objects; ///< number of existing QObjects
+    int connections; ///< number of connections to the signals of these QObjects
+    int timers; ///< number of running Qt timers, including QTimers
 
     static void watchObjects();
     static ProcessUsage now();

@@ -42,7 +42,7 @@ protected:
             return QByteArray(view.data(), static_cast<int>(view.size()));
         };
         // A port that the system doesn't know has an empty name, so all such ports share one lock file. If another test
-        // holds that lock, the error is "permission" (2) instead of "not found" (1). Both are recorded as 1.
+        // holds that lock, the error is "permission" (2) instead of "not found" (1). Record 1 in both cases.
         static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
         static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
         const QString text = QString::fromUtf8(bytes(message.payload));
@@ -78,7 +78,8 @@ public:
     }
 };
 
-/// Sends every log record from `level` on to its own sink instead of standard error, until it is destroyed.
+/// Captures the log while this object exists: records from `level` on are added to `sink` and are not written to
+/// standard error.
 class LogCapture
 {
 public:

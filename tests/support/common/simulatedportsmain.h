@@ -5,7 +5,8 @@
 #include <QCoreApplication>
 #include <QTest>
 
-/// main() of a test that opens simulated ports. The program restarts itself with the preload library that shows them.
+/// Defines main() for a test that opens simulated ports. The program restarts itself with the preload library, which
+/// makes the ports visible.
 #define SIMULATED_PORTS_MAIN(TestClass)                                                                                \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-/// A sequential device with the buffer of QIODevice, like a port or socket: bytes stay until they are read or the
-/// device closes.
+/// A sequential device that uses QIODevice's buffer, like a port or socket. The bytes stay in the buffer until they are
+/// read or the device closes.
 class BufferedDevice : public QIODevice
 {
 public:

@@ -2,8 +2,8 @@
 
 #include <device/communicator.h>
 
-// The id counters wrap after 2^32 payloads. A test sets a counter instead of sending that many payloads. The counters
-// are private, but an explicit template instantiation may name a private member.
+// The id counters wrap after 2^32 payloads. A test can't send that many, so it sets the counters. The counters are
+// private, but an explicit template instantiation may name a private member.
 
 template <typename Tag, typename Tag::Member member>
 struct CounterAccess
@@ -25,13 +25,13 @@ struct TransmitCounter
 };
 template struct CounterAccess<TransmitCounter, &JwDevice::Communicator::m_txId>;
 
-/// The next received payload gets the id after `id`.
+/// Sets the counter so that the next received payload gets the id after `id`.
 inline void setLastReceiveId(JwDevice::Communicator &communicator, uint id)
 {
     communicator.*counterOf(ReceiveCounter()) = id;
 }
 
-/// The next written payload gets `id`.
+/// Sets the counter so that the next written payload gets `id`.
 inline void setNextTransmitId(JwDevice::Communicator &communicator, uint id)
 {
     communicator.*counterOf(TransmitCounter()) = id;

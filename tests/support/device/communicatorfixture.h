@@ -4,8 +4,8 @@
 
 #include <memory>
 
-/// The base of the Communicator's tests. Each test function gets a new Communicator on a new device, a record of its
-/// signals, a log of every level, and an empty receive buffer.
+/// The base class of the Communicator's tests. Each test function gets a new Communicator on a new device, a record of
+/// its signals, a log of every level, and an empty receive buffer.
 class CommunicatorFixture : public QObject
 {
     Q_OBJECT

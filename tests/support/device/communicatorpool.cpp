@@ -1,6 +1,6 @@
-// Makes sure that a new Communicator gets the address of the one that was deleted last. A heap may do that at any time;
-// a test needs it every time. In a program that links this file, the library's Communicators lie in a pool. Under
-// AddressSanitizer, access to a freed place is still an error.
+// Makes sure that a new Communicator gets the address of the Communicator that was deleted last. On a normal heap this
+// happens only by chance, but some tests need it every time. In a program that links this file, the library's
+// Communicators are in a pool. AddressSanitizer still reports access to a freed place.
 
 #include <device/communicator.h>
 
@@ -26,10 +26,11 @@ struct alignas(std::max_align_t) Place
 Place places[placeCount];
 Place *freePlaces[placeCount];
 int freeCount = 0;
-int usedCount = 0; // number of places that were ever handed out
+int usedCount = 0; // number of places that were used at least once
 std::mutex mutex;
 
-/// The library makes no other objects of this size that last. Other code may.
+/// Whether the library asks for the memory. The library's only lasting objects of this size are Communicators, but
+/// other code may use objects of the same size.
 bool isOfTheLibrary(const void *caller)
 {
     Dl_info info;

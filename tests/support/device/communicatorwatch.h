@@ -7,7 +7,8 @@
 
 #include <QStringList>
 
-/// All signals of one Communicator in order, for example "readyRead(2)", "readyRead()". May outlive the Communicator.
+/// Records all signals of one Communicator in order, for example "readyRead(2)", "readyRead()". The record may outlive
+/// the Communicator.
 class SignalRecord
 {
 public:
@@ -42,7 +43,7 @@ private:
     QObject m_context;
 };
 
-/// The content of a SignalRecord after the transfer of these ids.
+/// Returns the content of a SignalRecord after the payloads with these ids were transferred.
 inline QStringList transfers(const QList<uint> &ids)
 {
     QStringList emissions;
@@ -51,7 +52,7 @@ inline QStringList transfers(const QList<uint> &ids)
     return emissions;
 }
 
-/// The content of a SignalRecord after `count` payloads were received. The first has the id `firstId`.
+/// Returns the content of a SignalRecord after `count` payloads were received. The first payload has the id `firstId`.
 inline QStringList arrivals(int count, uint firstId = 2)
 {
     QStringList emissions;
@@ -60,7 +61,7 @@ inline QStringList arrivals(int count, uint firstId = 2)
     return emissions;
 }
 
-/// Takes all payloads out of the store, the lowest id first.
+/// Removes all payloads from the store and returns them, the lowest id first.
 inline QStringList takePayloads(JwDevice::Communicator &communicator)
 {
     QStringList payloads;
@@ -69,7 +70,7 @@ inline QStringList takePayloads(JwDevice::Communicator &communicator)
     return payloads;
 }
 
-/// Removes all records from the log and returns them, each as "<level> [<category>] <file> <text>".
+/// Removes all records from the log. Returns each record as "<level> [<category>] <file> <text>".
 inline QStringList takeLog(const LogCapture &log)
 {
     QStringList lines;
@@ -82,11 +83,11 @@ inline QStringList takeLog(const LogCapture &log)
     return lines;
 }
 
-/// Empties the receive buffer. All Communicators share it, and it outlives a test function.
+/// Empties the receive buffer. All Communicators share the buffer, so it may contain bytes from an earlier test.
 inline void drainReceiveBuffer()
 {
     ScriptedDevice device;
     JwDevice::Communicator communicator;
     communicator.setIODevice(&device);
-    device.deliver("$\r\n"); // the rest in the buffer becomes part of this payload or is dropped with it
+    device.deliver("$\r\n"); // old bytes in the buffer become part of this payload or are dropped with it
 }

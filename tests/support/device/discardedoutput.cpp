@@ -5,7 +5,7 @@
 
 QVector<int> discardedOutput;
 
-/// Takes the place of the C library's, to see what is discarded.
+/// Replaces the C library's tcflush(), to record which terminals discard their output.
 extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, int queue) noexcept
 {
     if (queue == TCOFLUSH || queue == TCIOFLUSH)

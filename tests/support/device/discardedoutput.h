@@ -2,6 +2,5 @@
 
 #include <QVector>
 
-/// Descriptors of the terminals whose unsent output this process has discarded. A test with this sees all calls of
-/// tcflush().
+/// Descriptors of the terminals whose unsent output this process discarded by tcflush(), in the order of the calls.
 extern QVector<int> discardedOutput;

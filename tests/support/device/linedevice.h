@@ -16,7 +16,7 @@
 #include <memory>
 #include <stdexcept>
 
-/// An open device that offers whole lines only, and its other end.
+/// An open device that offers whole lines only, together with the other end of its connection.
 class LineDevice
 {
 public:
@@ -71,7 +71,7 @@ private:
     const std::unique_ptr<JwDevice::WholeLines<QSerialPort>> m_port;
 };
 
-/// A socket on this machine.
+/// A socket that is connected to a server in this process.
 template <typename Socket, typename Server>
 class LineSocket : public LineDevice
 {

@@ -12,12 +12,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/// Another program that reads from a port. It takes the bytes after the system has reported them to QSerialPort and
-/// before QSerialPort reads. QSerialPort then finds nothing to read, and reports what errno holds from an earlier call.
+/// Acts as another program that reads from a port. It takes the bytes after the system has reported them to QSerialPort
+/// and before QSerialPort reads. QSerialPort then finds nothing to read, and reports errno, which an earlier call set.
 class OtherReader : public QObject
 {
 public:
-    /// Opens the port at `location`. Do this before QSerialPort opens the port, which is exclusive from then on.
+    /// Opens the port at `location`. Call it before QSerialPort opens the port, because QSerialPort locks the port.
     OtherReader(const QString &location, int errorNumber)
         : m_descriptor(::open(qPrintable(location), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
         , m_errorNumber(errorNumber)
@@ -28,7 +28,7 @@ public:
     }
     ~OtherReader() override { ::close(m_descriptor); }
 
-    /// Reads from now on. `port` is the same port, opened by QSerialPort.
+    /// Starts to take the bytes that arrive. `port` is the same port, opened by QSerialPort.
     void start(const QSerialPort *port) { m_port = port; }
     void stop() { m_port = nullptr; }
 

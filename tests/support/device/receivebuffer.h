@@ -5,8 +5,8 @@
 #include <QBuffer>
 #include <QByteArray>
 
-/// Empties the receive buffer, which all Communicators of the process share. The rest that an earlier test left becomes
-/// part of this payload or is dropped with it.
+/// Empties the receive buffer, which all Communicators of the process share. Old bytes in the buffer become part of the
+/// payload that this function delivers, or are dropped with it.
 inline void drainReceiveBuffer()
 {
     QByteArray bytes = "$\r\n";

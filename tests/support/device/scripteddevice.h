@@ -7,8 +7,7 @@
 #include <cstring>
 #include <functional>
 
-/// A sequential device. The test decides about every read and write: which bytes a read gets, which calls fail, and
-/// what happens inside a call.
+/// A sequential device. The test sets the result of every read and write, and the actions inside these calls.
 class ScriptedDevice : public QIODevice
 {
     Q_OBJECT
@@ -20,9 +19,9 @@ public:
         open(ReadWrite | Unbuffered);
     }
 
-    /// The next read returns `bytes`, or as many of them as it asks for. Later reads return the rest.
+    /// Queues `bytes` for the next read. If the read asks for fewer bytes, later reads return the rest.
     void queueRead(const QByteArray &bytes) { m_reads.append({bytes, bytes.size()}); }
-    /// The next read has no bytes and returns `result`, 0 or -1.
+    /// Queues a read without bytes. That read returns `result`, which is 0 or -1.
     void queueReadResult(qint64 result) { m_reads.append({QByteArray(), result}); }
     /// Emits readyRead() for the queued reads.
     void announce() { Q_EMIT readyRead(); }
@@ -32,7 +31,7 @@ public:
         announce();
     }
 
-    /// The next write returns `result`. Without a queued result a write accepts all bytes.
+    /// Queues the result of the next write. Without a queued result, a write accepts all bytes.
     void queueWriteResult(qint64 result) { m_writeResults.append(result); }
     void reportWritten(qint64 bytes) { Q_EMIT bytesWritten(bytes); }
 
@@ -43,7 +42,7 @@ public:
     {
         qint64 bytes = 0;
         for (const Read &read : m_reads)
-            bytes += qMax<qint64>(1, read.bytes.size()); // or nobody would try a read that fails
+            bytes += qMax<qint64>(1, read.bytes.size()); // a failed read counts as 1 byte, so that somebody tries it
         return bytes;
     }
 

@@ -6,7 +6,7 @@
 
 #include <functional>
 
-/// A parser whose behaviour the test sets, for behaviour that the library's own parser never has.
+/// A parser whose behaviour the test sets. It can do things that the library's own parser never does.
 class ScriptedParser : public JwDevice::IPayloadParser
 {
 public:

@@ -9,7 +9,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A pseudo terminal: the path of a serial port, and the board's end.
+/// A pseudo terminal. One end is a serial port, the other end is the board's.
 class SerialLine
 {
 public:
@@ -40,7 +40,7 @@ public:
 
 private:
     int m_board = -1;
-    int m_port = -1; // kept open, or the board's end hangs up when the port closes
+    int m_port = -1; // kept open, so that the board's end does not hang up when QSerialPort closes the port
     QString m_portName;
 };
 

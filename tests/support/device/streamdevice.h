@@ -5,14 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
-/// A sequential device that costs no more than a copy of the bytes. It offers the bytes from feed() and accepts all
-/// writes.
+/// A sequential device that is fast: a read costs no more than a copy of the bytes. It offers the bytes from feed() and
+/// accepts all writes.
 class StreamDevice : public QIODevice
 {
 public:
     StreamDevice() { open(ReadWrite | Unbuffered); }
 
-    /// Offers `size` bytes at `data`. They must stay valid until they are read.
+    /// Offers the `size` bytes at `data`. The bytes must stay valid until they are read.
     void feed(const char *data, qint64 size)
     {
         m_data = data;

@@ -9,7 +9,7 @@
 
 #include <sys/resource.h>
 
-/// Checks that the process is idle: it uses little processor time and few turns of the event loop.
+/// Checks that the process is idle. An idle process uses little processor time and few turns of the event loop.
 class IdleCheck
 {
 public:
@@ -19,7 +19,8 @@ public:
     {
     }
 
-    /// Runs the event loop until it is idle. If measured, then runs it for another 400 ms and fails if it is busy.
+    /// Runs the event loop until it is idle. If this check is Measured, runs the event loop for another 400 ms and
+    /// fails the test if the process is busy in that time.
     void verify() const
     {
         settle();
@@ -39,8 +40,9 @@ public:
 
 private:
     static constexpr int window = 400; // ms
-    static constexpr double mostShare = 0.25; // of one processor; a loop that spins uses 1.0
-    static constexpr int mostTurns = 50; // of the event loop; shows a spin on a busy machine, where its share is low
+    static constexpr double mostShare = 0.25; // share of one processor; a loop that spins uses 1.0
+    // Turns of the event loop. On a busy machine, a loop that spins has a low share but many turns.
+    static constexpr int mostTurns = 50;
 
     static double processorSeconds()
     {

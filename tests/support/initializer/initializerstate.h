@@ -5,8 +5,8 @@
 #include <QMetaMethod>
 #include <QTimer>
 
-// The public interface does not show the state of a probed port. Tests read the private tables of the Initializer: an
-// explicit template instantiation may name a private member.
+// The public interface does not show the state of a probed port, so tests read the Initializer's private tables. This
+// is possible because an explicit template instantiation may name a private member.
 
 template <typename Tag, typename Tag::Member member>
 struct InitializerAccess
@@ -35,7 +35,8 @@ struct IsSignalConnected
 };
 template struct InitializerAccess<IsSignalConnected, &QObject::isSignalConnected>;
 
-/// Every Communicator that a probe made, with its reply timer. A handed-over Communicator may be deleted already.
+/// Returns every Communicator that a probe made, with its reply timer. The Communicator of a handed-over board may be
+/// deleted already, so don't use the pointer without a check.
 inline QHash<JwDevice::Communicator *, QTimer *> replyTimers(const JwDevice::Initializer &initializer)
 {
     return initializer.*memberOf(CommTimers());

@@ -31,10 +31,10 @@ QString quoted(const QString &text)
 struct DiscoveryModel::Line
 {
     bool plugged = false;
-    QByteArray toHost; // sent by the board, not yet read by the host
-    QByteArray toBoard; // written by the host, not yet sent
+    QByteArray toHost; // bytes that the board sent and the host has not read
+    QByteArray toBoard; // bytes that the host wrote and the port has not sent
     QByteArray received;
-    Comm *host = nullptr; // the open port on this line
+    Comm *host = nullptr; // the open port on this line; null if no port is open
 };
 
 /// A port and its Communicator.
@@ -44,24 +44,24 @@ struct DiscoveryModel::Comm
     QString name;
 
     bool open = true;
-    bool lost = false; // the device is gone; the port notices when the event loop serves it next
-    bool unsent = false; // bytes were still unsent when the device went
-    bool emitting = false; // QSerialPort does not emit readyRead inside its own readyRead
-    QByteArray arrived; // read from the line by the port, not yet by the Communicator
+    bool lost = false; // the device is gone; the port notices it when the event loop handles the port next
+    bool unsent = false; // some bytes were not sent when the device was removed
+    bool emitting = false; // readyRead is being emitted; QSerialPort does not emit it again inside itself
+    QByteArray arrived; // bytes that the port has read from the line and the Communicator has not read from the port
 
     bool alive = true;
-    bool bound = true; // bound to the port, not to another device
-    QByteArray other; // bytes to read from the other device
+    bool bound = true; // the Communicator is bound to the port, not to another device
+    QByteArray other; // bytes that wait in this other device
     bool held = false;
-    bool routed = true; // readyRead reaches the Initializer
+    bool routed = true; // the Communicator's readyRead is connected to the Initializer
     uint lastId = 1;
     QMap<uint, QString> store;
 
-    bool listed = true; // is in the tables of the Initializer
+    bool listed = true; // the Communicator is in the tables of the Initializer
     bool hasStatus = false;
     Type status = JwDevice::Unknown;
     bool handedOver = false;
-    qint64 due = -1; // end of the reply timer; -1 if it is stopped
+    qint64 due = -1; // time at which the reply timer fires; -1 if the timer is stopped
 };
 
 DiscoveryModel::DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused)
@@ -183,7 +183,7 @@ uint DiscoveryModel::setMaxRetries(uint retries)
 
 void DiscoveryModel::deleteInitializerLater()
 {
-    // A second deleteLater() does nothing.
+    // A second deleteLater() has no effect, so only the first one marks the Initializer.
     if (!std::exchange(m_goesLater, true))
         m_frames.back().deleteInitializer = true;
 }
@@ -193,7 +193,8 @@ bool DiscoveryModel::wait(int milliseconds)
     const qint64 end = m_now + milliseconds;
     for (;;) {
         settle();
-        // Order of timers that end at the same moment: the second stage, then the ports in the order of opening.
+        // If timers are due at the same time, the timer of the second stage fires first, then the reply timers in the
+        // order in which the ports were opened.
         Comm *next = nullptr;
         for (const auto &comm : m_comms) {
             if (comm->due >= 0 && (!next || comm->due < next->due))
@@ -202,7 +203,7 @@ bool DiscoveryModel::wait(int milliseconds)
         const bool secondStageNext = m_secondStageDue >= 0 && (!next || m_secondStageDue <= next->due);
         const qint64 timerDue = secondStageNext ? m_secondStageDue : next ? next->due : -1;
         const qint64 pieceDue = nextPieceDue();
-        // At the same moment a piece comes before a timer.
+        // If a piece and a timer are due at the same time, the piece is sent first.
         if (pieceDue >= 0 && pieceDue <= std::max(m_now, end) && (timerDue < 0 || pieceDue <= timerDue)) {
             m_now = std::max(m_now, pieceDue);
             sendPieces();
@@ -278,7 +279,7 @@ void DiscoveryModel::pull(int port)
 {
     Line &line = m_lines[static_cast<size_t>(port)];
     line.plugged = false;
-    line.toHost.clear(); // unread bytes are lost
+    line.toHost.clear(); // because bytes that the host has not read are lost
     if (line.host && !line.host->lost) {
         line.host->lost = true;
         line.host->unsent = !line.toBoard.isEmpty();
@@ -336,12 +337,12 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    int left = 0; // unread bytes of the current line
+    int left = 0; // number of unread bytes in the current line
     while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
         int size = std::min(readSize, source.size());
         if (comm->bound) {
-            // Line by line. After each payload the next line is searched again.
+            // A port is read line by line. left is 0 after each line and after each payload, so look for the next line.
             if (left == 0)
                 left = nextLine(source);
             size = std::min(readSize, left);
@@ -368,7 +369,8 @@ void DiscoveryModel::readDevice(Comm *comm)
     }
 }
 
-/// The size of the next read from a port: the next line, or the first part of an unfinished line that is too long.
+/// Returns how many bytes are read next from a port: the next line, or the first part of an unfinished line that is too
+/// long. Returns 0 if neither has arrived.
 int DiscoveryModel::nextLine(const QByteArray &received)
 {
     const int lineEnd = received.indexOf("\r\n");

@@ -9,13 +9,13 @@
 #include <memory>
 #include <vector>
 
-/// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. It shares no
-/// code with the library. Its events have the same order as in VirtualClock.
+/// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. The model
+/// shares no code with the library. Its events happen in the same order as in VirtualClock.
 class DiscoveryModel : public DiscoveryPlay
 {
 public:
-    /// `reused` has an entry for each Communicator, in the order of creation: the number of an earlier Communicator
-    /// with the same address, or -1. Addresses are chance, so the model can't compute them.
+    /// `reused` contains an entry for each Communicator, in the order of creation: the number of an earlier
+    /// Communicator at the same address, or -1. The heap chooses the addresses, so the model can't compute them.
     DiscoveryModel(const DiscoverySchedule &schedule, const QVector<int> &reused);
     ~DiscoveryModel() override;
 
@@ -51,7 +51,7 @@ private:
         QString error;
         JwDevice::Type type = JwDevice::Unknown;
     };
-    /// Objects to delete when the current event returns to its event loop.
+    /// The objects that are deleted when the current event returns to its event loop.
     struct Frame
     {
         std::vector<Comm *> comms;
@@ -83,13 +83,13 @@ private:
     void closePort(Comm *comm);
 
     std::vector<Line> m_lines;
-    std::vector<std::unique_ptr<Comm>> m_comms; // in the order of opening
+    std::vector<std::unique_ptr<Comm>> m_comms; // in the order in which the ports were opened
     std::vector<Comm *> m_handOvers;
     std::deque<Frame> m_frames;
     const QVector<int> m_reused;
-    QByteArray m_buffer; // shared by all Communicators
+    QByteArray m_buffer; // the receive buffer, which all Communicators share
     QList<JwDevice::Type> m_types;
-    QVector<QPair<int, QString>> m_candidates; // line (-1: none) and name
+    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; an absent port has line -1
     qint64 m_now = 0;
     qint64 m_secondStageDue = -1;
     uint m_retries = 0;

@@ -11,7 +11,7 @@ using OnNotFound = DiscoverySchedule::OnNotFound;
 
 namespace {
 
-constexpr int mostSent = 4000; // bytes, by one board
+constexpr int mostSent = 4000; // bytes that one board may send in a schedule
 
 QString nameOf(JwDevice::Type type)
 {
@@ -232,13 +232,15 @@ void DiscoveryPlay::sendNext(int port)
     send(port, piece.bytes);
     if (piece.ends.isEmpty())
         return;
-    // A port that was closed and opened again during the sentence gets only the rest of the sentence.
+    // Expect the sentence only if the port is still open and was not opened again after the sentence began. A port that
+    // was opened again receives only the rest of the sentence.
     if (isListening(port) && m_begun[port] == m_opened[port])
         m_promises.push_back({port, piece.ends, m_trace.size()});
     m_begun[port] = -1;
 }
 
-/// Called when no event is left: by now every listening Communicator has read the bytes that arrived.
+/// Checks that the sentences in m_promises arrived. Call it when no event is left, because only then every listening
+/// Communicator has read all bytes.
 void DiscoveryPlay::checkPromises()
 {
     const std::vector<Promise> promises = std::move(m_promises);
@@ -249,7 +251,8 @@ void DiscoveryPlay::checkPromises()
         QString payload;
         QDebug(&payload).nospace() << QString::fromLatin1(promise.sentence).trimmed();
         payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
-        // Another port may have got the same sentence. The next trace line names the port, unless it is handed over.
+        // Find the sentence in the trace. Another port may receive the same sentence, so check the next trace line too.
+        // That line contains the port's name, unless the port is handed over.
         const auto isOfThePort = [&](int at) {
             const QString read = m_trace.value(at + 1);
             return m_trace[at].endsWith(payload)
@@ -264,7 +267,7 @@ void DiscoveryPlay::checkPromises()
     }
 }
 
-/// Counts the bytes that the board sends. False if they exceed what the kernel keeps when nobody reads.
+/// Counts the bytes that the board sends. Returns false if the kernel can't keep so many bytes until the host reads.
 bool DiscoveryPlay::countSent(int port, const QByteArray &bytes)
 {
     m_sent[port] += bytes.size();

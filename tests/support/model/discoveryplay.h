@@ -10,10 +10,11 @@
 #include <deque>
 #include <vector>
 
-/// Runs a schedule on an Initializer (the real one or the model) and writes a trace: signals, log lines, bytes that the
-/// boards received, and after each step the state of each probed port.
+/// Runs a schedule on the real Initializer or on the model, and writes a trace. The trace contains signals, log lines,
+/// the bytes that the boards received, and after each step the state of each probed port.
 ///
-/// It also plays the application and owns the handed-over boards, numbered 0, 1 ... in the order of the hand-overs.
+/// This class also acts as the application, so it owns the handed-over boards. Their numbers are 0, 1 ... in the order
+/// of the hand-overs.
 class DiscoveryPlay
 {
 public:
@@ -28,7 +29,7 @@ public:
 
     /// Runs the schedule and returns the trace.
     const QStringList &run();
-    /// The sentences that arrived changed or not at all, on ports whose boards sent whole sentences only.
+    /// Returns the sentences that arrived changed or did not arrive. Checks only boards that send whole sentences only.
     const QStringList &spoilt() const { return m_spoilt; }
 
 protected:
@@ -40,10 +41,11 @@ protected:
     void noteLog(int level, const char *category, const char *file, const QString &text);
     void deviceInitialized(JwDevice::Type type, const QString &port);
     void deviceNotFound(JwDevice::Type type);
-    /// Call it when the board on the port received a sentence. Sends the first piece of the answer at once, unless it
-    /// has a delay or earlier pieces wait. The other pieces follow when the event loop is idle, before time moves on.
+    /// Makes the board on the port answer. Call it when that board has received a sentence. Sends the first piece of
+    /// the answer at once, unless the piece has a delay or earlier pieces wait. The other pieces are sent when the
+    /// event loop is idle, before the clock moves.
     void answer(int port);
-    /// Time at which the next piece is due; -1 if there is none.
+    /// Returns the time at which the next piece is due, or -1 if no piece waits.
     qint64 nextPieceDue() const;
     /// Sends the pieces that arrive in the same turn of the event loop.
     void sendPieces();
@@ -60,11 +62,11 @@ protected:
     virtual uint setMaxRetries(uint retries) = 0;
     virtual void deleteInitializer() = 0;
     virtual void deleteInitializerLater() = 0;
-    /// Runs the event loop for this time. False if it never becomes idle.
+    /// Runs the event loop for this time. Returns false if the event loop never becomes idle.
     virtual bool wait(int milliseconds) = 0;
-    /// The state of every probed port, in the order of opening.
+    /// Returns the state of every probed port, in the order of opening.
     virtual QStringList states() const = 0;
-    /// All that the board received since the last call.
+    /// Returns the bytes that the board received since the last call.
     virtual QByteArray takeReceived(int port) = 0;
 
     virtual bool isAlive(int handOver) const = 0;
@@ -80,14 +82,14 @@ private:
     {
         QByteArray bytes;
         qint64 due;
-        QByteArray ends; // the whole sentence, if this piece is its end
+        QByteArray ends; // the whole sentence if this piece ends a sentence, otherwise empty
     };
-    /// A sentence that was sent and must arrive whole.
+    /// A sentence that a board has sent and that must arrive unchanged.
     struct Promise
     {
         int port;
         QByteArray sentence;
-        int from; // position in the trace from which it may arrive
+        int from; // the sentence must be in the trace at this position or later
     };
 
     bool countSent(int port, const QByteArray &bytes);
@@ -102,15 +104,15 @@ private:
     const DiscoverySchedule &m_schedule;
     QStringList m_trace;
     int m_nextStep = 0;
-    int m_depth = 0; // number of nested event loops
+    int m_depth = 0; // number of nested event loops that are running
     int m_handOvers = 0;
     int m_notFound = 0;
     uint m_maxRetries = 3;
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
-    int m_opened[DiscoverySchedule::portCount] = {}; // how often the port was opened
-    int m_begun[DiscoverySchedule::portCount]; // value of m_opened when the current sentence began; -1: no sentence
-    std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // not yet sent
+    int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
+    int m_begun[DiscoverySchedule::portCount]; // m_opened when the current sentence began; -1 between sentences
+    std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // pieces that wait to be sent
     int m_turns = 0;
     std::vector<Promise> m_promises;
     QStringList m_spoilt;

@@ -20,10 +20,10 @@ using JwDevice::Type;
 
 namespace {
 
-// If the receive buffer grows too long, it drops old bytes, but always keeps at least this many of the newest.
+// If the receive buffer is too long, it drops its oldest bytes. At least this many of the newest bytes always stay.
 constexpr int longestThatAlwaysStays = 50;
 
-/// Whether `bytes` is a whole sentence that bytes of other boards can't spoil.
+/// Whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
 bool isWholeSentence(const QByteArray &bytes)
 {
     return bytes.startsWith('$') && bytes.endsWith("\r\n") && bytes.size() <= longestThatAlwaysStays
@@ -41,7 +41,7 @@ public:
     DiscoverySchedule schedule()
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
-        const bool orderly = chance(30); // mostly good replies, so that many probes find all boards
+        const bool orderly = chance(30); // the boards send mostly good replies, so that many probes find all boards
         if (orderly)
             m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);
@@ -187,7 +187,7 @@ private:
         return answer;
     }
 
-    /// A whole text, or the next part of the current text.
+    /// Returns a whole text, or the next part of the text that the board is sending.
     QByteArray piece(int port)
     {
         QByteArray &rest = m_rests[m_oneText ? 0 : port];
@@ -222,7 +222,8 @@ private:
         });
     }
 
-    /// Adds a last field that no other sentence has.
+    /// Returns a sentence that ends with a new number. No other sentence contains this number, so the trace shows which
+    /// sentence arrived.
     QByteArray withMark(const QByteArray &body)
     {
         return JwSimulator::frameSentence(body + QByteArray::number(++m_marks));
@@ -268,7 +269,7 @@ private:
             return "!" + garbage(between(1, 10)) + framed;
         case 7:
             return chance(20) ? garbage(between(100, 700)) : garbage(between(1, 40));
-        case 8: // an unfinished line, just below, at or above the longest that a port holds back
+        case 8: // an unfinished line that is just below, at or above the limit of bytes that a port holds back
             return chance(20) ? QByteArray(between(509, 514), chance(50) ? 'x' : '!') : "!x";
         default:
             return framed;
@@ -287,14 +288,14 @@ private:
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
-    QByteArray m_rests[DiscoverySchedule::mostPorts]; // unsent rest of each board's text
+    QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent
     bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
-    int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in
+    int m_wholeSentences = 0; // so many ports, from port 0 on, send whole sentences only and stay plugged in
     int m_marks = 0;
 };
 
-/// The schedule without this port. Later ports get the next lower number.
+/// Returns the schedule without this port. The numbers of all higher ports decrease by one.
 DiscoverySchedule without(int port, DiscoverySchedule schedule)
 {
     const auto renumber = [port](int &other) {
@@ -519,7 +520,8 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
 
 QString portName(int port)
 {
-    // Lock files have the name of the port, and test programs run at the same time.
+    // The name contains the process number, because test programs run at the same time and ports with the same name
+    // would share a lock file.
     static const QString prefix = QStringLiteral("ttyM%1x").arg(::getpid());
     return prefix + QString::number(port);
 }

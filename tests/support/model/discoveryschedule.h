@@ -9,25 +9,25 @@
 
 #include <functional>
 
-/// All that happens to one Initializer and its ports, in order.
+/// Describes everything that happens to one Initializer and its ports, in order.
 struct DiscoverySchedule
 {
     static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< probed by explicit name only
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< only probed if the probe names them
 
-    /// One event from outside. After it the event loop runs until it is idle.
+    /// One action from outside the Initializer. After the action, the event loop runs until it is idle.
     struct Step
     {
         enum Action {
-            Probe, ///< starts a probe: types, number (the delay), ports (none: search). Not in a nested event loop.
+            Probe, ///< calls probe(types, number, ports); `number` is the delay. Not in a nested event loop.
             Wait, ///< waits `number` ms
             Send, ///< the board on the port sends the bytes
             SendWithNext, ///< like Send, but the next step happens in the same turn of the event loop
-            Pull, ///< pulls the port's cable while no bytes are on it
-            PullWithNext, ///< pulls the cable at any time; the next step happens in the same turn
-            Plug, ///< plugs the cable in again: a new device with the same port name
+            Pull, ///< pulls the port's cable while no bytes are on the cable
+            PullWithNext, ///< pulls the cable even if bytes are on it; the next step happens in the same turn
+            Plug, ///< plugs the cable in again, which makes a new device with the same port name
             Hold, ///< blocks the signals of the port's Communicator
-            Release, ///< ends Hold
+            Release, ///< ends the effect of Hold
             SetMaxRetries, ///< calls setMaxRetries(number)
             Destroy ///< deletes the Initializer. Not in a nested event loop.
         };
@@ -39,14 +39,14 @@ struct DiscoverySchedule
         QVector<int> ports;
     };
 
-    /// The application's action inside deviceInitialized, and the number of steps that then run in a nested event loop.
+    /// The application's action inside deviceInitialized, followed by some steps in a nested event loop.
     struct OnInitialized
     {
         enum Action { Keep, Read, Write, Delete, DeleteLater, Unbind, Rebind, DeleteInitializerLater, actionCount };
         Action action = Keep;
         int nestedSteps = 0;
     };
-    /// The same inside deviceNotFound.
+    /// The application's action inside deviceNotFound, followed by some steps in a nested event loop.
     struct OnNotFound
     {
         enum Action { Nothing, RaiseMaxRetries, DeleteInitializer, actionCount };
@@ -62,35 +62,35 @@ struct DiscoverySchedule
     };
     using Answer = QVector<Piece>;
 
-    /// The pieces that arrive in the same turn of the event loop, when it is idle.
+    /// Chooses the pieces that arrive in the same turn of the event loop, when the event loop is idle.
     struct Turn
     {
-        int first = 0; ///< number of the first port, counted among ports with unsent pieces (modulo their count)
-        int pieces = 1; ///< number of pieces: one from the first port, one from the next such port ...
+        int first = 0; ///< the first port: an index into the list of ports with unsent pieces, modulo its size
+        int pieces = 1; ///< number of pieces: one from the first port, one from the next port in the list, and so on
     };
 
-    int ports = 1; ///< number of plugged-in cables, from port 0 on
-    QVector<QVector<Answer>> answers; ///< by port: the answers to the first, second ... sentence
-    QVector<Turn> turns; ///< used in order; after the last one, from the first one again
+    int ports = 1; ///< number of ports whose cable is plugged in at the start, from port 0 on
+    QVector<QVector<Answer>> answers; ///< for each port, the answers to the first, second ... sentence
+    QVector<Turn> turns; ///< the turns in order; after the last turn, the first turn is used again
     QVector<Step> steps;
-    QVector<OnInitialized> onInitialized; ///< for the first, second ... emission; later ones have no action
+    QVector<OnInitialized> onInitialized; ///< actions for the first, second ... emission; none for later emissions
     QVector<OnNotFound> onNotFound;
 
-    /// Text for people.
+    /// Returns the schedule as text that people can read.
     QString toString() const;
     /// Whether the board sends whole sentences only and its cable stays plugged in.
     bool sendsWholeSentences(int port) const;
 };
 
-/// All bytes of the answer.
+/// Returns all bytes of the answer.
 QByteArray bytesOf(const DiscoverySchedule::Answer &answer);
 
-/// A random schedule. The same seed gives the same schedule on any machine.
+/// Returns a random schedule. The same seed gives the same schedule on every machine.
 DiscoverySchedule randomSchedule(quint32 seed);
 
-/// Removes and simplifies parts of the schedule as long as it still `fails`.
+/// Returns a shorter and simpler schedule for which `fails` still returns true.
 DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
                                    const std::function<bool(const DiscoverySchedule &)> &fails);
 
-/// Name of a port, without folder. No other process uses the same names.
+/// Returns the name of a port, without folder. No other process uses the same names.
 QString portName(int port);

@@ -21,7 +21,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr int longestLine = 4096; // bytes of one line that the kernel keeps if the host does not read
+constexpr int longestLine = 4096; // largest number of bytes that the kernel keeps for a line if the host does not read
 
 QString nameOf(PortState state)
 {
@@ -102,8 +102,8 @@ void DiscoveryPorts::send(int port, const QByteArray &bytes)
 {
     if (m_descriptors[port] < 0 || bytes.isEmpty())
         return;
-    // The host must get these bytes in one read. The kernel moves them in its own thread, and poll() waits only for the
-    // first byte, so count the bytes until all are there.
+    // The host must get these bytes in one read. The kernel moves the bytes in its own thread, and poll() waits only
+    // for the first byte. So wait until the number of unread bytes shows that all have arrived.
     const int expected = unread(port) + bytes.size();
     board(port)->send(bytes);
     pollfd descriptor = {m_descriptors[port], POLLIN, 0};
@@ -159,13 +159,13 @@ void DiscoverySubject::onRecord(const LogRecord &record)
 {
     findProbed();
     noteLog(record.level, record.category.constData(), record.file.constData(), record.text);
-    // The preload library has room for few ports and also counts a failed open. close(-1) makes it free that entry.
+    // The preload library can track only few ports, and a failed open uses an entry. close(-1) frees the entry.
     if (record.text.startsWith(QLatin1String("Serial port not accessible")))
         ::close(-1);
     if (!record.text.startsWith(QLatin1String("->")))
         return;
-    // A port's timer must run before the query. Closed ports are not asked and don't count: their place in the order of
-    // a retry round is not fixed.
+    // A port's reply timer must start before its query is written, so note the number of running timers at each query.
+    // Closed ports don't count, because their place in the order of a retry round is not fixed.
     int timers = 0;
     for (const Probed &probed : qAsConst(m_probed)) {
         if (isListed(probed) && probed.timer->isActive() && probed.guard && probed.port && probed.port->isOpen())
@@ -187,7 +187,7 @@ bool DiscoverySubject::isListed(const Probed &probed) const
     return m_initializer && probed.timer && replyTimers(*m_initializer).value(probed.comm) == probed.timer;
 }
 
-/// Adds the Communicators that were made since the last call to m_probed.
+/// Finds the Communicators that the Initializer made since the last call of this function, and adds them to m_probed.
 void DiscoverySubject::findProbed()
 {
     if (!m_initializer)
@@ -220,8 +220,8 @@ void DiscoverySubject::onDeviceInitialized(Type type, Communicator *comm)
         note(QStringLiteral("the port is connected"));
     QObject::connect(port, &QSerialPort::errorOccurred, port, [port] { port->close(); });
     m_handOvers.push_back({comm, port, nullptr});
-    // This is called by a signal of the first mapper, and Qt uses the mapper afterwards. No sanitizer would see that
-    // access to a deleted mapper, because Qt is not built with one.
+    // A signal of the first mapper calls this function, and Qt uses the mapper after the signal. Check here that the
+    // mapper still exists: Qt is built without sanitizers, so they would not report access to a deleted mapper.
     const QPointer<QSignalMapper> sender(m_initializer->findChild<QSignalMapper *>());
     deviceInitialized(type, port->portName());
     if (!sender)

@@ -16,7 +16,7 @@
 #include <memory>
 #include <vector>
 
-/// The simulated ports, made once for all schedules: making a port takes much longer than running a schedule.
+/// The simulated ports. All schedules use the same ports, because making a port takes much longer than a schedule.
 class DiscoveryPorts
 {
 public:
@@ -24,11 +24,11 @@ public:
 
     ~DiscoveryPorts();
 
-    /// Plugs in the cables of the first `ports` ports and pulls the others. Afterwards no bytes are on any cable.
+    /// Plugs in the cables of the first `ports` ports and pulls all other cables. Afterwards no bytes are on any cable.
     void renew(int ports);
     void pull(int port);
     void plug(int port);
-    /// Sends from the board on the port, and waits until the host can read all bytes.
+    /// Sends `bytes` from the board on the port, and waits until the host can read all bytes.
     void send(int port, const QByteArray &bytes);
     JwSimulator::Board *board(int port) const { return m_boards[port]; }
 
@@ -37,17 +37,17 @@ private:
 
     JwSimulator::Testbed m_testbed;
     QList<JwSimulator::Board *> m_boards;
-    int m_descriptors[DiscoverySchedule::mostPorts]; // second descriptors of the host's ends, to count unread bytes
+    int m_descriptors[DiscoverySchedule::mostPorts]; // extra descriptors of the ports, to count unread bytes
 };
 
-/// The real Initializer on real QSerialPorts in virtual time.
+/// Runs a schedule on the real Initializer with real QSerialPorts, in virtual time.
 class DiscoverySubject : public DiscoveryPlay
 {
 public:
     DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryPorts &ports, VirtualClock &clock);
     ~DiscoverySubject() override;
 
-    /// For each Communicator: the number of an earlier one with the same address, or -1.
+    /// Returns, for each Communicator, the number of an earlier Communicator at the same address, or -1.
     const QVector<int> &reused() const { return m_reused; }
 
 protected:
@@ -77,8 +77,8 @@ protected:
 private:
     struct Probed
     {
-        JwDevice::Communicator *comm; // only compared: it may be deleted
-        QPointer<QTimer> timer; // tells two Communicators apart that had the same address
+        JwDevice::Communicator *comm; // compare this pointer only, because the Communicator may be deleted
+        QPointer<QTimer> timer; // differs even if two Communicators had the same address
         QString name;
         QPointer<QSerialPort> port;
         QPointer<JwDevice::Communicator> guard;
@@ -101,7 +101,7 @@ private:
     VirtualClock &m_clock;
     QPointer<JwDevice::Initializer> m_initializer;
     std::vector<HandOver> m_handOvers;
-    QVector<Probed> m_probed; // in the order of opening
+    QVector<Probed> m_probed; // in the order in which the ports were opened
     QVector<int> m_reused;
     QByteArray m_received[DiscoverySchedule::portCount];
     QObject m_context;

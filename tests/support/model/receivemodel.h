@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// A short, second implementation of the Communicators' receiving half. It shares no code with the library: one
-/// std::string is the buffer.
+/// A short, second implementation of the receiving part of Communicators. The model shares no code with the library.
+/// The shared receive buffer is one std::string.
 class ReceiveModel : public ReceiveLines
 {
 public:
@@ -79,8 +79,8 @@ public:
         return bytes;
     }
 
-    /// All bytes up to the last line end. All bytes if the device holds nothing back or its unfinished line is too
-    /// long.
+    /// Returns the number of bytes up to the last line end. But if the device holds nothing back, or if its unfinished
+    /// line is too long to be held back, returns the number of all bytes.
     qint64 bytesAvailable(int line) const override
     {
         const Line &device = m_lines[static_cast<size_t>(line)];
@@ -102,7 +102,7 @@ public:
         return taken;
     }
 
-    /// Size of the shared buffer's content. The generator of streams aims at its limit.
+    /// Returns the number of bytes in the shared buffer. The generator of streams uses it to reach the buffer's limit.
     int buffered() const { return static_cast<int>(m_buffer.size()); }
 
 private:
@@ -116,7 +116,7 @@ private:
     {
         ReceiveDevice device = ReceiveDevice::Plain;
         std::deque<ReceiveRead> reads; // queued reads of a plain device
-        std::string received; // unread bytes of a device of whole lines
+        std::string received; // unread bytes of a WholeLines device
         bool wholeLines = true;
         QMap<uint, QString> store;
         uint lastId = 1;
@@ -125,14 +125,16 @@ private:
 
     Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }
 
-    /// Size of the first line for readLine(), with its line feed. The largest number if there is no line feed.
+    /// Returns the size of the first line for readLine(), with the line feed. If there is no line feed, returns the
+    /// largest size_t.
     static size_t endOfLine(const std::string &bytes)
     {
         const size_t lineFeed = bytes.find('\n');
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// Size of the next read from a device: the next line, or 0 while the device holds the line back.
+    /// Returns how many bytes the device offers next: the next line, or the first part of a line that is too long to be
+    /// held back. Returns 0 while the device holds the line back.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");
@@ -154,8 +156,8 @@ private:
         }
     }
 
-    /// Reads line by line. Looks for the next line after each line and after each payload, because a receiver of the
-    /// payload may have changed the device.
+    /// Reads the device line by line. Looks for the next line after each line, and also after each payload, because a
+    /// receiver of the payload may read from the device or change its mode.
     void readWholeLines(int line)
     {
         size_t offered = 0;
@@ -241,7 +243,7 @@ private:
             return;
         QString text;
         QDebug(&text) << " <- " << QString::fromLatin1(bytes.data(), static_cast<int>(bytes.size())).trimmed();
-        text.chop(1); // the blank that QDebug adds at the end
+        text.chop(1); // removes the blank that QDebug adds at the end
         log(Logger::Trace, category, text);
     }
 

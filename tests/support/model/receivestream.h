@@ -9,28 +9,28 @@
 
 #include <functional>
 
-/// The kind of a line's device.
+/// The kind of device that a line uses.
 enum class ReceiveDevice {
-    Plain, ///< the stream scripts every read; a closed device keeps its bytes and still reports them as available
+    Plain, ///< the stream sets the result of every read; a closed device keeps its bytes and reports them as available
     WholeLines ///< a buffered device that holds back unfinished lines; closing it drops its bytes
 };
 
-/// The result of one read() of a plain device: bytes, or no bytes and the result 0 or -1. A read asks for at most 100
-/// bytes; the next read gets the rest. For a device of whole lines: bytes that arrive, and `result` is unused.
+/// For a plain device, the result of one read(): either bytes, or no bytes and the result 0 or -1. A read asks for at
+/// most 100 bytes, so a later read gets the rest. For a WholeLines device, bytes that arrive; `result` is unused.
 struct ReceiveRead
 {
     QByteArray bytes;
-    int result = 0; ///< if there are no bytes
+    int result = 0; ///< result of read() if there are no bytes
 };
 
-/// One event at one line: a Communicator with its own device.
+/// One event at one line. A line is a Communicator with its own device.
 struct ReceiveStep
 {
     enum Action {
-        Deliver, ///< opens the device if it is closed, and announces these reads
-        Take, ///< the application takes the payload with this id out of the store; 0 is the lowest id
+        Deliver, ///< opens the device if it is closed, and announces the bytes in `reads`
+        Take, ///< the application takes payload `id` out of the store; if `id` is 0, the payload with the lowest id
         Close, ///< the application closes the device
-        // From here on for devices of whole lines only. The application uses the device without the Communicator.
+        // The following actions are for WholeLines devices only. The application uses the device, not the Communicator.
         SetWholeLines, ///< calls setWholeLines(number), 0 or 1
         Read, ///< reads `number` bytes
         ReadAll,
@@ -38,7 +38,7 @@ struct ReceiveStep
         Peek ///< peeks at `number` bytes
     };
     Action action = Deliver;
-    bool inside = false; ///< happens inside a readyRead(uint) that the next step causes; if it causes none, after it
+    bool inside = false; ///< true: happens inside the next step's readyRead(uint), or after that step if it emits none
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
@@ -50,13 +50,13 @@ struct ReceiveStream
     /// The application's action inside the signals.
     enum Receiver { Idle, TakesById, TakesLowest, ClosesNowAndThen };
 
-    QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< one for each line
+    QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< the kind of device of each line
     Receiver receiver = Idle;
     QVector<ReceiveStep> steps;
 
     int lines() const { return devices.size(); }
 
-    /// Text for people, one step in each row.
+    /// Returns the stream as text that people can read, one step in each line.
     QString toString() const
     {
         static const char *const receivers[] = {"idle", "takes by id", "takes the lowest", "closes now and then"};
@@ -92,7 +92,7 @@ private:
     }
 };
 
-/// Communicators with their devices: real ones or the model.
+/// Communicators with their devices. Subclasses use real Communicators or the model.
 class ReceiveLines
 {
 public:
@@ -105,22 +105,22 @@ public:
     virtual bool take(int line, uint id, QString &payload) = 0;
     virtual QMap<uint, QString> store(int line) const = 0;
 
-    // For devices of whole lines.
+    // These functions are for WholeLines devices only.
     virtual void setWholeLines(int line, bool wholeLines) = 0;
-    /// The bytes that Read, ReadAll, ReadLine or Peek return. Null if the device is closed.
+    /// Performs Read, ReadAll, ReadLine or Peek, and returns the bytes. Null if the device is closed.
     virtual QByteArray read(int line, ReceiveStep::Action how, int size) = 0;
     virtual qint64 bytesAvailable(int line) const = 0;
     virtual qint64 bytesReceived(int line) const = 0;
 
-    /// The log lines since the last call.
+    /// Returns the log lines since the last call.
     virtual QStringList takeLogLines() = 0;
 
-    std::function<void(int line, uint id)> payloadReceived; ///< readyRead(uint)
-    std::function<void(int line)> anythingReceived; ///< readyRead()
+    std::function<void(int line, uint id)> payloadReceived; ///< called when readyRead(uint) is emitted
+    std::function<void(int line)> anythingReceived; ///< called when readyRead() is emitted
 };
 
-/// Runs a stream on some lines and writes a trace: signals, log lines, payloads, bytes that were read from the devices,
-/// and after each step the stores and byte counts that changed.
+/// Runs a stream on some lines and writes a trace. The trace contains signals, log lines, payloads, bytes that were
+/// read from the devices, and after each step the changed stores and byte counts.
 class ReceivePlay
 {
 public:
@@ -246,8 +246,8 @@ private:
 
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
-    QVector<QMap<uint, QString>> m_stores; // as last written to the trace
-    QVector<QPair<qint64, qint64>> m_counts; // as last written to the trace
+    QVector<QMap<uint, QString>> m_stores; // content of each store when it was last written to the trace
+    QVector<QPair<qint64, qint64>> m_counts; // byte counts when they were last written to the trace
     QVector<ReceiveStep> m_inside; // steps that wait for a signal
     QStringList m_trace;
 };

@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
-// The public interface can show a store only by emptying it. The trace shows the stores after every step, so it reads
-// the private member: an explicit template instantiation may name it.
+// The trace shows the store of each Communicator after every step. Reading a store by the public interface would empty
+// it, so the trace reads the private member. An explicit template instantiation may name a private member.
 template <QHash<uint, QString> JwDevice::Communicator::*member>
 struct StoreAccess
 {
@@ -23,8 +23,8 @@ struct StoreAccess
 template struct StoreAccess<&JwDevice::Communicator::m_payloads>;
 const QHash<uint, QString> &storeOf(const JwDevice::Communicator &communicator);
 
-/// Real Communicators on scripted devices. Only one may exist at a time, because it uses the log and the receive buffer
-/// that all Communicators share.
+/// Runs a stream on real Communicators with scripted devices. Only one ReceiveSubject may exist at a time, because it
+/// uses the log and the receive buffer that all Communicators share.
 class ReceiveSubject : public ReceiveLines
 {
 public:
@@ -82,7 +82,7 @@ public:
         case ReceiveStep::ReadAll:
             return device->readAll();
         case ReceiveStep::ReadLine: {
-            QByteArray bytes(size + 1, '\0'); // readLine() adds a NUL byte
+            QByteArray bytes(size + 1, '\0'); // one byte more, because readLine() adds a NUL byte
             bytes.truncate(static_cast<int>(std::max<qint64>(0, device->readLine(bytes.data(), bytes.size()))));
             return bytes;
         }

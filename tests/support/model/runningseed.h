@@ -14,13 +14,13 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
-/// The seed of the current run. After reportSeedOnCrash(), crashes and sanitizer reports print it, so that the run can
-/// be repeated.
+/// The seed of the current run. After a call of reportSeedOnCrash(), crashes and sanitizer reports print the seed, so
+/// that the run can be repeated.
 inline quint32 runningSeed = 0;
 
 inline void writeRunningSeed()
 {
-    char text[] = "in the run of seed ..........\n"; // must not allocate memory: the heap may be broken
+    char text[] = "in the run of seed ..........\n"; // on the stack, because after a crash the heap may be broken
     char *digit = text + sizeof text - 2;
     quint32 seed = runningSeed;
     for (int i = 0; i < 10; ++i, seed /= 10)

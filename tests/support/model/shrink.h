@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// Removes elements from `list` as long as it still `fails`: first large slices, then smaller ones. For QVector,
-/// QByteArray and similar types.
+/// Returns a shorter list for which `fails` still returns true. Removes large slices first, then smaller ones. Works
+/// for QVector, QByteArray and similar types.
 template <typename List>
 List shrunk(List list, const std::function<bool(const List &)> &fails)
 {

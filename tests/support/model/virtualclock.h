@@ -8,35 +8,36 @@
 
 class QEventLoop;
 
-/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves only when no event is
-/// posted and no descriptor is ready. Descriptors are real.
+/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves only when
+/// no event is posted and no descriptor is ready. The descriptors are real.
 ///
 /// Events have a fixed order:
 /// - posted events
-/// - one descriptor at a time: first the writable ones, then by registration
-/// - one timer at a time: the earliest; of timers with one parent that are due together, the one created first
+/// - one descriptor at a time: writable descriptors first, otherwise in the order of registration
+/// - one timer at a time: the timer that is due first; if timers of one parent are due together, in order of creation
 ///
-/// A poll() on a pty waits until the kernel has moved all bytes on it. So when no descriptor is ready, all bytes that
-/// were sent have arrived.
+/// A poll() on a pty waits until the kernel has moved all bytes to the other end. So when no descriptor is ready, all
+/// sent bytes have arrived.
 ///
-/// Call QCoreApplication::setEventDispatcher() with it before the application is created. For one thread only.
+/// Call QCoreApplication::setEventDispatcher() with the clock before the application is created. Use one thread only.
 class VirtualClock : public QAbstractEventDispatcher
 {
     Q_OBJECT
 
 public:
-    /// Runs a new event loop until this time has passed and no event is left. May be called inside events. False if
-    /// descriptors stay ready for ever.
+    /// Runs a new event loop until this time has passed and no event is left. May be called while an event is handled.
+    /// Returns false if descriptors stay ready for ever.
     bool run(int milliseconds);
-    /// Events from outside the process.
+    /// The events from outside the process, for example bytes that a board sends.
     struct Outside
     {
-        std::function<qint64()> nextDue; ///< time of the next event on the clock of now(); -1 for never
+        std::function<qint64()> nextDue; ///< returns the time of the next event on this clock, or -1 for no event
         std::function<void()> happen;
     };
-    /// An outside event happens when no other event is left, and before a timer that is due at the same moment.
+    /// Sets the outside events. An outside event happens when no other event is left. If a timer is due at the same
+    /// time, the outside event happens first.
     void setOutside(const Outside &outside) { m_outside = outside; }
-    /// Milliseconds since the start.
+    /// Returns the virtual time in milliseconds since the start.
     qint64 now() const { return m_now; }
 
     bool processEvents(QEventLoop::ProcessEventsFlags flags) override;

@@ -8,12 +8,12 @@
 /// One sentence of a file in tests/data.
 struct CorpusSentence
 {
-    QByteArray name; ///< line number and text: the name of a data row
+    QByteArray name; ///< line number and text of the sentence, used as the name of a data row
     QString section; ///< the text in the brackets above the sentence
     QString text;
 };
 
-/// Replaces \\r, \\n and \\xHH by the characters that they stand for.
+/// Replaces the escapes \\r, \\n and \\xHH by their characters.
 inline QString unescaped(const QByteArray &line)
 {
     QString text;
@@ -32,7 +32,7 @@ inline QString unescaped(const QByteArray &line)
     return text;
 }
 
-/// The sentences of tests/data/`fileName`, in order. Empty if the file can't be read.
+/// Returns the sentences of tests/data/`fileName`, in order. Empty if the file can't be read.
 inline QVector<CorpusSentence> corpus(const QString &fileName)
 {
     QVector<CorpusSentence> sentences;

@@ -4,7 +4,7 @@
 
 #include <QString>
 
-/// The message of the Nmea::Exception that `call` throws. Null if `call` throws none.
+/// Returns the message of the Nmea::Exception that `call` throws. Null if `call` throws no Nmea::Exception.
 template <typename Call>
 QString thrownMessage(Call call)
 {
