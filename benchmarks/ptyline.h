@@ -7,7 +7,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A serial port on a pty, and the board's end of that pty.
+/// A pseudo terminal (pty) with a serial port at one end. The benchmark writes to the other end like a board.
 struct PtyLine
 {
     explicit PtyLine(std::unique_ptr<QSerialPort> serialPort)

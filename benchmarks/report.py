@@ -111,8 +111,8 @@ class Lot:
         last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
-        # The floor contains opens before the probe, told contains the probe's own opens. Other programs delay them
-        # differently, so overFloor below compares the lowest values.
+        # `floor` contains opens from before the probe, `told` contains the probe's own opens. Other programs delay these
+        # opens differently, so `overFloor` below compares the lowest values, which have the least delay.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])

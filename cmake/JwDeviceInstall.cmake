@@ -14,7 +14,7 @@ set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice)
 set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JwDevice)
 set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# While the version is 0.x, a minor release may change the binary interface. So the SOVERSION contains this number.
+# While the version is 0.x, a minor release may change the binary interface. So the SOVERSION is 0.x, not only 0.
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
 # jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
@@ -47,8 +47,8 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. STATIC_FLAGS
-# are compiler flags for a static library, because its headers must not import symbols.
+# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
+# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the library's headers so.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)

@@ -485,7 +485,7 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // while this loop runs, the ended search still exists
+    QEventLoop dialog; // runs in a signal of the search, which still exists until this loop ends
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {

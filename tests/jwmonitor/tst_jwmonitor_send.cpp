@@ -240,7 +240,7 @@ void TestSend::payloadsAreTakenInTheirOrder()
     communicator.setIODevice(&device);
     m_panel->addBoard({QStringLiteral("slow"), JwDevice::BoardA, &communicator});
     for (int i = 0; i < 3; ++i) {
-        type("PJWVER"); // 12 characters as a sentence
+        type("PJWVER"); // becomes a sentence of 12 bytes
         press(Qt::Key_Return);
     }
     const auto progressWith = [&](qint64 waiting) {
@@ -265,7 +265,7 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     m_panel->addBoard({QStringLiteral("slow"), JwDevice::BoardA, &communicator});
     m_boards->setCurrentIndex(1);
     for (int i = 0; i < 3; ++i) {
-        type("PJWVER"); // 12 characters as a sentence
+        type("PJWVER"); // becomes a sentence of 12 bytes
         press(Qt::Key_Return);
     }
     m_boards->setCurrentIndex(0);

@@ -27,7 +27,7 @@ const QString afterTheAnswer = QStringLiteral("--deadline=2000"); // long, becau
 
 } // namespace
 
-/// The texts about a port, and the advice for a missing board.
+/// Tests the texts about a port, and the advice for a missing board.
 class TestJwprobeAdvice : public QObject
 {
     Q_OBJECT

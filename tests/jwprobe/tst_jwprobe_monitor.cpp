@@ -10,7 +10,7 @@ namespace {
 
 const QString monitorOption = QStringLiteral("--monitor");
 
-/// Matches a line of the monitor: the time of day, the port, the direction and the text of a payload.
+/// Returns an expression for a line of the monitor: time of day, port, direction and text of a payload.
 QRegularExpression payloadLine(const QString &port, const QString &direction, const QString &text)
 {
     return QRegularExpression(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} +%1 +%2 +%3$")
@@ -25,7 +25,7 @@ bool shows(const QByteArray &output, const QRegularExpression &line)
 
 } // namespace
 
-/// jwprobe --monitor, with pipes and on a terminal.
+/// Tests jwprobe --monitor with pipes and on a terminal.
 class TestJwprobeMonitor : public QObject
 {
     Q_OBJECT

@@ -40,7 +40,7 @@ const QStringList columns{QStringLiteral("TYPE"),   QStringLiteral("PORT"),     
 
 } // namespace
 
-/// The output and the exit status of a search.
+/// Tests the output and the exit status of a search.
 class TestJwprobeReport : public QObject
 {
     Q_OBJECT
@@ -446,7 +446,7 @@ void TestJwprobeReport::delayHoldsTheSearchBackForBoardC()
 
 void TestJwprobeReport::delayIsLeftOutWithoutBoardC()
 {
-    // Only a BoardC needs the delay. If jwprobe waited for it here, the deadline would end the search first.
+    // Only a BoardC needs the delay. If jwprobe waited here, the deadline would end the search first.
     const Outcome outcome = runJwprobe({boardOn("BoardA", m_ports[0])},
                                        options({"--type", "BoardA", "--delay", "3600000", "--deadline", "50000"}));
     QCOMPARE(outcome.error, QByteArray());

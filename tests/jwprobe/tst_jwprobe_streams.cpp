@@ -97,7 +97,7 @@ char processState(qint64 pid)
 
 } // namespace
 
-/// jwprobe with standard streams that are full, closed, or used by another job of the shell.
+/// Tests jwprobe with standard streams that are full, closed, or used by another job of the shell.
 class TestJwprobeStreams : public QObject
 {
     Q_OBJECT

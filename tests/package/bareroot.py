@@ -62,7 +62,7 @@ def refusal():
 
 
 def leave_out_if_refused():
-    """If a bare root is not possible, ends the test with the status that ctest lists as not run."""
+    """If a bare root is not possible, ends the test with status 77, which ctest lists as not run."""
     reason = refusal()
     if reason:
         print(f"Left out: {pathlib.Path(sys.argv[0]).stem}: {reason}")

@@ -160,7 +160,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board s", "silent");
     row("jwsim --board=s", "silent");
     row("jwsim --board BoardA,pull", "BoardA,pull-after-bytes= BoardA,pull-after=");
-    // bash replaces only the part after the last "=", so the first reply begins there.
+    // bash replaces only the part after the last "=", so these replies begin after that "=".
     row("jwsim --board BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board=BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board BoardA,open=", "busy denied ok");

@@ -339,7 +339,8 @@ void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // the next jwsim tries this name too
+    const QByteArray first =
+        jwsim(simulated({silent}, list)).output.trimmed(); // the name that jwsim chooses while it is free
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
     QCOMPARE(names.size(), 3);
@@ -470,7 +471,7 @@ void TestJwsim::usbDeliversTheReplyInPieces()
     for (const Result &result : results) {
         QCOMPARE(result.outcome.error, QByteArray());
         const QList<QByteArray> words = result.outcome.output.split(' ');
-        // A piece arrives each millisecond, but a busy machine may read several pieces together: require a fifth.
+        // A piece arrives each millisecond, but a busy machine may read several pieces together. A fifth is enough.
         QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
         QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
         QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
@@ -1003,7 +1004,7 @@ void TestJwsim::runsWithSigchldIgnored()
                    QStringList{QStringLiteral("-c"), call, jwsimProgram()}
                        + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
     QCOMPARE(outcome.status, 7);
-    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND inherits the ignored SIGCHLD
+    QCOMPARE(outcome.output, QByteArray("True\n")); // True, because COMMAND inherits the ignored SIGCHLD
 }
 
 void TestJwsim::runsWithAnInheritedRestartVariable()
@@ -1180,7 +1181,7 @@ void TestJwsim::lockOfAKilledHostIsRemoved()
         jwsim(simulated({boardOn("BoardA", m_port)},
                         {QStringLiteral("sh"), QStringLiteral("-c"), script, QStringLiteral("sh"), jwprobeProgram(),
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
-    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // jwprobe left one; cleanup() checks that it is removed
+    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // jwprobe's file; cleanup() checks that jwsim removed it
     QCOMPARE(outcome.status, 0);
 }
 

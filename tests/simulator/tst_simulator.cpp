@@ -475,7 +475,8 @@ void TestSimulator::serialNumbersAreDistinct()
 {
     BoardConfig named;
     named.port = uniquePortName();
-    named.serial = add("silent")->config().serial; // the test bed must keep a given number, even a double one
+    named.serial =
+        add("silent")->config().serial; // the test bed must keep a given number, even if another board has it
     QVERIFY(m_testbed->add(named));
     add("silent");
     add("silent");
@@ -713,7 +714,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. The board sends a reply when the reply before has left.
+    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the one before has left.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
@@ -732,7 +733,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 
 void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets fill 100 frames of 1 ms. The board sends a packet when the packet before has arrived.
+    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the one before has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;

@@ -134,7 +134,7 @@ inline int runSandboxTest(QObject *test, QStringList arguments)
     return QTest::qExec(test, arguments);
 }
 
-/// main() of a test with functions marked SANDBOXED.
+/// Defines main() of a test with functions marked SANDBOXED.
 #define SANDBOX_TEST_MAIN(TestClass)                                                                                   \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

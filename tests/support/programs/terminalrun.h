@@ -58,7 +58,7 @@ public:
     }
     void sendSignal(int number) const
     {
-        if (m_process > 0) // kill(-1) would end all processes of this user
+        if (m_process > 0) // kill(-1) would end all processes that this user may end
             ::kill(m_process, number);
     }
     /// Returns all text on the terminal, including the typed text. Lines end with CR LF.
