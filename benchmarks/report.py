@@ -111,8 +111,8 @@ class Lot:
         last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
-        # `floor` contains opens from before the probe, `told` contains the probe's own opens. Other programs delay these
-        # opens differently, so `overFloor` below compares the lowest values, which have the least delay.
+        # `floor` contains opens from before the probe, `told` contains the probe's own opens. Other programs delay
+        # these opens differently, so `overFloor` below compares the lowest values, which have the least delay.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])
@@ -125,8 +125,8 @@ class Lot:
         return (asked + answered) / self.lineRate * 1000 if self.lineRate else 0
 
     def floorOf(self, probe):
-        """Returns the least time that a probe can take: listing the ports, opening them, and waiting for the reply. If no
-        board replies, the wait is the time of all rounds."""
+        """Returns the least time that a probe can take: listing the ports, opening them, and waiting for the reply. If
+        no board replies, the wait is the time of all rounds."""
         wait = ROUNDS * REPLY_TIMEOUT if self.silent else self.delay + self.lineTime()
         return probe["enumeration"] + sum(probe["opens"]) + wait
 

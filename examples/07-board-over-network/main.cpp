@@ -1,5 +1,4 @@
-// Talks to a board on another machine, where ser2net offers the board's port over TCP. This works because a
-// Communicator can use any QIODevice.
+// Talks over TCP to a board on another machine, where ser2net offers the port. A Communicator can use any QIODevice.
 #include <device/communicator.h>
 
 #include <QCoreApplication>

@@ -339,8 +339,8 @@ void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    const QByteArray first =
-        jwsim(simulated({silent}, list)).output.trimmed(); // the name that jwsim chooses while it is free
+    // Without a name, jwsim chooses this port while the name is free.
+    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed();
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
     QCOMPARE(names.size(), 3);

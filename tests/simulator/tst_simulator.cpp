@@ -475,8 +475,8 @@ void TestSimulator::serialNumbersAreDistinct()
 {
     BoardConfig named;
     named.port = uniquePortName();
-    named.serial =
-        add("silent")->config().serial; // the test bed must keep a given number, even if another board has it
+    // The test bed must keep this serial number, although the first board has the same number.
+    named.serial = add("silent")->config().serial;
     QVERIFY(m_testbed->add(named));
     add("silent");
     add("silent");
