@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The board's side: parses the host's sentences and builds the sentences that the host parses.
+/// The parser of a board. It parses the host's sentences, and builds the sentences that a host parses.
 class BoardParser : public Nmea::ParserInit
 {
 public:
@@ -54,7 +54,7 @@ void refuse(benchmark::State &state, const char *text)
     });
 }
 
-/// Builds `text` from the record that the other side gets when it parses `text`.
+/// Measures how long Parser takes to build `text`. The record is filled by OtherSide, which parses `text`.
 template <typename Parser, typename OtherSide>
 void build(benchmark::State &state, const char *text)
 {

@@ -1,5 +1,5 @@
 // Probes all ports several times and writes the time of each step as JSON. discovery.py starts this program under
-// jwsim: the simulated boards live in another process, so they answer while this process opens ports.
+// jwsim. Then the simulated boards are in another process, so they answer while this process opens ports.
 #include "sentences.h"
 
 #include <device/initializer.h>
@@ -42,7 +42,7 @@ double milliseconds(qint64 nanoseconds)
     return static_cast<double>(nanoseconds) / 1e6;
 }
 
-/// Measures every event that the event loop delivers and keeps the longest time.
+/// Measures how long each event of the event loop takes, and keeps the longest time.
 class WatchedApplication : public QCoreApplication
 {
 public:
@@ -82,7 +82,7 @@ private:
     QEvent::Type m_type = QEvent::None;
 };
 
-/// Finds the end of a probe in the log, because no signal reports it.
+/// Finds the end of a probe in the log, because no signal reports that end.
 class EndOfProbe : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
@@ -97,7 +97,8 @@ protected:
     void flush_() override { }
 };
 
-/// The time to open each port without the library. All ports stay open until the last one opened, as in a probe.
+/// Returns the time to open each port without the library. All ports stay open until the last port opened, like in a
+/// probe.
 QJsonArray openAll(const QList<QSerialPortInfo> &infos)
 {
     QJsonArray opens;
@@ -116,7 +117,7 @@ QJsonArray openAll(const QList<QSerialPortInfo> &infos)
     return opens;
 }
 
-/// The time until boards of all types answered, asked at the same moment without the library.
+/// Sends queries to the first `boards` ports without the library. Returns the time until all of them answered.
 double exchange(QList<QSerialPortInfo> infos, int boards)
 {
     std::sort(infos.begin(), infos.end(), [&](const auto &a, const auto &b) {

@@ -1,6 +1,6 @@
-// Many boards send at the same time, at the full speed of their lines, in pieces. Checks that each payload arrives
-// whole at its own Communicator. Measures the share of one core for three kinds of work: only reading the ports, a
-// Communicator on each port, and parsing each payload too. Writes JSON.
+// Many boards send in pieces at the same time, at the full speed of their lines. This program checks that each payload
+// arrives complete at its own Communicator. It measures the share of one core for three kinds of work: only reading the
+// ports, a Communicator on each port, and also parsing each payload. Writes JSON.
 #include "ptyline.h"
 #include "sentences.h"
 
@@ -41,7 +41,7 @@ struct Load
 {
     int ports = 0;
     int baud = 0;
-    int piece = 0; ///< bytes sent at a time; 0 = the bytes of 1 ms
+    int piece = 0; ///< bytes that a board sends at once; if 0, it sends the bytes of 1 ms
     int milliseconds = 0;
 };
 
@@ -52,7 +52,7 @@ double threadSeconds()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// A version reply that only this board sends. All have the same length.
+/// Returns a version reply that only this board sends. The replies of all boards have the same length.
 QString payloadOf(int board)
 {
     const QString body = QStringLiteral("PJWVER,%1,1,4,0").arg(1000000 + board);
@@ -75,7 +75,7 @@ struct Board
 
 using BoardList = std::vector<std::unique_ptr<Board>>;
 
-/// Lets all boards send at the speed of their lines until stop(). Each then finishes its present payload.
+/// Lets all boards send at the speed of their lines until stop(). Then each board completes its last payload.
 class Talk
 {
 public:
@@ -109,7 +109,7 @@ private:
         for (qint64 frame = 0; !m_stop; ++frame) {
             std::this_thread::sleep_until(start + std::chrono::milliseconds(frame));
             for (std::size_t i = 0; i < boards.size(); ++i) {
-                // The boards do not send their pieces at the same moment, but spread over the time of one piece.
+                // Spread the boards over the time of one piece, so that they do not all send at the same moment.
                 const qint64 brought = frame * load.baud / 10000 + static_cast<qint64>(i) * load.piece / count;
                 const qint64 due = load.piece > 0 ? brought / load.piece * load.piece : brought;
                 while (sent[i] < due)
@@ -126,7 +126,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_over{false};
     std::atomic<qint64> m_written{0};
-    std::thread m_thread; // last, because it uses the other members
+    std::thread m_thread; // last member, because the thread uses the others from its start
 };
 
 QJsonObject hear(const Load &load, Work work)
@@ -230,7 +230,7 @@ int main(int argc, char **argv)
             for (const QString &ports : numbers("ports")) {
                 const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
                 std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // so that no work is always the first
+                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // each kind of work is first in turn
                 for (const Work work : order) {
                     QJsonObject result = hear(load, work);
                     result[QStringLiteral("repetition")] = i;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char category[] = "Communication";
 
-/// Writes Trace records while the general level is `general` and the level of the category `other` is `particular`.
+/// Measures a Trace record, while the general level is `general` and the category `other` has the level `particular`.
 void record(benchmark::State &state, Logger::Level general, const char *other, Logger::Level particular)
 {
     Logger *const logger = loggerInstance();

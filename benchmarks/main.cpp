@@ -11,7 +11,7 @@ int main(int argc, char **argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
     loggerInstance()->clearSinks();
-    loggerInstance()->setLevel(Logger::Fatal); // the library logs bad sentences as errors
+    loggerInstance()->setLevel(Logger::Fatal); // do not print the bad sentences, which the library logs as errors
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -4,8 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
-/// Runs `work` once per iteration and counts the heap blocks that it takes. One run of `work` does `items` of the
-/// measured operations.
+/// Runs `work` once per iteration, and counts the heap blocks that `work` allocates. One run of `work` does `items` of
+/// the measured operations.
 template <typename Work>
 void perform(benchmark::State &state, Work work, double items = 1)
 {

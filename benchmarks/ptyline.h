@@ -7,7 +7,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A serial port on a pty, and the board's end of that pty.
+/// A pseudo terminal (pty) with a serial port at one end. The benchmark writes to the other end like a board.
 struct PtyLine
 {
     explicit PtyLine(std::unique_ptr<QSerialPort> serialPort)
@@ -36,11 +36,11 @@ struct PtyLine
     }
 
     int board = -1;
-    int held = -1; // the port's end, kept open so that the board's end never hangs up
+    int held = -1; // the port's end; stays open, so that the board can always send
     const std::unique_ptr<QSerialPort> port;
 };
 
-/// Reads all available bytes and drops them: the least work that an application does with a port. Returns their number.
+/// Reads and drops all available bytes. An application can't do less work with a port. Returns the number of bytes.
 inline qint64 readAndDrop(QSerialPort *port)
 {
     char bytes[1024];

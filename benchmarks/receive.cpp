@@ -17,12 +17,12 @@ constexpr int goodSentences = 640;
 
 enum Dirt { None, Garbage, Truncated, WrongChecksum, Kinds };
 
-/// Bytes before a good sentence. They must not make the Communicator drop that sentence.
+/// Returns bytes to put before a good sentence. The Communicator must still find that sentence.
 QByteArray dirt(Dirt kind, std::mt19937 &random)
 {
     QByteArray bytes;
     switch (kind) {
-    case Garbage: // as long as half a sentence, without start characters and line ends
+    case Garbage: // half a sentence long, without start characters and line ends
         while (bytes.size() < 13) {
             const auto byte = static_cast<char>(random());
             if (byte != '\0' && byte != '$' && byte != '!' && byte != '\r' && byte != '\n')
@@ -42,7 +42,7 @@ QByteArray dirt(Dirt kind, std::mt19937 &random)
     return bytes;
 }
 
-/// Good sentences, each with dirt of `kind` before it. Kinds uses all kinds in turn, including None.
+/// Returns good sentences, each with dirt of `kind` before it. With Kinds, the kinds alternate, including None.
 QByteArray stream(Dirt kind)
 {
     std::mt19937 random(1);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes tables and plots from the raw results, and prints the aims and whether each is met.
+"""Makes tables and plots from the raw results. Prints each aim and whether it is met.
 
 Usage: report.py RESULTS-FOLDER OUT-FOLDER
 Reads benchmarks.json, discovery.json, line.json and streams.json. Writes tables.md and *.svg.
@@ -31,7 +31,7 @@ def number(value):
 
 
 class Sample:
-    """The median and the spread of some repetitions."""
+    """The values of several repetitions, with their median and their spread."""
 
     def __init__(self, values):
         self.values = sorted(values)
@@ -48,7 +48,7 @@ class Sample:
 
 
 class Benchmarks:
-    """Nanoseconds of processor time for one item, by name."""
+    """The results of benchmarks.json: processor time for one item in nanoseconds, by the name of the benchmark."""
 
     def __init__(self, results):
         self.times = {}
@@ -84,7 +84,7 @@ class Benchmarks:
 
 
 class Lot:
-    """The probes of one lot of boards. Times are milliseconds after the call of probe()."""
+    """The probes of one lot (a set of boards). Times are milliseconds after the call of probe()."""
 
     def __init__(self, result):
         self.title = result["title"]
@@ -111,21 +111,22 @@ class Lot:
         last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
-        # Compares the best values: other programs disturb the opens before a probe and within it differently.
+        # `floor` contains opens from before the probe, `told` contains the probe's own opens. Other programs delay
+        # these opens differently, so `overFloor` below compares the lowest values, which have the least delay.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])
         self.overFloor = self.told.values[0] - self.floor.values[0] if last else None
 
     def lineTime(self):
-        """Milliseconds that query and reply take on the line."""
+        """Returns the milliseconds that query and reply take on the line."""
         asked = VERSION_QUERY if set(self.types) & set("AB") else 0
         answered = INFORMATION_REQUEST + INFORMATION_REPLY if "C" in self.types else VERSION_REPLY
         return (asked + answered) / self.lineRate * 1000 if self.lineRate else 0
 
     def floorOf(self, probe):
-        """The least time that a probe can take: the search for ports, the opens, and the time until the reply. Without
-        a reply: the time of all rounds."""
+        """Returns the least time that a probe can take: listing the ports, opening them, and waiting for the reply. If
+        no board replies, the wait is the time of all rounds."""
         wait = ROUNDS * REPLY_TIMEOUT if self.silent else self.delay + self.lineTime()
         return probe["enumeration"] + sum(probe["opens"]) + wait
 
@@ -158,7 +159,7 @@ def probes(lots):
 
 
 def together(lots):
-    """A row for each number of boards, a column for each line."""
+    """Returns a table with a row for each number of boards, and a column for each kind of line."""
     lines = list(dict.fromkeys(lot.line for lot in lots))
     rows = []
     for ports in sorted({lot.ports for lot in lots}):
@@ -170,12 +171,12 @@ def together(lots):
 
 
 def lost(runs):
-    """The number of payloads that were lost, changed, or arrived at another Communicator."""
+    """Returns the number of payloads that were lost, changed, or arrived at another Communicator."""
     return sum(max(run["sent"], run["payloads"]) - run["whole"] for run in runs if run["work"] != "ports")
 
 
 def streams(results):
-    """A row for each load, from the runs of all its repetitions."""
+    """Returns a table with a row for each load, computed from all runs with this load."""
     loads = {}
     for run in results:
         loads.setdefault((run["baud"], run["ports"]), {}).setdefault(run["work"], []).append(run)
@@ -191,7 +192,7 @@ def streams(results):
 
 
 def lineShares(results):
-    """For each kind of work its shares of a core, in the order of the repetitions."""
+    """Returns for each kind of work its shares of a core, in the order of the repetitions."""
     for run in results:
         if run["sent"] * VERSION_REPLY < 0.99 * BOARDS * LINE_RATE * run["ms"] / 1000:
             sys.exit("100 boards at full line rate: some payloads were not sent. Run it again on an idle machine.")
@@ -200,7 +201,7 @@ def lineShares(results):
 
 
 def beyondPorts(shares, work):
-    """How much more the work takes than QSerialPort in the same repetition, in percent of a core."""
+    """Returns how much more the work takes than QSerialPort alone in the same repetition, in percent of a core."""
     return Sample([100 * (share - bare) for share, bare in zip(shares[work], shares["ports"])])
 
 
@@ -214,7 +215,7 @@ def lines(shares):
 
 
 def targets(benchmarks, lots, shares, streaming):
-    """A row for each aim: its limit, the measured value, and whether the aim is met."""
+    """Returns a row for each aim: the limit, the measured value, and whether the aim is met."""
     def atMost(title, value, limit, unit):
         median = value.median if isinstance(value, Sample) else value
         text = str(value) if isinstance(value, Sample) else number(value)
@@ -249,7 +250,7 @@ def targets(benchmarks, lots, shares, streaming):
             rows.append(atMost(f"boards on all 48 ports, after the last open{how}", full.afterLastOpen, 10, "ms"))
         worst = max((lot(f"one board, {place}", 48, line) for place in ("first", "middle", "last")),
                     key=lambda one: one.afterLastOpen.median)
-        # On the last port, query and answer are on the line only after the last open.
+        # The last port opens last. So the time of its query and answer on the line is part of the value.
         rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen,
                            round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if line else "ms"))
     everywhere = [one for one in lots if one.title == "boards on all"]
@@ -287,7 +288,7 @@ def save(figure, axes, path, xLabel, yLabel):
 
 
 def plot(path, series, xLabel, yLabel, logarithmic):
-    """`series`: title to {x: Sample}."""
+    """Draws a curve for each entry of `series`, which maps a title to {x: Sample}."""
     figure, axes = pyplot.subplots(figsize=(7, 4))
     for title, points in series.items():
         xs = list(points)

@@ -10,12 +10,12 @@ import sys
 import time
 
 LINES = ["speed=115200", "speed=9600", "speed=115200,usb=bridge",
-         "speed=115200,ignore=1"]  # the last: the retry round asks all boards at the same moment
+         "speed=115200,ignore=1"]  # with ignore=1, the retry round asks all boards at once
 NUMBERS = [3, 8, 16, 48]
 
 
 def lots():
-    """Each lot: the kinds of its boards, and their line."""
+    """Yields for each set of boards the kinds of the boards, and their line."""
     yield ["BoardA", "BoardB"], LINES[0]
     for line in LINES:
         for number in NUMBERS:

@@ -8,7 +8,7 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int fixedIterations = 2000; // few, because each iteration adds a payload to the history
+constexpr int fixedIterations = 2000; // few, because each iteration makes the history of payloads longer
 
 void writeHistory(Communicator &communicator, std::int64_t payloads)
 {

@@ -1,5 +1,5 @@
-// The least cost of the work, measured in the same run as the library. The yardstick is the sum of two: parsing by the
-// limit kernel, and filling the record by hand.
+// Measures the least possible cost of the work, in the same run as the library. The yardstick Y is the sum of two
+// costs: parsing with the limit kernel below, and filling the record by hand.
 #include "perform.h"
 #include "sentences.h"
 

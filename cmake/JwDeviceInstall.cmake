@@ -2,8 +2,8 @@
 # libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
 include(CMakePackageConfigHelpers)
 
-# On Debian use Debian's folder for libraries, under any prefix: Debian's tools look there, and the Debian packages
-# contain the same files.
+# On Debian use Debian's folder for libraries with every prefix, because Debian's tools search this folder and the
+# Debian packages contain the same files.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
@@ -14,7 +14,7 @@ set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice)
 set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JwDevice)
 set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# While the version is 0.x, a minor release may change the binary interface. So the SOVERSION has the minor number too.
+# While the version is 0.x, a minor release may change the binary interface. So the SOVERSION is 0.x, not only 0.
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
 # jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
@@ -47,8 +47,8 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. STATIC_FLAGS tell
-# the headers that the library is static.
+# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
+# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the library's headers so.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -63,7 +63,7 @@ function(jwdevice_install_pkgconfig name)
     foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
         list(JOIN module_${list} " " module_${list})
     endforeach()
-    # An install tree can be moved, unless the user gave its folders as absolute paths.
+    # A user can move an install tree, except if its folders were given as absolute paths.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
         set(prefix ${CMAKE_INSTALL_PREFIX})
     else()
@@ -85,7 +85,7 @@ function(jwdevice_install_program target)
     if(NOT JWDEVICE_INSTALL)
         return()
     endif()
-    # As with pkg-config above: a folder given as an absolute path does not move.
+    # If a folder is an absolute path, nobody can move the install tree. So the search path is absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
         set(libraries ${CMAKE_INSTALL_FULL_LIBDIR})
     else()

@@ -1,10 +1,10 @@
-# Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to packages/.
-# packaging/debian/finish.cmake adds what Debian also wants: stripped files, a change log, a licence file.
+# Makes Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to
+# packages/. packaging/debian/finish.cmake strips the files, and adds a change log and a licence file for Debian.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)
 set(CPACK_PACKAGE_CONTACT "JwDevice maintainers <maintainers@jwdevice.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # empty, because each package has its own summary
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_development JwDevice_tools)
@@ -49,7 +49,7 @@ set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SHLIBDEPS ON)
 get_target_property(library_dir JwDevice BINARY_DIR)
 get_target_property(logger_dir JwDeviceLogger BINARY_DIR)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
-# jwsim loads libumockdev-preload at run time, so the tools that find dependencies do not see it.
+# jwsim loads libumockdev-preload at run time, so the tools that find dependencies do not find this one.
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
 ${about}\n.\nThis package has jwprobe, which finds boards from the command line and says\n\

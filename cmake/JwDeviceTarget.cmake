@@ -5,12 +5,12 @@ else()
 endif()
 
 # jwdevice_target(<target>)
-# Sets the properties that every target of this project has.
+# Sets the properties that all targets of this project share.
 #
-# -Wnon-virtual-dtor is on only for the libraries, because a host application may build with it. The session records and
-# the codec template have virtual functions but no virtual destructor: they live on the stack, and nobody deletes them
-# through a base class. In the tests each class derived from them would need a pragma. -Wdelete-non-virtual-dtor, a part
-# of -Wall, reports a real misuse.
+# -Wnon-virtual-dtor is on only for the libraries, because an application that includes their headers may use this
+# warning. The session records and the codec template have virtual functions, but no virtual destructor, because nobody
+# deletes them through a base class. In the tests each derived class would need a pragma. -Wdelete-non-virtual-dtor, a
+# part of -Wall, reports a real misuse.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -30,7 +30,7 @@ function(jwdevice_target target)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-            -UJWLOGGER_NO_ALIAS) # a host application may define it for all its targets
+            -UJWLOGGER_NO_ALIAS) # an application may define JWLOGGER_NO_ALIAS for all its targets
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()
@@ -43,9 +43,9 @@ function(jwdevice_target target)
 endfunction()
 
 # jwdevice_library(<target> <name> <export header>)
-# Sets the properties that both libraries have. The file is lib<name>; users of an install tree link JwDevice::<name>.
-# The export header is <folder>/<prefix>_export.h and names its macros <PREFIX>_EXPORT and so on. Choose a prefix that
-# no host application uses.
+# Sets the properties that both libraries share. The file is lib<name>; users of an install tree link JwDevice::<name>.
+# The export header is <folder>/<prefix>_export.h and defines the macro <PREFIX>_EXPORT and others. Choose a prefix that
+# no application uses.
 function(jwdevice_library target name export_header)
     jwdevice_target(${target})
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
@@ -69,8 +69,8 @@ function(jwdevice_library target name export_header)
     if(JWDEVICE_BUILD_SHARED AND UNIX AND NOT APPLE)
         target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-        # The library calls its own functions, even if an application has functions of the same name. Applications must
-        # then be compiled with -fPIC, or a signal has two addresses. If Qt was linked like this, it asks for -fPIC.
+        # The library calls its own functions, even if an application has functions of the same name. Then applications
+        # must be compiled with -fPIC, or a signal has two addresses. Qt requires -fPIC if Qt was linked like this.
         get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)

@@ -1,9 +1,9 @@
 # shellcheck shell=sh
-# Functions that the scripts here share: they install packages and build. The scripts source this file.
+# Functions that the scripts in this folder share, to install packages and to build. The scripts source this file.
 
-script=scripts/$(basename "$0") # each script begins with cd to the project
+script=scripts/$(basename "$0") # path from the project's folder, because each script begins with cd to it
 
-# Packages for building and running. The tests need more.
+# Packages to build and run the project. Each script adds the packages that it also needs.
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
@@ -16,7 +16,7 @@ isInstalled() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# The packages of "$@" that are not installed.
+# missingPackages NAME...: prints the packages that are not installed.
 missingPackages() {
     for package in "$@"; do
         isInstalled "$package" || printf '%s ' "$package"
@@ -33,7 +33,7 @@ showUsage() {
     esac
 }
 
-# installPackages NAME...: installs the missing ones.
+# installPackages NAME...: installs those of the packages that are missing.
 installPackages() {
     if ! command -v apt-get >/dev/null 2>&1 || ! command -v dpkg-query >/dev/null 2>&1; then
         say "This system has no apt, so this script installs nothing. Install the equivalents of these Debian packages:"
@@ -54,12 +54,12 @@ installPackages() {
     fi
     say "Installing: $missing"
     $root apt-get update -q >&2
-    # $missing is a list of names without blanks or patterns.
+    # $missing is a list of names, so do not quote it.
     # shellcheck disable=SC2086
     $root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >&2
 }
 
-# On some systems clang includes its sanitizers and libFuzzer, on others they are a package.
+# Installs clang's sanitizers and libFuzzer if they are missing. On some systems clang's package does not contain them.
 installSanitizers() {
     printf 'extern "C" int LLVMFuzzerTestOneInput(const char *, unsigned long) { return 0; }' \
         | clang++ -x c++ -fsanitize=fuzzer,address,undefined -o /dev/null - 2>/dev/null \

@@ -1,5 +1,5 @@
 // Finds one board of each wanted type and prints its port. Ends when every type is found or missing; the exit status
-// is 1 if one is missing.
+// is 1 if a type is missing.
 #include <device/boardrules.h>
 #include <device/communicator.h>
 #include <device/initializer.h>
@@ -21,15 +21,16 @@ int main(int argc, char **argv)
             app.exit(status);
     };
 
-    QObject owner; // of the boards that are found
+    QObject owner; // parent of the ports that have boards
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &app,
                      [&](JwDevice::Type type, JwDevice::Communicator *board) {
-                         // Port and board are ours now. The port owns the board, so that both are deleted together.
+                         // This program must now delete port and board. Make the port the board's parent, so that both
+                         // are deleted together.
                          auto *port = static_cast<QSerialPort *>(board->device());
                          port->setParent(&owner);
                          board->setParent(port);
-                         // A port whose cable was pulled reports errors without end; so close it.
+                         // A port whose cable was pulled reports errors again and again, so close the port.
                          QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
                              if (port->isOpen())
                                  port->close();
@@ -43,8 +44,8 @@ int main(int argc, char **argv)
         settle();
     });
 
-    // Connect first: if no port opens, probe() itself emits deviceNotFound(). Probe in the event loop: an exit() before
-    // it has no effect.
+    // Connect before probe(), because probe() itself emits deviceNotFound() if no port opens. Call probe() in the event
+    // loop, because an exit() before the event loop has no effect.
     QTimer::singleShot(0, &initializer, [&] { initializer.probe(wanted); });
     return app.exec();
 }

@@ -1,4 +1,4 @@
-// Sends payloads to a board, follows their way out, and reads the answers.
+// Sends payloads to a board, reports when they leave, and reads the answers.
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -12,8 +12,8 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QObject owner; // of the board
-    QSet<uint> waiting; // ids of written payloads that are not on their way yet
+    QObject owner; // parent of the board's port
+    QSet<uint> waiting; // ids of written payloads that no signal has reported
     int answers = 0;
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {
@@ -27,21 +27,21 @@ int main(int argc, char **argv)
             app.exit(1);
         });
 
-        // A sign of progress, not a receipt. Each report of the port counts again from the first payload, which was the
-        // search's query. So payload 4 goes out with 2 and 3 here, but no signal names it.
+        // transferred() shows progress; it does not prove that the board received a payload. Each report of the port
+        // counts from payload 1, the search's query. So no signal names payload 4, although it leaves with 2 and 3.
         QObject::connect(board, &JwDevice::Communicator::transferred, &owner, [&](uint id) {
             if (waiting.remove(id))
                 out << "payload " << id << " is on its way" << Qt::endl;
         });
         QObject::connect(board, QOverload<>::of(&JwDevice::Communicator::readyRead), &owner, [&, board] {
-            // Read all payloads now: the Communicator keeps only the newest six.
+            // Read all payloads now, because the Communicator keeps only the newest six.
             for (QString payload; board->readPayload(payload);) {
                 out << "answer " << ++answers << " is " << payload.trimmed() << Qt::endl;
                 if (answers == 3)
                     app.quit();
             }
         });
-        // The Communicator sends payloads unchanged, so write whole sentences with checksum and line end.
+        // The Communicator adds nothing to a payload, so write whole sentences with checksum and line end.
         for (int i = 0; i < 3; ++i)
             waiting.insert(board->writePayload(QStringLiteral("$PJWVER*0c\r\n")));
     };

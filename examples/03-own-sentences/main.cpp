@@ -1,4 +1,4 @@
-// Your own sentences: their record, their parser for both sides of the line, and their use with a board.
+// Shows your own sentences: a record, a parser for host and board, and an exchange with a board.
 #include <device/communicator.h>
 #include <device/ipayloadparser.h>
 #include <device/sessionabstract.h>
@@ -10,14 +10,14 @@
 
 struct Version : JwDevice::SessionAbstract
 {
-    int sentence = 0; // its key in the tables below: 1, the only one here
-    QString hardware; // the first field; the last three have no name in the table below, so the parser skips them
+    int sentence = 0; // key of the sentence in the tables below; here always 1
+    QString hardware; // the first field; the table below does not name the other fields, so the parser skips them
 };
 
 struct VersionParser : JwDevice::IPayloadParser, Nmea::ParserAbstract<Version>
 {
-    using Record = JwDevice::SessionAbstract; // always a Version: each parser has its own class of record
-    explicit VersionParser(bool boardSide) { m_reversed = boardSide; } // a board builds what the host parses
+    using Record = JwDevice::SessionAbstract; // here always a Version, because this parser fills no other record
+    explicit VersionParser(bool boardSide) { m_reversed = boardSide; } // true: builds the sentences that a host parses
     bool parse(Record *to, const QString &text) override { return parseSentence(static_cast<Version *>(to), text); }
     bool build(const Record *from, QString &text) override { return write(static_cast<const Version *>(from), text); }
     bool write(const Version *from, QString &text) { return buildSentence(from, from->sentence, text); }
@@ -34,7 +34,7 @@ struct VersionParser : JwDevice::IPayloadParser, Nmea::ParserAbstract<Version>
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    VersionParser parser(false); // ours, like the port; declared first, so that it is deleted last
+    VersionParser parser(false); // declared before the Communicator that uses it, so deleted later
     parser.init();
     QSerialPort port(app.arguments().value(1, QStringLiteral("ttyACM0")));
     port.setBaudRate(115200);
@@ -44,14 +44,14 @@ int main(int argc, char **argv)
     Version version;
     version.sentence = 1;
     const bool asked = port.open(QIODevice::ReadWrite) && board.writePayload(&version) != 0;
-    const QDeadlineTimer end(1000); // for everything: each wait starts again with every byte
+    const QDeadlineTimer end(1000); // ms for all waits together, because each wait ends when a byte arrives
     while (asked && version.hardware.isEmpty() && !end.hasExpired()
            && (board.readPayload(&version) || port.waitForReadyRead(static_cast<int>(end.remainingTime())))) { }
     if (version.hardware.isEmpty()) {
         qCritical("%s: %s", qPrintable(port.portName()), asked ? "no version came" : qPrintable(port.errorString()));
         return 1;
     }
-    VersionParser boardSide(true); // for your own simulated board; a parser that you call yourself throws its errors
+    VersionParser boardSide(true); // for your own simulated board; if you call a parser yourself, it throws on errors
     boardSide.init();
     QString sentence;
     boardSide.build(&version, sentence);

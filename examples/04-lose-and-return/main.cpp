@@ -1,4 +1,4 @@
-// Keeps one board: when its cable is pulled, closes the port; when the board is back, takes it again.
+// Stays connected with one board. Closes the port when the cable is pulled, and finds the board when it is back.
 #include <device/communicator.h>
 #include <device/initializer.h>
 
@@ -13,44 +13,45 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QObject owner; // of the search and of the board
-    QPointer<JwDevice::Initializer> search; // null while no search runs
-    QPointer<QSerialPort> port; // the board's port; null while we have no board
+    QObject owner; // parent of the search and of the board's port
+    QPointer<JwDevice::Initializer> search; // the running search; null while no search runs
+    QPointer<QSerialPort> port; // the board's port; null while no board is connected
 
     const auto onPortError = [&] {
         if (!port || !port->isOpen())
             return;
         out << "lost the board on " << port->portName() << Qt::endl;
-        port->close(); // otherwise the port reports errors without end
-        port->deleteLater(); // not delete: the port emits the signal that called us
+        port->close(); // otherwise the port reports errors again and again
+        port->deleteLater(); // not delete, because the port emits the signal that called this function
     };
     const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        search->deleteLater(); // not delete: the search emits the signal that called us; this frees its other ports
+        // Not delete, because the search emits the signal that called this function. Then its other ports are closed.
+        search->deleteLater();
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);
-        board->setParent(port); // deleted with its port
+        board->setParent(port); // so the board is deleted with its port
         QObject::connect(port, &QSerialPort::errorOccurred, &owner, onPortError);
         out << "the board is on " << port->portName() << Qt::endl;
     };
 
     bool told = false;
     const auto giveUp = [&] {
-        search->deleteLater(); // the timer below makes a new one
+        search->deleteLater(); // the timer below starts a new search
         if (!port && !told)
             out << "no BoardA yet; jwprobe --type BoardA says why" << Qt::endl;
         told = true;
     };
 
-    // Listing the ports is cheap, works on every system, and also finds a board under a new port name.
+    // Look for ports twice a second. This is cheap, works on every system, and also finds the board under a new name.
     QTimer watch;
     QObject::connect(&watch, &QTimer::timeout, &owner, [&] {
         if (port || search || QSerialPortInfo::availablePorts().isEmpty())
             return;
-        search = new JwDevice::Initializer(&owner); // one for each probe
+        search = new JwDevice::Initializer(&owner); // use a new Initializer for each probe
         QObject::connect(search, &JwDevice::Initializer::deviceInitialized, &owner, onBoardFound);
-        // A board that was just plugged in may need longer than one search.
+        // Do not stop when a search fails, because a board that was just plugged in may need longer than one search.
         QObject::connect(search, &JwDevice::Initializer::deviceNotFound, search, giveUp);
-        QTimer::singleShot(3000, search, giveUp); // a board of another type would keep the search open
+        QTimer::singleShot(3000, search, giveUp); // otherwise a board of another type keeps the search open
         search->probe({JwDevice::BoardA});
     });
     watch.start(500);

@@ -20,7 +20,7 @@ int main(int argc, char **argv)
             app.quit();
     };
 
-    QObject owner; // of the search and of the boards that it finds
+    QObject owner; // parent of the search and of the ports that have boards
     auto *initializer = new JwDevice::Initializer(&owner);
     QObject::connect(initializer, &JwDevice::Initializer::deviceInitialized, &app,
                      [&](JwDevice::Type type, JwDevice::Communicator *board) {
@@ -36,8 +36,8 @@ int main(int argc, char **argv)
     QObject::connect(initializer, &JwDevice::Initializer::deviceNotFound, &app,
                      [&](JwDevice::Type type) { settle(type, QStringLiteral(" was not found")); });
 
-    // A board that answers, but with no wanted type, keeps the probe open: it may still send its type. Only the
-    // application knows how long it can wait.
+    // A board that answers, but with no wanted type, keeps the probe open, because the board may still send a wanted
+    // type. Only the application knows how long to wait.
     QTimer::singleShot(2000, initializer, [&] {
         for (const JwDevice::Type type : qAsConst(missing))
             out << JwDevice::typeName(type) << " did not come in time" << Qt::endl;
@@ -46,7 +46,7 @@ int main(int argc, char **argv)
             if (report.verdict == JwDevice::PortReport::Silenced)
                 out << report.portName << " answered with " << report.reply << Qt::endl;
         }
-        initializer->deleteLater(); // closes the ports that were not handed over
+        initializer->deleteLater(); // also closes all ports that it still owns
         app.exit(1);
     });
     QTimer::singleShot(0, initializer, [&] { initializer->probe(missing); });

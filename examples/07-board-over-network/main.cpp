@@ -1,4 +1,4 @@
-// Talks to a board on another machine, where ser2net offers its port over TCP. A Communicator uses any QIODevice.
+// Talks over TCP to a board on another machine, where ser2net offers the port. A Communicator can use any QIODevice.
 #include <device/communicator.h>
 
 #include <QCoreApplication>
@@ -17,7 +17,7 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    QTcpSocket socket; // declared first: the Communicator only points to it, so it must live longer
+    QTcpSocket socket; // declared first, because it must exist longer than the Communicator
     JwDevice::Communicator board;
     board.setIODevice(&socket);
     const auto fail = [&](const QString &why) {
@@ -31,7 +31,7 @@ int main(int argc, char **argv)
         out << "answer " << payload.trimmed() << Qt::endl;
         app.quit();
     });
-    // Write only when the socket is connected: the Communicator does not open its device.
+    // Write only after the socket is connected, because the Communicator does not open its device.
     QObject::connect(&socket, &QTcpSocket::connected, &app, [&] {
         out << "connected" << Qt::endl;
         board.writePayload(QStringLiteral("$PJWVER*0c\r\n"));

@@ -24,5 +24,5 @@ public:
 
 private:
     JwDevice::Initializer m_search;
-    QSerialPort *m_port = nullptr; // a child; null until the board is found
+    QSerialPort *m_port = nullptr; // the board's port, a child of this object; null until the board is found
 };

@@ -1,4 +1,4 @@
-// Tests an application on simulated boards. The application here is a lamp that is on while its board is there.
+// Tests an application with simulated boards. The application here is a lamp that is on while its board is connected.
 #include "lamp.h"
 
 #include <simulator/preload.h>
@@ -12,7 +12,7 @@ class TestLamp : public QObject
 private Q_SLOTS:
     void isOnAsLongAsTheBoardIsThere()
     {
-        JwSimulator::Testbed testbed; // the application sees only its ports
+        JwSimulator::Testbed testbed; // from now on the application sees only simulated ports
         JwSimulator::Board *board = testbed.add(JwSimulator::BoardConfig());
         Lamp lamp;
         QTRY_VERIFY(lamp.isOn());
@@ -23,7 +23,7 @@ private Q_SLOTS:
 
 int main(int argc, char **argv)
 {
-    JwSimulator::ensurePreloaded(argv); // first: without it a program sees no simulated ports
+    JwSimulator::ensurePreloaded(argv); // call this first, or the program sees no simulated ports
     QCoreApplication app(argc, argv);
     TestLamp test;
     return QTest::qExec(&test, argc, argv);

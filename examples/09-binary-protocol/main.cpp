@@ -1,5 +1,5 @@
-// Finds a board by its sentences, then uses a binary protocol on its port, as for a boot loader: asks for a block of
-// eight bytes and prints them.
+// Finds a board by its sentences, then uses a binary protocol on the same port, for example that of a boot loader. Here
+// the program asks for a block of eight bytes and prints the bytes.
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/wholelines.h>
@@ -13,18 +13,18 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QObject owner; // of the port
+    QObject owner; // parent of the port
     constexpr int blockSize = 8;
-    // Put your boot loader's request here. A simulated board answers this one, with random bytes first.
+    // Put your boot loader's request here. A simulated board answers this request, and can send random bytes first.
     const QByteArray request = "$PJWVER*0c\r\n";
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {
         // Every port that an Initializer hands over has this class.
         auto *port = static_cast<JwDevice::WholeLines<QSerialPort> *>(board->device());
         port->setParent(&owner);
-        board->setIODevice(nullptr); // otherwise the Communicator reads our bytes
-        board->deleteLater(); // not delete: we are in one of its signals
-        port->setWholeLines(false); // otherwise bytes are available only after a line end
+        board->setIODevice(nullptr); // otherwise the Communicator takes the bytes that this program reads
+        board->deleteLater(); // not delete, because the board emits the signal that called this function
+        port->setWholeLines(false); // otherwise bytes can be read only after a line end
         QObject::connect(port, &QSerialPort::errorOccurred, &owner, [&app, port] {
             if (!port->isOpen())
                 return;

@@ -1,6 +1,6 @@
-// Public types that have no exported function of their own. In the debug information no exported function refers to
-// them (QList and std::function hide their elements), so this function does. There is one function for all of them,
-// because the compiler joins functions that do the same.
+// libabigail describes only types that an exported function uses. No function of the library shows these public types,
+// because QList and std::function hide their elements. So this function uses the types. One function uses all of them,
+// because the compiler would join several functions that do the same.
 #include <device/boardrules.h>
 #include <device/portevent.h>
 #include <device/portreport.h>

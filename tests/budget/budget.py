@@ -24,7 +24,7 @@ YARDSTICK = "record"
 
 
 def instructions_by_name(folder):
-    """The number of instructions of each profile that callgrind wrote, by the name that the program gave it."""
+    """Returns the number of instructions in each of callgrind's profiles, by the name of the profile's work."""
     found = {}
     for profile in folder.glob("profile.*"):
         text = profile.read_text(encoding="utf-8", errors="replace")
@@ -35,12 +35,12 @@ def instructions_by_name(folder):
 
 
 def measure(program):
-    """The versions of Qt, compiler and C library, and the cost of one operation by name."""
+    """Returns the versions of Qt, compiler and C library, and for each kind of work the cost of one operation."""
     if not os.path.isfile(program) or not shutil.which("valgrind"):
         sys.exit("Cannot count the cost of the library: install the package valgrind (or run scripts/test), then "
                  "configure and build again.")
     with tempfile.TemporaryDirectory() as folder:
-        # Otherwise hashes have another order in each run, and the first call of a function includes its look-up.
+        # Without these variables, hashes are ordered differently in each run, and first calls include a symbol look-up.
         environment = dict(os.environ, QT_HASH_SEED="0", LD_BIND_NOW="1", LC_ALL="C")
         output = subprocess.run(
             ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={folder}/profile", program],
@@ -57,7 +57,7 @@ def measure(program):
 
 
 def check(versions, costs):
-    """Exits with a list of costs above the budget, or so far below it that a later loss would pass unseen."""
+    """Fails with a list of costs that are above the budget. Costs far below it fail too: then the budget is too high."""
     stored = json.loads(BUDGET.read_text(encoding="utf-8"))
     budget = stored["costs"]
     same = versions == stored["versions"]

@@ -1,5 +1,5 @@
-// The work that has a budget. Under valgrind's callgrind this program writes one profile for each piece of work, and
-// prints a line for budget.py: "name: operations allocations".
+// Does the work that has a budget. Run this program under valgrind's callgrind. For each piece of work, the program
+// writes one profile and prints a line for budget.py: "name: operations allocations".
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <logger/logger.h>
@@ -39,7 +39,7 @@ void require(bool condition, const char *what)
 template <typename Work>
 void count(const char *name, int operations, Work work)
 {
-    work(); // a first run, so that the count has no one-time costs
+    work(); // a first run, so that the count does not include one-time costs
     const long before = allocationCount();
     CALLGRIND_ZERO_STATS;
     for (int i = 0; i < repetitions; ++i)
@@ -48,7 +48,7 @@ void count(const char *name, int operations, Work work)
     std::printf("%s: %d %ld\n", name, repetitions * operations, allocationCount() - before);
 }
 
-/// The least cost of a parse: filling its record from values that exist already.
+/// Counts the least cost of a parse, which is to fill a record with values that exist already.
 void countRecord()
 {
     SessionInit session;
@@ -91,8 +91,8 @@ void countBuild()
     require(sentence == QLatin1String("$PTJWWR,INF*71\r\n"), "a sentence was not built");
 }
 
-/// A device offers `bytes`, `readSize` at a time; the Communicator receives and parses `payloads` payloads, `good` of
-/// them good.
+/// Counts the cost of receiving and parsing `bytes`, in reads of `readSize` bytes. `bytes` contains `payloads`
+/// payloads; `good` of these payloads are valid.
 void countReceive(const char *name, const QByteArray &bytes, int readSize, int payloads, int good)
 {
     StreamDevice device;
@@ -137,7 +137,7 @@ void countLog()
 
 int main()
 {
-    loggerInstance()->setLevel(Logger::Fatal); // the library logs bad sentences as errors
+    loggerInstance()->setLevel(Logger::Fatal); // do not print bad sentences, which the library logs as errors
 
     std::printf("versions: Qt %s, compiler %s, C library %s\n", qVersion(), __VERSION__, gnu_get_libc_version());
     countRecord();

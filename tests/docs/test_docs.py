@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The documentation builds without a warning, its links work, and the code and outputs on its pages are true."""
+"""Tests that the documentation builds without a warning, its links work, and its code and outputs are correct."""
 
 import html.parser
 import pathlib
@@ -22,7 +22,7 @@ FENCE = re.compile(r"^ *```.*?^ *```$", re.S | re.M)
 
 
 class Html(html.parser.HTMLParser):
-    """The links of one page, and the names that links can point to."""
+    """Collects the links of one page, and the names in this page to which links can point."""
 
     def __init__(self, name):
         super().__init__()
@@ -36,7 +36,7 @@ class Html(html.parser.HTMLParser):
 
 
 class Pages(unittest.TestCase):
-    """The Markdown pages, as a code host shows them."""
+    """Tests the Markdown pages in the form in which a code host shows them."""
 
     maxDiff = None
     pages = [pathlib.Path(page) for page in blocks.pages()] + [SOURCE / "examples/README.md"]
@@ -59,7 +59,7 @@ class Pages(unittest.TestCase):
         self.assertEqual([page.name for page in DOCS.glob("[a-z]*.md") if f"]({page.name})" not in index], [])
 
     def test_every_code_block_says_where_it_is_from(self):
-        # The pages for developers of the library have no such code. test_gettingstarted.py checks the last page.
+        # The pages for developers of the library quote no code. test_gettingstarted.py checks getting-started.md.
         others = {"architecture.md", "reliability.md", "testing.md", "performance.md", "getting-started.md"}
         for page in DOCS.glob("*.md"):
             if page.name not in others:
@@ -88,13 +88,13 @@ class Pages(unittest.TestCase):
 
 
 class Reference(unittest.TestCase):
-    """The HTML that Doxygen makes with the preset "docs"."""
+    """Tests the HTML that Doxygen makes with the preset "docs"."""
 
     @classmethod
     def setUpClass(cls):
         folder = BUILD / "tests/docs/build"
         run("cmake", "--preset", "docs", "-B", folder, cwd=SOURCE)
-        # A clean build each time: Doxygen reports warnings only when it runs.
+        # Build everything again each time, because Doxygen reports warnings only when Doxygen runs.
         run("cmake", "--build", folder, "--target", "docs", "--clean-first")
         cls.tags = folder / "docs/jwdevice.tag"
         cls.html = folder / "docs/html"

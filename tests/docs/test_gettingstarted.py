@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the steps of docs/getting-started.md in a bare Debian root, and compares the output with the page's transcript.
 
-With --renew it renews the transcript. It uses the packages that tests/package makes.
+With --renew, writes the transcript again instead. Uses the packages that tests/package makes.
 """
 
 import pathlib
@@ -25,7 +25,7 @@ MARK = "@@ "
 
 
 def script():
-    """A shell script of the page's steps in order; before each command it prints a line with the mark."""
+    """Returns a shell script that does the page's steps in order. Before each command, the script prints a marked line."""
     lines = []
     for step in STEP.finditer(PAGE.read_text()):
         if step["file"]:
@@ -37,7 +37,7 @@ def script():
 
 
 def transcript(output):
-    """The commands and their output, without most of the output of apt."""
+    """Returns the commands and their output, without most of the output of apt and of "cmake -B"."""
     result = ""
     for part in output.split(MARK)[1:]:
         command, said = part.split("\n", 1)
@@ -48,7 +48,7 @@ def transcript(output):
 
 
 def comparable(text):
-    """The text without apt's lines, which change with every update of Debian."""
+    """Returns the text without apt's lines, because these lines change with every update of Debian."""
     return blocks.comparable(re.sub(r"(?m)^(\$ apt-get.*\n)[^$]*", r"\1", text))
 
 

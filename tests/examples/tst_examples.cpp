@@ -33,7 +33,7 @@ QString program(const char *example)
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
 }
 
-/// If several ports answer, the lines may come in any order.
+/// Returns the lines of `text`, sorted. If several boards answer, a program may print their lines in any order.
 QList<QByteArray> sortedLines(const QByteArray &text)
 {
     QList<QByteArray> lines = linesOf(text);
@@ -41,7 +41,7 @@ QList<QByteArray> sortedLines(const QByteArray &text)
     return lines;
 }
 
-/// The command in examples/README.md for the example with this number.
+/// Returns the command that examples/README.md shows for the example with this number.
 QString commandOfPage(const char *number)
 {
     const QString page = QString::fromUtf8(readFile(QStringLiteral(EXAMPLES_SOURCES "/README.md")));
@@ -50,8 +50,8 @@ QString commandOfPage(const char *number)
     return row.match(page).captured(1);
 }
 
-/// A copy of the folder of examples/README.md. In the commands and in example 07 it replaces the serial port and the
-/// TCP port by names of this test alone, because test runs side by side would share them.
+/// A copy of the folder examples. It replaces the serial port and the TCP port in the commands and in example 07 with
+/// ports that only this test uses, because two test runs at the same time would share a port.
 class PageFolder
 {
 public:
@@ -74,7 +74,7 @@ public:
         }
     }
 
-    /// The arguments for a shell that runs the command for the example with this number.
+    /// Returns the arguments for a shell that runs the command for the example with this number.
     QStringList command(const char *number) const
     {
         const QString script =
@@ -104,7 +104,7 @@ quint16 freeTcpPort()
     return server.serverPort();
 }
 
-/// Without a network address ser2net resolves no name, not even localhost.
+/// Returns whether this machine has a network address. Without one, ser2net resolves no name, not even localhost.
 bool hasNetworkAddress()
 {
     const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
@@ -148,7 +148,7 @@ private Q_SLOTS:
 
 private:
     Board *add(const QString &text);
-    /// Runs `program` to its end, while the boards live in our event loop.
+    /// Runs `program` until it ends. Meanwhile the boards answer, because this process runs its event loop.
     Outcome run(const QString &program, const QStringList &arguments = {}) const;
 
     std::unique_ptr<JwSimulator::Testbed> m_testbed;
@@ -230,7 +230,7 @@ void TestExamples::exchangePayloadsPrintsProgressAndAnswers()
     QCOMPARE(linesOf(outcome.output),
              QList<QByteArray>({"payload 2 is on its way", "payload 3 is on its way", "answer 1 is " + reply,
                                 "answer 2 is " + reply, "answer 3 is " + reply}));
-    QCOMPARE(board->queryCount(), 4); // one of the search, three of the example
+    QCOMPARE(board->queryCount(), 4); // one query by the search, three by the example
     QCOMPARE(outcome.status, 0);
 }
 
@@ -253,7 +253,7 @@ void TestExamples::ownSentencesSaysWhyThereAreNone_data()
     };
     row("silent");
     row("BoardA,checksum=wrong");
-    // These send bytes without end, so that each wait ends with more bytes.
+    // These boards send bytes without end, so each wait ends early because bytes arrive.
     row("babble");
     row("BoardA,noise=3,replies=1000,chunk=1,gap=300");
     row("other");
@@ -294,7 +294,7 @@ void TestExamples::missingBoardIsReportedOnce()
     Board *const silent = add(QStringLiteral("BoardA,ignore=1000"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(silent->queryCount() == 9); // a search asks four times, so this is the third search
+    WAIT_FOR(silent->queryCount() == 9); // a search sends four queries, so the ninth query begins the third search
 
     QCOMPARE(run.output(), noBoardYet + '\n');
 }
@@ -304,7 +304,7 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
     Board *const other = add(QStringLiteral("BoardB"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(other->queryCount() == 1); // now this board keeps the search open
+    WAIT_FOR(other->queryCount() == 1); // this board answers, so it keeps the search open from now on
 
     Board *const board = add(QStringLiteral("BoardA"));
 
@@ -314,7 +314,7 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
 
 void TestExamples::loggingWritesTrafficToTheFileAndAllToQt()
 {
-    add(QStringLiteral("BoardA,ignore=1")); // makes a retry round, which the library logs as a warning
+    add(QStringLiteral("BoardA,ignore=1")); // causes a retry round, which the library logs as a warning
     const QTemporaryDir folder;
     const QString file = folder.filePath(QStringLiteral("traffic.log"));
 
@@ -409,7 +409,7 @@ void TestExamples::commandsOfThePageDoWhatItSays()
     const auto says = [&] { return QString::fromUtf8(run.output() + run.error()).contains(expression); };
     run.start();
 
-    // Does not wait for the end: one of the programs runs until it is stopped.
+    // Do not wait for the program's end, because one of the programs runs until it is stopped.
     WAIT_FOR(run.isOver() || says());
 
     QVERIFY2(says(), run.output() + run.error());
@@ -453,7 +453,7 @@ void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
     Board *const board = add(QStringLiteral("silent"));
     int requests = 0;
     QObject::connect(board, &Board::sentenceReceived, board, [&] {
-        // The first query comes from the search.
+        // Answer the search's query like a BoardA, and the example's request with binary bytes.
         board->send(++requests == 1 ? reply + "\r\n" : QByteArray("\0\x7f\n$\xff!\r\0", 8));
     });
 

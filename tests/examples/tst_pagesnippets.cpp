@@ -1,4 +1,4 @@
-// Code that pages in docs/ quote and that is in no example. It must do what the pages say.
+// Tests code that pages in docs/ quote, if no example contains it. The code must do what the pages say.
 #include "support/common/portname.h"
 #include "support/common/recordsink.h"
 #include "support/common/simulatedportsmain.h"
@@ -69,7 +69,7 @@ void TestPageSnippets::reportsSayWhyNothingWasFound()
     QStringList lines;
     const QList<JwDevice::PortReport> reports = initializer->portReports();
     for (const JwDevice::PortReport &report : reports) {
-        QString why = report.errorText; // of a port that was not opened, or lost
+        QString why = report.errorText; // says why a port was not opened, or was lost
         if (report.verdict == JwDevice::PortReport::Silenced)
             why = report.reply;
         else if (report.verdict == JwDevice::PortReport::TimedOut && !report.unreadable.isEmpty())
@@ -87,8 +87,8 @@ void TestPageSnippets::categoryFollowsItsOwnLevel()
 {
     LogCapture log;
 
-    loggerInstance()->setLevel(Logger::Error); // all categories but
-    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace); // this one
+    loggerInstance()->setLevel(Logger::Error); // other categories keep only errors
+    loggerInstance()->setLevel(QStringLiteral("Communication"), Logger::Trace); // this category keeps every record
 
     LOGGER_RECORD(Logger::Trace, "Communication").write("kept");
     LOGGER_RECORD(Logger::Warning, "RawCommunication").write("dropped");

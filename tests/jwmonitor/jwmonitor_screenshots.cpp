@@ -1,5 +1,5 @@
-// Makes the pictures of the documentation: jwmonitor_screenshots FOLDER, run under jwsim. Finds the boards, talks to
-// them, and saves a picture of each view of the window.
+// Makes the pictures of the documentation. Run "jwmonitor_screenshots FOLDER" under jwsim. It finds the boards,
+// exchanges payloads with them, and saves a picture of each view of the window.
 #include <common/boardtype.h>
 #include <jwmonitor/app/mainwindow.h>
 #include <jwmonitor/find/boardfinder.h>
@@ -25,7 +25,7 @@ using namespace JwMonitor;
 namespace {
 
 constexpr int turns = 160;
-constexpr int settleTime = 300; // ms that a view has to draw itself before its picture
+constexpr int settleTime = 300; // ms between showing a view and saving its picture
 
 struct Picture
 {
@@ -42,7 +42,7 @@ constexpr Picture pictures[] = {{MainWindow::PortsTab, Theme::Palette::Light, "p
 class Photographer : public QObject
 {
 public:
-    /// Starts at the end of the window's first search.
+    /// The object begins to send payloads when the window's first search ends.
     Photographer(MainWindow *window, const QString &folder)
         : m_window(window)
         , m_folder(folder)
@@ -67,7 +67,7 @@ private:
         }
         if (board->count() == 0)
             return;
-        m_timer.setInterval(turn % 40 < 20 ? 25 : 60); // two speeds, so that the curves of the plot move
+        m_timer.setInterval(turn % 40 < 20 ? 25 : 60); // two speeds, so that the plot's curves rise and fall
         board->setCurrentIndex(turn % board->count());
         const bool isBoardC = board->currentText().contains(JwTools::boardName(JwDevice::BoardC));
         line->setText(isBoardC ? QStringLiteral("PTJWWR,INF") : QStringLiteral("PJWVER"));
@@ -78,7 +78,7 @@ private:
     void takePictures()
     {
         auto *span = m_window->findChild<QComboBox *>(QStringLiteral("span"));
-        span->setCurrentIndex(span->findData(10)); // seconds: about the time that we talked
+        span->setCurrentIndex(span->findData(10)); // 10 seconds, about as long as this program sent payloads
         int delay = 0;
         for (const Picture &picture : pictures) {
             QTimer::singleShot(delay, this, [this, &picture] {

@@ -17,7 +17,7 @@
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
 
-/// How jwmonitor finds boards and keeps them found.
+/// Tests how jwmonitor finds boards, and how it finds a lost board again.
 class TestFinder : public QObject
 {
     Q_OBJECT
@@ -105,7 +105,7 @@ void TestFinder::endsTheSearchOnceAllAreFound()
     QVERIFY(!fixture.finder.isSearching());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(int(fixture.entry(silent).report->verdict),
-             int(PortReport::Awaiting)); // the search ended without waiting for this port
+             int(PortReport::Awaiting)); // the search ended although this port did not answer
 }
 
 void TestFinder::tellsWhatBecameOfEachPort()
@@ -159,7 +159,7 @@ void TestFinder::tellsOfANamedPortThatIsNotThere()
     JwMonitor::FindSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{QStringLiteral("ttyNONE0")};
-    // All names of missing ports share one lock file. Another process may hold that file for a moment.
+    // All missing ports share one lock file. Another process may lock that file for a moment, so try again.
     const auto isSearched = [&] {
         fixture.finder.start(settings);
         return QTest::qWaitFor([&] { return !fixture.finder.isSearching(); }) && fixture.finder.ports().size() == 1
@@ -223,7 +223,7 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     });
     other.start(port);
     QTRY_VERIFY(board->send(reply) && errors > 0);
-    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort judges by the errno of an earlier call
+    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort derives the error from a stale errno
     other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
@@ -247,7 +247,7 @@ void TestFinder::aPortThatOnlyFailsIsLost()
     int errors = 0;
     connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
     for (int i = 0; i < 100; ++i)
-        port->setRequestToSend(true); // fails, because a simulated port has no such line
+        port->setRequestToSend(true); // fails, because a simulated port has no RTS line
     QVERIFY(errors >= 100);
     QCOMPARE(lost.size(), 0);
     QVERIFY(port->isOpen());
@@ -284,10 +284,10 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // sometimes the list of ports is read while the cable is out, mostly not
+    for (int i = 0; i < 4; ++i) { // repeated, because jwmonitor rarely lists the ports while the cable is out
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
-        QTRY_COMPARE(ended.size(), 1); // the search that started because of the loss
+        QTRY_COMPARE(ended.size(), 1); // the loss started this search
         QVERIFY(board->plug());
         QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
     }
@@ -309,7 +309,7 @@ void TestFinder::somethingElseOnTheLostPortIsNotLost()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("silent");
-    bool isBoard = true; // the next device plugged in is no board
+    bool isBoard = true; // false: the device on this port no longer answers like a board
     connect(board, &JwSimulator::Board::sentenceReceived, board, [&] {
         if (isBoard)
             board->send("$PJWVER,7300022,1,4,0*0d\r\n");
@@ -485,7 +485,7 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // the ended search exists until the dialog closes
+    QEventLoop dialog; // runs in a signal of the search, which still exists until this loop ends
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {
@@ -527,7 +527,7 @@ void TestFinder::startWithinASearchFindsTheBoards()
     QSignalSpy started(&fixture.finder, &JwMonitor::BoardFinder::searchStarted);
     fixture.start({BoardA});
     QTRY_VERIFY(fixture.entry(slow).report);
-    fixture.start({BoardA}, 1); // the first search still had the port open
+    fixture.start({BoardA}, 1); // the first search still has the port open
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(started.size(), 2);
 }

@@ -19,7 +19,7 @@
 
 using namespace JwMonitor;
 
-/// jwmonitor's view of the library's log.
+/// Tests jwmonitor's view of the library's log.
 class TestLog : public QObject
 {
     Q_OBJECT
@@ -49,7 +49,7 @@ private:
 
 void TestLog::init()
 {
-    loggerInstance()->clearSinks(); // removes the sink that writes to standard error
+    loggerInstance()->clearSinks(); // removes the default sink, which writes to standard error
     loggerInstance()->setLevel(Logger::Trace);
     m_model = std::make_unique<LogModel>();
     m_view = std::make_unique<LogView>(m_model.get());
@@ -92,7 +92,7 @@ void TestLog::aToolTipShowsEachCharacter()
     CuteMessageLogger(loggerInstance(), Logger::Warning, "a.cpp", 1, "void f(Map<b> &&, \"a\")").write("one");
     QTRY_COMPARE(m_model->rowCount(), 1);
     const QString toolTip = m_model->index(0, 0).data(Qt::ToolTipRole).toString();
-    QVERIFY(Qt::mightBeRichText(toolTip)); // so a tool tip takes it as HTML
+    QVERIFY(Qt::mightBeRichText(toolTip)); // so QToolTip shows the text as HTML
     QTextDocument document;
     document.setHtml(toolTip);
     const QString text = document.toPlainText();

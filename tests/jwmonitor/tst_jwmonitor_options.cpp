@@ -25,7 +25,7 @@ std::optional<Options> parse(const char *line, QString *error = nullptr)
 
 } // namespace
 
-/// The settings of a search: from the command line, and from the controls of the window.
+/// Tests how the command line and the controls of the window set the settings of a search.
 class TestOptions : public QObject
 {
     Q_OBJECT

@@ -26,7 +26,7 @@ TrafficRecord at(qint64 timeUs, const QString &body, const QString &port = acm0)
     return {timeUs, port, Direction::Received, framed(body), 2};
 }
 
-/// Such as "5s=2", or "5.25s=2".
+/// Returns a text for each sample, for example "5s=2" or "5.25s=2".
 QStringList sampleTexts(const std::deque<PlotSample> &samples)
 {
     QStringList texts;
@@ -45,7 +45,7 @@ int pixelsOf(const QImage &image, QRgb colour)
     return count;
 }
 
-/// Shows the view with the curve of the only field that its payloads have.
+/// Shows the view, and chooses the only field of its payloads.
 void showOnlyField(PlotView &view)
 {
     view.resize(700, 400);
@@ -56,7 +56,7 @@ void showOnlyField(PlotView &view)
 
 } // namespace
 
-/// jwmonitor's plot.
+/// Tests jwmonitor's plot.
 class TestPlot : public QObject
 {
     Q_OBJECT
@@ -200,10 +200,10 @@ void TestPlot::readsTheValuesOfAField()
     PlotData data(&model);
     data.setQuantity({QStringLiteral("PA"), Direction::Received, 1});
     model.append(at(5 * second + second / 4, QStringLiteral("PA,1,-2.5")));
-    model.append(at(6 * second, QStringLiteral("PB,1,3"))); // another sentence
-    model.append(at(7 * second, QStringLiteral("PA,1,x"))); // no number
-    model.append(at(8 * second, QStringLiteral("PA,1,inf"))); // nothing to draw
-    model.append(at(9 * second, QStringLiteral("PA,1"))); // the field is missing
+    model.append(at(6 * second, QStringLiteral("PB,1,3"))); // ignored: another sentence
+    model.append(at(7 * second, QStringLiteral("PA,1,x"))); // ignored: not a number
+    model.append(at(8 * second, QStringLiteral("PA,1,inf"))); // ignored: infinite
+    model.append(at(9 * second, QStringLiteral("PA,1"))); // ignored: the field is missing
     model.append(at(10 * second, QStringLiteral("PA,1,1e3")));
     model.append({11 * second, acm0, Direction::Sent, framed(QStringLiteral("PA,1,4")), 3});
     model.flush();
@@ -259,7 +259,7 @@ void TestPlot::noiseDoesNotOfferFieldsWithoutEnd()
         model.append(at(5 * second, QStringLiteral("P%1,1").arg(i)));
     model.append(at(5 * second, QStringLiteral("P0") + QStringLiteral(",1").repeated(100)));
     model.flush();
-    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0); // all payloads are read
+    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0); // 1000 + 1 payloads, so the plot has read all of them
     QCOMPARE(data.fields().size(), 100 + 63);
 }
 
@@ -331,7 +331,7 @@ void TestPlot::theViewDrawsACurvePerPort()
     for (const Theme::Role role : {Theme::Series1, Theme::Series2}) {
         const QRgb colour = Theme::colour(canvas->palette(), role).rgb();
         QCOMPARE(pixelsOf(empty, colour), 0);
-        QVERIFY(pixelsOf(drawn, colour) > 30); // the dots at the samples
+        QVERIFY(pixelsOf(drawn, colour) > 30); // the dots that mark the samples
     }
 }
 
@@ -347,7 +347,7 @@ void TestPlot::theViewDrawsADenseCurve()
     QTRY_COMPARE(view.findChild<PlotData *>()->curves()[acm0].size(), size_t(5000));
     auto *canvas = view.findChild<PlotCanvas *>();
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
-    // The curve goes up and down in each column of pixels: a filled block over five sixths of the time.
+    // The curve rises and falls within each column of pixels, so it fills five sixths of the time axis.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
 }
 
@@ -376,7 +376,7 @@ void TestPlot::theCursorMovesByKeys()
     PlotView view(&model);
     view.show();
     auto *canvas = view.findChild<PlotCanvas *>();
-    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // behind the cursor's time
+    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the cursor's time
     QCOMPARE(pixelsOf(canvas->grab().toImage(), colour), 0);
     QTest::keyClick(canvas, Qt::Key_Left);
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > 100);

@@ -41,7 +41,7 @@ QString text(const QAbstractItemModel *model, const JwSimulator::Board *board, P
 
 } // namespace
 
-/// The table of ports and the line of boards.
+/// Tests the table of ports, and the line that shows the boards.
 class TestPorts : public QObject
 {
     Q_OBJECT
@@ -196,7 +196,7 @@ void TestPorts::theLineOfBoardsTellsWhereEachStands()
 
 void TestPorts::colouredTextsContrastWithTheirGround()
 {
-    // The contrast that the web's accessibility rules (WCAG) ask for.
+    // Returns the luminance by the web's accessibility rules (WCAG). These rules ask for a contrast of at least 4.5.
     const auto luminance = [](const QColor &colour) {
         const auto linear = [](double value) {
             return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);

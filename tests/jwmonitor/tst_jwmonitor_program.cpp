@@ -5,7 +5,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-/// How jwmonitor starts.
+/// Tests how jwmonitor starts.
 class TestProgram : public QObject
 {
     Q_OBJECT
@@ -22,7 +22,7 @@ private Q_SLOTS:
     void theDesktopFileStartsIt();
 
 private:
-    // "env -u NAME" removes a variable from the environment.
+    // Runs jwmonitor. `environment` contains arguments of env: "NAME=VALUE" sets a variable, "-u NAME" removes it.
     static Outcome run(const QStringList &environment, const QStringList &arguments)
     {
         return runProgram(QStringLiteral("env"),
@@ -90,7 +90,7 @@ void TestProgram::takesThePlatformWithOneDashOrTwo()
                   QStringList{QStringLiteral("env")} + noDisplay()
                       + QStringList{QStringLiteral(JWMONITOR_PROGRAM), option, QStringLiteral("offscreen")}));
     run.start();
-    // The search that starts with the window locks the port.
+    // The first search locks the port and starts with the window, so a lock file shows that the window is open.
     WAIT_FOR(run.isOver() || QFile::exists(QStringLiteral("/var/lock/LCK..") + port));
     QVERIFY2(!run.isOver(), run.error());
     run.sendSignal(SIGTERM);

@@ -20,12 +20,12 @@ using namespace JwMonitor;
 
 namespace {
 
-constexpr int patienceMs = 200000; // enough with a sanitizer on a busy machine
+constexpr int patienceMs = 200000; // long enough for a build with a sanitizer on a busy machine
 
 } // namespace
 
-/// The longest time that jwmonitor's window does not react, with a full table and 1000 payloads a second. It prints
-/// figures to read. They depend on the machine and its load, so only a real freeze fails.
+/// Measures the longest time for which jwmonitor's window does not react, with a full table and 1000 payloads a second.
+/// Prints the figures. They depend on the machine and its load, so the test fails only if the window really freezes.
 class TestResponsiveness : public QObject
 {
     Q_OBJECT
@@ -76,7 +76,7 @@ void TestResponsiveness::initTestCase()
 
 void TestResponsiveness::feed()
 {
-    for (; m_fed < m_feeding.elapsed(); ++m_fed) // one each millisecond
+    for (; m_fed < m_feeding.elapsed(); ++m_fed) // one payload for each elapsed millisecond
         addPayload();
 }
 
@@ -144,7 +144,7 @@ void TestResponsiveness::plotsAll()
 
 void TestResponsiveness::saves()
 {
-    m_plot.hide(); // with a sanitizer, the plot takes most of the time
+    m_plot.hide(); // hidden, because in a build with a sanitizer the plot would take most of the time
     const QTemporaryDir folder;
     m_watch.restart();
     QSignalSpy saved(&m_view, &TrafficView::saved);

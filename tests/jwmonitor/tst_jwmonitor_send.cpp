@@ -32,7 +32,7 @@ struct SlowDevice : ScriptedDevice
 
 } // namespace
 
-/// jwmonitor's panel that sends lines to a board.
+/// Tests jwmonitor's panel that sends lines to a board.
 class TestSend : public QObject
 {
     Q_OBJECT
@@ -226,7 +226,7 @@ void TestSend::theSystemTakesWhatIsSent()
     type("PJWVER");
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("transferred")));
-    type("PJWVER,2"); // longer than the first: its report does not cover both
+    type("PJWVER,2"); // longer than the first payload, so the port's report covers only the first
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress),
                  QStringList({QStringLiteral("transferred"), QStringLiteral("taken")}));
@@ -240,7 +240,7 @@ void TestSend::payloadsAreTakenInTheirOrder()
     communicator.setIODevice(&device);
     m_panel->addBoard({QStringLiteral("slow"), JwDevice::BoardA, &communicator});
     for (int i = 0; i < 3; ++i) {
-        type("PJWVER"); // 12 characters as a sentence
+        type("PJWVER"); // becomes a sentence of 12 bytes
         press(Qt::Key_Return);
     }
     const auto progressWith = [&](qint64 waiting) {
@@ -265,7 +265,7 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     m_panel->addBoard({QStringLiteral("slow"), JwDevice::BoardA, &communicator});
     m_boards->setCurrentIndex(1);
     for (int i = 0; i < 3; ++i) {
-        type("PJWVER"); // 12 characters as a sentence
+        type("PJWVER"); // becomes a sentence of 12 bytes
         press(Qt::Key_Return);
     }
     m_boards->setCurrentIndex(0);
@@ -273,7 +273,8 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     press(Qt::Key_Return);
     device.waiting = 24;
     Q_EMIT device.bytesWritten(0);
-    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000)); // waits in another port
+    // This payload waits in another port, so removing the slow board does not change the payload's progress.
+    m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000));
     m_panel->removeBoard(QStringLiteral("slow"));
     const QString lost = QStringLiteral("not sent: the board went");
     QTRY_COMPARE(
@@ -293,7 +294,7 @@ void TestSend::whatWaitsWhenAnotherBoardComesIsNotSent()
     m_panel->addBoard(link);
     m_model->flush();
     QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
-    m_model->markTaken(link.port, 1); // too late
+    m_model->markTaken(link.port, 1); // the payload already counts as not sent, so this late report changes nothing
     QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
     m_panel->removeBoard(link.port);
 }

@@ -5,7 +5,7 @@
 
 using namespace JwMonitor;
 
-/// How jwmonitor decodes sentences.
+/// Tests how jwmonitor decodes sentences.
 class TestSentence : public QObject
 {
     Q_OBJECT
@@ -69,7 +69,7 @@ void TestSentence::findsIdentifierAndFieldAlone_data()
     QTest::addColumn<QString>("payload");
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("field"); // null: there is no such field
+    QTest::addColumn<QString>("field"); // expected text of the field; null if the payload has no such field
     const QString reply = QStringLiteral("$PJWVER,7300021,1,,0*0e\r\n");
     const QString identifier = QStringLiteral("PJWVER");
     QTest::newRow("first field") << reply << identifier << 0 << QStringLiteral("7300021");

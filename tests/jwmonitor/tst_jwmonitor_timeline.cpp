@@ -25,7 +25,7 @@ namespace {
 const QString versionQuery = QStringLiteral("$PJWVER*0c");
 const QString informationRequest = QStringLiteral("$PTJWWR,INF*71");
 
-/// Boards, and the timeline of the searches for them.
+/// Simulated boards, their BoardFinder, and the timeline of its searches.
 struct TimelineFixture : FinderFixture
 {
     ProbeTimeline timeline{&finder};
@@ -47,7 +47,7 @@ struct TimelineFixture : FinderFixture
     }
 };
 
-/// The events of a search that asks a silent port again and again.
+/// Emits the events of a search that sends queries to a silent port again and again.
 class LongSearch
 {
 public:
@@ -96,7 +96,7 @@ bool isInOrder(const TimelineLane &lane)
                           [](const TimelineEvent &a, const TimelineEvent &b) { return a.ms < b.ms; });
 }
 
-/// The place of an event of the only lane, in the viewport of the canvas.
+/// Returns the position of an event of the only lane, in coordinates of the canvas's viewport.
 QPointF position(const ProbeTimeline &timeline, const TimelineView &view, int event)
 {
     const TimelineCanvas *canvas = view.canvas();
@@ -104,7 +104,7 @@ QPointF position(const ProbeTimeline &timeline, const TimelineView &view, int ev
         .position({0, event});
 }
 
-/// The tool tip at an event of the only lane.
+/// Returns the tool tip at an event of the only lane.
 QString toolTip(const ProbeTimeline &timeline, const TimelineView &view, int event)
 {
     QWidget *viewport = view.canvas()->viewport();
@@ -114,7 +114,7 @@ QString toolTip(const ProbeTimeline &timeline, const TimelineView &view, int eve
     return QToolTip::text();
 }
 
-/// Whether any pixel of `image` has just about this colour.
+/// Returns whether `image` has a pixel of nearly this colour.
 bool hasColour(const QImage &image, const QColor &colour)
 {
     for (int y = 0; y < image.height(); ++y) {
@@ -128,7 +128,7 @@ bool hasColour(const QImage &image, const QColor &colour)
 
 } // namespace
 
-/// What a search did on each port and when, and its picture.
+/// Tests the timeline, which records what a search did on each port, and the view that draws the timeline.
 class TestTimeline : public QObject
 {
     Q_OBJECT
@@ -377,7 +377,7 @@ void TestTimeline::aLongSearchIsDrawnInFewLines()
     QFile file(fileName);
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QByteArray picture = file.readAll();
-    // A line or a shape for each pixel at most, of rounds, queries and ends of waits.
+    // At most two lines or shapes for each pixel column, although the search has many thousand events.
     QVERIFY2(picture.count("<p") < 2 * view.width(), QByteArray::number(picture.count("<p")));
 }
 
@@ -387,7 +387,7 @@ void TestTimeline::theMarkStaysAtItsEventInALongSearch()
     TimelineView view(&fixture.timeline);
     LongSearch search(&fixture.finder);
     search.retry(ProbeTimeline::maxEvents / 2 - 1);
-    for (int i = 0; i < 8; ++i) // to the query of the third retry round
+    for (int i = 0; i < 8; ++i) // moves the mark to the query of the third retry round
         QTest::keyClick(view.canvas(), Qt::Key_Right);
     const QString marked = view.canvas()->accessibleDescription();
     QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
@@ -398,7 +398,7 @@ void TestTimeline::theMarkStaysAtItsEventInALongSearch()
     QTest::keyClick(view.canvas(), Qt::Key_Right);
     QCOMPARE(view.canvas()->accessibleDescription(), marked);
     search.retry(10);
-    QCOMPARE(view.canvas()->accessibleDescription(), QString()); // it was dropped
+    QCOMPARE(view.canvas()->accessibleDescription(), QString()); // the marked event was dropped, so nothing is marked
 }
 
 void TestTimeline::theMarkIsGoneWithItsSearch()
@@ -438,7 +438,7 @@ void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
     QCOMPARE(fixture.lane(board).events.at(2).kind, PortEvent::Unreadable);
     const auto *viewport = view.canvas()->viewport();
     const QImage picture = view.grab().toImage();
-    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // a reply's arrow has its tip between these two
+    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // an arrow's tip lies between the two corners
     const QPointF centre = position(fixture.timeline, view, 2) + viewport->mapTo(&view, QPoint());
     for (const double side : {-corner, corner})
         QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),

@@ -41,7 +41,7 @@ QString numbered(int number)
 
 } // namespace
 
-/// jwmonitor's table of payloads.
+/// Tests jwmonitor's table of payloads.
 class TestTraffic : public QObject
 {
     Q_OBJECT
@@ -207,11 +207,11 @@ void TestTraffic::aToolTipShowsEachCharacter()
     QFETCH(QString, text);
     const QString payload = framed(QStringLiteral("PX,") + text);
     m_model->append(sent(acm0, payload));
-    m_model->append(received(acm0, payload)); // a payload that the parser refuses
+    m_model->append(received(acm0, payload)); // the parser refuses this payload
     m_model->flush();
     for (int row = 0; row < 2; ++row) {
         const QString toolTip = m_model->index(row, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();
-        QVERIFY(Qt::mightBeRichText(toolTip)); // so a tool tip takes it as HTML
+        QVERIFY(Qt::mightBeRichText(toolTip)); // so QToolTip shows the text as HTML
         QTextDocument document;
         document.setHtml(toolTip);
         const QStringList lines = document.toPlainText().split(QLatin1Char('\n'));
@@ -247,7 +247,7 @@ void TestTraffic::aBurstLargerThanTheTableLeavesItsEnd()
 void TestTraffic::clearEmptiesTheTable()
 {
     addSamples();
-    m_model->append(received(acm0, version)); // the record is no row yet
+    m_model->append(received(acm0, version)); // not in the table yet, but "clear" must drop it
     action("clear")->trigger();
     QCOMPARE(m_model->rowCount(), 0);
     QCOMPARE(m_table->model()->rowCount(), 0);
@@ -305,7 +305,7 @@ void TestTraffic::progressIsToldOfTheNewestOfAnId()
     m_model->markTaken(acm0, 1);
     m_model->markTaken(acm0, 2);
     m_model->flush();
-    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // no longer one of the newest 1000
+    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // reports reach only the newest 1000 payloads
     QCOMPARE(m_model->record(1).transfer, Transfer::Taken);
 }
 
@@ -451,7 +451,7 @@ void TestTraffic::aFilterOfALargeTableIsComplete()
     m_model->flush();
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
     edit("text")->setText(QStringLiteral(",999"));
-    QTRY_COMPARE(m_table->model()->rowCount(), 111); // 999, 9990 to 9999, 99900 to 99999
+    QTRY_COMPARE(m_table->model()->rowCount(), 111); // numbers 999, 9990 to 9999, 99900 to 99999
     QCOMPARE(payloads().first(), JwTools::printable(numbered(999)));
     QCOMPARE(payloads().last(), JwTools::printable(numbered(99999)));
 }
@@ -534,7 +534,7 @@ void TestTraffic::keepsItsPlaceWhileRowsGo()
         m_model->append(received(acm0, numbered(i)));
     m_model->flush();
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
-    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // this row goes; the view must not jump
+    m_table->setCurrentIndex(m_table->model()->index(0, 0)); // this row is dropped below; the view must not move
     m_table->verticalScrollBar()->setValue(5000);
     const auto topPayload = [this] {
         return m_table->model()->index(m_table->rowAt(1), TrafficColumn::Raw).data().toString();
@@ -634,7 +634,7 @@ void TestTraffic::keysReachEverything()
         reached.insert(QApplication::focusWidget());
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
     } while (QApplication::focusWidget() != first && reached.size() < 20);
-    QCOMPARE(reached.size(), 9); // four filters, four tools, the table
+    QCOMPARE(reached.size(), 9); // four filters, four tools and the table get the focus by Tab
 }
 
 void TestTraffic::savesText()
@@ -715,7 +715,7 @@ void TestTraffic::savesWhatWasThereAtItsBeginning()
     const QString path = m_folder.filePath(QStringLiteral("large.txt"));
     m_view->saveTo(path);
     QVERIFY(saved.isEmpty());
-    QVERIFY(!QFile::exists(path)); // only the complete file appears
+    QVERIFY(!QFile::exists(path)); // no file yet: saving creates the file only when its content is complete
     m_model->clear();
     QTRY_COMPARE_WITH_TIMEOUT(saved.size(), 1, 60000);
     QFile file(path);

@@ -57,7 +57,7 @@ QStringList column(const QAbstractItemModel *model, const QString &title)
     return {};
 }
 
-/// Closes each dialog that opens, like a user who does not want it.
+/// Closes each dialog that opens, like a user who cancels it.
 class DialogCloser
 {
 public:
@@ -76,7 +76,7 @@ private:
 
 } // namespace
 
-/// The whole window on simulated boards, used with keyboard and mouse.
+/// Tests the whole window with simulated boards, keyboard and mouse.
 class TestWindow : public QObject
 {
     Q_OBJECT
@@ -193,7 +193,7 @@ void TestWindow::drawsTheRetryRounds()
     auto *canvas = m_window->findChild<TimelineCanvas *>();
     QTRY_COMPARE(m_window->finder()->boards().value(JwDevice::BoardB).stage, BoardFinder::BoardState::Found);
     QSignalSpy described(canvas, &TimelineCanvas::described);
-    for (int event = 0; event < 7; ++event) // opened, two times query and 400 ms over, query, reply
+    for (int event = 0; event < 7; ++event) // the events: opened, twice a query and its timeout, query, reply
         QTest::keyClick(canvas, Qt::Key_Right);
     const QString last = described.last().at(0).toString();
     QVERIFY2(last.contains(QLatin1String("reply (retry 2)  $PJWVER,7300021")), qPrintable(last));
@@ -304,7 +304,7 @@ void TestWindow::theStatusStaysWhileAMenuIsOpen()
     auto *status = child<QLabel>("searchStatus");
     QTRY_COMPARE(status->text(), QStringLiteral("The board is found"));
     QAction *action = m_window->menuBar()->actions().first();
-    m_window->menuBar()->setActiveAction(action); // like the mouse: shows the tip of the action, which is empty here
+    m_window->menuBar()->setActiveAction(action); // opens the menu, which shows the action's empty status tip
     QTRY_VERIFY(action->menu()->isVisible());
     QVERIFY(status->isVisible());
     QCOMPARE(status->text(), QStringLiteral("The board is found"));
@@ -345,7 +345,7 @@ void TestWindow::findGivesTheFocusToTheView()
     QTest::mouseClick(child<QPushButton>("find"), Qt::LeftButton);
     QVERIFY(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()));
     m_window->showView(MainWindow::TrafficTab);
-    child<QLineEdit>("line")->setFocus(); // a user who types there can go on
+    child<QLineEdit>("line")->setFocus(); // a user types in this line, so F5 must keep the focus here
     QTest::keyClick(m_window.get(), Qt::Key_F5);
     QCOMPARE(QApplication::focusWidget(), child<QLineEdit>("line"));
 }
@@ -360,7 +360,7 @@ void TestWindow::changesViewsByKey()
         QTest::keyClick(m_window.get(), static_cast<Qt::Key>(Qt::Key_1 + tab), Qt::ControlModifier);
         QCOMPARE(tabs->currentIndex(), tab);
         QVERIFY2(tabs->currentWidget()->isAncestorOf(QApplication::focusWidget()),
-                 qPrintable(tabs->tabText(tab))); // the keys work in the shown view
+                 qPrintable(tabs->tabText(tab))); // the shown view gets the key presses
         if (tab == MainWindow::TrafficTab)
             QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("payloads"));
     }
@@ -509,7 +509,7 @@ void TestWindow::canBeClosedWhileItSaves()
     view->saveTo(fileName);
     QCOMPARE(saved.size(), 0);
     m_window.reset();
-    QVERIFY(!QFile::exists(fileName)); // no incomplete file
+    QVERIFY(!QFile::exists(fileName)); // the window closed before the file was complete, so no file may remain
 }
 
 void TestWindow::staysResponsiveAtAThousandPayloadsASecond()
@@ -519,7 +519,7 @@ void TestWindow::staysResponsiveAtAThousandPayloadsASecond()
     QTRY_COMPARE(child<QComboBox>("board")->count(), 1);
     m_window->showView(MainWindow::TrafficTab);
     auto *model = m_window->findChild<TrafficModel *>();
-    for (int i = 0; i < TrafficModel::maxRows; ++i) // so that old rows go as new ones come
+    for (int i = 0; i < TrafficModel::maxRows; ++i) // a full table, so that each new row drops an old row
         model->append(received(board->portName(), framed(QStringLiteral("PJWNUM,%1").arg(i))));
     model->flush();
     const QAbstractItemModel *payloads = rows(m_window.get(), "payloads");

@@ -23,11 +23,11 @@ QJsonObject listed(const Outcome &outcome, const QString &port)
 const QString one = QStringLiteral("--type=BoardB");
 const QString once = QStringLiteral("--retries=0");
 const QString beforeTheTimeout = QStringLiteral("--deadline=300");
-const QString afterTheAnswer = QStringLiteral("--deadline=2000"); // the answer may take long on a busy machine
+const QString afterTheAnswer = QStringLiteral("--deadline=2000"); // long, because a busy machine delays the answer
 
 } // namespace
 
-/// The texts about a port, and the advice for a missing board.
+/// Tests the texts about a port, and the advice for a missing board.
 class TestJwprobeAdvice : public QObject
 {
     Q_OBJECT
@@ -83,7 +83,8 @@ void TestJwprobeAdvice::deniedPortNamesItsFileAndARule()
 
 void TestJwprobeAdvice::deniedPortNamesItsGroup()
 {
-    // Nothing stops root. Another user can only remove his own right to the file, and no group would give it back.
+    // Root may open every file, so root runs jwprobe as nobody. Another user can only remove his own right to the file;
+    // then membership in a group does not help.
     const bool isRoot = ::geteuid() == 0;
     const QString script = isRoot ? QStringLiteral("chmod 0660 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
                                   : QStringLiteral("chmod 0060 \"$UMOCKDEV_DIR/dev/%1\" && exec \"$@\"").arg(m_port);
@@ -190,7 +191,7 @@ void TestJwprobeAdvice::pulledCableIsSaid()
 
 void TestJwprobeAdvice::pulledCableOfAnUnwantedBoardExplainsTheWait()
 {
-    // The first answer of 26 bytes arrives complete. The cable is pulled during the second one.
+    // The first answer of 26 bytes arrives complete. The cable is pulled during the second answer.
     const Outcome outcome = runJwprobe({boardOn("BoardA", m_port, "replies=2,chunk=26,gap=100,pull-after-bytes=30")},
                                        {one, QStringLiteral("--deadline=1000")});
     QCOMPARE(outcome.status, 1);

@@ -21,7 +21,7 @@
 
 using namespace JwProbe;
 
-/// A board that was found, on a port that fails afterwards.
+/// Tests jwprobe's Board with a port that reports errors after the board was found.
 class TestJwprobeBoard : public QObject
 {
     Q_OBJECT
@@ -43,7 +43,7 @@ private:
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // stands for the file of the port in /dev
+    QTemporaryFile m_device; // used instead of the port's file in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };
@@ -52,7 +52,7 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    QVERIFY(m_device.open()); // the file of a pseudo terminal would go with its other end
+    QVERIFY(m_device.open()); // not the pseudo terminal's file, which is removed when its other end closes
 }
 
 void TestJwprobeBoard::cleanup()
@@ -71,7 +71,7 @@ void TestJwprobeBoard::send(const QByteArray &bytes) const
 
 Board *TestJwprobeBoard::makeBoard()
 {
-    auto *port = new JwDevice::WholeLines<QSerialPort>; // the type that the Initializer hands over
+    auto *port = new JwDevice::WholeLines<QSerialPort>; // the same class as the ports from the Initializer
     port->setPortName(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
     if (!port->open(QIODevice::ReadWrite))
         return nullptr;
@@ -88,7 +88,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("number");
     QTest::addColumn<QSerialPort::SerialPortError>("reported");
     QTest::addColumn<QByteArray>("held");
-    // QSerialPort finds nothing to read, and takes the errno of an earlier call as the reason.
+    // QSerialPort finds no bytes to read, and reports an error by the errno that an earlier call left.
     QTest::newRow("QSerialPort stops reading") << EAGAIN << QSerialPort::ResourceError << QByteArray();
     QTest::newRow("QSerialPort reads on") << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("while an unfinished line is held back")
@@ -120,7 +120,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing()
     send("\r\n$PJWVER,1\r\n");
     QString payload;
     const auto isReceived = [&] {
-        while (m_board->receive(payload)) { } // the rest of the line that was held back may come before
+        while (m_board->receive(payload)) { } // first skip the rest of the line that was held back
         return payload == QLatin1String("$PJWVER,1\r\n");
     };
     QTRY_VERIFY(isReceived());
@@ -154,7 +154,7 @@ void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
     const qint64 before = ProcessUsage::now().heapBytes;
     exchange(60000);
     const qint64 growth = ProcessUsage::now().heapBytes - before;
-    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes for each would be 2,880,000
+    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes for each payload would be 2,880,000
 }
 
 void TestJwprobeBoard::portThatTheSystemLostIsACablePulled()

@@ -14,7 +14,7 @@
 using namespace JwProbe;
 using JwDevice::PortReport;
 
-// Programs read the states, and people copy the commands of the advice. So both are tested word by word.
+// Programs read the states, and people copy commands from the advice. So these tests compare states and advice exactly.
 class TestJwprobeDiagnosis : public QObject
 {
     Q_OBJECT
@@ -105,7 +105,7 @@ PortReport lost(const QString &reply)
     return report;
 }
 
-// QSerialPort puts its lock files into the first of these folders that it can write to.
+// Returns the name of the port's lock file, in the folder that QSerialPort uses on this machine.
 QString lockFileName(const QString &port)
 {
     const QString folder =
@@ -116,7 +116,7 @@ QString lockFileName(const QString &port)
 PortIdentity portOfItsOwn()
 {
     PortIdentity port = existingPort();
-    port.location = QDir::tempPath(); // no device, so no process has it open
+    port.location = QDir::tempPath(); // a folder is no device, so no process has the port open
     port.name = QStringLiteral("ttyTST%1").arg(QCoreApplication::applicationPid());
     return port;
 }
@@ -246,8 +246,8 @@ void TestJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()
 void TestJwprobeDiagnosis::withoutPermissionGroupAndRuleAreTold()
 {
     PortIdentity port = existingPort();
-    port.location = QStringLiteral("/proc/sys/kernel/ostype"); // refuses writing, even to root
-    port.vendorId = static_cast<quint16>(0x0abc); // the system has no rule for this id yet
+    port.location = QStringLiteral("/proc/sys/kernel/ostype"); // nobody may write to this file, not even root
+    port.vendorId = static_cast<quint16>(0x0abc); // the system has no udev rule for this vendor id
     const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
     QCOMPARE(diagnosis.state, QStringLiteral("noPermission"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("/proc/sys/kernel/ostype is root:root, mode 0444")),
@@ -269,13 +269,13 @@ void TestJwprobeDiagnosis::aLivingLockHolderIsNamed()
     QVERIFY2(diagnosis.summary.contains(QLatin1String("tst_jwprobe")), qPrintable(diagnosis.summary));
 }
 
-// The file is locked, as by a child of that process. Otherwise QSerialPort would remove the file.
+// The test locks the file, like a running child of the dead process. QSerialPort would remove an unlocked file.
 void TestJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
 {
     const PortIdentity port = portOfItsOwn();
     QFile file(lockFileName(port.name));
     QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("999999999\n"); // more than the highest number of any system
+    file.write("999999999\n"); // higher than any process id, so no such process exists
     file.flush();
     QCOMPARE(::flock(file.handle(), LOCK_EX), 0);
     const Diagnosis diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));

@@ -21,7 +21,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// jwprobe --doctor: each test makes a trouble; the doctor must show the command that helps.
+/// Tests jwprobe --doctor. Each test causes a problem, and checks that the doctor shows the command that helps.
 class TestJwprobeDoctor : public QObject
 {
     Q_OBJECT
@@ -114,7 +114,8 @@ bool sandboxHasOtherUsers()
     return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
-/// A terminal in place of a port. A simulated port shows another device number than the descriptor of a program.
+/// A pseudo terminal, used instead of a simulated port. The device number of a simulated port's file is not the device
+/// number of the descriptor that a program has open.
 class Terminal
 {
 public:
@@ -141,7 +142,8 @@ public:
         QSerialPort port(m_location);
         return port.open(QIODevice::ReadWrite);
     }
-    /// Refuses further users from now on; root too, within a WithoutAdministration.
+    /// Sets exclusive mode, so that no other user can open the terminal. Root still can, except while a
+    /// WithoutAdministration exists.
     void refuseOthers() const
     {
         const int descriptor = ::open(QFile::encodeName(m_location).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -154,7 +156,7 @@ private:
     QString m_location;
 };
 
-/// While it lives, root lacks the right to open a terminal in exclusive mode.
+/// While this object exists, root lacks the right to open a terminal that is in exclusive mode.
 class WithoutAdministration
 {
 public:
@@ -182,7 +184,7 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Nothing stops root. Another user can only remove his own right to the file.
+// Root may open every file, so root runs the doctor as nobody. Another user can only remove his own right to the file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =
@@ -193,7 +195,7 @@ Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
                   {QStringLiteral("sh"), QStringLiteral("-c"), run, QStringLiteral("sh"), jwprobeProgram(), doctor}));
 }
 
-// Runs the doctor, then a search; both must agree. The search comes second, because it removes a stale lock file.
+// Runs the doctor, then a search; both must agree. The search runs second, because a search removes a stale lock file.
 Outcome TestJwprobeDoctor::examineAndSearch(const QString &prepare, bool asAnother) const
 {
     const QString run = asAnother ? QStringLiteral("( %1 )").arg(asNobody) : QStringLiteral("\"$@\"");
@@ -472,7 +474,7 @@ void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
     row("a process without the port", "'$user' minicom root\\n", QStringLiteral("which names sleep (pid "));
 }
 
-// The folder is not writable, so QSerialPort can remove none of the files.
+// The folder is read-only, so QSerialPort cannot remove the lock file and the port stays locked.
 void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess()
 {
     QFETCH(QString, text);
@@ -550,7 +552,7 @@ void TestJwprobeDoctor::whatIsNoLockFileIsNotOpened()
         QStringLiteral("socket='%1'; %2\"$1\" --list; ").arg(QString::fromLocal8Bit(socketPath), prepare));
     ::close(socket);
     said = said.arg(m_port);
-    QCOMPARE(outcome.output.count(said.toLatin1()), 4); // --list, --doctor, and twice in the search
+    QCOMPARE(outcome.output.count(said.toLatin1()), 4); // once from --list, once from --doctor, twice from the search
     verifyHas(outcome,
               {QStringLiteral("        sudo rm -d ") + said.left(said.indexOf(QLatin1Char(' '))),
                QStringLiteral("doctor 1\n"), QStringLiteral("\"state\": \"held\""), QStringLiteral("search 1\n")});
@@ -576,7 +578,7 @@ void TestJwprobeDoctor::otherPortsAreSearchedBesideWhatIsNoLockFile()
     QVERIFY(ports[0].toObject()[QLatin1String("errorText")].toString().contains(QLatin1String("named pipe")));
 }
 
-// QSerialPort removes such a file if it can.
+// QSerialPort removes a stale lock file if the folder is writable. So this test makes the folder read-only.
 void TestJwprobeDoctor::lockFileLeftBehindIsRemoved()
 {
     const QString file = QStringLiteral("/var/lock/LCK..%1").arg(m_port);
@@ -661,7 +663,8 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
 {
-    // Exclusive mode stops everybody except root. The lock file of the holder is hidden.
+    // A port in exclusive mode refuses everybody except root, so run jwprobe as nobody if possible.
+    // The holder's lock file is hidden.
     const QString command = sandboxHasOtherUsers()
         ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
         : QStringLiteral("exec \"$@\"");

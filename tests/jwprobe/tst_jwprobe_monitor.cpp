@@ -10,7 +10,7 @@ namespace {
 
 const QString monitorOption = QStringLiteral("--monitor");
 
-/// The time of day, the port, the direction and the text of a payload.
+/// Returns an expression for a line of the monitor: time of day, port, direction and text of a payload.
 QRegularExpression payloadLine(const QString &port, const QString &direction, const QString &text)
 {
     return QRegularExpression(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} +%1 +%2 +%3$")
@@ -25,7 +25,7 @@ bool shows(const QByteArray &output, const QRegularExpression &line)
 
 } // namespace
 
-/// jwprobe --monitor, with pipes and on a terminal.
+/// Tests jwprobe --monitor with pipes and on a terminal.
 class TestJwprobeMonitor : public QObject
 {
     Q_OBJECT
@@ -61,8 +61,8 @@ private Q_SLOTS:
 
 private:
     QStringList m_ports;
-    QStringList m_boards; // a BoardA and a BoardC
-    QStringList m_options; // to monitor both boards
+    QStringList m_boards; // text forms of a BoardA and a BoardC
+    QStringList m_options; // options with which jwprobe monitors both boards
 };
 
 void TestJwprobeMonitor::init()
@@ -80,7 +80,7 @@ void TestJwprobeMonitor::payloadsAreShownBothWays()
     const auto answer = payloadLine(m_ports[0], QStringLiteral("<-"), QStringLiteral("$PJWVER,7300022,1,4,0*0d"));
     WAIT_FOR(shows(run.output(), answer));
     QVERIFY(shows(run.output(), payloadLine(m_ports[0], QStringLiteral("->"), QStringLiteral("$PJWVER*0c"))));
-    QVERIFY(run.output().startsWith("TYPE")); // the table comes first
+    QVERIFY(run.output().startsWith("TYPE")); // jwprobe prints the table before the first payload
     QCOMPARE(run.error(), QByteArray());
     run.sendSignal(SIGTERM);
     QVERIFY(run.finish());
@@ -141,7 +141,7 @@ void TestJwprobeMonitor::typedLineIsRefused()
 
     ProgramRun run(jwsimProgram(), jwprobe({m_boards[0]}, {monitorOption, QStringLiteral("--type=BoardA")}));
     run.start();
-    run.write(typed + "\nPTJWWR,INF\n"); // the blank line is ignored
+    run.write(typed + "\nPTJWWR,INF\n"); // jwprobe ignores the blank line
     WAIT_FOR(run.output().contains("$PTJWWR,INF*71"));
     QCOMPARE(run.output().count("->"), 1);
     WAIT_FOR(!run.error().isEmpty());
@@ -190,7 +190,7 @@ void TestJwprobeMonitor::unaskedPayloadsAreShown()
 
 void TestJwprobeMonitor::pulledCableIsSaidAndOthersGoOn()
 {
-    // The board answers the search and the typed line with 26 bytes each.
+    // Each answer has 26 bytes, so the cable is pulled after the answers to the search and to the typed line.
     m_boards[0] = boardOn("BoardA", m_ports[0], "pull-after-bytes=52");
     ProgramRun run(jwsimProgram(), jwprobe(m_boards, m_options));
     run.start();
@@ -249,7 +249,7 @@ void TestJwprobeMonitor::endOfInputDoesNotEndIt()
     run.start();
     run.write("PJWVER\n");
     run.closeInput();
-    WAIT_FOR(run.output().contains("<-")); // after the end of the input
+    WAIT_FOR(run.output().contains("<-")); // payloads still arrive after the end of the input
     QVERIFY(!run.isOver());
     run.sendSignal(SIGTERM);
     QVERIFY(run.finish());
@@ -332,7 +332,7 @@ void TestJwprobeMonitor::progressShowsOnATerminalOnly()
     WAIT_FOR(run.isOver());
     const int progress = run.screen().indexOf("Looking for BoardA, BoardB and BoardC");
     QVERIFY2(progress >= 0, run.screen().constData());
-    // The progress line is erased at the end, and never wraps.
+    // jwprobe erases its progress line at the end. The line never wraps, so the screen has only one line end.
     QVERIFY2(run.screen().endsWith("\r\x1b[Kend\r\n"), run.screen().constData());
     QCOMPARE(run.screen().count('\n'), 1);
 }

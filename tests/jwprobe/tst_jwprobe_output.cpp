@@ -68,7 +68,7 @@ void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
     QTest::newRow("--monitor") << QStringLiteral("--monitor");
 }
 
-// The library reads Latin-1; there 0x9b begins a command for the terminal.
+// The library reads bytes as Latin-1. The character 0x9b begins a command for the terminal, so JSON must escape it.
 void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
 {
     QFETCH(QString, mode);

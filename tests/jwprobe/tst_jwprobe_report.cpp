@@ -40,7 +40,7 @@ const QStringList columns{QStringLiteral("TYPE"),   QStringLiteral("PORT"),     
 
 } // namespace
 
-/// The output and the exit status of a search.
+/// Tests the output and the exit status of a search.
 class TestJwprobeReport : public QObject
 {
     Q_OBJECT
@@ -209,7 +209,7 @@ void TestJwprobeReport::jsonTellsWhatBecameOfAPort_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("verdict");
     QTest::addColumn<QString>("state");
-    QTest::addColumn<QString>("error"); // a pattern, because the error of a pulled cable depends on the system
+    QTest::addColumn<QString>("error"); // pattern, because the error of a pulled cable depends on the system
     QTest::addColumn<QJsonValue>("reply");
     QTest::addColumn<QJsonValue>("unreadable");
     QTest::addColumn<int>("queries");
@@ -275,7 +275,7 @@ void TestJwprobeReport::jsonTellsOfASecondBoardOfAType()
 
 void TestJwprobeReport::jsonTellsHowOftenABoardWasAsked()
 {
-    // The board ignores the first query, so it gets a second one.
+    // The board ignores the first query, so jwprobe sends a second query.
     const Outcome outcome =
         runJwprobe({boardOn("BoardA", m_ports[0], "ignore=1")}, options({"--json", "--type", "BoardA"}));
     QCOMPARE(outcome.status, 0);
@@ -322,7 +322,7 @@ void TestJwprobeReport::statusIs3WithoutACandidate()
 {
     QCOMPARE(runJwprobe({}, {}).status, 3);
     QCOMPARE(runJwprobe({boardOn("BoardA", m_ports[0], "vendor=1234,manufacturer=Acme")}, {}).status, 3);
-    // The manufacturer must match exactly.
+    // A similar manufacturer is not enough, because the name must match exactly.
     QCOMPARE(runJwprobe({boardOn("BoardA", m_ports[0], "vendor=1234,manufacturer=STMicroelectronics")}, {}).status, 3);
 }
 
@@ -440,13 +440,13 @@ void TestJwprobeReport::delayHoldsTheSearchBackForBoardC()
         runJwprobe({boardOn("BoardC", m_ports[0])}, options({"--json", "--type", "BoardC", "--delay", "300"}));
     QCOMPARE(outcome.status, 0);
     const QJsonObject board = document(outcome)[QLatin1String("boards")].toArray().first().toObject();
-    // A coarse timer may fire 5 % early.
+    // A coarse timer may fire 5 % early, so accept a little less than 300 ms.
     QVERIFY(board[QLatin1String("milliseconds")].toDouble() >= 300 * 0.95 - 1);
 }
 
 void TestJwprobeReport::delayIsLeftOutWithoutBoardC()
 {
-    // With a delay, the deadline would come first.
+    // Only a BoardC needs the delay. If jwprobe waited here, the deadline would end the search first.
     const Outcome outcome = runJwprobe({boardOn("BoardA", m_ports[0])},
                                        options({"--type", "BoardA", "--delay", "3600000", "--deadline", "50000"}));
     QCOMPARE(outcome.error, QByteArray());
@@ -473,7 +473,7 @@ void TestJwprobeReport::retriesSayHowOftenPortsAreAsked()
 
 void TestJwprobeReport::deadlineEndsASearchThatAPortLeavesOpen()
 {
-    // A BoardA that is not wanted answers. That keeps the search open.
+    // A BoardA answers, but jwprobe wants a BoardB. So the search stays open until the deadline.
     const Outcome outcome =
         runJwprobe({boardOn("BoardA", m_ports[0])}, options({"--json", "--type", "BoardB", "--deadline", "250"}));
     QCOMPARE(outcome.status, 1);

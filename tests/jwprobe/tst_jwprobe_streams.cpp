@@ -24,7 +24,7 @@ QStringList shell(const QString &script, const QStringList &arguments)
     return QStringList{QStringLiteral("sh"), QStringLiteral("-c"), script, jwprobeProgram()} + arguments;
 }
 
-/// A named pipe; this object has one of its ends.
+/// A named pipe. This object opens one end of the pipe, a program opens the other end.
 class NamedPipe
 {
 public:
@@ -34,9 +34,9 @@ public:
     NamedPipe &operator=(const NamedPipe &) = delete;
 
     QString path() const { return m_folder.filePath(QStringLiteral("pipe")); }
-    /// Makes the pipe small, so that it is full soon.
+    /// Opens the read end, and makes the pipe small so that a program soon fills it.
     bool openToRead() { return open(O_RDONLY) && ::fcntl(m_descriptor, F_SETPIPE_SZ, 4096) >= 0; }
-    /// Opens the end to write to; fails while nobody reads.
+    /// Opens the write end. Fails while no program reads from the pipe.
     bool openToWrite() { return open(O_WRONLY); }
     void close()
     {
@@ -44,13 +44,13 @@ public:
             ::close(m_descriptor);
         m_descriptor = -1;
     }
-    /// The number of bytes that wait to be read.
+    /// Returns the number of bytes in the pipe that nobody has read yet.
     int waiting() const
     {
         int count = 0;
         return ::ioctl(m_descriptor, FIONREAD, &count) == 0 ? count : -1;
     }
-    /// Whether a program that writes to the pipe would block.
+    /// Returns whether a program that writes to the pipe would block.
     bool isFull() const
     {
         const int writer = ::open(QFile::encodeName(path()).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -85,7 +85,7 @@ qint64 numberBehind(const QByteArray &word, const QByteArray &text)
     return rest.left(rest.indexOf('\n')).trimmed().toLongLong();
 }
 
-/// 'R', 'S', 'T' (stopped) ...; '\0' if the process is gone.
+/// Returns the state of the process: 'R' (running), 'S' (sleeping), 'T' (stopped) and so on; '\0' if the process ended.
 char processState(qint64 pid)
 {
     QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
@@ -97,7 +97,7 @@ char processState(qint64 pid)
 
 } // namespace
 
-/// jwprobe with standard streams that are full, closed, or used by another job of the shell.
+/// Tests jwprobe with standard streams that are full, closed, or used by another job of the shell.
 class TestJwprobeStreams : public QObject
 {
     Q_OBJECT
@@ -146,7 +146,7 @@ void TestJwprobeStreams::signalEndsAWriteToAFullPipe()
         simulated({board.arg(m_port)}, shell(command + QStringLiteral(" & echo pid $!; wait $!; echo status $?"), {})));
     run.setEnvironment(QStringLiteral("PIPE"), pipe.path());
     run.start();
-    WAIT_FOR(pipe.isFull() && run.output().contains("\n")); // the line with the number
+    WAIT_FOR(pipe.isFull() && run.output().contains("\n")); // the shell printed the line with the process id
     const qint64 pid = numberBehind("pid ", run.output());
     QVERIFY(pid > 0);
     QCOMPARE(::kill(static_cast<pid_t>(pid), number), 0);
@@ -170,7 +170,7 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // The buffers of pipe, port and board, and the bytes that wait for the board: 12 for each 7 typed.
+    // At most these are full: the pipe's buffer, the queue of bytes for the board (12 for each 7 typed), other buffers.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 
@@ -196,7 +196,7 @@ void TestJwprobeStreams::nothingOfALargeInputIsLost()
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QJsonArray boards = QJsonDocument::fromJson(file.readAll()).object()[QLatin1String("boards")].toArray();
     const QJsonArray received = boards[0].toObject()[QLatin1String("received")].toArray();
-    QCOMPARE(received.size(), count + 2); // plus the query of the search and the last line
+    QCOMPARE(received.size(), count + 2); // 2 more: the query of the search, and the last line
     for (int i = 0; i < count; ++i) {
         const QString text = received[i + 1].toObject()[QLatin1String("text")].toString();
         QVERIFY2(text.startsWith(QStringLiteral("$PXLINE,%1*").arg(i)), qPrintable(text));
@@ -216,7 +216,7 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     const qint64 pid = numberBehind("job ", run.screen());
     QVERIFY(pid > 0);
     QVERIFY(run.type("PTJWWR,INF\n"));
-    // The monitor goes on.
+    // The monitor still runs, and prints payloads.
     const int before = run.screen().count("<-");
     WAIT_FOR(run.screen().count("<-") >= before + 10 || processState(pid) == 'T');
     QVERIFY(processState(pid) != 'T');
@@ -264,7 +264,7 @@ void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor()
     QCOMPARE(run.error().count("jwprobe: can't write to standard output: "), status == 1 ? 1 : 0);
 }
 
-// Like a full disk: a limit on the size of files.
+// Limits the size of files, so that a write fails as on a full disk.
 void TestJwprobeStreams::fullFileEndsTheMonitor()
 {
     const QTemporaryDir folder;

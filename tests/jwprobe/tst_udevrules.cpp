@@ -5,7 +5,7 @@
 
 #include <grp.h>
 
-/// The rules in packaging/udev: udev's own tool applies them to simulated devices.
+/// Tests the rules in packaging/udev. udev's own tool applies the rules to simulated devices.
 class TestUdevRules : public QObject
 {
     Q_OBJECT
@@ -69,7 +69,7 @@ void TestUdevRules::initTestCase()
              "(scripts/test does)");
 }
 
-// The system's own rules stay, because ours must work together with them.
+// Keeps the system's own rules, because our rules must work together with them.
 Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) const
 {
     const QString script =
@@ -81,7 +81,7 @@ Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) con
         {QStringLiteral(PROJECT_FOLDER "/packaging/udev/60-jwdevice.rules"), QString::fromLatin1(moreRules)}, true);
 }
 
-// udev writes an error after the file name and line, and the effect of a rule after the device.
+// Returns udev's errors about our rules. Only a line with an error begins with the name of the rules file.
 QByteArray TestUdevRules::complaints(const Outcome &outcome) const
 {
     QByteArray lines;
@@ -112,10 +112,10 @@ void TestUdevRules::boardGetsAccessAndIsKeptFromModemManager()
     const QList<QByteArray> port = linesOf(ofPort(outcome));
     QVERIFY2(port.contains("ID_MM_DEVICE_IGNORE=1"), ofPort(outcome).constData());
     QVERIFY2(port.contains("ID_MM_PORT_IGNORE=1"), ofPort(outcome).constData());
-    // close() must not wait for a board that does not read.
+    // With this rule close() does not wait for a board that does not read.
     const QByteArray noWait = "run: '/bin/setserial /dev/" + m_port.toLatin1() + " closing_wait none'";
     QVERIFY2(port.contains(noWait), ofPort(outcome).constData());
-    // udev's 73-seat-late.rules used the tag: the user at the machine gets access.
+    // udev's 73-seat-late.rules read our tag, so the user at the machine gets access.
     QVERIFY2(port.contains("run: 'uaccess'"), ofPort(outcome).constData());
     QVERIFY2(linesOf(ofUsbDevice(outcome)).contains("ID_MM_DEVICE_IGNORE=1"), ofUsbDevice(outcome).constData());
 }

@@ -1,4 +1,4 @@
-"""A bare Debian root, in which a shell script runs as on a machine with nothing installed.
+"""Makes a bare Debian root. A shell script in this root runs as on a machine where nothing is installed.
 
 debootstrap makes the root once, of the release that this machine runs. The cache folder keeps the root and the packages
 that scripts download. Each run works on a copy-on-write layer in memory, which disappears after the run. A run has its
@@ -15,12 +15,12 @@ import subprocess
 import sys
 import tempfile
 
-# Isolates a command. The command and all its processes end when this process ends.
+# Command line that isolates the command after it. That command and its child processes end when this process ends.
 ISOLATED = ["setpriv", "--pdeathsig", "KILL",
             "unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private"]
 
-# Arguments: $1 the kept root, $2 an empty folder, $3 the cache of packages, then OUTSIDE:INSIDE... The script comes on
-# standard input.
+# Enters the root and runs the script that standard input contains. Arguments: $1 the kept root, $2 an empty folder,
+# $3 the cache of packages, then OUTSIDE:INSIDE... for the folders to show in the root.
 ENTER = r"""
 set -eu
 base=$1 work=$2 archives=$3
@@ -52,7 +52,7 @@ class BareRootError(Exception):
 
 
 def refusal():
-    """The reason why this user cannot make a bare root on this machine; empty if there is none."""
+    """Returns the reason why this user cannot make a bare root on this machine; empty if the user can."""
     if os.geteuid() != 0:
         return "a bare root needs root"
     script = "mount -t tmpfs bareroot /mnt && mknod /mnt/null c 1 3 && chroot / true"
@@ -62,7 +62,7 @@ def refusal():
 
 
 def leave_out_if_refused():
-    """If a bare root is not possible, ends the test with the status that ctest lists as not run."""
+    """If a bare root is not possible, ends the test with status 77, which ctest lists as not run."""
     reason = refusal()
     if reason:
         print(f"Left out: {pathlib.Path(sys.argv[0]).stem}: {reason}")
@@ -70,7 +70,7 @@ def leave_out_if_refused():
 
 
 def system_sources():
-    """The apt source files of this machine's distribution. Those of other sources are not used."""
+    """Returns apt's source files of this machine's distribution, without the files of other sources."""
     lists = pathlib.Path("/etc/apt")
     files = [lists / "sources.list"] + [lists / f"sources.list.d/{name}.sources" for name in ("debian", "ubuntu")]
     return [file for file in files if file.exists() and mirror_in(file.read_text())]

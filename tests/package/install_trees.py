@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Makes the install trees for the other tests: work/shared from the build folder, work/static from a build of the
-static libraries. Installs each tree elsewhere and moves it: the tests fail if a file depends on its place."""
+static libraries. Installs each tree elsewhere and moves it, so that the tests fail if a file depends on its folder."""
 
 import shutil
 

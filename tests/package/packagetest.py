@@ -1,4 +1,4 @@
-"""Shared by the tests of the install tree: where things are, and a run() whose failure shows the program's output."""
+"""Folders and functions that the tests of the install tree share. If run() fails, the error shows the output."""
 
 import os
 import pathlib
@@ -28,7 +28,7 @@ def run(*command, ok=True, **more):
 
 
 def fresh(folder):
-    """A new empty folder of this name in the work folder."""
+    """Makes a new, empty folder of this name in the work folder, and returns its path."""
     path = WORK / folder
     shutil.rmtree(path, ignore_errors=True)
     path.mkdir(parents=True)
@@ -36,15 +36,15 @@ def fresh(folder):
 
 
 def library_folder(tree):
-    """The folder with the libraries in an install tree."""
+    """Returns the folder of an install tree that contains the libraries."""
     return next(tree.glob("lib/**/pkgconfig")).parent
 
 
 def missing(program, package):
-    """The message for a missing program."""
+    """Returns the message for a missing program."""
     return f"{program} is missing: install the package {package}, or run scripts/test"
 
 
 def main():
-    """Runs the tests of the calling file and prints a line for each."""
+    """Runs all tests of the file that calls this function, and prints a line for each test."""
     unittest.main(argv=sys.argv, verbosity=2)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""With absolute paths for the folders of libraries and programs, the programs find their libraries."""
+"""Tests that programs find their libraries if the folders of libraries or programs are absolute paths."""
 
 import unittest
 

@@ -8,7 +8,7 @@ import packagetest
 from bareroot import BareRoot, leave_out_if_refused
 from packagetest import BUILD, CONSUMER, DEBS
 
-# The programs first: they must work with only their own package and its dependencies.
+# Installs the programs first, because they must work with only their own package and its dependencies.
 SCRIPT = """
 install="apt-get install -q -y --no-install-recommends"
 $install /packages/libjwdevice0.1_*.deb /packages/jwdevice-tools_*.deb

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds one program against JwDevice in every way that a project can use it, and runs it on a simulated board."""
+"""Builds one program in every way in which a project can use JwDevice, and runs this program on a simulated board."""
 
 import os
 import re

@@ -7,7 +7,8 @@ import unittest
 import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
-# Accepted: these packages close no bug report of Debian, and CPack always adds calls of ldconfig, even with a trigger.
+# Accepted faults: these packages close no bug report of Debian, and CPack always adds calls of ldconfig, although the
+# packages have a trigger for it.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
 
 

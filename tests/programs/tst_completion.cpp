@@ -38,7 +38,8 @@ private Q_SLOTS:
 
 namespace {
 
-// Splits a line as bash does: at blanks, and around each "=". Not in quotes, and not after a "\\".
+// Splits a line into words like bash: at blanks, and around each "=". Text in quotes and a character after a "\\" stay
+// in their word.
 QStringList wordsOf(const QString &line)
 {
     const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
@@ -51,7 +52,7 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// The part of the last word that bash replaces.
+// Returns the part of the last word that bash replaces with a reply. bash keeps an opening quote or an "=".
 QString replacedPart(const QString &word)
 {
     if (word == QLatin1String("="))
@@ -59,7 +60,8 @@ QString replacedPart(const QString &word)
     return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
 
-// The replies of the completion for `line`. `program` must be a path or in PATH. The simulated `boards` are attached.
+// Returns the replies of the completion for `line`, while the simulated `boards` are attached. `program` is a path
+// or a name in PATH.
 QByteArray completed(const QString &program, const QString &line, const QStringList &boards = {})
 {
     const QStringList words = wordsOf(line).mid(1);
@@ -117,7 +119,7 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --delay ", "");
     row("jwprobe --deadline=", "");
     row("jwprobe --type=BoardA --j", "--json");
-    // Only options that jwprobe accepts with the options before.
+    // After these options, the completion offers only options that jwprobe accepts together with them.
     row("jwprobe --list --", "--help --json --port --version");
     row("jwprobe --port=ttyACM0 --doctor --", "--help --json --port --version");
     row("jwprobe --udev-rules --", "--help --version");
@@ -158,7 +160,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board s", "silent");
     row("jwsim --board=s", "silent");
     row("jwsim --board BoardA,pull", "BoardA,pull-after-bytes= BoardA,pull-after=");
-    // bash replaces only the part after the last "=".
+    // bash replaces only the part after the last "=", so these replies begin after that "=".
     row("jwsim --board BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board=BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board BoardA,open=", "busy denied ok");
@@ -170,7 +172,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board BoardA,serial=x*,spee", "x*,speed=");
     row("jwsim --board 'BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
     row("jwsim --board='BoardA,manufacturer=A B,spee", "BoardA,manufacturer=A B,speed=");
-    // Completion must not run commands in the text.
+    // The completion must not run commands that the text contains.
     row("jwsim --board 'BoardA,serial=$(echo x),spee", "BoardA,serial=$(echo x),speed=");
     row("jwsim --board 'BoardA,serial=`echo x`,spee", "BoardA,serial=`echo x`,speed=");
 }
@@ -298,7 +300,7 @@ void TestCompletion::keysAreThoseOfTheHelp()
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
     for (const QString &line : lines) {
-        if (!line.startsWith(QLatin1String("    "))) // the second line of a key
+        if (!line.startsWith(QLatin1String("    "))) // a line with this indentation continues the description of a key
             keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
     }
     std::sort(keys.begin(), keys.end());

@@ -35,7 +35,7 @@ QString pageFile(const QString &program)
     return QStringLiteral(PROJECT_FOLDER "/docs/man/%1.1").arg(program);
 }
 
-// The source of the page, with "-" instead of "\-" and a quotation mark instead of "\(dq".
+// Returns the source of the page. Replaces "\-" with "-", and "\(dq" with a quotation mark.
 QString page(const QString &program)
 {
     QFile file(pageFile(program));
@@ -64,7 +64,7 @@ QString section(const QString &text, const QString &name)
     return expression.match(text).captured(1);
 }
 
-// All first captures of `expression` in the lines that match `line`.
+// Searches all lines that match `line` for `expression`. Returns the first capture of each match.
 QSet<QString> captured(const QString &text, const char *line, const char *expression)
 {
     QSet<QString> found;
@@ -85,7 +85,7 @@ QString sorted(const QSet<QString> &set)
     return list.join(QLatin1Char(' '));
 }
 
-// The part of the help between "Keys:" and the next blank line, with one line for each key.
+// Returns the part of the help between "Keys:" and the next blank line, with one line for each key.
 QString keysOfHelp()
 {
     return help(QStringLiteral("jwsim"))
@@ -178,7 +178,7 @@ void TestManual::jwsimPageHasTheNumbersOfTheHelp()
 
 void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 {
-    // The keys in the help's JSON. "payload" and "lost" are values of "event".
+    // The keys in the help's JSON. "payload" and "lost" are values of the key "event", so they are not keys.
     const QSet<QString> keys =
         captured(help(QStringLiteral("jwprobe")), "^ {4,}[{\" ]", "[{, ] ?\"([a-z][A-Za-z]+)\"(?=[,:}\\]]|$)")
         - QSet<QString>{QStringLiteral("payload"), QStringLiteral("lost")};
@@ -191,7 +191,7 @@ void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 
 void TestManual::jwprobePageHasTheWordsOfTheHelp()
 {
-    // The help's lists of states, verdicts and kinds.
+    // The help lists states, verdicts and kinds as "one of A, B, C". Each of these words must also be in the page.
     QString text = help(QStringLiteral("jwprobe"));
     text.replace(QRegularExpression(QStringLiteral("\\s+")), QStringLiteral(" "));
     QSet<QString> words;

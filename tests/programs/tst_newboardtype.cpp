@@ -18,7 +18,7 @@ QString contentsOf(const QString &path)
     return QString::fromUtf8(file.readAll());
 }
 
-/// Files that may know the types: all but the tests, and what only measures or reports changes.
+/// Returns the files that a new board type may change. Folders that only test or measure are left out.
 QStringList sources()
 {
     const QDir project(QStringLiteral(PROJECT_FOLDER));
@@ -49,7 +49,7 @@ QByteArray joined(const QStringList &files, const char *meaning)
 
 } // namespace
 
-/// The section "Adding a board type" of CONTRIBUTING.md.
+/// Tests that the section "Adding a board type" of CONTRIBUTING.md names the right files.
 class TestNewBoardType : public QObject
 {
     Q_OBJECT
@@ -61,9 +61,9 @@ private Q_SLOTS:
     void eachFileThatNamesEachTypeIsListed();
 
 private:
-    QStringList m_all; // files that the section names
-    QStringList m_checklist; // files of its numbered list
-    QStringList m_samples; // files of its line about samples
+    QStringList m_all; // all files that the section names
+    QStringList m_checklist; // files that its numbered list names
+    QStringList m_samples; // files that its line about samples names
 };
 
 void TestNewBoardType::initTestCase()

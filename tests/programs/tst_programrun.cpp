@@ -5,7 +5,7 @@
 
 #include <signal.h>
 
-/// Tests the helper with which tests run programs.
+/// Tests ProgramRun, with which tests run programs.
 class TestProgramRun : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,7 @@ void TestProgramRun::signalToAProgramThatHasEndedReachesNobody()
     sigset_t blocked;
     ::sigemptyset(&blocked);
     ::sigaddset(&blocked, SIGUSR1);
-    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr); // otherwise a failure ends this process and its group
+    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr); // unblocked, a wrongly sent SIGUSR1 would end this test
     ProgramRun run(QStringLiteral("true"), {});
     run.start();
     QVERIFY(run.finish());

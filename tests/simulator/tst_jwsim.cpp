@@ -26,7 +26,7 @@ QStringList shell(const QString &script)
     return {QStringLiteral("sh"), QStringLiteral("-c"), script};
 }
 
-// A command that writes the query to the port `times` times, and prints the first `count` bytes of the answer.
+// Returns a command that writes the query to the port `times` times, and prints the first `count` bytes of the answer.
 QStringList ask(const QString &port, int count, int times = 1, const char *query = versionQuery)
 {
     return shell(QStringLiteral("exec 3<>/dev/%1; printf '%2' >&3; head -c %3 <&3")
@@ -34,7 +34,7 @@ QStringList ask(const QString &port, int count, int times = 1, const char *query
                      .arg(count));
 }
 
-// A command that handles a signal in its own way, prints its process id, and waits.
+// Returns a command that calls signal() with `signalHandling`, prints its process id, and waits.
 QStringList waiting(const char *signalHandling)
 {
     return {QStringLiteral("python3"), QStringLiteral("-c"),
@@ -45,7 +45,7 @@ QStringList waiting(const char *signalHandling)
                 .arg(QLatin1String(signalHandling))};
 }
 
-// The line as the report writes it.
+// Returns the line in the form in which the report shows it.
 QString escaped(const QByteArray &line)
 {
     return QString::fromLatin1(line.trimmed()) + QStringLiteral("\\r\\n");
@@ -103,14 +103,14 @@ bool isGone(pid_t process)
     return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
-// The place where serial programs keep their lock files on this machine.
+// Returns the name of the lock file that serial programs use for the port on this machine.
 QString lockFile(const QString &port)
 {
     const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
     return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
 }
 
-// The process id as serial programs write it, right-aligned in ten columns.
+// Returns the process id in the form that serial programs write: right-aligned in ten columns.
 QByteArray tenColumns(qint64 process)
 {
     return QByteArray::number(process).rightJustified(10);
@@ -215,8 +215,8 @@ private:
         QJsonObject report;
         Exchange exchange;
     };
-    /// Runs jwsim twice with a report and a board on m_port: first with the keys on the command line, then in a
-    /// scenario file.
+    /// Runs jwsim twice with a report and a board on m_port. The first run gets the keys on the command line, the
+    /// second run gets the same keys in a scenario file.
     QList<Result> inBothForms(const char *kind, Keys keys, const QStringList &command) const;
     Outcome jwsim(const QStringList &arguments, const QByteArray &input = QByteArray()) const;
     void prepare(ProgramRun &run) const;
@@ -226,7 +226,7 @@ private:
     }
 
     std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<QTemporaryDir> m_temporary; // TMPDIR of jwsim
+    std::unique_ptr<QTemporaryDir> m_temporary; // folder that jwsim gets as TMPDIR
     QString m_port;
 };
 
@@ -246,7 +246,7 @@ void TestJwsim::cleanup()
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
-    // If the user may not enter a folder of PATH, a missing program gives "permission denied" instead of "not found".
+    // Use only folders that the user may enter. Otherwise a missing program gives "permission denied", not "not found".
     QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
     path.erase(std::remove_if(path.begin(), path.end(),
                               [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
@@ -339,7 +339,8 @@ void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed(); // jwsim would choose it again
+    // Without a name, jwsim chooses this port while the name is free.
+    const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed();
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
     QCOMPARE(names.size(), 3);
@@ -414,7 +415,7 @@ void TestJwsim::replyIsCutInChunksWithGaps()
         QCOMPARE(
             result.exchange.sent,
             (QStringList{QStringLiteral("$PJWVER,73"), QStringLiteral("00022,1,4,"), QStringLiteral("0*0d\\r\\n")}));
-        // The report has whole milliseconds, rounded down.
+        // The report rounds times down to whole milliseconds, so a difference may be 1 ms too small.
         QVERIFY(result.exchange.sentAt.at(1) - result.exchange.sentAt.at(0) >= gap - 1);
         QVERIFY(result.exchange.sentAt.at(2) - result.exchange.sentAt.at(1) >= gap - 1);
     }
@@ -432,7 +433,7 @@ void TestJwsim::replyComesAfterTheDelay()
 
 void TestJwsim::speedPacesTheLine()
 {
-    // A byte takes 10 bit times, so 26 bytes take 108 ms.
+    // A byte takes 10 bit times, so the reply's 26 bytes take 108 ms at 2400 baud.
     const auto results = inBothForms("BoardA", {{QStringLiteral("speed"), 2400}}, ask(m_port, versionReply.size()));
     for (const Result &result : results) {
         QCOMPARE(result.outcome.output, versionReply);
@@ -470,7 +471,7 @@ void TestJwsim::usbDeliversTheReplyInPieces()
     for (const Result &result : results) {
         QCOMPARE(result.outcome.error, QByteArray());
         const QList<QByteArray> words = result.outcome.output.split(' ');
-        // Each millisecond brings a piece, but a busy machine may read several pieces together.
+        // A piece arrives each millisecond, but a busy machine may read several pieces together. A fifth is enough.
         QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
         QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
         QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
@@ -521,7 +522,7 @@ void TestJwsim::busyPortIsLocked()
     for (const Result &result : results) {
         const QList<QByteArray> lines = linesOf(result.outcome.output);
         QCOMPARE(lines.size(), 2);
-        QCOMPARE(lines.at(0).trimmed(), lines.at(1)); // held by jwsim itself
+        QCOMPARE(lines.at(0).trimmed(), lines.at(1)); // the lock file names jwsim, which is the parent of the shell
     }
 }
 
@@ -799,7 +800,7 @@ void TestJwsim::reportReplacesAnOldReport()
 {
     const QString name = file("report.json");
     QVERIFY(writeFile(name, QByteArray(100000, 'x')));
-    // COMMAND still finds the old file.
+    // COMMAND prints the old file, because jwsim replaces the file after COMMAND ended.
     const Outcome outcome = jwsim(QStringList{QStringLiteral("--report"), name}
                                   + simulated({boardOn("silent", m_port)}, {QStringLiteral("cat"), name}));
     QCOMPARE(outcome.status, 0);
@@ -1003,7 +1004,7 @@ void TestJwsim::runsWithSigchldIgnored()
                    QStringList{QStringLiteral("-c"), call, jwsimProgram()}
                        + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
     QCOMPARE(outcome.status, 7);
-    QCOMPARE(outcome.output, QByteArray("True\n")); // COMMAND inherits the ignored SIGCHLD, as without jwsim
+    QCOMPARE(outcome.output, QByteArray("True\n")); // True, because COMMAND inherits the ignored SIGCHLD
 }
 
 void TestJwsim::runsWithAnInheritedRestartVariable()
@@ -1020,7 +1021,7 @@ void TestJwsim::runsWithAnInheritedRestartVariable()
 
 void TestJwsim::manyLongRepliesTakeLittleMemory()
 {
-    // The board has 1 GB of replies to send; the program reads 20 MB of them.
+    // The board must send 1 GB of replies, but the program reads only 20 MB of them.
     const QString read = QStringLiteral("import os, sys\n"
                                         "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
                                         "os.write(port, b'$PJWVER*0c\\r\\n')\n"
@@ -1036,13 +1037,13 @@ void TestJwsim::manyLongRepliesTakeLittleMemory()
         QStringList{QStringLiteral("-c"), measure, jwsimProgram(), QStringLiteral("--report"), file("report.json")}
             + simulated({boardOn("BoardA", m_port, "replies=1000,noise=1000000")},
                         {QStringLiteral("python3"), QStringLiteral("-c"), read, m_port}));
-    // Otherwise AddressSanitizer keeps 256 MB of freed memory.
+    // By default AddressSanitizer keeps 256 MB of freed memory, which would exceed the limit below.
     run.setEnvironment(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("quarantine_size_mb=8"));
     run.start();
     QVERIFY(run.finish());
     QCOMPARE(run.error(), QByteArray());
     QCOMPARE(run.status(), 0);
-    QVERIFY2(run.output().toInt() < 400000, run.output().constData()); // kilobytes
+    QVERIFY2(run.output().toInt() < 400000, run.output().constData()); // limit in kilobytes
     QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
@@ -1101,14 +1102,14 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     ProgramRun run(jwsimProgram(),
                    QStringList{QStringLiteral("--report"), file("report.json")}
                        + simulated({boardOn("BoardA", m_port), boardOn("BoardB", uniquePortName(), "open=busy")},
-                                   // Reset SIGINT: a test that runs in the background may inherit it as ignored.
+                                   // Reset SIGINT, because a test in the background may ignore SIGINT.
                                    waiting("signal.SIGINT, signal.SIG_DFL")));
     prepare(run);
     run.start();
     WAIT_FOR(run.output().endsWith('\n'));
     const pid_t command = run.output().trimmed().toInt();
-    QVERIFY(!leftovers().isEmpty()); // so that cleanup() proves that jwsim removes them
-    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // jwsim also reserves a given name
+    QVERIFY(!leftovers().isEmpty()); // now cleanup() can check that jwsim removed these files
+    QVERIFY(!lockFiles(QStringLiteral("jwsim.") + m_port).isEmpty()); // jwsim also reserves a name that the user chose
     run.sendSignal(number);
     QVERIFY(run.finish());
     QCOMPARE(run.status(), 128 + number);
@@ -1159,7 +1160,7 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
                                               "signal.sigwait({15})\n"
                                               "print('pending', len(signal.sigpending()), flush=True)")}));
     WAIT_FOR(run.screen().contains("terminal True"));
-    // While jwsim is stopped, the command handles the terminal's signal. A signal from jwsim would come after it.
+    // jwsim is stopped while the command handles the terminal's SIGINT. A second SIGINT, from jwsim, would be pending.
     run.sendSignal(SIGSTOP);
     QVERIFY(run.type("\x03"));
     WAIT_FOR(run.screen().contains("interrupted"));
@@ -1172,7 +1173,7 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
 
 void TestJwsim::lockOfAKilledHostIsRemoved()
 {
-    // jwprobe keeps the port open, with a lock file, until it is killed.
+    // Until jwprobe is killed, jwprobe keeps the port open and has a lock file.
     const QString script = QStringLiteral("\"$@\" > %1 & while ! test -s %1; do :; done; kill -9 $!; wait $!; "
                                           "ls /var/lock/LCK..%2 /tmp/LCK..%2 2>/dev/null | wc -l")
                                .arg(file("output"), m_port);
@@ -1180,7 +1181,7 @@ void TestJwsim::lockOfAKilledHostIsRemoved()
         jwsim(simulated({boardOn("BoardA", m_port)},
                         {QStringLiteral("sh"), QStringLiteral("-c"), script, QStringLiteral("sh"), jwprobeProgram(),
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
-    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // one lock file; cleanup() checks that it is gone
+    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // jwprobe's file; cleanup() checks that jwsim removed it
     QCOMPARE(outcome.status, 0);
 }
 
@@ -1223,7 +1224,7 @@ void TestJwsim::lockOfAnEndedProgramIsRemoved()
     QVERIFY(ended.waitForFinished(programPatience));
     QVERIFY(writeFile(lockFile(m_port), tenColumns(process) + '\n'));
     QCOMPARE(jwsim(simulated({boardOn("silent", m_port)}, {QStringLiteral("true")})).status, 0);
-    // cleanup() checks that the lock file is gone.
+    // cleanup() checks that jwsim removed the lock file.
 }
 
 void TestJwsim::socatTalksToABoard()

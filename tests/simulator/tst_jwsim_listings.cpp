@@ -26,7 +26,7 @@ private Q_SLOTS:
 private:
     QStringList boards() const;
 
-    // Programs find ports by their usual names.
+    // Some programs list only ports with usual names, so the names begin with ttyACM.
     const QString m_first = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2);
     const QString m_second = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2 + 1);
 };
@@ -35,7 +35,7 @@ namespace {
 
 QStringList python(const char *script, const QStringList &arguments)
 {
-    // Debian's own python3, which has Debian's pyserial.
+    // Use Debian's python3, because only this one has Debian's pyserial.
     return QStringList{QStringLiteral("/usr/bin/python3"), QStringLiteral("-c"), QLatin1String(script)} + arguments;
 }
 
@@ -80,7 +80,7 @@ void TestJwsimListings::pyserialListsThePort()
                  "/dev/" + first + "|12ab:00fe|S 0042/b|Acme Boards & Co.|Wind and Water 2|Wind and Water 2|1-01",
                  "/dev/" + second + "|0483:5740|SIM2|STMicroelectronics.|Simulated board|Simulated board|1-02"}));
 
-    // The command that a user types.
+    // Run jwsim with the command line that a user types.
     const Outcome listing = runProgram(jwsimProgram(),
                                        simulated(boards(),
                                                  {QStringLiteral("/usr/bin/python3"), QStringLiteral("-m"),
@@ -109,7 +109,7 @@ void TestJwsimListings::libserialportListsThePorts()
     QCOMPARE(outcome.error, QByteArray());
     QList<QByteArray> lines = linesOf(outcome.output);
     std::sort(lines.begin(), lines.end());
-    // Port, ids, serial number, product, manufacturer, then the description (product and serial number).
+    // Each line shows port, ids, serial number, product, manufacturer and description (product and serial number).
     const QByteArray first = m_first.toLatin1();
     const QByteArray second = m_second.toLatin1();
     QVERIFY2(lines.contains("/dev/" + first
@@ -138,7 +138,7 @@ void TestJwsimListings::udevadmKnowsThePort()
     for (const QByteArray &line :
          {QByteArray("DEVNAME=/dev/" + m_first.toLatin1()), QByteArray("SUBSYSTEM=tty"),
           QByteArray("ID_VENDOR_ID=12ab"), QByteArray("ID_MODEL_ID=00fe"),
-          // In names udev replaces blanks by underscores; in the _ENC names it encodes them.
+          // udev replaces blanks with underscores. In the values of _ENC keys, udev encodes the blanks instead.
           QByteArray("ID_VENDOR=Acme_Boards_&_Co."), QByteArray("ID_VENDOR_ENC=Acme\\x20Boards\\x20\\x26\\x20Co."),
           QByteArray("ID_MODEL=Wind_and_Water_2"), QByteArray("ID_MODEL_ENC=Wind\\x20and\\x20Water\\x202"),
           QByteArray("ID_SERIAL_SHORT=S 0042/b"), QByteArray("ID_USB_DRIVER=cdc_acm")})

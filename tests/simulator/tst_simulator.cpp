@@ -36,7 +36,7 @@ Q_DECLARE_METATYPE(BoardConfig::Usb)
 
 namespace {
 
-constexpr int patience = 30000; // milliseconds, for sanitized runs on a busy machine
+constexpr int patience = 30000; // ms; long enough for a build with a sanitizer on a busy machine
 
 const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
@@ -64,14 +64,14 @@ public:
         return ::write(m_descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
     }
     int descriptor() const { return m_descriptor; }
-    /// The bytes of one read().
+    /// Calls read() once and returns its bytes.
     QByteArray read() const
     {
         char bytes[4096];
         const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
         return {bytes, static_cast<int>(qMax<ssize_t>(0, count))};
     }
-    /// All bytes received so far.
+    /// Reads all available bytes, and returns all bytes received so far.
     const QByteArray &received()
     {
         for (QByteArray bytes = read(); !bytes.isEmpty(); bytes = read())
@@ -96,7 +96,7 @@ public:
     }
 
     bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
-    /// The bytes of each read().
+    /// Returns the bytes of each read(), one entry for each call.
     const QList<QByteArray> &pieces() const { return m_pieces; }
     QByteArray received() const { return m_pieces.join(); }
 
@@ -134,7 +134,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("seed"), config.seed}};
 }
 
-// The place where serial programs keep their lock files on this machine.
+// Returns the name of the lock file that serial programs use for the port on this machine.
 QString lockFile(const QString &port)
 {
     const bool isRoom = ::access("/var/lock", R_OK | W_OK) == 0;
@@ -311,7 +311,7 @@ void TestSimulator::keySetsOnlyItsField()
 
     bool isNumber = false;
     object[key] = text.toDouble(&isNumber);
-    if (isNumber && key != QLatin1String("product")) { // its value is hexadecimal
+    if (isNumber && key != QLatin1String("product")) { // toDouble() reads decimals, but a product id is hexadecimal
         const auto fromJsonNumber = BoardConfig::fromJson(object);
         QVERIFY(fromJsonNumber);
         QCOMPARE(fieldsOf(*fromJsonNumber), expected);
@@ -475,7 +475,8 @@ void TestSimulator::serialNumbersAreDistinct()
 {
     BoardConfig named;
     named.port = uniquePortName();
-    named.serial = add("silent")->config().serial; // the same on purpose
+    // The test bed must keep this serial number, although the first board has the same number.
+    named.serial = add("silent")->config().serial;
     QVERIFY(m_testbed->add(named));
     add("silent");
     add("silent");
@@ -501,14 +502,14 @@ void TestSimulator::nameThatAnotherProgramUsesIsLocked()
 {
     const QString name = uniquePortName();
     QVERIFY(!JwSimulator::isLocked(name));
-    // The text that serial programs without QLockFile write.
+    // Serial programs without QLockFile write the lock file like this.
     const QByteArray text = QByteArray::number(::getpid()).rightJustified(10) + '\n';
     QFile lock(lockFile(name));
     QVERIFY(lock.open(QIODevice::ReadWrite));
     QCOMPARE(lock.write(text), qint64(text.size()));
     QVERIFY(lock.flush());
     QVERIFY(JwSimulator::isLocked(name));
-    QVERIFY(lock.remove()); // isLocked() has not removed it as stale
+    QVERIFY(lock.remove()); // remove() succeeds, so isLocked() did not remove the file as stale
     QVERIFY(!JwSimulator::isLocked(name));
 }
 
@@ -516,7 +517,7 @@ void TestSimulator::nameWithAFifoAsLockIsLocked()
 {
     const QString name = uniquePortName();
     QCOMPARE(::mkfifo(lockFile(name).toLocal8Bit().constData(), 0600), 0);
-    QVERIFY(JwSimulator::isLocked(name)); // without waiting for a writer
+    QVERIFY(JwSimulator::isLocked(name)); // isLocked() returns at once, although the FIFO has no writer
     BoardConfig config;
     config.port = name;
     QVERIFY(m_testbed->add(config));
@@ -591,7 +592,7 @@ void TestSimulator::otherQueriesGetNoAnswer()
     HostPort host(board);
     QVERIFY(host.write(query));
     WAIT_FOR(journalBytes(board, JournalEntry::Received) == query);
-    // An answer would arrive before these bytes.
+    // If the board had answered the query, the answer would arrive before these bytes.
     QVERIFY(board->send("end"));
     WAIT_FOR(host.received().endsWith("end"));
     QCOMPARE(host.received(), QByteArray("end"));
@@ -636,14 +637,14 @@ void TestSimulator::replyIsDelayed()
     HostPort host(board);
     QVERIFY(host.write(versionQuery));
     WAIT_FOR(host.received() == versionReply);
-    // The journal has whole milliseconds, rounded down.
+    // The journal rounds times down to whole milliseconds, so a difference may be 1 ms too small.
     QVERIFY(journalTimes(board, JournalEntry::Sent).first() - journalTimes(board, JournalEntry::Received).first()
             >= 59);
 }
 
 void TestSimulator::slowLineDelaysBothDirections()
 {
-    // A byte takes 10 bit times: the query's 12 bytes take 50 ms, the reply's 26 bytes take 108 ms.
+    // A byte takes 10 bit times, so the query's 12 bytes take 50 ms and the reply's 26 bytes take 108 ms.
     Board *board = add("BoardA,speed=2400");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -693,7 +694,7 @@ void TestSimulator::lineReleasesItsPieces()
         released += piece;
         sizes.append(piece.size());
     });
-    for (int round = 1; round <= 2; ++round) { // the line is idle between the rounds
+    for (int round = 1; round <= 2; ++round) { // the second round checks that the line starts again after an idle time
         line.push(bytes);
         WAIT_FOR(released.size() == round * size);
         QCOMPARE(released.right(size), bytes);
@@ -713,11 +714,11 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // At 115200 baud 40 replies of 26 bytes take 90.3 ms. Each is sent after the reply before has left.
+    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the one before has left.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
-    int milliseconds = 0; // of the line's own clock; bytes arrive in each millisecond
+    int milliseconds = 0; // by the line's own clock; the line releases bytes once in each millisecond
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
         ++milliseconds;
         arrived += bytes.size();
@@ -732,7 +733,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 
 void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets fill 100 frames of 1 ms. Each is sent after the packet before has arrived.
+    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the one before has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;
@@ -750,13 +751,13 @@ void TestSimulator::shortPacketsFillAFrame()
     line.push("x");
     WAIT_FOR(packets == most);
     QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
-    // Packets do not take a millisecond each. A busy machine delays this timer too.
+    // A packet must take less than 1 ms. A busy machine delays the packets, but it delays this timer too.
     QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
 }
 
 void TestSimulator::hostGetsBridgeFrames()
 {
-    // The queries' 312 bytes take 27 ms, the first reply's 2026 bytes take 175 ms.
+    // The queries' 312 bytes take 27 ms. The first reply's 2026 bytes take 175 ms.
     Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -938,7 +939,7 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
     Board *board = add("babble,interval=1");
     QSignalSpy sent(board, &Board::sent);
     HostPort host(board);
-    // The port is full when it takes no more bursts.
+    // The port is full when the board can send no more bursts.
     int before = -1;
     while (before != sent.size()) {
         before = sent.size();
@@ -946,14 +947,14 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
         other.wait(500);
     }
     const int kept = journalBytes(board, JournalEntry::Sent).size();
-    // Each turn of the event loop brings one burst of at most 64 bytes, unless the board kept more bursts.
+    // The board sends one burst of at most 64 bytes in each turn of the event loop. Kept bursts would arrive as well.
     const int turns = 20;
     for (int i = 0; i < turns; ++i) {
         host.received();
         QCoreApplication::processEvents();
     }
     QVERIFY(host.received().size() <= kept + (turns + 1) * 64);
-    WAIT_FOR(sent.size() > before + 5); // the board sends again
+    WAIT_FOR(sent.size() > before + 5); // the port has space again, so the board sends again
 }
 
 void TestSimulator::journalHasAllBytes()
@@ -991,7 +992,7 @@ void TestSimulator::journalKeepsTheNewest()
     const QByteArray bytes = journalBytes(board, JournalEntry::Sent);
     QCOMPARE(bytes.size(), most);
     QVERIFY(bytes.startsWith('c') && bytes.endsWith('f'));
-    // The newest entry stays, even if it alone is too long.
+    // The journal keeps its newest entry, even if this entry alone exceeds the limit.
     QVERIFY(board->send(QByteArray(most + 1, 'g')));
     WAIT_FOR(sent.size() == 7);
     QCOMPARE(journalBytes(board, JournalEntry::Sent), QByteArray(most + 1, 'g'));
@@ -1008,7 +1009,7 @@ void TestSimulator::pulledCableRemovesThePort()
     QVERIFY(!systemPorts().contains(board->portName()));
     WAIT_FOR(!port.isOpen());
     QVERIFY(!HostPort(board).isOpen());
-    board->pull(); // has no effect now
+    board->pull(); // has no effect, because the cable is already pulled
     QVERIFY(!board->isPlugged());
 }
 
@@ -1024,13 +1025,13 @@ void TestSimulator::pluggedPortWorksAgain()
         QVERIFY(host.isOpen());
         QVERIFY(host.write(versionQuery));
         WAIT_FOR(host.received() == versionReply);
-        if (round > 1) // the configured pull happens only once
+        if (round > 1) // in round 1 pull-after-bytes pulls the cable; this happens only once
             board->pull();
         WAIT_FOR(pulled.size() == round);
         QVERIFY2(board->plug(&error), qPrintable(error));
         QCOMPARE(systemPorts(), QStringList(board->portName()));
     }
-    QCOMPARE(board->queryCount(), 3); // a pull does not reset the count
+    QCOMPARE(board->queryCount(), 3); // three rounds; a pull does not reset the count
 }
 
 void TestSimulator::boardCanBePulledInItsOwnSignal_data()

@@ -5,7 +5,7 @@
 using JwTools::CommandLine;
 using JwTools::SearchSettings;
 
-/// The part of a command line that all programs have.
+/// Tests the part of the command line that all programs share.
 class TestCommandLine : public QObject
 {
     Q_OBJECT

@@ -8,7 +8,7 @@
 
 using namespace JwTools;
 
-/// Names of ports: as a user gives them, and their order in lists.
+/// Tests how names of ports are read from the command line, and their order in lists.
 class TestPortName : public QObject
 {
     Q_OBJECT
@@ -57,7 +57,7 @@ void TestPortName::linkNamesThePortBehindIt()
 
 void TestPortName::linkBesideItsPortIsRelative()
 {
-    // Not the system's own links: which there are depends on the machine.
+    // Make links here, because each machine has other links in /dev. A folder below /dev/shm is part of /dev.
     const QTemporaryDir folder(QStringLiteral("/dev/shm/tst_tools_portname-XXXXXX"));
     const QString first = folder.filePath(QStringLiteral("first"));
     QVERIFY(QFile::link(QStringLiteral("../../ttyACM7"), first));

@@ -4,7 +4,7 @@
 
 using JwTools::SentenceFrame;
 
-/// How a line that a person types becomes a sentence.
+/// Tests how a typed line becomes a sentence.
 class TestSentenceFrame : public QObject
 {
     Q_OBJECT
@@ -86,7 +86,7 @@ void TestSentenceFrame::aLineThatMakesNoSentenceIsRefused()
 
 void TestSentenceFrame::theLongestSentenceIsTaken()
 {
-    const SentenceFrame frame(QString(68, QLatin1Char('A'))); // and 1 start flag, 3 of the checksum, 2 of the line end
+    const SentenceFrame frame(QString(68, QLatin1Char('A'))); // plus 1 start flag, 3 for checksum, 2 for line end
     QCOMPARE(frame.fault(), QString());
     QCOMPARE(frame.sentence().size(), 74);
 }

@@ -1,4 +1,4 @@
-// Finds a BoardA and prints the library's log to standard output. The exit status is 0 if it finds one.
+// Searches for a BoardA, and prints the library's log to standard output. The exit status is 0 if a BoardA was found.
 #include <device/initializer.h>
 #include <logger/logger.h>
 #ifdef JWLOGGER_NO_ALIAS

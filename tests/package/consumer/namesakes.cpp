@@ -1,5 +1,5 @@
-// The application's own classes and functions. If the library uses one of them, the program ends with status 3.
-#undef JWLOGGER_NO_ALIAS // these headers never use the name Logger
+// Classes and functions of an application. If the library calls one of them, the program ends with status 3.
+#undef JWLOGGER_NO_ALIAS // even without it, no header below may define the name Logger
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/ipayloadparser.h>
@@ -25,7 +25,7 @@ namespace {
 }
 
 int loggers = 0;
-const Logger applicationLogger; // the application makes one Logger; a second one comes from the library
+const Logger applicationLogger; // the application's only Logger; if a second one is made, the library made it
 
 } // namespace
 

@@ -1,4 +1,4 @@
-// Global names that an application may have, with the functions that such classes usually have.
+// Global classes and functions that an application may define. The library has the same names in namespaces.
 #pragma once
 
 class QDebug;

@@ -1,4 +1,5 @@
-// An application's own namespace Nmea. Not for static libraries: with them the linker finds each function twice.
+// An application with its own namespace Nmea. Only for shared libraries, because with static libraries the linker finds
+// each function twice.
 #include <QStringView>
 
 #include <cstdio>

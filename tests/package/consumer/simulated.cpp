@@ -1,4 +1,4 @@
-// Simulates a BoardC in its own process and lists the ports that it then sees.
+// Simulates a BoardC in this process, and lists the ports that this process then sees.
 #include <simulator/preload.h>
 #include <simulator/testbed.h>
 

@@ -16,7 +16,7 @@ struct FinderFixture
     JwSimulator::Testbed testbed;
     JwMonitor::BoardFinder finder;
 
-    /// Adds a board from its text form, such as "BoardA,delay=20", on a port that no other test program uses.
+    /// Adds a board on a port that no other test program uses. `board` is the text form, for example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board)
     {
         QString error;

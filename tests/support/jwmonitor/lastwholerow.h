@@ -2,7 +2,7 @@
 
 #include <QTableView>
 
-/// The last row of a table that is fully visible; -1 if there is none. All rows have the same height.
+/// Returns the last fully visible row of a table whose rows all have the same height; -1 if no row is fully visible.
 inline int lastWholeRow(const QTableView *table)
 {
     const int height = table->viewport()->height();

@@ -5,7 +5,8 @@
 #include <QApplication>
 #include <QTest>
 
-/// main() of a test of windows on simulated ports. It needs no display, unless the environment names a platform.
+/// Defines main() of a test that shows windows and uses simulated ports. The test needs no display, unless the
+/// environment names a platform.
 #define SIMULATED_WINDOW_MAIN(TestClass)                                                                               \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

@@ -20,12 +20,12 @@ constexpr int slownessOfSanitizer = 10;
 constexpr int slownessOfSanitizer = 1;
 #endif
 
-/// Measures the longest time between two turns of this thread's event loop: by the clock, and as processor time of this
-/// thread. On a busy machine the processor time is shorter.
+/// Measures the longest time between two turns of this thread's event loop, by the clock and as processor time of this
+/// thread. On a busy machine the clock shows more, because other programs also use the processor.
 class StallWatch
 {
 public:
-    /// A user sees a window stop if a turn takes more work than this.
+    /// Processor time of one turn in ms. If a turn takes longer, a user notices that the window freezes.
     static constexpr double freezeMs = 250 * slownessOfSanitizer;
 
     StallWatch()

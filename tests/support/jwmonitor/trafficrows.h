@@ -7,7 +7,7 @@
 #include <QAbstractItemModel>
 #include <QStringList>
 
-/// `body` with start flag, checksum and line end.
+/// Returns `body` with start flag, checksum and line end.
 inline QString framed(const QString &body)
 {
     const int crc = Nmea::calculateCrc(body, 0);
@@ -24,7 +24,7 @@ inline JwMonitor::TrafficRecord sent(const QString &port, const QString &payload
     return {JwMonitor::microsecondsSinceEpoch(), port, JwMonitor::Direction::Sent, payload, id};
 }
 
-/// The texts of a column of a table, from the first row on.
+/// Returns the texts of all rows in one column of a table, in the order of the rows.
 inline QStringList columnTexts(const QAbstractItemModel *model, int column)
 {
     QStringList texts;

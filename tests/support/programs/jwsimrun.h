@@ -3,7 +3,7 @@
 #include "support/common/portname.h"
 #include "programrun.h"
 
-/// The arguments of jwsim to run this command with these boards.
+/// Returns the arguments with which jwsim runs this command with these boards.
 inline QStringList simulated(const QStringList &boards, const QStringList &command)
 {
     QStringList arguments;
@@ -27,13 +27,13 @@ inline QStringList jwprobe(const QStringList &boards, const QStringList &argumen
     return simulated(boards, QStringList{jwprobeProgram()} + arguments);
 }
 
-/// Runs jwprobe with these boards until it ends.
+/// Runs jwprobe with these boards, and waits until jwprobe ends.
 inline Outcome runJwprobe(const QStringList &boards, const QStringList &arguments)
 {
     return runProgram(jwsimProgram(), jwprobe(boards, arguments));
 }
 
-/// The text form of a board on this port, for example "BoardA,port=ttyACM0,delay=20".
+/// Returns the value of jwsim's option --board for a board on this port, for example "BoardA,port=ttyACM0,delay=20".
 inline QString boardOn(const char *kind, const QString &port, const char *keys = "")
 {
     QString board = QStringLiteral("%1,port=%2").arg(QLatin1String(kind), port);

@@ -4,7 +4,8 @@
 #include <QString>
 #include <QTest>
 
-/// Empty if the program is in PATH, /usr/sbin or /sbin. Otherwise says which package to install.
+/// Looks for the program in PATH, /usr/sbin and /sbin. If it is missing, returns a text that names the package to
+/// install. Otherwise returns an empty text.
 inline QString missingProgram(const char *program, const char *package)
 {
     const QString name = QLatin1String(program);

@@ -8,10 +8,10 @@
 
 #include <signal.h>
 
-/// Time limit in ms for a program that hangs. Long enough for programs with a sanitizer on a busy machine.
+/// Time limit in ms, after which a program counts as hanging. It is long enough for a sanitizer on a busy machine.
 constexpr int programPatience = 60000;
 
-/// Runs the event loop until `condition` is true.
+/// Runs the event loop until `condition` is true. The test fails if this takes longer than programPatience.
 #define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, programPatience)
 
 /// One run of a program, with pipes for its standard streams. The destructor ends the program.
@@ -29,7 +29,7 @@ public:
     }
     ~ProgramRun()
     {
-        // SIGTERM first: jwsim then cleans up and ends the programs that it started.
+        // Send SIGTERM first, because jwsim then cleans up and ends the programs that it started.
         m_process.terminate();
         if (!m_process.waitForFinished(programPatience)) {
             m_process.kill();
@@ -53,11 +53,12 @@ public:
     void closeInput() { m_process.closeWriteChannel(); }
     void sendSignal(int number)
     {
-        if (m_process.processId() > 0) // kill(0) would end all processes of our group, also the test run
+        if (m_process.processId() > 0) // kill(0) would also end this test
             ::kill(static_cast<pid_t>(m_process.processId()), number);
     }
 
-    /// Waits for the end of the program. True if it ended by itself; output() and error() are then complete.
+    /// Waits for the end of the program. Returns true if the program ended by itself; then output() and error() are
+    /// complete.
     bool finish()
     {
         return (isOver() || m_process.waitForFinished(programPatience))
@@ -82,7 +83,7 @@ struct Outcome
     QByteArray error;
 };
 
-/// Runs a program until it ends. Its standard input is `input`, then the end of file.
+/// Runs a program until it ends. The program's standard input contains `input`, and then ends.
 inline Outcome runProgram(const QString &program, const QStringList &arguments, const QByteArray &input = QByteArray())
 {
     ProgramRun run(program, arguments);
@@ -93,7 +94,7 @@ inline Outcome runProgram(const QString &program, const QStringList &arguments, 
     return {ended ? run.status() : -1, run.output(), run.error()};
 }
 
-/// The lines of a text, without their line ends.
+/// Returns the lines of a text, without their line ends.
 inline QList<QByteArray> linesOf(const QByteArray &text)
 {
     QList<QByteArray> lines = text.split('\n');

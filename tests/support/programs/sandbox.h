@@ -11,7 +11,8 @@
 
 #include <unistd.h>
 
-/// Marks a test function that calls runSandboxed(). Write it before `void`. See SANDBOX_TEST_MAIN.
+/// Marks a test function that calls runSandboxed(). Write SANDBOXED before the function's `void`; SANDBOX_TEST_MAIN
+/// then selects these functions.
 #ifndef Q_MOC_RUN
 #define SANDBOXED
 #endif
@@ -21,7 +22,7 @@ struct Sandbox
 {
     enum Kind {
         Refused,
-        OfOneUser, ///< has one user only: this user, as root
+        OfOneUser, ///< has only one user: this user, who is root inside
         OfAllUsers,
     };
     Kind kind = Refused;
@@ -57,7 +58,7 @@ private:
     }
 };
 
-/// The class of a test with functions marked SANDBOXED.
+/// Returns the class of the test with functions marked SANDBOXED. SANDBOX_TEST_MAIN sets this class.
 inline const QMetaObject *&sandboxedTest()
 {
     static const QMetaObject *meta = nullptr;
@@ -70,16 +71,16 @@ inline bool isMarkedSandboxed(const QByteArray &function)
     return index >= 0 && qstrcmp(sandboxedTest()->method(index).tag(), "SANDBOXED") == 0;
 }
 
-/// Runs `script` with /bin/sh and these boards, in its own namespaces. The script sees only its own processes, an empty
-/// /run (lock files, udev's database), and only the udev rules in /run/udev/rules.d; with `keepRules` also the
-/// system's rules. `arguments` are the script's "$@". Call it only in functions marked SANDBOXED.
+/// Runs `script` with /bin/sh and these boards, in its own namespaces. `arguments` are the script's "$@". The script
+/// sees only its own processes, and an empty /run without lock files and udev's database. It sees only the udev rules
+/// in /run/udev/rules.d; with `keepRules` also the system's rules. Call this only in functions marked SANDBOXED.
 inline Outcome runSandboxed(const QStringList &boards, const QString &script, const QStringList &arguments = {},
                             bool keepRules = false)
 {
     // An unmarked function would fail on machines that refuse a sandbox.
     if (!isMarkedSandboxed(QTest::currentTestFunction()))
         qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
-    // With the preload library, mkdir would make the folder in the simulated /dev instead of the real one.
+    // Run mkdir without the preload library. Otherwise mkdir makes the folder in the simulated /dev.
     QString prepare = QStringLiteral("set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/lock /run/udev/rules.d; "
                                      "env -u LD_PRELOAD mkdir -p /dev/char; mount -t tmpfs tmpfs /dev/char; ");
     if (!keepRules) {
@@ -94,8 +95,8 @@ inline Outcome runSandboxed(const QStringList &boards, const QString &script, co
                                     << arguments));
 }
 
-/// Shell text that applies the udev rules to a port and to its USB device, as when the board is plugged in. The output
-/// of udevadm goes to /run/PORT.log and /run/PORT-usb.log.
+/// Returns shell text that applies the udev rules to a port and to its USB device, as udev does for a new board. The
+/// output of udevadm is in /run/PORT.log and /run/PORT-usb.log.
 inline QString applyUdevRules(const QString &port)
 {
     return QStringLiteral("path=$(readlink -f /sys/class/tty/%1); PATH=$PATH:/sbin:/usr/sbin; "
@@ -133,7 +134,7 @@ inline int runSandboxTest(QObject *test, QStringList arguments)
     return QTest::qExec(test, arguments);
 }
 
-/// main() of a test with functions marked SANDBOXED.
+/// Defines main() of a test with functions marked SANDBOXED.
 #define SANDBOX_TEST_MAIN(TestClass)                                                                                   \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

@@ -58,12 +58,12 @@ public:
     }
     void sendSignal(int number) const
     {
-        if (m_process > 0) // kill(-1) would end all processes
+        if (m_process > 0) // kill(-1) would end all processes that this user may end
             ::kill(m_process, number);
     }
-    /// All text on the terminal, also the typed text. Lines end with CR LF.
+    /// Returns all text on the terminal, including the typed text. Lines end with CR LF.
     QByteArray screen() const { return m_screen; }
-    /// Whether the program has ended. screen() and status() are then complete.
+    /// Returns whether the program has ended. If so, screen() and status() are complete.
     bool isOver() const { return m_process < 0; }
     int status() const { return m_status; }
 
@@ -76,7 +76,7 @@ private:
             m_screen.append(bytes, static_cast<int>(count));
             return;
         }
-        // All programs in the terminal have ended.
+        // Reading failed, so all programs in the terminal have ended.
         m_notifier->setEnabled(false);
         int status = 0;
         ::waitpid(m_process, &status, 0);
