@@ -48,15 +48,6 @@ constexpr BoardRule boardRules[] = {
     {BoardC, "BoardC", InformationRequest, isBoardC},
 };
 
-SessionInit query(SentenceKey key)
-{
-    SessionInit session;
-    session.sentenceId = key;
-    if (key == InformationRequest)
-        session.fields[QStringLiteral("subcommand")] = QString(information);
-    return session;
-}
-
 } // namespace
 
 bool isCandidate(const QSerialPortInfo &port)
@@ -90,17 +81,23 @@ Type typeOf(const SessionInit &reply)
     return Unknown;
 }
 
-QList<SessionInit> queriesFor(const QList<Type> &types)
+QList<SentenceKey> queriesFor(const QList<Type> &types)
 {
-    QList<SessionInit> queries;
-    const BoardRule *asked = nullptr; // rules with the same query stand together
+    QList<SentenceKey> queries;
     for (const BoardRule &rule : boardRules) {
-        if (types.contains(rule.type) && !(asked && asked->query == rule.query)) {
-            queries.append(query(rule.query));
-            asked = &rule;
-        }
+        if (types.contains(rule.type) && !queries.contains(rule.query))
+            queries.append(rule.query);
     }
     return queries;
+}
+
+SessionInit queryRecord(SentenceKey key)
+{
+    SessionInit session;
+    session.sentenceId = key;
+    if (key == InformationRequest)
+        session.fields[QStringLiteral("subcommand")] = QString(information);
+    return session;
 }
 
 } // namespace JwDevice

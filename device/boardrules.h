@@ -45,7 +45,11 @@ JWDEVICE_EXPORT QString typeName(JwDevice::Type type);
 /// The type of board that sends the sentence `reply`, which was parsed without an error; Unknown if no board does.
 JWDEVICE_EXPORT JwDevice::Type typeOf(const JwDevice::SessionInit &reply);
 
-/// The queries that ask a port whether it is one of `types`, in the order in which they are written: none twice.
-JWDEVICE_EXPORT QList<JwDevice::SessionInit> queriesFor(const QList<JwDevice::Type> &types);
+/// The keys of the queries that ask a port whether it is one of `types`, in the order in which they are written. No key
+/// is there twice.
+JWDEVICE_EXPORT QList<JwDevice::SentenceKey> queriesFor(const QList<JwDevice::Type> &types);
+
+/// The record from which Nmea::ParserInit builds the query `key`.
+JWDEVICE_EXPORT JwDevice::SessionInit queryRecord(JwDevice::SentenceKey key);
 
 } // namespace JwDevice

@@ -288,9 +288,11 @@ void Initializer::queryBoardVersion(Communicator *comm)
 int Initializer::writeQueries(Communicator *comm)
 {
     int written = 0;
-    QList<SessionInit> queries = queriesFor(m_types);
-    for (SessionInit &query : queries)
-        written += sendProtocol(comm, &query);
+    const QList<SentenceKey> queries = queriesFor(m_types);
+    for (const SentenceKey query : queries) {
+        SessionInit session = queryRecord(query);
+        written += sendProtocol(comm, &session);
+    }
     return written;
 }
 

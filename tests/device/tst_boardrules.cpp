@@ -15,8 +15,6 @@ using JwDevice::SessionInit;
 using JwDevice::Type;
 using JwSimulator::Board;
 
-Q_DECLARE_METATYPE(JwDevice::SessionInit)
-
 namespace {
 
 /// Returns the type after `type`, and Unknown after the last type. The switch has no default, so that the compiler
@@ -70,11 +68,11 @@ QByteArray built(const SessionInit &session)
     return sentence.toLatin1();
 }
 
-QByteArray built(const QList<SessionInit> &sessions)
+QByteArray built(const QList<JwDevice::SentenceKey> &queries)
 {
     QByteArray sentences;
-    for (const SessionInit &session : sessions)
-        sentences += built(session);
+    for (const JwDevice::SentenceKey query : queries)
+        sentences += built(JwDevice::queryRecord(query));
     return sentences;
 }
 
@@ -247,24 +245,27 @@ void TestBoardRules::typeOfAReply()
 
 void TestBoardRules::replyOfTheWrongSentenceIsOfNoType_data()
 {
-    QTest::addColumn<SessionInit>("reply");
-    const QHash<QString, QVariant> fields = {{QStringLiteral("hwversion"), QStringLiteral("7300022 7300021")},
-                                             {QStringLiteral("subcommand"), QStringLiteral("INF")}};
-    QTest::newRow("no sentence") << session(0, fields);
-    QTest::newRow("the information request") << session(JwDevice::InformationRequest, fields);
-    QTest::newRow("a key that no sentence has") << session(4, fields);
+    QTest::addColumn<int>("key");
+    QTest::addColumn<QVariantHash>("fields");
+    const QVariantHash fields = {{QStringLiteral("hwversion"), QStringLiteral("7300022 7300021")},
+                                 {QStringLiteral("subcommand"), QStringLiteral("INF")}};
+    QTest::newRow("no sentence") << 0 << fields;
+    QTest::newRow("the information request") << int(JwDevice::InformationRequest) << fields;
+    QTest::newRow("a key that no sentence has") << 4 << fields;
     QTest::newRow("subcommand in a version sentence")
-        << session(JwDevice::VersionSentence, {{QStringLiteral("subcommand"), QStringLiteral("INF")}});
+        << int(JwDevice::VersionSentence) << QVariantHash{{QStringLiteral("subcommand"), QStringLiteral("INF")}};
     QTest::newRow("hardware number in an information reply")
-        << session(JwDevice::InformationReply, {{QStringLiteral("hwversion"), QStringLiteral("7300022 7300021")}});
-    QTest::newRow("version sentence without a field") << session(JwDevice::VersionSentence);
-    QTest::newRow("information reply without a field") << session(JwDevice::InformationReply);
+        << int(JwDevice::InformationReply)
+        << QVariantHash{{QStringLiteral("hwversion"), QStringLiteral("7300022 7300021")}};
+    QTest::newRow("version sentence without a field") << int(JwDevice::VersionSentence) << QVariantHash();
+    QTest::newRow("information reply without a field") << int(JwDevice::InformationReply) << QVariantHash();
 }
 
 void TestBoardRules::replyOfTheWrongSentenceIsOfNoType()
 {
-    QFETCH(SessionInit, reply);
-    QCOMPARE(JwDevice::typeOf(reply), JwDevice::Unknown);
+    QFETCH(int, key);
+    QFETCH(QVariantHash, fields);
+    QCOMPARE(JwDevice::typeOf(session(key, fields)), JwDevice::Unknown);
 }
 
 void TestBoardRules::queriesForTypes_data()
