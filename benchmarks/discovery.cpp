@@ -2,6 +2,7 @@
 // jwsim. Then the simulated boards are in another process, so they answer while this process opens ports.
 #include "sentences.h"
 
+#include <device/boardrules.h>
 #include <device/initializer.h>
 #include <logger/logger.h>
 
@@ -206,10 +207,10 @@ QList<Type> typesOf(const QString &letters)
 {
     QList<Type> types;
     for (const QChar letter : letters) {
-        const int number = letter.unicode() - 'A' + 1;
-        if (number < JwDevice::BoardA || number > JwDevice::BoardC)
-            qFatal("--types takes letters from A to C, for example AC");
-        types << static_cast<Type>(number);
+        const Type type = static_cast<Type>(letter.unicode() - 'A' + JwDevice::BoardA);
+        if (!JwDevice::boardTypes().contains(type))
+            qFatal("--types takes the last letters of board types, for example AC");
+        types << type;
     }
     return types;
 }

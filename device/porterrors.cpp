@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QSerialPortInfo>
 #include <QSignalBlocker>
 
@@ -17,8 +18,12 @@ constexpr qint64 timeBetweenLooks = 100; // ms; a look at the device may list al
 
 bool isThere(const QString &portName)
 {
-    // The list has no pseudo terminals. Where there is no /dev, the list alone decides.
-    return QDir(QStringLiteral("/dev")).exists(portName) || !QSerialPortInfo(portName).isNull();
+    if (!QSerialPortInfo(portName).isNull())
+        return true;
+    // The list lacks pseudo terminals and links to ports. A plain node in /dev proves nothing: in a container it may
+    // stay when the device is gone.
+    const QFileInfo node(QDir(QStringLiteral("/dev")), portName);
+    return node.exists() && (portName.contains(QLatin1Char('/')) || node.isSymLink());
 }
 
 } // namespace

@@ -74,13 +74,13 @@ void TestPageSnippets::reportsSayWhyNothingWasFound()
             why = report.reply;
         else if (report.verdict == JwDevice::PortReport::TimedOut && !report.unreadable.isEmpty())
             why = report.unreadable;
-        lines.append(QStringLiteral("%1: verdict %2 %3").arg(report.portName).arg(report.verdict).arg(why));
+        lines.append(QStringLiteral("%1: %2 %3").arg(report.portName, verdictName(report.verdict), why));
     }
 
     QCOMPARE(lines.size(), 2);
-    QCOMPARE(lines[0], QStringLiteral("%1: verdict 0 %2").arg(busy.port, search.portReports().first().errorText));
+    QCOMPARE(lines[0], QStringLiteral("%1: notOpened %2").arg(busy.port, search.portReports().first().errorText));
     QVERIFY(!search.portReports().first().errorText.isEmpty());
-    QCOMPARE(lines[1], QStringLiteral("%1: verdict 3 $PJWVER,7300022,1,4,0*0d").arg(other.port));
+    QCOMPARE(lines[1], QStringLiteral("%1: silenced $PJWVER,7300022,1,4,0*0d").arg(other.port));
 }
 
 void TestPageSnippets::categoryFollowsItsOwnLevel()

@@ -37,7 +37,7 @@ private:
     {
         return runProgram(jwsimProgram(),
                           {QStringLiteral("--scenario"),
-                           QStringLiteral(PROJECT_FOLDER "/examples/scenarios/bench.json"), QStringLiteral("--"),
+                           QStringLiteral(PROJECT_FOLDER "/examples/scenarios/six-boards.json"), QStringLiteral("--"),
                            QStringLiteral("env"), offscreen(), QStringLiteral(SCREENSHOTS_PROGRAM), folder});
     }
 };

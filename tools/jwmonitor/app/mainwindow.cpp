@@ -1,16 +1,16 @@
 #include "mainwindow.h"
 
 #include <jwmonitor/find/boardsbar.h>
-#include <jwmonitor/traffic/boardtraffic.h>
 #include <jwmonitor/find/findbar.h>
+#include <jwmonitor/find/portsview.h>
 #include <jwmonitor/log/logmodel.h>
 #include <jwmonitor/log/logview.h>
-#include <jwmonitor/plot/plotview.h>
-#include <jwmonitor/find/portsview.h>
-#include <jwmonitor/send/sendpanel.h>
 #include <jwmonitor/look/theme.h>
+#include <jwmonitor/plot/plotview.h>
+#include <jwmonitor/send/sendpanel.h>
 #include <jwmonitor/timeline/timelinecanvas.h>
 #include <jwmonitor/timeline/timelineview.h>
+#include <jwmonitor/traffic/boardtraffic.h>
 #include <jwmonitor/traffic/trafficmodel.h>
 #include <jwmonitor/traffic/trafficview.h>
 

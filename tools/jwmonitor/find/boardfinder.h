@@ -1,9 +1,9 @@
 #pragma once
 
-#include <jwmonitor/traffic/boardlink.h>
 #include "findsettings.h"
 #include "portentry.h"
 #include "portwatcher.h"
+#include <jwmonitor/traffic/boardlink.h>
 
 #include <QElapsedTimer>
 #include <QHash>

@@ -1,8 +1,8 @@
 #include "portsmodel.h"
 
+#include "portverdict.h"
 #include <common/boardtype.h>
 #include <common/portname.h>
-#include "portverdict.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/look/tooltip.h>
 

@@ -1,6 +1,7 @@
 #include "portverdict.h"
 
 #include <common/boardtype.h>
+#include <common/printable.h>
 
 #include <device/portreport.h>
 
@@ -38,13 +39,13 @@ QString verdictText(const JwDevice::PortReport &report, bool isOver)
         return whyNotOpened(report);
     case JwDevice::PortReport::Awaiting:
         if (isOver && !report.unreadable.isEmpty())
-            return Verdict::tr("unreadable: %1").arg(report.unreadable);
+            return Verdict::tr("unreadable: %1").arg(JwTools::printable(report.unreadable));
         return isOver ? Verdict::tr("no answer before the search ended") : Verdict::tr("asked, awaiting an answer");
     case JwDevice::PortReport::TimedOut:
         return report.unreadable.isEmpty() ? Verdict::tr("silent")
-                                           : Verdict::tr("unreadable: %1").arg(report.unreadable);
+                                           : Verdict::tr("unreadable: %1").arg(JwTools::printable(report.unreadable));
     case JwDevice::PortReport::Silenced:
-        return Verdict::tr("answered, but is not wanted: %1").arg(report.reply);
+        return Verdict::tr("answered, but is not wanted: %1").arg(JwTools::printable(report.reply));
     case JwDevice::PortReport::Duplicate:
         return Verdict::tr("a second %1").arg(JwTools::boardName(report.type));
     case JwDevice::PortReport::Lost:

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <jwmonitor/history/historymodel.h>
 #include "logrecord.h"
+#include <jwmonitor/history/historymodel.h>
 
 #include <memory>
 

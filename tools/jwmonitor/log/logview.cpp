@@ -1,10 +1,10 @@
 #include "logview.h"
 
+#include "logmodel.h"
 #include <common/loglevel.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
 #include <jwmonitor/look/labelled.h>
-#include "logmodel.h"
 
 #include <QComboBox>
 #include <QLineEdit>

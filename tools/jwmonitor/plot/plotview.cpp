@@ -1,8 +1,8 @@
 #include "plotview.h"
 
-#include <jwmonitor/look/labelled.h>
 #include "plotcanvas.h"
 #include "plotdata.h"
+#include <jwmonitor/look/labelled.h>
 #include <jwmonitor/traffic/trafficmodel.h>
 
 #include <QComboBox>

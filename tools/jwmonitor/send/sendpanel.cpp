@@ -1,12 +1,12 @@
 #include "sendpanel.h"
 
+#include "recallline.h"
+#include "sendledger.h"
 #include <common/boardtype.h>
 #include <common/printable.h>
 #include <common/sentenceframe.h>
 #include <jwmonitor/history/historyfilter.h>
 #include <jwmonitor/history/historytable.h>
-#include "recallline.h"
-#include "sendledger.h"
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/traffic/trafficmodel.h>
 

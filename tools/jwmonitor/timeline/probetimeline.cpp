@@ -1,10 +1,11 @@
 #include "probetimeline.h"
 
-#include <jwmonitor/find/boardfinder.h>
 #include <common/boardtype.h>
-#include <jwmonitor/history/clock.h>
-#include <jwmonitor/find/portverdict.h>
 #include <common/portname.h>
+#include <common/printable.h>
+#include <jwmonitor/find/boardfinder.h>
+#include <jwmonitor/find/portverdict.h>
+#include <jwmonitor/history/clock.h>
 
 #include <device/boardrules.h>
 
@@ -21,9 +22,10 @@ namespace {
 TimelineEvent fromPortEvent(const PortEvent &event)
 {
     const bool isUnreadable = event.kind == PortEvent::Unreadable;
-    const QString text = isUnreadable         ? QStringLiteral("%1 (%2)").arg(event.text, event.reason)
+    const QString text = isUnreadable
+        ? QStringLiteral("%1 (%2)").arg(JwTools::printable(event.text), JwTools::printable(event.reason))
         : event.kind == PortEvent::HandedOver ? JwTools::boardName(event.type)
-                                              : event.text;
+                                              : JwTools::printable(event.text);
     return {event.kind, static_cast<double>(event.nanoseconds) / 1e6, text, static_cast<int>(event.round)};
 }
 
@@ -81,10 +83,9 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
     Q_EMIT changed();
 }
 
-/// A round starts with its first query.
 void ProbeTimeline::startRounds(const PortEvent &event)
 {
-    while (event.kind == PortEvent::Asked && m_rounds.size() < static_cast<int>(event.round))
+    while (m_rounds.size() < static_cast<int>(event.round))
         m_rounds.append(fromPortEvent(event).ms);
 }
 

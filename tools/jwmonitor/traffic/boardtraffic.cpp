@@ -1,7 +1,7 @@
 #include "boardtraffic.h"
 
-#include <jwmonitor/history/clock.h>
 #include "trafficmodel.h"
+#include <jwmonitor/history/clock.h>
 
 namespace JwMonitor {
 

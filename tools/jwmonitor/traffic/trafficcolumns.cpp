@@ -1,7 +1,6 @@
 #include "trafficcolumns.h"
 
 #include "traffictext.h"
-
 #include <common/printable.h>
 #include <jwmonitor/history/historytable.h>
 

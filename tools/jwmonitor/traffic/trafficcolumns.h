@@ -2,7 +2,6 @@
 
 #include "sentencedecoder.h"
 #include "trafficrecord.h"
-
 #include <jwmonitor/look/theme.h>
 
 #include <QString>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <jwmonitor/history/historymodel.h>
 #include "trafficcolumns.h"
+#include <jwmonitor/history/historymodel.h>
 
 #include <deque>
 

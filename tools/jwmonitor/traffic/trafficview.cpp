@@ -1,11 +1,11 @@
 #include "trafficview.h"
 
-#include <jwmonitor/history/historyfilter.h>
-#include <jwmonitor/history/historytable.h>
-#include <jwmonitor/look/labelled.h>
 #include "trafficmodel.h"
 #include "traffictext.h"
 #include "trafficwriter.h"
+#include <jwmonitor/history/historyfilter.h>
+#include <jwmonitor/history/historytable.h>
+#include <jwmonitor/look/labelled.h>
 
 #include <QAction>
 #include <QComboBox>

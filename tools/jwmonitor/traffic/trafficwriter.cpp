@@ -2,7 +2,6 @@
 
 #include "trafficcolumns.h"
 #include "traffictext.h"
-
 #include <common/printable.h>
 
 #include <QElapsedTimer>

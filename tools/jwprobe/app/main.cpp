@@ -1,10 +1,10 @@
+#include "options.h"
+#include "program.h"
 #include <jwprobe/doctor/doctorreport.h>
+#include <jwprobe/doctor/udevrules.h>
 #include <jwprobe/output/listreport.h>
 #include <jwprobe/output/logoutput.h>
-#include "options.h"
 #include <jwprobe/output/output.h>
-#include "program.h"
-#include <jwprobe/doctor/udevrules.h>
 
 #include <QCoreApplication>
 

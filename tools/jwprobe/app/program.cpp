@@ -1,9 +1,9 @@
 #include "program.h"
 
+#include "signalwatch.h"
 #include <jwprobe/monitor/monitor.h>
 #include <jwprobe/output/output.h>
 #include <jwprobe/output/report.h>
-#include "signalwatch.h"
 
 #include <QCoreApplication>
 

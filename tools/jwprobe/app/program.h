@@ -1,7 +1,7 @@
 #pragma once
 
-#include <jwprobe/search/finder.h>
 #include "options.h"
+#include <jwprobe/search/finder.h>
 #include <jwprobe/search/progress.h>
 
 #include <QObject>

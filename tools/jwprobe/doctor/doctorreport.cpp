@@ -3,9 +3,9 @@
 #include "doctor.h"
 #include <jwprobe/app/options.h>
 #include <jwprobe/output/output.h>
+#include <jwprobe/output/table.h>
 #include <jwprobe/search/portlist.h>
 #include <jwprobe/search/searchresult.h>
-#include <jwprobe/output/table.h>
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,8 +1,8 @@
 #include "holder.h"
 
 #include "lockfile.h"
-#include <jwprobe/search/portidentity.h>
 #include "process.h"
+#include <jwprobe/search/portidentity.h>
 
 #include <QDir>
 #include <QFile>

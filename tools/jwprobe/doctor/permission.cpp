@@ -1,8 +1,8 @@
 #include "permission.h"
 
-#include <jwprobe/search/portidentity.h>
 #include "udevdevice.h"
 #include "udevrules.h"
+#include <jwprobe/search/portidentity.h>
 
 #include <algorithm>
 #include <vector>

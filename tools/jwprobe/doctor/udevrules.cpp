@@ -1,8 +1,8 @@
 #include "udevrules.h"
 
+#include "udevrulestext.h"
 #include <jwprobe/search/portidentity.h>
 #include <jwprobe/search/portlist.h>
-#include "udevrulestext.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -94,7 +94,7 @@ QString findModemManagerRule(const PortIdentity &port)
 
 QStringList installRulesCommands(const PortIdentity &port)
 {
-    if (looksLikeBoard(port)) {
+    if (port.isCandidate) {
         return QStringList{QStringLiteral("    %1 --udev-rules | sudo tee %2").arg(thisProgram(), rulesFile)}
         + applyRulesCommands();
     }

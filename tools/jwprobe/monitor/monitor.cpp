@@ -1,11 +1,11 @@
 #include "monitor.h"
 
-#include <jwprobe/search/board.h>
+#include "input.h"
 #include <common/boardtype.h>
 #include <common/printable.h>
 #include <common/sentenceframe.h>
-#include "input.h"
 #include <jwprobe/output/output.h>
+#include <jwprobe/search/board.h>
 
 #include <QDateTime>
 #include <QJsonObject>

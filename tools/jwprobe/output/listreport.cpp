@@ -1,10 +1,10 @@
 #include "listreport.h"
 
-#include <jwprobe/doctor/access.h>
-#include <jwprobe/app/options.h>
 #include "output.h"
-#include <jwprobe/search/portlist.h>
 #include "table.h"
+#include <jwprobe/app/options.h>
+#include <jwprobe/doctor/access.h>
+#include <jwprobe/search/portlist.h>
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,11 +1,11 @@
 #include "report.h"
 
-#include <jwprobe/search/board.h>
-#include <common/boardtype.h>
 #include "output.h"
+#include "table.h"
+#include <common/boardtype.h>
+#include <jwprobe/search/board.h>
 #include <jwprobe/search/portlist.h>
 #include <jwprobe/search/searchresult.h>
-#include "table.h"
 
 #include <QJsonArray>
 #include <QMetaEnum>

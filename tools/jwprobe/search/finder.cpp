@@ -1,10 +1,10 @@
 #include "finder.h"
 
-#include <jwprobe/doctor/access.h>
 #include "board.h"
-#include <jwprobe/doctor/holder.h>
-#include <jwprobe/app/options.h>
 #include "portlist.h"
+#include <jwprobe/app/options.h>
+#include <jwprobe/doctor/access.h>
+#include <jwprobe/doctor/holder.h>
 
 #include <device/communicator.h>
 #include <device/initializer.h>

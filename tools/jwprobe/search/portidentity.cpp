@@ -1,5 +1,7 @@
 #include "portidentity.h"
 
+#include <device/boardrules.h>
+
 #include <QSerialPortInfo>
 
 namespace JwProbe {
@@ -16,6 +18,7 @@ PortIdentity PortIdentity::of(const QSerialPortInfo &info)
     if (info.hasProductIdentifier())
         port.productId = info.productIdentifier();
     port.isKnown = true;
+    port.isCandidate = JwDevice::isCandidate(info);
     return port;
 }
 

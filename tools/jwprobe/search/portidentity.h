@@ -20,6 +20,7 @@ struct PortIdentity
     std::optional<quint16> vendorId;
     std::optional<quint16> productId;
     bool isKnown = false; ///< the system lists the port
+    bool isCandidate = false; ///< a search without port names opens the port, see JwDevice::isCandidate()
 
     static PortIdentity of(const QSerialPortInfo &info);
     QJsonObject toJson() const;

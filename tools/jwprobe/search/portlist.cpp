@@ -12,13 +12,14 @@ namespace JwProbe {
 
 namespace {
 
-// Chooses like JwDevice::isCandidate(), and says why.
+/// Says why a search opens `port` or not; the library has the rule.
 ListedPort judge(const PortIdentity &port)
 {
-    if (port.manufacturer == QLatin1String(JwDevice::boardManufacturer))
-        return {port, true, QStringLiteral("its USB manufacturer is a board's")};
-    if (port.vendorId == JwDevice::boardVendorId)
-        return {port, true, QStringLiteral("its USB vendor id is a board's")};
+    if (port.isCandidate)
+        return {port, true,
+                port.manufacturer == QLatin1String(JwDevice::boardManufacturer)
+                    ? QStringLiteral("its USB manufacturer is a board's")
+                    : QStringLiteral("its USB vendor id is a board's")};
     if (!port.vendorId && port.manufacturer.isEmpty())
         return {port, false, QStringLiteral("not a USB device")};
     return {port, false, QStringLiteral("neither its USB manufacturer nor its vendor id is a board's")};
@@ -64,11 +65,6 @@ QList<PortIdentity> candidatePorts(const QStringList &named)
         candidates.append(unknown);
     }
     return candidates;
-}
-
-bool looksLikeBoard(const PortIdentity &port)
-{
-    return judge(port).probed;
 }
 
 QString candidateRule()

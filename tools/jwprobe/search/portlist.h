@@ -22,9 +22,6 @@ QList<ListedPort> listPorts(const QStringList &named);
 /// The ports that a search probes, including names that the system doesn't know.
 QList<PortIdentity> candidatePorts(const QStringList &named);
 
-/// Whether a search without names probes the port.
-bool looksLikeBoard(const PortIdentity &port);
-
 /// A text that says which ports a search without names probes.
 QString candidateRule();
 

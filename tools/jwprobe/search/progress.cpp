@@ -1,7 +1,7 @@
 #include "progress.h"
 
-#include <common/boardtype.h>
 #include "finder.h"
+#include <common/boardtype.h>
 #include <jwprobe/app/options.h>
 #include <jwprobe/output/output.h>
 
