@@ -9,8 +9,8 @@ namespace JwMonitor {
 /// A serial port as the system lists it.
 struct SystemPort
 {
-    QString name; ///< such as "ttyACM0"
-    QString usbId; ///< such as "0483:5740"; empty if the port has no USB id
+    QString name; ///< for example "ttyACM0"
+    QString usbId; ///< for example "0483:5740"; empty if the port has no USB id
     QString manufacturer;
     QString product;
     QString serialNumber;

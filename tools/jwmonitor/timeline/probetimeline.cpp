@@ -81,7 +81,7 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
     Q_EMIT changed();
 }
 
-/// A round starts with its first query.
+/// Records the starts of new rounds. A round starts with its first query.
 void ProbeTimeline::startRounds(const PortEvent &event)
 {
     while (event.kind == PortEvent::Asked && m_rounds.size() < static_cast<int>(event.round))

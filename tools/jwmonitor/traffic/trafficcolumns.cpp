@@ -108,7 +108,7 @@ QVector<TrafficColumn> makeColumns()
 
 const QVector<TrafficColumn> &trafficColumns()
 {
-    static const QVector<TrafficColumn> columns = makeColumns(); // not earlier: a translation comes with main()
+    static const QVector<TrafficColumn> columns = makeColumns(); // made late, because main() installs translations
     return columns;
 }
 
