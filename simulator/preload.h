@@ -4,7 +4,7 @@ namespace JwSimulator {
 
 /**
  * Makes sure that this program runs with libumockdev-preload. Without that library a program sees no simulated ports.
- * If it is not loaded yet, the program puts it in front of LD_PRELOAD and restarts itself with the same arguments.
+ * If the library is not loaded, this function adds it to LD_PRELOAD and restarts the program with the same arguments.
  *
  * Call this at the start of main(), before a thread or a Qt object exists:
  *
@@ -20,7 +20,7 @@ namespace JwSimulator {
  */
 void ensurePreloaded(char **argv);
 
-/// Whether this program runs with libumockdev-preload.
+/// Returns whether this program runs with libumockdev-preload.
 bool isPreloaded();
 
 } // namespace JwSimulator

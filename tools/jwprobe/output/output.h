@@ -5,21 +5,22 @@
 
 namespace JwProbe {
 
-/// Writes `text` to standard output at once. Returns false if that fails; the first failure is also a line on standard
-/// error.
+/// Writes `text` to standard output at once. Returns false if the write fails. At the first failure, also prints an
+/// error on standard error.
 bool print(const QString &text);
 
-/// The text of `object`, with a line end. Use it for all JSON that is printed: it escapes the characters that control a
-/// terminal or change the direction of text.
+/// Returns `object` as text with a line end. Use this function for all printed JSON, because it escapes the characters
+/// that control a terminal or change the direction of text.
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
 
 /// Writes "jwprobe: ", `text` and a line end to standard error.
 void complain(const QString &text);
 
-/// The columns of the terminal behind the file descriptor; 0 if it is no terminal; 80 if the terminal gives no number.
+/// Returns the number of columns of the terminal at `descriptor`, or 80 if the terminal does not report it. Returns 0
+/// if `descriptor` is no terminal.
 int terminalWidth(int descriptor);
 
-/// A cell of a table: JwTools::printable(), or "-" for an empty text.
+/// Returns the text for a cell of a table: "-" if `text` is empty, else JwTools::printable(text).
 QString orDash(const QString &text);
 
 } // namespace JwProbe

@@ -10,25 +10,25 @@ class QSerialPortInfo;
 
 namespace JwProbe {
 
-/// What the system knows of a port.
+/// What the system knows about a port.
 struct PortIdentity
 {
-    QString name; ///< such as "ttyACM0"
-    QString location; ///< such as "/dev/ttyACM0"
+    QString name; ///< for example "ttyACM0"
+    QString location; ///< for example "/dev/ttyACM0"
     QString manufacturer;
     QString serialNumber;
     std::optional<quint16> vendorId;
     std::optional<quint16> productId;
-    bool isKnown = false; ///< the system lists the port
+    bool isKnown = false; ///< whether the system lists the port
 
     static PortIdentity of(const QSerialPortInfo &info);
     QJsonObject toJson() const;
 };
 
-/// The id as four hexadecimal digits; empty without an id.
+/// Returns the id as four hexadecimal digits. Empty if there is no id.
 QString idText(const std::optional<quint16> &id);
 
-/// The text as JSON; null for an empty text.
+/// Returns the text as JSON. JSON null if the text is empty.
 QJsonValue orNull(const QString &text);
 
 } // namespace JwProbe

@@ -12,7 +12,7 @@ namespace JwProbe {
 
 namespace {
 
-// Chooses like JwDevice::isCandidate(), and says why.
+// Chooses the same ports as JwDevice::isCandidate(), and adds the reason.
 ListedPort judge(const PortIdentity &port)
 {
     if (port.manufacturer == QLatin1String(JwDevice::boardManufacturer))
