@@ -11,7 +11,7 @@ namespace {
 
 const QLatin1String information("INF");
 
-/// How one type of board is asked for and recognised.
+/// The query that asks for one type of board, and the test that recognises the reply.
 struct BoardRule
 {
     Type type;
@@ -33,7 +33,7 @@ bool isBoardB(const SessionInit &reply)
 
 bool isBoardA(const SessionInit &reply)
 {
-    return hasHardwareNumber(reply, "7300022") && !isBoardB(reply); // with both numbers it is a BoardB
+    return hasHardwareNumber(reply, "7300022") && !isBoardB(reply); // a reply with both numbers is from a BoardB
 }
 
 bool isBoardC(const SessionInit &reply)
@@ -93,7 +93,7 @@ Type typeOf(const SessionInit &reply)
 QList<SessionInit> queriesFor(const QList<Type> &types)
 {
     QList<SessionInit> queries;
-    const BoardRule *asked = nullptr; // rules with the same query stand together
+    const BoardRule *asked = nullptr; // the newest rule is enough, because rules with the same query are neighbours
     for (const BoardRule &rule : boardRules) {
         if (types.contains(rule.type) && !(asked && asked->query == rule.query)) {
             queries.append(query(rule.query));
