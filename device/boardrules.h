@@ -28,8 +28,8 @@ constexpr quint16 boardVendorId = 0x0483;
 /// the fields of these sentences.
 enum SentenceKey : int {
     VersionSentence = 1, ///< "PJWVER": the query, which has no fields, and the reply to it
-    InformationRequest = 2, ///< "PTJWWR", host to board
-    InformationReply = 3, ///< "PTJWRD", board to host
+    InformationRequest = 2, ///< "PTJWWR": a query that the host sends to the board
+    InformationReply = 3, ///< "PTJWRD": the reply that the board sends to the host
 };
 
 /// Returns whether a probe without port names opens `port`. The probe opens a port if its manufacturer is

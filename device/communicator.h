@@ -17,15 +17,16 @@ class IPayloadParser;
 class SessionAbstract;
 
 /**
- * Carries payloads over one QIODevice. A payload is one whole sentence as text, from its start character ("$" or "!")
- * through its "\r\n".
+ * Sends and receives payloads over one QIODevice. A payload is one whole sentence as text. It begins with a start
+ * character ("$" or "!") and ends with "\r\n".
  *
  * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. Both wrap modulo
  * 2^32.
  *
- * Received bytes are read as Latin-1. A payload begins at its last "$", or at its "!" if it has no "$"; bytes before
- * that are dropped. A NUL byte drops the rest of its read, at most 99 bytes. If more than 500 characters wait for a
- * line end, the oldest 450 are dropped with a warning in the log.
+ * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the "!" if
+ * there is no "$". Bytes before it are dropped. If a read from the device contains a NUL byte, the rest of this read is
+ * dropped, at most 99 bytes. If more than 500 characters wait for a line end, the oldest 450 are dropped with a warning
+ * in the log.
  *
  * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
  * Communicator. It must not delete the device, because the device is still emitting a signal. Call the device's
@@ -57,9 +58,9 @@ public:
     bool setParser(IPayloadParser *parser);
 
     /**
-     * Writes `payload` unchanged, as Latin-1; other characters become "?". `payload` must be a whole sentence, and an
-     * open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during the
-     * write.
+     * Writes `payload` unchanged, as Latin-1. Characters beyond Latin-1 become "?". `payload` must be a whole sentence,
+     * and an open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during
+     * the write.
      *
      * A failed write still uses an id. No signal reports the failure, so check the device's error. Every written
      * payload keeps 48 bytes until its Communicator is deleted, because transferred() is computed from them.

@@ -67,10 +67,11 @@ public:
     ~Initializer() override;
 
     /**
-     * Starts to look for one board of each of `types`. Connect the signals first: if no port can be opened,
+     * Starts to look for one board of each of `types`. Connect the signals first, because if no port can be opened,
      * deviceNotFound() is emitted before this function returns.
      *
-     * `delay` in ms postpones the opening of the ports. It applies only if it is positive and BoardC is wanted.
+     * `delay` is the time in ms after which the ports are opened. It is used only if it is positive and `types`
+     * contains BoardC.
      *
      * `portNames` are system names, for example "ttyACM0". With names, the probe tries only the ports of earlier calls
      * and then these ports. Without names, the probe tries every candidate (see isCandidate()).
@@ -157,7 +158,7 @@ private:
     uint m_retries;
     uint m_maxRetries;
     QList<std::shared_ptr<JwDevice::PortReport>> m_reports; // one report for each of m_ports
-    QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // none is null
+    QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // no value is null
     bool m_decided; // true while the last decision is reported or the next is queued; decide() then does nothing
     std::shared_ptr<Private> m_private; // shared with each running slot, so it exists until the slot returns
 };

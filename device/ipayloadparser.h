@@ -29,7 +29,7 @@ public:
 
     /**
      * Replaces `sentence` with the whole sentence for `session`, with start flag and line end. Returns true. Throws
-     * Nmea::Exception if the sentence can't be built; `sentence` is then unchanged.
+     * Nmea::Exception if the sentence can't be built; in this case `sentence` does not change.
      */
     virtual bool build(const SessionAbstract *session, QString &sentence) = 0;
 };

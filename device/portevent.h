@@ -21,7 +21,7 @@ struct PortEvent
         HandedOver, ///< a wanted board is on the port; the next step is deviceInitialized()
     };
 
-    Kind kind = Opened; ///< what happened
+    Kind kind = Opened; ///< kind of the event
     QString portName; ///< for example "ttyACM0"
     qint64 nanoseconds = 0; ///< time since the call of probe()
     uint round = 0; ///< number of the retry round; 0 in the first round

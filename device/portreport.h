@@ -35,7 +35,7 @@ struct PortReport
     Verdict verdict = NotOpened; ///< state of the port when the report was made
     /// Why the port is NotOpened or Lost. ResourceError if the device is gone.
     QSerialPort::SerialPortError error = QSerialPort::NoError;
-    QString errorText; ///< the system's text for `error`; empty without an error
+    QString errorText; ///< the system's text for `error`; empty if there is no error
     Type type = Unknown; ///< type of the board if the port is HandedOver or Duplicate; else Unknown
     QString reply; ///< the newest sentence that could be parsed, without its line end; empty if there was none
     QString unreadable; ///< the newest payload that could not be parsed, without its line end; empty if there was none

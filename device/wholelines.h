@@ -51,9 +51,9 @@ Q_DECLARE_INTERFACE(JwDevice::WholeLinesBase, "JwDevice.WholeLinesBase")
 namespace JwDevice {
 
 /**
- * A `Device` whose bytesAvailable() counts only bytes up to the last line end. `Device` is a buffered sequential
- * QIODevice, for example QSerialPort, QTcpSocket or QLocalSocket. A line end is a carriage return and a line feed, as
- * in NMEA 0183.
+ * A device that offers whole lines only: bytesAvailable() counts only the bytes up to the last line end. A line end is
+ * a carriage return and a line feed. The base class `Device` is a buffered sequential QIODevice, for example
+ * QSerialPort, QTcpSocket or QLocalSocket.
  *
  * \code
  * auto *socket = new JwDevice::WholeLines<QTcpSocket>(this);

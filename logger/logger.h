@@ -35,8 +35,8 @@ namespace JwLogger {
  *
  * If a sink throws, the other sinks still get the record, and a line on standard error reports the lost record.
  *
- * Sinks run in the thread that logs, without a lock. If several threads log, use spdlog's `..._mt` sinks. The logger
- * never flushes a sink: set the sink's own flush policy, so that a file has its last lines after a crash.
+ * Sinks run without a lock in the thread that logs. So if several threads log, use spdlog's `..._mt` sinks. The logger
+ * never flushes a sink. Set the sink's own flush policy, so that a file contains the last lines after a crash.
  */
 class JWLOGGER_EXPORT Logger
 {
@@ -123,7 +123,8 @@ private:
 } // namespace JwLogger
 
 #ifndef JWLOGGER_NO_ALIAS
-// If your program has its own Logger, define JWLOGGER_NO_ALIAS before this header, and write JwLogger::Logger::Trace.
+// This alias is for shorter names. If your program has its own class Logger, define JWLOGGER_NO_ALIAS before you
+// include this header, and write JwLogger::Logger.
 using JwLogger::Logger;
 #endif
 
@@ -131,8 +132,8 @@ using JwLogger::Logger;
 JWLOGGER_EXPORT JwLogger::Logger *loggerInstance();
 
 /**
- * One place in the source that writes records. LOGGER_RECORD creates it. The object keeps the pointers `file`,
- * `function` and `category`: they must outlive it, as literals do.
+ * A place in the source that writes records. LOGGER_RECORD creates the object. The object keeps only the pointers
+ * `file`, `function` and `category`, so the texts must outlive the object. String literals do.
  */
 class JWLOGGER_EXPORT CuteMessageLogger
 {
@@ -144,7 +145,8 @@ public:
 
     /// Returns a stream that becomes one record.
     JwLogger::LogStream write() const;
-    /// Writes one record, formatted by QString::asprintf(): texts are UTF-8, numbers do not depend on the locale.
+    /// Writes one record that QString::asprintf() formats. So texts must be UTF-8, and numbers don't depend on the
+    /// locale.
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:
@@ -162,12 +164,13 @@ private:
 };
 
 /**
- * Writes a record from this place in the source, in `category` (null for none):
+ * Writes a record from this place in the source. `category` is null for a record without a category. Examples:
  * \code
  * LOGGER_RECORD(Logger::Trace, "Communication").write() << "-> " << payload;
  * LOGGER_RECORD(Logger::Warning, nullptr).write("%d of %d", i, n);
  * \endcode
- * If the record is disabled, the rest of the statement is not evaluated. `level` and `category` are evaluated twice.
+ * If the record is disabled, the program does not evaluate the rest of the statement. The macro evaluates `level` and
+ * `category` twice.
  */
 #define LOGGER_RECORD(level, category)                                                                                 \
     for (bool loggerEnabled = ::loggerInstance()->isEnabled(level, category); loggerEnabled; loggerEnabled = false)    \

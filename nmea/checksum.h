@@ -9,11 +9,11 @@ class QString;
 namespace Nmea {
 
 /**
- * The checksum of NMEA 0183: the XOR of the Latin-1 bytes of the first `length` characters of `text`, or of all
- * characters if `length` is 0. The checksum of a sentence covers the characters between start flag and "*".
+ * Returns the checksum of NMEA 0183: the XOR of the Latin-1 bytes of the first `length` characters of `text`. If
+ * `length` is 0, all characters are used. For a sentence, pass the characters between the start flag and the "*".
  *
- * Returns 0 to 255. A character outside Latin-1 counts as "?", a character beyond the end as 0. A negative `length`
- * gives 0.
+ * The result is 0 to 255. A character beyond Latin-1 counts as "?". If `length` is larger than the text, all
+ * characters are used. If `length` is negative, the result is 0.
  */
 JWDEVICE_EXPORT int calculateCrc(const QString &text, int length);
 /// Returns the checksum of all characters of `text`. 0 if `text` is empty.

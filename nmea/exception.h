@@ -12,7 +12,7 @@ namespace Nmea {
 class JWDEVICE_EXPORT Exception : public std::exception
 {
 public:
-    /// `message` says what failed.
+    /// `message` is the text that says what failed.
     explicit Exception(const QString &message);
     Exception(const Exception &) = default;
     Exception &operator=(const Exception &) = default;

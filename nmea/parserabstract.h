@@ -81,7 +81,7 @@ public:
      * Throws "No formatter found", "Sentence ID not found", and the texts of buildParameters(). If it throws, `out`
      * does not change.
      *
-     * A checksum of 0x80 or more has 16 digits. Only characters beyond ASCII lead to such a checksum.
+     * A checksum of 0x80 or more is written with 16 digits. Only characters beyond ASCII lead to such a checksum.
      */
     bool buildSentence(const Session *session, int sentenceId, QString &out);
 
@@ -122,9 +122,9 @@ protected:
     /// this class.
     virtual void setSentenceId(Session *session, int sentenceId);
 
-    QHash<int, QString> m_sentenceIds; ///< see initSentenceIdentifiers()
-    QHash<int, QString> m_formatsParse; ///< see initSentenceFormatsParse()
-    QHash<int, QString> m_formatsBuild; ///< see initSentenceFormatsBuild()
+    QHash<int, QString> m_sentenceIds; ///< the table from initSentenceIdentifiers()
+    QHash<int, QString> m_formatsParse; ///< the table from initSentenceFormatsParse()
+    QHash<int, QString> m_formatsBuild; ///< the table from initSentenceFormatsBuild()
     QChar m_startFlag = QLatin1Char('$'); ///< first character of every built sentence
     QChar m_startFlagAlt = QLatin1Char('!'); ///< another first character that a received sentence may have
     QString m_lineEnd = QStringLiteral("\r\n"); ///< last characters of every sentence
@@ -135,8 +135,8 @@ protected:
     int m_reservedId = -9999; ///< a number that is no key of a sentence; this class does not use it
     int m_undefinedId = -9999; ///< the key of an identifier that is not in the table
     bool m_initialized = false; ///< whether init() was called
-    QHash<QString, ParserDelegate> m_parserDelegates; ///< see initParserDelegates()
-    QHash<QString, BuilderDelegate> m_builderDelegates; ///< see initBuilderDelegates()
+    QHash<QString, ParserDelegate> m_parserDelegates; ///< the table from initParserDelegates()
+    QHash<QString, BuilderDelegate> m_builderDelegates; ///< the table from initBuilderDelegates()
     /// Exchanges the formats, so that a derived parser can act as the board. If true, the parser uses the formats of
     /// built sentences to parse, and the formats of received sentences to build.
     bool m_reversed = false;

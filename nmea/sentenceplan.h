@@ -20,9 +20,9 @@ template <typename Session>
 class SentencePlan
 {
 public:
-    /// See ParserAbstract::ParserDelegate.
+    /// The same type as ParserAbstract::ParserDelegate.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// See ParserAbstract::BuilderDelegate.
+    /// The same type as ParserAbstract::BuilderDelegate.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     /// One field name in a format, with its delegates.

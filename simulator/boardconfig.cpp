@@ -14,7 +14,7 @@ namespace JwSimulator {
 
 namespace {
 
-constexpr int longestWait = 24 * 60 * 60 * 1000; // milliseconds
+constexpr int longestWait = 24 * 60 * 60 * 1000; // milliseconds; one day
 constexpr int largestCount = 1000000;
 
 struct Key

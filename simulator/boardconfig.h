@@ -13,7 +13,7 @@ namespace JwSimulator {
  * from text or JSON.
  *
  * The text form is `KIND[,key=value...]`, for example "BoardA,delay=20,port=ttyACM3". The JSON form is an object with
- * the same names: {"kind": "BoardA", "delay": 20, "port": "ttyACM3"}.
+ * the same names, for example {"kind": "BoardA", "delay": 20, "port": "ttyACM3"}.
  */
 struct BoardConfig
 {
@@ -27,7 +27,7 @@ struct BoardConfig
         Babble, ///< sends a burst of 1 to 64 random bytes at every interval
         Other ///< sends a well-formed sentence at every interval, like a navigation receiver; answers nothing
     };
-    /// The checksums in the sentences that the board sends.
+    /// Whether the checksums are right in the sentences that the board sends.
     enum class Checksum {
         Good, ///< right in every sentence
         Wrong ///< wrong in every sentence
@@ -56,7 +56,8 @@ struct BoardConfig
     int gap = 0; ///< milliseconds between two pieces of a reply
     int noise = 0; ///< number of random bytes (never NUL) before each reply
     Checksum checksum = Checksum::Good; ///< whether the board sends right checksums
-    QString hwversion; ///< hardware version in the reply; null = the default of the kind, for BoardA 7300022
+    QString
+        hwversion; ///< hardware version in the reply; null = the default of the kind, for example 7300022 for BoardA
     int ignore = 0; ///< number of queries at the start that get no reply
     int replies = 1; ///< number of replies to each query, sent without a pause
     /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
@@ -73,7 +74,7 @@ struct BoardConfig
     /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
     /// any simulation has it and it is not locked.
     QString port;
-    int interval = 100; ///< milliseconds between two sentences of Other, or two bursts of Babble
+    int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
     uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes
 
     /// Reads the text form. If the text is wrong, returns nothing and sets `error` (may be null) to one line that says

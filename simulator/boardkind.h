@@ -14,7 +14,7 @@ struct BoardKind
     const char *query; ///< body of the query that the board answers; empty = the board answers no query
     const char *reply; ///< body of the reply; "%1" stands for the hardware version
     const char *hwversion; ///< default hardware version
-    Unasked unasked; ///< what the board sends without a query
+    Unasked unasked; ///< the kind of bytes that the board sends without a query
 };
 
 /// To add a kind of board, add a name to BoardConfig::Kind and a row here, in the same order. Parsing, help, errors,

@@ -9,7 +9,7 @@
 
 namespace JwSimulator {
 
-/// The command line of jwsim.
+/// The options and the command to run, as they are on the command line of jwsim.
 struct Arguments
 {
     enum class Action { Run, Help, Version };

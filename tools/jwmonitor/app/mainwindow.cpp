@@ -68,7 +68,7 @@ MainWindow::MainWindow(QWidget *parent)
     m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long text must not widen the window
     statusBar()->addWidget(m_status, 1);
     updateStatus();
-    const int unit = fontMetrics().height(); // so that the window grows with the font
+    const int unit = fontMetrics().height(); // so that a larger font makes the window larger
     resize(64 * unit, 50 * unit);
 }
 

@@ -10,7 +10,7 @@
 
 namespace JwMonitor {
 
-/// The options of the command line.
+/// The options that the user gave on the command line.
 struct Options
 {
     enum Action { ShowWindow, ShowHelp, ShowVersion };

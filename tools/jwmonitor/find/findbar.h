@@ -27,7 +27,7 @@ public:
     void setStarted(bool isStarted);
 
 public Q_SLOTS:
-    /// Does the same as the button Find. Does nothing while no type is chosen.
+    /// Does the same as the button Find. Does nothing if no type is chosen.
     void find();
 
 Q_SIGNALS:

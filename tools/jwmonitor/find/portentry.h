@@ -14,7 +14,7 @@ struct PortEntry
     /// Whether a board found on this port is still there.
     enum Stay {
         NoBoard, ///< no board was found
-        Found, ///< the board is there
+        Found, ///< a board was found and is still there
         Lost, ///< the cable was pulled, or the port failed
         Back, ///< the board was lost and found again
     };

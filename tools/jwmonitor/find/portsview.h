@@ -7,7 +7,7 @@ namespace JwMonitor {
 class BoardFinder;
 class PortsModel;
 
-/// The table of ports and boards.
+/// Shows the table of ports and boards.
 class PortsView : public QTableView
 {
     Q_OBJECT

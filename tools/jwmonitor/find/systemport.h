@@ -6,7 +6,7 @@
 
 namespace JwMonitor {
 
-/// A serial port as the system lists it.
+/// What the system's list of ports says about a serial port.
 struct SystemPort
 {
     QString name; ///< for example "ttyACM0"

@@ -22,7 +22,7 @@ public:
         Query, ///< a sentence that this program sends
         Reply, ///< a sentence that this program receives
         Quiet, ///< a query timed out, or a text is not important
-        Grid, ///< lines behind a plot or timeline
+        Grid, ///< the lines in the background of a plot or timeline
         Series1, ///< the first curve of a plot; the next roles are for further curves
         Series2,
         Series3,

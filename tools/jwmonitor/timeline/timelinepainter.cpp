@@ -24,7 +24,7 @@ constexpr int lastCharacters = 34; // space to the right of the search for the t
 constexpr int sentenceReach =
     100; // in line heights; every sentence is narrower, so a sentence that begins farther left is not visible
 constexpr int longestText = 200; // characters; no more sentences are joined to a text that is longer
-constexpr double leastGap = 1; // pixels; marks closer than this would overlap
+constexpr double leastGap = 1; // pixels; a mark that is closer to the mark before is not drawn
 constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the picture
 
 /// Returns the ms between two lines of the axis: 1, 2 or 5 times a power of ten. It is the smallest such number that is

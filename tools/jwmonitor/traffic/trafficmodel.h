@@ -39,7 +39,7 @@ private:
     QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
-    std::deque<qint64> m_sent; // numbers of the newest sent payloads
+    std::deque<qint64> m_sent; // numbers of the newest sent payloads, whose progress is updated
 };
 
 } // namespace JwMonitor

@@ -16,7 +16,7 @@ enum class Transfer {
     Lost, ///< the payload still waited when the board was lost or closed
 };
 
-/// A payload from or to a board.
+/// A payload that was received from a board or sent to a board.
 struct TrafficRecord
 {
     qint64 timeUs; ///< microseconds since the epoch

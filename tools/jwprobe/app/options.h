@@ -11,7 +11,7 @@
 
 namespace JwProbe {
 
-/// The options of the command line.
+/// The options that the user gave on the command line.
 struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };

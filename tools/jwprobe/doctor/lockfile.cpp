@@ -22,7 +22,7 @@ namespace JwProbe {
 namespace {
 
 constexpr qint64 staleLockTime = 30000; // ms; QLockFile uses the same time
-constexpr qint64 largestLockFile = 4096; // bytes; a real lock file has at most five short lines
+constexpr qint64 largestLockFile = 4096; // bytes; a larger file is no lock file, which has at most five short lines
 
 // Returns the path that QSerialPort uses: in the first folder where the file exists or can be created.
 QString lockFilePath(const QString &portName)

@@ -46,7 +46,7 @@ bool Input::isInBackground() const
 
 void Input::read()
 {
-    if (isInBackground()) { // no event reports the return to the foreground, so a timer checks
+    if (isInBackground()) { // no event reports the return to the foreground, so a timer tries again
         m_notifier->setEnabled(false);
         QTimer::singleShot(foregroundInterval, this, &Input::listen);
         return;

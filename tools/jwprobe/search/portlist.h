@@ -12,7 +12,7 @@ struct ListedPort
 {
     PortIdentity port;
     bool probed = false;
-    QString reason; ///< why a search probes the port, or why not
+    QString reason; ///< why a search probes the port, or why it does not
 };
 
 /// Returns all ports of the system, sorted by name. A search probes the ports in `named`. If `named` is empty, it

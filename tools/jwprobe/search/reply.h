@@ -14,7 +14,7 @@ struct Reply
     JwDevice::Type type = JwDevice::Unknown;
 };
 
-/// Reads a payload as the library does. `payload` has no line end.
+/// Reads `payload`, which has no line end, in the same way as the library.
 Reply readReply(const QString &payload);
 
 } // namespace JwProbe
