@@ -56,8 +56,8 @@ struct BoardConfig
     int gap = 0; ///< milliseconds between two pieces of a reply
     int noise = 0; ///< number of random bytes (never NUL) before each reply
     Checksum checksum = Checksum::Good; ///< whether the board sends right checksums
-    QString
-        hwversion; ///< hardware version in the reply; null = the default of the kind, for example 7300022 for BoardA
+    /// Hardware version in the reply. Null means the default of the kind, for example 7300022 for BoardA.
+    QString hwversion;
     int ignore = 0; ///< number of queries at the start that get no reply
     int replies = 1; ///< number of replies to each query, sent without a pause
     /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
@@ -72,7 +72,7 @@ struct BoardConfig
     QString productName = QStringLiteral("Simulated board"); ///< USB product name
     QString serial; ///< USB serial number; null = a number that no other board of the testbed has
     /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
-    /// any simulation has it and it is not locked.
+    /// any simulation has it and no running program has locked it.
     QString port;
     int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
     uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes

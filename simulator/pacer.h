@@ -15,8 +15,7 @@ namespace JwSimulator {
  * The pacer measures time only by its QTimer, in milliseconds since the line became busy:
  * - A plain line without a speed releases everything inside push().
  * - A plain line with a speed releases each byte in the millisecond that is nearest to the end of the byte. A byte
- * takes
- *   ten bit times.
+ *   takes ten bit times.
  * - A bridge releases, every millisecond, the whole bytes that the UART carried in that millisecond.
  * - CDC releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet. When
  *   the packets fill one full-speed frame, CDC waits for the next millisecond.

@@ -108,7 +108,7 @@ QVector<TrafficColumn> makeColumns()
 
 const QVector<TrafficColumn> &trafficColumns()
 {
-    static const QVector<TrafficColumn> columns = makeColumns(); // made late, because main() installs translations
+    static const QVector<TrafficColumn> columns = makeColumns(); // no global, because translation needs main()
     return columns;
 }
 

@@ -24,7 +24,7 @@ struct TrafficRecord
     Direction direction;
     QString payload; ///< the whole sentence, with its line end
     uint id; ///< the Communicator's id of the payload; 0 if not known
-    Transfer transfer = Transfer::None; ///< the model sets this when the record is appended
+    Transfer transfer = Transfer::None; ///< the model sets and updates this member
 };
 
 } // namespace JwMonitor

@@ -28,7 +28,7 @@ struct PortIdentity
 /// Returns the id as four hexadecimal digits. Empty if there is no id.
 QString idText(const std::optional<quint16> &id);
 
-/// Returns the text as JSON. JSON null if the text is empty.
+/// Returns the text as a JSON string. If the text is empty, returns JSON null.
 QJsonValue orNull(const QString &text);
 
 } // namespace JwProbe
