@@ -14,7 +14,7 @@ struct SearchSettings
     static constexpr int maxRetries = 10000;
 
     QList<JwDevice::Type> types; ///< the types to find, without repetition, in the user's order
-    QStringList ports; ///< names of the ports to try, for example "ttyACM0"; if empty, all ports that look like a board
+    QStringList ports; ///< names of the ports to try, for example "ttyACM0"; if empty, every port that may be a board
     int delay = 0; ///< ms before the ports are opened; used only if `types` contains BoardC
     int retries = 3; ///< how often each port that does not answer is asked again
 };

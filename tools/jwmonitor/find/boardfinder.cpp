@@ -142,7 +142,7 @@ void BoardFinder::search()
                 const Board board = adopt(communicator);
                 if (m_initializer == initializer)
                     onBoardFound(type, board);
-                else // the board answered after the end of its search, so nobody wants the board
+                else // the board answered after the end of its search, so it is not used
                     letGo(board);
             });
     initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
@@ -216,7 +216,7 @@ void BoardFinder::refresh()
     QList<JwDevice::PortReport> ours;
     for (const JwDevice::PortReport &report : reports) {
         if (m_held.contains(report.portName) && report.verdict != JwDevice::PortReport::HandedOver)
-            continue; // the search could not open the port, because a board of ours already uses the port
+            continue; // not opened by the search, because a board in m_held has the port open
         ours.append(report);
         PortEntry &entry = m_entries[report.portName];
         entry.port.name = report.portName;

@@ -8,7 +8,7 @@ struct PortReport;
 
 namespace JwMonitor {
 
-/// Says in a few words what a search found on a port. `isOver` says whether the search has ended.
+/// Returns a short text about what a search found on a port. `isOver` says whether the search has ended.
 QString verdictText(const JwDevice::PortReport &report, bool isOver);
 
 } // namespace JwMonitor

@@ -28,7 +28,7 @@ protected:
     void flush_() override;
 
 private:
-    static constexpr int maxRecords = 100000; // when there are this many, further records are dropped until take()
+    static constexpr int maxRecords = 100000; // later records are dropped until take() is called
 
     std::function<void()> m_wake;
     QVector<LogRecord> m_records;

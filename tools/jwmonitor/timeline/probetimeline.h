@@ -28,7 +28,7 @@ struct TimelineLane
     int dropped = 0; ///< number of older events that are no longer in `events`
     int queries = 0; ///< number of queries sent in all rounds
     JwDevice::PortReport report; ///< the newest report about the port
-    QString outcome; ///< the result on the port in a few words; empty while it is not known
+    QString outcome; ///< the result in a few words; empty while the result is not known
     bool isGood = false; ///< whether a board was found on the port
 };
 
@@ -40,7 +40,8 @@ class ProbeTimeline : public QObject
 public:
     static constexpr int maxEvents = 2000; ///< in one lane; the limit is needed because a search may last for an hour
 
-    /// Collects from each search of `finder`. A new search replaces the one before.
+    /// Collects the events of each search of `finder`. When a new search starts, the events of the old search are
+    /// removed.
     explicit ProbeTimeline(BoardFinder *finder, QObject *parent = nullptr);
     ~ProbeTimeline() override;
 
@@ -48,7 +49,7 @@ public:
     /// Returns the times at which the retry rounds started, in ms since the start of the search.
     const QVector<double> &rounds() const { return m_rounds; }
     bool isRunning() const { return m_isRunning; }
-    /// Returns the time since the start of the search, or its whole duration after the end; in ms.
+    /// Returns the duration of the search in ms. While the search runs, this is the time since its start.
     double duration() const;
     /// Returns the time when the search started, in microseconds since the epoch. 0 before the first search.
     qint64 startTime() const { return m_startUs; }

@@ -185,7 +185,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         if (begin < end)
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    // Waits without a visible gap between them are drawn as one rectangle, because there may be very many.
+    // Waits without a visible gap between them are drawn as one rectangle, because a lane may have thousands of waits.
     double begin = 0;
     double end = -1; // end of the collected wait; -1 if none is collected
     Theme::Role waitRole = Theme::Waiting;

@@ -16,7 +16,8 @@ struct Trouble
     QStringList advice; ///< what helps; a line that starts with blanks is a command and must be shown unchanged
 };
 
-/// Returns all troubles of a port. If it finds none from outside, it opens the port for a moment. It changes nothing.
+/// Returns all troubles of a port. If no trouble is found otherwise, the function opens the port for a moment. It does
+/// not change anything.
 QList<Trouble> examine(const PortIdentity &port);
 
 } // namespace JwProbe

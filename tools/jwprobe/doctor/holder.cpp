@@ -34,7 +34,7 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-// Opens `location`, because for a simulated port stat() returns a wrong device number and fstat() the right one.
+// Opens `location` and calls fstat(), because for a simulated port stat() returns a wrong device number.
 bool hasOpen(qint64 pid, const QString &location)
 {
     const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);

@@ -6,11 +6,11 @@
 
 namespace JwProbe {
 
-/// What is at the path of a lock file. Every user may write there, so it can be something else than a lock file.
+/// What is at the path of a lock file. Every user may write there, so something else can be at the path.
 struct LockFile
 {
     QString path;
-    QString foreignKind; ///< empty for a lock file; otherwise what it is, for example "a named pipe"
+    QString foreignKind; ///< what else is at the path, for example "a named pipe"; empty for a lock file
     qint64 pid = 0; ///< number of the process that the file names; 0 if this machine can't have such a process
     QString application; ///< file name of that process's program; empty if QLockFile did not write the lock file
 };

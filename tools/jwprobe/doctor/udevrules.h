@@ -13,7 +13,8 @@ QString udevRules();
 /// no such file. A rule counts only if it names the port's vendor id or manufacturer.
 QString findAccessRule(const PortIdentity &port);
 
-/// Returns the first rules file that keeps ModemManager off this port. Rules count as in findAccessRule().
+/// Returns the first rules file that keeps ModemManager off this port. Empty if there is no such file. A rule counts
+/// only if it names the port's vendor id or manufacturer.
 QString findModemManagerRule(const PortIdentity &port);
 
 /// Returns shell commands, with blanks in front, that install rules for this port. The rules allow the user at the

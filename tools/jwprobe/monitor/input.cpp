@@ -51,8 +51,8 @@ void Input::read()
         QTimer::singleShot(foregroundInterval, this, &Input::listen);
         return;
     }
-    // There is only one read for each notification, so the read never blocks. The descriptor is not set to O_NONBLOCK,
-    // because that would change it for other programs too.
+    // There is only one read for each notification, so the read never blocks. O_NONBLOCK is not set, because other
+    // programs that use the same file would then get it too.
     char bytes[maxLine];
     const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
     if (count < 0 && (errno == EINTR || errno == EAGAIN))

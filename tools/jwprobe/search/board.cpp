@@ -14,7 +14,7 @@ namespace JwProbe {
 namespace {
 
 constexpr int mostSent = 10000; // payloads after which the Communicator is replaced
-constexpr int removalTime = 500; // ms; the system removes the port of a pulled cable within this time
+constexpr int removalTime = 500; // ms; when a cable is pulled, the system removes the port within this time
 
 } // namespace
 
@@ -53,7 +53,7 @@ void Board::send(const QString &sentence)
     m_comm->writePayload(sentence);
     if (++m_sent < mostSent)
         return;
-    delete m_comm; // frees memory, because a Communicator keeps some for each payload that it wrote
+    delete m_comm; // replaced by a new one, because a Communicator keeps memory for each written payload
     auto *comm = new JwDevice::Communicator;
     comm->setIODevice(m_serialPort);
     useCommunicator(comm);

@@ -148,8 +148,7 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    return found != m_ports.end() ? *found
-                                  : PortIdentity::of(QSerialPortInfo(name)); // not in m_ports if it was plugged in late
+    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // not in m_ports: plugged in late
 }
 
 void Finder::closeOthers()
