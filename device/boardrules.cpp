@@ -11,7 +11,7 @@ namespace {
 
 const QLatin1String information("INF");
 
-/// How one type of board is asked for and recognised.
+/// The query that asks for one type of board, and the test that recognises the reply.
 struct BoardRule
 {
     Type type;
@@ -33,7 +33,7 @@ bool isBoardB(const SessionInit &reply)
 
 bool isBoardA(const SessionInit &reply)
 {
-    return hasHardwareNumber(reply, "7300022") && !isBoardB(reply); // with both numbers it is a BoardB
+    return hasHardwareNumber(reply, "7300022") && !isBoardB(reply); // a reply with both numbers is from a BoardB
 }
 
 bool isBoardC(const SessionInit &reply)

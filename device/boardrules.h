@@ -11,45 +11,46 @@ class QSerialPortInfo;
 
 /**
  * \file
- * The rules by which Initializer looks for boards. Programs that judge ports and replies themselves use these, so that
- * both always agree.
+ * The rules by which Initializer looks for boards. A program that judges ports and replies itself calls these
+ * functions, so that the program and the Initializer always agree.
  */
 namespace JwDevice {
 
-/// Milliseconds that a probed port has to answer, from its query on; in each round again.
+/// Time in milliseconds in which a probed port must answer. It starts when the query is written, in each round again.
 constexpr int replyTime = 400;
 
-/// A port of this USB manufacturer is a candidate.
+/// USB manufacturer of boards. A port with this manufacturer is a candidate.
 constexpr char boardManufacturer[] = "STMicroelectronics.";
-/// A port with this USB vendor id is a candidate.
+/// USB vendor id of boards. A port with this vendor id is a candidate.
 constexpr quint16 boardVendorId = 0x0483;
 
-/// Keys of the sentences that hosts and boards exchange, as in SessionInit::sentenceId. See Nmea::ParserInit for their
-/// fields.
+/// The values of SessionInit::sentenceId: keys of the sentences that hosts and boards exchange. Nmea::ParserInit lists
+/// the fields of these sentences.
 enum SentenceKey : int {
-    VersionSentence = 1, ///< "PJWVER": the query without a field, and its reply
-    InformationRequest = 2, ///< "PTJWWR", host to board
-    InformationReply = 3, ///< "PTJWRD", board to host
+    VersionSentence = 1, ///< "PJWVER": the query, which has no fields, and the reply to it
+    InformationRequest = 2, ///< "PTJWWR": a query that the host sends to the board
+    InformationReply = 3, ///< "PTJWRD": the reply that the board sends to the host
 };
 
-/// Whether a probe without port names opens `port`: its manufacturer is boardManufacturer, or its vendor id is
-/// boardVendorId.
+/// Returns whether a probe without port names opens `port`. The probe opens a port if its manufacturer is
+/// boardManufacturer or its vendor id is boardVendorId.
 JWDEVICE_EXPORT bool isCandidate(const QSerialPortInfo &port);
 
-/// All types of board, without Unknown, in the order of Type.
+/// Returns all types of board in the order of Type, without Unknown.
 JWDEVICE_EXPORT QList<JwDevice::Type> boardTypes();
 
-/// The name of `type`, such as "BoardA"; "Unknown" for a value that is no type of board.
+/// Returns the name of `type`, for example "BoardA". If the value is no type of board, returns "Unknown".
 JWDEVICE_EXPORT QString typeName(JwDevice::Type type);
 
-/// The type of board that sends the sentence `reply`, which was parsed without an error; Unknown if no board does.
+/// Returns the type of board that sends the sentence `reply`, or Unknown if no board sends it. `reply` must be the
+/// result of a parse() without an error.
 JWDEVICE_EXPORT JwDevice::Type typeOf(const JwDevice::SessionInit &reply);
 
-/// The keys of the queries that ask a port whether it is one of `types`, in the order in which they are written. No key
-/// is there twice.
+/// Returns the keys of the queries that ask a board whether it is of one of `types`, in the order in which the queries
+/// are written. Each key occurs only once, even if several types share the query.
 JWDEVICE_EXPORT QList<JwDevice::SentenceKey> queriesFor(const QList<JwDevice::Type> &types);
 
-/// The record from which Nmea::ParserInit builds the query `key`.
+/// Returns the record from which Nmea::ParserInit builds the query `key`.
 JWDEVICE_EXPORT JwDevice::SessionInit queryRecord(JwDevice::SentenceKey key);
 
 } // namespace JwDevice

@@ -68,14 +68,14 @@ bool Communicator::setParser(IPayloadParser *parser)
 
 uint Communicator::writePayload(const QString &payload)
 {
-    const QString kept = payload; // write() may emit bytesWritten(), and a receiver may delete the caller's text
+    const QString kept = payload; // a copy, because write() emits signals and a receiver may delete the caller's text
     const QByteArray bytes = kept.toLatin1();
-    const QPointer<Communicator> self(this); // a receiver may delete this object too
+    const QPointer<Communicator> self(this); // because a receiver may delete this object too
     const qint64 written = m_device ? m_device->write(bytes.constData(), bytes.size()) : -1;
     if (!self)
         return 0;
     const uint id = m_txId++;
-    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // the newest id is the last key, except after a wrap
+    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // fast at the end, where the newest id belongs
     LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << kept.trimmed();
     LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << kept.trimmed();
     return id;
@@ -130,7 +130,7 @@ bool Communicator::readPayload(SessionAbstract *session, uint id)
 
 void Communicator::ioReadyRead()
 {
-    // All Communicators share this buffer: one device may complete a line that another device began.
+    // All Communicators share this buffer, so one device may complete a line that another device began.
     static QString rxBuffer;
 
     LOGGER_RECORD(Logger::Trace, nullptr).write("IO Data Ready");
@@ -139,14 +139,14 @@ void Communicator::ioReadyRead()
 
 void Communicator::ioBytesWritten(qint64 bytes)
 {
-    // Entries are never removed, so every report is counted from the lowest id on. The covered ids are collected before
-    // the first emission, because receivers may write more.
+    // Entries are never removed, so each report is counted again from the lowest id on. All covered ids are collected
+    // before the first signal, because a receiver may write and so change m_pendingBytes.
     QVector<uint> covered;
     qint64 remaining = bytes;
     for (auto entry = m_pendingBytes.constBegin(); entry != m_pendingBytes.constEnd() && remaining != 0; ++entry) {
         if (remaining < entry.value())
             break;
-        remaining -= entry.value(); // a failed write is -1 and so adds one
+        remaining -= entry.value(); // the value of a failed write is -1, so it adds one byte
         covered.append(entry.key());
     }
 
@@ -160,14 +160,15 @@ void Communicator::ioBytesWritten(qint64 bytes)
 
 void Communicator::read(QString &buffer)
 {
-    // A receiver of our signals may delete this object, bind another device, or let other Communicators fill the same
-    // buffer. So everything is checked again after each emission.
+    // A receiver of these signals may delete this object, bind another device, or make other Communicators fill the
+    // same buffer. So everything is checked again after each signal.
     const QPointer<Communicator> self(this);
     qint64 offered = 0;
     while (m_device) {
-        // m_device is also null while the device is being destroyed.
+        // The cast is done in each turn, because another device may be bound now. It gives null while the device is
+        // being destroyed.
         const auto *const lines = m_wholeLines ? qobject_cast<WholeLinesBase *>(m_device.data()) : nullptr;
-        // Line by line, so the shared buffer holds nothing of this device while receivers run.
+        // A WholeLines device is read line by line. So while receivers run, the shared buffer contains no bytes of it.
         if (offered <= 0)
             offered = lines ? lines->nextLine() : m_device->bytesAvailable();
         if (offered == 0)
@@ -184,7 +185,7 @@ void Communicator::read(QString &buffer)
             }
             LOGGER_RECORD(Logger::Trace, rawCommunication).write() << " <- " << QString(chunk).trimmed();
         }
-        if (!self) // read() may emit signals, and a receiver may delete this object
+        if (!self) // the device's read() may emit signals, and a receiver may delete this object
             return;
 
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
@@ -200,9 +201,9 @@ void Communicator::read(QString &buffer)
             Q_EMIT readyRead();
             if (!self)
                 return;
-            offered = 0; // receivers may have read the line or bound another device
+            offered = 0; // ask the device again, because a receiver may have read bytes or bound another device
         }
-        if (m_device && !m_device->isOpen()) // some closed devices still offer bytes that can't be read
+        if (m_device && !m_device->isOpen()) // the loop would not end, because some closed devices still offer bytes
             return;
     }
 }
@@ -222,7 +223,7 @@ QString Communicator::takePayload(QString &buffer)
     QString payload;
     if (end > start) {
         payload = buffer.mid(start, taken - start);
-    } else { // happens only if the line end contains a start character
+    } else { // possible only if the line end contains a start character
         LOGGER_RECORD(Logger::Warning, nullptr).write("Scrambled payload");
         LOGGER_RECORD(Logger::Trace, nullptr).write() << buffer.left(taken);
     }

@@ -17,87 +17,91 @@ class IPayloadParser;
 class SessionAbstract;
 
 /**
- * Carries payloads over one QIODevice. A payload is one whole sentence as text, from its start character ("$" or "!")
- * through its "\r\n".
+ * Sends and receives payloads over one QIODevice. A payload is one whole sentence as text. It begins with a start
+ * character ("$" or "!") and ends with "\r\n".
  *
- * Every payload has an id. Written payloads count from 1, received ones from 2, each wrapping modulo 2^32.
+ * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. Both wrap modulo
+ * 2^32.
  *
- * Received bytes are read as Latin-1. A payload begins at its last "$", or at its "!" if it has no "$"; bytes before
- * that are dropped. A NUL byte drops the rest of its read, at most 99 bytes. If more than 500 characters wait for a
- * line end, the oldest 450 are dropped with a warning in the log.
+ * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the "!" if
+ * there is no "$". Bytes before it are dropped. If a read from the device contains a NUL byte, the rest of this read is
+ * dropped, at most 99 bytes. If more than 500 characters wait for a line end, the oldest 450 are dropped with a warning
+ * in the log.
  *
  * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
- * Communicator. It must not delete the device, because the device is in the middle of its own signal: call
- * QObject::deleteLater().
+ * Communicator. It must not delete the device, because the device is still emitting a signal. Call the device's
+ * QObject::deleteLater() instead.
  *
- * All Communicators of the process share one receive buffer, so all of them and their devices live in one thread. In
- * this buffer sentences mix if they arrive in pieces on several devices at the same time. A WholeLines device prevents
- * that. The ports of an Initializer are WholeLines devices.
+ * All Communicators of the process share one receive buffer. So all Communicators and their devices must belong to one
+ * thread. If sentences arrive in pieces on several devices at the same time, the pieces mix in this buffer. A
+ * WholeLines device prevents this mixing. The ports of an Initializer are WholeLines devices.
  */
 class JWDEVICE_EXPORT Communicator : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Starts without a device and a parser. `parent` owns it as it owns any QObject.
+    /// Starts without a device and a parser. `parent` owns the Communicator, as every QObject owns its children.
     explicit Communicator(QObject *parent = nullptr);
     /// Deletes neither the device nor the parser.
     ~Communicator() override;
 
-    /// Binds `device` in place of the device before; null binds none. The caller keeps the ownership. Bytes that
-    /// already wait in `device` are read at its next readyRead(). Ids, store and ledger go on. Returns true.
+    /// Binds `device` instead of the previous device; null only unbinds the previous device. The caller keeps the
+    /// ownership. Bytes that already wait in `device` are read at the next readyRead() of `device`. Ids, received
+    /// payloads and the counting for transferred() continue. Returns true.
     bool setIODevice(QIODevice *device);
-    /// The bound device; null if there is none or if it was deleted.
+    /// Returns the bound device. Null if no device is bound or if the device was deleted.
     QIODevice *device() const;
 
-    /// Attaches `parser` for the overloads that take a session; null detaches it. The caller keeps the ownership, and
-    /// the parser must outlive its use here. Returns true.
+    /// Attaches `parser` for the overloads that take a session; null detaches the parser. The caller keeps the
+    /// ownership and must not delete the parser before its last use here. Returns true.
     bool setParser(IPayloadParser *parser);
 
     /**
-     * Writes `payload` unchanged, as Latin-1; other characters become "?". `payload` must be a whole sentence, and an
-     * open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during the
-     * write.
+     * Writes `payload` unchanged, as Latin-1. Characters beyond Latin-1 become "?". `payload` must be a whole sentence,
+     * and an open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during
+     * the write.
      *
-     * A failed write still uses an id. No signal reports it; check the device's error. Every written payload keeps 48
-     * bytes until its Communicator is deleted; transferred() is computed from them.
+     * A failed write still uses an id. No signal reports the failure, so check the device's error. Every written
+     * payload keeps 48 bytes until its Communicator is deleted, because transferred() is computed from them.
      */
     uint writePayload(const QString &payload);
-    /// Builds the sentence for `session`, a record of the parser's own class, and writes it. Returns the payload's id.
-    /// Returns 0 without a parser, and if the parser throws Nmea::Exception, with a line in the log. Other exceptions
-    /// pass through.
+    /// Builds the sentence for `session` and writes it. `session` must be of the class that the parser expects. Returns
+    /// the payload's id. Without a parser, returns 0. If the parser throws Nmea::Exception, returns 0 and writes a line
+    /// to the log. Other exceptions pass through.
     uint writePayload(const SessionAbstract *session);
 
-    /// Takes the received payload with `id` out of the store, or the oldest (lowest id) if `id` is 0. The store keeps
-    /// the newest six. Returns false, and does not change `payload`, if there is none.
+    /// Moves the received payload with `id` from the store to `payload`. If `id` is 0, takes the oldest payload, which
+    /// has the lowest id. The store keeps the newest six payloads. If there is no such payload, returns false and does
+    /// not change `payload`.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Takes a received payload as above and parses it into `session`, a record of the parser's own class. Clear
-     * `session` first.
+     * Takes a received payload like the function above and parses it into `session`, which must be of the class that
+     * the parser expects. Clear `session` first.
      *
-     * Returns true if a payload was taken, even without a parser or if the parser throws Nmea::Exception: then the log
-     * has a line, and the payload is gone. Other exceptions pass through.
+     * Returns true if a payload was taken. This also holds without a parser, or if the parser throws Nmea::Exception.
+     * In these cases the log has a line and the payload is lost. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);
 
 Q_SIGNALS:
     /**
-     * The device reported written bytes that cover the payload `id`. For a serial port this means: the system took the
-     * bytes. The board may receive them later.
+     * Emitted when the device reported written bytes that cover the payload `id`. For a serial port, the system then
+     * has the bytes, but the board may receive them later.
      *
-     * This shows progress and is no receipt. Each report of the device is counted from the first payload on, again and
-     * again. Example: "abc" has id 1 and "defg" id 2. A report of 7 bytes emits 1 and 2; a later report of 4 bytes
-     * emits 1 again. So small reports never reach a late id. Failed and empty writes are covered by any report that
-     * reaches them.
+     * The signal only shows progress; it does not prove that the payload was sent. Each report of the device is counted
+     * from the first payload on. For example, "abc" has id 1 and "defg" id 2. A report of 7 bytes emits 1 and 2. A
+     * later report of 4 bytes emits 1 again. So small reports never reach a late id. A failed or empty write is covered
+     * if the report is larger than all payloads before it.
      */
     void transferred(uint id);
-    /// Not emitted: a failed write is not reported.
+    /// Never emitted, because failed writes are not reported.
     void transferFailed(uint id);
-    /// The payload `id` was received and is in the store.
+    /// Emitted when the payload `id` was received. readPayload() can now read it.
     void readyRead(uint id);
     /// Emitted directly after readyRead(uint).
     void readyRead();
-    /// Not emitted: failures are in the log.
+    /// Never emitted, because failures are only written to the log.
     void readFailed();
 
 private Q_SLOTS:
@@ -112,8 +116,8 @@ private:
     QList<QChar> m_startChars;
     QString m_lineEnd;
     int m_maxPayloads;
-    bool m_wholeLines; // the device holds back unfinished lines
-    QPointer<QIODevice> m_device; // the application may delete the device first
+    bool m_wholeLines; // whether the device holds back unfinished lines
+    QPointer<QIODevice> m_device; // a QPointer, because the application may delete the device
     QHash<uint, QString> m_payloads;
     QMap<uint, qint64> m_pendingBytes;
     IPayloadParser *m_parser;

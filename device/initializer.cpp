@@ -29,7 +29,8 @@ QString portName(const Communicator *comm)
     return port ? port->portName() : QString();
 }
 
-/// The report of a port before it is tried. `name` is given because the information on an unknown port has no name.
+/// Returns the report of a port that is not tried yet. `name` is needed because `info` has no name if the port is
+/// unknown.
 std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString &name)
 {
     auto report = std::make_shared<PortReport>();
@@ -41,7 +42,7 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     return report;
 }
 
-/// Without the line end at the end of `payload`. A carriage return alone may be part of the text.
+/// Returns `payload` without its line end. A carriage return alone may be part of the text, so it is not removed.
 QString withoutLineEnd(const QString &payload)
 {
     return payload.left(payload.lastIndexOf(QLatin1String("\r\n")));
@@ -65,11 +66,11 @@ struct Initializer::Private
         running(event);
     }
 
-    /// Objects that were in the middle of their signals when the Initializer was deleted. They must live until the
-    /// outermost of our slots returns. deleteLater() alone is too early if a receiver runs an event loop.
+    /// Objects that were still emitting a signal when the Initializer was deleted. They are needed until the outermost
+    /// slot of the Initializer returns. deleteLater() alone is too early if a receiver runs an event loop.
     std::vector<QObject *> trash;
     std::function<void(const PortEvent &event)> observer;
-    QElapsedTimer clock; // since probe()
+    QElapsedTimer clock; // time since probe()
 };
 
 Initializer::Initializer(QObject *parent)
@@ -87,13 +88,14 @@ Initializer::Initializer(QObject *parent)
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
     m_parser->init();
     m_probeTimer->setSingleShot(true);
-    m_probeTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may fire early
+    m_probeTimer->setTimerType(Qt::PreciseTimer); // because a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
 }
 
 Initializer::~Initializer()
 {
-    // If a receiver of deviceNotFound() deletes us, a mapper, a timer and perhaps a port are in the middle of a signal.
+    // If a receiver of deviceNotFound() deletes this object, a mapper, a timer and perhaps a port are still emitting a
+    // signal. So these objects must not be deleted now.
     const auto dispose = [this, inSlot = m_private.use_count() > 1](QObject *object) {
         if (inSlot) {
             object->setParent(nullptr);
@@ -114,19 +116,19 @@ Initializer::~Initializer()
         Communicator *const comm = it.key();
         dispose(it.value());
         if (m_commTypes.value(comm) != Unknown)
-            continue; // belongs to the application, which may have deleted it
+            continue; // the Communicator belongs to the application, which may have deleted it
         if (auto *port = static_cast<QSerialPort *>(comm->device())) {
             comm->setIODevice(nullptr);
             closeAtOnce(port);
             dispose(port);
         }
-        delete comm; // now: it would still take payloads from the shared buffer
+        delete comm; // not later, because it would still take payloads from the shared buffer
     }
     m_commTypes.clear();
     m_commTimers.clear();
     m_types.clear();
     LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
-    // m_parser is never deleted: the process owns it.
+    // m_parser is not deleted here, because it exists until the process ends.
 }
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
@@ -145,7 +147,7 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
         std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isCandidate);
         for (const QSerialPortInfo &info : qAsConst(m_ports))
             m_reports.append(reportOn(info, info.portName()));
-    } else { // ports of earlier calls stay
+    } else { // the ports of earlier calls are not removed
         for (const QString &name : portNames) {
             m_ports.append(QSerialPortInfo(name));
             m_reports.append(reportOn(m_ports.last(), name));
@@ -180,7 +182,7 @@ void Initializer::probeStage2()
             report->errorText = port->errorString();
             tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
-                m_reports[i] = held; // this Initializer itself has the port open, for an earlier probe
+                m_reports[i] = held; // the port is busy because this Initializer has it open since an earlier probe()
             delete port;
             continue;
         }
@@ -189,7 +191,8 @@ void Initializer::probeStage2()
 
         Communicator *const comm = createCommunicator(port);
         closeWhenLost(port, report);
-        // The application may have deleted an earlier Communicator at the same address.
+        // If the application deleted an earlier Communicator at the same address, its entries are still in these
+        // tables.
         m_commTypes.remove(comm);
         delete m_commTimers.take(comm);
         m_commTimers[comm] = createTimeoutTimer(comm);
@@ -197,8 +200,8 @@ void Initializer::probeStage2()
         report->verdict = PortReport::Awaiting;
         tell(PortEvent::Opened, *report);
         report->queries = writeQueries(comm);
-        // Without the flush the query would wait until all later ports are open, while its reply time runs. The flush
-        // may fail and close the port.
+        // Without the flush, the query would be sent only after all later ports are open, but its reply time already
+        // runs. The flush may fail and close the port.
         port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
@@ -248,7 +251,7 @@ void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortRep
 {
     connect(new PortErrors(port), &PortErrors::portLost, this, [this, port, report](bool isDeviceGone) {
         report->verdict = PortReport::Lost;
-        // A port whose device is gone reports an arbitrary error.
+        // If the device is gone, port->error() may be any error, so the report gets a fixed error.
         report->error = isDeviceGone ? QSerialPort::ResourceError : port->error();
         report->errorText = isDeviceGone ? QStringLiteral("No such device") : port->errorString();
         closeAtOnce(port);
@@ -320,16 +323,16 @@ void Initializer::boardReadyRead(QObject *object)
     LOGGER_RECORD(Logger::Trace, nullptr).write() << "Read succes on port: " << portName(comm);
 
     const QPointer<Initializer> self(this);
-    const QPointer<Communicator> alive(comm); // a receiver of deviceInitialized() may delete it
+    const QPointer<Communicator> alive(comm); // because a receiver of deviceInitialized() may delete `comm`
     const auto keeper = m_private;
     const auto report = m_commReports.value(comm);
     const auto settle = [&report](PortReport::Verdict verdict) {
-        if (report->verdict != PortReport::Lost) // a reply that came before the loss doesn't bring the port back
+        if (report->verdict != PortReport::Lost) // a lost port stays lost, even if its reply is read only now
             report->verdict = verdict;
     };
     bool found = false;
     QString payload;
-    // The read comes before the test of `found`: so the payload after the board's answer is taken out and dropped.
+    // readPayload() is called before `found` is tested, so the payload after the board's answer is taken and dropped.
     while (alive && comm->readPayload(payload, 0) && !found) {
         SessionInit session;
         session.clear();
@@ -342,7 +345,7 @@ void Initializer::boardReadyRead(QObject *object)
             tell(PortEvent::Unreadable, *report, report->unreadable, exception.message());
             continue;
         }
-        // Any answer in time stops the timer: the board is not silent, and may yet answer as a wanted type.
+        // Every answer in time stops the timer, because the board is not silent. It may later answer as a wanted type.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
         const Type type = typeOf(session);
@@ -359,7 +362,7 @@ void Initializer::boardReadyRead(QObject *object)
             settle(PortReport::Duplicate);
         } else {
             report->verdict = PortReport::HandedOver;
-            delete comm->device()->findChild<PortErrors *>(); // from now on the application handles the port's errors
+            delete comm->device()->findChild<PortErrors *>(); // the application handles errors from now on
             tell(PortEvent::HandedOver, *report, QString(), QString(), type);
         }
         setCommStatus(comm, duplicate ? Unknown : type);
@@ -398,7 +401,7 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // A receiver may run an event loop, and the other ports may be decided in it.
+    // If a receiver of deviceInitialized() ran an event loop, the decision may already be made.
     if (m_decided || m_commTypes.size() != m_commTimers.size())
         return;
     const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };
@@ -435,17 +438,17 @@ void Initializer::retryProbe()
         m_commTypes.remove(comm);
         it.value()->start(replyTime);
         const auto report = m_commReports.value(comm);
-        // A Silenced port with a status answered after its time-out.
+        // A Silenced port gets here only if it answered after its time-out. This round asks it again.
         if (report->verdict == PortReport::TimedOut || report->verdict == PortReport::Silenced)
             report->verdict = PortReport::Awaiting;
-        if (comm->device()->isOpen()) // a lost port is closed; it times out again as a silent port does
+        if (comm->device()->isOpen()) // a lost port is closed, so it is not asked and times out again
             report->queries += writeQueries(comm);
         asked = true;
     }
     if (asked)
         return;
 
-    // Every port is handed over, so nobody can answer in this round. The event loop makes the next decision.
+    // Every port is handed over, so no port can answer in this round. The next decision is made from the event loop.
     m_decided = true;
     QMetaObject::invokeMethod(
         this,

@@ -28,7 +28,7 @@ namespace JwDevice {
 class SessionInit;
 
 /**
- * Finds boards on USB serial ports and hands the application one ready Communicator per wanted type.
+ * Finds boards on USB serial ports. Hands the application one Communicator with an open port for each wanted type.
  *
  * \code
  * auto *initializer = new JwDevice::Initializer(this);
@@ -37,94 +37,96 @@ class SessionInit;
  * initializer->probe({JwDevice::BoardA, JwDevice::BoardC});
  * \endcode
  *
- * A probe opens every candidate port (see isCandidate()), asks each which board it is, and waits replyTime (400 ms) for
- * an answer. While a wanted type is missing, a new round asks the ports again that are not handed over, by default
- * three times. Then deviceNotFound() reports what is missing, and the probe is over. Ports that were not handed over
- * stay open until the Initializer is destroyed.
+ * A probe opens every candidate port (see isCandidate()), asks each port which board it is, and waits replyTime (400
+ * ms) for an answer. While a wanted type is missing, a new round asks all ports again that are not handed over. By
+ * default, there are up to three such rounds. Then deviceNotFound() reports the missing types, and the probe is over.
+ * Ports that were not handed over stay open until the Initializer is destroyed.
  *
- * One Initializer serves one probe. When the probe is over, the Initializer no longer listens to its ports, and another
- * probe() would bring no signal. Create a new Initializer for each probe; this is allowed within deviceNotFound().
- * There is one exception: if no port could be opened, probe() may be called again.
+ * Use each Initializer for one probe only. When the probe is over, the Initializer no longer listens to its ports, so
+ * after another probe() it would emit no signal. Create a new Initializer for each probe; a receiver of
+ * deviceNotFound() may already do so. There is one exception: if no port could be opened, you may call probe() again.
  *
- * A board of a type that you did not ask for keeps the probe open: if it answers in time, the probe waits for that port
- * without limit and reports no missing type meanwhile. Limit the probe with a timer of your own that deletes the
- * Initializer.
+ * A board of another type keeps the probe open. If such a board answers in time, the probe waits for its port without
+ * limit, and meanwhile reports no missing type. Limit the probe with your own timer that deletes the Initializer.
  *
- * A port that is lost during the probe is closed (see PortErrors). It then times out as a silent port does. If the
- * probe waits for the port without limit, the probe stays open.
+ * If a port is lost during the probe, the Initializer closes it (see PortErrors). The lost port then times out like a
+ * silent port. But if the probe waits for the port without limit, the probe does not end.
  *
- * Everything happens in the thread of the Initializer, from its event loop. Receivers of its signals may do what they
- * like, also run an event loop. But a receiver of deviceInitialized() must not delete the Initializer: call
- * QObject::deleteLater(). A receiver of deviceNotFound() may delete it.
+ * The Initializer works in the event loop of its thread. Receivers of its signals may do anything, for example run an
+ * event loop. But a receiver of deviceInitialized() must not delete the Initializer; call QObject::deleteLater()
+ * instead. A receiver of deviceNotFound() may delete it.
  */
 class JWDEVICE_EXPORT Initializer : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Does nothing before probe(). `parent` owns it as it owns any QObject.
+    /// Does nothing before probe(). `parent` owns the Initializer, as every QObject owns its children.
     explicit Initializer(QObject *parent = nullptr);
     /// Closes and deletes the ports that were not handed over.
     ~Initializer() override;
 
     /**
-     * Starts to look for one board of each of `types`. Connect the signals first: if no port can be opened,
+     * Starts to look for one board of each of `types`. Connect the signals first, because if no port can be opened,
      * deviceNotFound() is emitted before this function returns.
      *
-     * `delay` in ms postpones the opening of the ports. It applies only if it is positive and BoardC is wanted.
+     * `delay` is the time in ms after which the ports are opened. It is used only if it is positive and `types`
+     * contains BoardC.
      *
-     * `portNames` are system names such as "ttyACM0". If names are given, the probe tries exactly these ports, after
-     * those of earlier calls. Without names it tries every candidate: see isCandidate().
+     * `portNames` are system names, for example "ttyACM0". With names, the probe tries only the ports of earlier calls
+     * and then these ports. Without names, the probe tries every candidate (see isCandidate()).
      *
      * Returns false and does nothing if `types` is empty.
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
-    /// Sets how many rounds ask again while a wanted type is missing; 3 at first. Rounds are counted over the life of
-    /// the Initializer. Takes effect at the end of the running round, but not after deviceNotFound(). Returns the
-    /// previous value.
+    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. All rounds since the
+    /// Initializer was created count. The new value is used at the end of the running round, but not after
+    /// deviceNotFound(). Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
-    /// What became of each candidate port of the newest probe() so far, in the order in which ports are tried; empty
-    /// before probe(). Shows why a board was not found. After the end of the probe, and after the hand-over of a port,
-    /// the report changes only if a port that is still here is lost.
+    /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty
+    /// before probe(). The reports show why a board was not found. After the end of the probe, the reports change only
+    /// if a port that was not handed over is lost. The report of a port that was handed over does not change any more.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
-     * Calls `observer` at every event of a port during a probe, and later if a port that was not handed over is lost.
-     * The calls come at once, in the order of the events. For tools that show what a probe does; nothing has to be
-     * logged for it. An empty function ends this.
+     * Sets a function that is called at once at every event of a port during a probe, and later if a port that was not
+     * handed over is lost. With it, a tool can show what a probe does without reading the log. An empty function ends
+     * the calls.
      *
-     * `observer` is called from the middle of the Initializer's work: it may record the event and set
-     * another observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
+     * The Initializer calls `observer` while it works. So `observer` may only record the event and set another
+     * observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
      */
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 
-    /// Writes the queries for the wanted types to `comm`, which must have a device. A failed write is not noticed here.
+    /// Writes the queries for the wanted types to `comm`, which must have a device. Does not check whether a write
+    /// fails.
     void queryBoardVersion(JwDevice::Communicator *comm);
-    /// Builds the sentence for `session` and writes it to `comm`. Returns false, with a line in the log, if the
-    /// sentence can't be built.
+    /// Builds the sentence for `session` and writes it to `comm`. If the sentence can't be built, returns false and
+    /// writes a line to the log.
     bool sendProtocol(JwDevice::Communicator *comm, JwDevice::SessionInit *session);
 
 Q_SIGNALS:
     /**
-     * A board of the wanted `type` answered. `comm` and the open QSerialPort behind it (`comm->device()`) now belong to
-     * the receiver. `comm` has no parser, and no signal is connected. The port is a WholeLines<QSerialPort>: its
-     * bytesAvailable() counts whole lines only, until setWholeLines(false). If more payloads came directly after the
-     * board's answer, the first of them is dropped.
+     * Emitted when a board of the wanted `type` answered. `comm` and its open QSerialPort, `comm->device()`, now belong
+     * to the receiver. `comm` has no parser, and no signal is connected. The port is a WholeLines<QSerialPort>, so its
+     * bytesAvailable() counts whole lines only, until you call setWholeLines(false). If more payloads arrived directly
+     * after the board's answer, the first of them is dropped.
      *
-     * Delete them with `comm->device()->deleteLater()` and `delete comm`. Never delete the port within this signal or
-     * within a signal of the port: Qt would crash. To notice a pulled cable, give the port a PortErrors.
+     * Delete the port with `comm->device()->deleteLater()` and the Communicator with `delete comm`. Never use `delete`
+     * for the port in a slot of this signal or of a signal of the port, because Qt would crash. To notice a pulled
+     * cable, create a PortErrors for the port.
      */
     void deviceInitialized(JwDevice::Type type, JwDevice::Communicator *comm);
-    /// No board of the wanted `type` was found: all rounds are over, or no port could be opened. Emitted once for each
-    /// entry of the list of wanted types.
+    /// Emitted when no board of the wanted `type` was found, because all rounds are over or no port could be opened.
+    /// Emitted once for each missing entry in the list of wanted types.
     void deviceNotFound(JwDevice::Type type);
 
-public Q_SLOTS: // for the signals of ports and timers, not for applications
-    /// The probed Communicator `object` received a payload.
+public Q_SLOTS: // called by signals of ports and timers; applications don't call these
+    /// Handles the payloads that the probed Communicator `object` received.
     void boardReadyRead(QObject *object);
-    /// The reply timer of the probed Communicator `object` ran out.
+    /// Handles the end of the reply time of the probed Communicator `object`.
     void readTimeout(QObject *object);
     /// Opens the candidate ports and queries them.
     void probeStage2();
@@ -156,10 +158,10 @@ private:
     QTimer *m_probeTimer;
     uint m_retries;
     uint m_maxRetries;
-    QList<std::shared_ptr<JwDevice::PortReport>> m_reports; // one for each of m_ports
-    QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // none is null
-    bool m_decided; // the outcome of the last decision is being reported or queued: decide nothing now
-    std::shared_ptr<Private> m_private; // each of our slots on the stack holds it too
+    QList<std::shared_ptr<JwDevice::PortReport>> m_reports; // one report for each of m_ports
+    QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // no value is null
+    bool m_decided; // true while the last decision is reported or the next is queued; decide() then does nothing
+    std::shared_ptr<Private> m_private; // shared with each running slot, so it exists until the slot returns
 };
 
 } // namespace JwDevice

@@ -2,6 +2,6 @@
 
 namespace JwDevice {
 
-IPayloadParser::~IPayloadParser() = default; // defined here, so that there is one vtable for all derived classes
+IPayloadParser::~IPayloadParser() = default; // here, so that the class has only one vtable
 
 } // namespace JwDevice

@@ -9,7 +9,8 @@ namespace JwDevice {
 class SessionAbstract;
 
 /**
- * Turns sentences into records and back. Attach it with Communicator::setParser(); the application keeps the ownership.
+ * Turns sentences into records, and records into sentences. Attach a parser with Communicator::setParser(). The
+ * application keeps the ownership.
  */
 class JWDEVICE_EXPORT IPayloadParser
 {
@@ -21,14 +22,14 @@ public:
 
     /**
      * Fills `session` from one whole received sentence, with start flag and line end. `session` must be of the class
-     * that the parser expects; this is not checked. Returns true. Throws Nmea::Exception if the sentence can't be
-     * parsed; fields before the fault may then be stored already.
+     * that the parser expects; the parser does not check this. Returns true. Throws Nmea::Exception if the sentence
+     * can't be parsed. Fields before the fault may then already be stored in `session`.
      */
     virtual bool parse(SessionAbstract *session, const QString &sentence) = 0;
 
     /**
      * Replaces `sentence` with the whole sentence for `session`, with start flag and line end. Returns true. Throws
-     * Nmea::Exception if the sentence can't be built; `sentence` is then unchanged.
+     * Nmea::Exception if the sentence can't be built; in this case `sentence` does not change.
      */
     virtual bool build(const SessionAbstract *session, QString &sentence) = 0;
 };

@@ -12,9 +12,9 @@ namespace JwDevice {
 
 namespace {
 
-constexpr int errorsOfLostPort = 1000; // in a row; a port that spins takes some milliseconds for them
-constexpr qint64 restTime = 1000; // ms without an error, after which a new row begins
-constexpr qint64 timeBetweenLooks = 100; // ms; a look at the device may list all ports
+constexpr int errorsOfLostPort = 1000; // errors in a row; a lost port reports so many in some milliseconds
+constexpr qint64 restTime = 1000; // ms; after this time without an error, counting starts again at 0
+constexpr qint64 timeBetweenLooks = 100; // ms; limits the looks, because a look may list all ports
 
 bool isThere(const QString &portName)
 {
@@ -65,7 +65,8 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
         Q_EMIT portLost(isDeviceGone);
         return;
     }
-    // After some errors QSerialPort stops reading until somebody asks for more than it holds.
+    // After some errors, QSerialPort stops reading. It starts again when somebody asks for more bytes than it has, so
+    // this peek asks for one more byte.
     const auto *const lines = qobject_cast<WholeLinesBase *>(port);
     port->peek((lines ? lines->bytesReceived() : port->bytesAvailable()) + 1);
 }
@@ -74,7 +75,7 @@ void closeAtOnce(QSerialPort *port)
 {
     if (!port->isOpen())
         return;
-    const QSignalBlocker blocker(port); // clear() fails, with a signal, if the device is gone
+    const QSignalBlocker blocker(port); // if the device is gone, clear() fails and emits a signal
     port->clear(QSerialPort::Output);
     port->close();
 }

@@ -10,12 +10,12 @@
 namespace JwDevice {
 
 /**
- * Tells from the errors of an open serial port whether the port is lost.
+ * Watches the errors of an open serial port and reports when the port is lost.
  *
- * QSerialPort reports a pulled cable as an endless run of read errors, thousands in each second. But a single error may
- * pass: another program that reads from the same port causes such errors. The port is lost when its device is gone, or
- * after 1000 errors in a row with nothing read between them and no second of rest. After any other error the port reads
- * on.
+ * If the cable is pulled, QSerialPort reports thousands of read errors per second without end. But a single error does
+ * not mean that the port is lost, because another program that reads from the same port also causes errors. The port is
+ * lost when its device is gone. It is also lost after 1000 errors if no bytes were read between them and no pause was
+ * longer than a second. After any other error, the port continues to read.
  *
  * \code
  * auto *errors = new JwDevice::PortErrors(port);
@@ -27,13 +27,14 @@ class JWDEVICE_EXPORT PortErrors : public QObject
     Q_OBJECT
 
 public:
-    /// Belongs to `port` and watches it until either is deleted. Lives in the thread of `port`.
+    /// Watches `port` until one of the two objects is deleted. `port` becomes the parent, so both belong to one thread.
     explicit PortErrors(QSerialPort *port);
     ~PortErrors() override;
 
 Q_SIGNALS:
-    /// The port is lost. Close it: an open port goes on to report errors without end. Don't delete it here, use
-    /// QObject::deleteLater(). `isDeviceGone`: the system no longer has the device, so the cable was pulled.
+    /// Emitted when the port is lost. Close the port, because an open port continues to report errors. Don't delete the
+    /// port in the slot; use QObject::deleteLater(). If `isDeviceGone` is true, the system no longer has the device, so
+    /// the cable was pulled.
     void portLost(bool isDeviceGone);
 
 private:
@@ -43,8 +44,8 @@ private:
     const std::unique_ptr<Run> m_run;
 };
 
-/// Closes `port` without waiting and without a signal. Bytes that the board did not take are discarded: the system
-/// would hold up QSerialPort::close() for them, by default for 30 s. Does nothing if `port` is closed.
+/// Closes `port` without waiting and without a signal. Does nothing if `port` is closed. Bytes that the board did not
+/// take are discarded, because otherwise QSerialPort::close() would wait for them, by default for 30 s.
 JWDEVICE_EXPORT void closeAtOnce(QSerialPort *port);
 
 } // namespace JwDevice

@@ -6,7 +6,7 @@
 
 namespace JwDevice {
 
-/// One thing that happened on one port during a probe: see Initializer::setPortObserver().
+/// An event on one port during a probe. See Initializer::setPortObserver().
 struct PortEvent
 {
     /// The kinds of event.
@@ -14,20 +14,21 @@ struct PortEvent
         Opened, ///< the port is open
         NotOpened, ///< the port could not be opened; `text` is the system's reason
         Asked, ///< a query was written; `text` is the query
-        Answered, ///< a sentence came that can be parsed; `text` is the sentence
-        Unreadable, ///< a payload came that can't be parsed; `text` is the payload, `reason` says what is wrong
-        TimedOut, ///< no answer came within replyTime
+        Answered, ///< a sentence arrived that can be parsed; `text` is the sentence
+        Unreadable, ///< a payload arrived that can't be parsed; `text` is the payload, `reason` says what is wrong
+        TimedOut, ///< no answer arrived within replyTime
         Lost, ///< the port failed and was closed; `text` is the system's reason
-        HandedOver, ///< the port holds a wanted board; deviceInitialized() comes next
+        HandedOver, ///< a wanted board is on the port; the next step is deviceInitialized()
     };
 
-    Kind kind = Opened; ///< what happened
-    QString portName; ///< such as "ttyACM0"
-    qint64 nanoseconds = 0; ///< since the newest call of probe()
-    uint round = 0; ///< 0 while ports are asked first; retry rounds are counted over the life of the Initializer
-    QString text; ///< sentences and payloads are without their line end; empty if the kind has no text
-    QString reason; ///< of Unreadable; else empty
-    Type type = Unknown; ///< of Answered and HandedOver: the type of board that sends such a sentence
+    Kind kind = Opened; ///< kind of the event
+    QString portName; ///< for example "ttyACM0"
+    qint64 nanoseconds = 0; ///< time since the newest call of probe()
+    uint round = 0; ///< 0 while ports are asked first, then the number of the retry round; the number goes on if the
+                    ///< Initializer probes again
+    QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
+    QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
+    Type type = Unknown; ///< for Answered and HandedOver: the type of board that sends the sentence; else Unknown
 };
 
 } // namespace JwDevice

@@ -8,41 +8,42 @@
 
 namespace JwDevice {
 
-/// What became of one candidate port of a probe: see Initializer::portReports(). A copy: it stays as it is while the
-/// probe goes on.
+/// What a probe found on one candidate port. See Initializer::portReports(). The report is a copy, so it does not
+/// change while the probe continues.
 struct PortReport
 {
-    /// See verdictName() for the names.
+    /// The state of the port in the probe. verdictName() returns the names.
     enum Verdict {
-        NotOpened, ///< the port could not be opened: see `error`. With QSerialPort::NoError it was not tried yet
+        NotOpened, ///< the port could not be opened (see `error`), or was not tried (then `error` is NoError)
         Awaiting, ///< the port was asked and may still answer within replyTime
-        TimedOut, ///< no sentence that can be parsed came within replyTime
-        /// The port answered with `reply`, which is of no wanted type. If the answer came within replyTime, the probe
-        /// waits for this port without limit. A later answer does not hold the probe up: the next round asks again.
+        TimedOut, ///< no sentence that can be parsed arrived within replyTime
+        /// The port answered with `reply`, which is of no wanted type. If the answer arrived within replyTime, the
+        /// probe waits for this port without limit. If it arrived later, the probe does not wait, and the next round
+        /// asks again.
         Silenced,
-        Duplicate, ///< the port answered as `type`, but another port was handed over as that type before
-        Lost, ///< the cable was pulled, or the port did nothing but fail: see `error`
-        HandedOver, ///< the port holds a `type` and belongs to the application
+        Duplicate, ///< the port answered as `type`, but another port of this type was already handed over
+        Lost, ///< the cable was pulled, or the port reported only errors; see `error`
+        HandedOver, ///< a board of `type` is on the port, and the port now belongs to the application
     };
 
-    QString portName; ///< such as "ttyACM0"; as it was given if the system knows no such port
-    QString location; ///< such as "/dev/ttyACM0"; empty if unknown, as the next three
-    QString manufacturer; ///< of the USB device
-    QString product; ///< of the USB device
-    QString serialNumber; ///< of the USB device
+    QString portName; ///< for example "ttyACM0"; the name given to probe() if the system doesn't know the port
+    QString location; ///< for example "/dev/ttyACM0"; this and the next three are empty if they are not known
+    QString manufacturer; ///< manufacturer of the USB device
+    QString product; ///< product name of the USB device
+    QString serialNumber; ///< serial number of the USB device
 
-    Verdict verdict = NotOpened; ///< so far
-    QSerialPort::SerialPortError error = QSerialPort::NoError; ///< why the port is NotOpened or Lost; ResourceError if
-                                                               ///< its device is gone
-    QString errorText; ///< the system's text for `error`; empty without an error
-    Type type = Unknown; ///< of a port that is HandedOver or Duplicate
+    Verdict verdict = NotOpened; ///< state of the port when the report was made
+    /// Why the port is NotOpened or Lost. ResourceError if the device is gone.
+    QSerialPort::SerialPortError error = QSerialPort::NoError;
+    QString errorText; ///< the system's text for `error`; empty if there is no error
+    Type type = Unknown; ///< type of the board if the port is HandedOver or Duplicate; else Unknown
     QString reply; ///< the newest sentence that could be parsed, without its line end; empty if there was none
     QString unreadable; ///< the newest payload that could not be parsed, without its line end; empty if there was none
-    int queries = 0; ///< query sentences written to the port: one or two in each round, by the wanted types
-    qint64 payloads = 0; ///< payloads that the probe took from the port, readable or not, up to the hand-over
+    int queries = 0; ///< number of queries written to the port; the wanted types need one or two in each round
+    qint64 payloads = 0; ///< number of payloads that the probe read from the port, with those that can't be parsed
 };
 
-/// The name of `verdict` in camel case, such as "timedOut", for logs and machine-readable output.
+/// Returns the name of `verdict` in camel case, for example "timedOut". Use it in logs and in output for programs.
 JWDEVICE_EXPORT QString verdictName(PortReport::Verdict verdict);
 
 } // namespace JwDevice

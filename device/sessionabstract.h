@@ -6,12 +6,13 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // no virtual destructor on purpose, see below
+QT_WARNING_PUSH // the class has no virtual destructor on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The base of every record of one sentence. Derive the record of your own sentences from it.
+ * The base class of records. A record contains the data of one sentence. Derive the records of your own sentences from
+ * this class.
  *
  * Records are values, usually on the stack. The class has no virtual destructor on purpose: never delete a record
  * through a pointer to this class.

@@ -8,12 +8,12 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // see SessionAbstract
+QT_WARNING_PUSH // no virtual destructor, see SessionAbstract
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The record of one sentence of Nmea::ParserInit. Parsing adds fields to the record: clear() it before each use.
+ * The record of one sentence of Nmea::ParserInit. Parsing only adds fields, so call clear() before each use.
  */
 class JWDEVICE_EXPORT SessionInit : public SessionAbstract
 {
@@ -23,11 +23,11 @@ public:
     /// Sets sentenceId to 0 and empties the fields.
     void clear() override;
 
-    /// The key of the sentence, see SentenceKey; 0 is no sentence. The parser sets it while parsing; the caller sets it
-    /// before building.
+    /// The key of the sentence (see SentenceKey), or 0 for no sentence. The parser sets the key when it parses. Set the
+    /// key yourself before you build a sentence.
     int sentenceId = 0;
-    /// Field name to value: numbers as int, texts as QString. A field that the sentence did not have is absent. For
-    /// building, any variant that converts to a string is fine.
+    /// Field name to value. Parsing stores numbers as int and texts as QString, and only fields that the sentence
+    /// contains. For building, use any value that QVariant can convert to a string.
     QHash<QString, QVariant> fields;
 };
 

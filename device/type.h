@@ -5,8 +5,8 @@ namespace JwDevice {
 /**
  * The types of board that the library recognises.
  *
- * The library registers no meta-type for it. If you connect the Initializer's signals across threads, or record them
- * with QSignalSpy, write `Q_DECLARE_METATYPE(JwDevice::Type)` and call
+ * The library does not register Type as a meta-type. If you connect the Initializer's signals across threads, or record
+ * them with QSignalSpy, write `Q_DECLARE_METATYPE(JwDevice::Type)` and call
  * `qRegisterMetaType<JwDevice::Type>("JwDevice::Type")`.
  */
 enum Type : int {

@@ -10,32 +10,34 @@
 
 namespace JwDevice {
 
-/// The interface through which a Communicator reads a WholeLines device.
+/// The interface with which a Communicator reads from a WholeLines device.
 class JWDEVICE_EXPORT WholeLinesBase
 {
 public:
-    /// A line of this many bytes without a line end is no longer held back. This is more than a Communicator can
-    /// receive as one payload (500 characters), so every payload comes whole.
+    /// A line with this many bytes and without a line end is no longer held back. A Communicator accepts at most 500
+    /// characters as one payload, so every payload still arrives whole.
     static constexpr int longestHeld = 512;
 
     virtual ~WholeLinesBase();
 
-    /// Whether bytes after the last line end are held back; true at first.
+    /// Returns whether bytes after the last line end are held back. True by default.
     bool wholeLines() const { return m_wholeLines; }
-    /// Switches the holding back on or off, at any time. No byte is lost, and no signal is emitted.
+    /// Sets whether bytes after the last line end are held back. You may call this at any time: no byte is lost, and no
+    /// signal is emitted.
     void setWholeLines(bool wholeLines) { m_wholeLines = wholeLines; }
 
-    /// All bytes that can be read, also those that are held back.
+    /// Returns the number of all bytes that can be read, with those that are held back.
     virtual qint64 bytesReceived() const = 0;
-    /// The number of bytes through the next line end; 0 if no line end has arrived. Never more than 512: a longer line
-    /// comes in parts, and so do all bytes if wholeLines() is false.
+    /// Returns the number of bytes up to and including the next line end, at most 512. A longer line is offered in
+    /// parts. If no line end has arrived, returns 0 while bytes are held back, otherwise the number of received bytes.
     virtual qint64 nextLine() const = 0;
 
 protected:
-    /// How many of `bytes` count as available. `bytes` are all that were received. An unfinished line is held back if
-    /// it is shorter than `longest`.
+    /// Returns how many of `bytes` count as available. `bytes` must be all received bytes. An unfinished line is held
+    /// back if it is shorter than `longest`.
     static qint64 bytesOfWholeLines(const char *bytes, qint64 size, qint64 longest);
-    /// nextLine() for `bytes`: the first 513 bytes that were received, or all of them.
+    /// Computes the result of nextLine() from `bytes`. `bytes` must be the first 513 received bytes, or all of them if
+    /// there are fewer.
     qint64 nextLine(const char *bytes, qint64 size, qint64 longest) const;
 
 private:
@@ -49,9 +51,9 @@ Q_DECLARE_INTERFACE(JwDevice::WholeLinesBase, "JwDevice.WholeLinesBase")
 namespace JwDevice {
 
 /**
- * A `Device` whose bytesAvailable() counts only bytes up to the last line end. `Device` is a buffered sequential
- * QIODevice, for example QSerialPort, QTcpSocket or QLocalSocket. A line end is a carriage return and a line feed, as
- * in NMEA 0183.
+ * A device that offers whole lines only: bytesAvailable() counts only the bytes up to the last line end. A line end is
+ * a carriage return and a line feed. The base class `Device` is a buffered sequential QIODevice, for example
+ * QSerialPort, QTcpSocket or QLocalSocket.
  *
  * \code
  * auto *socket = new JwDevice::WholeLines<QTcpSocket>(this);
@@ -60,18 +62,18 @@ namespace JwDevice {
  * \endcode
  *
  * All Communicators share one receive buffer. If sentences arrive in pieces on two devices at the same time, the pieces
- * mix in that buffer. From a device of this class a Communicator takes whole lines only, so nothing mixes. An
- * Initializer opens its ports as `WholeLines<QSerialPort>`.
+ * mix in that buffer. A device of this class offers whole lines only, so the pieces don't mix. An Initializer opens its
+ * ports as `WholeLines<QSerialPort>`.
  *
- * Only bytesAvailable() changes. `read`, `readAll`, `peek`, `readLine`, `waitForReadyRead` and `atEnd` work as in
- * `Device` and give every byte. An application with a binary protocol calls setWholeLines(false); then bytesAvailable()
- * counts every byte too.
+ * Only bytesAvailable() differs from `Device`. `read`, `readAll`, `peek`, `readLine`, `waitForReadyRead` and `atEnd`
+ * work as in `Device` and include the bytes that are held back. If your application uses a binary protocol, call
+ * setWholeLines(false); then bytesAvailable() counts every byte too.
  *
- * A line without an end is not held back for ever: when 512 bytes of it have arrived (fewer if the device's read buffer
- * is smaller), they count as available. Closing the device drops bytes that were held back, as it drops all unread
- * bytes.
+ * A line without a line end is not held back for ever. It counts as available when 512 bytes of it have arrived, or
+ * fewer if the device's read buffer is smaller. Closing the device drops all unread bytes, also bytes that are held
+ * back.
  *
- * The class adds no signal and no property; class name and meta-object are those of `Device`.
+ * The class adds no signal and no property. The class name and the meta-object are the same as those of `Device`.
  */
 template <typename Device>
 class WholeLines : public Device, public WholeLinesBase
@@ -84,13 +86,14 @@ public:
     {
     }
 
-    /// The number of bytes up to the last line end received; of all bytes after setWholeLines(false).
+    /// Returns the number of bytes up to and including the last line end. After setWholeLines(false), returns the
+    /// number of all bytes.
     qint64 bytesAvailable() const override
     {
         const qint64 received = bytesReceived();
         if (received == 0 || !wholeLines())
             return received;
-        // peek() is not const, but it changes nothing that a caller can see.
+        // The cast is safe, because peek() is not const but changes nothing that a caller can see.
         auto *const device = const_cast<WholeLines *>(this);
         if (received > longestHeld) {
             const QByteArray bytes = device->peek(received);
@@ -100,25 +103,26 @@ public:
         return bytesOfWholeLines(bytes, device->peek(bytes, received), longest());
     }
 
-    /// False while any byte can be read, also a byte that is held back.
+    /// Returns false while any byte can be read, even if the byte is held back.
     bool atEnd() const override { return bytesReceived() == 0 && Device::atEnd(); }
 
     qint64 bytesReceived() const override { return Device::bytesAvailable(); }
     qint64 nextLine() const override
     {
-        char bytes[longestHeld + 1]; // one more byte, so that a line end is not cut in two
+        char bytes[longestHeld + 1]; // one more byte, because a line end may begin at the last of the others
         const qint64 size = std::min<qint64>(sizeof bytes, bytesReceived());
         if (size == 0)
             return 0;
         auto *const device = const_cast<WholeLines *>(this);
         const qint64 line = WholeLinesBase::nextLine(bytes, device->peek(bytes, size), longest());
-        // A device whose read buffer was full continues only after a read of more than it holds.
+        // If the read buffer was full, the device stopped reading. It continues when somebody asks for more bytes than
+        // it has, so this peek asks for one more byte.
         if (line == 0 && bufferLimit(*this, 0) > 0)
             device->peek(bytesReceived() + 1);
         return line;
     }
 
-    /// Lets qobject_cast<WholeLinesBase *>() find this, without RTTI.
+    /// Makes qobject_cast<WholeLinesBase *>() work for this class, which has no Q_OBJECT.
     void *qt_metacast(const char *name) override
     {
         return qstrcmp(name, qobject_interface_iid<WholeLinesBase *>()) == 0 ? static_cast<WholeLinesBase *>(this)
@@ -133,7 +137,8 @@ private:
     }
     static qint64 bufferLimit(const QIODevice &, long) { return 0; }
 
-    /// An unfinished line of this many bytes is no longer held back: 512, or the size of a smaller read buffer.
+    /// Returns the length from which on an unfinished line is no longer held back: 512, or the size of the read buffer
+    /// if it is smaller.
     qint64 longest() const
     {
         const qint64 limit = bufferLimit(*this, 0);

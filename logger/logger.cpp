@@ -41,8 +41,8 @@ void reportLostRecord(const char *why) noexcept
 
 struct Logger::Private
 {
-    mutable std::mutex mutex; // guards all members below; never held while a sink runs, so a sink may call the logger
-    // Each change replaces the whole list, so another thread can go on with the list that it has.
+    mutable std::mutex mutex; // protects all members below; not locked while a sink runs, so a sink may use the logger
+    // Each change replaces the whole list, so another thread can continue to use the old list.
     std::shared_ptr<const Sinks> sinks = std::make_shared<const Sinks>();
     int level = Logger::Warning;
     std::map<std::string, int, std::less<>> categoryLevels;
@@ -145,7 +145,7 @@ void Logger::write(Level level, const char *file, int line, const char *function
                 reportLostRecord("unknown exception");
             }
         }
-    } catch (const std::exception &exception) { // out of memory
+    } catch (const std::exception &exception) { // possible if there is no memory for the record
         reportLostRecord(exception.what());
     }
 }
@@ -172,7 +172,7 @@ LogStream::~LogStream()
 {
     if (!m_record)
         return;
-    // QDebug puts a blank after every item, also after the last.
+    // QDebug puts a blank after every item, also after the last item, so the last blank is removed.
     if (m_record->debug.autoInsertSpaces() && m_record->text.endsWith(QLatin1Char(' ')))
         m_record->text.chop(1);
     m_record->place.log(m_record->text);

@@ -16,28 +16,32 @@ class sink;
 
 class CuteMessageLogger;
 
-// In a namespace, because many programs have their own class Logger.
+// The classes are in a namespace, because many programs have their own class Logger.
 namespace JwLogger {
 
 /**
- * A log. Each record has a level and perhaps a category, and goes to any number of spdlog sinks. LOGGER_RECORD writes
- * to the logger of the process, loggerInstance(); libJwDevice writes there too.
+ * A log. Each record has a level and, if you want, a category. The logger passes each record to all its spdlog sinks.
+ * LOGGER_RECORD and libJwDevice write to the logger of the process, loggerInstance().
  *
- * At first the level is Warning, and one sink writes to standard error. All functions may be called from any thread,
+ * By default, the level is Warning, and one sink writes to standard error. All functions may be called from any thread,
  * also from a sink.
  *
- * A sink receives in its `spdlog::details::log_msg`: `level` (spdlog's trace to critical are Trace to Fatal),
- * `logger_name` = the category ("" for none), `source.filename` = the file name without folders, `source.line`,
- * `source.funcname` = the full signature of the calling function, `payload` = the text in UTF-8, without a line end.
- * If a sink throws, the other sinks still get the record; a line on standard error reports it.
+ * A sink receives each record as a `spdlog::details::log_msg` with these members:
+ * - `level`: spdlog's levels trace to critical mean Trace to Fatal
+ * - `logger_name`: the category; "" if the record has no category
+ * - `source.filename` and `source.line`: the file name without folders, and the line
+ * - `source.funcname`: the full signature of the calling function
+ * - `payload`: the text in UTF-8, without a line end
  *
- * Sinks run in the thread that logs, without a lock. If several threads log, use spdlog's `..._mt` sinks. The logger
- * never flushes a sink: set the sink's own flush policy, so that a file has its last lines after a crash.
+ * If a sink throws, the other sinks still get the record, and a line on standard error reports the lost record.
+ *
+ * Sinks run without a lock in the thread that logs. So if several threads log, use spdlog's `..._mt` sinks. The logger
+ * never flushes a sink. Set the sink's own flush policy, so that a file contains the last lines after a crash.
  */
 class JWLOGGER_EXPORT Logger
 {
 public:
-    /// Fatal is a level like the others; it does not end the program.
+    /// The levels of records. Fatal does not end the program.
     enum Level { Trace = 0, Debug = 1, Info = 2, Warning = 3, Error = 4, Fatal = 5 };
 
     Logger();
@@ -45,21 +49,22 @@ public:
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
 
-    /// Sends every later record to `sink` too, if the sink's own level allows it. Null is ignored. A sink added twice
-    /// gets every record twice.
+    /// Adds a sink, which gets every later record that the sink's own level allows. Null is ignored. If you add a sink
+    /// twice, it gets every record twice.
     void addSink(std::shared_ptr<spdlog::sinks::sink> sink);
-    /// Removes `sink`, however often it was added. A record that another thread writes just now may still reach it.
+    /// Removes `sink`, even if it was added several times. A record that another thread is writing may still reach the
+    /// sink.
     void removeSink(const std::shared_ptr<spdlog::sinks::sink> &sink);
-    /// Removes all sinks, also the sink that writes to standard error at first.
+    /// Removes all sinks, also the default sink, which writes to standard error.
     void clearSinks();
 
-    /// Sets the general level. Records below it are dropped, unless their category has its own level.
+    /// Sets the general level. Records below this level are dropped, unless their category has its own level.
     void setLevel(Level level);
-    /// Sets the level of one category. From then on the category ignores the general level. An empty category sets the
+    /// Sets the level of one category. The category then ignores the general level. If `category` is empty, sets the
     /// general level.
     void setLevel(const QString &category, Level level);
-    /// Whether a record of `level` in `category` would be written. `category` is UTF-8; null or "" is no category.
-    /// Allocates no memory.
+    /// Returns whether a record of `level` in `category` would be written. `category` is in UTF-8; null or "" means no
+    /// category. Allocates no memory.
     bool isEnabled(Level level, const char *category = nullptr) const
     {
         return level >= m_lowestLevel.load(std::memory_order_relaxed) && isEnabledFor(level, category);
@@ -75,14 +80,13 @@ private:
 
     struct Private;
     const std::unique_ptr<Private> d;
-    std::atomic<int> m_lowestLevel; // of all levels that are set; for most records this test is enough
+    std::atomic<int> m_lowestLevel; // the lowest of all set levels; drops most records without a lock
 };
 
 /**
- * The stream of one record. It takes the same values as QDebug and formats them as QDebug does: `<< "-> " << text`
- * gives
- * `->  "text"`, because QDebug puts a blank after each item and quotes around a QString. The destructor writes the
- * record, without the last blank. A stream of a disabled record ignores all values.
+ * The stream of one record. It accepts the same values as QDebug and formats them in the same way. For example,
+ * `<< "-> " << text` writes `->  "text"`, because QDebug puts a blank after each item and quotes around a QString. The
+ * destructor writes the record, without the last blank. If the record is disabled, the stream ignores all values.
  */
 class JWLOGGER_EXPORT LogStream
 {
@@ -91,7 +95,7 @@ public:
     LogStream(const LogStream &) = delete;
     LogStream &operator=(const LogStream &) = delete;
 
-    /// Adds `value` as QDebug writes it.
+    /// Adds `value`, formatted by QDebug.
     template <typename T>
     LogStream &operator<<(const T &value)
     {
@@ -99,12 +103,12 @@ public:
             stream() << value;
         return *this;
     }
-    /// Applies `manipulator`, such as Qt::hex.
+    /// Applies `manipulator`, for example Qt::hex.
     LogStream &operator<<(QTextStreamFunction manipulator);
-    LogStream &space(); ///< as QDebug::space()
-    LogStream &nospace(); ///< as QDebug::nospace()
-    LogStream &quote(); ///< as QDebug::quote()
-    LogStream &noquote(); ///< as QDebug::noquote()
+    LogStream &space(); ///< Does the same as QDebug::space().
+    LogStream &nospace(); ///< Does the same as QDebug::nospace().
+    LogStream &quote(); ///< Does the same as QDebug::quote().
+    LogStream &noquote(); ///< Does the same as QDebug::noquote().
 
 private:
     friend class ::CuteMessageLogger;
@@ -119,27 +123,30 @@ private:
 } // namespace JwLogger
 
 #ifndef JWLOGGER_NO_ALIAS
-// If your program has its own Logger, define JWLOGGER_NO_ALIAS before this header, and write JwLogger::Logger::Trace.
+// This alias is for shorter names. If your program has its own class Logger, define JWLOGGER_NO_ALIAS before you
+// include this header, and write JwLogger::Logger.
 using JwLogger::Logger;
 #endif
 
-/// The logger of the process. It is never destroyed, so destructors of static objects may still log.
+/// Returns the logger of the process. This logger is never destroyed, so destructors of static objects may also log.
 JWLOGGER_EXPORT JwLogger::Logger *loggerInstance();
 
 /**
- * One place in the source that writes records. LOGGER_RECORD creates it. The object keeps the pointers `file`,
- * `function` and `category`: they must outlive it, as literals do.
+ * A place in the source that writes records. LOGGER_RECORD creates the object. The object keeps only the pointers
+ * `file`, `function` and `category`, so the texts must outlive the object. String literals do.
  */
 class JWLOGGER_EXPORT CuteMessageLogger
 {
 public:
-    /// `file` may contain folders; the record gets the file name only. A null `category` is no category.
+    /// `file` may contain folders; the record gets only the file name. If `category` is null, the record has no
+    /// category.
     CuteMessageLogger(JwLogger::Logger *logger, JwLogger::Logger::Level level, const char *file, int line,
                       const char *function, const char *category = nullptr);
 
     /// Returns a stream that becomes one record.
     JwLogger::LogStream write() const;
-    /// Writes one record, formatted by QString::asprintf(): texts are UTF-8, numbers do not depend on the locale.
+    /// Writes one record that QString::asprintf() formats. So texts must be UTF-8, and numbers don't depend on the
+    /// locale.
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:
@@ -157,12 +164,13 @@ private:
 };
 
 /**
- * Writes a record from this place in the source, in `category` (null for none):
+ * Writes a record from this place in the source. `category` is null for a record without a category. Examples:
  * \code
  * LOGGER_RECORD(Logger::Trace, "Communication").write() << "-> " << payload;
  * LOGGER_RECORD(Logger::Warning, nullptr).write("%d of %d", i, n);
  * \endcode
- * If the record is disabled, the rest of the statement is not evaluated. `level` and `category` are evaluated twice.
+ * If the record is disabled, the program does not evaluate the rest of the statement. The macro evaluates `level` and
+ * `category` twice.
  */
 #define LOGGER_RECORD(level, category)                                                                                 \
     for (bool loggerEnabled = ::loggerInstance()->isEnabled(level, category); loggerEnabled; loggerEnabled = false)    \

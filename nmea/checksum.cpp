@@ -6,7 +6,7 @@ namespace Nmea {
 
 namespace {
 
-/// -1 if it is no digit.
+/// Returns the value of a hexadecimal digit. -1 if `digit` is no such digit.
 int hexValue(QChar digit)
 {
     const int code = digit.unicode();
@@ -39,7 +39,7 @@ int xorOf(QStringView text)
 
 int readChecksum(QStringView text, bool *ok)
 {
-    // Nearly every checksum is two digits and a line end.
+    // Nearly every checksum is two digits and a line end, so this case is handled without a copy of the text.
     if (text.size() == 4 && text.endsWith(QLatin1String("\r\n"))) {
         const int high = hexValue(text[0]);
         const int low = hexValue(text[1]);

@@ -16,7 +16,8 @@ QString Exception::message() const
 
 const char *Exception::what() const noexcept
 {
-    // The caller reads the text after this call, but the exception object has no room for it.
+    // The text must exist after this call, but the exception object has no member for it. So each thread keeps one
+    // text.
     thread_local QByteArray text;
     text = m_message.toLocal8Bit();
     return text.constData();

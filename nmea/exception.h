@@ -8,20 +8,20 @@
 
 namespace Nmea {
 
-/// Thrown by the sentence codec for every failure. Catch it by reference.
+/// The exception that the sentence codec throws at every failure. Catch it by reference.
 class JWDEVICE_EXPORT Exception : public std::exception
 {
 public:
-    /// `message` says what failed.
+    /// `message` is the text that says what failed.
     explicit Exception(const QString &message);
     Exception(const Exception &) = default;
     Exception &operator=(const Exception &) = default;
     ~Exception() override;
 
-    /// The text given to the constructor, such as "Bad end".
+    /// Returns the text that was given to the constructor, for example "Bad end".
     QString message() const;
-    /// The message in the local 8-bit encoding. Valid until the same thread calls what() of any Nmea::Exception again,
-    /// or ends.
+    /// Returns the message in the local 8-bit encoding. The result is valid until the same thread ends, or calls what()
+    /// of any Nmea::Exception again.
     const char *what() const noexcept override;
 
 private:

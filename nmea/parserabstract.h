@@ -16,13 +16,13 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // no virtual destructor on purpose, see below
+QT_WARNING_PUSH // the class has no virtual destructor on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * Parses and builds NMEA 0183 style sentences by tables. Derive your parser from it, return your tables from the hooks,
- * and call init() once after construction.
+ * Parses and builds sentences in the style of NMEA 0183 with tables. Derive your parser from this class, return your
+ * tables from the functions init...(), and call init() once after construction.
  *
  * \verbatim
  *  1 2      3       4    5
@@ -36,29 +36,29 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *  5 line end
  * \endverbatim
  *
- * A received sentence has at most 74 characters, with start flag and line end. This is the boards' limit; the standard
- * has 82. Building tests no length.
+ * A received sentence may have at most 74 characters, with start flag and line end. This is the limit of the boards;
+ * the standard allows 82. Building does not check the length.
  *
- * A format lists the names of the fields in their order in the sentence, separated by ",", for example
- * "hwversion,v1,v2,v3". An empty name skips a field of a received sentence. In a built sentence an empty name adds
- * nothing, not even a separator.
+ * A format lists the names of the fields in the order of the sentence, separated by ",", for example
+ * "hwversion,v1,v2,v3". When a sentence is parsed, an empty name skips a field. When a sentence is built, an empty name
+ * adds nothing, not even a separator.
  *
- * Every failure throws an Exception; each function lists the texts. Fields before the fault may then be stored already;
- * the parser itself does not change. Exceptions of a delegate pass through. A delegate or hook must not change its
- * parser, or the caller's arguments, while that parser parses or builds. Before init() parsing throws "Undefined
- * sentence ID: %1" and building "No formatter found".
+ * Every failure throws an Exception. The documentation of each function lists the texts. Fields before the fault may
+ * then already be stored, but the parser does not change. Exceptions of a delegate pass through. While a parser parses
+ * or builds, its delegates and virtual functions must not change the parser or the caller's arguments. Before init(),
+ * parsing throws "Undefined sentence ID: %1" and building throws "No formatter found".
  *
  * Use a parser in one thread only. The class has no virtual destructor: never delete a parser through a pointer to it.
  *
- * \tparam Session the record that the delegates fill and read
+ * \tparam Session the class of the records that the delegates fill and read
  */
 template <typename Session>
 class ParserAbstract
 {
 public:
-    /// Stores the text `value` of the field `name` in `session`. The returned value is ignored.
+    /// A function that stores the text `value` of the field `name` in `session`. The parser ignores the returned value.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// Returns the text of the field `name` of `session`.
+    /// A function that returns the text of the field `name` in `session`.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     ParserAbstract() = default;
@@ -66,72 +66,79 @@ public:
     ParserAbstract &operator=(const ParserAbstract &) = default;
     ~ParserAbstract();
 
-    /// Loads the tables from the hooks. Later calls do nothing. Returns true.
+    /// Fills the tables with the results of the virtual functions init...(). Later calls do nothing. Returns true.
     bool init();
 
     /**
-     * Fills `session` from one whole sentence. Returns true. Throws, tested in this order: "Start flag not found",
+     * Fills `session` from one whole sentence. Returns true. Tests in this order, and throws: "Start flag not found",
      * "Sentence too long", "Bad end", "Checksum field" (more than one "*"), "Checksum misspelled", "CRC calculation
-     * failed", then the texts of parseTrimmed(). The checksum is read as QString::toInt() reads a number of base 16,
-     * and only its low byte is compared. Without a "*" the line end stays part of the last field.
+     * failed", then the texts of parseTrimmed(). The checksum is read as a hexadecimal number, like QString::toInt(),
+     * and only its low byte is compared. Without a "*", the line end stays part of the last field.
      */
     bool parseSentence(Session *session, const QString &sentence);
     /**
-     * Replaces `out` with the whole sentence `sentenceId`; the fields come from `session`. Returns true. Throws "No
-     * formatter found", "Sentence ID not found", and the texts of buildParameters(); `out` is then unchanged.
+     * Replaces `out` with the whole sentence `sentenceId`. The values of the fields are in `session`. Returns true.
+     * Throws "No formatter found", "Sentence ID not found", and the texts of buildParameters(). If it throws, `out`
+     * does not change.
      *
-     * A checksum of 0x80 or more has 16 digits. Only characters beyond ASCII lead to such a checksum.
+     * A checksum of 0x80 or more is written with 16 digits. Only characters beyond ASCII lead to such a checksum.
      */
     bool buildSentence(const Session *session, int sentenceId, QString &out);
 
-    /// Removes the start flag from `sentence` and cuts the rest at the "*". Without a "*" `checksum` becomes null.
-    /// Throws "Checksum field" if there is more than one "*".
+    /// Removes the start flag from `sentence` and splits the rest at the "*" into `body` and `checksum`. Without a "*",
+    /// `checksum` becomes null. Throws "Checksum field" if there is more than one "*".
     void splitSentence(QString &sentence, QString &body, QString &checksum);
-    /// Parses identifier and fields, without start flag and checksum. Throws "Wrong sentence description length" and
-    /// the texts of parseListed().
+    /// Parses `body`: the identifier and the fields, without start flag and checksum. Throws "Wrong sentence
+    /// description length" and the texts of parseListed().
     bool parseTrimmed(Session *session, const QString &body);
-    /// `sentenceId` is the identifier text, `params` the texts of the fields. Throws "Undefined sentence ID: %1",
-    /// "Format not found for sentence ID", and the texts of parseParameters().
+    /// Parses a sentence that is already split. `sentenceId` is the text of the identifier, and `params` are the texts
+    /// of the fields. Throws "Undefined sentence ID: %1", "Format not found for sentence ID", and the texts of
+    /// parseParameters().
     bool parseListed(Session *session, const QString &sentenceId, const QStringList &params);
-    /// There may be fewer fields than names. Throws "Specified parameters list and formatting string
-    /// incompatible" (more fields than names), "Unknown format token in sentence formatter".
+    /// Parses the texts of the fields by the names in `format`. There may be fewer fields than names. Throws "Specified
+    /// parameters list and formatting string incompatible" (more fields than names), and "Unknown format token in
+    /// sentence formatter".
     bool parseParameters(Session *session, const QStringList &params, const QString &format);
-    /// The fields of a sentence, joined. Throws "Unknown format token in sentence formatter: %1".
+    /// Returns the fields that `format` names, joined by separators. Throws "Unknown format token in sentence
+    /// formatter: %1".
     QString buildParameters(const Session *session, const QString &format);
 
 protected:
-    /// Sentence key to identifier. All identifiers differ, and no key is -9999.
+    /// Returns the table from sentence key to identifier. All identifiers must differ, and no key may be -9999.
     virtual QHash<int, QString> initSentenceIdentifiers();
-    /// Not used by this class.
+    /// Returns an empty table. This class never calls the function.
     virtual QHash<int, QString> initTalkerIdentifiers();
-    /// Sentence key to the format of a received sentence. A key without a format can't be parsed.
+    /// Returns the table from sentence key to the format of a received sentence. A sentence without a format can't be
+    /// parsed.
     virtual QHash<int, QString> initSentenceFormatsParse();
-    /// Sentence key to the format of a built sentence. A key without a format can't be built.
+    /// Returns the table from sentence key to the format of a built sentence. A sentence without a format can't be
+    /// built.
     virtual QHash<int, QString> initSentenceFormatsBuild();
-    /// Field name to its delegate, for every name in the formats of received sentences.
+    /// Returns the table from field name to delegate, for every name in the formats of received sentences.
     virtual QHash<QString, ParserDelegate> initParserDelegates();
-    /// Field name to its delegate, for every name in the formats of built sentences.
+    /// Returns the table from field name to delegate, for every name in the formats of built sentences.
     virtual QHash<QString, BuilderDelegate> initBuilderDelegates();
-    /// Stores the key of the sentence that was recognised. Does nothing in this class.
+    /// Called when the sentence `sentenceId` was recognised, so that a derived class can store the key. Does nothing in
+    /// this class.
     virtual void setSentenceId(Session *session, int sentenceId);
 
-    QHash<int, QString> m_sentenceIds; ///< see initSentenceIdentifiers()
-    QHash<int, QString> m_formatsParse; ///< see initSentenceFormatsParse()
-    QHash<int, QString> m_formatsBuild; ///< see initSentenceFormatsBuild()
-    QChar m_startFlag = QLatin1Char('$'); ///< begins every built sentence
-    QChar m_startFlagAlt = QLatin1Char('!'); ///< may begin a received sentence
-    QString m_lineEnd = QStringLiteral("\r\n"); ///< ends every sentence
-    int m_maxLength = 74; ///< characters of a received sentence, with start flag and line end
-    QChar m_checksumDelimiter = QLatin1Char('*'); ///< between the fields and the checksum
-    QChar m_fieldSeparator = QLatin1Char(','); ///< before each field
-    QChar m_formatSeparator = QLatin1Char(','); ///< between the names of a format
-    int m_reservedId = -9999; ///< never the key of a sentence; not used by this class
-    int m_undefinedId = -9999; ///< stands for an identifier that is not in the table
+    QHash<int, QString> m_sentenceIds; ///< the table from initSentenceIdentifiers()
+    QHash<int, QString> m_formatsParse; ///< the table from initSentenceFormatsParse()
+    QHash<int, QString> m_formatsBuild; ///< the table from initSentenceFormatsBuild()
+    QChar m_startFlag = QLatin1Char('$'); ///< first character of every built sentence
+    QChar m_startFlagAlt = QLatin1Char('!'); ///< another first character that a received sentence may have
+    QString m_lineEnd = QStringLiteral("\r\n"); ///< last characters of every sentence
+    int m_maxLength = 74; ///< largest length of a received sentence, with start flag and line end
+    QChar m_checksumDelimiter = QLatin1Char('*'); ///< character between the fields and the checksum
+    QChar m_fieldSeparator = QLatin1Char(','); ///< character before each field
+    QChar m_formatSeparator = QLatin1Char(','); ///< character between the names of a format
+    int m_reservedId = -9999; ///< a number that is no key of a sentence; this class does not use it
+    int m_undefinedId = -9999; ///< the key of an identifier that is not in the table
     bool m_initialized = false; ///< whether init() was called
-    QHash<QString, ParserDelegate> m_parserDelegates; ///< see initParserDelegates()
-    QHash<QString, BuilderDelegate> m_builderDelegates; ///< see initBuilderDelegates()
-    /// A derived parser sets this to act as the board: it then parses by the formats of built sentences, and builds by
-    /// the formats of received sentences.
+    QHash<QString, ParserDelegate> m_parserDelegates; ///< the table from initParserDelegates()
+    QHash<QString, BuilderDelegate> m_builderDelegates; ///< the table from initBuilderDelegates()
+    /// Exchanges the formats, so that a derived parser can act as the board. If true, the parser uses the formats of
+    /// built sentences to parse, and the formats of received sentences to build.
     bool m_reversed = false;
 
 private:
@@ -229,11 +236,11 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
     const int withoutFields = sentence.size();
     sentence += m_fieldSeparator;
     appendSentenceFields(sentence, session, *format);
-    if (sentence.size() == withoutFields + 1) // no fields, so no separator
+    if (sentence.size() == withoutFields + 1) // there are no fields, so the separator is removed
         sentence.chop(1);
     sentence += m_checksumDelimiter;
     const QStringView checked = QStringView(sentence).mid(1);
-    // Without identifier and fields the checksum counts the delimiter itself.
+    // The checksum does not count the delimiter. Only if identifier and fields are empty, it counts the delimiter.
     appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
     sentence += m_lineEnd;
     out = std::move(sentence);
@@ -293,7 +300,8 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
 
-    // If the delegate kept no copy of the text, its memory is used again. Most texts become numbers.
+    // If the delegate did not keep the text, its memory is used again for the next field. This saves time, because most
+    // texts become numbers.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;

@@ -10,7 +10,7 @@ using JwDevice::VersionSentence;
 
 namespace {
 
-/// As QString::toInt(), but faster for a few plain digits, which nearly every number is.
+/// Returns the same as QString::toInt(). Faster if the text is a few plain digits, as in nearly every number.
 int toInt(const QString &text)
 {
     constexpr int digitsOfAnyInt = 9;

@@ -6,12 +6,13 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // see ParserAbstract
+QT_WARNING_PUSH // no virtual destructor, see ParserAbstract
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
 /**
- * The queries that ask a board which type it is, and the replies. JwDevice::SentenceKey has the keys.
+ * The parser for the queries that ask a board which type it is, and for the replies. JwDevice::SentenceKey lists the
+ * keys.
  *
  * \verbatim
  * Version query, host to board              Version reply, board to host
@@ -37,8 +38,8 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *                                            10 checksum
  * \endverbatim
  *
- * The other directions throw: key 2 can't be parsed, key 3 can't be built. The record of parse() and build() is a
- * JwDevice::SessionInit. Call init() once after construction.
+ * Each sentence works only in the directions above: parsing key 2 throws, and building key 3 throws. The record of
+ * parse() and build() is a JwDevice::SessionInit. Call init() once after construction.
  */
 class JWDEVICE_EXPORT ParserInit : public JwDevice::IPayloadParser, public ParserAbstract<JwDevice::SessionInit>
 {
@@ -46,16 +47,16 @@ public:
     ParserInit();
     ~ParserInit() override;
 
-    /// See JwDevice::IPayloadParser::parse; `session` must be a JwDevice::SessionInit.
+    /// Parses a sentence, see JwDevice::IPayloadParser::parse. `session` must be a JwDevice::SessionInit.
     bool parse(JwDevice::SessionAbstract *session, const QString &sentence) override;
-    /// Builds the sentence named by the session's own sentenceId; `session` must be a JwDevice::SessionInit.
+    /// Builds the sentence with the key `sentenceId` in `session`, which must be a JwDevice::SessionInit.
     bool build(const JwDevice::SessionAbstract *session, QString &sentence) override;
 
-    /// Stores `value` as an int under `name`; 0 if it is no number. Returns true.
+    /// Stores `value` as an int in the field `name`. Stores 0 if `value` is no number. Returns true.
     static bool parseInt(JwDevice::SessionInit *session, const QString &value, const QString &name);
-    /// Stores `value` as a text under `name`, also if it is empty. Returns true.
+    /// Stores `value` as a text in the field `name`, even if `value` is empty. Returns true.
     static bool parseString(JwDevice::SessionInit *session, const QString &value, const QString &name);
-    /// The text of field `name`; empty if the record lacks it.
+    /// Returns the text of the field `name`. Empty if the record does not contain the field.
     static QString buildString(const JwDevice::SessionInit *session, const QString &name);
 
 protected:

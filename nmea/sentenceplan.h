@@ -13,28 +13,28 @@
 namespace Nmea {
 
 /**
- * The tables of a ParserAbstract, prepared for speed: formats are split, delegates looked up, identifiers sorted. Not
- * for applications.
+ * The tables of a ParserAbstract in a form that is fast to use: formats are split, delegates are found, identifiers are
+ * sorted. Applications don't use this class.
  */
 template <typename Session>
 class SentencePlan
 {
 public:
-    /// See ParserAbstract::ParserDelegate.
+    /// The same type as ParserAbstract::ParserDelegate.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// See ParserAbstract::BuilderDelegate.
+    /// The same type as ParserAbstract::BuilderDelegate.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
-    /// One name of a format with its delegates.
+    /// One field name in a format, with its delegates.
     struct Field
     {
-        QString name; ///< empty: the field is skipped
-        ParserDelegate parse; ///< null: none
-        BuilderDelegate build; ///< null: none
+        QString name; ///< name of the field; if empty, the field is skipped
+        ParserDelegate parse; ///< delegate that parses the field; null if there is none
+        BuilderDelegate build; ///< delegate that builds the field; null if there is none
     };
-    using Fields = QVector<Field>; ///< in the order of the format
+    using Fields = QVector<Field>; ///< the fields in the order of the format
 
-    /// Prepares the tables again if one of them has changed.
+    /// Prepares the tables again if a table of the parser has changed.
     void update(const QHash<int, QString> &sentenceIds, const QHash<int, QString> &formatsParse,
                 const QHash<int, QString> &formatsBuild, const QHash<QString, ParserDelegate> &parserDelegates,
                 const QHash<QString, BuilderDelegate> &builderDelegates, QChar formatSeparator)
@@ -53,14 +53,15 @@ public:
         m_fieldsBuild = fieldsOfAll(formatsBuild);
         m_identifiers.clear();
         for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it) {
-            // After equal texts: if two keys have one identifier, the first key in the table counts.
+            // Inserts after equal texts. So if two keys have the same identifier, key() finds the first key in the
+            // table.
             const auto place = std::upper_bound(m_identifiers.begin(), m_identifiers.end(), it.value(),
                                                 [](const QString &text, const Identifier &b) { return text < b.text; });
             m_identifiers.insert(place, {it.value(), it.key()});
         }
     }
 
-    /// The key of the sentence with this identifier; `otherwise` if there is none.
+    /// Returns the key of the sentence with this identifier. If there is none, returns `otherwise`.
     int key(QStringView identifier, int otherwise) const
     {
         const auto known = std::lower_bound(m_identifiers.begin(), m_identifiers.end(), identifier,
@@ -68,12 +69,12 @@ public:
         return known != m_identifiers.end() && known->text == identifier ? known->key : otherwise;
     }
 
-    /// Sentence key to the fields of a received sentence.
+    /// Returns the table from sentence key to the fields of a received sentence.
     const QHash<int, Fields> &fieldsParse() const { return m_fieldsParse; }
-    /// Sentence key to the fields of a built sentence.
+    /// Returns the table from sentence key to the fields of a built sentence.
     const QHash<int, Fields> &fieldsBuild() const { return m_fieldsBuild; }
 
-    /// The fields that `format` names.
+    /// Returns the fields that `format` names.
     Fields fieldsOf(const QString &format) const
     {
         const QStringList names = format.split(m_formatSeparator);
@@ -84,7 +85,7 @@ public:
             const auto build = m_builderDelegates.constFind(name);
             const bool isParsed = parse != m_parserDelegates.constEnd();
             const bool isBuilt = build != m_builderDelegates.constEnd();
-            // Shares the text of the table if it has the name: this saves memory.
+            // If a table contains the name, its text is shared, which saves memory.
             fields.append({isParsed      ? parse.key()
                                : isBuilt ? build.key()
                                          : name,
@@ -104,7 +105,7 @@ private:
     {
         QHash<int, Fields> fields;
         for (auto it = formats.constBegin(); it != formats.constEnd(); ++it) {
-            if (!fields.contains(it.key())) // if a key has two formats, the newest counts, and it comes first
+            if (!fields.contains(it.key())) // if a key has two formats, the newest is used, which is first in the table
                 fields.insert(it.key(), fieldsOf(it.value()));
         }
         return fields;
@@ -118,7 +119,7 @@ private:
     QChar m_formatSeparator;
     QHash<int, Fields> m_fieldsParse;
     QHash<int, Fields> m_fieldsBuild;
-    std::vector<Identifier> m_identifiers; // sorted
+    std::vector<Identifier> m_identifiers; // sorted by text
 };
 
 } // namespace Nmea

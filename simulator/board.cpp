@@ -20,7 +20,7 @@ constexpr int readSize = 4096;
 constexpr int longestLine = 1024;
 constexpr int mostJournalEntries = 20000;
 constexpr qint64 mostJournalBytes = 4 * 1024 * 1024;
-constexpr int longestDrain = 100; // milliseconds
+constexpr int longestDrain = 100; // milliseconds that the host gets to read the last bytes before a pull
 
 const char *const unaskedBodies[] = {
     "GPGLL,4916.45,N,12311.12,W,225444,A",
@@ -61,13 +61,13 @@ public:
 
     bool isIdle() const { return !sending && outbox.isEmpty(); }
 
-    // Bytes to send. A reply is made when its turn comes: a thousand replies with their noise would fill the memory.
+    // Bytes to send. Each reply is made only when it is needed, because a thousand replies with noise need much memory.
     struct Job
     {
         QByteArray bytes;
-        int begin = 0; // of the bytes that were not sent yet
-        int replies = 0; // that follow these bytes and are not made yet
-        int chunk = 0; // bytes per piece; 0 = everything in one piece
+        int begin = 0; // index of the first byte that was not sent
+        int replies = 0; // number of replies to send after `bytes`; they are not made yet
+        int chunk = 0; // bytes per piece; if 0, everything is one piece
         bool gapIsDue = false;
 
         int left() const { return bytes.size() - begin; }
@@ -80,12 +80,12 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
-    QTimer drain; // runs while the cable is about to be pulled; the board sends nothing more
+    QTimer drain; // runs shortly before the cable is pulled; while it runs, the board sends nothing
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;
-    QByteArray pending; // left the board, but the port has not taken them yet
-    QByteArray written; // the part of the present piece that the port has taken
+    QByteArray pending; // bytes that left the board, but that the port has not taken
+    QByteArray written; // the part of the current piece that the port has taken
     bool sending = false;
     bool feeding = false;
 };
@@ -102,7 +102,7 @@ Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_
 
 Board::~Board()
 {
-    // The notifiers must go before the descriptor that they watch, which m_port closes.
+    // m_port closes the descriptor, so the notifiers in m_line, which watch the descriptor, are deleted before.
     delete m_line;
 }
 
@@ -140,7 +140,7 @@ void Board::connectLine()
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
     if (first && m_config.pullAfter >= 0) {
-        // The time starts with the event loop, so that making many boards does not use it up.
+        // The time starts when the event loop runs. Otherwise the time could end while many boards are still made.
         QTimer::singleShot(0, m_line, [this, line = m_line] {
             if (m_line == line)
                 line->pull.start(m_config.pullAfter);
@@ -159,7 +159,7 @@ void Board::pull()
     if (m_line) {
         if (!m_line->written.isEmpty())
             record(JournalEntry::Sent, m_line->written);
-        // One of the line's timers may have called this, so delete the line later.
+        // A timer of the line may have called pull(), so stop() deletes the line later.
         m_line->stop();
         m_line = nullptr;
     }
@@ -188,7 +188,8 @@ void Board::onReadable()
         m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
     else if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_line->readable.setEnabled(false);
-    // A slow line makes the host wait instead of growing here. onReceived() reads again.
+    // On a slow line, the board stops reading, so that the host waits and memory does not grow. onReceived() starts to
+    // read again.
     if (m_line && m_line->fromHost.waiting() >= readSize)
         m_line->readable.setEnabled(false);
 }
@@ -272,7 +273,7 @@ QByteArray Board::takePiece()
 
 void Board::sendUnasked()
 {
-    // Nothing piles up for a host that does not read: it misses these bytes.
+    // If the host does not read, the board skips these bytes, so that they don't pile up.
     if (!m_line->isIdle())
         return;
     switch (boardKind(m_config.kind).unasked) {
@@ -293,7 +294,8 @@ void Board::sendNext()
     Line *const line = m_line;
     if (line->feeding)
         return;
-    // A loop, because a piece that the port takes at once would otherwise send the next piece by recursion.
+    // If the port takes a piece at once, writePending() calls this function again. `feeding` makes that call return,
+    // and the loop sends the next piece, so there is no deep recursion.
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
@@ -323,7 +325,7 @@ void Board::writePending()
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // If the port is full, wait until the host reads. Waiting helps against no other error.
+            // If the port is full, the board waits until the host reads. After another error, waiting would not help.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }
@@ -333,7 +335,7 @@ void Board::writePending()
         most -= count;
     }
     if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
-        // A pull drops the bytes that the host has not read, so give it a moment to read them.
+        // A pull drops the bytes that the host has not read, so the host gets a moment to read them.
         line->drain.start(1);
     }
     const bool whole = line->pending.isEmpty() && line->toHost.waiting() == 0;

@@ -14,24 +14,25 @@ namespace JwSimulator {
 
 class Port;
 
-/// One entry of a board's journal: bytes that travelled on its line.
+/// One entry of a board's journal: bytes that the board received or sent.
 struct JournalEntry
 {
-    /// Which way the bytes travelled.
+    /// The direction in which the bytes travelled.
     enum Direction {
-        Received, ///< from the host: one line with its line feed, or the part of a line that came so far
-        Sent ///< from the board: a reply, a chunk of a reply, or the bytes of a send()
+        Received, ///< from the host: one line with its line feed, or the part of a line that has arrived so far
+        Sent ///< from the board: a reply, a chunk of a reply, or the bytes of one call of send()
     };
-    Direction direction; ///< which way the bytes travelled
-    qint64 milliseconds; ///< on the Testbed's clock, when the last byte travelled
+    Direction direction; ///< direction in which the bytes travelled
+    qint64 milliseconds; ///< time of the last byte, on the Testbed's clock
     QByteArray bytes; ///< the bytes themselves
 };
 
 /**
- * One simulated board on one simulated port.
+ * A simulated board on its own simulated port.
  *
- * Testbed::add() makes the board, and the Testbed owns it. The board lives in the thread that made it, answers from
- * that thread's event loop, and waits by QTimer only. The times in the journal and pullTime() are real time.
+ * Testbed::add() makes the board, and the Testbed owns it. The board belongs to the thread that called add(). It
+ * answers in the event loop of this thread and waits only by QTimer. The times in the journal and pullTime() are real
+ * time.
  *
  * \code
  * JwSimulator::Testbed testbed;
@@ -48,39 +49,46 @@ class Board : public QObject
 public:
     ~Board() override;
 
-    /// The value given to Testbed::add(), with port, serial and hwversion filled in.
+    /// Returns the configuration that Testbed::add() got. Its port, serial and hwversion are never null, because the
+    /// Testbed fills them in.
     const BoardConfig &config() const { return m_config; }
-    /// Name of the port without folder, for example "ttyACM0".
+    /// Returns the name of the port without the folder, for example "ttyACM0".
     QString portName() const { return m_config.port; }
 
-    /// Sends `bytes` unchanged, at the speed of the line, after everything that still waits to be sent. The board keeps
+    /// Sends `bytes` unchanged, at the speed of the line, after all bytes that still wait to be sent. The board keeps
     /// the bytes until the host reads them. Returns false if the cable is pulled or the port is denied.
     bool send(const QByteArray &bytes);
 
-    /// Pulls the cable: an open port reports an error to the host, and the device leaves the system. Bytes that were
-    /// not sent yet, or that the host has not read, are lost. Does nothing if the cable is already pulled.
+    /// Pulls the cable. The system then removes the device, and a port that the host has open reports an error. Bytes
+    /// that the board has not sent, or that the host has not read, are lost. Does nothing if the cable is already
+    /// pulled.
     void pull();
-    /// Plugs the cable in again after pull(), as a new device with the same port name. Counters and journal go on.
-    /// Returns false if the cable is not pulled or the system refuses; `error` (may be null) then has one line.
+    /// Plugs the cable in again after pull(). The system then has a new device with the same port name. Counters and
+    /// journal continue. If the cable is not pulled, or the system refuses, returns false and sets `error` (may be
+    /// null) to one line.
     bool plug(QString *error = nullptr);
-    /// Whether the cable is plugged in.
+    /// Returns whether the cable is plugged in.
     bool isPlugged() const { return m_plugged; }
-    /// Milliseconds on the Testbed's clock at the last pull; -1 if the cable was never pulled.
+    /// Returns the time of the last pull, in milliseconds on the Testbed's clock. -1 if the cable was never pulled.
     qint64 pullTime() const { return m_pullTime; }
 
-    /// Number of whole queries with the right checksum that this kind of board answers, including the ignored ones.
+    /// Returns the number of queries that the board received so far: whole sentences with the right checksum that this
+    /// kind of board answers. Queries without a reply because of BoardConfig::ignore are counted too.
     int queryCount() const { return m_queries; }
-    /// Everything received and sent so far, in order. Only the newest 20000 entries stay, and at most 4 MiB.
+    /// Returns what the board received and sent so far, oldest first. The board keeps only the newest 20000 entries,
+    /// and at most 4 MiB.
     QList<JournalEntry> journal() const;
 
 Q_SIGNALS:
-    /// Bytes arrived from the host. On a paced line they arrive in the pieces that the line delivers.
+    /// Emitted when bytes arrived from the host. On a line with a speed or with USB, the bytes arrive in the pieces
+    /// that such a line delivers.
     void received(const QByteArray &bytes);
-    /// A whole sentence with the right checksum arrived; `sentence` has no line end. The reply has not begun yet.
+    /// Emitted when a whole sentence with the right checksum arrived, before the board starts to reply. `sentence` has
+    /// no line end.
     void sentenceReceived(const QByteArray &sentence);
-    /// The host can read these bytes now: a whole reply, a chunk of a reply, or the bytes of a send().
+    /// Emitted when the host can read `bytes`: a whole reply, a chunk of a reply, or the bytes of one call of send().
     void sent(const QByteArray &bytes);
-    /// The cable was pulled, by pull() or as configured.
+    /// Emitted when the cable was pulled: by pull(), or because of BoardConfig::pullAfter or pullAfterBytes.
     void pulled();
 
 private:
@@ -105,7 +113,7 @@ private:
     BoardConfig m_config;
     const QElapsedTimer &m_clock;
     const std::unique_ptr<Port> m_port;
-    Line *m_line = nullptr; // a child of this object; null while the cable is pulled or the port is denied
+    Line *m_line = nullptr; // child of this object; null while the cable is pulled or the port is denied
     bool m_plugged = false;
     int m_queries = 0;
     qint64 m_bytesSent = 0;

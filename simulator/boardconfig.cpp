@@ -14,13 +14,13 @@ namespace JwSimulator {
 
 namespace {
 
-constexpr int longestWait = 24 * 60 * 60 * 1000; // milliseconds
+constexpr int longestWait = 24 * 60 * 60 * 1000; // milliseconds; one day
 constexpr int largestCount = 1000000;
 
 struct Key
 {
     QString name;
-    QString allowed; // ends the sentence "<key> takes ..."
+    QString allowed; // the allowed values; completes the message "<key> takes ..."
     QString meaning;
     std::function<bool(BoardConfig &, const QString &)> set;
 };
@@ -47,7 +47,7 @@ Key textKey(const char *name, QString BoardConfig::*member, const char *pattern,
             [=](BoardConfig &config, const QString &value) {
                 if (!expression.match(value).hasMatch())
                     return false;
-                config.*member = value.isEmpty() ? QStringLiteral("") : value; // null means the default
+                config.*member = value.isEmpty() ? QStringLiteral("") : value; // null would mean the default
                 return true;
             }};
 }
@@ -189,7 +189,7 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// Checks the keys that depend on each other.
+// Returns whether the keys that depend on each other fit together.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)
@@ -202,7 +202,7 @@ std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // A fraction keeps its point, so that the key refuses it.
+    // The text of a fraction contains a point, so that keys for whole numbers refuse it.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;

@@ -9,79 +9,86 @@ class QJsonObject;
 namespace JwSimulator {
 
 /**
- * A plain value that says what one simulated board is and how it behaves. Fill it by hand, from text or from JSON.
+ * The configuration of a simulated board: what the board is and how it behaves. Set the members yourself, or read them
+ * from text or JSON.
  *
  * The text form is `KIND[,key=value...]`, for example "BoardA,delay=20,port=ttyACM3". The JSON form is an object with
- * the same names: {"kind": "BoardA", "delay": 20, "port": "ttyACM3"}.
+ * the same names, for example {"kind": "BoardA", "delay": 20, "port": "ttyACM3"}.
  */
 struct BoardConfig
 {
-    /// What the board says. Other stays the last kind: boardkind.h checks its table by it.
+    /// The kind decides which sentences the board sends. Other must stay the last kind, because boardkind.h uses it to
+    /// check the length of a table.
     enum class Kind {
         BoardA, ///< answers "$PJWVER*0c" with its version sentence
-        BoardB, ///< as BoardA, with another hardware version
+        BoardB, ///< answers like BoardA, but with another hardware version
         BoardC, ///< answers "$PTJWWR,INF*71" with its description sentence
         Silent, ///< never sends anything by itself; a test can still call Board::send()
         Babble, ///< sends a burst of 1 to 64 random bytes at every interval
-        Other ///< sends a well-formed sentence at every interval, as a navigation receiver does; answers nothing
+        Other ///< sends a well-formed sentence at every interval, like a navigation receiver; answers nothing
     };
-    /// The checksums in the sentences that the board sends.
+    /// Whether the checksums are right in the sentences that the board sends.
     enum class Checksum {
-        Good, ///< right
+        Good, ///< right in every sentence
         Wrong ///< wrong in every sentence
     };
-    /// How bytes travel between board and host, in both directions.
+    /// How bytes travel between board and host. This is the same in both directions.
     enum class Usb {
-        None, ///< as they are written; with a speed, the bytes of each millisecond together
-        Cdc, ///< the board has its own full-speed USB: whole packets of up to 64 bytes; it has no line speed
-        Bridge ///< a UART behind a UART-to-USB bridge: every millisecond the bytes that the UART carried in that time
+        None, ///< bytes arrive as they were written; with a speed, the bytes of each millisecond arrive together
+        Cdc, ///< the board has its own full-speed USB: packets of up to 64 bytes arrive whole; there is no line speed
+        Bridge ///< a bridge from UART to USB passes on, every millisecond, the bytes that the UART carried in that time
     };
     /// What happens when a program opens the port.
     enum class Open {
         Ok, ///< the port opens
-        Busy, ///< the port is in use: there is a lock file of a living process, and the port is in exclusive mode
-        Denied ///< permission denied, also for root
+        Busy, ///< the port is in use: a running process holds its lock file, and the port is in exclusive mode
+        Denied ///< the system denies permission, also to root
     };
 
-    Kind kind = Kind::BoardA; ///< what the board says
+    Kind kind = Kind::BoardA; ///< kind of the board, which decides what the board sends
 
     int delay = 0; ///< milliseconds between the end of a query and the start of the reply
-    int speed = 0; ///< baud, at 10 bit times a byte in each direction; 0 = no pacing, but 115200 with Usb::Bridge; no
-                   ///< effect with Usb::Cdc
-    Usb usb = Usb::None; ///< how bytes travel between board and host
-    int chunk = 0; ///< bytes per write of a reply; 0 = the reply in one piece
-    int gap = 0; ///< milliseconds between two chunks
-    int noise = 0; ///< random bytes (never NUL) before each reply
-    Checksum checksum = Checksum::Good; ///< checksums in the sentences that the board sends
-    QString hwversion; ///< hardware version in the reply; null = the default of the kind, for BoardA 7300022
+    /// Speed of the line in baud, in each direction. Each byte takes 10 bit times. 0 means no delay on the line, but
+    /// 115200 baud with Usb::Bridge. The speed has no effect with Usb::Cdc.
+    int speed = 0;
+    Usb usb = Usb::None; ///< type of the connection between board and host
+    int chunk = 0; ///< bytes in each piece of a reply; 0 = the reply is one piece
+    int gap = 0; ///< milliseconds between two pieces of a reply
+    int noise = 0; ///< number of random bytes (never NUL) before each reply
+    Checksum checksum = Checksum::Good; ///< whether the board sends right checksums
+    /// Hardware version in the reply. Null means the default of the kind, for example 7300022 for BoardA.
+    QString hwversion;
     int ignore = 0; ///< number of queries at the start that get no reply
-    int replies = 1; ///< replies to each query, back to back
-    int pullAfter = -1; ///< the cable is pulled once, this many milliseconds after the event loop first runs with the
-                        ///< port; -1 = never
-    int pullAfterBytes = -1; ///< the cable is pulled once, after the board sent this many bytes and the host read them
-                             ///< or 100 ms passed; -1 = never
+    int replies = 1; ///< number of replies to each query, sent without a pause
+    /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
+    int pullAfter = -1;
+    /// The cable is pulled once, after the board sent this many bytes. The host gets up to 100 ms to read the bytes
+    /// before the pull. -1 means never.
+    int pullAfterBytes = -1;
     Open open = Open::Ok; ///< what happens when a program opens the port
     QString manufacturer = QStringLiteral("STMicroelectronics."); ///< USB manufacturer
     quint16 vendor = 0x0483; ///< USB vendor id
     quint16 product = 0x5740; ///< USB product id
     QString productName = QStringLiteral("Simulated board"); ///< USB product name
-    QString serial; ///< USB serial number; null = one that no other board of the testbed has
-    QString port; ///< port name without folder; null = the first free one of ttyACM0, ttyACM1, ...: no board of this or
-                  ///< another simulation has it, and it is not locked
-    int interval = 100; ///< milliseconds between two sentences of Other, or two bursts of Babble
-    uint seed = 1; ///< of everything random; the same seed gives the same bytes
+    QString serial; ///< USB serial number; null = a number that no other board of the testbed has
+    /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
+    /// any simulation has it and no running program has locked it.
+    QString port;
+    int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
+    uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes
 
-    /// Reads the text form. Returns nothing if the text is wrong; `error` (may be null) then has one line that says
+    /// Reads the text form. If the text is wrong, returns nothing and sets `error` (may be null) to one line that says
     /// what is allowed.
     static std::optional<BoardConfig> fromText(const QString &text, QString *error = nullptr);
 
-    /// Reads the JSON form. A number may stand there as a number or as text. Errors as in fromText().
+    /// Reads the JSON form. The value of a number may be a JSON number or a text. Errors are reported as in fromText().
     static std::optional<BoardConfig> fromJson(const QJsonObject &object, QString *error = nullptr);
 
-    /// For the help text of a program: the kinds, then each key with its meaning and its allowed values.
+    /// Returns a part of the help text of a program. It lists the kinds, then each key with its meaning and allowed
+    /// values.
     static QString help();
 
-    /// The name of a kind in the text form.
+    /// Returns the name of a kind, as the text form uses it.
     static QString kindName(Kind kind);
 };
 

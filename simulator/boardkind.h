@@ -4,21 +4,21 @@
 
 namespace JwSimulator {
 
-/// Everything that differs between the kinds of boards.
+/// Everything in which the kinds of boards differ.
 struct BoardKind
 {
     enum class Unasked { Nothing, RandomBytes, Sentences };
 
     BoardConfig::Kind kind;
-    const char *name; ///< in the text form, in JSON and in reports
-    const char *query; ///< body of the query that the board answers; empty = it answers none
+    const char *name; ///< name in the text form, in JSON and in reports
+    const char *query; ///< body of the query that the board answers; empty = the board answers no query
     const char *reply; ///< body of the reply; "%1" stands for the hardware version
     const char *hwversion; ///< default hardware version
-    Unasked unasked; ///< what the board sends without a query
+    Unasked unasked; ///< the kind of bytes that the board sends without a query
 };
 
-/// A new kind of board needs a name in BoardConfig::Kind and a row here, in the same order. Everything else reads this
-/// table: parsing, help, errors, reports and the boards. The manual page docs/man/jwsim.1 describes each kind.
+/// To add a kind of board, add a name to BoardConfig::Kind and a row here, in the same order. Parsing, help, errors,
+/// reports and the boards read this table. Also describe the kind in the manual page docs/man/jwsim.1.
 inline constexpr BoardKind boardKinds[] = {
     {BoardConfig::Kind::BoardA, "BoardA", "PJWVER", "PJWVER,%1,1,4,0", "7300022", BoardKind::Unasked::Nothing},
     {BoardConfig::Kind::BoardB, "BoardB", "PJWVER", "PJWVER,%1,1,4,0", "7300021", BoardKind::Unasked::Nothing},

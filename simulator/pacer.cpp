@@ -5,8 +5,8 @@ namespace JwSimulator {
 namespace {
 
 constexpr int bridgeSpeed = 115200; // baud
-constexpr int packetSize = 64; // bytes of a bulk packet at full speed
-constexpr int packetsPerFrame = 19; // most packets in 1 ms of full-speed USB 2.0
+constexpr int packetSize = 64; // largest number of bytes in a bulk packet at full speed
+constexpr int packetsPerFrame = 19; // largest number of packets in 1 ms of full-speed USB
 
 } // namespace
 
@@ -26,7 +26,7 @@ Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
         m_released += bytes.size();
         m_waiting.remove(0, bytes.size());
         Q_EMIT released(bytes);
-        if (m_waiting.isEmpty()) // otherwise a receiver pushed more, which follows without a pause
+        if (m_waiting.isEmpty()) // not empty if more bytes wait; a slot of released() may also have pushed some
             m_timer.stop();
     });
 }
@@ -52,13 +52,13 @@ void Pacer::clear()
     m_timer.stop();
 }
 
-// Milliseconds to the next tick of the timer.
+// Returns the milliseconds to the next tick of the timer.
 int Pacer::interval() const
 {
     return m_usb == BoardConfig::Usb::Cdc && m_ticks % packetsPerFrame != 0 ? 0 : 1;
 }
 
-// Bytes that arrive at this tick.
+// Returns the number of bytes that arrive at this tick.
 qint64 Pacer::due() const
 {
     switch (m_usb) {

@@ -9,26 +9,27 @@
 namespace JwSimulator {
 
 /**
- * One direction of a board's line. It takes bytes and releases them in the pieces, and at the times, in which they
- * arrive at the other end.
+ * One direction of the line between board and host. The pacer takes the bytes that one end sends. It releases them in
+ * the pieces and at the times in which the other end would receive them.
  *
- * It measures time only by its QTimer, in milliseconds since the line became busy:
+ * The pacer measures time only by its QTimer, in milliseconds since the line became busy:
  * - A plain line without a speed releases everything inside push().
- * - A plain line with a speed releases each byte in the millisecond nearest to its end. A byte takes ten bit times.
+ * - A plain line with a speed releases each byte in the millisecond that is nearest to the end of the byte. A byte
+ *   takes ten bit times.
  * - A bridge releases, every millisecond, the whole bytes that the UART carried in that millisecond.
- * - CDC releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet. After
- *   as many packets as one full-speed frame holds, it waits for the next millisecond.
+ * - CDC releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet. When
+ *   the packets fill one full-speed frame, CDC waits for the next millisecond.
  */
 class Pacer : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `speed` is in baud. For both values see BoardConfig.
+    /// `speed` is in baud. BoardConfig::usb and BoardConfig::speed describe the arguments.
     Pacer(BoardConfig::Usb usb, int speed, QObject *parent = nullptr);
 
     void push(const QByteArray &bytes);
-    /// Number of bytes still on the line.
+    /// Returns the number of bytes that are still on the line.
     int waiting() const { return m_waiting.size(); }
     /// Drops the bytes that are still on the line.
     void clear();
@@ -44,8 +45,8 @@ private:
     const int m_speed;
     QTimer m_timer;
     QByteArray m_waiting;
-    qint64 m_ticks = 0; // of the timer since the line became busy; with CDC, since the start
-    qint64 m_released = 0; // bytes since the line became busy
+    qint64 m_ticks = 0; // number of ticks of the timer since the line became busy; with CDC, since the start
+    qint64 m_released = 0; // number of bytes released since the line became busy
 };
 
 } // namespace JwSimulator

@@ -22,15 +22,15 @@ namespace JwSimulator {
 namespace {
 
 const char *const deviceMajor = "166";
-constexpr int longestLockFile = 4096; // bytes; any user may write a longer one
+constexpr int longestLockFile = 4096; // bytes to read; a limit, because any user may write a very long file
 
-// udev stores blanks in names as underscores; programs that read the names turn them back.
+// Writes a name as udev does, with underscores for blanks. Programs that read the names replace the underscores.
 QByteArray udevName(const QString &text)
 {
     return text.toLatin1().replace(' ', '_');
 }
 
-// As udev encodes blanks and other special characters.
+// Encodes blanks and other special characters as udev does.
 QByteArray udevEncoded(const QString &text)
 {
     QByteArray encoded;
@@ -80,7 +80,7 @@ QByteArray addDevice(UMockdevTestbed *testbed, const char *subsystem, const char
     return result;
 }
 
-// Also makes the folder, and replaces an existing link.
+// Makes a link. Also makes its folder if needed, and replaces an existing link.
 bool setLink(const QByteArray &link, const QByteArray &target)
 {
     QDir().mkpath(QFileInfo(QFile::decodeName(link)).path());
@@ -88,7 +88,7 @@ bool setLink(const QByteArray &link, const QByteArray &target)
     return ::symlink(target, link) == 0;
 }
 
-// QSerialPort uses the first of these folders that it can read and write.
+// Returns the path that QSerialPort uses: in the first of these folders that it can read and write.
 QString lockFileName(const QString &portName)
 {
     for (const char *folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"}) {
@@ -102,18 +102,19 @@ QString lockFileName(const QString &portName)
 std::unique_ptr<QLockFile> portLock(const QString &portName)
 {
     auto lock = std::make_unique<QLockFile>(lockFileName(portName));
-    // A program may hold a port for days: a lock is stale only when its holder is dead, not by age.
+    // With time 0, a lock never becomes stale by its age, because a program may use a port for days. A lock is stale
+    // only if its process has ended.
     lock->setStaleLockTime(0);
     return lock;
 }
 
-// Other serial programs write one line, "%10d" or "%10d name user". QLockFile expects a second line with the program's
-// name; without that line it takes the lock for stale and deletes it.
+// Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
+// or "%10d name user". QLockFile expects a second line with the program's name, and would delete the file without it.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // QSerialPort cannot lock it, and reading a FIFO would wait for a writer
+        return true; // QSerialPort cannot lock this; it is not read, because a read of a FIFO would wait for a writer
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -131,13 +132,13 @@ bool isLocked(const QString &portName)
 {
     if (isHeldByOtherProgram(portName))
         return true;
-    const std::unique_ptr<QLockFile> lock = portLock(portName); // released again at the end of this function
+    const std::unique_ptr<QLockFile> lock = portLock(portName); // the destructor releases the lock
     return !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
 }
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Not the lock file of the port: that belongs to the program that opens the port.
+    // Uses its own lock file with the prefix "jwsim.". The port's lock file is for the program that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -162,7 +163,8 @@ Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
 Port::~Port()
 {
     m_lock.reset();
-    // A host that was killed with the port open leaves its lock file. The lock file of a living process stays.
+    // If a host was killed while the port was open, its lock file still exists, so remove it. The lock file of a
+    // running process is not removed.
     if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
         portLock(m_config.port)->removeStaleLockFile();
 }
@@ -192,7 +194,7 @@ bool Port::plug(QString &error)
 void Port::addDevices()
 {
     const QByteArray port = m_config.port.toLatin1();
-    // Systems sort ports by the path of the device; two digits keep them in order.
+    // Systems sort ports by the path of the device. Each number gets two digits, so that "10" is after "02".
     const QByteArray plug = QByteArray::number(m_index + 1).rightJustified(2, '0');
     const QByteArray usbName = "1-" + plug;
     const QByteArray devNumber = QByteArray::number(m_index + 2); // number 1 is the bus itself
@@ -205,7 +207,7 @@ void Port::addDevices()
         QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
     const QByteArray manufacturerName = udevName(m_config.manufacturer);
     const QByteArray productName = udevName(m_config.productName);
-    // A real udev makes these from the attributes below.
+    // A real udev would make these properties from the attributes below. The testbed doesn't.
     const std::vector<QByteArray> properties = {
         "ID_BUS",          "usb",
         "ID_VENDOR",       manufacturerName,
@@ -242,7 +244,7 @@ void Port::addDevices()
         "bNumConfigurations", "1",
         "bNumInterfaces",     " 1"};
     // clang-format on
-    // Programs recognise a USB port by the name of the bus in its path.
+    // The path contains "usb1", because programs recognise a USB port by the name of the bus in its path.
     const QByteArray device = addDevice(m_testbed, "usb", "usb1/" + usbName, nullptr, attributes, deviceProperties);
     m_sysPaths = {device};
     umockdev_testbed_set_attribute_link(m_testbed, device, "driver", "../../../bus/usb/drivers/usb");
@@ -260,10 +262,10 @@ void Port::addDevices()
         addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
     m_sysPaths.push_back(tty);
     umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
-    // Set afterwards: for a tty that is added with a node, the testbed makes its own pty and keeps it until its end. It
-    // aborts when the same port name or pty number comes again.
+    // DEVNAME is set only after the device was added. For a tty that is added with DEVNAME, the testbed makes a pty and
+    // keeps it until the testbed ends. The testbed would then abort if the same port name or pty number is added again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this link only for a device that is added with a node. It removes the link with the device.
+    // The testbed makes this link only for a device that is added with DEVNAME. It removes the link with every device.
     setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 
@@ -277,18 +279,19 @@ bool Port::openPty(QString &error)
         error = systemError(QStringLiteral("cannot make a pty"));
         return false;
     }
-    // If nobody had the host's end open, the board's end would report a hang-up; so keep one open here. An open() by
-    // name would use one of the few descriptors that umockdev can simulate.
+    // The host's end is kept open here, because otherwise the board's end would report a hang-up until a program opens
+    // the port. The ioctl is used because open() would need one of the few descriptors that umockdev can simulate.
     m_hostEnd = Descriptor(::ioctl(boardEnd, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings;
     if (m_hostEnd.number() < 0 || ::tcgetattr(m_hostEnd.number(), &settings) != 0) {
         error = systemError(QStringLiteral("cannot open the host's end of the port"));
         return false;
     }
-    // A new pty echoes and translates line ends; a serial line does neither.
+    // Raw mode is needed, because a new pty echoes and translates line ends, and a serial line does not.
     ::cfmakeraw(&settings);
     ::tcsetattr(m_hostEnd.number(), TCSANOW, &settings);
-    // The group and mode of a real port. Not every user may set them, and the port works without them.
+    // Sets the group and mode of a real port. Errors are ignored, because not every user may set them and the port also
+    // works without them.
     if (const group *dialout = ::getgrnam("dialout")) {
         if (::fchown(m_hostEnd.number(), static_cast<uid_t>(-1), dialout->gr_gid) == 0)
             ::fchmod(m_hostEnd.number(), 0660);
@@ -304,14 +307,14 @@ QByteArray Port::deviceNumber() const
 bool Port::setNode(const QByteArray &target)
 {
     const QByteArray port = m_config.port.toLatin1();
-    // The second link makes stat() report a character device with this number.
+    // With the second link, stat() reports a character device with this number.
     return setLink(m_rootFolder + "/dev/" + port, target)
         && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
 }
 
 bool Port::deny(QString &error)
 {
-    // Nobody can open this kernel setting for writing, not even root, whom file modes do not stop.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))

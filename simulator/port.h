@@ -12,13 +12,14 @@ typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
-/// Whether a living program holds QSerialPort's lock file for a port of this name.
+/// Returns whether a running program holds QSerialPort's lock file for a port of this name.
 bool isLocked(const QString &portName);
 
-/// Keeps other simulations from using this port name while the result lives. Null if another simulation uses it.
+/// Keeps other simulations from using this port name until the result is deleted. Returns null if another simulation
+/// already uses the name.
 std::unique_ptr<QLockFile> reserveName(const QString &portName);
 
-/// A file descriptor that is closed with its owner.
+/// Owns a file descriptor. The destructor closes it.
 class Descriptor
 {
 public:
@@ -44,23 +45,24 @@ private:
     int m_number;
 };
 
-/// One USB device with a serial port in a testbed: its entries in /sys and /dev, and the pty behind them. The board at
-/// its other end is a Board.
+/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty behind them. The host
+/// opens one end of the pty. A Board uses the other end.
 class Port
 {
 public:
-    /// `config` must have port and serial; `index` must be unique in the testbed. plug() makes the device.
+    /// `config` must contain port and serial. `index` must be unique in the testbed. The constructor does not make the
+    /// device; plug() does.
     Port(UMockdevTestbed *testbed, const BoardConfig &config, int index);
     ~Port();
 
-    /// Makes the device. If that fails, returns false with one line in `error`.
+    /// Makes the device. On failure, returns false and sets `error` to one line.
     bool plug(QString &error);
-    /// Hangs up and removes the device, with the udev event.
+    /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
-    /// The board's end of the line, non-blocking; -1 while unplugged and for a denied port.
+    /// Returns the board's end of the line, which does not block. -1 while unplugged, and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
-    /// Number of bytes that the board sent and the host has not read yet.
+    /// Returns the number of bytes that the board sent and the host has not read.
     int unread() const;
 
 private:
@@ -74,10 +76,10 @@ private:
     UMockdevTestbed *const m_testbed;
     const BoardConfig m_config;
     const int m_index;
-    QByteArray m_rootFolder; // programs see its dev/ and sys/ as /dev and /sys
-    std::vector<QByteArray> m_sysPaths; // parents first
+    QByteArray m_rootFolder; // programs see the dev/ and sys/ in this folder as /dev and /sys
+    std::vector<QByteArray> m_sysPaths; // paths in /sys of all devices of this port; each parent is before its children
     Descriptor m_boardEnd;
-    Descriptor m_hostEnd; // ours; the host has another one
+    Descriptor m_hostEnd; // kept open by this object; the host opens its own descriptor
     std::unique_ptr<QLockFile> m_lock;
 };
 

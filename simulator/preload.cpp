@@ -33,7 +33,8 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // A restarted program keeps its process id, so another id means that the value was inherited.
+    // The restarted program has the same process id. A different id was inherited from another program, so this program
+    // has not been restarted.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)

@@ -3,10 +3,11 @@
 namespace JwSimulator {
 
 /**
- * Makes sure that this program runs with libumockdev-preload. Without that library a program sees no simulated ports.
- * If it is not loaded yet, the program puts it in front of LD_PRELOAD and restarts itself with the same arguments.
+ * Makes sure that this program runs with libumockdev-preload. Without that library, a program can't see simulated
+ * ports. If the library is not loaded, this function adds it to LD_PRELOAD and restarts the program with the same
+ * arguments.
  *
- * Call this at the start of main(), before a thread or a Qt object exists:
+ * Call this function at the start of main(), before a thread or a Qt object exists:
  *
  * \code
  * int main(int argc, char **argv)
@@ -14,13 +15,13 @@ namespace JwSimulator {
  *     JwSimulator::ensurePreloaded(argv);
  *     QCoreApplication application(argc, argv);
  * \endcode
- * Programs that this program starts inherit LD_PRELOAD. If the library is missing or has no effect, the program ends
- * with status 2 and one line on standard error. With AddressSanitizer, a gcc build needs
- * ASAN_OPTIONS=verify_asan_link_order=0; a clang build needs nothing.
+ * Programs that this program starts inherit LD_PRELOAD. If the library is missing or has no effect, this program ends
+ * with status 2 and one line on standard error. If you build with AddressSanitizer and gcc, run the program with
+ * ASAN_OPTIONS=verify_asan_link_order=0. A build with clang needs no such setting.
  */
 void ensurePreloaded(char **argv);
 
-/// Whether this program runs with libumockdev-preload.
+/// Returns whether this program runs with libumockdev-preload.
 bool isPreloaded();
 
 } // namespace JwSimulator

@@ -22,7 +22,7 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        // Without this folder programs see the machine's own /dev until the first device comes.
+        // Without this folder, programs would see the machine's own /dev until the first device is added.
         gchar *root = umockdev_testbed_get_root_dir(testbed);
         QDir(QFile::decodeName(root)).mkdir(QStringLiteral("dev"));
         g_free(root);
@@ -92,13 +92,13 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
-        // A given name is reserved too, so that other simulations choose another one.
+        // A name that the caller chose is reserved too, so that other simulations choose other names.
         std::unique_ptr<QLockFile> reservation = config.port.isEmpty() ? nullptr : reserveName(config.port);
         while (config.port.isEmpty()) {
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
             reservation = reserveName(name);
-            if (reservation && !isLocked(name)) // otherwise another simulation or a real port has this name
+            if (reservation && !isLocked(name)) // false if another simulation or a real port uses this name
                 config.port = name;
         }
         d->names.push_back(std::move(reservation));

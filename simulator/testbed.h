@@ -11,41 +11,42 @@
 namespace JwSimulator {
 
 /**
- * Simulated USB serial ports, each with a board. This process and the programs that it starts see them.
+ * Simulated USB serial ports, each with a board. This process and the programs that it starts can use the ports.
  *
- * While a Testbed exists, udev, /sys and listings of /dev show only its devices: to QSerialPortInfo, to QSerialPort,
- * and to every program that this process starts meanwhile. A real device can still be opened by its path, for example
- * /dev/ttyS0.
+ * While a Testbed exists, udev, /sys and listings of /dev show only the simulated devices. This holds for
+ * QSerialPortInfo, QSerialPort, and every program that this process starts in this time. A real device can still be
+ * opened by its path, for example /dev/ttyS0.
  *
- * Call ensurePreloaded() at the start of main(). Make one Testbed at a time. The Testbed, its boards and their event
- * loop belong to one thread.
+ * Call ensurePreloaded() at the start of main(). Only one Testbed may exist at a time. The Testbed and its boards
+ * belong to one thread and use the event loop of that thread.
  *
- * Testbeds of programs that run side by side choose different port names. If you name ports yourself, choose different
- * names in each program: QSerialPort's lock files have the name of the port.
+ * If several programs with a Testbed run at the same time, each Testbed chooses different port names. If you choose the
+ * names, use different names in each program, because all programs share QSerialPort's lock files.
  */
 class Testbed
 {
 public:
-    /// One process can have at most this many simulated devices open.
+    /// Largest number of boards, because one process can have only this many simulated devices open.
     static constexpr int maxBoards = 48;
 
     Testbed();
-    /// Pulls all cables and deletes all boards. Leaves no files behind, also no stale lock files of its ports.
+    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and stale lock files of its ports.
     ~Testbed();
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;
 
-    /// Adds one port with its board; programs see it when this returns. The Testbed owns the board. Returns null if the
-    /// port name is taken, there are maxBoards boards, or the system refuses; `error` (may be null) then has one line.
+    /// Adds one port with its board. Programs can use the port when this function returns. The Testbed owns the board.
+    /// If the port name is taken, there are maxBoards boards, or the system refuses, returns null and sets `error` (may
+    /// be null) to one line.
     Board *add(const BoardConfig &config, QString *error = nullptr);
-    /// Adds several boards. A board without a port name gets a name that none of the others asks for. Returns false in
-    /// the cases above; the boards before the failed one stay.
+    /// Adds several boards. A board without a port name gets a name that no other board in `configs` has. Returns
+    /// false in the cases in which the function above returns null. The boards before the failed board are kept.
     bool add(const QList<BoardConfig> &configs, QString *error = nullptr);
 
-    /// Sets the Testbed's clock to 0. It started when the Testbed was made.
+    /// Sets the Testbed's clock to 0. Without this call, the clock counts from the constructor on.
     void restartClock();
 
-    /// All boards in the order of adding, including boards whose cable is pulled.
+    /// Returns all boards in the order in which they were added, including boards whose cable is pulled.
     QList<Board *> boards() const;
 
 private:

@@ -4,12 +4,13 @@
 
 namespace JwSimulator {
 
-/// The sentence "$" `body` "*" checksum CR LF. The checksum is two lower-case hexadecimal digits: the XOR of all bytes
-/// of the body, or another number if `rightChecksum` is false.
+/// Returns the sentence that consists of "$", `body`, "*", the checksum, CR and LF. The checksum is the XOR of all
+/// bytes of the body, as two lower-case hexadecimal digits. If `rightChecksum` is false, the checksum is another
+/// number.
 QByteArray frameSentence(const QByteArray &body, bool rightChecksum = true);
 
-/// The body of a sentence, for example "PJWVER" of "$PJWVER*0c" (with or without line end). Null if `line` is not a
-/// sentence or its checksum is wrong.
+/// Returns the body of a sentence, for example "PJWVER" for "$PJWVER*0c". `line` may end with a line end. Null if
+/// `line` is not a sentence or its checksum is wrong.
 QByteArray sentenceBody(const QByteArray &line);
 
 } // namespace JwSimulator

@@ -9,17 +9,17 @@
 
 namespace JwSimulator {
 
-/// The command line of jwsim.
+/// The options and the command to run, as they are on the command line of jwsim.
 struct Arguments
 {
     enum class Action { Run, Help, Version };
 
     Action action = Action::Run;
-    QList<BoardConfig> boards; ///< in the order of the command line; a scenario's boards at the place of its option
-    QString reportFile; ///< empty = no report
-    char **command = nullptr; ///< the rest of argv, which ends with a null
+    QList<BoardConfig> boards; ///< boards in the order of the options; --scenario stands for all boards in its file
+    QString reportFile; ///< file for the report; if empty, no report is written
+    char **command = nullptr; ///< the program to run and its arguments: the rest of argv, which ends with a null
 
-    /// Returns nothing if something is wrong; `error` then has one line that says what to do.
+    /// Reads the command line. If it is wrong, returns nothing and sets `error` to one line that says what to do.
     static std::optional<Arguments> parse(char **argv, QString &error);
     static QString helpText();
 };

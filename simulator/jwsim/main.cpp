@@ -17,8 +17,8 @@ using namespace JwSimulator;
 namespace {
 
 constexpr int wrongUse = 2;
-constexpr int notWritten = 125; // 126 and 127 mean that COMMAND was not started
-constexpr int lastWords = 20; // milliseconds in which the boards still receive the last bytes that COMMAND wrote
+constexpr int notWritten = 125; // not 126 or 127, which mean that COMMAND was not started
+constexpr int lastWords = 20; // milliseconds that the boards get to receive the last bytes that COMMAND wrote
 
 int complain(const QString &text, int status = wrongUse)
 {
@@ -33,7 +33,8 @@ int print(const QString &text)
     return complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)), notWritten);
 }
 
-// Does not open the file: it must stay unchanged until there is a report.
+// Returns whether the file can be written. Does not open the file, because it must not change before the report is
+// made.
 bool canWrite(const QString &fileName)
 {
     const QFileInfo file(fileName);
@@ -82,7 +83,7 @@ int run(const Arguments &arguments)
 int main(int, char **argv)
 {
     ensurePreloaded(argv);
-    // QCoreApplication would remove Qt's own options, but they belong to COMMAND.
+    // QCoreApplication gets only the program's name. Otherwise it would remove Qt's options, which are for COMMAND.
     int count = 1;
     QCoreApplication application(count, argv);
     QString error;

@@ -14,7 +14,7 @@ namespace JwSimulator {
 
 namespace {
 
-constexpr int patience = 5000; // milliseconds between a signal that should end the program and SIGKILL
+constexpr int patience = 5000; // milliseconds that the program gets to end after a signal; then SIGKILL ends it
 constexpr int notFound = 127;
 constexpr int notStarted = 126;
 
@@ -27,7 +27,7 @@ Runner::Runner()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
         ::sigaddset(&mask, signal);
     ::pthread_sigmask(SIG_BLOCK, &mask, &m_formerMask);
-    // If we inherited SIGCHLD as ignored, nothing would report the end of the program.
+    // This process may have inherited SIGCHLD as ignored. Then no signal would report the end of the program.
     m_formerChildAction = ::signal(SIGCHLD, SIG_DFL);
     m_signals = ::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
     m_patience.setSingleShot(true);
@@ -67,7 +67,7 @@ bool Runner::start(char **command)
         ::_exit(written == sizeof error ? notStarted : notFound);
     }
     ::close(failure[1]);
-    // The system closes the pipe when the program starts.
+    // The system closes the pipe when the program starts, so a read without bytes means success.
     int error = 0;
     ssize_t count = 0;
     do {
@@ -87,7 +87,7 @@ bool Runner::start(char **command)
 void Runner::readSignals()
 {
     signalfd_siginfo info;
-    // After the program's end another process may get its process id.
+    // reap() disables the notifier. After the program's end, no signal is sent, because another process may get its id.
     while (m_notifier->isEnabled() && ::read(m_signals, &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGCHLD)
             reap();
@@ -98,10 +98,12 @@ void Runner::readSignals()
 
 void Runner::passOn(int signal, bool fromTerminal)
 {
-    // A terminal sends its signals to the program too. Some programs take a second signal as "end at once".
+    // The program has already got a signal from the terminal. It must not get a second one, because some programs then
+    // end at once.
     if (!fromTerminal)
         ::kill(m_child, signal);
-    // The program may use Ctrl-C and Ctrl-\ for something else than its end. A hang-up of the terminal means the end.
+    // The program may use Ctrl-C and Ctrl-\ for other things, so they start no time limit. If the terminal hangs up,
+    // the program has to end.
     if ((!fromTerminal || signal == SIGHUP) && !m_patience.isActive())
         m_patience.start(patience);
 }

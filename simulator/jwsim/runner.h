@@ -12,23 +12,24 @@ class QSocketNotifier;
 namespace JwSimulator {
 
 /**
- * Runs one program in this process's terminal, as a shell does, and passes signals on to the program.
+ * Runs one program in the terminal of this process, like a shell, and passes signals on to the program.
  *
- * The constructor blocks SIGINT, SIGTERM, SIGHUP and SIGQUIT; this process then reads them from a descriptor. Construct
- * the Runner before anything that starts a thread: in a thread that had not blocked them, they would end the process.
+ * The constructor blocks SIGINT, SIGTERM, SIGHUP and SIGQUIT, and run() reads these signals from a descriptor.
+ * Construct the Runner before anything that starts a thread. A thread that was started before does not block the
+ * signals, so a signal in that thread would end the process.
  */
 class Runner
 {
 public:
     Runner();
-    /// Leaves the signals blocked, so that none of them interrupts the work that follows.
+    /// Does not unblock the signals, so that no signal interrupts the work after run().
     ~Runner();
     Runner(const Runner &) = delete;
     Runner &operator=(const Runner &) = delete;
 
-    /// Runs the program to its end, in the event loop. Returns the exit status for our own caller.
+    /// Runs the program to its end, in the event loop. Returns the exit status with which this process should end.
     int run(char **command);
-    /// Whether run() could start the program.
+    /// Returns whether run() could start the program.
     bool hasStarted() const { return m_started; }
 
 private:

@@ -9,14 +9,14 @@
 
 namespace JwTools {
 
-/// The library's name of a board type, such as "BoardA"; empty for a type that is none of JwDevice::boardTypes(). Names
-/// are never translated.
+/// Returns the library's name of a board type, for example "BoardA". Empty if JwDevice::boardTypes() does not contain
+/// the type. Names are never translated.
 QString boardName(JwDevice::Type type);
 
 /// The names of `types`, such as "BoardA and BoardC", with `conjunction` before the last name.
 QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunction);
 
-/// The type of that name, in any letter case.
+/// Returns the type that has this name, in upper or lower case. Empty if no type has the name.
 std::optional<JwDevice::Type> boardType(const QString &name);
 
 } // namespace JwTools

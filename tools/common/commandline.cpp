@@ -121,7 +121,7 @@ bool CommandLine::readNumber(const QCommandLineOption &option, int lowest, int h
 
 QString CommandLine::help() const
 {
-    const QString text = m_parser.helpText(); // its first line has the path of the program
+    const QString text = m_parser.helpText(); // the first line shows the program's path, so it is replaced
     return tr("Usage: %1 [options]").arg(m_program) + text.mid(text.indexOf(QLatin1Char('\n')));
 }
 

@@ -8,8 +8,8 @@
 
 namespace JwTools {
 
-/// The command line of a program that searches boards: the options --type, --port, --delay and --retries, --version,
-/// --help, and those that the program adds. Each error is one line that says what is allowed.
+/// The command line of a program that searches boards. The options are --type, --port, --delay, --retries, --version,
+/// --help, and the program's own options. Each error is one line that says what is allowed.
 class CommandLine
 {
     Q_DECLARE_TR_FUNCTIONS(JwTools::CommandLine)
@@ -17,21 +17,23 @@ class CommandLine
 public:
     enum Outcome { Run, ShowHelp, ShowVersion, WrongUse };
 
-    /// `own`: the program's own options, in the order of the help.
+    /// `own` contains the program's own options, in the order in which the help shows them.
     CommandLine(const QString &program, const QString &description, const QList<QCommandLineOption> &own);
 
-    /// Reads `arguments`, the first of which is the program's name. Sets `error` on wrong use.
+    /// Reads `arguments`; the first argument is the program's name. Sets `error` if the result is WrongUse.
     Outcome parse(const QStringList &arguments, QString *error);
 
-    /// The options here that have a meaning for a search only; --port has one for a list too.
+    /// Returns --type, --delay and --retries, which only a search uses. A list of ports also uses --port.
     QList<QCommandLineOption> searchOptions() const { return {m_type, m_delay, m_retries}; }
     const QCommandLineOption &port() const { return m_port; }
     bool isSet(const QCommandLineOption &option) const { return m_parser.isSet(option); }
     QString value(const QCommandLineOption &option) const { return m_parser.value(option); }
 
-    /// Reads the options of a search into `settings`. Without --type all types are wanted.
+    /// Reads the options of a search into `settings`. Without --type, `settings` contains all types. Returns false and
+    /// sets `error` if a value is wrong.
     bool readSearch(SearchSettings &settings, QString *error) const;
-    /// Reads a number into `value`, which stays as it is without the option.
+    /// Reads the number of an option into `value`. Without the option, `value` does not change. Returns false and sets
+    /// `error` if the option's value is no number from `lowest` to `highest`.
     bool readNumber(const QCommandLineOption &option, int lowest, int highest, int &value, QString *error) const;
 
     QString help() const;
@@ -50,7 +52,7 @@ private:
     QCommandLineParser m_parser;
 };
 
-/// An option of that long name; with `value`, the word for its value in the help, it takes one.
+/// Makes the option --`name`. If `value` is not empty, the option takes a value, and the help calls it `value`.
 QCommandLineOption makeOption(const char *name, const QString &description, const char *value = "");
 
 } // namespace JwTools

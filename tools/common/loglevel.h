@@ -7,10 +7,10 @@
 
 namespace JwTools {
 
-/// All levels of the log, the finest first.
+/// Returns all levels of the log. The first level logs most.
 QList<Logger::Level> logLevels();
 
-/// The level's name, such as "Warning".
+/// Returns the name of a level, for example "Warning".
 QString logLevelName(Logger::Level level);
 
 } // namespace JwTools

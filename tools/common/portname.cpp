@@ -9,14 +9,14 @@ namespace JwTools {
 namespace {
 
 const QLatin1String deviceFolder("/dev/");
-constexpr int mostLinks = 40; // one behind the other, as the kernel follows them; more form a circle
+constexpr int mostLinks = 40; // the kernel follows at most this many links; a longer chain is a circle
 
 bool isDigit(QChar c)
 {
     return c >= QLatin1Char('0') && c <= QLatin1Char('9');
 }
 
-// Takes the number off the front of `text`. Returns its digits without leading zeros.
+// Removes the number at the start of `text`. Returns the digits of the number without leading zeros.
 QStringView takeNumber(QStringView &text)
 {
     int begin = 0;
@@ -37,7 +37,7 @@ QString portName(const QString &given)
     QString path = given.startsWith(QLatin1Char('/')) ? given : deviceFolder + given;
     for (int link = 0; link < mostLinks && QFileInfo(path).isSymLink(); ++link) {
         const QString target = QFileInfo(path).symLinkTarget();
-        if (!target.startsWith(deviceFolder)) // no port, or the inside of a simulated one
+        if (!target.startsWith(deviceFolder)) // not a port's name; the file of a simulated port is such a link
             break;
         path = target;
     }
@@ -64,7 +64,7 @@ bool isPortBefore(const QString &a, const QString &b)
         }
     }
     if (restA.isEmpty() && restB.isEmpty())
-        return a < b; // ttyS1 and ttyS01
+        return a < b; // names that differ only in zeros, for example ttyS1 and ttyS01
     return restA.isEmpty();
 }
 

@@ -4,12 +4,12 @@
 
 namespace JwTools {
 
-/// The name that the library takes, such as "ttyACM0". `given` is what a user has at hand: the name, the file
-/// "/dev/ttyACM0", or a link to that file, such as one in /dev/serial/by-id.
+/// Returns the name that the library uses for a port, for example "ttyACM0". `given` is what the user typed: the name,
+/// the file "/dev/ttyACM0", or a link to the file, for example a link in /dev/serial/by-id.
 QString portName(const QString &given);
 
-/// Whether port `a` stands before port `b` in a list. Numbers within names are compared by value: ttyACM2 stands
-/// before ttyACM10.
+/// Returns whether port `a` is before port `b` in a sorted list. Numbers within names are compared by value, so ttyACM2
+/// is before ttyACM10.
 bool isPortBefore(const QString &a, const QString &b);
 
 } // namespace JwTools

@@ -4,8 +4,8 @@
 
 namespace JwTools {
 
-/// `text` from a device, made fit for a terminal or a table. A line end becomes \r and \n, another character that is
-/// not printable becomes \xHH or \uHHHH.
+/// Returns `text`, which a device sent, in a form that a terminal or a table can show. A carriage return becomes \r and
+/// a line feed becomes \n. Other characters that are not printable become \xHH or \uHHHH.
 QString printable(const QString &text);
 
 } // namespace JwTools

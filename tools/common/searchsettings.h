@@ -7,16 +7,16 @@
 
 namespace JwTools {
 
-/// What to search for, and how.
+/// What a search looks for, and how.
 struct SearchSettings
 {
-    static constexpr int maxDelay = 3600000; // ms, an hour
+    static constexpr int maxDelay = 3600000; // ms; one hour
     static constexpr int maxRetries = 10000;
 
-    QList<JwDevice::Type> types; ///< wanted, each once, in the order given
-    QStringList ports; ///< names such as "ttyACM0", each once; empty: every port that looks like a board's
-    int delay = 0; ///< ms before the ports are opened; counts only when BoardC is wanted
-    int retries = 3; ///< how often a port is asked again
+    QList<JwDevice::Type> types; ///< the types to find, without repetition, in the user's order
+    QStringList ports; ///< names of the ports to try, for example "ttyACM0"; if empty, every port that may be a board
+    int delay = 0; ///< ms before the ports are opened; used only if `types` contains BoardC
+    int retries = 3; ///< how often each port that does not answer is asked again
 };
 
 } // namespace JwTools

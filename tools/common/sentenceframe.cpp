@@ -10,7 +10,8 @@ namespace JwTools {
 
 namespace {
 
-// Whether the library reads this checksum of `body` as right, or writes it so. Both texts start with the "*".
+// Returns whether `typed` is a right checksum of `body`: the library accepts it, or would write it in this way.
+// `typed` and `written` start with "*".
 bool isRight(const QString &typed, const QString &written, const QString &body)
 {
     bool isRead = false;

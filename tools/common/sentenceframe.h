@@ -5,20 +5,20 @@
 
 namespace JwTools {
 
-/// Makes a whole sentence of what a person types: adds the start flag "$", the checksum and the line end if they are
-/// missing. The characters are Latin-1, as the library sends them.
+/// Makes a whole sentence from a line that a person typed. Adds the start flag "$", the checksum and the line end if
+/// they are missing. Only Latin-1 characters are allowed, because the library can't send others.
 class SentenceFrame
 {
     Q_DECLARE_TR_FUNCTIONS(JwTools::SentenceFrame)
 
 public:
-    static constexpr int maxLength = 74; ///< the boards take no longer sentence, all characters counted
+    static constexpr int maxLength = 74; ///< longest sentence that boards accept, with all its characters
 
     explicit SentenceFrame(const QString &line);
 
-    /// As it goes out; for a look at it also if the line has a fault.
+    /// Returns the sentence to send. If the line has a fault, the sentence is good only for showing it to the user.
     QString sentence() const { return m_sentence; }
-    /// What is wrong with the line and what to do about it; empty if it makes a sentence.
+    /// Returns what is wrong with the line and how to correct it. Empty if the line makes a sentence.
     QString fault() const { return m_fault; }
 
 private:

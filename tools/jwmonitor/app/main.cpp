@@ -11,7 +11,8 @@
 
 namespace {
 
-/// Whether there is a desktop to show a window on. Without one Qt aborts with a message that does not help the user.
+/// Returns whether there is a desktop that can show a window. Without a desktop, Qt aborts with a message that does not
+/// help the user, so the program has to check first.
 bool hasDisplay(const QStringList &arguments)
 {
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
@@ -35,7 +36,7 @@ int main(int argc, char **argv)
     QString error;
     std::optional<JwMonitor::Options> options = JwMonitor::parseOptions(arguments, &error);
     if (options && options->action == JwMonitor::Options::ShowHelp) {
-        const QCoreApplication app(argc, argv); // translates the texts; needs no display
+        const QCoreApplication app(argc, argv); // the texts are translated only while an application exists
         return show(stdout, JwMonitor::helpText().trimmed(), 0);
     }
     if (options && options->action == JwMonitor::Options::ShowVersion)
@@ -44,7 +45,7 @@ int main(int argc, char **argv)
 #ifdef Q_OS_LINUX
     isBlind = !hasDisplay(arguments);
     if (isBlind)
-        qputenv("QT_QPA_PLATFORM", "offscreen"); // QApplication removes Qt's options; then ours can be checked
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // lets QApplication start and remove Qt's options
 #endif
 
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
@@ -55,7 +56,7 @@ int main(int argc, char **argv)
     QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
-    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // without Qt's own options
+    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // no Qt options are left
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
     if (isBlind)
@@ -64,7 +65,7 @@ int main(int argc, char **argv)
                                    "is set): start it on a desktop, or use jwprobe"),
                     1);
 
-    // The window shows the log, from its finest level on.
+    // The window shows the log, so nothing is printed. All levels are logged, because the window can filter them.
     loggerInstance()->clearSinks();
     loggerInstance()->setLevel(Logger::Trace);
     JwMonitor::Theme::apply(app, options->palette.value_or(JwMonitor::Theme::of(QApplication::palette())));

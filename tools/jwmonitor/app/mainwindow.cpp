@@ -30,7 +30,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int savedTime = 5000; // ms that the message "Saved" stays
+constexpr int savedTime = 5000; // ms for which the status bar shows the message "Saved"
 
 QKeySequence shortcut(const QString &keys)
 {
@@ -68,13 +68,13 @@ MainWindow::MainWindow(QWidget *parent)
     m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long text must not widen the window
     statusBar()->addWidget(m_status, 1);
     updateStatus();
-    const int unit = fontMetrics().height(); // so that the window grows with the font
+    const int unit = fontMetrics().height(); // so that a larger font makes the window larger
     resize(64 * unit, 50 * unit);
 }
 
 MainWindow::~MainWindow()
 {
-    delete takeCentralWidget(); // the views use our members, so they must go first
+    delete takeCentralWidget(); // the views use members of this class, so the views are deleted first
 }
 
 void MainWindow::createPortsTab()
@@ -102,7 +102,7 @@ void MainWindow::createTrafficTab()
     splitter->setChildrenCollapsible(false);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
-    splitter->addActions(view->actions()); // so that their keys work in the send line too
+    splitter->addActions(view->actions()); // so that the view's keys also work while the user types a line to send
     connect(view, &TrafficView::saved, this,
             [this](const QString &fileName) { statusBar()->showMessage(tr("Saved to %1").arg(fileName), savedTime); });
     connect(view, &TrafficView::saveFailed, this,
@@ -153,7 +153,7 @@ void MainWindow::connectFinder()
     connect(m_findBar, &FindBar::findRequested, this, [this](const FindSettings &settings) {
         const QWidget *focus = focusWidget();
         if (!focus || m_findBar->isAncestorOf(focus))
-            m_tabs->currentWidget()->setFocus(); // the keys now work in the view, not in the find bar
+            m_tabs->currentWidget()->setFocus(); // after the start, the keys work in the view, not in the find bar
         m_finder.start(settings);
     });
     connect(m_findBar, &FindBar::stopRequested, &m_finder, &BoardFinder::stop);

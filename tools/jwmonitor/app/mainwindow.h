@@ -16,7 +16,7 @@ class SendPanel;
 class TimelineView;
 class TrafficModel;
 
-/// The main window: the find bar on top, the views below.
+/// The main window. It shows the find bar on top and the views below.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -27,7 +27,7 @@ public:
     explicit MainWindow(QWidget *parent = nullptr);
     ~MainWindow() override;
 
-    /// Starts a search.
+    /// Starts a search with `settings`.
     void find(const FindSettings &settings);
     void showView(View view);
     BoardFinder *finder() { return &m_finder; }
@@ -49,7 +49,7 @@ private:
     LogModel *const m_log;
     FindBar *const m_findBar;
     QTabWidget *const m_tabs;
-    QLabel *const m_status; // not a message of the status bar: a menu would remove it
+    QLabel *const m_status; // a widget in the status bar, because a menu would remove a message
     SendPanel *m_sendPanel = nullptr;
     TimelineView *m_timelineView = nullptr;
 };

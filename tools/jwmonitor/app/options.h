@@ -10,21 +10,21 @@
 
 namespace JwMonitor {
 
-/// The options of the command line.
+/// The options that the user gave on the command line.
 struct Options
 {
     enum Action { ShowWindow, ShowHelp, ShowVersion };
 
     Action action = ShowWindow;
-    FindSettings settings; ///< without --type: all types
-    std::optional<Theme::Palette> palette; ///< empty: as the desktop
+    FindSettings settings; ///< the settings of the first search; without --type, they contain all types
+    std::optional<Theme::Palette> palette; ///< the chosen palette; if empty, the desktop decides
 };
 
-/// Reads `arguments`; the first one is the program's name. On wrong use it returns nothing and sets `error` to one line
-/// that says what is allowed.
+/// Reads `arguments`; the first argument is the program's name. If an argument is wrong, returns nothing and sets
+/// `error` to one line that says what is allowed.
 std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
 
-/// The text of --help.
+/// Returns the text that --help prints.
 QString helpText();
 
 } // namespace JwMonitor

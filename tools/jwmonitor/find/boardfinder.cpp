@@ -16,10 +16,10 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int spareTime = 1500; // ms in addition to all rounds, for opening many ports and for late answers
-constexpr int refreshInterval = 100; // ms; events come at once
+constexpr int spareTime = 1500; // ms in addition to all rounds, because ports open slowly and answers may be late
+constexpr int refreshInterval = 100; // ms between two looks at the reports; port events are passed on immediately
 constexpr int settleTime =
-    200; // ms from a change to the next search, so that ports that appear together are searched together
+    200; // ms from a change to the next search, so that one search tries all ports that appear together
 
 bool isSettled(const JwDevice::PortReport &report)
 {
@@ -28,7 +28,7 @@ bool isSettled(const JwDevice::PortReport &report)
     return report.verdict != JwDevice::PortReport::Awaiting;
 }
 
-/// The entry without the results of earlier searches.
+/// Returns a copy of `entry` without the results of earlier searches.
 PortEntry forgotten(const PortEntry &entry)
 {
     PortEntry left;
@@ -36,12 +36,12 @@ PortEntry forgotten(const PortEntry &entry)
     return left;
 }
 
-/// Whether a search found something else on the port of a lost board.
+/// Returns whether a board was lost on this port and a later search did not find that board there.
 bool isTaken(const PortEntry &entry)
 {
     return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
         && entry.report->verdict != JwDevice::PortReport::Lost
-        && entry.report->error != QSerialPort::DeviceNotFoundError; // the port disappeared while the search started
+        && entry.report->error != QSerialPort::DeviceNotFoundError; // the port disappeared during the search
 }
 
 } // namespace
@@ -61,7 +61,7 @@ BoardFinder::BoardFinder(QObject *parent)
 
 BoardFinder::~BoardFinder()
 {
-    blockSignals(true); // the receivers may be half destroyed
+    blockSignals(true); // because stop() emits signals, and their receivers may be half destroyed
     stop();
 }
 
@@ -142,7 +142,7 @@ void BoardFinder::search()
                 const Board board = adopt(communicator);
                 if (m_initializer == initializer)
                     onBoardFound(type, board);
-                else // the answer came after the end of the search
+                else // the board answered after the end of its search, so it is not used
                     letGo(board);
             });
     initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
@@ -152,7 +152,7 @@ void BoardFinder::search()
         Q_EMIT portEvent(event);
         refreshSoon();
     });
-    // Emitted once for each missing type, perhaps within probe().
+    // The signal may be emitted within probe(), and once for each missing type. So the search ends later.
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
     m_deadline.start(limit(types));
@@ -182,7 +182,7 @@ void BoardFinder::endSearch()
         if (m_isDue)
             search();
     });
-    std::exchange(m_initializer, nullptr)->deleteLater(); // we may be within its signal
+    std::exchange(m_initializer, nullptr)->deleteLater(); // not delete: this may run in a signal of the Initializer
     for (BoardState &board : m_boards) {
         if (board.stage == BoardState::Looking)
             board.stage = BoardState::Missing;
@@ -216,7 +216,7 @@ void BoardFinder::refresh()
     QList<JwDevice::PortReport> ours;
     for (const JwDevice::PortReport &report : reports) {
         if (m_held.contains(report.portName) && report.verdict != JwDevice::PortReport::HandedOver)
-            continue; // not opened because our own board holds it
+            continue; // not opened by the search, because a board in m_held has the port open
         ours.append(report);
         PortEntry &entry = m_entries[report.portName];
         entry.port.name = report.portName;
@@ -267,13 +267,13 @@ void BoardFinder::onBoardFound(JwDevice::Type type, const Board &held)
 
 void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 {
-    // The first search has tried the ports that were there at the start.
+    // The first list starts no search, because the first search has already tried these ports.
     const bool came = m_systemPorts
         && std::any_of(ports.begin(), ports.end(), [this](const SystemPort &port) { return isWorthASearch(port); });
     for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {
         const auto entry = m_entries.find(port.name);
         if (entry != m_entries.end() && entry->stay == PortEntry::NoBoard && !m_initializer && !ports.contains(port))
-            *entry = forgotten(*entry); // when the port comes back it may hold another board
+            *entry = forgotten(*entry); // if the port appears again, another board may be on it
     }
     const QList<JwDevice::Type> missing = missingTypes();
     for (const SystemPort &port : ports) {
@@ -282,7 +282,7 @@ void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
             continue;
         const bool isNew = m_systemPorts && !m_systemPorts->contains(port);
         if (isNew && entry->stay == PortEntry::Lost && !missing.contains(entry->type))
-            *entry = forgotten(*entry); // its type was found on another port, so no search will look at this one
+            *entry = forgotten(*entry); // a board of this type was found elsewhere, so no search will update this entry
         entry->port = port;
     }
     m_systemPorts = ports;
@@ -293,7 +293,7 @@ void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 
 bool BoardFinder::isWorthASearch(const SystemPort &port) const
 {
-    // The newest search may have tried the port before the watcher reported it.
+    // The newest search may have tried the port before the watcher reported the port. Then no other search is needed.
     const std::optional<JwDevice::PortReport> report = m_entries.value(port.name).report;
     const bool isTried = report && !report->location.isEmpty() && report->verdict != JwDevice::PortReport::Lost;
     return !m_systemPorts->contains(port) && !isTried
@@ -308,7 +308,8 @@ void BoardFinder::lose(const QString &portName)
     entry.milliseconds = -1;
     entry.report.reset();
     m_boards[entry.type] = {BoardState::Lost, portName};
-    // The port may go and come back between two looks at the list. At the next look it must count as new.
+    // The port may disappear and appear again between two looks at the list of ports. Removing the port from the known
+    // ports makes it count as new at the next look, so that a search starts.
     if (m_systemPorts) {
         const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
         m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());
@@ -316,15 +317,15 @@ void BoardFinder::lose(const QString &portName)
     m_watcher.lookAgain();
     Q_EMIT boardLost(portName);
     Q_EMIT changed();
-    m_againTimer.start(); // another board of this type may be there
+    m_againTimer.start(); // a board of the same type may be on another port
 }
 
 void BoardFinder::letGo(const Board &board)
 {
     disconnect(board.port, nullptr, this, nullptr);
     board.communicator->setIODevice(nullptr);
-    JwDevice::closeAtOnce(board.port); // an open port whose device is gone reports errors without end
-    board.port->deleteLater(); // not delete: we may be within its signal
+    JwDevice::closeAtOnce(board.port); // without this, an open port whose device is gone reports errors without end
+    board.port->deleteLater(); // not delete, because this code may run inside a signal of the port
 }
 
 QList<JwDevice::Type> BoardFinder::missingTypes() const
@@ -337,7 +338,7 @@ QList<JwDevice::Type> BoardFinder::missingTypes() const
 
 int BoardFinder::limit(const QList<JwDevice::Type> &types) const
 {
-    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // the library waits for BoardC only
+    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // the library delays only BoardC
     return delay + (m_settings.retries + 1) * JwDevice::replyTime + spareTime;
 }
 

@@ -6,13 +6,13 @@ namespace JwMonitor {
 
 class BoardFinder;
 
-/// One line with the state of each wanted board.
+/// Shows one line with the state of each wanted board.
 class BoardsBar : public QLabel
 {
     Q_OBJECT
 
 public:
-    /// `finder` must outlive it.
+    /// `finder` must outlive the bar.
     explicit BoardsBar(const BoardFinder *finder, QWidget *parent = nullptr);
     ~BoardsBar() override;
 

@@ -12,7 +12,7 @@ class QSpinBox;
 
 namespace JwMonitor {
 
-/// The settings of a search, and the buttons that start and stop it.
+/// Shows the settings of a search, and the buttons that start and stop the search.
 class FindBar : public QWidget
 {
     Q_OBJECT
@@ -23,11 +23,11 @@ public:
 
     FindSettings settings() const;
     void setSettings(const FindSettings &settings);
-    /// Enables the button Stop.
+    /// Enables the button Stop if `isStarted`, else disables it.
     void setStarted(bool isStarted);
 
 public Q_SLOTS:
-    /// Does the same as the button Find. Does nothing while no type is chosen.
+    /// Does the same as the button Find. Does nothing if no type is chosen.
     void find();
 
 Q_SIGNALS:
@@ -37,7 +37,7 @@ Q_SIGNALS:
 private:
     void updateButtons();
 
-    // Created from left to right, because the Tab key follows the order of creation.
+    // These members are in the order from left to right, because the Tab key follows the order of creation.
     const QMap<JwDevice::Type, QCheckBox *> m_types;
     QSpinBox *const m_retries;
     QSpinBox *const m_delay;

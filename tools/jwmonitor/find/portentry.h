@@ -8,24 +8,24 @@
 
 namespace JwMonitor {
 
-/// A port: what the system says about it, and what the newest search that tried it says.
+/// What the system says about a port, and what the newest search that tried the port found.
 struct PortEntry
 {
     /// Whether a board found on this port is still there.
     enum Stay {
         NoBoard, ///< no board was found
-        Found, ///< the board is there
+        Found, ///< a board was found and is still there
         Lost, ///< the cable was pulled, or the port failed
         Back, ///< the board was lost and found again
     };
 
     SystemPort port;
-    bool isPresent = false; ///< the system lists the port
+    bool isPresent = false; ///< whether the system lists the port now
     Stay stay = NoBoard;
-    JwDevice::Type type = JwDevice::Unknown; ///< of the board, also of a second board of a type
-    std::optional<JwDevice::PortReport> report; ///< empty if no search tried the port
-    bool isOver = false; ///< the search ended, so the report is final
-    double milliseconds = -1; ///< from the start of the search to the verdict; negative before it
+    JwDevice::Type type = JwDevice::Unknown; ///< type of the board, also of a second board of the same type
+    std::optional<JwDevice::PortReport> report; ///< the newest report; empty if no search tried the port
+    bool isOver = false; ///< whether the search ended, so that the report is final
+    double milliseconds = -1; ///< time from the start of the search to the verdict; negative while there is no verdict
 };
 
 } // namespace JwMonitor

@@ -8,7 +8,7 @@
 
 namespace JwMonitor {
 
-/// A row for each port.
+/// The model of the table of ports; each row shows one port.
 class PortsModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -19,11 +19,11 @@ public:
     explicit PortsModel(QObject *parent = nullptr);
     ~PortsModel() override;
 
-    /// Changes only the rows that differ, so selections stay. `entries` must be in the order of
-    /// JwTools::isPortBefore().
+    /// Replaces the entries. Changes only the rows that differ, so that selected rows stay selected. `entries` must be
+    /// sorted by JwTools::isPortBefore().
     void setEntries(const QVector<PortEntry> &entries);
     const PortEntry &entry(int row) const { return m_entries.at(row); }
-    /// The palette from which the colours of the texts follow.
+    /// Sets the palette of the view. The colours of the texts are chosen to be readable on it.
     void setPalette(const QPalette &palette);
 
     int rowCount(const QModelIndex &parent = {}) const override;

@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-/// Adds space to each cell, because the columns are only as wide as their texts.
+/// Adds space to each cell. Without it, the texts of two columns would touch.
 class RoomyDelegate : public QStyledItemDelegate
 {
 public:

@@ -7,18 +7,18 @@ namespace JwMonitor {
 class BoardFinder;
 class PortsModel;
 
-/// The table of ports and boards.
+/// Shows the table of ports and boards.
 class PortsView : public QTableView
 {
     Q_OBJECT
 
 public:
-    /// `finder` must outlive it.
+    /// `finder` must outlive the view.
     explicit PortsView(const BoardFinder *finder, QWidget *parent = nullptr);
     ~PortsView() override;
 
 Q_SIGNALS:
-    /// The user chose the row of port `name`; empty: no row is chosen.
+    /// Emitted when the user selects the row of port `name`. `name` is empty if no row is selected any more.
     void portChosen(const QString &name);
 
 protected:

@@ -8,7 +8,7 @@ struct PortReport;
 
 namespace JwMonitor {
 
-/// The verdict of a search on a port, in a few words. `isOver`: the search has ended.
+/// Returns a short text about what a search found on a port. `isOver` says whether the search has ended.
 QString verdictText(const JwDevice::PortReport &report, bool isOver);
 
 } // namespace JwMonitor

@@ -9,22 +9,22 @@
 
 namespace JwMonitor {
 
-/// Watches which serial ports the system has. It asks in its own thread: with many ports, one list takes so long that
-/// the window would stop visibly.
+/// Watches which serial ports the system lists. The watcher uses its own thread, because with many ports one look takes
+/// so long that the window would stop visibly.
 class PortWatcher : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Starts to watch.
+    /// Starts the thread that watches the ports.
     explicit PortWatcher(QObject *parent = nullptr);
     ~PortWatcher() override;
 
-    /// Emits the next list even if it has not changed.
+    /// Makes the next look emit portsChanged() even if the list of ports has not changed.
     void lookAgain() { m_isForced = true; }
 
 Q_SIGNALS:
-    /// Emitted for the first list, even an empty one, and after each change.
+    /// Emitted after the first look, even if no port is there, and after each change.
     void portsChanged(const QVector<JwMonitor::SystemPort> &ports);
 
 private:

@@ -6,11 +6,11 @@
 
 namespace JwMonitor {
 
-/// A serial port as the system lists it.
+/// What the system's list of ports says about a serial port.
 struct SystemPort
 {
-    QString name; ///< such as "ttyACM0"
-    QString usbId; ///< such as "0483:5740"; empty if the port has no USB id
+    QString name; ///< for example "ttyACM0"
+    QString usbId; ///< for example "0483:5740"; empty if the port has no USB id
     QString manufacturer;
     QString product;
     QString serialNumber;

@@ -6,7 +6,7 @@
 
 namespace JwMonitor {
 
-/// The current time, in the form that records of traffic and log have.
+/// Returns the current time in microseconds since the epoch, as the records of traffic and log store it.
 inline qint64 microsecondsSinceEpoch()
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();

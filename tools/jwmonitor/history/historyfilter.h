@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// Shows the rows of a history that pass a test. Unlike Qt's proxy models, it goes through a large history in parts,
-/// and it can be paused.
+/// A model that contains only those rows of a source model that pass a test. Unlike Qt's proxy models, the filter tests
+/// a large history in parts, and it can be paused.
 class HistoryFilter : public QAbstractTableModel
 {
     Q_OBJECT
@@ -21,9 +21,9 @@ public:
     explicit HistoryFilter(QAbstractItemModel *source, QObject *parent = nullptr);
     ~HistoryFilter() override;
 
-    /// An empty test lets all rows pass. The rows appear part by part.
+    /// Sets the test and tests all rows again, in parts. An empty test lets all rows pass.
     void setTest(const Test &test);
-    /// While paused, no row is added. Rows that the source drops still go.
+    /// While paused, the filter adds no rows. It still removes rows that the source drops.
     void setPaused(bool paused);
     bool isPaused() const { return m_scan.isPaused(); }
 
@@ -42,7 +42,7 @@ private:
     QAbstractItemModel *const m_source;
     HistoryScan m_scan;
     Test m_test;
-    std::deque<qint64> m_numbers; // of the rows that passed
+    std::deque<qint64> m_numbers; // numbers of the rows that passed the test, as HistoryScan counts them
 };
 
 } // namespace JwMonitor

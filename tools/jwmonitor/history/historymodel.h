@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// The base of models that append records and keep only the newest ones. New records become rows in batches, so views
-/// update at most once in batchMs, however many records come.
+/// The base of models that append records and keep only the newest records. New records become rows in batches, so a
+/// view updates at most once in batchMs even if many records are appended.
 template <typename Record>
 class HistoryModel : public QAbstractTableModel
 {
@@ -25,19 +25,19 @@ public:
         connect(&m_timer, &QTimer::timeout, this, [this] { flush(); });
     }
 
-    /// Returns the number of the record. The first record has number 0; a number never changes.
+    /// Appends a record and returns its number. The first record gets number 0. The number of a record never changes.
     qint64 append(const Record &record)
     {
         m_pending.append(record);
         const qint64 number = m_firstNumber + rowCount() + m_pending.size() - 1;
-        if (m_pending.size() >= maxRows) // the event loop did not run
+        if (m_pending.size() >= maxRows) // the event loop did not run, so the timer did not flush
             flush();
         else if (!m_timer.isActive())
             m_timer.start(batchMs);
         return number;
     }
 
-    /// Makes rows of all records appended since the last batch.
+    /// Turns all records appended since the last batch into rows.
     void flush()
     {
         m_timer.stop();
@@ -57,7 +57,7 @@ public:
         dropOldest(rowCount());
     }
 
-    /// The record of a row.
+    /// Returns the record of row `row`.
     const Record &record(int row) const { return m_records[static_cast<size_t>(row)]; }
 
     int rowCount(const QModelIndex &parent = {}) const override
@@ -66,9 +66,10 @@ public:
     }
 
 protected:
-    /// The row of a number. Below 0: the row was dropped. rowCount() or more: the record is no row yet.
+    /// Returns the row of the record `number`. The result is negative if the record was dropped. The result is
+    /// rowCount() or more if the record waits for the next batch.
     int rowOf(qint64 number) const { return static_cast<int>(number - m_firstNumber); }
-    /// The record with this number, even if it is no row yet; null if it was dropped.
+    /// Returns the record `number`, even if the record still waits for the next batch. Null if the record was dropped.
     Record *find(qint64 number)
     {
         const qint64 row = number - m_firstNumber;
@@ -94,7 +95,7 @@ private:
     std::deque<Record> m_records;
     QVector<Record> m_pending;
     QTimer m_timer;
-    qint64 m_firstNumber = 0; // of row 0
+    qint64 m_firstNumber = 0; // number of the record in row 0
 };
 
 } // namespace JwMonitor

@@ -7,10 +7,10 @@ class QAbstractItemModel;
 
 namespace JwMonitor {
 
-/// Visits all rows of a history once, then each new row. It visits some rows in each turn of the event loop, so that
-/// the window stays quick.
+/// Visits each row of a history once, including rows that are added later. Each turn of the event loop visits only some
+/// rows, so that the window can still react to the user.
 ///
-/// A row has a number that never changes. The first row has number 0.
+/// Each row has a number that stays the same when older rows are dropped. The first row of all has number 0.
 class HistoryScan : public QObject
 {
     Q_OBJECT
@@ -19,19 +19,19 @@ public:
     explicit HistoryScan(const QAbstractItemModel *model, QObject *parent = nullptr);
     ~HistoryScan() override;
 
-    /// Starts again at the oldest row.
+    /// Visits all rows again, from the oldest row on.
     void restart();
-    /// While paused, new rows are not visited. They are visited later.
+    /// While paused, the scan does not visit new rows. It visits these rows after the pause.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
 
-    /// The number of row 0.
+    /// Returns the number of row 0.
     qint64 firstNumber() const { return m_firstNumber; }
 
 Q_SIGNALS:
-    /// Visits the rows `first` to `last` of the model.
+    /// Emitted when the scan visits the rows `first` to `last` of the model.
     void reached(int first, int last);
-    /// The model will drop the rows with a number below `firstNumber`.
+    /// Emitted before the model drops all rows with a number below `firstNumber`.
     void dropping(qint64 firstNumber);
 
 private:
@@ -41,8 +41,8 @@ private:
     const QAbstractItemModel *const m_model;
     QTimer m_turn;
     qint64 m_firstNumber;
-    qint64 m_next; // number of the first row not visited yet
-    qint64 m_end; // number of the first row not to visit while paused
+    qint64 m_next; // number of the next row to visit
+    qint64 m_end; // while paused: number of the first row that the scan does not visit
     bool m_paused;
 };
 

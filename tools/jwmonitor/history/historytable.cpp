@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int maxCopiedRows = 10000; // more rows would stop the window
+constexpr int maxCopiedRows = 10000; // with more rows, the window would stop visibly while it copies
 
 } // namespace
 
@@ -22,7 +22,7 @@ HistoryTable::HistoryTable(QWidget *parent)
 {
     setSelectionBehavior(SelectRows);
     setEditTriggers(NoEditTriggers);
-    setTabKeyNavigation(false); // so that Tab leaves the table
+    setTabKeyNavigation(false); // so that the key Tab leaves the table
     setWordWrap(false);
     setShowGrid(false);
     setAlternatingRowColors(true);
@@ -92,7 +92,7 @@ void HistoryTable::rowsAboutToBeRemoved(const QModelIndex &parent, int start, in
 {
     m_following = isAtEnd();
     if (currentIndex().isValid() && currentIndex().row() <= end)
-        selectionModel()->clearCurrentIndex(); // else the view jumps to the next current row
+        selectionModel()->clearCurrentIndex(); // without this, the view scrolls to the row that becomes current
     QTableView::rowsAboutToBeRemoved(parent, start, end);
 }
 
@@ -101,7 +101,8 @@ bool HistoryTable::isAtEnd() const
     return verticalScrollBar()->value() == verticalScrollBar()->maximum();
 }
 
-// At the end, the base class aligns the last row with the bottom and cuts the top row. This aligns the top row.
+// At the end of the table, the base class aligns the last row with the bottom and cuts off a part of the top row. This
+// function moves the rows so that the top row is whole.
 void HistoryTable::alignTopRow()
 {
     const int offset = verticalHeader()->offset();

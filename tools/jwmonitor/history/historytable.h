@@ -4,8 +4,8 @@
 
 namespace JwMonitor {
 
-/// The table of a history. Scrolled to the end, it follows the newest row. Otherwise it keeps its place while old rows
-/// are dropped.
+/// The table of a history. If the user scrolled to the end, the table shows each new row. Otherwise the table keeps
+/// showing the same rows while old rows are dropped.
 class HistoryTable : public QTableView
 {
     Q_OBJECT
@@ -16,7 +16,7 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
 
-    /// Makes each column as wide as its text here needs. The last visible column takes the rest.
+    /// Makes each column as wide as its text in `texts` needs. The last visible column takes the remaining width.
     void setColumnTexts(const QStringList &texts);
 
 protected:

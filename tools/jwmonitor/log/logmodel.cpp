@@ -21,7 +21,7 @@ LogModel::LogModel(QObject *parent)
 LogModel::~LogModel()
 {
     loggerInstance()->removeSink(m_sink);
-    m_sink->silence(); // another thread may be logging at this moment
+    m_sink->silence(); // another thread may still use the sink, and must not call this model any more
 }
 
 int LogModel::columnCount(const QModelIndex &parent) const

@@ -9,7 +9,7 @@ namespace JwMonitor {
 
 class LogSink;
 
-/// The log records that the library writes while the model exists, from any thread.
+/// The records that the library logs in any thread while the model exists.
 class LogModel : public HistoryModel<LogRecord>
 {
     Q_OBJECT

@@ -10,11 +10,11 @@ namespace JwMonitor {
 /// One record of the library's log.
 struct LogRecord
 {
-    qint64 timeUs; ///< since the epoch
+    qint64 timeUs; ///< microseconds since the epoch
     Logger::Level level;
-    QString category; ///< empty for none
+    QString category; ///< name of the category; empty if the record has no category
     QString text;
-    QString place; ///< "communicator.cpp:87"
+    QString place; ///< file and line, for example "communicator.cpp:87"
     QString function;
 };
 

@@ -12,7 +12,8 @@ class HistoryScan;
 class HistoryTable;
 class LogModel;
 
-/// The log as a table with filters for level, category and text, and the choice of the level that the library writes.
+/// Shows the log as a table with filters for level, category and text. The user can also choose which levels the
+/// library logs.
 class LogView : public QWidget
 {
     Q_OBJECT

@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-/// Adds a label and `widget`. The label's underlined letter leads to the widget.
+/// Adds a label and `widget` to `layout`. The key of the label's underlined letter moves the focus to `widget`.
 inline void addLabelled(QBoxLayout *layout, const QString &text, QWidget *widget, int stretch = 0)
 {
     auto *label = new QLabel(text);

@@ -11,7 +11,7 @@ namespace {
 
 using Colours = std::array<QRgb, Theme::RoleCount>;
 
-// Each colour except the grid has a contrast of at least 4.5 to 1 with its background.
+// Texts are readable in each of these colours except the grid: the contrast with the background is at least 4.5 to 1.
 constexpr Colours lightColours{0x1a7f37, 0xc4282d, 0x8a6100, 0x0b5fc4, 0x1a7f37, 0x636b74,
                                0xd8dce1, 0x0b5fc4, 0xb04a00, 0x1a7f37, 0x8038b5};
 constexpr Colours darkColours{0x5dcb78, 0xff7b72, 0xe5b53c, 0x6cb0ff, 0x5dcb78, 0x98a1ac,
@@ -49,7 +49,7 @@ QPalette makePalette(bool dark)
 
 void Theme::apply(QApplication &app, Palette palette)
 {
-    app.setStyle(QStyleFactory::create(QStringLiteral("Fusion"))); // the only style that uses the palette everywhere
+    app.setStyle(QStyleFactory::create(QStringLiteral("Fusion"))); // other styles ignore parts of the palette
     app.setPalette(makePalette(palette == Palette::Dark));
 }
 

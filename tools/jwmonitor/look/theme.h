@@ -8,33 +8,33 @@ class QApplication;
 
 namespace JwMonitor {
 
-/// The colours of the window: a light and a dark set, with a colour for each role. A painter passes the palette of its
-/// widget, so a change of the palette changes all colours.
+/// The colours of the window: a light and a dark set, with a colour for each role. Painting code passes the palette of
+/// its widget each time, so the colours follow when the palette changes.
 class Theme
 {
 public:
     enum class Palette { Light, Dark };
 
     enum Role {
-        Good, ///< found, answered, right
-        Problem, ///< lost, not opened, wrong
-        Waiting, ///< asked, no answer yet
-        Query, ///< what we send
-        Reply, ///< what we receive
-        Quiet, ///< timed out, or not important
-        Grid, ///< lines behind a plot or timeline
-        Series1, ///< lines of a plot, in this order
+        Good, ///< a board was found or answered, or a value is right
+        Problem, ///< a board was lost, a port could not be opened, or a value is wrong
+        Waiting, ///< a query was sent and no answer has arrived
+        Query, ///< a sentence that this program sends
+        Reply, ///< a sentence that this program receives
+        Quiet, ///< a query timed out, or a text is not important
+        Grid, ///< the lines in the background of a plot or timeline
+        Series1, ///< the first curve of a plot; the next roles are for further curves
         Series2,
         Series3,
         Series4,
         RoleCount,
     };
 
-    /// Gives `app` the style and the colours of `palette`.
+    /// Sets the style of `app`, and sets its colours to `palette`.
     static void apply(QApplication &app, Palette palette);
-    /// Whether `palette` is light or dark, judged by its brightness. Works for every palette.
+    /// Returns Dark or Light, by the brightness of `palette`. `palette` need not be one of the two sets.
     static Palette of(const QPalette &palette);
-    /// The colour for `role` on the background of `palette`.
+    /// Returns the colour for `role` that is readable on the background of `palette`.
     static QColor colour(const QPalette &palette, Role role);
 };
 

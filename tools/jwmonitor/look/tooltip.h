@@ -4,7 +4,7 @@
 
 namespace JwMonitor {
 
-/// Makes a tool tip that shows every character of `text`, although tool tips are HTML.
+/// Returns a tool tip that shows `text` unchanged. Qt reads tool tips as HTML, so the function escapes the text.
 inline QString toolTipText(const QString &text)
 {
     return QStringLiteral("<qt>%1</qt>").arg(text.toHtmlEscaped().replace(QLatin1Char('\n'), QLatin1String("<br>")));

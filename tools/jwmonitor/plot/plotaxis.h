@@ -5,13 +5,14 @@
 
 namespace JwMonitor {
 
-/// The range of an axis and its marks.
+/// The range of values that an axis shows, and the marks on the axis.
 class PlotAxis
 {
 public:
-    /// For numbers: at most `maxMarks` marks, at 1, 2 or 5 times a power of ten. A range without extent is widened.
+    /// Makes an axis for numbers. It has at most `maxMarks` marks; their distance is 1, 2 or 5 times a power of ten. If
+    /// `low` and `high` are equal, the range is widened.
     static PlotAxis forValues(double low, double high, int maxMarks);
-    /// For times in microseconds since the epoch: marks at whole seconds, minutes or hours.
+    /// Makes an axis for times in microseconds since the epoch. The marks are at whole seconds, minutes or hours.
     static PlotAxis forTimes(qint64 beginUs, qint64 endUs, int maxMarks);
 
     double low() const { return m_low; }
@@ -19,7 +20,7 @@ public:
     double step() const { return m_step; }
     QVector<double> marks() const;
 
-    /// The place of `value` on the axis: 0 at `low`, 1 at `high`.
+    /// Returns the place of `value` on the axis: 0 for low(), 1 for high().
     double position(double value) const { return (value - m_low) / (m_high - m_low); }
 
 private:

@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr char usualLabel[] = "-00000000"; // up to this width, labels don't move the curves
+constexpr char usualLabel[] = "-00000000"; // the least width of labels, so that the plot doesn't move
 
 QString valueText(double value)
 {
@@ -42,7 +42,7 @@ QPointF place(const PlotSample &sample, const QRectF &area, const PlotAxis &time
 
 } // namespace
 
-/// The visible part of a curve, and one more sample to its left.
+/// The visible samples of a curve, and one more sample to their left, so that the line starts at the edge.
 struct PlotCanvas::Curve
 {
     using Iterator = std::deque<PlotSample>::const_iterator;
@@ -115,9 +115,9 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
-                              polygon.size() < area.width()); // slow for dense curves, and no nicer
-        // A wide pen takes a hundred times as long on a dense curve. So a line of several screen pixels is drawn
-        // several times.
+                              polygon.size() < area.width()); // too slow for dense curves, and not visible
+        // On a dense curve, a wide pen takes a hundred times as long as a thin pen. So a line that is several screen
+        // pixels wide is made of several thin lines.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
             painter.drawPolyline(polygon.translated(shift, shift));
         if (polygon.size() > area.width() / 20)
@@ -174,7 +174,7 @@ void PlotCanvas::hideEvent(QHideEvent *event)
 
 QVector<PlotCanvas::Curve> PlotCanvas::visibleCurves(qint64 *beginUs, qint64 *endUs) const
 {
-    // The current second is not over yet: its count would look like a drop.
+    // The current second is not over, so its low count would look like a drop. The plot of a rate leaves it out.
     const qint64 now = microsecondsSinceEpoch();
     const qint64 latest = m_data->quantity().isRate() ? now / second * second - 1 : now;
     *endUs = latest;
@@ -214,7 +214,7 @@ PlotAxis PlotCanvas::valueAxis(const QVector<Curve> &curves, int maxMarks) const
     return PlotAxis::forValues(m_data->quantity().isRate() ? 0 : low - margin, high + margin, maxMarks);
 }
 
-// For each column of pixels, the lowest and the highest sample are enough.
+// Several samples may fall into one column of pixels. Only the lowest and the highest of them are drawn.
 QPolygonF PlotCanvas::line(const Curve &curve, const Frame &frame) const
 {
     QPolygonF points;

@@ -16,7 +16,8 @@ class QPolygonF;
 
 namespace JwMonitor {
 
-/// Draws the curves of a PlotData. The mouse or the keys Left and Right move a cursor that shows the values.
+/// Draws the curves of a PlotData. The user moves a cursor with the mouse or the keys Left and Right; the values at the
+/// cursor are shown.
 class PlotCanvas : public QWidget
 {
     Q_OBJECT
@@ -25,7 +26,7 @@ public:
     explicit PlotCanvas(const PlotData *plotData, QWidget *parent = nullptr);
     ~PlotCanvas() override;
 
-    /// Shows the last `seconds` up to now; 0: all samples.
+    /// Shows the samples of the last `seconds` seconds. If `seconds` is 0, shows all samples.
     void setSpan(int seconds);
 
     QSize minimumSizeHint() const override;
@@ -55,9 +56,9 @@ private:
 
     const PlotData *const m_data;
     qint64 m_spanUs;
-    int m_labelWidth; // of the longest number beside the axis
+    int m_labelWidth; // width of the longest number beside the axis, in pixels
     QTimer m_refresh;
-    std::optional<qreal> m_cursor; // 0: left edge of the plot, 1: right edge
+    std::optional<qreal> m_cursor; // from 0 (left edge) to 1 (right edge); empty if there is no cursor
 };
 
 } // namespace JwMonitor

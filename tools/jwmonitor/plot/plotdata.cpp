@@ -13,8 +13,8 @@ namespace JwMonitor {
 namespace {
 
 constexpr qint64 second = 1000000;
-constexpr int maxFields = 64; // of one kind of sentence
-constexpr int maxKinds = 100; // noise on a line makes new identifiers all the time
+constexpr int maxFields = 64; // per kind of sentence, because a quint64 has one bit for each field
+constexpr int maxKinds = 100; // a limit, because noise on a line makes new identifiers all the time
 
 bool readNumber(QStringView text, double *value)
 {
@@ -84,7 +84,7 @@ void PlotData::count(const TrafficRecord &record, qint64 number)
         ++samples.back().value;
         return;
     }
-    if (!samples.empty()) { // seconds without a payload
+    if (!samples.empty()) { // the seconds without a payload since the last sample count 0
         const qint64 firstIdle = samples.back().timeUs + second;
         if (firstIdle < begin)
             samples.push_back({number, firstIdle, 0});

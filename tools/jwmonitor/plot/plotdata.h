@@ -14,7 +14,8 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// The quantity that a plot shows: a field of a sentence, or, if the identifier is empty, the payloads per second.
+/// The quantity that a plot shows: the values of one field of a sentence. If `identifier` is empty, the quantity is the
+/// number of payloads per second.
 struct PlotQuantity
 {
     QString identifier;
@@ -26,16 +27,16 @@ struct PlotQuantity
 
 struct PlotSample
 {
-    qint64 number; ///< of the payload; the sample goes when the payload is dropped
-    qint64 timeUs; ///< since the epoch; never lower than that of the sample before
+    qint64 number; ///< number of the payload; the sample is deleted when the model drops the payload
+    qint64 timeUs; ///< microseconds since the epoch; never lower than in the sample before
     double value;
 };
 
-/// The curve of each port.
+/// Port name to the curve of the port.
 using PlotCurves = QMap<QString, std::deque<PlotSample>>;
 
-/// The curves of one quantity for the payloads of the model. A payload with a bad checksum counts in the rate, but its
-/// fields don't count.
+/// Computes the curves of one quantity from the payloads of the model. A payload with a bad checksum is counted in the
+/// rate, but its fields are ignored.
 class PlotData : public QObject
 {
     Q_OBJECT
@@ -44,14 +45,14 @@ public:
     explicit PlotData(const TrafficModel *model, QObject *parent = nullptr);
     ~PlotData() override;
 
-    /// The curves appear part by part.
+    /// Sets the quantity and computes the curves again, in parts.
     void setQuantity(const PlotQuantity &quantity);
     const PlotQuantity &quantity() const { return m_quantity; }
     const PlotCurves &curves() const { return m_curves; }
 
-    /// The fields that had a number so far, the oldest first.
+    /// Returns the fields in which a number was found so far, in the order in which they were found.
     const QVector<PlotQuantity> &fields() const { return m_fields; }
-    /// Such as "PTJWRD rev".
+    /// Returns the name of a field, for example "PTJWRD rev".
     QString fieldName(const PlotQuantity &field) const;
 
 Q_SIGNALS:
@@ -71,7 +72,7 @@ private:
     PlotQuantity m_quantity;
     PlotCurves m_curves;
     QVector<PlotQuantity> m_fields;
-    QMap<Kind, quint64> m_known; // one bit for each of m_fields
+    QMap<Kind, quint64> m_known; // for each kind, one bit for each field that m_fields contains
 };
 
 } // namespace JwMonitor

@@ -10,7 +10,8 @@ class PlotCanvas;
 class PlotData;
 class TrafficModel;
 
-/// The plot with its controls: a curve for each port, of the payloads per second or of a numeric field.
+/// Shows the plot and its controls. The plot has one curve for each port. The user chooses the quantity: the payloads
+/// per second, or a numeric field.
 class PlotView : public QWidget
 {
     Q_OBJECT

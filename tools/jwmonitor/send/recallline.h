@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-/// A line editor. The keys Up and Down bring back earlier lines.
+/// A line editor that remembers lines. The keys Up and Down show earlier lines.
 class RecallLine : public QLineEdit
 {
     Q_OBJECT
@@ -26,8 +26,8 @@ private:
     void recall(int position);
 
     QStringList m_history;
-    int m_position; // in m_history; equal to its size: a new line
-    QString m_draft; // the new line, kept while earlier ones are shown
+    int m_position; // index in m_history of the line shown; m_history.size() while the user edits a new line
+    QString m_draft; // the new line, kept while the editor shows an earlier line
 };
 
 } // namespace JwMonitor

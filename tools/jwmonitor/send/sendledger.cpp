@@ -34,12 +34,13 @@ uint SendLedger::send(const QString &sentence)
     return id;
 }
 
-// The port sends in order: the bytes that still wait belong to the newest payloads.
+// The port sends the payloads in order, so the bytes that still wait belong to the newest payloads. A payload is taken
+// when at most the payloads after it wait.
 void SendLedger::settle()
 {
     if (!m_link.communicator || !m_link.communicator->device())
         return;
-    qint64 behind = 0; // bytes of the payloads after the oldest one
+    qint64 behind = 0; // in the loop below: bytes of all payloads after the oldest payload
     for (const auto &[id, length] : qAsConst(m_waiting))
         behind += length;
     while (!m_waiting.isEmpty()) {

@@ -10,7 +10,7 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Sends to one board, and marks a payload in the model when the system took it.
+/// Sends payloads to one board, and marks each payload in the model when the system has taken it.
 class SendLedger : public QObject
 {
     Q_OBJECT
@@ -19,9 +19,9 @@ public:
     SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent = nullptr);
     ~SendLedger() override;
 
-    /// Whether the board is there and its port is open.
+    /// Returns whether the board is there and its port is open.
     bool isOpen() const;
-    /// Sends a whole sentence; the port must be open. Returns the id of the payload, or 0 if the write failed.
+    /// Sends a whole sentence. The port must be open. Returns the id of the payload, or 0 if the write failed.
     uint send(const QString &sentence);
 
 private:
@@ -29,7 +29,7 @@ private:
 
     const BoardLink m_link;
     TrafficModel *const m_model;
-    QQueue<QPair<uint, int>> m_waiting; // id and length, oldest first
+    QQueue<QPair<uint, int>> m_waiting; // id and length of each payload that is not yet taken, oldest first
 };
 
 } // namespace JwMonitor

@@ -122,7 +122,7 @@ void SendPanel::updatePreview()
 {
     if (m_line->text().trimmed().isEmpty()) {
         m_preview->clear();
-        return; // the message about the last sentence stays
+        return; // m_message still shows the result of the last sentence
     }
     const JwTools::SentenceFrame frame(m_line->text());
     m_preview->setText(JwTools::printable(frame.sentence()));

@@ -16,8 +16,8 @@ class RecallLine;
 class SendLedger;
 class TrafficModel;
 
-/// Sends lines to a board. Shows each line as it will go out, and a table of all sent payloads with their progress.
-/// Adds what it sends to the model.
+/// Sends lines to a board. Shows the sentence that each line becomes, and a table of all sent payloads with their
+/// progress. Adds each sent payload to the model.
 class SendPanel : public QWidget
 {
     Q_OBJECT
@@ -26,9 +26,9 @@ public:
     explicit SendPanel(TrafficModel *model, QWidget *parent = nullptr);
     ~SendPanel() override;
 
-    /// Replaces an earlier board on the same port.
+    /// Adds a board to which the user can send. Replaces an earlier board on the same port.
     void addBoard(const BoardLink &link);
-    /// The board may be deleted already. Ignores unknown ports.
+    /// Removes the board on `port`, which may already be deleted. Ignores unknown ports.
     void removeBoard(const QString &port);
 
 protected:
@@ -49,7 +49,7 @@ private:
     QLabel *const m_message;
     HistoryFilter *const m_sent;
     HistoryTable *const m_table;
-    QHash<QString, SendLedger *> m_ledgers; // by port
+    QHash<QString, SendLedger *> m_ledgers; // port name to the ledger of its board
     bool m_messageIsFault;
 };
 

@@ -11,46 +11,47 @@ namespace JwMonitor {
 
 class BoardFinder;
 
-/// An event of one port in a search, as the timeline shows it.
+/// An event on one port during a search, as the timeline shows it.
 struct TimelineEvent
 {
     JwDevice::PortEvent::Kind kind;
-    double ms; ///< since the start of the search
-    QString text; ///< the sentence or the error; may be empty
-    int round = 0; ///< 0 while ports are asked first, 1 in the first retry round
+    double ms; ///< milliseconds since the start of the search
+    QString text; ///< text of the sentence or of the error; may be empty
+    int round = 0; ///< number of the round: 0 for the first queries, 1 for the first retry round
 };
 
-/// What happened on one port, in order.
+/// The events on one port, oldest first, and the result.
 struct TimelineLane
 {
     QString port;
-    QVector<TimelineEvent> events; ///< the newest ProbeTimeline::maxEvents
-    int dropped = 0; ///< number of older events, which are not kept
-    int queries = 0; ///< in all rounds
-    JwDevice::PortReport report; ///< the newest one
-    QString outcome; ///< in a few words; empty while it is open
-    bool isGood = false; ///< a board was found on the port
+    QVector<TimelineEvent> events; ///< only the newest events; at most ProbeTimeline::maxEvents
+    int dropped = 0; ///< number of older events that are no longer in `events`
+    int queries = 0; ///< number of queries sent in all rounds
+    JwDevice::PortReport report; ///< the newest report about the port
+    QString outcome; ///< the result in a few words; empty while the result is not known
+    bool isGood = false; ///< whether a board was found on the port
 };
 
-/// What a search did on each port and when, from the events and reports of the search.
+/// Collects the events and reports of a search, so that the timeline can show what happened on each port and when.
 class ProbeTimeline : public QObject
 {
     Q_OBJECT
 
 public:
-    static constexpr int maxEvents = 2000; ///< in one lane; a search may last for an hour
+    static constexpr int maxEvents = 2000; ///< in one lane; the limit is needed because a search may last for an hour
 
-    /// Shows the newest search of `finder`.
+    /// Collects the events of each search of `finder`. When a new search starts, the events of the old search are
+    /// removed.
     explicit ProbeTimeline(BoardFinder *finder, QObject *parent = nullptr);
     ~ProbeTimeline() override;
 
     const QVector<TimelineLane> &lanes() const { return m_lanes; }
-    /// The starts of the retry rounds, in ms.
+    /// Returns the times at which the retry rounds started, in ms since the start of the search.
     const QVector<double> &rounds() const { return m_rounds; }
     bool isRunning() const { return m_isRunning; }
-    /// How long the search has taken so far, in ms.
+    /// Returns the duration of the search in ms. While the search runs, this is the time since its start.
     double duration() const;
-    /// When the search started, in microseconds since the epoch; 0 before the first search.
+    /// Returns the time when the search started, in microseconds since the epoch. 0 before the first search.
     qint64 startTime() const { return m_startUs; }
 
     static QString kindName(JwDevice::PortEvent::Kind kind);

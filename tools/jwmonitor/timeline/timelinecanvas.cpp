@@ -17,10 +17,10 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int frameTime = 33; // ms
+constexpr int frameTime = 33; // ms between two pictures
 constexpr double maxZoom = 1000;
 constexpr double zoomStep = 1.5;
-constexpr int maxDescribed = 20; // lines of a tool tip
+constexpr int maxDescribed = 20; // events that one tool tip describes
 
 } // namespace
 
@@ -35,7 +35,7 @@ TimelineCanvas::TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent)
     m_clock.setInterval(frameTime);
     connect(&m_clock, &QTimer::timeout, this, &TimelineCanvas::refresh);
     connect(m_timeline, &ProbeTimeline::changed, this, [this] {
-        followMark(); // now, because a picture may be painted before the next frame
+        followMark(); // at once, because Qt may paint before m_clock fires
         if (!m_clock.isActive())
             m_clock.start();
     });
@@ -178,7 +178,7 @@ void TimelineCanvas::markNext(int lanes, int events)
     const QVector<TimelineLane> &all = m_timeline->lanes();
     TimelinePainter::Place place = m_marked;
     int lane = place.lane + (place.lane < 0 ? 1 : lanes);
-    while (lane >= 0 && lane < all.size() && all[lane].events.isEmpty()) // a lane without an event to mark
+    while (lane >= 0 && lane < all.size() && all[lane].events.isEmpty()) // skips lanes without events
         lane += lanes < 0 ? -1 : 1;
     if (lane < 0 || lane >= all.size())
         return;

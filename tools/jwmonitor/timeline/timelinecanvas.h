@@ -9,28 +9,28 @@ namespace JwMonitor {
 
 class ProbeTimeline;
 
-/// Shows a timeline on the screen and follows a running search. Describes the event under the mouse and the event that
-/// is marked by keys.
+/// Shows a timeline on the screen and updates it while a search runs. Describes the event under the mouse, and the
+/// event that the user marked with the mouse or the keys.
 class TimelineCanvas : public QAbstractScrollArea
 {
     Q_OBJECT
 
 public:
-    /// `timeline` must outlive it.
+    /// `timeline` must outlive the canvas.
     explicit TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineCanvas() override;
 
-    /// At 1 the whole search fits into the view.
+    /// Sets the zoom factor. At 1, the whole search fits into the view.
     void setZoom(double zoom);
     double zoom() const { return m_zoom; }
-    /// Scrolls to the lane of `port`, if it has one.
+    /// Scrolls to the lane of `port`. Does nothing if the timeline has no such lane.
     void showPort(const QString &port);
-    /// Paints the whole picture without scroll bars, for saving.
+    /// Returns the size of the whole timeline, as paintPicture() paints it for a saved picture.
     QSizeF pictureSize() const;
     void paintPicture(QPainter &painter) const;
 
 Q_SIGNALS:
-    /// Describes the marked event; empty if the mark was removed.
+    /// Emitted when another event is marked; `text` describes the event. `text` is empty if the mark was removed.
     void described(const QString &text);
 
 protected:
@@ -52,10 +52,10 @@ private:
     QString description(const QVector<TimelinePainter::Place> &places) const;
 
     const ProbeTimeline *const m_timeline;
-    QTimer m_clock; // moves the picture while a search runs
+    QTimer m_clock; // updates the view while a search runs
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
-    int m_markedDropped = 0; // TimelineLane::dropped of the marked lane when the mark was set
+    int m_markedDropped = 0; // TimelineLane::dropped of the marked lane when m_marked was last updated
 };
 
 } // namespace JwMonitor

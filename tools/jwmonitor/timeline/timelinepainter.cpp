@@ -18,16 +18,17 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double shortestSearch = 50; // ms; the view never shows less
+constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it took this long
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // room for a sentence after the end of the search
+constexpr int lastCharacters = 34; // space to the right of the search for the text of a last sentence
 constexpr int sentenceReach =
-    100; // in line heights; no sentence is wider, so one that begins farther left is not visible
-constexpr int longestText = 200; // characters of all sentences at one place
-constexpr double leastGap = 1; // pixels; marks closer than this would overlap
-constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the rest
+    100; // in line heights; every sentence is narrower, so a sentence that begins farther left is not visible
+constexpr int longestText = 200; // characters; no more sentences are joined to a text that is longer
+constexpr double leastGap = 1; // pixels; a mark that is closer to the mark before is not drawn
+constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the picture
 
-/// The ms between two lines of the axis: the smallest 1, 2 or 5 with zeros that is not below `least`.
+/// Returns the ms between two lines of the axis: 1, 2 or 5 times a power of ten. It is the smallest such number that is
+/// not below `least`.
 double stepOf(double least)
 {
     const double power = std::pow(10, std::floor(std::log10(least)));
@@ -184,9 +185,9 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         if (begin < end)
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    // Waits without a visible gap between them are drawn as one.
+    // Waits without a visible gap between them are drawn as one rectangle, because a lane may have thousands of waits.
     double begin = 0;
-    double end = -1; // no wait yet
+    double end = -1; // end of the collected wait; -1 if none is collected
     Theme::Role waitRole = Theme::Waiting;
     const auto flush = [&] {
         if (end >= begin)
@@ -203,7 +204,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     };
 
     auto event = eventFrom(lane, left);
-    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // the wait may have begun farther left
+    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // a visible wait may begin farther left
         --event;
     double asked = -1;
     for (; event != lane.events.end() && (asked >= 0 || xAt(event->ms) <= right); ++event) {
@@ -232,7 +233,7 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
     const auto isShown = [sent](const TimelineEvent &event) {
         return !event.text.isEmpty() && event.kind != PortEvent::HandedOver && sent == (event.kind == PortEvent::Asked);
     };
-    // Sentences of the same moment are joined. A text ends where the next begins.
+    // Sentences at nearly the same time are joined to one text. Each text is cut where the next text begins.
     double from = -1;
     QString text;
     QColor colour;

@@ -15,41 +15,42 @@ class ProbeTimeline;
 struct TimelineEvent;
 struct TimelineLane;
 
-/// Draws a timeline: a lane for each port, with time to the right. Scrolling moves neither the names on the left nor
-/// the axis on top.
+/// Draws a timeline. Each port has a lane, and time runs to the right. The names on the left don't scroll sideways, and
+/// the axis on top doesn't scroll down.
 class TimelinePainter
 {
 public:
-    /// Names one event by its lane and its index.
+    /// The index of a lane, and the index of an event in the lane.
     struct Place
     {
         int lane = -1;
         int event = -1;
     };
 
-    /// `width` is the visible width; at `zoom` 1 the whole search fits into it. `timeline` must outlive the painter.
+    /// `width` is the visible width. At `zoom` 1, the whole search fits into `width`. `timeline` must outlive the
+    /// painter.
     TimelinePainter(const ProbeTimeline &timeline, const QPalette &palette, const QFont &font, double width,
                     double zoom);
 
-    /// The size of the whole picture.
+    /// Returns the size of the whole picture.
     QSizeF size() const;
     double laneHeight() const { return m_laneHeight; }
     double headerHeight() const { return m_headerHeight; }
 
-    /// Draws on a surface of `size`, scrolled by `offset`, with a mark around `marked`.
+    /// Draws the part of the picture that a view of `size`, scrolled by `offset`, shows. Draws a mark around `marked`.
     void paint(QPainter &painter, const QSizeF &size, const QPointF &offset, Place marked) const;
 
-    /// The events of one lane near `position` on such a surface.
+    /// Returns the events of one lane near `position` in a view that is scrolled by `offset`.
     QVector<Place> placesAt(const QPointF &position, const QPointF &offset) const;
-    /// The position of `place` in the unscrolled picture.
+    /// Returns the position of `place` in the unscrolled picture.
     QPointF position(Place place) const;
-    /// The time in ms at `x` of the unscrolled picture.
+    /// Returns the time in ms at `x` in the unscrolled picture.
     double timeAt(double x) const { return (x - m_labelWidth) / m_scale; }
     double xAt(double ms) const { return m_labelWidth + ms * m_scale; }
 
 private:
     void paintAxis(QPainter &painter, const QSizeF &size, double shift) const;
-    /// A part of the unscrolled picture.
+    /// Draws the part of a lane from `left` to `right`, in coordinates of the unscrolled picture.
     void paintLane(QPainter &painter, const TimelineLane &lane, double top, double left, double right) const;
     void paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
     void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent, double left,
@@ -57,20 +58,20 @@ private:
     void paintMarkers(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
     void paintMarker(QPainter &painter, const TimelineEvent &event, double middle) const;
     void paintLabel(QPainter &painter, const TimelineLane &lane, double top) const;
-    /// The first event at `x` or to the right of it.
+    /// Returns the first event at `x` or to the right of `x`.
     QVector<TimelineEvent>::const_iterator eventFrom(const TimelineLane &lane, double x) const;
     double eventY(const TimelineEvent &event, double middle) const;
 
     const ProbeTimeline &m_timeline;
     const QPalette m_palette;
     const QFont m_font;
-    double m_end; // how long the search has taken so far, in ms
-    double m_line; // height of a line of text
+    double m_end; // duration of the search so far, in ms
+    double m_line; // height of a line of text, in pixels
     double m_labelWidth;
     double m_rightMargin;
     double m_headerHeight;
     double m_laneHeight;
-    double m_scale; // pixels for each ms
+    double m_scale; // pixels per ms
 };
 
 } // namespace JwMonitor

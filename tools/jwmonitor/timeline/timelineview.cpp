@@ -23,8 +23,8 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double pictureScale = 2; // of saved PNGs, to be sharp on any screen and in print
-constexpr int maxPixels = 32767; // in each direction; Qt can paint no more
+constexpr double pictureScale = 2; // enlarges saved PNGs, so that they are sharp on any screen and in print
+constexpr int maxPixels = 32767; // largest width and height of a saved PNG, because Qt can't paint larger pictures
 constexpr double zoomStep = 2;
 
 QToolButton *createButton(const QString &text, const QString &toolTip, QWidget *parent)
@@ -61,9 +61,9 @@ TimelineView::TimelineView(const ProbeTimeline *timeline, QWidget *parent)
     layout->addLayout(bar);
     layout->addWidget(m_canvas, 1);
     setFocusProxy(m_canvas);
-    m_hint->setTextFormat(Qt::PlainText); // a board's text may look like HTML
+    m_hint->setTextFormat(Qt::PlainText); // because the text of a board may look like HTML
     m_hint->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence doesn't widen the window
+    m_hint->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long sentence must not widen the window
 
     connect(m_canvas, &TimelineCanvas::described, this, [this](const QString &text) {
         m_hint->setText(text);

@@ -9,23 +9,23 @@ namespace JwMonitor {
 class ProbeTimeline;
 class TimelineCanvas;
 
-/// The timeline of the newest search with its legend and the buttons for zoom and saving.
+/// Shows the timeline of the newest search, its legend, and the buttons for zooming and saving.
 class TimelineView : public QWidget
 {
     Q_OBJECT
 
 public:
-    /// `timeline` must outlive it.
+    /// `timeline` must outlive the view.
     explicit TimelineView(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineView() override;
 
-    /// Saves the whole picture, as SVG if the name ends with ".svg", as PNG if with ".png". Returns an error text;
-    /// empty on success.
+    /// Saves the whole picture: as SVG if the name ends with ".svg", as PNG if the name ends with ".png". Returns an
+    /// empty text on success, else the error.
     QString saveTo(const QString &fileName) const;
     TimelineCanvas *canvas() const { return m_canvas; }
 
 public Q_SLOTS:
-    /// Asks for a file name, then saves.
+    /// Asks the user for a file name, then saves the picture.
     void askAndSave();
 
 private:

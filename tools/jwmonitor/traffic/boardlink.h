@@ -9,7 +9,7 @@
 
 namespace JwMonitor {
 
-/// A board that was found. The Communicator belongs to the finder of the board, which may delete it at any time.
+/// A board that was found. BoardFinder owns the Communicator and may delete it at any time.
 struct BoardLink
 {
     QString port;

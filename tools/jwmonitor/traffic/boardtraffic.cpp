@@ -20,7 +20,7 @@ BoardTraffic::BoardTraffic(const BoardLink &link, TrafficModel *model, QObject *
     });
     connect(communicator, &JwDevice::Communicator::transferred, this,
             [this](uint id) { m_model->markTransferred(m_link.port, id); });
-    for (QString payload; communicator->readPayload(payload);) // payloads that came before this object
+    for (QString payload; communicator->readPayload(payload);) // no signal follows for payloads that arrived earlier
         receive(payload, 0);
 }
 

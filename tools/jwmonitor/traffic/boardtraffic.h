@@ -8,8 +8,8 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Adds the payloads of a board to the model, and marks sent payloads as transferred. It must be the only reader of the
-/// Communicator. It stops when the Communicator is deleted.
+/// Adds the received payloads of a board to the model, and marks sent payloads as transferred. Nothing else may read
+/// from the Communicator. Nothing is added any more when the Communicator is deleted.
 class BoardTraffic : public QObject
 {
     Q_OBJECT

@@ -14,7 +14,7 @@ namespace {
 const QLatin1Char fieldSeparator(',');
 const QLatin1Char checksumDelimiter('*');
 
-/// Gives access to the tables of the parser.
+/// Reads the protected tables of the library's parser, so that the names of fields are the same.
 class InitTables : public Nmea::ParserInit
 {
 public:
@@ -32,7 +32,8 @@ private:
     }
 };
 
-/// The text between the start flag and the checksum or line end; null without a start flag.
+/// Returns the text between the start flag and the checksum. Without a checksum, the text ends at the line end. Null if
+/// there is no start flag.
 QStringView bodyOf(const QString &payload)
 {
     if (!payload.startsWith(QLatin1Char('$')) && !payload.startsWith(QLatin1Char('!')))
@@ -92,7 +93,7 @@ QStringView SentenceDecoder::identifier(const QString &payload)
     return body.left(std::find(body.begin(), body.end(), fieldSeparator) - body.begin());
 }
 
-// Follows the rules of the library.
+// Repeats the rules of the library's parser, so that both judge a checksum in the same way.
 ChecksumState SentenceDecoder::checksum(const QString &payload)
 {
     const int delimiter = payload.indexOf(checksumDelimiter);

@@ -12,12 +12,12 @@ namespace JwMonitor {
 
 enum class ChecksumState { Missing, Good, Bad };
 
-/// The parts of a payload.
+/// The parts into which SentenceDecoder splits a payload.
 struct Sentence
 {
     struct Field
     {
-        QString name; ///< "hwversion"; "1", "2", ... if the parser does not know the sentence
+        QString name; ///< the parser's name, for example "hwversion"; without a name, the place: "1", "2", ...
         QString value;
     };
 
@@ -26,24 +26,24 @@ struct Sentence
     ChecksumState checksum = ChecksumState::Missing;
 };
 
-/// Takes payloads apart and names their fields as the library's parser does. Never fails: a text that is no sentence
-/// has no fields.
+/// Splits payloads into fields, and names the fields as the library's parser does. Decoding never fails. If a text is
+/// no sentence, the result has no fields.
 class SentenceDecoder
 {
 public:
     SentenceDecoder();
 
     Sentence decode(const QString &payload, Direction direction) const;
-    /// The error of the library's parser for a received payload; empty if there is none.
+    /// Returns the error that the library's parser finds in a received payload. Empty if it finds none.
     QString fault(const QString &payload) const;
 
-    /// The name of a field; `index` counts from 0.
+    /// Returns the name of a field. `index` counts from 0.
     QString fieldName(const QString &identifier, Direction direction, int index) const;
 
-    /// Only the identifier: cheaper than decode().
+    /// Returns only the identifier. Faster than decode().
     static QStringView identifier(const QString &payload);
     static ChecksumState checksum(const QString &payload);
-    /// Only the field at `index`, from 0; null if the sentence has fewer fields.
+    /// Returns only the field at `index`, which counts from 0. Null if the sentence has fewer fields.
     static QStringView field(const QString &payload, int index);
 
 private:

@@ -107,7 +107,7 @@ QVector<TrafficColumn> makeColumns()
 
 const QVector<TrafficColumn> &trafficColumns()
 {
-    static const QVector<TrafficColumn> columns = makeColumns(); // not earlier: a translation comes with main()
+    static const QVector<TrafficColumn> columns = makeColumns(); // no global, because translation needs main()
     return columns;
 }
 

@@ -13,20 +13,20 @@ namespace JwMonitor {
 
 class HistoryTable;
 
-/// A column of the traffic, in the tables and in saved files. To add a column, add its key and its entry in
-/// trafficColumns().
+/// A column of the tables of traffic and of saved files. To add a column, add a key here and an entry in
+/// makeColumns().
 struct TrafficColumn
 {
-    /// In the order of the columns.
+    /// The keys are in the order of the columns in the window.
     enum Key { Time, Port, Way, Id, Progress, Checksum, Identifier, Fields, Raw, Count };
 
     enum View {
-        Decoded = 1, ///< the traffic, taken apart
-        Undecoded = 2, ///< the traffic as it was on the line
-        SentOnly = 4, ///< the payloads sent
+        Decoded = 1, ///< the table of all payloads, split into fields
+        Undecoded = 2, ///< the table of all payloads, each as it was sent or received
+        SentOnly = 4, ///< the table of sent payloads
     };
 
-    /// What a cell shows.
+    /// The data from which the functions below make the content of a cell.
     struct Cell
     {
         const TrafficRecord &record;
@@ -34,23 +34,25 @@ struct TrafficColumn
     };
 
     Key key;
-    int filePlace; ///< in a saved file, from 0; the order there stays when the order in the window changes
-    int views; ///< in which the column stands
+    int filePlace; ///< position in a saved file, from 0; apart from `key`, so that files keep their order
+    int views; ///< the views that show the column, combined with |
     QString title;
-    QString sample; ///< a text as wide as most; empty: the column takes the rest of the table
+    QString sample; ///< a text of usual width; if empty, the column takes the remaining width
     QString (*text)(const Cell &cell);
-    QString (*fileText)(const Cell &cell) = nullptr; ///< null: as `text`
-    QString (*toolTip)(const Cell &cell) = nullptr; ///< null: the payload, and what the parser finds wrong with it
-    std::optional<Theme::Role> (*colour)(const Cell &cell) = nullptr; ///< null: as other text
+    QString (*fileText)(const Cell &cell) = nullptr; ///< text in a saved file; if null, `text` is used
+    /// The tool tip of the cell. If null, the tool tip shows the payload and any error that the parser finds in it.
+    QString (*toolTip)(const Cell &cell) = nullptr;
+    /// The colour of the cell's text. If null, the text has the usual colour.
+    std::optional<Theme::Role> (*colour)(const Cell &cell) = nullptr;
 };
 
-/// All columns, each at the position of its key.
+/// Returns all columns. The index of a column is its key.
 const QVector<TrafficColumn> &trafficColumns();
 
-/// All columns in the order of a saved file.
+/// Returns all columns in the order of a saved file.
 QVector<TrafficColumn> trafficFileColumns();
 
-/// Shows the columns of `view`, as wide as their texts need, and hides the others.
+/// Shows the columns of `view`, each as wide as its `sample` needs, and hides the other columns.
 void showTrafficColumns(HistoryTable *table, TrafficColumn::View view);
 
 } // namespace JwMonitor

@@ -7,10 +7,10 @@
 
 namespace JwMonitor {
 
-/// All payloads, oldest first. A payload is decoded only when it is shown.
+/// The model of all payloads, oldest first. A payload is decoded only when a view shows it.
 ///
-/// The model updates the progress of the newest 1000 sent payloads. If several payloads have the same id, the id means
-/// the newest one, because the ids of a board that comes back start at 1 again.
+/// The model updates the progress of the newest 1000 sent payloads only. The ids start at 1 again when a lost board is
+/// found again. So several payloads can have the same id; the functions below mean the newest of them.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT
@@ -20,11 +20,11 @@ public:
     ~TrafficModel() override;
 
     void append(const TrafficRecord &record);
-    /// The system took all bytes of the payload `id` for `port`.
+    /// Marks the payload `id` for `port` as taken, which means that the system has all its bytes.
     void markTaken(const QString &port, uint id);
-    /// The Communicator of `port` reported the payload `id` as transferred.
+    /// Marks the payload `id` for `port` as transferred, because the Communicator of `port` has reported that.
     void markTransferred(const QString &port, uint id);
-    /// The board on `port` was lost or let go: its waiting payloads are never sent.
+    /// Marks the waiting payloads for `port` as lost. They are never sent, because the board was lost or closed.
     void markLost(const QString &port);
 
     const SentenceDecoder &decoder() const { return m_decoder; }
@@ -39,7 +39,7 @@ private:
     QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
-    std::deque<qint64> m_sent; // numbers of the newest sent payloads
+    std::deque<qint64> m_sent; // numbers of the newest sent payloads, whose progress is updated
 };
 
 } // namespace JwMonitor

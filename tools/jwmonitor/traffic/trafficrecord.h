@@ -7,24 +7,24 @@ namespace JwMonitor {
 
 enum class Direction { Received, Sent };
 
-/// How far a sent payload came, as far as this program can know.
+/// The progress of a sent payload. The values are in order; the model never sets an earlier one.
 enum class Transfer {
     None, ///< the payload was received, not sent
-    Waiting,
-    Taken, ///< the system took all its bytes
-    Transferred, ///< the Communicator reported it
-    Lost, ///< it still waited when the board was lost or let go
+    Waiting, ///< the port still has bytes of the payload
+    Taken, ///< the system took all bytes of the payload
+    Transferred, ///< the Communicator reported the payload as transferred
+    Lost, ///< the payload still waited when the board was lost or closed
 };
 
-/// A payload from or to a board.
+/// A payload that was received from a board or sent to a board.
 struct TrafficRecord
 {
-    qint64 timeUs; ///< since the epoch
+    qint64 timeUs; ///< microseconds since the epoch
     QString port;
     Direction direction;
     QString payload; ///< the whole sentence, with its line end
-    uint id; ///< of the Communicator; 0 if not known
-    Transfer transfer = Transfer::None; ///< set by the model
+    uint id; ///< the Communicator's id of the payload; 0 if not known
+    Transfer transfer = Transfer::None; ///< the model sets and updates this member
 };
 
 } // namespace JwMonitor

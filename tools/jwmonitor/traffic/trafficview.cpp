@@ -67,7 +67,7 @@ TrafficView::~TrafficView() = default;
 
 void TrafficView::saveTo(const QString &fileName)
 {
-    QVector<TrafficRecord> records; // a copy: the model may drop rows while the file is written
+    QVector<TrafficRecord> records; // copies, because the model may drop rows while the file is written
     records.reserve(m_filter->rowCount());
     for (int row = 0; row < m_filter->rowCount(); ++row)
         records.append(m_model->record(m_filter->sourceRow(row)));
@@ -114,10 +114,10 @@ QToolBar *TrafficView::createTools()
     auto *tools = new QToolBar;
     tools->setToolButtonStyle(Qt::ToolButtonTextOnly);
     const auto addAction = [this, tools](const QString &name, const QString &text, const QKeySequence &keys) {
-        QAction *action = addKeys(keys); // added to the view; keys of the tool bar would work only there
+        QAction *action = addKeys(keys); // belongs to the view, because keys of the tool bar work only in the tool bar
         action->setObjectName(name);
         action->setText(text);
-        action->setIconText(text); // else the button loses its underlined letter
+        action->setIconText(text); // without this, the button shows no underlined letter
         action->setToolTip(tr("%1 (%2)").arg(action->toolTip(), keys.toString(QKeySequence::NativeText)));
         tools->addAction(action);
         return action;
@@ -138,7 +138,7 @@ QToolBar *TrafficView::createTools()
     for (QAction *action : {pause, raw, save, clear}) {
         auto *button = qobject_cast<QToolButton *>(tools->widgetForAction(action));
         button->setFocusPolicy(Qt::TabFocus);
-        button->setAutoRaise(false); // gives it a frame like other buttons
+        button->setAutoRaise(false); // gives the button a frame like other buttons have
     }
     return tools;
 }

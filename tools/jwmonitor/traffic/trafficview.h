@@ -17,8 +17,8 @@ class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
-/// The table of payloads with filters, a raw view and saving to a file. It follows the newest payload. Its keys are
-/// actions(), so a parent widget can add them too.
+/// Shows the table of payloads, with filters and buttons for raw payloads, pausing and saving. The keys are in
+/// actions(), so that a parent widget can add them too.
 class TrafficView : public QWidget
 {
     Q_OBJECT
@@ -27,8 +27,8 @@ public:
     explicit TrafficView(TrafficModel *model, QWidget *parent = nullptr);
     ~TrafficView() override;
 
-    /// Saves the rows shown, in the background: as CSV if the name ends with ".csv", else as text. One of the two
-    /// signals follows.
+    /// Starts to save the rows shown: as CSV if the name ends with ".csv", else as text. Emits saved() or saveFailed()
+    /// at the end.
     void saveTo(const QString &fileName);
 
 Q_SIGNALS:

@@ -13,8 +13,8 @@ namespace {
 
 constexpr int msPerTurn = 4;
 
-/// Whether a spreadsheet would run the cell as a formula, which a board could misuse. A number with a sign is no
-/// formula.
+/// Returns whether a spreadsheet would run the cell as a formula. A board could misuse a formula, so formulas are made
+/// harmless below. A number with a sign is no formula.
 bool isFormula(const QString &cell)
 {
     static const QRegularExpression number(
@@ -27,7 +27,7 @@ QString csvRow(const QStringList &cells)
     QStringList quoted;
     for (QString cell : cells) {
         if (isFormula(cell))
-            cell.prepend(QLatin1Char('\'')); // tells a spreadsheet that this is text
+            cell.prepend(QLatin1Char('\'')); // makes a spreadsheet show the cell as text
         cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
         quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
     }

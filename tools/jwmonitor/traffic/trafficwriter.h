@@ -9,14 +9,14 @@
 
 namespace JwMonitor {
 
-/// Writes payloads to a file. It writes some in each turn of the event loop, so that the window stays quick. The file
-/// appears only when it is complete. The writer deletes itself at the end.
+/// Writes payloads to a file. Each turn of the event loop writes only some payloads, so that the window can still react
+/// to the user. The file appears only when all payloads are written. The writer deletes itself at the end.
 class TrafficWriter : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Writes CSV if the name ends with ".csv", else text. Connect the signals before start().
+    /// The format is CSV if `fileName` ends with ".csv", else text. Connect the signals before you call start().
     TrafficWriter(const QVector<TrafficRecord> &records, const QString &fileName, QObject *parent = nullptr);
     ~TrafficWriter() override;
 

@@ -15,7 +15,8 @@ using namespace JwProbe;
 
 namespace {
 
-// If one of the three is closed, the next file opened takes its number. That file could be a serial port.
+// Opens /dev/null for each standard stream that is closed. Otherwise a serial port could get the number of the stream,
+// and then the program would write its output to the port.
 void openStandardStreams()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {

@@ -7,7 +7,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int maxTime = 3600000; // ms, an hour
+constexpr int maxTime = 3600000; // ms; one hour
 
 const char *const details = R"(
 Output

@@ -11,24 +11,24 @@
 
 namespace JwProbe {
 
-/// The options of the command line.
+/// The options that the user gave on the command line.
 struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, ShowUdevRules, ShowHelp, ShowVersion };
 
     Action action = Find;
-    int deadline = 5000; ///< ms
+    int deadline = 5000; ///< longest time of a search, in ms
     bool json = false;
-    std::optional<Logger::Level> logLevel; ///< empty: the log stays hidden
+    std::optional<Logger::Level> logLevel; ///< the level that --log names; if empty, the log is not shown
     bool traffic = false;
     bool rawTraffic = false;
 };
 
-/// Reads `arguments`; the first one is the program's name. On wrong use it returns nothing and sets `error` to one line
-/// that says what is allowed.
+/// Reads `arguments`; the first argument is the program's name. If an argument is wrong, returns nothing and sets
+/// `error` to one line that says what is allowed.
 std::optional<Options> parseOptions(const QStringList &arguments, QString *error);
 
-/// The text of --help.
+/// Returns the text that --help prints.
 QString helpText();
 
 } // namespace JwProbe

@@ -12,7 +12,8 @@ namespace JwProbe {
 
 class Monitor;
 
-/// Runs one search, prints its report, and then runs the monitor if wanted. Ends the event loop with the exit status.
+/// Runs one search and prints its report. With --monitor, the program then runs the monitor. At the end, the event loop
+/// exits with the exit status.
 class Program : public QObject
 {
     Q_OBJECT
@@ -32,7 +33,7 @@ private:
     const Options m_options;
     Finder m_finder;
     Progress m_progress;
-    std::unique_ptr<Monitor> m_monitor; // null during the search
+    std::unique_ptr<Monitor> m_monitor; // null until the monitor starts after the search
 };
 
 } // namespace JwProbe

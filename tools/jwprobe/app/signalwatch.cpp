@@ -12,14 +12,14 @@ namespace JwProbe {
 
 namespace {
 
-constexpr uint patience = 1; // s
-constexpr int signalStatus = 128; // shells add the signal's number to this
+constexpr uint patience = 1; // seconds that the event loop gets to react
+constexpr int signalStatus = 128; // the exit status is this and the signal's number, as in shells
 
 int wakeUp = -1;
 volatile std::sig_atomic_t fixedStatus = -1;
-volatile std::sig_atomic_t exitStatus = -1; // of the first signal; -1: no signal came yet
+volatile std::sig_atomic_t exitStatus = -1; // set by the first signal; -1 before it
 
-// Runs in the middle of any other call, so it may only use what POSIX allows there.
+// A signal can interrupt any other function, so this function calls only functions that POSIX allows in a handler.
 void onSignal(int number)
 {
     if (number == SIGALRM)
@@ -38,7 +38,7 @@ void setHandler(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // a write continues after the signal
+    action.sa_flags = SA_RESTART; // so that a write continues after the signal
     sigset_t signalSet;
     sigemptyset(&signalSet);
     for (const int number : {SIGINT, SIGTERM, SIGALRM}) {
@@ -66,7 +66,7 @@ SignalWatch::~SignalWatch()
 {
     ::alarm(0);
     setHandler(SIG_DFL);
-    qDeleteAll(findChildren<QSocketNotifier *>()); // before its descriptor closes
+    qDeleteAll(findChildren<QSocketNotifier *>()); // first, because a notifier needs an open descriptor
     ::close(wakeUp);
 }
 

@@ -4,8 +4,8 @@
 
 namespace JwProbe {
 
-/// Turns SIGINT and SIGTERM into the Qt signal received(). If the event loop does not run within a second, the process
-/// ends with the same status. A write to a pipe that nobody reads can block the event loop. Create one object only.
+/// Turns SIGINT and SIGTERM into the Qt signal received(). A write to a pipe that nobody reads can block the event
+/// loop, so the process ends by itself with the same status after one second. Create only one object of this class.
 class SignalWatch : public QObject
 {
     Q_OBJECT
@@ -14,11 +14,11 @@ public:
     explicit SignalWatch(QObject *parent = nullptr);
     ~SignalWatch() override;
 
-    /// Sets the exit status for both signals. Before, it is 128 and the signal's number.
+    /// Sets the exit status for both signals. Without this call, the status is 128 plus the signal's number.
     static void setExitStatus(int status);
 
 Q_SIGNALS:
-    /// End the program with this status.
+    /// Emitted at the first of the signals. The receiver must end the program with `status`.
     void received(int status);
 };
 

@@ -45,7 +45,7 @@ Obstacle hiddenHolder(const PortIdentity &port)
              QStringLiteral("    sudo fuser -v %1").arg(port.location)}};
 }
 
-// For a port that did not open although its permissions and lock file allow it.
+// Finds the programs that keep a port from opening. Call this only if permissions and lock file are not the reason.
 QList<Obstacle> findExclusiveHolders(const PortIdentity &port)
 {
     QList<Obstacle> obstacles;

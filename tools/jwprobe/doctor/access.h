@@ -8,23 +8,24 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// All obstacles that can be seen without opening the port, the worst first.
+/// Returns all obstacles that can be found without opening the port. The worst obstacle is first.
 QList<Obstacle> findObstacles(const PortIdentity &port);
 
-/// The first of findObstacles(), or an obstacle of the kind None.
+/// Returns the first obstacle of findObstacles(). If there is none, the kind of the result is Obstacle::None.
 Obstacle findObstacle(const PortIdentity &port);
 
-/// The word for this kind in --json. --help lists the words.
+/// Returns the word that the output of --json uses for this kind. The text of --help lists the words.
 QString obstacleState(Obstacle::Kind kind);
 
-/// Opens the port for an instant. Returns the obstacles if it does not open.
+/// Opens the port and closes it at once. Returns the obstacles if the port does not open.
 QList<Obstacle> tryToOpen(const PortIdentity &port);
 
-/// The other programs that have the port open although we can open it too.
+/// Returns one obstacle for each other program that has the port open. Call this for a port that this program could
+/// open.
 QList<Obstacle> findSharers(const PortIdentity &port);
 
-/// Why the port did not open a moment ago, when QSerialPort reported `openError`. Opens the port for an instant if
-/// nothing else explains the error.
+/// Returns why QSerialPort just failed to open the port with `openError`. If nothing else explains the error, the
+/// function opens the port for a moment.
 Obstacle explainOpenError(const PortIdentity &port, int openError);
 
 } // namespace JwProbe

@@ -9,14 +9,14 @@
 
 namespace JwProbe {
 
-/// Why a probed port holds no board that was found, and what the user can do about it.
+/// Says why no board was found on a port that the search tried, and what the user can do about it.
 struct Diagnosis
 {
     PortIdentity port;
     JwDevice::PortReport report;
-    QString state; ///< the word in --json; --help lists the words
-    QString summary; ///< such as "its cable was pulled during the search"
-    QStringList advice; ///< a line with blanks in front is a command; show it unchanged
+    QString state; ///< a word for programs, printed with --json; --help lists the words
+    QString summary; ///< the reason, for example "its cable was pulled during the search"
+    QStringList advice; ///< lines of advice; a line that starts with blanks is a command and must be shown unchanged
 };
 
 Diagnosis diagnose(const PortIdentity &port, const JwDevice::PortReport &report);

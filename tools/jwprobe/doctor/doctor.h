@@ -8,15 +8,16 @@
 
 namespace JwProbe {
 
-/// A thing that keeps a port from opening, or that may keep a board on the port from being found.
+/// A reason why a port does not open, or why a board on the port may not be found.
 struct Trouble
 {
-    QString kind; ///< the word in --json; --help lists the words
-    QString summary; ///< such as "held by another program: minicom (pid 4711)"
-    QStringList advice; ///< what helps; a line with blanks in front is a command; show it unchanged
+    QString kind; ///< a word for programs, printed with --json; --help lists the words
+    QString summary; ///< for example "held by another program: minicom (pid 4711)"
+    QStringList advice; ///< what helps; a line that starts with blanks is a command and must be shown unchanged
 };
 
-/// Finds all troubles of a port. Opens the port for an instant if nothing else shows. Changes nothing.
+/// Returns all troubles of a port. If no trouble is found otherwise, the function opens the port for a moment. It does
+/// not change anything.
 QList<Trouble> examine(const PortIdentity &port);
 
 } // namespace JwProbe

@@ -4,7 +4,7 @@ namespace JwProbe {
 
 struct Options;
 
-/// Shows on standard output what keeps each candidate port from opening, and what helps. Returns the exit status.
+/// Prints for each candidate port why the port does not open, and what helps. Returns the exit status.
 int showDoctor(const Options &options);
 
 } // namespace JwProbe

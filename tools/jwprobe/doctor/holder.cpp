@@ -34,7 +34,7 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-// Uses a descriptor, because stat() shows another device number for a simulated port.
+// Opens `location` and calls fstat(), because for a simulated port stat() returns a wrong device number.
 bool hasOpen(qint64 pid, const QString &location)
 {
     const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);
@@ -45,7 +45,8 @@ bool hasOpen(qint64 pid, const QString &location)
     return isDevice && hasOpen(pid, device);
 }
 
-// Another process may have the number by now. A process that we can't inspect counts as the owner.
+// Compares program names too, because another process may now have the number. If the name of the process is not
+// known, the process counts as the owner.
 bool isAliveOwner(const LockFile &lock)
 {
     const QString name = executableName(lock.pid);
@@ -79,7 +80,7 @@ Obstacle lockLeftBehind(const LockFile &lock)
         {QStringLiteral("That process is gone. Remove the file:"), QStringLiteral("    sudo rm %1").arg(lock.path)}};
 }
 
-// Anybody could have written that number. So the advice neither ends the process nor removes the file.
+// Anybody can write a lock file with any process number. So the advice neither ends the process nor removes the file.
 Obstacle lockOfUnseenHolder(const LockFile &lock, const PortIdentity &port)
 {
     return {Obstacle::Held,

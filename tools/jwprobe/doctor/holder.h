@@ -10,20 +10,20 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// The obstacle of a lock file that keeps the port from opening, with the program that wrote it.
+/// Returns an obstacle if a lock file keeps the port from opening. The obstacle names the program that wrote the file.
 std::optional<Obstacle> findLock(const PortIdentity &port);
 
-/// The obstacle of a thing in place of the lock file, such as a named pipe. QSerialPort would wait for ever there: do
-/// not open the port.
+/// Returns an obstacle if something else, for example a named pipe, is at the path of the lock file. Then don't open
+/// the port, because QSerialPort would wait for ever.
 std::optional<Obstacle> findTrap(const PortIdentity &port);
 
-/// The other processes that have the port open. Only root sees the processes of other users.
+/// Returns the other processes that have the port open. Only root can see this for processes of other users.
 QList<qint64> findOpeners(const QString &location);
 
-/// The obstacle of a process that has the port open and keeps others out.
+/// Makes the obstacle for a process that has the port open and keeps other programs from opening it.
 Obstacle heldBy(qint64 pid);
 
-/// The obstacle of a process that has the port open and lets others open it too.
+/// Makes the obstacle for a process that has the port open and allows other programs to open it too.
 Obstacle sharedWith(qint64 pid);
 
 } // namespace JwProbe

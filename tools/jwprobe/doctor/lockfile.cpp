@@ -21,10 +21,10 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 staleLockTime = 30000; // ms, as in QLockFile
-constexpr qint64 largestLockFile = 4096; // bytes; a real lock file has at most five short lines
+constexpr qint64 staleLockTime = 30000; // ms; QLockFile uses the same time
+constexpr qint64 largestLockFile = 4096; // bytes; a larger file is no lock file, which has at most five short lines
 
-// QSerialPort takes the first folder where the file exists or could be made.
+// Returns the path that QSerialPort uses: in the first folder where the file exists or can be created.
 QString lockFilePath(const QString &portName)
 {
     static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
@@ -61,7 +61,8 @@ QString foreignKind(const struct stat &status)
     return QString();
 }
 
-// Empty if it can't be read. Does not block if the file was replaced by a pipe meanwhile.
+// Returns the content of the file. Empty if it can't be read. Does not block, even if the file was replaced by a pipe
+// after the check.
 QByteArray readFile(const QString &path)
 {
     const int descriptor =
@@ -76,7 +77,7 @@ QByteArray readFile(const QString &path)
     return text.left(static_cast<int>(std::max<ssize_t>(count, 0)));
 }
 
-// Like QLockFile: the last character of a line is its end, even if it is no newline.
+// Splits `text` like QLockFile, which removes the last character of each line even if that character is no newline.
 QStringList linesAsQLockFileReads(QByteArray text)
 {
     QStringList lines;
@@ -95,7 +96,8 @@ bool isOfAnotherMachine(const QStringList &lines)
     return !host.isEmpty() && host != QSysInfo::machineHostName();
 }
 
-// The text has a process number. Other serial programs write a name and a user after it.
+// Reads the content of a lock file. It starts with a process number. Other serial programs write a name and a user
+// after the number, so the pattern allows more text.
 LockFile readLock(const QString &path, const QByteArray &text)
 {
     LockFile lock;
@@ -111,11 +113,12 @@ LockFile readLock(const QString &path, const QByteArray &text)
     return lock;
 }
 
-// Like QLockFile: the lock is stale if the process runs another program, or if its program is not known.
+// Returns whether QLockFile takes the lock for stale: the process is gone, its program is another one or not known, or
+// the file is too old.
 bool isStale(const struct stat &status, const QByteArray &text)
 {
     const QStringList lines = linesAsQLockFileReads(text);
-    const qint64 pid = lines.value(0).toLongLong(); // 0 if a name follows the number
+    const qint64 pid = lines.value(0).toLongLong(); // the process number; 0 if the line contains more than a number
     if (pid > 0 && !isOfAnotherMachine(lines)) {
         const QString name = isAlive(pid) ? executableName(pid) : QString();
         if (name.isEmpty() || name != lines.value(1))
@@ -125,7 +128,7 @@ bool isStale(const struct stat &status, const QByteArray &text)
     return std::abs(now - status.st_mtim.tv_sec * 1000 - status.st_mtim.tv_nsec / 1000000) > staleLockTime;
 }
 
-// Whether QLockFile could write, lock and remove the file.
+// Returns whether QLockFile could write, lock and remove the file.
 bool isRemovable(const QString &path, const struct stat &file)
 {
     const QFileInfo folder(QFileInfo(path).path());
@@ -154,7 +157,8 @@ std::optional<LockFile> examineLock(const QString &path)
     const QByteArray text = readFile(path);
     if (!isStale(status, text) || !isRemovable(path, status))
         return readLock(path, text);
-    return examineLock(path + QLatin1String(".rmlock")); // QLockFile locks this file while it removes the other one
+    // QLockFile would remove the stale file. While it does so, it locks a second file, which can also be an obstacle.
+    return examineLock(path + QLatin1String(".rmlock"));
 }
 
 } // namespace

@@ -6,17 +6,17 @@
 
 namespace JwProbe {
 
-/// The thing at a lock file's path. Everybody may write there, so it can be anything.
+/// What is at the path of a lock file. Every user may write there, so something else can be at the path.
 struct LockFile
 {
     QString path;
-    QString foreignKind; ///< if it is no lock file: such as "a named pipe"; then only the path is known
-    qint64 pid = 0; ///< the process that it names; 0 if it names no possible process of this machine
-    QString application; ///< the file name of that process's program; empty if QLockFile did not write the file
+    QString foreignKind; ///< what else is at the path, for example "a named pipe"; empty for a lock file
+    qint64 pid = 0; ///< number of the process that the file names; 0 if this machine can't have such a process
+    QString application; ///< file name of that process's program; empty if QLockFile did not write the lock file
 };
 
-/// The lock file at which QSerialPort would stop or wait for ever. Empty if there is no lock file, or if QSerialPort
-/// would ignore it as stale.
+/// Returns the lock file that keeps QSerialPort from opening the port, or makes it wait for ever. Empty if there is no
+/// lock file, or if QSerialPort would ignore it as stale.
 std::optional<LockFile> findLockFile(const QString &portName);
 
 } // namespace JwProbe

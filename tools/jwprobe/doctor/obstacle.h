@@ -5,14 +5,14 @@
 
 namespace JwProbe {
 
-/// A reason why this user can't open a port, or can't have the port alone.
+/// A reason why this user can't open a port, or why another program uses the port at the same time.
 struct Obstacle
 {
     enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Other };
 
     Kind kind = None;
-    QString summary; ///< such as "held by minicom (pid 4711)"
-    QStringList advice; ///< what helps; a line with blanks in front is a command; show it unchanged
+    QString summary; ///< for example "held by minicom (pid 4711)"
+    QStringList advice; ///< what helps; a line that starts with blanks is a command and must be shown unchanged
 };
 
 } // namespace JwProbe

@@ -33,7 +33,8 @@ bool contains(const std::vector<gid_t> &groups, gid_t gid)
     return std::find(groups.begin(), groups.end(), gid) != groups.end();
 }
 
-// By the system's list of groups. A running session has the list as it was at its start.
+// Returns whether the system's list of groups names the user. This session may not have the group, because a session
+// reads the list only at its start.
 bool isListedMember(gid_t gid)
 {
     const passwd *user = ::getpwuid(::getuid());

@@ -8,7 +8,8 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// The obstacle of a port that this user may not read and write. The advice names groups, sessions and udev rules.
+/// Makes the obstacle for a port that this user may not read and write. The advice is about groups, sessions and udev
+/// rules.
 Obstacle noPermission(const PortIdentity &port, const struct stat &device);
 
 } // namespace JwProbe

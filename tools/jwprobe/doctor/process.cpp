@@ -37,7 +37,7 @@ bool isPossiblePid(qint64 pid)
     return pid >= 1 && pid <= highest;
 }
 
-// A number too large for a pid_t would become the number of another process, or of a group of processes.
+// The check comes first: as a pid_t, a number that is too large would mean another process or a group of processes.
 bool isAlive(qint64 pid)
 {
     if (!isPossiblePid(pid))
@@ -55,7 +55,7 @@ QString programName(qint64 pid)
 QString executableName(qint64 pid)
 {
     QString path = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
-    const QLatin1String mark(" (deleted)"); // the file was replaced by an update
+    const QLatin1String mark(" (deleted)"); // the system adds this if an update replaced the file
     if (path.endsWith(mark))
         path.chop(mark.size());
     return QFileInfo(path).fileName();

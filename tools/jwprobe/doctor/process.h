@@ -5,22 +5,22 @@
 
 namespace JwProbe {
 
-/// All processes that this process can see.
+/// Returns the numbers of all processes that this process can see.
 QList<qint64> processIds();
 
-/// Whether a process of this system can have the number.
+/// Returns whether a process of this system can have the number `pid`.
 bool isPossiblePid(qint64 pid);
 
-/// Whether the process exists; false for an impossible number.
+/// Returns whether the process exists. False for an impossible number.
 bool isAlive(qint64 pid);
 
-/// The short name of the program that a process runs, printable; empty if unknown.
+/// Returns the short name of the program that a process runs, in printable form. Empty if the name is not known.
 QString programName(qint64 pid);
 
-/// The name of the file that a process runs; empty if unknown, for example for another user's process.
+/// Returns the name of the file that a process runs. Empty if it is not known, for example for another user's process.
 QString executableName(qint64 pid);
 
-/// The shell command that ends a process.
+/// Returns the shell command that ends a process.
 QString endCommand(qint64 pid);
 
 } // namespace JwProbe

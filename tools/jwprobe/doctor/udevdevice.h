@@ -8,7 +8,7 @@ struct udev_device;
 
 namespace JwProbe {
 
-/// The tags and properties that udev rules gave a port.
+/// Reads the tags and properties that udev rules gave a port.
 class UdevDevice
 {
 public:
@@ -18,11 +18,11 @@ public:
     UdevDevice &operator=(const UdevDevice &) = delete;
 
     bool hasTag(const char *tag) const;
-    /// Whether this property is 1 on the port or on its USB device.
+    /// Returns whether the value of `property` is 1 on the port or on its USB device.
     bool isMarked(const char *property) const;
 
 private:
-    const std::unique_ptr<udev_device, udev_device *(*)(udev_device *)> m_port; // null: udev doesn't know the port
+    const std::unique_ptr<udev_device, udev_device *(*)(udev_device *)> m_port; // null if udev doesn't know the port
 };
 
 } // namespace JwProbe

@@ -15,11 +15,12 @@ namespace JwProbe {
 
 namespace {
 
-// The number must be below 73: rules 73 use the tag.
+// The number must be below 73, because the system's rules with number 73 use the tag "uaccess" that these rules set.
 const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
 const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 
-// As the user called this program, because it may be outside of PATH.
+// Returns the command with which the user started this program. A bare name may not work, because the program may be
+// outside of PATH.
 QString thisProgram()
 {
     QString word = QCoreApplication::arguments().value(0);
@@ -55,7 +56,7 @@ QString findRule(const PortIdentity &port, const QRegularExpression &effect)
 {
     static const char *const folders[] = {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
-    QStringList seen; // a file hides files of the same name in later folders
+    QStringList seen; // udev ignores a file if an earlier folder has a file with the same name
     for (const char *folder : folders) {
         const QDir dir{QString::fromLatin1(folder)};
         const QStringList names = dir.entryList({QStringLiteral("*.rules")}, QDir::Files | QDir::System);

@@ -6,20 +6,22 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// The udev rules for boards: the file in packaging/udev.
+/// Returns the udev rules for boards, which are the file in packaging/udev.
 QString udevRules();
 
-/// The first rules file with a rule that gives this port to everybody, or to the user at the machine; empty if there is
-/// none. A rule counts if it names the port's vendor id or manufacturer.
+/// Returns the first rules file that allows everybody, or the user at the machine, to open this port. Empty if there is
+/// no such file. A rule counts only if it names the port's vendor id or manufacturer.
 QString findAccessRule(const PortIdentity &port);
 
-/// Like findAccessRule(), for a rule that keeps ModemManager off the port.
+/// Returns the first rules file that keeps ModemManager off this port. Empty if there is no such file. A rule counts
+/// only if it names the port's vendor id or manufacturer.
 QString findModemManagerRule(const PortIdentity &port);
 
-/// Shell commands, with blanks in front, that install rules: access for the user at the machine, and no ModemManager.
+/// Returns shell commands, with blanks in front, that install rules for this port. The rules allow the user at the
+/// machine to open the port, and keep ModemManager off it.
 QStringList installRulesCommands(const PortIdentity &port);
 
-/// Shell commands, with blanks in front, that apply installed rules to the ports of the system.
+/// Returns shell commands, with blanks in front, that apply the installed rules to the ports of the system.
 QStringList applyRulesCommands();
 
 } // namespace JwProbe

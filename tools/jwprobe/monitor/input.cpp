@@ -13,7 +13,7 @@ namespace JwProbe {
 namespace {
 
 constexpr int maxLine = 4096;
-constexpr int foregroundInterval = 200; // ms
+constexpr int foregroundInterval = 200; // ms between two checks
 
 } // namespace
 
@@ -36,7 +36,8 @@ void Input::listen()
     m_notifier->setEnabled(!m_paused && !m_atEnd);
 }
 
-// The system stops a process that reads its terminal from the background. Only a terminal has a foreground.
+// Returns whether a read is forbidden now, because the system stops a background process that reads its terminal. For
+// a file or a pipe, tcgetpgrp() fails and the result is false.
 bool Input::isInBackground() const
 {
     const pid_t foreground = ::tcgetpgrp(m_descriptor);
@@ -45,13 +46,13 @@ bool Input::isInBackground() const
 
 void Input::read()
 {
-    if (isInBackground()) { // no event reports the return to the foreground, so a timer checks
+    if (isInBackground()) { // no event reports the return to the foreground, so a timer tries again
         m_notifier->setEnabled(false);
         QTimer::singleShot(foregroundInterval, this, &Input::listen);
         return;
     }
-    // One read for each notification never blocks. So the descriptor needs no O_NONBLOCK, which other programs would
-    // see.
+    // There is only one read for each notification, so the read never blocks. O_NONBLOCK is not set, because other
+    // programs that use the same file would then get it too.
     char bytes[maxLine];
     const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
     if (count < 0 && (errno == EINTR || errno == EAGAIN))
@@ -61,7 +62,7 @@ void Input::read()
         emitLines();
         return;
     }
-    m_atEnd = true; // at its end a file stays readable for ever
+    m_atEnd = true; // listen() then stops the notifier, because a file at its end stays readable for ever
     listen();
     if (!m_buffer.isEmpty())
         Q_EMIT line(QString::fromUtf8(m_buffer));

@@ -7,8 +7,8 @@ class QSocketNotifier;
 
 namespace JwProbe {
 
-/// Reads lines from a file descriptor in the event loop. Does not change or close the descriptor. Reads a terminal only
-/// while this process is in its foreground.
+/// Reads lines from a file descriptor in the event loop. Does not change or close the descriptor. Reads from a terminal
+/// only while this process is in the foreground of the terminal.
 class Input : public QObject
 {
     Q_OBJECT
@@ -16,13 +16,13 @@ class Input : public QObject
 public:
     explicit Input(int descriptor, QObject *parent = nullptr);
 
-    /// While paused, nothing is read. Lines of the last read may still come.
+    /// While paused, nothing is read. line() may still be emitted for lines that were already read.
     void setPaused(bool paused);
 
 Q_SIGNALS:
-    /// A line, without its line end. The last line may have had no line end.
+    /// Emitted for each line. `text` has no line end. The last line need not end with a line end.
     void line(const QString &text);
-    /// So many bytes came without a line end; they were dropped.
+    /// Emitted when too many bytes arrived without a line end. These `bytes` bytes were dropped.
     void tooLong(int bytes);
 
 private:

@@ -22,7 +22,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes for one board; then standard input waits
+constexpr qint64 maxUnsent = 65536; // bytes that wait for one board; if there are more, standard input is paused
 
 QString clockText()
 {
@@ -53,7 +53,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost during the rest of the search
+        if (!board->isConnected()) // lost while the search went on, so lost() was emitted too early
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -72,7 +72,8 @@ void Monitor::introduce() const
     complain(hint);
 }
 
-// While the boards are silent, no write fails. Only this shows that the reader is gone.
+// Watches whether somebody reads standard output. While the boards are silent, nothing is written, so no failed write
+// can show that the reader is gone.
 void Monitor::watchOutput()
 {
     struct stat status = {};
@@ -80,7 +81,7 @@ void Monitor::watchOutput()
     if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
         return;
     auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
-                                         this); // a pipe to write to is never readable, so this reports its error
+                                         this); // the write end is never readable, so this reports only errors
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
         std::raise(SIGPIPE); // as a failed write does
@@ -137,7 +138,8 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// An identifier has no ":". So a ":" before the first "," ends an address. Removes the address from the line.
+// Returns the boards for which `line` is, and removes the address from `line`. An identifier contains no ":", so a ":"
+// before the first "," ends an address.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));

@@ -10,7 +10,7 @@ namespace JwProbe {
 class Board;
 class Input;
 
-/// Shows the payloads of the boards on standard output, and sends the lines of standard input to them.
+/// Shows the payloads of the boards on standard output, and sends the lines of standard input to the boards.
 class Monitor : public QObject
 {
     Q_OBJECT
@@ -19,13 +19,14 @@ public:
     /// The boards must outlive the monitor. With `json`, each line is one JSON object.
     Monitor(const QList<Board *> &boards, bool json);
 
-    /// Shows the payloads that came since the boards were found. From then on the event loop does the work.
+    /// Shows the payloads that arrived since the boards were found, then returns. The event loop handles later payloads
+    /// and lines.
     void start();
 
 Q_SIGNALS:
-    /// No board is left. Emitted from the event loop.
+    /// Emitted from the event loop when the last board was lost.
     void allLost();
-    /// Nobody reads standard output any more.
+    /// Emitted when nobody reads standard output any more.
     void outputLost();
 
 private:
@@ -40,7 +41,7 @@ private:
     QList<Board *> addressed(QString &line, QString *error) const;
     void showPayload(const Board *board, bool received, const QString &payload);
 
-    QList<Board *> m_boards; // that are still connected
+    QList<Board *> m_boards; // the boards that are still connected
     const bool m_json;
     Input *const m_input;
 };

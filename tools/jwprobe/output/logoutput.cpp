@@ -13,7 +13,7 @@ namespace JwProbe {
 
 namespace {
 
-// Shows every record: the logger's levels have chosen already.
+// Writes every record to standard error. It needs no level, because the logger drops unwanted records before.
 class LogOutput : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:

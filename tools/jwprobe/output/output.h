@@ -5,8 +5,8 @@
 
 namespace JwProbe {
 
-/// Writes `text` to standard output at once. Returns false if that fails; the first failure is also a line on standard
-/// error.
+/// Writes `text` to standard output at once. Returns false if the write fails. At the first failure, also prints an
+/// error on standard error.
 bool print(const QString &text);
 
 /// Writes to standard error, only the first time, why standard output can't be written.
@@ -19,10 +19,11 @@ QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
 /// Writes "jwprobe: ", `text` and a line end to standard error.
 void complain(const QString &text);
 
-/// The columns of the terminal behind the file descriptor; 0 if it is no terminal; 80 if the terminal gives no number.
+/// Returns the number of columns of the terminal at `descriptor`, or 80 if the terminal does not report it. Returns 0
+/// if `descriptor` is no terminal.
 int terminalWidth(int descriptor);
 
-/// A cell of a table: JwTools::printable(), or "-" for an empty text.
+/// Returns the text for a cell of a table: "-" if `text` is empty, else JwTools::printable(text).
 QString orDash(const QString &text);
 
 } // namespace JwProbe

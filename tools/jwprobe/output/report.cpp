@@ -49,7 +49,7 @@ QString boardTable(const SearchResult &result, int width)
     return table.toText(width);
 }
 
-// Advice for missing boards that is not about a single port.
+// Returns the advice for missing boards that is not about a single port.
 QStringList generalAdvice(const SearchResult &result)
 {
     if (result.missing.isEmpty())
@@ -65,7 +65,7 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
-        // Counts even if the cable was pulled later.
+        // The reply is tested, not the verdict, because a board whose cable was pulled later also made the search wait.
         const auto keepsOpen = [](const Diagnosis &port) {
             return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
@@ -102,7 +102,7 @@ QString othersText(const SearchResult &result, int width)
     return text;
 }
 
-// Qt's name of the error, such as "PermissionError".
+// Returns Qt's name of the error, for example "PermissionError".
 QString errorName(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError)
@@ -110,7 +110,7 @@ QString errorName(QSerialPort::SerialPortError error)
     return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
 }
 
-// The keys that found boards and other ports share.
+// Returns the keys that are the same for found boards and other ports.
 QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 {
     QJsonObject object = port.toJson();

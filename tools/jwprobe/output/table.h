@@ -6,21 +6,23 @@
 
 namespace JwProbe {
 
-/// A table of text. Columns are as wide as their widest cell, with two blanks between them.
+/// A table of text. Each column is as wide as its widest cell. Two blanks separate the columns.
 class Table
 {
 public:
     explicit Table(const QStringList &header);
 
-    /// If the table is wider than the terminal, this column shrinks, to 8 characters at least.
+    /// Sets the column that is made narrower if the table is wider than the terminal. The column keeps at least 8
+    /// characters.
     void setShrinkable(int column) { m_shrinkable = column; }
     void setRightAligned(int column) { m_rightAligned = column; }
 
-    /// Missing cells at the end stay empty. A `note` stands on its own line below the row, starting at the second
-    /// column.
+    /// Adds a row. Missing cells at the end stay empty. `note` is printed on its own line below the row, from the
+    /// second column on.
     void addRow(const QStringList &cells, const QString &note = QString());
 
-    /// The rows with their line ends, at most `width` characters wide where possible; 0: no limit.
+    /// Returns the rows with their line ends. The rows are at most `width` characters wide if possible. If `width` is
+    /// 0, there is no limit.
     QString toText(int width) const;
 
 private:
@@ -32,17 +34,17 @@ private:
         QStringList cells;
         QString note;
     };
-    QVector<Row> m_rows; // the first is the header
+    QVector<Row> m_rows; // the first row is the header
     int m_shrinkable = -1;
     int m_rightAligned = -1;
 };
 
-/// Breaks `text` at blanks into lines of at most `width` characters; 0: no limit. Each line except the first begins
-/// with `indent` blanks; the caller has written the start of the first line.
+/// Breaks `text` at blanks into lines of at most `width` characters. If `width` is 0, there is no limit. Each line
+/// except the first begins with `indent` blanks. The caller has already written the start of the first line.
 QString wrapped(const QString &text, int indent, int width);
 
-/// Puts `indent` blanks before each of `lines` and a line end after it. A line that begins with a blank is a command
-/// and stays whole; other lines are broken by wrapped().
+/// Returns `lines` as one text. Each line gets `indent` blanks in front and a line end. A line that begins with a blank
+/// is a command and is not broken. Other lines are broken by wrapped().
 QString linesText(const QStringList &lines, int indent, int width);
 
 } // namespace JwProbe

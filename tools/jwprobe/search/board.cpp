@@ -13,8 +13,8 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int mostSent = 10000; // payloads that one Communicator writes
-constexpr int removalTime = 500; // ms; the system removes a pulled port within this time
+constexpr int mostSent = 10000; // payloads after which the Communicator is replaced
+constexpr int removalTime = 500; // ms; when a cable is pulled, the system removes the port within this time
 
 } // namespace
 
@@ -53,7 +53,7 @@ void Board::send(const QString &sentence)
     m_comm->writePayload(sentence);
     if (++m_sent < mostSent)
         return;
-    delete m_comm; // a Communicator keeps memory for each payload that it wrote
+    delete m_comm; // replaced by a new one, because a Communicator keeps memory for each written payload
     auto *comm = new JwDevice::Communicator;
     comm->setIODevice(m_serialPort);
     useCommunicator(comm);
@@ -77,7 +77,7 @@ void Board::close(bool isDeviceGone)
     JwDevice::closeAtOnce(m_serialPort);
     if (isDeviceGone)
         Q_EMIT lost();
-    else // a pulled port may fail before the system removes it
+    else // if the cable was pulled, the system removes the port soon; lossText() needs to know that
         QTimer::singleShot(removalTime, this, &Board::lost);
 }
 

@@ -16,17 +16,17 @@ class Communicator;
 
 namespace JwProbe {
 
-/// A found board with its open connection. Owns the Communicator and its port.
+/// A board that was found, with its open port. Owns the Communicator and the port.
 class Board : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Takes over `comm` as the Initializer hands it over. `report` is the report of its port at that moment,
-    /// `milliseconds` the time since the search started.
+    /// Takes ownership of `comm`, which the Initializer has handed over. `report` is the report of its port at that
+    /// moment. `milliseconds` is the time since the search started.
     Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
           double milliseconds);
-    /// Don't delete a board within its own signal.
+    /// Don't delete a board inside a slot of one of its signals.
     ~Board() override;
 
     JwDevice::Type type() const { return m_report.type; }
@@ -34,20 +34,21 @@ public:
     const JwDevice::PortReport &report() const { return m_report; }
     const QString &hardwareVersion() const { return m_hardwareVersion; } ///< empty if the board did not send it
     double milliseconds() const { return m_milliseconds; }
-    /// False after the port was lost. Nothing can be sent or received then.
+    /// Returns true until the port is lost. After that, nothing can be sent or received.
     bool isConnected() const;
-    /// Why the board is not connected: "cable pulled" if the system no longer has the port, else the port's error.
+    /// Returns why the board is not connected: "cable pulled" if the system no longer lists the port, else the port's
+    /// error.
     QString lossText() const;
 
     void send(const QString &sentence);
-    /// Takes the oldest received payload. Returns false if there is none.
+    /// Moves the oldest received payload to `payload`. Returns false if there is no payload.
     bool receive(QString &payload);
     const QSerialPort *serialPort() const { return m_serialPort; }
 
 Q_SIGNALS:
-    /// A payload was received.
+    /// Emitted when a payload was received.
     void readyRead();
-    /// The port was lost and is closed.
+    /// Emitted when the port was lost. The port is then closed.
     void lost();
 
 private:
@@ -56,7 +57,7 @@ private:
     void useCommunicator(JwDevice::Communicator *comm);
 
     JwDevice::Communicator *m_comm = nullptr;
-    int m_sent = 0; // payloads written by m_comm
+    int m_sent = 0; // number of payloads written by m_comm
     QSerialPort *const m_serialPort;
     const PortIdentity m_port;
     const JwDevice::PortReport m_report;

@@ -25,15 +25,15 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // the cable was pulled just before the search
+    return found != reports.end() ? *found : PortReport(); // no report if the cable was pulled just before the search
 }
 
-// The diagnosis of a port that is not tried, because QSerialPort would wait longer than the deadline.
+// Makes the diagnosis of a port that the search does not open, because QSerialPort would wait longer than the deadline.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // as for a lock file
+    report.error = QSerialPort::PermissionError; // QSerialPort reports the same error for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
@@ -107,14 +107,14 @@ void Finder::onBoardMissing(JwDevice::Type type)
 
 void Finder::finishWhenDone()
 {
-    // This runs within a signal of the Initializer, perhaps within start(). So finish later.
+    // Finishes later, because this code may run inside a signal of the Initializer or inside start().
     if (m_open.isEmpty())
         QMetaObject::invokeMethod(this, &Finder::finish, Qt::QueuedConnection);
 }
 
 void Finder::finish()
 {
-    if (m_isFinished) // the deadline came first
+    if (m_isFinished) // called a second time, for example because the deadline ended the search first
         return;
     m_isFinished = true;
     m_duration = milliseconds();
@@ -148,8 +148,7 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    return found != m_ports.end() ? *found
-                                  : PortIdentity::of(QSerialPortInfo(name)); // plugged in after the search started
+    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // not in m_ports: plugged in late
 }
 
 void Finder::closeOthers()

@@ -22,7 +22,7 @@ namespace JwProbe {
 class Board;
 struct Options;
 
-/// Runs one search, which ends at the deadline at the latest. Owns the boards found.
+/// Runs one search. The search ends at the deadline at the latest. Owns the boards that it finds.
 class Finder : public QObject
 {
     Q_OBJECT
@@ -32,16 +32,16 @@ public:
     explicit Finder(const Options &options, QObject *parent = nullptr);
     ~Finder() override;
 
-    /// finished() follows from the event loop, never within this call.
+    /// Starts the search. finished() is emitted later from the event loop, never inside this call.
     void start();
 
     int portCount() const { return m_ports.size(); }
     int foundCount() const { return m_boards.size(); }
     double milliseconds() const;
 
-    /// The result; call it after finished().
+    /// Returns the result. Call this only after finished().
     SearchResult result() const;
-    /// Closes the ports that hold no board; call it after finished(). The destructor closes them too.
+    /// Closes the ports on which no board was found. Call this only after finished(). The destructor also closes them.
     void closeOthers();
 
 Q_SIGNALS:
@@ -61,10 +61,10 @@ private:
     double m_duration = 0;
     bool m_isFinished = false;
     bool m_deadlineReached = false;
-    QList<PortIdentity> m_ports; // that this search probes
-    QList<Diagnosis> m_refused; // candidates that are not probed
+    QList<PortIdentity> m_ports; // the ports that this search probes
+    QList<Diagnosis> m_refused; // candidates that the search does not open, with the reasons
     QList<Board *> m_boards;
-    QList<JwDevice::Type> m_open; // wanted types that are neither found nor missing yet
+    QList<JwDevice::Type> m_open; // wanted types that are neither found nor reported as missing
 };
 
 } // namespace JwProbe

@@ -10,11 +10,11 @@ class QSerialPortInfo;
 
 namespace JwProbe {
 
-/// What the system knows of a port.
+/// What the system knows about a port.
 struct PortIdentity
 {
-    QString name; ///< such as "ttyACM0"
-    QString location; ///< such as "/dev/ttyACM0"
+    QString name; ///< for example "ttyACM0"
+    QString location; ///< for example "/dev/ttyACM0"
     QString manufacturer;
     QString serialNumber;
     std::optional<quint16> vendorId;
@@ -26,10 +26,10 @@ struct PortIdentity
     QJsonObject toJson() const;
 };
 
-/// The id as four hexadecimal digits; empty without an id.
+/// Returns the id as four hexadecimal digits. Empty if there is no id.
 QString idText(const std::optional<quint16> &id);
 
-/// The text as JSON; null for an empty text.
+/// Returns the text as a JSON string. If the text is empty, returns JSON null.
 QJsonValue orNull(const QString &text);
 
 } // namespace JwProbe

@@ -7,14 +7,14 @@ namespace JwProbe {
 class Finder;
 struct Options;
 
-/// A line on standard error that shows the progress of a search, from show() until hide().
+/// Shows the progress of a search in one line on standard error, from show() until hide().
 class Progress
 {
 public:
     /// Both arguments must outlive the object.
     Progress(const Finder &finder, const Options &options);
 
-    /// Does nothing if standard error is no terminal, or shows the log.
+    /// Shows the line. Does nothing if standard error is no terminal, or if the log is written there.
     void show();
     void hide();
 

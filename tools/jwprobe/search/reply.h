@@ -6,15 +6,15 @@
 
 namespace JwProbe {
 
-/// What a payload says about the board that sent it.
+/// The content of a payload, with which a board answered.
 struct Reply
 {
-    QString fault; ///< why the payload can't be read; empty if it can
-    QString hardwareVersion; ///< empty if the payload has none
+    QString fault; ///< why the payload can't be read; empty if it can be read
+    QString hardwareVersion; ///< the board's hardware version; empty if the payload contains none
     JwDevice::Type type = JwDevice::Unknown;
 };
 
-/// Reads a payload as the library does. `payload` has no line end.
+/// Reads `payload`, which has no line end, in the same way as the library.
 Reply readReply(const QString &payload);
 
 } // namespace JwProbe

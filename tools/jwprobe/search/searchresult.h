@@ -17,17 +17,17 @@ enum ExitStatus {
     NoCandidate = 3,
 };
 
-/// The result of a search. The Finder owns the boards.
+/// The result of a search. The Finder owns the boards in it.
 struct SearchResult
 {
     QList<JwDevice::Type> wanted;
-    QList<Board *> boards; ///< in the order of their answers
-    QList<JwDevice::Type> missing; ///< in the order of `wanted`
-    QList<Diagnosis> others; ///< the probed ports that hold none of `boards`
+    QList<Board *> boards; ///< the found boards, in the order of their answers
+    QList<JwDevice::Type> missing; ///< the types that were not found, in the order of `wanted`
+    QList<Diagnosis> others; ///< the other candidate ports, on which none of `boards` was found
     bool deadlineReached = false;
     double milliseconds = 0; ///< duration of the search
 
-    /// The board of that type; null if it was not found.
+    /// Returns the board of this type. Null if no such board was found.
     Board *board(JwDevice::Type type) const;
     bool hasCandidates() const { return !boards.isEmpty() || !others.isEmpty(); }
     ExitStatus exitStatus() const;
