@@ -20,8 +20,8 @@ bool isThere(const QString &portName)
 {
     if (!QSerialPortInfo(portName).isNull())
         return true;
-    // The list lacks pseudo terminals and links to ports. A plain node in /dev proves nothing: in a container it may
-    // stay when the device is gone.
+    // QSerialPortInfo does not list pseudo terminals ("pts/3") and links to ports, so for these the node in /dev
+    // counts. Any other node proves nothing: in a container it may stay when the device is gone.
     const QFileInfo node(QDir(QStringLiteral("/dev")), portName);
     return node.exists() && (portName.contains(QLatin1Char('/')) || node.isSymLink());
 }

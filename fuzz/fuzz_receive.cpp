@@ -1,9 +1,9 @@
 // Sends bytes to several Communicators and compares them with the model that the tests use.
 //
 // The first byte of an input chooses the number of Communicators, their devices and the actions of their receivers.
-// The rest is steps. The first byte of a step chooses the line and the kind of the step. If bytes arrive at the device,
-// the second byte is their number, and the bytes follow. If the application acts, the second byte is the id of a
-// payload, or an action and its number.
+// The rest is steps. The first byte of a step chooses the Communicator and the kind of step. If bytes arrive at the
+// device, the second byte says how many, and the bytes follow. If the application reads a payload, the second byte is
+// the id of the payload. If the application does something else, the second byte holds the action and its argument.
 #include "fuzzinput.h"
 
 #include "support/model/receivemodel.h"

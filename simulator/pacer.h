@@ -10,7 +10,7 @@ namespace JwSimulator {
 
 /**
  * One direction of the line between board and host. The pacer takes the bytes that one end sends. It releases them in
- * the pieces and at the times in which the other end would receive them.
+ * the pieces, and at the times, in which the other end would receive them.
  *
  * The pacer measures time only by its QTimer, in milliseconds since the line became busy:
  * - A plain line without a speed releases everything inside push().

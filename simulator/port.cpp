@@ -307,7 +307,7 @@ QByteArray Port::deviceNumber() const
 bool Port::setNode(const QByteArray &target)
 {
     const QByteArray port = m_config.port.toLatin1();
-    // With the second link, stat() reports a character device with this number.
+    // The preload library of umockdev reads the link in /dev/.node. With it, stat() reports a character device.
     return setLink(m_rootFolder + "/dev/" + port, target)
         && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
 }

@@ -15,7 +15,7 @@ int main(int argc, char **argv)
     QTextStream out(stdout);
     QObject owner; // parent of the port
     constexpr int blockSize = 8;
-    // Put your boot loader's request here. A simulated board answers this request, and can send random bytes first.
+    // Put your boot loader's request here. A simulated board answers the request below.
     const QByteArray request = "$PJWVER*0c\r\n";
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {

@@ -409,8 +409,8 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
         loggerInstance()->setLevel(Logger::Warning);
         probe.fixture.log.sink->records.clear();
         constexpr int characters = 1000000;
-        // The port offers a line without end in parts of 512 bytes. Above 500 characters, the receive buffer drops 450.
-        // So the number of drops can be computed.
+        // The port offers a line without end in parts of 512 bytes. When the receive buffer
+        // holds more than 500 characters, it drops the oldest 450. So the number of drops can be computed.
         constexpr int taken = characters - characters % JwDevice::WholeLinesBase::longestHeld;
         constexpr int losses = 2221;
         static_assert(taken - losses * 450 <= 500 && taken - (losses - 1) * 450 > 500, "");

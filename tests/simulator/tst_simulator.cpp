@@ -96,7 +96,7 @@ public:
     }
 
     bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
-    /// Returns the bytes of each read(), one entry for each call.
+    /// Returns one entry for each read(): the bytes that it returned.
     const QList<QByteArray> &pieces() const { return m_pieces; }
     QByteArray received() const { return m_pieces.join(); }
 

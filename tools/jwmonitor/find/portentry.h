@@ -11,7 +11,7 @@ namespace JwMonitor {
 /// What the system says about a port, and what the newest search that tried the port found.
 struct PortEntry
 {
-    /// Whether a board found on this port is still there.
+    /// What became of the board that was found on this port.
     enum Stay {
         NoBoard, ///< no board was found
         Found, ///< a board was found and is still there

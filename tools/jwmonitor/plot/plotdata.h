@@ -72,7 +72,7 @@ private:
     PlotQuantity m_quantity;
     PlotCurves m_curves;
     QVector<PlotQuantity> m_fields;
-    QMap<Kind, quint64> m_known; // for each kind, one bit for each field that m_fields contains
+    QMap<Kind, quint64> m_known; // kind of sentence to bits: bit n is set if m_fields contains field n
 };
 
 } // namespace JwMonitor

@@ -25,7 +25,7 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // no report if the cable was pulled just before the search
+    return found != reports.end() ? *found : PortReport(); // an empty report if the cable was pulled just before the search
 }
 
 // Makes the diagnosis of a port that the search does not open, because QSerialPort would wait longer than the deadline.
