@@ -63,21 +63,23 @@ public:
     {
         for (int i = 0; i < rounds; ++i) {
             tell(PortEvent::TimedOut);
-            ++m_event.round;
+            startRound();
             tell(PortEvent::Asked);
         }
     }
 
-private:
-    void tell(PortEvent::Kind kind)
+    void startRound() { ++m_event.round; }
+
+    void tell(PortEvent::Kind kind, const QString &text = QString())
     {
         m_event.kind = kind;
         m_event.nanoseconds += 1000000;
         m_event.portName = QStringLiteral("ttyACM0");
-        m_event.text = kind == PortEvent::Asked ? versionQuery : QString();
+        m_event.text = kind == PortEvent::Asked ? versionQuery : text;
         Q_EMIT m_finder->portEvent(m_event);
     }
 
+private:
     BoardFinder *const m_finder;
     PortEvent m_event;
 };
@@ -155,6 +157,8 @@ private Q_SLOTS:
     void theToolTipTellsSentenceAndTime();
     void whatCantBeReadHasAShapeOfItsOwn();
     void textsOfBoardsAreShownAsTheyAre();
+    void controlCharactersOfABoardAreEscaped();
+    void roundWithoutAQueryHasItsLine();
     void keysGoFromEventToEvent();
     void zoomsByKey();
     void savesAnSvg();
@@ -457,6 +461,33 @@ void TestTimeline::textsOfBoardsAreShownAsTheyAre()
     const QString text = toolTip(fixture.timeline, view, 2);
     QVERIFY2(text.contains(QLatin1String("$&lt;b&gt;&amp;amp;*00")), qPrintable(text));
     QCOMPARE(view.findChild<QLabel *>()->textFormat(), Qt::PlainText);
+}
+
+void TestTimeline::controlCharactersOfABoardAreEscaped()
+{
+    TimelineFixture fixture;
+    TimelineView view(&fixture.timeline);
+    LongSearch search(&fixture.finder);
+    search.tell(PortEvent::Unreadable, QStringLiteral("$\x01\x1b[31m"));
+    QVERIFY2(fixture.timeline.lanes().at(0).events.last().text.startsWith(QLatin1String("$\\x01\\x1b[31m")),
+             qPrintable(fixture.timeline.lanes().at(0).events.last().text));
+    const QString fileName = m_dir.filePath(QStringLiteral("escaped.svg"));
+    QCOMPARE(view.saveTo(fileName), QString());
+    QFile file(fileName);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QXmlStreamReader reader(&file); // a control character would be an error in XML
+    while (!reader.atEnd())
+        reader.readNext();
+    QVERIFY2(!reader.hasError(), qPrintable(reader.errorString()));
+}
+
+void TestTimeline::roundWithoutAQueryHasItsLine()
+{
+    TimelineFixture fixture;
+    LongSearch search(&fixture.finder);
+    search.startRound();
+    search.tell(PortEvent::TimedOut); // the cable was pulled, so nothing is asked in this round
+    QCOMPARE(fixture.timeline.rounds().size(), 1);
 }
 
 void TestTimeline::keysGoFromEventToEvent()
