@@ -1,5 +1,5 @@
 // Probes all ports several times and writes the time of each step as JSON. discovery.py starts this program under
-// jwsim. Then the simulated boards are in another process, so they answer while this process opens ports.
+// jwsim. So the simulated boards are in another process, and answer while this process opens ports.
 #include "sentences.h"
 
 #include <device/boardrules.h>
@@ -98,8 +98,8 @@ protected:
     void flush_() override { }
 };
 
-/// Returns the time to open each port without the library. All ports stay open until the last port opened, like in a
-/// probe.
+/// Returns the time to open each port without the library. As in a probe, every port stays open until the last port is
+/// open.
 QJsonArray openAll(const QList<QSerialPortInfo> &infos)
 {
     QJsonArray opens;

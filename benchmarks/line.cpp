@@ -33,7 +33,7 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int drainTime = 5000; // ms without a byte, after which missing payloads count as lost
+constexpr int drainTime = 5000; // ms; if no byte arrives for this time, missing payloads count as lost
 
 enum class Work { Ports, Payloads, Sessions };
 
@@ -41,7 +41,7 @@ struct Load
 {
     int ports = 0;
     int baud = 0;
-    int piece = 0; ///< bytes that a board sends at once; if 0, it sends the bytes of 1 ms
+    int piece = 0; ///< bytes that a board sends at once; 0: as many as the line carries in 1 ms
     int milliseconds = 0;
 };
 
@@ -230,7 +230,7 @@ int main(int argc, char **argv)
             for (const QString &ports : numbers("ports")) {
                 const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
                 std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // each kind of work is first in turn
+                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // another kind is first in each round
                 for (const Work work : order) {
                     QJsonObject result = hear(load, work);
                     result[QStringLiteral("repetition")] = i;

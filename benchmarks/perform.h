@@ -4,8 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
-/// Runs `work` once per iteration, and counts the heap blocks that `work` allocates. One run of `work` does `items` of
-/// the measured operations.
+/// Runs `work` in each iteration of the benchmark. Reports the number of heap blocks that one measured operation
+/// allocates. `items` is the number of measured operations in one run of `work`.
 template <typename Work>
 void perform(benchmark::State &state, Work work, double items = 1)
 {

@@ -42,7 +42,7 @@ QByteArray dirt(Dirt kind, std::mt19937 &random)
     return bytes;
 }
 
-/// Returns good sentences, each with dirt of `kind` before it. With Kinds, the kinds alternate, including None.
+/// Returns good sentences, each with dirt of `kind` before it. If `kind` is Kinds, the kinds alternate, including None.
 QByteArray stream(Dirt kind)
 {
     std::mt19937 random(1);

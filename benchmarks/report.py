@@ -250,7 +250,8 @@ def targets(benchmarks, lots, shares, streaming):
             rows.append(atMost(f"boards on all 48 ports, after the last open{how}", full.afterLastOpen, 10, "ms"))
         worst = max((lot(f"one board, {place}", 48, line) for place in ("first", "middle", "last")),
                     key=lambda one: one.afterLastOpen.median)
-        # The last port opens last. So the time of its query and answer on the line is part of the value.
+        # The value counts from the last open. If the board is on the last port, the value contains the time of its
+        # query and answer on the line.
         rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen,
                            round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if line else "ms"))
     everywhere = [one for one in lots if one.title == "boards on all"]

@@ -48,7 +48,7 @@ endfunction()
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
 # A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
-# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the library's headers so.
+# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the headers that it is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)

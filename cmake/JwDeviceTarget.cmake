@@ -9,8 +9,8 @@ endif()
 #
 # -Wnon-virtual-dtor is on only for the libraries, because an application that includes their headers may use this
 # warning. The session records and the codec template have virtual functions, but no virtual destructor, because nobody
-# deletes them through a base class. In the tests each derived class would need a pragma. -Wdelete-non-virtual-dtor, a
-# part of -Wall, reports a real misuse.
+# deletes them through a base class. The tests don't use this warning, because each derived class would need a pragma.
+# If code deletes such an object through a base class, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -69,8 +69,9 @@ function(jwdevice_library target name export_header)
     if(JWDEVICE_BUILD_SHARED AND UNIX AND NOT APPLE)
         target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-        # The library calls its own functions, even if an application has functions of the same name. Then applications
-        # must be compiled with -fPIC, or a signal has two addresses. Qt requires -fPIC if Qt was linked like this.
+        # With -Bsymbolic-functions the library calls its own functions, even if an application has functions of the
+        # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses. Qt
+        # requires -fPIC if Qt itself was linked with this option.
         get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)

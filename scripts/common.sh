@@ -33,7 +33,7 @@ showUsage() {
     esac
 }
 
-# installPackages NAME...: installs those of the packages that are missing.
+# installPackages NAME...: installs the packages of this list that are missing.
 installPackages() {
     if ! command -v apt-get >/dev/null 2>&1 || ! command -v dpkg-query >/dev/null 2>&1; then
         say "This system has no apt, so this script installs nothing. Install the equivalents of these Debian packages:"

@@ -1,6 +1,6 @@
-// libabigail describes only types that an exported function uses. No function of the library shows these public types,
-// because QList and std::function hide their elements. So this function uses the types. One function uses all of them,
-// because the compiler would join several functions that do the same.
+// libabigail describes only types that an exported function uses. No function of the library shows the public types
+// below, because QList and std::function hide their elements. So the function in this file uses these types. One
+// function uses all types, because the compiler would join several functions that do the same.
 #include <device/boardrules.h>
 #include <device/portevent.h>
 #include <device/portreport.h>

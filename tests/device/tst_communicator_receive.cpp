@@ -447,7 +447,8 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 
 void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
-    // The sixth read makes 600 characters, and 150 of them stay. So the next truncation happens four reads later.
+    // After the sixth read the buffer has 600 characters, and keeps 150. So the next truncation happens four reads
+    // later.
     for (int i = 0; i < 6; ++i)
         m_device->queueRead(QByteArray(100, 'x'));
     m_device->announce();
@@ -853,8 +854,8 @@ void TestCommunicatorReceive::streamWithGarbageBefore_data()
     };
     const QList<SampleStream> streams = sampleStreams();
     for (const SampleStream &stream : streams) {
-        // A begun payload ends at the next "$". If the stream does not start with "$", the garbage would become part of
-        // the first payload, so don't use it there.
+        // A begun payload ends at the next "$". If the stream does not start with "$", the begun payload would become
+        // part of the first payload. So leave out begun payloads there.
         const auto all = stream.bytes.startsWith('$') ? noise + begunPayloads : noise;
         for (const auto &garbage : all)
             QTest::addRow("%s, %s", stream.name, garbage.first) << stream.bytes << stream.payloads << garbage.second;

@@ -83,7 +83,7 @@ struct WatchedPort
 /// A pseudo terminal that is not a simulated port. When the board's end closes, the system removes the port's end.
 struct PseudoTerminal
 {
-    /// Opened through `link`, if there is one.
+    /// Makes the symbolic link `link` and opens the terminal through it. Without `link`, opens the terminal itself.
     explicit PseudoTerminal(const QString &link = {})
     {
         char name[64] = "";
@@ -220,7 +220,7 @@ void TestPortErrors::pseudoTerminalIsLostAtItsEndAndNotBefore()
     });
     terminal.port.pinoutSignals(); // a pseudo terminal has none
     QVERIFY(!failed.isEmpty());
-    QCOMPARE(losses, QVector<bool>()); // the list of serial ports has no pseudo terminals, but it is there
+    QCOMPARE(losses, QVector<bool>()); // not lost: no list of ports contains the terminal, but it exists
     terminal.hangUp();
     QTRY_COMPARE(losses, QVector<bool>{true}); // true, because the system has removed the port's end
 }

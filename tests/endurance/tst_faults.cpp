@@ -63,8 +63,8 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// The test of one cell in the table of faults and states. It attaches boards, causes the fault, and checks with
-/// IdleCheck that the process is idle.
+/// The test of one cell in the table of faults and states in docs/testing.md. A cell attaches boards, causes the fault,
+/// and checks with IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
 /// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
@@ -81,7 +81,8 @@ void runCell(const Cell &cell)
     cell(IdleCheck(IdleCheck::Measured));
     if (QTest::currentTestFailed())
         return;
-    // The simulation's threads may still be freeing resources, so wait. A leak does not end, so it fails the test.
+    // The simulation's threads may still be freeing resources, so wait for them. Leaked resources are never freed, so a
+    // leak still fails the test.
     const auto isAsBefore = [&before](const ProcessUsage &now) {
         return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
             && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;

@@ -10,8 +10,8 @@ using JwDevice::Initializer;
 using JwDevice::Type;
 using JwSimulator::Board;
 
-/// Before each test, a probe hands a board over and goes on. The application deletes that board's Communicator. Then a
-/// second probe of the same port makes a new Communicator at the same address.
+/// Before each test, a probe hands a board over and continues. The application deletes that board's Communicator. Then
+/// a second probe of the same port makes a new Communicator at the same address.
 class TestInitializerAddressReuse : public QObject
 {
     Q_OBJECT
@@ -65,7 +65,7 @@ void TestInitializerAddressReuse::newPortAwaitsItsReply()
 void TestInitializerAddressReuse::newPortHasOneReplyTimer()
 {
     QVERIFY(!m_formerTimer);
-    // One reply timer for each port, plus the delay timer. So the former reply timer is gone.
+    // One reply timer for each port, plus the delay timer. So the deleted Communicator's reply timer does not exist.
     QCOMPARE(m_fixture->initializer->findChildren<QTimer *>().size(), replyTimers(*m_fixture->initializer).size() + 1);
 }
 

@@ -345,7 +345,7 @@ void TestInitializerCable::programThatReadsBesideUsDoesNotCostThePort()
     QElapsedTimer clock;
     clock.start();
     while (count.errors() < 3) {
-        QVERIFY(clock.elapsed() < 5000); // fails if the port stops reading, because then it reports no more errors
+        QVERIFY(clock.elapsed() < 5000); // fails if the port stops reading and so reports no more errors
         QVERIFY(fixture.port(board)->isOpen());
         QVERIFY(board->send("stolen\r\n"));
         settle();

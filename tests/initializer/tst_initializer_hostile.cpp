@@ -280,7 +280,7 @@ void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
     Board *const second = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceInitialized, [&](Type type) {
         if (type == JwDevice::BoardA)
-            fixture.initializer->boardReadyRead(fixture.comm(second)); // a nested event loop would call it too
+            fixture.initializer->boardReadyRead(fixture.comm(second)); // as a nested event loop would do
     });
     fixture.initializer->setMaxRetries(2);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
@@ -522,7 +522,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // both must exist, because the signal of one mapper has not returned
+        aliveInTheLoop = areAlive(); // true: one mapper still emits its signal, so both mappers must exist
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

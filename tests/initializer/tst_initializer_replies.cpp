@@ -97,7 +97,7 @@ void TestInitializerReplies::replyNamesTheType_data()
 {
     using namespace JwDevice;
     QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<Type>("type"); // the board's type; if Unknown, the port is silenced
+    QTest::addColumn<Type>("type"); // the board's type; for Unknown, the expected state is Silenced
     const auto version = [](const char *text) { return versionReply(text); };
     QTest::newRow("7300022") << version("7300022") << BoardA;
     QTest::newRow("7300021") << version("7300021") << BoardB;

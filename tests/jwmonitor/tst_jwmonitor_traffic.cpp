@@ -207,7 +207,7 @@ void TestTraffic::aToolTipShowsEachCharacter()
     QFETCH(QString, text);
     const QString payload = framed(QStringLiteral("PX,") + text);
     m_model->append(sent(acm0, payload));
-    m_model->append(received(acm0, payload)); // the parser refuses this payload
+    m_model->append(received(acm0, payload)); // the parser refuses this payload, so its tool tip has a second line
     m_model->flush();
     for (int row = 0; row < 2; ++row) {
         const QString toolTip = m_model->index(row, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();

@@ -114,8 +114,8 @@ bool sandboxHasOtherUsers()
     return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
-/// A pseudo terminal, used instead of a simulated port. The device number of a simulated port's file is not the device
-/// number of the descriptor that a program has open.
+/// A pseudo terminal. Used instead of a simulated port, because the device number of a simulated port's file is not the
+/// device number of the descriptor that a program has open.
 class Terminal
 {
 public:
@@ -184,7 +184,8 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Root may open every file, so root runs the doctor as nobody. Another user can only remove his own right to the file.
+// Root may open every file, so if this test runs as root, it runs the doctor as the user nobody. Another user can only
+// remove his own right to the file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =

@@ -12,7 +12,7 @@
 // The boards send bytes of any value in pieces. The pieces arrive in a random order: in different turns of the event
 // loop, some later in time, with pieces of other boards in between. The test also checks this rule: if a board sends
 // only whole sentences of at most 50 bytes, its Communicator receives each sentence unchanged. Bytes of other boards
-// must not change them.
+// must not change these sentences.
 //
 // The schedules don't contain:
 // - faults other than a pulled cable and a port that can't be opened (see tst_faults)
@@ -176,7 +176,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
         const QString firstDifference = difference(schedule);
         if (firstDifference.isEmpty())
             continue;
-        if (difference(schedule).isEmpty()) // it passes the second time, so it can't be shrunk
+        if (difference(schedule).isEmpty()) // passes the second time, so the schedule can't be shrunk
             QFAIL(qPrintable(QStringLiteral("seed %1 fails, but not every time:\n%2%3")
                                  .arg(QString::number(seed), schedule.toString(), firstDifference)));
         const DiscoverySchedule shortest = shortestSchedule(

@@ -6,11 +6,11 @@
 // A long run. QTEST_FUNCTION_TIMEOUT is set because Qt's default limit is five minutes:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
-// A stream has one to four lines; a line is a Communicator with its own device. There are two kinds of devices. The
-// stream sets the result of every read of a plain device. The other kind is a WholeLines<BufferedDevice>, where bytes
+// A stream has one to four lines; a line is a Communicator with its own device. A device is a plain device or a
+// WholeLines<BufferedDevice>. The stream sets the result of every read of a plain device. At a WholeLines device, bytes
 // of any value arrive in pieces. The pieces of all lines arrive in random order. The application takes payloads, closes
-// devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. The application does this
-// also inside signals, and more bytes arrive there.
+// devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. All this also happens
+// inside signals, and more bytes arrive inside signals.
 //
 // A stream that gives different traces is shrunk and printed with its seed. tst_communicator_hostile tests applications
 // that bind another device or delete a Communicator.

@@ -21,7 +21,7 @@ void TestProgramRun::signalToAProgramThatHasEndedReachesNobody()
     sigset_t blocked;
     ::sigemptyset(&blocked);
     ::sigaddset(&blocked, SIGUSR1);
-    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr); // unblocked, a wrongly sent SIGUSR1 would end this test
+    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr); // otherwise a wrongly sent SIGUSR1 would end this test
     ProgramRun run(QStringLiteral("true"), {});
     run.start();
     QVERIFY(run.finish());

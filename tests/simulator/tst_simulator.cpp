@@ -714,7 +714,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the one before has left.
+    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the last one has left.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
@@ -733,7 +733,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 
 void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the one before has arrived.
+    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the last one has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;
@@ -947,7 +947,8 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
         other.wait(500);
     }
     const int kept = journalBytes(board, JournalEntry::Sent).size();
-    // The board sends one burst of at most 64 bytes in each turn of the event loop. Kept bursts would arrive as well.
+    // The board sends one burst of at most 64 bytes in each turn of the event loop. If the board had kept the bursts
+    // that did not fit into the full port, these bursts would arrive as well.
     const int turns = 20;
     for (int i = 0; i < turns; ++i) {
         host.received();

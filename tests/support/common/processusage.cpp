@@ -87,7 +87,7 @@ qint64 residentMemory()
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
 }
 
-/// Returns the number of open descriptors without sockets, because umockdev's threads may open and close sockets.
+/// Returns the number of open descriptors that are not sockets, because umockdev's threads may open and close sockets.
 int descriptorsOfFiles()
 {
     const QStringList numbers = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files);

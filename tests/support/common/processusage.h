@@ -2,15 +2,16 @@
 
 #include <QString>
 
-/// The resources that this process uses. Only QObjects that were made after the first call of watchObjects() count.
+/// The resources that this process uses. `objects`, `connections` and `timers` count only QObjects that were made after
+/// the first call of watchObjects().
 struct ProcessUsage
 {
     qint64 heapBytes; ///< bytes that are allocated and not freed
     qint64 residentBytes;
-    int descriptors; ///< number of open files and ports
+    int descriptors; ///< number of open files and ports; sockets do not count
     int objects; ///< number of existing QObjects
-    int connections; ///< number of connections to the signals of these QObjects
-    int timers; ///< number of running Qt timers, including QTimers
+    int connections; ///< number of connections to the signals of the counted QObjects
+    int timers; ///< number of running timers of the counted QObjects; a running QTimer is one timer
 
     static void watchObjects();
     static ProcessUsage now();

@@ -12,12 +12,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/// Acts as another program that reads from a port. It takes the bytes after the system has reported them to QSerialPort
-/// and before QSerialPort reads. QSerialPort then finds nothing to read, and reports errno, which an earlier call set.
+/// Acts as another program that reads from the same port as a QSerialPort. When the system has reported bytes to the
+/// QSerialPort, this object reads the bytes first. The QSerialPort then finds no bytes, and derives its error from the
+/// value that errno still has from an earlier call. This object sets errno to `errorNumber`.
 class OtherReader : public QObject
 {
 public:
-    /// Opens the port at `location`. Call it before QSerialPort opens the port, because QSerialPort locks the port.
+    /// Opens the port at `location`. Create this object before a QSerialPort opens the port, because a QSerialPort
+    /// locks the port.
     OtherReader(const QString &location, int errorNumber)
         : m_descriptor(::open(qPrintable(location), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
         , m_errorNumber(errorNumber)
@@ -28,7 +30,7 @@ public:
     }
     ~OtherReader() override { ::close(m_descriptor); }
 
-    /// Starts to take the bytes that arrive. `port` is the same port, opened by QSerialPort.
+    /// Starts to read the bytes that arrive. `port` is the QSerialPort that must not get them.
     void start(const QSerialPort *port) { m_port = port; }
     void stop() { m_port = nullptr; }
 

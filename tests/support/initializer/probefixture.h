@@ -42,9 +42,9 @@ public:
     /// Adds a board on a port that no other test program uses. `board` describes it, for example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board);
     QStringList portNames() const;
-    /// Starts a probe of the ports of all attached boards. The ports are given by name.
+    /// Starts a probe of the ports of all attached boards. Gives the names of these ports to the Initializer.
     void probe(const TypeList &types);
-    /// Attaches a silent board and probes it for BoardA, without retry rounds, until it times out. Returns the board.
+    /// Attaches a silent board and probes it for BoardA, without retry rounds, until the time-out. Returns the board.
     JwSimulator::Board *probeSilentBoard();
     /// Deletes the Initializer and makes a new one.
     JwDevice::Initializer *renew();

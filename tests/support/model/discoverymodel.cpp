@@ -183,7 +183,7 @@ uint DiscoveryModel::setMaxRetries(uint retries)
 
 void DiscoveryModel::deleteInitializerLater()
 {
-    // A second deleteLater() has no effect, so only the first one marks the Initializer.
+    // A second deleteLater() has no effect, so only the first call marks the Initializer.
     if (!std::exchange(m_goesLater, true))
         m_frames.back().deleteInitializer = true;
 }
@@ -193,8 +193,8 @@ bool DiscoveryModel::wait(int milliseconds)
     const qint64 end = m_now + milliseconds;
     for (;;) {
         settle();
-        // If timers are due at the same time, the timer of the second stage fires first, then the reply timers in the
-        // order in which the ports were opened.
+        // If timers are due at the same time, the delay timer of the probe fires first (`m_secondStageDue`). Then the
+        // reply timers fire in the order in which the ports were opened.
         Comm *next = nullptr;
         for (const auto &comm : m_comms) {
             if (comm->due >= 0 && (!next || comm->due < next->due))

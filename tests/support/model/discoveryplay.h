@@ -13,8 +13,8 @@
 /// Runs a schedule on the real Initializer or on the model, and writes a trace. The trace contains signals, log lines,
 /// the bytes that the boards received, and after each step the state of each probed port.
 ///
-/// This class also acts as the application, so it owns the handed-over boards. Their numbers are 0, 1 ... in the order
-/// of the hand-overs.
+/// This class also acts as the application, so it owns the handed-over boards. The numbers of these boards are
+/// 0, 1 ... in the order of the hand-overs.
 class DiscoveryPlay
 {
 public:
@@ -29,7 +29,8 @@ public:
 
     /// Runs the schedule and returns the trace.
     const QStringList &run();
-    /// Returns the sentences that arrived changed or did not arrive. Checks only boards that send whole sentences only.
+    /// Returns the sentences that arrived changed or did not arrive. Checks only the boards for which the schedule's
+    /// sendsWholeSentences() returns true.
     const QStringList &spoilt() const { return m_spoilt; }
 
 protected:

@@ -269,7 +269,7 @@ private:
             return "!" + garbage(between(1, 10)) + framed;
         case 7:
             return chance(20) ? garbage(between(100, 700)) : garbage(between(1, 40));
-        case 8: // an unfinished line that is just below, at or above the limit of bytes that a port holds back
+        case 8: // an unfinished line, sometimes of about the greatest length that a port holds back
             return chance(20) ? QByteArray(between(509, 514), chance(50) ? 'x' : '!') : "!x";
         default:
             return framed;
@@ -291,7 +291,7 @@ private:
     QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent
     bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
-    int m_wholeSentences = 0; // so many ports, from port 0 on, send whole sentences only and stay plugged in
+    int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in
     int m_marks = 0;
 };
 

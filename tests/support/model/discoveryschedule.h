@@ -13,7 +13,7 @@
 struct DiscoverySchedule
 {
     static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< only probed if the probe names them
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< do not open; probed only if probe() names them
 
     /// One action from outside the Initializer. After the action, the event loop runs until it is idle.
     struct Step
@@ -62,10 +62,10 @@ struct DiscoverySchedule
     };
     using Answer = QVector<Piece>;
 
-    /// Chooses the pieces that arrive in the same turn of the event loop, when the event loop is idle.
+    /// Chooses which waiting pieces are sent when the event loop is idle. These pieces arrive in the same turn.
     struct Turn
     {
-        int first = 0; ///< the first port: an index into the list of ports with unsent pieces, modulo its size
+        int first = 0; ///< the first port: an index into the list of ports with unsent pieces, modulo the list's size
         int pieces = 1; ///< number of pieces: one from the first port, one from the next port in the list, and so on
     };
 
@@ -82,7 +82,7 @@ struct DiscoverySchedule
     bool sendsWholeSentences(int port) const;
 };
 
-/// Returns all bytes of the answer.
+/// Returns the bytes of all pieces of the answer, joined.
 QByteArray bytesOf(const DiscoverySchedule::Answer &answer);
 
 /// Returns a random schedule. The same seed gives the same schedule on every machine.

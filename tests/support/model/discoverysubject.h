@@ -78,7 +78,7 @@ private:
     struct Probed
     {
         JwDevice::Communicator *comm; // compare this pointer only, because the Communicator may be deleted
-        QPointer<QTimer> timer; // differs even if two Communicators had the same address
+        QPointer<QTimer> timer; // tells apart two Communicators that had the same address
         QString name;
         QPointer<QSerialPort> port;
         QPointer<JwDevice::Communicator> guard;

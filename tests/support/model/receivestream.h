@@ -38,7 +38,7 @@ struct ReceiveStep
         Peek ///< peeks at `number` bytes
     };
     Action action = Deliver;
-    bool inside = false; ///< true: happens inside the next step's readyRead(uint), or after that step if it emits none
+    bool inside = false; ///< true: happens inside the next step's readyRead(uint), or after a step without this signal
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
