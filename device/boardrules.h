@@ -16,7 +16,7 @@ class QSerialPortInfo;
  */
 namespace JwDevice {
 
-/// Time in milliseconds in which a probed port must answer. It starts when the query is written, in each round again.
+/// Time in milliseconds in which a probed port must answer. In each round, it starts when the query is written.
 constexpr int replyTime = 400;
 
 /// USB manufacturer of boards. A port with this manufacturer is a candidate.
@@ -32,8 +32,8 @@ enum SentenceKey : int {
     InformationReply = 3, ///< "PTJWRD": the reply that the board sends to the host
 };
 
-/// Returns whether a probe without port names opens `port`. The probe opens a port if its manufacturer is
-/// boardManufacturer or its vendor id is boardVendorId.
+/// Returns whether `port` may be a port of a board: its manufacturer is boardManufacturer, or its vendor id is
+/// boardVendorId. If Initializer::probe() gets no port names, it opens only these ports.
 JWDEVICE_EXPORT bool isCandidate(const QSerialPortInfo &port);
 
 /// Returns all types of board in the order of Type, without Unknown.

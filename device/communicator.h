@@ -20,13 +20,13 @@ class SessionAbstract;
  * Sends and receives payloads over one QIODevice. A payload is one whole sentence as text. It begins with a start
  * character ("$" or "!") and ends with "\r\n".
  *
- * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. Both wrap modulo
- * 2^32.
+ * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. After the id
+ * 2^32 - 1, the next id is 0.
  *
  * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the "!" if
- * there is no "$". Bytes before it are dropped. If a read from the device contains a NUL byte, the rest of this read is
- * dropped, at most 99 bytes. If more than 500 characters wait for a line end, the oldest 450 are dropped with a warning
- * in the log.
+ * there is no "$". Bytes before this start character are dropped. A Communicator reads parts of up to 100 bytes. If a
+ * part contains a NUL byte, the NUL byte and the rest of this part are dropped. If more than 500 characters wait for a
+ * line end, the oldest 450 are dropped, and a warning is written to the log.
  *
  * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
  * Communicator. It must not delete the device, because the device is still emitting a signal. Call the device's
@@ -46,15 +46,15 @@ public:
     /// Deletes neither the device nor the parser.
     ~Communicator() override;
 
-    /// Binds `device` instead of the previous device; null only unbinds the previous device. The caller keeps the
-    /// ownership. Bytes that already wait in `device` are read at the next readyRead() of `device`. Ids, received
-    /// payloads and the counting for transferred() continue. Returns true.
+    /// Unbinds the previous device and binds `device`. If `device` is null, no device is bound. The caller still owns
+    /// `device`. Bytes that already wait in `device` are read when `device` emits readyRead() the next time. The ids,
+    /// the received payloads and the counting for transferred() do not start again. Returns true.
     bool setIODevice(QIODevice *device);
     /// Returns the bound device. Null if no device is bound or if the device was deleted.
     QIODevice *device() const;
 
-    /// Attaches `parser` for the overloads that take a session; null detaches the parser. The caller keeps the
-    /// ownership and must not delete the parser before its last use here. Returns true.
+    /// Attaches `parser` for the functions with a `session` argument. If `parser` is null, detaches the parser. The
+    /// caller still owns `parser`, and must not delete it before the last call that uses it. Returns true.
     bool setParser(IPayloadParser *parser);
 
     /**
@@ -76,11 +76,11 @@ public:
     /// not change `payload`.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Takes a received payload like the function above and parses it into `session`, which must be of the class that
-     * the parser expects. Clear `session` first.
+     * Moves a received payload out of the store like the function above, and parses the payload into `session`.
+     * `session` must be of the class that the parser expects. Call `session->clear()` first.
      *
-     * Returns true if a payload was taken. This also holds without a parser, or if the parser throws Nmea::Exception.
-     * In these cases the log has a line and the payload is lost. Other exceptions pass through.
+     * Returns true if the store contained the payload, even if it could not be parsed. If no parser is attached, or the
+     * parser throws Nmea::Exception, the payload is lost and an error is logged. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);
 
@@ -89,10 +89,10 @@ Q_SIGNALS:
      * Emitted when the device reported written bytes that cover the payload `id`. For a serial port, the system then
      * has the bytes, but the board may receive them later.
      *
-     * The signal only shows progress; it does not prove that the payload was sent. Each report of the device is counted
-     * from the first payload on. For example, "abc" has id 1 and "defg" id 2. A report of 7 bytes emits 1 and 2. A
-     * later report of 4 bytes emits 1 again. So small reports never reach a late id. A failed or empty write is covered
-     * if the report is larger than all payloads before it.
+     * The signal only shows progress; it does not prove that the payload was sent. The device reports a number of
+     * bytes. Each report is counted from the first payload on; reports are not added up. For example, "abc" has id 1
+     * and "defg" id 2. A report of 7 bytes emits 1 and 2. A later report of 4 bytes emits 1 again. So small reports
+     * never reach a late id. A failed or empty write is covered if the report is larger than all payloads before it.
      */
     void transferred(uint id);
     /// Never emitted, because failed writes are not reported.

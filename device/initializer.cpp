@@ -116,13 +116,13 @@ Initializer::~Initializer()
         Communicator *const comm = it.key();
         dispose(it.value());
         if (m_commTypes.value(comm) != Unknown)
-            continue; // the Communicator belongs to the application, which may have deleted it
+            continue; // `comm` belongs to the application, which may have deleted `comm`
         if (auto *port = static_cast<QSerialPort *>(comm->device())) {
             comm->setIODevice(nullptr);
             closeAtOnce(port);
             dispose(port);
         }
-        delete comm; // not later, because it would still take payloads from the shared buffer
+        delete comm; // not deleteLater(), because `comm` would still take payloads from the shared buffer
     }
     m_commTypes.clear();
     m_commTimers.clear();
@@ -182,7 +182,7 @@ void Initializer::probeStage2()
             report->errorText = port->errorString();
             tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
-                m_reports[i] = held; // the port is busy because this Initializer has it open since an earlier probe()
+                m_reports[i] = held; // busy because this Initializer still has the port open from an earlier probe()
             delete port;
             continue;
         }
@@ -191,8 +191,8 @@ void Initializer::probeStage2()
 
         Communicator *const comm = createCommunicator(port);
         closeWhenLost(port, report);
-        // If the application deleted an earlier Communicator at the same address, its entries are still in these
-        // tables.
+        // The application may have deleted a Communicator that was handed over to it. These tables still contain the
+        // entries of that Communicator, and `comm` may now have the same address. So old entries are removed.
         m_commTypes.remove(comm);
         delete m_commTimers.take(comm);
         m_commTimers[comm] = createTimeoutTimer(comm);
@@ -200,8 +200,8 @@ void Initializer::probeStage2()
         report->verdict = PortReport::Awaiting;
         tell(PortEvent::Opened, *report);
         report->queries = writeQueries(comm);
-        // Without the flush, the query would be sent only after all later ports are open, but its reply time already
-        // runs. The flush may fail and close the port.
+        // Without the flush, the query would be sent only when all later ports are open, although the reply time of
+        // this port already runs. The flush may fail and close the port.
         port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
@@ -251,7 +251,7 @@ void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortRep
 {
     connect(new PortErrors(port), &PortErrors::portLost, this, [this, port, report](bool isDeviceGone) {
         report->verdict = PortReport::Lost;
-        // If the device is gone, port->error() may be any error, so the report gets a fixed error.
+        // If the device is gone, port->error() may be any error, so the report always gets ResourceError.
         report->error = isDeviceGone ? QSerialPort::ResourceError : port->error();
         report->errorText = isDeviceGone ? QStringLiteral("No such device") : port->errorString();
         closeAtOnce(port);
@@ -345,7 +345,7 @@ void Initializer::boardReadyRead(QObject *object)
             tell(PortEvent::Unreadable, *report, report->unreadable, exception.message());
             continue;
         }
-        // Every answer in time stops the timer, because the board is not silent. It may later answer as a wanted type.
+        // An answer stops the timer, because the board is not silent. Its next answer may be of a wanted type.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
         const Type type = typeOf(session);
@@ -401,7 +401,8 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // If a receiver of deviceInitialized() ran an event loop, the decision may already be made.
+    // A port that is Awaiting, or Silenced by an answer in time, has no entry in m_commTypes. The probe waits for it.
+    // m_decided is true if a receiver of deviceInitialized() ran an event loop, in which the decision was made.
     if (m_decided || m_commTypes.size() != m_commTimers.size())
         return;
     const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };

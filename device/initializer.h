@@ -49,8 +49,8 @@ class SessionInit;
  * A board of another type keeps the probe open. If such a board answers in time, the probe waits for its port without
  * limit, and meanwhile reports no missing type. Limit the probe with your own timer that deletes the Initializer.
  *
- * If a port is lost during the probe, the Initializer closes it (see PortErrors). The lost port then times out like a
- * silent port. But if the probe waits for the port without limit, the probe does not end.
+ * If a port is lost during the probe, the Initializer closes the port (see PortErrors). Normally, the lost port times
+ * out like a silent port. But if its board had answered in time as another type before, the probe does not end.
  *
  * The Initializer works in the event loop of its thread. Receivers of its signals may do anything, for example run an
  * event loop. But a receiver of deviceInitialized() must not delete the Initializer; call QObject::deleteLater()
@@ -73,16 +73,16 @@ public:
      * `delay` is the time in ms after which the ports are opened. It is used only if it is positive and `types`
      * contains BoardC.
      *
-     * `portNames` are system names, for example "ttyACM0". With names, the probe tries only the ports of earlier calls
-     * and then these ports. Without names, the probe tries every candidate (see isCandidate()).
+     * `portNames` are system names, for example "ttyACM0". If there are names, the probe tries the ports of earlier
+     * calls, then the named ports, and no others. Without names, the probe tries every candidate (see isCandidate()).
      *
      * Returns false and does nothing if `types` is empty.
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
-    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. All rounds since the
-    /// Initializer was created count. The new value is used at the end of the running round, but not after
-    /// deviceNotFound(). Returns the previous value.
+    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. The rounds of all probes of
+    /// this Initializer are counted together. During a probe, the new value is used from the end of the running round
+    /// on. After deviceNotFound(), it has no effect. Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
     /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty
@@ -91,9 +91,9 @@ public:
     QList<JwDevice::PortReport> portReports() const;
 
     /**
-     * Sets a function that is called at once at every event of a port during a probe, and later if a port that was not
-     * handed over is lost. With it, a tool can show what a probe does without reading the log. An empty function ends
-     * the calls.
+     * Sets a function that the Initializer calls directly at every event of a port during a probe, and after the probe
+     * if a port that was not handed over is lost. With `observer`, a tool can show what a probe does without reading
+     * the log. An empty function ends the calls.
      *
      * The Initializer calls `observer` while it works. So `observer` may only record the event and set another
      * observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
@@ -111,8 +111,8 @@ Q_SIGNALS:
     /**
      * Emitted when a board of the wanted `type` answered. `comm` and its open QSerialPort, `comm->device()`, now belong
      * to the receiver. `comm` has no parser, and no signal is connected. The port is a WholeLines<QSerialPort>, so its
-     * bytesAvailable() counts whole lines only, until you call setWholeLines(false). If more payloads arrived directly
-     * after the board's answer, the first of them is dropped.
+     * bytesAvailable() counts whole lines only, until you call setWholeLines(false). If `comm` has already received
+     * more payloads after the board's answer, the first of these payloads is dropped.
      *
      * Delete the port with `comm->device()->deleteLater()` and the Communicator with `delete comm`. Never use `delete`
      * for the port in a slot of this signal or of a signal of the port, because Qt would crash. To notice a pulled

@@ -12,9 +12,9 @@ namespace JwDevice {
 
 namespace {
 
-constexpr int errorsOfLostPort = 1000; // errors in a row; a lost port reports so many in some milliseconds
+constexpr int errorsOfLostPort = 1000; // errors without a read between them; a lost port soon reports this many
 constexpr qint64 restTime = 1000; // ms; after this time without an error, counting starts again at 0
-constexpr qint64 timeBetweenLooks = 100; // ms; limits the looks, because a look may list all ports
+constexpr qint64 timeBetweenLooks = 100; // ms between checks of whether the device is there; a check may list all ports
 
 bool isThere(const QString &portName)
 {
@@ -65,8 +65,8 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
         Q_EMIT portLost(isDeviceGone);
         return;
     }
-    // After some errors, QSerialPort stops reading. It starts again when somebody asks for more bytes than it has, so
-    // this peek asks for one more byte.
+    // After some errors, QSerialPort stops reading. It starts again when somebody asks for more bytes than it
+    // contains, so this peek asks for one more byte.
     const auto *const lines = qobject_cast<WholeLinesBase *>(port);
     port->peek((lines ? lines->bytesReceived() : port->bytesAvailable()) + 1);
 }

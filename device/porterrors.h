@@ -27,7 +27,7 @@ class JWDEVICE_EXPORT PortErrors : public QObject
     Q_OBJECT
 
 public:
-    /// Watches `port` until one of the two objects is deleted. `port` becomes the parent, so both belong to one thread.
+    /// Watches `port` until `port` or this object is deleted. `port` becomes the parent, so use both in one thread.
     explicit PortErrors(QSerialPort *port);
     ~PortErrors() override;
 

@@ -24,8 +24,8 @@ struct PortEvent
     Kind kind = Opened; ///< kind of the event
     QString portName; ///< for example "ttyACM0"
     qint64 nanoseconds = 0; ///< time since the newest call of probe()
-    uint round = 0; ///< 0 while ports are asked first, then the number of the retry round; the number goes on if the
-                    ///< Initializer probes again
+    uint round = 0; ///< 0 for the first queries, then the number of the retry round; another probe() of the same
+                    ///< Initializer does not start again at 0
     QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
     QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
     Type type = Unknown; ///< for Answered and HandedOver: the type of board that sends the sentence; else Unknown

@@ -27,7 +27,7 @@ struct PortReport
     };
 
     QString portName; ///< for example "ttyACM0"; the name given to probe() if the system doesn't know the port
-    QString location; ///< for example "/dev/ttyACM0"; this and the next three are empty if they are not known
+    QString location; ///< for example "/dev/ttyACM0"; this and the next three members are empty if not known
     QString manufacturer; ///< manufacturer of the USB device
     QString product; ///< product name of the USB device
     QString serialNumber; ///< serial number of the USB device
@@ -40,7 +40,7 @@ struct PortReport
     QString reply; ///< the newest sentence that could be parsed, without its line end; empty if there was none
     QString unreadable; ///< the newest payload that could not be parsed, without its line end; empty if there was none
     int queries = 0; ///< number of queries written to the port; the wanted types need one or two in each round
-    qint64 payloads = 0; ///< number of payloads that the probe read from the port, with those that can't be parsed
+    qint64 payloads = 0; ///< number of payloads read from the port, including payloads that can't be parsed
 };
 
 /// Returns the name of `verdict` in camel case, for example "timedOut". Use it in logs and in output for programs.

@@ -26,7 +26,7 @@ public:
     /// signal is emitted.
     void setWholeLines(bool wholeLines) { m_wholeLines = wholeLines; }
 
-    /// Returns the number of all bytes that can be read, with those that are held back.
+    /// Returns the number of all bytes that can be read, including bytes that are held back.
     virtual qint64 bytesReceived() const = 0;
     /// Returns the number of bytes up to and including the next line end, at most 512. A longer line is offered in
     /// parts. If no line end has arrived, returns 0 while bytes are held back, otherwise the number of received bytes.
@@ -109,14 +109,14 @@ public:
     qint64 bytesReceived() const override { return Device::bytesAvailable(); }
     qint64 nextLine() const override
     {
-        char bytes[longestHeld + 1]; // one more byte, because a line end may begin at the last of the others
+        char bytes[longestHeld + 1]; // one more byte, because a line end has two bytes and may begin at the 512th byte
         const qint64 size = std::min<qint64>(sizeof bytes, bytesReceived());
         if (size == 0)
             return 0;
         auto *const device = const_cast<WholeLines *>(this);
         const qint64 line = WholeLinesBase::nextLine(bytes, device->peek(bytes, size), longest());
         // If the read buffer was full, the device stopped reading. It continues when somebody asks for more bytes than
-        // it has, so this peek asks for one more byte.
+        // it contains, so this peek asks for one more byte.
         if (line == 0 && bufferLimit(*this, 0) > 0)
             device->peek(bytesReceived() + 1);
         return line;

@@ -70,10 +70,11 @@ public:
     bool init();
 
     /**
-     * Fills `session` from one whole sentence. Returns true. Tests in this order, and throws: "Start flag not found",
-     * "Sentence too long", "Bad end", "Checksum field" (more than one "*"), "Checksum misspelled", "CRC calculation
-     * failed", then the texts of parseTrimmed(). The checksum is read as a hexadecimal number, like QString::toInt(),
-     * and only its low byte is compared. Without a "*", the line end stays part of the last field.
+     * Fills `session` from one whole sentence. Returns true. Makes tests in this order, and throws at the first that
+     * fails: "Start flag not found", "Sentence too long", "Bad end", "Checksum field" (more than one "*"), "Checksum
+     * misspelled", "CRC calculation failed", then the texts of parseTrimmed(). The checksum is read as a hexadecimal
+     * number, like QString::toInt(), and only its low byte is compared. Without a "*", the last field contains the line
+     * end.
      */
     bool parseSentence(Session *session, const QString &sentence);
     /**
@@ -104,7 +105,7 @@ public:
     QString buildParameters(const Session *session, const QString &format);
 
 protected:
-    /// Returns the table from sentence key to identifier. All identifiers must differ, and no key may be -9999.
+    /// Returns the table from sentence key to identifier. All identifiers must differ. No key may be m_undefinedId.
     virtual QHash<int, QString> initSentenceIdentifiers();
     /// Returns an empty table. This class never calls the function.
     virtual QHash<int, QString> initTalkerIdentifiers();
@@ -240,7 +241,7 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
         sentence.chop(1);
     sentence += m_checksumDelimiter;
     const QStringView checked = QStringView(sentence).mid(1);
-    // The checksum does not count the delimiter. Only if identifier and fields are empty, it counts the delimiter.
+    // The checksum does not include the delimiter. If there are no identifier and no fields, it includes the delimiter.
     appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
     sentence += m_lineEnd;
     out = std::move(sentence);
@@ -300,8 +301,8 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
 
-    // If the delegate did not keep the text, its memory is used again for the next field. This saves time, because most
-    // texts become numbers.
+    // All fields use this text one after the other. Unless a delegate keeps the text, its memory is used again for the
+    // next field. This saves time, because most texts become numbers and are not kept.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;

@@ -20,9 +20,9 @@ template <typename Session>
 class SentencePlan
 {
 public:
-    /// The same type as ParserAbstract::ParserDelegate.
+    /// Parses a field. The same type as ParserAbstract::ParserDelegate, whose header includes this one.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// The same type as ParserAbstract::BuilderDelegate.
+    /// Builds a field. The same type as ParserAbstract::BuilderDelegate, whose header includes this one.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     /// One field name in a format, with its delegates.
@@ -85,7 +85,7 @@ public:
             const auto build = m_builderDelegates.constFind(name);
             const bool isParsed = parse != m_parserDelegates.constEnd();
             const bool isBuilt = build != m_builderDelegates.constEnd();
-            // If a table contains the name, its text is shared, which saves memory.
+            // If a table contains the name, the field shares the text of the table. This saves memory.
             fields.append({isParsed      ? parse.key()
                                : isBuilt ? build.key()
                                          : name,

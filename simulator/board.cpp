@@ -102,7 +102,7 @@ Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_
 
 Board::~Board()
 {
-    // m_port closes the descriptor, so the notifiers in m_line, which watch the descriptor, are deleted before.
+    // m_port closes the descriptor, so the notifiers in m_line, which watch the descriptor, must be deleted first.
     delete m_line;
 }
 
@@ -140,7 +140,7 @@ void Board::connectLine()
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
     if (first && m_config.pullAfter >= 0) {
-        // The time starts when the event loop runs. Otherwise the time could end while many boards are still made.
+        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
         QTimer::singleShot(0, m_line, [this, line = m_line] {
             if (m_line == line)
                 line->pull.start(m_config.pullAfter);
@@ -159,7 +159,7 @@ void Board::pull()
     if (m_line) {
         if (!m_line->written.isEmpty())
             record(JournalEntry::Sent, m_line->written);
-        // A timer of the line may have called pull(), so stop() deletes the line later.
+        // pull() may run inside a signal of one of m_line's timers. So stop() deletes m_line later.
         m_line->stop();
         m_line = nullptr;
     }
@@ -273,7 +273,7 @@ QByteArray Board::takePiece()
 
 void Board::sendUnasked()
 {
-    // If the host does not read, the board skips these bytes, so that they don't pile up.
+    // While earlier bytes are still on their way, the board sends no new bytes, so that bytes don't pile up.
     if (!m_line->isIdle())
         return;
     switch (boardKind(m_config.kind).unasked) {

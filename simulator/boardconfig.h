@@ -17,8 +17,8 @@ namespace JwSimulator {
  */
 struct BoardConfig
 {
-    /// The kind decides which sentences the board sends. Other must stay the last kind, because boardkind.h uses it to
-    /// check the length of a table.
+    /// The kind decides which sentences the board sends. `Other` must stay the last kind, because boardkind.h uses
+    /// `Other` to check that `boardKinds` has a row for every kind.
     enum class Kind {
         BoardA, ///< answers "$PJWVER*0c" with its version sentence
         BoardB, ///< answers like BoardA, but with another hardware version
@@ -34,7 +34,7 @@ struct BoardConfig
     };
     /// How bytes travel between board and host. This is the same in both directions.
     enum class Usb {
-        None, ///< bytes arrive as they were written; with a speed, the bytes of each millisecond arrive together
+        None, ///< bytes arrive as they were written; if `speed` > 0, the bytes of each millisecond arrive together
         Cdc, ///< the board has its own full-speed USB: packets of up to 64 bytes arrive whole; there is no line speed
         Bridge ///< a bridge from UART to USB passes on, every millisecond, the bytes that the UART carried in that time
     };
@@ -48,8 +48,8 @@ struct BoardConfig
     Kind kind = Kind::BoardA; ///< kind of the board, which decides what the board sends
 
     int delay = 0; ///< milliseconds between the end of a query and the start of the reply
-    /// Speed of the line in baud, in each direction. Each byte takes 10 bit times. 0 means no delay on the line, but
-    /// 115200 baud with Usb::Bridge. The speed has no effect with Usb::Cdc.
+    /// Speed of the line in baud, in each direction. Each byte takes 10 bit times. 0 means that the line causes no
+    /// delay. There are two exceptions: with Usb::Bridge, 0 means 115200 baud; with Usb::Cdc, `speed` has no effect.
     int speed = 0;
     Usb usb = Usb::None; ///< type of the connection between board and host
     int chunk = 0; ///< bytes in each piece of a reply; 0 = the reply is one piece

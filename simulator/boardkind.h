@@ -17,8 +17,8 @@ struct BoardKind
     Unasked unasked; ///< the kind of bytes that the board sends without a query
 };
 
-/// To add a kind of board, add a name to BoardConfig::Kind and a row here, in the same order. Parsing, help, errors,
-/// reports and the boards read this table. Also describe the kind in the manual page docs/man/jwsim.1.
+/// The kinds of boards, in the order of BoardConfig::Kind. The other files of the simulator read this table. To add a
+/// kind, add a value to BoardConfig::Kind and a row here, and describe the kind in the manual page docs/man/jwsim.1.
 inline constexpr BoardKind boardKinds[] = {
     {BoardConfig::Kind::BoardA, "BoardA", "PJWVER", "PJWVER,%1,1,4,0", "7300022", BoardKind::Unasked::Nothing},
     {BoardConfig::Kind::BoardB, "BoardB", "PJWVER", "PJWVER,%1,1,4,0", "7300021", BoardKind::Unasked::Nothing},

@@ -50,8 +50,8 @@ private:
 class Port
 {
 public:
-    /// `config` must contain port and serial. `index` must be unique in the testbed. The constructor does not make the
-    /// device; plug() does.
+    /// `config.port` and `config.serial` must be set. `index` must be different for each port of the testbed. The
+    /// device exists only after plug().
     Port(UMockdevTestbed *testbed, const BoardConfig &config, int index);
     ~Port();
 

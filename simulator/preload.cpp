@@ -33,8 +33,8 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // The restarted program has the same process id. A different id was inherited from another program, so this program
-    // has not been restarted.
+    // The variable contains the id of the process that was restarted; a restart keeps the id. If the id is different,
+    // the variable was inherited from another program, and this program has not been restarted.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)

@@ -39,8 +39,8 @@ public:
     /// If the port name is taken, there are maxBoards boards, or the system refuses, returns null and sets `error` (may
     /// be null) to one line.
     Board *add(const BoardConfig &config, QString *error = nullptr);
-    /// Adds several boards. A board without a port name gets a name that no other board in `configs` has. Returns
-    /// false in the cases in which the function above returns null. The boards before the failed board are kept.
+    /// Adds one board for each of `configs`. A board without a port name gets a name that no other board has. If a
+    /// board can't be added, returns false and sets `error` like the function above. Boards already added stay.
     bool add(const QList<BoardConfig> &configs, QString *error = nullptr);
 
     /// Sets the Testbed's clock to 0. Without this call, the clock counts from the constructor on.

@@ -15,7 +15,7 @@ struct Arguments
     enum class Action { Run, Help, Version };
 
     Action action = Action::Run;
-    QList<BoardConfig> boards; ///< boards in the order of the options; --scenario stands for all boards in its file
+    QList<BoardConfig> boards; ///< boards in the order of the options; a --scenario adds all boards of its file
     QString reportFile; ///< file for the report; if empty, no report is written
     char **command = nullptr; ///< the program to run and its arguments: the rest of argv, which ends with a null
 

@@ -33,8 +33,8 @@ int print(const QString &text)
     return complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)), notWritten);
 }
 
-// Returns whether the file can be written. Does not open the file, because it must not change before the report is
-// made.
+// Returns whether the file can be written. Does not open the file, because opening would change it before the report
+// is made.
 bool canWrite(const QString &fileName)
 {
     const QFileInfo file(fileName);

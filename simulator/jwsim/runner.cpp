@@ -87,7 +87,8 @@ bool Runner::start(char **command)
 void Runner::readSignals()
 {
     signalfd_siginfo info;
-    // reap() disables the notifier. After the program's end, no signal is sent, because another process may get its id.
+    // When the program has ended, reap() disables the notifier. From then on, no signal is sent, because another
+    // process may get the program's id.
     while (m_notifier->isEnabled() && ::read(m_signals, &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGCHLD)
             reap();

@@ -16,7 +16,7 @@ public:
 
     explicit SentenceFrame(const QString &line);
 
-    /// Returns the sentence to send. If the line has a fault, the sentence is good only for showing it to the user.
+    /// Returns the sentence to send. If fault() is not empty, only show the sentence; don't send it.
     QString sentence() const { return m_sentence; }
     /// Returns what is wrong with the line and how to correct it. Empty if the line makes a sentence.
     QString fault() const { return m_fault; }

@@ -309,7 +309,7 @@ void BoardFinder::lose(const QString &portName)
     entry.report.reset();
     m_boards[entry.type] = {BoardState::Lost, portName};
     // The port may disappear and appear again between two looks at the list of ports. Removing the port from the known
-    // ports makes it count as new at the next look, so that a search starts.
+    // ports makes this port count as new at the next look, so that a search starts.
     if (m_systemPorts) {
         const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
         m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());

@@ -22,7 +22,8 @@ struct PortEntry
     SystemPort port;
     bool isPresent = false; ///< whether the system lists the port now
     Stay stay = NoBoard;
-    JwDevice::Type type = JwDevice::Unknown; ///< type of the board, also of a second board of the same type
+    /// Type of the board. Also set if the board is not used because its type was already found on another port.
+    JwDevice::Type type = JwDevice::Unknown;
     std::optional<JwDevice::PortReport> report; ///< the newest report; empty if no search tried the port
     bool isOver = false; ///< whether the search ended, so that the report is final
     double milliseconds = -1; ///< time from the start of the search to the verdict; negative while there is no verdict

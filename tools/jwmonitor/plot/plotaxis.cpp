@@ -9,9 +9,9 @@ namespace JwMonitor {
 namespace {
 
 constexpr double second = 1e6;
-constexpr double leastExtent = 1e-12; // an extent below this part of the larger end counts as no extent
-constexpr double smallest = 1e-200; // a smaller extent counts as no extent, because a step would become 0
-constexpr double largest = 1e300; // larger numbers are cut to this, otherwise an extent would become infinite
+constexpr double leastExtent = 1e-12; // ends that differ by less than this part of the larger one count as equal
+constexpr double smallest = 1e-200; // ends that differ by less count as equal, because the step would become 0
+constexpr double largest = 1e300; // larger numbers are cut to this, otherwise high - low would become infinite
 constexpr double timeSteps[] = {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 21600, 43200, 86400};
 
 } // namespace

@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr char usualLabel[] = "-00000000"; // the least width of labels, so that the plot doesn't move
+constexpr char usualLabel[] = "-00000000"; // labels are at least this wide, so that the plot doesn't move
 
 QString valueText(double value)
 {
@@ -115,7 +115,7 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
-                              polygon.size() < area.width()); // too slow for dense curves, and not visible
+                              polygon.size() < area.width()); // dense curves would take too long, and look the same
         // On a dense curve, a wide pen takes a hundred times as long as a thin pen. So a line that is several screen
         // pixels wide is made of several thin lines.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())

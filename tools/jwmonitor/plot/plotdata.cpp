@@ -84,7 +84,7 @@ void PlotData::count(const TrafficRecord &record, qint64 number)
         ++samples.back().value;
         return;
     }
-    if (!samples.empty()) { // the seconds without a payload since the last sample count 0
+    if (!samples.empty()) { // seconds without a payload, after the last sample, get samples of value 0
         const qint64 firstIdle = samples.back().timeUs + second;
         if (firstIdle < begin)
             samples.push_back({number, firstIdle, 0});

@@ -34,8 +34,8 @@ uint SendLedger::send(const QString &sentence)
     return id;
 }
 
-// The port sends the payloads in order, so the bytes that still wait belong to the newest payloads. A payload is taken
-// when at most the payloads after it wait.
+// The port sends the payloads in order, so the bytes that still wait belong to the newest payloads. The system has
+// taken a payload if no more bytes wait than the bytes of all payloads after it.
 void SendLedger::settle()
 {
     if (!m_link.communicator || !m_link.communicator->device())

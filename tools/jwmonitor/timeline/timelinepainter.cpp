@@ -20,11 +20,11 @@ namespace {
 
 constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it took this long
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // space to the right of the search for the text of a last sentence
+constexpr int lastCharacters = 34; // space after the end of the search, for the text of the last sentence
 constexpr int sentenceReach =
-    100; // in line heights; every sentence is narrower, so a sentence that begins farther left is not visible
+    100; // in line heights; no text is wider, so a text that begins this far left of the view does not reach it
 constexpr int longestText = 200; // characters; no more sentences are joined to a text that is longer
-constexpr double leastGap = 1; // pixels; a mark that is closer to the mark before is not drawn
+constexpr double leastGap = 1; // pixels; a mark that is closer to the previous mark is not drawn
 constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the picture
 
 /// Returns the ms between two lines of the axis: 1, 2 or 5 times a power of ten. It is the smallest such number that is
@@ -185,7 +185,8 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         if (begin < end)
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
-    // Waits without a visible gap between them are drawn as one rectangle, because a lane may have thousands of waits.
+    // A wait is the time from a query to its answer or time-out. Waits without a visible gap between them are drawn as
+    // one rectangle, because a lane may have thousands of waits.
     double begin = 0;
     double end = -1; // end of the collected wait; -1 if none is collected
     Theme::Role waitRole = Theme::Waiting;

@@ -93,7 +93,7 @@ QStringView SentenceDecoder::identifier(const QString &payload)
     return body.left(std::find(body.begin(), body.end(), fieldSeparator) - body.begin());
 }
 
-// Repeats the rules of the library's parser, so that both judge a checksum in the same way.
+// Repeats the rules of the library's parser, so that parser and decoder judge a checksum in the same way.
 ChecksumState SentenceDecoder::checksum(const QString &payload)
 {
     const int delimiter = payload.indexOf(checksumDelimiter);

@@ -34,7 +34,8 @@ struct TrafficColumn
     };
 
     Key key;
-    int filePlace; ///< position in a saved file, from 0; apart from `key`, so that files keep their order
+    int filePlace; ///< position in a saved file, from 0; independent of `key`, so that files keep their order of
+                   ///< columns
     int views; ///< the views that show the column, combined with |
     QString title;
     QString sample; ///< a text of usual width; if empty, the column takes the remaining width

@@ -7,7 +7,7 @@ namespace JwMonitor {
 
 enum class Direction { Received, Sent };
 
-/// The progress of a sent payload. The values are in order; the model never sets an earlier one.
+/// The progress of a sent payload. The values are in order; the model never returns to an earlier value.
 enum class Transfer {
     None, ///< the payload was received, not sent
     Waiting, ///< the port still has bytes of the payload

@@ -4,8 +4,9 @@
 
 namespace JwProbe {
 
-/// Turns SIGINT and SIGTERM into the Qt signal received(). A write to a pipe that nobody reads can block the event
-/// loop, so the process ends by itself with the same status after one second. Create only one object of this class.
+/// Turns SIGINT and SIGTERM into the Qt signal received(). If the event loop does not react within one second, the
+/// process ends with the same status. For example, a write to a pipe that nobody reads can block the loop. Create
+/// only one object of this class.
 class SignalWatch : public QObject
 {
     Q_OBJECT

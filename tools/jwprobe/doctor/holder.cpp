@@ -45,8 +45,8 @@ bool hasOpen(qint64 pid, const QString &location)
     return isDevice && hasOpen(pid, device);
 }
 
-// Compares program names too, because another process may now have the number. If the name of the process is not
-// known, the process counts as the owner.
+// Returns whether the process that wrote the lock file still runs. Compares program names too, because another process
+// may now have the number. If a name is not known, the process counts as the owner.
 bool isAliveOwner(const LockFile &lock)
 {
     const QString name = executableName(lock.pid);

@@ -113,12 +113,12 @@ LockFile readLock(const QString &path, const QByteArray &text)
     return lock;
 }
 
-// Returns whether QLockFile takes the lock for stale: the process is gone, its program is another one or not known, or
-// the file is too old.
+// Returns whether QLockFile would ignore the lock as stale. A lock is stale if the process is gone, if the process runs
+// another program than the file names, if its program is not known, or if the file is too old.
 bool isStale(const struct stat &status, const QByteArray &text)
 {
     const QStringList lines = linesAsQLockFileReads(text);
-    const qint64 pid = lines.value(0).toLongLong(); // the process number; 0 if the line contains more than a number
+    const qint64 pid = lines.value(0).toLongLong(); // 0 if the line contains more than the number
     if (pid > 0 && !isOfAnotherMachine(lines)) {
         const QString name = isAlive(pid) ? executableName(pid) : QString();
         if (name.isEmpty() || name != lines.value(1))
@@ -157,7 +157,7 @@ std::optional<LockFile> examineLock(const QString &path)
     const QByteArray text = readFile(path);
     if (!isStale(status, text) || !isRemovable(path, status))
         return readLock(path, text);
-    // QLockFile would remove the stale file. While it does so, it locks a second file, which can also be an obstacle.
+    // QLockFile would remove the stale file. For this, QLockFile locks a second file, which can also be an obstacle.
     return examineLock(path + QLatin1String(".rmlock"));
 }
 

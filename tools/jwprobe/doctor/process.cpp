@@ -37,7 +37,7 @@ bool isPossiblePid(qint64 pid)
     return pid >= 1 && pid <= highest;
 }
 
-// The check comes first: as a pid_t, a number that is too large would mean another process or a group of processes.
+// Checks the number first: as a pid_t, a number that is too large would mean another process or a group of processes.
 bool isAlive(qint64 pid)
 {
     if (!isPossiblePid(pid))

@@ -53,7 +53,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost while the search went on, so lost() was emitted too early
+        if (!board->isConnected()) // lost during the search, so lost() was emitted before it was connected
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -84,7 +84,7 @@ void Monitor::watchOutput()
                                          this); // the write end is never readable, so this reports only errors
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
-        std::raise(SIGPIPE); // as a failed write does
+        std::raise(SIGPIPE); // the signal that a failed write sends
         complainOfOutput(QStringLiteral("nobody reads it any more"));
         Q_EMIT outputLost();
     });

@@ -13,7 +13,7 @@ namespace JwProbe {
 
 namespace {
 
-// Writes every record to standard error. It needs no level, because the logger drops unwanted records before.
+// Writes every record to standard error. This sink needs no level, because the logger already drops unwanted records.
 class LogOutput : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:

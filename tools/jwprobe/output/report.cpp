@@ -65,7 +65,8 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
-        // The reply is tested, not the verdict, because a board whose cable was pulled later also made the search wait.
+        // A board that answered made the search wait even if its cable was pulled later. Its verdict is then Lost, so
+        // the reply is tested, not the verdict.
         const auto keepsOpen = [](const Diagnosis &port) {
             return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
@@ -110,7 +111,7 @@ QString errorName(QSerialPort::SerialPortError error)
     return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
 }
 
-// Returns the keys that are the same for found boards and other ports.
+// Returns the JSON object of one port. Found boards and other ports have all its keys in common.
 QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 {
     QJsonObject object = port.toJson();
