@@ -24,8 +24,7 @@ struct PortEvent
     Kind kind = Opened; ///< kind of the event
     QString portName; ///< for example "ttyACM0"
     qint64 nanoseconds = 0; ///< time since the newest call of probe()
-    uint round = 0; ///< 0 for the first queries, then the number of the retry round; another probe() of the same
-                    ///< Initializer does not start again at 0
+    uint round = 0; ///< number of retry rounds so far, over all probes of the Initializer; 0 before the first retry
     QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
     QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
     Type type = Unknown; ///< for Answered and HandedOver: the type of board that sends the sentence; else Unknown

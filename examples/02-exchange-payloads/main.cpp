@@ -27,8 +27,9 @@ int main(int argc, char **argv)
             app.exit(1);
         });
 
-        // transferred() shows progress; it does not prove that the board received a payload. Each report of the port
-        // counts from payload 1, the search's query. So no signal names payload 4, although it leaves with 2 and 3.
+        // transferred() shows progress only. The search's query was payload 1, so these are 2, 3 and 4. The port
+        // reports their bytes together. The Communicator counts them from payload 1, so 4 is not reached: see
+        // transferred().
         QObject::connect(board, &JwDevice::Communicator::transferred, &owner, [&](uint id) {
             if (waiting.remove(id))
                 out << "payload " << id << " is on its way" << Qt::endl;

@@ -99,8 +99,8 @@ void Runner::readSignals()
 
 void Runner::passOn(int signal, bool fromTerminal)
 {
-    // The program has already got a signal from the terminal. It must not get a second one, because some programs then
-    // end at once.
+    // A terminal sends its signals to jwsim and to the program, so pass on the other signals only. Some programs end at
+    // once if they receive a signal twice.
     if (!fromTerminal)
         ::kill(m_child, signal);
     // The program may use Ctrl-C and Ctrl-\ for other things, so they start no time limit. If the terminal hangs up,
