@@ -8,7 +8,7 @@
 
 namespace JwDevice {
 
-/// What a probe found on one candidate port. See Initializer::portReports(). The report is a copy, so it does not
+/// The result of a probe on one candidate port. See Initializer::portReports(). The report is a copy, so it does not
 /// change while the probe continues.
 struct PortReport
 {

@@ -38,7 +38,7 @@ struct BoardConfig
         Cdc, ///< the board has its own full-speed USB: packets of up to 64 bytes arrive whole; there is no line speed
         Bridge ///< a bridge from UART to USB passes on, every millisecond, the bytes that the UART carried in that time
     };
-    /// What happens when a program opens the port.
+    /// The result when a program opens the port.
     enum class Open {
         Ok, ///< the port opens
         Busy, ///< the port is in use: a running process holds its lock file, and the port is in exclusive mode

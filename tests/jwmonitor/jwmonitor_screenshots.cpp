@@ -123,7 +123,7 @@ int main(int argc, char **argv)
     MainWindow window;
     Photographer photographer(&window, folder);
     window.show();
-    FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = JwDevice::boardTypes();
     window.find(settings);
     return QApplication::exec();

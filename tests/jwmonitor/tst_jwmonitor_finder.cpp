@@ -144,7 +144,7 @@ void TestFinder::asksOnlyThePortsThatAreNamed()
     FinderFixture fixture;
     auto *other = fixture.attach("BoardA");
     const auto *named = fixture.attach("BoardA,manufacturer=FTDI,vendor=0403");
-    JwMonitor::FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{named->portName()};
     fixture.finder.start(settings);
@@ -156,7 +156,7 @@ void TestFinder::asksOnlyThePortsThatAreNamed()
 void TestFinder::tellsOfANamedPortThatIsNotThere()
 {
     FinderFixture fixture;
-    JwMonitor::FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{QStringLiteral("ttyNONE0")};
     // All missing ports share one lock file. Another process may lock that file for a moment, so try again.
@@ -386,10 +386,10 @@ void TestFinder::theDelayCountsForBoardCAlone()
     FinderFixture fixture;
     fixture.attach("BoardB");
     QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
-    JwMonitor::FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = {BoardA};
     settings.retries = 0;
-    settings.delay = JwMonitor::FindSettings::maxDelay;
+    settings.delay = JwTools::SearchSettings::maxDelay;
     fixture.finder.start(settings);
     QVERIFY(ended.wait());
 }
@@ -540,7 +540,7 @@ void TestFinder::canBeDeletedWhileItSearches()
     config.port = uniquePortName();
     testbed.add(config);
     auto *finder = new JwMonitor::BoardFinder;
-    JwMonitor::FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = {BoardA};
     finder->start(settings);
     QTRY_VERIFY(!finder->ports().isEmpty());

@@ -11,7 +11,7 @@
 using namespace JwDevice;
 using namespace JwMonitor;
 
-Q_DECLARE_METATYPE(JwMonitor::FindSettings)
+Q_DECLARE_METATYPE(JwTools::SearchSettings)
 
 namespace {
 
@@ -106,7 +106,7 @@ void TestOptions::helpAndVersionNeedNothingElse()
 void TestOptions::theControlsShowTheSettings()
 {
     FindBar bar;
-    FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = QList<Type>{BoardB};
     settings.ports = QStringList{QStringLiteral("ttyACM1"), QStringLiteral("ttyACM2")};
     settings.delay = 120;
@@ -121,7 +121,7 @@ void TestOptions::theControlsShowTheSettings()
 
 void TestOptions::theControlsGiveTheSettings()
 {
-    qRegisterMetaType<FindSettings>();
+    qRegisterMetaType<JwTools::SearchSettings>();
     FindBar bar;
     QSignalSpy requested(&bar, &FindBar::findRequested);
     QTest::keyClick(bar.findChild<QCheckBox *>(QStringLiteral("BoardC")), Qt::Key_Space);
@@ -135,7 +135,7 @@ void TestOptions::theControlsGiveTheSettings()
     QTest::keyClicks(retries, QStringLiteral("0"));
     QTest::mouseClick(bar.findChild<QPushButton *>(QStringLiteral("find")), Qt::LeftButton);
     QCOMPARE(requested.size(), 1);
-    const auto settings = requested.at(0).at(0).value<FindSettings>();
+    const auto settings = requested.at(0).at(0).value<JwTools::SearchSettings>();
     QCOMPARE(settings.types, QList<Type>{BoardC});
     QCOMPARE(settings.ports, QStringList({QStringLiteral("ttyACM4"), QStringLiteral("ttyACM5")}));
     QCOMPARE(settings.delay, 70);

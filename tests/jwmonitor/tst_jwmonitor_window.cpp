@@ -155,7 +155,7 @@ void TestWindow::show(const QList<JwDevice::Type> &types, int retries)
 {
     m_window = std::make_unique<MainWindow>();
     m_window->show();
-    FindSettings settings;
+    JwTools::SearchSettings settings;
     settings.types = types;
     settings.retries = retries;
     m_window->find(settings);
@@ -488,7 +488,7 @@ void TestWindow::canBeClosedWhileABoardSends()
 void TestWindow::canBeClosedInTheMiddleOfASearch()
 {
     const auto *silent = attach("silent");
-    show({JwDevice::BoardA}, FindSettings::maxRetries);
+    show({JwDevice::BoardA}, JwTools::SearchSettings::maxRetries);
     QTRY_COMPARE(state(silent), QStringLiteral("asked, awaiting an answer"));
     QVERIFY(m_window->finder()->isSearching());
     m_window.reset();

@@ -7,7 +7,7 @@
 
 namespace JwTools {
 
-/// What a search looks for, and how.
+/// The settings of a search for boards.
 struct SearchSettings
 {
     static constexpr int maxDelay = 3600000; // ms; one hour

@@ -24,7 +24,7 @@ inline bool runUntil(const std::function<bool()> &done)
     return true;
 }
 
-/// Runs the event loop until no event is queued and no descriptor is ready, but for at most 1000 turns.
+/// Runs the event loop until no event is queued and no descriptor is ready. Stops after 1000 turns.
 inline void settle()
 {
     constexpr int mostTurns = 1000;

@@ -32,7 +32,7 @@ struct FinderFixture
 
     void start(const QList<JwDevice::Type> &types, int retries = 3)
     {
-        JwMonitor::FindSettings settings;
+        JwTools::SearchSettings settings;
         settings.types = types;
         settings.retries = retries;
         finder.start(settings);

@@ -150,7 +150,7 @@ void MainWindow::createMenus()
 
 void MainWindow::connectFinder()
 {
-    connect(m_findBar, &FindBar::findRequested, this, [this](const FindSettings &settings) {
+    connect(m_findBar, &FindBar::findRequested, this, [this](const JwTools::SearchSettings &settings) {
         const QWidget *focus = focusWidget();
         if (!focus || m_findBar->isAncestorOf(focus))
             m_tabs->currentWidget()->setFocus(); // after the start, the keys work in the view, not in the find bar
@@ -162,7 +162,7 @@ void MainWindow::connectFinder()
     connect(&m_finder, &BoardFinder::boardLost, m_sendPanel, &SendPanel::removeBoard);
 }
 
-void MainWindow::find(const FindSettings &settings)
+void MainWindow::find(const JwTools::SearchSettings &settings)
 {
     m_findBar->setSettings(settings);
     m_findBar->find();

@@ -28,7 +28,7 @@ public:
     ~MainWindow() override;
 
     /// Starts a search with `settings`.
-    void find(const FindSettings &settings);
+    void find(const JwTools::SearchSettings &settings);
     void showView(View view);
     BoardFinder *finder() { return &m_finder; }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <jwmonitor/find/findsettings.h>
+#include <common/searchsettings.h>
 #include <jwmonitor/look/theme.h>
 
 #include <QString>
@@ -16,7 +16,7 @@ struct Options
     enum Action { ShowWindow, ShowHelp, ShowVersion };
 
     Action action = ShowWindow;
-    FindSettings settings; ///< the settings of the first search; without --type, they contain all types
+    JwTools::SearchSettings settings; ///< the settings of the first search; without --type, they contain all types
     std::optional<Theme::Palette> palette; ///< the chosen palette; if empty, the desktop decides
 };
 

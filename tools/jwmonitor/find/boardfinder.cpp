@@ -65,7 +65,7 @@ BoardFinder::~BoardFinder()
     stop();
 }
 
-void BoardFinder::start(const FindSettings &settings)
+void BoardFinder::start(const JwTools::SearchSettings &settings)
 {
     stop();
     m_settings = settings;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "findsettings.h"
+#include <common/searchsettings.h>
 #include "portentry.h"
 #include "portwatcher.h"
 #include <jwmonitor/traffic/boardlink.h>
@@ -34,7 +34,7 @@ class BoardFinder : public QObject
     Q_OBJECT
 
 public:
-    /// What is known about a wanted board.
+    /// The state of a wanted board.
     struct BoardState
     {
         enum Stage { Missing, Looking, Found, Lost, Back };
@@ -46,7 +46,7 @@ public:
     ~BoardFinder() override;
 
     /// Closes all boards, then searches for the types in `settings`. There must be at least one type.
-    void start(const FindSettings &settings);
+    void start(const JwTools::SearchSettings &settings);
     /// Ends the search and closes all boards.
     void stop();
 
@@ -98,7 +98,7 @@ private:
     QTimer m_refreshTimer;
     QTimer m_againTimer; // starts the next search from the event loop, because a signal of a port is not safe for that
     QElapsedTimer m_clock;
-    FindSettings m_settings;
+    JwTools::SearchSettings m_settings;
     bool m_isStarted = false;
     bool m_isDue = false; // a new search starts when the running search has ended and its ports are free
     int m_leaving = 0; // number of ended Initializers that are not deleted yet, so they may still keep ports open

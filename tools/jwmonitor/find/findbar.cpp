@@ -50,11 +50,11 @@ QLabel *createLabel(const QString &text, QWidget *buddy, QWidget *parent)
 FindBar::FindBar(QWidget *parent)
     : QWidget(parent)
     , m_types(createTypes(this))
-    , m_retries(createNumber("retries", FindSettings::maxRetries,
+    , m_retries(createNumber("retries", JwTools::SearchSettings::maxRetries,
                              tr("How many times a port is asked again while a board is missing; a round takes %1 ms")
                                  .arg(JwDevice::replyTime),
                              this))
-    , m_delay(createNumber("delay", FindSettings::maxDelay,
+    , m_delay(createNumber("delay", JwTools::SearchSettings::maxDelay,
                            tr("Wait before the ports are opened, when BoardC is wanted"), this))
     , m_ports(new QLineEdit(this))
     , m_find(new QPushButton(tr("&Find"), this))
@@ -96,9 +96,9 @@ FindBar::FindBar(QWidget *parent)
 
 FindBar::~FindBar() = default;
 
-FindSettings FindBar::settings() const
+JwTools::SearchSettings FindBar::settings() const
 {
-    FindSettings settings;
+    JwTools::SearchSettings settings;
     for (auto it = m_types.begin(); it != m_types.end(); ++it) {
         if (it.value()->isChecked())
             settings.types.append(it.key());
@@ -112,7 +112,7 @@ FindSettings FindBar::settings() const
     return settings;
 }
 
-void FindBar::setSettings(const FindSettings &settings)
+void FindBar::setSettings(const JwTools::SearchSettings &settings)
 {
     for (auto it = m_types.begin(); it != m_types.end(); ++it)
         it.value()->setChecked(settings.types.contains(it.key()));

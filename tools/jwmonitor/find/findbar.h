@@ -1,6 +1,6 @@
 #pragma once
 
-#include "findsettings.h"
+#include <common/searchsettings.h>
 
 #include <QMap>
 #include <QWidget>
@@ -21,8 +21,8 @@ public:
     explicit FindBar(QWidget *parent = nullptr);
     ~FindBar() override;
 
-    FindSettings settings() const;
-    void setSettings(const FindSettings &settings);
+    JwTools::SearchSettings settings() const;
+    void setSettings(const JwTools::SearchSettings &settings);
     /// Enables the button Stop if `isStarted`, else disables it.
     void setStarted(bool isStarted);
 
@@ -31,7 +31,7 @@ public Q_SLOTS:
     void find();
 
 Q_SIGNALS:
-    void findRequested(const JwMonitor::FindSettings &settings);
+    void findRequested(const JwTools::SearchSettings &settings);
     void stopRequested();
 
 private:

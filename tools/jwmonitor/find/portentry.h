@@ -8,10 +8,10 @@
 
 namespace JwMonitor {
 
-/// What the system says about a port, and what the newest search that tried the port found.
+/// One port: the data of the system, and the result of the newest search that tried the port.
 struct PortEntry
 {
-    /// What became of the board that was found on this port.
+    /// The state of the board that was found on this port.
     enum Stay {
         NoBoard, ///< no board was found
         Found, ///< a board was found and is still there

@@ -6,7 +6,7 @@
 
 namespace JwMonitor {
 
-/// What the system's list of ports says about a serial port.
+/// A serial port in the system's list of ports.
 struct SystemPort
 {
     QString name; ///< for example "ttyACM0"

@@ -6,7 +6,7 @@
 
 namespace JwProbe {
 
-/// What is at the path of a lock file. Every user may write there, so something else can be at the path.
+/// The thing at the path of a lock file. Every user may write there, so something else can be at the path.
 struct LockFile
 {
     QString path;

@@ -10,7 +10,7 @@ class QSerialPortInfo;
 
 namespace JwProbe {
 
-/// What the system knows about a port.
+/// The data by which the system identifies a port.
 struct PortIdentity
 {
     QString name; ///< for example "ttyACM0"
