@@ -297,10 +297,12 @@ void TestJwprobeMonitor::withoutABoardItEndsAsASearch()
 void TestJwprobeMonitor::jsonIsOneObjectALine()
 {
     ProgramRun run(jwsimProgram(),
-                   jwprobe({boardOn("BoardA", m_ports[0], "pull-after-bytes=52")},
+                   jwprobe({boardOn("BoardA", m_ports[0], "pull-after-bytes=260")},
                            {monitorOption, QStringLiteral("--type=BoardA"), QStringLiteral("--json")}));
     run.start();
-    run.write("PJWVER\n");
+    // Ten replies, then the cable is pulled. On a busy machine the search itself can use more than one of them.
+    for (int i = 0; i < 10; ++i)
+        run.write("PJWVER\n");
     QVERIFY(run.finish());
     QStringList events;
     for (const QByteArray &line : linesOf(run.output())) {
@@ -317,9 +319,13 @@ void TestJwprobeMonitor::jsonIsOneObjectALine()
         }
         events.append(text);
     }
+    QCOMPARE(events.takeFirst(), QStringLiteral("search"));
+    QCOMPARE(events.takeLast(), QStringLiteral("lost"));
+    events.removeDuplicates();
+    events.sort();
     QCOMPARE(events,
-             (QStringList{QStringLiteral("search"), QStringLiteral("payload sent $PJWVER*0c"),
-                          QStringLiteral("payload received $PJWVER,7300022,1,4,0*0d"), QStringLiteral("lost")}));
+             (QStringList{QStringLiteral("payload received $PJWVER,7300022,1,4,0*0d"),
+                          QStringLiteral("payload sent $PJWVER*0c")}));
 }
 
 void TestJwprobeMonitor::progressShowsOnATerminalOnly()
