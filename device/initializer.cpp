@@ -42,6 +42,26 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     return report;
 }
 
+/// Returns the parsers that no Initializer uses. They exist until the process ends, because a parser is never deleted.
+std::vector<Nmea::ParserInit *> &idleParsers()
+{
+    static auto *const parsers = new std::vector<Nmea::ParserInit *>; // never deleted, so it is there until the end
+    return *parsers;
+}
+
+Nmea::ParserInit *takeParser()
+{
+    auto &parsers = idleParsers();
+    if (parsers.empty()) {
+        auto *parser = new Nmea::ParserInit;
+        parser->init();
+        return parser;
+    }
+    Nmea::ParserInit *const parser = parsers.back();
+    parsers.pop_back();
+    return parser;
+}
+
 /// Returns `payload` without its line end. A carriage return alone may be part of the text, so it is not removed.
 QString withoutLineEnd(const QString &payload)
 {
@@ -77,7 +97,7 @@ Initializer::Initializer(QObject *parent)
     : QObject(parent)
     , m_readMapper(new QSignalMapper(this))
     , m_timeoutMapper(new QSignalMapper(this))
-    , m_parser(new Nmea::ParserInit)
+    , m_parser(takeParser())
     , m_probeTimer(new QTimer(this))
     , m_retries(0)
     , m_maxRetries(3)
@@ -86,7 +106,6 @@ Initializer::Initializer(QObject *parent)
 {
     connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
-    m_parser->init();
     m_probeTimer->setSingleShot(true);
     m_probeTimer->setTimerType(Qt::PreciseTimer); // because a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
@@ -128,18 +147,14 @@ Initializer::~Initializer()
     m_commTimers.clear();
     m_types.clear();
     LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
-    // m_parser is not deleted here, because it exists until the process ends.
+    // A parser is never deleted. The next Initializer takes this one, so many searches need no more memory than one.
+    idleParsers().push_back(m_parser);
 }
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
 {
-    m_types = types;
-    if (m_types.isEmpty()) {
-        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
+    if (!setTypes(types))
         return false;
-    }
-
-    m_private->clock.start();
     if (portNames.isEmpty()) {
         const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
         m_ports.clear();
@@ -153,12 +168,37 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
             m_reports.append(reportOn(m_ports.last(), name));
         }
     }
+    start(delay);
+    return true;
+}
 
+bool Initializer::probePort(const QList<Type> &types, const QSerialPortInfo &port, int delay)
+{
+    if (!setTypes(types))
+        return false;
+    m_ports.append(port);
+    m_reports.append(reportOn(port, port.portName()));
+    start(delay);
+    return true;
+}
+
+bool Initializer::setTypes(const QList<Type> &types)
+{
+    m_types = types;
+    if (m_types.isEmpty()) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
+        return false;
+    }
+    m_private->clock.start();
+    return true;
+}
+
+void Initializer::start(int delay)
+{
     if (m_types.contains(BoardC) && delay > 0)
         m_probeTimer->start(delay);
     else
         probeStage2();
-    return true;
 }
 
 uint Initializer::setMaxRetries(uint maxRetries)

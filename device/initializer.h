@@ -80,6 +80,10 @@ public:
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
+    /// Probes one port that the caller has listed already, in addition to the ports of earlier calls. Does the same as
+    /// probe() with the name of `port`, but does not list the system's ports again, which takes milliseconds.
+    bool probePort(const QList<JwDevice::Type> &types, const QSerialPortInfo &port, int delay = 0);
+
     /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. The rounds of all probes of
     /// this Initializer are counted together. During a probe, the new value is used from the end of the running round
     /// on. After deviceNotFound(), it has no effect. Returns the previous value.
@@ -134,6 +138,8 @@ public Q_SLOTS: // called by signals of ports and timers; applications don't cal
 private:
     struct Private;
 
+    JWDEVICE_NO_EXPORT bool setTypes(const QList<JwDevice::Type> &types);
+    JWDEVICE_NO_EXPORT void start(int delay);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
     JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *isCommunicator(QObject *object) const;
