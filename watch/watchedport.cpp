@@ -95,6 +95,7 @@ void WatchedPort::endProbe()
     m_report = m_initializer->portReports().constFirst();
     m_initializer->disconnect(this);
     m_initializer->setPortObserver({});
+    m_initializer->setMaxRetries(0); // otherwise it logs a retry round for the types that are not on this port
     // Not delete, because this runs in a signal of the Initializer. Without a parent, because a receiver of the next
     // signal may delete this object.
     m_initializer->setParent(nullptr);
