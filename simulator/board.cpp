@@ -98,6 +98,9 @@ Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_
 {
     if (m_config.hwversion.isNull())
         m_config.hwversion = QLatin1String(boardKind(m_config.kind).hwversion);
+    m_plugTimer.setSingleShot(true);
+    m_plugTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_plugTimer, &QTimer::timeout, this, &Board::plugAsConfigured);
 }
 
 Board::~Board()
@@ -106,22 +109,62 @@ Board::~Board()
     delete m_line;
 }
 
+QString Board::portName() const
+{
+    return m_port->name();
+}
+
+bool Board::start(QString *error)
+{
+    if (m_config.plugAfter < 0)
+        return plug(error);
+    // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
+    QTimer::singleShot(0, this, [this] {
+        if (!m_plugged)
+            m_plugTimer.start(m_config.plugAfter);
+    });
+    return true;
+}
+
 bool Board::plug(QString *error)
 {
+    return plugAs(portName(), error);
+}
+
+bool Board::plugAs(const QString &name, QString *error)
+{
     QString fault = QStringLiteral("the cable is plugged in already; pull() it first");
-    if (!m_plugged && m_port->plug(fault)) {
+    if (!m_plugged && m_port->plug(name, fault)) {
+        m_plugTimer.stop();
         m_plugged = true;
         connectLine();
+        Q_EMIT plugged();
         return true;
     }
     if (error)
-        *error = QStringLiteral("%1: %2").arg(portName(), fault);
+        *error = QStringLiteral("%1: %2").arg(name, fault);
     return false;
+}
+
+void Board::plugAsConfigured()
+{
+    const bool other = m_configuredPulls % 2 == 1 && !m_config.replugPort.isEmpty();
+    QString error;
+    if (!plugAs(other ? m_config.replugPort : m_config.port, &error))
+        qWarning("cannot plug in the board: %s", qUtf8Printable(error));
+}
+
+void Board::pullAsConfigured()
+{
+    ++m_configuredPulls;
+    if (m_config.replugAfter >= 0)
+        m_plugTimer.start(m_config.replugAfter);
+    pull();
 }
 
 void Board::connectLine()
 {
-    const bool first = m_pullTime < 0;
+    m_bytesSent = 0;
     if (m_port->descriptor() < 0)
         return;
     m_line = new Line(this, m_port->descriptor(), m_config);
@@ -133,14 +176,14 @@ void Board::connectLine()
         writePending();
     });
     connect(&m_line->gap, &QTimer::timeout, this, &Board::sendNext);
-    connect(&m_line->pull, &QTimer::timeout, this, &Board::pull);
+    connect(&m_line->pull, &QTimer::timeout, this, &Board::pullAsConfigured);
     connect(&m_line->drain, &QTimer::timeout, this, [this] {
         if (++m_line->drainTicks >= longestDrain || m_port->unread() == 0)
-            pull();
+            pullAsConfigured();
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
-    if (first && m_config.pullAfter >= 0) {
-        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
+    if (isPullDue() && m_config.pullAfter >= 0) {
+        // The timer starts when the event loop runs, as in start().
         QTimer::singleShot(0, m_line, [this, line = m_line] {
             if (m_line == line)
                 line->pull.start(m_config.pullAfter);
@@ -318,7 +361,7 @@ void Board::writePending()
     if (line->drain.isActive())
         return;
     qint64 most = line->pending.size();
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0)
+    if (m_config.pullAfterBytes >= 0 && isPullDue())
         most = qMin(most, m_config.pullAfterBytes - m_bytesSent);
     while (most > 0) {
         const ssize_t count = ::write(line->descriptor, line->pending.constData(), static_cast<size_t>(most));
@@ -334,7 +377,7 @@ void Board::writePending()
         m_bytesSent += count;
         most -= count;
     }
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
+    if (m_config.pullAfterBytes >= 0 && isPullDue() && m_bytesSent >= m_config.pullAfterBytes) {
         // A pull drops the bytes that the host has not read, so the host gets a moment to read them.
         line->drain.start(1);
     }
