@@ -44,7 +44,8 @@ public:
         writable.setEnabled(false);
         gap.setSingleShot(true);
         pull.setSingleShot(true);
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        permission.setSingleShot(true);
+        for (QTimer *timer : {&gap, &pull, &permission, &drain, &unasked})
             timer->setTimerType(Qt::PreciseTimer);
     }
 
@@ -54,7 +55,7 @@ public:
         writable.setEnabled(false);
         fromHost.clear();
         toHost.clear();
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        for (QTimer *timer : {&gap, &pull, &permission, &drain, &unasked})
             timer->stop();
         deleteLater();
     }
@@ -80,6 +81,7 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
+    QTimer permission; // runs until the host may open the port
     QTimer drain; // runs shortly before the cable is pulled; while it runs, the board sends nothing
     QTimer unasked;
     int drainTicks = 0;
@@ -177,18 +179,21 @@ void Board::connectLine()
     });
     connect(&m_line->gap, &QTimer::timeout, this, &Board::sendNext);
     connect(&m_line->pull, &QTimer::timeout, this, &Board::pullAsConfigured);
+    connect(&m_line->permission, &QTimer::timeout, this, [this] { m_port->permit(); });
     connect(&m_line->drain, &QTimer::timeout, this, [this] {
         if (++m_line->drainTicks >= longestDrain || m_port->unread() == 0)
             pullAsConfigured();
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
-    if (isPullDue() && m_config.pullAfter >= 0) {
-        // The timer starts when the event loop runs, as in start().
-        QTimer::singleShot(0, m_line, [this, line = m_line] {
-            if (m_line == line)
-                line->pull.start(m_config.pullAfter);
-        });
-    }
+    // The timers start when the event loop runs, as in start().
+    QTimer::singleShot(0, m_line, [this, line = m_line] {
+        if (m_line != line)
+            return;
+        if (isPullDue() && m_config.pullAfter >= 0)
+            line->pull.start(m_config.pullAfter);
+        if (m_config.latePermission > 0)
+            line->permission.start(m_config.latePermission);
+    });
     if (boardKind(m_config.kind).unasked != BoardKind::Unasked::Nothing)
         m_line->unasked.start(m_config.interval);
 }

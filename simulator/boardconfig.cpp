@@ -134,6 +134,8 @@ const std::vector<Key> &keys()
         textKey("replug-port", &Config::replugPort, portName, "a port name such as ttyACM0 or ttyUSB1",
                 "name of the port after replug-after"),
         numberKey("cycles", &Config::cycles, 1, largestCount, "cycles", "how often to pull the cable and plug it in"),
+        numberKey("late-permission", &Config::latePermission, 0, longestWait, "milliseconds",
+                  "time until the new port may be opened"),
         choiceKey<Config::Open>("open", &Config::open,
                                 {{QStringLiteral("ok"), Config::Open::Ok},
                                  {QStringLiteral("busy"), Config::Open::Busy},
@@ -208,6 +210,8 @@ bool isConsistent(const BoardConfig &config, QString &error)
         error = QStringLiteral("replug-port needs replug-after; add it");
     else if (config.cycles > 1 && config.replugAfter < 0)
         error = QStringLiteral("cycles needs replug-after; add it");
+    else if (config.latePermission > 0 && config.open == BoardConfig::Open::Denied)
+        error = QStringLiteral("open=denied never gives the permission; leave out late-permission or open=denied");
     return error.isEmpty();
 }
 

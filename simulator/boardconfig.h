@@ -77,6 +77,10 @@ struct BoardConfig
     /// other of `port` and `replugPort`. Empty means that the name stays the same.
     QString replugPort;
     int cycles = 1; ///< number of times that the cable is pulled and plugged in again
+    /// Nobody may open the port for this many milliseconds after it appeared, not even root. Then the system reports a
+    /// "change" of the port. The same happens each time that the cable is plugged in. With Open::Denied, this has no
+    /// effect.
+    int latePermission = 0;
     Open open = Open::Ok; ///< what happens when a program opens the port
     QString manufacturer = QStringLiteral("STMicroelectronics."); ///< USB manufacturer
     quint16 vendor = 0x0483; ///< USB vendor id

@@ -149,6 +149,8 @@ bool Port::plug(const QString &name, QString &error)
         ok = deny(error);
         break;
     }
+    if (ok && m_config.latePermission > 0)
+        ok = deny(error);
     // The devices come after the node, because a program that sees the device may open the port at once.
     if (ok && addDevices(error)) {
         for (const QByteArray &device : qAsConst(m_devices))
@@ -260,7 +262,7 @@ bool Port::openPty(QString &error)
     const int boardEnd = m_boardEnd.number();
     char hostName[64];
     if (boardEnd < 0 || ::grantpt(boardEnd) != 0 || ::unlockpt(boardEnd) != 0
-        || ::ptsname_r(boardEnd, hostName, sizeof hostName) != 0 || !setNode(hostName)) {
+        || ::ptsname_r(boardEnd, hostName, sizeof hostName) != 0 || !setNode(m_hostName = hostName)) {
         error = systemError(QStringLiteral("cannot make a pty"));
         return false;
     }
@@ -304,7 +306,7 @@ bool Port::deny(QString &error)
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))
         return true;
-    error = QStringLiteral("this system cannot simulate a denied port; leave out open=denied");
+    error = QStringLiteral("this system cannot simulate a denied port; leave out open=denied and late-permission");
     return false;
 }
 
@@ -316,6 +318,12 @@ bool Port::hold(QString &error)
     error = QStringLiteral("cannot hold the port: another program has the lock file %1; choose another port name")
                 .arg(lockFileName(m_name));
     return false;
+}
+
+void Port::permit()
+{
+    setNode(m_hostName);
+    m_tree.announce(m_devices.last(), "change");
 }
 
 int Port::unread() const

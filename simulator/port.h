@@ -60,6 +60,8 @@ public:
     /// Makes the device, with this port name. udev reports the device. On failure, returns false and sets `error` to
     /// one line.
     bool plug(const QString &name, QString &error);
+    /// Gives the permission that BoardConfig::latePermission delays. udev reports a change.
+    void permit();
     /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
@@ -82,6 +84,7 @@ private:
     QString m_name;
     int m_usbNumber = 0; // the USB device's number, which changes with each plug
     QByteArrayList m_devices; // paths of all devices of this port in m_tree; each parent is before its children
+    QByteArray m_hostName; // path of the pty that the host opens
     Descriptor m_boardEnd;
     Descriptor m_hostEnd; // kept open by this object; the host opens its own descriptor
     std::unique_ptr<QLockFile> m_lock;

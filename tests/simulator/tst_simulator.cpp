@@ -128,6 +128,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("replug-after"), config.replugAfter},
             {QStringLiteral("replug-port"), config.replugPort},
             {QStringLiteral("cycles"), config.cycles},
+            {QStringLiteral("late-permission"), config.latePermission},
             {QStringLiteral("open"), static_cast<int>(config.open)},
             {QStringLiteral("manufacturer"), config.manufacturer},
             {QStringLiteral("vendor"), config.vendor},
@@ -281,6 +282,7 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("replug-after", "0", 0, pull);
     row("replug-port", "ttyUSB8", QStringLiteral("ttyUSB8"), replug);
     row("cycles", "9", 9, replug);
+    row("late-permission", "30", 30);
     row("open", "denied", static_cast<int>(BoardConfig::Open::Denied));
     row("manufacturer", "Acme Boards", QStringLiteral("Acme Boards"));
     row("vendor", "1a2B", 0x1a2b);
@@ -369,6 +371,8 @@ void TestSimulator::wrongTextGivesOneLineOfError_data()
                                        << QStringLiteral("replug-port needs replug-after");
     QTest::newRow("cycles alone") << QStringLiteral("BoardA,pull-after=5,cycles=2")
                                   << QStringLiteral("cycles needs replug-after");
+    QTest::newRow("late permission of a denied port")
+        << QStringLiteral("BoardA,open=denied,late-permission=5") << QStringLiteral("leave out late-permission");
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 

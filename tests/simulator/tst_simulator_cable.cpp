@@ -159,6 +159,8 @@ private Q_SLOTS:
     void boardPulledAfterBytesComesBack();
     void cyclesLeaveNothingBehind();
     void deviceWithoutASerialNumber();
+    void permissionComesLate();
+    void permissionComesLateAfterEachPlug();
 
 private:
     Board *add(const QString &text)
@@ -388,6 +390,49 @@ void TestSimulatorCable::deviceWithoutASerialNumber()
     QVERIFY(answers(board));
     // A serial number that is not given is chosen.
     QVERIFY(!QSerialPortInfo(add("BoardA")->portName()).serialNumber().isEmpty());
+}
+
+void TestSimulatorCable::permissionComesLate()
+{
+    const Monitor monitor;
+    const Board *board = add("BoardA,late-permission=40");
+    QElapsedTimer clock;
+    clock.start();
+    const QByteArray port = board->portName().toLatin1();
+    QCOMPARE(systemPorts(), QStringList(board->portName()));
+    QSerialPort early(board->portName());
+    QVERIFY(!early.open(QIODevice::ReadWrite));
+    QCOMPARE(early.error(), QSerialPort::PermissionError);
+
+    WAIT_FOR(monitor.ttyEvents().size() == 2);
+    QVERIFY2(clock.elapsed() >= 39, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(monitor.ttyTexts(), (QByteArrayList{"add " + port, "change " + port}));
+    QVERIFY(monitor.ttyEvents().at(1).isNodeUsable);
+    QCOMPARE(monitor.ttyEvents().at(1).node, "/dev/" + port);
+    QCOMPARE(monitor.ttyEvents().at(1).place, QByteArray("1-01:1.0"));
+    QVERIFY(answers(board));
+}
+
+void TestSimulatorCable::permissionComesLateAfterEachPlug()
+{
+    const Monitor monitor;
+    // The first pull comes before the permission, so this permission never comes.
+    Board *board = add("BoardA,pull-after=20,replug-after=5,late-permission=40");
+    QElapsedTimer clock;
+    connect(board, &Board::plugged, this, [&] { clock.start(); });
+    const QByteArray port = board->portName().toLatin1();
+    WAIT_FOR(monitor.ttyEvents().size() == 4);
+    QVERIFY2(clock.elapsed() >= 39, qPrintable(QString::number(clock.elapsed())));
+    const QByteArrayList once{"remove " + port, "add " + port, "change " + port};
+    QCOMPARE(monitor.ttyTexts(), QByteArrayList{"add " + port} + once);
+    QVERIFY(answers(board));
+
+    board->pull();
+    QVERIFY(board->plug());
+    QVERIFY(!QSerialPort(board->portName()).open(QIODevice::ReadWrite));
+    WAIT_FOR(monitor.ttyEvents().size() == 7);
+    QCOMPARE(monitor.ttyTexts(), QByteArrayList{"add " + port} + once + once);
+    QVERIFY(answers(board));
 }
 
 SIMULATED_PORTS_MAIN(TestSimulatorCable)
