@@ -150,6 +150,8 @@ const std::vector<Key> &keys()
         textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters",
                 "USB serial number (empty: the device has none)"),
         textKey("port", &Config::port, portName, "a port name such as ttyACM0 or ttyUSB1", "name of the port"),
+        textKey("hub", &Config::hub, "[A-Za-z0-9]{1,16}", "up to 16 letters and digits",
+                "hub of the board; boards of a hub come and go together"),
         numberKey("interval", &Config::interval, 1, longestWait, "milliseconds",
                   "time between two bursts of babble or two sentences of other"),
         seedKey(),
@@ -206,7 +208,7 @@ bool isConsistent(const BoardConfig &config, QString &error)
         error = QStringLiteral("usb=cdc has no line speed; leave out speed, or use usb=bridge");
     else if (config.replugAfter >= 0 && config.pullAfter < 0 && config.pullAfterBytes < 0)
         error = QStringLiteral("replug-after needs a pull; add pull-after or pull-after-bytes");
-    else if (!config.replugPort.isEmpty() && config.replugAfter < 0)
+    else if (!config.replugPort.isEmpty() && config.replugAfter < 0 && config.hub.isEmpty())
         error = QStringLiteral("replug-port needs replug-after; add it");
     else if (config.cycles > 1 && config.replugAfter < 0)
         error = QStringLiteral("cycles needs replug-after; add it");

@@ -92,6 +92,10 @@ struct BoardConfig
     /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
     /// any simulation has it and no running program has locked it.
     QString port;
+    /// Name of the USB hub that the board stands behind. Empty means none. The hub's first board may have plugAfter,
+    /// pullAfter, pullAfterBytes, replugAfter and cycles; they plug in and pull the whole hub. Its other boards must
+    /// not.
+    QString hub;
     int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
     uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes
 

@@ -56,17 +56,21 @@ bool DeviceTree::add(const Device &device, QString &error)
         if (name == "dev")
             listings.append("dev/char/" + text);
     }
-    const int depth = device.path.count('/') + 2; // from the device's folder up to /sys
-    ok = ok && setLink(folder + "/subsystem", upwards(depth) + device.subsystem);
+    ok = ok && setLink(folder + "/subsystem", toSys(device.path) + device.subsystem);
     for (const auto &[name, target] : device.links)
         ok = ok && setLink(folder + '/' + name, target);
-    // A program that lists devices finds the device by these links, so they come last.
-    for (const QByteArray &listing : listings)
-        ok = ok && setLink(m_root + "/sys/" + listing, upwards(listing.count('/')) + "devices/" + device.path);
     m_listings.insert(device.path, listings);
     if (!ok)
         error = QStringLiteral("cannot write the simulated device: %1").arg(qt_error_string(errno));
     return ok;
+}
+
+void DeviceTree::show(const QByteArray &path)
+{
+    const QByteArrayList listings = m_listings.value(path);
+    for (const QByteArray &listing : listings)
+        setLink(m_root + "/sys/" + listing, upwards(listing.count('/')) + "devices/" + path);
+    announce(path, "add");
 }
 
 void DeviceTree::announce(const QByteArray &path, const char *action)
@@ -94,6 +98,11 @@ int DeviceTree::takeUsbNumber()
 void DeviceTree::freeUsbNumber(int number)
 {
     m_usbNumbers[static_cast<std::size_t>(number)] = false;
+}
+
+QByteArray toSys(const QByteArray &path)
+{
+    return upwards(path.count('/') + 2);
 }
 
 bool setLink(const QByteArray &link, const QByteArray &target)

@@ -36,10 +36,12 @@ public:
     /// Returns the folder whose dev/ and sys/ programs see as /dev and /sys.
     const QByteArray &rootFolder() const { return m_root; }
 
-    /// Makes a device, without an event. Its parent must exist. If a file cannot be written, returns false and sets
+    /// Makes a device. No list of devices has it before show(). If a file cannot be written, returns false and sets
     /// `error` to one line.
     bool add(const Device &device, QString &error);
-    /// Sends a kernel event of a device, for example "add".
+    /// Puts a device into the lists that programs read, and sends "add". Its parent must be shown before.
+    void show(const QByteArray &path);
+    /// Sends a kernel event of a device, for example "change".
     void announce(const QByteArray &path, const char *action);
     /// Takes a device out of all lists, sends "remove", and deletes the device. Its children must be removed before.
     void remove(const QByteArray &path);
@@ -57,6 +59,9 @@ private:
     std::vector<bool> m_usbNumbers; // true = taken
     std::size_t m_lastUsbNumber;
 };
+
+/// Returns the relative path from the folder of the device at `path` up to /sys, for example "../../../".
+QByteArray toSys(const QByteArray &path);
 
 /// Makes a link. Also makes its folder if needed. An existing link is replaced in one step.
 bool setLink(const QByteArray &link, const QByteArray &target);

@@ -50,16 +50,18 @@ private:
 class Port
 {
 public:
-    /// `config.port` and `config.serial` must be set. `index` must be different for each port of the testbed. The
-    /// device exists only after plug().
-    Port(DeviceTree &tree, const BoardConfig &config, int index);
+    /// `config.port` and `config.serial` must be set. `usbPath` is the place of the USB device in the DeviceTree.
+    /// `usbPath` and `index` must be different for each port of the testbed. The device exists only after prepare().
+    Port(DeviceTree &tree, const BoardConfig &config, const QByteArray &usbPath, int index);
     ~Port();
 
     /// Returns the name of the port without the folder. While unplugged, this is the name that it had last.
     const QString &name() const { return m_name; }
-    /// Makes the device, with this port name. udev reports the device. On failure, returns false and sets `error` to
-    /// one line.
-    bool plug(const QString &name, QString &error);
+    /// Makes the device, with this port name. No list of devices has it before appear(). On failure, returns false and
+    /// sets `error` to one line.
+    bool prepare(const QString &name, QString &error);
+    /// Shows the device to programs. udev reports it.
+    void appear();
     /// Gives the permission that BoardConfig::latePermission delays. udev reports a change.
     void permit();
     /// Hangs up the line and removes the device. udev reports the removal.
@@ -80,6 +82,7 @@ private:
 
     DeviceTree &m_tree;
     const BoardConfig m_config;
+    const QByteArray m_usbPath;
     const int m_index;
     QString m_name;
     int m_usbNumber = 0; // the USB device's number, which changes with each plug

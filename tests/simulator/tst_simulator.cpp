@@ -136,6 +136,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("product-name"), config.productName},
             {QStringLiteral("serial"), config.serial},
             {QStringLiteral("port"), config.port},
+            {QStringLiteral("hub"), config.hub},
             {QStringLiteral("interval"), config.interval},
             {QStringLiteral("seed"), config.seed}};
 }
@@ -290,6 +291,7 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("product-name", "Wind & Water", QStringLiteral("Wind & Water"));
     row("serial", "X-1", QStringLiteral("X-1"));
     row("port", "ttyUSB7", QStringLiteral("ttyUSB7"));
+    row("hub", "Desk2", QStringLiteral("Desk2"));
     row("interval", "5", 5);
     row("seed", "4294967295", 4294967295U);
 }
@@ -373,6 +375,7 @@ void TestSimulator::wrongTextGivesOneLineOfError_data()
                                   << QStringLiteral("cycles needs replug-after");
     QTest::newRow("late permission of a denied port")
         << QStringLiteral("BoardA,open=denied,late-permission=5") << QStringLiteral("leave out late-permission");
+    QTest::newRow("name of a hub") << QStringLiteral("BoardA,hub=a-b") << QStringLiteral("letters and digits");
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 

@@ -159,6 +159,12 @@ private Q_SLOTS:
     void boardPulledAfterBytesComesBack();
     void cyclesLeaveNothingBehind();
     void deviceWithoutASerialNumber();
+    void deniedPortIsPulled();
+    void hubBoardsComeAndGoTogether();
+    void hubIsPluggedByHand();
+    void boardBehindAHubIsPulledAlone();
+    void onlyTheFirstBoardMovesTheHub();
+    void hubHasRoomForAllBoards();
     void permissionComesLate();
     void permissionComesLateAfterEachPlug();
 
@@ -390,6 +396,131 @@ void TestSimulatorCable::deviceWithoutASerialNumber()
     QVERIFY(answers(board));
     // A serial number that is not given is chosen.
     QVERIFY(!QSerialPortInfo(add("BoardA")->portName()).serialNumber().isEmpty());
+}
+
+void TestSimulatorCable::deniedPortIsPulled()
+{
+    const Board *board = add("BoardA,open=denied,pull-after=10");
+    WAIT_FOR(!board->isPlugged());
+    QCOMPARE(systemPorts(), QStringList());
+}
+
+void TestSimulatorCable::hubBoardsComeAndGoTogether()
+{
+    const Monitor monitor;
+    const QString other = uniquePortName();
+    QList<Board *> boards{add("BoardA,hub=desk,plug-after=10,pull-after-bytes=1,replug-after=10")};
+    boards.append(add(QStringLiteral("BoardA,hub=desk,replug-port=%1").arg(other)));
+    boards.append(add("BoardA,hub=desk"));
+    add("BoardA"); // no hub; its cable stays in
+    QStringList names;
+    for (const Board *board : qAsConst(boards)) {
+        QVERIFY(!board->isPlugged());
+        names.append(board->portName());
+    }
+    QList<int> left; // number of the hub's boards that are there when another board's cable is pulled
+    connect(boards.last(), &Board::pulled, this, [&] { left.append(systemPorts().size() - 1); });
+
+    WAIT_FOR(monitor.ttyEvents().size() == 4);
+    QCOMPARE(monitor.events().at(3).name, QByteArray("1-01")); // the first three are of the board without a hub
+    QCOMPARE(monitor.events().at(4).name, QByteArray("1-01:1.0"));
+    QCOMPARE(systemPorts().size(), 4);
+    for (int i = 0; i < 3; ++i) {
+        const Event tty = monitor.ttyEvents().at(1 + i);
+        QCOMPARE(tty.name, names.at(i).toLatin1());
+        QCOMPARE(tty.place, QByteArray("1-01.0%1:1.0").replace("%1", QByteArray::number(i + 1)));
+    }
+    QVERIFY(answers(boards.at(1)) && answers(boards.at(2)));
+    // The first board's reply pulls the hub.
+    QSerialPort port(names.first());
+    QVERIFY(port.open(QIODevice::ReadWrite));
+    connect(&port, &QSerialPort::errorOccurred, &port, &QSerialPort::close);
+    port.write(versionQuery);
+    WAIT_FOR(monitor.ttyEvents().size() == 10);
+    QCOMPARE(left, QList<int>{0});
+    const QByteArray removed = "remove ";
+    QCOMPARE(monitor.ttyTexts().mid(4, 3),
+             (QByteArrayList{removed + names.at(0).toLatin1(), removed + names.at(1).toLatin1(),
+                             removed + names.at(2).toLatin1()}));
+    names[1] = other;
+    const QByteArray added = "add ";
+    QCOMPARE(monitor.ttyTexts().mid(7),
+             (QByteArrayList{added + names.at(0).toLatin1(), added + names.at(1).toLatin1(),
+                             added + names.at(2).toLatin1()}));
+    QVERIFY(answers(boards.at(1)) && answers(boards.at(2)));
+    QByteArrayList ofTheHub;
+    for (const Event &event : monitor.events()) {
+        if (event.name == "1-01")
+            ofTheHub.append(event.action);
+    }
+    QCOMPARE(ofTheHub, (QByteArrayList{"add", "remove", "add"}));
+    const int last = monitor.events().size() - 1;
+    QCOMPARE(monitor.events().at(last).name, names.at(2).toLatin1());
+}
+
+void TestSimulatorCable::hubIsPluggedByHand()
+{
+    const Board *first = add("BoardA,hub=desk");
+    const Board *second = add("BoardA,hub=desk");
+    QCOMPARE(systemPorts().size(), 2);
+    QString error;
+    QVERIFY(!m_testbed->plugHub(QStringLiteral("desk"), &error));
+    QVERIFY2(error.contains(QLatin1String("desk")) && error.contains(QLatin1String("already")), qPrintable(error));
+    QVERIFY(!m_testbed->pullHub(QStringLiteral("shelf")));
+    QVERIFY(!m_testbed->plugHub(QStringLiteral("shelf"), &error));
+    QVERIFY2(error.contains(QLatin1String("shelf")), qPrintable(error));
+
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts(), QStringList());
+    QVERIFY(!first->isPlugged() && !second->isPlugged());
+    const Board *third = add("BoardA,hub=desk"); // waits for its hub
+    QVERIFY(!third->isPlugged());
+    QVERIFY2(m_testbed->plugHub(QStringLiteral("desk"), &error), qPrintable(error));
+    QCOMPARE(systemPorts(), (QStringList{first->portName(), second->portName(), third->portName()}));
+    QVERIFY(answers(first) && answers(second) && answers(third));
+}
+
+void TestSimulatorCable::boardBehindAHubIsPulledAlone()
+{
+    Board *first = add("BoardA,hub=desk");
+    const Board *second = add("BoardA,hub=desk");
+    first->pull();
+    QCOMPARE(systemPorts(), QStringList(second->portName()));
+    QVERIFY(first->plug());
+    QVERIFY(answers(first) && answers(second));
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QString error;
+    QVERIFY(!first->plug(&error));
+    QVERIFY2(error.contains(QLatin1String("desk")), qPrintable(error));
+}
+
+void TestSimulatorCable::onlyTheFirstBoardMovesTheHub()
+{
+    add("BoardA,hub=desk,pull-after=1000000");
+    for (const char *text : {"BoardA,hub=desk,plug-after=1", "BoardA,hub=desk,pull-after=1",
+                             "BoardA,hub=desk,pull-after-bytes=1", "BoardA,hub=desk,pull-after=1,replug-after=1"}) {
+        QString error;
+        const auto config = BoardConfig::fromText(QLatin1String(text), &error);
+        QVERIFY2(config, qPrintable(error));
+        QVERIFY2(!m_testbed->add(*config, &error), text);
+        QVERIFY2(error.contains(QLatin1String("first board of hub desk")), qPrintable(error));
+        const auto shelf =
+            BoardConfig::fromText(QString::fromLatin1(text).replace(QLatin1String("desk"), QLatin1String("shelf")));
+        QVERIFY(!m_testbed->add(QList<BoardConfig>{*shelf, *shelf}, &error));
+        QVERIFY2(error.contains(QLatin1String("first board of hub shelf")), qPrintable(error));
+    }
+    QCOMPARE(m_testbed->boards().size(), 1);
+}
+
+void TestSimulatorCable::hubHasRoomForAllBoards()
+{
+    for (int i = 0; i < Testbed::maxBoards; ++i)
+        add("BoardA,hub=desk");
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts(), QStringList());
+    QVERIFY(m_testbed->plugHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts().size(), Testbed::maxBoards);
+    QVERIFY(answers(m_testbed->boards().last()));
 }
 
 void TestSimulatorCable::permissionComesLate()
