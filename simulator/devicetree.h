@@ -1,5 +1,7 @@
 #pragma once
 
+#include <simulator/eventsender.h>
+
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QMap>
@@ -7,8 +9,6 @@
 
 #include <utility>
 #include <vector>
-
-typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
@@ -27,11 +27,12 @@ struct Device
 /// The simulated /sys, and the kernel events of its devices. Programs see it through umockdev's preload library.
 ///
 /// This class writes the files itself. umockdev could also do it, but its own "add" event comes before the device is
-/// complete, and it writes every file with a sync, which makes a plug many times slower.
+/// complete.
 class DeviceTree
 {
 public:
-    explicit DeviceTree(UMockdevTestbed *testbed);
+    /// `rootFolder` is the testbed's folder.
+    explicit DeviceTree(const QByteArray &rootFolder);
 
     /// Returns the folder whose dev/ and sys/ programs see as /dev and /sys.
     const QByteArray &rootFolder() const { return m_root; }
@@ -43,7 +44,7 @@ public:
     void show(const QByteArray &path);
     /// Sends a kernel event of a device, for example "change".
     void announce(const QByteArray &path, const char *action);
-    /// Takes a device out of all lists, sends "remove", and deletes the device. Its children must be removed before.
+    /// Deletes a device, and sends "remove". Its children must be removed before.
     void remove(const QByteArray &path);
 
     /// Returns a device number for a USB device that is plugged in. Like a kernel, counts on and reuses a number only
@@ -53,9 +54,17 @@ public:
     void freeUsbNumber(int number);
 
 private:
-    UMockdevTestbed *const m_testbed;
-    QByteArray m_root;
-    QMap<QByteArray, QByteArrayList> m_listings; // for each device, the links to it in the folders that list devices
+    struct Entry
+    {
+        QByteArrayList listings; // links to the device in the folders that list devices
+        QByteArray subsystem; // the last two are for the events
+        QByteArray type;
+        QByteArray properties;
+    };
+
+    const QByteArray m_root;
+    EventSender m_events;
+    QMap<QByteArray, Entry> m_entries; // for each device, by its path
     std::vector<bool> m_usbNumbers; // true = taken
     std::size_t m_lastUsbNumber;
 };

@@ -33,7 +33,9 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        tree = std::make_unique<DeviceTree>(testbed);
+        gchar *root = umockdev_testbed_get_root_dir(testbed);
+        tree = std::make_unique<DeviceTree>(root);
+        g_free(root);
     }
     ~Private()
     {

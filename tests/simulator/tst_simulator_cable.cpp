@@ -67,10 +67,13 @@ struct Event
 class Monitor
 {
 public:
-    Monitor()
+    /// With a subsystem, the monitor receives only the events of its devices. With a type, only those of this type.
+    explicit Monitor(const char *subsystem = nullptr, const char *type = nullptr)
         : m_udev(udev_new())
         , m_monitor(udev_monitor_new_from_netlink(m_udev, "udev"))
     {
+        if (subsystem)
+            udev_monitor_filter_add_match_subsystem_devtype(m_monitor, subsystem, type);
         udev_monitor_enable_receiving(m_monitor);
         m_notifier = std::make_unique<QSocketNotifier>(udev_monitor_get_fd(m_monitor), QSocketNotifier::Read);
         QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] {
@@ -150,6 +153,7 @@ private Q_SLOTS:
     void cleanup() { m_testbed.reset(); }
 
     void plugAndPullReportEachDeviceOnce();
+    void monitorsHaveFilters();
     void boardIsPluggedInLater();
     void nameOfALaterBoardIsReserved();
     void plugByHandEndsTheWait();
@@ -216,6 +220,22 @@ void TestSimulatorCable::plugAndPullReportEachDeviceOnce()
     QVERIFY(board->plug());
     WAIT_FOR(monitor.events().size() >= 9);
     QCOMPARE(monitor.events().size(), 9);
+}
+
+void TestSimulatorCable::monitorsHaveFilters()
+{
+    const Monitor all;
+    const Monitor ports("tty");
+    const Monitor interfaces("usb", "usb_interface");
+    Board *board = add("BoardA");
+    board->pull();
+    WAIT_FOR(all.events().size() == 6 && ports.events().size() >= 2 && interfaces.events().size() >= 2);
+    QCOMPARE(ports.events().size(), 2);
+    QCOMPARE(interfaces.events().size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(ports.events().at(i).type, QByteArray("tty"));
+        QCOMPARE(interfaces.events().at(i).name, QByteArray("1-01:1.0"));
+    }
 }
 
 void TestSimulatorCable::boardIsPluggedInLater()
@@ -518,8 +538,12 @@ void TestSimulatorCable::hubHasRoomForAllBoards()
         add("BoardA,hub=desk");
     QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
     QCOMPARE(systemPorts(), QStringList());
+    const Monitor monitor; // reads no event before all boards are there
     QVERIFY(m_testbed->plugHub(QStringLiteral("desk")));
     QCOMPARE(systemPorts().size(), Testbed::maxBoards);
+    WAIT_FOR(monitor.events().size() == 2 + 3 * Testbed::maxBoards);
+    for (int i = 0; i < Testbed::maxBoards; ++i)
+        QCOMPARE(monitor.ttyEvents().at(i).name, m_testbed->boards().at(i)->portName().toLatin1());
     QVERIFY(answers(m_testbed->boards().last()));
 }
 
