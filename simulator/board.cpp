@@ -165,8 +165,8 @@ void Board::appear()
     m_port->appear();
     connectLine();
     // The timers start when the event loop runs, as in start().
-    QTimer::singleShot(0, this, [this, plugs = ++m_plugs] {
-        if (!m_plugged || plugs != m_plugs)
+    QTimer::singleShot(0, this, [this] {
+        if (!m_plugged)
             return;
         if (isPullDue() && m_config.pullAfter >= 0)
             m_pullTimer.start(m_config.pullAfter);

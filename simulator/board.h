@@ -131,7 +131,6 @@ private:
     Hub *const m_hub; // null if the board is not behind a hub
     QTimer m_plugTimer; // runs until the configuration plugs the cable in
     QTimer m_pullTimer; // runs until the configuration pulls the cable
-    int m_plugs = 0;
     int m_configuredPulls = 0;
     int m_queries = 0;
     qint64 m_bytesSent = 0; // since the cable was plugged in
