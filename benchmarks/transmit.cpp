@@ -8,7 +8,7 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int fixedIterations = 2000; // few, because each iteration makes the history of payloads longer
+constexpr int fixedIterations = 2000; // few, because each written payload makes the history longer
 
 void writeHistory(Communicator &communicator, std::int64_t payloads)
 {

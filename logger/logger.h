@@ -80,7 +80,7 @@ private:
 
     struct Private;
     const std::unique_ptr<Private> d;
-    std::atomic<int> m_lowestLevel; // the lowest of all set levels; drops most records without a lock
+    std::atomic<int> m_lowestLevel; // the lowest of all set levels; lets isEnabled() drop most records without a lock
 };
 
 /**
