@@ -230,8 +230,8 @@ int main(int argc, char **argv)
             for (const QString &ports : numbers("ports")) {
                 const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
                 std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-                std::rotate(order.begin(), order.begin() + i % 3,
-                            order.end()); // another kind of work is first in each round
+                // Each repetition begins with another kind of work, so that no kind is always the first.
+                std::rotate(order.begin(), order.begin() + i % 3, order.end());
                 for (const Work work : order) {
                     QJsonObject result = hear(load, work);
                     result[QStringLiteral("repetition")] = i;

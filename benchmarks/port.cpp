@@ -1,5 +1,5 @@
-// Lines of text arrive byte by byte at a QSerialPort, and at a WholeLines<QSerialPort>. Most of the time is used by the
-// operating system, and differs from run to run. So count instructions, not time; see docs/performance.md.
+// Lines of text arrive byte by byte at a QSerialPort, and at a WholeLines<QSerialPort>. The operating system takes most
+// of the time, and this time differs from run to run. So count instructions, not time; see docs/performance.md.
 #include "perform.h"
 #include "ptyline.h"
 

@@ -36,7 +36,7 @@ struct PtyLine
     }
 
     int board = -1;
-    int held = -1; // descriptor of the port's end; stays open, so that the board can send while `port` is closed
+    int held = -1; // descriptor of the port's end; stays open, so that the board can always send
     const std::unique_ptr<QSerialPort> port;
 };
 

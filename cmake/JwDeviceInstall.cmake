@@ -18,7 +18,8 @@ set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
 # jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
-# Installs the target as the component <EXPORT_NAME>, with all its headers except the private ones.
+# Installs the library with all its headers except the private ones. For find_package, the library is a component with
+# the name in its property EXPORT_NAME: JwDevice, Logger or Simulator.
 function(jwdevice_install_library target)
     cmake_parse_arguments(library "" "" "PRIVATE_HEADERS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)

@@ -7,10 +7,10 @@ endif()
 # jwdevice_target(<target>)
 # Sets the properties that all targets of this project share.
 #
-# -Wnon-virtual-dtor is on only for the libraries, because an application that includes their headers may use this
-# warning. The records and the template ParserAbstract have virtual functions, but no virtual destructor, because nobody
-# deletes them through a base class. The tests don't use this warning, because each derived class would need a pragma.
-# If code deletes such an object through a base class, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
+# -Wnon-virtual-dtor is on for the libraries, because applications that use this warning include the headers, and the
+# headers must not cause warnings. All other targets don't use it, because each class that they derive from a record or
+# from ParserAbstract would need a pragma. These base classes have virtual functions, but no virtual destructor, because
+# nobody deletes objects through them. If code does, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -30,7 +30,7 @@ function(jwdevice_target target)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-            -UJWLOGGER_NO_ALIAS) # an application may define JWLOGGER_NO_ALIAS for all its targets
+            -UJWLOGGER_NO_ALIAS) # our code needs the alias, even if an application defines this macro everywhere
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()

@@ -1,4 +1,5 @@
 // Builds a query with the host's parser and parses it with the board's parser, or a reply in the opposite direction.
+// The parsed record must be equal to the record before building.
 // The first byte of an input chooses the sentence. The other bytes are the texts of the fields, with commas between
 // them.
 #include "fuzzinput.h"

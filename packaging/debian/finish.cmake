@@ -6,7 +6,7 @@ function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# No date in the header, so that the same input gives the same file.
+# -n: the compressed file contains no date, so the same input always gives the same file.
 function(compress file)
     run(gzip -9 -n ${file})
 endfunction()
