@@ -16,7 +16,7 @@ class QSerialPortInfo;
  */
 namespace JwDevice {
 
-/// Time in milliseconds in which a probed port must answer. In each round, it starts when the query is written.
+/// Time in milliseconds in which a probed port must answer. In each round, this time starts when the query is written.
 constexpr int replyTime = 400;
 
 /// USB manufacturer of boards. A port with this manufacturer is a candidate.

@@ -224,7 +224,7 @@ QString Communicator::takePayload(QString &buffer)
     QString payload;
     if (end > start) {
         payload = buffer.mid(start, taken - start);
-    } else { // possible only if the line end contains a start character
+    } else { // never happens while the line end contains no start character
         LOGGER_RECORD(Logger::Warning, nullptr).write("Scrambled payload");
         LOGGER_RECORD(Logger::Trace, nullptr).write() << buffer.left(taken);
     }

@@ -115,9 +115,9 @@ public:
 Q_SIGNALS:
     /**
      * Emitted when a board of the wanted `type` answered. `comm` and its open QSerialPort, `comm->device()`, now belong
-     * to the receiver. `comm` has no parser, and no signal is connected. The port is a WholeLines<QSerialPort>, so its
-     * bytesAvailable() counts whole lines only, until you call setWholeLines(false). If `comm` has already received
-     * more payloads after the board's answer, the first of these payloads is dropped.
+     * to the receiver. `comm` has no parser, and none of its signals is connected. The port is a
+     * WholeLines<QSerialPort>, so its bytesAvailable() counts whole lines only, until you call setWholeLines(false). If
+     * `comm` has already received more payloads after the board's answer, the first of these payloads is dropped.
      *
      * Delete the port with `comm->device()->deleteLater()` and the Communicator with `delete comm`. Never use `delete`
      * for the port in a slot of this signal or of a signal of the port: the port is still emitting a signal, so Qt

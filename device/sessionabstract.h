@@ -6,7 +6,7 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // the class has no virtual destructor on purpose
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 

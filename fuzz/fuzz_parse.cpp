@@ -1,5 +1,5 @@
 // Gives any text to Nmea::ParserInit. This file contains a second, short implementation of the same parser. Both must
-// give the same session, or an Nmea::Exception with the same message.
+// fill the same record, or throw an Nmea::Exception with the same message.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>

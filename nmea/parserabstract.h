@@ -16,7 +16,7 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // the class has no virtual destructor on purpose
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
@@ -97,9 +97,9 @@ public:
     /// of the fields. Throws "Undefined sentence ID: %1", "Format not found for sentence ID", and the texts of
     /// parseParameters().
     bool parseListed(Session *session, const QString &sentenceId, const QStringList &params);
-    /// Parses the texts of the fields by the names in `format`. There may be fewer fields than names. Throws "Specified
-    /// parameters list and formatting string incompatible" (more fields than names), and "Unknown format token in
-    /// sentence formatter".
+    /// Stores each text of `params` in the field whose name is at the same place in `format`. There may be fewer texts
+    /// than names. Throws "Specified parameters list and formatting string incompatible" (more texts than names), and
+    /// "Unknown format token in sentence formatter".
     bool parseParameters(Session *session, const QStringList &params, const QString &format);
     /// Returns the fields that `format` names, joined by separators. Throws "Unknown format token in sentence
     /// formatter: %1".
