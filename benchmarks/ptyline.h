@@ -7,7 +7,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A pseudo terminal (pty) with a serial port at one end. The benchmark writes to the other end like a board.
+/// A pseudo terminal (pty) with a QSerialPort at one end. The benchmark writes to the other end like a board.
 struct PtyLine
 {
     explicit PtyLine(std::unique_ptr<QSerialPort> serialPort)
@@ -36,7 +36,7 @@ struct PtyLine
     }
 
     int board = -1;
-    int held = -1; // the port's end; stays open, so that the board can always send
+    int held = -1; // descriptor of the port's end; stays open, so that the board can always send
     const std::unique_ptr<QSerialPort> port;
 };
 

@@ -2,8 +2,8 @@
 # libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
 include(CMakePackageConfigHelpers)
 
-# On Debian use Debian's folder for libraries with every prefix, because Debian's tools search this folder and the
-# Debian packages contain the same files.
+# On Debian, libraries go to Debian's own folder (lib/x86_64-linux-gnu on a PC), with every prefix, because Debian's
+# tools search this folder. The Debian packages are made from the same install tree.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
@@ -18,7 +18,8 @@ set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
 # jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
-# Installs the target as the component <EXPORT_NAME>, with all its headers except the private ones.
+# Installs the library with all its headers except the private ones. For find_package, the library is a component with
+# the name in its property EXPORT_NAME: JwDevice, Logger or Simulator.
 function(jwdevice_install_library target)
     cmake_parse_arguments(library "" "" "PRIVATE_HEADERS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -47,8 +48,9 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
-# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the headers that it is static.
+# Installs the pkg-config file <name>.pc. A program that uses the library also links the modules REQUIRES. If the
+# library is static, the program also links REQUIRES_PRIVATE, and is compiled with STATIC_FLAGS, which tell the headers
+# that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -63,7 +65,8 @@ function(jwdevice_install_pkgconfig name)
     foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
         list(JOIN module_${list} " " module_${list})
     endforeach()
-    # A user can move an install tree, except if its folders were given as absolute paths.
+    # A user may move an install tree, so the .pc file names folders relative to itself. But if a folder was given as an
+    # absolute path, the tree cannot be moved, so the prefix is absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
         set(prefix ${CMAKE_INSTALL_PREFIX})
     else()
@@ -85,7 +88,9 @@ function(jwdevice_install_program target)
     if(NOT JWDEVICE_INSTALL)
         return()
     endif()
-    # If a folder is an absolute path, nobody can move the install tree. So the search path is absolute too.
+    # INSTALL_RPATH is the folder in which the program searches the libraries: relative to the program, because a user
+    # may move the install tree. If a folder was given as an absolute path, the tree cannot be moved, so this path is
+    # absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
         set(libraries ${CMAKE_INSTALL_FULL_LIBDIR})
     else()

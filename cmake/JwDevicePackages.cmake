@@ -49,7 +49,8 @@ set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SHLIBDEPS ON)
 get_target_property(library_dir JwDevice BINARY_DIR)
 get_target_property(logger_dir JwDeviceLogger BINARY_DIR)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
-# jwsim loads libumockdev-preload at run time, so the tools that find dependencies do not find this one.
+# Debian's tool dpkg-shlibdeps finds the other dependencies. It does not find umockdev, because jwsim loads
+# libumockdev-preload only at run time.
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
 ${about}\n.\nThis package has jwprobe, which finds boards from the command line and says\n\

@@ -7,10 +7,10 @@ endif()
 # jwdevice_target(<target>)
 # Sets the properties that all targets of this project share.
 #
-# -Wnon-virtual-dtor is on only for the libraries, because an application that includes their headers may use this
-# warning. The session records and the codec template have virtual functions, but no virtual destructor, because nobody
-# deletes them through a base class. The tests don't use this warning, because each derived class would need a pragma.
-# If code deletes such an object through a base class, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
+# -Wnon-virtual-dtor is on for the libraries, because applications that use this warning include the headers, and the
+# headers must not cause warnings. All other targets don't use it, because each class that they derive from a record or
+# from ParserAbstract would need a pragma. These base classes have virtual functions, but no virtual destructor, because
+# nobody deletes objects through them. If code does, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -30,7 +30,7 @@ function(jwdevice_target target)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-            -UJWLOGGER_NO_ALIAS) # an application may define JWLOGGER_NO_ALIAS for all its targets
+            -UJWLOGGER_NO_ALIAS) # our code needs the alias, even if an application defines this macro everywhere
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()
@@ -70,8 +70,9 @@ function(jwdevice_library target name export_header)
         target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
         # With -Bsymbolic-functions the library calls its own functions, even if an application has functions of the
-        # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses. Qt
-        # requires -fPIC if Qt itself was linked with this option.
+        # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses and
+        # connect() does not find it. Qt requires -fPIC of all applications only if Qt was linked with this option too,
+        # so the option is used only in this case.
         get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)

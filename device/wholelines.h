@@ -10,7 +10,8 @@
 
 namespace JwDevice {
 
-/// The interface with which a Communicator reads from a WholeLines device.
+/// The interface with which a Communicator reads from a WholeLines device. Such a device holds the bytes of an
+/// unfinished line back: its bytesAvailable() does not count these bytes until the line end arrives.
 class JWDEVICE_EXPORT WholeLinesBase
 {
 public:
@@ -93,7 +94,7 @@ public:
         const qint64 received = bytesReceived();
         if (received == 0 || !wholeLines())
             return received;
-        // The cast is safe, because peek() is not const but changes nothing that a caller can see.
+        // peek() is not const, but it changes nothing that a caller can see. So the cast is safe.
         auto *const device = const_cast<WholeLines *>(this);
         if (received > longestHeld) {
             const QByteArray bytes = device->peek(received);
@@ -115,8 +116,8 @@ public:
             return 0;
         auto *const device = const_cast<WholeLines *>(this);
         const qint64 line = WholeLinesBase::nextLine(bytes, device->peek(bytes, size), longest());
-        // If the read buffer was full, the device stopped reading. It continues when somebody asks for more bytes than
-        // it contains, so this peek asks for one more byte.
+        // If the read buffer was full, the device stopped reading. The device continues when somebody asks for more
+        // bytes than it has received, so this peek asks for one more byte.
         if (line == 0 && bufferLimit(*this, 0) > 0)
             device->peek(bytesReceived() + 1);
         return line;
@@ -138,7 +139,7 @@ private:
     static qint64 bufferLimit(const QIODevice &, long) { return 0; }
 
     /// Returns the length from which on an unfinished line is no longer held back: 512, or the size of the read buffer
-    /// if it is smaller.
+    /// if that is smaller.
     qint64 longest() const
     {
         const qint64 limit = bufferLimit(*this, 0);

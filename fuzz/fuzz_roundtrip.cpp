@@ -1,5 +1,7 @@
 // Builds a query with the host's parser and parses it with the board's parser, or a reply in the opposite direction.
-// The first byte of an input chooses the sentence. The rest of the input is the texts of the sentence's fields.
+// The parsed record must be equal to the record before building.
+// The first byte of an input chooses the sentence. The other bytes are the texts of the fields, with commas between
+// them.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -12,7 +14,8 @@ namespace {
 
 using JwDevice::SessionInit;
 
-/// The board's side: the library's parser with builders for all fields of the board's replies.
+/// The board's parser: the library's parser in the opposite direction, with build delegates for all fields of the
+/// replies.
 class BoardParser : public Nmea::ParserInit
 {
 public:

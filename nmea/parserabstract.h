@@ -16,7 +16,7 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // the class has no virtual destructor on purpose
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
@@ -37,16 +37,17 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  * \endverbatim
  *
  * A received sentence may have at most 74 characters, with start flag and line end. This is the limit of the boards;
- * the standard allows 82. Building does not check the length.
+ * NMEA 0183 itself allows 82. Building does not check the length.
  *
  * A format lists the names of the fields in the order of the sentence, separated by ",", for example
  * "hwversion,v1,v2,v3". When a sentence is parsed, an empty name skips a field. When a sentence is built, an empty name
  * adds nothing, not even a separator.
  *
  * Every failure throws an Exception. The documentation of each function lists the texts. Fields before the fault may
- * then already be stored, but the parser does not change. Exceptions of a delegate pass through. While a parser parses
- * or builds, its delegates and virtual functions must not change the parser or the caller's arguments. Before init(),
- * parsing throws "Undefined sentence ID: %1" and building throws "No formatter found".
+ * then already be stored, but the parser does not change. A delegate is your function that stores or returns one field;
+ * its exceptions pass through. While a parser parses or builds, its delegates and virtual functions must not change the
+ * parser or the caller's arguments. Before init(), parsing throws "Undefined sentence ID: %1" and building throws "No
+ * formatter found".
  *
  * Use a parser in one thread only. The class has no virtual destructor: never delete a parser through a pointer to it.
  *
@@ -96,9 +97,9 @@ public:
     /// of the fields. Throws "Undefined sentence ID: %1", "Format not found for sentence ID", and the texts of
     /// parseParameters().
     bool parseListed(Session *session, const QString &sentenceId, const QStringList &params);
-    /// Parses the texts of the fields by the names in `format`. There may be fewer fields than names. Throws "Specified
-    /// parameters list and formatting string incompatible" (more fields than names), and "Unknown format token in
-    /// sentence formatter".
+    /// Stores each text of `params` in the field whose name is at the same place in `format`. There may be fewer texts
+    /// than names. Throws "Specified parameters list and formatting string incompatible" (more texts than names), and
+    /// "Unknown format token in sentence formatter".
     bool parseParameters(Session *session, const QStringList &params, const QString &format);
     /// Returns the fields that `format` names, joined by separators. Throws "Unknown format token in sentence
     /// formatter: %1".
@@ -241,7 +242,8 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
         sentence.chop(1);
     sentence += m_checksumDelimiter;
     const QStringView checked = QStringView(sentence).mid(1);
-    // The checksum does not include the delimiter. If there are no identifier and no fields, it includes the delimiter.
+    // The checksum does not include the delimiter. But if there is neither an identifier nor a field, the checksum is
+    // computed from the delimiter alone.
     appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
     sentence += m_lineEnd;
     out = std::move(sentence);
@@ -301,8 +303,8 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
 
-    // All fields use this text one after the other. Unless a delegate keeps the text, its memory is used again for the
-    // next field. This saves time, because most texts become numbers and are not kept.
+    // All fields use `param`, one after the other. Unless a delegate keeps a copy of the text, its memory is used again
+    // for the next field. This saves time, because most texts become numbers and are not kept.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;
