@@ -5,7 +5,7 @@ namespace JwSimulator {
 namespace {
 
 constexpr int bridgeSpeed = 115200; // baud
-constexpr int packetSize = 64; // largest number of bytes in a bulk packet at full speed
+constexpr int packetSize = 64; // largest number of bytes in a packet of full-speed USB (12 Mbit/s)
 constexpr int packetsPerFrame = 19; // largest number of packets in 1 ms of full-speed USB
 
 } // namespace

@@ -45,8 +45,8 @@ private:
     int m_number;
 };
 
-/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty behind them. The host
-/// opens one end of the pty. A Board uses the other end.
+/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty (pseudo-terminal) behind
+/// them. The host opens one end of the pty. A Board uses the other end.
 class Port
 {
 public:
