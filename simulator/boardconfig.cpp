@@ -189,7 +189,7 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// Returns whether the values fit together. For example, usb=cdc and a speed don't.
+// Returns whether the values fit together. For example, usb=cdc allows no speed.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)

@@ -42,7 +42,7 @@ struct BoardConfig
     enum class Open {
         Ok, ///< the port opens
         Busy, ///< the port is in use: the simulator holds the port's lock file and sets its exclusive mode
-        Denied ///< the system denies permission, also to root
+        Denied ///< the system denies permission, even to the user root
     };
 
     Kind kind = Kind::BoardA; ///< kind of the board, which decides what the board sends

@@ -26,7 +26,7 @@ Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
         m_released += bytes.size();
         m_waiting.remove(0, bytes.size());
         Q_EMIT released(bytes);
-        if (m_waiting.isEmpty()) // not empty if more bytes wait; a slot of released() may also have pushed some
+        if (m_waiting.isEmpty()) // not empty if bytes are left, or if a slot of released() pushed bytes
             m_timer.stop();
     });
 }

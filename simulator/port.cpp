@@ -266,10 +266,12 @@ void Port::addDevices()
         addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
     m_sysPaths.push_back(tty);
     umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
-    // DEVNAME is set only after the device was added. For a tty that is added with DEVNAME, the testbed makes a pty and
-    // keeps it until the testbed ends. The testbed would then abort if the same port name or pty number is added again.
+    // DEVNAME (the path in /dev) is set only after the device was added. For a tty that is added with DEVNAME, the
+    // testbed makes a pty and keeps it until the testbed ends. The testbed would then abort if the same port name or
+    // pty number is added again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this link only for a device that is added with DEVNAME. It removes the link with every device.
+    // The testbed makes this link only for a device that is added with DEVNAME, so the link is made here. The testbed
+    // removes the link together with the device.
     setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 
@@ -319,7 +321,8 @@ bool Port::setNode(const QByteArray &target)
 
 bool Port::deny(QString &error)
 {
-    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop the user
+    // root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))

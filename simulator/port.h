@@ -57,10 +57,11 @@ public:
 
     /// Makes the device. On failure, returns false and sets `error` to one line.
     bool plug(QString &error);
-    /// Hangs up the line and removes the device. udev reports the removal.
+    /// Closes both ends of the port and removes the device. udev reports the removal to programs.
     void unplug();
 
-    /// Returns the board's end of the line, which does not block. -1 while unplugged, and for a denied port.
+    /// Returns the descriptor of the board's end of the pty; reading and writing do not block. -1 while the cable is
+    /// pulled, and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
     /// Returns the number of bytes that the board sent and the host has not read.
     int unread() const;

@@ -33,7 +33,7 @@ QString program(const char *example)
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
 }
 
-/// Returns the lines of `text`, sorted. If several boards answer, a program may print their lines in any order.
+/// Returns the lines of `text`, sorted. If several boards answer, a program may print its lines in any order.
 QList<QByteArray> sortedLines(const QByteArray &text)
 {
     QList<QByteArray> lines = linesOf(text);

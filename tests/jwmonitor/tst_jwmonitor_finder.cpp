@@ -17,7 +17,7 @@
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
 
-/// Tests how jwmonitor finds boards, and how it finds a lost board again.
+/// Tests how jwmonitor finds boards, and how jwmonitor finds a lost board again.
 class TestFinder : public QObject
 {
     Q_OBJECT
@@ -285,7 +285,7 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // repeated, because only rarely jwmonitor lists the ports between pull() and plug()
+    for (int i = 0; i < 4; ++i) { // repeated, because jwmonitor rarely lists the ports between pull() and plug()
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
         QTRY_COMPARE(ended.size(), 1); // the loss started this search

@@ -45,7 +45,7 @@ int pixelsOf(const QImage &image, QRgb colour)
     return count;
 }
 
-/// Shows the view, and chooses the only field of its payloads.
+/// Shows the view, and chooses the only field of the payloads, so that the plot draws this field.
 void showOnlyField(PlotView &view)
 {
     view.resize(700, 400);
@@ -377,7 +377,7 @@ void TestPlot::theCursorMovesByKeys()
     PlotView view(&model);
     view.show();
     auto *canvas = view.findChild<PlotCanvas *>();
-    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the cursor's time
+    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the time at the cursor
     QCOMPARE(pixelsOf(canvas->grab().toImage(), colour), 0);
     QTest::keyClick(canvas, Qt::Key_Left);
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > 100);

@@ -25,7 +25,7 @@ namespace {
 const QString versionQuery = QStringLiteral("$PJWVER*0c");
 const QString informationRequest = QStringLiteral("$PTJWWR,INF*71");
 
-/// Simulated boards, their BoardFinder, and the timeline of its searches.
+/// Simulated boards, a BoardFinder (jwmonitor's search), and the timeline of the BoardFinder's searches.
 struct TimelineFixture : FinderFixture
 {
     ProbeTimeline timeline{&finder};

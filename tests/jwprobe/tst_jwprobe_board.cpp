@@ -21,7 +21,7 @@
 
 using namespace JwProbe;
 
-/// Tests jwprobe's Board with a port that reports errors after the board was found.
+/// Tests jwprobe's class Board: a found board whose port reports errors.
 class TestJwprobeBoard : public QObject
 {
     Q_OBJECT
@@ -43,7 +43,7 @@ private:
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // `m_board` takes this file for the port's file in /dev
+    QTemporaryFile m_device; // `m_board` uses this file as the port's file in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };

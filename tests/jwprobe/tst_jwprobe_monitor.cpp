@@ -62,7 +62,7 @@ private Q_SLOTS:
 
 private:
     QStringList m_ports;
-    QStringList m_boards; // text forms of a BoardA and a BoardC
+    QStringList m_boards; // values for jwsim's option --board: a BoardA and a BoardC
     QStringList m_options; // options with which jwprobe monitors both boards
 };
 

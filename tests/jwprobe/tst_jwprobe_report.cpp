@@ -40,7 +40,7 @@ const QStringList columns{QStringLiteral("TYPE"),   QStringLiteral("PORT"),     
 
 } // namespace
 
-/// Tests the output and the exit status of a search.
+/// Tests what jwprobe prints after a search, and the exit status of jwprobe.
 class TestJwprobeReport : public QObject
 {
     Q_OBJECT

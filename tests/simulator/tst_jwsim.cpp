@@ -1104,7 +1104,8 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     ProgramRun run(jwsimProgram(),
                    QStringList{QStringLiteral("--report"), file("report.json")}
                        + simulated({boardOn("BoardA", m_port), boardOn("BoardB", uniquePortName(), "open=busy")},
-                                   // Reset SIGINT, because a test in the background may ignore SIGINT.
+                                   // Reset SIGINT, because a program that was started in the background may ignore
+                                   // SIGINT.
                                    waiting("signal.SIGINT, signal.SIG_DFL")));
     prepare(run);
     run.start();

@@ -42,7 +42,7 @@ const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
 const QByteArray versionReply = "$PJWVER,7300022,1,4,0*0d\r\n";
 
-/// The host's end of a simulated port, opened without Qt.
+/// The host's end of a simulated port (the end that programs open), opened without Qt.
 class HostPort
 {
 public:
