@@ -80,12 +80,12 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
-    QTimer drain; // runs shortly before the cable is pulled; while it runs, the board sends nothing
+    QTimer drain; // runs from the last byte to the pull, so that the host can read; the board sends nothing meanwhile
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;
-    QByteArray pending; // bytes that left the board, but that the port has not taken
-    QByteArray written; // the part of the current piece that the port has taken
+    QByteArray pending; // bytes that `toHost` released, but that write() has not accepted
+    QByteArray written; // the part of the current piece that write() has accepted
     bool sending = false;
     bool feeding = false;
 };
@@ -140,7 +140,8 @@ void Board::connectLine()
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
     if (first && m_config.pullAfter >= 0) {
-        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
+        // The timer starts when the event loop runs. Otherwise the cable could be pulled while the program still adds
+        // boards.
         QTimer::singleShot(0, m_line, [this, line = m_line] {
             if (m_line == line)
                 line->pull.start(m_config.pullAfter);
@@ -188,8 +189,8 @@ void Board::onReadable()
         m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
     else if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_line->readable.setEnabled(false);
-    // On a slow line, the board stops reading, so that the host waits and memory does not grow. onReceived() starts to
-    // read again.
+    // If the host writes faster than the serial line carries, the board stops reading. Then the host has to wait, and
+    // memory does not grow. onReceived() starts to read again.
     if (m_line && m_line->fromHost.waiting() >= readSize)
         m_line->readable.setEnabled(false);
 }
@@ -294,8 +295,8 @@ void Board::sendNext()
     Line *const line = m_line;
     if (line->feeding)
         return;
-    // If the port takes a piece at once, writePending() calls this function again. `feeding` makes that call return,
-    // and the loop sends the next piece, so there is no deep recursion.
+    // If the port accepts a piece at once, writePending() calls sendNext() again. `feeding` makes that call return, and
+    // the loop sends the next piece, so there is no deep recursion.
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
@@ -325,7 +326,8 @@ void Board::writePending()
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // If the port is full, the board waits until the host reads. After another error, waiting would not help.
+            // EAGAIN means that the port is full, so the board waits until the host reads. After another error, waiting
+            // would not help.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }

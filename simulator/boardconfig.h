@@ -24,32 +24,32 @@ struct BoardConfig
         BoardB, ///< answers like BoardA, but with another hardware version
         BoardC, ///< answers "$PTJWWR,INF*71" with its description sentence
         Silent, ///< never sends anything by itself; a test can still call Board::send()
-        Babble, ///< sends a burst of 1 to 64 random bytes at every interval
-        Other ///< sends a well-formed sentence at every interval, like a navigation receiver; answers nothing
+        Babble, ///< sends a burst of 1 to 64 random bytes, again after every `interval`
+        Other ///< sends a correct sentence after every `interval`, like a navigation receiver; answers nothing
     };
     /// Whether the checksums are right in the sentences that the board sends.
     enum class Checksum {
         Good, ///< right in every sentence
         Wrong ///< wrong in every sentence
     };
-    /// How bytes travel between board and host. This is the same in both directions.
+    /// How bytes travel, in both directions, between the board and the host (the computer with the port).
     enum class Usb {
         None, ///< bytes arrive as they were written; if `speed` > 0, the bytes of each millisecond arrive together
-        Cdc, ///< the board has its own full-speed USB: packets of up to 64 bytes arrive whole; there is no line speed
-        Bridge ///< a bridge from UART to USB passes on, every millisecond, the bytes that the UART carried in that time
+        Cdc, ///< the board has its own USB: packets of up to 64 bytes arrive whole; `speed` has no effect
+        Bridge ///< a chip turns serial bytes into USB; every millisecond it passes on the bytes of that millisecond
     };
     /// The result when a program opens the port.
     enum class Open {
         Ok, ///< the port opens
-        Busy, ///< the port is in use: a running process holds its lock file, and the port is in exclusive mode
-        Denied ///< the system denies permission, also to root
+        Busy, ///< the port is in use: the simulator holds the port's lock file and sets its exclusive mode
+        Denied ///< the system denies permission, even to the user root
     };
 
     Kind kind = Kind::BoardA; ///< kind of the board, which decides what the board sends
 
     int delay = 0; ///< milliseconds between the end of a query and the start of the reply
-    /// Speed of the line in baud, in each direction. Each byte takes 10 bit times. 0 means that the line causes no
-    /// delay. There are two exceptions: with Usb::Bridge, 0 means 115200 baud; with Usb::Cdc, `speed` has no effect.
+    /// Speed of the serial line in baud, in each direction. Each byte takes 10 bit times. 0 means that the line causes
+    /// no delay. There are two exceptions: with Usb::Bridge, 0 means 115200 baud; with Usb::Cdc, `speed` has no effect.
     int speed = 0;
     Usb usb = Usb::None; ///< type of the connection between board and host
     int chunk = 0; ///< bytes in each piece of a reply; 0 = the reply is one piece
@@ -71,8 +71,8 @@ struct BoardConfig
     quint16 product = 0x5740; ///< USB product id
     QString productName = QStringLiteral("Simulated board"); ///< USB product name
     QString serial; ///< USB serial number; null = a number that no other board of the testbed has
-    /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
-    /// any simulation has it and no running program has locked it.
+    /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no simulated
+    /// board of any process uses the name, and no running program has locked a port of this name.
     QString port;
     int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
     uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes

@@ -24,13 +24,14 @@ namespace {
 const char *const deviceMajor = "166";
 constexpr int longestLockFile = 4096; // bytes to read; a limit, because any user may write a very long file
 
-// Writes a name as udev does, with underscores for blanks. Programs that read the names replace the underscores.
+// Returns a name as udev (the device manager of Linux) writes it: with underscores for blanks. Programs that read the
+// names turn the underscores into blanks again.
 QByteArray udevName(const QString &text)
 {
     return text.toLatin1().replace(' ', '_');
 }
 
-// Encodes blanks and other special characters as udev does.
+// Returns `text` with blanks and other special characters encoded as udev does.
 QByteArray udevEncoded(const QString &text)
 {
     QByteArray encoded;
@@ -88,7 +89,8 @@ bool setLink(const QByteArray &link, const QByteArray &target)
     return ::symlink(target, link) == 0;
 }
 
-// Returns the path that QSerialPort uses: in the first of these folders that it can read and write.
+// Returns the path of the port's lock file, as QSerialPort chooses it: in the first of these folders that this process
+// can read and write.
 QString lockFileName(const QString &portName)
 {
     for (const char *folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"}) {
@@ -109,12 +111,13 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
 }
 
 // Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
-// or "%10d name user". QLockFile expects a second line with the program's name, and would delete the file without it.
+// or "%10d name user". QLockFile expects a second line with the program's name. It would delete a file without this
+// second line.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // QSerialPort cannot lock this; it is not read, because a read of a FIFO would wait for a writer
+        return true; // not a plain file, so QSerialPort cannot lock the port; reading a FIFO would block
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -138,7 +141,8 @@ bool isLocked(const QString &portName)
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Uses its own lock file with the prefix "jwsim.". The port's lock file is for the program that opens the port.
+    // Uses a second lock file with the prefix "jwsim.", because the port's lock file must stay free for the program
+    // that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -163,8 +167,8 @@ Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
 Port::~Port()
 {
     m_lock.reset();
-    // If a host was killed while the port was open, its lock file still exists, so remove it. The lock file of a
-    // running process is not removed.
+    // If a program was killed while it had the port open, the port's lock file still exists, so it is removed here. The
+    // lock file of a running process stays.
     if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
         portLock(m_config.port)->removeStaleLockFile();
 }
@@ -262,10 +266,12 @@ void Port::addDevices()
         addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
     m_sysPaths.push_back(tty);
     umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
-    // DEVNAME is set only after the device was added. For a tty that is added with DEVNAME, the testbed makes a pty and
-    // keeps it until the testbed ends. The testbed would then abort if the same port name or pty number is added again.
+    // DEVNAME (the path in /dev) is set only after the device was added. For a tty that is added with DEVNAME, the
+    // testbed makes a pty and keeps it until the testbed ends. The testbed would then abort if the same port name or
+    // pty number is added again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this link only for a device that is added with DEVNAME. It removes the link with every device.
+    // The testbed makes this link only for a device that is added with DEVNAME, so the link is made here. The testbed
+    // removes the link together with the device.
     setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 
@@ -307,14 +313,16 @@ QByteArray Port::deviceNumber() const
 bool Port::setNode(const QByteArray &target)
 {
     const QByteArray port = m_config.port.toLatin1();
-    // The preload library of umockdev reads the link in /dev/.node. With it, stat() reports a character device.
+    // The preload library of umockdev reads the link in /dev/.node. Because of this link, stat() reports that the port
+    // is a character device.
     return setLink(m_rootFolder + "/dev/" + port, target)
         && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
 }
 
 bool Port::deny(QString &error)
 {
-    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop the user
+    // root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))

@@ -33,8 +33,8 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // The variable contains the id of the process that was restarted; a restart keeps the id. If the id is different,
-    // the variable was inherited from another program, and this program has not been restarted.
+    // `triedVariable` contains the id of the process that restarted itself; a restart keeps the id. If the id is
+    // another one, the variable was inherited from another program, and this program has not restarted yet.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)

@@ -3,9 +3,9 @@
 namespace JwSimulator {
 
 /**
- * Makes sure that this program runs with libumockdev-preload. Without that library, a program can't see simulated
- * ports. If the library is not loaded, this function adds it to LD_PRELOAD and restarts the program with the same
- * arguments.
+ * Makes sure that this program runs with libumockdev-preload. This library replaces system calls, so that a program
+ * sees the simulated ports. If the library is not loaded, this function adds it to LD_PRELOAD and restarts the program
+ * with the same arguments.
  *
  * Call this function at the start of main(), before a thread or a Qt object exists:
  *

@@ -98,7 +98,7 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
             reservation = reserveName(name);
-            if (reservation && !isLocked(name)) // false if another simulation or a real port uses this name
+            if (reservation && !isLocked(name)) // false if a simulation or another program uses this name
                 config.port = name;
         }
         d->names.push_back(std::move(reservation));
