@@ -83,11 +83,11 @@ inline QStringList takeLog(const LogCapture &log)
     return lines;
 }
 
-/// Empties the receive buffer. All Communicators share the buffer, so it may contain bytes from an earlier test.
+/// Empties the receive buffer. All Communicators share this buffer, so it may contain bytes from an earlier test.
 inline void drainReceiveBuffer()
 {
     ScriptedDevice device;
     JwDevice::Communicator communicator;
     communicator.setIODevice(&device);
-    device.deliver("$\r\n"); // old bytes in the buffer become part of this payload or are dropped with it
+    device.deliver("$\r\n"); // old bytes leave the buffer together with this payload
 }

@@ -42,7 +42,7 @@ public:
     /// Adds a board on a port that no other test program uses. `board` describes it, for example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board);
     QStringList portNames() const;
-    /// Starts a probe of the ports of all attached boards. Gives the names of these ports to the Initializer.
+    /// Starts a probe of exactly the ports of the attached boards: gives their names to the Initializer.
     void probe(const TypeList &types);
     /// Attaches a silent board and probes it for BoardA, without retry rounds, until the time-out. Returns the board.
     JwSimulator::Board *probeSilentBoard();
@@ -61,7 +61,8 @@ public:
     void endReplyTimers();
     /// Makes only the reply timer of this board's port fire, and waits for the time-out.
     void timeOut(const JwSimulator::Board *board);
-    /// Sends payloads from `board`. The Communicator stores the payloads but emits no signal.
+    /// Sends payloads from `board`. The Communicator stores the payloads but emits no signal, so the Initializer does
+    /// not read them yet.
     void store(JwSimulator::Board *board, const QList<QByteArray> &payloads) const;
     bool isTimerActive() const;
     bool isOver() const { return timeline.contains(QStringLiteral("Disconnect from signals")); }

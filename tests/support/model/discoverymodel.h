@@ -10,7 +10,8 @@
 #include <vector>
 
 /// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. The model
-/// shares no code with the library. Its events happen in the same order as in VirtualClock.
+/// shares no code with the library, so a fault in the library is not also in the model. Events in the model happen in
+/// the order that VirtualClock describes.
 class DiscoveryModel : public DiscoveryPlay
 {
 public:
@@ -51,7 +52,8 @@ private:
         QString error;
         JwDevice::Type type = JwDevice::Unknown;
     };
-    /// The objects that are deleted when the current event returns to its event loop.
+    /// The objects that an event loop deletes when the current event has returned to it. Each nested event loop has its
+    /// own Frame.
     struct Frame
     {
         std::vector<Comm *> comms;
