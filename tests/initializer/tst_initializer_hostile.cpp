@@ -19,7 +19,8 @@ using JwSimulator::frameSentence;
 
 namespace {
 
-/// Runs a nested event loop, like a dialog, until `done()` returns true. Returns false if that takes more than 5 s.
+/// Runs a nested event loop, as a modal dialog does, until `done()` returns true. Returns false if that takes more than
+/// 5 s.
 bool nest(const std::function<bool()> &done)
 {
     QEventLoop loop;
@@ -522,7 +523,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // true: one mapper still emits its signal, so both mappers must exist
+        aliveInTheLoop = areAlive(); // true: one QSignalMapper still emits its signal, so both mappers must exist
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

@@ -13,7 +13,7 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Whether the port is not open, so that another program could open it.
+/// Returns whether another program could open the port, because nobody has it open.
 bool isFree(const Board *board)
 {
     QSerialPort port(board->portName());

@@ -30,7 +30,7 @@ const TypeList boardA = {JwDevice::BoardA};
 const char *const versionA = "7300022";
 const char *const versionB = "7300021";
 
-/// Returns the report on the port of `board`. Ends the test unless there is exactly one such report.
+/// Returns the report on the port of `board`. Ends the test program unless there is exactly one such report.
 PortReport reportOn(const ProbeFixture &fixture, const Board *board)
 {
     QList<PortReport> found;

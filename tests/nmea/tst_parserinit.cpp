@@ -42,7 +42,7 @@ public:
     using ParserInit::setSentenceId;
 };
 
-/// The board's side: parses the host's sentences and builds the board's replies.
+/// The parser of a board: parses the sentences that the library builds, and builds the board's replies.
 class BoardParser : public ParserInit
 {
 public:

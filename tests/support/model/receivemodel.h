@@ -134,9 +134,8 @@ private:
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// Returns how many bytes the device offers next. Normally these are the bytes up to the next CR LF. If so many
-    /// bytes without CR LF arrived that they can't be held back, it is the first part of them. Returns 0 while the
-    /// device holds all its bytes back.
+    /// Returns how many bytes the device offers next: the bytes up to the next CR LF. If no CR LF is near, returns 0
+    /// while the device holds its bytes back, otherwise all bytes, but at most `tooMuchUnfinished`.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");
