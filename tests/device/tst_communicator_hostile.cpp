@@ -187,7 +187,8 @@ void TestCommunicatorHostile::receiverDeletesTheCommunicator()
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
 
-    // The unread payloads are not lost: they wait in the buffer and in the device, and the next Communicator gets them.
+    // The unread payloads are not lost: they wait in the receive buffer and in the device, and the next Communicator
+    // gets them.
     Communicator next;
     next.setIODevice(fixture.device.get());
     fixture.device->announce();
@@ -381,7 +382,9 @@ void TestCommunicatorHostile::nestedLoopBringsMoreData()
     QCOMPARE(emissionsOfOther.take(), arrivals(2));
     QCOMPARE(takePayloads(other), (QStringList{b, QStringLiteral("$O\r\n")}));
     QStringList emissions = fixture.emissions.take();
-    emissions.sort(); // because in one data row the nested signals are emitted between the first payload's two signals
+    // Sort, because the two data rows give a different order: with "readyRead of an id" the nested signals are emitted
+    // before the first payload's readyRead(), with "readyRead" inside that signal.
+    emissions.sort();
     QStringList expected = arrivals(3);
     expected.sort();
     QCOMPARE(emissions, expected);
@@ -557,7 +560,7 @@ void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
     SignalFixture fixture(Signal::ReadyRead);
     fixture.device->insideRead = [&fixture] {
         fixture.device->insideRead = nullptr;
-        fixture.device->announce(); // starts a second read; its bytes reach the Communicator before those of the first
+        fixture.device->announce(); // starts a second read inside the first; the second ends first, so `c` is the first
     };
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), arrivals(3));

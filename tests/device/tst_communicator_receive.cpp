@@ -447,8 +447,8 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 
 void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
-    // After the sixth read the buffer has 600 characters, and keeps 150. So the next truncation happens four reads
-    // later.
+    // After the sixth read the buffer contains 600 characters and loses 450 of them. So the next truncation happens
+    // four reads later.
     for (int i = 0; i < 6; ++i)
         m_device->queueRead(QByteArray(100, 'x'));
     m_device->announce();
@@ -524,7 +524,7 @@ void TestCommunicatorReceive::failedReadsAreSkipped()
     m_device->announce();
     QCOMPARE(m_device->requestedReads.size(), times + 2);
     QCOMPARE(m_emissions->take(), arrivals(1));
-    // A read without bytes is not logged.
+    // A read without bytes is not logged. The empty text is the log record of the read of "\r\n".
     const QStringList expected{readyLine, rawLine(QStringLiteral("$A")), rawLine(QString()),
                                payloadLine(QStringLiteral("$A"))};
     QCOMPARE(takeLog(*m_log), expected);

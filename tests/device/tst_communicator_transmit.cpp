@@ -270,7 +270,7 @@ void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
     communicator.setIODevice(&device);
     QCOMPARE(communicator.writePayload(defg), 2u);
     QCOMPARE(device.written, QList<QByteArray>{"defg"});
-    device.reportWritten(3); // the failed write counts as -1 byte, so 3 bytes cover both payloads
+    device.reportWritten(3); // covers both payloads: -1, the result of the failed write, and 4, the size of `defg`
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
@@ -503,7 +503,8 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap use of one bytesWritten() that covers three payloads. For each of them, the receiver writes a new payload.
+    // Heap use of one signal bytesWritten() that covers three payloads. For each of these payloads, a slot writes a new
+    // payload.
     struct Cost
     {
         long blocks;

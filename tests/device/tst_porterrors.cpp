@@ -31,7 +31,7 @@ namespace {
 
 constexpr int errorsOfALostPort = 1000;
 
-/// An open simulated port with a silent board. A PortErrors watches the port.
+/// An open simulated port with a silent board. A PortErrors (the class that notices lost ports) watches the port.
 struct WatchedPort
 {
     explicit WatchedPort(bool wholeLines = false)
@@ -76,7 +76,7 @@ struct WatchedPort
     Board *const board;
     std::unique_ptr<QSerialPort> port;
     QPointer<PortErrors> errors;
-    QVector<bool> losses; // the arguments of all portLost() signals so far
+    QVector<bool> losses; // for each portLost() so far, its argument: whether the device is gone
     QVector<QSerialPort::SerialPortError> reported;
 };
 
@@ -248,7 +248,7 @@ void TestPortErrors::errorThatPassesLosesNothing()
     QFETCH(int, staleError);
     QFETCH(QByteArray, held);
     WatchedPort watched(wholeLines);
-    watched.port->close(); // because the other program must open the port first
+    watched.port->close(); // because OtherReader must open the port before the QSerialPort locks it
     OtherReader other(watched.location(), staleError);
     QVERIFY(watched.port->open(QIODevice::ReadWrite));
 

@@ -32,7 +32,7 @@ using JwSimulator::BoardConfig;
 namespace {
 
 constexpr quint32 batchSize = 100; // number of payloads that are sent together
-constexpr quint32 warmUpPayloads = 25000; // so many fill the journal of a simulated board, so it no longer grows
+constexpr quint32 warmUpPayloads = 25000; // fills a simulated board's journal (list of bytes), which then stops growing
 constexpr int portCount = 40;
 constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
 
@@ -179,8 +179,8 @@ private:
     Initializer m_initializer;
 };
 
-/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy, one has a silent board, and
-/// one loses its cable during the probe.
+/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy (it can't be opened, as if
+/// another program had it open), one has a silent board, and one loses its cable during the probe.
 class MixedPorts
 {
 public:

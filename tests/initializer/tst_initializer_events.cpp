@@ -499,7 +499,7 @@ void TestInitializerEvents::observerMayEndItself()
     probe.initializer->setPortObserver([&, kept = std::make_shared<int>(0)](const PortEvent &) {
         ++calls;
         const std::weak_ptr<int> own = kept;
-        long &result = holders; // local copies, because the next line may delete this function and its captures
+        long &result = holders; // `own` and `result` are local, because the next statement may delete the captures
         probe.initializer->setPortObserver({});
         result = own.use_count();
     });

@@ -144,7 +144,7 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
     QTRY_COMPARE(received, 1); // deviceInitialized was emitted inside the port's signal
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
-    fixture.initializer->boardReadyRead(fixture.comm(stored)); // now another payload is stored behind the reply
+    fixture.initializer->boardReadyRead(fixture.comm(stored)); // reads the reply while a second payload is stored
     QCOMPARE(received, 2);
     fixture.timeOut(silent);
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, missingC, over}));
@@ -444,7 +444,7 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        // The port must still exist, because Qt uses it after the receiver returns.
+        // The port must still exist, because Qt uses it after this function returns.
         aliveAfterTheDeletion = port && !port->isOpen();
     });
     fixture.initializer->setMaxRetries(0);

@@ -178,7 +178,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
         const QString firstDifference = difference(schedule);
         if (firstDifference.isEmpty())
             continue;
-        if (difference(schedule).isEmpty()) // passes the second time, so the schedule can't be shrunk
+        if (difference(schedule).isEmpty()) // passes this time; only a schedule that fails every time can be shrunk
             QFAIL(qPrintable(QStringLiteral("seed %1 fails, but not every time:\n%2%3")
                                  .arg(QString::number(seed), schedule.toString(), firstDifference)));
         const DiscoverySchedule shortest = shortestSchedule(

@@ -23,7 +23,7 @@ static_assert(sizeof(Exception) == sizeof(std::exception) + sizeof(QString), "an
 
 namespace {
 
-/// Returns a long text. After it is freed, malloc uses its memory for other blocks, see blocksInFreedMemory().
+/// Returns a long text. After this text is freed, malloc uses its memory for other blocks (see blocksInFreedMemory()).
 QString longText()
 {
     return QString(5000, QLatin1Char('x'));

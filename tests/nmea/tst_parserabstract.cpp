@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A session that records the parser's actions on it, in order.
+/// A session that records what the parser does with the session, in order.
 struct Record
 {
     QStringList events;
@@ -167,7 +167,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// A parser that has tables but does not override setSentenceId(), so it does not store the key in the session.
+/// A parser that has tables but uses the base class's setSentenceId(), which does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:

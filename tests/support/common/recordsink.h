@@ -67,7 +67,7 @@ public:
 
     QVector<LogRecord> records;
 
-    /// The records with this text.
+    /// Returns the records with this text.
     QVector<LogRecord> withText(const QString &text) const
     {
         QVector<LogRecord> found;

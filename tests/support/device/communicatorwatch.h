@@ -61,7 +61,7 @@ inline QStringList arrivals(int count, uint firstId = 2)
     return emissions;
 }
 
-/// Removes all payloads from the store and returns them, the lowest id first.
+/// Reads all payloads that the Communicator stores, which removes them. Returns the payloads, the lowest id first.
 inline QStringList takePayloads(JwDevice::Communicator &communicator)
 {
     QStringList payloads;

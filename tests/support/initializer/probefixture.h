@@ -22,7 +22,8 @@ Q_DECLARE_METATYPE(PortState)
 
 using TypeList = QList<JwDevice::Type>;
 
-/// Simulated boards, an Initializer that searches for them, and a timeline of its signals and log records.
+/// Simulated boards, an Initializer that searches for these boards, and a timeline of the Initializer's signals and log
+/// records.
 class ProbeFixture
 {
 public:
@@ -39,7 +40,8 @@ public:
     ProbeFixture(const ProbeFixture &) = delete;
     ProbeFixture &operator=(const ProbeFixture &) = delete;
 
-    /// Adds a board on a port that no other test program uses. `board` describes it, for example "BoardA,delay=20".
+    /// Adds a board on a port that no other test program uses. `board` is in the form of jwsim's option --board, for
+    /// example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board);
     QStringList portNames() const;
     /// Starts a probe of exactly the ports of the attached boards: gives their names to the Initializer.

@@ -31,8 +31,8 @@ QString quoted(const QString &text)
 struct DiscoveryModel::Line
 {
     bool plugged = false;
-    QByteArray toHost; // bytes that the board sent and the host has not read
-    QByteArray toBoard; // bytes that the host wrote and the port has not sent
+    QByteArray toHost; // bytes that the board sent and the port has not read yet
+    QByteArray toBoard; // bytes that the application wrote and the port has not sent yet
     QByteArray received;
     Comm *host = nullptr; // the open port on this line; null if no port is open
 };
@@ -279,7 +279,7 @@ void DiscoveryModel::pull(int port)
 {
     Line &line = m_lines[static_cast<size_t>(port)];
     line.plugged = false;
-    line.toHost.clear(); // because bytes that the host has not read are lost
+    line.toHost.clear(); // because a pulled cable loses the bytes that are still on it
     if (line.host && !line.host->lost) {
         line.host->lost = true;
         line.host->unsent = !line.toBoard.isEmpty();

@@ -91,7 +91,7 @@ private:
     const QVector<int> m_reused;
     QByteArray m_buffer; // the receive buffer, which all Communicators share
     QList<JwDevice::Type> m_types;
-    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; an absent port has line -1
+    QVector<QPair<int, QString>> m_candidates; // for each port to probe: index in m_lines (-1 if absent) and name
     qint64 m_now = 0;
     qint64 m_secondStageDue = -1;
     uint m_retries = 0;

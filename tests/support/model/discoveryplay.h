@@ -52,7 +52,7 @@ protected:
     void sendPieces();
 
     virtual qint64 now() const = 0;
-    /// Whether the port is open and a Communicator reads from it.
+    /// Returns whether the port is open and a Communicator reads from it.
     virtual bool isListening(int port) const = 0;
     virtual bool hasInitializer() const = 0;
     virtual bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) = 0;

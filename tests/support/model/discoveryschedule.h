@@ -78,7 +78,7 @@ struct DiscoverySchedule
 
     /// Returns the schedule as readable text.
     QString toString() const;
-    /// Whether the board sends whole sentences only and its cable stays plugged in.
+    /// Returns whether the board sends only whole sentences and its cable stays plugged in.
     bool sendsWholeSentences(int port) const;
 };
 

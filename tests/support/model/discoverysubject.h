@@ -28,7 +28,7 @@ public:
     void renew(int ports);
     void pull(int port);
     void plug(int port);
-    /// Sends `bytes` from the board on the port, and waits until the host can read all bytes.
+    /// Sends `bytes` from the board on the port, and waits until all bytes can be read from the port.
     void send(int port, const QByteArray &bytes);
     JwSimulator::Board *board(int port) const { return m_boards[port]; }
 

@@ -113,7 +113,7 @@ public:
     virtual qint64 bytesAvailable(int line) const = 0;
     virtual qint64 bytesReceived(int line) const = 0;
 
-    /// Returns the log lines since the last call.
+    /// Returns the log records since the last call, as texts.
     virtual QStringList takeLogLines() = 0;
 
     std::function<void(int line, uint id)> payloadReceived; ///< called when readyRead(uint) is emitted
@@ -248,8 +248,8 @@ private:
 
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
-    QVector<QMap<uint, QString>> m_stores; // content of each store when it was last written to the trace
-    QVector<QPair<qint64, qint64>> m_counts; // numbers of bytes when they were last written to the trace
+    QVector<QMap<uint, QString>> m_stores; // for each line, the stored payloads that the trace showed last
+    QVector<QPair<qint64, qint64>> m_counts; // for each line, the numbers of bytes that the trace showed last
     QVector<ReceiveStep> m_inside; // steps that wait until readyRead(uint) is emitted
     QStringList m_trace;
 };

@@ -17,8 +17,8 @@ class QEventLoop;
 /// - one descriptor at a time: writable descriptors first, otherwise in the order of registration
 /// - one timer at a time: the timer that is due first; if timers of one parent are due together, in order of creation
 ///
-/// A poll() on a pty waits until the kernel has moved all bytes to the other end. So when no descriptor is ready, all
-/// sent bytes have arrived.
+/// A poll() on a pseudo terminal waits until the kernel has moved all bytes to the other end. So when no descriptor is
+/// ready, all sent bytes have arrived.
 ///
 /// Call QCoreApplication::setEventDispatcher() with the clock before the application is created. Use one thread only.
 class VirtualClock : public QAbstractEventDispatcher

@@ -81,7 +81,8 @@ inline Outcome runSandboxed(const QStringList &boards, const QString &script, co
     // An unmarked function would fail on machines that refuse a sandbox.
     if (!isMarkedSandboxed(QTest::currentTestFunction()))
         qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
-    // Run mkdir without the preload library. Otherwise mkdir makes the folder in the simulated /dev.
+    // LD_PRELOAD contains the library that simulates /dev. Run mkdir without this library, because otherwise mkdir
+    // would make the folder in the simulated /dev.
     QString prepare = QStringLiteral("set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/lock /run/udev/rules.d; "
                                      "env -u LD_PRELOAD mkdir -p /dev/char; mount -t tmpfs tmpfs /dev/char; ");
     if (!keepRules) {
