@@ -25,15 +25,17 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // an empty report if the cable was pulled just before the search
+    // There is no report if the cable was pulled just before the search.
+    return found != reports.end() ? *found : PortReport();
 }
 
-// Makes the diagnosis of a port that the search does not open, because QSerialPort would wait longer than the deadline.
+// Makes the diagnosis of a port that the search does not open. `trap` is something at the path of the lock file, for
+// example a named pipe. It would make QSerialPort wait longer than the deadline.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // QSerialPort reports the same error for a lock file
+    report.error = QSerialPort::PermissionError; // QSerialPort also reports this error for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
