@@ -20,7 +20,7 @@ namespace {
 constexpr int frameTime = 33; // ms between two pictures
 constexpr double maxZoom = 1000;
 constexpr double zoomStep = 1.5;
-constexpr int maxDescribed = 20; // events that one tool tip describes
+constexpr int maxDescribed = 20; // events that one tool tip describes at most
 
 } // namespace
 
