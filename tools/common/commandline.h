@@ -53,7 +53,8 @@ private:
     QCommandLineParser m_parser;
 };
 
-/// Makes the option --`name`. If `value` is not empty, the option takes a value, and the help calls it `value`.
+/// Makes the option --`name`. If `value` is not empty, the user gives a value after the option, and the help calls this
+/// value `value`.
 QCommandLineOption makeOption(const char *name, const QString &description, const char *value = "");
 
 } // namespace JwTools

@@ -9,7 +9,7 @@ namespace JwTools {
 namespace {
 
 const QLatin1String deviceFolder("/dev/");
-constexpr int mostLinks = 40; // the number of symbolic links that Linux follows; it ends a circle of links
+constexpr int mostLinks = 40; // Linux also follows at most 40 symbolic links, because links in a circle never end
 
 bool isDigit(QChar c)
 {

@@ -153,7 +153,7 @@ void BoardFinder::search()
         refreshSoon();
     });
     // deviceNotFound() may be emitted inside probe(), and several times: once for each missing type. So the search ends
-    // later.
+    // later, from the event loop.
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
     m_deadline.start(limit(types));
@@ -268,7 +268,7 @@ void BoardFinder::onBoardFound(JwDevice::Type type, const Board &held)
 
 void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 {
-    // The first list starts no search, because the first search has already tried these ports.
+    // The first list of ports starts no search, because the first search has already tried these ports.
     const bool came = m_systemPorts
         && std::any_of(ports.begin(), ports.end(), [this](const SystemPort &port) { return isWorthASearch(port); });
     for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {

@@ -115,7 +115,7 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
-                              polygon.size() < area.width()); // too slow for dense curves, which look the same
+                              polygon.size() < area.width()); // antialiasing is slow, and not seen on dense curves
         // A curve is one unit wide, which is several pixels on some screens. For a dense curve, such a wide pen takes a
         // hundred times as long as a pen of one pixel. So several thin lines are drawn side by side.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())

@@ -13,8 +13,8 @@ namespace JwMonitor {
 namespace {
 
 constexpr qint64 second = 1000000;
-constexpr int maxFields = 64; // per kind of sentence, because m_known has one bit of a quint64 for each field
-constexpr int maxKinds = 100; // of sentences; limited, because disturbed bytes look like new identifiers all the time
+constexpr int maxFields = 64; // fields of a sentence; m_known has one bit of a quint64 for each field
+constexpr int maxKinds = 100; // a limit, because disturbed bytes look like new kinds of sentences all the time
 
 bool readNumber(QStringView text, double *value)
 {

@@ -22,7 +22,7 @@ constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it 
 constexpr int labelCharacters = 26;
 constexpr int lastCharacters = 34; // space after the end of the search, for the text of the last sentence
 constexpr int sentenceReach =
-    100; // in heights of text; no text is wider, so a text that begins farther left of the view is not visible
+    100; // in heights of a row of text; no text is wider, so a text that begins farther left of the view is not visible
 constexpr int longestText = 200; // characters; no more sentences are added to a longer text
 constexpr double leastGap = 1; // pixels; a mark that is closer to the previous mark is not drawn
 constexpr double leastRoundGap = 3; // pixels between the marks of two rounds; a closer mark is not drawn
@@ -186,7 +186,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
     // A wait is the time from a query to its answer or time-out. Waits without a visible gap between them are drawn as
-    // one rectangle, because thousands of rectangles would take too long.
+    // one rectangle, because drawing thousands of rectangles would take too long.
     double begin = 0;
     double end = -1; // end of the rectangle that is not drawn yet; -1 if there is none
     Theme::Role waitRole = Theme::Waiting;

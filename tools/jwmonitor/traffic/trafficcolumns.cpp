@@ -107,7 +107,7 @@ QVector<TrafficColumn> makeColumns()
 
 const QVector<TrafficColumn> &trafficColumns()
 {
-    static const QVector<TrafficColumn> columns = makeColumns(); // at the first call, after main() has set up tr()
+    static const QVector<TrafficColumn> columns = makeColumns(); // not global, because tr() needs an application
     return columns;
 }
 

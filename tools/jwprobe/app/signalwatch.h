@@ -4,9 +4,9 @@
 
 namespace JwProbe {
 
-/// Turns the Unix signals SIGINT and SIGTERM into the Qt signal received(). If the program has not ended one second
-/// later, the process ends at once with the same exit status. This can happen because a write to a pipe that nobody
-/// reads blocks the event loop. Create only one object of this class.
+/// Turns the Unix signals SIGINT and SIGTERM into the Qt signal received(). If this object still exists one second
+/// after the Unix signal, the process ends at once with the same exit status. For example, this happens if a write to a
+/// full pipe blocks the event loop. Create only one object of this class.
 class SignalWatch : public QObject
 {
     Q_OBJECT

@@ -6,8 +6,8 @@
 
 namespace JwProbe {
 
-/// The lock file of a port, or something else at its path. Every user may write in the folder of lock files, so
-/// anything can be at the path.
+/// The lock file with which QSerialPort keeps other programs off a port, or something else at its path. Every user may
+/// write in the folder of lock files, so anything can be at the path.
 struct LockFile
 {
     QString path;

@@ -42,7 +42,7 @@ bool UdevDevice::isMarked(const char *property) const
 {
     if (!m_port)
         return false;
-    // There is no unref for `usb`, because m_port owns it.
+    // `usb` needs no udev_device_unref(), because m_port owns it.
     udev_device *usb = ::udev_device_get_parent_with_subsystem_devtype(m_port.get(), "usb", "usb_device");
     return isOne(m_port.get(), property) || isOne(usb, property);
 }

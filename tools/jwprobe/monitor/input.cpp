@@ -13,7 +13,7 @@ namespace JwProbe {
 namespace {
 
 constexpr int maxLine = 4096;
-constexpr int foregroundInterval = 200; // ms between two checks
+constexpr int foregroundInterval = 200; // ms between two checks whether this process is in the foreground
 
 } // namespace
 
@@ -36,8 +36,8 @@ void Input::listen()
     m_notifier->setEnabled(!m_paused && !m_atEnd);
 }
 
-// Returns whether the input is a terminal and this process is in its background. Then the process must not read,
-// because the system would stop it. For a file or a pipe, tcgetpgrp() fails and the result is false.
+// Returns whether the input is a terminal and this process is in the background of that terminal. Then the process must
+// not read, because the system would stop the process. For a file or a pipe, tcgetpgrp() fails and the result is false.
 bool Input::isInBackground() const
 {
     const pid_t foreground = ::tcgetpgrp(m_descriptor);
