@@ -26,8 +26,8 @@ namespace JwMonitor {
  * Finds the wanted boards, and finds lost boards again, from start() to stop(). A new search for the missing boards
  * starts when a port appears or a board is lost. The finder owns the boards that it finds.
  *
- * Each search uses its own Initializer, and deletes the Initializer at the end to free its ports. A search has a time
- * limit, because with a board of another type the Initializer never ends.
+ * Each search uses its own Initializer, and deletes the Initializer at the end to close its ports. A search has a time
+ * limit, because a board of another type keeps the Initializer's probe open without end.
  */
 class BoardFinder : public QObject
 {
@@ -64,10 +64,12 @@ Q_SIGNALS:
     void searchEnded();
     /// Emitted when ports() or boards() may have changed.
     void changed();
-    /// Emitted for each event of the running search, except on ports of boards that earlier searches found. Don't run
-    /// an event loop in the slot.
+    /// Emitted for each event on a port during the running search. Not emitted for ports of boards that earlier
+    /// searches found, because these ports are already open. Don't run an event loop in the slot, because the
+    /// Initializer is at work.
     void portEvent(const JwDevice::PortEvent &event);
-    /// Emitted with all reports of the running search, except for ports of boards that earlier searches found.
+    /// Emitted with all reports of the running search. They leave out the ports of boards that earlier searches found,
+    /// because these ports are already open.
     void reported(const QList<JwDevice::PortReport> &reports);
     void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
     void boardLost(const QString &port);
@@ -104,8 +106,8 @@ private:
     int m_leaving = 0; // number of ended Initializers that are not deleted yet, so they may still keep ports open
     JwDevice::Initializer *m_initializer = nullptr; // the Initializer of the running search; null if no search runs
     std::optional<QVector<SystemPort>> m_systemPorts;
-    QMap<QString, PortEntry> m_entries; // port name to the results of searches
-    QHash<QString, Board> m_held; // port name to the open board
+    QMap<QString, PortEntry> m_entries; // from the name of a port to the results of searches there
+    QHash<QString, Board> m_held; // from the name of a port to the open board there
     QMap<JwDevice::Type, BoardState> m_boards;
 };
 

@@ -15,7 +15,7 @@ struct PortEntry
     enum Stay {
         NoBoard, ///< no board was found
         Found, ///< a board was found and is still there
-        Lost, ///< the cable was pulled, or the port failed
+        Lost, ///< a board was found, then its cable was pulled or the port failed
         Back, ///< the board was lost and found again
     };
 

@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// A model that contains only those rows of a source model that pass a test. Unlike Qt's proxy models, the filter tests
-/// a large history in parts, and it can be paused.
+/// A model that contains only those rows of a source model that pass a test. Unlike QSortFilterProxyModel, the filter
+/// tests many rows in parts, so that the window can still react to the user. It can also be paused.
 class HistoryFilter : public QAbstractTableModel
 {
     Q_OBJECT
@@ -42,7 +42,7 @@ private:
     QAbstractItemModel *const m_source;
     HistoryScan m_scan;
     Test m_test;
-    std::deque<qint64> m_numbers; // numbers of the rows that passed the test, as HistoryScan counts them
+    std::deque<qint64> m_numbers; // numbers, as in HistoryScan, of the rows that passed the test
 };
 
 } // namespace JwMonitor

@@ -32,7 +32,7 @@ public:
 
     /// Sets the style of `app`, and sets its colours to `palette`.
     static void apply(QApplication &app, Palette palette);
-    /// Returns Dark or Light, by the brightness of `palette`. `palette` need not be one of the two sets.
+    /// Returns Dark or Light, by the brightness of `palette`. `palette` may be any palette, for example the desktop's.
     static Palette of(const QPalette &palette);
     /// Returns the colour for `role` that is readable on the background of `palette`.
     static QColor colour(const QPalette &palette, Role role);

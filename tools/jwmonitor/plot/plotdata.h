@@ -32,11 +32,11 @@ struct PlotSample
     double value;
 };
 
-/// Port name to the curve of the port.
+/// From the name of a port to the curve of the port.
 using PlotCurves = QMap<QString, std::deque<PlotSample>>;
 
-/// Computes the curves of one quantity from the payloads of the model. A payload with a bad checksum is counted in the
-/// rate, but its fields are ignored.
+/// Computes the curves of one quantity from the payloads of the model. The number of payloads per second includes
+/// payloads with a bad checksum. The fields of such payloads are ignored.
 class PlotData : public QObject
 {
     Q_OBJECT
@@ -72,7 +72,7 @@ private:
     PlotQuantity m_quantity;
     PlotCurves m_curves;
     QVector<PlotQuantity> m_fields;
-    QMap<Kind, quint64> m_known; // kind of sentence to bits: bit n is set if m_fields contains field n
+    QMap<Kind, quint64> m_known; // kind of sentence to its fields: bit n is set if m_fields has field n
 };
 
 } // namespace JwMonitor

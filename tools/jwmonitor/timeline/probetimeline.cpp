@@ -83,7 +83,7 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
     Q_EMIT changed();
 }
 
-/// Records the starts of new rounds. A round starts with its first event.
+/// Stores the start of a new retry round. A round starts with its first event.
 void ProbeTimeline::startRounds(const PortEvent &event)
 {
     while (m_rounds.size() < static_cast<int>(event.round))

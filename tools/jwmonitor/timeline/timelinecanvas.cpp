@@ -17,10 +17,10 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int frameTime = 33; // ms between two pictures
+constexpr int frameTime = 33; // ms between two updates of the view
 constexpr double maxZoom = 1000;
 constexpr double zoomStep = 1.5;
-constexpr int maxDescribed = 20; // events that one tool tip describes
+constexpr int maxDescribed = 20; // events that one tool tip describes at most
 
 } // namespace
 

@@ -9,8 +9,9 @@ namespace JwMonitor {
 
 /// The model of all payloads, oldest first. A payload is decoded only when a view shows it.
 ///
-/// The model updates the progress of the newest 1000 sent payloads only. The ids start at 1 again when a lost board is
-/// found again. So several payloads can have the same id; the functions below mean the newest of them.
+/// The model updates the progress of the newest 1000 sent payloads only. When a lost board is found again, it has a new
+/// Communicator, whose ids start at 1 again. So several payloads can have the same id. The functions below with an id
+/// change the newest of these payloads.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT
@@ -39,7 +40,7 @@ private:
     QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
-    std::deque<qint64> m_sent; // numbers of the newest sent payloads, whose progress is updated
+    std::deque<qint64> m_sent; // numbers (see append()) of the newest sent payloads, whose progress is updated
 };
 
 } // namespace JwMonitor

@@ -10,8 +10,8 @@ enum class Direction { Received, Sent };
 /// The progress of a sent payload. The values are in order; the model never returns to an earlier value.
 enum class Transfer {
     None, ///< the payload was received, not sent
-    Waiting, ///< the port still has bytes of the payload
-    Taken, ///< the system took all bytes of the payload
+    Waiting, ///< the port still has bytes of the payload that the system has not taken
+    Taken, ///< the system took all bytes of the payload from the port
     Transferred, ///< the Communicator reported the payload as transferred
     Lost, ///< the payload still waited when the board was lost or closed
 };

@@ -17,8 +17,8 @@ class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
-/// Shows the table of payloads, with filters and buttons for raw payloads, pausing and saving. The keys are in
-/// actions(), so that a parent widget can add them too.
+/// Shows the table of payloads, with filters and buttons, for example for raw payloads, pausing and saving. The actions
+/// with keyboard shortcuts are in actions(), so that a parent widget can add these actions too.
 class TrafficView : public QWidget
 {
     Q_OBJECT

@@ -15,12 +15,13 @@ namespace JwProbe {
 
 namespace {
 
-// The number must be below 73, because the system's rules with number 73 use the tag "uaccess" that these rules set.
+// udev reads rules files in the order of their names. The number must be below 73, because a file of the system with
+// number 73 uses the tag "uaccess" that our rules set.
 const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
 const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 
-// Returns the command with which the user started this program. A bare name may not work, because the program may be
-// outside of PATH.
+// Returns the command with which the user started this program, quoted for the shell. The name "jwprobe" alone may not
+// work, because the program may be outside of PATH.
 QString thisProgram()
 {
     QString word = QCoreApplication::arguments().value(0);

@@ -64,7 +64,7 @@ private:
     QList<PortIdentity> m_ports; // the ports that this search probes
     QList<Diagnosis> m_refused; // candidates that the search does not open, with the reasons
     QList<Board *> m_boards;
-    QList<JwDevice::Type> m_open; // wanted types that are neither found nor reported as missing
+    QList<JwDevice::Type> m_open; // wanted types that are not yet found or reported as missing
 };
 
 } // namespace JwProbe
