@@ -53,8 +53,8 @@ private:
     QCommandLineParser m_parser;
 };
 
-/// Makes the option --`name`. If `value` is not empty, the user gives a value after the option, and the help calls this
-/// value `value`.
+/// Makes the option --`name`. If `value` is not empty, the option takes a value. The help then shows the text `value`,
+/// for example "MS", in its place.
 QCommandLineOption makeOption(const char *name, const QString &description, const char *value = "");
 
 } // namespace JwTools

@@ -56,7 +56,8 @@ int main(int argc, char **argv)
     QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
-    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // again, without Qt's own options
+    // Qt's own options, for example -platform, were an error in the first call. QApplication has removed them.
+    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error);
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
     if (isBlind)

@@ -17,9 +17,10 @@ namespace JwMonitor {
 namespace {
 
 constexpr int spareTime = 1500; // ms that a search may last beyond its rounds, because ports open slowly
-constexpr int refreshInterval = 100; // ms between two looks at the port reports; port events are not delayed
+constexpr int refreshInterval =
+    100; // ms between two readings of the port reports; after a port event they are read at once
 constexpr int settleTime =
-    200; // ms from a change to the next search, so that one search tries all ports that appear together
+    200; // ms from a new port or a lost board to the next search; ports that appear together get one search
 
 bool isSettled(const JwDevice::PortReport &report)
 {
@@ -41,7 +42,7 @@ bool isTaken(const PortEntry &entry)
 {
     return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
         && entry.report->verdict != JwDevice::PortReport::Lost
-        && entry.report->error != QSerialPort::DeviceNotFoundError; // the port disappeared during the search
+        && entry.report->error != QSerialPort::DeviceNotFoundError; // this error means that the port disappeared
 }
 
 } // namespace
@@ -309,8 +310,8 @@ void BoardFinder::lose(const QString &portName)
     entry.milliseconds = -1;
     entry.report.reset();
     m_boards[entry.type] = {BoardState::Lost, portName};
-    // The port may disappear and appear again between two looks of m_watcher, which then sees no change. Without the
-    // port in m_systemPorts, the port counts as new at the next look, so that a search starts.
+    // The port may disappear and appear again between two looks of m_watcher, which then sees no change. So the port is
+    // removed from m_systemPorts here. If the system lists it at the next look, it counts as new and a search starts.
     if (m_systemPorts) {
         const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
         m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());

@@ -39,7 +39,7 @@ public:
     {
         enum Stage { Missing, Looking, Found, Lost, Back };
         Stage stage = Missing;
-        QString port; ///< name of the port where the board is, or was before it was lost
+        QString port; ///< name of the port where the board is, or was before it was lost; else empty
     };
 
     explicit BoardFinder(QObject *parent = nullptr);
@@ -65,11 +65,12 @@ Q_SIGNALS:
     /// Emitted when ports() or boards() may have changed.
     void changed();
     /// Emitted for each event on a port during the running search. Not emitted for ports of boards that earlier
-    /// searches found, because these ports are already open. Don't run an event loop in the slot, because the
-    /// Initializer is at work.
+    /// searches found, because these ports are already open. Don't run an event loop in the slot, because the slot runs
+    /// in the middle of a function of the Initializer.
     void portEvent(const JwDevice::PortEvent &event);
-    /// Emitted with all reports of the running search. They leave out the ports of boards that earlier searches found,
-    /// because these ports are already open.
+    /// Emitted every 100 ms while a search runs, and soon after each portEvent(). `reports` has one report for each
+    /// port that the search tries. It has no report for the ports of boards that earlier searches found, because these
+    /// ports are already open.
     void reported(const QList<JwDevice::PortReport> &reports);
     void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
     void boardLost(const QString &port);
@@ -77,7 +78,7 @@ Q_SIGNALS:
 private:
     struct Board
     {
-        JwDevice::Communicator *communicator; // a child of the port
+        JwDevice::Communicator *communicator; // a QObject child of `port`, so deleted together with it
         QSerialPort *port;
     };
 
@@ -98,16 +99,16 @@ private:
     PortWatcher m_watcher;
     QTimer m_deadline;
     QTimer m_refreshTimer;
-    QTimer m_againTimer; // starts the next search from the event loop, because a signal of a port is not safe for that
+    QTimer m_againTimer; // starts the next search later, because a slot for a signal of a port must not start it
     QElapsedTimer m_clock;
     JwTools::SearchSettings m_settings;
     bool m_isStarted = false;
-    bool m_isDue = false; // a new search starts when the running search has ended and its ports are free
+    bool m_isDue = false; // whether a new search starts when the running search has ended and its ports are free
     int m_leaving = 0; // number of ended Initializers that are not deleted yet, so they may still keep ports open
     JwDevice::Initializer *m_initializer = nullptr; // the Initializer of the running search; null if no search runs
     std::optional<QVector<SystemPort>> m_systemPorts;
-    QMap<QString, PortEntry> m_entries; // from the name of a port to the results of searches there
-    QHash<QString, Board> m_held; // from the name of a port to the open board there
+    QMap<QString, PortEntry> m_entries; // key: name of a port that a search has tried
+    QHash<QString, Board> m_held; // the boards whose ports are open; key: name of the port
     QMap<JwDevice::Type, BoardState> m_boards;
 };
 

@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// The base of models that append records and keep only the newest records. New records wait and become rows together,
-/// at most once in batchMs milliseconds. So a view does not update for each record.
+/// The base of models that append records and keep only the newest maxRows records. New records wait and become rows
+/// together, at most once in batchMs milliseconds. So a view does not update for each record.
 template <typename Record>
 class HistoryModel : public QAbstractTableModel
 {

@@ -42,7 +42,7 @@ private:
     QTimer m_turn;
     qint64 m_firstNumber;
     qint64 m_next; // number of the next row to visit
-    qint64 m_end; // while paused: number of the first row that the scan does not visit
+    qint64 m_end; // number of the first row that the scan may not visit; the largest qint64 if not paused
     bool m_paused;
 };
 

@@ -18,7 +18,7 @@ public:
     /// Calls `wake` when the first record after a take() arrives. The call is made in the thread that logs.
     explicit LogSink(const std::function<void()> &wake);
 
-    /// Stops the calls of `wake`. After this function has returned, `wake` is not called any more.
+    /// After this function has returned, no thread calls `wake` any more.
     void silence();
     /// Removes and returns all records.
     QVector<LogRecord> take();

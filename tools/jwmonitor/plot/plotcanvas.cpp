@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr char usualLabel[] = "-00000000"; // least space for numbers beside the axis, so that the plot doesn't move
+constexpr char usualLabel[] = "-00000000"; // least space for axis numbers, so that longer numbers don't move the plot
 
 QString valueText(double value)
 {
@@ -116,8 +116,9 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
                               polygon.size() < area.width()); // antialiasing is slow, and not seen on dense curves
-        // A curve is one unit wide, which is several pixels on some screens. For a dense curve, such a wide pen takes a
-        // hundred times as long as a pen of one pixel. So several thin lines are drawn side by side.
+        // A curve is one unit of Qt's coordinates wide. On a screen of high resolution, that is more than one pixel.
+        // But for a dense curve, such a wide pen takes a hundred times as long as a pen of one pixel. So lines of one
+        // pixel are drawn side by side.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
             painter.drawPolyline(polygon.translated(shift, shift));
         if (polygon.size() > area.width() / 20)

@@ -14,7 +14,7 @@ namespace {
 
 constexpr qint64 second = 1000000;
 constexpr int maxFields = 64; // fields of a sentence; m_known has one bit of a quint64 for each field
-constexpr int maxKinds = 100; // a limit, because disturbed bytes look like new kinds of sentences all the time
+constexpr int maxKinds = 100; // kinds of sentences; limited, because each disturbed sentence can look like a new kind
 
 bool readNumber(QStringView text, double *value)
 {
@@ -84,7 +84,7 @@ void PlotData::count(const TrafficRecord &record, qint64 number)
         ++samples.back().value;
         return;
     }
-    if (!samples.empty()) { // if seconds had no payload, the first and the last of them get the value 0
+    if (!samples.empty()) { // of the seconds that passed without a payload, the first and the last get the value 0
         const qint64 firstIdle = samples.back().timeUs + second;
         if (firstIdle < begin)
             samples.push_back({number, firstIdle, 0});

@@ -49,7 +49,7 @@ private:
     QLabel *const m_message;
     HistoryFilter *const m_sent;
     HistoryTable *const m_table;
-    QHash<QString, SendLedger *> m_ledgers; // from the name of a port to the ledger of its board
+    QHash<QString, SendLedger *> m_ledgers; // key: name of the port on which the board is
     bool m_messageIsFault;
 };
 

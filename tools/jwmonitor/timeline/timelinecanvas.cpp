@@ -35,7 +35,7 @@ TimelineCanvas::TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent)
     m_clock.setInterval(frameTime);
     connect(&m_clock, &QTimer::timeout, this, &TimelineCanvas::refresh);
     connect(m_timeline, &ProbeTimeline::changed, this, [this] {
-        followMark(); // at once, because Qt may paint before m_clock fires
+        followMark(); // at once: Qt may paint before m_clock fires, and the marked event may be gone
         if (!m_clock.isActive())
             m_clock.start();
     });

@@ -20,11 +20,11 @@ namespace {
 
 constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it took this long
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // space after the end of the search, for the text of the last sentence
+constexpr int lastCharacters = 34; // space after the end of the search, in characters, for the last sentence
 constexpr int sentenceReach =
-    100; // in heights of a row of text; no text is wider, so a text that begins farther left of the view is not visible
-constexpr int longestText = 200; // characters; no more sentences are added to a longer text
-constexpr double leastGap = 1; // pixels; a mark that is closer to the previous mark is not drawn
+    100; // times the height of a row; no text is wider, so a text that begins farther left never reaches the view
+constexpr int longestText = 200; // characters; sentences close together are joined until their text is this long
+constexpr double leastGap = 1; // pixels; two waits, or two markers of one kind, that are closer are drawn as one
 constexpr double leastRoundGap = 3; // pixels between the marks of two rounds; a closer mark is not drawn
 
 /// Returns the ms between two marks of the axis: the smallest number that is at least `least` and is 1, 2 or 5 times a

@@ -37,7 +37,7 @@ public:
     /// Returns the error that the library's parser finds in a received payload. Empty if there is no error.
     QString fault(const QString &payload) const;
 
-    /// Returns the name of a field. `index` counts from 0.
+    /// Returns the name that decode() gives to the field at `index`, which counts from 0.
     QString fieldName(const QString &identifier, Direction direction, int index) const;
 
     /// Returns only the identifier. Faster than decode().

@@ -39,7 +39,7 @@ void setHandler(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // so that a write that the signal interrupts continues
+    action.sa_flags = SA_RESTART; // so that a write continues after the signal has interrupted it
     sigset_t signalSet;
     sigemptyset(&signalSet);
     for (const int number : {SIGINT, SIGTERM, SIGALRM}) {

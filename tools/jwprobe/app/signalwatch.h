@@ -5,8 +5,8 @@
 namespace JwProbe {
 
 /// Turns the Unix signals SIGINT and SIGTERM into the Qt signal received(). If this object still exists one second
-/// after the Unix signal, the process ends at once with the same exit status. For example, this happens if a write to a
-/// full pipe blocks the event loop. Create only one object of this class.
+/// after the Unix signal, the process ends at once, with the exit status that received() would report. For example,
+/// this happens if a write to a full pipe blocks the event loop. Create only one object of this class.
 class SignalWatch : public QObject
 {
     Q_OBJECT

@@ -22,7 +22,7 @@ QString obstacleState(Obstacle::Kind kind);
 QList<Obstacle> tryToOpen(const PortIdentity &port);
 
 /// Returns one obstacle for each other program that has the port open. Call this only if tryToOpen() found no obstacle,
-/// because the obstacles say that this program can open the port too.
+/// because the returned obstacles say that this program can open the port too.
 QList<Obstacle> findSharers(const PortIdentity &port);
 
 /// Returns why QSerialPort just failed to open the port. `openError` is the error of QSerialPort. If nothing else

@@ -34,8 +34,8 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-// Returns whether the process has the port open. Uses fstat() on a descriptor, because for a simulated port stat() of
-// the path returns another device number.
+// Returns whether the process has the port open. Uses fstat() on a descriptor, because the simulator changes the device
+// number that stat() returns for the path of a simulated port.
 bool hasOpen(qint64 pid, const QString &location)
 {
     const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);
@@ -81,8 +81,8 @@ Obstacle lockLeftBehind(const LockFile &lock)
         {QStringLiteral("That process is gone. Remove the file:"), QStringLiteral("    sudo rm %1").arg(lock.path)}};
 }
 
-// Makes the obstacle for a lock file that names a process without the port open. Anybody can write any process number
-// into a lock file. So the advice neither ends the process nor removes the file.
+// Makes the obstacle for a lock file that names a living process that does not seem to have the port open. Anybody can
+// write any process number into a lock file. So the advice has no command that ends the process or removes the file.
 Obstacle lockOfUnseenHolder(const LockFile &lock, const PortIdentity &port)
 {
     return {Obstacle::Held,

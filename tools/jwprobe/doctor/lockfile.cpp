@@ -22,7 +22,7 @@ namespace JwProbe {
 namespace {
 
 constexpr qint64 staleLockTime = 30000; // ms; an older lock file is stale; this is the default of QLockFile
-constexpr qint64 largestLockFile = 4096; // bytes; a lock file has at most five short lines, so a larger file is none
+constexpr qint64 largestLockFile = 4096; // bytes; a lock file has at most five short lines, so it is never larger
 
 // Returns the path of the lock file that QSerialPort uses for the port. The lock file is in the first folder where it
 // exists or can be created.
@@ -98,7 +98,8 @@ bool isOfAnotherMachine(const QStringList &lines)
 }
 
 // Returns the data in `text`, which is the content of a lock file. The content starts with a process number. Some
-// serial programs write a program name and a user name after the number, so the pattern allows more text.
+// serial programs, for example minicom, write their name and the user's name on the same line. So the pattern allows
+// more text after the number.
 LockFile readLock(const QString &path, const QByteArray &text)
 {
     LockFile lock;
@@ -114,12 +115,13 @@ LockFile readLock(const QString &path, const QByteArray &text)
     return lock;
 }
 
-// Returns whether QLockFile would ignore the lock file as stale. The file is stale if it is too old. It is also stale
-// if its process is gone, runs another program than the file names, or runs a program that is not known.
+// Returns whether QLockFile would ignore the lock file as stale. A file is stale if it is older than staleLockTime. A
+// file that names a process of this machine is also stale if that process is gone, runs another program than the file
+// names, or runs a program whose name can't be read.
 bool isStale(const struct stat &status, const QByteArray &text)
 {
     const QStringList lines = linesAsQLockFileReads(text);
-    const qint64 pid = lines.value(0).toLongLong(); // 0 if the line contains more than a number
+    const qint64 pid = lines.value(0).toLongLong(); // as in QLockFile: 0 if the line contains more than a number
     if (pid > 0 && !isOfAnotherMachine(lines)) {
         const QString name = isAlive(pid) ? executableName(pid) : QString();
         if (name.isEmpty() || name != lines.value(1))

@@ -6,8 +6,8 @@
 
 namespace JwProbe {
 
-/// The lock file with which QSerialPort keeps other programs off a port, or something else at its path. Every user may
-/// write in the folder of lock files, so anything can be at the path.
+/// The lock file with which QSerialPort stops other programs from opening a port, or something else that is at the path
+/// of the lock file. Every user may write in the folder of lock files, so anything can be at the path.
 struct LockFile
 {
     QString path;

@@ -37,8 +37,8 @@ bool isPossiblePid(qint64 pid)
     return pid >= 1 && pid <= highest;
 }
 
-// Checks the number first, because pid_t has fewer bits. A number that is too large would become the number of another
-// process, or of a group of processes.
+// Checks the number first, because pid_t has fewer bits than qint64. A number that is too large would become the number
+// of another process, or of a group of processes.
 bool isAlive(qint64 pid)
 {
     if (!isPossiblePid(pid))

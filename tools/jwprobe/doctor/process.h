@@ -14,7 +14,8 @@ bool isPossiblePid(qint64 pid);
 /// Returns whether the process exists. False for an impossible number.
 bool isAlive(qint64 pid);
 
-/// Returns the short name of the program that a process runs, in printable form. Empty if the name is not known.
+/// Returns the name that the kernel shows for a process, at most 15 characters, in printable form. Empty if the name is
+/// not known.
 QString programName(qint64 pid);
 
 /// Returns the name of the file that a process runs. Empty if it is not known, for example for another user's process.

@@ -15,8 +15,8 @@ namespace JwProbe {
 
 namespace {
 
-// udev reads rules files in the order of their names. The number must be below 73, because a file of the system with
-// number 73 uses the tag "uaccess" that our rules set.
+// udev reads rules files in the order of their names. Our rules set the tag "uaccess", and the system's file
+// 73-seat-late.rules reads this tag. So the number at the start of our file names must be below 73.
 const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
 const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 

@@ -10,11 +10,11 @@ struct PortIdentity;
 QString udevRules();
 
 /// Returns the path of the first rules file that allows everybody, or the user at the machine, to open this port. Empty
-/// if there is no such file. Ignores rules that name neither the port's vendor id nor its manufacturer.
+/// if there is no such file. Only rules that name the port's vendor id or its manufacturer count.
 QString findAccessRule(const PortIdentity &port);
 
 /// Returns the path of the first rules file that makes ModemManager ignore this port. Empty if there is no such file.
-/// Ignores rules that name neither the port's vendor id nor its manufacturer.
+/// Only rules that name the port's vendor id or its manufacturer count.
 QString findModemManagerRule(const PortIdentity &port);
 
 /// Returns shell commands, as lines of advice, that install rules for this port. The rules allow the user at the

@@ -22,7 +22,7 @@ public:
 Q_SIGNALS:
     /// Emitted for each line, and at the end for a last line without a line end. `text` has no line end.
     void line(const QString &text);
-    /// Emitted when too many bytes arrived without a line end. These `bytes` bytes were dropped.
+    /// Emitted when more than 4096 bytes arrived without a line end. All of them are dropped; `bytes` is their number.
     void tooLong(int bytes);
 
 private:

@@ -81,7 +81,7 @@ void Monitor::watchOutput()
     if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
         return;
     auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
-                                         this); // a pipe's write end has nothing to read: reports only a lost reader
+                                         this); // a write end has no data to read, so this reports only a lost reader
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
         std::raise(SIGPIPE); // the signal that a write without a reader causes

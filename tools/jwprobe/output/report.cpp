@@ -49,7 +49,7 @@ QString boardTable(const SearchResult &result, int width)
     return table.toText(width);
 }
 
-// Returns the advice for missing boards that is not about a single port.
+// Returns the advice that follows the table if boards are missing. Advice about a single port is in its Diagnosis.
 QStringList generalAdvice(const SearchResult &result)
 {
     if (result.missing.isEmpty())

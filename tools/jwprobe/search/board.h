@@ -26,7 +26,8 @@ public:
     /// about this port. `milliseconds` is the time from the start of the search to now.
     Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
           double milliseconds);
-    /// Don't delete a board inside a slot of one of its signals, because the Communicator or the port may be emitting.
+    /// Deletes the Communicator and the port. Don't delete a board inside a slot of readyRead() or lost(), because the
+    /// Communicator or the port may still be emitting the signal that caused it.
     ~Board() override;
 
     JwDevice::Type type() const { return m_report.type; }

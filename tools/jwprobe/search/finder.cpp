@@ -29,8 +29,9 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     return found != reports.end() ? *found : PortReport();
 }
 
-// Makes the diagnosis of a port that the search does not open. `trap` says that something else, for example a named
-// pipe, is at the path of the lock file. QSerialPort would then wait longer than the deadline.
+// Makes the diagnosis of a port that the search does not open. `trap` says that something other than a lock file, for
+// example a named pipe, is at the path of the lock file. If the search opened the port, QSerialPort could wait for
+// ever, and the deadline could not end the search.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
@@ -150,7 +151,7 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    // A port that was plugged in late, just before the search, is not in m_ports.
+    // start() lists the ports just before the Initializer does. A port that appears in between is not in m_ports.
     return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name));
 }
 

@@ -15,8 +15,9 @@ struct ListedPort
     QString reason; ///< why a search probes the port, or why it does not
 };
 
-/// Returns all ports of the system, sorted by name, and whether a search would probe each port. With names in `named`,
-/// a search probes these ports. If `named` is empty, a search probes the candidates, see JwDevice::isCandidate().
+/// Returns all ports of the system, sorted by name, and whether a search would probe each port. If `named` contains
+/// names, a search probes the ports with these names. If `named` is empty, a search probes the candidates, see
+/// JwDevice::isCandidate().
 QList<ListedPort> listPorts(const QStringList &named);
 
 /// Returns the ports that a search would probe, including names in `named` that the system doesn't know.
