@@ -42,7 +42,8 @@ QByteArray dirt(Dirt kind, std::mt19937 &random)
     return bytes;
 }
 
-/// Returns good sentences, each with dirt of `kind` before it. If `kind` is Kinds, the kinds alternate, including None.
+/// Returns good sentences, each with dirt of `kind` before it. If `kind` is Kinds, the dirt alternates: None,
+/// Garbage, Truncated, WrongChecksum, and again None.
 QByteArray stream(Dirt kind)
 {
     std::mt19937 random(1);

@@ -77,10 +77,10 @@ public:
     /// Communicator keeps only the newest six payloads.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Takes a received payload like the function above, and parses it into `session`. `session` must be of the class
-     * that the parser expects. Call `session->clear()` first.
+     * Takes the received payload with `id`, or the oldest if `id` is 0, and parses it into `session`. `session` must be
+     * of the class that the parser expects. Call `session->clear()` first.
      *
-     * Returns true if there was such a payload, even if it could not be parsed. If no parser is attached, or the parser
+     * Returns true if the payload was there, even if it could not be parsed. If no parser is attached, or the parser
      * throws Nmea::Exception, the payload is lost and an error is logged. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);

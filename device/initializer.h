@@ -52,8 +52,8 @@ class SessionInit;
  * emit deviceNotFound() while it waits. So limit the probe with your own timer that deletes the Initializer.
  *
  * If a port is lost during the probe, the Initializer closes the port (see PortErrors). Normally, the lost port times
- * out like a silent port. But if its board had already answered in time as another type, the probe still waits for this
- * port, so the probe does not end.
+ * out like a silent port. But if a board of another type had already answered on this port in time, the probe waits for
+ * the lost port without limit.
  *
  * The Initializer works in the event loop of its thread. Receivers of its signals may do anything, for example run an
  * event loop. But a receiver of deviceInitialized() must not delete the Initializer; call QObject::deleteLater()
@@ -85,9 +85,10 @@ public:
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
-    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. The rounds of all probes of
-    /// this Initializer are counted together. If you call this function during a probe, the new value is used when the
-    /// running round ends. After deviceNotFound(), the new value has no effect. Returns the previous value.
+    /// Sets the largest number of retry rounds. A retry round asks all ports again that were not handed over, because a
+    /// wanted type is missing. The default is 3. The rounds of all probes of this Initializer are counted together. If
+    /// you call this function during a probe, the new value is used when the running round ends. After
+    /// deviceNotFound(), the new value has no effect. Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
     /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty

@@ -27,7 +27,9 @@ struct PortEvent
     uint round = 0; ///< number of retry rounds so far, over all probes of the Initializer; 0 before the first retry
     QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
     QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
-    Type type = Unknown; ///< for Answered and HandedOver: the type of board that sends the sentence; else Unknown
+    /// For Answered, the type of board that sends the sentence, or Unknown if no board sends it. For HandedOver, the
+    /// type of the board on the port. Unknown for the other kinds.
+    Type type = Unknown;
 };
 
 } // namespace JwDevice

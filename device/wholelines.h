@@ -21,10 +21,10 @@ public:
 
     virtual ~WholeLinesBase();
 
-    /// Returns whether bytes after the last line end are held back. True by default.
+    /// Returns whether bytesAvailable() leaves out the bytes after the last line end. True by default.
     bool wholeLines() const { return m_wholeLines; }
-    /// Sets whether bytes after the last line end are held back. You may call this at any time: no byte is lost, and no
-    /// signal is emitted.
+    /// Sets whether bytesAvailable() leaves out the bytes after the last line end. You may call this function at any
+    /// time: no byte is lost, and no signal is emitted.
     void setWholeLines(bool wholeLines) { m_wholeLines = wholeLines; }
 
     /// Returns the number of all bytes that can be read, including bytes that are held back.

@@ -60,7 +60,8 @@ SessionInit sessionFromInput(const Direction &direction, QString text)
     return session;
 }
 
-/// Returns the expected checksum. build() writes a checksum of 0x80 or more in a form that parse() refuses.
+/// Returns the checksum that `sentence` should have. If it is 0x80 or more, build() writes it in a form that parse()
+/// refuses.
 int checksumOf(const QString &sentence)
 {
     int checksum = 0;

@@ -32,7 +32,7 @@ struct JournalEntry
  *
  * Testbed::add() makes the board, and the Testbed owns it. The board belongs to the thread that called add(). It
  * answers in the event loop of this thread. All its delays are QTimers, so it never blocks the thread. The times in the
- * journal and of pullTime() are measured.
+ * journal and the result of pullTime() are read from a clock, so they also contain delays of a slow machine.
  *
  * \code
  * JwSimulator::Testbed testbed;
@@ -114,7 +114,8 @@ private:
     BoardConfig m_config;
     const QElapsedTimer &m_clock;
     const std::unique_ptr<Port> m_port;
-    Line *m_line = nullptr; // child of this object; null while the cable is pulled or the port is denied
+    // Child of this object. Null while the cable is pulled, and always if BoardConfig::open is Denied.
+    Line *m_line = nullptr;
     bool m_plugged = false;
     int m_queries = 0;
     qint64 m_bytesSent = 0;
