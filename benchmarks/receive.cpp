@@ -17,7 +17,7 @@ constexpr int goodSentences = 640;
 
 enum Dirt { None, Garbage, Truncated, WrongChecksum, Kinds };
 
-/// Returns bytes to put before a good sentence. The Communicator must still find that sentence.
+/// Returns bad text of `kind`, empty for None. A Communicator must find the good sentence that follows this text.
 QByteArray dirt(Dirt kind, std::mt19937 &random)
 {
     QByteArray bytes;

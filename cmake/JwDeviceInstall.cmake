@@ -1,5 +1,6 @@
-# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links, static
-# libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
+# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links to
+# the shared libraries, static libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual
+# pages and completions).
 include(CMakePackageConfigHelpers)
 
 # On Debian, libraries go to a folder for the processor (lib/x86_64-linux-gnu on a PC), because Debian's tools search

@@ -91,9 +91,10 @@ public:
     /// deviceNotFound(), the new value has no effect. Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
-    /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty
-    /// before probe(). The reports show why a board was not found. After the end of the probe, the reports change only
-    /// if a port that was not handed over is lost. The report of a port that was handed over does not change any more.
+    /// Returns a report for each port of the newest probe(), in the order in which probe() tries the ports. Empty
+    /// before the first probe(). The reports show why a board was not found. After the end of the probe, the reports
+    /// change only if a port that was not handed over is lost. The report of a port that was handed over does not
+    /// change any more.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
@@ -134,7 +135,7 @@ public Q_SLOTS: // called by signals of ports and timers; applications don't cal
     void boardReadyRead(QObject *object);
     /// Handles the end of the reply time of the probed Communicator `object`.
     void readTimeout(QObject *object);
-    /// Opens the candidate ports and queries them.
+    /// Opens the ports of the probe, and writes the queries to them.
     void probeStage2();
 
 private:

@@ -25,7 +25,7 @@ struct PortEvent
     QString portName; ///< for example "ttyACM0"
     qint64 nanoseconds = 0; ///< time since the newest call of probe()
     uint round = 0; ///< number of retry rounds so far, over all probes of the Initializer; 0 before the first retry
-    QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
+    QString text; ///< the `text` that Kind describes, without line end; empty for kinds without a text
     QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
     /// For Answered, the type of board that sends the sentence, or Unknown if no board sends it. For HandedOver, the
     /// type of the board on the port. Unknown for the other kinds.

@@ -8,8 +8,8 @@
 
 namespace JwDevice {
 
-/// The result of a probe on one candidate port. See Initializer::portReports(). The report is a copy, so it does not
-/// change while the probe continues.
+/// The result of a probe on one port. See Initializer::portReports(). The report is a copy, so it does not change
+/// while the probe continues.
 struct PortReport
 {
     /// The state of the port in the probe. verdictName() returns the names.

@@ -19,7 +19,7 @@ struct JournalEntry
 {
     /// The direction in which the bytes travelled.
     enum Direction {
-        Received, ///< from the host: one line of text with its line feed, or the start of a line without its end
+        Received, ///< from the host: one line of text with its line feed, or a line whose end has not arrived
         Sent ///< from the board: a reply, a chunk of a reply, or the bytes of one call of send()
     };
     Direction direction; ///< direction in which the bytes travelled
@@ -56,8 +56,8 @@ public:
     QString portName() const { return m_config.port; }
 
     /// Sends `bytes` unchanged, at the speed of the serial line, after all bytes that still wait to be sent. The board
-    /// keeps the bytes until the host reads them. Returns false if the cable is pulled, or if BoardConfig::open is
-    /// Denied.
+    /// keeps the bytes until the host reads them. Returns false if the cable is pulled, or is about to be pulled
+    /// because of BoardConfig::pullAfterBytes, or if BoardConfig::open is Denied.
     bool send(const QByteArray &bytes);
 
     /// Pulls the cable. The system then removes the device, and a port that the host has open reports an error. Bytes
