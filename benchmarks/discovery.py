@@ -15,7 +15,8 @@ LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
 def boards(kinds, line="", delay=0):
-    # The port names contain the process id, because two runs at the same time need different names.
+    # Two runs at the same time need different port names, so the names contain the process id, with a letter for each
+    # digit.
     letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
     return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 

@@ -1,6 +1,7 @@
 // Many boards send in pieces at the same time, at the full speed of their serial lines. This program checks that each
-// payload arrives complete at its own Communicator. It measures how much of one processor core three kinds of work
-// need: only reading the ports, a Communicator on each port, and also parsing each payload. Writes JSON.
+// payload arrives complete at its own Communicator. It measures how much of one processor core each of three kinds of
+// work needs: only to read the ports; to read them with Communicators; to read them with Communicators and parse each
+// payload. Writes JSON.
 #include "ptyline.h"
 #include "sentences.h"
 

@@ -40,7 +40,8 @@ struct PtyLine
     const std::unique_ptr<QSerialPort> port;
 };
 
-/// Reads and drops all available bytes. An application can't do less work with a port. Returns the number of bytes.
+/// Reads and drops all available bytes. This is the least work that an application can do with a port. Returns the
+/// number of bytes.
 inline qint64 readAndDrop(QSerialPort *port)
 {
     char bytes[1024];

@@ -112,8 +112,8 @@ class Lot:
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
         # `floor` contains the time in which openAll() of discovery.cpp opened the ports, `told` the time in which the
-        # probe opened them. Other programs delay these two differently, so `overFloor` below compares the lowest
-        # values, which have the least delay.
+        # probe opened them. Programs that run at the same time delay the two times differently, so `overFloor`
+        # below compares the lowest values, which have the least delay.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])
@@ -251,8 +251,8 @@ def targets(benchmarks, lots, shares, streaming):
             rows.append(atMost(f"boards on all 48 ports, after the last open{how}", full.afterLastOpen, 10, "ms"))
         worst = max((lot(f"one board, {place}", 48, line) for place in ("first", "middle", "last")),
                     key=lambda one: one.afterLastOpen.median)
-        # The value is the time since the last port was opened. If this is the port with the board, the value contains
-        # the time of query and answer on the serial line.
+        # The value is the time since the last port was opened. If the board is on the last port, the value contains the
+        # time that query and answer take on the serial line.
         rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen,
                            round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if line else "ms"))
     everywhere = [one for one in lots if one.title == "boards on all"]

@@ -1,9 +1,11 @@
-# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links, static
-# libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
+# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links to
+# the shared libraries, static libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual
+# pages and completions).
 include(CMakePackageConfigHelpers)
 
-# On Debian, libraries go to Debian's own folder (lib/x86_64-linux-gnu on a PC), with every prefix, because Debian's
-# tools search this folder. The Debian packages are made from the same install tree.
+# On Debian, libraries go to a folder for the processor (lib/x86_64-linux-gnu on a PC), because Debian's tools search
+# this folder. GNUInstallDirs chooses the folder only for the prefix /usr. Here it is chosen for every prefix, because
+# cpack makes the Debian packages, which have the prefix /usr, from a build with any prefix.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")

@@ -7,10 +7,11 @@ endif()
 # jwdevice_target(<target>)
 # Sets the properties that all targets of this project share.
 #
-# -Wnon-virtual-dtor is on for the libraries, because applications that use this warning include the headers, and the
-# headers must not cause warnings. All other targets don't use it, because each class that they derive from a record or
-# from ParserAbstract would need a pragma. These base classes have virtual functions, but no virtual destructor, because
-# nobody deletes objects through them. If code does, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
+# Only the libraries use the warning -Wnon-virtual-dtor. Applications may use this warning, and the headers of the
+# libraries must not cause it there. Tests, tools and other targets don't use it, because it reports every class that is
+# derived from a record or from ParserAbstract. These classes have virtual functions, but no virtual destructor, because
+# nobody deletes an object through a pointer to a base class. If code does this, -Wdelete-non-virtual-dtor (a part of
+# -Wall) reports it.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -71,8 +72,8 @@ function(jwdevice_library target name export_header)
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
         # With -Bsymbolic-functions the library calls its own functions, even if an application has functions of the
         # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses and
-        # connect() does not find it. Qt requires -fPIC of all applications only if Qt was linked with this option too,
-        # so the option is used only in this case.
+        # connect() does not find it. If Qt itself was linked with -Bsymbolic-functions, it requires -fPIC of all
+        # applications. So the library uses -Bsymbolic-functions only if Qt requires -fPIC.
         get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)

@@ -33,7 +33,8 @@ enum SentenceKey : int {
 };
 
 /// Returns whether `port` may be a port of a board: its manufacturer is boardManufacturer, or its vendor id is
-/// boardVendorId. If Initializer::probe() gets no port names, it opens only these ports.
+/// boardVendorId. If Initializer::probe() gets no port names, it opens every port for which this function
+/// returns true.
 JWDEVICE_EXPORT bool isCandidate(const QSerialPortInfo &port);
 
 /// Returns all types of board in the order of Type, without Unknown.

@@ -165,8 +165,8 @@ void Communicator::read(QString &buffer)
     const QPointer<Communicator> self(this);
     qint64 offered = 0;
     while (m_device) {
-        // The cast is done in each turn, because another device may be bound now. The cast gives null while the device
-        // is being destroyed.
+        // The cast is done again in each turn of the loop, because a receiver may have bound another device. The result
+        // is null while the device is being destroyed.
         const auto *const lines = m_wholeLines ? qobject_cast<WholeLinesBase *>(m_device.data()) : nullptr;
         // A WholeLines device is read line by line. So while receivers run, the shared buffer contains no bytes of this
         // device.

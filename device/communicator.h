@@ -23,10 +23,10 @@ class SessionAbstract;
  * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. After the id
  * 2^32 - 1, the next id is 0.
  *
- * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the "!" if
- * there is no "$". Bytes before this start character are dropped. A Communicator reads parts of up to 100 bytes. If a
- * part contains a NUL byte, the NUL byte and the rest of this part are dropped. If more than 500 characters wait for a
- * line end, the oldest 450 are dropped, and a warning is written to the log.
+ * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the first
+ * "!" if there is no "$". Bytes before this start character are dropped. A Communicator reads parts of up to 100 bytes.
+ * If a part contains a NUL byte, the NUL byte and the rest of this part are dropped. If more than 500 characters wait
+ * for a line end, the oldest 450 are dropped, and a warning is written to the log.
  *
  * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
  * Communicator. It must not delete the device, because the device is still emitting a signal. Call the device's
@@ -77,10 +77,10 @@ public:
     /// Communicator keeps only the newest six payloads.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Takes a received payload like the function above, and parses it into `session`. `session` must be of the class
-     * that the parser expects. Call `session->clear()` first.
+     * Takes the received payload with `id`, or the oldest if `id` is 0, and parses it into `session`. `session` must be
+     * of the class that the parser expects. Call `session->clear()` first.
      *
-     * Returns true if there was such a payload, even if it could not be parsed. If no parser is attached, or the parser
+     * Returns true if the payload was there, even if it could not be parsed. If no parser is attached, or the parser
      * throws Nmea::Exception, the payload is lost and an error is logged. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);
@@ -118,7 +118,7 @@ private:
     QList<QChar> m_startChars;
     QString m_lineEnd;
     int m_maxPayloads;
-    bool m_wholeLines; // whether the device holds back unfinished lines
+    bool m_wholeLines; // whether the device is a WholeLines device
     QPointer<QIODevice> m_device; // a QPointer, because the application may delete the device
     QHash<uint, QString> m_payloads;
     QMap<uint, qint64> m_pendingBytes;

@@ -404,8 +404,8 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // A port that is Awaiting, or Silenced by an answer in time, has no entry in m_commTypes. The probe waits for this
-    // port.
+    // The probe waits for each port that is Awaiting, or Silenced by an answer in time. This port has an entry in
+    // m_commTimers but none in m_commTypes.
     // m_decided may be true here, because a receiver of deviceInitialized() may run an event loop in which the probe
     // ended.
     if (m_decided || m_commTypes.size() != m_commTimers.size())

@@ -52,8 +52,8 @@ class SessionInit;
  * emit deviceNotFound() while it waits. So limit the probe with your own timer that deletes the Initializer.
  *
  * If a port is lost during the probe, the Initializer closes the port (see PortErrors). Normally, the lost port times
- * out like a silent port. But if its board had already answered in time as another type, the probe still waits for this
- * port, so the probe does not end.
+ * out like a silent port. But if a board of another type had already answered on this port in time, the probe waits for
+ * the lost port without limit.
  *
  * The Initializer works in the event loop of its thread. Receivers of its signals may do anything, for example run an
  * event loop. But a receiver of deviceInitialized() must not delete the Initializer; call QObject::deleteLater()
@@ -85,14 +85,16 @@ public:
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
-    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. The rounds of all probes of
-    /// this Initializer are counted together. If you call this function during a probe, the new value is used when the
-    /// running round ends. After deviceNotFound(), the new value has no effect. Returns the previous value.
+    /// Sets the largest number of retry rounds. A retry round asks all ports again that were not handed over, because a
+    /// wanted type is missing. The default is 3. The rounds of all probes of this Initializer are counted together. If
+    /// you call this function during a probe, the new value is used when the running round ends. After
+    /// deviceNotFound(), the new value has no effect. Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
-    /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty
-    /// before probe(). The reports show why a board was not found. After the end of the probe, the reports change only
-    /// if a port that was not handed over is lost. The report of a port that was handed over does not change any more.
+    /// Returns a report for each port of the newest probe(), in the order in which probe() tries the ports. Empty
+    /// before the first probe(). The reports show why a board was not found. After the end of the probe, the reports
+    /// change only if a port that was not handed over is lost. The report of a port that was handed over does not
+    /// change any more.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
@@ -133,7 +135,7 @@ public Q_SLOTS: // called by signals of ports and timers; applications don't cal
     void boardReadyRead(QObject *object);
     /// Handles the end of the reply time of the probed Communicator `object`.
     void readTimeout(QObject *object);
-    /// Opens the candidate ports and queries them.
+    /// Opens the ports of the probe, and writes the queries to them.
     void probeStage2();
 
 private:

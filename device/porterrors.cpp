@@ -14,7 +14,8 @@ namespace {
 
 constexpr int errorsOfLostPort = 1000; // errors without a read between them; a lost port soon reports this many
 constexpr qint64 restTime = 1000; // ms; after this time without an error, counting starts again at 0
-// ms between checks of whether the device is there. Not every error is checked, because a check may list all ports.
+// ms between two checks. A check finds out whether the device is there. It may list all ports, which is slow, so not
+// every error leads to a check.
 constexpr qint64 timeBetweenLooks = 100;
 
 bool isThere(const QString &portName)

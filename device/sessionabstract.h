@@ -14,8 +14,8 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  * The base class of records. A record contains the data of one sentence. Derive the records of your own sentences from
  * this class.
  *
- * Records are values, usually on the stack, so the class has no virtual destructor: never delete a record through a
- * pointer to this class.
+ * The class has no virtual destructor, because records are values, for example local variables. Never delete a record
+ * through a pointer to this class.
  */
 class JWDEVICE_EXPORT SessionAbstract
 {

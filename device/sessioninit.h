@@ -8,7 +8,7 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // no virtual destructor, see SessionAbstract
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose; see SessionAbstract
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 

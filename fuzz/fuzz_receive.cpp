@@ -92,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const ReceiveStream stream = streamFromInput(input);
 
     // Compare log records only from level Warning on, because the Trace records of all received bytes would take most
-    // of the time. The tests in tests/model compare those records too.
+    // of the time. The tests in tests/model also compare the Trace records.
     ReceiveModel model(stream.devices, Logger::Warning);
     ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);

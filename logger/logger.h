@@ -114,7 +114,7 @@ private:
     friend class ::CuteMessageLogger;
 
     struct Record;
-    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null if the record is disabled
+    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // `place` is null if the record is disabled
     QDebug &stream();
 
     const std::unique_ptr<Record> m_record;
@@ -145,8 +145,8 @@ public:
 
     /// Returns a stream that becomes one record.
     JwLogger::LogStream write() const;
-    /// Formats `format` and the other arguments like QString::asprintf(), and writes the result as one record. So texts
-    /// must be UTF-8, and numbers don't depend on the locale.
+    /// Formats `format` and the other arguments like QString::asprintf(), and writes the result as one record. A text
+    /// for `%s` must be UTF-8. The locale does not change how numbers are written.
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:

@@ -20,10 +20,11 @@ template <typename Session>
 class SentencePlan
 {
 public:
-    /// Parses a field. The same type as ParserAbstract::ParserDelegate, repeated here because the header of
-    /// ParserAbstract includes this header.
+    /// Parses a field. Equal to ParserAbstract::ParserDelegate, which this header can't use, because parserabstract.h
+    /// includes this header.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// Builds a field. The same type as ParserAbstract::BuilderDelegate, repeated for the same reason.
+    /// Builds a field. Equal to ParserAbstract::BuilderDelegate, which this header can't use, because parserabstract.h
+    /// includes this header.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     /// One field name in a format, with its delegates.

@@ -80,7 +80,9 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
-    QTimer drain; // runs from the last byte to the pull, so that the host can read; the board sends nothing meanwhile
+    // For pullAfterBytes: runs from the last byte to the pull, and looks every millisecond whether the host has read
+    // all bytes. Meanwhile the board sends nothing.
+    QTimer drain;
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;

@@ -19,7 +19,7 @@ struct JournalEntry
 {
     /// The direction in which the bytes travelled.
     enum Direction {
-        Received, ///< from the host: one line of text with its line feed, or the start of a line without its end
+        Received, ///< from the host: one line of text with its line feed, or a line whose end has not arrived
         Sent ///< from the board: a reply, a chunk of a reply, or the bytes of one call of send()
     };
     Direction direction; ///< direction in which the bytes travelled
@@ -32,7 +32,7 @@ struct JournalEntry
  *
  * Testbed::add() makes the board, and the Testbed owns it. The board belongs to the thread that called add(). It
  * answers in the event loop of this thread. All its delays are QTimers, so it never blocks the thread. The times in the
- * journal and of pullTime() are measured.
+ * journal and the result of pullTime() are read from a clock, so they also contain delays of a slow machine.
  *
  * \code
  * JwSimulator::Testbed testbed;
@@ -56,8 +56,8 @@ public:
     QString portName() const { return m_config.port; }
 
     /// Sends `bytes` unchanged, at the speed of the serial line, after all bytes that still wait to be sent. The board
-    /// keeps the bytes until the host reads them. Returns false if the cable is pulled, or if BoardConfig::open is
-    /// Denied.
+    /// keeps the bytes until the host reads them. Returns false if the cable is pulled, or is about to be pulled
+    /// because of BoardConfig::pullAfterBytes, or if BoardConfig::open is Denied.
     bool send(const QByteArray &bytes);
 
     /// Pulls the cable. The system then removes the device, and a port that the host has open reports an error. Bytes
@@ -114,7 +114,8 @@ private:
     BoardConfig m_config;
     const QElapsedTimer &m_clock;
     const std::unique_ptr<Port> m_port;
-    Line *m_line = nullptr; // child of this object; null while the cable is pulled or the port is denied
+    // Child of this object. Null while the cable is pulled, and always if BoardConfig::open is Denied.
+    Line *m_line = nullptr;
     bool m_plugged = false;
     int m_queries = 0;
     qint64 m_bytesSent = 0;

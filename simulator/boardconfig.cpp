@@ -202,7 +202,7 @@ std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // A fraction becomes a text with a point. Keys for whole numbers refuse such a text.
+    // For example, 1.5 becomes the text "1.5", which keys for whole numbers refuse.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;

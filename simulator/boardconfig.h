@@ -20,11 +20,11 @@ struct BoardConfig
     /// The kind decides which sentences the board sends. `Other` must stay the last kind, because boardkind.h uses
     /// `Other` to check that `boardKinds` has a row for every kind.
     enum class Kind {
-        BoardA, ///< answers "$PJWVER*0c" with its version sentence
+        BoardA, ///< answers the query "$PJWVER*0c" with its version
         BoardB, ///< answers like BoardA, but with another hardware version
-        BoardC, ///< answers "$PTJWWR,INF*71" with its description sentence
+        BoardC, ///< answers the query "$PTJWWR,INF*71" with a description of itself
         Silent, ///< never sends anything by itself; a test can still call Board::send()
-        Babble, ///< sends a burst of 1 to 64 random bytes, again after every `interval`
+        Babble, ///< sends a burst of 1 to 64 random bytes after every `interval`
         Other ///< sends a correct sentence after every `interval`, like a navigation receiver; answers nothing
     };
     /// Whether the checksums are right in the sentences that the board sends.
@@ -36,7 +36,7 @@ struct BoardConfig
     enum class Usb {
         None, ///< bytes arrive as they were written; if `speed` > 0, the bytes of each millisecond arrive together
         Cdc, ///< the board has its own USB: packets of up to 64 bytes arrive whole; `speed` has no effect
-        Bridge ///< a chip turns serial bytes into USB; every millisecond it passes on the bytes of that millisecond
+        Bridge ///< a chip between serial line and USB; once a millisecond, it passes on the bytes that arrived
     };
     /// The result when a program opens the port.
     enum class Open {
@@ -60,7 +60,8 @@ struct BoardConfig
     QString hwversion;
     int ignore = 0; ///< number of queries at the start that get no reply
     int replies = 1; ///< number of replies to each query, sent without a pause
-    /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
+    /// The cable is pulled once, after this many milliseconds. They are counted from the first run of the event loop
+    /// after the board was added. -1 means never.
     int pullAfter = -1;
     /// The cable is pulled once, after the board sent this many bytes. The host gets up to 100 ms to read the bytes
     /// before the pull. -1 means never.
@@ -75,13 +76,14 @@ struct BoardConfig
     /// board of any process uses the name, and no running program has locked a port of this name.
     QString port;
     int interval = 100; ///< milliseconds between two sentences of Other, or between two bursts of Babble
-    uint seed = 1; ///< start value of the random bytes; the same seed gives the same bytes
+    uint seed = 1; ///< start value of the random generator; two boards with equal seeds send equal random bytes
 
     /// Reads the text form. If the text is wrong, returns nothing and sets `error` (may be null) to one line that says
     /// what is allowed.
     static std::optional<BoardConfig> fromText(const QString &text, QString *error = nullptr);
 
-    /// Reads the JSON form. The value of a number may be a JSON number or a text. Errors are reported as in fromText().
+    /// Reads the JSON form. Numbers may be JSON numbers or texts, for example 20 or "20". If the object is wrong,
+    /// returns nothing and sets `error` as fromText() does.
     static std::optional<BoardConfig> fromJson(const QJsonObject &object, QString *error = nullptr);
 
     /// Returns a part of the help text of a program. It lists the kinds, then each key with its meaning and allowed

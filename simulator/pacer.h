@@ -9,17 +9,17 @@
 namespace JwSimulator {
 
 /**
- * One direction of the serial line between board and host. The pacer takes the bytes that one end sends. It releases
- * them in the pieces, and at the times, in which the other end would receive them.
+ * One direction of the serial line between board and host. push() takes the bytes that one end sends. released() is
+ * emitted whenever the other end receives bytes, with the bytes that arrive together.
  *
- * The pacer counts ticks of a QTimer since the line became busy, mostly one tick in a millisecond. It reads no clock,
- * so a slow machine delays the pieces but does not change them:
+ * The pacer reads no clock. It counts the ticks of a QTimer: one tick in a millisecond, or with Usb::Cdc one tick for
+ * each packet. So a slow machine delays the pieces but does not change them:
  * - Usb::None without a speed releases everything inside push().
  * - Usb::None with a speed releases each byte in the millisecond that is nearest to the end of the byte. A byte takes
  *   ten bit times.
  * - Usb::Bridge releases, every millisecond, the bytes that ended on the serial line in that millisecond.
  * - Usb::Cdc releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet.
- *   After 19 packets (one frame of USB at full speed), it waits for the next millisecond.
+ *   After 19 packets, the most that full-speed USB carries in a millisecond, it waits for the next millisecond.
  */
 class Pacer : public QObject
 {

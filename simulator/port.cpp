@@ -110,9 +110,9 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
-// Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
-// or "%10d name user". QLockFile expects a second line with the program's name. It would delete a file without this
-// second line.
+// Returns whether a running program that does not use QLockFile holds the port. Such a
+// program writes only one line to the lock file: the process id, or the process id, the program's name and the user.
+// QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
@@ -270,8 +270,8 @@ void Port::addDevices()
     // testbed makes a pty and keeps it until the testbed ends. The testbed would then abort if the same port name or
     // pty number is added again.
     umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this link only for a device that is added with DEVNAME, so the link is made here. The testbed
-    // removes the link together with the device.
+    // Makes the link from /sys/dev/char to the device. The testbed itself makes this link only for a device that is
+    // added with DEVNAME. When the device is removed, the testbed removes the link.
     setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
 }
 

@@ -12,7 +12,7 @@ typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
-/// Returns whether a running program holds QSerialPort's lock file for a port of this name.
+/// Returns whether a running program has locked a port of this name, as QSerialPort does when it opens a port.
 bool isLocked(const QString &portName);
 
 /// Keeps other simulations from using this port name until the result is deleted. Returns null if another simulation

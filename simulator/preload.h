@@ -17,7 +17,7 @@ namespace JwSimulator {
  * \endcode
  * Programs that this program starts inherit LD_PRELOAD. If the library is missing or has no effect, this program ends
  * with status 2 and one line on standard error. If you build with AddressSanitizer and gcc, run the program with
- * ASAN_OPTIONS=verify_asan_link_order=0. A build with clang needs no such setting.
+ * ASAN_OPTIONS=verify_asan_link_order=0. If you build with clang, you need no setting.
  */
 void ensurePreloaded(char **argv);
 

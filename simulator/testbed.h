@@ -31,8 +31,8 @@ public:
     static constexpr int maxBoards = 48;
 
     Testbed();
-    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and lock
-    /// files that ended programs left for its ports.
+    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and the lock file of
+    /// each port if the program that made it has ended.
     ~Testbed();
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;

@@ -33,8 +33,8 @@ foreach(tree IN LISTS trees)
         compress(${page})
     endforeach()
 
-    # JwDevicePackages.cmake sets the package's name for its component. The folder above the tree has the component's
-    # name.
+    # The folder above the tree has the name of the package's component. For each component, JwDevicePackages.cmake sets
+    # the name of the package.
     cmake_path(GET tree PARENT_PATH component)
     cmake_path(GET component FILENAME component)
     string(TOUPPER ${component} component)

@@ -17,7 +17,7 @@ using namespace JwSimulator;
 namespace {
 
 constexpr int wrongUse = 2;
-constexpr int notWritten = 125; // not 126 or 127, which mean that COMMAND was not started
+constexpr int notWritten = 125; // output or report; not 126 or 127, which mean that COMMAND was not started
 constexpr int lastWords = 20; // milliseconds that the boards get to receive the last bytes that COMMAND wrote
 
 int complain(const QString &text, int status = wrongUse)

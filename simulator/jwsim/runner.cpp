@@ -68,7 +68,7 @@ bool Runner::start(char **command)
         ::_exit(written == sizeof error ? notStarted : notFound);
     }
     ::close(failure[1]);
-    // The system closes the pipe when the program starts, so a read without bytes means success.
+    // When the program starts, the system closes the pipe. So if the read returns no bytes, the program has started.
     int error = 0;
     ssize_t count = 0;
     do {
