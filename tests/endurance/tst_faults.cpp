@@ -64,8 +64,8 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// The test of one cell in the table of faults and states in docs/testing.md. This function attaches boards, causes the
-/// fault, and checks with IdleCheck that the process is idle.
+/// A cell: the test of one fault in one state of a port. This function attaches boards, causes the fault, and checks with
+/// IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
 /// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
