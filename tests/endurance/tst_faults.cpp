@@ -1,6 +1,6 @@
 // Causes every fault of a port in every state of a probed port. After each fault the process must be idle and use no
-// more resources than before. docs/testing.md lists the faults and their expected results. tst_initializer_cable and
-// tst_initializer_ports test more faults.
+// more resources than before. docs/testing.md lists the faults. tst_initializer_cable and tst_initializer_ports test
+// more faults.
 #include "support/initializer/probefixture.h"
 #include "support/common/processusage.h"
 #include "support/initializer/idlecheck.h"
@@ -64,8 +64,8 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// The test of one cell in the table of faults and states in docs/testing.md. This function attaches boards, causes the
-/// fault, and checks with IdleCheck that the process is idle.
+/// A cell: the test of one fault in one state of a port. This function attaches boards, causes the fault, and checks
+/// with IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
 /// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
