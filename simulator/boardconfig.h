@@ -62,7 +62,7 @@ struct BoardConfig
     int replies = 1; ///< number of replies to each query, sent without a pause
     /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
     int pullAfter = -1;
-    /// The cable is pulled once, after the board sent this many bytes. The host gets up to 100 ms to read the bytes
+    /// The cable is pulled once, after the board sent this many bytes. The host gets up to a second to read the bytes
     /// before the pull. -1 means never.
     int pullAfterBytes = -1;
     Open open = Open::Ok; ///< what happens when a program opens the port
