@@ -20,7 +20,7 @@ constexpr int readSize = 4096;
 constexpr int longestLine = 1024;
 constexpr int mostJournalEntries = 20000;
 constexpr qint64 mostJournalBytes = 4 * 1024 * 1024;
-constexpr int longestDrain = 100; // milliseconds that the host gets to read the last bytes before a pull
+constexpr int longestDrain = 1000; // milliseconds that the host gets to read the last bytes before a pull
 
 const char *const unaskedBodies[] = {
     "GPGLL,4916.45,N,12311.12,W,225444,A",

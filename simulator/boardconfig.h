@@ -63,7 +63,7 @@ struct BoardConfig
     /// The cable is pulled once, after this many milliseconds. They are counted from the first run of the event loop
     /// after the board was added. -1 means never.
     int pullAfter = -1;
-    /// The cable is pulled once, after the board sent this many bytes. The host gets up to 100 ms to read the bytes
+    /// The cable is pulled once, after the board sent this many bytes. The host gets up to a second to read the bytes
     /// before the pull. -1 means never.
     int pullAfterBytes = -1;
     Open open = Open::Ok; ///< what happens when a program opens the port

@@ -471,9 +471,9 @@ void TestJwsim::usbDeliversTheReplyInPieces()
     for (const Result &result : results) {
         QCOMPARE(result.outcome.error, QByteArray());
         const QList<QByteArray> words = result.outcome.output.split(' ');
-        // A piece arrives each millisecond, so normally there is one read for each. A busy machine reads several pieces
-        // together, so a fifth of the reads is enough.
-        QVERIFY2(words.first().toInt() > leastTime / 5, result.outcome.output.constData());
+        // A piece arrives each millisecond, but a busy machine may read many pieces together. The time below shows that
+        // the pieces were paced.
+        QVERIFY2(words.first().toInt() >= 3, result.outcome.output.constData());
         QCOMPARE(words.last(), QByteArray("b'$PJWVER,7300022,1,4,0*0d\\r\\n'\n"));
         QVERIFY(result.exchange.sentAt.at(0) - result.exchange.receivedAt.at(0) >= leastTime);
     }

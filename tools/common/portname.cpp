@@ -8,7 +8,6 @@ namespace JwTools {
 
 namespace {
 
-const QLatin1String deviceFolder("/dev/");
 constexpr int mostLinks = 40; // Linux also follows at most 40 symbolic links, because links in a circle never end
 
 bool isDigit(QChar c)
@@ -32,7 +31,7 @@ QStringView takeNumber(QStringView &text)
 
 } // namespace
 
-QString portName(const QString &given)
+QString portName(const QString &given, const QString &deviceFolder)
 {
     QString path = given.startsWith(QLatin1Char('/')) ? given : deviceFolder + given;
     for (int link = 0; link < mostLinks && QFileInfo(path).isSymLink(); ++link) {
