@@ -112,7 +112,7 @@ private Q_SLOTS:
 
 private:
     JwSimulator::Board *attach(const char *board);
-    void show(const QList<JwDevice::Type> &types, int retries = 0);
+    void show(const QList<JwDevice::Type> &types, int retries = 3); // a busy machine may answer late
     QString state(const JwSimulator::Board *board) const;
     template <typename Widget>
     Widget *child(const char *name) const
