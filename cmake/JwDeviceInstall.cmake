@@ -3,8 +3,9 @@
 # with their manual pages and completions) and JwDevice_monitor (the same for jwmonitor, which needs a desktop).
 include(CMakePackageConfigHelpers)
 
-# On Debian use Debian's folder for libraries with every prefix, because Debian's tools search this folder and the
-# Debian packages contain the same files.
+# On Debian, libraries go to a folder for the processor (lib/x86_64-linux-gnu on a PC), because Debian's tools search
+# this folder. GNUInstallDirs chooses the folder only for the prefix /usr. Here it is chosen for every prefix, because
+# cpack makes the Debian packages, which have the prefix /usr, from a build with any prefix.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
@@ -52,8 +53,9 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
-# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the headers that it is static.
+# Installs the pkg-config file <name>.pc. A program that uses the library also links the modules REQUIRES. If the
+# library is static, the program also links REQUIRES_PRIVATE, and is compiled with STATIC_FLAGS, which tell the headers
+# that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -68,7 +70,8 @@ function(jwdevice_install_pkgconfig name)
     foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
         list(JOIN module_${list} " " module_${list})
     endforeach()
-    # A user can move an install tree, except if its folders were given as absolute paths.
+    # A user may move an install tree, so the .pc file names folders relative to itself. But if a folder was given as an
+    # absolute path, the tree cannot be moved, so the prefix is absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
         set(prefix ${CMAKE_INSTALL_PREFIX})
     else()

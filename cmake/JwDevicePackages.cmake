@@ -1,5 +1,6 @@
 # Makes Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to
-# packages/. packaging/debian/finish.cmake strips the files, and adds a change log and a licence file for Debian.
+# packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
+# a licence file for Debian.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)

@@ -21,7 +21,7 @@ constexpr int readSize = 4096;
 constexpr int longestLine = 1024;
 constexpr int mostJournalEntries = 20000;
 constexpr qint64 mostJournalBytes = 4 * 1024 * 1024;
-constexpr int longestDrain = 100; // milliseconds that the host gets to read the last bytes before a pull
+constexpr int longestDrain = 1000; // milliseconds that the host gets to read the last bytes before a pull
 
 const char *const unaskedBodies[] = {
     "GPGLL,4916.45,N,12311.12,W,225444,A",
@@ -85,8 +85,8 @@ public:
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;
-    QByteArray pending; // bytes that left the board, but that the port has not taken
-    QByteArray written; // the part of the current piece that the port has taken
+    QByteArray pending; // bytes that `toHost` released, but that write() has not accepted
+    QByteArray written; // the part of the current piece that write() has accepted
     bool sending = false;
     bool feeding = false;
 };
@@ -258,8 +258,8 @@ void Board::onReadable()
         m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
     else if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_line->readable.setEnabled(false);
-    // On a slow line, the board stops reading, so that the host waits and memory does not grow. onReceived() starts to
-    // read again.
+    // If the host writes faster than the serial line carries, the board stops reading. Then the host has to wait, and
+    // memory does not grow. onReceived() starts to read again.
     if (m_line && m_line->fromHost.waiting() >= readSize)
         m_line->readable.setEnabled(false);
 }
@@ -364,8 +364,8 @@ void Board::sendNext()
     Line *const line = m_line;
     if (line->feeding)
         return;
-    // If the port takes a piece at once, writePending() calls this function again. `feeding` makes that call return,
-    // and the loop sends the next piece, so there is no deep recursion.
+    // If the port accepts a piece at once, writePending() calls sendNext() again. `feeding` makes that call return, and
+    // the loop sends the next piece, so there is no deep recursion.
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
@@ -395,7 +395,8 @@ void Board::writePending()
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // If the port is full, the board waits until the host reads. After another error, waiting would not help.
+            // EAGAIN means that the port is full, so the board waits until the host reads. After another error, waiting
+            // would not help.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }

@@ -201,7 +201,7 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// Returns whether the keys that depend on each other fit together.
+// Returns whether the values fit together. For example, usb=cdc allows no speed.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb == BoardConfig::Usb::Cdc && config.speed != 0)
@@ -221,7 +221,7 @@ std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // The text of a fraction contains a point, so that keys for whole numbers refuse it.
+    // For example, 1.5 becomes the text "1.5", which keys for whole numbers refuse.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;

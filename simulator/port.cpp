@@ -47,13 +47,14 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
-// Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
-// or "%10d name user". QLockFile expects a second line with the program's name, and would delete the file without it.
+// Returns whether a running program that does not use QLockFile holds the port. Such a
+// program writes only one line to the lock file: the process id, or the process id, the program's name and the user.
+// QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // QSerialPort cannot lock this; it is not read, because a read of a FIFO would wait for a writer
+        return true; // not a plain file, so QSerialPort cannot lock the port; reading a FIFO would block
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -77,7 +78,8 @@ bool isLocked(const QString &portName)
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Uses its own lock file with the prefix "jwsim.". The port's lock file is for the program that opens the port.
+    // Uses a second lock file with the prefix "jwsim.", because the port's lock file must stay free for the program
+    // that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -210,7 +212,8 @@ bool Port::setNode(const QByteArray &target)
 
 bool Port::deny(QString &error)
 {
-    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop the user
+    // root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))

@@ -45,8 +45,8 @@ private:
     int m_number;
 };
 
-/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty behind them. The host
-/// opens one end of the pty. A Board uses the other end.
+/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty (pseudo-terminal) behind
+/// them. The host opens one end of the pty. A Board uses the other end.
 class Port
 {
 public:
@@ -67,7 +67,8 @@ public:
     /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
-    /// Returns the board's end of the line, which does not block. -1 while unplugged, and for a denied port.
+    /// Returns the descriptor of the board's end of the pty; reading and writing do not block. -1 while the cable is
+    /// pulled, and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
     /// Returns the number of bytes that the board sent and the host has not read.
     int unread() const;

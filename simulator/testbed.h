@@ -26,11 +26,13 @@ namespace JwSimulator {
 class Testbed
 {
 public:
-    /// Largest number of boards, because one process can have only this many simulated devices open.
+    /// Largest number of boards. umockdev, the library behind the simulated ports, can't keep more devices open in a
+    /// process.
     static constexpr int maxBoards = 48;
 
     Testbed();
-    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and stale lock files of its ports.
+    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and the lock file of
+    /// each port if the program that made it has ended.
     ~Testbed();
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;

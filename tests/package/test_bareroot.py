@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Installs the Debian packages with their dependencies in a bare Debian root, and uses them."""
+"""Installs our Debian packages with their dependencies in a bare root (a minimal Debian), and uses the packages."""
 
 import subprocess
 import unittest

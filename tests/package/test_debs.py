@@ -7,8 +7,8 @@ import unittest
 import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
-# Accepted faults: these packages close no bug report of Debian, and CPack always adds calls of ldconfig, although the
-# packages have a trigger for it.
+# Faults that lintian may find: these packages close no bug report of Debian, and CPack always adds calls of ldconfig,
+# although a trigger in the packages already calls ldconfig.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
 
 

@@ -22,7 +22,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes that wait for one board; if there are more, standard input is paused
+constexpr qint64 maxUnsent = 65536; // bytes; standard input is paused while more bytes wait to be sent to one board
 
 QString clockText()
 {
@@ -53,7 +53,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost during the search, so lost() was emitted before it was connected
+        if (!board->isConnected()) // lost during the search, so no slot was connected to lost() yet
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -72,8 +72,8 @@ void Monitor::introduce() const
     complain(hint);
 }
 
-// Watches whether somebody reads standard output. While the boards are silent, nothing is written, so no failed write
-// can show that the reader is gone.
+// If standard output is a pipe, watches whether a program still reads it. While the boards are silent, nothing is
+// written, so no failed write would show that the reader is gone.
 void Monitor::watchOutput()
 {
     struct stat status = {};
@@ -81,10 +81,10 @@ void Monitor::watchOutput()
     if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
         return;
     auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
-                                         this); // the write end is never readable, so this reports only errors
+                                         this); // a write end has no data to read, so this reports only a lost reader
     connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
         notifier->setEnabled(false);
-        std::raise(SIGPIPE); // the signal that a failed write sends
+        std::raise(SIGPIPE); // the signal that a write without a reader causes
         complainOfOutput(QStringLiteral("nobody reads it any more"));
         Q_EMIT outputLost();
     });
@@ -138,8 +138,8 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// Returns the boards for which `line` is, and removes the address from `line`. An identifier contains no ":", so a ":"
-// before the first "," ends an address.
+// Returns the boards to which `line` goes, and removes the address, for example "BoardA:", from `line`. Without an
+// address, returns all boards. A sentence has no ":" before its first ",", so such a ":" ends an address.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));

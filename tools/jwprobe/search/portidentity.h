@@ -19,8 +19,8 @@ struct PortIdentity
     QString serialNumber;
     std::optional<quint16> vendorId;
     std::optional<quint16> productId;
-    bool isKnown = false; ///< the system lists the port
-    bool isCandidate = false; ///< a search without port names opens the port, see JwDevice::isCandidate()
+    bool isKnown = false; ///< whether the system lists the port
+    bool isCandidate = false; ///< whether a search without --port opens the port, see JwDevice::isCandidate()
 
     static PortIdentity of(const QSerialPortInfo &info);
     QJsonObject toJson() const;

@@ -15,14 +15,15 @@ struct ListedPort
     QString reason; ///< why a search probes the port, or why it does not
 };
 
-/// Returns all ports of the system, sorted by name. A search probes the ports in `named`. If `named` is empty, it
-/// probes the ports that look like a board.
+/// Returns all ports of the system, sorted by name, and whether a search would probe each port. If `named` contains
+/// names, a search probes the ports with these names. If `named` is empty, a search probes the candidates, see
+/// JwDevice::isCandidate().
 QList<ListedPort> listPorts(const QStringList &named);
 
-/// Returns the ports that a search probes, including names in `named` that the system doesn't know.
+/// Returns the ports that a search would probe, including names in `named` that the system doesn't know.
 QList<PortIdentity> candidatePorts(const QStringList &named);
 
-/// A text that says which ports a search without names probes.
+/// Returns the rule for candidates as text: the manufacturer or the vendor id that a port must have.
 QString candidateRule();
 
 } // namespace JwProbe
