@@ -339,7 +339,9 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    ids.onLost(entry.board.id, entry.board.type);
+    // After stop(), the watch knows no board. A receiver may call start() while the other boards are still reported.
+    if (loss != Board::Stopped)
+        ids.onLost(entry.board.id, entry.board.type);
     Board lost = entry.board;
     lost.loss = loss;
     if (loss == Board::Released)
