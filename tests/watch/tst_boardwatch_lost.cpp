@@ -1,4 +1,5 @@
 #include "support/common/eventloop.h"
+#include "support/common/portname.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/device/otherreader.h"
 #include "support/watch/watchfixture.h"
@@ -26,6 +27,7 @@ private Q_SLOTS:
     void pulledBoardIsLostAndItsObjectsAreDeletedLater();
     void boardIsBackAtTheSamePort();
     void boardIsBackAtAnotherPort();
+    void boardIsBackUnderAnotherPortName();
     void boardThatWasPulledAndPluggedInUnseenIsLostAndBack();
     void cablePulledDuringTheProbeOfANewBoard();
     void boardThatCameAsAnotherTypeIsFound();
@@ -103,6 +105,22 @@ void TestBoardWatchLost::boardIsBackAtAnotherPort()
     QVERIFY(!after.sharesSerialNumber);
     QVERIFY(after.portName != before.portName);
     QVERIFY(after.place != before.place);
+}
+
+void TestBoardWatchLost::boardIsBackUnderAnotherPortName()
+{
+    WatchFixture fixture;
+    const QString name = uniquePortName();
+    const QByteArray config = "BoardA,pull-after=300,replug-after=100,replug-port=" + name.toLatin1();
+    const Board *const board = fixture.attach(config);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{found1});
+    const JwDevice::Board before = fixture.found(board);
+    QTRY_COMPARE(fixture.timeline, QStringList({found1, pulled1, back1}));
+    const JwDevice::Board after = fixture.watch->boards().first();
+    QCOMPARE(after.portName, name);
+    QCOMPARE(after.place, before.place);
+    QVERIFY(before.portName != name);
 }
 
 void TestBoardWatchLost::boardThatWasPulledAndPluggedInUnseenIsLostAndBack()

@@ -34,6 +34,7 @@ private Q_SLOTS:
     void busyPortIsTriedTwiceASecondUntilItIsFree();
     void busyPortIsTriedAtOnceByLookAgain();
     void busyPortThatGoesIsNotTriedAgain();
+    void portIsTriedInTheMomentWhenItsPermissionsCome();
 };
 
 void TestBoardWatchPolite::excludedPortIsNeverOpened_data()
@@ -266,6 +267,22 @@ void TestBoardWatchPolite::busyPortThatGoesIsNotTriedAgain()
     const int before = fixture.attempts(board);
     QTRY_VERIFY(fixture.isAtRest());
     QCOMPARE(fixture.attempts(board), before);
+}
+
+void TestBoardWatchPolite::portIsTriedInTheMomentWhenItsPermissionsCome()
+{
+    WatchFixture fixture;
+    fixture.watch->start();
+    settle();
+    // The permissions come before the watch would try the port again by itself.
+    const Board *const board = fixture.attach("BoardA,late-permission=100");
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_COMPARE(fixture.report(board).error, QSerialPort::PermissionError);
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    QCOMPARE(fixture.attempts(board), 2);
+    QVERIFY2(clock.elapsed() < 450, QByteArray::number(clock.elapsed()));
+    QTRY_VERIFY(fixture.isAtRest());
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchPolite)
