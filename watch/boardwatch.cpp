@@ -80,6 +80,8 @@ public:
     bool addNew();
     bool probeOne();
     void add(const SystemPort &port);
+    static bool areSiblings(const Entry &entry, const Entry &other);
+    static void leaveTo(const QString &board, Entry &entry);
     void setState(Entry &entry, State state);
     void probeAgain(State state);
     void onBoardAnswered(const QString &name);
@@ -236,11 +238,31 @@ bool BoardWatch::Private::probeOne()
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
+        for (const auto &[otherName, other] : entries) {
+            if ((other.state == Ready || other.state == Lent) && areSiblings(entry, other))
+                leaveTo(otherName, entry);
+        }
+        if (entry.state != Due)
+            continue;
         setState(entry, Probing);
         entry.port->probe();
         return true;
     }
     return false;
+}
+
+bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
+{
+    const QString device = entry.port->system().device();
+    return &entry != &other && !device.isEmpty() && device == other.port->system().device();
+}
+
+// Closes a port, because the board of its device is on the port `board`.
+void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
+{
+    entry.port->close();
+    entry.state = OtherPort;
+    entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(board);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
@@ -265,13 +287,8 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     entry.state = Ready;
     const SystemPort &port = entry.port->system();
     for (auto &[otherName, other] : entries) {
-        const bool isSibling =
-            otherName != name && !port.device().isEmpty() && other.port->system().device() == port.device();
-        if (!isSibling || (other.state != Due && other.state != Probing && other.state != Waiting))
-            continue;
-        other.port->close();
-        other.state = OtherPort;
-        other.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(name);
+        if (areSiblings(entry, other) && (other.state == Due || other.state == Probing || other.state == Waiting))
+            leaveTo(name, other);
     }
 
     const PortReport report = entry.port->report();
@@ -313,7 +330,7 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
     Entry &entry = entries.at(name);
     setState(entry, loss == Board::Released ? Released : Waiting);
     for (auto &[otherName, other] : entries) {
-        if (other.state == OtherPort && other.port->system().device() == entry.port->system().device())
+        if (other.state == OtherPort && areSiblings(entry, other))
             setState(other, Waiting);
     }
     later(&Private::tellChange, isChangeQueued);
@@ -322,7 +339,9 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    ids.onLost(entry.board.id, entry.board.type);
+    // After stop(), the watch knows no board. A receiver may call start() while the other boards are still reported.
+    if (loss != Board::Stopped)
+        ids.onLost(entry.board.id, entry.board.type);
     Board lost = entry.board;
     lost.loss = loss;
     if (loss == Board::Released)
