@@ -180,7 +180,7 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
-            if (known->second.state == Waiting || known->second.state == Rejected)
+            if (known->second.state == Waiting) // perhaps its permissions came
                 setState(known->second, Due);
             any = true;
         }
