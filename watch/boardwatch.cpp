@@ -480,10 +480,12 @@ QList<PortReport> BoardWatch::portReports() const
         if (it == m_private->entries.end())
             continue;
         PortReport report = it->second.port->report();
-        if (report.verdict == PortReport::NotOpened && report.error == QSerialPort::NoError)
-            report.errorText = it->second.exclusion;
-        if (it->second.state == Private::Lent)
-            report.errorText = QStringLiteral("lent to another program");
+        const Private::State state = it->second.state;
+        if (state == Private::Excluded || state == Private::OtherPort || state == Private::Lent) {
+            report.error = QSerialPort::NoError;
+            report.errorText =
+                state == Private::Lent ? QStringLiteral("lent to another program") : it->second.exclusion;
+        }
         reports.append(report);
     }
     return reports;
