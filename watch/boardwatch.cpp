@@ -80,6 +80,8 @@ public:
     bool addNew();
     bool probeOne();
     void add(const SystemPort &port);
+    static bool isSibling(const Entry &a, const Entry &b);
+    static void leaveToSibling(Entry &entry, const QString &name);
     void setState(Entry &entry, State state);
     void probeAgain(State state);
     void onBoardAnswered(const QString &name);
@@ -236,11 +238,31 @@ bool BoardWatch::Private::probeOne()
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
+        const auto board = std::find_if(entries.cbegin(), entries.cend(), [&entry = entry](const auto &known) {
+            return known.second.state == Ready && isSibling(known.second, entry);
+        });
+        if (board != entries.cend()) {
+            leaveToSibling(entry, board->first);
+            continue;
+        }
         setState(entry, Probing);
         entry.port->probe();
         return true;
     }
     return false;
+}
+
+// Two ports of one device.
+bool BoardWatch::Private::isSibling(const Entry &a, const Entry &b)
+{
+    return &a != &b && !a.port->system().device().isEmpty() && a.port->system().device() == b.port->system().device();
+}
+
+void BoardWatch::Private::leaveToSibling(Entry &entry, const QString &name)
+{
+    entry.port->close();
+    entry.state = OtherPort;
+    entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(name);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
@@ -265,13 +287,8 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     entry.state = Ready;
     const SystemPort &port = entry.port->system();
     for (auto &[otherName, other] : entries) {
-        const bool isSibling =
-            otherName != name && !port.device().isEmpty() && other.port->system().device() == port.device();
-        if (!isSibling || (other.state != Due && other.state != Probing && other.state != Waiting))
-            continue;
-        other.port->close();
-        other.state = OtherPort;
-        other.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(name);
+        if (isSibling(other, entry) && (other.state == Due || other.state == Probing || other.state == Waiting))
+            leaveToSibling(other, name);
     }
 
     const PortReport report = entry.port->report();
@@ -313,7 +330,7 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
     Entry &entry = entries.at(name);
     setState(entry, loss == Board::Released ? Released : Waiting);
     for (auto &[otherName, other] : entries) {
-        if (other.state == OtherPort && other.port->system().device() == entry.port->system().device())
+        if (other.state == OtherPort && isSibling(other, entry))
             setState(other, Waiting);
     }
     later(&Private::tellChange, isChangeQueued);
