@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 namespace JwDevice {
@@ -107,6 +108,7 @@ public:
     QTimer retryTimer;
     QVector<SystemPort> system; // the candidates of the newest list
     std::map<QString, Entry> entries; // by port name
+    std::deque<Entry> stopped; // boards that stop() has not reported as lost
     BoardIds ids;
     QHash<QString, Lending> lent; // by id
     bool isStale = false; // whether `system` must be listed again
@@ -463,14 +465,18 @@ void BoardWatch::stop()
     d->resume.reset();
     d->retryTimer.stop();
     d->system.clear();
-    const auto entries = std::exchange(d->entries, {});
     d->later(&Private::tellChange, d->isChangeQueued);
-    const QPointer<BoardWatch> self(this);
-    for (const auto &[name, entry] : entries)
+    // The other ports are closed before the first signal, because its receiver may run an event loop.
+    for (auto &[name, entry] : std::exchange(d->entries, {})) {
         entry.port->disconnect(this);
-    for (const auto &[name, entry] : entries) {
-        if (self && entry.state == Private::Ready)
-            d->lose(entry, Board::Stopped);
+        if (entry.state == Private::Ready)
+            d->stopped.push_back(std::move(entry));
+    }
+    const QPointer<BoardWatch> self(this);
+    while (self && !d->stopped.empty()) {
+        const Private::Entry entry = std::move(d->stopped.front());
+        d->stopped.pop_front();
+        d->lose(entry, Board::Stopped);
     }
 }
 
