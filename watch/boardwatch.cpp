@@ -167,6 +167,7 @@ bool BoardWatch::Private::removeOne()
             lent.remove(gone.id.text);
         later(&Private::tellChange, isChangeQueued);
         gone.port->disconnect(q);
+        later(&Private::update, isUpdateQueued); // now, because a receiver of boardLost() may run an event loop
         if (gone.state == Ready)
             lose(gone, Board::CablePulled);
         return true;
