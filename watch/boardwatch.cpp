@@ -203,7 +203,7 @@ void BoardWatch::Private::add(const SystemPort &port)
     entry.id = ids.idOf(port, others);
     if (entry.id.isShared) {
         for (auto &known : entries) {
-            if (known.second.port->system().info.serialNumber() == port.info.serialNumber())
+            if (BoardIds::serialId(known.second.port->system()) == BoardIds::serialId(port))
                 known.second.board.sharesSerialNumber = known.second.id.isShared = true;
         }
     }
