@@ -80,7 +80,8 @@ void WatchedPort::probe()
     });
     // If a board of another type answered, the Initializer never ends.
     const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
-    m_deadline.start(m_settings.delay + rounds * replyTime);
+    const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
+    m_deadline.start(delay + rounds * replyTime);
     initializer->probePort(m_settings.types, m_system.info, m_settings.delay);
 }
 
