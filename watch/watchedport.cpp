@@ -69,7 +69,17 @@ void WatchedPort::probe()
     connect(initializer, &Initializer::deviceInitialized, this, [this](Type, Communicator *communicator) {
         endProbe();
         adopt(communicator);
-        Q_EMIT boardAnswered();
+        // From the event loop, because the port is emitting readyRead() now, and does not emit it again before the
+        // receivers return. A receiver that runs an event loop would hear nothing from the board.
+        QMetaObject::invokeMethod(
+            this,
+            [this, guard = m_guard] {
+                if (!guard || guard != m_guard)
+                    return;
+                m_isReported = true;
+                Q_EMIT boardAnswered();
+            },
+            Qt::QueuedConnection);
     });
     // Emitted once for each wanted type, but the first is enough. The port is closed now, so that others can use it.
     connect(initializer, &Initializer::deviceNotFound, this, [this, initializer] {
@@ -159,8 +169,12 @@ void WatchedPort::onCheckTimer()
 void WatchedPort::lose(Board::Loss loss)
 {
     m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
+    const bool isReported = m_isReported;
     close();
-    Q_EMIT boardLost(loss);
+    if (isReported)
+        Q_EMIT boardLost(loss);
+    else
+        Q_EMIT probeEnded();
 }
 
 void WatchedPort::close()
@@ -175,6 +189,7 @@ void WatchedPort::close(PortGuard::When when)
                          nullptr); // no signal of the Initializer is running; those begin with endProbe()
     m_checkTimer.stop();
     m_check = Check::Off;
+    m_isReported = false;
     if (m_communicator)
         m_communicator->disconnect(this);
     m_communicator = nullptr;

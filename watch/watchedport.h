@@ -87,6 +87,7 @@ private:
     Initializer *m_initializer = nullptr; // null if no probe runs
     QPointer<PortGuard> m_guard; // null if there is no board
     QPointer<Communicator> m_communicator; // null if there is no board, or if the application deleted it
+    bool m_isReported = false; // whether boardAnswered() was emitted for the board
     QTimer m_deadline;
     QTimer m_checkTimer;
     Check m_check = Check::Off;
