@@ -118,7 +118,11 @@ void WatchedPort::adopt(Communicator *communicator)
     m_communicator = communicator;
     m_guard = new PortGuard(port, communicator);
     // Both are deleted by the application, if at all: lose() and close() disconnect them first.
-    connect(communicator, &QObject::destroyed, this, [this] { lose(Board::Released); });
+    connect(communicator, &QObject::destroyed, this, [this, communicator] {
+        // A receiver of boardLost() may run an event loop, which deletes the port with its children.
+        communicator->setParent(nullptr);
+        lose(Board::Released);
+    });
     connect(new PortErrors(port), &PortErrors::portLost, this, &WatchedPort::onPortLost);
     m_check = Check::Off;
     if (m_settings.checkInterval > 0)
