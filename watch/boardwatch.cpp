@@ -213,6 +213,8 @@ void BoardWatch::Private::add(const SystemPort &port)
     else if (lent.contains(entry.id.text))
         entry.state = Lent;
     entry.port = std::make_unique<WatchedPort>(port, active, nullptr);
+    QObject::connect(entry.port.get(), &WatchedPort::reportChanged, q,
+                     [this] { later(&Private::tellChange, isChangeQueued); });
     QObject::connect(entry.port.get(), &WatchedPort::boardAnswered, q, [this, name] { onBoardAnswered(name); });
     QObject::connect(entry.port.get(), &WatchedPort::probeEnded, q, [this, name] { onProbeEnded(name); });
     QObject::connect(entry.port.get(), &WatchedPort::boardLost, q,
@@ -244,6 +246,7 @@ bool BoardWatch::Private::probeOne()
         const auto board = std::find_if(entries.cbegin(), entries.cend(), [&entry = entry](const auto &known) {
             return known.second.state == Ready && isSibling(known.second, entry);
         });
+        later(&Private::tellChange, isChangeQueued);
         if (board != entries.cend()) {
             leaveToSibling(entry, board->first);
             continue;
@@ -536,6 +539,7 @@ bool BoardWatch::takeBack(const QString &id)
     if (isClosed) {
         it->second.state = Private::Due;
         m_private->later(&Private::update, m_private->isUpdateQueued);
+        m_private->later(&Private::tellChange, m_private->isChangeQueued);
     }
     return isLent || isClosed;
 }

@@ -64,8 +64,11 @@ void WatchedPort::probe()
     auto *const initializer = new Initializer(this);
     m_initializer = initializer;
     initializer->setMaxRetries(m_settings.maxRetries);
-    if (m_settings.observer)
-        initializer->setPortObserver(m_settings.observer);
+    initializer->setPortObserver([this](const PortEvent &event) {
+        Q_EMIT reportChanged();
+        if (const auto observer = m_settings.observer) // a copy, because the observer may set another one
+            observer(event);
+    });
     connect(initializer, &Initializer::deviceInitialized, this, [this](Type, Communicator *communicator) {
         endProbe();
         adopt(communicator);

@@ -59,6 +59,8 @@ public:
     void check();
 
 Q_SIGNALS:
+    /// Emitted during a probe when report() changes.
+    void reportChanged();
     /// Emitted when a wanted board answered. report() has its type and its answer.
     void boardAnswered();
     /// Emitted when no wanted board answered. The port is closed, and report() says why.
