@@ -190,6 +190,9 @@ bool BoardWatch::Private::addNew()
             any = true;
         }
     }
+    // A board that is not there when the watch starts has gone.
+    for (auto it = lent.begin(); it != lent.end();)
+        it = *it == UntilPluggedAgain && find(it.key()) == entries.end() ? lent.erase(it) : std::next(it);
     return any;
 }
 
