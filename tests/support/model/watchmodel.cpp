@@ -278,10 +278,11 @@ void WatchModel::notOpened(const QString &name)
     wantSoon(*entry);
 }
 
-/// The time at which a probe without a wanted answer ends.
+/// The time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits for a
+/// board that answered something else. It waits one reply time longer than for a silent board.
 qint64 WatchModel::endOfProbe(const Entry &entry) const
 {
-    return entry.openedAt + (m_settings.maxRetries + 1) * replyTime;
+    return entry.openedAt + (m_settings.maxRetries + (entry.isSilenced ? 2 : 1)) * replyTime;
 }
 
 void WatchModel::endProbe(Entry &entry)
@@ -294,17 +295,11 @@ void WatchModel::endProbe(Entry &entry)
         entry.phase = Rejected;
 }
 
-/// Ends the probes whose time is over. The doc comments don't say how long a port stays open that answered something
-/// else, except that it is closed some time. The model allows one more reply time.
 void WatchModel::advance()
 {
     for (auto &[name, entry] : m_entries) {
-        if (entry.phase != Probing || entry.answer != JwDevice::Unknown || m_around.now() < endOfProbe(entry))
-            continue;
-        if (!entry.isSilenced || !m_around.isOpen(name))
+        if (entry.phase == Probing && entry.answer == JwDevice::Unknown && m_around.now() >= endOfProbe(entry))
             endProbe(entry);
-        else if (m_around.now() > endOfProbe(entry) + replyTime)
-            fail(QStringLiteral("%1 is still open").arg(name));
     }
 }
 

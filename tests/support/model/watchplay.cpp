@@ -11,6 +11,7 @@ using JwDevice::Board;
 using JwDevice::BoardWatch;
 using JwDevice::Communicator;
 using JwDevice::PortEvent;
+using JwDevice::PortReport;
 using JwDevice::Type;
 using Spec = WatchSchedule::Board;
 
@@ -96,6 +97,8 @@ void WatchPlay::settle(int milliseconds)
         if (!line.usb.name.isEmpty() && !isOpenByWatch(line.usb.name))
             m_ports.dropUnread(line.usb.name);
     }
+    if (m_watch && picture() != m_picture)
+        m_model.broke(QStringLiteral("portsChanged() was not emitted after %1, now %2").arg(m_picture, picture()));
     if (m_watch)
         m_model.idle(m_depth, m_watch->boards(), m_watch->portReports());
     else
@@ -253,9 +256,24 @@ void WatchPlay::makeWatch()
 {
     m_watch = std::make_unique<BoardWatch>();
     configure();
+    m_picture = picture();
+    connect(m_watch.get(), &BoardWatch::portsChanged, this, [this] { m_picture = picture(); });
     connect(m_watch.get(), &BoardWatch::boardFound, this, [this](const Board &board) { onSignal("found", board); });
     connect(m_watch.get(), &BoardWatch::boardBack, this, [this](const Board &board) { onSignal("back", board); });
     connect(m_watch.get(), &BoardWatch::boardLost, this, [this](const Board &board) { onSignal("lost", board); });
+}
+
+/// Returns what a window would show of the boards and reports.
+QString WatchPlay::picture() const
+{
+    QStringList texts;
+    const QList<Board> boards = m_watch->boards();
+    for (const Board &board : boards)
+        texts << board.id + (board.sharesSerialNumber ? QStringLiteral(" shared") : QString());
+    const QList<PortReport> reports = m_watch->portReports();
+    for (const PortReport &report : reports)
+        texts << QStringLiteral("%1 %2 %3").arg(report.portName, verdictName(report.verdict), report.errorText);
+    return texts.join(QLatin1String(", "));
 }
 
 void WatchPlay::configure()

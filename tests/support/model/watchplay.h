@@ -57,6 +57,7 @@ private:
     void settle(int milliseconds);
     void makeWatch();
     void configure();
+    QString picture() const;
     void onSignal(const char *name, const JwDevice::Board &board);
     void onEvent(const JwDevice::PortEvent &event);
     void plug(const Step &step);
@@ -78,6 +79,7 @@ private:
     std::vector<Line> m_lines; // by board
     std::deque<Answer> m_answers; // sorted by time
     WatchSchedule::Settings m_settings;
+    QString m_picture; // at the newest portsChanged()
     int m_configurations = 0;
     int m_nextStep = 0;
     int m_signals = 0;

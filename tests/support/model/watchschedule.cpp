@@ -36,8 +36,11 @@ public:
                 m_schedule.steps.append(plug(i));
         }
         m_schedule.steps.append(step(Step::Start));
-        for (int i = between(2, 12); i > 0; --i)
+        for (int i = between(2, 12); i > 0; --i) {
             m_schedule.steps.append(anyStep());
+            if (chance(2))
+                replugWhileLent();
+        }
         for (int i = between(0, 5); i > 0 && chance(70); --i)
             m_schedule.reactions.append(reaction());
         return m_schedule;
@@ -105,6 +108,21 @@ private:
         step.name = m_random.bounded(WatchPorts::names);
         step.withNext = chance(40);
         return step;
+    }
+
+    /// Lends a board, and pulls and plugs it, perhaps while the watch is stopped.
+    void replugWhileLent()
+    {
+        const int board = anyBoard();
+        QVector<Step> steps = {step(chance(30) ? Step::Lend : Step::LendUntilPlugged), step(Step::Stop),
+                               step(Step::Pull), step(Step::Start)};
+        if (chance(50))
+            steps.remove(1);
+        steps.insert(between(1, steps.size()), plug(board));
+        for (Step &each : steps) {
+            each.board = board;
+            m_schedule.steps.append(each);
+        }
     }
 
     Step anyStep()
