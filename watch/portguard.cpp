@@ -25,12 +25,16 @@ PortGuard::PortGuard(QSerialPort *port, Communicator *communicator)
     connect(port, &QSerialPort::readyRead, this, &PortGuard::onSignal);
     connect(port, &QSerialPort::bytesWritten, this, &PortGuard::onSignal);
     connect(port, &QSerialPort::errorOccurred, this, &PortGuard::onSignal);
-    communicator->setIODevice(port);
     communicator->setParent(port);
     onSignal();
+}
+
+void PortGuard::bind(Communicator *communicator)
+{
+    communicator->setIODevice(m_port);
     // Bytes that arrived before are read at the next readyRead(), which may never come.
-    if (port->bytesAvailable() > 0)
-        QMetaObject::invokeMethod(port, &QSerialPort::readyRead, Qt::QueuedConnection);
+    if (m_port->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(m_port, &QSerialPort::readyRead, Qt::QueuedConnection);
 }
 
 void PortGuard::onSignal()

@@ -18,9 +18,12 @@ class PortGuard : public QObject
     Q_OBJECT
 
 public:
-    /// Becomes a child of `port`, and `communicator` too. Binds `communicator` to `port` again, because this object
-    /// must see each signal of the port before `communicator` does. May be called in a signal of the port.
+    /// Becomes a child of `port`, and `communicator` too. Unbinds `communicator`, which must be bound later, because this
+    /// object must see each signal of the port before `communicator` does. May be called in a signal of the port.
     PortGuard(QSerialPort *port, Communicator *communicator);
+
+    /// Binds `communicator` to the port again. Bytes that arrived in the meantime are not lost.
+    void bind(Communicator *communicator);
 
     /// When dispose() deletes a port that is not handling a signal.
     enum When {
