@@ -9,6 +9,7 @@
 #include "support/common/portname.h"
 #include "support/common/processusage.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/common/soakusage.h"
 
 #include <device/communicator.h>
 #include <device/initializer.h>
@@ -40,25 +41,6 @@ constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the si
 void deleteDeferred()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-/// Returns whether the numbers of descriptors, objects, connections and timers are the same as in `before`.
-bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
-{
-    return usage.descriptors == before.descriptors && usage.objects == before.objects
-        && usage.connections == before.connections && usage.timers == before.timers;
-}
-
-/// Returns the resources in use. Before that, waits at most 5 s until their numbers are the same as in `before`. On a
-/// busy machine the threads of umockdev (the library behind the simulated ports) free their resources a moment later.
-ProcessUsage usageLike(const ProcessUsage &before)
-{
-    ProcessUsage usage = {};
-    static_cast<void>(QTest::qWaitFor([&] {
-        usage = ProcessUsage::now();
-        return holdsNoMoreObjects(usage, before);
-    }));
-    return usage;
 }
 
 BoardConfig boardConfig(BoardConfig::Kind kind)
@@ -231,22 +213,7 @@ public:
         return true;
     }
 
-    /// Returns the number of heap bytes that the boards' journals use. To measure this, copies the journals: the heap
-    /// grows by the same number of bytes.
-    qint64 journalBytes() const
-    {
-        QList<QList<JwSimulator::JournalEntry>> copies;
-        const qint64 before = ProcessUsage::now().heapBytes;
-        for (const JwSimulator::Board *board : m_testbed.boards()) {
-            copies.append(QList<JwSimulator::JournalEntry>());
-            const QList<JwSimulator::JournalEntry> journal = board->journal();
-            for (JwSimulator::JournalEntry entry : journal) {
-                entry.bytes.detach();
-                copies.last().append(entry);
-            }
-        }
-        return ProcessUsage::now().heapBytes - before;
-    }
+    qint64 journalBytes() const { return ::journalBytes(m_testbed); }
 
 private:
     static bool isAsExpected(int port, const Probe &probe)

@@ -279,9 +279,9 @@ struct NamedAct
 };
 
 const NamedTrigger triggers[] = {
-    {"boardFound", inBoardFound, true},
+    {"boardFound", inBoardFound, false},
     {"boardLost", inBoardLost, false},
-    {"boardBack", inBoardBack, true},
+    {"boardBack", inBoardBack, false},
     {"portsChanged", inPortsChanged, false},
     {"Communicator::readyRead", inReadyReadOfTheCommunicator, true},
     {"Communicator::transferred", inTransferred, true},
