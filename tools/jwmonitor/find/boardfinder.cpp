@@ -58,6 +58,7 @@ BoardFinder::BoardFinder(QObject *parent)
     m_refreshTimer.setSingleShot(true);
     connect(&m_refreshTimer, &QTimer::timeout, this, &BoardFinder::refresh);
     connect(&m_watcher, &PortWatcher::portsChanged, this, &BoardFinder::onPortsChanged);
+    m_watcher.start();
 }
 
 BoardFinder::~BoardFinder()

@@ -50,6 +50,10 @@ PortWatcher::PortWatcher(QObject *parent)
     connect(&m_thread, &QThread::started, timer, look);
     connect(&m_thread, &QThread::started, timer, QOverload<>::of(&QTimer::start));
     connect(&m_thread, &QThread::finished, timer, &QObject::deleteLater);
+}
+
+void PortWatcher::start()
+{
     m_thread.start();
 }
 

@@ -16,9 +16,12 @@ class PortWatcher : public QObject
     Q_OBJECT
 
 public:
-    /// Starts the thread that watches the ports.
     explicit PortWatcher(QObject *parent = nullptr);
     ~PortWatcher() override;
+
+    /// Starts the thread that watches the ports. Connect portsChanged() first, because the first look may be over before
+    /// this function returns.
+    void start();
 
     /// Makes the next look emit portsChanged() even if the list of ports has not changed.
     void lookAgain() { m_isForced = true; }
