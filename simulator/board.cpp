@@ -44,7 +44,8 @@ public:
         writable.setEnabled(false);
         gap.setSingleShot(true);
         pull.setSingleShot(true);
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        permission.setSingleShot(true);
+        for (QTimer *timer : {&gap, &pull, &permission, &drain, &unasked})
             timer->setTimerType(Qt::PreciseTimer);
     }
 
@@ -54,7 +55,7 @@ public:
         writable.setEnabled(false);
         fromHost.clear();
         toHost.clear();
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        for (QTimer *timer : {&gap, &pull, &permission, &drain, &unasked})
             timer->stop();
         deleteLater();
     }
@@ -80,6 +81,7 @@ public:
     QSocketNotifier writable;
     QTimer gap;
     QTimer pull;
+    QTimer permission; // runs until the host may open the port
     QTimer drain; // runs shortly before the cable is pulled; while it runs, the board sends nothing
     QTimer unasked;
     int drainTicks = 0;
@@ -98,6 +100,9 @@ Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_
 {
     if (m_config.hwversion.isNull())
         m_config.hwversion = QLatin1String(boardKind(m_config.kind).hwversion);
+    m_plugTimer.setSingleShot(true);
+    m_plugTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_plugTimer, &QTimer::timeout, this, &Board::plugAsConfigured);
 }
 
 Board::~Board()
@@ -106,22 +111,62 @@ Board::~Board()
     delete m_line;
 }
 
+QString Board::portName() const
+{
+    return m_port->name();
+}
+
+bool Board::start(QString *error)
+{
+    if (m_config.plugAfter < 0)
+        return plug(error);
+    // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
+    QTimer::singleShot(0, this, [this] {
+        if (!m_plugged)
+            m_plugTimer.start(m_config.plugAfter);
+    });
+    return true;
+}
+
 bool Board::plug(QString *error)
 {
+    return plugAs(portName(), error);
+}
+
+bool Board::plugAs(const QString &name, QString *error)
+{
     QString fault = QStringLiteral("the cable is plugged in already; pull() it first");
-    if (!m_plugged && m_port->plug(fault)) {
+    if (!m_plugged && m_port->plug(name, fault)) {
+        m_plugTimer.stop();
         m_plugged = true;
         connectLine();
+        Q_EMIT plugged();
         return true;
     }
     if (error)
-        *error = QStringLiteral("%1: %2").arg(portName(), fault);
+        *error = QStringLiteral("%1: %2").arg(name, fault);
     return false;
+}
+
+void Board::plugAsConfigured()
+{
+    const bool other = m_configuredPulls % 2 == 1 && !m_config.replugPort.isEmpty();
+    QString error;
+    if (!plugAs(other ? m_config.replugPort : m_config.port, &error))
+        qWarning("cannot plug in the board: %s", qUtf8Printable(error));
+}
+
+void Board::pullAsConfigured()
+{
+    ++m_configuredPulls;
+    if (m_config.replugAfter >= 0)
+        m_plugTimer.start(m_config.replugAfter);
+    pull();
 }
 
 void Board::connectLine()
 {
-    const bool first = m_pullTime < 0;
+    m_bytesSent = 0;
     if (m_port->descriptor() < 0)
         return;
     m_line = new Line(this, m_port->descriptor(), m_config);
@@ -133,19 +178,22 @@ void Board::connectLine()
         writePending();
     });
     connect(&m_line->gap, &QTimer::timeout, this, &Board::sendNext);
-    connect(&m_line->pull, &QTimer::timeout, this, &Board::pull);
+    connect(&m_line->pull, &QTimer::timeout, this, &Board::pullAsConfigured);
+    connect(&m_line->permission, &QTimer::timeout, this, [this] { m_port->permit(); });
     connect(&m_line->drain, &QTimer::timeout, this, [this] {
         if (++m_line->drainTicks >= longestDrain || m_port->unread() == 0)
-            pull();
+            pullAsConfigured();
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
-    if (first && m_config.pullAfter >= 0) {
-        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
-        QTimer::singleShot(0, m_line, [this, line = m_line] {
-            if (m_line == line)
-                line->pull.start(m_config.pullAfter);
-        });
-    }
+    // The timers start when the event loop runs, as in start().
+    QTimer::singleShot(0, m_line, [this, line = m_line] {
+        if (m_line != line)
+            return;
+        if (isPullDue() && m_config.pullAfter >= 0)
+            line->pull.start(m_config.pullAfter);
+        if (m_config.latePermission > 0)
+            line->permission.start(m_config.latePermission);
+    });
     if (boardKind(m_config.kind).unasked != BoardKind::Unasked::Nothing)
         m_line->unasked.start(m_config.interval);
 }
@@ -318,7 +366,7 @@ void Board::writePending()
     if (line->drain.isActive())
         return;
     qint64 most = line->pending.size();
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0)
+    if (m_config.pullAfterBytes >= 0 && isPullDue())
         most = qMin(most, m_config.pullAfterBytes - m_bytesSent);
     while (most > 0) {
         const ssize_t count = ::write(line->descriptor, line->pending.constData(), static_cast<size_t>(most));
@@ -334,7 +382,7 @@ void Board::writePending()
         m_bytesSent += count;
         most -= count;
     }
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
+    if (m_config.pullAfterBytes >= 0 && isPullDue() && m_bytesSent >= m_config.pullAfterBytes) {
         // A pull drops the bytes that the host has not read, so the host gets a moment to read them.
         line->drain.start(1);
     }

@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QRandomGenerator>
+#include <QTimer>
 
 #include <memory>
 
@@ -52,8 +53,9 @@ public:
     /// Returns the configuration that Testbed::add() got. Its port, serial and hwversion are never null, because the
     /// Testbed fills them in.
     const BoardConfig &config() const { return m_config; }
-    /// Returns the name of the port without the folder, for example "ttyACM0".
-    QString portName() const { return m_config.port; }
+    /// Returns the name of the port without the folder, for example "ttyACM0". While the cable is not plugged in, this
+    /// is the name that the port had last, or will have first.
+    QString portName() const;
 
     /// Sends `bytes` unchanged, at the speed of the line, after all bytes that still wait to be sent. The board keeps
     /// the bytes until the host reads them. Returns false if the cable is pulled or the port is denied.
@@ -63,9 +65,9 @@ public:
     /// that the board has not sent, or that the host has not read, are lost. Does nothing if the cable is already
     /// pulled.
     void pull();
-    /// Plugs the cable in again after pull(). The system then has a new device with the same port name. Counters and
-    /// journal continue. If the cable is not pulled, or the system refuses, returns false and sets `error` (may be
-    /// null) to one line.
+    /// Plugs the cable in, for example after pull(). The system then has a new device with the same port name. Counters
+    /// and journal continue. If the cable is plugged in already, or the system refuses, returns false and sets `error`
+    /// (may be null) to one line.
     bool plug(QString *error = nullptr);
     /// Returns whether the cable is plugged in.
     bool isPlugged() const { return m_plugged; }
@@ -88,6 +90,8 @@ Q_SIGNALS:
     void sentenceReceived(const QByteArray &sentence);
     /// Emitted when the host can read `bytes`: a whole reply, a chunk of a reply, or the bytes of one call of send().
     void sent(const QByteArray &bytes);
+    /// Emitted when the cable was plugged in: by plug(), or because of BoardConfig::plugAfter or replugAfter.
+    void plugged();
     /// Emitted when the cable was pulled: by pull(), or because of BoardConfig::pullAfter or pullAfterBytes.
     void pulled();
 
@@ -97,6 +101,11 @@ private:
 
     Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_ptr<Port> port);
 
+    bool start(QString *error);
+    bool plugAs(const QString &name, QString *error);
+    void plugAsConfigured();
+    void pullAsConfigured();
+    bool isPullDue() const { return m_configuredPulls < m_config.cycles; }
     void connectLine();
     void onReadable();
     void onReceived(const QByteArray &bytes);
@@ -115,8 +124,10 @@ private:
     const std::unique_ptr<Port> m_port;
     Line *m_line = nullptr; // child of this object; null while the cable is pulled or the port is denied
     bool m_plugged = false;
+    QTimer m_plugTimer; // runs until the configuration plugs the cable in
+    int m_configuredPulls = 0;
     int m_queries = 0;
-    qint64 m_bytesSent = 0;
+    qint64 m_bytesSent = 0; // since the cable was plugged in
     int m_unaskedSent = 0;
     QRandomGenerator m_random;
     qint64 m_pullTime = -1;

@@ -60,17 +60,35 @@ struct BoardConfig
     QString hwversion;
     int ignore = 0; ///< number of queries at the start that get no reply
     int replies = 1; ///< number of replies to each query, sent without a pause
-    /// The cable is pulled once, this many milliseconds after the event loop first runs with the port. -1 means never.
+    /// The cable is not plugged in at the start. It is plugged in this many milliseconds after the event loop first
+    /// runs with the port. The port name is reserved from the start. -1 means that the cable is plugged in at the
+    /// start.
+    int plugAfter = -1;
+    /// The cable is pulled this many milliseconds after the port appeared, but not before the event loop runs. This
+    /// happens `cycles` times. -1 means never.
     int pullAfter = -1;
-    /// The cable is pulled once, after the board sent this many bytes. The host gets up to 100 ms to read the bytes
-    /// before the pull. -1 means never.
+    /// The cable is pulled after the board sent this many bytes since the port appeared. The host gets up to 100 ms to
+    /// read the bytes before the pull. This happens `cycles` times. -1 means never.
     int pullAfterBytes = -1;
+    /// The cable is plugged in again, this many milliseconds after `pullAfter` or `pullAfterBytes` pulled it. -1 means
+    /// never.
+    int replugAfter = -1;
+    /// Name that the port gets when `replugAfter` plugs the cable in. With more `cycles`, each time the port gets the
+    /// other of `port` and `replugPort`. Empty means that the name stays the same.
+    QString replugPort;
+    int cycles = 1; ///< number of times that the cable is pulled and plugged in again
+    /// Nobody may open the port for this many milliseconds after it appeared, not even root. Then the system reports a
+    /// "change" of the port. The same happens each time that the cable is plugged in. With Open::Denied, this has no
+    /// effect.
+    int latePermission = 0;
     Open open = Open::Ok; ///< what happens when a program opens the port
     QString manufacturer = QStringLiteral("STMicroelectronics."); ///< USB manufacturer
     quint16 vendor = 0x0483; ///< USB vendor id
     quint16 product = 0x5740; ///< USB product id
     QString productName = QStringLiteral("Simulated board"); ///< USB product name
-    QString serial; ///< USB serial number; null = a number that no other board of the testbed has
+    /// USB serial number. Null means a number that no other board of the testbed has. Empty means that the USB device
+    /// has no serial number.
+    QString serial;
     /// Port name without folder. Null means the first free name of ttyACM0, ttyACM1, ... A name is free if no board of
     /// any simulation has it and no running program has locked it.
     QString port;

@@ -3,14 +3,14 @@
 #include <simulator/boardconfig.h>
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QLockFile>
 
 #include <memory>
-#include <vector>
-
-typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
+
+class DeviceTree;
 
 /// Returns whether a running program holds QSerialPort's lock file for a port of this name.
 bool isLocked(const QString &portName);
@@ -52,11 +52,16 @@ class Port
 public:
     /// `config.port` and `config.serial` must be set. `index` must be different for each port of the testbed. The
     /// device exists only after plug().
-    Port(UMockdevTestbed *testbed, const BoardConfig &config, int index);
+    Port(DeviceTree &tree, const BoardConfig &config, int index);
     ~Port();
 
-    /// Makes the device. On failure, returns false and sets `error` to one line.
-    bool plug(QString &error);
+    /// Returns the name of the port without the folder. While unplugged, this is the name that it had last.
+    const QString &name() const { return m_name; }
+    /// Makes the device, with this port name. udev reports the device. On failure, returns false and sets `error` to
+    /// one line.
+    bool plug(const QString &name, QString &error);
+    /// Gives the permission that BoardConfig::latePermission delays. udev reports a change.
+    void permit();
     /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
@@ -66,18 +71,20 @@ public:
     int unread() const;
 
 private:
-    void addDevices();
+    bool addDevices(QString &error);
     bool openPty(QString &error);
     bool deny(QString &error);
     QByteArray deviceNumber() const;
     bool setNode(const QByteArray &target);
     bool hold(QString &error);
 
-    UMockdevTestbed *const m_testbed;
+    DeviceTree &m_tree;
     const BoardConfig m_config;
     const int m_index;
-    QByteArray m_rootFolder; // programs see the dev/ and sys/ in this folder as /dev and /sys
-    std::vector<QByteArray> m_sysPaths; // paths in /sys of all devices of this port; each parent is before its children
+    QString m_name;
+    int m_usbNumber = 0; // the USB device's number, which changes with each plug
+    QByteArrayList m_devices; // paths of all devices of this port in m_tree; each parent is before its children
+    QByteArray m_hostName; // path of the pty that the host opens
     Descriptor m_boardEnd;
     Descriptor m_hostEnd; // kept open by this object; the host opens its own descriptor
     std::unique_ptr<QLockFile> m_lock;

@@ -1,11 +1,10 @@
 #include "testbed.h"
 
+#include <simulator/devicetree.h>
 #include <simulator/port.h>
 #include <simulator/preload.h>
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QSet>
 
 #include <umockdev.h>
@@ -22,10 +21,7 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        // Without this folder, programs would see the machine's own /dev until the first device is added.
-        gchar *root = umockdev_testbed_get_root_dir(testbed);
-        QDir(QFile::decodeName(root)).mkdir(QStringLiteral("dev"));
-        g_free(root);
+        tree = std::make_unique<DeviceTree>(testbed);
     }
     ~Private()
     {
@@ -44,6 +40,7 @@ struct Testbed::Private
     }
 
     UMockdevTestbed *testbed = nullptr;
+    std::unique_ptr<DeviceTree> tree;
     QElapsedTimer clock;
     std::vector<std::unique_ptr<QLockFile>> names;
     std::vector<std::unique_ptr<Board>> boards;
@@ -79,35 +76,40 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     QSet<QString> ports;
     QSet<QString> serials;
     for (const std::unique_ptr<Board> &board : d->boards) {
-        ports.insert(board->portName());
+        ports += {board->config().port, board->config().replugPort};
         serials.insert(board->config().serial);
     }
     for (const BoardConfig &config : configs) {
-        if (!config.port.isEmpty() && ports.contains(config.port)) {
-            fault = QStringLiteral("two boards on port %1; give each its own port name").arg(config.port);
-            return false;
+        for (const QString &name : {config.port, config.replugPort}) {
+            if (!name.isEmpty() && ports.contains(name)) {
+                fault = QStringLiteral("port name %1 is given twice; give each board its own port names").arg(name);
+                return false;
+            }
+            ports.insert(name);
         }
-        ports.insert(config.port);
         serials.insert(config.serial);
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
         // A name that the caller chose is reserved too, so that other simulations choose other names.
-        std::unique_ptr<QLockFile> reservation = config.port.isEmpty() ? nullptr : reserveName(config.port);
+        for (const QString &name : {config.port, config.replugPort}) {
+            if (!name.isEmpty())
+                d->names.push_back(reserveName(name));
+        }
         while (config.port.isEmpty()) {
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
-            reservation = reserveName(name);
-            if (reservation && !isLocked(name)) // false if another simulation or a real port uses this name
+            std::unique_ptr<QLockFile> reservation = reserveName(name);
+            if (reservation && !isLocked(name)) { // false if another simulation or a real port uses this name
                 config.port = name;
+                d->names.push_back(std::move(reservation));
+            }
         }
-        d->names.push_back(std::move(reservation));
         if (config.serial.isNull())
             config.serial = d->freeName(serials, QStringLiteral("SIM%1"), index + 1);
-        ports.insert(config.port);
         serials.insert(config.serial);
-        std::unique_ptr<Board> board(new Board(config, d->clock, std::make_unique<Port>(d->testbed, config, index)));
-        if (!board->plug(&fault))
+        std::unique_ptr<Board> board(new Board(config, d->clock, std::make_unique<Port>(*d->tree, config, index)));
+        if (!board->start(&fault))
             return false;
         d->boards.push_back(std::move(board));
     }

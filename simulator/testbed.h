@@ -35,7 +35,8 @@ public:
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;
 
-    /// Adds one port with its board. Programs can use the port when this function returns. The Testbed owns the board.
+    /// Adds one port with its board. Programs can use the port when this function returns, except with
+    /// BoardConfig::plugAfter: such a board is not plugged in yet. The Testbed owns the board.
     /// If the port name is taken, there are maxBoards boards, or the system refuses, returns null and sets `error` (may
     /// be null) to one line.
     Board *add(const BoardConfig &config, QString *error = nullptr);

@@ -1,6 +1,7 @@
 #include "support/programs/jwsimrun.h"
 
 #include <QStandardPaths>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <algorithm>
@@ -22,6 +23,7 @@ private Q_SLOTS:
     void udevadmKnowsThePort();
     void udevadmKnowsTheDeviceAboveThePort();
     void pulledPortIsNotListed();
+    void udevadmReceivesTheEvents();
 
 private:
     QStringList boards() const;
@@ -29,6 +31,7 @@ private:
     // Some programs list only ports with usual names, so the names begin with ttyACM.
     const QString m_first = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2);
     const QString m_second = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2 + 1);
+    const QString m_third = QStringLiteral("ttyUSB%1").arg(::getpid() % 5000 * 2);
 };
 
 namespace {
@@ -169,6 +172,25 @@ void TestJwsimListings::pulledPortIsNotListed()
     QVERIFY2(outcome.output.contains(m_second.toLatin1()), outcome.output.constData());
     QVERIFY2(!outcome.output.contains(m_first.toLatin1()), outcome.output.constData());
     QVERIFY2(outcome.output.endsWith("\n166:1\n1-02, 1-02:1.0\n"), outcome.output.constData());
+}
+
+void TestJwsimListings::udevadmReceivesTheEvents()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    // The query makes the board send bytes, which pulls the cable. So the cable is pulled only when udevadm is ready.
+    const QString script =
+        QStringLiteral("udevadm monitor --udev --subsystem-match=tty >%1 & until grep -q ^UDEV %1; do :; done; "
+                       "printf '$PJWVER*0c\\r\\n' >/dev/%2; until grep -q add %1; do :; done; kill $!; "
+                       "cut -d ']' -f 2 %1 | awk '/devices/ { print $1, $2 }'")
+            .arg(file.fileName(), m_first);
+    const QString board = boardOn("BoardA", m_first, "pull-after-bytes=1,replug-after=10,replug-port=") + m_third;
+    const Outcome outcome =
+        runProgram(jwsimProgram(), simulated({board}, {QStringLiteral("sh"), QStringLiteral("-c"), script}));
+    QCOMPARE(outcome.error, QByteArray());
+    const QByteArray folder = "/devices/usb1/1-01/1-01:1.0/tty/";
+    QCOMPARE(linesOf(outcome.output),
+             (QList<QByteArray>{"remove " + folder + m_first.toLatin1(), "add " + folder + m_third.toLatin1()}));
 }
 
 QTEST_GUILESS_MAIN(TestJwsimListings)

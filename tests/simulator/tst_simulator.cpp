@@ -1,5 +1,6 @@
 #include "support/common/portname.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/common/systemports.h"
 
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
@@ -121,8 +122,13 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("hwversion"), config.hwversion},
             {QStringLiteral("ignore"), config.ignore},
             {QStringLiteral("replies"), config.replies},
+            {QStringLiteral("plug-after"), config.plugAfter},
             {QStringLiteral("pull-after"), config.pullAfter},
             {QStringLiteral("pull-after-bytes"), config.pullAfterBytes},
+            {QStringLiteral("replug-after"), config.replugAfter},
+            {QStringLiteral("replug-port"), config.replugPort},
+            {QStringLiteral("cycles"), config.cycles},
+            {QStringLiteral("late-permission"), config.latePermission},
             {QStringLiteral("open"), static_cast<int>(config.open)},
             {QStringLiteral("manufacturer"), config.manufacturer},
             {QStringLiteral("vendor"), config.vendor},
@@ -161,15 +167,6 @@ QList<qint64> journalTimes(const Board *board, JournalEntry::Direction direction
             times.append(entry.milliseconds);
     }
     return times;
-}
-
-QStringList systemPorts()
-{
-    QStringList names;
-    const auto ports = QSerialPortInfo::availablePorts();
-    for (const QSerialPortInfo &port : ports)
-        names.append(port.portName());
-    return names;
 }
 
 } // namespace
@@ -262,10 +259,13 @@ void TestSimulator::keySetsOnlyItsField_data()
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QStringList>("others"); // the keys that this key needs
 
-    const auto row = [](const char *key, const char *text, const QVariant &value) {
-        QTest::newRow(key) << QString::fromLatin1(key) << QString::fromLatin1(text) << value;
+    const auto row = [](const char *key, const char *text, const QVariant &value, const QStringList &others = {}) {
+        QTest::newRow(key) << QString::fromLatin1(key) << QString::fromLatin1(text) << value << others;
     };
+    const QStringList pull{QStringLiteral("pull-after=5")};
+    const QStringList replug = pull + QStringList{QStringLiteral("replug-after=5")};
     row("delay", "20", 20);
     row("speed", "115200", 115200);
     row("usb", "bridge", static_cast<int>(BoardConfig::Usb::Bridge));
@@ -276,8 +276,13 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("hwversion", "V7300021-b", QStringLiteral("V7300021-b"));
     row("ignore", "2", 2);
     row("replies", "4", 4);
+    row("plug-after", "0", 0);
     row("pull-after", "0", 0);
     row("pull-after-bytes", "12", 12);
+    row("replug-after", "0", 0, pull);
+    row("replug-port", "ttyUSB8", QStringLiteral("ttyUSB8"), replug);
+    row("cycles", "9", 9, replug);
+    row("late-permission", "30", 30);
     row("open", "denied", static_cast<int>(BoardConfig::Open::Denied));
     row("manufacturer", "Acme Boards", QStringLiteral("Acme Boards"));
     row("vendor", "1a2B", 0x1a2b);
@@ -294,17 +299,23 @@ void TestSimulator::keySetsOnlyItsField()
     QFETCH(QString, key);
     QFETCH(QString, text);
     QFETCH(QVariant, value);
+    QFETCH(QStringList, others);
 
-    QVariantMap expected = fieldsOf(BoardConfig());
+    const QString start = (QStringList{QStringLiteral("BoardA")} + others).join(QLatin1Char(','));
+    const auto without = BoardConfig::fromText(start);
+    QVERIFY(without);
+    QVariantMap expected = fieldsOf(*without);
     QVERIFY(expected.contains(key));
     QVERIFY(expected[key] != value);
     expected[key] = value;
 
-    const auto fromText = BoardConfig::fromText(QStringLiteral("BoardA,%1=%2").arg(key, text));
+    const auto fromText = BoardConfig::fromText(QStringLiteral("%1,%2=%3").arg(start, key, text));
     QVERIFY(fromText);
     QCOMPARE(fieldsOf(*fromText), expected);
 
     QJsonObject object{{QStringLiteral("kind"), QStringLiteral("BoardA")}, {key, text}};
+    for (const QString &other : others)
+        object[other.section(QLatin1Char('='), 0, 0)] = other.section(QLatin1Char('='), 1);
     const auto fromJsonText = BoardConfig::fromJson(object);
     QVERIFY(fromJsonText);
     QCOMPARE(fieldsOf(*fromJsonText), expected);
@@ -354,6 +365,14 @@ void TestSimulator::wrongTextGivesOneLineOfError_data()
     QTest::newRow("key") << QStringLiteral("BoardA,wait=3") << QStringLiteral("pull-after-bytes");
     QTest::newRow("value") << QStringLiteral("BoardA,delay=x") << QStringLiteral("milliseconds");
     QTest::newRow("line break") << QStringLiteral("BoardA,serial=a\nb") << QStringLiteral("printable ASCII");
+    QTest::newRow("replug without a pull")
+        << QStringLiteral("BoardA,replug-after=5") << QStringLiteral("add pull-after or pull-after-bytes");
+    QTest::newRow("replug-port alone") << QStringLiteral("BoardA,pull-after=5,replug-port=ttyACM5")
+                                       << QStringLiteral("replug-port needs replug-after");
+    QTest::newRow("cycles alone") << QStringLiteral("BoardA,pull-after=5,cycles=2")
+                                  << QStringLiteral("cycles needs replug-after");
+    QTest::newRow("late permission of a denied port")
+        << QStringLiteral("BoardA,open=denied,late-permission=5") << QStringLiteral("leave out late-permission");
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 
