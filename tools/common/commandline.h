@@ -26,6 +26,7 @@ public:
     /// Returns --type, --delay and --retries, which only a search uses. A list of ports also uses --port.
     QList<QCommandLineOption> searchOptions() const { return {m_type, m_delay, m_retries}; }
     const QCommandLineOption &port() const { return m_port; }
+    const QCommandLineOption &type() const { return m_type; }
     bool isSet(const QCommandLineOption &option) const { return m_parser.isSet(option); }
     QString value(const QCommandLineOption &option) const { return m_parser.value(option); }
 
