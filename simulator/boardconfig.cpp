@@ -150,6 +150,8 @@ const std::vector<Key> &keys()
         textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters",
                 "USB serial number (empty: the device has none)"),
         textKey("port", &Config::port, portName, "a port name such as ttyACM0 or ttyUSB1", "name of the port"),
+        textKey("hub", &Config::hub, "[A-Za-z0-9]{1,16}", "up to 16 letters and digits",
+                "hub of the board; boards of a hub come and go together"),
         numberKey("interval", &Config::interval, 1, longestWait, "milliseconds",
                   "time between two bursts of babble or two sentences of other"),
         seedKey(),
@@ -199,14 +201,14 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// Returns whether the keys that depend on each other fit together.
+// Returns whether the values fit together. For example, usb=cdc allows no speed.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
     if (config.usb == BoardConfig::Usb::Cdc && config.speed != 0)
         error = QStringLiteral("usb=cdc has no line speed; leave out speed, or use usb=bridge");
     else if (config.replugAfter >= 0 && config.pullAfter < 0 && config.pullAfterBytes < 0)
         error = QStringLiteral("replug-after needs a pull; add pull-after or pull-after-bytes");
-    else if (!config.replugPort.isEmpty() && config.replugAfter < 0)
+    else if (!config.replugPort.isEmpty() && config.replugAfter < 0 && config.hub.isEmpty())
         error = QStringLiteral("replug-port needs replug-after; add it");
     else if (config.cycles > 1 && config.replugAfter < 0)
         error = QStringLiteral("cycles needs replug-after; add it");
@@ -219,7 +221,7 @@ std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // The text of a fraction contains a point, so that keys for whole numbers refuse it.
+    // For example, 1.5 becomes the text "1.5", which keys for whole numbers refuse.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;

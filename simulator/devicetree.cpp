@@ -4,8 +4,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <umockdev.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <unistd.h>
@@ -29,14 +27,12 @@ QByteArray upwards(int folders)
 
 } // namespace
 
-DeviceTree::DeviceTree(UMockdevTestbed *testbed)
-    : m_testbed(testbed)
+DeviceTree::DeviceTree(const QByteArray &rootFolder)
+    : m_root(rootFolder)
+    , m_events(rootFolder)
     , m_usbNumbers(usbNumbers)
     , m_lastUsbNumber(1) // number 1 is the bus itself
 {
-    gchar *root = umockdev_testbed_get_root_dir(testbed);
-    m_root = root;
-    g_free(root);
     // Without this folder, programs would see the machine's own /dev until the first device is added.
     QDir(QFile::decodeName(m_root)).mkdir(QStringLiteral("dev"));
 }
@@ -45,41 +41,53 @@ bool DeviceTree::add(const Device &device, QString &error)
 {
     const QByteArray folder = m_root + "/sys/devices/" + device.path;
     bool ok = QDir().mkpath(QFile::decodeName(folder));
-    QByteArray properties;
-    for (const auto &[name, value] : device.properties)
-        properties += name + '=' + value + '\n';
-    ok = ok && writeFile(folder + "/uevent", properties);
-    QByteArrayList listings = {device.subsystem + (device.subsystem.startsWith("bus/") ? "/devices/" : "/")
-                               + device.path.mid(device.path.lastIndexOf('/') + 1)};
-    for (const auto &[name, text] : device.attributes) {
-        ok = ok && writeFile(folder + '/' + name, text);
-        if (name == "dev")
-            listings.append("dev/char/" + text);
+    const QByteArray name = device.path.mid(device.path.lastIndexOf('/') + 1);
+    const bool isOnBus = device.subsystem.startsWith("bus/");
+    Entry entry;
+    entry.listings.append(device.subsystem + (isOnBus ? "/devices/" : "/") + name);
+    entry.subsystem = device.subsystem.mid(device.subsystem.lastIndexOf('/') + 1);
+    for (const auto &[key, value] : device.properties) {
+        entry.properties += key + '=' + value + '\0';
+        if (key == "DEVTYPE")
+            entry.type = value;
     }
-    const int depth = device.path.count('/') + 2; // from the device's folder up to /sys
-    ok = ok && setLink(folder + "/subsystem", upwards(depth) + device.subsystem);
-    for (const auto &[name, target] : device.links)
-        ok = ok && setLink(folder + '/' + name, target);
-    // A program that lists devices finds the device by these links, so they come last.
-    for (const QByteArray &listing : listings)
-        ok = ok && setLink(m_root + "/sys/" + listing, upwards(listing.count('/')) + "devices/" + device.path);
-    m_listings.insert(device.path, listings);
+    ok = ok && writeFile(folder + "/uevent", QByteArray(entry.properties).replace('\0', '\n'));
+    for (const auto &[file, text] : device.attributes) {
+        ok = ok && writeFile(folder + '/' + file, text);
+        if (file == "dev")
+            entry.listings.append("dev/char/" + text);
+    }
+    ok = ok && setLink(folder + "/subsystem", toSys(device.path) + device.subsystem);
+    for (const auto &[link, target] : device.links)
+        ok = ok && setLink(folder + '/' + link, target);
+    m_entries.insert(device.path, entry);
     if (!ok)
         error = QStringLiteral("cannot write the simulated device: %1").arg(qt_error_string(errno));
     return ok;
 }
 
+void DeviceTree::show(const QByteArray &path)
+{
+    const QByteArrayList listings = m_entries.value(path).listings;
+    for (const QByteArray &listing : listings)
+        setLink(m_root + "/sys/" + listing, upwards(listing.count('/')) + "devices/" + path);
+    announce(path, "add");
+}
+
 void DeviceTree::announce(const QByteArray &path, const char *action)
 {
-    umockdev_testbed_uevent(m_testbed, "/sys/devices/" + path, action);
+    const Entry entry = m_entries.value(path);
+    m_events.send(action, path, entry.subsystem, entry.type, entry.properties);
 }
 
 void DeviceTree::remove(const QByteArray &path)
 {
-    for (const QByteArray &listing : m_listings.take(path))
+    const QByteArrayList listings = m_entries.value(path).listings;
+    for (const QByteArray &listing : listings)
         ::unlink(m_root + "/sys/" + listing);
-    announce(path, "remove"); // umockdev reads the properties from the device's folder, so the folder goes later
     QDir(QFile::decodeName(m_root + "/sys/devices/" + path)).removeRecursively();
+    announce(path, "remove");
+    m_entries.remove(path);
 }
 
 int DeviceTree::takeUsbNumber()
@@ -94,6 +102,11 @@ int DeviceTree::takeUsbNumber()
 void DeviceTree::freeUsbNumber(int number)
 {
     m_usbNumbers[static_cast<std::size_t>(number)] = false;
+}
+
+QByteArray toSys(const QByteArray &path)
+{
+    return upwards(path.count('/') + 2);
 }
 
 bool setLink(const QByteArray &link, const QByteArray &target)

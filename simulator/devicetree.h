@@ -1,5 +1,7 @@
 #pragma once
 
+#include <simulator/eventsender.h>
+
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QMap>
@@ -7,8 +9,6 @@
 
 #include <utility>
 #include <vector>
-
-typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
 
@@ -27,21 +27,24 @@ struct Device
 /// The simulated /sys, and the kernel events of its devices. Programs see it through umockdev's preload library.
 ///
 /// This class writes the files itself. umockdev could also do it, but its own "add" event comes before the device is
-/// complete, and it writes every file with a sync, which makes a plug many times slower.
+/// complete.
 class DeviceTree
 {
 public:
-    explicit DeviceTree(UMockdevTestbed *testbed);
+    /// `rootFolder` is the testbed's folder.
+    explicit DeviceTree(const QByteArray &rootFolder);
 
     /// Returns the folder whose dev/ and sys/ programs see as /dev and /sys.
     const QByteArray &rootFolder() const { return m_root; }
 
-    /// Makes a device, without an event. Its parent must exist. If a file cannot be written, returns false and sets
+    /// Makes a device. No list of devices has it before show(). If a file cannot be written, returns false and sets
     /// `error` to one line.
     bool add(const Device &device, QString &error);
-    /// Sends a kernel event of a device, for example "add".
+    /// Puts a device into the lists that programs read, and sends "add". Its parent must be shown before.
+    void show(const QByteArray &path);
+    /// Sends a kernel event of a device, for example "change".
     void announce(const QByteArray &path, const char *action);
-    /// Takes a device out of all lists, sends "remove", and deletes the device. Its children must be removed before.
+    /// Deletes a device, and sends "remove". Its children must be removed before.
     void remove(const QByteArray &path);
 
     /// Returns a device number for a USB device that is plugged in. Like a kernel, counts on and reuses a number only
@@ -51,12 +54,23 @@ public:
     void freeUsbNumber(int number);
 
 private:
-    UMockdevTestbed *const m_testbed;
-    QByteArray m_root;
-    QMap<QByteArray, QByteArrayList> m_listings; // for each device, the links to it in the folders that list devices
+    struct Entry
+    {
+        QByteArrayList listings; // links to the device in the folders that list devices
+        QByteArray subsystem; // the last two are for the events
+        QByteArray type;
+        QByteArray properties;
+    };
+
+    const QByteArray m_root;
+    EventSender m_events;
+    QMap<QByteArray, Entry> m_entries; // for each device, by its path
     std::vector<bool> m_usbNumbers; // true = taken
     std::size_t m_lastUsbNumber;
 };
+
+/// Returns the relative path from the folder of the device at `path` up to /sys, for example "../../../".
+QByteArray toSys(const QByteArray &path);
 
 /// Makes a link. Also makes its folder if needed. An existing link is replaced in one step.
 bool setLink(const QByteArray &link, const QByteArray &target);

@@ -1,13 +1,12 @@
 #include "port.h"
 
 #include <simulator/devicetree.h>
+#include <simulator/usbdevice.h>
 
 #include <QFile>
 #include <QFileInfo>
 
-#include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
@@ -22,30 +21,6 @@ namespace {
 
 const char *const deviceMajor = "166";
 constexpr int longestLockFile = 4096; // bytes to read; a limit, because any user may write a very long file
-
-// Writes a name as udev does, with underscores for blanks. Programs that read the names replace the underscores.
-QByteArray udevName(const QString &text)
-{
-    return text.toLatin1().replace(' ', '_');
-}
-
-// Encodes blanks and other special characters as udev does.
-QByteArray udevEncoded(const QString &text)
-{
-    QByteArray encoded;
-    for (const char byte : text.toLatin1()) {
-        if (std::isalnum(static_cast<uchar>(byte)) || std::strchr("#+-.:=@_", byte))
-            encoded += byte;
-        else
-            encoded += "\\x" + QByteArray(1, byte).toHex();
-    }
-    return encoded;
-}
-
-QByteArray hex(quint16 id)
-{
-    return QByteArray::number(id, 16).rightJustified(4, '0');
-}
 
 QString systemError(const QString &what)
 {
@@ -72,13 +47,14 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
-// Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
-// or "%10d name user". QLockFile expects a second line with the program's name, and would delete the file without it.
+// Returns whether a running program that does not use QLockFile holds the port. Such a
+// program writes only one line to the lock file: the process id, or the process id, the program's name and the user.
+// QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // QSerialPort cannot lock this; it is not read, because a read of a FIFO would wait for a writer
+        return true; // not a plain file, so QSerialPort cannot lock the port; reading a FIFO would block
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -102,7 +78,8 @@ bool isLocked(const QString &portName)
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Uses its own lock file with the prefix "jwsim.". The port's lock file is for the program that opens the port.
+    // Uses a second lock file with the prefix "jwsim.", because the port's lock file must stay free for the program
+    // that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -114,9 +91,10 @@ Descriptor::~Descriptor()
         ::close(m_number);
 }
 
-Port::Port(DeviceTree &tree, const BoardConfig &config, int index)
+Port::Port(DeviceTree &tree, const BoardConfig &config, const QByteArray &usbPath, int index)
     : m_tree(tree)
     , m_config(config)
+    , m_usbPath(usbPath)
     , m_index(index)
     , m_name(config.port)
 {
@@ -133,7 +111,7 @@ Port::~Port()
     }
 }
 
-bool Port::plug(const QString &name, QString &error)
+bool Port::prepare(const QString &name, QString &error)
 {
     m_name = name;
     m_usbNumber = m_tree.takeUsbNumber();
@@ -151,98 +129,31 @@ bool Port::plug(const QString &name, QString &error)
     }
     if (ok && m_config.latePermission > 0)
         ok = deny(error);
-    // The devices come after the node, because a program that sees the device may open the port at once.
-    if (ok && addDevices(error)) {
-        for (const QByteArray &device : qAsConst(m_devices))
-            m_tree.announce(device, "add");
+    if (ok && addDevices(error))
         return true;
-    }
     unplug();
     return false;
 }
 
+void Port::appear()
+{
+    for (const QByteArray &device : qAsConst(m_devices))
+        m_tree.show(device);
+}
+
 bool Port::addDevices(QString &error)
 {
-    // Systems sort ports by the path of the device. Each number gets two digits, so that "10" is after "02".
-    const QByteArray plug = QByteArray::number(m_index + 1).rightJustified(2, '0');
-    const QByteArray usbName = "1-" + plug;
-    // The path contains "usb1", because programs recognise a USB port by the name of the bus in its path.
-    const QByteArray usbPath = "usb1/" + usbName;
-    const QByteArray interfacePath = usbPath + '/' + usbName + ":1.0";
-    const QByteArray usbNumber = QByteArray::number(m_usbNumber);
-    const QByteArray vendor = hex(m_config.vendor);
-    const QByteArray product = hex(m_config.product);
-    const QByteArray serial = m_config.serial.toLatin1();
-    const QByteArray ids =
-        QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
-    const QByteArray manufacturerName = udevName(m_config.manufacturer);
-    const QByteArray productName = udevName(m_config.productName);
-    // A real udev would make these properties from the attributes below. The simulated one doesn't.
-    Device::Pairs properties = {
-        {"ID_BUS", "usb"},
-        {"ID_VENDOR", manufacturerName},
-        {"ID_VENDOR_ENC", udevEncoded(m_config.manufacturer)},
-        {"ID_VENDOR_ID", vendor},
-        {"ID_MODEL_ID", product},
-        {"ID_MODEL", productName},
-        {"ID_MODEL_ENC", udevEncoded(m_config.productName)},
-        {"ID_REVISION", "0200"},
-        {"ID_SERIAL", manufacturerName + '_' + productName + (serial.isEmpty() ? "" : '_' + udevName(m_config.serial))},
-        {"ID_USB_DRIVER", "cdc_acm"},
-    };
-    Device::Pairs attributes = {
-        {"idVendor", vendor},
-        {"idProduct", product},
-        {"bcdDevice", "0200"},
-        {"manufacturer", m_config.manufacturer.toLatin1()},
-        {"product", m_config.productName.toLatin1()},
-        {"busnum", "1"},
-        {"devnum", usbNumber},
-        {"devpath", plug},
-        {"speed", "12"},
-        {"version", " 2.00"},
-        {"bDeviceClass", "02"},
-        {"bDeviceSubClass", "00"},
-        {"bDeviceProtocol", "00"},
-        {"bNumConfigurations", "1"},
-        {"bNumInterfaces", " 1"},
-    };
-    if (!serial.isEmpty()) {
-        properties.push_back({"ID_SERIAL_SHORT", serial});
-        attributes.push_back({"serial", serial});
-    }
-
-    Device usb{usbPath, "bus/usb", attributes, properties, {{"driver", "../../../bus/usb/drivers/usb"}}};
-    usb.properties.insert(usb.properties.end(),
-                          {{"DEVTYPE", "usb_device"},
-                           {"DRIVER", "usb"},
-                           {"PRODUCT", ids},
-                           {"TYPE", "2/0/0"},
-                           {"BUSNUM", "001"},
-                           {"DEVNUM", usbNumber.rightJustified(3, '0')}});
-    const Device interface {
-        interfacePath, "bus/usb",
-            {{"bInterfaceNumber", "00"},
-             {"bInterfaceClass", "02"},
-             {"bInterfaceSubClass", "02"},
-             {"bInterfaceProtocol", "01"},
-             {"bAlternateSetting", " 0"}},
-            {{"DEVTYPE", "usb_interface"},
-             {"DRIVER", "cdc_acm"},
-             {"PRODUCT", ids},
-             {"TYPE", "2/0/0"},
-             {"INTERFACE", "2/2/1"}},
-        {
-            {
-                "driver", "../../../../bus/usb/drivers/cdc_acm"
-            }
-        }
-    };
-    Device tty{interfacePath + "/tty/" + m_name.toLatin1(),
+    const UsbIdentity identity{m_config.vendor, m_config.product, m_config.manufacturer, m_config.productName,
+                               m_config.serial};
+    const QByteArray driver = "cdc_acm";
+    const Device usb = usbDevice(m_usbPath, identity, "02", m_usbNumber, driver);
+    const Device interface = usbInterface(m_usbPath, identity, "02", {"02", "02", "01"}, driver);
+    const QByteArray interfaceName = interface.path.mid(m_usbPath.size() + 1);
+    Device tty{interface.path + "/tty/" + m_name.toLatin1(),
                "class/tty",
                {{"dev", deviceNumber()}},
-               properties,
-               {{"device", "../../../" + usbName + ":1.0"}}};
+               udevProperties(identity, driver),
+               {{"device", "../../../" + interfaceName}}};
     tty.properties.insert(tty.properties.end(),
                           {{"ID_USB_INTERFACE_NUM", "00"},
                            {"MAJOR", deviceMajor},
@@ -301,7 +212,8 @@ bool Port::setNode(const QByteArray &target)
 
 bool Port::deny(QString &error)
 {
-    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop the user
+    // root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))

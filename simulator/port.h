@@ -45,27 +45,30 @@ private:
     int m_number;
 };
 
-/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty behind them. The host
-/// opens one end of the pty. A Board uses the other end.
+/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty (pseudo-terminal) behind
+/// them. The host opens one end of the pty. A Board uses the other end.
 class Port
 {
 public:
-    /// `config.port` and `config.serial` must be set. `index` must be different for each port of the testbed. The
-    /// device exists only after plug().
-    Port(DeviceTree &tree, const BoardConfig &config, int index);
+    /// `config.port` and `config.serial` must be set. `usbPath` is the place of the USB device in the DeviceTree.
+    /// `usbPath` and `index` must be different for each port of the testbed. The device exists only after prepare().
+    Port(DeviceTree &tree, const BoardConfig &config, const QByteArray &usbPath, int index);
     ~Port();
 
     /// Returns the name of the port without the folder. While unplugged, this is the name that it had last.
     const QString &name() const { return m_name; }
-    /// Makes the device, with this port name. udev reports the device. On failure, returns false and sets `error` to
-    /// one line.
-    bool plug(const QString &name, QString &error);
+    /// Makes the device, with this port name. No list of devices has it before appear(). On failure, returns false and
+    /// sets `error` to one line.
+    bool prepare(const QString &name, QString &error);
+    /// Shows the device to programs. udev reports it.
+    void appear();
     /// Gives the permission that BoardConfig::latePermission delays. udev reports a change.
     void permit();
     /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
-    /// Returns the board's end of the line, which does not block. -1 while unplugged, and for a denied port.
+    /// Returns the descriptor of the board's end of the pty; reading and writing do not block. -1 while the cable is
+    /// pulled, and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
     /// Returns the number of bytes that the board sent and the host has not read.
     int unread() const;
@@ -80,6 +83,7 @@ private:
 
     DeviceTree &m_tree;
     const BoardConfig m_config;
+    const QByteArray m_usbPath;
     const int m_index;
     QString m_name;
     int m_usbNumber = 0; // the USB device's number, which changes with each plug

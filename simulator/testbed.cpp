@@ -1,6 +1,7 @@
 #include "testbed.h"
 
 #include <simulator/devicetree.h>
+#include <simulator/hub.h>
 #include <simulator/port.h>
 #include <simulator/preload.h>
 
@@ -13,6 +14,17 @@
 
 namespace JwSimulator {
 
+namespace {
+
+// Returns whether the configuration plugs the cable in or pulls it.
+bool movesCable(const BoardConfig &config)
+{
+    return config.plugAfter >= 0 || config.pullAfter >= 0 || config.pullAfterBytes >= 0 || config.replugAfter >= 0
+        || config.cycles > 1;
+}
+
+} // namespace
+
 struct Testbed::Private
 {
     Private()
@@ -21,7 +33,9 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        tree = std::make_unique<DeviceTree>(testbed);
+        gchar *root = umockdev_testbed_get_root_dir(testbed);
+        tree = std::make_unique<DeviceTree>(root);
+        g_free(root);
     }
     ~Private()
     {
@@ -39,10 +53,20 @@ struct Testbed::Private
         }
     }
 
+    Hub *hub(const QString &name) const
+    {
+        for (const std::unique_ptr<Hub> &hub : hubs) {
+            if (hub->name() == name)
+                return hub.get();
+        }
+        return nullptr;
+    }
+
     UMockdevTestbed *testbed = nullptr;
     std::unique_ptr<DeviceTree> tree;
     QElapsedTimer clock;
     std::vector<std::unique_ptr<QLockFile>> names;
+    std::vector<std::unique_ptr<Hub>> hubs;
     std::vector<std::unique_ptr<Board>> boards;
 };
 
@@ -75,6 +99,7 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     QSet<QString> ports;
     QSet<QString> serials;
+    QSet<QString> hubs;
     for (const std::unique_ptr<Board> &board : d->boards) {
         ports += {board->config().port, board->config().replugPort};
         serials.insert(board->config().serial);
@@ -88,6 +113,14 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
             ports.insert(name);
         }
         serials.insert(config.serial);
+        const bool isFirst = !d->hub(config.hub) && !hubs.contains(config.hub);
+        if (!config.hub.isEmpty() && !isFirst && movesCable(config)) {
+            fault = QStringLiteral("only the first board of hub %1 may have plug-after, pull-after, pull-after-bytes, "
+                                   "replug-after and cycles; they hold for all its boards")
+                        .arg(config.hub);
+            return false;
+        }
+        hubs.insert(config.hub);
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
@@ -108,12 +141,45 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
         if (config.serial.isNull())
             config.serial = d->freeName(serials, QStringLiteral("SIM%1"), index + 1);
         serials.insert(config.serial);
-        std::unique_ptr<Board> board(new Board(config, d->clock, std::make_unique<Port>(*d->tree, config, index)));
-        if (!board->start(&fault))
+        // Systems sort ports by the path of the device. Each number gets two digits, so that "10" is after "02". The
+        // path contains "usb1", because programs recognise a USB port by the name of the bus in its path.
+        QByteArray usbPath = "usb1/1-" + QByteArray::number(index + 1).rightJustified(2, '0');
+        Hub *hub = d->hub(config.hub);
+        if (!config.hub.isEmpty() && !hub) {
+            d->hubs.push_back(std::make_unique<Hub>(*d->tree, config.hub, usbPath));
+            hub = d->hubs.back().get();
+        }
+        if (hub)
+            usbPath = hub->nextPath();
+        d->boards.emplace_back(
+            new Board(config, d->clock, std::make_unique<Port>(*d->tree, config, usbPath, index), hub));
+        Board *board = d->boards.back().get();
+        if (hub)
+            hub->add(board);
+        if (!board->start(&fault)) {
+            if (hub)
+                hub->removeLast();
+            d->boards.pop_back();
             return false;
-        d->boards.push_back(std::move(board));
+        }
     }
     return true;
+}
+
+bool Testbed::pullHub(const QString &hub)
+{
+    Hub *found = d->hub(hub);
+    if (found)
+        found->pull();
+    return found;
+}
+
+bool Testbed::plugHub(const QString &hub, QString *error)
+{
+    Hub *found = d->hub(hub);
+    if (!found && error)
+        *error = QStringLiteral("no board is behind a hub of the name %1").arg(hub);
+    return found && found->plug(error);
 }
 
 void Testbed::restartClock()

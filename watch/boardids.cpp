@@ -10,19 +10,19 @@ namespace {
 /// plug.
 constexpr int mostLost = 10000;
 
-QString serialId(const SystemPort &port)
-{
-    const QString serial = port.info.serialNumber();
-    const QString interface = port.place.section(QLatin1Char(':'), 1);
-    return serial.isEmpty() || interface.isEmpty() ? serial : serial + QLatin1Char(':') + interface;
-}
-
 QString placeOf(const SystemPort &port)
 {
     return port.place.isEmpty() ? port.info.portName() : port.place;
 }
 
 } // namespace
+
+QString BoardIds::serialId(const SystemPort &port)
+{
+    const QString serial = port.info.serialNumber();
+    const QString interface = port.place.section(QLatin1Char(':'), 1);
+    return serial.isEmpty() || interface.isEmpty() ? serial : serial + QLatin1Char(':') + interface;
+}
 
 BoardId BoardIds::idOf(const SystemPort &port, const QVector<SystemPort> &others)
 {

@@ -21,6 +21,8 @@ struct BoardId
 class BoardIds
 {
 public:
+    /// Returns the USB serial number with the interface, for example "SIM7:1.0". Empty without a serial number.
+    static QString serialId(const SystemPort &port);
     /// Returns the id of the board on `port`. `others` are the other ports that are there now.
     BoardId idOf(const SystemPort &port, const QVector<SystemPort> &others);
 

@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 namespace JwDevice {
@@ -80,6 +81,8 @@ public:
     bool addNew();
     bool probeOne();
     void add(const SystemPort &port);
+    static bool areSiblings(const Entry &entry, const Entry &other);
+    static void leaveTo(const QString &board, Entry &entry);
     void setState(Entry &entry, State state);
     void probeAgain(State state);
     void onBoardAnswered(const QString &name);
@@ -105,6 +108,7 @@ public:
     QTimer retryTimer;
     QVector<SystemPort> system; // the candidates of the newest list
     std::map<QString, Entry> entries; // by port name
+    std::deque<Entry> stopped; // boards that stop() has not reported as lost
     BoardIds ids;
     QHash<QString, Lending> lent; // by id
     bool isStale = false; // whether `system` must be listed again
@@ -163,6 +167,7 @@ bool BoardWatch::Private::removeOne()
             lent.remove(gone.id.text);
         later(&Private::tellChange, isChangeQueued);
         gone.port->disconnect(q);
+        later(&Private::update, isUpdateQueued); // now, because a receiver of boardLost() may run an event loop
         if (gone.state == Ready)
             lose(gone, Board::CablePulled);
         return true;
@@ -180,11 +185,14 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
-            if (known->second.state == Waiting || known->second.state == Rejected)
+            if (known->second.state == Waiting) // perhaps its permissions came
                 setState(known->second, Due);
             any = true;
         }
     }
+    // A board that is not there when the watch starts has gone.
+    for (auto it = lent.begin(); it != lent.end();)
+        it = *it == UntilPluggedAgain && find(it.key()) == entries.end() ? lent.erase(it) : std::next(it);
     return any;
 }
 
@@ -198,7 +206,7 @@ void BoardWatch::Private::add(const SystemPort &port)
     entry.id = ids.idOf(port, others);
     if (entry.id.isShared) {
         for (auto &known : entries) {
-            if (known.second.port->system().info.serialNumber() == port.info.serialNumber())
+            if (BoardIds::serialId(known.second.port->system()) == BoardIds::serialId(port))
                 known.second.board.sharesSerialNumber = known.second.id.isShared = true;
         }
     }
@@ -208,6 +216,8 @@ void BoardWatch::Private::add(const SystemPort &port)
     else if (lent.contains(entry.id.text))
         entry.state = Lent;
     entry.port = std::make_unique<WatchedPort>(port, active, nullptr);
+    QObject::connect(entry.port.get(), &WatchedPort::reportChanged, q,
+                     [this] { later(&Private::tellChange, isChangeQueued); });
     QObject::connect(entry.port.get(), &WatchedPort::boardAnswered, q, [this, name] { onBoardAnswered(name); });
     QObject::connect(entry.port.get(), &WatchedPort::probeEnded, q, [this, name] { onProbeEnded(name); });
     QObject::connect(entry.port.get(), &WatchedPort::boardLost, q,
@@ -236,11 +246,32 @@ bool BoardWatch::Private::probeOne()
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
+        later(&Private::tellChange, isChangeQueued);
+        for (const auto &[otherName, other] : entries) {
+            if ((other.state == Ready || other.state == Lent) && areSiblings(entry, other))
+                leaveTo(otherName, entry);
+        }
+        if (entry.state != Due)
+            continue;
         setState(entry, Probing);
         entry.port->probe();
         return true;
     }
     return false;
+}
+
+bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
+{
+    const QString device = entry.port->system().device();
+    return &entry != &other && !device.isEmpty() && device == other.port->system().device();
+}
+
+// Closes a port, because the board of its device is on the port `board`.
+void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
+{
+    entry.port->close();
+    entry.state = OtherPort;
+    entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(board);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
@@ -265,13 +296,8 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     entry.state = Ready;
     const SystemPort &port = entry.port->system();
     for (auto &[otherName, other] : entries) {
-        const bool isSibling =
-            otherName != name && !port.device().isEmpty() && other.port->system().device() == port.device();
-        if (!isSibling || (other.state != Due && other.state != Probing && other.state != Waiting))
-            continue;
-        other.port->close();
-        other.state = OtherPort;
-        other.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(name);
+        if (areSiblings(entry, other) && (other.state == Due || other.state == Probing || other.state == Waiting))
+            leaveTo(name, other);
     }
 
     const PortReport report = entry.port->report();
@@ -313,7 +339,7 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
     Entry &entry = entries.at(name);
     setState(entry, loss == Board::Released ? Released : Waiting);
     for (auto &[otherName, other] : entries) {
-        if (other.state == OtherPort && other.port->system().device() == entry.port->system().device())
+        if (other.state == OtherPort && areSiblings(entry, other))
             setState(other, Waiting);
     }
     later(&Private::tellChange, isChangeQueued);
@@ -322,7 +348,9 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    ids.onLost(entry.board.id, entry.board.type);
+    // After stop(), the watch knows no board. A receiver may call start() while the other boards are still reported.
+    if (loss != Board::Stopped)
+        ids.onLost(entry.board.id, entry.board.type);
     Board lost = entry.board;
     lost.loss = loss;
     if (loss == Board::Released)
@@ -446,14 +474,18 @@ void BoardWatch::stop()
     d->resume.reset();
     d->retryTimer.stop();
     d->system.clear();
-    const auto entries = std::exchange(d->entries, {});
     d->later(&Private::tellChange, d->isChangeQueued);
-    const QPointer<BoardWatch> self(this);
-    for (const auto &[name, entry] : entries)
+    // The other ports are closed before the first signal, because its receiver may run an event loop.
+    for (auto &[name, entry] : std::exchange(d->entries, {})) {
         entry.port->disconnect(this);
-    for (const auto &[name, entry] : entries) {
-        if (self && entry.state == Private::Ready)
-            d->lose(entry, Board::Stopped);
+        if (entry.state == Private::Ready)
+            d->stopped.push_back(std::move(entry));
+    }
+    const QPointer<BoardWatch> self(this);
+    while (self && !d->stopped.empty()) {
+        const Private::Entry entry = std::move(d->stopped.front());
+        d->stopped.pop_front();
+        d->lose(entry, Board::Stopped);
     }
 }
 
@@ -480,10 +512,12 @@ QList<PortReport> BoardWatch::portReports() const
         if (it == m_private->entries.end())
             continue;
         PortReport report = it->second.port->report();
-        if (report.verdict == PortReport::NotOpened && report.error == QSerialPort::NoError)
-            report.errorText = it->second.exclusion;
-        if (it->second.state == Private::Lent)
-            report.errorText = QStringLiteral("lent to another program");
+        const Private::State state = it->second.state;
+        if (state == Private::Excluded || state == Private::OtherPort || state == Private::Lent) {
+            report.error = QSerialPort::NoError;
+            report.errorText =
+                state == Private::Lent ? QStringLiteral("lent to another program") : it->second.exclusion;
+        }
         reports.append(report);
     }
     return reports;
@@ -510,6 +544,7 @@ bool BoardWatch::takeBack(const QString &id)
     if (isClosed) {
         it->second.state = Private::Due;
         m_private->later(&Private::update, m_private->isUpdateQueued);
+        m_private->later(&Private::tellChange, m_private->isChangeQueued);
     }
     return isLent || isClosed;
 }

@@ -90,7 +90,8 @@ public:
 
     /// Starts to watch. The signals are emitted later, from the event loop. If the watch runs, does nothing.
     void start();
-    /// Ends the watch and closes all ports. Emits boardLost() for each board.
+    /// Ends the watch and closes all ports. Emits boardLost() for each board. The next start() knows no board, so it
+    /// finds each board by boardFound().
     void stop();
     bool isStarted() const;
 

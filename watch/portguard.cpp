@@ -5,17 +5,14 @@
 
 #include <QSerialPort>
 #include <QThread>
-#include <QTimer>
 
 namespace JwDevice {
 
 namespace {
 
-constexpr int retryInterval = 50; // ms between two looks whether the port can be deleted
-
-int loopLevel()
+bool isInEventLoop()
 {
-    return QThread::currentThread()->loopLevel();
+    return QThread::currentThread()->loopLevel() > 0;
 }
 
 } // namespace
@@ -25,42 +22,43 @@ PortGuard::PortGuard(QSerialPort *port, Communicator *communicator)
     , m_port(port)
 {
     communicator->setIODevice(nullptr);
-    connect(port, &QSerialPort::readyRead, this, &PortGuard::begin);
-    connect(port, &QSerialPort::bytesWritten, this, &PortGuard::begin);
-    connect(port, &QSerialPort::errorOccurred, this, &PortGuard::mark);
-    communicator->setIODevice(port);
-    connect(port, &QSerialPort::readyRead, this, &PortGuard::end);
-    connect(port, &QSerialPort::bytesWritten, this, &PortGuard::end);
+    connect(port, &QSerialPort::readyRead, this, &PortGuard::onSignal);
+    connect(port, &QSerialPort::bytesWritten, this, &PortGuard::onSignal);
+    connect(port, &QSerialPort::errorOccurred, this, &PortGuard::onSignal);
     communicator->setParent(port);
+    onSignal();
+}
+
+void PortGuard::bind(Communicator *communicator)
+{
+    communicator->setIODevice(m_port);
     // Bytes that arrived before are read at the next readyRead(), which may never come.
-    if (port->bytesAvailable() > 0)
-        QMetaObject::invokeMethod(port, &QSerialPort::readyRead, Qt::QueuedConnection);
+    if (m_port->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(m_port, &QSerialPort::readyRead, Qt::QueuedConnection);
 }
 
-void PortGuard::mark()
+void PortGuard::onSignal()
 {
-    // A signal that the loop of this level delivers shows that this loop has finished its earlier signals.
-    while (!m_levels.isEmpty() && m_levels.last() >= loopLevel())
-        m_levels.removeLast();
-    m_levels.append(loopLevel());
-}
-
-void PortGuard::begin()
-{
-    mark();
-    ++m_depth;
-}
-
-void PortGuard::end()
-{
-    --m_depth;
+    // deleteLater() waits until the event that is handled now is over, also if a receiver runs an event loop or
+    // processes events. So the mark exists at least as long as the signal is handled.
+    auto *const mark = new QObject(this);
+    const int outside = isInEventLoop() ? 0 : 1;
+    ++m_signals;
+    m_signalsOutside += outside;
+    connect(mark, &QObject::destroyed, this, [this, outside] {
+        --m_signals;
+        m_signalsOutside -= outside;
+        deleteWhenSafe();
+    });
+    mark->deleteLater();
 }
 
 void PortGuard::dispose(When when)
 {
     closeAtOnce(m_port);
     m_port->setParent(nullptr);
-    if (when == Now && m_depth == 0 && m_levels.value(0, 1) > 0 && loopLevel() == 0)
+    m_isDisposed = true;
+    if (when == Now && m_signalsOutside == 0 && !isInEventLoop())
         delete m_port; // no event loop runs, so deleteLater() might never delete the port
     else
         deleteWhenSafe();
@@ -68,10 +66,8 @@ void PortGuard::dispose(When when)
 
 void PortGuard::deleteWhenSafe()
 {
-    if (m_depth == 0 && (m_levels.isEmpty() || m_levels.first() >= loopLevel()))
+    if (m_isDisposed && m_signals == 0)
         m_port->deleteLater();
-    else
-        QTimer::singleShot(retryInterval, this, &PortGuard::deleteWhenSafe);
 }
 
 } // namespace JwDevice

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QObject>
-#include <QVector>
 
 class QSerialPort;
 
@@ -19,9 +18,12 @@ class PortGuard : public QObject
     Q_OBJECT
 
 public:
-    /// Becomes a child of `port`, and `communicator` too. Binds `communicator` to `port` again, because this object
-    /// must see each signal of the port before and after `communicator` does.
+    /// Becomes a child of `port`, and `communicator` too. Unbinds `communicator`, which must be bound later, because this
+    /// object must see each signal of the port before `communicator` does. May be called in a signal of the port.
     PortGuard(QSerialPort *port, Communicator *communicator);
+
+    /// Binds `communicator` to the port again. Bytes that arrived in the meantime are not lost.
+    void bind(Communicator *communicator);
 
     /// When dispose() deletes a port that is not handling a signal.
     enum When {
@@ -32,14 +34,13 @@ public:
     void dispose(When when);
 
 private:
-    void mark(); // notes that a signal of the port is handled in the event loop of this level
-    void begin();
-    void end();
+    void onSignal();
     void deleteWhenSafe();
 
     QSerialPort *const m_port;
-    int m_depth = 0; // number of signals of the port that the Communicator handles now
-    QVector<int> m_levels; // event loops, by level, in which signals of the port may still be handled; ascending
+    int m_signals = 0; // signals of the port that may still be handled
+    int m_signalsOutside = 0; // those of them that came while no event loop ran, but processEvents()
+    bool m_isDisposed = false;
 };
 
 } // namespace JwDevice

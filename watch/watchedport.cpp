@@ -64,12 +64,27 @@ void WatchedPort::probe()
     auto *const initializer = new Initializer(this);
     m_initializer = initializer;
     initializer->setMaxRetries(m_settings.maxRetries);
-    if (m_settings.observer)
-        initializer->setPortObserver(m_settings.observer);
+    initializer->setPortObserver([this](const PortEvent &event) {
+        Q_EMIT reportChanged();
+        if (const auto observer = m_settings.observer) // a copy, because the observer may set another one
+            observer(event);
+    });
     connect(initializer, &Initializer::deviceInitialized, this, [this](Type, Communicator *communicator) {
         endProbe();
         adopt(communicator);
-        Q_EMIT boardAnswered();
+        // From the event loop, because the port is emitting readyRead() now, and does not emit it again before the
+        // receivers return. A receiver that runs an event loop would hear nothing from the board. Until then nobody
+        // listens to the Communicator, so it is not bound.
+        QMetaObject::invokeMethod(
+            this,
+            [this, guard = m_guard] {
+                if (!guard || guard != m_guard)
+                    return;
+                m_isReported = true;
+                m_guard->bind(m_communicator);
+                Q_EMIT boardAnswered();
+            },
+            Qt::QueuedConnection);
     });
     // Emitted once for each wanted type, but the first is enough. The port is closed now, so that others can use it.
     connect(initializer, &Initializer::deviceNotFound, this, [this, initializer] {
@@ -80,7 +95,8 @@ void WatchedPort::probe()
     });
     // If a board of another type answered, the Initializer never ends.
     const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
-    m_deadline.start(m_settings.delay + rounds * replyTime);
+    const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
+    m_deadline.start(delay + rounds * replyTime);
     initializer->probePort(m_settings.types, m_system.info, m_settings.delay);
 }
 
@@ -95,6 +111,7 @@ void WatchedPort::endProbe()
     m_report = m_initializer->portReports().constFirst();
     m_initializer->disconnect(this);
     m_initializer->setPortObserver({});
+    m_initializer->setMaxRetries(0); // otherwise it logs a retry round for the types that are not on this port
     // Not delete, because this runs in a signal of the Initializer. Without a parent, because a receiver of the next
     // signal may delete this object.
     m_initializer->setParent(nullptr);
@@ -107,7 +124,11 @@ void WatchedPort::adopt(Communicator *communicator)
     m_communicator = communicator;
     m_guard = new PortGuard(port, communicator);
     // Both are deleted by the application, if at all: lose() and close() disconnect them first.
-    connect(communicator, &QObject::destroyed, this, [this] { lose(Board::Released); });
+    connect(communicator, &QObject::destroyed, this, [this, communicator] {
+        // A receiver of boardLost() may run an event loop, which deletes the port with its children.
+        communicator->setParent(nullptr);
+        lose(Board::Released);
+    });
     connect(new PortErrors(port), &PortErrors::portLost, this, &WatchedPort::onPortLost);
     m_check = Check::Off;
     if (m_settings.checkInterval > 0)
@@ -158,8 +179,12 @@ void WatchedPort::onCheckTimer()
 void WatchedPort::lose(Board::Loss loss)
 {
     m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
+    const bool isReported = m_isReported;
     close();
-    Q_EMIT boardLost(loss);
+    if (isReported)
+        Q_EMIT boardLost(loss);
+    else
+        Q_EMIT probeEnded();
 }
 
 void WatchedPort::close()
@@ -174,6 +199,7 @@ void WatchedPort::close(PortGuard::When when)
                          nullptr); // no signal of the Initializer is running; those begin with endProbe()
     m_checkTimer.stop();
     m_check = Check::Off;
+    m_isReported = false;
     if (m_communicator)
         m_communicator->disconnect(this);
     m_communicator = nullptr;

@@ -59,6 +59,8 @@ public:
     void check();
 
 Q_SIGNALS:
+    /// Emitted during a probe when report() changes.
+    void reportChanged();
     /// Emitted when a wanted board answered. report() has its type and its answer.
     void boardAnswered();
     /// Emitted when no wanted board answered. The port is closed, and report() says why.
@@ -87,6 +89,7 @@ private:
     Initializer *m_initializer = nullptr; // null if no probe runs
     QPointer<PortGuard> m_guard; // null if there is no board
     QPointer<Communicator> m_communicator; // null if there is no board, or if the application deleted it
+    bool m_isReported = false; // whether boardAnswered() was emitted for the board
     QTimer m_deadline;
     QTimer m_checkTimer;
     Check m_check = Check::Off;

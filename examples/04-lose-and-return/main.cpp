@@ -25,7 +25,8 @@ int main(int argc, char **argv)
         port->deleteLater(); // not delete, because the port emits the signal that called this function
     };
     const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        // Not delete: the search emits the signal that called this function. A deleted search closes its ports.
+        // When the search is deleted, it closes its other ports. It can't be deleted with `delete` here, because it
+        // is still emitting the signal that called this function.
         search->deleteLater();
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);

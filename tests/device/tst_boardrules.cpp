@@ -231,7 +231,7 @@ void TestBoardRules::typeOfAReply()
     QFETCH(Type, type);
     QCOMPARE(JwDevice::typeOf(parsed(reply)), type);
 
-    // A probe by the Initializer gives the same result as typeOf().
+    // The Initializer finds the same type as typeOf().
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     fixture.probe(everyType());

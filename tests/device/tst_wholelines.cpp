@@ -185,7 +185,7 @@ void TestWholeLines::bytesAvailableCountsAllWholeLines()
     QFETCH(int, count);
     const auto link = make();
     QByteArray all;
-    for (int line = 0; line < count; line += 10) { // ten lines at a time, because a pty holds only 4 kB of unread bytes
+    for (int line = 0; line < count; line += 10) { // ten at a time, because a port can hold only 4 kB of unread bytes
         const QByteArray lines = versionReply.repeated(qMin(10, count - line));
         link->deliver(lines);
         all += lines;
@@ -467,7 +467,7 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Most pieces are short. One in twenty may be long enough to reach the limit of a held-back line.
+            // Most pieces are short. One in twenty has up to 600 bytes, because a line of 512 bytes is not held back.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

@@ -32,7 +32,7 @@ using JwSimulator::BoardConfig;
 namespace {
 
 constexpr quint32 batchSize = 100; // number of payloads that are sent together
-constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal can hold, so it no longer grows
+constexpr quint32 warmUpPayloads = 25000; // fills a simulated board's journal (list of bytes), which then stops growing
 constexpr int portCount = 40;
 constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
 
@@ -42,15 +42,15 @@ void deleteDeferred()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// Whether the counts of descriptors, objects, connections and timers equal the counts in `before`.
+/// Returns whether the numbers of descriptors, objects, connections and timers are the same as in `before`.
 bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
 {
     return usage.descriptors == before.descriptors && usage.objects == before.objects
         && usage.connections == before.connections && usage.timers == before.timers;
 }
 
-/// Returns the resources in use. Waits at most 5 s until the counts equal the counts in `before`, because on a busy
-/// machine the preload library's thread closes its sockets a moment later.
+/// Returns the resources in use. Before that, waits at most 5 s until their numbers are the same as in `before`. On a
+/// busy machine the threads of umockdev (the library behind the simulated ports) free their resources a moment later.
 ProcessUsage usageLike(const ProcessUsage &before)
 {
     ProcessUsage usage = {};
@@ -96,7 +96,8 @@ public:
         QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
                          [this](uint id) { onPayload(id); });
         QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
-        // For each report of written bytes, the Communicator counts from the first payload again.
+        // At each bytesWritten(), the Communicator counts from its first payload again, and emits transferred() for all
+        // payloads that these bytes cover.
         QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
                          [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
         QObject::connect(m_board, &JwSimulator::Board::received, m_board,
@@ -178,8 +179,8 @@ private:
     Initializer m_initializer;
 };
 
-/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy, one has a silent board, and
-/// one loses its cable during the probe.
+/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy (it can't be opened, as if
+/// another program had it open), one has a silent board, and one loses its cable during the probe.
 class MixedPorts
 {
 public:
@@ -204,7 +205,7 @@ public:
             // On a busy machine an answer may arrive too late, so allow retries.
             const uint maxRetries = answers(i) ? 20 : 0;
             probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
-            // Opening all ports takes longer than the time for a reply, so handle replies after each port.
+            // Opening all ports takes longer than the reply time, so handle replies after each port.
             QCoreApplication::processEvents();
         }
         for (int i = 8; i < ports; i += 10)
@@ -230,7 +231,8 @@ public:
         return true;
     }
 
-    /// Returns the number of heap bytes that the boards' journals use. Copies the journals to measure it.
+    /// Returns the number of heap bytes that the boards' journals use. To measure this, copies the journals: the heap
+    /// grows by the same number of bytes.
     qint64 journalBytes() const
     {
         QList<QList<JwSimulator::JournalEntry>> copies;
@@ -259,11 +261,11 @@ private:
     JwSimulator::Testbed m_testbed;
 };
 
-/// Returns the number of heap bytes of one parser. An Initializer never deletes its parser, on purpose, so every probe
-/// leaves this much.
+/// Returns the number of heap bytes of one parser. An Initializer never deletes its parser, on purpose, so the heap
+/// grows by this number with every Initializer.
 qint64 parserBytes()
 {
-    constexpr int count = 2000; // large, so that malloc's reserve of small blocks makes no difference
+    constexpr int count = 2000; // many, because malloc may have some free blocks, which would change the result for one
     std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
     const qint64 before = ProcessUsage::now().heapBytes;
     for (auto &parser : parsers) {
@@ -323,7 +325,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the ledger keeps one QMap node for every payload
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the Communicator keeps one QMap node for every written payload
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()

@@ -33,7 +33,7 @@ QString program(const char *example)
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
 }
 
-/// Returns the lines of `text`, sorted. If several boards answer, a program may print their lines in any order.
+/// Returns the lines of `text`, sorted. If several boards answer, a program may print its lines in any order.
 QList<QByteArray> sortedLines(const QByteArray &text)
 {
     QList<QByteArray> lines = linesOf(text);
@@ -50,8 +50,8 @@ QString commandOfPage(const char *number)
     return row.match(page).captured(1);
 }
 
-/// A copy of the folder examples. It replaces the serial port and the TCP port in the commands and in example 07 with
-/// ports that only this test uses, because two test runs at the same time would share a port.
+/// A copy of the folder examples. In the commands and in example 07, the copy has a serial port and a TCP port that
+/// only this test uses. Otherwise two test runs at the same time would share a port.
 class PageFolder
 {
 public:
@@ -104,7 +104,8 @@ quint16 freeTcpPort()
     return server.serverPort();
 }
 
-/// Returns whether this machine has a network address. Without one, ser2net resolves no name, not even localhost.
+/// Returns whether this machine has a network address. Without an address, ser2net, which offers a serial port in the
+/// network, resolves no name, not even localhost.
 bool hasNetworkAddress()
 {
     const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
@@ -253,7 +254,8 @@ void TestExamples::ownSentencesSaysWhyThereAreNone_data()
     };
     row("silent");
     row("BoardA,checksum=wrong");
-    // These boards send bytes without end, so each wait ends early because bytes arrive.
+    // These boards send bytes again and again, so each wait of the example ends early. The example must end all the
+    // same.
     row("babble");
     row("BoardA,noise=3,replies=1000,chunk=1,gap=300");
     row("other");

@@ -399,7 +399,7 @@ void TestInitializerCable::handedOverPortReportsItsErrorToTheApplicationAndIsLef
     });
     board->pull();
     QTRY_VERIFY(errors > 0);
-    QVERIFY(openAtError); // because the application decides when to close a handed-over port
+    QVERIFY(openAtError); // only the application may close a handed-over port
 }
 
 SIMULATED_PORTS_MAIN(TestInitializerCable)

@@ -19,7 +19,8 @@ using JwSimulator::frameSentence;
 
 namespace {
 
-/// Runs a nested event loop, like a dialog, until `done()` returns true. Returns false if that takes more than 5 s.
+/// Runs a nested event loop, as a modal dialog does, until `done()` returns true. Returns false if that takes more than
+/// 5 s.
 bool nest(const std::function<bool()> &done)
 {
     QEventLoop loop;
@@ -143,7 +144,7 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
     QTRY_COMPARE(received, 1); // deviceInitialized was emitted inside the port's signal
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
-    fixture.initializer->boardReadyRead(fixture.comm(stored)); // now another payload is stored behind the reply
+    fixture.initializer->boardReadyRead(fixture.comm(stored)); // reads the reply while a second payload is stored
     QCOMPARE(received, 2);
     fixture.timeOut(silent);
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, missingC, over}));
@@ -443,7 +444,7 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        // The port must still exist, because Qt uses it after the receiver returns.
+        // The port must still exist, because Qt uses it after this function returns.
         aliveAfterTheDeletion = port && !port->isOpen();
     });
     fixture.initializer->setMaxRetries(0);
@@ -522,7 +523,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // true: one mapper still emits its signal, so both mappers must exist
+        aliveInTheLoop = areAlive(); // true: one QSignalMapper still emits its signal, so both mappers must exist
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

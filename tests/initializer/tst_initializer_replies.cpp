@@ -407,7 +407,7 @@ void TestInitializerReplies::everyReadIsLoggedBeforeAnythingIsRead()
     sendAndHandle(fixture, board, frameSentence("GPGGA"));
     QCOMPARE(fixture.timeline,
              QStringList({readText(board), QStringLiteral("Parse failed:  \"Undefined sentence ID: GPGGA\"")}));
-    fixture.initializer->boardReadyRead(fixture.comm(board)); // the store is empty, but the read is logged
+    fixture.initializer->boardReadyRead(fixture.comm(board)); // no payload is stored, but the read is logged
     QCOMPARE(fixture.timeline.last(), readText(board));
     for (const LogRecord &record : fixture.log.sink->withText(readText(board))) {
         QCOMPARE(record.level, Logger::Trace);

@@ -30,7 +30,7 @@ const TypeList boardA = {JwDevice::BoardA};
 const char *const versionA = "7300022";
 const char *const versionB = "7300021";
 
-/// Returns the report on the port of `board`. Ends the test unless there is exactly one such report.
+/// Returns the report on the port of `board`. Ends the test program unless there is exactly one such report.
 PortReport reportOn(const ProbeFixture &fixture, const Board *board)
 {
     QList<PortReport> found;
@@ -282,7 +282,8 @@ void TestInitializerReports::nameThatNoPortHasIsReportedAsItWasGiven()
 {
     ProbeFixture fixture;
     const QString name = QStringLiteral("ttyNONE1");
-    // All unknown port names share one lock file. Another test program may hold the file for a moment, so try again.
+    // QSerialPort locks a port by a lock file, and all unknown port names share one lock file. Another test program may
+    // hold this lock for a moment, so try again.
     PortReport report;
     const auto isProbed = [&] {
         report = fixture.renew()->probe(boardA, 0, {name}) ? fixture.initializer->portReports().value(0) : PortReport();

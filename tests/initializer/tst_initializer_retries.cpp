@@ -16,7 +16,7 @@ namespace {
 
 const TypeList boardA = {JwDevice::BoardA};
 
-/// Ends rounds without waiting for real time, until the probe is over or `mostRounds` rounds have ended.
+/// Ends rounds at once, without waiting for the reply time, until the probe is over or `mostRounds` rounds have ended.
 void endRounds(ProbeFixture &fixture, int mostRounds)
 {
     for (int round = 0; round < mostRounds && !fixture.isOver(); ++round) {

@@ -115,8 +115,8 @@ bool sandboxHasOtherUsers()
     return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
-/// A pseudo terminal. Used instead of a simulated port, because the device number of a simulated port's file is not the
-/// device number of the descriptor that a program has open.
+/// A pseudo terminal, used instead of a simulated port. For a simulated port, the file in /dev and a descriptor that a
+/// program has open have different device numbers. So the doctor could not see which program has the port open.
 class Terminal
 {
 public:
@@ -157,7 +157,8 @@ private:
     QString m_location;
 };
 
-/// While this object exists, root lacks the right to open a terminal that is in exclusive mode.
+/// While this object exists, the user root lacks the right (CAP_SYS_ADMIN) to open a terminal that is in exclusive
+/// mode.
 class WithoutAdministration
 {
 public:
@@ -185,8 +186,8 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Root may open every file, so if this test runs as root, it runs the doctor as the user nobody. Another user can only
-// remove his own right to the file.
+// Runs the doctor as a user who may not open the port. Root may open every file, so if this test runs as root, it
+// starts the doctor as the user nobody. A normal user removes the owner's right to open the port's file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =
@@ -476,7 +477,7 @@ void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
     row("a process without the port", "'$user' minicom root\\n", QStringLiteral("which names sleep (pid "));
 }
 
-// The folder is read-only, so QSerialPort cannot remove the lock file and the port stays locked.
+// The script makes the folder of the lock files read-only, so QSerialPort cannot remove the lock file.
 void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess()
 {
     QFETCH(QString, text);
@@ -687,8 +688,8 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
 {
-    // A port in exclusive mode refuses everybody except root, so run jwprobe as nobody if possible.
-    // The holder's lock file is hidden.
+    // A port in exclusive mode refuses everybody except root, so run jwprobe as the user nobody if possible. The
+    // sandbox hides the lock file of the program that holds the port, so the doctor cannot name this program.
     const QString command = sandboxHasOtherUsers()
         ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
         : QStringLiteral("exec \"$@\"");

@@ -173,7 +173,8 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // At most these are full: the pipe's buffer, the queue of bytes for the board (12 for each 7 typed), other buffers.
+    // jwprobe stops reading when the queue of bytes for the board is full. Then only these can be full: the pipe, this
+    // queue (12 bytes for each 7 bytes typed) and some small buffers.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 
@@ -219,7 +220,8 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     const qint64 pid = numberBehind("job ", run.screen());
     QVERIFY(pid > 0);
     QVERIFY(run.type("PTJWWR,INF\n"));
-    // The monitor still runs, and prints payloads.
+    // If the background job read from the terminal, the system would stop the job (state 'T'). The job must go on and
+    // print payloads.
     const int before = run.screen().count("<-");
     WAIT_FOR(run.screen().count("<-") >= before + 10 || processState(pid) == 'T');
     QVERIFY(processState(pid) != 'T');

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A session that records the parser's actions on it, in order.
+/// A session that records what the parser does with the session, in order.
 struct Record
 {
     QStringList events;
@@ -53,7 +53,8 @@ QString refuseToLoad(const Record *, const QString &name)
     throw Nmea::Exception(QStringLiteral("Refused: %1").arg(name));
 }
 
-/// Keys of the test sentences. Each comment shows the names of the fields in the sentence's format.
+/// Keys of the test sentences. Each comment shows the names of the fields in the sentence's format. A delegate is the
+/// function that parses or builds one field.
 enum Key {
     Three = 1, // "a,b,c" to parse and to build
     Gap = 2, // "a,,b" to parse and to build
@@ -166,7 +167,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// A parser that has tables but does not store the key in the session.
+/// A parser that has tables but uses the base class's setSentenceId(), which does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:

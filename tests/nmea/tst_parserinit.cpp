@@ -42,7 +42,7 @@ public:
     using ParserInit::setSentenceId;
 };
 
-/// The board's side: parses the host's sentences and builds the board's replies.
+/// The parser of a board: parses the sentences that the library builds, and builds the board's replies.
 class BoardParser : public ParserInit
 {
 public:
@@ -106,7 +106,7 @@ bool equal(const SessionInit &a, const SessionInit &b)
 }
 
 enum class Hole {
-    None, // the change is noticed: the parser refuses the sentence
+    None, // the parser notices the change and refuses the sentence
     SameMeaning, // the sentence still has the same meaning
     DelimiterLost, // without "*" the sentence has no checksum, so the old checksum becomes text of the last field
     QuestionMark, // a "?" became a character outside Latin-1, which counts as "?" in the checksum

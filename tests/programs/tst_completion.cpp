@@ -40,7 +40,8 @@ private Q_SLOTS:
 
 namespace {
 
-// Splits a line into words like bash: at blanks, and around each "=" or ":". Text in quotes and a character after a
+// Splits a line of text into words like bash: at blanks, and around each "=" or ":". Text in quotes and a character
+// after a
 // "\\" stay in their word.
 QStringList wordsOf(const QString &line)
 {
@@ -54,7 +55,8 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// Returns the part of the last word that bash replaces with a reply. bash keeps an opening quote, a "=" or a ":".
+// Returns the part of the last word that bash replaces with a completed word. bash keeps an opening quote, a "=" or a
+// ":".
 QString replacedPart(const QString &word)
 {
     if (word == QLatin1String("=") || word == QLatin1String(":"))
@@ -62,8 +64,8 @@ QString replacedPart(const QString &word)
     return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
 
-// Returns the replies of the completion for `line`, while the simulated `boards` are attached. `program` is a path
-// or a name in PATH.
+// Returns the words that the completion offers for `line`, while the simulated `boards` are attached. `program` is a
+// path or a name in PATH.
 QByteArray completed(const QString &program, const QString &line, const QStringList &boards = {})
 {
     const QStringList words = wordsOf(line).mid(1);
@@ -191,7 +193,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board s", "silent");
     row("jwsim --board=s", "silent");
     row("jwsim --board BoardA,pull", "BoardA,pull-after-bytes= BoardA,pull-after=");
-    // bash replaces only the part after the last "=", so these replies begin after that "=".
+    // bash replaces only the part after the last "=", so the offered words begin after that "=".
     row("jwsim --board BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board=BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board BoardA,open=", "busy denied ok");

@@ -64,7 +64,8 @@ QString section(const QString &text, const QString &name)
     return expression.match(text).captured(1);
 }
 
-// Searches all lines that match `line` for `expression`. Returns the first capture of each match.
+// Searches for `expression` in all lines of text that match `line`. Returns what the first group of `expression`
+// captured, for each match.
 QSet<QString> captured(const QString &text, const char *line, const char *expression)
 {
     QSet<QString> found;

@@ -61,9 +61,9 @@ private Q_SLOTS:
     void eachFileThatNamesEachTypeIsListed();
 
 private:
-    QStringList m_all; // all files that the section names
-    QStringList m_checklist; // files that its numbered list names
-    QStringList m_samples; // files that its line about samples names
+    QStringList m_all; // all files that the section in CONTRIBUTING.md names
+    QStringList m_checklist; // files that the section's numbered list names
+    QStringList m_samples; // files that the section's line about samples names
 };
 
 void TestNewBoardType::initTestCase()

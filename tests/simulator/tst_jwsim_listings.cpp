@@ -38,7 +38,7 @@ namespace {
 
 QStringList python(const char *script, const QStringList &arguments)
 {
-    // Use Debian's python3, because only this one has Debian's pyserial.
+    // Debian's package installs pyserial (a Python library for serial ports) only for this python3.
     return QStringList{QStringLiteral("/usr/bin/python3"), QStringLiteral("-c"), QLatin1String(script)} + arguments;
 }
 
@@ -83,7 +83,7 @@ void TestJwsimListings::pyserialListsThePort()
                  "/dev/" + first + "|12ab:00fe|S 0042/b|Acme Boards & Co.|Wind and Water 2|Wind and Water 2|1-01",
                  "/dev/" + second + "|0483:5740|SIM2|STMicroelectronics.|Simulated board|Simulated board|1-02"}));
 
-    // Run jwsim with the command line that a user types.
+    // Also run the listing program of pyserial, as a user would.
     const Outcome listing = runProgram(jwsimProgram(),
                                        simulated(boards(),
                                                  {QStringLiteral("/usr/bin/python3"), QStringLiteral("-m"),

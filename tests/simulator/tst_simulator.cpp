@@ -43,7 +43,7 @@ const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
 const QByteArray versionReply = "$PJWVER,7300022,1,4,0*0d\r\n";
 
-/// The host's end of a simulated port, opened without Qt.
+/// The host's end of a simulated port (the end that programs open), opened without Qt.
 class HostPort
 {
 public:
@@ -97,7 +97,7 @@ public:
     }
 
     bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
-    /// Returns one entry for each read(): the bytes that it returned.
+    /// Returns the bytes that each call of read() returned, one entry for each call.
     const QList<QByteArray> &pieces() const { return m_pieces; }
     QByteArray received() const { return m_pieces.join(); }
 
@@ -136,6 +136,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("product-name"), config.productName},
             {QStringLiteral("serial"), config.serial},
             {QStringLiteral("port"), config.port},
+            {QStringLiteral("hub"), config.hub},
             {QStringLiteral("interval"), config.interval},
             {QStringLiteral("seed"), config.seed}};
 }
@@ -290,6 +291,7 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("product-name", "Wind & Water", QStringLiteral("Wind & Water"));
     row("serial", "X-1", QStringLiteral("X-1"));
     row("port", "ttyUSB7", QStringLiteral("ttyUSB7"));
+    row("hub", "Desk2", QStringLiteral("Desk2"));
     row("interval", "5", 5);
     row("seed", "4294967295", 4294967295U);
 }
@@ -373,6 +375,7 @@ void TestSimulator::wrongTextGivesOneLineOfError_data()
                                   << QStringLiteral("cycles needs replug-after");
     QTest::newRow("late permission of a denied port")
         << QStringLiteral("BoardA,open=denied,late-permission=5") << QStringLiteral("leave out late-permission");
+    QTest::newRow("name of a hub") << QStringLiteral("BoardA,hub=a-b") << QStringLiteral("letters and digits");
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 
@@ -494,7 +497,7 @@ void TestSimulator::serialNumbersAreDistinct()
 {
     BoardConfig named;
     named.port = uniquePortName();
-    // The test bed must keep this serial number, although the first board has the same number.
+    // The testbed must keep a serial number that the caller chose, even if another board already has this number.
     named.serial = add("silent")->config().serial;
     QVERIFY(m_testbed->add(named));
     add("silent");
@@ -685,7 +688,8 @@ void TestSimulator::lineReleasesItsPieces_data()
 
     using Usb = BoardConfig::Usb;
     QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
-    // The line carries 11.52 bytes in a millisecond.
+    // The line carries 11.52 bytes in a millisecond. Each byte is released at the millisecond that is nearest to its
+    // end, so the first piece has the bytes of 1.5 ms.
     QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
     QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
     QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
@@ -733,7 +737,8 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the last one has left.
+    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes each reply when the reply before it has
+    // arrived.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
@@ -752,7 +757,8 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 
 void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the last one has arrived.
+    // USB carries 19 packets in a frame of 1 ms, so 1900 packets take 100 ms. This test pushes each packet when the
+    // packet before it has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;
@@ -770,13 +776,14 @@ void TestSimulator::shortPacketsFillAFrame()
     line.push("x");
     WAIT_FOR(packets == most);
     QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
-    // A packet must take less than 1 ms. A busy machine delays the packets, but it delays this timer too.
+    // A packet must take less than 1 ms. This check counts ticks of a timer instead of reading a clock, because a busy
+    // machine delays the timer and the packets alike.
     QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
 }
 
 void TestSimulator::hostGetsBridgeFrames()
 {
-    // The queries' 312 bytes take 27 ms. The first reply's 2026 bytes take 175 ms.
+    // The 26 queries have 312 bytes, which take 27 ms. Only the last query gets a reply: its 2026 bytes take 175 ms.
     Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -958,7 +965,7 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
     Board *board = add("babble,interval=1");
     QSignalSpy sent(board, &Board::sent);
     HostPort host(board);
-    // The port is full when the board can send no more bursts.
+    // Wait until the board can send no more bursts: then the port is full.
     int before = -1;
     while (before != sent.size()) {
         before = sent.size();

@@ -67,10 +67,13 @@ struct Event
 class Monitor
 {
 public:
-    Monitor()
+    /// With a subsystem, the monitor receives only the events of its devices. With a type, only those of this type.
+    explicit Monitor(const char *subsystem = nullptr, const char *type = nullptr)
         : m_udev(udev_new())
         , m_monitor(udev_monitor_new_from_netlink(m_udev, "udev"))
     {
+        if (subsystem)
+            udev_monitor_filter_add_match_subsystem_devtype(m_monitor, subsystem, type);
         udev_monitor_enable_receiving(m_monitor);
         m_notifier = std::make_unique<QSocketNotifier>(udev_monitor_get_fd(m_monitor), QSocketNotifier::Read);
         QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] {
@@ -150,6 +153,7 @@ private Q_SLOTS:
     void cleanup() { m_testbed.reset(); }
 
     void plugAndPullReportEachDeviceOnce();
+    void monitorsHaveFilters();
     void boardIsPluggedInLater();
     void nameOfALaterBoardIsReserved();
     void plugByHandEndsTheWait();
@@ -159,6 +163,12 @@ private Q_SLOTS:
     void boardPulledAfterBytesComesBack();
     void cyclesLeaveNothingBehind();
     void deviceWithoutASerialNumber();
+    void deniedPortIsPulled();
+    void hubBoardsComeAndGoTogether();
+    void hubIsPluggedByHand();
+    void boardBehindAHubIsPulledAlone();
+    void onlyTheFirstBoardMovesTheHub();
+    void hubHasRoomForAllBoards();
     void permissionComesLate();
     void permissionComesLateAfterEachPlug();
 
@@ -210,6 +220,22 @@ void TestSimulatorCable::plugAndPullReportEachDeviceOnce()
     QVERIFY(board->plug());
     WAIT_FOR(monitor.events().size() >= 9);
     QCOMPARE(monitor.events().size(), 9);
+}
+
+void TestSimulatorCable::monitorsHaveFilters()
+{
+    const Monitor all;
+    const Monitor ports("tty");
+    const Monitor interfaces("usb", "usb_interface");
+    Board *board = add("BoardA");
+    board->pull();
+    WAIT_FOR(all.events().size() == 6 && ports.events().size() >= 2 && interfaces.events().size() >= 2);
+    QCOMPARE(ports.events().size(), 2);
+    QCOMPARE(interfaces.events().size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(ports.events().at(i).type, QByteArray("tty"));
+        QCOMPARE(interfaces.events().at(i).name, QByteArray("1-01:1.0"));
+    }
 }
 
 void TestSimulatorCable::boardIsPluggedInLater()
@@ -390,6 +416,135 @@ void TestSimulatorCable::deviceWithoutASerialNumber()
     QVERIFY(answers(board));
     // A serial number that is not given is chosen.
     QVERIFY(!QSerialPortInfo(add("BoardA")->portName()).serialNumber().isEmpty());
+}
+
+void TestSimulatorCable::deniedPortIsPulled()
+{
+    const Board *board = add("BoardA,open=denied,pull-after=10");
+    WAIT_FOR(!board->isPlugged());
+    QCOMPARE(systemPorts(), QStringList());
+}
+
+void TestSimulatorCable::hubBoardsComeAndGoTogether()
+{
+    const Monitor monitor;
+    const QString other = uniquePortName();
+    QList<Board *> boards{add("BoardA,hub=desk,plug-after=10,pull-after-bytes=1,replug-after=10")};
+    boards.append(add(QStringLiteral("BoardA,hub=desk,replug-port=%1").arg(other)));
+    boards.append(add("BoardA,hub=desk"));
+    add("BoardA"); // no hub; its cable stays in
+    QStringList names;
+    for (const Board *board : qAsConst(boards)) {
+        QVERIFY(!board->isPlugged());
+        names.append(board->portName());
+    }
+    QList<int> left; // number of the hub's boards that are there when another board's cable is pulled
+    connect(boards.last(), &Board::pulled, this, [&] { left.append(systemPorts().size() - 1); });
+
+    WAIT_FOR(monitor.ttyEvents().size() == 4);
+    QCOMPARE(monitor.events().at(3).name, QByteArray("1-01")); // the first three are of the board without a hub
+    QCOMPARE(monitor.events().at(4).name, QByteArray("1-01:1.0"));
+    QCOMPARE(systemPorts().size(), 4);
+    for (int i = 0; i < 3; ++i) {
+        const Event tty = monitor.ttyEvents().at(1 + i);
+        QCOMPARE(tty.name, names.at(i).toLatin1());
+        QCOMPARE(tty.place, QByteArray("1-01.0%1:1.0").replace("%1", QByteArray::number(i + 1)));
+    }
+    QVERIFY(answers(boards.at(1)) && answers(boards.at(2)));
+    // The first board's reply pulls the hub.
+    QSerialPort port(names.first());
+    QVERIFY(port.open(QIODevice::ReadWrite));
+    connect(&port, &QSerialPort::errorOccurred, &port, &QSerialPort::close);
+    port.write(versionQuery);
+    WAIT_FOR(monitor.ttyEvents().size() == 10);
+    QCOMPARE(left, QList<int>{0});
+    const QByteArray removed = "remove ";
+    QCOMPARE(monitor.ttyTexts().mid(4, 3),
+             (QByteArrayList{removed + names.at(0).toLatin1(), removed + names.at(1).toLatin1(),
+                             removed + names.at(2).toLatin1()}));
+    names[1] = other;
+    const QByteArray added = "add ";
+    QCOMPARE(monitor.ttyTexts().mid(7),
+             (QByteArrayList{added + names.at(0).toLatin1(), added + names.at(1).toLatin1(),
+                             added + names.at(2).toLatin1()}));
+    QVERIFY(answers(boards.at(1)) && answers(boards.at(2)));
+    QByteArrayList ofTheHub;
+    for (const Event &event : monitor.events()) {
+        if (event.name == "1-01")
+            ofTheHub.append(event.action);
+    }
+    QCOMPARE(ofTheHub, (QByteArrayList{"add", "remove", "add"}));
+    const int last = monitor.events().size() - 1;
+    QCOMPARE(monitor.events().at(last).name, names.at(2).toLatin1());
+}
+
+void TestSimulatorCable::hubIsPluggedByHand()
+{
+    const Board *first = add("BoardA,hub=desk");
+    const Board *second = add("BoardA,hub=desk");
+    QCOMPARE(systemPorts().size(), 2);
+    QString error;
+    QVERIFY(!m_testbed->plugHub(QStringLiteral("desk"), &error));
+    QVERIFY2(error.contains(QLatin1String("desk")) && error.contains(QLatin1String("already")), qPrintable(error));
+    QVERIFY(!m_testbed->pullHub(QStringLiteral("shelf")));
+    QVERIFY(!m_testbed->plugHub(QStringLiteral("shelf"), &error));
+    QVERIFY2(error.contains(QLatin1String("shelf")), qPrintable(error));
+
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts(), QStringList());
+    QVERIFY(!first->isPlugged() && !second->isPlugged());
+    const Board *third = add("BoardA,hub=desk"); // waits for its hub
+    QVERIFY(!third->isPlugged());
+    QVERIFY2(m_testbed->plugHub(QStringLiteral("desk"), &error), qPrintable(error));
+    QCOMPARE(systemPorts(), (QStringList{first->portName(), second->portName(), third->portName()}));
+    QVERIFY(answers(first) && answers(second) && answers(third));
+}
+
+void TestSimulatorCable::boardBehindAHubIsPulledAlone()
+{
+    Board *first = add("BoardA,hub=desk");
+    const Board *second = add("BoardA,hub=desk");
+    first->pull();
+    QCOMPARE(systemPorts(), QStringList(second->portName()));
+    QVERIFY(first->plug());
+    QVERIFY(answers(first) && answers(second));
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QString error;
+    QVERIFY(!first->plug(&error));
+    QVERIFY2(error.contains(QLatin1String("desk")), qPrintable(error));
+}
+
+void TestSimulatorCable::onlyTheFirstBoardMovesTheHub()
+{
+    add("BoardA,hub=desk,pull-after=1000000");
+    for (const char *text : {"BoardA,hub=desk,plug-after=1", "BoardA,hub=desk,pull-after=1",
+                             "BoardA,hub=desk,pull-after-bytes=1", "BoardA,hub=desk,pull-after=1,replug-after=1"}) {
+        QString error;
+        const auto config = BoardConfig::fromText(QLatin1String(text), &error);
+        QVERIFY2(config, qPrintable(error));
+        QVERIFY2(!m_testbed->add(*config, &error), text);
+        QVERIFY2(error.contains(QLatin1String("first board of hub desk")), qPrintable(error));
+        const auto shelf =
+            BoardConfig::fromText(QString::fromLatin1(text).replace(QLatin1String("desk"), QLatin1String("shelf")));
+        QVERIFY(!m_testbed->add(QList<BoardConfig>{*shelf, *shelf}, &error));
+        QVERIFY2(error.contains(QLatin1String("first board of hub shelf")), qPrintable(error));
+    }
+    QCOMPARE(m_testbed->boards().size(), 1);
+}
+
+void TestSimulatorCable::hubHasRoomForAllBoards()
+{
+    for (int i = 0; i < Testbed::maxBoards; ++i)
+        add("BoardA,hub=desk");
+    QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts(), QStringList());
+    const Monitor monitor; // reads no event before all boards are there
+    QVERIFY(m_testbed->plugHub(QStringLiteral("desk")));
+    QCOMPARE(systemPorts().size(), Testbed::maxBoards);
+    WAIT_FOR(monitor.events().size() == 2 + 3 * Testbed::maxBoards);
+    for (int i = 0; i < Testbed::maxBoards; ++i)
+        QCOMPARE(monitor.ttyEvents().at(i).name, m_testbed->boards().at(i)->portName().toLatin1());
+    QVERIFY(answers(m_testbed->boards().last()));
 }
 
 void TestSimulatorCable::permissionComesLate()

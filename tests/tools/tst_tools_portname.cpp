@@ -1,5 +1,6 @@
 #include <common/portname.h>
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -57,14 +58,15 @@ void TestPortName::linkNamesThePortBehindIt()
 
 void TestPortName::linkBesideItsPortIsRelative()
 {
-    // Make links here, because each machine has other links in /dev. A folder below /dev/shm is part of /dev.
-    const QTemporaryDir folder(QStringLiteral("/dev/shm/tst_tools_portname-XXXXXX"));
-    const QString first = folder.filePath(QStringLiteral("first"));
-    QVERIFY(QFile::link(QStringLiteral("../../ttyACM7"), first));
-    QVERIFY(QFile::link(QStringLiteral("first"), folder.filePath(QStringLiteral("second"))));
-    QCOMPARE(portName(first), QStringLiteral("ttyACM7"));
-    QCOMPARE(portName(folder.filePath(QStringLiteral("second"))), QStringLiteral("ttyACM7"));
-    QCOMPARE(portName(first.mid(5)), QStringLiteral("ttyACM7"));
+    // This folder stands for /dev, where only root may make links.
+    const QTemporaryDir folder;
+    const QString dev = folder.path() + QLatin1Char('/');
+    QVERIFY(QDir(dev).mkpath(QStringLiteral("serial/by-id")));
+    QVERIFY(QFile::link(QStringLiteral("../../ttyACM7"), dev + QStringLiteral("serial/by-id/first")));
+    QVERIFY(QFile::link(QStringLiteral("first"), dev + QStringLiteral("serial/by-id/second")));
+    QCOMPARE(portName(dev + QStringLiteral("serial/by-id/first"), dev), QStringLiteral("ttyACM7"));
+    QCOMPARE(portName(dev + QStringLiteral("serial/by-id/second"), dev), QStringLiteral("ttyACM7"));
+    QCOMPARE(portName(QStringLiteral("serial/by-id/first"), dev), QStringLiteral("ttyACM7"));
 }
 
 void TestPortName::linkToNoPortStaysAsItIs()
@@ -77,12 +79,12 @@ void TestPortName::linkToNoPortStaysAsItIs()
 
 void TestPortName::circleOfLinksEnds()
 {
-    const QTemporaryDir folder(QStringLiteral("/dev/shm/tst_tools_portname-XXXXXX"));
-    const QString first = folder.filePath(QStringLiteral("first"));
-    const QString second = folder.filePath(QStringLiteral("second"));
-    QVERIFY(QFile::link(first, second));
-    QVERIFY(QFile::link(second, first));
-    QVERIFY(portName(first).startsWith(QLatin1String("shm/")));
+    const QTemporaryDir folder; // stands for /dev
+    const QString dev = folder.path() + QLatin1Char('/');
+    QVERIFY(QFile::link(dev + QStringLiteral("first"), dev + QStringLiteral("second")));
+    QVERIFY(QFile::link(dev + QStringLiteral("second"), dev + QStringLiteral("first")));
+    QVERIFY(QStringList({QStringLiteral("first"), QStringLiteral("second")})
+                .contains(portName(dev + QStringLiteral("first"), dev)));
 }
 
 void TestPortName::portsAreSortedByTheirNumbers_data()

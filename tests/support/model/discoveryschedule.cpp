@@ -20,10 +20,11 @@ using JwDevice::Type;
 
 namespace {
 
-// If the receive buffer is too long, it drops its oldest bytes. At least this many of the newest bytes always stay.
+// If the receive buffer contains too many bytes, it drops the oldest. At least this many of the newest bytes always
+// stay.
 constexpr int longestThatAlwaysStays = 50;
 
-/// Whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
+/// Returns whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
 bool isWholeSentence(const QByteArray &bytes)
 {
     return bytes.startsWith('$') && bytes.endsWith("\r\n") && bytes.size() <= longestThatAlwaysStays
@@ -41,7 +42,7 @@ public:
     DiscoverySchedule schedule()
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
-        const bool orderly = chance(30); // the boards send mostly good replies, so that many probes find all boards
+        const bool orderly = chance(30); // then most replies are good, so that the probe often finds all boards
         if (orderly)
             m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);
@@ -222,7 +223,7 @@ private:
         });
     }
 
-    /// Returns a sentence that ends with a new number. No other sentence contains this number, so the trace shows which
+    /// Returns a sentence of `body` and a new number. No other sentence ends with this number, so the trace shows which
     /// sentence arrived.
     QByteArray withMark(const QByteArray &body)
     {
@@ -288,7 +289,7 @@ private:
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
-    QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent
+    QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent yet
     bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
     int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in

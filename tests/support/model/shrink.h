@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// Returns a shorter list for which `fails` still returns true. Removes large slices first, then smaller ones. Works
-/// for QVector, QByteArray and similar types.
+/// Returns `list` without the parts that `fails` does not need to return true. Tries to remove large parts first, then
+/// smaller parts. Works for QVector, QByteArray and similar types.
 template <typename List>
 List shrunk(List list, const std::function<bool(const List &)> &fails)
 {

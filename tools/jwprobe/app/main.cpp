@@ -16,8 +16,8 @@ using namespace JwProbe;
 
 namespace {
 
-// Opens /dev/null for each standard stream that is closed. Otherwise a serial port could get the number of the stream,
-// and then the program would write its output to the port.
+// Opens /dev/null for each standard stream that is closed. Otherwise a serial port that is opened later could get the
+// descriptor number of that stream. Then the program would write its output to the port.
 void openStandardStreams()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {

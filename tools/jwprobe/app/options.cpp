@@ -7,7 +7,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int maxTime = 3600000; // ms; one hour
+constexpr int maxTime = 3600000; // ms; one hour, the largest value of --deadline
 
 const char *const details = R"(
 Output

@@ -37,7 +37,7 @@ QStringList adviceWithoutPort(const PortChoice &choice)
 QString portText(const Examined &examined, int nameWidth, int width)
 {
     const int indent = nameWidth + 2;
-    const int adviceIndent = 4; // less than the indent of the summary, because a command must fit into one line
+    const int adviceIndent = 4; // less than the indent of the summary, because commands are long and never broken
     const QString blanks(indent, QLatin1Char(' '));
     QString text;
     for (const Trouble &trouble : examined.troubles) {

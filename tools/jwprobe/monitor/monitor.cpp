@@ -19,7 +19,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes that wait for one board; if there are more, standard input is paused
+constexpr qint64 maxUnsent = 65536; // bytes; standard input is paused while more bytes wait to be sent to one board
 
 bool isNamed(const Board *board, const QString &name)
 {
@@ -45,7 +45,7 @@ void Monitor::start()
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost during the search, so lost() was emitted before it was connected
+        if (!board->isConnected()) // lost during the search, so no slot was connected to lost() yet
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -113,8 +113,8 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// Returns the boards for which `line` is, and removes the address from `line`. An identifier contains no ":", so a ":"
-// before the first "," ends an address.
+// Returns the boards to which `line` goes, and removes the address, for example "BoardA:", from `line`. Without an
+// address, returns all boards. A sentence has no ":" before its first ",", so such a ":" ends an address.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));

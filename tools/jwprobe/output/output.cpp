@@ -16,8 +16,8 @@ namespace JwProbe {
 
 namespace {
 
-// Returns whether a character could disturb a terminal although Qt's JSON writer does not escape it: delete, the
-// control characters from 0x80 on, and characters that set the direction of text.
+// Returns whether a character could disturb a terminal although Qt's JSON writer does not escape it: the control
+// characters from 0x7f to 0x9f, and characters that set the direction of text.
 bool isDelicate(uint code)
 {
     return (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e || code == 0x200f
@@ -82,7 +82,7 @@ QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
 {
     QString text;
     const QString raw = QString::fromUtf8(QJsonDocument(object).toJson(format)).trimmed();
-    for (const QChar c : raw) { // escaping is valid everywhere, because these characters occur only within strings
+    for (const QChar c : raw) { // delicate characters may be escaped: in JSON they occur only within strings
         if (isDelicate(c.unicode()))
             text += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
         else

@@ -12,7 +12,7 @@ struct Options;
 /// error on standard error.
 bool print(const QString &text);
 
-/// Writes to standard error, only the first time, why standard output can't be written.
+/// Prints on standard error that standard output can't be written, and the reason. Only the first call prints.
 void complainOfOutput(const QString &reason);
 
 /// Returns the local time of day at `time`, for example "09:05:01.250".
@@ -27,8 +27,8 @@ QString payloadLine(const QDateTime &time, const QString &port, bool received, c
 /// Returns the word that JSON has for the direction of a payload.
 QString directionName(bool received);
 
-/// The text of `object`, with a line end. Use it for all JSON that is printed: it escapes the characters that control a
-/// terminal or change the direction of text.
+/// Returns `object` as JSON text with a line end. Use this function for all JSON that is printed, because it escapes
+/// the characters that control a terminal or change the direction of text.
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format);
 
 /// Writes "jwprobe: ", `text` and a line end to standard error.

@@ -26,16 +26,18 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found
-                                  : PortReport(); // an empty report if the cable was pulled just before the search
+    // There is no report if the cable was pulled just before the search.
+    return found != reports.end() ? *found : PortReport();
 }
 
-// Makes the diagnosis of a port that the search does not open, because QSerialPort would wait longer than the deadline.
+// Makes the diagnosis of a port that the search does not open. `trap` says that something other than a lock file, for
+// example a named pipe, is at the path of the lock file. If the search opened the port, QSerialPort could wait for
+// ever, and the deadline could not end the search.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // QSerialPort reports the same error for a lock file
+    report.error = QSerialPort::PermissionError; // QSerialPort also reports this error for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
@@ -162,6 +164,7 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
+    // start() lists the ports just before the Initializer does. A port that appears in between is not in m_ports.
     return found != m_ports.end() ? *found : latePort(name);
 }
 

@@ -14,7 +14,7 @@ namespace JwProbe {
 
 namespace {
 
-/// Says why a search opens `port` or not; the library has the rule.
+/// Returns whether a search without --port opens `port`, and why. JwDevice::isCandidate() has the rule.
 ListedPort judge(const PortIdentity &port)
 {
     if (port.isCandidate)

@@ -30,18 +30,18 @@ struct ListedPort
     QString reason; ///< why a search probes the port, or why it does not
 };
 
-/// Returns all ports of the system, sorted by name. A search probes the ports that `choice` names. If `choice` names
-/// none, it probes the ports that look like a board.
+/// Returns all ports of the system, sorted by name, and whether a search would probe each port. If `choice` names
+/// ports, a search probes these ports. If not, a search probes the candidates, see JwDevice::isCandidate().
 QList<ListedPort> listPorts(const PortChoice &choice);
 
-/// Returns the ports that a search probes. Without an id in `choice`, they include named ports that the system doesn't
-/// know.
+/// Returns the ports that a search would probe. Without an id in `choice`, they include named ports that the system
+/// doesn't know.
 QList<PortIdentity> candidatePorts(const PortChoice &choice);
 
 /// Returns advice for a search that has no candidate port: why, and which ids the user can give instead.
 QStringList noCandidateAdvice(const PortChoice &choice);
 
-/// A text that says which ports a search without names probes.
+/// Returns the rule for candidates as text: the manufacturer or the vendor id that a port must have.
 QString candidateRule();
 
 } // namespace JwProbe

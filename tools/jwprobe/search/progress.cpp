@@ -50,7 +50,7 @@ void Progress::write()
                              .arg(m_finder.foundCount())
                              .arg(m_options.types.size())
                              .arg(m_finder.milliseconds() / 1000, 0, 'f', 1);
-    // The line is cut, because a line that is longer than the terminal would wrap and could not be erased.
+    // The line is cut, because a line that is wider than the terminal would go on below, and hide() could not erase it.
     std::fprintf(stderr, "\r\033[K%s", line.left(terminalWidth(STDERR_FILENO) - 1).toUtf8().constData());
     std::fflush(stderr);
 }
