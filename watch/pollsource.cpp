@@ -36,8 +36,7 @@ QVector<SystemPort> PollSource::list()
         const bool isKnown = known != m_seen.constEnd() && known->identity == identity;
         const quint64 plug = isKnown ? known->plug : ++m_plugs;
         seen.insert(info.portName(), {identity, plug});
-        SystemPort port;
-        port.info = info;
+        SystemPort port = systemPort(info);
         port.plug = plug;
         ports.append(port);
     }

@@ -7,6 +7,16 @@
 
 namespace JwDevice {
 
+SystemPort systemPort(const QSerialPortInfo &info)
+{
+    SystemPort port;
+    port.info = info;
+#ifdef JWDEVICE_HAVE_UDEV
+    readDevice(port);
+#endif
+    return port;
+}
+
 std::unique_ptr<PortSource> makePortSource(int pollInterval)
 {
 #ifdef JWDEVICE_HAVE_UDEV

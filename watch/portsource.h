@@ -23,6 +23,9 @@ struct SystemPort
     QString device() const { return place.section(QLatin1Char(':'), 0, 0); }
 };
 
+/// Returns `info` with the data that only the system knows. `plug` and `change` stay 0.
+SystemPort systemPort(const QSerialPortInfo &info);
+
 /// Lists the serial ports, and reports when the list may have changed.
 class PortSource : public QObject
 {

@@ -22,6 +22,25 @@ bool isSet(udev_device *device)
 
 } // namespace
 
+void readDevice(SystemPort &port)
+{
+    udev *const context = udev_new();
+    udev_device *const device = context
+        ? udev_device_new_from_subsystem_sysname(context, "tty", port.info.portName().toLocal8Bit().constData())
+        : nullptr;
+    if (device) {
+        // The parents belong to `device`.
+        udev_device *const interface = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_interface");
+        udev_device *const usbDevice = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device");
+        if (interface)
+            port.place = QString::fromLocal8Bit(udev_device_get_sysname(interface));
+        port.isIgnored = isSet(device) || isSet(interface) || isSet(usbDevice);
+        udev_device_unref(device);
+    }
+    if (context)
+        udev_unref(context);
+}
+
 std::unique_ptr<UdevSource> UdevSource::create()
 {
     if (!hasEvents())
@@ -83,20 +102,7 @@ QVector<SystemPort> UdevSource::list()
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
     for (const QSerialPortInfo &info : infos) {
         const QString name = info.portName();
-        SystemPort port;
-        port.info = info;
-        udev_device *const device =
-            udev_device_new_from_subsystem_sysname(m_context, "tty", name.toLocal8Bit().constData());
-        if (device) {
-            // The parents belong to `device`.
-            udev_device *const interface =
-                udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_interface");
-            udev_device *const usbDevice = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device");
-            if (interface)
-                port.place = QString::fromLocal8Bit(udev_device_get_sysname(interface));
-            port.isIgnored = isSet(device) || isSet(interface) || isSet(usbDevice);
-            udev_device_unref(device);
-        }
+        SystemPort port = systemPort(info);
         if (m_counts.contains(name))
             counts.insert(name, m_counts.value(name));
         port.plug = counts.value(name).plug;

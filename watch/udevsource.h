@@ -10,6 +10,9 @@ struct udev_monitor;
 
 namespace JwDevice {
 
+/// Sets the place of `port`, and whether it is ignored, from the data of udev.
+void readDevice(SystemPort &port);
+
 /// Lists the ports, and reports changes when udev has handled an event of the kernel.
 class UdevSource : public PortSource
 {

@@ -264,12 +264,13 @@ void TestJwprobeAdvice::listHasAllOfAPort()
                           {QStringLiteral("location"), QStringLiteral("/dev/") + m_port},
                           {QStringLiteral("manufacturer"), QStringLiteral("STMicroelectronics.")},
                           {QStringLiteral("serialNumber"), QStringLiteral("S-9")},
+                          {QStringLiteral("id"), QStringLiteral("S-9:1.0")},
                           {QStringLiteral("vendorId"), QStringLiteral("0483")},
                           {QStringLiteral("productId"), QStringLiteral("1a2b")},
                           {QStringLiteral("probed"), true},
                           {QStringLiteral("obstacle"), QJsonValue::Null}}));
     const Outcome text = runJwprobe({boardOn("silent", m_port, "serial=S-9,product=1a2b")}, {QStringLiteral("--list")});
-    for (const char *cell : {"0483:1a2b", "STMicroelectronics.", "S-9"})
+    for (const char *cell : {"0483:1a2b", "STMicroelectronics.", "S-9 ", "S-9:1.0"})
         QVERIFY2(text.output.contains(cell), text.output.constData());
 }
 

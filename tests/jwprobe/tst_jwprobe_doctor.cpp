@@ -59,6 +59,7 @@ private Q_SLOTS:
     void whatIsNoLockFileIsNotOpened_data();
     SANDBOXED void whatIsNoLockFileIsNotOpened();
     SANDBOXED void otherPortsAreSearchedBesideWhatIsNoLockFile();
+    SANDBOXED void watchOpensNoPortBesideWhatIsNoLockFile();
     SANDBOXED void lockFileLeftBehindIsRemoved();
     SANDBOXED void lockFileWithoutAnOwnerIsRemoved();
     void lockFileCountsWhenItStopsTheSearch_data();
@@ -578,6 +579,28 @@ void TestJwprobeDoctor::otherPortsAreSearchedBesideWhatIsNoLockFile()
     QCOMPARE(ports[0].toObject()[QLatin1String("port")].toString(), m_port);
     QCOMPARE(ports[0].toObject()[QLatin1String("error")].toString(), QStringLiteral("PermissionError"));
     QVERIFY(ports[0].toObject()[QLatin1String("errorText")].toString().contains(QLatin1String("named pipe")));
+}
+
+void TestJwprobeDoctor::watchOpensNoPortBesideWhatIsNoLockFile()
+{
+    const QString other = uniquePortName();
+    const Outcome outcome = runSandboxed(
+        {boardOn("BoardA", m_port), boardOn("BoardB", other, "pull-after=500")},
+        QStringLiteral("mkfifo /run/lock/LCK..%1; \"$@\"").arg(m_port),
+        {jwprobeProgram(), json, QStringLiteral("--watch"), QStringLiteral("--deadline"), QStringLiteral("2000")});
+    QCOMPARE(outcome.status, 0);
+    QStringList events;
+    for (const QByteArray &line : linesOf(outcome.output)) {
+        const QJsonObject event = QJsonDocument::fromJson(line).object();
+        events.append(event[QLatin1String("event")].toString() + QLatin1Char(' ')
+                      + event[QLatin1String("port")].toString());
+        if (events.last().startsWith(QLatin1String("refused")))
+            QVERIFY(event[QLatin1String("summary")].toString().contains(QLatin1String("named pipe")));
+    }
+    events.sort();
+    QCOMPARE(events,
+             (QStringList{QStringLiteral("found ") + other, QStringLiteral("lost ") + other,
+                          QStringLiteral("refused ") + m_port}));
 }
 
 // QSerialPort removes a stale lock file if the folder is writable. So this test makes the folder read-only.

@@ -170,6 +170,7 @@ void TestJwprobeReport::jsonHasAllOfABoard()
     QCOMPARE(board,
              (QJsonObject{{QStringLiteral("type"), QStringLiteral("BoardC")},
                           {QStringLiteral("port"), m_ports[0]},
+                          {QStringLiteral("id"), QStringLiteral("S-1:1.0")},
                           {QStringLiteral("location"), QStringLiteral("/dev/") + m_ports[0]},
                           {QStringLiteral("manufacturer"), QStringLiteral("STMicroelectronics.")},
                           {QStringLiteral("serialNumber"), QStringLiteral("S-1")},

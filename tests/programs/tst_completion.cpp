@@ -20,6 +20,8 @@ private Q_SLOTS:
     void jwprobe_data();
     void jwprobe();
     void jwprobePortsAreThoseOfTheSystem();
+    void jwprobeIdsAreThoseOfTheSystem_data();
+    void jwprobeIdsAreThoseOfTheSystem();
     void jwsim_data();
     void jwsim();
     void jwsimCompletesScenarioFiles();
@@ -38,11 +40,12 @@ private Q_SLOTS:
 
 namespace {
 
-// Splits a line of text into words like bash: at blanks, and around each "=". Text in quotes and a character after a
+// Splits a line of text into words like bash: at blanks, and around each "=" or ":". Text in quotes and a character
+// after a
 // "\\" stay in their word.
 QStringList wordsOf(const QString &line)
 {
-    const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
+    const QRegularExpression word(QStringLiteral("[=:]|(?:'[^']*(?:'|$)|\\\\.|[^ '=:\\\\])+"));
     QStringList words;
     QRegularExpressionMatchIterator matches = word.globalMatch(line);
     while (matches.hasNext())
@@ -52,10 +55,11 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// Returns the part of the last word that bash replaces with a completed word. bash keeps an opening quote or an "=".
+// Returns the part of the last word that bash replaces with a completed word. bash keeps an opening quote, a "=" or a
+// ":".
 QString replacedPart(const QString &word)
 {
-    if (word == QLatin1String("="))
+    if (word == QLatin1String("=") || word == QLatin1String(":"))
         return QString();
     return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
@@ -120,13 +124,16 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --deadline=", "");
     row("jwprobe --type=BoardA --j", "--json");
     // After these options, the completion offers only options that jwprobe accepts together with them.
-    row("jwprobe --list --", "--help --json --port --version");
-    row("jwprobe --port=ttyACM0 --doctor --", "--help --json --port --version");
+    row("jwprobe --list --", "--help --id --json --port --version");
+    row("jwprobe --port=ttyACM0 --doctor --", "--help --id --json --port --version");
     row("jwprobe --udev-rules --", "--help --version");
     row("jwprobe --monitor --",
-        "--deadline --delay --help --json --log --port --raw-traffic --retries --traffic --type --version");
+        "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
+    row("jwprobe --watch --",
+        "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
     row("jwprobe --type BoardA --",
-        "--deadline --delay --help --json --log --monitor --port --raw-traffic --retries --traffic --type --version");
+        "--deadline --delay --help --id --json --log --monitor --port --raw-traffic --retries --traffic --type "
+        "--version --watch");
 }
 
 void TestCompletion::jwprobe()
@@ -146,6 +153,32 @@ void TestCompletion::jwprobePortsAreThoseOfTheSystem()
     QCOMPARE(completed(jwprobeProgram(), QStringLiteral("jwprobe --port=") + second, boards), second.toLatin1());
     QCOMPARE(completed(jwprobeProgram(), QStringLiteral("jwprobe --port /dev/") + first, boards),
              "/dev/" + first.toLatin1());
+}
+
+void TestCompletion::jwprobeIdsAreThoseOfTheSystem_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QByteArray>("replies");
+    const auto row = [](const char *line, const char *replies) {
+        QTest::newRow(line) << QString::fromLatin1(line) << QByteArray(replies);
+    };
+    row("jwprobe --id ", "ONE:1.0 TWO:1.0");
+    row("jwprobe --id T", "TWO:1.0");
+    row("jwprobe --id=T", "TWO:1.0");
+    // bash replaces only the part after the ":".
+    row("jwprobe --id TWO:", "1.0");
+    row("jwprobe --id TWO:1", "1.0");
+    row("jwprobe --id=TWO:1", "1.0");
+    row("jwprobe --id THREE:1", "");
+}
+
+void TestCompletion::jwprobeIdsAreThoseOfTheSystem()
+{
+    QFETCH(QString, line);
+    QFETCH(QByteArray, replies);
+    const QStringList boards{boardOn("BoardA", uniquePortName(), "serial=ONE"),
+                             boardOn("silent", uniquePortName(), "serial=TWO")};
+    QCOMPARE(completed(jwprobeProgram(), line, boards), replies);
 }
 
 void TestCompletion::jwsim_data()

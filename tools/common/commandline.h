@@ -27,6 +27,7 @@ public:
     /// lists of ports and the doctor of jwprobe use it too.
     QList<QCommandLineOption> searchOptions() const { return {m_type, m_delay, m_retries}; }
     const QCommandLineOption &port() const { return m_port; }
+    const QCommandLineOption &type() const { return m_type; }
     bool isSet(const QCommandLineOption &option) const { return m_parser.isSet(option); }
     QString value(const QCommandLineOption &option) const { return m_parser.value(option); }
 

@@ -31,7 +31,6 @@ Q_SIGNALS:
 
 private:
     void introduce() const;
-    void watchOutput();
     void show(const QString &text);
     void showEvent(const QString &event, const Board *board, QJsonObject object);
     void paceInput();

@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <common/printable.h>
+#include <jwprobe/app/options.h>
 
 #include <QJsonObject>
 
@@ -23,6 +24,18 @@ bool isDelicate(uint code)
         || (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
 }
 
+// Returns zeros if the terminal does not report its size.
+winsize sizeOf(int descriptor)
+{
+    winsize size = {};
+    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
+int sizeOr(int reported, int usual)
+{
+    return reported > 0 ? reported : usual;
+}
+
 } // namespace
 
 bool print(const QString &text)
@@ -41,6 +54,28 @@ void complainOfOutput(const QString &reason)
     if (!isDone)
         complain(QStringLiteral("can't write to standard output: %1").arg(reason));
     isDone = true;
+}
+
+QString clockText(const QDateTime &time)
+{
+    return time.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz"));
+}
+
+QString isoText(const QDateTime &time)
+{
+    const QDateTime local = time.toLocalTime();
+    return local.toOffsetFromUtc(local.offsetFromUtc()).toString(Qt::ISODateWithMs);
+}
+
+QString payloadLine(const QDateTime &time, const QString &port, bool received, const QString &text)
+{
+    return QStringLiteral("%1  %2  %3  %4\n")
+        .arg(clockText(time), port, received ? QStringLiteral("<-") : QStringLiteral("->"), JwTools::printable(text));
+}
+
+QString directionName(bool received)
+{
+    return received ? QStringLiteral("received") : QStringLiteral("sent");
 }
 
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
@@ -63,10 +98,18 @@ void complain(const QString &text)
 
 int terminalWidth(int descriptor)
 {
-    if (::isatty(descriptor) == 0)
-        return 0;
-    winsize size = {};
-    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    return ::isatty(descriptor) == 0 ? 0 : sizeOr(sizeOf(descriptor).ws_col, 80);
+}
+
+int terminalHeight(int descriptor)
+{
+    return ::isatty(descriptor) == 0 ? 0 : sizeOr(sizeOf(descriptor).ws_row, 24);
+}
+
+bool isLiveTerminal(int descriptor, const Options &options)
+{
+    const bool showsLog = options.logLevel || options.traffic || options.rawTraffic;
+    return ::isatty(descriptor) != 0 && qgetenv("TERM") != "dumb" && !(showsLog && ::isatty(STDERR_FILENO) != 0);
 }
 
 QString orDash(const QString &text)

@@ -55,9 +55,9 @@ QStringList generalAdvice(const SearchResult &result)
     if (result.missing.isEmpty())
         return {};
     if (!result.hasCandidates()) {
-        return {QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule()),
-                QStringLiteral("Plug the board in and check its cable: some cables only charge."),
-                QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --port NAME\" tries one.")};
+        return noCandidateAdvice(result.choice)
+            + QStringList{QStringLiteral("Plug the board in and check its cable: some cables only charge."),
+                          QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --port NAME\" tries one.")};
     }
     QStringList advice;
     if (result.others.isEmpty()) {

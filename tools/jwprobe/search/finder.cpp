@@ -9,6 +9,7 @@
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/portreport.h>
+#include <watch/portid.h>
 
 #include <QSerialPort>
 #include <QSerialPortInfo>
@@ -41,6 +42,13 @@ Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
 }
 
+// Returns the identity of a port that was plugged in after the search had listed the ports.
+PortIdentity latePort(const QString &name)
+{
+    const QSerialPortInfo info(name);
+    return PortIdentity::of(info, JwDevice::boardIds({info}).first());
+}
+
 } // namespace
 
 Finder::Finder(const Options &options, QObject *parent)
@@ -67,7 +75,7 @@ Finder::~Finder()
 void Finder::start()
 {
     QStringList names;
-    const QList<PortIdentity> candidates = candidatePorts(m_options.ports);
+    const QList<PortIdentity> candidates = candidatePorts(m_options.portChoice());
     for (const PortIdentity &port : candidates) {
         if (const std::optional<Obstacle> trap = findTrap(port)) {
             m_refused.append(refuse(port, *trap));
@@ -78,7 +86,7 @@ void Finder::start()
     }
     m_deadline.start(m_options.deadline);
     m_clock.start();
-    if (m_refused.isEmpty()) {
+    if (m_refused.isEmpty() && m_options.id.isEmpty()) {
         m_initializer->probe(m_options.types, m_options.delay, m_options.ports);
     } else if (!names.isEmpty()) {
         m_initializer->probe(m_options.types, m_options.delay, names);
@@ -129,12 +137,17 @@ void Finder::finish()
 SearchResult Finder::result() const
 {
     SearchResult result;
-    result.wanted = m_options.types;
+    result.choice = m_options.portChoice();
     result.boards = m_boards;
+    result.wanted = m_options.types;
+    if (m_options.anyType && !m_boards.isEmpty()) {
+        const auto isMissing = [&result](JwDevice::Type type) { return !result.board(type); };
+        result.wanted.erase(std::remove_if(result.wanted.begin(), result.wanted.end(), isMissing), result.wanted.end());
+    }
     result.deadlineReached = m_deadlineReached;
     result.milliseconds = m_duration;
     result.others = m_refused;
-    for (const JwDevice::Type type : m_options.types) {
+    for (const JwDevice::Type type : qAsConst(result.wanted)) {
         if (!result.board(type))
             result.missing.append(type);
     }
@@ -152,7 +165,7 @@ PortIdentity Finder::port(const QString &name) const
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
     // start() lists the ports just before the Initializer does. A port that appears in between is not in m_ports.
-    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name));
+    return found != m_ports.end() ? *found : latePort(name);
 }
 
 void Finder::closeOthers()

@@ -27,8 +27,7 @@ Progress::Progress(const Finder &finder, const Options &options)
 
 void Progress::show()
 {
-    const bool showsLog = m_options.logLevel || m_options.traffic || m_options.rawTraffic;
-    if (showsLog || ::isatty(STDERR_FILENO) == 0 || qgetenv("TERM") == "dumb")
+    if (!isLiveTerminal(STDERR_FILENO, m_options))
         return;
     write();
     m_timer.start();
