@@ -59,6 +59,8 @@ private:
     void configure();
     QString picture() const;
     void onSignal(const char *name, const JwDevice::Board &board);
+    void onPayload(const QString &id, const QString &name);
+    void react(const WatchSchedule::Reaction &reaction, const QString &id, const QString &name);
     void onEvent(const JwDevice::PortEvent &event);
     void plug(const Step &step);
     void pull(int board);
@@ -83,6 +85,7 @@ private:
     int m_configurations = 0;
     int m_nextStep = 0;
     int m_signals = 0;
+    int m_payloads = 0;
     int m_depth = 0; // number of nested event loops
     bool m_cameToRest = true;
     std::unique_ptr<JwDevice::BoardWatch> m_watch;

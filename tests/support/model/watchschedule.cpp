@@ -43,6 +43,8 @@ public:
         }
         for (int i = between(0, 5); i > 0 && chance(70); --i)
             m_schedule.reactions.append(reaction());
+        for (int i = between(0, 5); i > 0 && chance(70); --i)
+            m_schedule.readReactions.append(reaction());
         return m_schedule;
     }
 
@@ -140,8 +142,11 @@ private:
         }
         if (kind < 45)
             return plug(anyBoard());
-        if (kind < 60)
-            return step(Step::Pull);
+        if (kind < 60) {
+            Step pull = step(Step::Pull);
+            pull.withNext = chance(50); // like a hub with several devices
+            return pull;
+        }
         const Step other = step(oneOf(rest));
         if (other.action == Step::Configure)
             m_schedule.settings.append(settings());
@@ -205,12 +210,16 @@ QString WatchSchedule::toString() const
                     .arg(entry.excludedNames.value(0, -1))
                     .arg(entry.excluded.join(QLatin1Char(' ')));
     }
-    for (const Reaction &reaction : reactions) {
-        text += QStringLiteral("  on a signal: %1 %2, nested steps %3\n")
-                    .arg(QLatin1String(nameOf(reaction.action)),
-                         reaction.onSameBoard ? QStringLiteral("this board") : QString::number(reaction.board),
-                         QString::number(reaction.nestedSteps));
-    }
+    const auto add = [&text](const char *when, const QVector<Reaction> &list) {
+        for (const Reaction &reaction : list) {
+            text += QStringLiteral("  on a %1: %2 %3, nested steps %4\n")
+                        .arg(QLatin1String(when), QLatin1String(nameOf(reaction.action)),
+                             reaction.onSameBoard ? QStringLiteral("this board") : QString::number(reaction.board),
+                             QString::number(reaction.nestedSteps));
+        }
+    };
+    add("signal", reactions);
+    add("payload", readReactions);
     for (const Step &step : steps) {
         text += QStringLiteral("  %1").arg(QLatin1String(nameOf(step.action)));
         switch (step.action) {
@@ -246,6 +255,7 @@ WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<
     Shrinker<WatchSchedule> shrinker(schedule, fails);
     shrinker.shrink(schedule.steps);
     shrinker.shrink(schedule.reactions);
+    shrinker.shrink(schedule.readReactions);
     for (Step &step : schedule.steps) {
         shrinker.replace(step.withNext, false);
         if (step.action == Step::PlugLate)
@@ -253,9 +263,11 @@ WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<
         if (step.action == Step::Wait)
             shrinker.replace(step.number, 0);
     }
-    for (Reaction &reaction : schedule.reactions) {
-        shrinker.replace(reaction.nestedSteps, 0);
-        shrinker.replace(reaction.action, Step::Wait);
+    for (QVector<Reaction> *reactions : {&schedule.reactions, &schedule.readReactions}) {
+        for (Reaction &reaction : *reactions) {
+            shrinker.replace(reaction.nestedSteps, 0);
+            shrinker.replace(reaction.action, Step::Wait);
+        }
     }
     for (Board &board : schedule.boards) {
         shrinker.replace(board.kind, Board::BoardA);
@@ -282,7 +294,8 @@ WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<
         const int last = fewer.boards.size();
         const auto usesLast = [last](const auto &step) { return step.board == last; };
         if (std::any_of(fewer.steps.cbegin(), fewer.steps.cend(), usesLast)
-            || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast) || !fails(fewer))
+            || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast)
+            || std::any_of(fewer.readReactions.cbegin(), fewer.readReactions.cend(), usesLast) || !fails(fewer))
             break;
         schedule = fewer;
     }
