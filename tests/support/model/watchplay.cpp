@@ -90,6 +90,8 @@ void WatchPlay::settle(int milliseconds)
 {
     ++m_depth;
     m_model.loopBegins();
+    for (Line &line : m_lines)
+        line.isNew = false;
     m_cameToRest = m_clock.run(0) && m_cameToRest;
     // First to the end of this moment, because time passes only after everything in this moment has happened.
     m_cameToRest = (milliseconds == 0 || m_clock.run(milliseconds)) && m_cameToRest;
@@ -366,6 +368,7 @@ void WatchPlay::plug(const Step &step)
     if (isTaken || !line.usb.name.isEmpty())
         return;
     line.usb = usb;
+    line.isNew = true;
     line.ignores = spec.ignores;
     line.hasPermission = step.action == Step::Plug;
     m_ports.plug(usb, line.hasPermission);
@@ -440,7 +443,8 @@ void WatchPlay::sendAnswer()
 void WatchPlay::send(int board, bool isAsked)
 {
     const QString &name = line(board).usb.name;
-    if (name.isEmpty() || !isOpenByWatch(name))
+    // A new port is not open, although the watch may still have the pulled port of the same name.
+    if (name.isEmpty() || line(board).isNew || !isOpenByWatch(name))
         return;
     const Spec &spec = m_schedule.boards[board];
     if (isAsked && spec.kind == Spec::Babble) {

@@ -35,6 +35,7 @@ private:
     {
         UsbPort usb; // without a name while the board is not plugged in
         bool hasPermission = true;
+        bool isNew = false; // plugged in since the event loop ran
         bool isMuted = false;
         int ignores = 0;
         QByteArray received;
