@@ -9,6 +9,12 @@
 //   for seed in $(seq 1 10000 90001); do
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=10000 build/release/tests/tst_watch_model || break
 //   done
+//
+// The schedules don't contain:
+// - a system without events of udev, where the watch lists the ports by a timer
+// - a port that is there, but reports only errors
+// - a real suspend; the application calls checkBoards()
+// - a candidate rule, or more than four boards
 #include "support/common/recordsink.h"
 #include "support/model/runningseed.h"
 #include "support/model/seedrows.h"
