@@ -144,6 +144,9 @@ void WatchModel::remove(const QString &name)
     m_changing.append(entry.id);
     if (entry.phase == Ready)
         owe(entry, Board::CablePulled, INT_MAX);
+    // A new device has the name already, so the errors of the old port may come before the event.
+    if (entry.phase == Ready && m_plugged.contains(name))
+        owe(entry, Board::PortFailed, INT_MAX);
     if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
         m_lent.remove(entry.id);
 }
