@@ -6,6 +6,7 @@
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/porterrors.h>
+#include <device/wholelines.h>
 #include <nmea/exception.h>
 #include <nmea/parserinit.h>
 
@@ -122,6 +123,11 @@ void WatchedPort::adopt(Communicator *communicator)
 {
     auto *const port = static_cast<QSerialPort *>(communicator->device());
     m_communicator = communicator;
+    // Before the guard, which connects the Communicator again: a receiver of a payload may run an event loop, and the
+    // board is not silent meanwhile.
+    connect(port, &QSerialPort::readyRead, this, &WatchedPort::onHeard);
+    // Bytes that arrived in that event loop are read later, without a signal of the port.
+    connect(communicator, qOverload<>(&Communicator::readyRead), this, &WatchedPort::onHeard);
     m_guard = new PortGuard(port, communicator);
     // Both are deleted by the application, if at all: lose() and close() disconnect them first.
     connect(communicator, &QObject::destroyed, this, [this, communicator] {
@@ -133,13 +139,20 @@ void WatchedPort::adopt(Communicator *communicator)
     m_check = Check::Off;
     if (m_settings.checkInterval > 0)
         m_checkTimer.start(m_settings.checkInterval);
-    connect(port, &QSerialPort::readyRead, this, [this] {
-        m_check = Check::Off;
-        if (m_settings.checkInterval > 0)
-            m_checkTimer.start(m_settings.checkInterval);
-        else
-            m_checkTimer.stop();
-    });
+}
+
+void WatchedPort::onHeard()
+{
+    m_check = Check::Off;
+    if (m_settings.checkInterval > 0)
+        m_checkTimer.start(m_settings.checkInterval);
+    else
+        m_checkTimer.stop();
+}
+
+qint64 WatchedPort::unreadBytes() const
+{
+    return qobject_cast<WholeLinesBase *>(m_guard->parent())->bytesReceived();
 }
 
 void WatchedPort::onPortLost(bool isDeviceGone)
@@ -152,6 +165,7 @@ void WatchedPort::check()
     if (!m_communicator || m_check != Check::Off)
         return;
     m_check = Check::Asked;
+    m_unreadBytes = unreadBytes();
     m_checkTimer.start(replyTime);
     const QStringList queries = queriesOf(m_report.type);
     for (const QString &query : queries) {
@@ -171,7 +185,11 @@ void WatchedPort::onCheckTimer()
         m_checkTimer.start(0);
         break;
     case Check::Late:
-        lose(Board::NoAnswer);
+        // While a receiver of a payload runs an event loop, bytes arrive without a signal.
+        if (unreadBytes() != m_unreadBytes)
+            onHeard();
+        else
+            lose(Board::NoAnswer);
         break;
     }
 }

@@ -73,6 +73,8 @@ private:
     void endProbe();
     void adopt(Communicator *communicator);
     void onPortLost(bool isDeviceGone);
+    void onHeard();
+    qint64 unreadBytes() const;
     void onCheckTimer();
     void lose(Board::Loss loss);
 
@@ -93,6 +95,7 @@ private:
     QTimer m_deadline;
     QTimer m_checkTimer;
     Check m_check = Check::Off;
+    qint64 m_unreadBytes = 0; // when the query of the check was written
 };
 
 } // namespace JwDevice

@@ -29,9 +29,9 @@
 #include "support/model/discoverymodel.h"
 #include "support/model/discoveryschedule.h"
 #include "support/model/discoverysubject.h"
-#include "support/common/environmentnumber.h"
 #include "support/common/recordsink.h"
 #include "support/model/runningseed.h"
+#include "support/model/seedrows.h"
 #include "support/model/virtualclock.h"
 
 #include <simulator/preload.h>
@@ -45,7 +45,6 @@
 namespace {
 
 constexpr int schedulesInTestRun = 5000;
-constexpr int schedulesInRow = 1000;
 constexpr int linesShown = 12;
 
 VirtualClock *virtualClock = nullptr;
@@ -150,14 +149,7 @@ void TestDiscoveryModel::shrinksAFailingScheduleToItsShortestForm()
 
 void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives_data()
 {
-    QTest::addColumn<int>("first");
-    QTest::addColumn<int>("count");
-    const int first = static_cast<int>(environmentNumber("JWDEVICE_MODEL_SEED", 1));
-    const int end = first + static_cast<int>(environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun));
-    for (int seed = first; seed < end; seed += schedulesInRow) {
-        const int count = std::min(schedulesInRow, end - seed);
-        QTest::addRow("seeds %d to %d", seed, seed + count - 1) << seed << count;
-    }
+    addSeedRows(schedulesInTestRun);
 }
 
 void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()

@@ -9,9 +9,15 @@
 //   for seed in $(seq 1 10000 90001); do
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=10000 build/release/tests/tst_watch_model || break
 //   done
-#include "support/common/environmentnumber.h"
+//
+// The schedules don't contain:
+// - a system without events of udev, where the watch lists the ports by a timer
+// - a port that is there, but reports only errors
+// - a real suspend; the application calls checkBoards()
+// - a candidate rule, or more than four boards
 #include "support/common/recordsink.h"
 #include "support/model/runningseed.h"
+#include "support/model/seedrows.h"
 #include "support/model/virtualclock.h"
 #include "support/model/watchplay.h"
 #include "support/model/watchports.h"
@@ -31,7 +37,6 @@ constexpr int schedulesInTestRun = 300;
 #else
 constexpr int schedulesInTestRun = 3000;
 #endif
-constexpr int schedulesInRow = 1000;
 constexpr int linesShown = 60;
 
 VirtualClock *virtualClock = nullptr;
@@ -66,14 +71,7 @@ QString TestWatchModel::difference(const WatchSchedule &schedule)
 
 void TestWatchModel::randomSchedulesKeepTheRules_data()
 {
-    QTest::addColumn<int>("first");
-    QTest::addColumn<int>("count");
-    const int first = static_cast<int>(environmentNumber("JWDEVICE_MODEL_SEED", 1));
-    const int end = first + static_cast<int>(environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun));
-    for (int seed = first; seed < end; seed += schedulesInRow) {
-        const int count = std::min(schedulesInRow, end - seed);
-        QTest::addRow("seeds %d to %d", seed, seed + count - 1) << seed << count;
-    }
+    addSeedRows(schedulesInTestRun);
 }
 
 void TestWatchModel::randomSchedulesKeepTheRules()

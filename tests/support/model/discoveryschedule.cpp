@@ -1,11 +1,11 @@
 #include "discoveryschedule.h"
 
+#include "randomchoice.h"
 #include "shrink.h"
 
 #include <simulator/wire.h>
 
 #include <QDebug>
-#include <QRandomGenerator>
 #include <QStringList>
 
 #include <algorithm>
@@ -31,11 +31,11 @@ bool isWholeSentence(const QByteArray &bytes)
         && bytes.count('$') == 1 && bytes.count('\n') == 1 && !bytes.contains('\0');
 }
 
-class Generator
+class Generator : RandomChoice
 {
 public:
     explicit Generator(quint32 seed)
-        : m_random(seed)
+        : RandomChoice(seed)
     {
     }
 
@@ -71,14 +71,6 @@ public:
     }
 
 private:
-    bool chance(int percent) { return m_random.bounded(100) < percent; }
-    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
-    template <typename T>
-    T oneOf(const QVector<T> &choices)
-    {
-        return choices[m_random.bounded(choices.size())];
-    }
-
     static Step wait(int milliseconds)
     {
         Step step;
@@ -285,7 +277,6 @@ private:
         return bytes;
     }
 
-    QRandomGenerator m_random;
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
@@ -444,33 +435,15 @@ DiscoverySchedule randomSchedule(quint32 seed)
 DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
                                    const std::function<bool(const DiscoverySchedule &)> &fails)
 {
-    const auto replaceIfItFails = [&](auto &part, const auto &plainer) {
-        const auto before = part;
-        if (before == plainer)
-            return;
-        part = plainer;
-        if (!fails(schedule))
-            part = before;
-    };
-    const auto shrinkIn = [&](auto &part) {
-        using List = std::decay_t<decltype(part)>;
-        const List before = part;
-        part = shrunk<List>(before, [&](const List &shorter) {
-            const List kept = part;
-            part = shorter;
-            const bool stillFails = fails(schedule);
-            part = kept;
-            return stillFails;
-        });
-    };
-    shrinkIn(schedule.steps);
-    shrinkIn(schedule.onInitialized);
-    shrinkIn(schedule.onNotFound);
-    shrinkIn(schedule.turns);
+    Shrinker<DiscoverySchedule> shrinker(schedule, fails);
+    shrinker.shrink(schedule.steps);
+    shrinker.shrink(schedule.onInitialized);
+    shrinker.shrink(schedule.onNotFound);
+    shrinker.shrink(schedule.turns);
     for (QVector<Answer> &answers : schedule.answers) {
-        shrinkIn(answers);
+        shrinker.shrink(answers);
         for (Answer &answer : answers) {
-            shrinkIn(answer);
+            shrinker.shrink(answer);
             const Answer before = answer;
             answer = {{bytesOf(before), 0}};
             if (!fails(schedule))
@@ -478,44 +451,44 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
         }
     }
     for (Step &step : schedule.steps)
-        replaceIfItFails(step.port, 0);
+        shrinker.replace(step.port, 0);
     for (int port = schedule.ports - 1; port >= 0 && schedule.ports > 1; --port) {
         const DiscoverySchedule fewer = without(port, schedule);
         if (fails(fewer))
             schedule = fewer;
     }
     for (Step &step : schedule.steps) {
-        shrinkIn(step.types);
-        shrinkIn(step.ports);
-        shrinkIn(step.bytes);
+        shrinker.shrink(step.types);
+        shrinker.shrink(step.ports);
+        shrinker.shrink(step.bytes);
         if (step.action == Step::Probe || step.action == Step::Wait)
-            replaceIfItFails(step.number, 0);
+            shrinker.replace(step.number, 0);
         if (step.action == Step::SendWithNext)
-            replaceIfItFails(step.action, Step::Send);
+            shrinker.replace(step.action, Step::Send);
         if (step.action == Step::PullWithNext)
-            replaceIfItFails(step.action, Step::Pull);
+            shrinker.replace(step.action, Step::Pull);
     }
     for (OnInitialized &reaction : schedule.onInitialized) {
-        replaceIfItFails(reaction.action, OnInitialized::Keep);
-        replaceIfItFails(reaction.nestedSteps, 0);
+        shrinker.replace(reaction.action, OnInitialized::Keep);
+        shrinker.replace(reaction.nestedSteps, 0);
     }
     for (OnNotFound &reaction : schedule.onNotFound) {
-        replaceIfItFails(reaction.action, OnNotFound::Nothing);
-        replaceIfItFails(reaction.nestedSteps, 0);
+        shrinker.replace(reaction.action, OnNotFound::Nothing);
+        shrinker.replace(reaction.nestedSteps, 0);
     }
     for (QVector<Answer> &answers : schedule.answers) {
         for (Answer &answer : answers) {
             for (DiscoverySchedule::Piece &piece : answer) {
-                shrinkIn(piece.bytes);
-                replaceIfItFails(piece.after, 0);
+                shrinker.shrink(piece.bytes);
+                shrinker.replace(piece.after, 0);
             }
         }
     }
     for (Turn &turn : schedule.turns) {
-        replaceIfItFails(turn.first, 0);
-        replaceIfItFails(turn.pieces, 1);
+        shrinker.replace(turn.first, 0);
+        shrinker.replace(turn.pieces, 1);
     }
-    shrinkIn(schedule.steps);
+    shrinker.shrink(schedule.steps);
     return schedule;
 }
 

@@ -144,6 +144,9 @@ void WatchModel::remove(const QString &name)
     m_changing.append(entry.id);
     if (entry.phase == Ready)
         owe(entry, Board::CablePulled, INT_MAX);
+    // A new device has the name already, so the errors of the old port may come before the event.
+    if (entry.phase == Ready && m_plugged.contains(name))
+        owe(entry, Board::PortFailed, INT_MAX);
     if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
         m_lent.remove(entry.id);
 }
@@ -319,7 +322,7 @@ void WatchModel::asked(const QString &name, Type type)
             m_settings.checkInterval > 0 && now == entry->heardAt + m_settings.checkInterval && entry->checkedAt < 0;
         if (isDue)
             entry->checkedAt = entry->checkBegan = now;
-        if (entry->checkBegan != now || !haveSameQuery(type, entry->type))
+        if ((entry->checkBegan != now && !isVague(*entry)) || !haveSameQuery(type, entry->type))
             fail(QStringLiteral("the board on %1 is asked").arg(name));
     } else if (times.contains(now) && m_plugged.contains(name)) {
         return; // see opened()
@@ -351,7 +354,30 @@ void WatchModel::babbled(const QString &name)
     if (entry && entry->phase == Ready) {
         entry->heardAt = m_around.now();
         entry->checkedAt = -1;
+        entry->isVague = !m_reading.value(entry->id).isEmpty();
     }
+}
+
+void WatchModel::readBegins(const QString &id)
+{
+    const Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready)
+        babbled(entry->port.usb.name);
+    m_reading[id].append(m_around.now());
+}
+
+void WatchModel::readEnds(const QString &id)
+{
+    const qint64 begin = m_reading[id].takeLast();
+    Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready && begin != m_around.now())
+        entry->isVague = true;
+}
+
+/// Whether the watch may have missed when it heard the board last.
+bool WatchModel::isVague(const Entry &entry) const
+{
+    return entry.isVague || !m_reading.value(entry.id).isEmpty();
 }
 
 // The application
@@ -491,6 +517,7 @@ void WatchModel::found(const Board &board, bool isBack)
     entry->answer = JwDevice::Unknown;
     entry->heardAt = m_around.now();
     entry->checkedAt = -1;
+    entry->isVague = false;
     entry->verdict = PortReport::HandedOver;
     for (auto &[name, other] : m_entries) {
         if (&other != entry && other.port.usb.device == usb.device
@@ -525,8 +552,12 @@ void WatchModel::lost(const Board &board)
         }
         return;
     }
-    if (!entry || entry->phase != Ready || board.loss != Board::NoAnswer || entry->checkedAt < 0
-        || m_around.now() != entry->checkedAt + replyTime) {
+    const qint64 askedAt = m_around.now() - replyTime;
+    const bool wasSilent = entry && entry->phase == Ready
+        && (entry->checkedAt == askedAt
+            || (isVague(*entry) && entry->heardAt <= askedAt
+                && entry->asked.value(haveSameQuery(entry->type, JwDevice::BoardC)).contains(askedAt)));
+    if (!wasSilent || board.loss != Board::NoAnswer) {
         fail(QStringLiteral("%1 is lost: %2").arg(board.id, lossName(board.loss)));
         return;
     }
@@ -607,6 +638,8 @@ void WatchModel::checkEntry(const Entry &entry)
         checkQueries(entry);
         break;
     case Ready: {
+        if (isVague(entry))
+            break;
         const bool isCheckDue =
             m_settings.checkInterval > 0 && entry.checkedAt < 0 && now >= entry.heardAt + m_settings.checkInterval;
         if (isCheckDue

@@ -49,6 +49,10 @@ public:
     /// The board sent a whole sentence of a board of this type, or one that can be parsed but is of no type (Unknown).
     void answered(const QString &name, JwDevice::Type type);
     void babbled(const QString &name); ///< the board sent something that can't be parsed
+    /// The application handles a payload of the board. Meanwhile its port emits no signal, so the watch may ask the
+    /// board sooner.
+    void readBegins(const QString &id);
+    void readEnds(const QString &id);
 
     // The application. Call these functions before the function of the watch.
     void start(const WatchSchedule::Settings &settings);
@@ -101,6 +105,7 @@ private:
         qint64 heardAt = 0; // when Ready
         qint64 checkedAt = -1; // when the running check began; -1 if no check runs
         qint64 checkBegan = -1; // when the newest check began
+        bool isVague = false; // bytes may have arrived without a signal of the port
         int verdict = JwDevice::PortReport::NotOpened; // -1: the doc comments don't say
     };
     /// A boardLost() that must come.
@@ -133,6 +138,7 @@ private:
     bool isWanted(JwDevice::Type type) const { return m_settings.types.contains(type); }
     int delay() const { return isWanted(JwDevice::BoardC) ? m_settings.delay : 0; }
     void checkEntry(const Entry &entry);
+    bool isVague(const Entry &entry) const;
     void checkQueries(const Entry &entry);
     void checkReport(const Entry &entry, const JwDevice::PortReport &report);
 
@@ -148,6 +154,7 @@ private:
     QMap<QString, JwDevice::Type> m_lost; // boards that were lost, by id
     QMap<QString, QString> m_owners; // serial numbers that two boards have, with the place of the board that keeps it
     QMap<QString, JwDevice::BoardWatch::Lending> m_lent; // by id
+    QMap<QString, QVector<qint64>> m_reading; // by id: when the application began with each payload that it handles
     QVector<QString> m_plugged; // names of ports that came since the event loop was idle
     QVector<QString> m_changing; // ids of ports that went since the event loop was idle
 };

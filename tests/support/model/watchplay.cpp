@@ -90,6 +90,8 @@ void WatchPlay::settle(int milliseconds)
 {
     ++m_depth;
     m_model.loopBegins();
+    for (Line &line : m_lines)
+        line.isNew = false;
     m_cameToRest = m_clock.run(0) && m_cameToRest;
     // First to the end of this moment, because time passes only after everything in this moment has happened.
     m_cameToRest = (milliseconds == 0 || m_clock.run(milliseconds)) && m_cameToRest;
@@ -311,20 +313,37 @@ void WatchPlay::onSignal(const char *name, const Board &board)
         m_model.found(board, qstrcmp(name, "back") == 0);
     else
         m_model.lost(board);
-    int number = -1;
-    for (int i = 0; i < m_schedule.boards.size(); ++i) {
-        if (line(i).usb.name == board.portName) {
-            line(i).id = board.id;
-            number = i;
-        }
+    for (Line &line : m_lines) {
+        if (line.usb.name == board.portName)
+            line.id = board.id;
     }
+    if (board.loss == Board::NotLost) {
+        connect(board.communicator, qOverload<>(&Communicator::readyRead), this,
+                [this, id = board.id, port = board.portName] { onPayload(id, port); });
+    }
+    react(m_schedule.reactions.value(m_signals++), board.id, board.portName);
+}
+
+void WatchPlay::onPayload(const QString &id, const QString &name)
+{
+    note(QStringLiteral("a payload of %1").arg(id));
+    m_model.readBegins(id);
+    react(m_schedule.readReactions.value(m_payloads++), id, name);
+    m_model.readEnds(id);
+}
+
+void WatchPlay::react(const WatchSchedule::Reaction &reaction, const QString &id, const QString &name)
+{
     if (!m_model.fault().isEmpty())
         return;
-    const WatchSchedule::Reaction reaction = m_schedule.reactions.value(m_signals++);
+    int board = reaction.board;
+    for (int i = 0; reaction.onSameBoard && i < m_schedule.boards.size(); ++i) {
+        if (line(i).usb.name == name)
+            board = i;
+    }
     if (reaction.action != Step::Wait) {
-        const int target = reaction.onSameBoard && number >= 0 ? number : reaction.board;
         note(QStringLiteral("reacts"));
-        act(reaction.action, target, reaction.onSameBoard ? board.id : line(reaction.board).id);
+        act(reaction.action, board, reaction.onSameBoard ? id : line(board).id);
     }
     performSteps(reaction.nestedSteps);
     m_model.loopBegins(); // because the event loop goes on
@@ -349,6 +368,7 @@ void WatchPlay::plug(const Step &step)
     if (isTaken || !line.usb.name.isEmpty())
         return;
     line.usb = usb;
+    line.isNew = true;
     line.ignores = spec.ignores;
     line.hasPermission = step.action == Step::Plug;
     m_ports.plug(usb, line.hasPermission);
@@ -423,7 +443,8 @@ void WatchPlay::sendAnswer()
 void WatchPlay::send(int board, bool isAsked)
 {
     const QString &name = line(board).usb.name;
-    if (name.isEmpty() || !isOpenByWatch(name))
+    // A new port is not open, although the watch may still have the pulled port of the same name.
+    if (name.isEmpty() || line(board).isNew || !isOpenByWatch(name))
         return;
     const Spec &spec = m_schedule.boards[board];
     if (isAsked && spec.kind == Spec::Babble) {

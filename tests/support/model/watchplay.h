@@ -35,6 +35,7 @@ private:
     {
         UsbPort usb; // without a name while the board is not plugged in
         bool hasPermission = true;
+        bool isNew = false; // plugged in since the event loop ran
         bool isMuted = false;
         int ignores = 0;
         QByteArray received;
@@ -59,6 +60,8 @@ private:
     void configure();
     QString picture() const;
     void onSignal(const char *name, const JwDevice::Board &board);
+    void onPayload(const QString &id, const QString &name);
+    void react(const WatchSchedule::Reaction &reaction, const QString &id, const QString &name);
     void onEvent(const JwDevice::PortEvent &event);
     void plug(const Step &step);
     void pull(int board);
@@ -83,6 +86,7 @@ private:
     int m_configurations = 0;
     int m_nextStep = 0;
     int m_signals = 0;
+    int m_payloads = 0;
     int m_depth = 0; // number of nested event loops
     bool m_cameToRest = true;
     std::unique_ptr<JwDevice::BoardWatch> m_watch;

@@ -1,9 +1,9 @@
 #include "watchschedule.h"
 
+#include "randomchoice.h"
 #include "shrink.h"
 #include "watchports.h"
 
-#include <QRandomGenerator>
 #include <QStringList>
 
 #include <type_traits>
@@ -16,11 +16,11 @@ using JwDevice::Type;
 
 namespace {
 
-class Generator
+class Generator : RandomChoice
 {
 public:
     explicit Generator(quint32 seed)
-        : m_random(seed)
+        : RandomChoice(seed)
     {
     }
 
@@ -43,17 +43,12 @@ public:
         }
         for (int i = between(0, 5); i > 0 && chance(70); --i)
             m_schedule.reactions.append(reaction());
+        for (int i = between(0, 5); i > 0 && chance(70); --i)
+            m_schedule.readReactions.append(reaction());
         return m_schedule;
     }
 
 private:
-    bool chance(int percent) { return m_random.bounded(100) < percent; }
-    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
-    template <typename T>
-    T oneOf(const QVector<T> &choices)
-    {
-        return choices[m_random.bounded(choices.size())];
-    }
     int anyBoard() { return m_random.bounded(m_schedule.boards.size()); }
 
     Board board()
@@ -147,8 +142,11 @@ private:
         }
         if (kind < 45)
             return plug(anyBoard());
-        if (kind < 60)
-            return step(Step::Pull);
+        if (kind < 60) {
+            Step pull = step(Step::Pull);
+            pull.withNext = chance(50); // like a hub with several devices
+            return pull;
+        }
         const Step other = step(oneOf(rest));
         if (other.action == Step::Configure)
             m_schedule.settings.append(settings());
@@ -165,7 +163,6 @@ private:
         return {oneOf(actions), chance(75), anyBoard(), chance(50) ? between(1, 4) : 0};
     }
 
-    QRandomGenerator m_random;
     WatchSchedule m_schedule;
     bool m_isSimple = false;
 };
@@ -213,12 +210,16 @@ QString WatchSchedule::toString() const
                     .arg(entry.excludedNames.value(0, -1))
                     .arg(entry.excluded.join(QLatin1Char(' ')));
     }
-    for (const Reaction &reaction : reactions) {
-        text += QStringLiteral("  on a signal: %1 %2, nested steps %3\n")
-                    .arg(QLatin1String(nameOf(reaction.action)),
-                         reaction.onSameBoard ? QStringLiteral("this board") : QString::number(reaction.board),
-                         QString::number(reaction.nestedSteps));
-    }
+    const auto add = [&text](const char *when, const QVector<Reaction> &list) {
+        for (const Reaction &reaction : list) {
+            text += QStringLiteral("  on a %1: %2 %3, nested steps %4\n")
+                        .arg(QLatin1String(when), QLatin1String(nameOf(reaction.action)),
+                             reaction.onSameBoard ? QStringLiteral("this board") : QString::number(reaction.board),
+                             QString::number(reaction.nestedSteps));
+        }
+    };
+    add("signal", reactions);
+    add("payload", readReactions);
     for (const Step &step : steps) {
         text += QStringLiteral("  %1").arg(QLatin1String(nameOf(step.action)));
         switch (step.action) {
@@ -251,63 +252,50 @@ WatchSchedule randomWatchSchedule(quint32 seed)
 
 WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<bool(const WatchSchedule &)> &fails)
 {
-    const auto replaceIfItFails = [&](auto &part, const auto &plainer) {
-        const auto before = part;
-        if (before == plainer)
-            return;
-        part = plainer;
-        if (!fails(schedule))
-            part = before;
-    };
-    const auto shrinkIn = [&](auto &part) {
-        using List = std::decay_t<decltype(part)>;
-        const List before = part;
-        part = shrunk<List>(before, [&](const List &shorter) {
-            const List kept = std::exchange(part, shorter);
-            const bool stillFails = fails(schedule);
-            part = kept;
-            return stillFails;
-        });
-    };
-    shrinkIn(schedule.steps);
-    shrinkIn(schedule.reactions);
+    Shrinker<WatchSchedule> shrinker(schedule, fails);
+    shrinker.shrink(schedule.steps);
+    shrinker.shrink(schedule.reactions);
+    shrinker.shrink(schedule.readReactions);
     for (Step &step : schedule.steps) {
-        replaceIfItFails(step.withNext, false);
+        shrinker.replace(step.withNext, false);
         if (step.action == Step::PlugLate)
-            replaceIfItFails(step.action, Step::Plug);
+            shrinker.replace(step.action, Step::Plug);
         if (step.action == Step::Wait)
-            replaceIfItFails(step.number, 0);
+            shrinker.replace(step.number, 0);
     }
-    for (Reaction &reaction : schedule.reactions) {
-        replaceIfItFails(reaction.nestedSteps, 0);
-        replaceIfItFails(reaction.action, Step::Wait);
+    for (QVector<Reaction> *reactions : {&schedule.reactions, &schedule.readReactions}) {
+        for (Reaction &reaction : *reactions) {
+            shrinker.replace(reaction.nestedSteps, 0);
+            shrinker.replace(reaction.action, Step::Wait);
+        }
     }
     for (Board &board : schedule.boards) {
-        replaceIfItFails(board.kind, Board::BoardA);
-        replaceIfItFails(board.delay, 7);
-        replaceIfItFails(board.ignores, 0);
-        replaceIfItFails(board.serial, QString());
-        replaceIfItFails(board.interface, 0);
-        replaceIfItFails(board.isCandidate, true);
-        replaceIfItFails(board.isIgnored, false);
+        shrinker.replace(board.kind, Board::BoardA);
+        shrinker.replace(board.delay, 7);
+        shrinker.replace(board.ignores, 0);
+        shrinker.replace(board.serial, QString());
+        shrinker.replace(board.interface, 0);
+        shrinker.replace(board.isCandidate, true);
+        shrinker.replace(board.isIgnored, false);
     }
     for (Settings &settings : schedule.settings) {
         const Settings plain;
-        replaceIfItFails(settings.types, plain.types);
-        replaceIfItFails(settings.maxRetries, plain.maxRetries);
-        replaceIfItFails(settings.delay, plain.delay);
-        replaceIfItFails(settings.checkInterval, plain.checkInterval);
-        replaceIfItFails(settings.excludedNames, plain.excludedNames);
-        replaceIfItFails(settings.excluded, plain.excluded);
+        shrinker.replace(settings.types, plain.types);
+        shrinker.replace(settings.maxRetries, plain.maxRetries);
+        shrinker.replace(settings.delay, plain.delay);
+        shrinker.replace(settings.checkInterval, plain.checkInterval);
+        shrinker.replace(settings.excludedNames, plain.excludedNames);
+        shrinker.replace(settings.excluded, plain.excluded);
     }
-    shrinkIn(schedule.steps);
+    shrinker.shrink(schedule.steps);
     while (schedule.boards.size() > 1) {
         WatchSchedule fewer = schedule;
         fewer.boards.removeLast();
         const int last = fewer.boards.size();
         const auto usesLast = [last](const auto &step) { return step.board == last; };
         if (std::any_of(fewer.steps.cbegin(), fewer.steps.cend(), usesLast)
-            || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast) || !fails(fewer))
+            || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast)
+            || std::any_of(fewer.readReactions.cbegin(), fewer.readReactions.cend(), usesLast) || !fails(fewer))
             break;
         schedule = fewer;
     }

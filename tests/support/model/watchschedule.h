@@ -82,7 +82,8 @@ struct WatchSchedule
     QVector<Board> boards;
     QVector<Settings> settings; ///< the first settings are those at the start
     QVector<Step> steps;
-    QVector<Reaction> reactions; ///< for the first, second ... signal
+    QVector<Reaction> reactions; ///< for the first, second ... signal of the watch
+    QVector<Reaction> readReactions; ///< for the first, second ... payload that a found board sends
 
     /// Returns the schedule as text that people can read.
     QString toString() const;
