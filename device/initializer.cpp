@@ -154,8 +154,11 @@ Initializer::~Initializer()
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
 {
-    if (!setTypes(types))
+    m_types = types;
+    if (m_types.isEmpty()) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
         return false;
+    }
     if (portNames.isEmpty()) {
         const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
         m_ports.clear();
@@ -175,27 +178,20 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
 
 bool Initializer::probePort(const QList<Type> &types, const QSerialPortInfo &port, int delay)
 {
-    if (!setTypes(types))
+    m_types = types;
+    if (m_types.isEmpty()) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
         return false;
+    }
     m_ports.append(port);
     m_reports.append(reportOn(port, port.portName()));
     start(delay);
     return true;
 }
 
-bool Initializer::setTypes(const QList<Type> &types)
-{
-    m_types = types;
-    if (m_types.isEmpty()) {
-        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
-        return false;
-    }
-    m_private->clock.start();
-    return true;
-}
-
 void Initializer::start(int delay)
 {
+    m_private->clock.start();
     if (m_types.contains(BoardC) && delay > 0)
         m_probeTimer->start(delay);
     else

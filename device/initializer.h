@@ -145,7 +145,6 @@ public Q_SLOTS: // called by signals of ports and timers; applications don't cal
 private:
     struct Private;
 
-    JWDEVICE_NO_EXPORT bool setTypes(const QList<JwDevice::Type> &types);
     JWDEVICE_NO_EXPORT void start(int delay);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
     JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);

@@ -36,6 +36,12 @@ QString hardwareVersion(const QString &reply)
     return session.fields.value(QStringLiteral("hwversion")).toString();
 }
 
+// A lambda, because the library would export the type information of a pointer to isCandidate().
+std::function<bool(const QSerialPortInfo &port)> defaultRule()
+{
+    return [](const QSerialPortInfo &port) { return isCandidate(port); };
+}
+
 QString usbId(const QSerialPortInfo &info)
 {
     return QStringLiteral("%1:%2")
@@ -97,7 +103,7 @@ public:
     BoardWatch *const q;
     WatchSettings settings{boardTypes(), 3, 0, 0, {}}; // used from the next start() on
     WatchSettings active; // of the running watch
-    std::function<bool(const QSerialPortInfo &port)> rule = isCandidate;
+    std::function<bool(const QSerialPortInfo &port)> rule = defaultRule();
     std::function<bool(const QSerialPortInfo &port)> activeRule;
     QStringList neverOpened;
     QStringList activeNeverOpened;
@@ -386,7 +392,7 @@ QList<Type> BoardWatch::types() const
 
 void BoardWatch::setCandidateRule(std::function<bool(const QSerialPortInfo &port)> rule)
 {
-    m_private->rule = rule ? std::move(rule) : isCandidate;
+    m_private->rule = rule ? std::move(rule) : defaultRule();
 }
 
 void BoardWatch::setNeverOpened(const QStringList &ports)

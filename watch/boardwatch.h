@@ -131,7 +131,7 @@ Q_SIGNALS:
     void portsChanged();
 
 private:
-    class Private;
+    class JWWATCH_NO_EXPORT Private;
     std::unique_ptr<Private> m_private;
 };
 

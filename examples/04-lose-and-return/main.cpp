@@ -25,8 +25,7 @@ int main(int argc, char **argv)
         port->deleteLater(); // not delete, because the port emits the signal that called this function
     };
     const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        // When the search is deleted, it closes its other ports. It can't be deleted with `delete` here, because it
-        // is still emitting the signal that called this function.
+        // The deleted search closes its other ports. Not `delete`, because the search is emitting the signal.
         search->deleteLater();
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);

@@ -88,12 +88,14 @@ private:
     QByteArray own(QByteArray text) const
     {
         return text.replace("ttyACM0", m_port)
+            .replace("ttyACM7", m_secondPort)
             .replace("3001", QByteArray::number(m_tcpPort))
             .replace("0BB9", QByteArray::number(m_tcpPort, 16).rightJustified(4, '0').toUpper());
     }
 
     const QTemporaryDir m_folder;
     const QByteArray m_port = uniquePortName().toLatin1();
+    const QByteArray m_secondPort = uniquePortName().toLatin1();
     const quint16 m_tcpPort;
 };
 
@@ -393,6 +395,8 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
     row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
     row("09", "8 bytes from ttyACM\\d+");
+    row("10", "(SIM\\d+:1\\.0) is a BoardA on (ttyACM\\d+)\n(?:.*\n)*\\1 is gone: cablePulled\n"
+              "(?:.*\n)*\\1 is a BoardA on (?!\\2\n)tty\\w+");
 }
 
 void TestExamples::commandsOfThePageDoWhatItSays()

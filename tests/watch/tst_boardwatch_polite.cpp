@@ -1,5 +1,6 @@
 #include "support/common/eventloop.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/watch/sleepyboard.h"
 #include "support/watch/usbtree.h"
 #include "support/watch/watchfixture.h"
 
@@ -203,16 +204,14 @@ void TestBoardWatchPolite::lookAgainDoesNotAskTheOtherPortsOfABoard()
 void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenItsBoardFailed()
 {
     WatchFixture fixture;
-    const Board *const board = fixture.attach("BoardA");
+    SleepyBoard sleepy(fixture);
     const Board *const other = fixture.attach("BoardA,delay=100", QStringLiteral("SIM1"));
-    UsbTree::moveTo(other->portName(), board->portName(), QStringLiteral("1.2"));
+    UsbTree::moveTo(other->portName(), sleepy.board->portName(), QStringLiteral("1.2"));
     fixture.watch->setCheckInterval(50);
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
-    // From now on the board is silent, because another program reads its queries.
     const int before = fixture.attempts(other);
-    QSerialPort *const port = portOf(fixture.found(board));
-    port->blockSignals(true);
+    sleepy.isAwake = false;
     QTRY_COMPARE(fixture.timeline.value(1), QStringLiteral("lost SIM1:1.0 noAnswer"));
     QTRY_VERIFY(fixture.attempts(other) > before);
     QTRY_COMPARE(fixture.watch->boards().size(), 1);

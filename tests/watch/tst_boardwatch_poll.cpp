@@ -18,8 +18,8 @@ private Q_SLOTS:
     void pulledBoardIsBack();
     void replugBetweenTwoListsIsNoticed();
     void boardIsBackAtAnotherPort();
-    void idIsThePortNameWithoutASerialNumber();
-    void boardsWithOneSerialNumberAreToldApartByThePortName();
+    void idIsThePlaceWithoutASerialNumber();
+    void boardsWithOneSerialNumberAreToldApartByThePlace();
     void openPortIsNoChange();
     void excludedPortIsNeverOpened();
     void nothingRunsAfterStop();
@@ -32,13 +32,13 @@ void TestBoardWatchPoll::boardAtTheStartAndLater()
     fixture.watch->setPollInterval(20);
     QCOMPARE(fixture.watch->pollInterval(), 20);
     fixture.watch->start();
-    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1")});
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
     const JwDevice::Board board = fixture.watch->boards().first();
     QCOMPARE(board.idBasis, JwDevice::Board::SerialNumber);
-    QVERIFY(board.place.isEmpty());
+    QCOMPARE(board.place, QStringLiteral("1-01:1.0"));
     fixture.attach("BoardB");
     QTRY_COMPARE(fixture.timeline.size(), 2);
-    QCOMPARE(fixture.timeline.last(), QStringLiteral("found SIM2"));
+    QCOMPARE(fixture.timeline.last(), QStringLiteral("found SIM2:1.0"));
 }
 
 void TestBoardWatchPoll::pollIntervalIsOneSecondByDefault()
@@ -68,8 +68,8 @@ void TestBoardWatchPoll::pulledBoardIsBack()
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
     QVERIFY(board->plug());
     QTRY_COMPARE(fixture.timeline,
-                 QStringList({QStringLiteral("found SIM1"), QStringLiteral("lost SIM1 cablePulled"),
-                              QStringLiteral("back SIM1")}));
+                 QStringList({QStringLiteral("found SIM1:1.0"), QStringLiteral("lost SIM1:1.0 cablePulled"),
+                              QStringLiteral("back SIM1:1.0")}));
 }
 
 void TestBoardWatchPoll::replugBetweenTwoListsIsNoticed()
@@ -80,14 +80,14 @@ void TestBoardWatchPoll::replugBetweenTwoListsIsNoticed()
     fixture.watch->setPollInterval(200);
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 2);
-    QVERIFY(fixture.watch->lend(QStringLiteral("SIM2"), JwDevice::BoardWatch::UntilPluggedAgain));
+    QVERIFY(fixture.watch->lend(QStringLiteral("SIM2:1.0"), JwDevice::BoardWatch::UntilPluggedAgain));
     for (Board *const replugged : {board, lent}) {
         replugged->pull();
         QVERIFY(replugged->plug());
     }
     QTRY_COMPARE(fixture.watch->boards().size(), 2);
-    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM1")), 1);
-    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM2")), 1);
+    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM1:1.0")), 1);
+    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM2:1.0")), 1);
 }
 
 void TestBoardWatchPoll::boardIsBackAtAnotherPort()
@@ -100,25 +100,25 @@ void TestBoardWatchPoll::boardIsBackAtAnotherPort()
     board->pull();
     QTRY_COMPARE(fixture.timeline.size(), 2);
     const Board *const elsewhere = fixture.attach("BoardA", QStringLiteral("MINE"));
-    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back MINE"));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back MINE:1.0"));
     QCOMPARE(fixture.watch->boards().first().portName, elsewhere->portName());
 }
 
-void TestBoardWatchPoll::idIsThePortNameWithoutASerialNumber()
+void TestBoardWatchPoll::idIsThePlaceWithoutASerialNumber()
 {
     WatchFixture fixture;
     Board *const board = fixture.attach("BoardA", QStringLiteral(""));
     fixture.watch->setPollInterval(20);
     fixture.watch->start();
-    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found ") + board->portName()});
-    QCOMPARE(fixture.watch->boards().first().idBasis, JwDevice::Board::PortName);
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found 1-01:1.0")});
+    QCOMPARE(fixture.watch->boards().first().idBasis, JwDevice::Board::Place);
     board->pull();
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
     QVERIFY(board->plug());
-    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back ") + board->portName());
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back 1-01:1.0"));
 }
 
-void TestBoardWatchPoll::boardsWithOneSerialNumberAreToldApartByThePortName()
+void TestBoardWatchPoll::boardsWithOneSerialNumberAreToldApartByThePlace()
 {
     WatchFixture fixture;
     fixture.attach("BoardA", QStringLiteral("TWIN"));
@@ -127,8 +127,8 @@ void TestBoardWatchPoll::boardsWithOneSerialNumberAreToldApartByThePortName()
     QTRY_COMPARE(fixture.timeline.size(), 1);
     const Board *const second = fixture.attach("BoardA", QStringLiteral("TWIN"));
     QTRY_COMPARE(fixture.timeline.size(), 2);
-    QCOMPARE(fixture.timeline.last(), QStringLiteral("found ") + second->portName());
-    QCOMPARE(fixture.found(second).idBasis, JwDevice::Board::PortName);
+    QCOMPARE(fixture.timeline.last(), QStringLiteral("found 1-02:1.0"));
+    QCOMPARE(fixture.found(second).idBasis, JwDevice::Board::Place);
     QVERIFY(fixture.found(second).sharesSerialNumber);
 }
 
@@ -151,7 +151,7 @@ void TestBoardWatchPoll::openPortIsNoChange()
         fixture.watch->boards().first().communicator->writePayload(QStringLiteral("$TO*00\r\n"));
         QVERIFY(runUntil([&, now = lists] { return lists > now; }));
     }
-    QCOMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1")});
+    QCOMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
     QCOMPARE(fixture.attempts(board), 1);
 }
 
