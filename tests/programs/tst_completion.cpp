@@ -38,8 +38,8 @@ private Q_SLOTS:
 
 namespace {
 
-// Splits a line of text into words like bash: at blanks, and around each "=". Text in quotes and a character after a
-// "\\" stay in their word.
+// Splits a line of text into words like bash: at blanks, and around each "=". Text in single quotes stays in one word.
+// A backslash and the character after it also stay in their word.
 QStringList wordsOf(const QString &line)
 {
     const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
@@ -52,7 +52,8 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// Returns the part of the last word that bash replaces with a completed word. bash keeps an opening quote or an "=".
+// Returns the part of the last word that bash replaces with a completed word. bash does not replace an opening quote or
+// an "=".
 QString replacedPart(const QString &word)
 {
     if (word == QLatin1String("="))
@@ -300,7 +301,8 @@ void TestCompletion::keysAreThoseOfTheHelp()
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
     for (const QString &line : lines) {
-        if (!line.startsWith(QLatin1String("    "))) // a line with this indentation continues the description of a key
+        // A line that begins with four blanks continues the description of a key.
+        if (!line.startsWith(QLatin1String("    ")))
             keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
     }
     std::sort(keys.begin(), keys.end());
