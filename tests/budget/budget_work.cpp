@@ -49,7 +49,7 @@ void count(const char *name, int operations, Work work)
     std::printf("%s: %d %ld\n", name, repetitions * operations, allocationCount() - before);
 }
 
-/// Counts the cost of filling a record with values that exist already. No parse of a sentence can cost less.
+/// Counts the cost of assigning ready values to a record. No parse of a sentence can cost less.
 void countRecord()
 {
     SessionInit session;

@@ -91,7 +91,7 @@ public:
     QStringList allEmissions() const { return m_signal == Signal::Transferred ? allTransfers : arrivals(3); }
     /// Returns the signals of allEmissions() up to the first emission of the signal under test.
     QStringList firstEmissions() const { return allEmissions().mid(0, m_signal == Signal::ReadyRead ? 2 : 1); }
-    /// Returns whether the signal under test reports received payloads. The other signal reports written payloads.
+    /// Returns whether the signal under test is one of the two readyRead() signals. Otherwise it is transferred().
     bool receives() const { return m_signal != Signal::Transferred; }
 
 private:
@@ -315,7 +315,8 @@ void TestCommunicatorHostile::receiverDisconnectsEverything()
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
     QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b, c}) : none);
-    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // the Communicator is still connected
+    // The Communicator is still connected to its device.
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1);
 }
 
 void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
@@ -347,7 +348,7 @@ void TestCommunicatorHostile::receiverClosesTheSerialPort()
 
 void TestCommunicatorHostile::receiverClosesTheBuffer()
 {
-    QBuffer buffer; // because a QBuffer, unlike a port, reports bytesAvailable() even after it is closed
+    QBuffer buffer; // a QBuffer, because it reports bytesAvailable() even after it is closed, unlike a port
     buffer.setData("$A\r\n" + QByteArray(300, 'x'));
     QVERIFY(buffer.open(QIODevice::ReadOnly));
     m_communicator->setIODevice(&buffer);
@@ -382,8 +383,8 @@ void TestCommunicatorHostile::nestedLoopBringsMoreData()
     QCOMPARE(emissionsOfOther.take(), arrivals(2));
     QCOMPARE(takePayloads(other), (QStringList{b, QStringLiteral("$O\r\n")}));
     QStringList emissions = fixture.emissions.take();
-    // Sort, because the two data rows give a different order: with "readyRead of an id" the nested signals are emitted
-    // before the first payload's readyRead(), with "readyRead" inside that signal.
+    // Sort, because the order differs. In the row "readyRead of an id", the nested signals are emitted before the first
+    // payload's readyRead(). In the row "readyRead", they are emitted inside the first payload's readyRead().
     emissions.sort();
     QStringList expected = arrivals(3);
     expected.sort();
@@ -560,7 +561,9 @@ void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
     SignalFixture fixture(Signal::ReadyRead);
     fixture.device->insideRead = [&fixture] {
         fixture.device->insideRead = nullptr;
-        fixture.device->announce(); // starts a second read inside the first; the second ends first, so `c` is the first
+        // This call reads a second time inside the first read. The second read ends first, so its payload `c` is
+        // received first.
+        fixture.device->announce();
     };
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), arrivals(3));

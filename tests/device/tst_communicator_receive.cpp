@@ -332,7 +332,8 @@ void TestCommunicatorReceive::lowestIdIsTheNumericallyLowestAfterTheWrap()
     QVERIFY(m_communicator->readPayload(payload, 0));
     QCOMPARE(payload, QStringLiteral("$zero\r\n"));
 
-    m_device->deliver("$one\r\n$two\r\n"); // the store drops "$one", the lowest id, to make room for "$two"
+    // The store keeps six payloads. To make room for "$two", it drops the payload with the lowest id, "$one".
+    m_device->deliver("$one\r\n$two\r\n");
     QVERIFY(!m_communicator->readPayload(payload, 1));
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$two\r\n"), QStringLiteral("$1\r\n"), QStringLiteral("$2\r\n"),
@@ -398,7 +399,8 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
 {
     QFETCH(int, size);
     QFETCH(int, left);
-    // All bytes are start characters. So all bytes that stay in the buffer are part of the payload below.
+    // Every byte is a "!", which can start a payload and does not end one. So the payload that the line end below
+    // completes contains all bytes that stayed in the buffer.
     if (size % 100 != 0)
         m_device->queueRead(QByteArray(size % 100, '!'));
     for (int i = 0; i < size / 100; ++i)
@@ -436,12 +438,13 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 {
     for (int i = 0; i < 5; ++i)
         m_device->queueRead(QByteArray(i == 0 ? "$" : "x") + QByteArray(99, 'x'));
-    m_device->queueRead("tail\r\n$B\r\n"); // the buffer overflows, so the long payload loses its start character
+    // The buffer overflows: it loses the start character of the long payload, so this payload is not received.
+    m_device->queueRead("tail\r\n$B\r\n");
     m_device->announce();
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$B\r\n")});
     const QStringList log = takeLog(*m_log);
     QCOMPARE(log.count(truncationLine), 1);
-    // In the log, the truncation is directly before the bytes that caused it.
+    // In the log, the record of the truncation stands directly before the record of the bytes that caused it.
     QCOMPARE(log.indexOf(rawLine(QStringLiteral("tail\\r\\n$B"))), log.indexOf(truncationLine) + 1);
 }
 

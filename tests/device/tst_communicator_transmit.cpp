@@ -270,7 +270,8 @@ void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
     communicator.setIODevice(&device);
     QCOMPARE(communicator.writePayload(defg), 2u);
     QCOMPARE(device.written, QList<QByteArray>{"defg"});
-    device.reportWritten(3); // covers both payloads: -1, the result of the failed write, and 4, the size of `defg`
+    // Three bytes cover both payloads: the failed write counts -1, which is its result, and `defg` counts 4.
+    device.reportWritten(3);
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
@@ -435,7 +436,8 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     }
     m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
-    m_device->reportWritten(bytes); // causes the same signals again, because the Communicator counts from the first id
+    // The second report causes the same signals, because the Communicator counts from the first id at every report.
+    m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
@@ -503,8 +505,8 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap use of one signal bytesWritten() that covers three payloads. For each of these payloads, a slot writes a new
-    // payload.
+    // Heap use of one bytesWritten() signal. The signal reports 9 bytes, which cover three payloads. For each of them
+    // the Communicator emits transferred(), and a slot then writes a new payload.
     struct Cost
     {
         long blocks;

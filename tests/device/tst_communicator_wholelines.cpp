@@ -110,7 +110,7 @@ private:
     {
         return std::make_unique<Connection>(std::make_unique<LineSerialPort>(*m_testbed));
     }
-    /// Calls `receiver` once, after m_first has read its first payload.
+    /// Calls `receiver` once, after the first payload of m_first was read.
     void onFirst(const std::function<void()> &receiver)
     {
         QObject::connect(m_first->communicator.get(), qOverload<>(&Communicator::readyRead), &m_first->context,
@@ -163,8 +163,9 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // Some payloads start with "!". If the buffer contains a begun payload, such a payload is appended to it
-            // and so arrives changed. A payload that starts with "$" would arrive unchanged.
+            // If the shared buffer wrongly keeps the beginning of another payload, a payload with "!" is appended to it
+            // and arrives changed. A payload with "$" would arrive unchanged and hide the error, so only half of the
+            // payloads start with "$".
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);

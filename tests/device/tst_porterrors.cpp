@@ -231,7 +231,8 @@ void TestPortErrors::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("staleError");
     QTest::addColumn<QSerialPort::SerialPortError>("error");
     QTest::addColumn<QByteArray>("held");
-    // After this error a QSerialPort stops reading. The test checks that the port continues to read.
+    // QSerialPort itself stops reading after a ResourceError. The test checks that PortErrors makes the port read
+    // again.
     const auto stops = QSerialPort::ResourceError;
     QTest::newRow("ReadError") << false << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("ResourceError") << false << EAGAIN << stops << QByteArray();

@@ -221,7 +221,7 @@ void TestWholeLines::lineOf512BytesIsNoLongerHeldBack()
     const auto link = make();
     link->deliver(before + QByteArray(510, 'x'));
     QCOMPARE(link->device()->bytesAvailable(), before.size());
-    link->deliver("\n"); // a line feed without carriage return does not end the line
+    link->deliver("\n"); // does not end the line, because the carriage return before the line feed is missing
     QCOMPARE(link->device()->bytesAvailable(), before.size());
     link->deliver("y");
     QCOMPARE(link->device()->bytesAvailable(), before.size() + 512);
@@ -467,7 +467,8 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Most pieces are short. One in twenty has up to 600 bytes, because a line of 512 bytes is not held back.
+            // Most pieces have fewer than 12 bytes. One in twenty may have up to 599 bytes, so that some unfinished
+            // lines reach 512 bytes; such a line is no longer held back.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

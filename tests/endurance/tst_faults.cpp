@@ -229,8 +229,8 @@ void TestFaults::portThatCannotBeOpenedIsReportedAndForgotten()
         if (delay > 0)
             attached->pull();
         QTRY_COMPARE(fixture.decisions(), QStringList{missingC});
-        // umockdev has a short list of open ports, and a failed open() adds the descriptor -1 to this list. close(-1)
-        // removes it, so that the list does not become full.
+        // umockdev has a short list of open ports. A failed open() adds an entry for the descriptor -1 to this list,
+        // and close(-1) removes the entry. Otherwise the list would become full.
         ::close(-1);
         QCOMPARE(fixture.timeline.size(), attached ? 2 : 1);
         QVERIFY(replyTimers(*fixture.initializer).isEmpty());
@@ -300,7 +300,7 @@ void TestFaults::writeThatFailsClosesThePort()
             fixture.replyTimer(each)->start(anHour);
         if (state != PortState::AwaitingReply) {
             QTRY_COMPARE(received(board), versionQuery);
-            fails = leaveOnly(O_RDONLY, port); // so the query of the retry round fails
+            fails = leaveOnly(O_RDONLY, port); // the port can no longer write, so the query of the retry round fails
         }
         QVERIFY(fails);
 
@@ -326,7 +326,7 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    // This is the cell "writes fail, handed over" of the table.
+    // This is the cell "writes fail, handed over" of the table in docs/testing.md.
     runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
         QVERIFY(leaveOnly(O_RDONLY, probe.port));
         QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // id 2, because the query was payload 1
@@ -355,7 +355,7 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
     QFETCH(QByteArray, payload);
     QFETCH(int, count);
     runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
-        constexpr int piece = 10000; // payloads
+        constexpr int piece = 10000; // payloads that the board sends in one call
         constexpr qint64 heapChance = 600000; // allowed growth: less than one byte per payload of the longest flood
         loggerInstance()->setLevel(Logger::Fatal); // otherwise the fixture would keep millions of records
         for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }

@@ -35,7 +35,8 @@ namespace {
 constexpr quint32 batchSize = 100; // number of payloads that are sent together
 constexpr quint32 warmUpPayloads = 25000; // fills a simulated board's journal (list of bytes), which then stops growing
 constexpr int portCount = 40;
-constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
+// Allowed growth of the heap in bytes. Some growth is normal, because the sizes of buffers vary a little.
+constexpr qint64 heapChance = 100000;
 
 /// Deletes the objects whose deleteLater() was called.
 void deleteDeferred()
@@ -117,8 +118,8 @@ public:
     quint32 received = 0; ///< payloads that the Communicator received
     quint32 arrived = 0; ///< payloads that the board received
     quint32 wrong = 0; ///< received payloads with a wrong text or id
-    quint64 transferred = 0; ///< emissions of transferred()
-    quint64 covered = 0; ///< expected emissions of transferred()
+    quint64 transferred = 0; ///< how many times transferred() was emitted
+    quint64 covered = 0; ///< how many times transferred() must be emitted
     uint lastId = 0;
 
 private:
@@ -232,7 +233,9 @@ private:
 /// grows by this number with every Initializer.
 qint64 parserBytes()
 {
-    constexpr int count = 2000; // many, because malloc may have some free blocks, which would change the result for one
+    // Measure many parsers: malloc may place the first ones in blocks that are already free, which would falsify the
+    // result for a single parser.
+    constexpr int count = 2000;
     std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
     const qint64 before = ProcessUsage::now().heapBytes;
     for (auto &parser : parsers) {

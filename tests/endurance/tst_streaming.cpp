@@ -84,7 +84,8 @@ private:
                                                   BoardConfig::Kind::BoardC};
     static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 
-    /// Returns payload `number`, of up to about 90 characters. Every tenth payload begins with "!".
+    /// Returns the text of the payload with this number: at most about 90 characters. Every tenth payload begins with
+    /// "!".
     QByteArray payload(quint32 number) const
     {
         const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));

@@ -308,7 +308,8 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
     Board *const other = add(QStringLiteral("BoardB"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(other->queryCount() == 1); // this board answers, so it keeps the search open from now on
+    // This board answers with a type that is not wanted. So the search waits for a later answer and does not end.
+    WAIT_FOR(other->queryCount() == 1);
 
     Board *const board = add(QStringLiteral("BoardA"));
 

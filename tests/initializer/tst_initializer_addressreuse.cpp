@@ -36,7 +36,7 @@ private:
 
 void TestInitializerAddressReuse::init()
 {
-    cleanup(); // needed here, because Qt Test does not call cleanup() after a failure in init()
+    cleanup(); // deletes what a failed init() left, because Qt Test does not call cleanup() after a failure in init()
     m_fixture = std::make_unique<ProbeFixture>();
     m_board = m_fixture->attach("silent");
     m_other = m_fixture->attach("silent");
@@ -99,7 +99,7 @@ void TestInitializerAddressReuse::portIsClosedWithTheInitializer()
 
 void TestInitializerAddressReuse::reusedWithinTheHandOverItself()
 {
-    cleanup(); // deletes the testbed, because only one may exist at a time
+    cleanup(); // deletes the testbed that init() made, because a process can have only one testbed at a time
     m_fixture = std::make_unique<ProbeFixture>();
     Board *const board = m_fixture->attach("BoardA,replies=2");
     Board *const second = m_fixture->attach("silent");

@@ -438,7 +438,7 @@ void TestInitializerReports::pulledPortIsLost()
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     const Board *const found = fixture.attach("BoardA");
-    const Board *const other = fixture.attach("silent"); // this port keeps the probe open
+    const Board *const other = fixture.attach("silent"); // the probe waits for this board, so it does not end
     fixture.probe(boardA);
     bringTo(verdict, fixture, board, found);
     board->pull();
@@ -446,7 +446,8 @@ void TestInitializerReports::pulledPortIsLost()
     settle();
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Lost);
-    QCOMPARE(report.error, QSerialPort::ResourceError); // even if the port reported another error before
+    // Always this error if the device is gone, whatever error the port reported.
+    QCOMPARE(report.error, QSerialPort::ResourceError);
     QCOMPARE(report.errorText, QStringLiteral("No such device"));
     QCOMPARE(report.reply, reply);
     QCOMPARE(report.queries, 1);
@@ -686,7 +687,7 @@ void TestInitializerReports::lateReplyOfATimedOutPortCounts()
     QFETCH(PortReport::Verdict, verdict);
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
-    fixture.attach("silent"); // this port keeps the probe open
+    fixture.attach("silent"); // the probe waits for this board, so it does not end
     fixture.probe(boardA);
     fixture.timeOut(board);
     sendAndCount(fixture, board, versionReply(version), 1);

@@ -173,7 +173,7 @@ void TestInitializerRetries::retryRoundMakesATimedOutPortAwaitItsReplyAgain()
         QCOMPARE(fixture.replyTimer(board)->interval(), 400);
         QVERIFY(fixture.replyTimer(board)->isSingleShot());
     }
-    QCOMPARE(fixture.port(first), port); // the same object, so the port was not opened again
+    QCOMPARE(fixture.port(first), port); // still the first QSerialPort object, so the port was not opened again
     QVERIFY(port->isOpen());
 }
 

@@ -18,7 +18,7 @@
 // The schedules don't contain:
 // - faults other than a pulled cable and a port that can't be opened (see tst_faults)
 // - a kernel that delivers one piece in several parts
-// - bytes at several ports in one turn that are read in another order than the order in which the ports were opened
+// - another order of reading: if bytes wait at several ports, the ports are read in the order in which they were opened
 // - an application that reads from a port itself or calls setWholeLines() (see tst_receive_model)
 // - probe() in a nested event loop
 // - the deletion of the Initializer in a nested event loop, except by deleteLater() or in deviceNotFound()

@@ -185,7 +185,8 @@ private:
             QByteArray &text = m_texts[m_oneText ? 0 : line];
             if (text.isEmpty())
                 text = piece(line);
-            // Usually the read returns the whole text, otherwise a first part of any size. Later reads return the rest.
+            // Half of the reads return the whole text, the others a first part of random size, possibly all. With
+            // m_onlyPieces every read returns such a part. Later reads return the rest.
             const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
             read.bytes = text.left(size);
             text.remove(0, size);
@@ -245,7 +246,9 @@ private:
 
     QRandomGenerator m_random;
     QVector<ReceiveDevice> m_devices;
-    std::unique_ptr<ReceiveModel> m_twin; // gets the same reads; shows how full the shared buffer and the devices are
+    // A model that performs each step while the stream is made. It shows how full the shared buffer and the devices
+    // are.
+    std::unique_ptr<ReceiveModel> m_twin;
     QVector<QByteArray> m_texts; // for each line, the part of its text that is not delivered yet
     bool m_oneText = false; // all lines get pieces of one text
     bool m_onlyPieces = false;

@@ -333,7 +333,8 @@ void TestCompletion::keysAreThoseOfTheHelp()
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
     for (const QString &line : lines) {
-        if (!line.startsWith(QLatin1String("    "))) // a line with this indentation continues the description of a key
+        // A line that begins with four blanks continues the description of a key.
+        if (!line.startsWith(QLatin1String("    ")))
             keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
     }
     std::sort(keys.begin(), keys.end());

@@ -179,7 +179,8 @@ void TestManual::jwsimPageHasTheNumbersOfTheHelp()
 
 void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 {
-    // The keys in the help's JSON. "payload" and "lost" are values of the key "event", so they are not keys.
+    // The keys of the JSON objects in the help. The expression also finds "payload" and "lost", which are values of the
+    // key "event", so the test removes them.
     const QSet<QString> keys =
         captured(help(QStringLiteral("jwprobe")), "^ {4,}[{\" ]", "[{, ] ?\"([a-z][A-Za-z]+)\"(?=[,:}\\]]|$)")
         - QSet<QString>{QStringLiteral("payload"), QStringLiteral("lost")};

@@ -246,7 +246,8 @@ void TestJwsim::cleanup()
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
-    // Use only folders that the user may enter. Otherwise a missing program gives "permission denied", not "not found".
+    // Keep only the folders of PATH that the user may enter. Otherwise a missing program gives "permission denied", not
+    // "not found".
     QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
     path.erase(std::remove_if(path.begin(), path.end(),
                               [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
@@ -339,7 +340,8 @@ void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    // jwsim chooses this name first for a board without a name. Below, the third board asks for the same name.
+    // jwsim chooses this name first for a board without a name. Below, the third board asks for this name, so the first
+    // board without a name must get another one.
     const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed();
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
@@ -1005,7 +1007,8 @@ void TestJwsim::runsWithSigchldIgnored()
                    QStringList{QStringLiteral("-c"), call, jwsimProgram()}
                        + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
     QCOMPARE(outcome.status, 7);
-    QCOMPARE(outcome.output, QByteArray("True\n")); // True, because COMMAND inherits the ignored SIGCHLD
+    // True: SIGCHLD was ignored when jwsim started, and COMMAND inherited this.
+    QCOMPARE(outcome.output, QByteArray("True\n"));
 }
 
 void TestJwsim::runsWithAnInheritedRestartVariable()
@@ -1045,7 +1048,8 @@ void TestJwsim::manyLongRepliesTakeLittleMemory()
     QVERIFY(run.finish());
     QCOMPARE(run.error(), QByteArray());
     QCOMPARE(run.status(), 0);
-    QVERIFY2(run.output().toInt() < 400000, run.output().constData()); // limit in kilobytes
+    // The output is the largest memory use of jwsim or COMMAND, in kilobytes.
+    QVERIFY2(run.output().toInt() < 400000, run.output().constData());
     QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
@@ -1163,8 +1167,8 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
                                               "signal.sigwait({15})\n"
                                               "print('pending', len(signal.sigpending()), flush=True)")}));
     WAIT_FOR(run.screen().contains("terminal True"));
-    // SIGSTOP stops jwsim until the command has handled the terminal's SIGINT. If jwsim then sent SIGINT once more,
-    // this second SIGINT would be pending.
+    // Ctrl+C sends SIGINT to jwsim and to the command. SIGSTOP stops jwsim until the command has handled its SIGINT. If
+    // jwsim then passed its own SIGINT on, the command would have a second SIGINT pending.
     run.sendSignal(SIGSTOP);
     QVERIFY(run.type("\x03"));
     WAIT_FOR(run.screen().contains("interrupted"));
@@ -1185,7 +1189,8 @@ void TestJwsim::lockOfAKilledHostIsRemoved()
         jwsim(simulated({boardOn("BoardA", m_port)},
                         {QStringLiteral("sh"), QStringLiteral("-c"), script, QStringLiteral("sh"), jwprobeProgram(),
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
-    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // jwprobe's file; cleanup() checks that jwsim removed it
+    // One lock file, that of jwprobe. cleanup() checks that jwsim removed it.
+    QCOMPARE(outcome.output.trimmed(), QByteArray("1"));
     QCOMPARE(outcome.status, 0);
 }
 

@@ -28,7 +28,8 @@ private Q_SLOTS:
 private:
     QStringList boards() const;
 
-    // Some programs list only ports with usual names, so the names begin with ttyACM.
+    // pyserial lists only ports with usual names, so the names begin with ttyACM. The numbers come from the process id,
+    // so tests that run at the same time use different ports.
     const QString m_first = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2);
     const QString m_second = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2 + 1);
     const QString m_third = QStringLiteral("ttyUSB%1").arg(::getpid() % 5000 * 2);

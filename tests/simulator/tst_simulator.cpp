@@ -531,7 +531,7 @@ void TestSimulator::nameThatAnotherProgramUsesIsLocked()
     QCOMPARE(lock.write(text), qint64(text.size()));
     QVERIFY(lock.flush());
     QVERIFY(JwSimulator::isLocked(name));
-    QVERIFY(lock.remove()); // remove() succeeds, so isLocked() did not remove the file as stale
+    QVERIFY(lock.remove()); // fails if isLocked() removed the file as stale
     QVERIFY(!JwSimulator::isLocked(name));
 }
 
@@ -688,8 +688,8 @@ void TestSimulator::lineReleasesItsPieces_data()
 
     using Usb = BoardConfig::Usb;
     QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
-    // The line carries 11.52 bytes in a millisecond. Each byte is released at the millisecond that is nearest to its
-    // end, so the first piece has the bytes of 1.5 ms.
+    // The line carries 11.52 bytes in a millisecond and releases bytes once in each millisecond. A byte is released at
+    // the millisecond that is nearest to the byte's end. So the first piece has the bytes of 1.5 ms: 17 bytes.
     QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
     QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
     QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
@@ -742,7 +742,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
-    int milliseconds = 0; // by the line's own clock; the line releases bytes once in each millisecond
+    int milliseconds = 0; // number of releases: the line releases bytes once in each millisecond of its own clock
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
         ++milliseconds;
         arrived += bytes.size();
@@ -776,14 +776,15 @@ void TestSimulator::shortPacketsFillAFrame()
     line.push("x");
     WAIT_FOR(packets == most);
     QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
-    // A packet must take less than 1 ms. This check counts ticks of a timer instead of reading a clock, because a busy
-    // machine delays the timer and the packets alike.
+    // Several packets must fit into one millisecond, so there must be fewer ticks of the 1 ms timer than packets. The
+    // test counts ticks and does not read the clock, because a busy machine delays the timer and the packets alike.
     QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
 }
 
 void TestSimulator::hostGetsBridgeFrames()
 {
-    // The 26 queries have 312 bytes, which take 27 ms. Only the last query gets a reply: its 2026 bytes take 175 ms.
+    // A bridge without `speed` carries 115200 baud. The 26 queries have 312 bytes, which take 27 ms. The board ignores
+    // 25 queries and answers the last one with 2000 bytes of noise and a reply: 2026 bytes, which take 175 ms.
     Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -1052,7 +1053,7 @@ void TestSimulator::pluggedPortWorksAgain()
         QVERIFY(host.isOpen());
         QVERIFY(host.write(versionQuery));
         WAIT_FOR(host.received() == versionReply);
-        if (round > 1) // in round 1 pull-after-bytes pulls the cable; this happens only once
+        if (round > 1) // in round 1 the key pull-after-bytes pulls the cable; the key has no effect in later rounds
             board->pull();
         WAIT_FOR(pulled.size() == round);
         QVERIFY2(board->plug(&error), qPrintable(error));
