@@ -54,7 +54,8 @@ void refuse(benchmark::State &state, const char *text)
     });
 }
 
-/// Measures how long Parser takes to build `text`. The record is filled by OtherSide, which parses `text`.
+/// Measures how long Parser takes to build the sentence `text`. First OtherSide, the parser of the other side, parses
+/// `text` to fill the record.
 template <typename Parser, typename OtherSide>
 void build(benchmark::State &state, const char *text)
 {

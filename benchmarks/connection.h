@@ -5,7 +5,7 @@
 
 #include <support/device/streamdevice.h>
 
-/// A Communicator with its device and parser.
+/// A Communicator with a parser, and with a device that is only in memory.
 struct Connection
 {
     Connection()

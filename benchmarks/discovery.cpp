@@ -98,8 +98,8 @@ protected:
     void flush_() override { }
 };
 
-/// Returns the time to open each port without the library. As in a probe, every port stays open until the last port is
-/// open.
+/// Returns the milliseconds that opening each port takes without the library. As in a probe, every port stays open
+/// until the last port is open.
 QJsonArray openAll(const QList<QSerialPortInfo> &infos)
 {
     QJsonArray opens;
@@ -118,7 +118,8 @@ QJsonArray openAll(const QList<QSerialPortInfo> &infos)
     return opens;
 }
 
-/// Sends queries to the first `boards` ports without the library. Returns the time until all of them answered.
+/// Sends queries to the first `boards` ports without the library. Returns the milliseconds until
+/// all of them answered.
 double exchange(QList<QSerialPortInfo> infos, int boards)
 {
     std::sort(infos.begin(), infos.end(), [&](const auto &a, const auto &b) {

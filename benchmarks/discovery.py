@@ -15,13 +15,14 @@ LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
 def boards(kinds, line="", delay=0):
-    # Use the process id in port names, because programs that run at the same time need different names.
+    # Two runs at the same time need different port names, so the names contain the process id, with a letter for each
+    # digit.
     letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
     return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 
 
 def lots():
-    """Yields for each lot: title, line of the boards, boards, wanted types, and more options for the program."""
+    """Yields for each lot: title, settings of the serial lines, boards, wanted types, options for the program."""
     def mixed(ports):
         return [f"Board{'ABC'[i % 3]}" for i in range(ports)]
     for ports in NUMBERS:

@@ -1,6 +1,7 @@
-// Many boards send in pieces at the same time, at the full speed of their lines. This program checks that each payload
-// arrives complete at its own Communicator. It measures the share of one core for three kinds of work: only reading the
-// ports, a Communicator on each port, and also parsing each payload. Writes JSON.
+// Many boards send in pieces at the same time, at the full speed of their serial lines. This program checks that each
+// payload arrives complete at its own Communicator. It measures how much of one processor core each of three kinds of
+// work needs: only to read the ports; to read them with Communicators; to read them with Communicators and parse each
+// payload. Writes JSON.
 #include "ptyline.h"
 #include "sentences.h"
 
@@ -75,7 +76,7 @@ struct Board
 
 using BoardList = std::vector<std::unique_ptr<Board>>;
 
-/// Lets all boards send at the speed of their lines until stop(). Then each board completes its last payload.
+/// Lets all boards send at the speed of their serial lines until stop(). Then each board completes its last payload.
 class Talk
 {
 public:
@@ -126,7 +127,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_over{false};
     std::atomic<qint64> m_written{0};
-    std::thread m_thread; // last member, because the thread uses the others from its start
+    std::thread m_thread; // last member, because the thread uses the other members at once
 };
 
 QJsonObject hear(const Load &load, Work work)
@@ -230,7 +231,8 @@ int main(int argc, char **argv)
             for (const QString &ports : numbers("ports")) {
                 const Load load{ports.toInt(), baud.toInt(), number("piece"), number("ms")};
                 std::array<Work, 3> order{Work::Ports, Work::Payloads, Work::Sessions};
-                std::rotate(order.begin(), order.begin() + i % 3, order.end()); // another kind is first in each round
+                // Each repetition begins with another kind of work, so that no kind is always the first.
+                std::rotate(order.begin(), order.begin() + i % 3, order.end());
                 for (const Work work : order) {
                     QJsonObject result = hear(load, work);
                     result[QStringLiteral("repetition")] = i;

@@ -10,7 +10,8 @@ namespace {
 
 constexpr char category[] = "Communication";
 
-/// Measures a Trace record, while the general level is `general` and the category `other` has the level `particular`.
+/// Measures a Trace record of the category "Communication". The general level is `general`. Only the category `other`
+/// has its own level, `particular`.
 void record(benchmark::State &state, Logger::Level general, const char *other, Logger::Level particular)
 {
     Logger *const logger = loggerInstance();

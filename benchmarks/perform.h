@@ -4,8 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
-/// Runs `work` in each iteration of the benchmark. Reports the number of heap blocks that one measured operation
-/// allocates. `items` is the number of measured operations in one run of `work`.
+/// Runs `work` in each iteration of the benchmark. One run of `work` contains `items` measured operations. Reports how
+/// many heap blocks one operation allocates.
 template <typename Work>
 void perform(benchmark::State &state, Work work, double items = 1)
 {

@@ -1,5 +1,5 @@
-// Lines arrive byte by byte at a QSerialPort, and at a WholeLines<QSerialPort>. The operating system takes most of the
-// time, and its time varies. So count instructions, not time; see docs/performance.md.
+// Lines of text arrive byte by byte at a QSerialPort, and at a WholeLines<QSerialPort>. The operating system takes most
+// of the time, and this time differs from run to run. So docs/performance.md gives instructions, not times.
 #include "perform.h"
 #include "ptyline.h"
 
@@ -14,7 +14,7 @@ using JwDevice::WholeLines;
 
 namespace {
 
-/// Sends a line of state.range(0) bytes in each iteration. Sends a byte only after the byte before has arrived.
+/// Sends text of state.range(0) bytes in each iteration. Sends each byte only after the previous byte has arrived.
 void feedByteByByte(benchmark::State &state, const PtyLine &line)
 {
     const auto size = static_cast<int>(state.range(0));

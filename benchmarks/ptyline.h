@@ -7,7 +7,7 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A pseudo terminal (pty) with a serial port at one end. The benchmark writes to the other end like a board.
+/// A pseudo terminal (pty) with a QSerialPort at one end. The benchmark writes to the other end like a board.
 struct PtyLine
 {
     explicit PtyLine(std::unique_ptr<QSerialPort> serialPort)
@@ -36,11 +36,12 @@ struct PtyLine
     }
 
     int board = -1;
-    int held = -1; // the port's end; stays open, so that the board can always send
+    int held = -1; // descriptor of the port's end; stays open, so that the board can always send
     const std::unique_ptr<QSerialPort> port;
 };
 
-/// Reads and drops all available bytes. An application can't do less work with a port. Returns the number of bytes.
+/// Reads and drops all available bytes. This is the least work that an application can do with a port. Returns the
+/// number of bytes.
 inline qint64 readAndDrop(QSerialPort *port)
 {
     char bytes[1024];

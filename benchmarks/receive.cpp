@@ -17,7 +17,7 @@ constexpr int goodSentences = 640;
 
 enum Dirt { None, Garbage, Truncated, WrongChecksum, Kinds };
 
-/// Returns bytes to put before a good sentence. The Communicator must still find that sentence.
+/// Returns bad text of `kind`, empty for None. A Communicator must find the good sentence that follows this text.
 QByteArray dirt(Dirt kind, std::mt19937 &random)
 {
     QByteArray bytes;
@@ -42,7 +42,8 @@ QByteArray dirt(Dirt kind, std::mt19937 &random)
     return bytes;
 }
 
-/// Returns good sentences, each with dirt of `kind` before it. If `kind` is Kinds, the kinds alternate, including None.
+/// Returns good sentences, each with dirt of `kind` before it. If `kind` is Kinds, the dirt alternates: None,
+/// Garbage, Truncated, WrongChecksum, and again None.
 QByteArray stream(Dirt kind)
 {
     std::mt19937 random(1);

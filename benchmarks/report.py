@@ -14,7 +14,7 @@ import sys
 import matplotlib
 
 matplotlib.use("svg")
-matplotlib.rcParams["svg.hashsalt"] = "jwdevice"  # the same results make the same file
+matplotlib.rcParams["svg.hashsalt"] = "jwdevice"  # without a fixed salt, the same results would make different files
 import matplotlib.pyplot as pyplot  # noqa: E402
 
 LINE_RATE = 115200 / 10  # bytes in a second
@@ -111,15 +111,16 @@ class Lot:
         last = [(max(signal["ms"] for signal in probe[told]), probe) for probe in complete]
         self.told = Sample([ms for ms, _ in last]) if last else None
         self.afterLastOpen = Sample([ms - probe["probe"] for ms, probe in last]) if last else None
-        # `floor` contains opens from before the probe, `told` contains the probe's own opens. Other programs delay
-        # these opens differently, so `overFloor` below compares the lowest values, which have the least delay.
+        # `floor` contains the time in which openAll() of discovery.cpp opened the ports, `told` the time in which the
+        # probe opened them. Programs that run at the same time delay the two times differently, so `overFloor`
+        # below compares the lowest values, which have the least delay.
         self.floor = Sample([self.floorOf(probe) for probe in self.probes])
         self.onLine = self.lineTime()
         self.exchange = Sample([probe["exchange"] for probe in self.probes])
         self.overFloor = self.told.values[0] - self.floor.values[0] if last else None
 
     def lineTime(self):
-        """Returns the milliseconds that query and reply take on the line."""
+        """Returns the milliseconds that query and reply take on the serial line."""
         asked = VERSION_QUERY if set(self.types) & set("AB") else 0
         answered = INFORMATION_REQUEST + INFORMATION_REPLY if "C" in self.types else VERSION_REPLY
         return (asked + answered) / self.lineRate * 1000 if self.lineRate else 0
@@ -159,7 +160,7 @@ def probes(lots):
 
 
 def together(lots):
-    """Returns a table with a row for each number of boards, and a column for each kind of line."""
+    """Returns a table with a row for each number of boards, and a column for each kind of serial line."""
     lines = list(dict.fromkeys(lot.line for lot in lots))
     rows = []
     for ports in sorted({lot.ports for lot in lots}):
@@ -250,8 +251,8 @@ def targets(benchmarks, lots, shares, streaming):
             rows.append(atMost(f"boards on all 48 ports, after the last open{how}", full.afterLastOpen, 10, "ms"))
         worst = max((lot(f"one board, {place}", 48, line) for place in ("first", "middle", "last")),
                     key=lambda one: one.afterLastOpen.median)
-        # The value counts from the last open. If the board is on the last port, the value contains the time of its
-        # query and answer on the line.
+        # The value is the time since the last port was opened. If the board is on the last port, the value contains the
+        # time that query and answer take on the serial line.
         rows.append(atMost(f"one board among 48 ports, after the last open, worst place{how}", worst.afterLastOpen,
                            round(2 + worst.onLine, 1), f"ms, {worst.onLine:.1f} of it on the line" if line else "ms"))
     everywhere = [one for one in lots if one.title == "boards on all"]

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Counts the searches in which jwprobe finds every wanted board, among boards that answer at the same time.
 
-Usage: together.py BUILD-FOLDER [RUNS]      (default: 200 runs of each row)
-Prints a row for each number of boards and kind of line, and the output of jwprobe for each search that missed a board.
+Usage: together.py BUILD-FOLDER [RUNS]      (default: 200 searches for each row of the table)
+Prints a table with a row for each number of boards and kind of serial line. Also prints the output of jwprobe for each
+search that missed a board.
 The exit status is 1 if a search missed a board.
 """
 import subprocess
@@ -15,7 +16,7 @@ NUMBERS = [3, 8, 16, 48]
 
 
 def lots():
-    """Yields for each set of boards the kinds of the boards, and their line."""
+    """Yields for each set of boards their kinds, and the settings of their serial lines."""
     yield ["BoardA", "BoardB"], LINES[0]
     for line in LINES:
         for number in NUMBERS:

@@ -8,7 +8,8 @@ using JwDevice::Communicator;
 
 namespace {
 
-constexpr int fixedIterations = 2000; // few, because each iteration makes the history of payloads longer
+// Few, because each iteration makes the history of written payloads longer, and so changes what is measured.
+constexpr int fixedIterations = 2000;
 
 void writeHistory(Communicator &communicator, std::int64_t payloads)
 {

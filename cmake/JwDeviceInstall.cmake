@@ -1,9 +1,11 @@
-# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_development (headers, links, static
-# libraries, CMake and pkg-config files) and JwDevice_tools (programs with their manual pages and completions).
+# The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_watch (the shared library of
+# watch/), JwDevice_development (headers, links, static libraries, CMake and pkg-config files), JwDevice_tools (programs
+# with their manual pages and completions) and JwDevice_monitor (the same for jwmonitor, which needs a desktop).
 include(CMakePackageConfigHelpers)
 
-# On Debian use Debian's folder for libraries with every prefix, because Debian's tools search this folder and the
-# Debian packages contain the same files.
+# On Debian, libraries go to a folder for the processor (lib/x86_64-linux-gnu on a PC), because Debian's tools search
+# this folder. GNUInstallDirs chooses the folder only for the prefix /usr. Here it is chosen for every prefix, because
+# cpack makes the Debian packages, which have the prefix /usr, from a build with any prefix.
 if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
    AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
     set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go below the prefix")
@@ -17,17 +19,21 @@ set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # While the version is 0.x, a minor release may change the binary interface. So the SOVERSION is 0.x, not only 0.
 set(jwdevice_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
-# jwdevice_install_library(<target> [PRIVATE_HEADERS <file>...])
-# Installs the target as the component <EXPORT_NAME>, with all its headers except the private ones.
+# jwdevice_install_library(<target> [COMPONENT <part>] [PRIVATE_HEADERS <file>...])
+# Installs the target as the component <EXPORT_NAME>, with all its headers except the private ones. A shared library
+# belongs to <part> of the install tree, by default JwDevice_runtime.
 function(jwdevice_install_library target)
-    cmake_parse_arguments(library "" "" "PRIVATE_HEADERS" ${ARGN})
+    cmake_parse_arguments(library "" "COMPONENT" "PRIVATE_HEADERS" ${ARGN})
+    if(NOT library_COMPONENT)
+        set(library_COMPONENT JwDevice_runtime)
+    endif()
     if(NOT JWDEVICE_INSTALL)
         return()
     endif()
     get_target_property(name ${target} EXPORT_NAME)
     install(TARGETS ${target} EXPORT JwDevice-${name}
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT JwDevice_runtime
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT JwDevice_runtime
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${library_COMPONENT}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${library_COMPONENT}
                 NAMELINK_COMPONENT JwDevice_development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT JwDevice_development
         INCLUDES DESTINATION ${jwdevice_include_dir})
@@ -47,8 +53,9 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# A program that uses the library links REQUIRES, and REQUIRES_PRIVATE too if the library is static. If the
-# library is static, programs also need the compiler flags STATIC_FLAGS, which tell the headers that it is static.
+# Installs the pkg-config file <name>.pc. A program that uses the library also links the modules REQUIRES. If the
+# library is static, the program also links REQUIRES_PRIVATE, and is compiled with STATIC_FLAGS, which tell the headers
+# that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -63,7 +70,8 @@ function(jwdevice_install_pkgconfig name)
     foreach(list IN ITEMS LIBRARIES REQUIRES REQUIRES_PRIVATE STATIC_FLAGS)
         list(JOIN module_${list} " " module_${list})
     endforeach()
-    # A user can move an install tree, except if its folders were given as absolute paths.
+    # A user may move an install tree, so the .pc file names folders relative to itself. But if a folder was given as an
+    # absolute path, the tree cannot be moved, so the prefix is absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
         set(prefix ${CMAKE_INSTALL_PREFIX})
     else()
@@ -79,12 +87,15 @@ function(jwdevice_install_pkgconfig name)
         DESTINATION ${jwdevice_pkgconfig_dir} COMPONENT JwDevice_development)
 endfunction()
 
-# jwdevice_install_program(<target>)
-# Installs the program with its manual page and its bash completion.
+# jwdevice_install_program(<target> [<part>])
+# Installs the program with its manual page and its bash completion, in <part> of the install tree, by default
+# JwDevice_tools.
 function(jwdevice_install_program target)
     if(NOT JWDEVICE_INSTALL)
         return()
     endif()
+    set(part JwDevice_tools ${ARGN})
+    list(GET part -1 part)
     # If a folder is an absolute path, nobody can move the install tree. So the search path is absolute too.
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
         set(libraries ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -93,11 +104,11 @@ function(jwdevice_install_program target)
         string(PREPEND libraries "$ORIGIN/")
     endif()
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "${libraries}")
-    install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT JwDevice_tools)
+    install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${part})
     install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${target}.1
-        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT JwDevice_tools)
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${part})
     install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/${target}
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT JwDevice_tools)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${part})
 endfunction()
 
 # Installs the files that find_package needs.

@@ -1,5 +1,6 @@
 # Makes Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to
-# packages/. packaging/debian/finish.cmake strips the files, and adds a change log and a licence file for Debian.
+# packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
+# a licence file for Debian.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)
@@ -7,7 +8,7 @@ set(CPACK_PACKAGE_CONTACT "JwDevice maintainers <maintainers@jwdevice.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # empty, because each package has its own summary
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_development JwDevice_tools)
+set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_watch JwDevice_development JwDevice_tools JwDevice_monitor)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -19,8 +20,10 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE jwdevice)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
-set(CPACK_COMPONENT_JWDEVICE_DEVELOPMENT_DEPENDS JwDevice_runtime)
-set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime)
+set(CPACK_COMPONENT_JWDEVICE_DEVELOPMENT_DEPENDS JwDevice_runtime JwDevice_watch)
+set(CPACK_COMPONENT_JWDEVICE_WATCH_DEPENDS JwDevice_runtime)
+set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime JwDevice_watch)
+set(CPACK_COMPONENT_JWDEVICE_MONITOR_DEPENDS JwDevice_runtime)
 
 set(about "JwDevice asks each USB serial port which board is there, with short NMEA 0183\n\
 sentences, and hands a Qt 5 application one ready connection to each board.")
@@ -33,6 +36,14 @@ ${about}\n.\nThis package has the shared libraries, libJwDevice and libLogger.")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+
+set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_NAME libjwdevice-watch${jwdevice_soversion})
+set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_JWDEVICE_WATCH_DESCRIPTION "find embedded boards that come and go (library)\n\
+${about}\n.\nThis package has the shared library libJwDeviceWatch, which also finds boards\n\
+that are plugged in later, and reports boards that are lost and back.")
+set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_NAME libjwdevice-dev)
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -48,12 +59,20 @@ set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_SHLIBDEPS ON)
 get_target_property(library_dir JwDevice BINARY_DIR)
 get_target_property(logger_dir JwDeviceLogger BINARY_DIR)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir})
+get_target_property(watch_dir JwDeviceWatch BINARY_DIR)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${library_dir} ${logger_dir} ${watch_dir})
 # jwsim loads libumockdev-preload at run time, so the tools that find dependencies do not find this one.
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_PACKAGE_DEPENDS umockdev)
 set(CPACK_DEBIAN_JWDEVICE_TOOLS_DESCRIPTION "find embedded boards on USB serial ports (programs)\n\
 ${about}\n.\nThis package has jwprobe, which finds boards from the command line and says\n\
-why a board was not found, jwmonitor, a window that shows the boards and their\n\
-traffic, and jwsim, which runs any program with simulated boards.")
+why a board was not found, and jwsim, which runs any program with simulated\n\
+boards.")
+
+set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_NAME jwdevice-monitor)
+set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_RECOMMENDS jwdevice-tools)
+set(CPACK_DEBIAN_JWDEVICE_MONITOR_DESCRIPTION "find embedded boards on USB serial ports (desktop program)\n\
+${about}\n.\nThis package has jwmonitor, a window that shows the boards and their traffic.")
 
 include(CPack)

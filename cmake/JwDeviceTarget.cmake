@@ -7,10 +7,11 @@ endif()
 # jwdevice_target(<target>)
 # Sets the properties that all targets of this project share.
 #
-# -Wnon-virtual-dtor is on only for the libraries, because an application that includes their headers may use this
-# warning. The session records and the codec template have virtual functions, but no virtual destructor, because nobody
-# deletes them through a base class. The tests don't use this warning, because each derived class would need a pragma.
-# If code deletes such an object through a base class, -Wdelete-non-virtual-dtor (a part of -Wall) reports it.
+# Only the libraries use the warning -Wnon-virtual-dtor. Applications may use this warning, and the headers of the
+# libraries must not cause it there. Tests, tools and other targets don't use it, because it reports every class that is
+# derived from a record or from ParserAbstract. These classes have virtual functions, but no virtual destructor, because
+# nobody deletes an object through a pointer to a base class. If code does this, -Wdelete-non-virtual-dtor (a part of
+# -Wall) reports it.
 function(jwdevice_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -30,7 +31,7 @@ function(jwdevice_target target)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-            -UJWLOGGER_NO_ALIAS) # an application may define JWLOGGER_NO_ALIAS for all its targets
+            -UJWLOGGER_NO_ALIAS) # our code needs the alias, even if an application defines this macro everywhere
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()
@@ -70,8 +71,9 @@ function(jwdevice_library target name export_header)
         target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
         # With -Bsymbolic-functions the library calls its own functions, even if an application has functions of the
-        # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses. Qt
-        # requires -fPIC if Qt itself was linked with this option.
+        # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses and
+        # connect() does not find it. If Qt itself was linked with -Bsymbolic-functions, it requires -fPIC of all
+        # applications. So the library uses -Bsymbolic-functions only if Qt requires -fPIC.
         get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)

@@ -11,12 +11,12 @@ class QSerialPortInfo;
 
 /**
  * \file
- * The rules by which Initializer looks for boards. A program that judges ports and replies itself calls these
- * functions, so that the program and the Initializer always agree.
+ * The rules by which Initializer looks for boards. If your program also judges ports and replies, call these functions,
+ * so that the program and the Initializer always agree.
  */
 namespace JwDevice {
 
-/// Time in milliseconds in which a probed port must answer. In each round, it starts when the query is written.
+/// Time in milliseconds in which a probed port must answer. In each round, this time starts when the query is written.
 constexpr int replyTime = 400;
 
 /// USB manufacturer of boards. A port with this manufacturer is a candidate.
@@ -33,7 +33,8 @@ enum SentenceKey : int {
 };
 
 /// Returns whether `port` may be a port of a board: its manufacturer is boardManufacturer, or its vendor id is
-/// boardVendorId. If Initializer::probe() gets no port names, it opens only these ports.
+/// boardVendorId. If Initializer::probe() gets no port names, it opens every port for which this function
+/// returns true.
 JWDEVICE_EXPORT bool isCandidate(const QSerialPortInfo &port);
 
 /// Returns all types of board in the order of Type, without Unknown.
@@ -42,7 +43,7 @@ JWDEVICE_EXPORT QList<JwDevice::Type> boardTypes();
 /// Returns the name of `type`, for example "BoardA". If the value is no type of board, returns "Unknown".
 JWDEVICE_EXPORT QString typeName(JwDevice::Type type);
 
-/// Returns the type of board that sends the sentence `reply`, or Unknown if no board sends it. `reply` must be the
+/// Returns the type of board that sends `reply`, or Unknown if no board sends such a sentence. `reply` must be the
 /// result of a parse() without an error.
 JWDEVICE_EXPORT JwDevice::Type typeOf(const JwDevice::SessionInit &reply);
 

@@ -75,7 +75,7 @@ uint Communicator::writePayload(const QString &payload)
     if (!self)
         return 0;
     const uint id = m_txId++;
-    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // fast at the end, where the newest id belongs
+    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // fast, because the newest id belongs at the end
     LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << kept.trimmed();
     LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << kept.trimmed();
     return id;
@@ -139,14 +139,14 @@ void Communicator::ioReadyRead()
 
 void Communicator::ioBytesWritten(qint64 bytes)
 {
-    // Entries are never removed, so each report is counted again from the lowest id on. All covered ids are collected
-    // before the first signal, because a receiver may write and so change m_pendingBytes.
+    // Entries of m_pendingBytes are never removed, so each report is counted again from the lowest id on. All ids are
+    // collected before the first signal, because a receiver may write and so change m_pendingBytes.
     QVector<uint> covered;
     qint64 remaining = bytes;
     for (auto entry = m_pendingBytes.constBegin(); entry != m_pendingBytes.constEnd() && remaining != 0; ++entry) {
         if (remaining < entry.value())
             break;
-        remaining -= entry.value(); // the value of a failed write is -1, so it adds one byte
+        remaining -= entry.value(); // the value of a failed write is -1, so this adds one byte
         covered.append(entry.key());
     }
 
@@ -160,15 +160,16 @@ void Communicator::ioBytesWritten(qint64 bytes)
 
 void Communicator::read(QString &buffer)
 {
-    // A receiver of these signals may delete this object, bind another device, or make other Communicators fill the
-    // same buffer. So everything is checked again after each signal.
+    // A receiver of readyRead() may delete this object, bind another device, or make other Communicators fill the same
+    // buffer. So everything is checked again after each signal.
     const QPointer<Communicator> self(this);
     qint64 offered = 0;
     while (m_device) {
-        // The cast is done in each turn, because another device may be bound now. It gives null while the device is
-        // being destroyed.
+        // The cast is done again in each turn of the loop, because a receiver may have bound another device. The result
+        // is null while the device is being destroyed.
         const auto *const lines = m_wholeLines ? qobject_cast<WholeLinesBase *>(m_device.data()) : nullptr;
-        // A WholeLines device is read line by line. So while receivers run, the shared buffer contains no bytes of it.
+        // A WholeLines device is read line by line. So while receivers run, the shared buffer contains no bytes of this
+        // device.
         if (offered <= 0)
             offered = lines ? lines->nextLine() : m_device->bytesAvailable();
         if (offered == 0)
@@ -203,7 +204,7 @@ void Communicator::read(QString &buffer)
                 return;
             offered = 0; // ask the device again, because a receiver may have read bytes or bound another device
         }
-        if (m_device && !m_device->isOpen()) // the loop would not end, because some closed devices still offer bytes
+        if (m_device && !m_device->isOpen()) // otherwise the loop would not end: some closed devices still offer bytes
             return;
     }
 }
@@ -223,7 +224,7 @@ QString Communicator::takePayload(QString &buffer)
     QString payload;
     if (end > start) {
         payload = buffer.mid(start, taken - start);
-    } else { // possible only if the line end contains a start character
+    } else { // never happens while the line end contains no start character
         LOGGER_RECORD(Logger::Warning, nullptr).write("Scrambled payload");
         LOGGER_RECORD(Logger::Trace, nullptr).write() << buffer.left(taken);
     }
@@ -238,5 +239,6 @@ uint Communicator::lowestPayloadId() const
 
 } // namespace JwDevice
 
-// Included here so that abidw sees the whole class in one translation unit.
+// Included here so that abidw, the tool with which scripts/abi describes the binary interface, sees the whole class in
+// one translation unit.
 #include "moc_communicator.cpp"

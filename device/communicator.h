@@ -23,10 +23,10 @@ class SessionAbstract;
  * Every payload has an id. The ids of written payloads start at 1, the ids of received payloads at 2. After the id
  * 2^32 - 1, the next id is 0.
  *
- * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the "!" if
- * there is no "$". Bytes before this start character are dropped. A Communicator reads parts of up to 100 bytes. If a
- * part contains a NUL byte, the NUL byte and the rest of this part are dropped. If more than 500 characters wait for a
- * line end, the oldest 450 are dropped, and a warning is written to the log.
+ * Received bytes are read as Latin-1. A received payload begins at the last "$" before the line end, or at the first
+ * "!" if there is no "$". Bytes before this start character are dropped. A Communicator reads parts of up to 100 bytes.
+ * If a part contains a NUL byte, the NUL byte and the rest of this part are dropped. If more than 500 characters wait
+ * for a line end, the oldest 450 are dropped, and a warning is written to the log.
  *
  * A receiver of a signal may write, read, bind another device, attach a parser, run an event loop, or delete the
  * Communicator. It must not delete the device, because the device is still emitting a signal. Call the device's
@@ -46,9 +46,10 @@ public:
     /// Deletes neither the device nor the parser.
     ~Communicator() override;
 
-    /// Unbinds the previous device and binds `device`. If `device` is null, no device is bound. The caller still owns
-    /// `device`. Bytes that already wait in `device` are read when `device` emits readyRead() the next time. The ids,
-    /// the received payloads and the counting for transferred() do not start again. Returns true.
+    /// Binds `device`: the Communicator now reads from it and writes to it, and no longer uses the previous device. If
+    /// `device` is null, no device is bound. The caller still owns `device`. Bytes that already wait in `device` are
+    /// read when `device` emits readyRead() the next time. The ids, the received payloads and the counting for
+    /// transferred() do not start again. Returns true.
     bool setIODevice(QIODevice *device);
     /// Returns the bound device. Null if no device is bound or if the device was deleted.
     QIODevice *device() const;
@@ -71,28 +72,29 @@ public:
     /// to the log. Other exceptions pass through.
     uint writePayload(const SessionAbstract *session);
 
-    /// Moves the received payload with `id` from the store to `payload`. If `id` is 0, takes the oldest payload, which
-    /// has the lowest id. The store keeps the newest six payloads. If there is no such payload, returns false and does
-    /// not change `payload`.
+    /// Moves the received payload with `id` to `payload`, and returns true. If `id` is 0, moves the oldest payload,
+    /// which has the lowest id. If there is no such payload, returns false and does not change `payload`. The
+    /// Communicator keeps only the newest six payloads.
     bool readPayload(QString &payload, uint id = 0);
     /**
-     * Moves a received payload out of the store like the function above, and parses the payload into `session`.
-     * `session` must be of the class that the parser expects. Call `session->clear()` first.
+     * Takes the received payload with `id`, or the oldest if `id` is 0, and parses it into `session`. `session` must be
+     * of the class that the parser expects. Call `session->clear()` first.
      *
-     * Returns true if the store contained the payload, even if it could not be parsed. If no parser is attached, or the
-     * parser throws Nmea::Exception, the payload is lost and an error is logged. Other exceptions pass through.
+     * Returns true if the payload was there, even if it could not be parsed. If no parser is attached, or the parser
+     * throws Nmea::Exception, the payload is lost and an error is logged. Other exceptions pass through.
      */
     bool readPayload(SessionAbstract *session, uint id = 0);
 
 Q_SIGNALS:
     /**
-     * Emitted when the device reported written bytes that cover the payload `id`. For a serial port, the system then
-     * has the bytes, but the board may receive them later.
+     * Emitted when the device reports written bytes, and their number is enough for the payload `id` and all payloads
+     * before it. For a serial port, the system then has the bytes, but the board may receive them later.
      *
      * The signal only shows progress; it does not prove that the payload was sent. The device reports a number of
      * bytes. Each report is counted from the first payload on; reports are not added up. For example, "abc" has id 1
      * and "defg" id 2. A report of 7 bytes emits 1 and 2. A later report of 4 bytes emits 1 again. So small reports
-     * never reach a late id. A failed or empty write is covered if the report is larger than all payloads before it.
+     * never reach a late id. The id of a failed or empty write is emitted if the report is larger than all payloads
+     * before it.
      */
     void transferred(uint id);
     /// Never emitted, because failed writes are not reported.
@@ -116,7 +118,7 @@ private:
     QList<QChar> m_startChars;
     QString m_lineEnd;
     int m_maxPayloads;
-    bool m_wholeLines; // whether the device holds back unfinished lines
+    bool m_wholeLines; // whether the device is a WholeLines device
     QPointer<QIODevice> m_device; // a QPointer, because the application may delete the device
     QHash<uint, QString> m_payloads;
     QMap<uint, qint64> m_pendingBytes;

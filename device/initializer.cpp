@@ -29,8 +29,8 @@ QString portName(const Communicator *comm)
     return port ? port->portName() : QString();
 }
 
-/// Returns the report of a port that is not tried yet. `name` is needed because `info` has no name if the port is
-/// unknown.
+/// Returns the report of a port that is not tried yet. `name` is needed because `info` has no name if the system
+/// doesn't know the port.
 std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString &name)
 {
     auto report = std::make_shared<PortReport>();
@@ -40,6 +40,26 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     report->product = info.description();
     report->serialNumber = info.serialNumber();
     return report;
+}
+
+/// Returns the parsers that no Initializer uses. They exist until the process ends, because a parser is never deleted.
+std::vector<Nmea::ParserInit *> &idleParsers()
+{
+    static auto *const parsers = new std::vector<Nmea::ParserInit *>; // never deleted, so it is there until the end
+    return *parsers;
+}
+
+Nmea::ParserInit *takeParser()
+{
+    auto &parsers = idleParsers();
+    if (parsers.empty()) {
+        auto *parser = new Nmea::ParserInit;
+        parser->init();
+        return parser;
+    }
+    Nmea::ParserInit *const parser = parsers.back();
+    parsers.pop_back();
+    return parser;
 }
 
 /// Returns `payload` without its line end. A carriage return alone may be part of the text, so it is not removed.
@@ -66,8 +86,9 @@ struct Initializer::Private
         running(event);
     }
 
-    /// Objects that were still emitting a signal when the Initializer was deleted. They are needed until the outermost
-    /// slot of the Initializer returns. deleteLater() alone is too early if a receiver runs an event loop.
+    /// Objects that were still emitting a signal when the Initializer was deleted. They must exist until the outermost
+    /// slot of the Initializer returns. deleteLater() alone would delete them too early if a receiver runs an event
+    /// loop.
     std::vector<QObject *> trash;
     std::function<void(const PortEvent &event)> observer;
     QElapsedTimer clock; // time since probe()
@@ -77,7 +98,7 @@ Initializer::Initializer(QObject *parent)
     : QObject(parent)
     , m_readMapper(new QSignalMapper(this))
     , m_timeoutMapper(new QSignalMapper(this))
-    , m_parser(new Nmea::ParserInit)
+    , m_parser(takeParser())
     , m_probeTimer(new QTimer(this))
     , m_retries(0)
     , m_maxRetries(3)
@@ -86,7 +107,6 @@ Initializer::Initializer(QObject *parent)
 {
     connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
     connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
-    m_parser->init();
     m_probeTimer->setSingleShot(true);
     m_probeTimer->setTimerType(Qt::PreciseTimer); // because a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));
@@ -122,13 +142,14 @@ Initializer::~Initializer()
             closeAtOnce(port);
             dispose(port);
         }
-        delete comm; // not deleteLater(), because `comm` would still take payloads from the shared buffer
+        delete comm; // not deleteLater(), because a `comm` that is just reading would read on from the shared buffer
     }
     m_commTypes.clear();
     m_commTimers.clear();
     m_types.clear();
     LOGGER_RECORD(Logger::Trace, nullptr).write("*** Initializer deleted ***");
-    // m_parser is not deleted here, because it exists until the process ends.
+    // A parser is never deleted. The next Initializer takes this one, so many searches need no more memory than one.
+    idleParsers().push_back(m_parser);
 }
 
 bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString> &portNames)
@@ -138,8 +159,6 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
         LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
         return false;
     }
-
-    m_private->clock.start();
     if (portNames.isEmpty()) {
         const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
         m_ports.clear();
@@ -153,12 +172,30 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
             m_reports.append(reportOn(m_ports.last(), name));
         }
     }
+    start(delay);
+    return true;
+}
 
+bool Initializer::probePort(const QList<Type> &types, const QSerialPortInfo &port, int delay)
+{
+    m_types = types;
+    if (m_types.isEmpty()) {
+        LOGGER_RECORD(Logger::Error, nullptr).write("No device types specified");
+        return false;
+    }
+    m_ports.append(port);
+    m_reports.append(reportOn(port, port.portName()));
+    start(delay);
+    return true;
+}
+
+void Initializer::start(int delay)
+{
+    m_private->clock.start();
     if (m_types.contains(BoardC) && delay > 0)
         m_probeTimer->start(delay);
     else
         probeStage2();
-    return true;
 }
 
 uint Initializer::setMaxRetries(uint maxRetries)
@@ -182,7 +219,7 @@ void Initializer::probeStage2()
             report->errorText = port->errorString();
             tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
-                m_reports[i] = held; // busy because this Initializer still has the port open from an earlier probe()
+                m_reports[i] = held; // the port is busy, because this Initializer has it open since an earlier probe()
             delete port;
             continue;
         }
@@ -201,7 +238,8 @@ void Initializer::probeStage2()
         tell(PortEvent::Opened, *report);
         report->queries = writeQueries(comm);
         // Without the flush, the query would be sent only when all later ports are open, although the reply time of
-        // this port already runs. The flush may fail and close the port.
+        // this port already runs. If the device is gone, the flush fails, and the slot in closeWhenLost() closes the
+        // port.
         port->flush();
         connect(comm, SIGNAL(readyRead()), m_readMapper, SLOT(map()));
         m_readMapper->setMapping(comm, comm);
@@ -345,7 +383,8 @@ void Initializer::boardReadyRead(QObject *object)
             tell(PortEvent::Unreadable, *report, report->unreadable, exception.message());
             continue;
         }
-        // An answer stops the timer, because the board is not silent. Its next answer may be of a wanted type.
+        // An answer stops the reply timer. If the answer is of no wanted type, the probe waits for this port without
+        // limit, because the next answer may be of a wanted type.
         m_commTimers.value(comm)->stop();
         report->reply = withoutLineEnd(payload);
         const Type type = typeOf(session);
@@ -401,8 +440,10 @@ void Initializer::setCommStatus(Communicator *comm, Type type)
 
 void Initializer::decide()
 {
-    // A port that is Awaiting, or Silenced by an answer in time, has no entry in m_commTypes. The probe waits for it.
-    // m_decided is true if a receiver of deviceInitialized() ran an event loop, in which the decision was made.
+    // The probe waits for each port that is Awaiting, or Silenced by an answer in time. This port has an entry in
+    // m_commTimers but none in m_commTypes.
+    // m_decided may be true here, because a receiver of deviceInitialized() may run an event loop in which the probe
+    // ended.
     if (m_decided || m_commTypes.size() != m_commTimers.size())
         return;
     const auto isMissing = [this](Type type) { return m_commTypes.key(type) == nullptr; };
@@ -439,7 +480,7 @@ void Initializer::retryProbe()
         m_commTypes.remove(comm);
         it.value()->start(replyTime);
         const auto report = m_commReports.value(comm);
-        // A Silenced port gets here only if it answered after its time-out. This round asks it again.
+        // A Silenced port gets here only if it answered after its time-out. This round asks the port again.
         if (report->verdict == PortReport::TimedOut || report->verdict == PortReport::Silenced)
             report->verdict = PortReport::Awaiting;
         if (comm->device()->isOpen()) // a lost port is closed, so it is not asked and times out again
@@ -449,7 +490,8 @@ void Initializer::retryProbe()
     if (asked)
         return;
 
-    // Every port is handed over, so no port can answer in this round. The next decision is made from the event loop.
+    // Every port is handed over, so no port can answer in this round. The event loop calls decide() again, which starts
+    // the next round or ends the probe.
     m_decided = true;
     QMetaObject::invokeMethod(
         this,
@@ -462,5 +504,6 @@ void Initializer::retryProbe()
 
 } // namespace JwDevice
 
-// Included here so that abidw sees the whole class in one translation unit.
+// Included here so that abidw, the tool with which scripts/abi describes the binary interface, sees the whole class in
+// one translation unit.
 #include "moc_initializer.cpp"

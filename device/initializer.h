@@ -37,20 +37,23 @@ class SessionInit;
  * initializer->probe({JwDevice::BoardA, JwDevice::BoardC});
  * \endcode
  *
- * A probe opens every candidate port (see isCandidate()), asks each port which board it is, and waits replyTime (400
- * ms) for an answer. While a wanted type is missing, a new round asks all ports again that are not handed over. By
- * default, there are up to three such rounds. Then deviceNotFound() reports the missing types, and the probe is over.
- * Ports that were not handed over stay open until the Initializer is destroyed.
+ * A probe opens every candidate port (see isCandidate()), asks which board is there, and waits replyTime (400 ms) for
+ * an answer. deviceInitialized() hands over the port of each wanted board. While a wanted type is missing, a new round
+ * asks all ports again that were not handed over. By default, there are up to three such rounds. Then deviceNotFound()
+ * reports the missing types, and the probe is over. Ports that were not handed over stay open until the Initializer is
+ * destroyed.
  *
  * Use each Initializer for one probe only. When the probe is over, the Initializer no longer listens to its ports, so
  * after another probe() it would emit no signal. Create a new Initializer for each probe; a receiver of
  * deviceNotFound() may already do so. There is one exception: if no port could be opened, you may call probe() again.
  *
- * A board of another type keeps the probe open. If such a board answers in time, the probe waits for its port without
- * limit, and meanwhile reports no missing type. Limit the probe with your own timer that deletes the Initializer.
+ * A board of another type keeps the probe open, because it may answer as a wanted type later, for example after its
+ * boot loader ends. If such a board answers within replyTime, the probe waits for its port without limit, and does not
+ * emit deviceNotFound() while it waits. So limit the probe with your own timer that deletes the Initializer.
  *
  * If a port is lost during the probe, the Initializer closes the port (see PortErrors). Normally, the lost port times
- * out like a silent port. But if its board had answered in time as another type before, the probe does not end.
+ * out like a silent port. But if a board of another type had already answered on this port in time, the probe waits for
+ * the lost port without limit.
  *
  * The Initializer works in the event loop of its thread. Receivers of its signals may do anything, for example run an
  * event loop. But a receiver of deviceInitialized() must not delete the Initializer; call QObject::deleteLater()
@@ -61,7 +64,8 @@ class JWDEVICE_EXPORT Initializer : public QObject
     Q_OBJECT
 
 public:
-    /// Does nothing before probe(). `parent` owns the Initializer, as every QObject owns its children.
+    /// Creates an Initializer that opens no port before probe(). `parent` owns the Initializer, as every QObject owns
+    /// its children.
     explicit Initializer(QObject *parent = nullptr);
     /// Closes and deletes the ports that were not handed over.
     ~Initializer() override;
@@ -70,24 +74,31 @@ public:
      * Starts to look for one board of each of `types`. Connect the signals first, because if no port can be opened,
      * deviceNotFound() is emitted before this function returns.
      *
-     * `delay` is the time in ms after which the ports are opened. It is used only if it is positive and `types`
-     * contains BoardC.
+     * `delay` is the time in ms after which the ports are opened. It is for BoardC, because that board starts slowly.
+     * So the delay is used only if it is positive and `types` contains BoardC.
      *
-     * `portNames` are system names, for example "ttyACM0". If there are names, the probe tries the ports of earlier
-     * calls, then the named ports, and no others. Without names, the probe tries every candidate (see isCandidate()).
+     * `portNames` are system names, for example "ttyACM0". Without names, the probe tries every candidate (see
+     * isCandidate()). With names, the probe tries only the named ports. But if you call probe() again with names, it
+     * first tries the ports of the earlier calls again.
      *
      * Returns false and does nothing if `types` is empty.
      */
     bool probe(const QList<JwDevice::Type> &types, int delay = 0, const QList<QString> &portNames = {});
 
-    /// Sets how many rounds may ask again while a wanted type is missing. The default is 3. The rounds of all probes of
-    /// this Initializer are counted together. During a probe, the new value is used from the end of the running round
-    /// on. After deviceNotFound(), it has no effect. Returns the previous value.
+    /// Probes one port that the caller has listed already, in addition to the ports of earlier calls. Does the same as
+    /// probe() with the name of `port`, but does not list the system's ports again, which takes milliseconds.
+    bool probePort(const QList<JwDevice::Type> &types, const QSerialPortInfo &port, int delay = 0);
+
+    /// Sets the largest number of retry rounds. A retry round asks all ports again that were not handed over, because a
+    /// wanted type is missing. The default is 3. The rounds of all probes of this Initializer are counted together. If
+    /// you call this function during a probe, the new value is used when the running round ends. After
+    /// deviceNotFound(), the new value has no effect. Returns the previous value.
     uint setMaxRetries(uint maxRetries);
 
-    /// Returns a report for each candidate port of the newest probe(), in the order in which the ports are tried. Empty
-    /// before probe(). The reports show why a board was not found. After the end of the probe, the reports change only
-    /// if a port that was not handed over is lost. The report of a port that was handed over does not change any more.
+    /// Returns a report for each port of the newest probe(), in the order in which probe() tries the ports. Empty
+    /// before the first probe(). The reports show why a board was not found. After the end of the probe, the reports
+    /// change only if a port that was not handed over is lost. The report of a port that was handed over does not
+    /// change any more.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
@@ -95,8 +106,8 @@ public:
      * if a port that was not handed over is lost. With `observer`, a tool can show what a probe does without reading
      * the log. An empty function ends the calls.
      *
-     * The Initializer calls `observer` while it works. So `observer` may only record the event and set another
-     * observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
+     * The Initializer calls `observer` in the middle of its own functions. So `observer` may only record the event and
+     * set another observer. It must not throw, run an event loop, or delete the Initializer, a port or a Communicator.
      */
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 
@@ -110,13 +121,13 @@ public:
 Q_SIGNALS:
     /**
      * Emitted when a board of the wanted `type` answered. `comm` and its open QSerialPort, `comm->device()`, now belong
-     * to the receiver. `comm` has no parser, and no signal is connected. The port is a WholeLines<QSerialPort>, so its
-     * bytesAvailable() counts whole lines only, until you call setWholeLines(false). If `comm` has already received
-     * more payloads after the board's answer, the first of these payloads is dropped.
+     * to the receiver. `comm` has no parser, and none of its signals is connected. The port is a
+     * WholeLines<QSerialPort>, so its bytesAvailable() counts whole lines only, until you call setWholeLines(false). If
+     * `comm` has already received more payloads after the board's answer, the first of these payloads is dropped.
      *
      * Delete the port with `comm->device()->deleteLater()` and the Communicator with `delete comm`. Never use `delete`
-     * for the port in a slot of this signal or of a signal of the port, because Qt would crash. To notice a pulled
-     * cable, create a PortErrors for the port.
+     * for the port in a slot of this signal or of a signal of the port: the port is still emitting a signal, so Qt
+     * would crash. To notice a pulled cable, create a PortErrors for the port.
      */
     void deviceInitialized(JwDevice::Type type, JwDevice::Communicator *comm);
     /// Emitted when no board of the wanted `type` was found, because all rounds are over or no port could be opened.
@@ -128,12 +139,13 @@ public Q_SLOTS: // called by signals of ports and timers; applications don't cal
     void boardReadyRead(QObject *object);
     /// Handles the end of the reply time of the probed Communicator `object`.
     void readTimeout(QObject *object);
-    /// Opens the candidate ports and queries them.
+    /// Opens the ports of the probe, and writes the queries to them.
     void probeStage2();
 
 private:
     struct Private;
 
+    JWDEVICE_NO_EXPORT void start(int delay);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *createCommunicator(QSerialPort *port);
     JWDEVICE_NO_EXPORT QTimer *createTimeoutTimer(JwDevice::Communicator *comm);
     JWDEVICE_NO_EXPORT JwDevice::Communicator *isCommunicator(QObject *object) const;
@@ -160,7 +172,7 @@ private:
     uint m_maxRetries;
     QList<std::shared_ptr<JwDevice::PortReport>> m_reports; // one report for each of m_ports
     QHash<JwDevice::Communicator *, std::shared_ptr<JwDevice::PortReport>> m_commReports; // no value is null
-    bool m_decided; // true while the last decision is reported or the next is queued; decide() then does nothing
+    bool m_decided; // true when the probe is over, or when decide() is already queued; decide() then does nothing
     std::shared_ptr<Private> m_private; // shared with each running slot, so it exists until the slot returns
 };
 

@@ -9,8 +9,8 @@ namespace JwDevice {
 class SessionAbstract;
 
 /**
- * Turns sentences into records, and records into sentences. Attach a parser with Communicator::setParser(). The
- * application keeps the ownership.
+ * Turns sentences into records, and records into sentences. A Communicator uses the parser that you attach with
+ * Communicator::setParser(). The application still owns this parser.
  */
 class JWDEVICE_EXPORT IPayloadParser
 {

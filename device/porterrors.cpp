@@ -14,14 +14,16 @@ namespace {
 
 constexpr int errorsOfLostPort = 1000; // errors without a read between them; a lost port soon reports this many
 constexpr qint64 restTime = 1000; // ms; after this time without an error, counting starts again at 0
-constexpr qint64 timeBetweenLooks = 100; // ms between checks of whether the device is there; a check may list all ports
+// ms between two checks. A check finds out whether the device is there. It may list all ports, which is slow, so not
+// every error leads to a check.
+constexpr qint64 timeBetweenLooks = 100;
 
 bool isThere(const QString &portName)
 {
     if (!QSerialPortInfo(portName).isNull())
         return true;
-    // QSerialPortInfo does not list pseudo terminals ("pts/3") and links to ports, so for these the node in /dev
-    // counts. Any other node proves nothing: in a container it may stay when the device is gone.
+    // QSerialPortInfo does not list pseudo terminals ("pts/3") and links to ports, so for these the file in /dev
+    // counts. The file of any other port proves nothing: in a container it may stay when the device is gone.
     const QFileInfo node(QDir(QStringLiteral("/dev")), portName);
     return node.exists() && (portName.contains(QLatin1Char('/')) || node.isSymLink());
 }
@@ -65,8 +67,8 @@ void PortErrors::judge(QSerialPort::SerialPortError error)
         Q_EMIT portLost(isDeviceGone);
         return;
     }
-    // After some errors, QSerialPort stops reading. It starts again when somebody asks for more bytes than it
-    // contains, so this peek asks for one more byte.
+    // After some errors, QSerialPort stops reading. QSerialPort starts again when somebody asks for more bytes than it
+    // has received, so this peek asks for one more byte.
     const auto *const lines = qobject_cast<WholeLinesBase *>(port);
     port->peek((lines ? lines->bytesReceived() : port->bytesAvailable()) + 1);
 }
@@ -82,5 +84,6 @@ void closeAtOnce(QSerialPort *port)
 
 } // namespace JwDevice
 
-// Included here so that abidw sees the whole class in one translation unit.
+// Included here so that abidw, the tool with which scripts/abi describes the binary interface, sees the whole class in
+// one translation unit.
 #include "moc_porterrors.cpp"

@@ -25,9 +25,11 @@ struct PortEvent
     QString portName; ///< for example "ttyACM0"
     qint64 nanoseconds = 0; ///< time since the newest call of probe()
     uint round = 0; ///< number of retry rounds so far, over all probes of the Initializer; 0 before the first retry
-    QString text; ///< the text that `kind` describes, without line end; empty if `kind` describes no text
+    QString text; ///< the `text` that Kind describes, without line end; empty for kinds without a text
     QString reason; ///< for Unreadable: what is wrong; empty for the other kinds
-    Type type = Unknown; ///< for Answered and HandedOver: the type of board that sends the sentence; else Unknown
+    /// For Answered, the type of board that sends the sentence, or Unknown if no board sends it. For HandedOver, the
+    /// type of the board on the port. Unknown for the other kinds.
+    Type type = Unknown;
 };
 
 } // namespace JwDevice

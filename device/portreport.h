@@ -8,8 +8,8 @@
 
 namespace JwDevice {
 
-/// The result of a probe on one candidate port. See Initializer::portReports(). The report is a copy, so it does not
-/// change while the probe continues.
+/// The result of a probe on one port. See Initializer::portReports(). The report is a copy, so it does not change
+/// while the probe continues.
 struct PortReport
 {
     /// The state of the port in the probe. verdictName() returns the names.
@@ -27,10 +27,10 @@ struct PortReport
     };
 
     QString portName; ///< for example "ttyACM0"; the name given to probe() if the system doesn't know the port
-    QString location; ///< for example "/dev/ttyACM0"; this and the next three members are empty if not known
-    QString manufacturer; ///< manufacturer of the USB device
-    QString product; ///< product name of the USB device
-    QString serialNumber; ///< serial number of the USB device
+    QString location; ///< for example "/dev/ttyACM0"; empty if not known
+    QString manufacturer; ///< manufacturer of the USB device; empty if not known
+    QString product; ///< product name of the USB device; empty if not known
+    QString serialNumber; ///< serial number of the USB device; empty if not known
 
     Verdict verdict = NotOpened; ///< state of the port when the report was made
     /// Why the port is NotOpened or Lost. ResourceError if the device is gone.

@@ -6,7 +6,7 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // the class has no virtual destructor on purpose
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
@@ -14,7 +14,7 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  * The base class of records. A record contains the data of one sentence. Derive the records of your own sentences from
  * this class.
  *
- * Records are values, usually on the stack. The class has no virtual destructor on purpose: never delete a record
+ * The class has no virtual destructor, because records are values, for example local variables. Never delete a record
  * through a pointer to this class.
  */
 class JWDEVICE_EXPORT SessionAbstract

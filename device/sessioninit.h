@@ -8,7 +8,7 @@
 
 namespace JwDevice {
 
-QT_WARNING_PUSH // no virtual destructor, see SessionAbstract
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose; see SessionAbstract
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
@@ -26,8 +26,8 @@ public:
     /// The key of the sentence (see SentenceKey), or 0 for no sentence. The parser sets the key when it parses. Set the
     /// key yourself before you build a sentence.
     int sentenceId = 0;
-    /// Field name to value. Parsing stores numbers as int and texts as QString, and only fields that the sentence
-    /// contains. For building, use any value that QVariant can convert to a string.
+    /// The values of the fields by field name. Parsing stores only the fields that the sentence contains: numbers as
+    /// int, texts as QString. For building, use any value that QVariant can convert to a string.
     QHash<QString, QVariant> fields;
 };
 

@@ -10,7 +10,8 @@
 
 namespace JwDevice {
 
-/// The interface with which a Communicator reads from a WholeLines device.
+/// The interface with which a Communicator reads from a WholeLines device. Such a device holds the bytes of an
+/// unfinished line back: its bytesAvailable() does not count these bytes until the line end arrives.
 class JWDEVICE_EXPORT WholeLinesBase
 {
 public:
@@ -20,16 +21,17 @@ public:
 
     virtual ~WholeLinesBase();
 
-    /// Returns whether bytes after the last line end are held back. True by default.
+    /// Returns whether bytesAvailable() leaves out the bytes after the last line end. True by default.
     bool wholeLines() const { return m_wholeLines; }
-    /// Sets whether bytes after the last line end are held back. You may call this at any time: no byte is lost, and no
-    /// signal is emitted.
+    /// Sets whether bytesAvailable() leaves out the bytes after the last line end. You may call this function at any
+    /// time: no byte is lost, and no signal is emitted.
     void setWholeLines(bool wholeLines) { m_wholeLines = wholeLines; }
 
     /// Returns the number of all bytes that can be read, including bytes that are held back.
     virtual qint64 bytesReceived() const = 0;
-    /// Returns the number of bytes up to and including the next line end, at most 512. A longer line is offered in
-    /// parts. If no line end has arrived, returns 0 while bytes are held back, otherwise the number of received bytes.
+    /// Returns the number of bytes up to and including the next line end, if it begins within the first 512 bytes. If
+    /// there is no line end in these bytes, returns 0 while bytes are held back, otherwise the number of received
+    /// bytes, at most 512. So a longer line is offered in parts.
     virtual qint64 nextLine() const = 0;
 
 protected:
@@ -70,10 +72,11 @@ namespace JwDevice {
  * setWholeLines(false); then bytesAvailable() counts every byte too.
  *
  * A line without a line end is not held back for ever. It counts as available when 512 bytes of it have arrived, or
- * fewer if the device's read buffer is smaller. Closing the device drops all unread bytes, also bytes that are held
- * back.
+ * when the device's read buffer is smaller and full. Closing the device drops all unread bytes, also bytes that are
+ * held back.
  *
- * The class adds no signal and no property. The class name and the meta-object are the same as those of `Device`.
+ * The class adds no signal and no property. It has the meta-object of `Device`, so metaObject()->className() returns
+ * the name of `Device`.
  */
 template <typename Device>
 class WholeLines : public Device, public WholeLinesBase
@@ -93,7 +96,7 @@ public:
         const qint64 received = bytesReceived();
         if (received == 0 || !wholeLines())
             return received;
-        // The cast is safe, because peek() is not const but changes nothing that a caller can see.
+        // peek() is not const, but it changes nothing that a caller can see. So the cast is safe.
         auto *const device = const_cast<WholeLines *>(this);
         if (received > longestHeld) {
             const QByteArray bytes = device->peek(received);
@@ -115,8 +118,8 @@ public:
             return 0;
         auto *const device = const_cast<WholeLines *>(this);
         const qint64 line = WholeLinesBase::nextLine(bytes, device->peek(bytes, size), longest());
-        // If the read buffer was full, the device stopped reading. It continues when somebody asks for more bytes than
-        // it contains, so this peek asks for one more byte.
+        // If the read buffer was full, the device stopped reading. The device continues when somebody asks for more
+        // bytes than it has received, so this peek asks for one more byte.
         if (line == 0 && bufferLimit(*this, 0) > 0)
             device->peek(bytesReceived() + 1);
         return line;
@@ -138,7 +141,7 @@ private:
     static qint64 bufferLimit(const QIODevice &, long) { return 0; }
 
     /// Returns the length from which on an unfinished line is no longer held back: 512, or the size of the read buffer
-    /// if it is smaller.
+    /// if that is smaller.
     qint64 longest() const
     {
         const qint64 limit = bufferLimit(*this, 0);

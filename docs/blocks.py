@@ -52,7 +52,7 @@ def quoted(file, first, last):
 
 
 def run(text, path):
-    """The commands of a block, each with its real output."""
+    """Returns the commands of a block, each with its real output."""
     result = ''
     with tempfile.TemporaryDirectory() as folder:
         for line in text.splitlines():
@@ -71,7 +71,7 @@ def run(text, path):
 
 
 def comparable(output):
-    """The output without the parts that differ from run to run."""
+    """Returns the output without the parts that differ from run to run."""
     output = re.sub(r'\d+(\.\d+)? ms\b', 'N ms', output)
     output = re.sub(r'\b\d\d:\d\d:\d\d\.\d{3}\b', 'TIME', output)
     output = re.sub(r'\b(pid|kill) \d+', r'\1 N', output)
@@ -81,7 +81,8 @@ def comparable(output):
 
 
 def visit(page, path, renew):
-    """Compares one page; with `renew`, also writes it again. Returns its differences and the faults of its comments."""
+    """Compares one page with its sources; with `renew`, also writes the page again. Returns the differences, and the
+    faults in the comments above the blocks."""
     differences, faults = [], []
 
     def visitBlock(block):

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Doxygen's filter for the pages. They are written for a code host; this filter changes what Doxygen does differently:
+"""Doxygen's filter for the pages. The pages are written for a code host, a web site that shows the source tree. This
+filter changes what Doxygen does differently:
 
 - a picture replaces a drawing in text with this comment above it:  <!-- picture port-states.dot: Its caption -->
 - headings get names for links, "page.md#heading", as on a code host
@@ -18,7 +19,7 @@ LINK = re.compile(r'(?<!!)\[([^][]+)\]\(([^()\s]+)\)')
 
 
 def slug(heading):
-    """The name by which a code host knows a heading."""
+    """Returns the name that a code host gives to a heading, for links."""
     return re.sub(r'[^\w\- ]', '', heading.strip().lower()).replace(' ', '-')
 
 
@@ -34,7 +35,7 @@ class Page:
 
     def filtered(self):
         text = self.text
-        if os.path.relpath(self.name, ROOT) == 'README.md':  # otherwise its title is that of the whole project
+        if os.path.relpath(self.name, ROOT) == 'README.md':  # otherwise it has the same title as the project
             text = TITLE.sub(r'\1: README', text, count=1)
         text = PICTURE.sub(self.picture, text)
         parts, end = [], 0
@@ -50,7 +51,8 @@ class Page:
     def picture(match):
         name, caption = match.groups()
         drawn = f'\\dotfile {name} "{caption}"'
-        return drawn + '\n' * (match.group().count('\n') - drawn.count('\n'))  # keeps the line numbers in warnings
+        # The page must keep its number of lines, because Doxygen's warnings name lines.
+        return drawn + '\n' * (match.group().count('\n') - drawn.count('\n'))
 
     def heading(self, match):
         return f'{match.group()} {{#{anchor(self.name, slug(match.group(2)))}}}'

@@ -1,6 +1,5 @@
-// Gives any text to the parser of the initialization sentences. This file contains a second, short implementation of
-// the wire format. The parser and the second implementation must give the same session, or an Nmea::Exception with the
-// same message.
+// Gives any text to Nmea::ParserInit. This file contains a second, short implementation of the same parser. Both must
+// fill the same record, or throw an Nmea::Exception with the same message.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>

@@ -1,9 +1,10 @@
-// Sends bytes to several Communicators and compares them with the model that the tests use.
+// Sends bytes to several Communicators, and compares their signals and payloads with ReceiveModel, the simple model
+// that the tests also use.
 //
-// The first byte of an input chooses the number of Communicators, their devices and the actions of their receivers.
-// The rest is steps. The first byte of a step chooses the Communicator and the kind of step. If bytes arrive at the
+// The first byte of an input chooses the number of Communicators, their devices and the actions of their receivers. The
+// other bytes are steps. The first byte of a step chooses the Communicator and the kind of step. If bytes arrive at the
 // device, the second byte says how many, and the bytes follow. If the application reads a payload, the second byte is
-// the id of the payload. If the application does something else, the second byte holds the action and its argument.
+// the id of the payload. If the application does something else, the second byte contains the action and its argument.
 #include "fuzzinput.h"
 
 #include "support/model/receivemodel.h"
@@ -90,8 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Input input(data, size);
     const ReceiveStream stream = streamFromInput(input);
 
-    // Record from level Warning on, because records of single bytes would take most of the time. The tests in
-    // tests/model compare those records too.
+    // Compare log records only from level Warning on, because the Trace records of all received bytes would take most
+    // of the time. The tests in tests/model also compare the Trace records.
     ReceiveModel model(stream.devices, Logger::Warning);
     ReceiveSubject subject(stream.devices, Logger::Warning);
     const ReceivePlay expected(stream, model);

@@ -1,5 +1,9 @@
-// Builds a query with the host's parser and parses it with the board's parser, or a reply in the opposite direction.
-// The first byte of an input chooses the sentence. The rest of the input is the texts of the sentence's fields.
+// Builds a query with the host's parser and parses it with the board's parser. Or builds a reply with the board's
+// parser and parses it with the host's parser. The parsed record must be equal to the record from which the sentence
+// was built.
+//
+// The first byte of an input chooses the sentence. The other bytes are the texts of the fields, with commas between
+// them.
 #include "fuzzinput.h"
 
 #include <device/sessioninit.h>
@@ -12,7 +16,8 @@ namespace {
 
 using JwDevice::SessionInit;
 
-/// The board's side: the library's parser with builders for all fields of the board's replies.
+/// The board's parser: the library's parser in the opposite direction, with build delegates for all fields of the
+/// replies.
 class BoardParser : public Nmea::ParserInit
 {
 public:
@@ -57,7 +62,8 @@ SessionInit sessionFromInput(const Direction &direction, QString text)
     return session;
 }
 
-/// Returns the expected checksum. build() writes a checksum of 0x80 or more in a form that parse() refuses.
+/// Returns the checksum that `sentence` should have. If it is 0x80 or more, build() writes it in a form that parse()
+/// refuses.
 int checksumOf(const QString &sentence)
 {
     int checksum = 0;

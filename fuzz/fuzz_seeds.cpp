@@ -42,7 +42,7 @@ private:
     bool m_ok = false;
 };
 
-/// Returns the input bytes of one step of fuzz_receive: `bytes` arrive at a line.
+/// Returns the input bytes of one step of fuzz_receive: `bytes` arrive at the device of the Communicator number `line`.
 QByteArray arrival(char line, const QByteArray &bytes)
 {
     constexpr char plainDelivery = 3 * 4;

@@ -24,7 +24,8 @@ private:
 };
 
 /// Returns the text of an input. Each byte is one Latin-1 character, so a sentence can be used as an input without
-/// change. But the two bytes after the escape byte 0x1b are one UTF-16 unit of any value, even half a surrogate pair.
+/// change. The exception is the escape byte 0x1b: the two bytes after it are one UTF-16 unit of any value, even half a
+/// surrogate pair. So inputs can also contain characters beyond Latin-1.
 inline QString textFromInput(const uint8_t *data, std::size_t size)
 {
     constexpr uint8_t escape = 0x1b;

@@ -80,7 +80,7 @@ private:
 
     struct Private;
     const std::unique_ptr<Private> d;
-    std::atomic<int> m_lowestLevel; // the lowest of all set levels; drops most records without a lock
+    std::atomic<int> m_lowestLevel; // the lowest of all set levels; lets isEnabled() drop most records without a lock
 };
 
 /**
@@ -114,7 +114,7 @@ private:
     friend class ::CuteMessageLogger;
 
     struct Record;
-    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // null if the record is disabled
+    JWLOGGER_NO_EXPORT explicit LogStream(const CuteMessageLogger *place); // `place` is null if the record is disabled
     QDebug &stream();
 
     const std::unique_ptr<Record> m_record;
@@ -133,7 +133,7 @@ JWLOGGER_EXPORT JwLogger::Logger *loggerInstance();
 
 /**
  * A place in the source that writes records. LOGGER_RECORD creates the object. The object keeps only the pointers
- * `file`, `function` and `category`, so the texts must outlive the object. String literals do.
+ * `file`, `function` and `category`, so the texts must exist as long as the object. String literals always do.
  */
 class JWLOGGER_EXPORT CuteMessageLogger
 {
@@ -145,8 +145,8 @@ public:
 
     /// Returns a stream that becomes one record.
     JwLogger::LogStream write() const;
-    /// Writes one record that QString::asprintf() formats. So texts must be UTF-8, and numbers don't depend on the
-    /// locale.
+    /// Formats `format` and the other arguments like QString::asprintf(), and writes the result as one record. A text
+    /// for `%s` must be UTF-8. The locale does not change how numbers are written.
     void write(const char *format, ...) const Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
 private:

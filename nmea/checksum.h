@@ -23,7 +23,8 @@ JWDEVICE_EXPORT int xorOf(QStringView text);
 /// are skipped. If the text is no number, sets `ok` to false and returns 0.
 JWDEVICE_EXPORT int readChecksum(QStringView text, bool *ok);
 /// Appends `checksum`, 0 to 255, as two lower-case hexadecimal digits. A checksum of 0x80 or more is appended as the 16
-/// digits of the negative number with the same low byte. Only characters beyond ASCII lead to such a checksum.
+/// digits of the negative 64-bit number with the same low byte, for example 0x80 as "ffffffffffffff80". Only characters
+/// beyond ASCII lead to such a checksum.
 JWDEVICE_EXPORT void appendChecksum(QString &sentence, int checksum);
 
 } // namespace Nmea

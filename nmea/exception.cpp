@@ -16,8 +16,8 @@ QString Exception::message() const
 
 const char *Exception::what() const noexcept
 {
-    // The text must exist after this call, but the exception object has no member for it. So each thread keeps one
-    // text.
+    // The returned text must exist after this call, but the exception object has no member for the text. So each thread
+    // keeps the text of its newest call.
     thread_local QByteArray text;
     text = m_message.toLocal8Bit();
     return text.constData();

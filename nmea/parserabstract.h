@@ -16,7 +16,7 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // the class has no virtual destructor on purpose
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 
@@ -29,23 +29,24 @@ QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
  *  | |      |       |    |
  *  $ PJWVER ,a,b,c  *hh  <CR><LF>
  *
- *  1 start flag, "$" or, on receipt, also "!"
- *  2 identifier, at least 3 characters on receipt
+ *  1 start flag: "$"; a received sentence may also begin with "!"
+ *  2 identifier; in a received sentence at least 3 characters
  *  3 fields, each after a ","; a sentence without fields has no ","
- *  4 checksum, see calculateCrc(); a received sentence may lack it and is then not tested
+ *  4 checksum, see calculateCrc(); a received sentence without a checksum is accepted
  *  5 line end
  * \endverbatim
  *
  * A received sentence may have at most 74 characters, with start flag and line end. This is the limit of the boards;
- * the standard allows 82. Building does not check the length.
+ * NMEA 0183 itself allows 82. Building does not check the length.
  *
  * A format lists the names of the fields in the order of the sentence, separated by ",", for example
  * "hwversion,v1,v2,v3". When a sentence is parsed, an empty name skips a field. When a sentence is built, an empty name
  * adds nothing, not even a separator.
  *
- * Every failure throws an Exception. The documentation of each function lists the texts. Fields before the fault may
- * then already be stored, but the parser does not change. Exceptions of a delegate pass through. While a parser parses
- * or builds, its delegates and virtual functions must not change the parser or the caller's arguments. Before init(),
+ * Every failure throws an Exception. The documentation of each function lists the texts; %1 stands for the unknown
+ * identifier or field name. Fields before the fault may then already be stored, but the parser does not change. A
+ * delegate is your function that stores or returns one field; its exceptions pass through. While a parser parses or
+ * builds, its delegates and virtual functions must not change the parser or the caller's arguments. Before init(),
  * parsing throws "Undefined sentence ID: %1" and building throws "No formatter found".
  *
  * Use a parser in one thread only. The class has no virtual destructor: never delete a parser through a pointer to it.
@@ -78,9 +79,9 @@ public:
      */
     bool parseSentence(Session *session, const QString &sentence);
     /**
-     * Replaces `out` with the whole sentence `sentenceId`. The values of the fields are in `session`. Returns true.
-     * Throws "No formatter found", "Sentence ID not found", and the texts of buildParameters(). If it throws, `out`
-     * does not change.
+     * Replaces `out` with the whole sentence whose key is `sentenceId`. The values of the fields are in `session`.
+     * Returns true. Throws "No formatter found", "Sentence ID not found", and the texts of buildParameters(). If it
+     * throws, `out` does not change.
      *
      * A checksum of 0x80 or more is written with 16 digits. Only characters beyond ASCII lead to such a checksum.
      */
@@ -90,18 +91,18 @@ public:
     /// `checksum` becomes null. Throws "Checksum field" if there is more than one "*".
     void splitSentence(QString &sentence, QString &body, QString &checksum);
     /// Parses `body`: the identifier and the fields, without start flag and checksum. Throws "Wrong sentence
-    /// description length" and the texts of parseListed().
+    /// description length" if the identifier has fewer than 3 characters, and the texts of parseListed().
     bool parseTrimmed(Session *session, const QString &body);
     /// Parses a sentence that is already split. `sentenceId` is the text of the identifier, and `params` are the texts
     /// of the fields. Throws "Undefined sentence ID: %1", "Format not found for sentence ID", and the texts of
     /// parseParameters().
     bool parseListed(Session *session, const QString &sentenceId, const QStringList &params);
-    /// Parses the texts of the fields by the names in `format`. There may be fewer fields than names. Throws "Specified
-    /// parameters list and formatting string incompatible" (more fields than names), and "Unknown format token in
-    /// sentence formatter".
+    /// Stores each text of `params` in the field whose name is at the same place in `format`. There may be fewer texts
+    /// than names. Throws "Specified parameters list and formatting string incompatible" (more texts than names), and
+    /// "Unknown format token in sentence formatter".
     bool parseParameters(Session *session, const QStringList &params, const QString &format);
-    /// Returns the fields that `format` names, joined by separators. Throws "Unknown format token in sentence
-    /// formatter: %1".
+    /// Returns the texts of the fields that `format` names, with separators between them. Throws "Unknown format token
+    /// in sentence formatter: %1", where %1 is the name without a delegate.
     QString buildParameters(const Session *session, const QString &format);
 
 protected:
@@ -119,8 +120,8 @@ protected:
     virtual QHash<QString, ParserDelegate> initParserDelegates();
     /// Returns the table from field name to delegate, for every name in the formats of built sentences.
     virtual QHash<QString, BuilderDelegate> initBuilderDelegates();
-    /// Called when the sentence `sentenceId` was recognised, so that a derived class can store the key. Does nothing in
-    /// this class.
+    /// Called when the sentence with the key `sentenceId` was recognised, so that a derived class can store the key in
+    /// `session`. Does nothing in this class.
     virtual void setSentenceId(Session *session, int sentenceId);
 
     QHash<int, QString> m_sentenceIds; ///< the table from initSentenceIdentifiers()
@@ -134,7 +135,7 @@ protected:
     QChar m_fieldSeparator = QLatin1Char(','); ///< character before each field
     QChar m_formatSeparator = QLatin1Char(','); ///< character between the names of a format
     int m_reservedId = -9999; ///< a number that is no key of a sentence; this class does not use it
-    int m_undefinedId = -9999; ///< the key of an identifier that is not in the table
+    int m_undefinedId = -9999; ///< the key that an identifier gets if the table does not contain it
     bool m_initialized = false; ///< whether init() was called
     QHash<QString, ParserDelegate> m_parserDelegates; ///< the table from initParserDelegates()
     QHash<QString, BuilderDelegate> m_builderDelegates; ///< the table from initBuilderDelegates()
@@ -237,11 +238,12 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
     const int withoutFields = sentence.size();
     sentence += m_fieldSeparator;
     appendSentenceFields(sentence, session, *format);
-    if (sentence.size() == withoutFields + 1) // there are no fields, so the separator is removed
+    if (sentence.size() == withoutFields + 1) // no fields, or one empty field: remove the separator
         sentence.chop(1);
     sentence += m_checksumDelimiter;
     const QStringView checked = QStringView(sentence).mid(1);
-    // The checksum does not include the delimiter. If there are no identifier and no fields, it includes the delimiter.
+    // The checksum does not include the delimiter. But if there is neither an identifier nor a field, the checksum is
+    // computed from the delimiter alone.
     appendChecksum(sentence, xorOf(checked.size() > 1 ? checked.chopped(1) : checked));
     sentence += m_lineEnd;
     out = std::move(sentence);
@@ -301,8 +303,8 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
     if (identifier.size() < 3)
         throw Exception(QStringLiteral("Wrong sentence description length"));
 
-    // All fields use this text one after the other. Unless a delegate keeps the text, its memory is used again for the
-    // next field. This saves time, because most texts become numbers and are not kept.
+    // `param` contains the text of one field, then of the next. If the delegate keeps no copy of the text, the next
+    // text uses the same memory. This saves time at all fields that are numbers, because their delegates keep no copy.
     QString param;
     const auto nextParam = [&]() -> const QString & {
         const auto *const begin = at + 1;

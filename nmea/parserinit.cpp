@@ -10,7 +10,7 @@ using JwDevice::VersionSentence;
 
 namespace {
 
-/// Returns the same as QString::toInt(). Faster if the text is a few plain digits, as in nearly every number.
+/// Returns the same as QString::toInt(). Faster if `text` consists of one to nine digits, as nearly every number does.
 int toInt(const QString &text)
 {
     constexpr int digitsOfAnyInt = 9;

@@ -6,7 +6,7 @@
 
 namespace Nmea {
 
-QT_WARNING_PUSH // no virtual destructor, see ParserAbstract
+QT_WARNING_PUSH // no warning about the virtual destructor, which is missing on purpose; see ParserAbstract
 QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
 QT_WARNING_DISABLE_CLANG("-Wnon-virtual-dtor")
 

@@ -20,9 +20,11 @@ template <typename Session>
 class SentencePlan
 {
 public:
-    /// Parses a field. The same type as ParserAbstract::ParserDelegate, whose header includes this one.
+    /// Parses a field. Equal to ParserAbstract::ParserDelegate, which this header can't use, because parserabstract.h
+    /// includes this header.
     using ParserDelegate = bool (*)(Session *session, const QString &value, const QString &name);
-    /// Builds a field. The same type as ParserAbstract::BuilderDelegate, whose header includes this one.
+    /// Builds a field. Equal to ParserAbstract::BuilderDelegate, which this header can't use, because parserabstract.h
+    /// includes this header.
     using BuilderDelegate = QString (*)(const Session *session, const QString &name);
 
     /// One field name in a format, with its delegates.
@@ -53,8 +55,8 @@ public:
         m_fieldsBuild = fieldsOfAll(formatsBuild);
         m_identifiers.clear();
         for (auto it = sentenceIds.constBegin(); it != sentenceIds.constEnd(); ++it) {
-            // Inserts after equal texts. So if two keys have the same identifier, key() finds the first key in the
-            // table.
+            // upper_bound() finds the place after equal texts. So if two keys have the same identifier, key() finds the
+            // key that is first in `sentenceIds`.
             const auto place = std::upper_bound(m_identifiers.begin(), m_identifiers.end(), it.value(),
                                                 [](const QString &text, const Identifier &b) { return text < b.text; });
             m_identifiers.insert(place, {it.value(), it.key()});

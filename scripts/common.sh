@@ -1,7 +1,7 @@
 # shellcheck shell=sh
 # Functions that the scripts in this folder share, to install packages and to build. The scripts source this file.
 
-script=scripts/$(basename "$0") # path from the project's folder, because each script begins with cd to it
+script=scripts/$(basename "$0") # path from the project's folder, because each script first changes to this folder
 
 # Packages to build and run the project. Each script adds the packages that it also needs.
 # shellcheck disable=SC2034

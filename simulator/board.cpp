@@ -1,6 +1,7 @@
 #include "board.h"
 
 #include <simulator/boardkind.h>
+#include <simulator/hub.h>
 #include <simulator/pacer.h>
 #include <simulator/port.h>
 #include <simulator/wire.h>
@@ -43,8 +44,8 @@ public:
     {
         writable.setEnabled(false);
         gap.setSingleShot(true);
-        pull.setSingleShot(true);
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        permission.setSingleShot(true);
+        for (QTimer *timer : {&gap, &permission, &drain, &unasked})
             timer->setTimerType(Qt::PreciseTimer);
     }
 
@@ -54,7 +55,7 @@ public:
         writable.setEnabled(false);
         fromHost.clear();
         toHost.clear();
-        for (QTimer *timer : {&gap, &pull, &drain, &unasked})
+        for (QTimer *timer : {&gap, &permission, &drain, &unasked})
             timer->stop();
         deleteLater();
     }
@@ -79,25 +80,32 @@ public:
     QSocketNotifier readable;
     QSocketNotifier writable;
     QTimer gap;
-    QTimer pull;
+    QTimer permission; // runs until the host may open the port
     QTimer drain; // runs shortly before the cable is pulled; while it runs, the board sends nothing
     QTimer unasked;
     int drainTicks = 0;
     QQueue<Job> outbox;
-    QByteArray pending; // bytes that left the board, but that the port has not taken
-    QByteArray written; // the part of the current piece that the port has taken
+    QByteArray pending; // bytes that `toHost` released, but that write() has not accepted
+    QByteArray written; // the part of the current piece that write() has accepted
     bool sending = false;
     bool feeding = false;
 };
 
-Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_ptr<Port> port)
+Board::Board(const BoardConfig &config, const QElapsedTimer &clock, std::unique_ptr<Port> port, Hub *hub)
     : m_config(config)
     , m_clock(clock)
     , m_port(std::move(port))
+    , m_hub(hub)
     , m_random(config.seed)
 {
     if (m_config.hwversion.isNull())
         m_config.hwversion = QLatin1String(boardKind(m_config.kind).hwversion);
+    for (QTimer *timer : {&m_plugTimer, &m_pullTimer}) {
+        timer->setSingleShot(true);
+        timer->setTimerType(Qt::PreciseTimer);
+    }
+    connect(&m_plugTimer, &QTimer::timeout, this, &Board::plugAsConfigured);
+    connect(&m_pullTimer, &QTimer::timeout, this, &Board::pullAsConfigured);
 }
 
 Board::~Board()
@@ -106,22 +114,90 @@ Board::~Board()
     delete m_line;
 }
 
-bool Board::plug(QString *error)
+QString Board::portName() const
 {
-    QString fault = QStringLiteral("the cable is plugged in already; pull() it first");
-    if (!m_plugged && m_port->plug(fault)) {
-        m_plugged = true;
-        connectLine();
+    return m_port->name();
+}
+
+bool Board::start(QString *error)
+{
+    if (m_config.plugAfter >= 0) {
+        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
+        QTimer::singleShot(0, this, [this] {
+            if (!m_plugged)
+                m_plugTimer.start(m_config.plugAfter);
+        });
         return true;
     }
+    if (!m_hub || m_hub->isPlugged())
+        return plug(error);
+    // The hub's first board has the keys for all. A board that is added while the hub is not plugged in waits for it.
+    return !m_hub->isFirst(this) || m_hub->plug(error);
+}
+
+QString Board::nextName() const
+{
+    const bool other = m_configuredPulls % 2 == 1 && !m_config.replugPort.isEmpty();
+    return other ? m_config.replugPort : m_config.port;
+}
+
+bool Board::plug(QString *error)
+{
+    QString fault;
+    if (m_plugged)
+        fault = QStringLiteral("the cable is plugged in already; pull() it first");
+    else if (m_hub && !m_hub->isPlugged())
+        fault = QStringLiteral("hub %1 is not plugged in; use Testbed::plugHub()").arg(m_hub->name());
+    else if (m_port->prepare(nextName(), fault))
+        appear();
+    if (fault.isEmpty())
+        return true;
     if (error)
         *error = QStringLiteral("%1: %2").arg(portName(), fault);
     return false;
 }
 
+void Board::appear()
+{
+    m_plugTimer.stop();
+    m_plugged = true;
+    m_bytesSent = 0;
+    m_port->appear();
+    connectLine();
+    // The timers start when the event loop runs, as in start().
+    QTimer::singleShot(0, this, [this] {
+        if (!m_plugged)
+            return;
+        if (isPullDue() && m_config.pullAfter >= 0)
+            m_pullTimer.start(m_config.pullAfter);
+        if (m_line && m_config.latePermission > 0)
+            m_line->permission.start(m_config.latePermission);
+    });
+    Q_EMIT plugged();
+}
+
+void Board::plugAsConfigured()
+{
+    QString error;
+    const bool ok = m_hub ? m_hub->plug(&error) : plug(&error);
+    if (!ok)
+        qWarning("cannot plug in the board: %s", qUtf8Printable(error));
+}
+
+void Board::pullAsConfigured()
+{
+    if (m_config.replugAfter >= 0)
+        m_plugTimer.start(m_config.replugAfter);
+    if (m_hub) {
+        m_hub->pullAsConfigured();
+    } else {
+        ++m_configuredPulls;
+        pull();
+    }
+}
+
 void Board::connectLine()
 {
-    const bool first = m_pullTime < 0;
     if (m_port->descriptor() < 0)
         return;
     m_line = new Line(this, m_port->descriptor(), m_config);
@@ -133,19 +209,12 @@ void Board::connectLine()
         writePending();
     });
     connect(&m_line->gap, &QTimer::timeout, this, &Board::sendNext);
-    connect(&m_line->pull, &QTimer::timeout, this, &Board::pull);
+    connect(&m_line->permission, &QTimer::timeout, this, [this] { m_port->permit(); });
     connect(&m_line->drain, &QTimer::timeout, this, [this] {
         if (++m_line->drainTicks >= longestDrain || m_port->unread() == 0)
-            pull();
+            pullAsConfigured();
     });
     connect(&m_line->unasked, &QTimer::timeout, this, &Board::sendUnasked);
-    if (first && m_config.pullAfter >= 0) {
-        // The timer starts when the event loop runs. Otherwise it could time out while other boards are still made.
-        QTimer::singleShot(0, m_line, [this, line = m_line] {
-            if (m_line == line)
-                line->pull.start(m_config.pullAfter);
-        });
-    }
     if (boardKind(m_config.kind).unasked != BoardKind::Unasked::Nothing)
         m_line->unasked.start(m_config.interval);
 }
@@ -155,6 +224,7 @@ void Board::pull()
     if (!m_plugged)
         return;
     m_plugged = false;
+    m_pullTimer.stop();
     m_pullTime = m_clock.elapsed();
     if (m_line) {
         if (!m_line->written.isEmpty())
@@ -188,8 +258,8 @@ void Board::onReadable()
         m_line->fromHost.push(QByteArray(buffer, static_cast<int>(count)));
     else if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_line->readable.setEnabled(false);
-    // On a slow line, the board stops reading, so that the host waits and memory does not grow. onReceived() starts to
-    // read again.
+    // If the host writes faster than the serial line carries, the board stops reading. Then the host has to wait, and
+    // memory does not grow. onReceived() starts to read again.
     if (m_line && m_line->fromHost.waiting() >= readSize)
         m_line->readable.setEnabled(false);
 }
@@ -294,8 +364,8 @@ void Board::sendNext()
     Line *const line = m_line;
     if (line->feeding)
         return;
-    // If the port takes a piece at once, writePending() calls this function again. `feeding` makes that call return,
-    // and the loop sends the next piece, so there is no deep recursion.
+    // If the port accepts a piece at once, writePending() calls sendNext() again. `feeding` makes that call return, and
+    // the loop sends the next piece, so there is no deep recursion.
     line->feeding = true;
     while (m_line == line && !line->sending && !line->outbox.isEmpty() && !line->gap.isActive()
            && !line->drain.isActive()) {
@@ -318,14 +388,15 @@ void Board::writePending()
     if (line->drain.isActive())
         return;
     qint64 most = line->pending.size();
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0)
+    if (m_config.pullAfterBytes >= 0 && isPullDue())
         most = qMin(most, m_config.pullAfterBytes - m_bytesSent);
     while (most > 0) {
         const ssize_t count = ::write(line->descriptor, line->pending.constData(), static_cast<size_t>(most));
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0) {
-            // If the port is full, the board waits until the host reads. After another error, waiting would not help.
+            // EAGAIN means that the port is full, so the board waits until the host reads. After another error, waiting
+            // would not help.
             line->writable.setEnabled(errno == EAGAIN);
             return;
         }
@@ -334,7 +405,7 @@ void Board::writePending()
         m_bytesSent += count;
         most -= count;
     }
-    if (m_config.pullAfterBytes >= 0 && m_pullTime < 0 && m_bytesSent >= m_config.pullAfterBytes) {
+    if (m_config.pullAfterBytes >= 0 && isPullDue() && m_bytesSent >= m_config.pullAfterBytes) {
         // A pull drops the bytes that the host has not read, so the host gets a moment to read them.
         line->drain.start(1);
     }

@@ -100,6 +100,7 @@ const std::vector<Key> &keys()
 {
     using Config = BoardConfig;
     const char *const printable = "[ -~]{0,126}";
+    const char *const portName = "tty[A-Z]{2,8}[0-9]{1,4}";
     static const std::vector<Key> table = {
         numberKey("delay", &Config::delay, 0, longestWait, "milliseconds", "wait before the reply"),
         numberKey("speed", &Config::speed, 0, 10000000, "baud",
@@ -122,10 +123,19 @@ const std::vector<Key> &keys()
         numberKey("ignore", &Config::ignore, 0, largestCount, "queries",
                   "number of queries at the start that get no reply"),
         numberKey("replies", &Config::replies, 1, 1000, "replies", "replies to each query, back to back"),
+        numberKey("plug-after", &Config::plugAfter, 0, longestWait, "milliseconds",
+                  "plug the cable in this long after the start"),
         numberKey("pull-after", &Config::pullAfter, 0, longestWait, "milliseconds",
                   "pull the cable this long after the port appeared"),
         numberKey("pull-after-bytes", &Config::pullAfterBytes, 0, largestCount, "bytes",
                   "pull the cable after the board sent this many bytes"),
+        numberKey("replug-after", &Config::replugAfter, 0, longestWait, "milliseconds",
+                  "plug the cable in again this long after the pull"),
+        textKey("replug-port", &Config::replugPort, portName, "a port name such as ttyACM0 or ttyUSB1",
+                "name of the port after replug-after"),
+        numberKey("cycles", &Config::cycles, 1, largestCount, "cycles", "how often to pull the cable and plug it in"),
+        numberKey("late-permission", &Config::latePermission, 0, longestWait, "milliseconds",
+                  "time until the new port may be opened"),
         choiceKey<Config::Open>("open", &Config::open,
                                 {{QStringLiteral("ok"), Config::Open::Ok},
                                  {QStringLiteral("busy"), Config::Open::Busy},
@@ -137,9 +147,11 @@ const std::vector<Key> &keys()
         hexKey("product", &Config::product, "USB product id"),
         textKey("product-name", &Config::productName, printable, "up to 126 printable ASCII characters",
                 "USB product name"),
-        textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters", "USB serial number"),
-        textKey("port", &Config::port, "tty[A-Z]{2,8}[0-9]{1,4}", "a port name such as ttyACM0 or ttyUSB1",
-                "name of the port"),
+        textKey("serial", &Config::serial, printable, "up to 126 printable ASCII characters",
+                "USB serial number (empty: the device has none)"),
+        textKey("port", &Config::port, portName, "a port name such as ttyACM0 or ttyUSB1", "name of the port"),
+        textKey("hub", &Config::hub, "[A-Za-z0-9]{1,16}", "up to 16 letters and digits",
+                "hub of the board; boards of a hub come and go together"),
         numberKey("interval", &Config::interval, 1, longestWait, "milliseconds",
                   "time between two bursts of babble or two sentences of other"),
         seedKey(),
@@ -189,20 +201,27 @@ bool setKey(BoardConfig &config, const QString &name, const QString &value, QStr
     return false;
 }
 
-// Returns whether the keys that depend on each other fit together.
+// Returns whether the values fit together. For example, usb=cdc allows no speed.
 bool isConsistent(const BoardConfig &config, QString &error)
 {
-    if (config.usb != BoardConfig::Usb::Cdc || config.speed == 0)
-        return true;
-    error = QStringLiteral("usb=cdc has no line speed; leave out speed, or use usb=bridge");
-    return false;
+    if (config.usb == BoardConfig::Usb::Cdc && config.speed != 0)
+        error = QStringLiteral("usb=cdc has no line speed; leave out speed, or use usb=bridge");
+    else if (config.replugAfter >= 0 && config.pullAfter < 0 && config.pullAfterBytes < 0)
+        error = QStringLiteral("replug-after needs a pull; add pull-after or pull-after-bytes");
+    else if (!config.replugPort.isEmpty() && config.replugAfter < 0 && config.hub.isEmpty())
+        error = QStringLiteral("replug-port needs replug-after; add it");
+    else if (config.cycles > 1 && config.replugAfter < 0)
+        error = QStringLiteral("cycles needs replug-after; add it");
+    else if (config.latePermission > 0 && config.open == BoardConfig::Open::Denied)
+        error = QStringLiteral("open=denied never gives the permission; leave out late-permission or open=denied");
+    return error.isEmpty();
 }
 
 std::optional<QString> textOf(const QJsonValue &value)
 {
     if (value.isString())
         return value.toString();
-    // The text of a fraction contains a point, so that keys for whole numbers refuse it.
+    // For example, 1.5 becomes the text "1.5", which keys for whole numbers refuse.
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 17);
     return std::nullopt;

@@ -4,7 +4,7 @@
 
 namespace JwSimulator {
 
-/// Everything in which the kinds of boards differ.
+/// Describes one kind of board: all properties in which the kinds differ.
 struct BoardKind
 {
     enum class Unasked { Nothing, RandomBytes, Sentences };

@@ -5,7 +5,7 @@ namespace JwSimulator {
 namespace {
 
 constexpr int bridgeSpeed = 115200; // baud
-constexpr int packetSize = 64; // largest number of bytes in a bulk packet at full speed
+constexpr int packetSize = 64; // largest number of bytes in a packet of full-speed USB (12 Mbit/s)
 constexpr int packetsPerFrame = 19; // largest number of packets in 1 ms of full-speed USB
 
 } // namespace
@@ -26,7 +26,7 @@ Pacer::Pacer(BoardConfig::Usb usb, int speed, QObject *parent)
         m_released += bytes.size();
         m_waiting.remove(0, bytes.size());
         Q_EMIT released(bytes);
-        if (m_waiting.isEmpty()) // not empty if more bytes wait; a slot of released() may also have pushed some
+        if (m_waiting.isEmpty()) // not empty if bytes are left, or if a slot of released() pushed bytes
             m_timer.stop();
     });
 }

@@ -9,23 +9,24 @@
 namespace JwSimulator {
 
 /**
- * One direction of the line between board and host. The pacer takes the bytes that one end sends. It releases them in
- * the pieces, and at the times, in which the other end would receive them.
+ * One direction of the serial line between board and host. push() takes the bytes that one end sends. released() is
+ * emitted whenever the other end receives bytes, with the bytes that arrive together.
  *
- * The pacer measures time only by its QTimer, in milliseconds since the line became busy:
- * - A plain line without a speed releases everything inside push().
- * - A plain line with a speed releases each byte in the millisecond that is nearest to the end of the byte. A byte
- *   takes ten bit times.
- * - A bridge releases, every millisecond, the whole bytes that the UART carried in that millisecond.
- * - CDC releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet. When
- *   the packets fill one full-speed frame, CDC waits for the next millisecond.
+ * The pacer reads no clock. It counts the ticks of a QTimer: one tick in a millisecond, or with Usb::Cdc one tick for
+ * each packet. So a slow machine delays the pieces but does not change them:
+ * - Usb::None without a speed releases everything inside push().
+ * - Usb::None with a speed releases each byte in the millisecond that is nearest to the end of the byte. A byte takes
+ *   ten bit times.
+ * - Usb::Bridge releases, every millisecond, the bytes that ended on the serial line in that millisecond.
+ * - Usb::Cdc releases one packet of up to 64 bytes in each turn of the event loop, so that a host can see each packet.
+ *   After 19 packets, the most that full-speed USB carries in a millisecond, it waits for the next millisecond.
  */
 class Pacer : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `speed` is in baud. BoardConfig::usb and BoardConfig::speed describe the arguments.
+    /// The arguments have the same meaning as BoardConfig::usb and BoardConfig::speed.
     Pacer(BoardConfig::Usb usb, int speed, QObject *parent = nullptr);
 
     void push(const QByteArray &bytes);
@@ -45,7 +46,7 @@ private:
     const int m_speed;
     QTimer m_timer;
     QByteArray m_waiting;
-    qint64 m_ticks = 0; // number of ticks of the timer since the line became busy; with CDC, since the start
+    qint64 m_ticks = 0; // number of ticks since the line became busy; with Usb::Cdc, since the Pacer was made
     qint64 m_released = 0; // number of bytes released since the line became busy
 };
 

@@ -1,14 +1,12 @@
 #include "port.h"
 
-#include <QDir>
+#include <simulator/devicetree.h>
+#include <simulator/usbdevice.h>
+
 #include <QFile>
 #include <QFileInfo>
 
-#include <umockdev.h>
-
-#include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
@@ -24,68 +22,9 @@ namespace {
 const char *const deviceMajor = "166";
 constexpr int longestLockFile = 4096; // bytes to read; a limit, because any user may write a very long file
 
-// Writes a name as udev does, with underscores for blanks. Programs that read the names replace the underscores.
-QByteArray udevName(const QString &text)
-{
-    return text.toLatin1().replace(' ', '_');
-}
-
-// Encodes blanks and other special characters as udev does.
-QByteArray udevEncoded(const QString &text)
-{
-    QByteArray encoded;
-    for (const char byte : text.toLatin1()) {
-        if (std::isalnum(static_cast<uchar>(byte)) || std::strchr("#+-.:=@_", byte))
-            encoded += byte;
-        else
-            encoded += "\\x" + QByteArray(1, byte).toHex();
-    }
-    return encoded;
-}
-
-QByteArray hex(quint16 id)
-{
-    return QByteArray::number(id, 16).rightJustified(4, '0');
-}
-
 QString systemError(const QString &what)
 {
     return QStringLiteral("%1: %2").arg(what, qt_error_string(errno));
-}
-
-class StringArray
-{
-public:
-    explicit StringArray(const std::vector<QByteArray> &strings)
-        : m_strings(strings)
-    {
-        for (QByteArray &string : m_strings)
-            m_pointers.push_back(string.data());
-        m_pointers.push_back(nullptr);
-    }
-    gchar **data() { return m_pointers.data(); }
-
-private:
-    std::vector<QByteArray> m_strings;
-    std::vector<gchar *> m_pointers;
-};
-
-QByteArray addDevice(UMockdevTestbed *testbed, const char *subsystem, const char *name, const char *parent,
-                     const std::vector<QByteArray> &attributes, const std::vector<QByteArray> &properties)
-{
-    gchar *path = umockdev_testbed_add_devicev(testbed, subsystem, name, parent, StringArray(attributes).data(),
-                                               StringArray(properties).data());
-    const QByteArray result(path);
-    g_free(path);
-    return result;
-}
-
-// Makes a link. Also makes its folder if needed, and replaces an existing link.
-bool setLink(const QByteArray &link, const QByteArray &target)
-{
-    QDir().mkpath(QFileInfo(QFile::decodeName(link)).path());
-    ::unlink(link);
-    return ::symlink(target, link) == 0;
 }
 
 // Returns the path that QSerialPort uses: in the first of these folders that it can read and write.
@@ -108,13 +47,14 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
     return lock;
 }
 
-// Returns whether a running program that does not use QLockFile holds the port. Such a program writes one line, "%10d"
-// or "%10d name user". QLockFile expects a second line with the program's name, and would delete the file without it.
+// Returns whether a running program that does not use QLockFile holds the port. Such a
+// program writes only one line to the lock file: the process id, or the process id, the program's name and the user.
+// QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
     QFile file(lockFileName(portName));
     if (file.exists() && !QFileInfo(file).isFile())
-        return true; // QSerialPort cannot lock this; it is not read, because a read of a FIFO would wait for a writer
+        return true; // not a plain file, so QSerialPort cannot lock the port; reading a FIFO would block
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');
@@ -138,7 +78,8 @@ bool isLocked(const QString &portName)
 
 std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
-    // Uses its own lock file with the prefix "jwsim.". The port's lock file is for the program that opens the port.
+    // Uses a second lock file with the prefix "jwsim.", because the port's lock file must stay free for the program
+    // that opens the port.
     std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
@@ -150,14 +91,13 @@ Descriptor::~Descriptor()
         ::close(m_number);
 }
 
-Port::Port(UMockdevTestbed *testbed, const BoardConfig &config, int index)
-    : m_testbed(testbed)
+Port::Port(DeviceTree &tree, const BoardConfig &config, const QByteArray &usbPath, int index)
+    : m_tree(tree)
     , m_config(config)
+    , m_usbPath(usbPath)
     , m_index(index)
+    , m_name(config.port)
 {
-    gchar *root = umockdev_testbed_get_root_dir(testbed);
-    m_rootFolder = root;
-    g_free(root);
 }
 
 Port::~Port()
@@ -165,13 +105,16 @@ Port::~Port()
     m_lock.reset();
     // If a host was killed while the port was open, its lock file still exists, so remove it. The lock file of a
     // running process is not removed.
-    if (QFileInfo::exists(lockFileName(m_config.port)) && !isHeldByOtherProgram(m_config.port))
-        portLock(m_config.port)->removeStaleLockFile();
+    for (const QString &name : {m_config.port, m_config.replugPort}) {
+        if (!name.isEmpty() && QFileInfo::exists(lockFileName(name)) && !isHeldByOtherProgram(name))
+            portLock(name)->removeStaleLockFile();
+    }
 }
 
-bool Port::plug(QString &error)
+bool Port::prepare(const QString &name, QString &error)
 {
-    addDevices();
+    m_name = name;
+    m_usbNumber = m_tree.takeUsbNumber();
     bool ok = false;
     switch (m_config.open) {
     case BoardConfig::Open::Ok:
@@ -184,89 +127,44 @@ bool Port::plug(QString &error)
         ok = deny(error);
         break;
     }
-    if (ok)
-        umockdev_testbed_uevent(m_testbed, m_sysPaths.back(), "add");
-    else
-        unplug();
-    return ok;
+    if (ok && m_config.latePermission > 0)
+        ok = deny(error);
+    if (ok && addDevices(error))
+        return true;
+    unplug();
+    return false;
 }
 
-void Port::addDevices()
+void Port::appear()
 {
-    const QByteArray port = m_config.port.toLatin1();
-    // Systems sort ports by the path of the device. Each number gets two digits, so that "10" is after "02".
-    const QByteArray plug = QByteArray::number(m_index + 1).rightJustified(2, '0');
-    const QByteArray usbName = "1-" + plug;
-    const QByteArray devNumber = QByteArray::number(m_index + 2); // number 1 is the bus itself
-    const QByteArray vendor = hex(m_config.vendor);
-    const QByteArray product = hex(m_config.product);
-    const QByteArray manufacturer = m_config.manufacturer.toLatin1();
-    const QByteArray productText = m_config.productName.toLatin1();
-    const QByteArray serial = m_config.serial.toLatin1();
-    const QByteArray ids =
-        QByteArray::number(m_config.vendor, 16) + '/' + QByteArray::number(m_config.product, 16) + "/200";
-    const QByteArray manufacturerName = udevName(m_config.manufacturer);
-    const QByteArray productName = udevName(m_config.productName);
-    // A real udev would make these properties from the attributes below. The testbed doesn't.
-    const std::vector<QByteArray> properties = {
-        "ID_BUS",          "usb",
-        "ID_VENDOR",       manufacturerName,
-        "ID_VENDOR_ENC",   udevEncoded(m_config.manufacturer),
-        "ID_VENDOR_ID",    vendor,
-        "ID_MODEL_ID",     product,
-        "ID_MODEL",        productName,
-        "ID_MODEL_ENC",    udevEncoded(m_config.productName),
-        "ID_REVISION",     "0200",
-        "ID_SERIAL",       manufacturerName + '_' + productName + '_' + udevName(m_config.serial),
-        "ID_SERIAL_SHORT", serial,
-        "ID_USB_DRIVER",   "cdc_acm"};
+    for (const QByteArray &device : qAsConst(m_devices))
+        m_tree.show(device);
+}
 
-    std::vector<QByteArray> deviceProperties = properties;
-    deviceProperties.insert(deviceProperties.end(),
-                            {"DEVTYPE", "usb_device", "DRIVER", "usb", "PRODUCT", ids, "TYPE", "2/0/0", "BUSNUM", "001",
-                             "DEVNUM", devNumber.rightJustified(3, '0')});
-    // clang-format off
-    const std::vector<QByteArray> attributes = {
-        "idVendor",           vendor,
-        "idProduct",          product,
-        "bcdDevice",          "0200",
-        "manufacturer",       manufacturer,
-        "product",            productText,
-        "serial",             serial,
-        "busnum",             "1",
-        "devnum",             devNumber,
-        "devpath",            plug,
-        "speed",              "12",
-        "version",            " 2.00",
-        "bDeviceClass",       "02",
-        "bDeviceSubClass",    "00",
-        "bDeviceProtocol",    "00",
-        "bNumConfigurations", "1",
-        "bNumInterfaces",     " 1"};
-    // clang-format on
-    // The path contains "usb1", because programs recognise a USB port by the name of the bus in its path.
-    const QByteArray device = addDevice(m_testbed, "usb", "usb1/" + usbName, nullptr, attributes, deviceProperties);
-    m_sysPaths = {device};
-    umockdev_testbed_set_attribute_link(m_testbed, device, "driver", "../../../bus/usb/drivers/usb");
-    const QByteArray interface = addDevice(
-        m_testbed, "usb", usbName + ":1.0", device,
-        {"bInterfaceNumber", "00", "bInterfaceClass", "02", "bInterfaceSubClass", "02", "bInterfaceProtocol", "01",
-         "bAlternateSetting", " 0"},
-        {"DEVTYPE", "usb_interface", "DRIVER", "cdc_acm", "PRODUCT", ids, "TYPE", "2/0/0", "INTERFACE", "2/2/1"});
-    m_sysPaths.push_back(interface);
-    umockdev_testbed_set_attribute_link(m_testbed, interface, "driver", "../../../../bus/usb/drivers/cdc_acm");
-
-    std::vector<QByteArray> ttyProperties = properties;
-    ttyProperties.insert(ttyProperties.end(), {"MAJOR", deviceMajor, "MINOR", QByteArray::number(m_index)});
-    const QByteArray tty =
-        addDevice(m_testbed, "tty", "tty/" + port, interface, {"dev", deviceNumber()}, ttyProperties);
-    m_sysPaths.push_back(tty);
-    umockdev_testbed_set_attribute_link(m_testbed, tty, "device", "../../../" + usbName + ":1.0");
-    // DEVNAME is set only after the device was added. For a tty that is added with DEVNAME, the testbed makes a pty and
-    // keeps it until the testbed ends. The testbed would then abort if the same port name or pty number is added again.
-    umockdev_testbed_set_property(m_testbed, tty, "DEVNAME", "/dev/" + port);
-    // The testbed makes this link only for a device that is added with DEVNAME. It removes the link with every device.
-    setLink(m_rootFolder + "/sys/dev/char/" + deviceNumber(), "../.." + tty.mid(int(qstrlen("/sys"))));
+bool Port::addDevices(QString &error)
+{
+    const UsbIdentity identity{m_config.vendor, m_config.product, m_config.manufacturer, m_config.productName,
+                               m_config.serial};
+    const QByteArray driver = "cdc_acm";
+    const Device usb = usbDevice(m_usbPath, identity, "02", m_usbNumber, driver);
+    const Device interface = usbInterface(m_usbPath, identity, "02", {"02", "02", "01"}, driver);
+    const QByteArray interfaceName = interface.path.mid(m_usbPath.size() + 1);
+    Device tty{interface.path + "/tty/" + m_name.toLatin1(),
+               "class/tty",
+               {{"dev", deviceNumber()}},
+               udevProperties(identity, driver),
+               {{"device", "../../../" + interfaceName}}};
+    tty.properties.insert(tty.properties.end(),
+                          {{"ID_USB_INTERFACE_NUM", "00"},
+                           {"MAJOR", deviceMajor},
+                           {"MINOR", QByteArray::number(m_index)},
+                           {"DEVNAME", m_name.toLatin1()}});
+    for (const Device &device : {usb, interface, tty}) {
+        m_devices.append(device.path);
+        if (!m_tree.add(device, error))
+            return false;
+    }
+    return true;
 }
 
 bool Port::openPty(QString &error)
@@ -275,7 +173,7 @@ bool Port::openPty(QString &error)
     const int boardEnd = m_boardEnd.number();
     char hostName[64];
     if (boardEnd < 0 || ::grantpt(boardEnd) != 0 || ::unlockpt(boardEnd) != 0
-        || ::ptsname_r(boardEnd, hostName, sizeof hostName) != 0 || !setNode(hostName)) {
+        || ::ptsname_r(boardEnd, hostName, sizeof hostName) != 0 || !setNode(m_hostName = hostName)) {
         error = systemError(QStringLiteral("cannot make a pty"));
         return false;
     }
@@ -306,31 +204,38 @@ QByteArray Port::deviceNumber() const
 
 bool Port::setNode(const QByteArray &target)
 {
-    const QByteArray port = m_config.port.toLatin1();
+    const QByteArray folder = m_tree.rootFolder() + "/dev/";
     // The preload library of umockdev reads the link in /dev/.node. With it, stat() reports a character device.
-    return setLink(m_rootFolder + "/dev/" + port, target)
-        && setLink(m_rootFolder + "/dev/.node/" + port, deviceNumber());
+    return setLink(folder + ".node/" + m_name.toLatin1(), deviceNumber())
+        && setLink(folder + m_name.toLatin1(), target);
 }
 
 bool Port::deny(QString &error)
 {
-    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop root.
+    // The port becomes a link to a kernel setting that nobody can open for writing. File modes would not stop the user
+    // root.
     const QByteArray refusing = "/proc/sys/kernel/ostype";
     const Descriptor attempt(::open(refusing, O_RDWR | O_CLOEXEC));
     if (attempt.number() < 0 && errno == EACCES && setNode(refusing))
         return true;
-    error = QStringLiteral("this system cannot simulate a denied port; leave out open=denied");
+    error = QStringLiteral("this system cannot simulate a denied port; leave out open=denied and late-permission");
     return false;
 }
 
 bool Port::hold(QString &error)
 {
-    m_lock = portLock(m_config.port);
-    if (!isHeldByOtherProgram(m_config.port) && m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
+    m_lock = portLock(m_name);
+    if (!isHeldByOtherProgram(m_name) && m_lock->tryLock() && ::ioctl(m_hostEnd.number(), TIOCEXCL) == 0)
         return true;
     error = QStringLiteral("cannot hold the port: another program has the lock file %1; choose another port name")
-                .arg(lockFileName(m_config.port));
+                .arg(lockFileName(m_name));
     return false;
+}
+
+void Port::permit()
+{
+    setNode(m_hostName);
+    m_tree.announce(m_devices.last(), "change");
 }
 
 int Port::unread() const
@@ -344,11 +249,10 @@ void Port::unplug()
     m_boardEnd = Descriptor();
     m_hostEnd = Descriptor();
     m_lock.reset();
-    ::unlink(m_rootFolder + "/dev/" + m_config.port.toLatin1());
-    if (!m_sysPaths.empty())
-        umockdev_testbed_uevent(m_testbed, m_sysPaths.back(), "remove");
-    for (; !m_sysPaths.empty(); m_sysPaths.pop_back())
-        umockdev_testbed_remove_device(m_testbed, m_sysPaths.back());
+    ::unlink(m_tree.rootFolder() + "/dev/" + m_name.toLatin1());
+    while (!m_devices.isEmpty())
+        m_tree.remove(m_devices.takeLast());
+    m_tree.freeUsbNumber(m_usbNumber);
 }
 
 } // namespace JwSimulator

@@ -3,14 +3,14 @@
 #include <simulator/boardconfig.h>
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QLockFile>
 
 #include <memory>
-#include <vector>
-
-typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace JwSimulator {
+
+class DeviceTree;
 
 /// Returns whether a running program holds QSerialPort's lock file for a port of this name.
 bool isLocked(const QString &portName);
@@ -45,39 +45,50 @@ private:
     int m_number;
 };
 
-/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty behind them. The host
-/// opens one end of the pty. A Board uses the other end.
+/// One USB device with a serial port in a testbed: the entries in /sys and /dev, and the pty (pseudo-terminal) behind
+/// them. The host opens one end of the pty. A Board uses the other end.
 class Port
 {
 public:
-    /// `config.port` and `config.serial` must be set. `index` must be different for each port of the testbed. The
-    /// device exists only after plug().
-    Port(UMockdevTestbed *testbed, const BoardConfig &config, int index);
+    /// `config.port` and `config.serial` must be set. `usbPath` is the place of the USB device in the DeviceTree.
+    /// `usbPath` and `index` must be different for each port of the testbed. The device exists only after prepare().
+    Port(DeviceTree &tree, const BoardConfig &config, const QByteArray &usbPath, int index);
     ~Port();
 
-    /// Makes the device. On failure, returns false and sets `error` to one line.
-    bool plug(QString &error);
+    /// Returns the name of the port without the folder. While unplugged, this is the name that it had last.
+    const QString &name() const { return m_name; }
+    /// Makes the device, with this port name. No list of devices has it before appear(). On failure, returns false and
+    /// sets `error` to one line.
+    bool prepare(const QString &name, QString &error);
+    /// Shows the device to programs. udev reports it.
+    void appear();
+    /// Gives the permission that BoardConfig::latePermission delays. udev reports a change.
+    void permit();
     /// Hangs up the line and removes the device. udev reports the removal.
     void unplug();
 
-    /// Returns the board's end of the line, which does not block. -1 while unplugged, and for a denied port.
+    /// Returns the descriptor of the board's end of the pty; reading and writing do not block. -1 while the cable is
+    /// pulled, and for a denied port.
     int descriptor() const { return m_boardEnd.number(); }
     /// Returns the number of bytes that the board sent and the host has not read.
     int unread() const;
 
 private:
-    void addDevices();
+    bool addDevices(QString &error);
     bool openPty(QString &error);
     bool deny(QString &error);
     QByteArray deviceNumber() const;
     bool setNode(const QByteArray &target);
     bool hold(QString &error);
 
-    UMockdevTestbed *const m_testbed;
+    DeviceTree &m_tree;
     const BoardConfig m_config;
+    const QByteArray m_usbPath;
     const int m_index;
-    QByteArray m_rootFolder; // programs see the dev/ and sys/ in this folder as /dev and /sys
-    std::vector<QByteArray> m_sysPaths; // paths in /sys of all devices of this port; each parent is before its children
+    QString m_name;
+    int m_usbNumber = 0; // the USB device's number, which changes with each plug
+    QByteArrayList m_devices; // paths of all devices of this port in m_tree; each parent is before its children
+    QByteArray m_hostName; // path of the pty that the host opens
     Descriptor m_boardEnd;
     Descriptor m_hostEnd; // kept open by this object; the host opens its own descriptor
     std::unique_ptr<QLockFile> m_lock;

@@ -33,8 +33,8 @@ void ensurePreloaded(char **argv)
         ::unsetenv(triedVariable);
         return;
     }
-    // The variable contains the id of the process that was restarted; a restart keeps the id. If the id is different,
-    // the variable was inherited from another program, and this program has not been restarted.
+    // Before a process restarts itself, it writes its id to `triedVariable`. A restart keeps the id. So if the variable
+    // contains the id of this process, the restart had no effect. Any other id comes from a parent process.
     const std::string self = std::to_string(::getpid());
     const char *const tried = std::getenv(triedVariable);
     if (tried && tried == self)

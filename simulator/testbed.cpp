@@ -1,11 +1,11 @@
 #include "testbed.h"
 
+#include <simulator/devicetree.h>
+#include <simulator/hub.h>
 #include <simulator/port.h>
 #include <simulator/preload.h>
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QSet>
 
 #include <umockdev.h>
@@ -13,6 +13,17 @@
 #include <vector>
 
 namespace JwSimulator {
+
+namespace {
+
+// Returns whether the configuration plugs the cable in or pulls it.
+bool movesCable(const BoardConfig &config)
+{
+    return config.plugAfter >= 0 || config.pullAfter >= 0 || config.pullAfterBytes >= 0 || config.replugAfter >= 0
+        || config.cycles > 1;
+}
+
+} // namespace
 
 struct Testbed::Private
 {
@@ -22,9 +33,8 @@ struct Testbed::Private
         if (!isPreloaded())
             return;
         testbed = umockdev_testbed_new();
-        // Without this folder, programs would see the machine's own /dev until the first device is added.
         gchar *root = umockdev_testbed_get_root_dir(testbed);
-        QDir(QFile::decodeName(root)).mkdir(QStringLiteral("dev"));
+        tree = std::make_unique<DeviceTree>(root);
         g_free(root);
     }
     ~Private()
@@ -43,9 +53,20 @@ struct Testbed::Private
         }
     }
 
+    Hub *hub(const QString &name) const
+    {
+        for (const std::unique_ptr<Hub> &hub : hubs) {
+            if (hub->name() == name)
+                return hub.get();
+        }
+        return nullptr;
+    }
+
     UMockdevTestbed *testbed = nullptr;
+    std::unique_ptr<DeviceTree> tree;
     QElapsedTimer clock;
     std::vector<std::unique_ptr<QLockFile>> names;
+    std::vector<std::unique_ptr<Hub>> hubs;
     std::vector<std::unique_ptr<Board>> boards;
 };
 
@@ -78,40 +99,87 @@ bool Testbed::add(const QList<BoardConfig> &configs, QString *error)
     }
     QSet<QString> ports;
     QSet<QString> serials;
+    QSet<QString> hubs;
     for (const std::unique_ptr<Board> &board : d->boards) {
-        ports.insert(board->portName());
+        ports += {board->config().port, board->config().replugPort};
         serials.insert(board->config().serial);
     }
     for (const BoardConfig &config : configs) {
-        if (!config.port.isEmpty() && ports.contains(config.port)) {
-            fault = QStringLiteral("two boards on port %1; give each its own port name").arg(config.port);
+        for (const QString &name : {config.port, config.replugPort}) {
+            if (!name.isEmpty() && ports.contains(name)) {
+                fault = QStringLiteral("port name %1 is given twice; give each board its own port names").arg(name);
+                return false;
+            }
+            ports.insert(name);
+        }
+        serials.insert(config.serial);
+        const bool isFirst = !d->hub(config.hub) && !hubs.contains(config.hub);
+        if (!config.hub.isEmpty() && !isFirst && movesCable(config)) {
+            fault = QStringLiteral("only the first board of hub %1 may have plug-after, pull-after, pull-after-bytes, "
+                                   "replug-after and cycles; they hold for all its boards")
+                        .arg(config.hub);
             return false;
         }
-        ports.insert(config.port);
-        serials.insert(config.serial);
+        hubs.insert(config.hub);
     }
     for (BoardConfig config : configs) {
         const int index = static_cast<int>(d->boards.size());
         // A name that the caller chose is reserved too, so that other simulations choose other names.
-        std::unique_ptr<QLockFile> reservation = config.port.isEmpty() ? nullptr : reserveName(config.port);
+        for (const QString &name : {config.port, config.replugPort}) {
+            if (!name.isEmpty())
+                d->names.push_back(reserveName(name));
+        }
         while (config.port.isEmpty()) {
             const QString name = d->freeName(ports, QStringLiteral("ttyACM%1"), 0);
             ports.insert(name);
-            reservation = reserveName(name);
-            if (reservation && !isLocked(name)) // false if another simulation or a real port uses this name
+            std::unique_ptr<QLockFile> reservation = reserveName(name);
+            if (reservation && !isLocked(name)) { // false if another simulation or a real port uses this name
                 config.port = name;
+                d->names.push_back(std::move(reservation));
+            }
         }
-        d->names.push_back(std::move(reservation));
         if (config.serial.isNull())
             config.serial = d->freeName(serials, QStringLiteral("SIM%1"), index + 1);
-        ports.insert(config.port);
         serials.insert(config.serial);
-        std::unique_ptr<Board> board(new Board(config, d->clock, std::make_unique<Port>(d->testbed, config, index)));
-        if (!board->plug(&fault))
+        // Systems sort ports by the path of the device. Each number gets two digits, so that "10" is after "02". The
+        // path contains "usb1", because programs recognise a USB port by the name of the bus in its path.
+        QByteArray usbPath = "usb1/1-" + QByteArray::number(index + 1).rightJustified(2, '0');
+        Hub *hub = d->hub(config.hub);
+        if (!config.hub.isEmpty() && !hub) {
+            d->hubs.push_back(std::make_unique<Hub>(*d->tree, config.hub, usbPath));
+            hub = d->hubs.back().get();
+        }
+        if (hub)
+            usbPath = hub->nextPath();
+        d->boards.emplace_back(
+            new Board(config, d->clock, std::make_unique<Port>(*d->tree, config, usbPath, index), hub));
+        Board *board = d->boards.back().get();
+        if (hub)
+            hub->add(board);
+        if (!board->start(&fault)) {
+            if (hub)
+                hub->removeLast();
+            d->boards.pop_back();
             return false;
-        d->boards.push_back(std::move(board));
+        }
     }
     return true;
+}
+
+bool Testbed::pullHub(const QString &hub)
+{
+    Hub *found = d->hub(hub);
+    if (found)
+        found->pull();
+    return found;
+}
+
+bool Testbed::plugHub(const QString &hub, QString *error)
+{
+    Hub *found = d->hub(hub);
+    if (!found && error)
+        *error = QStringLiteral("no board is behind a hub of the name %1").arg(hub);
+    return found && found->plug(error);
 }
 
 void Testbed::restartClock()

@@ -26,22 +26,31 @@ namespace JwSimulator {
 class Testbed
 {
 public:
-    /// Largest number of boards, because one process can have only this many simulated devices open.
+    /// Largest number of boards. umockdev, the library behind the simulated ports, can't keep more devices open in a
+    /// process.
     static constexpr int maxBoards = 48;
 
     Testbed();
-    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and stale lock files of its ports.
+    /// Pulls all cables and deletes all boards. Removes all files of the simulation, and the lock file of
+    /// each port if the program that made it has ended.
     ~Testbed();
     Testbed(const Testbed &) = delete;
     Testbed &operator=(const Testbed &) = delete;
 
-    /// Adds one port with its board. Programs can use the port when this function returns. The Testbed owns the board.
-    /// If the port name is taken, there are maxBoards boards, or the system refuses, returns null and sets `error` (may
-    /// be null) to one line.
+    /// Adds one port with its board. Programs can use the port when this function returns, except with
+    /// BoardConfig::plugAfter and behind a hub that is not plugged in: such a board is not plugged in yet. The Testbed
+    /// owns the board. If the port name is taken, there are maxBoards boards, or the system refuses, returns null and
+    /// sets `error` (may be null) to one line.
     Board *add(const BoardConfig &config, QString *error = nullptr);
     /// Adds one board for each of `configs`. A board without a port name gets a name that no other board has. If a
     /// board can't be added, returns false and sets `error` like the function above. Boards already added stay.
     bool add(const QList<BoardConfig> &configs, QString *error = nullptr);
+
+    /// Pulls a hub with all its boards. `hub` is its name in BoardConfig::hub. Returns false if there is no such hub.
+    bool pullHub(const QString &hub);
+    /// Plugs in a hub with all its boards. All of them appear in the same moment. If there is no such hub, it is
+    /// plugged in already, or the system refuses, returns false and sets `error` (may be null) to one line.
+    bool plugHub(const QString &hub, QString *error = nullptr);
 
     /// Sets the Testbed's clock to 0. Without this call, the clock counts from the constructor on.
     void restartClock();

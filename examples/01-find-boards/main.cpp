@@ -25,8 +25,8 @@ int main(int argc, char **argv)
     JwDevice::Initializer initializer;
     QObject::connect(&initializer, &JwDevice::Initializer::deviceInitialized, &app,
                      [&](JwDevice::Type type, JwDevice::Communicator *board) {
-                         // This program must now delete port and board. Make the port the board's parent, so that both
-                         // are deleted together.
+                         // Port and board now belong to this program. `owner` deletes the port, and the port deletes
+                         // the board.
                          auto *port = static_cast<QSerialPort *>(board->device());
                          port->setParent(&owner);
                          board->setParent(port);

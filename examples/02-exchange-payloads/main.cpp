@@ -27,9 +27,9 @@ int main(int argc, char **argv)
             app.exit(1);
         });
 
-        // transferred() shows progress only. The search's query was payload 1, so these are 2, 3 and 4. The port
-        // reports their bytes together. The Communicator counts them from payload 1, so 4 is not reached: see
-        // transferred().
+        // The search's query was payload 1, so the payloads below have the ids 2, 3 and 4. The port reports one number
+        // for the bytes of all three. The Communicator counts this number from payload 1 on, so transferred() is
+        // emitted for the payloads 1, 2 and 3, and never for payload 4.
         QObject::connect(board, &JwDevice::Communicator::transferred, &owner, [&](uint id) {
             if (waiting.remove(id))
                 out << "payload " << id << " is on its way" << Qt::endl;

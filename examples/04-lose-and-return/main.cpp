@@ -25,7 +25,7 @@ int main(int argc, char **argv)
         port->deleteLater(); // not delete, because the port emits the signal that called this function
     };
     const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        // Not delete: the search emits the signal that called this function. A deleted search closes its ports.
+        // The deleted search closes its other ports. Not `delete`, because the search is emitting the signal.
         search->deleteLater();
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);

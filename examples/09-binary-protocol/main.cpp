@@ -19,7 +19,7 @@ int main(int argc, char **argv)
     const QByteArray request = "$PJWVER*0c\r\n";
 
     const auto talk = [&](JwDevice::Type, JwDevice::Communicator *board) {
-        // Every port that an Initializer hands over has this class.
+        // The cast is safe, because every port that an Initializer hands over has this class.
         auto *port = static_cast<JwDevice::WholeLines<QSerialPort> *>(board->device());
         port->setParent(&owner);
         board->setIODevice(nullptr); // otherwise the Communicator takes the bytes that this program reads

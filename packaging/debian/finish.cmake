@@ -1,11 +1,12 @@
-# cpack runs this on the trees of files of the packages, before it packs them. It does what Debian's rules ask for.
+# cpack runs this file before it packs the packages. The files of each package are in a folder, here called a tree. This
+# file changes the trees so that they follow Debian's rules.
 file(GLOB trees ${CPACK_TEMPORARY_DIRECTORY}/*/usr)
 
 function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# No date in the header, so that the same input gives the same file.
+# -n: the compressed file contains no date, so the same input always gives the same file.
 function(compress file)
     run(gzip -9 -n ${file})
 endfunction()
@@ -19,7 +20,7 @@ foreach(tree IN LISTS trees)
         elseif(file MATCHES "\\.a$")
             run(${STRIP} --strip-debug --enable-deterministic-archives -R .comment -R .note ${file})
         elseif(file MATCHES "/bin/|\\.so\\.")
-            file(RPATH_REMOVE FILE ${file}) # the system finds the libraries without it
+            file(RPATH_REMOVE FILE ${file}) # the system finds the libraries without a search path in the file
             run(${STRIP} --strip-unneeded -R .comment -R .note ${file})
         endif()
         if(file MATCHES "\\.so\\.")
@@ -32,7 +33,8 @@ foreach(tree IN LISTS trees)
         compress(${page})
     endforeach()
 
-    # A package's name is set for its component, which is the name of the folder above.
+    # The folder above the tree has the name of the package's component. For each component, JwDevicePackages.cmake sets
+    # the name of the package.
     cmake_path(GET tree PARENT_PATH component)
     cmake_path(GET component FILENAME component)
     string(TOUPPER ${component} component)

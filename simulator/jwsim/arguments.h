@@ -19,7 +19,8 @@ struct Arguments
     QString reportFile; ///< file for the report; if empty, no report is written
     char **command = nullptr; ///< the program to run and its arguments: the rest of argv, which ends with a null
 
-    /// Reads the command line. If it is wrong, returns nothing and sets `error` to one line that says what to do.
+    /// Reads the command line. If the command line is wrong, returns nothing and sets `error` to one line that says
+    /// what to do.
     static std::optional<Arguments> parse(char **argv, QString &error);
     static QString helpText();
 };

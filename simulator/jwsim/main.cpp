@@ -17,7 +17,7 @@ using namespace JwSimulator;
 namespace {
 
 constexpr int wrongUse = 2;
-constexpr int notWritten = 125; // not 126 or 127, which mean that COMMAND was not started
+constexpr int notWritten = 125; // output or report; not 126 or 127, which mean that COMMAND was not started
 constexpr int lastWords = 20; // milliseconds that the boards get to receive the last bytes that COMMAND wrote
 
 int complain(const QString &text, int status = wrongUse)
@@ -33,8 +33,8 @@ int print(const QString &text)
     return complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)), notWritten);
 }
 
-// Returns whether the file can be written. Does not open the file, because opening would change it before the report
-// is made.
+// Returns whether the file can be written. Does not open the file, because opening would empty the file, even if
+// COMMAND then does not start.
 bool canWrite(const QString &fileName)
 {
     const QFileInfo file(fileName);
@@ -83,7 +83,8 @@ int run(const Arguments &arguments)
 int main(int, char **argv)
 {
     ensurePreloaded(argv);
-    // QCoreApplication gets only the program's name. Otherwise it would remove Qt's options, which are for COMMAND.
+    // QCoreApplication gets only the program's name. Otherwise QCoreApplication would remove options of Qt from the
+    // command line, but these options are for COMMAND.
     int count = 1;
     QCoreApplication application(count, argv);
     QString error;

@@ -48,7 +48,7 @@ QByteArray report(const Testbed &testbed)
     for (const Board *board : all) {
         const QList<JournalEntry> journal = board->journal();
         boards.append(QJsonObject{
-            {QStringLiteral("port"), board->portName()},
+            {QStringLiteral("port"), board->config().port},
             {QStringLiteral("kind"), BoardConfig::kindName(board->config().kind)},
             {QStringLiteral("queries"), board->queryCount()},
             {QStringLiteral("pulled"), board->pullTime() < 0 ? QJsonValue() : QJsonValue(board->pullTime())},

@@ -27,7 +27,8 @@ Runner::Runner()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
         ::sigaddset(&mask, signal);
     ::pthread_sigmask(SIG_BLOCK, &mask, &m_formerMask);
-    // This process may have inherited SIGCHLD as ignored. Then no signal would report the end of the program.
+    // This process may have inherited SIGCHLD as ignored. Then no signal would report the end of the program, so set
+    // the default action.
     m_formerChildAction = ::signal(SIGCHLD, SIG_DFL);
     m_signals = ::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
     m_patience.setSingleShot(true);
@@ -67,7 +68,7 @@ bool Runner::start(char **command)
         ::_exit(written == sizeof error ? notStarted : notFound);
     }
     ::close(failure[1]);
-    // The system closes the pipe when the program starts, so a read without bytes means success.
+    // When the program starts, the system closes the pipe. So if the read returns no bytes, the program has started.
     int error = 0;
     ssize_t count = 0;
     do {
@@ -87,8 +88,8 @@ bool Runner::start(char **command)
 void Runner::readSignals()
 {
     signalfd_siginfo info;
-    // When the program has ended, reap() disables the notifier. From then on, no signal is sent, because another
-    // process may get the program's id.
+    // When the program has ended, reap() disables the notifier. From then on, jwsim passes on no signal, because
+    // another process may get the program's id.
     while (m_notifier->isEnabled() && ::read(m_signals, &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGCHLD)
             reap();
@@ -99,12 +100,12 @@ void Runner::readSignals()
 
 void Runner::passOn(int signal, bool fromTerminal)
 {
-    // A terminal sends its signals to jwsim and to the program, so pass on the other signals only. Some programs end at
-    // once if they receive a signal twice.
+    // A terminal sends its signals (for example after Ctrl-C) to jwsim and to the program. So jwsim passes on only
+    // signals from other senders, because some programs end at once if they receive a signal twice.
     if (!fromTerminal)
         ::kill(m_child, signal);
-    // The program may use Ctrl-C and Ctrl-\ for other things, so they start no time limit. If the terminal hangs up,
-    // the program has to end.
+    // The program may use Ctrl-C and Ctrl-\ for other things, so these signals start no time limit. If the terminal
+    // hangs up, the program has to end.
     if ((!fromTerminal || signal == SIGHUP) && !m_patience.isActive())
         m_patience.start(patience);
 }

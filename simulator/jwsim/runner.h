@@ -22,7 +22,7 @@ class Runner
 {
 public:
     Runner();
-    /// Does not unblock the signals, so that no signal interrupts the work after run().
+    /// Leaves the signals blocked, so that no signal interrupts the work after run().
     ~Runner();
     Runner(const Runner &) = delete;
     Runner &operator=(const Runner &) = delete;

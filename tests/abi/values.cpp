@@ -1,6 +1,7 @@
-// libabigail describes only types that an exported function uses. No function of the library shows the public types
-// below, because QList and std::function hide their elements. So the function in this file uses these types. One
-// function uses all types, because the compiler would join several functions that do the same.
+// libabigail, the tool that compares binary interfaces, describes only types that an exported function uses. The
+// library's functions use the public types below only inside QList and std::function, which hide them from libabigail.
+// So the function in this file uses these types directly. It is one function for all types, because the compiler would
+// merge several functions with the same code.
 #include <device/boardrules.h>
 #include <device/portevent.h>
 #include <device/portreport.h>

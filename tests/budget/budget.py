@@ -24,7 +24,7 @@ YARDSTICK = "record"
 
 
 def instructions_by_name(folder):
-    """Returns the number of instructions in each of callgrind's profiles, by the name of the profile's work."""
+    """Returns the number of instructions for each kind of work. callgrind has written one profile for each kind."""
     found = {}
     for profile in folder.glob("profile.*"):
         text = profile.read_text(encoding="utf-8", errors="replace")
@@ -40,7 +40,8 @@ def measure(program):
         sys.exit("Cannot count the cost of the library: install the package valgrind (or run scripts/test), then "
                  "configure and build again.")
     with tempfile.TemporaryDirectory() as folder:
-        # Without these variables, hashes are ordered differently in each run, and first calls include a symbol look-up.
+        # These variables make the counts the same in each run: QHash always has the same order, and the first call of a
+        # function does not include the search for its symbol.
         environment = dict(os.environ, QT_HASH_SEED="0", LD_BIND_NOW="1", LC_ALL="C")
         output = subprocess.run(
             ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={folder}/profile", program],
@@ -57,7 +58,7 @@ def measure(program):
 
 
 def check(versions, costs):
-    """Fails with a list of costs that are above the budget. Costs far below it fail too: then the budget is too high."""
+    """Fails with a list of costs that are too far above or below their budget. If far below, the budget is too high."""
     stored = json.loads(BUDGET.read_text(encoding="utf-8"))
     budget = stored["costs"]
     same = versions == stored["versions"]

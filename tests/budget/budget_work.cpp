@@ -1,5 +1,6 @@
-// Does the work that has a budget. Run this program under valgrind's callgrind. For each piece of work, the program
-// writes one profile and prints a line for budget.py: "name: operations allocations".
+// Does the kinds of work whose cost has a limit in budget.json. budget.py runs this program under callgrind, the tool
+// of valgrind that counts instructions. For each kind of work, callgrind writes one profile, and the program prints a
+// line for budget.py: "name: operations allocations".
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <logger/logger.h>
@@ -48,7 +49,7 @@ void count(const char *name, int operations, Work work)
     std::printf("%s: %d %ld\n", name, repetitions * operations, allocationCount() - before);
 }
 
-/// Counts the least cost of a parse, which is to fill a record with values that exist already.
+/// Counts the cost of assigning ready values to a record. No parse of a sentence can cost less.
 void countRecord()
 {
     SessionInit session;
@@ -137,7 +138,7 @@ void countLog()
 
 int main()
 {
-    loggerInstance()->setLevel(Logger::Fatal); // do not print bad sentences, which the library logs as errors
+    loggerInstance()->setLevel(Logger::Fatal); // otherwise the library prints an error for each bad sentence
 
     std::printf("versions: Qt %s, compiler %s, C library %s\n", qVersion(), __VERSION__, gnu_get_libc_version());
     countRecord();

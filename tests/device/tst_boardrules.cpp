@@ -231,7 +231,7 @@ void TestBoardRules::typeOfAReply()
     QFETCH(Type, type);
     QCOMPARE(JwDevice::typeOf(parsed(reply)), type);
 
-    // A probe by the Initializer gives the same result as typeOf().
+    // The Initializer must find the type that typeOf() returns.
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     fixture.probe(everyType());
@@ -293,7 +293,7 @@ void TestBoardRules::queriesForTypes()
     QCOMPARE(built(JwDevice::queriesFor(types)), queries);
     QVERIFY(JwDevice::queriesFor({}).isEmpty());
 
-    // The Initializer writes the same queries.
+    // The Initializer must write the queries that queriesFor() returns.
     ProbeFixture fixture;
     const Board *const board = fixture.attach("silent");
     fixture.probe(types);

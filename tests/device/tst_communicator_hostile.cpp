@@ -32,8 +32,8 @@ const QString b = QStringLiteral("$B\r\n");
 const QString c = QStringLiteral("$C\r\n");
 const QStringList none;
 
-/// A Communicator that has written two payloads. Three received payloads wait in its device: two in the first read, one
-/// in the second read.
+/// A Communicator that has written two payloads. Three payloads wait in its device: the first read returns two of them,
+/// the second read returns the third.
 class SignalFixture
 {
 public:
@@ -87,11 +87,11 @@ public:
             device->announce();
     }
 
-    /// Returns all signals that provoke() causes if no receiver interferes.
+    /// Returns all signals that provoke() causes if the slots do nothing.
     QStringList allEmissions() const { return m_signal == Signal::Transferred ? allTransfers : arrivals(3); }
     /// Returns the signals of allEmissions() up to the first emission of the signal under test.
     QStringList firstEmissions() const { return allEmissions().mid(0, m_signal == Signal::ReadyRead ? 2 : 1); }
-    /// Whether the signal under test reports received payloads (not written ones).
+    /// Returns whether the signal under test is one of the two readyRead() signals. Otherwise it is transferred().
     bool receives() const { return m_signal != Signal::Transferred; }
 
 private:
@@ -120,8 +120,8 @@ Signal fetchSignal()
 
 } // namespace
 
-/// Tests receivers that do everything an application may do inside the Communicator's signals. If the Communicator does
-/// not expect such an action, in most cases only AddressSanitizer reports the error.
+/// Tests slots that do everything an application may do inside the Communicator's signals, for example delete the
+/// Communicator. If the Communicator then uses a deleted object, in most cases only AddressSanitizer reports the error.
 class TestCommunicatorHostile : public CommunicatorFixture
 {
     Q_OBJECT
@@ -187,7 +187,8 @@ void TestCommunicatorHostile::receiverDeletesTheCommunicator()
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 0);
     QCOMPARE(fixture.device->connectionsOf(SIGNAL(bytesWritten(qint64))), 0);
 
-    // The unread payloads are not lost: they wait in the buffer and in the device, and the next Communicator gets them.
+    // The unread payloads are not lost: they wait in the receive buffer and in the device, and the next Communicator
+    // gets them.
     Communicator next;
     next.setIODevice(fixture.device.get());
     fixture.device->announce();
@@ -314,7 +315,8 @@ void TestCommunicatorHostile::receiverDisconnectsEverything()
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), fixture.firstEmissions());
     QCOMPARE(takePayloads(*fixture.communicator), fixture.receives() ? (QStringList{a, b, c}) : none);
-    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1); // the Communicator is still connected
+    // The Communicator is still connected to its device.
+    QCOMPARE(fixture.device->connectionsOf(SIGNAL(readyRead())), 1);
 }
 
 void TestCommunicatorHostile::receiverDeletesAnotherCommunicatorOfTheDevice()
@@ -346,7 +348,7 @@ void TestCommunicatorHostile::receiverClosesTheSerialPort()
 
 void TestCommunicatorHostile::receiverClosesTheBuffer()
 {
-    QBuffer buffer; // not a port, because a closed QBuffer still reports bytesAvailable()
+    QBuffer buffer; // a QBuffer, because it reports bytesAvailable() even after it is closed, unlike a port
     buffer.setData("$A\r\n" + QByteArray(300, 'x'));
     QVERIFY(buffer.open(QIODevice::ReadOnly));
     m_communicator->setIODevice(&buffer);
@@ -373,15 +375,17 @@ void TestCommunicatorHostile::nestedLoopBringsMoreData()
     SignalRecord emissionsOfOther(&other);
     fixture.onFirst([&] {
         runNested([&] {
-            otherDevice.deliver("$O\r\n!half,"); // `other` also receives the payload that waits in the shared buffer
-            fixture.device->deliver("$D\r\n"); // arrives behind the third payload, which still waits in the device
+            otherDevice.deliver("$O\r\n!half,"); // `other` also receives `b`, which waits in the shared buffer
+            fixture.device->deliver("$D\r\n"); // arrives after the third payload, which still waits in the device
         });
     });
     fixture.provoke();
     QCOMPARE(emissionsOfOther.take(), arrivals(2));
     QCOMPARE(takePayloads(other), (QStringList{b, QStringLiteral("$O\r\n")}));
     QStringList emissions = fixture.emissions.take();
-    emissions.sort(); // because in one data row the nested signals are emitted between the first payload's two signals
+    // Sort, because the order differs. In the row "readyRead of an id", the nested signals are emitted before the first
+    // payload's readyRead(). In the row "readyRead", they are emitted inside the first payload's readyRead().
+    emissions.sort();
     QStringList expected = arrivals(3);
     expected.sort();
     QCOMPARE(emissions, expected);
@@ -475,7 +479,7 @@ void TestCommunicatorHostile::deviceReportsInsideTheWrite()
 {
     m_device->insideWrite = [this] { m_device->reportWritten(3); };
     QCOMPARE(m_communicator->writePayload(QStringLiteral("abc")), 1u);
-    QCOMPARE(m_emissions->take(), transfers({})); // no signal, because the payload gets its id after the write
+    QCOMPARE(m_emissions->take(), transfers({})); // no signal, because the payload gets its id only after the write
     QCOMPARE(m_communicator->writePayload(QStringLiteral("abc")), 2u);
     QCOMPARE(m_emissions->take(), transfers({1}));
 }
@@ -557,7 +561,9 @@ void TestCommunicatorHostile::deviceAnnouncesInsideTheRead()
     SignalFixture fixture(Signal::ReadyRead);
     fixture.device->insideRead = [&fixture] {
         fixture.device->insideRead = nullptr;
-        fixture.device->announce(); // causes a second read, which ends before the first read delivers its bytes
+        // This call reads a second time inside the first read. The second read ends first, so its payload `c` is
+        // received first.
+        fixture.device->announce();
     };
     fixture.provoke();
     QCOMPARE(fixture.emissions.take(), arrivals(3));

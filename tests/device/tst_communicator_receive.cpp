@@ -248,7 +248,7 @@ void TestCommunicatorReceive::storeKeepsTheSixNewest()
 {
     m_device->deliver("$2\r\n$3\r\n$4\r\n$5\r\n$6\r\n$7\r\n$8\r\n$9\r\n");
     const QStringList log = takeLog(*m_log);
-    QCOMPARE(log.size(), 1 + 1 + 8); // 1 ready line, 1 line of bytes, 8 payloads: dropping a payload is not logged
+    QCOMPARE(log.size(), 1 + 1 + 8); // "IO Data Ready", the bytes, 8 payloads; no record for the 2 dropped payloads
     QString payload = untouched;
     QVERIFY(!m_communicator->readPayload(payload, 2));
     QVERIFY(!m_communicator->readPayload(payload, 3));
@@ -332,7 +332,8 @@ void TestCommunicatorReceive::lowestIdIsTheNumericallyLowestAfterTheWrap()
     QVERIFY(m_communicator->readPayload(payload, 0));
     QCOMPARE(payload, QStringLiteral("$zero\r\n"));
 
-    m_device->deliver("$one\r\n$two\r\n"); // the store drops "$one", the lowest id, to make room for "$two"
+    // The store keeps six payloads. To make room for "$two", it drops the payload with the lowest id, "$one".
+    m_device->deliver("$one\r\n$two\r\n");
     QVERIFY(!m_communicator->readPayload(payload, 1));
     QCOMPARE(takePayloads(*m_communicator),
              (QStringList{QStringLiteral("$two\r\n"), QStringLiteral("$1\r\n"), QStringLiteral("$2\r\n"),
@@ -398,7 +399,8 @@ void TestCommunicatorReceive::bufferAbove500CharactersLosesItsFirst450()
 {
     QFETCH(int, size);
     QFETCH(int, left);
-    // The bytes are only start characters, so that the payload below contains the whole buffer.
+    // Every byte is a "!", which can start a payload and does not end one. So the payload that the line end below
+    // completes contains all bytes that stayed in the buffer.
     if (size % 100 != 0)
         m_device->queueRead(QByteArray(size % 100, '!'));
     for (int i = 0; i < size / 100; ++i)
@@ -436,19 +438,20 @@ void TestCommunicatorReceive::truncationComesBeforeTheExtraction()
 {
     for (int i = 0; i < 5; ++i)
         m_device->queueRead(QByteArray(i == 0 ? "$" : "x") + QByteArray(99, 'x'));
-    m_device->queueRead("tail\r\n$B\r\n"); // the buffer overflows, so the long payload loses its start character
+    // The buffer overflows: it loses the start character of the long payload, so this payload is not received.
+    m_device->queueRead("tail\r\n$B\r\n");
     m_device->announce();
     QCOMPARE(takePayloads(*m_communicator), QStringList{QStringLiteral("$B\r\n")});
     const QStringList log = takeLog(*m_log);
     QCOMPARE(log.count(truncationLine), 1);
-    // The truncation is logged directly before the bytes.
+    // In the log, the record of the truncation stands directly before the record of the bytes that caused it.
     QCOMPARE(log.indexOf(rawLine(QStringLiteral("tail\\r\\n$B"))), log.indexOf(truncationLine) + 1);
 }
 
 void TestCommunicatorReceive::truncationIsLoggedOncePerChunk()
 {
-    // After the sixth read the buffer has 600 characters, and keeps 150. So the next truncation happens four reads
-    // later.
+    // After the sixth read the buffer contains 600 characters and loses 450 of them. So the next truncation happens
+    // four reads later.
     for (int i = 0; i < 6; ++i)
         m_device->queueRead(QByteArray(100, 'x'));
     m_device->announce();
@@ -524,7 +527,7 @@ void TestCommunicatorReceive::failedReadsAreSkipped()
     m_device->announce();
     QCOMPARE(m_device->requestedReads.size(), times + 2);
     QCOMPARE(m_emissions->take(), arrivals(1));
-    // A read without bytes is not logged.
+    // A read without bytes is not logged. The empty text is the log record of the read of "\r\n".
     const QStringList expected{readyLine, rawLine(QStringLiteral("$A")), rawLine(QString()),
                                payloadLine(QStringLiteral("$A"))};
     QCOMPARE(takeLog(*m_log), expected);
@@ -854,8 +857,8 @@ void TestCommunicatorReceive::streamWithGarbageBefore_data()
     };
     const QList<SampleStream> streams = sampleStreams();
     for (const SampleStream &stream : streams) {
-        // A begun payload ends at the next "$". If the stream does not start with "$", the begun payload would become
-        // part of the first payload. So leave out begun payloads there.
+        // A "$" ends a begun payload. If the stream does not start with "$", the begun payload would become part of the
+        // stream's first payload. So no begun payload is sent before such a stream.
         const auto all = stream.bytes.startsWith('$') ? noise + begunPayloads : noise;
         for (const auto &garbage : all)
             QTest::addRow("%s, %s", stream.name, garbage.first) << stream.bytes << stream.payloads << garbage.second;

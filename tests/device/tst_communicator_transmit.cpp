@@ -270,7 +270,8 @@ void TestCommunicatorTransmit::writeWithoutDeviceIsAFailedWrite()
     communicator.setIODevice(&device);
     QCOMPARE(communicator.writePayload(defg), 2u);
     QCOMPARE(device.written, QList<QByteArray>{"defg"});
-    device.reportWritten(3); // the failed write counts as -1 byte, so 3 bytes cover both payloads
+    // Three bytes cover both payloads: the failed write counts -1, which is its result, and `defg` counts 4.
+    device.reportWritten(3);
     QCOMPARE(signalRecord.take(), transfers({1, 2}));
 }
 
@@ -345,7 +346,7 @@ void TestCommunicatorTransmit::buildFailureIsLoggedAndReturnsZero()
              QStringList{QStringLiteral("4 [] communicator.cpp Build failed:  \"no such \\\"sentence\\\"\"")});
     QCOMPARE(m_device->written, QList<QByteArray>());
 
-    m_device->reportWritten(5); // emits nothing, because a payload that was not built is not in the ledger
+    m_device->reportWritten(5); // causes no signal, because the payload was not built and so was not written
     QCOMPARE(m_emissions->take(), transfers({}));
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }
@@ -435,7 +436,8 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     }
     m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
-    m_device->reportWritten(bytes); // the same payloads are reported again, because the ledger keeps its entries
+    // The second report causes the same signals, because the Communicator counts from the first id at every report.
+    m_device->reportWritten(bytes);
     QCOMPARE(m_emissions->take(), transfers(ids));
 }
 
@@ -503,7 +505,8 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
 
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
-    // Heap use of one bytesWritten() that covers three payloads. For each of them, the receiver writes a new payload.
+    // Heap use of one bytesWritten() signal. The signal reports 9 bytes, which cover three payloads. For each of them
+    // the Communicator emits transferred(), and a slot then writes a new payload.
     struct Cost
     {
         long blocks;
@@ -520,7 +523,7 @@ void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
         QObject context;
         QObject::connect(&communicator, &Communicator::transferred, &context,
                          [&communicator] { communicator.writePayload(defg); });
-        // Without a reserve, the device would allocate during the measurement.
+        // Otherwise the device's buffer would grow during the measurement, and its heap use would also be counted.
         device.buffer().reserve(device.buffer().size() + 1000);
         const Cost before{allocationCount(), allocatedBytes()};
         Q_EMIT device.bytesWritten(9);

@@ -19,7 +19,8 @@ namespace {
 
 const QString a = QStringLiteral("$A\r\n");
 const QString b = QStringLiteral("$B\r\n");
-// If the receive buffer contains a "!" or "$" before this payload, the payload is received with the bytes before it.
+// This payload shows whether the receive buffer was empty. If the buffer contains a "!" or "$" already, this payload is
+// received together with the bytes before it, as one payload.
 const QString marked = QStringLiteral("!M\r\n");
 const QByteArray cut = "$PJWVER,73";
 const QString truncation = QStringLiteral("3 [] communicator.cpp Payload input buffer too large - truncating ...");
@@ -109,7 +110,7 @@ private:
     {
         return std::make_unique<Connection>(std::make_unique<LineSerialPort>(*m_testbed));
     }
-    /// Calls `receiver` once, after m_first has read its first payload.
+    /// Calls `receiver` once, after the first payload of m_first was read.
     void onFirst(const std::function<void()> &receiver)
     {
         QObject::connect(m_first->communicator.get(), qOverload<>(&Communicator::readyRead), &m_first->context,
@@ -118,7 +119,8 @@ private:
                                  receiver();
                          });
     }
-    /// Whether the receive buffer contains no begun payload. Sends a payload that a begun payload would change.
+    /// Returns whether the receive buffer contains no begun payload. To find out, sends `marked`: a begun payload and
+    /// `marked` would be received as one payload.
     bool bufferIsEmpty()
     {
         ScriptedDevice device;
@@ -161,7 +163,9 @@ void TestCommunicatorWholeLines::piecesOfManyBoardsReachTheirCommunicators()
         Sender &sender = senders[static_cast<std::size_t>(i)];
         sender.connection = std::make_unique<Connection>(makeLineDevice(kind, *m_testbed));
         for (int number = 0; number < payloadCount; ++number) {
-            // Some payloads start with "!", because such a payload changes if the buffer contains a begun payload.
+            // If the shared buffer wrongly keeps the beginning of another payload, a payload with "!" is appended to it
+            // and arrives changed. A payload with "$" would arrive unchanged and hide the error, so only half of the
+            // payloads start with "$".
             const QString filler(random.bounded(number == 0 ? 480 : 60), QLatin1Char(static_cast<char>('a' + i)));
             const QLatin1Char start(random.bounded(2) == 0 ? '!' : '$');
             sender.payloads << QStringLiteral("%1P%2,%3,%4\r\n").arg(start).arg(i).arg(number).arg(filler);
@@ -239,7 +243,7 @@ void TestCommunicatorWholeLines::smallReadBufferStopsNothing()
     const QByteArray line = "$PJWVER,7300022,1,4,0*0d\r\n";
     link.deliver(line.repeated(100));
     QTRY_COMPARE(received, 100);
-    link.deliver("$" + QByteArray(700, 'x')); // a line without an end
+    link.deliver("$" + QByteArray(700, 'x')); // a line without a line end
     link.deliver("\r\n" + line);
     QTRY_COMPARE(last, QString::fromLatin1(line));
 }
@@ -252,7 +256,7 @@ void TestCommunicatorWholeLines::plainPortIsReadUntilItIsEmpty()
     plain.deliver(QByteArray("$A\r\n").repeated(40) + cut);
     QCOMPARE(plain.requestedReads, (QList<qint64>{100, 100}));
     QCOMPARE(plain.bytesAvailable(), qint64(0));
-    m_second->link->deliver(marked.toLatin1()); // is appended to the plain device's begun payload in the shared buffer
+    m_second->link->deliver(marked.toLatin1()); // is appended to `cut`, which still is in the shared buffer
     QCOMPARE(m_second->payloads, QStringList{QString::fromLatin1(cut) + marked});
 }
 
@@ -320,7 +324,8 @@ void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice_data()
 void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice()
 {
     QFETCH(int, size);
-    // The line is only start characters, so that the length of the payload shows how much was dropped.
+    // All characters of the line are start characters. So every character that is not dropped is part of the payload,
+    // and the length of the payload shows how many characters were dropped.
     const QByteArray line = QByteArray(size - 2, '!') + "\r\n";
     ScriptedDevice plain;
     Communicator communicator;
@@ -415,7 +420,7 @@ void TestCommunicatorWholeLines::receiverDeletesTheCommunicator()
     m_first->link->deliver(a.toLatin1() + b.toLatin1() + cut);
     QCOMPARE(m_first->payloads, QStringList{a});
     QVERIFY(bufferIsEmpty());
-    // Later lines still wait in the device, so the next Communicator can read them.
+    // The lines after the first still wait in the device, so the next Communicator can read them.
     QCOMPARE(m_first->link->device()->bytesAvailable(), b.size());
     Communicator next;
     next.setIODevice(m_first->link->device());
@@ -540,8 +545,9 @@ void TestCommunicatorWholeLines::receiverSwitchesWholeLinesOff()
 
 void TestCommunicatorWholeLines::receiverReadsTheRestOfALongLine()
 {
-    // A payload of the plain device waits in the shared buffer. The Communicator of the long line emits that payload
-    // after its first read of the line.
+    // The plain device's second payload `b` waits in the shared buffer. Then m_first's device gets a line of 253 bytes.
+    // m_first's Communicator reads 100 bytes of this line, and finds and emits `b`. Inside that signal, the application
+    // reads the other 153 bytes.
     ScriptedDevice plain;
     Communicator communicator;
     communicator.setIODevice(&plain);

@@ -31,7 +31,7 @@ namespace {
 
 constexpr int errorsOfALostPort = 1000;
 
-/// An open simulated port with a silent board. A PortErrors watches the port.
+/// An open simulated port with a silent board. A PortErrors (the class that notices lost ports) watches the port.
 struct WatchedPort
 {
     explicit WatchedPort(bool wholeLines = false)
@@ -54,8 +54,8 @@ struct WatchedPort
         });
     }
 
-    /// Makes the port fail `count` times, or until it is closed. Reading the pinout signals fails, because a simulated
-    /// port has none.
+    /// Makes the port fail `count` times, or until it is closed. A simulated port has no pinout signals (such as DTR),
+    /// so each attempt to read them fails.
     void fail(int count)
     {
         for (int i = 0; i < count && port->isOpen(); ++i)
@@ -76,7 +76,7 @@ struct WatchedPort
     Board *const board;
     std::unique_ptr<QSerialPort> port;
     QPointer<PortErrors> errors;
-    QVector<bool> losses; // the arguments of all portLost() signals so far
+    QVector<bool> losses; // for each portLost() so far, its argument: whether the device is gone
     QVector<QSerialPort::SerialPortError> reported;
 };
 
@@ -218,9 +218,9 @@ void TestPortErrors::pseudoTerminalIsLostAtItsEndAndNotBefore()
         losses << isDeviceGone;
         closeAtOnce(&terminal.port);
     });
-    terminal.port.pinoutSignals(); // a pseudo terminal has none
+    terminal.port.pinoutSignals(); // fails, because a pseudo terminal has none
     QVERIFY(!failed.isEmpty());
-    QCOMPARE(losses, QVector<bool>()); // not lost: no list of ports contains the terminal, but it exists
+    QCOMPARE(losses, QVector<bool>()); // not lost, because the terminal exists; it is only missing in the list of ports
     terminal.hangUp();
     QTRY_COMPARE(losses, QVector<bool>{true}); // true, because the system has removed the port's end
 }
@@ -231,7 +231,8 @@ void TestPortErrors::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("staleError");
     QTest::addColumn<QSerialPort::SerialPortError>("error");
     QTest::addColumn<QByteArray>("held");
-    // Named so because QSerialPort stops reading after a ResourceError.
+    // QSerialPort itself stops reading after a ResourceError. The test checks that PortErrors makes the port read
+    // again.
     const auto stops = QSerialPort::ResourceError;
     QTest::newRow("ReadError") << false << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("ResourceError") << false << EAGAIN << stops << QByteArray();
@@ -248,7 +249,7 @@ void TestPortErrors::errorThatPassesLosesNothing()
     QFETCH(int, staleError);
     QFETCH(QByteArray, held);
     WatchedPort watched(wholeLines);
-    watched.port->close(); // because the other program must open the port first
+    watched.port->close(); // because OtherReader must open the port before the QSerialPort locks it
     OtherReader other(watched.location(), staleError);
     QVERIFY(watched.port->open(QIODevice::ReadWrite));
 
@@ -307,7 +308,7 @@ void TestPortErrors::restStartsTheRowAgain()
     WatchedPort watched;
     watched.fail(errorsOfALostPort - 1);
     QSignalSpy lost(watched.errors, &PortErrors::portLost);
-    QVERIFY(!lost.wait(1100)); // longer than one second; a second without errors resets the count
+    QVERIFY(!lost.wait(1100)); // after a second without errors, the count of errors starts again at 0
     watched.fail(errorsOfALostPort - 1);
     QCOMPARE(watched.losses, QVector<bool>());
     watched.fail(1);

@@ -43,7 +43,7 @@ static_assert(
 
 namespace {
 
-/// A session of an application. It does not override clear().
+/// A session of an application. It does not override clear(), so clear() must leave `value` unchanged.
 class PlainSession : public SessionAbstract
 {
 public:

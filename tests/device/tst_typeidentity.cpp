@@ -1,5 +1,6 @@
 // The application and the library are two binaries that share types. Each binary contains its own instance of the
-// template ParserAbstract<SessionInit>. An object or exception from one binary must have the same type in the other.
+// template ParserAbstract<SessionInit>. An object or exception from one binary must have the same type in the other
+// binary, because otherwise dynamic_cast fails and the exception is not caught.
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <nmea/exception.h>

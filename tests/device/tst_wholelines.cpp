@@ -185,7 +185,7 @@ void TestWholeLines::bytesAvailableCountsAllWholeLines()
     QFETCH(int, count);
     const auto link = make();
     QByteArray all;
-    for (int line = 0; line < count; line += 10) { // ten lines at a time, because a pty holds only 4 kB of unread bytes
+    for (int line = 0; line < count; line += 10) { // ten at a time, because a port can hold only 4 kB of unread bytes
         const QByteArray lines = versionReply.repeated(qMin(10, count - line));
         link->deliver(lines);
         all += lines;
@@ -221,7 +221,7 @@ void TestWholeLines::lineOf512BytesIsNoLongerHeldBack()
     const auto link = make();
     link->deliver(before + QByteArray(510, 'x'));
     QCOMPARE(link->device()->bytesAvailable(), before.size());
-    link->deliver("\n"); // a line feed without carriage return does not end the line
+    link->deliver("\n"); // does not end the line, because the carriage return before the line feed is missing
     QCOMPARE(link->device()->bytesAvailable(), before.size());
     link->deliver("y");
     QCOMPARE(link->device()->bytesAvailable(), before.size() + 512);
@@ -467,7 +467,8 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
     for (int step = 0; step < 3000; ++step) {
         const int action = random.bounded(10);
         if (action < 5) {
-            // Most pieces are short. One in twenty may be long enough to reach the limit of a held-back line.
+            // Most pieces have fewer than 12 bytes. One in twenty may have up to 599 bytes, so that some unfinished
+            // lines reach 512 bytes; such a line is no longer held back.
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)

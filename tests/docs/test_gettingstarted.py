@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Runs the steps of docs/getting-started.md in a bare Debian root, and compares the output with the page's transcript.
+"""Runs the steps of docs/getting-started.md in a bare root (a minimal Debian), and compares the output with the output
+that the page shows as "transcript".
 
-With --renew, writes the transcript again instead. Uses the packages that tests/package makes.
+With --renew, writes the new transcript into the page instead. Uses the packages that tests/package makes.
 """
 
 import pathlib
@@ -25,7 +26,7 @@ MARK = "@@ "
 
 
 def script():
-    """Returns a shell script that does the page's steps in order. Before each command, the script prints a marked line."""
+    """Returns a shell script that does the page's steps in order, and prints a marked line before each command."""
     lines = []
     for step in STEP.finditer(PAGE.read_text()):
         if step["file"]:

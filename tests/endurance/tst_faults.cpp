@@ -1,6 +1,6 @@
 // Causes every fault of a port in every state of a probed port. After each fault the process must be idle and use no
-// more resources than before. docs/testing.md lists the faults and their expected results. tst_initializer_cable and
-// tst_initializer_ports test more faults.
+// more resources than before. docs/testing.md lists the faults. tst_initializer_cable and tst_initializer_ports test
+// more faults.
 #include "support/initializer/probefixture.h"
 #include "support/common/processusage.h"
 #include "support/initializer/idlecheck.h"
@@ -53,7 +53,8 @@ void closeWhenItFails(QSerialPort *port)
     });
 }
 
-/// Returns the number of heap bytes that a simulated board's journal uses.
+/// Returns the number of heap bytes that the journal of a simulated board uses. The journal keeps the bytes that the
+/// board received and sent.
 qint64 journalBytes(const Board *board)
 {
     qint64 bytes = 0;
@@ -63,15 +64,16 @@ qint64 journalBytes(const Board *board)
     return bytes;
 }
 
-/// The test of one cell in the table of faults and states in docs/testing.md. A cell attaches boards, causes the fault,
-/// and checks with IdleCheck that the process is idle.
+/// A cell: the test of one fault in one state of a port. This function attaches boards, causes the fault, and checks
+/// with IdleCheck that the process is idle.
 using Cell = std::function<void(const IdleCheck &idle)>;
 
 /// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
 /// leave nothing behind.
 void runCell(const Cell &cell)
 {
-    // Allowed growth in bytes: depending on the order of its threads, umockdev keeps 2.6 kB for each of up to 48 ports.
+    // Allowed growth in bytes. umockdev, the library behind the simulated ports, may keep 2.6 kB for each of up to 48
+    // ports; whether it does depends on the order in which its threads run.
     constexpr qint64 heapChance = 200000;
     cell(IdleCheck(IdleCheck::NotMeasured));
     if (QTest::currentTestFailed())
@@ -81,8 +83,8 @@ void runCell(const Cell &cell)
     cell(IdleCheck(IdleCheck::Measured));
     if (QTest::currentTestFailed())
         return;
-    // The simulation's threads may still be freeing resources, so wait for them. Leaked resources are never freed, so a
-    // leak still fails the test.
+    // The threads of umockdev may still be freeing resources, so wait for them. A leak still fails the test, because
+    // leaked resources are never freed.
     const auto isAsBefore = [&before](const ProcessUsage &now) {
         return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
             && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;
@@ -227,7 +229,8 @@ void TestFaults::portThatCannotBeOpenedIsReportedAndForgotten()
         if (delay > 0)
             attached->pull();
         QTRY_COMPARE(fixture.decisions(), QStringList{missingC});
-        // The preload library can track only few ports, and a failed open uses an entry. close(-1) frees the entry.
+        // umockdev has a short list of open ports. A failed open() adds an entry for the descriptor -1 to this list,
+        // and close(-1) removes the entry. Otherwise the list would become full.
         ::close(-1);
         QCOMPARE(fixture.timeline.size(), attached ? 2 : 1);
         QVERIFY(replyTimers(*fixture.initializer).isEmpty());
@@ -284,7 +287,7 @@ void TestFaults::writeThatFailsClosesThePort()
         fixture.initializer->setMaxRetries(1);
         bool fails = false;
         if (state == PortState::AwaitingReply) {
-            // The query is logged before the port sends it, so make writing fail at that log record.
+            // The query is logged before the port sends it, so make writing fail when this record is logged.
             fixture.onRecord = [&](const LogRecord &record) {
                 if (!fails && record.category == "Communication" && fixture.port(board))
                     fails = leaveOnly(O_RDONLY, fixture.port(board));
@@ -297,7 +300,7 @@ void TestFaults::writeThatFailsClosesThePort()
             fixture.replyTimer(each)->start(anHour);
         if (state != PortState::AwaitingReply) {
             QTRY_COMPARE(received(board), versionQuery);
-            fails = leaveOnly(O_RDONLY, port); // so the query of the retry round fails
+            fails = leaveOnly(O_RDONLY, port); // the port can no longer write, so the query of the retry round fails
         }
         QVERIFY(fails);
 
@@ -323,7 +326,7 @@ void TestFaults::writeThatFailsClosesThePort()
 
 void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
-    // This is the cell "writes fail, handed over" of the table.
+    // This is the cell "writes fail, handed over" of the table in docs/testing.md.
     runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
         QVERIFY(leaveOnly(O_RDONLY, probe.port));
         QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // id 2, because the query was payload 1
@@ -352,7 +355,7 @@ void TestFaults::floodLeavesTheStateTheStoreAndTheHeapAsTheyAre()
     QFETCH(QByteArray, payload);
     QFETCH(int, count);
     runCell(state, [=](ProbeInState &probe, const IdleCheck &idle) {
-        constexpr int piece = 10000; // payloads
+        constexpr int piece = 10000; // payloads that the board sends in one call
         constexpr qint64 heapChance = 600000; // allowed growth: less than one byte per payload of the longest flood
         loggerInstance()->setLevel(Logger::Fatal); // otherwise the fixture would keep millions of records
         for (QString payloadBefore; probe.comm->readPayload(payloadBefore);) { }
@@ -410,8 +413,8 @@ void TestFaults::lineWithoutEndIsDroppedInPartsAndTheReplyBehindItIsUnderstood()
         loggerInstance()->setLevel(Logger::Warning);
         probe.fixture.log.sink->records.clear();
         constexpr int characters = 1000000;
-        // The port offers a line without end in parts of 512 bytes. When the receive buffer
-        // holds more than 500 characters, it drops the oldest 450. So the number of drops can be computed.
+        // A line without line end is offered by the port in parts of 512 bytes. When the receive buffer contains more
+        // than 500 characters, it drops the oldest 450. So the number of drops can be computed.
         constexpr int taken = characters - characters % JwDevice::WholeLinesBase::longestHeld;
         constexpr int losses = 2221;
         static_assert(taken - losses * 450 <= 500 && taken - (losses - 1) * 450 > 500, "");

@@ -9,6 +9,7 @@
 #include "support/common/portname.h"
 #include "support/common/processusage.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/common/soakusage.h"
 
 #include <device/communicator.h>
 #include <device/initializer.h>
@@ -32,33 +33,15 @@ using JwSimulator::BoardConfig;
 namespace {
 
 constexpr quint32 batchSize = 100; // number of payloads that are sent together
-constexpr quint32 warmUpPayloads = 25000; // more than a simulated board's journal can hold, so it no longer grows
+constexpr quint32 warmUpPayloads = 25000; // fills a simulated board's journal (list of bytes), which then stops growing
 constexpr int portCount = 40;
-constexpr qint64 heapChance = 100000; // allowed growth in bytes, because the sizes of buffers vary a little
+// Allowed growth of the heap in bytes. Some growth is normal, because the sizes of buffers vary a little.
+constexpr qint64 heapChance = 100000;
 
 /// Deletes the objects whose deleteLater() was called.
 void deleteDeferred()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-/// Whether the counts of descriptors, objects, connections and timers equal the counts in `before`.
-bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &before)
-{
-    return usage.descriptors == before.descriptors && usage.objects == before.objects
-        && usage.connections == before.connections && usage.timers == before.timers;
-}
-
-/// Returns the resources in use. Waits at most 5 s until the counts equal the counts in `before`, because on a busy
-/// machine the preload library's thread closes its sockets a moment later.
-ProcessUsage usageLike(const ProcessUsage &before)
-{
-    ProcessUsage usage = {};
-    static_cast<void>(QTest::qWaitFor([&] {
-        usage = ProcessUsage::now();
-        return holdsNoMoreObjects(usage, before);
-    }));
-    return usage;
 }
 
 BoardConfig boardConfig(BoardConfig::Kind kind)
@@ -96,7 +79,8 @@ public:
         QObject::connect(&m_communicator, qOverload<uint>(&Communicator::readyRead), &m_communicator,
                          [this](uint id) { onPayload(id); });
         QObject::connect(&m_communicator, &Communicator::transferred, &m_communicator, [this] { ++transferred; });
-        // For each report of written bytes, the Communicator counts from the first payload again.
+        // At each bytesWritten(), the Communicator counts from its first payload again, and emits transferred() for all
+        // payloads that these bytes cover.
         QObject::connect(&m_port, &QSerialPort::bytesWritten, &m_communicator,
                          [this](qint64 bytes) { covered += std::min(coveredBy(bytes), lastId); });
         QObject::connect(m_board, &JwSimulator::Board::received, m_board,
@@ -134,8 +118,8 @@ public:
     quint32 received = 0; ///< payloads that the Communicator received
     quint32 arrived = 0; ///< payloads that the board received
     quint32 wrong = 0; ///< received payloads with a wrong text or id
-    quint64 transferred = 0; ///< emissions of transferred()
-    quint64 covered = 0; ///< expected emissions of transferred()
+    quint64 transferred = 0; ///< how many times transferred() was emitted
+    quint64 covered = 0; ///< how many times transferred() must be emitted
     uint lastId = 0;
 
 private:
@@ -178,8 +162,8 @@ private:
     Initializer m_initializer;
 };
 
-/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy, one has a silent board, and
-/// one loses its cable during the probe.
+/// Ports of four kinds. Of every ten ports, seven have a board that answers, one is busy (it can't be opened, as if
+/// another program had it open), one has a silent board, and one loses its cable during the probe.
 class MixedPorts
 {
 public:
@@ -204,7 +188,7 @@ public:
             // On a busy machine an answer may arrive too late, so allow retries.
             const uint maxRetries = answers(i) ? 20 : 0;
             probes.push_back(std::make_unique<Probe>(types[i % 3], m_testbed.boards()[i]->portName(), maxRetries));
-            // Opening all ports takes longer than the time for a reply, so handle replies after each port.
+            // Opening all ports takes longer than the reply time, so handle replies after each port.
             QCoreApplication::processEvents();
         }
         for (int i = 8; i < ports; i += 10)
@@ -230,21 +214,7 @@ public:
         return true;
     }
 
-    /// Returns the number of heap bytes that the boards' journals use. Copies the journals to measure it.
-    qint64 journalBytes() const
-    {
-        QList<QList<JwSimulator::JournalEntry>> copies;
-        const qint64 before = ProcessUsage::now().heapBytes;
-        for (const JwSimulator::Board *board : m_testbed.boards()) {
-            copies.append(QList<JwSimulator::JournalEntry>());
-            const QList<JwSimulator::JournalEntry> journal = board->journal();
-            for (JwSimulator::JournalEntry entry : journal) {
-                entry.bytes.detach();
-                copies.last().append(entry);
-            }
-        }
-        return ProcessUsage::now().heapBytes - before;
-    }
+    qint64 journalBytes() const { return ::journalBytes(m_testbed); }
 
 private:
     static bool isAsExpected(int port, const Probe &probe)
@@ -259,11 +229,13 @@ private:
     JwSimulator::Testbed m_testbed;
 };
 
-/// Returns the number of heap bytes of one parser. An Initializer never deletes its parser, on purpose, so every probe
-/// leaves this much.
+/// Returns the number of heap bytes of one parser. An Initializer never deletes its parser, on purpose, so the heap
+/// grows by this number with every Initializer.
 qint64 parserBytes()
 {
-    constexpr int count = 2000; // large, so that malloc's reserve of small blocks makes no difference
+    // Measure many parsers: malloc may place the first ones in blocks that are already free, which would falsify the
+    // result for a single parser.
+    constexpr int count = 2000;
     std::vector<std::unique_ptr<Nmea::ParserInit>> parsers(count);
     const qint64 before = ProcessUsage::now().heapBytes;
     for (auto &parser : parsers) {
@@ -323,7 +295,7 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the ledger keeps one QMap node for every payload
+    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the Communicator keeps one QMap node for every written payload
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()

@@ -32,9 +32,9 @@ namespace {
 
 constexpr int boardCount = 8;
 constexpr int longestPiece = 60;
-constexpr int mostUnderWay = 2000; // limit for the bytes that a board has sent and its host has not received
+constexpr int mostUnderWay = 2000; // limit for the bytes that a board has sent and its Communicator has not received
 
-/// A board with its Communicator, and the numbers of received and of wrong payloads.
+/// A board with its Communicator, and the numbers of received payloads and of wrong payloads.
 class Stream
 {
 public:
@@ -61,8 +61,8 @@ public:
     }
     bool isFound() const { return m_communicator != nullptr; }
 
-    /// Sends the next piece of the board's stream, which is `payloads` payloads long. Sends nothing while the host has
-    /// more than mostUnderWay bytes to receive.
+    /// Sends the next piece of the board's stream, which is `payloads` payloads long. Sends nothing while more than
+    /// mostUnderWay sent bytes have not been received.
     void sendPiece(quint32 payloads, QRandomGenerator &random)
     {
         while (m_unsent.size() < longestPiece && m_built < payloads)
@@ -84,7 +84,8 @@ private:
                                                   BoardConfig::Kind::BoardC};
     static constexpr JwDevice::Type types[] = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
 
-    /// Returns payload `number`, of up to about 90 characters. Every tenth payload begins with "!".
+    /// Returns the text of the payload with this number: at most about 90 characters. Every tenth payload begins with
+    /// "!".
     QByteArray payload(quint32 number) const
     {
         const QByteArray filler(static_cast<int>(number * 7 % 60), static_cast<char>('a' + m_number));

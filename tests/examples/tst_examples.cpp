@@ -33,7 +33,7 @@ QString program(const char *example)
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
 }
 
-/// Returns the lines of `text`, sorted. If several boards answer, a program may print their lines in any order.
+/// Returns the lines of `text`, sorted. If several boards answer, a program may print its lines in any order.
 QList<QByteArray> sortedLines(const QByteArray &text)
 {
     QList<QByteArray> lines = linesOf(text);
@@ -50,8 +50,8 @@ QString commandOfPage(const char *number)
     return row.match(page).captured(1);
 }
 
-/// A copy of the folder examples. It replaces the serial port and the TCP port in the commands and in example 07 with
-/// ports that only this test uses, because two test runs at the same time would share a port.
+/// A copy of the folder examples. In the commands and in example 07, the copy has a serial port and a TCP port that
+/// only this test uses. Otherwise two test runs at the same time would share a port.
 class PageFolder
 {
 public:
@@ -88,12 +88,14 @@ private:
     QByteArray own(QByteArray text) const
     {
         return text.replace("ttyACM0", m_port)
+            .replace("ttyACM7", m_secondPort)
             .replace("3001", QByteArray::number(m_tcpPort))
             .replace("0BB9", QByteArray::number(m_tcpPort, 16).rightJustified(4, '0').toUpper());
     }
 
     const QTemporaryDir m_folder;
     const QByteArray m_port = uniquePortName().toLatin1();
+    const QByteArray m_secondPort = uniquePortName().toLatin1();
     const quint16 m_tcpPort;
 };
 
@@ -104,7 +106,8 @@ quint16 freeTcpPort()
     return server.serverPort();
 }
 
-/// Returns whether this machine has a network address. Without one, ser2net resolves no name, not even localhost.
+/// Returns whether this machine has a network address. Without an address, ser2net, which offers a serial port in the
+/// network, resolves no name, not even localhost.
 bool hasNetworkAddress()
 {
     const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
@@ -177,8 +180,8 @@ Outcome TestExamples::run(const QString &program, const QStringList &arguments) 
 void TestExamples::eachIsShort()
 {
     const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
-    const QStringList names = examples.entryList({QStringLiteral("0*")}, QDir::Dirs);
-    QCOMPARE(names.size(), 9);
+    const QStringList names = examples.entryList({QStringLiteral("[0-9]*")}, QDir::Dirs);
+    QCOMPARE(names.size(), 10);
     for (const QString &name : names) {
         const QDir example(examples.filePath(name));
         const QStringList files = example.entryList(QDir::Files);
@@ -253,7 +256,8 @@ void TestExamples::ownSentencesSaysWhyThereAreNone_data()
     };
     row("silent");
     row("BoardA,checksum=wrong");
-    // These boards send bytes without end, so each wait ends early because bytes arrive.
+    // These boards send bytes again and again, so each wait of the example ends early. The example must end all the
+    // same.
     row("babble");
     row("BoardA,noise=3,replies=1000,chunk=1,gap=300");
     row("other");
@@ -304,7 +308,8 @@ void TestExamples::boardIsTakenBesideOneThatIsNotWanted()
     Board *const other = add(QStringLiteral("BoardB"));
     ProgramRun run(program("04-lose-and-return"), {});
     run.start();
-    WAIT_FOR(other->queryCount() == 1); // this board answers, so it keeps the search open from now on
+    // This board answers with a type that is not wanted. So the search waits for a later answer and does not end.
+    WAIT_FOR(other->queryCount() == 1);
 
     Board *const board = add(QStringLiteral("BoardA"));
 
@@ -391,6 +396,8 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
     row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
     row("09", "8 bytes from ttyACM\\d+");
+    row("10", "(SIM\\d+:1\\.0) is a BoardA on (ttyACM\\d+)\n(?:.*\n)*\\1 is gone: cablePulled\n"
+              "(?:.*\n)*\\1 is a BoardA on (?!\\2\n)tty\\w+");
 }
 
 void TestExamples::commandsOfThePageDoWhatItSays()

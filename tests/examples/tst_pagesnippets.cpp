@@ -1,4 +1,4 @@
-// Tests code that pages in docs/ quote, if no example contains it. The code must do what the pages say.
+// Tests the code on pages in docs/ that no example contains. The code must do what the pages say.
 #include "support/common/portname.h"
 #include "support/common/recordsink.h"
 #include "support/common/simulatedportsmain.h"

@@ -10,8 +10,9 @@ using JwDevice::Initializer;
 using JwDevice::Type;
 using JwSimulator::Board;
 
-/// Before each test, a probe hands a board over and continues. The application deletes that board's Communicator. Then
-/// a second probe of the same port makes a new Communicator at the same address.
+/// Tests that an Initializer does not confuse a deleted Communicator with a new one at the same address. Before each
+/// test, a probe hands a board over and continues, and the application deletes that board's Communicator. Then a second
+/// probe of the same port makes the new Communicator.
 class TestInitializerAddressReuse : public QObject
 {
     Q_OBJECT
@@ -35,7 +36,7 @@ private:
 
 void TestInitializerAddressReuse::init()
 {
-    cleanup(); // needed here, because Qt Test does not call cleanup() after a failure in init()
+    cleanup(); // deletes what a failed init() left, because Qt Test does not call cleanup() after a failure in init()
     m_fixture = std::make_unique<ProbeFixture>();
     m_board = m_fixture->attach("silent");
     m_other = m_fixture->attach("silent");
@@ -65,7 +66,8 @@ void TestInitializerAddressReuse::newPortAwaitsItsReply()
 void TestInitializerAddressReuse::newPortHasOneReplyTimer()
 {
     QVERIFY(!m_formerTimer);
-    // One reply timer for each port, plus the delay timer. So the deleted Communicator's reply timer does not exist.
+    // The Initializer has one reply timer for each port, and the delay timer. So the reply timer of the deleted
+    // Communicator no longer exists.
     QCOMPARE(m_fixture->initializer->findChildren<QTimer *>().size(), replyTimers(*m_fixture->initializer).size() + 1);
 }
 
@@ -97,7 +99,7 @@ void TestInitializerAddressReuse::portIsClosedWithTheInitializer()
 
 void TestInitializerAddressReuse::reusedWithinTheHandOverItself()
 {
-    cleanup(); // deletes the testbed, because only one may exist at a time
+    cleanup(); // deletes the testbed that init() made, because a process can have only one testbed at a time
     m_fixture = std::make_unique<ProbeFixture>();
     Board *const board = m_fixture->attach("BoardA,replies=2");
     Board *const second = m_fixture->attach("silent");

@@ -399,7 +399,7 @@ void TestInitializerCable::handedOverPortReportsItsErrorToTheApplicationAndIsLef
     });
     board->pull();
     QTRY_VERIFY(errors > 0);
-    QVERIFY(openAtError); // because the application decides when to close a handed-over port
+    QVERIFY(openAtError); // the Initializer did not close the handed-over port; only the application may close it
 }
 
 SIMULATED_PORTS_MAIN(TestInitializerCable)

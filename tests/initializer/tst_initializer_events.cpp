@@ -347,7 +347,7 @@ void TestInitializerEvents::portThatOnlyFailsIsLost()
     probe.probe({JwDevice::BoardA});
     QSerialPort *const port = probe.port(board);
     for (int i = 0; i < 2000 && port->isOpen(); ++i)
-        port->setRequestToSend(true); // fails, because a simulated port has no RTS line
+        port->setRequestToSend(true); // fails, because a simulated port has no RTS signal
     QVERIFY(!probe.report().errorText.isEmpty());
     QCOMPARE(probe.of(board),
              QStringList({opened(), asked(0, versionQuery), line(0, PortEvent::Lost, probe.report().errorText)}));
@@ -364,7 +364,7 @@ void TestInitializerEvents::portThatWasHandedOverHasNoMoreEvents()
     const QStringList before = probe.of(board);
     QCOMPARE(before.last(), handedOver(0, JwDevice::BoardA));
     probe.endReplyTimers();
-    // This retry round asks the other port only.
+    // This retry round asks only the silent board's port.
     QTRY_COMPARE(probe.of(silent).last(), asked(1, informationRequest));
     QSerialPort *const port = probe.handOver(board).port;
     probe.initializer->queryBoardVersion(probe.handOver(board).comm); // the application itself asks this board
@@ -428,7 +428,7 @@ void TestInitializerEvents::timeBeginsWithProbeAndNeverGoesBack()
         return qint64(-1);
     };
     const qint64 replyTime = JwDevice::replyTime * millisecond;
-    // 5 ms less than the reply time, because the timer starts before the query is written.
+    // 5 ms less than the reply time, because the reply timer starts a moment before the event Opened.
     const qint64 earliest = (JwDevice::replyTime - 5) * millisecond;
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 0) - timeOf(silent, PortEvent::Opened, 0) >= earliest);
     QVERIFY(timeOf(silent, PortEvent::TimedOut, 1) - timeOf(silent, PortEvent::TimedOut, 0) >= replyTime - millisecond);
@@ -499,7 +499,7 @@ void TestInitializerEvents::observerMayEndItself()
     probe.initializer->setPortObserver([&, kept = std::make_shared<int>(0)](const PortEvent &) {
         ++calls;
         const std::weak_ptr<int> own = kept;
-        long &result = holders; // local copies, because the next line may delete this function and its captures
+        long &result = holders; // `own` and `result` are local, because the next statement may delete the captures
         probe.initializer->setPortObserver({});
         result = own.use_count();
     });

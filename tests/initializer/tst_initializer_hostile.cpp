@@ -19,7 +19,8 @@ using JwSimulator::frameSentence;
 
 namespace {
 
-/// Runs a nested event loop, like a dialog, until `done()` returns true. Returns false if that takes more than 5 s.
+/// Runs a nested event loop, as a modal dialog does, until `done()` returns true. Returns false if that takes more than
+/// 5 s.
 bool nest(const std::function<bool()> &done)
 {
     QEventLoop loop;
@@ -141,9 +142,10 @@ void TestInitializerHostile::receiverOfDeviceInitializedMayDoAsItLikes()
     });
     fixture.initializer->setMaxRetries(0);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
-    QTRY_COMPARE(received, 1); // deviceInitialized was emitted inside the port's signal
+    // Here deviceInitialized was emitted inside a signal of the port. Below, it is emitted inside a direct call.
+    QTRY_COMPARE(received, 1);
     fixture.store(stored, {versionReply("7300021"), "$PBEHIND\r\n"});
-    fixture.initializer->boardReadyRead(fixture.comm(stored)); // now another payload is stored behind the reply
+    fixture.initializer->boardReadyRead(fixture.comm(stored)); // reads the reply while a second payload is stored
     QCOMPARE(received, 2);
     fixture.timeOut(silent);
     QCOMPARE(fixture.decisions(), QStringList({foundA, foundB, missingC, over}));
@@ -280,7 +282,8 @@ void TestInitializerHostile::roundBegunInAReceiverIsNotBegunAgainAfterIt()
     Board *const second = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceInitialized, [&](Type type) {
         if (type == JwDevice::BoardA)
-            fixture.initializer->boardReadyRead(fixture.comm(second)); // as a nested event loop would do
+            // A nested event loop in this slot would cause the same call.
+            fixture.initializer->boardReadyRead(fixture.comm(second));
     });
     fixture.initializer->setMaxRetries(2);
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC});
@@ -299,7 +302,7 @@ void TestInitializerHostile::nestedLoopInDeviceNotFoundReportsNothingTwice()
     const Board *const board = fixture.attach("silent");
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         QTimer *const timer = fixture.replyTimer(board);
-        timer->start(0); // makes the port time out inside the signal
+        timer->start(0); // the port's reply timer fires again, now inside this signal
         QVERIFY(nest([timer] { return !timer->isActive(); }));
     });
     fixture.initializer->setMaxRetries(0);
@@ -430,7 +433,7 @@ void TestInitializerHostile::receiverOfDeviceNotFoundMayDeleteTheInitializer()
         if (fixture.handOver(board).port)
             continue;
         QSerialPort port(board->portName());
-        QVERIFY(port.open(QIODevice::ReadWrite)); // the port is free, so another program can open it
+        QVERIFY(port.open(QIODevice::ReadWrite)); // opens only if the Initializer has closed the port
     }
 }
 
@@ -443,7 +446,7 @@ void TestInitializerHostile::portThatIsInItsOwnSignalOutlivesTheInitializerUntil
     bool aliveAfterTheDeletion = false;
     QObject::connect(fixture.initializer, &Initializer::deviceNotFound, [&] {
         delete fixture.initializer;
-        // The port must still exist, because Qt uses it after the receiver returns.
+        // The port must still exist, because Qt uses it after this function returns.
         aliveAfterTheDeletion = port && !port->isOpen();
     });
     fixture.initializer->setMaxRetries(0);
@@ -522,7 +525,7 @@ void TestInitializerHostile::initializerDeletedInANestedLoopOfDeviceInitialized(
         QVERIFY(nest([&fixture] { return !fixture.initializer; }));
         int turns = 0;
         QVERIFY(nest([&turns] { return ++turns > 3; }));
-        aliveInTheLoop = areAlive(); // true: one mapper still emits its signal, so both mappers must exist
+        aliveInTheLoop = areAlive(); // both mappers must exist, because one of them is still inside its own signal
         left = true;
     });
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});

@@ -13,7 +13,7 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Whether the port is not open, so that another program could open it.
+/// Returns whether nobody has the port open. To find out, opens the port.
 bool isFree(const Board *board)
 {
     QSerialPort port(board->portName());
@@ -41,7 +41,7 @@ void deleteAndCheckTheLog(ProbeFixture &fixture)
 {
     const QStringList before = fixture.timeline;
     delete fixture.initializer;
-    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // only the deletion is logged: no signal is emitted
+    QCOMPARE(fixture.timeline, before + QStringList{deleted}); // only the record of the deletion, and no signal
     settle();
     QCOMPARE(fixture.timeline.size(), before.size() + 1);
 }

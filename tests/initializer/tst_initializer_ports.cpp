@@ -349,7 +349,7 @@ void TestInitializerPorts::delayWithBoardCWantedOpensNoPortBeforeItHasPassed()
     QCOMPARE(timers.size(), 1);
     QTimer *const delayTimer = timers.first();
     QVERIFY(delayTimer->isSingleShot());
-    QCOMPARE(delayTimer->timerType(), Qt::PreciseTimer); // because a coarse timer may fire early
+    QCOMPARE(delayTimer->timerType(), Qt::PreciseTimer); // a coarse timer could fire early
     bool openedBefore = false;
     QVERIFY(fixture.initializer->probe({JwDevice::BoardA, JwDevice::BoardC}, 500));
     QVERIFY(delayTimer->isActive());

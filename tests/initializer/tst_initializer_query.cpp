@@ -121,7 +121,7 @@ void TestInitializerQuery::unknownAloneAsksNothingAndReportsNothing()
     fixture.probe({JwDevice::Unknown});
     QCOMPARE(fixture.state(board), PortState::AwaitingReply);
     QTRY_VERIFY(fixture.isOver());
-    // A port that timed out has the status Unknown. Unknown is the wanted type here, so no type is missing.
+    // Unknown is the wanted type here. A port that timed out has the type Unknown, so no type is missing.
     QCOMPARE(fixture.decisions(), QStringList{QStringLiteral("Disconnect from signals")});
     QVERIFY(received(board).isEmpty());
 }

@@ -259,7 +259,8 @@ void TestInitializerReplies::handedOverPortExchangesPayloads()
         QCOMPARE(arrived.last(), QString::fromLatin1(back));
     }
     QVERIFY(transferred.contains(1));
-    QCOMPARE(fixture.timeline.count(readText(board)), 1); // only the reply: the Initializer did not read later payloads
+    // One record, for the reply: the Initializer did not read the payloads after the reply.
+    QCOMPARE(fixture.timeline.count(readText(board)), 1);
 }
 
 void TestInitializerReplies::handedOverPortOutlivesTheInitializer()
@@ -407,7 +408,7 @@ void TestInitializerReplies::everyReadIsLoggedBeforeAnythingIsRead()
     sendAndHandle(fixture, board, frameSentence("GPGGA"));
     QCOMPARE(fixture.timeline,
              QStringList({readText(board), QStringLiteral("Parse failed:  \"Undefined sentence ID: GPGGA\"")}));
-    fixture.initializer->boardReadyRead(fixture.comm(board)); // the store is empty, but the read is logged
+    fixture.initializer->boardReadyRead(fixture.comm(board)); // logs the read although no payload is stored
     QCOMPARE(fixture.timeline.last(), readText(board));
     for (const LogRecord &record : fixture.log.sink->withText(readText(board))) {
         QCOMPARE(record.level, Logger::Trace);

@@ -30,7 +30,7 @@ const TypeList boardA = {JwDevice::BoardA};
 const char *const versionA = "7300022";
 const char *const versionB = "7300021";
 
-/// Returns the report on the port of `board`. Ends the test unless there is exactly one such report.
+/// Returns the report on the port of `board`. Ends the test program unless there is exactly one such report.
 PortReport reportOn(const ProbeFixture &fixture, const Board *board)
 {
     QList<PortReport> found;
@@ -282,7 +282,8 @@ void TestInitializerReports::nameThatNoPortHasIsReportedAsItWasGiven()
 {
     ProbeFixture fixture;
     const QString name = QStringLiteral("ttyNONE1");
-    // All unknown port names share one lock file. Another test program may hold the file for a moment, so try again.
+    // QSerialPort locks a port by a lock file, and all unknown port names share one lock file. Another test program may
+    // hold this lock for a moment, so try again.
     PortReport report;
     const auto isProbed = [&] {
         report = fixture.renew()->probe(boardA, 0, {name}) ? fixture.initializer->portReports().value(0) : PortReport();
@@ -437,7 +438,7 @@ void TestInitializerReports::pulledPortIsLost()
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     const Board *const found = fixture.attach("BoardA");
-    const Board *const other = fixture.attach("silent"); // this port keeps the probe open
+    const Board *const other = fixture.attach("silent"); // the probe waits for this board, so it does not end
     fixture.probe(boardA);
     bringTo(verdict, fixture, board, found);
     board->pull();
@@ -445,7 +446,8 @@ void TestInitializerReports::pulledPortIsLost()
     settle();
     const PortReport report = reportOn(fixture, board);
     QCOMPARE(report.verdict, PortReport::Lost);
-    QCOMPARE(report.error, QSerialPort::ResourceError); // even if the port reported another error before
+    // Always this error if the device is gone, whatever error the port reported.
+    QCOMPARE(report.error, QSerialPort::ResourceError);
     QCOMPARE(report.errorText, QStringLiteral("No such device"));
     QCOMPARE(report.reply, reply);
     QCOMPARE(report.queries, 1);
@@ -685,7 +687,7 @@ void TestInitializerReports::lateReplyOfATimedOutPortCounts()
     QFETCH(PortReport::Verdict, verdict);
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
-    fixture.attach("silent"); // this port keeps the probe open
+    fixture.attach("silent"); // the probe waits for this board, so it does not end
     fixture.probe(boardA);
     fixture.timeOut(board);
     sendAndCount(fixture, board, versionReply(version), 1);

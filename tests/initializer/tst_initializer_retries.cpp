@@ -16,7 +16,7 @@ namespace {
 
 const TypeList boardA = {JwDevice::BoardA};
 
-/// Ends rounds without waiting for real time, until the probe is over or `mostRounds` rounds have ended.
+/// Ends rounds at once, without waiting for the reply time, until the probe is over or `mostRounds` rounds have ended.
 void endRounds(ProbeFixture &fixture, int mostRounds)
 {
     for (int round = 0; round < mostRounds && !fixture.isOver(); ++round) {
@@ -173,7 +173,7 @@ void TestInitializerRetries::retryRoundMakesATimedOutPortAwaitItsReplyAgain()
         QCOMPARE(fixture.replyTimer(board)->interval(), 400);
         QVERIFY(fixture.replyTimer(board)->isSingleShot());
     }
-    QCOMPARE(fixture.port(first), port); // the same object, so the port was not opened again
+    QCOMPARE(fixture.port(first), port); // still the first QSerialPort object, so the port was not opened again
     QVERIFY(port->isOpen());
 }
 

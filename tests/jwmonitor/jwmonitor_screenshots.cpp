@@ -1,5 +1,5 @@
-// Makes the pictures of the documentation. Run "jwmonitor_screenshots FOLDER" under jwsim. It finds the boards,
-// exchanges payloads with them, and saves a picture of each view of the window.
+// Makes the pictures of the documentation. Run "jwmonitor_screenshots FOLDER" under jwsim. The program finds the
+// simulated boards, exchanges payloads with them, and saves a picture of each view of jwmonitor's window.
 #include <common/boardtype.h>
 #include <jwmonitor/app/mainwindow.h>
 #include <jwmonitor/find/boardfinder.h>

@@ -17,7 +17,7 @@
 using namespace JwDevice;
 using Stage = FinderFixture::Stage;
 
-/// Tests how jwmonitor finds boards, and how it finds a lost board again.
+/// Tests how jwmonitor finds boards, and how jwmonitor finds a lost board again.
 class TestFinder : public QObject
 {
     Q_OBJECT
@@ -105,7 +105,7 @@ void TestFinder::endsTheSearchOnceAllAreFound()
     QVERIFY(!fixture.finder.isSearching());
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(int(fixture.entry(silent).report->verdict),
-             int(PortReport::Awaiting)); // the search ended although this port did not answer
+             int(PortReport::Awaiting)); // the search ended before this port answered
 }
 
 void TestFinder::tellsWhatBecameOfEachPort()
@@ -159,7 +159,8 @@ void TestFinder::tellsOfANamedPortThatIsNotThere()
     JwTools::SearchSettings settings;
     settings.types = {BoardA};
     settings.ports = QStringList{QStringLiteral("ttyNONE0")};
-    // All missing ports share one lock file. Another process may lock that file for a moment, so try again.
+    // A port that does not exist has an empty name in QSerialPort, so all such ports share one lock file. Another test
+    // may lock this file for a moment, so try again.
     const auto isSearched = [&] {
         fixture.finder.start(settings);
         return QTest::qWaitFor([&] { return !fixture.finder.isSearching(); }) && fixture.finder.ports().size() == 1
@@ -223,7 +224,7 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     });
     other.start(port);
     QTRY_VERIFY(board->send(reply) && errors > 0);
-    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort derives the error from a stale errno
+    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort derives the error from an old errno
     other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
@@ -247,7 +248,7 @@ void TestFinder::aPortThatOnlyFailsIsLost()
     int errors = 0;
     connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
     for (int i = 0; i < 100; ++i)
-        port->setRequestToSend(true); // fails, because a simulated port has no RTS line
+        port->setRequestToSend(true); // fails, because a simulated port has no RTS signal
     QVERIFY(errors >= 100);
     QCOMPARE(lost.size(), 0);
     QVERIFY(port->isOpen());
@@ -284,7 +285,7 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // repeated, because jwmonitor rarely lists the ports while the cable is out
+    for (int i = 0; i < 4; ++i) { // repeated, because jwmonitor rarely lists the ports between pull() and plug()
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
         QTRY_COMPARE(ended.size(), 1); // the loss started this search
@@ -485,7 +486,7 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // runs in a signal of the search, which still exists until this loop ends
+    QEventLoop dialog; // runs inside a signal of the search, so the stopped search exists until this loop ends
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {

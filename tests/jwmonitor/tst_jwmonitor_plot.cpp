@@ -26,7 +26,7 @@ TrafficRecord at(qint64 timeUs, const QString &body, const QString &port = acm0)
     return {timeUs, port, Direction::Received, framed(body), 2};
 }
 
-/// Returns a text for each sample, for example "5s=2" or "5.25s=2".
+/// Returns a text with time and value for each sample, for example "5s=2" or "5.25s=2".
 QStringList sampleTexts(const std::deque<PlotSample> &samples)
 {
     QStringList texts;
@@ -45,7 +45,7 @@ int pixelsOf(const QImage &image, QRgb colour)
     return count;
 }
 
-/// Shows the view, and chooses the only field of its payloads.
+/// Shows the view, and chooses the only field of the payloads, so that the plot draws this field.
 void showOnlyField(PlotView &view)
 {
     view.resize(700, 400);
@@ -347,7 +347,8 @@ void TestPlot::theViewDrawsADenseCurve()
     QTRY_COMPARE(view.findChild<PlotData *>()->curves()[acm0].size(), size_t(5000));
     auto *canvas = view.findChild<PlotCanvas *>();
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
-    // The curve rises and falls within each column of pixels, so it fills five sixths of the time axis.
+    // The payloads cover 50 of the 60 seconds that the plot shows, and their values alternate between 0 and 1. So the
+    // curve fills every column of pixels in five sixths of the plot.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
 }
 
@@ -376,7 +377,7 @@ void TestPlot::theCursorMovesByKeys()
     PlotView view(&model);
     view.show();
     auto *canvas = view.findChild<PlotCanvas *>();
-    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the cursor's time
+    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the time at the cursor
     QCOMPARE(pixelsOf(canvas->grab().toImage(), colour), 0);
     QTest::keyClick(canvas, Qt::Key_Left);
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > 100);

@@ -196,7 +196,8 @@ void TestPorts::theLineOfBoardsTellsWhereEachStands()
 
 void TestPorts::colouredTextsContrastWithTheirGround()
 {
-    // Returns the luminance by the web's accessibility rules (WCAG). These rules ask for a contrast of at least 4.5.
+    // Returns how bright the colour is (luminance), as the accessibility rules for web pages (WCAG) define this. The
+    // same rules ask for a contrast of at least 4.5.
     const auto luminance = [](const QColor &colour) {
         const auto linear = [](double value) {
             return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);

@@ -24,8 +24,9 @@ constexpr int patienceMs = 200000; // long enough for a build with a sanitizer o
 
 } // namespace
 
-/// Measures the longest time for which jwmonitor's window does not react, with a full table and 1000 payloads a second.
-/// Prints the figures. They depend on the machine and its load, so the test fails only if the window really freezes.
+/// Measures the longest time for which jwmonitor's window does not react, with a full table (100,000 rows) and 1000 new
+/// payloads in each second. Prints these times. The times depend on the machine and its load, so the test fails only if
+/// the window really freezes.
 class TestResponsiveness : public QObject
 {
     Q_OBJECT

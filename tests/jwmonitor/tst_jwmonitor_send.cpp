@@ -226,7 +226,9 @@ void TestSend::theSystemTakesWhatIsSent()
     type("PJWVER");
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("transferred")));
-    type("PJWVER,2"); // longer than the first payload, so the port's report covers only the first
+    // The Communicator counts each report of written bytes from the first payload on. So the report for this longer
+    // second payload covers only the first payload.
+    type("PJWVER,2");
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress),
                  QStringList({QStringLiteral("transferred"), QStringLiteral("taken")}));
@@ -294,7 +296,7 @@ void TestSend::whatWaitsWhenAnotherBoardComesIsNotSent()
     m_panel->addBoard(link);
     m_model->flush();
     QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
-    m_model->markTaken(link.port, 1); // the payload already counts as not sent, so this late report changes nothing
+    m_model->markTaken(link.port, 1); // the payload already counts as not sent, so this late call changes nothing
     QCOMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("not sent: the board went")));
     m_panel->removeBoard(link.port);
 }

@@ -25,7 +25,7 @@ namespace {
 const QString versionQuery = QStringLiteral("$PJWVER*0c");
 const QString informationRequest = QStringLiteral("$PTJWWR,INF*71");
 
-/// Simulated boards, their BoardFinder, and the timeline of its searches.
+/// Simulated boards, a BoardFinder (jwmonitor's search), and the timeline of the BoardFinder's searches.
 struct TimelineFixture : FinderFixture
 {
     ProbeTimeline timeline{&finder};
@@ -47,7 +47,7 @@ struct TimelineFixture : FinderFixture
     }
 };
 
-/// Emits the events of a search that sends queries to a silent port again and again.
+/// Emits the events of a search on one silent port with many retry rounds.
 class LongSearch
 {
 public:
@@ -98,7 +98,8 @@ bool isInOrder(const TimelineLane &lane)
                           [](const TimelineEvent &a, const TimelineEvent &b) { return a.ms < b.ms; });
 }
 
-/// Returns the position of an event of the only lane, in coordinates of the canvas's viewport.
+/// Returns the position of an event in the only lane (the part of the picture that shows one port), in coordinates of
+/// the canvas's viewport.
 QPointF position(const ProbeTimeline &timeline, const TimelineView &view, int event)
 {
     const TimelineCanvas *canvas = view.canvas();
@@ -391,7 +392,7 @@ void TestTimeline::theMarkStaysAtItsEventInALongSearch()
     TimelineView view(&fixture.timeline);
     LongSearch search(&fixture.finder);
     search.retry(ProbeTimeline::maxEvents / 2 - 1);
-    for (int i = 0; i < 8; ++i) // moves the mark to the query of the third retry round
+    for (int i = 0; i < 8; ++i) // moves the mark by one event; the last is the query of the third retry round
         QTest::keyClick(view.canvas(), Qt::Key_Right);
     const QString marked = view.canvas()->accessibleDescription();
     QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
@@ -442,7 +443,7 @@ void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
     QCOMPARE(fixture.lane(board).events.at(2).kind, PortEvent::Unreadable);
     const auto *viewport = view.canvas()->viewport();
     const QImage picture = view.grab().toImage();
-    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // an arrow's tip lies between the two corners
+    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // an arrow's tip would be between the corners
     const QPointF centre = position(fixture.timeline, view, 2) + viewport->mapTo(&view, QPoint());
     for (const double side : {-corner, corner})
         QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),
@@ -486,7 +487,7 @@ void TestTimeline::roundWithoutAQueryHasItsLine()
     TimelineFixture fixture;
     LongSearch search(&fixture.finder);
     search.startRound();
-    search.tell(PortEvent::TimedOut); // the cable was pulled, so nothing is asked in this round
+    search.tell(PortEvent::TimedOut); // as after a pulled cable: this round sends no query
     QCOMPARE(fixture.timeline.rounds().size(), 1);
 }
 

@@ -305,7 +305,7 @@ void TestTraffic::progressIsToldOfTheNewestOfAnId()
     m_model->markTaken(acm0, 1);
     m_model->markTaken(acm0, 2);
     m_model->flush();
-    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // reports reach only the newest 1000 payloads
+    QCOMPARE(m_model->record(0).transfer, Transfer::Waiting); // markTaken() reaches only the newest 1000 payloads
     QCOMPARE(m_model->record(1).transfer, Transfer::Taken);
 }
 

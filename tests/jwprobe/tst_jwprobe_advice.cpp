@@ -83,8 +83,9 @@ void TestJwprobeAdvice::deniedPortNamesItsFileAndARule()
 
 void TestJwprobeAdvice::deniedPortNamesItsGroup()
 {
-    // Root may open every file, so if this test runs as root, it runs jwprobe as the user nobody. Another user can only
-    // remove his own right to his own file. Then no group helps, so the advice names no group.
+    // Root may open every file. So if this test runs as root, it starts jwprobe as the user nobody. A normal user owns
+    // the port's file, and can only remove the owner's right to open it. Then no group helps, so the advice names no
+    // group.
     const bool isRoot = ::geteuid() == 0;
     const QString script = isRoot ? QStringLiteral("chmod 0660 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
                                   : QStringLiteral("chmod 0060 \"$UMOCKDEV_DIR/dev/%1\" && exec \"$@\"").arg(m_port);
@@ -263,12 +264,13 @@ void TestJwprobeAdvice::listHasAllOfAPort()
                           {QStringLiteral("location"), QStringLiteral("/dev/") + m_port},
                           {QStringLiteral("manufacturer"), QStringLiteral("STMicroelectronics.")},
                           {QStringLiteral("serialNumber"), QStringLiteral("S-9")},
+                          {QStringLiteral("id"), QStringLiteral("S-9:1.0")},
                           {QStringLiteral("vendorId"), QStringLiteral("0483")},
                           {QStringLiteral("productId"), QStringLiteral("1a2b")},
                           {QStringLiteral("probed"), true},
                           {QStringLiteral("obstacle"), QJsonValue::Null}}));
     const Outcome text = runJwprobe({boardOn("silent", m_port, "serial=S-9,product=1a2b")}, {QStringLiteral("--list")});
-    for (const char *cell : {"0483:1a2b", "STMicroelectronics.", "S-9"})
+    for (const char *cell : {"0483:1a2b", "STMicroelectronics.", "S-9 ", "S-9:1.0"})
         QVERIFY2(text.output.contains(cell), text.output.constData());
 }
 

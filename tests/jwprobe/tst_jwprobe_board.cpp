@@ -21,7 +21,7 @@
 
 using namespace JwProbe;
 
-/// Tests jwprobe's Board with a port that reports errors after the board was found.
+/// Tests jwprobe's class Board: a found board whose port reports errors.
 class TestJwprobeBoard : public QObject
 {
     Q_OBJECT
@@ -43,7 +43,7 @@ private:
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // used instead of the port's file in /dev
+    QTemporaryFile m_device; // `m_board` uses this file as the port's file in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };
@@ -52,7 +52,7 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    QVERIFY(m_device.open()); // not the pseudo terminal's file, which is removed when its other end closes
+    QVERIFY(m_device.open()); // a plain file: a pseudo terminal's file disappears when its other end closes
 }
 
 void TestJwprobeBoard::cleanup()
@@ -88,7 +88,8 @@ void TestJwprobeBoard::errorThatPassesLosesNothing_data()
     QTest::addColumn<int>("number");
     QTest::addColumn<QSerialPort::SerialPortError>("reported");
     QTest::addColumn<QByteArray>("held");
-    // QSerialPort finds no bytes to read, and reports an error by the errno that an earlier call left.
+    // An OtherReader reads the bytes first, so QSerialPort finds no bytes. QSerialPort then derives its error from the
+    // errno that an earlier call left.
     QTest::newRow("QSerialPort stops reading") << EAGAIN << QSerialPort::ResourceError << QByteArray();
     QTest::newRow("QSerialPort reads on") << ENOENT << QSerialPort::ReadError << QByteArray();
     QTest::newRow("while an unfinished line is held back")
@@ -120,7 +121,7 @@ void TestJwprobeBoard::errorThatPassesLosesNothing()
     send("\r\n$PJWVER,1\r\n");
     QString payload;
     const auto isReceived = [&] {
-        while (m_board->receive(payload)) { } // first skip the rest of the line that was held back
+        while (m_board->receive(payload)) { } // skips the end of the unfinished line
         return payload == QLatin1String("$PJWVER,1\r\n");
     };
     QTRY_VERIFY(isReceived());
@@ -154,7 +155,7 @@ void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
     const qint64 before = ProcessUsage::now().heapBytes;
     exchange(60000);
     const qint64 growth = ProcessUsage::now().heapBytes - before;
-    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes for each payload would be 2,880,000
+    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes kept for each payload are 2,880,000
 }
 
 void TestJwprobeBoard::portThatTheSystemLostIsACablePulled()

@@ -14,7 +14,8 @@
 using namespace JwProbe;
 using JwDevice::PortReport;
 
-// Programs read the states, and people copy commands from the advice. So these tests compare states and advice exactly.
+// Programs read the states in jwprobe's JSON, and people copy commands from the advice. So these tests compare states
+// and advice exactly.
 class TestJwprobeDiagnosis : public QObject
 {
     Q_OBJECT
@@ -269,7 +270,8 @@ void TestJwprobeDiagnosis::aLivingLockHolderIsNamed()
     QVERIFY2(diagnosis.summary.contains(QLatin1String("tst_jwprobe")), qPrintable(diagnosis.summary));
 }
 
-// The test locks the file, like a running child of the dead process. QSerialPort would remove an unlocked file.
+// The lock file names a dead process. The test calls flock() on the file, as if a child of that process still ran.
+// Without flock(), QSerialPort would remove the file.
 void TestJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
 {
     const PortIdentity port = portOfItsOwn();

@@ -59,6 +59,7 @@ private Q_SLOTS:
     void whatIsNoLockFileIsNotOpened_data();
     SANDBOXED void whatIsNoLockFileIsNotOpened();
     SANDBOXED void otherPortsAreSearchedBesideWhatIsNoLockFile();
+    SANDBOXED void watchOpensNoPortBesideWhatIsNoLockFile();
     SANDBOXED void lockFileLeftBehindIsRemoved();
     SANDBOXED void lockFileWithoutAnOwnerIsRemoved();
     void lockFileCountsWhenItStopsTheSearch_data();
@@ -114,8 +115,8 @@ bool sandboxHasOtherUsers()
     return Sandbox::allowed().kind == Sandbox::OfAllUsers;
 }
 
-/// A pseudo terminal. Used instead of a simulated port, because the device number of a simulated port's file is not the
-/// device number of the descriptor that a program has open.
+/// A pseudo terminal, used instead of a simulated port. For a simulated port, the file in /dev and a descriptor that a
+/// program has open have different device numbers. So the doctor could not see which program has the port open.
 class Terminal
 {
 public:
@@ -156,7 +157,8 @@ private:
     QString m_location;
 };
 
-/// While this object exists, root lacks the right to open a terminal that is in exclusive mode.
+/// While this object exists, the user root lacks the right (CAP_SYS_ADMIN) to open a terminal that is in exclusive
+/// mode.
 class WithoutAdministration
 {
 public:
@@ -184,8 +186,8 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Root may open every file, so if this test runs as root, it runs the doctor as the user nobody. Another user can only
-// remove his own right to the file.
+// Runs the doctor as a user who may not open the port. Root may open every file, so if this test runs as root, it
+// starts the doctor as the user nobody. A normal user removes the owner's right to open the port's file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =
@@ -475,7 +477,7 @@ void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess_data()
     row("a process without the port", "'$user' minicom root\\n", QStringLiteral("which names sleep (pid "));
 }
 
-// The folder is read-only, so QSerialPort cannot remove the lock file and the port stays locked.
+// The script makes the folder of the lock files read-only, so QSerialPort cannot remove the lock file.
 void TestJwprobeDoctor::numberInALockFileIsNoReasonToEndAProcess()
 {
     QFETCH(QString, text);
@@ -579,6 +581,28 @@ void TestJwprobeDoctor::otherPortsAreSearchedBesideWhatIsNoLockFile()
     QVERIFY(ports[0].toObject()[QLatin1String("errorText")].toString().contains(QLatin1String("named pipe")));
 }
 
+void TestJwprobeDoctor::watchOpensNoPortBesideWhatIsNoLockFile()
+{
+    const QString other = uniquePortName();
+    const Outcome outcome = runSandboxed(
+        {boardOn("BoardA", m_port), boardOn("BoardB", other, "pull-after=500")},
+        QStringLiteral("mkfifo /run/lock/LCK..%1; \"$@\"").arg(m_port),
+        {jwprobeProgram(), json, QStringLiteral("--watch"), QStringLiteral("--deadline"), QStringLiteral("2000")});
+    QCOMPARE(outcome.status, 0);
+    QStringList events;
+    for (const QByteArray &line : linesOf(outcome.output)) {
+        const QJsonObject event = QJsonDocument::fromJson(line).object();
+        events.append(event[QLatin1String("event")].toString() + QLatin1Char(' ')
+                      + event[QLatin1String("port")].toString());
+        if (events.last().startsWith(QLatin1String("refused")))
+            QVERIFY(event[QLatin1String("summary")].toString().contains(QLatin1String("named pipe")));
+    }
+    events.sort();
+    QCOMPARE(events,
+             (QStringList{QStringLiteral("found ") + other, QStringLiteral("lost ") + other,
+                          QStringLiteral("refused ") + m_port}));
+}
+
 // QSerialPort removes a stale lock file if the folder is writable. So this test makes the folder read-only.
 void TestJwprobeDoctor::lockFileLeftBehindIsRemoved()
 {
@@ -664,8 +688,8 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()
 {
-    // A port in exclusive mode refuses everybody except root, so run jwprobe as nobody if possible.
-    // The holder's lock file is hidden.
+    // A port in exclusive mode refuses everybody except root, so run jwprobe as the user nobody if possible. The
+    // sandbox hides the lock file of the program that holds the port, so the doctor cannot name this program.
     const QString command = sandboxHasOtherUsers()
         ? QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
         : QStringLiteral("exec \"$@\"");

@@ -10,7 +10,8 @@ namespace {
 
 const QString monitorOption = QStringLiteral("--monitor");
 
-/// Returns an expression for a line of the monitor: time of day, port, direction and text of a payload.
+/// Returns an expression that matches one line that jwprobe --monitor prints: time of day, port, direction and text of
+/// a payload.
 QRegularExpression payloadLine(const QString &port, const QString &direction, const QString &text)
 {
     return QRegularExpression(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} +%1 +%2 +%3$")
@@ -61,7 +62,7 @@ private Q_SLOTS:
 
 private:
     QStringList m_ports;
-    QStringList m_boards; // text forms of a BoardA and a BoardC
+    QStringList m_boards; // values for jwsim's option --board: a BoardA and a BoardC
     QStringList m_options; // options with which jwprobe monitors both boards
 };
 
@@ -300,7 +301,8 @@ void TestJwprobeMonitor::jsonIsOneObjectALine()
                    jwprobe({boardOn("BoardA", m_ports[0], "pull-after-bytes=260")},
                            {monitorOption, QStringLiteral("--type=BoardA"), QStringLiteral("--json")}));
     run.start();
-    // Ten replies, then the cable is pulled. On a busy machine the search itself can use more than one of them.
+    // The cable is pulled after 260 bytes, which are ten replies. The search uses one reply. On a busy machine the
+    // search asks again and uses more replies.
     for (int i = 0; i < 10; ++i)
         run.write("PJWVER\n");
     QVERIFY(run.finish());

@@ -11,6 +11,9 @@ class TestJwprobeOptions : public QObject
 private Q_SLOTS:
     void withoutOptionsAllTypesAreSearchedOnAllPorts();
     void everyOptionIsTaken();
+    void watchHasNoDeadlineUnlessGiven();
+    void oneBoardIsEnoughWithoutAType_data();
+    void oneBoardIsEnoughWithoutAType();
     void actionsTakeThePortsAndTheFormatAlong_data();
     void actionsTakeThePortsAndTheFormatAlong();
     void typesAreTakenInAnyLetterCaseAndOnce();
@@ -47,25 +50,56 @@ void TestJwprobeOptions::withoutOptionsAllTypesAreSearchedOnAllPorts()
     QCOMPARE(options->delay, 0);
     QCOMPARE(options->retries, 3);
     QCOMPARE(options->deadline, 5000);
+    QVERIFY(options->id.isEmpty() && !options->anyType);
     QVERIFY(!options->json && !options->traffic && !options->rawTraffic && !options->logLevel);
 }
 
 void TestJwprobeOptions::everyOptionIsTaken()
 {
     QString error;
-    const std::optional<Options> options =
-        parse(words("--type BoardB --port ttyACM3 --delay 20 --retries 0 --deadline 700 --json --monitor --log warning "
-                    "--traffic --raw-traffic"),
-              &error);
+    const std::optional<Options> options = parse(words("--type BoardB --port ttyACM3 --id SIM1:1.0 --delay 20 "
+                                                       "--retries 0 --deadline 700 --json --monitor --log warning "
+                                                       "--traffic --raw-traffic"),
+                                                 &error);
     QVERIFY2(options, qPrintable(error));
     QCOMPARE(options->action, Options::Monitor);
     QCOMPARE(options->types, QList<JwDevice::Type>{JwDevice::BoardB});
     QCOMPARE(options->ports, words("ttyACM3"));
+    QCOMPARE(options->id, QStringLiteral("SIM1:1.0"));
     QCOMPARE(options->delay, 20);
     QCOMPARE(options->retries, 0);
     QCOMPARE(options->deadline, 700);
     QVERIFY(options->json && options->traffic && options->rawTraffic);
     QVERIFY(options->logLevel == Logger::Warning);
+}
+
+void TestJwprobeOptions::watchHasNoDeadlineUnlessGiven()
+{
+    QString error;
+    QCOMPARE(parse(words("--watch"), &error)->action, Options::Watch);
+    QCOMPARE(parse(words("--watch"), &error)->deadline, 0);
+    QCOMPARE(parse(words("--watch --delay 6000"), &error)->delay, 6000); // no deadline that it could exceed
+    QCOMPARE(parse(words("--watch --deadline 700"), &error)->deadline, 700);
+}
+
+void TestJwprobeOptions::oneBoardIsEnoughWithoutAType_data()
+{
+    QTest::addColumn<QString>("arguments");
+    QTest::addColumn<bool>("isEnough");
+    QTest::newRow("watch") << QStringLiteral("--watch") << true;
+    QTest::newRow("id") << QStringLiteral("--id SIM1:1.0") << true;
+    QTest::newRow("watch and type") << QStringLiteral("--watch --type BoardA") << false;
+    QTest::newRow("id and type") << QStringLiteral("--id SIM1:1.0 --type BoardA") << false;
+    QTest::newRow("monitor") << QStringLiteral("--monitor") << false;
+}
+
+void TestJwprobeOptions::oneBoardIsEnoughWithoutAType()
+{
+    QFETCH(QString, arguments);
+    QString error;
+    const std::optional<Options> options = parse(arguments.split(QLatin1Char(' ')), &error);
+    QVERIFY2(options, qPrintable(error));
+    QTEST(options->anyType, "isEnough");
 }
 
 void TestJwprobeOptions::actionsTakeThePortsAndTheFormatAlong_data()
@@ -146,6 +180,12 @@ void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     row("--log loud", "trace, debug, info, warning, error, fatal");
     row("--list --monitor", "--list and --monitor");
     row("--doctor --monitor", "--doctor and --monitor");
+    row("--monitor --watch", "--monitor and --watch");
+    row("--list --watch", "--list and --watch");
+    row("--udev-rules --id SIM1:1.0", "--id has no effect on --udev-rules");
+    row("--id=", "--list");
+    row("--watch --deadline 0", "1 to 3600000");
+    row("--watch --delay 300 --deadline 300", "--deadline");
     row("--udev-rules --list", "--list and --udev-rules");
     row("--list --type BoardA", "--type is for a search");
     row("--list --deadline 300", "--deadline is for a search");
@@ -175,7 +215,7 @@ void TestJwprobeOptions::helpNamesEveryOptionWithin80Columns()
 {
     const QString help = helpText();
     const QStringList names = words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
-                                    "--list --doctor --monitor --udev-rules --version --help");
+                                    "--list --doctor --monitor --watch --id --udev-rules --version --help");
     for (const QString &name : names)
         QVERIFY2(help.contains(name), qPrintable(name));
     const QStringList lines = help.split(QLatin1Char('\n'));

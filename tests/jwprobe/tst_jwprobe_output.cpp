@@ -68,7 +68,8 @@ void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter_data()
     QTest::newRow("--monitor") << QStringLiteral("--monitor");
 }
 
-// The library reads bytes as Latin-1. The character 0x9b begins a command for the terminal, so JSON must escape it.
+// The library turns the byte 0x9b of a payload into the character 0x9b (Latin-1). This character begins a command for
+// the terminal, so JSON must escape this character.
 void TestJwprobeOutput::jsonOfABoardHasNoSuchCharacter()
 {
     QFETCH(QString, mode);

@@ -40,7 +40,7 @@ const QStringList columns{QStringLiteral("TYPE"),   QStringLiteral("PORT"),     
 
 } // namespace
 
-/// Tests the output and the exit status of a search.
+/// Tests what jwprobe prints after a search, and the exit status of jwprobe.
 class TestJwprobeReport : public QObject
 {
     Q_OBJECT
@@ -170,6 +170,7 @@ void TestJwprobeReport::jsonHasAllOfABoard()
     QCOMPARE(board,
              (QJsonObject{{QStringLiteral("type"), QStringLiteral("BoardC")},
                           {QStringLiteral("port"), m_ports[0]},
+                          {QStringLiteral("id"), QStringLiteral("S-1:1.0")},
                           {QStringLiteral("location"), QStringLiteral("/dev/") + m_ports[0]},
                           {QStringLiteral("manufacturer"), QStringLiteral("STMicroelectronics.")},
                           {QStringLiteral("serialNumber"), QStringLiteral("S-1")},
@@ -440,7 +441,7 @@ void TestJwprobeReport::delayHoldsTheSearchBackForBoardC()
         runJwprobe({boardOn("BoardC", m_ports[0])}, options({"--json", "--type", "BoardC", "--delay", "300"}));
     QCOMPARE(outcome.status, 0);
     const QJsonObject board = document(outcome)[QLatin1String("boards")].toArray().first().toObject();
-    // A coarse timer may fire 5 % early, so accept a little less than 300 ms.
+    // Timers of Qt may fire 5 % early, so accept a little less than 300 ms.
     QVERIFY(board[QLatin1String("milliseconds")].toDouble() >= 300 * 0.95 - 1);
 }
 

@@ -17,6 +17,7 @@
 namespace {
 
 const QString monitorOption = QStringLiteral("--monitor");
+const QString watchOption = QStringLiteral("--watch");
 const QString boardA = QStringLiteral("--type=BoardA");
 
 QStringList shell(const QString &script, const QStringList &arguments)
@@ -110,8 +111,8 @@ private Q_SLOTS:
     void inputWaitsForASlowBoard();
     void nothingOfALargeInputIsLost();
     void backgroundJobLeavesTheTerminalAlone();
-    void readerThatIsGoneEndsTheMonitor_data();
-    void readerThatIsGoneEndsTheMonitor();
+    void readerThatIsGoneEndsTheProgram_data();
+    void readerThatIsGoneEndsTheProgram();
     void fullFileEndsTheMonitor();
 
 private:
@@ -125,11 +126,13 @@ void TestJwprobeStreams::signalEndsAWriteToAFullPipe_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<int>("status");
     const QString monitor = QStringLiteral("\"$0\" \"$@\" --monitor --type=BoardA > \"$PIPE\"");
+    const QString watch = QStringLiteral("\"$0\" \"$@\" --watch --json --type=BoardA > \"$PIPE\"");
     const QString search = QStringLiteral("\"$0\" \"$@\" --log=trace --retries=10000 --deadline=3600000 2> \"$PIPE\"");
     const QString talking = QStringLiteral("BoardA,replies=1000,port=%1");
     const QString other = QStringLiteral("other,interval=1,port=%1");
     QTest::newRow("monitor, SIGINT") << SIGINT << talking << monitor << 0;
     QTest::newRow("monitor, SIGTERM") << SIGTERM << talking << monitor << 0;
+    QTest::newRow("watch, SIGTERM") << SIGTERM << talking << watch << 0;
     QTest::newRow("log of a search, SIGINT") << SIGINT << other << search << 128 + SIGINT;
     QTest::newRow("log of a search, SIGTERM") << SIGTERM << other << search << 128 + SIGTERM;
 }
@@ -170,7 +173,8 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // At most these are full: the pipe's buffer, the queue of bytes for the board (12 for each 7 typed), other buffers.
+    // jwprobe stops reading when the queue of bytes for the board is full. Then only these can be full: the pipe, this
+    // queue (12 bytes for each 7 bytes typed) and some small buffers.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 
@@ -216,7 +220,8 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     const qint64 pid = numberBehind("job ", run.screen());
     QVERIFY(pid > 0);
     QVERIFY(run.type("PTJWWR,INF\n"));
-    // The monitor still runs, and prints payloads.
+    // If the background job read from the terminal, the system would stop the job (state 'T'). The job must go on and
+    // print payloads.
     const int before = run.screen().count("<-");
     WAIT_FOR(run.screen().count("<-") >= before + 10 || processState(pid) == 'T');
     QVERIFY(processState(pid) != 'T');
@@ -230,22 +235,29 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     QCOMPARE(run.status(), 0);
 }
 
-void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor_data()
+void TestJwprobeStreams::readerThatIsGoneEndsTheProgram_data()
 {
+    QTest::addColumn<QString>("action");
     QTest::addColumn<QString>("keys");
     QTest::addColumn<QString>("disposition");
     QTest::addColumn<int>("status");
     const QString talking = QStringLiteral(",replies=1000,chunk=26,gap=20");
     const QString ignored = QStringLiteral("--ignore-signal=PIPE");
     const QString usual = QStringLiteral("--default-signal=PIPE");
-    QTest::newRow("board that talks, SIGPIPE ignored") << talking << ignored << 1;
-    QTest::newRow("silent board, SIGPIPE ignored") << QString() << ignored << 1;
-    QTest::newRow("board that talks") << talking << usual << 128 + SIGPIPE;
-    QTest::newRow("silent board") << QString() << usual << 128 + SIGPIPE;
+    for (const QString &action : {monitorOption, watchOption}) {
+        const auto row = [&action](const char *name, const QString &keys, const QString &disposition, int status) {
+            QTest::addRow("%s, %s", qPrintable(action), name) << action << keys << disposition << status;
+        };
+        row("board that talks, SIGPIPE ignored", talking, ignored, 1);
+        row("silent board, SIGPIPE ignored", QString(), ignored, 1);
+        row("board that talks", talking, usual, 128 + SIGPIPE);
+        row("silent board", QString(), usual, 128 + SIGPIPE);
+    }
 }
 
-void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor()
+void TestJwprobeStreams::readerThatIsGoneEndsTheProgram()
 {
+    QFETCH(QString, action);
     QFETCH(QString, keys);
     QFETCH(QString, disposition);
     QFETCH(int, status);
@@ -254,7 +266,7 @@ void TestJwprobeStreams::readerThatIsGoneEndsTheMonitor()
     ProgramRun run(jwsimProgram(),
                    simulated({boardOn("BoardA", m_port) + keys},
                              shell(QStringLiteral("env %1 \"$0\" \"$@\" > \"$PIPE\"; echo status $?").arg(disposition),
-                                   {monitorOption, boardA})));
+                                   {action, boardA})));
     run.setEnvironment(QStringLiteral("PIPE"), pipe.path());
     run.start();
     WAIT_FOR(pipe.waiting() > 0);

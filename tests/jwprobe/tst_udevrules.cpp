@@ -69,7 +69,8 @@ void TestUdevRules::initTestCase()
              "(scripts/test does)");
 }
 
-// Keeps the system's own rules, because our rules must work together with them.
+// Applies the rules to a new simulated board, and returns the log of udev. Also applies the system's own rules, because
+// our rules must work together with them.
 Outcome TestUdevRules::plugIn(const char *keys, const QByteArray &moreRules) const
 {
     const QString script =
@@ -112,10 +113,11 @@ void TestUdevRules::boardGetsAccessAndIsKeptFromModemManager()
     const QList<QByteArray> port = linesOf(ofPort(outcome));
     QVERIFY2(port.contains("ID_MM_DEVICE_IGNORE=1"), ofPort(outcome).constData());
     QVERIFY2(port.contains("ID_MM_PORT_IGNORE=1"), ofPort(outcome).constData());
-    // With this rule close() does not wait for a board that does not read.
+    // With this setting, close() of the port does not wait for a board that does not read.
     const QByteArray noWait = "run: '/bin/setserial /dev/" + m_port.toLatin1() + " closing_wait none'";
     QVERIFY2(port.contains(noWait), ofPort(outcome).constData());
-    // udev's 73-seat-late.rules read our tag, so the user at the machine gets access.
+    // Our rules give the port a tag. udev's own 73-seat-late.rules read this tag, and give access to the user at the
+    // machine.
     QVERIFY2(port.contains("run: 'uaccess'"), ofPort(outcome).constData());
     QVERIFY2(linesOf(ofUsbDevice(outcome)).contains("ID_MM_DEVICE_IGNORE=1"), ofUsbDevice(outcome).constData());
 }

@@ -35,7 +35,7 @@ static_assert(
 
 namespace {
 
-/// A sink that calls a function for every record. The sink holds no lock, so the function may log.
+/// A sink that calls a function for every record. The sink holds no lock, so this function may itself write a record.
 class CallingSink : public spdlog::sinks::sink
 {
 public:
@@ -595,7 +595,7 @@ void TestLogger::trailingBlankIsLeftOut()
                              << "";
     QCOMPARE(capture.sink->records.size(), 3);
     QCOMPARE(capture.sink->records[0].text, QStringLiteral("one"));
-    // The caller's own blank stays. Only the blank that QDebug adds is removed.
+    // Only the blank that QDebug adds at the end is removed. A blank at the end of the caller's text stays.
     QCOMPARE(capture.sink->records[1].text, QStringLiteral("own blank "));
     QCOMPARE(capture.sink->records[2].text, QStringLiteral(" "));
 }

@@ -1,5 +1,7 @@
-// Runs random schedules in virtual time on the real Initializer with real QSerialPorts, and on the model. The
-// Initializer and the model must give the same trace.
+// Runs random schedules on the real Initializer with real QSerialPorts, and on a model: a second, simple
+// implementation. A schedule is a list of events: boards send bytes, cables are pulled, the application acts. The
+// Initializer and the model must give the same trace (record of what happened). The time is virtual, so the test does
+// not wait for timers.
 //
 // JWDEVICE_MODEL_SCHEDULES=<n>  number of schedules (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>       seed of the first schedule (default 1); each next schedule has the next seed
@@ -9,28 +11,27 @@
 //       JWDEVICE_MODEL_SEED=$seed JWDEVICE_MODEL_SCHEDULES=20000 build/release/tests/tst_discovery_model || break
 //   done
 //
-// The boards send bytes of any value in pieces. The pieces arrive in a random order: in different turns of the event
-// loop, some later in time, with pieces of other boards in between. The test also checks this rule: if a board sends
-// only whole sentences of at most 50 bytes, its Communicator receives each sentence unchanged. Bytes of other boards
-// must not change these sentences.
+// The boards send bytes of any value in pieces. The pieces of different boards are mixed at random. They arrive in
+// different turns of the event loop, some after a delay. The test also checks this rule: if a board sends only whole
+// sentences of at most 50 bytes, its Communicator receives each sentence unchanged, whatever other boards send.
 //
 // The schedules don't contain:
 // - faults other than a pulled cable and a port that can't be opened (see tst_faults)
 // - a kernel that delivers one piece in several parts
-// - several ports with bytes in the same turn that are not served in the order of opening
+// - another order of reading: if bytes wait at several ports, the ports are read in the order in which they were opened
 // - an application that reads from a port itself or calls setWholeLines() (see tst_receive_model)
 // - probe() in a nested event loop
 // - the deletion of the Initializer in a nested event loop, except by deleteLater() or in deviceNotFound()
 // - more than 8 ports
 //
-// The application closes a handed-over port at its first error. A schedule that gives different traces is shrunk and
-// printed with its seed.
+// The application closes a handed-over port at its first error. A schedule that gives different traces is shrunk (parts
+// are removed while it still fails) and printed with its seed.
 #include "support/model/discoverymodel.h"
 #include "support/model/discoveryschedule.h"
 #include "support/model/discoverysubject.h"
-#include "support/common/environmentnumber.h"
 #include "support/common/recordsink.h"
 #include "support/model/runningseed.h"
+#include "support/model/seedrows.h"
 #include "support/model/virtualclock.h"
 
 #include <simulator/preload.h>
@@ -44,7 +45,6 @@
 namespace {
 
 constexpr int schedulesInTestRun = 5000;
-constexpr int schedulesInRow = 1000;
 constexpr int linesShown = 12;
 
 VirtualClock *virtualClock = nullptr;
@@ -149,21 +149,15 @@ void TestDiscoveryModel::shrinksAFailingScheduleToItsShortestForm()
 
 void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives_data()
 {
-    QTest::addColumn<int>("first");
-    QTest::addColumn<int>("count");
-    const int first = static_cast<int>(environmentNumber("JWDEVICE_MODEL_SEED", 1));
-    const int end = first + static_cast<int>(environmentNumber("JWDEVICE_MODEL_SCHEDULES", schedulesInTestRun));
-    for (int seed = first; seed < end; seed += schedulesInRow) {
-        const int count = std::min(schedulesInRow, end - seed);
-        QTest::addRow("seeds %d to %d", seed, seed + count - 1) << seed << count;
-    }
+    addSeedRows(schedulesInTestRun);
 }
 
 void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
 {
     QFETCH(int, first);
     QFETCH(int, count);
-    // Sort by the number of ports, because plugging in a port takes much longer than running a schedule.
+    // Sort the schedules by their number of ports. Then few ports are plugged in between two schedules, and plugging in
+    // a port takes much longer than running a schedule.
     std::vector<std::pair<int, quint32>> seeds;
     for (int i = 0; i < count; ++i) {
         const quint32 seed = static_cast<quint32>(first + i);
@@ -176,7 +170,7 @@ void TestDiscoveryModel::randomSchedulesGiveWhatTheModelGives()
         const QString firstDifference = difference(schedule);
         if (firstDifference.isEmpty())
             continue;
-        if (difference(schedule).isEmpty()) // passes the second time, so the schedule can't be shrunk
+        if (difference(schedule).isEmpty()) // passes this time; only a schedule that fails every time can be shrunk
             QFAIL(qPrintable(QStringLiteral("seed %1 fails, but not every time:\n%2%3")
                                  .arg(QString::number(seed), schedule.toString(), firstDifference)));
         const DiscoverySchedule shortest = shortestSchedule(

@@ -1,4 +1,5 @@
-// Runs random streams on real Communicators and on the model. The Communicators and the model must give the same trace.
+// Runs random streams on real Communicators and on a model: a second, simple implementation. The Communicators and the
+// model must give the same trace (record of what happened).
 //
 // JWDEVICE_MODEL_STREAMS=<n>  number of streams (the default is for a normal test run)
 // JWDEVICE_MODEL_SEED=<n>     seed of the first stream (default 1); each next stream has the next seed
@@ -6,14 +7,14 @@
 // A long run. QTEST_FUNCTION_TIMEOUT is set because Qt's default limit is five minutes:
 //   QTEST_FUNCTION_TIMEOUT=86400000 JWDEVICE_MODEL_STREAMS=200000 build/release/tests/tst_receive_model
 //
-// A stream has one to four lines; a line is a Communicator with its own device. A device is a plain device or a
-// WholeLines<BufferedDevice>. The stream sets the result of every read of a plain device. At a WholeLines device, bytes
-// of any value arrive in pieces. The pieces of all lines arrive in random order. The application takes payloads, closes
-// devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. All this also happens
-// inside signals, and more bytes arrive inside signals.
+// A stream is a list of events at one to four lines; a line is a Communicator with its own device. A device is a plain
+// device or a WholeLines<BufferedDevice>. The stream sets the result of every read of a plain device. At a WholeLines
+// device, bytes of any value arrive in pieces. The pieces of all lines arrive in random order. The application takes
+// payloads, closes devices, calls setWholeLines(), and reads from WholeLines devices without the Communicator. All this
+// also happens inside signals, and more bytes arrive inside signals.
 //
-// A stream that gives different traces is shrunk and printed with its seed. tst_communicator_hostile tests applications
-// that bind another device or delete a Communicator.
+// A stream that gives different traces is shrunk (parts are removed while it still fails) and printed with its seed.
+// tst_communicator_hostile tests applications that bind another device or delete a Communicator.
 #include "support/nmea/corpus.h"
 #include "support/common/environmentnumber.h"
 #include "support/model/receivemodel.h"
@@ -184,7 +185,8 @@ private:
             QByteArray &text = m_texts[m_oneText ? 0 : line];
             if (text.isEmpty())
                 text = piece(line);
-            // Usually the read returns the whole text, otherwise a first part of any size. Later reads return the rest.
+            // Half of the reads return the whole text, the others a first part of random size, possibly all. With
+            // m_onlyPieces every read returns such a part. Later reads return the rest.
             const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
             read.bytes = text.left(size);
             text.remove(0, size);
@@ -244,7 +246,9 @@ private:
 
     QRandomGenerator m_random;
     QVector<ReceiveDevice> m_devices;
-    std::unique_ptr<ReceiveModel> m_twin; // gets the same reads, to know how full the shared buffer and the devices are
+    // A model that performs each step while the stream is made. It shows how full the shared buffer and the devices
+    // are.
+    std::unique_ptr<ReceiveModel> m_twin;
     QVector<QByteArray> m_texts; // for each line, the part of its text that is not delivered yet
     bool m_oneText = false; // all lines get pieces of one text
     bool m_onlyPieces = false;

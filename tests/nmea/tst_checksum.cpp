@@ -29,8 +29,8 @@ private Q_SLOTS:
 
 void TestChecksum::isTheXorOfTheLatin1Bytes_data()
 {
-    // The expected checksums don't come from the library. Another program computed them, or they are in published
-    // sentences.
+    // The library did not compute these checksums, so they also show its errors. Another program computed them, or they
+    // are in published sentences.
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("checksum");
     QTest::newRow("empty") << QString() << 0x00;

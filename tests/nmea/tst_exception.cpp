@@ -23,13 +23,14 @@ static_assert(sizeof(Exception) == sizeof(std::exception) + sizeof(QString), "an
 
 namespace {
 
-/// Returns a text so long that malloc uses its memory for other blocks after it is freed.
+/// Returns a long text. After this text is freed, malloc uses its memory for other blocks (see blocksInFreedMemory()).
 QString longText()
 {
     return QString(5000, QLatin1Char('x'));
 }
 
-/// Returns new blocks. malloc places them in memory that was just freed, so they overwrite its old content.
+/// Returns new blocks. malloc places them in memory that was just freed, so they overwrite the old content. A pointer
+/// to a freed text then shows "#" characters, which the tests notice.
 QVector<QByteArray> blocksInFreedMemory()
 {
     QVector<QByteArray> blocks;

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A session that records the parser's actions on it, in order.
+/// A session that records what the parser does with the session, in order.
 struct Record
 {
     QStringList events;
@@ -53,19 +53,20 @@ QString refuseToLoad(const Record *, const QString &name)
     throw Nmea::Exception(QStringLiteral("Refused: %1").arg(name));
 }
 
-/// Keys of the test sentences. Each comment shows the names of the fields in the sentence's format.
+/// Keys of the test sentences. A format names the fields of a sentence; each comment quotes the format of its key. A
+/// delegate is the function that parses or builds one field.
 enum Key {
     Three = 1, // "a,b,c" to parse and to build
-    Gap = 2, // "a,,b" to parse and to build
+    Gap = 2, // "a,,b" to parse and to build: the second field has no name
     OneWay = 3, // "a" to parse, "b,c" to build
-    Empty = 4, // no fields to parse or build
-    Unread = 5, // no format to parse
-    Unwritten = 6, // no format to build
-    Nameless = 7, // formats to parse and to build, but no identifier
-    Unknown = 8, // "a", then a name without a delegate
-    Refusing = 9, // "a", then a delegate that throws Nmea::Exception
-    Failing = 10, // "a", then a delegate that throws another exception
-    Undefined = -9999, // in all tables, but the parser must treat this key as unknown
+    Empty = 4, // empty formats: the sentence has no fields
+    Unread = 5, // no format to parse; "a" to build
+    Unwritten = 6, // "a" to parse; no format to build
+    Nameless = 7, // "a" to parse, "x" to build; but the table of identifiers does not contain the key
+    Unknown = 8, // the second field is "x", which has no delegate
+    Refusing = 9, // the delegate of the second field, "refuse", throws Nmea::Exception
+    Failing = 10, // the delegate of the second field, "fail", throws an exception of another class
+    Undefined = -9999, // all tables contain this key, but the parser must treat the key as unknown
 };
 
 /// A parser with entries in all its tables. Makes the protected members public, so that tests can call them.
@@ -166,7 +167,7 @@ public:
     using Base::setSentenceId;
 };
 
-/// A parser that has tables but does not store the key in the session.
+/// A parser that has tables but uses the base class's setSentenceId(), which does not store the key in the session.
 class KeylessParser : public TestParser
 {
 protected:

@@ -42,7 +42,7 @@ public:
     using ParserInit::setSentenceId;
 };
 
-/// The board's side: parses the host's sentences and builds the board's replies.
+/// The parser of a board: parses the sentences that the library builds, and builds the board's replies.
 class BoardParser : public ParserInit
 {
 public:
@@ -106,14 +106,14 @@ bool equal(const SessionInit &a, const SessionInit &b)
 }
 
 enum class Hole {
-    None, // the change is noticed: the parser refuses the sentence
-    SameMeaning, // the sentence still has the same meaning
+    None, // nowhere: the parser notices the change and refuses the sentence
+    SameMeaning, // for example "$" became "!", or a letter of the checksum became upper-case
     DelimiterLost, // without "*" the sentence has no checksum, so the old checksum becomes text of the last field
-    QuestionMark, // a "?" became a character outside Latin-1, which counts as "?" in the checksum
+    QuestionMark, // a "?" became a character outside Latin-1; the checksum counts this character as "?" too
 };
 
-/// Returns why the parser accepts a sentence in which one character was replaced, or Hole::None if it refuses the
-/// sentence. The original must have all fields and a checksum of two digits.
+/// Returns why the parser accepts a valid sentence after one of its characters was replaced, or Hole::None if the
+/// parser refuses the changed sentence. The valid sentence must have all fields and a checksum of two digits.
 Hole holeOf(const QString &sentence, int position, QChar replacement)
 {
     const QChar original = sentence[position];
@@ -638,7 +638,8 @@ void TestParserInit::truncationBeforeALineEndIsNoticedByTheChecksumOnly()
         const QString ended = sentence.left(length) + QStringLiteral("\r\n");
         SessionInit session;
         const bool accepted = thrownMessage([&] { parser.parse(&session, ended); }).isNull();
-        // A sentence that ends before its "*" is accepted as a sentence without checksum.
+        // The parser accepts a sentence that ends after its first "," and before its "*": it is a sentence without
+        // checksum.
         QVERIFY2(accepted == (length >= firstField && length <= delimiter), qPrintable(ended));
     }
 }

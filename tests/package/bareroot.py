@@ -1,10 +1,10 @@
-"""Makes a bare Debian root. A shell script in this root runs as on a machine where nothing is installed.
+"""Makes a bare root: a folder with a minimal Debian. A shell script in it runs as on a machine with nothing installed.
 
-debootstrap makes the root once, of the release that this machine runs. The cache folder keeps the root and the packages
-that scripts download. Each run works on a copy-on-write layer in memory, which disappears after the run. A run has its
-own mount and process namespaces, so nothing stays mounted or running after it.
+The program debootstrap makes the bare root once, with the release that this machine runs. The cache folder keeps the
+bare root and the packages that scripts download. All other changes of a run go to memory, and disappear after the run.
+A run has its own mount and process namespaces, so nothing stays mounted or running afterwards.
 
-Needs root and debootstrap; BareRootError says what is missing.
+Needs the user root and the program debootstrap; BareRootError says what is missing.
 """
 
 import os
@@ -19,8 +19,8 @@ import tempfile
 ISOLATED = ["setpriv", "--pdeathsig", "KILL",
             "unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private"]
 
-# Enters the root and runs the script that standard input contains. Arguments: $1 the kept root, $2 an empty folder,
-# $3 the cache of packages, then OUTSIDE:INSIDE... for the folders to show in the root.
+# Runs the script that standard input contains in a copy of the bare root. Arguments: $1 the bare root, $2 an empty
+# folder, $3 the cache of packages, then OUTSIDE:INSIDE... for the folders to show in the root.
 ENTER = r"""
 set -eu
 base=$1 work=$2 archives=$3
@@ -125,8 +125,8 @@ class BareRoot:
         unfinished.rename(self.base)
 
     def run(self, script, binds=(), **more):
-        """Runs the text `script` with the root's sh -eu, after apt-get update. For each (outside, inside) in `binds`
-        the folder `outside` appears read-only at `inside` in the root. Returns the finished process."""
+        """Runs apt-get update and then the text `script` with sh -eu, both in the bare root. For each (outside, inside)
+        in `binds` the folder `outside` appears read-only at `inside` in the bare root. Returns the finished process."""
         with tempfile.TemporaryDirectory(prefix="run-", dir=self.cache) as work:
             return subprocess.run([*ISOLATED, "sh", "-c", ENTER, "bareroot", self.base, work, self.archives,
                                    *[f"{outside}:{inside}" for outside, inside in binds]],

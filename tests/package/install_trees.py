@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Makes the install trees for the other tests: work/shared from the build folder, work/static from a build of the
-static libraries. Installs each tree elsewhere and moves it, so that the tests fail if a file depends on its folder."""
+"""Makes the install trees (folders with the installed files) for the other tests: work/shared from the build folder,
+work/static from a build of the static libraries. Installs each tree in another folder and then moves the tree. So the
+tests fail if an installed file depends on the folder in which it was installed."""
 
 import shutil
 

@@ -1,4 +1,4 @@
-"""Folders and functions that the tests of the install tree share. If run() fails, the error shows the output."""
+"""Folders and functions that the tests of the installed files share."""
 
 import os
 import pathlib

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Installs the Debian packages with their dependencies in a bare Debian root, and uses them."""
+"""Installs our Debian packages with their dependencies in a bare root (a minimal Debian), and uses the packages."""
 
 import subprocess
 import unittest
@@ -11,7 +11,7 @@ from packagetest import BUILD, CONSUMER, DEBS
 # Installs the programs first, because they must work with only their own package and its dependencies.
 SCRIPT = """
 install="apt-get install -q -y --no-install-recommends"
-$install /packages/libjwdevice0.1_*.deb /packages/jwdevice-tools_*.deb
+$install /packages/libjwdevice0.1_*.deb /packages/libjwdevice-watch0.1_*.deb /packages/jwdevice-tools_*.deb
 jwsim --board BoardA --board BoardB -- jwprobe --type BoardA --type BoardB
 
 $install g++ cmake make /packages/*.deb

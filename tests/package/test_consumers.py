@@ -34,10 +34,11 @@ class FindPackage(Consumer):
                               f"-DCOMPONENTS={';'.join(components)}", ok=ok)
 
     def finds_and_simulates(self, kind):
-        self.find_package(kind, TREES[kind], "JwDevice", "Logger", "Simulator")
+        self.find_package(kind, TREES[kind], "JwDevice", "Logger", "Watch", "Simulator")
         run("cmake", "--build", self.folder, "-j2")
         self.finds_a_board(self.folder / "consumer")
         self.finds_a_board(self.folder / "namesakes")
+        self.finds_a_board(self.folder / "watching")
         self.simulates_a_board(self.folder / "simulated")
 
     def test_shared(self):
@@ -54,7 +55,7 @@ class FindPackage(Consumer):
 
     def test_unknown_component_is_refused_by_name(self):
         output = " ".join(self.find_package("unknown", TREES["shared"], "Radio", ok=False).split())
-        self.assertIn("JwDevice has no component Radio. It has JwDevice, Logger and Simulator.", output)
+        self.assertIn("JwDevice has no component Radio. It has JwDevice, Logger, Watch and Simulator.", output)
 
     def test_component_that_was_not_installed_names_the_option_that_builds_it(self):
         tree = fresh("no-simulator") / "tree"
@@ -70,6 +71,13 @@ class FindPackage(Consumer):
         output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, "-DBY=find_package",
                      f"-DCMAKE_PREFIX_PATH={TREES['shared']}", "-DCOMPONENTS=Simulator", ok=False, env=environment)
         self.assertIn("libumockdev-dev", output)
+
+    def test_static_watch_without_udev_says_what_to_install(self):
+        environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(fresh("no-modules"))}
+        folder = fresh("consumer-no-udev")
+        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, "-DBY=find_package",
+                     f"-DCMAKE_PREFIX_PATH={TREES['static']}", "-DCOMPONENTS=Watch", ok=False, env=environment)
+        self.assertIn("libudev-dev", output)
 
     def test_another_minor_version_does_not_fit(self):
         version = library_folder(TREES["shared"]) / "cmake/JwDevice/JwDeviceConfigVersion.cmake"
@@ -114,6 +122,10 @@ class PkgConfig(Consumer):
     def test_static(self):
         self.finds_a_board(self.compile("static", "main", "jwdevice", "jwdevice-logger"))
 
+    def test_watch(self):
+        for kind in ("shared", "static"):
+            self.finds_a_board(self.compile(kind, "watching", "jwdevice-watch", "jwdevice-logger"))
+
     def test_simulator(self):
         self.simulates_a_board(self.compile("static", "simulated", "jwdevice-simulator", "Qt5SerialPort"))
 
@@ -133,10 +145,11 @@ class SubProject(Consumer):
         self.assertLessEqual({f"libJwDevice.{ending}", f"libLogger.{ending}"}, libraries)
         self.finds_a_board(self.folder / "consumer")
         self.finds_a_board(self.folder / "namesakes")
+        self.finds_a_board(self.folder / "watching")
         return libraries
 
     def test_add_subdirectory_shared_installs_the_host_project_alone(self):
-        self.assertEqual(self.finds("add_subdirectory", "ON"), {"libJwDevice.so", "libLogger.so"})
+        self.assertEqual(self.finds("add_subdirectory", "ON"), {"libJwDevice.so", "libJwDeviceWatch.so", "libLogger.so"})
         tree = fresh("host-tree")
         run("cmake", "--install", self.folder, "--prefix", tree)
         self.assertEqual([str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()],
@@ -153,7 +166,7 @@ class SubProject(Consumer):
         self.finds_a_board(self.folder / "namesakes")
 
     def test_fetch_content_shared(self):
-        self.assertEqual(self.finds("FetchContent", "ON"), {"libJwDevice.so", "libLogger.so"})
+        self.assertEqual(self.finds("FetchContent", "ON"), {"libJwDevice.so", "libJwDeviceWatch.so", "libLogger.so"})
 
     def test_fetch_content_static(self):
         self.finds("FetchContent", "OFF")

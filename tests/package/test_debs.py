@@ -7,8 +7,8 @@ import unittest
 import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
-# Accepted faults: these packages close no bug report of Debian, and CPack always adds calls of ldconfig, although the
-# packages have a trigger for it.
+# Faults that lintian may find: these packages close no bug report of Debian, and CPack always adds calls of ldconfig,
+# although a trigger in the packages already calls ldconfig.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
 
 
@@ -43,24 +43,41 @@ class Packages(unittest.TestCase):
         self.has(files, "libJwDevice.so.0.1", "libLogger.so.0.1", "changelog.Debian.gz", "copyright")
         self.assertFalse([file for file in files if file.endswith((".h", ".so")) or "/bin/" in file])
 
+    def test_watch_has_its_library_alone(self):
+        _, files = self.files("libjwdevice-watch0.1")
+        self.has(files, "libJwDeviceWatch.so.0.1", "changelog.Debian.gz", "copyright")
+        self.assertFalse([file for file in files if file.endswith((".h", ".so")) or "/bin/" in file])
+        dependencies = self.field("libjwdevice-watch0.1", "Depends")
+        self.assertIn("libjwdevice0.1 (= ", dependencies)
+        self.assertIn("libudev1", dependencies)
+        self.assertNotIn("widgets", dependencies)
+
     def test_development_has_headers_links_and_the_simulator(self):
         _, files = self.files("libjwdevice-dev")
         self.has(files, "device/initializer.h", "libJwDevice.so", "libLogger.so", "libJwDeviceSimulator.a",
-                 "JwDeviceConfig.cmake", "jwdevice.pc", "jwdevice-logger.pc", "jwdevice-simulator.pc")
+                 "JwDeviceConfig.cmake", "jwdevice.pc", "jwdevice-logger.pc", "jwdevice-simulator.pc",
+                 "watch/boardwatch.h", "watch/board.h", "libJwDeviceWatch.so", "jwdevice-watch.pc")
+        self.assertFalse([file for file in files if file.endswith(("udevsource.h", "watchedport.h"))])
         self.assertIn("libjwdevice0.1 (= ", self.field("libjwdevice-dev", "Depends"))
+        self.assertIn("libjwdevice-watch0.1 (= ", self.field("libjwdevice-dev", "Depends"))
 
     def test_tools_have_the_programs_and_what_belongs_to_them(self):
         _, files = self.files("jwdevice-tools")
         self.has(files, "bin/jwprobe", "bin/jwsim", "udev/rules.d/60-jwdevice.rules", "man1/jwprobe.1.gz",
-                 "man1/jwsim.1.gz", "bash-completion/completions/jwprobe", "bash-completion/completions/jwsim",
-                 "bin/jwmonitor", "man1/jwmonitor.1.gz", "bash-completion/completions/jwmonitor",
-                 "applications/jwmonitor.desktop", "icons/hicolor/scalable/apps/jwmonitor.svg")
+                 "man1/jwsim.1.gz", "bash-completion/completions/jwprobe", "bash-completion/completions/jwsim")
         dependencies = self.field("jwdevice-tools", "Depends")
         self.assertIn("libjwdevice0.1 (= ", dependencies)
         self.assertRegex(dependencies, r"\bumockdev\b")
+        self.assertNotIn("widgets", dependencies, "a server must not need Qt Widgets")
+
+    def test_monitor_has_the_window_and_what_belongs_to_it(self):
+        _, files = self.files("jwdevice-monitor")
+        self.has(files, "bin/jwmonitor", "man1/jwmonitor.1.gz", "bash-completion/completions/jwmonitor",
+                 "applications/jwmonitor.desktop", "icons/hicolor/scalable/apps/jwmonitor.svg")
+        self.assertIn("libjwdevice0.1 (= ", self.field("jwdevice-monitor", "Depends"))
 
     def test_binaries_are_stripped_and_have_no_search_path(self):
-        for name in ("libjwdevice0.1", "jwdevice-tools"):
+        for name in ("libjwdevice0.1", "libjwdevice-watch0.1", "jwdevice-tools", "jwdevice-monitor"):
             tree, files = self.files(name)
             binaries = [tree / file for file in files if "/bin/" in file or ".so." in file]
             self.assertTrue(binaries)

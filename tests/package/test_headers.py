@@ -11,6 +11,9 @@ from packagetest import SOURCE, TREES, run
 INCLUDE = TREES["shared"] / "include/jwdevice"
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
 
+# Headers of watch/ that only the library itself uses.
+PRIVATE = ["boardids", "pollsource", "portguard", "portsource", "resumenotifier", "udevsource", "watchedport"]
+
 
 def headers():
     return sorted(str(path.relative_to(INCLUDE)) for path in INCLUDE.rglob("*.h"))
@@ -40,9 +43,11 @@ class Headers(unittest.TestCase):
         self.compile_each("g++", "-DQT_NO_KEYWORDS")
 
     def test_all_headers_of_the_libraries_are_installed(self):
-        of_sources = {str(path.relative_to(SOURCE)) for folder in ("device", "nmea", "logger")
+        of_sources = {str(path.relative_to(SOURCE)) for folder in ("device", "nmea", "logger", "watch")
                       for path in (SOURCE / folder).glob("*.h")}
+        of_sources -= {f"watch/{name}.h" for name in PRIVATE}
         self.assertEqual(sorted(of_sources - set(headers())), [])
+        self.assertFalse([name for name in PRIVATE if f"watch/{name}.h" in headers()])
 
 
 if __name__ == "__main__":

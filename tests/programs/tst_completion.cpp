@@ -20,6 +20,8 @@ private Q_SLOTS:
     void jwprobe_data();
     void jwprobe();
     void jwprobePortsAreThoseOfTheSystem();
+    void jwprobeIdsAreThoseOfTheSystem_data();
+    void jwprobeIdsAreThoseOfTheSystem();
     void jwsim_data();
     void jwsim();
     void jwsimCompletesScenarioFiles();
@@ -38,11 +40,12 @@ private Q_SLOTS:
 
 namespace {
 
-// Splits a line into words like bash: at blanks, and around each "=". Text in quotes and a character after a "\\" stay
-// in their word.
+// Splits a line of text into words like bash: at blanks, and around each "=" or ":". Text in quotes and a character
+// after a
+// "\\" stay in their word.
 QStringList wordsOf(const QString &line)
 {
-    const QRegularExpression word(QStringLiteral("=|(?:'[^']*(?:'|$)|\\\\.|[^ '=\\\\])+"));
+    const QRegularExpression word(QStringLiteral("[=:]|(?:'[^']*(?:'|$)|\\\\.|[^ '=:\\\\])+"));
     QStringList words;
     QRegularExpressionMatchIterator matches = word.globalMatch(line);
     while (matches.hasNext())
@@ -52,16 +55,17 @@ QStringList wordsOf(const QString &line)
     return words;
 }
 
-// Returns the part of the last word that bash replaces with a reply. bash keeps an opening quote or an "=".
+// Returns the part of the last word that bash replaces with a completed word. bash keeps an opening quote, a "=" or a
+// ":".
 QString replacedPart(const QString &word)
 {
-    if (word == QLatin1String("="))
+    if (word == QLatin1String("=") || word == QLatin1String(":"))
         return QString();
     return word.startsWith(QLatin1Char('\'')) ? word.mid(1) : word;
 }
 
-// Returns the replies of the completion for `line`, while the simulated `boards` are attached. `program` is a path
-// or a name in PATH.
+// Returns the words that the completion offers for `line`, while the simulated `boards` are attached. `program` is a
+// path or a name in PATH.
 QByteArray completed(const QString &program, const QString &line, const QStringList &boards = {})
 {
     const QStringList words = wordsOf(line).mid(1);
@@ -120,13 +124,16 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --deadline=", "");
     row("jwprobe --type=BoardA --j", "--json");
     // After these options, the completion offers only options that jwprobe accepts together with them.
-    row("jwprobe --list --", "--help --json --port --version");
-    row("jwprobe --port=ttyACM0 --doctor --", "--help --json --port --version");
+    row("jwprobe --list --", "--help --id --json --port --version");
+    row("jwprobe --port=ttyACM0 --doctor --", "--help --id --json --port --version");
     row("jwprobe --udev-rules --", "--help --version");
     row("jwprobe --monitor --",
-        "--deadline --delay --help --json --log --port --raw-traffic --retries --traffic --type --version");
+        "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
+    row("jwprobe --watch --",
+        "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
     row("jwprobe --type BoardA --",
-        "--deadline --delay --help --json --log --monitor --port --raw-traffic --retries --traffic --type --version");
+        "--deadline --delay --help --id --json --log --monitor --port --raw-traffic --retries --traffic --type "
+        "--version --watch");
 }
 
 void TestCompletion::jwprobe()
@@ -148,6 +155,32 @@ void TestCompletion::jwprobePortsAreThoseOfTheSystem()
              "/dev/" + first.toLatin1());
 }
 
+void TestCompletion::jwprobeIdsAreThoseOfTheSystem_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QByteArray>("replies");
+    const auto row = [](const char *line, const char *replies) {
+        QTest::newRow(line) << QString::fromLatin1(line) << QByteArray(replies);
+    };
+    row("jwprobe --id ", "ONE:1.0 TWO:1.0");
+    row("jwprobe --id T", "TWO:1.0");
+    row("jwprobe --id=T", "TWO:1.0");
+    // bash replaces only the part after the ":".
+    row("jwprobe --id TWO:", "1.0");
+    row("jwprobe --id TWO:1", "1.0");
+    row("jwprobe --id=TWO:1", "1.0");
+    row("jwprobe --id THREE:1", "");
+}
+
+void TestCompletion::jwprobeIdsAreThoseOfTheSystem()
+{
+    QFETCH(QString, line);
+    QFETCH(QByteArray, replies);
+    const QStringList boards{boardOn("BoardA", uniquePortName(), "serial=ONE"),
+                             boardOn("silent", uniquePortName(), "serial=TWO")};
+    QCOMPARE(completed(jwprobeProgram(), line, boards), replies);
+}
+
 void TestCompletion::jwsim_data()
 {
     QTest::addColumn<QString>("line");
@@ -160,7 +193,7 @@ void TestCompletion::jwsim_data()
     row("jwsim --board s", "silent");
     row("jwsim --board=s", "silent");
     row("jwsim --board BoardA,pull", "BoardA,pull-after-bytes= BoardA,pull-after=");
-    // bash replaces only the part after the last "=", so these replies begin after that "=".
+    // bash replaces only the part after the last "=", so the offered words begin after that "=".
     row("jwsim --board BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board=BoardA,delay=20,spee", "20,speed=");
     row("jwsim --board BoardA,open=", "busy denied ok");
@@ -300,7 +333,8 @@ void TestCompletion::keysAreThoseOfTheHelp()
         help.section(QLatin1String("Keys:\n"), 1).section(QLatin1String("\n\n"), 0, 0).split(QLatin1Char('\n'));
     QList<QByteArray> keys;
     for (const QString &line : lines) {
-        if (!line.startsWith(QLatin1String("    "))) // a line with this indentation continues the description of a key
+        // A line that begins with four blanks continues the description of a key.
+        if (!line.startsWith(QLatin1String("    ")))
             keys.append("BoardA," + line.simplified().section(QLatin1Char(' '), 0, 0).toLatin1() + '=');
     }
     std::sort(keys.begin(), keys.end());

@@ -64,7 +64,8 @@ QString section(const QString &text, const QString &name)
     return expression.match(text).captured(1);
 }
 
-// Searches all lines that match `line` for `expression`. Returns the first capture of each match.
+// Searches for `expression` in all lines of text that match `line`. Returns what the first group of `expression`
+// captured, for each match.
 QSet<QString> captured(const QString &text, const char *line, const char *expression)
 {
     QSet<QString> found;
@@ -178,7 +179,8 @@ void TestManual::jwsimPageHasTheNumbersOfTheHelp()
 
 void TestManual::jwprobePageAndHelpHaveTheSameJsonKeys()
 {
-    // The keys in the help's JSON. "payload" and "lost" are values of the key "event", so they are not keys.
+    // The keys of the JSON objects in the help. The expression also finds "payload" and "lost", which are values of the
+    // key "event", so the test removes them.
     const QSet<QString> keys =
         captured(help(QStringLiteral("jwprobe")), "^ {4,}[{\" ]", "[{, ] ?\"([a-z][A-Za-z]+)\"(?=[,:}\\]]|$)")
         - QSet<QString>{QStringLiteral("payload"), QStringLiteral("lost")};

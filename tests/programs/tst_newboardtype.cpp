@@ -18,7 +18,7 @@ QString contentsOf(const QString &path)
     return QString::fromUtf8(file.readAll());
 }
 
-/// Returns the files that a new board type may change. Folders that only test or measure are left out.
+/// Returns the files that a new board type may change. The folders of tests, benchmarks and fuzzers are left out.
 QStringList sources()
 {
     const QDir project(QStringLiteral(PROJECT_FOLDER));
@@ -61,9 +61,9 @@ private Q_SLOTS:
     void eachFileThatNamesEachTypeIsListed();
 
 private:
-    QStringList m_all; // all files that the section names
-    QStringList m_checklist; // files that its numbered list names
-    QStringList m_samples; // files that its line about samples names
+    QStringList m_all; // all files that the section in CONTRIBUTING.md names
+    QStringList m_checklist; // files that the section's numbered list names
+    QStringList m_samples; // files that the section names in its line about samples
 };
 
 void TestNewBoardType::initTestCase()

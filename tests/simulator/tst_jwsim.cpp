@@ -45,7 +45,7 @@ QStringList waiting(const char *signalHandling)
                 .arg(QLatin1String(signalHandling))};
 }
 
-// Returns the line in the form in which the report shows it.
+// Returns the line of text as the report of jwsim shows it.
 QString escaped(const QByteArray &line)
 {
     return QString::fromLatin1(line.trimmed()) + QStringLiteral("\\r\\n");
@@ -110,7 +110,7 @@ QString lockFile(const QString &port)
     return QStringLiteral("%1/LCK..%2").arg(QLatin1String(isRoom ? "/var/lock" : "/tmp"), port);
 }
 
-// Returns the process id in the form that serial programs write: right-aligned in ten columns.
+// Returns the process id as serial programs write it into a lock file: right-aligned in ten columns.
 QByteArray tenColumns(qint64 process)
 {
     return QByteArray::number(process).rightJustified(10);
@@ -215,8 +215,8 @@ private:
         QJsonObject report;
         Exchange exchange;
     };
-    /// Runs jwsim twice with a report and a board on m_port. The first run gets the keys on the command line, the
-    /// second run gets the same keys in a scenario file.
+    /// Runs jwsim twice with a report and a board on m_port, and returns both results. The first run gets the keys on
+    /// the command line, the second run gets the same keys in a scenario file.
     QList<Result> inBothForms(const char *kind, Keys keys, const QStringList &command) const;
     Outcome jwsim(const QStringList &arguments, const QByteArray &input = QByteArray()) const;
     void prepare(ProgramRun &run) const;
@@ -246,7 +246,8 @@ void TestJwsim::cleanup()
 void TestJwsim::prepare(ProgramRun &run) const
 {
     run.setEnvironment(QStringLiteral("TMPDIR"), m_temporary->path());
-    // Use only folders that the user may enter. Otherwise a missing program gives "permission denied", not "not found".
+    // Keep only the folders of PATH that the user may enter. Otherwise a missing program gives "permission denied", not
+    // "not found".
     QStringList path = qEnvironmentVariable("PATH").split(QLatin1Char(':'));
     path.erase(std::remove_if(path.begin(), path.end(),
                               [](const QString &folder) { return ::access(QFile::encodeName(folder), X_OK) != 0; }),
@@ -339,7 +340,8 @@ void TestJwsim::unnamedPortsGetDifferentNames()
 {
     const QString silent = QStringLiteral("silent");
     const QStringList list = shell(QStringLiteral("ls /sys/class/tty"));
-    // Without a name, jwsim chooses this port while the name is free.
+    // jwsim chooses this name first for a board without a name. Below, the third board asks for this name, so the first
+    // board without a name must get another one.
     const QByteArray first = jwsim(simulated({silent}, list)).output.trimmed();
     const QString named = boardOn("silent", QString::fromLatin1(first));
     const QList<QByteArray> names = linesOf(jwsim(simulated({silent, silent, named}, list)).output);
@@ -1005,7 +1007,8 @@ void TestJwsim::runsWithSigchldIgnored()
                    QStringList{QStringLiteral("-c"), call, jwsimProgram()}
                        + simulated({boardOn("silent", m_port)}, {python, QStringLiteral("-c"), command}));
     QCOMPARE(outcome.status, 7);
-    QCOMPARE(outcome.output, QByteArray("True\n")); // True, because COMMAND inherits the ignored SIGCHLD
+    // True: SIGCHLD was ignored when jwsim started, and COMMAND inherited this.
+    QCOMPARE(outcome.output, QByteArray("True\n"));
 }
 
 void TestJwsim::runsWithAnInheritedRestartVariable()
@@ -1022,7 +1025,8 @@ void TestJwsim::runsWithAnInheritedRestartVariable()
 
 void TestJwsim::manyLongRepliesTakeLittleMemory()
 {
-    // The board must send 1 GB of replies, but the program reads only 20 MB of them.
+    // The board must send 1 GB of replies, but the program reads only 20 MB of them. If the board
+    // made all replies at once, jwsim would need 1 GB of memory.
     const QString read = QStringLiteral("import os, sys\n"
                                         "port = os.open('/dev/' + sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
                                         "os.write(port, b'$PJWVER*0c\\r\\n')\n"
@@ -1044,7 +1048,8 @@ void TestJwsim::manyLongRepliesTakeLittleMemory()
     QVERIFY(run.finish());
     QCOMPARE(run.error(), QByteArray());
     QCOMPARE(run.status(), 0);
-    QVERIFY2(run.output().toInt() < 400000, run.output().constData()); // limit in kilobytes
+    // The output is the largest memory use of jwsim or COMMAND, in kilobytes.
+    QVERIFY2(run.output().toInt() < 400000, run.output().constData());
     QVERIFY(!exchangeOf(boardReport(readFile(file("report.json")))).sent.isEmpty());
 }
 
@@ -1103,7 +1108,8 @@ void TestJwsim::signalEndsTheCommandAndCleansUp()
     ProgramRun run(jwsimProgram(),
                    QStringList{QStringLiteral("--report"), file("report.json")}
                        + simulated({boardOn("BoardA", m_port), boardOn("BoardB", uniquePortName(), "open=busy")},
-                                   // Reset SIGINT, because a test in the background may ignore SIGINT.
+                                   // Reset SIGINT, because a program that was started in the background may ignore
+                                   // SIGINT.
                                    waiting("signal.SIGINT, signal.SIG_DFL")));
     prepare(run);
     run.start();
@@ -1161,7 +1167,8 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
                                               "signal.sigwait({15})\n"
                                               "print('pending', len(signal.sigpending()), flush=True)")}));
     WAIT_FOR(run.screen().contains("terminal True"));
-    // jwsim is stopped while the command handles the terminal's SIGINT. A second SIGINT, from jwsim, would be pending.
+    // Ctrl+C sends SIGINT to jwsim and to the command. SIGSTOP stops jwsim until the command has handled its SIGINT. If
+    // jwsim then passed its own SIGINT on, the command would have a second SIGINT pending.
     run.sendSignal(SIGSTOP);
     QVERIFY(run.type("\x03"));
     WAIT_FOR(run.screen().contains("interrupted"));
@@ -1174,7 +1181,7 @@ void TestJwsim::ctrlCReachesTheCommandOnce()
 
 void TestJwsim::lockOfAKilledHostIsRemoved()
 {
-    // Until jwprobe is killed, jwprobe keeps the port open and has a lock file.
+    // jwprobe keeps the port open until the script kills jwprobe, so jwprobe's lock file stays behind.
     const QString script = QStringLiteral("\"$@\" > %1 & while ! test -s %1; do :; done; kill -9 $!; wait $!; "
                                           "ls /var/lock/LCK..%2 /tmp/LCK..%2 2>/dev/null | wc -l")
                                .arg(file("output"), m_port);
@@ -1182,7 +1189,8 @@ void TestJwsim::lockOfAKilledHostIsRemoved()
         jwsim(simulated({boardOn("BoardA", m_port)},
                         {QStringLiteral("sh"), QStringLiteral("-c"), script, QStringLiteral("sh"), jwprobeProgram(),
                          QStringLiteral("--monitor"), QStringLiteral("--type"), QStringLiteral("BoardA")}));
-    QCOMPARE(outcome.output.trimmed(), QByteArray("1")); // jwprobe's file; cleanup() checks that jwsim removed it
+    // One lock file, that of jwprobe. cleanup() checks that jwsim removed it.
+    QCOMPARE(outcome.output.trimmed(), QByteArray("1"));
     QCOMPARE(outcome.status, 0);
 }
 

@@ -1,6 +1,7 @@
 #include "support/programs/jwsimrun.h"
 
 #include <QStandardPaths>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <algorithm>
@@ -22,20 +23,23 @@ private Q_SLOTS:
     void udevadmKnowsThePort();
     void udevadmKnowsTheDeviceAboveThePort();
     void pulledPortIsNotListed();
+    void udevadmReceivesTheEvents();
 
 private:
     QStringList boards() const;
 
-    // Some programs list only ports with usual names, so the names begin with ttyACM.
+    // pyserial lists only ports with usual names, so the names begin with ttyACM. The numbers come from the process id,
+    // so tests that run at the same time use different ports.
     const QString m_first = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2);
     const QString m_second = QStringLiteral("ttyACM%1").arg(::getpid() % 5000 * 2 + 1);
+    const QString m_third = QStringLiteral("ttyUSB%1").arg(::getpid() % 5000 * 2);
 };
 
 namespace {
 
 QStringList python(const char *script, const QStringList &arguments)
 {
-    // Use Debian's python3, because only this one has Debian's pyserial.
+    // Debian's package installs pyserial (a Python library for serial ports) only for this python3.
     return QStringList{QStringLiteral("/usr/bin/python3"), QStringLiteral("-c"), QLatin1String(script)} + arguments;
 }
 
@@ -80,7 +84,7 @@ void TestJwsimListings::pyserialListsThePort()
                  "/dev/" + first + "|12ab:00fe|S 0042/b|Acme Boards & Co.|Wind and Water 2|Wind and Water 2|1-01",
                  "/dev/" + second + "|0483:5740|SIM2|STMicroelectronics.|Simulated board|Simulated board|1-02"}));
 
-    // Run jwsim with the command line that a user types.
+    // Also run the listing program of pyserial, as a user would.
     const Outcome listing = runProgram(jwsimProgram(),
                                        simulated(boards(),
                                                  {QStringLiteral("/usr/bin/python3"), QStringLiteral("-m"),
@@ -169,6 +173,25 @@ void TestJwsimListings::pulledPortIsNotListed()
     QVERIFY2(outcome.output.contains(m_second.toLatin1()), outcome.output.constData());
     QVERIFY2(!outcome.output.contains(m_first.toLatin1()), outcome.output.constData());
     QVERIFY2(outcome.output.endsWith("\n166:1\n1-02, 1-02:1.0\n"), outcome.output.constData());
+}
+
+void TestJwsimListings::udevadmReceivesTheEvents()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    // The query makes the board send bytes, which pulls the cable. So the cable is pulled only when udevadm is ready.
+    const QString script =
+        QStringLiteral("udevadm monitor --udev --subsystem-match=tty >%1 & until grep -q ^UDEV %1; do :; done; "
+                       "printf '$PJWVER*0c\\r\\n' >/dev/%2; until grep -q add %1; do :; done; kill $!; "
+                       "cut -d ']' -f 2 %1 | awk '/devices/ { print $1, $2 }'")
+            .arg(file.fileName(), m_first);
+    const QString board = boardOn("BoardA", m_first, "pull-after-bytes=1,replug-after=10,replug-port=") + m_third;
+    const Outcome outcome =
+        runProgram(jwsimProgram(), simulated({board}, {QStringLiteral("sh"), QStringLiteral("-c"), script}));
+    QCOMPARE(outcome.error, QByteArray());
+    const QByteArray folder = "/devices/usb1/1-01/1-01:1.0/tty/";
+    QCOMPARE(linesOf(outcome.output),
+             (QList<QByteArray>{"remove " + folder + m_first.toLatin1(), "add " + folder + m_third.toLatin1()}));
 }
 
 QTEST_GUILESS_MAIN(TestJwsimListings)

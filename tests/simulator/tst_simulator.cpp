@@ -1,5 +1,6 @@
 #include "support/common/portname.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/common/systemports.h"
 
 #include <simulator/board.h>
 #include <simulator/boardconfig.h>
@@ -42,7 +43,7 @@ const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
 const QByteArray versionReply = "$PJWVER,7300022,1,4,0*0d\r\n";
 
-/// The host's end of a simulated port, opened without Qt.
+/// The host's end of a simulated port (the end that programs open), opened without Qt.
 class HostPort
 {
 public:
@@ -96,7 +97,7 @@ public:
     }
 
     bool write(const QByteArray &bytes) const { return m_port.write(bytes); }
-    /// Returns one entry for each read(): the bytes that it returned.
+    /// Returns the bytes that each call of read() returned, one entry for each call.
     const QList<QByteArray> &pieces() const { return m_pieces; }
     QByteArray received() const { return m_pieces.join(); }
 
@@ -121,8 +122,13 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("hwversion"), config.hwversion},
             {QStringLiteral("ignore"), config.ignore},
             {QStringLiteral("replies"), config.replies},
+            {QStringLiteral("plug-after"), config.plugAfter},
             {QStringLiteral("pull-after"), config.pullAfter},
             {QStringLiteral("pull-after-bytes"), config.pullAfterBytes},
+            {QStringLiteral("replug-after"), config.replugAfter},
+            {QStringLiteral("replug-port"), config.replugPort},
+            {QStringLiteral("cycles"), config.cycles},
+            {QStringLiteral("late-permission"), config.latePermission},
             {QStringLiteral("open"), static_cast<int>(config.open)},
             {QStringLiteral("manufacturer"), config.manufacturer},
             {QStringLiteral("vendor"), config.vendor},
@@ -130,6 +136,7 @@ QVariantMap fieldsOf(const BoardConfig &config)
             {QStringLiteral("product-name"), config.productName},
             {QStringLiteral("serial"), config.serial},
             {QStringLiteral("port"), config.port},
+            {QStringLiteral("hub"), config.hub},
             {QStringLiteral("interval"), config.interval},
             {QStringLiteral("seed"), config.seed}};
 }
@@ -161,15 +168,6 @@ QList<qint64> journalTimes(const Board *board, JournalEntry::Direction direction
             times.append(entry.milliseconds);
     }
     return times;
-}
-
-QStringList systemPorts()
-{
-    QStringList names;
-    const auto ports = QSerialPortInfo::availablePorts();
-    for (const QSerialPortInfo &port : ports)
-        names.append(port.portName());
-    return names;
 }
 
 } // namespace
@@ -262,10 +260,13 @@ void TestSimulator::keySetsOnlyItsField_data()
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QStringList>("others"); // the keys that this key needs
 
-    const auto row = [](const char *key, const char *text, const QVariant &value) {
-        QTest::newRow(key) << QString::fromLatin1(key) << QString::fromLatin1(text) << value;
+    const auto row = [](const char *key, const char *text, const QVariant &value, const QStringList &others = {}) {
+        QTest::newRow(key) << QString::fromLatin1(key) << QString::fromLatin1(text) << value << others;
     };
+    const QStringList pull{QStringLiteral("pull-after=5")};
+    const QStringList replug = pull + QStringList{QStringLiteral("replug-after=5")};
     row("delay", "20", 20);
     row("speed", "115200", 115200);
     row("usb", "bridge", static_cast<int>(BoardConfig::Usb::Bridge));
@@ -276,8 +277,13 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("hwversion", "V7300021-b", QStringLiteral("V7300021-b"));
     row("ignore", "2", 2);
     row("replies", "4", 4);
+    row("plug-after", "0", 0);
     row("pull-after", "0", 0);
     row("pull-after-bytes", "12", 12);
+    row("replug-after", "0", 0, pull);
+    row("replug-port", "ttyUSB8", QStringLiteral("ttyUSB8"), replug);
+    row("cycles", "9", 9, replug);
+    row("late-permission", "30", 30);
     row("open", "denied", static_cast<int>(BoardConfig::Open::Denied));
     row("manufacturer", "Acme Boards", QStringLiteral("Acme Boards"));
     row("vendor", "1a2B", 0x1a2b);
@@ -285,6 +291,7 @@ void TestSimulator::keySetsOnlyItsField_data()
     row("product-name", "Wind & Water", QStringLiteral("Wind & Water"));
     row("serial", "X-1", QStringLiteral("X-1"));
     row("port", "ttyUSB7", QStringLiteral("ttyUSB7"));
+    row("hub", "Desk2", QStringLiteral("Desk2"));
     row("interval", "5", 5);
     row("seed", "4294967295", 4294967295U);
 }
@@ -294,17 +301,23 @@ void TestSimulator::keySetsOnlyItsField()
     QFETCH(QString, key);
     QFETCH(QString, text);
     QFETCH(QVariant, value);
+    QFETCH(QStringList, others);
 
-    QVariantMap expected = fieldsOf(BoardConfig());
+    const QString start = (QStringList{QStringLiteral("BoardA")} + others).join(QLatin1Char(','));
+    const auto without = BoardConfig::fromText(start);
+    QVERIFY(without);
+    QVariantMap expected = fieldsOf(*without);
     QVERIFY(expected.contains(key));
     QVERIFY(expected[key] != value);
     expected[key] = value;
 
-    const auto fromText = BoardConfig::fromText(QStringLiteral("BoardA,%1=%2").arg(key, text));
+    const auto fromText = BoardConfig::fromText(QStringLiteral("%1,%2=%3").arg(start, key, text));
     QVERIFY(fromText);
     QCOMPARE(fieldsOf(*fromText), expected);
 
     QJsonObject object{{QStringLiteral("kind"), QStringLiteral("BoardA")}, {key, text}};
+    for (const QString &other : others)
+        object[other.section(QLatin1Char('='), 0, 0)] = other.section(QLatin1Char('='), 1);
     const auto fromJsonText = BoardConfig::fromJson(object);
     QVERIFY(fromJsonText);
     QCOMPARE(fieldsOf(*fromJsonText), expected);
@@ -354,6 +367,15 @@ void TestSimulator::wrongTextGivesOneLineOfError_data()
     QTest::newRow("key") << QStringLiteral("BoardA,wait=3") << QStringLiteral("pull-after-bytes");
     QTest::newRow("value") << QStringLiteral("BoardA,delay=x") << QStringLiteral("milliseconds");
     QTest::newRow("line break") << QStringLiteral("BoardA,serial=a\nb") << QStringLiteral("printable ASCII");
+    QTest::newRow("replug without a pull")
+        << QStringLiteral("BoardA,replug-after=5") << QStringLiteral("add pull-after or pull-after-bytes");
+    QTest::newRow("replug-port alone") << QStringLiteral("BoardA,pull-after=5,replug-port=ttyACM5")
+                                       << QStringLiteral("replug-port needs replug-after");
+    QTest::newRow("cycles alone") << QStringLiteral("BoardA,pull-after=5,cycles=2")
+                                  << QStringLiteral("cycles needs replug-after");
+    QTest::newRow("late permission of a denied port")
+        << QStringLiteral("BoardA,open=denied,late-permission=5") << QStringLiteral("leave out late-permission");
+    QTest::newRow("name of a hub") << QStringLiteral("BoardA,hub=a-b") << QStringLiteral("letters and digits");
     QTest::newRow("key twice, the second wrong") << QStringLiteral("BoardA,delay=1,delay=x") << QStringLiteral("delay");
 }
 
@@ -475,7 +497,7 @@ void TestSimulator::serialNumbersAreDistinct()
 {
     BoardConfig named;
     named.port = uniquePortName();
-    // The test bed must keep this serial number, although the first board has the same number.
+    // The testbed must keep a serial number that the caller chose, even if another board already has this number.
     named.serial = add("silent")->config().serial;
     QVERIFY(m_testbed->add(named));
     add("silent");
@@ -509,7 +531,7 @@ void TestSimulator::nameThatAnotherProgramUsesIsLocked()
     QCOMPARE(lock.write(text), qint64(text.size()));
     QVERIFY(lock.flush());
     QVERIFY(JwSimulator::isLocked(name));
-    QVERIFY(lock.remove()); // remove() succeeds, so isLocked() did not remove the file as stale
+    QVERIFY(lock.remove()); // fails if isLocked() removed the file as stale
     QVERIFY(!JwSimulator::isLocked(name));
 }
 
@@ -666,7 +688,8 @@ void TestSimulator::lineReleasesItsPieces_data()
 
     using Usb = BoardConfig::Usb;
     QTest::newRow("plain") << Usb::None << 0 << 100 << QList<int>{100};
-    // The line carries 11.52 bytes in a millisecond.
+    // The line carries 11.52 bytes in a millisecond and releases bytes once in each millisecond. A byte is released at
+    // the millisecond that is nearest to the byte's end. So the first piece has the bytes of 1.5 ms: 17 bytes.
     QTest::newRow("plain, 115200 baud") << Usb::None << 115200 << 40 << QList<int>{17, 11, 12};
     QTest::newRow("bridge") << Usb::Bridge << 0 << 100 << QList<int>{11, 12, 11, 12, 11, 12, 11, 12, 8};
     QTest::newRow("bridge, 115200 baud") << Usb::Bridge << 115200 << 26 << QList<int>{11, 12, 3};
@@ -714,11 +737,12 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed_data()
 void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 {
     QFETCH(BoardConfig::Usb, usb);
-    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes a reply when the last one has left.
+    // At 115200 baud, 40 replies of 26 bytes take 90.3 ms. This test pushes each reply when the reply before it has
+    // arrived.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
     int arrived = 0;
-    int milliseconds = 0; // by the line's own clock; the line releases bytes once in each millisecond
+    int milliseconds = 0; // number of releases: the line releases bytes once in each millisecond of its own clock
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
         ++milliseconds;
         arrived += bytes.size();
@@ -733,7 +757,8 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
 
 void TestSimulator::shortPacketsFillAFrame()
 {
-    // 1900 packets fill 100 frames of 1 ms. This test pushes a packet when the last one has arrived.
+    // USB carries 19 packets in a frame of 1 ms, so 1900 packets take 100 ms. This test pushes each packet when the
+    // packet before it has arrived.
     const int most = 1900;
     JwSimulator::Pacer line(BoardConfig::Usb::Cdc, 0);
     int packets = 0;
@@ -751,13 +776,15 @@ void TestSimulator::shortPacketsFillAFrame()
     line.push("x");
     WAIT_FOR(packets == most);
     QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
-    // A packet must take less than 1 ms. A busy machine delays the packets, but it delays this timer too.
+    // Several packets must fit into one millisecond, so there must be fewer ticks of the 1 ms timer than packets. The
+    // test counts ticks and does not read the clock, because a busy machine delays the timer and the packets alike.
     QVERIFY2(milliseconds < most / 2, qPrintable(QString::number(milliseconds)));
 }
 
 void TestSimulator::hostGetsBridgeFrames()
 {
-    // The queries' 312 bytes take 27 ms. The first reply's 2026 bytes take 175 ms.
+    // A bridge without `speed` carries 115200 baud. The 26 queries have 312 bytes, which take 27 ms. The board ignores
+    // 25 queries and answers the last one with 2000 bytes of noise and a reply: 2026 bytes, which take 175 ms.
     Board *board = add("BoardA,usb=bridge,noise=2000,ignore=25");
     m_testbed->restartClock();
     QSignalSpy arrivals(board, &Board::received);
@@ -939,7 +966,7 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
     Board *board = add("babble,interval=1");
     QSignalSpy sent(board, &Board::sent);
     HostPort host(board);
-    // The port is full when the board can send no more bursts.
+    // Wait until the board can send no more bursts: then the port is full.
     int before = -1;
     while (before != sent.size()) {
         before = sent.size();
@@ -1026,7 +1053,7 @@ void TestSimulator::pluggedPortWorksAgain()
         QVERIFY(host.isOpen());
         QVERIFY(host.write(versionQuery));
         WAIT_FOR(host.received() == versionReply);
-        if (round > 1) // in round 1 pull-after-bytes pulls the cable; this happens only once
+        if (round > 1) // in round 1 the key pull-after-bytes pulls the cable; the key has no effect in later rounds
             board->pull();
         WAIT_FOR(pulled.size() == round);
         QVERIFY2(board->plug(&error), qPrintable(error));

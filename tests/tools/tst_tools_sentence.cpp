@@ -86,7 +86,8 @@ void TestSentenceFrame::aLineThatMakesNoSentenceIsRefused()
 
 void TestSentenceFrame::theLongestSentenceIsTaken()
 {
-    const SentenceFrame frame(QString(68, QLatin1Char('A'))); // plus 1 start flag, 3 for checksum, 2 for line end
+    // The frame adds 6 characters: 1 start flag, 3 for the checksum, 2 for the line end.
+    const SentenceFrame frame(QString(68, QLatin1Char('A')));
     QCOMPARE(frame.fault(), QString());
     QCOMPARE(frame.sentence().size(), 74);
 }

@@ -13,7 +13,8 @@ namespace JwTools {
 /// the type. Names are never translated.
 QString boardName(JwDevice::Type type);
 
-/// The names of `types`, such as "BoardA and BoardC", with `conjunction` before the last name.
+/// Returns the names of `types` as one text, for example "BoardA and BoardC". The word `conjunction`, here "and",
+/// stands before the last name.
 QString boardNames(const QList<JwDevice::Type> &types, const QString &conjunction);
 
 /// Returns the type that has this name, in upper or lower case. Empty if no type has the name.

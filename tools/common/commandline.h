@@ -8,8 +8,8 @@
 
 namespace JwTools {
 
-/// The command line of a program that searches boards. The options are --type, --port, --delay, --retries, --version,
-/// --help, and the program's own options. Each error is one line that says what is allowed.
+/// Reads the command line of a program that searches for boards. The options are --type, --port, --delay, --retries,
+/// --version, --help, and the program's own options. Each error text is one line that says what is allowed.
 class CommandLine
 {
     Q_DECLARE_TR_FUNCTIONS(JwTools::CommandLine)
@@ -23,9 +23,11 @@ public:
     /// Reads `arguments`; the first argument is the program's name. Sets `error` if the result is WrongUse.
     Outcome parse(const QStringList &arguments, QString *error);
 
-    /// Returns --type, --delay and --retries, which only a search uses. A list of ports also uses --port.
+    /// Returns the options that only a search uses: --type, --delay and --retries. --port is not one of them, because
+    /// lists of ports and the doctor of jwprobe use it too.
     QList<QCommandLineOption> searchOptions() const { return {m_type, m_delay, m_retries}; }
     const QCommandLineOption &port() const { return m_port; }
+    const QCommandLineOption &type() const { return m_type; }
     bool isSet(const QCommandLineOption &option) const { return m_parser.isSet(option); }
     QString value(const QCommandLineOption &option) const { return m_parser.value(option); }
 
@@ -52,7 +54,8 @@ private:
     QCommandLineParser m_parser;
 };
 
-/// Makes the option --`name`. If `value` is not empty, the option takes a value, and the help calls it `value`.
+/// Makes the option --`name`. If `value` is not empty, the option takes a value. The help then shows the text `value`,
+/// for example "MS", in its place.
 QCommandLineOption makeOption(const char *name, const QString &description, const char *value = "");
 
 } // namespace JwTools

@@ -7,7 +7,7 @@
 
 namespace JwTools {
 
-/// Returns all levels of the log. The first level logs most.
+/// Returns all levels of the log, from the lowest (Trace) to the highest (Fatal).
 QList<Logger::Level> logLevels();
 
 /// Returns the name of a level, for example "Warning".

@@ -8,7 +8,7 @@ namespace JwTools {
 
 namespace {
 
-constexpr int mostLinks = 40; // the kernel follows at most this many links; a longer chain is a circle
+constexpr int mostLinks = 40; // Linux also follows at most 40 symbolic links, because links in a circle never end
 
 bool isDigit(QChar c)
 {
@@ -36,7 +36,8 @@ QString portName(const QString &given, const QString &deviceFolder)
     QString path = given.startsWith(QLatin1Char('/')) ? given : deviceFolder + given;
     for (int link = 0; link < mostLinks && QFileInfo(path).isSymLink(); ++link) {
         const QString target = QFileInfo(path).symLinkTarget();
-        if (!target.startsWith(deviceFolder)) // not a port's name; the file of a simulated port is such a link
+        // A target outside /dev has no port name. The file of a simulated port is a link to such a target.
+        if (!target.startsWith(deviceFolder))
             break;
         path = target;
     }

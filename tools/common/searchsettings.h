@@ -14,9 +14,11 @@ struct SearchSettings
     static constexpr int maxRetries = 10000;
 
     QList<JwDevice::Type> types; ///< the types to find, without repetition, in the user's order
-    QStringList ports; ///< names of the ports to try, for example "ttyACM0"; if empty, every port that may be a board
+    /// The names of the ports to try, for example "ttyACM0". If empty, a search tries all ports that
+    /// JwDevice::isCandidate() accepts.
+    QStringList ports;
     int delay = 0; ///< ms before the ports are opened; used only if `types` contains BoardC
-    int retries = 3; ///< how often each port that does not answer is asked again
+    int retries = 3; ///< how many more times the ports are asked while a wanted board is missing
 };
 
 } // namespace JwTools

@@ -10,8 +10,8 @@ namespace JwTools {
 
 namespace {
 
-// Returns whether `typed` is a right checksum of `body`: the library accepts it, or would write it in this way.
-// `typed` and `written` start with "*".
+// Returns whether `typed` is a right checksum of `body`. It is right if the library accepts it in a received sentence,
+// or if it equals `written`, the checksum that the library writes. `typed` and `written` start with "*".
 bool isRight(const QString &typed, const QString &written, const QString &body)
 {
     bool isRead = false;

@@ -12,7 +12,7 @@ class SentenceFrame
     Q_DECLARE_TR_FUNCTIONS(JwTools::SentenceFrame)
 
 public:
-    static constexpr int maxLength = 74; ///< longest sentence that boards accept, with all its characters
+    static constexpr int maxLength = 74; ///< boards accept at most 74 characters, start flag and line end included
 
     explicit SentenceFrame(const QString &line);
 

@@ -1,5 +1,6 @@
-// Classes and functions of an application. If the library calls one of them, the program ends with status 3.
-#undef JWLOGGER_NO_ALIAS // even without it, no header below may define the name Logger
+// Classes and functions of an application, with names that the library uses too. If the library calls one of them, the
+// program ends with status 3.
+#undef JWLOGGER_NO_ALIAS // even without this macro, no header below may define the name Logger
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/ipayloadparser.h>
@@ -25,7 +26,7 @@ namespace {
 }
 
 int loggers = 0;
-const Logger applicationLogger; // the application's only Logger; if a second one is made, the library made it
+const Logger applicationLogger; // the application's only Logger; if a second Logger is made, the library made it
 
 } // namespace
 

@@ -1,5 +1,5 @@
-// An application with its own namespace Nmea. Only for shared libraries, because with static libraries the linker finds
-// each function twice.
+// An application with its own namespace Nmea. Built only with the shared libraries: with the static ones, the linker
+// would find these functions twice and report an error.
 #include <QStringView>
 
 #include <cstdio>

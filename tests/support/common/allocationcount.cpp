@@ -47,8 +47,8 @@ namespace {
 
 #else
 
-// A function of the program replaces a library's function of the same name. So all calls in the process arrive here,
-// even the calls from operator new.
+// If the program has a function with the same name as a library's function, all libraries call the program's function.
+// So the functions below count all allocations of the process, even those of operator new.
 #define REPLACES_LIBRARY_CALL extern "C" __attribute__((visibility("default")))
 
 extern "C" {

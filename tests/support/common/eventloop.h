@@ -24,7 +24,7 @@ inline bool runUntil(const std::function<bool()> &done)
     return true;
 }
 
-/// Runs the event loop until no event is queued and no descriptor is ready. Stops after 1000 turns.
+/// Runs the event loop until no event is queued and no descriptor is ready, but at most 1000 turns.
 inline void settle()
 {
     constexpr int mostTurns = 1000;
@@ -34,7 +34,7 @@ inline void settle()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-/// Runs `work` in a nested event loop, like a dialog.
+/// Runs `work` in a nested event loop, as a modal dialog does.
 inline void runNested(const std::function<void()> &work)
 {
     QEventLoop loop;

@@ -1,7 +1,11 @@
-// Makes simulated ports fast enough for tests that open them a hundred thousand times. The preload library passes each
-// ioctl() to a second thread, which takes most of the time of a short probe. Here ioctl() calls the kernel directly,
-// which is enough because the ports are ptys. QLockFile and umockdev wait for the disk by fsync() or
-// fdatasync(), so these functions do nothing here.
+// Makes simulated ports fast enough for tests that open ports a hundred thousand times. The functions in this file
+// replace slow functions with the same names.
+//
+// ioctl(): umockdev (the library behind the simulated ports) passes each call to a second thread. That takes most of
+// the time of a short probe. A simulated port is a pseudo terminal, which the kernel itself can handle. So this ioctl()
+// calls the kernel directly.
+// fsync() and fdatasync(): QLockFile and umockdev call these functions to wait for the disk. Tests need not wait, so
+// these functions do nothing.
 #include <cstdarg>
 #include <sys/syscall.h>
 #include <unistd.h>

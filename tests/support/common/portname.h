@@ -4,8 +4,8 @@
 
 #include <unistd.h>
 
-/// Returns a port name that no other running test program uses. Two programs with the same port name would disturb each
-/// other, because the name of a port's lock file is made from the port name.
+/// Returns a port name that no other running test program uses. QSerialPort locks a port by a file with the port's name
+/// in its file name, so two programs with the same port name would lock out each other.
 inline QString uniquePortName()
 {
     static int number = 0;

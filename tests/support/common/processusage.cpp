@@ -22,8 +22,8 @@
 #define SANITIZER_HEAP
 #endif
 
-// The functions that Qt calls for every new and deleted object. Qt exports this array for tools, but declares it only
-// in a private header.
+// Qt calls the functions in this array for every new and every deleted QObject. The array is declared again here,
+// because Qt declares it only in a private header.
 extern quintptr Q_CORE_EXPORT qtHookData[];
 
 namespace {
@@ -33,7 +33,7 @@ constexpr int removeObjectHook = 4;
 
 QSet<QObject *> &livingObjects()
 {
-    // Never deleted, because static objects are destroyed later and must be removed from the set.
+    // The set is never deleted, because Qt still removes QObjects from it when static QObjects are destroyed at exit.
     static auto *const objects = new QSet<QObject *>;
     return *objects;
 }
@@ -48,7 +48,7 @@ void removeObject(QObject *object)
     livingObjects().remove(object);
 }
 
-/// Gives access to QObject::receivers(), which is protected.
+/// Calls QObject::receivers(), which is protected, to count the connections to a signal.
 struct Receivers : QObject
 {
     static int of(const QObject *object, const QMetaMethod &signal)
@@ -87,7 +87,8 @@ qint64 residentMemory()
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
 }
 
-/// Returns the number of open descriptors that are not sockets, because umockdev's threads may open and close sockets.
+/// Returns the number of open descriptors that have a path: files and ports. Sockets are not counted, because the
+/// threads of umockdev (the library behind the simulated ports) open and close sockets at any time.
 int descriptorsOfFiles()
 {
     const QStringList numbers = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::System | QDir::Files);

@@ -24,7 +24,7 @@ struct LogRecord
     QString text;
 };
 
-/// Calls a function with every record. For tests that log from one thread.
+/// A log sink that calls a function with every record. It has no mutex, so only one thread may log.
 class RecordForwarder : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
@@ -41,8 +41,9 @@ protected:
         const auto bytes = [](spdlog::string_view_t view) {
             return QByteArray(view.data(), static_cast<int>(view.size()));
         };
-        // A port that the system doesn't know has an empty name, so all such ports share one lock file. If another test
-        // holds that lock, the error is "permission" (2) instead of "not found" (1). Record 1 in both cases.
+        // QSerialPort locks a port by a file with the port's name. A port that the system doesn't know has an empty
+        // name, so all such ports share one lock file. If another test program holds this lock, the logged error is 2
+        // (permission) instead of 1 (not found). Record 1 in both cases, so that tests can expect one text.
         static const QString locked = QStringLiteral("Serial port not accessible:  \"\"  -  2");
         static const QString absent = QStringLiteral("Serial port not accessible:  \"\"  -  1");
         const QString text = QString::fromUtf8(bytes(message.payload));
@@ -55,7 +56,7 @@ private:
     const Receiver m_receiver;
 };
 
-/// Keeps every record.
+/// A log sink that stores every record.
 class RecordSink : public RecordForwarder
 {
 public:
@@ -66,7 +67,7 @@ public:
 
     QVector<LogRecord> records;
 
-    /// The records with this text.
+    /// Returns the records with this text.
     QVector<LogRecord> withText(const QString &text) const
     {
         QVector<LogRecord> found;
@@ -78,7 +79,7 @@ public:
     }
 };
 
-/// Captures the log while this object exists: records from `level` on are added to `sink` and are not written to
+/// Captures the log while this object exists: records of `level` or higher are stored in `sink` and are not written to
 /// standard error.
 class LogCapture
 {

@@ -5,8 +5,8 @@
 #include <QCoreApplication>
 #include <QTest>
 
-/// Defines main() for a test that opens simulated ports. The program restarts itself with the preload library, which
-/// makes the ports visible.
+/// Defines main() for a test that opens simulated ports. The program restarts itself with libumockdev-preload, because
+/// without this library it would not see simulated ports.
 #define SIMULATED_PORTS_MAIN(TestClass)                                                                                \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

@@ -2,8 +2,9 @@
 
 #include <device/communicator.h>
 
-// The id counters wrap after 2^32 payloads. A test can't send that many, so it sets the counters. The counters are
-// private, but an explicit template instantiation may name a private member.
+// A Communicator counts its payloads to give them ids. The counters return to 0 after 2^32 payloads. A test can't send
+// so many payloads, so it sets the counters with these functions. The counters are private, but in C++ an explicit
+// template instantiation may name a private member.
 
 template <typename Tag, typename Tag::Member member>
 struct CounterAccess

@@ -5,7 +5,7 @@
 #include <memory>
 
 /// The base class of the Communicator's tests. Each test function gets a new Communicator on a new device, a record of
-/// its signals, a log of every level, and an empty receive buffer.
+/// the Communicator's signals, a log of every level, and an empty receive buffer.
 class CommunicatorFixture : public QObject
 {
     Q_OBJECT

@@ -1,6 +1,7 @@
-// Makes sure that a new Communicator gets the address of the Communicator that was deleted last. On a normal heap this
-// happens only by chance, but some tests need it every time. In a program that links this file, the library's
-// Communicators are in a pool. AddressSanitizer still reports access to a freed place.
+// Gives a new Communicator the address of the Communicator that was deleted last. Some tests need this every time,
+// because they check that the library does not confuse two such Communicators. On a normal heap it happens only by
+// chance. So in a program that contains this file, operator new puts the library's Communicators into a pool, an array
+// of places. AddressSanitizer still reports access to the place of a deleted Communicator.
 
 #include <device/communicator.h>
 
@@ -29,8 +30,8 @@ int freeCount = 0;
 int usedCount = 0; // number of places that were used at least once
 std::mutex mutex;
 
-/// Whether the library asks for the memory. The library's only lasting objects of this size are Communicators, but
-/// other code may use objects of the same size.
+/// Returns whether `caller` is code of libJwDevice. Other code must not use up the pool with its own objects of the
+/// same size. In libJwDevice, all objects of this size that exist for long are Communicators.
 bool isOfTheLibrary(const void *caller)
 {
     Dl_info info;

@@ -61,7 +61,7 @@ inline QStringList arrivals(int count, uint firstId = 2)
     return emissions;
 }
 
-/// Removes all payloads from the store and returns them, the lowest id first.
+/// Reads all payloads that the Communicator stores, which removes them. Returns the payloads, the lowest id first.
 inline QStringList takePayloads(JwDevice::Communicator &communicator)
 {
     QStringList payloads;
@@ -83,11 +83,11 @@ inline QStringList takeLog(const LogCapture &log)
     return lines;
 }
 
-/// Empties the receive buffer. All Communicators share the buffer, so it may contain bytes from an earlier test.
+/// Empties the receive buffer. All Communicators share this buffer, so it may contain bytes from an earlier test.
 inline void drainReceiveBuffer()
 {
     ScriptedDevice device;
     JwDevice::Communicator communicator;
     communicator.setIODevice(&device);
-    device.deliver("$\r\n"); // old bytes in the buffer become part of this payload or are dropped with it
+    device.deliver("$\r\n"); // old bytes leave the buffer together with this payload
 }

@@ -5,7 +5,7 @@
 
 QVector<int> discardedOutput;
 
-/// Replaces the C library's tcflush(), to record which terminals discard their output.
+/// Replaces the C library's tcflush(), to record the ports whose unsent bytes are discarded.
 extern "C" __attribute__((visibility("default"))) int tcflush(int descriptor, int queue) noexcept
 {
     if (queue == TCOFLUSH || queue == TCIOFLUSH)

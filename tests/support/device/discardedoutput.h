@@ -2,5 +2,5 @@
 
 #include <QVector>
 
-/// Descriptors of the terminals whose unsent output this process discarded by tcflush(), in the order of the calls.
+/// The descriptors of the ports whose unsent bytes this process discarded by tcflush(), in the order of the calls.
 extern QVector<int> discardedOutput;

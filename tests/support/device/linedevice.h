@@ -42,7 +42,7 @@ inline void require(bool ok, const char *what)
         throw std::runtime_error(what);
 }
 
-/// A serial port with a silent board.
+/// A simulated serial port. Its board sends only the bytes of send().
 class LineSerialPort : public LineDevice
 {
 public:

@@ -13,13 +13,14 @@
 #include <unistd.h>
 
 /// Acts as another program that reads from the same port as a QSerialPort. When the system has reported bytes to the
-/// QSerialPort, this object reads the bytes first. The QSerialPort then finds no bytes, and derives its error from the
-/// value that errno still has from an earlier call. This object sets errno to `errorNumber`.
+/// QSerialPort, this object reads the bytes first. The QSerialPort then finds no bytes, and takes its error from errno.
+/// A read that finds no bytes does not change errno, so this object can choose the error: it sets errno to
+/// `errorNumber`.
 class OtherReader : public QObject
 {
 public:
-    /// Opens the port at `location`. Create this object before a QSerialPort opens the port, because a QSerialPort
-    /// locks the port.
+    /// Opens the port at `location`. Create this object before a QSerialPort opens the port: an open QSerialPort locks
+    /// the port, so a later open fails.
     OtherReader(const QString &location, int errorNumber)
         : m_descriptor(::open(qPrintable(location), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
         , m_errorNumber(errorNumber)

@@ -5,8 +5,8 @@
 #include <QBuffer>
 #include <QByteArray>
 
-/// Empties the receive buffer, which all Communicators of the process share. Old bytes in the buffer become part of the
-/// payload that this function delivers, or are dropped with it.
+/// Empties the receive buffer, which all Communicators of the process share. To do so, delivers a short payload to a
+/// Communicator. Old bytes in the buffer leave it together with this payload.
 inline void drainReceiveBuffer()
 {
     QByteArray bytes = "$\r\n";

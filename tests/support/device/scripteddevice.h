@@ -42,7 +42,7 @@ public:
     {
         qint64 bytes = 0;
         for (const Read &read : m_reads)
-            bytes += qMax<qint64>(1, read.bytes.size()); // a failed read counts as 1 byte, so that the caller tries it
+            bytes += qMax<qint64>(1, read.bytes.size()); // 1 for a read without bytes, so that the caller tries to read
         return bytes;
     }
 

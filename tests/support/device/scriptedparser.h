@@ -6,7 +6,7 @@
 
 #include <functional>
 
-/// A parser whose behaviour the test sets. It can do things that the library's own parser never does.
+/// A parser that calls functions of the test. So it can do things that the library's own parser never does.
 class ScriptedParser : public JwDevice::IPayloadParser
 {
 public:

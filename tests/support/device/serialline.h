@@ -9,7 +9,8 @@
 #include <pty.h>
 #include <unistd.h>
 
-/// A pseudo terminal. One end is a serial port, the other end is the board's.
+/// A pseudo terminal, used as a serial line. A QSerialPort can open one end as a port. The test sends and receives at
+/// the other end, like a board.
 class SerialLine
 {
 public:
@@ -40,7 +41,7 @@ public:
 
 private:
     int m_board = -1;
-    int m_port = -1; // kept open, so that the board's end does not hang up when QSerialPort closes the port
+    int m_port = -1; // kept open, because a read at the board's end fails while nobody has the port open
     QString m_portName;
 };
 

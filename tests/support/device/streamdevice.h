@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
-/// A sequential device that is fast: a read costs no more than a copy of the bytes. It offers the bytes from feed() and
-/// accepts all writes.
+/// A fast sequential device: a read only copies the bytes. The device offers the bytes from feed() and accepts all
+/// writes.
 class StreamDevice : public QIODevice
 {
 public:

@@ -9,7 +9,7 @@
 
 #include <sys/resource.h>
 
-/// Checks that the process is idle. An idle process uses little processor time and few turns of the event loop.
+/// Checks that the process is idle: it uses little processor time, and its event loop makes few turns.
 class IdleCheck
 {
 public:
@@ -41,7 +41,8 @@ public:
 private:
     static constexpr int window = 400; // ms
     static constexpr double mostShare = 0.25; // share of one processor; a loop that spins uses 1.0
-    // Turns of the event loop. On a busy machine, a loop that spins has a low share but many turns.
+    // Turns of the event loop. This limit finds a loop that spins on a busy machine, where its share of the processor
+    // is low.
     static constexpr int mostTurns = 50;
 
     static double processorSeconds()

@@ -5,8 +5,8 @@
 #include <QMetaMethod>
 #include <QTimer>
 
-// The public interface does not show the state of a probed port, so tests read the Initializer's private tables. This
-// is possible because an explicit template instantiation may name a private member.
+// The public interface does not show the state of a probed port, so tests read the Initializer's private tables. In
+// C++, an explicit template instantiation may name a private member.
 
 template <typename Tag, typename Tag::Member member>
 struct InitializerAccess
@@ -35,8 +35,8 @@ struct IsSignalConnected
 };
 template struct InitializerAccess<IsSignalConnected, &QObject::isSignalConnected>;
 
-/// Returns every Communicator that a probe made, with its reply timer. The Communicator of a handed-over board may be
-/// deleted already, so don't use the pointer without a check.
+/// Returns every Communicator that a probe made, with its reply timer. The application may have deleted the
+/// Communicator of a handed-over board already, so check that it still exists before you use its pointer.
 inline QHash<JwDevice::Communicator *, QTimer *> replyTimers(const JwDevice::Initializer &initializer)
 {
     return initializer.*memberOf(CommTimers());

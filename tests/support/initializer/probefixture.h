@@ -22,7 +22,8 @@ Q_DECLARE_METATYPE(PortState)
 
 using TypeList = QList<JwDevice::Type>;
 
-/// Simulated boards, an Initializer that searches for them, and a timeline of its signals and log records.
+/// Simulated boards, an Initializer that searches for these boards, and a timeline of the Initializer's signals and log
+/// records.
 class ProbeFixture
 {
 public:
@@ -39,10 +40,11 @@ public:
     ProbeFixture(const ProbeFixture &) = delete;
     ProbeFixture &operator=(const ProbeFixture &) = delete;
 
-    /// Adds a board on a port that no other test program uses. `board` describes it, for example "BoardA,delay=20".
+    /// Adds a board on a port that no other test program uses. `board` is in the form of jwsim's option --board, for
+    /// example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board);
     QStringList portNames() const;
-    /// Starts a probe of the ports of all attached boards. Gives the names of these ports to the Initializer.
+    /// Starts a probe of exactly the ports of the attached boards: gives their names to the Initializer.
     void probe(const TypeList &types);
     /// Attaches a silent board and probes it for BoardA, without retry rounds, until the time-out. Returns the board.
     JwSimulator::Board *probeSilentBoard();
@@ -61,7 +63,8 @@ public:
     void endReplyTimers();
     /// Makes only the reply timer of this board's port fire, and waits for the time-out.
     void timeOut(const JwSimulator::Board *board);
-    /// Sends payloads from `board`. The Communicator stores the payloads but emits no signal.
+    /// Sends payloads from `board`. The Communicator stores the payloads but emits no signal, so the Initializer does
+    /// not read them yet.
     void store(JwSimulator::Board *board, const QList<QByteArray> &payloads) const;
     bool isTimerActive() const;
     bool isOver() const { return timeline.contains(QStringLiteral("Disconnect from signals")); }

@@ -2,8 +2,8 @@
 
 #include <QString>
 
-// Texts that tests expect in ProbeFixture's timeline: the Initializer's signals, and its log records without a port
-// name.
+// Texts that tests expect in ProbeFixture's timeline: the Initializer's signals, and those of its log records that
+// contain no port name.
 inline const QString foundA = QStringLiteral("deviceInitialized BoardA");
 inline const QString foundB = QStringLiteral("deviceInitialized BoardB");
 inline const QString foundC = QStringLiteral("deviceInitialized BoardC");

@@ -16,7 +16,8 @@ struct FinderFixture
     JwSimulator::Testbed testbed;
     JwMonitor::BoardFinder finder;
 
-    /// Adds a board on a port that no other test program uses. `board` is the text form, for example "BoardA,delay=20".
+    /// Adds a board on a port that no other test program uses. `board` is in the form of jwsim's option --board, for
+    /// example "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board)
     {
         QString error;

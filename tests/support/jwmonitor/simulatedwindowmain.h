@@ -5,8 +5,8 @@
 #include <QApplication>
 #include <QTest>
 
-/// Defines main() of a test that shows windows and uses simulated ports. The test needs no display, unless the
-/// environment names a platform.
+/// Defines main() of a test that shows windows and uses simulated ports. If the environment does not set
+/// QT_QPA_PLATFORM, the test uses the platform "offscreen", which needs no display.
 #define SIMULATED_WINDOW_MAIN(TestClass)                                                                               \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \

@@ -20,8 +20,8 @@ constexpr int slownessOfSanitizer = 10;
 constexpr int slownessOfSanitizer = 1;
 #endif
 
-/// Measures the longest time between two turns of this thread's event loop, by the clock and as processor time of this
-/// thread. On a busy machine the clock shows more, because other programs also use the processor.
+/// Measures the longest time between two turns of this thread's event loop: by the clock, and as processor time of this
+/// thread. On a busy machine the clock shows more time, because other programs also use the processor.
 class StallWatch
 {
 public:

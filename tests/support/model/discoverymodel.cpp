@@ -31,8 +31,8 @@ QString quoted(const QString &text)
 struct DiscoveryModel::Line
 {
     bool plugged = false;
-    QByteArray toHost; // bytes that the board sent and the host has not read
-    QByteArray toBoard; // bytes that the host wrote and the port has not sent
+    QByteArray toHost; // bytes that the board sent and the port has not read yet
+    QByteArray toBoard; // bytes that the application wrote and the port has not sent yet
     QByteArray received;
     Comm *host = nullptr; // the open port on this line; null if no port is open
 };
@@ -44,14 +44,14 @@ struct DiscoveryModel::Comm
     QString name;
 
     bool open = true;
-    bool lost = false; // the device is gone; the port notices it when the event loop handles the port next
+    bool lost = false; // the device is gone; the port notices this when the event loop handles the port next
     bool unsent = false; // some bytes were not sent when the device was removed
     bool emitting = false; // readyRead is being emitted; QSerialPort does not emit it again inside itself
     QByteArray arrived; // bytes that the port has read from the line and the Communicator has not read from the port
 
     bool alive = true;
     bool bound = true; // the Communicator is bound to the port, not to another device
-    QByteArray other; // bytes that wait in this other device
+    QByteArray other; // bytes that wait in the other device
     bool held = false;
     bool routed = true; // the Communicator's readyRead is connected to the Initializer
     uint lastId = 1;
@@ -279,7 +279,7 @@ void DiscoveryModel::pull(int port)
 {
     Line &line = m_lines[static_cast<size_t>(port)];
     line.plugged = false;
-    line.toHost.clear(); // because bytes that the host has not read are lost
+    line.toHost.clear(); // because a pulled cable loses the bytes that are still on it
     if (line.host && !line.host->lost) {
         line.host->lost = true;
         line.host->unsent = !line.toBoard.isEmpty();
@@ -337,12 +337,12 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    int left = 0; // number of unread bytes in the current line
+    int left = 0; // number of unread bytes of the current sentence, up to its CR LF
     while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
         int size = std::min(readSize, source.size());
         if (comm->bound) {
-            // A port is read line by line. left is 0 after each line and after each payload, so look for the next line.
+            // A port is read up to one CR LF at a time. `left` is 0 at first, after each CR LF and after each payload.
             if (left == 0)
                 left = nextLine(source);
             size = std::min(readSize, left);
@@ -369,8 +369,8 @@ void DiscoveryModel::readDevice(Comm *comm)
     }
 }
 
-/// Returns how many bytes are read next from a port: the next line, or the first part of an unfinished line that is too
-/// long. Returns 0 if neither has arrived.
+/// Returns how many bytes are read next from a port: the bytes up to the next CR LF. If too many bytes without CR LF
+/// arrived, it is the first part of them. Otherwise returns 0.
 int DiscoveryModel::nextLine(const QByteArray &received)
 {
     const int lineEnd = received.indexOf("\r\n");

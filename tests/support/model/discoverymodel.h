@@ -10,7 +10,8 @@
 #include <vector>
 
 /// A short, second implementation of the discovery rules: ports, statuses, retries, signals and log lines. The model
-/// shares no code with the library. Its events happen in the same order as in VirtualClock.
+/// shares no code with the library, so a fault in the library is not also in the model. Events in the model happen in
+/// the order that VirtualClock describes.
 class DiscoveryModel : public DiscoveryPlay
 {
 public:
@@ -51,7 +52,8 @@ private:
         QString error;
         JwDevice::Type type = JwDevice::Unknown;
     };
-    /// The objects that are deleted when the current event returns to its event loop.
+    /// The objects that an event loop deletes when the current event has returned to it. Each nested event loop has its
+    /// own Frame.
     struct Frame
     {
         std::vector<Comm *> comms;
@@ -89,7 +91,7 @@ private:
     const QVector<int> m_reused;
     QByteArray m_buffer; // the receive buffer, which all Communicators share
     QList<JwDevice::Type> m_types;
-    QVector<QPair<int, QString>> m_candidates; // line and name of each port to probe; an absent port has line -1
+    QVector<QPair<int, QString>> m_candidates; // for each port to probe: index in m_lines (-1 if absent) and name
     qint64 m_now = 0;
     qint64 m_secondStageDue = -1;
     uint m_retries = 0;

@@ -251,8 +251,8 @@ void DiscoveryPlay::checkPromises()
         QString payload;
         QDebug(&payload).nospace() << QString::fromLatin1(promise.sentence).trimmed();
         payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
-        // Find the sentence in the trace. Another port may receive the same sentence, so check the next trace line too.
-        // That line contains the port's name, unless the port is handed over.
+        // Find the sentence in the trace. Another port may receive the same sentence, so also check that the next entry
+        // of the trace names this port. If the port is handed over, the next entry names no port.
         const auto isOfThePort = [&](int at) {
             const QString read = m_trace.value(at + 1);
             return m_trace[at].endsWith(payload)
@@ -267,7 +267,8 @@ void DiscoveryPlay::checkPromises()
     }
 }
 
-/// Counts the bytes that the board sends. Returns false if the kernel can't keep so many bytes until the host reads.
+/// Adds the size of `bytes` to the number of bytes that the board has sent. Returns false if this number is too large:
+/// the kernel keeps unread bytes only up to a limit.
 bool DiscoveryPlay::countSent(int port, const QByteArray &bytes)
 {
     m_sent[port] += bytes.size();

@@ -10,8 +10,8 @@
 #include <deque>
 #include <vector>
 
-/// Runs a schedule on the real Initializer or on the model, and writes a trace. The trace contains signals, log lines,
-/// the bytes that the boards received, and after each step the state of each probed port.
+/// Runs a schedule on the real Initializer or on the model, and writes a trace (a record of the run). The trace
+/// contains signals, log lines, the bytes that the boards received, and after each step the state of each probed port.
 ///
 /// This class also acts as the application, so it owns the handed-over boards. The numbers of these boards are
 /// 0, 1 ... in the order of the hand-overs.
@@ -29,8 +29,8 @@ public:
 
     /// Runs the schedule and returns the trace.
     const QStringList &run();
-    /// Returns the sentences that arrived changed or did not arrive. Checks only the boards for which the schedule's
-    /// sendsWholeSentences() returns true.
+    /// Returns the sentences that did not arrive, or did not arrive unchanged. Contains only sentences of boards for
+    /// which the schedule's sendsWholeSentences() returns true.
     const QStringList &spoilt() const { return m_spoilt; }
 
 protected:
@@ -52,7 +52,7 @@ protected:
     void sendPieces();
 
     virtual qint64 now() const = 0;
-    /// Whether the port is open and a Communicator reads from it.
+    /// Returns whether the port is open and a Communicator reads from it.
     virtual bool isListening(int port) const = 0;
     virtual bool hasInitializer() const = 0;
     virtual bool probe(const QList<JwDevice::Type> &types, int delay, const QVector<int> &ports) = 0;
@@ -112,7 +112,7 @@ private:
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
     int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
-    int m_begun[DiscoverySchedule::portCount]; // m_opened when the current sentence began; -1 between sentences
+    int m_begun[DiscoverySchedule::portCount]; // m_opened when the board began its sentence; -1 between sentences
     std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // pieces that wait to be sent
     int m_turns = 0;
     std::vector<Promise> m_promises;

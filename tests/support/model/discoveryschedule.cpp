@@ -1,11 +1,11 @@
 #include "discoveryschedule.h"
 
+#include "randomchoice.h"
 #include "shrink.h"
 
 #include <simulator/wire.h>
 
 #include <QDebug>
-#include <QRandomGenerator>
 #include <QStringList>
 
 #include <algorithm>
@@ -20,28 +20,29 @@ using JwDevice::Type;
 
 namespace {
 
-// If the receive buffer is too long, it drops its oldest bytes. At least this many of the newest bytes always stay.
+// If the receive buffer contains too many bytes, it drops the oldest. At least this many of the newest bytes always
+// stay.
 constexpr int longestThatAlwaysStays = 50;
 
-/// Whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
+/// Returns whether `bytes` is a whole sentence that always arrives unchanged, whatever other boards send.
 bool isWholeSentence(const QByteArray &bytes)
 {
     return bytes.startsWith('$') && bytes.endsWith("\r\n") && bytes.size() <= longestThatAlwaysStays
         && bytes.count('$') == 1 && bytes.count('\n') == 1 && !bytes.contains('\0');
 }
 
-class Generator
+class Generator : RandomChoice
 {
 public:
     explicit Generator(quint32 seed)
-        : m_random(seed)
+        : RandomChoice(seed)
     {
     }
 
     DiscoverySchedule schedule()
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
-        const bool orderly = chance(30); // the boards send mostly good replies, so that many probes find all boards
+        const bool orderly = chance(30); // then most replies are good, so that the probe often finds all boards
         if (orderly)
             m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);
@@ -70,14 +71,6 @@ public:
     }
 
 private:
-    bool chance(int percent) { return m_random.bounded(100) < percent; }
-    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
-    template <typename T>
-    T oneOf(const QVector<T> &choices)
-    {
-        return choices[m_random.bounded(choices.size())];
-    }
-
     static Step wait(int milliseconds)
     {
         Step step;
@@ -222,7 +215,7 @@ private:
         });
     }
 
-    /// Returns a sentence that ends with a new number. No other sentence contains this number, so the trace shows which
+    /// Returns a sentence of `body` and a new number. No other sentence ends with this number, so the trace shows which
     /// sentence arrived.
     QByteArray withMark(const QByteArray &body)
     {
@@ -284,11 +277,10 @@ private:
         return bytes;
     }
 
-    QRandomGenerator m_random;
     DiscoverySchedule m_schedule;
     bool m_wasPulled = false;
     int m_lastPulled = 0;
-    QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent
+    QByteArray m_rests[DiscoverySchedule::mostPorts]; // for each board, the part of its text that is not sent yet
     bool m_oneText = false; // all boards send parts of one text
     bool m_onlyPieces = false;
     int m_wholeSentences = 0; // number of ports, from port 0 on, that send whole sentences only and stay plugged in
@@ -443,33 +435,15 @@ DiscoverySchedule randomSchedule(quint32 seed)
 DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
                                    const std::function<bool(const DiscoverySchedule &)> &fails)
 {
-    const auto replaceIfItFails = [&](auto &part, const auto &plainer) {
-        const auto before = part;
-        if (before == plainer)
-            return;
-        part = plainer;
-        if (!fails(schedule))
-            part = before;
-    };
-    const auto shrinkIn = [&](auto &part) {
-        using List = std::decay_t<decltype(part)>;
-        const List before = part;
-        part = shrunk<List>(before, [&](const List &shorter) {
-            const List kept = part;
-            part = shorter;
-            const bool stillFails = fails(schedule);
-            part = kept;
-            return stillFails;
-        });
-    };
-    shrinkIn(schedule.steps);
-    shrinkIn(schedule.onInitialized);
-    shrinkIn(schedule.onNotFound);
-    shrinkIn(schedule.turns);
+    Shrinker<DiscoverySchedule> shrinker(schedule, fails);
+    shrinker.shrink(schedule.steps);
+    shrinker.shrink(schedule.onInitialized);
+    shrinker.shrink(schedule.onNotFound);
+    shrinker.shrink(schedule.turns);
     for (QVector<Answer> &answers : schedule.answers) {
-        shrinkIn(answers);
+        shrinker.shrink(answers);
         for (Answer &answer : answers) {
-            shrinkIn(answer);
+            shrinker.shrink(answer);
             const Answer before = answer;
             answer = {{bytesOf(before), 0}};
             if (!fails(schedule))
@@ -477,44 +451,44 @@ DiscoverySchedule shortestSchedule(DiscoverySchedule schedule,
         }
     }
     for (Step &step : schedule.steps)
-        replaceIfItFails(step.port, 0);
+        shrinker.replace(step.port, 0);
     for (int port = schedule.ports - 1; port >= 0 && schedule.ports > 1; --port) {
         const DiscoverySchedule fewer = without(port, schedule);
         if (fails(fewer))
             schedule = fewer;
     }
     for (Step &step : schedule.steps) {
-        shrinkIn(step.types);
-        shrinkIn(step.ports);
-        shrinkIn(step.bytes);
+        shrinker.shrink(step.types);
+        shrinker.shrink(step.ports);
+        shrinker.shrink(step.bytes);
         if (step.action == Step::Probe || step.action == Step::Wait)
-            replaceIfItFails(step.number, 0);
+            shrinker.replace(step.number, 0);
         if (step.action == Step::SendWithNext)
-            replaceIfItFails(step.action, Step::Send);
+            shrinker.replace(step.action, Step::Send);
         if (step.action == Step::PullWithNext)
-            replaceIfItFails(step.action, Step::Pull);
+            shrinker.replace(step.action, Step::Pull);
     }
     for (OnInitialized &reaction : schedule.onInitialized) {
-        replaceIfItFails(reaction.action, OnInitialized::Keep);
-        replaceIfItFails(reaction.nestedSteps, 0);
+        shrinker.replace(reaction.action, OnInitialized::Keep);
+        shrinker.replace(reaction.nestedSteps, 0);
     }
     for (OnNotFound &reaction : schedule.onNotFound) {
-        replaceIfItFails(reaction.action, OnNotFound::Nothing);
-        replaceIfItFails(reaction.nestedSteps, 0);
+        shrinker.replace(reaction.action, OnNotFound::Nothing);
+        shrinker.replace(reaction.nestedSteps, 0);
     }
     for (QVector<Answer> &answers : schedule.answers) {
         for (Answer &answer : answers) {
             for (DiscoverySchedule::Piece &piece : answer) {
-                shrinkIn(piece.bytes);
-                replaceIfItFails(piece.after, 0);
+                shrinker.shrink(piece.bytes);
+                shrinker.replace(piece.after, 0);
             }
         }
     }
     for (Turn &turn : schedule.turns) {
-        replaceIfItFails(turn.first, 0);
-        replaceIfItFails(turn.pieces, 1);
+        shrinker.replace(turn.first, 0);
+        shrinker.replace(turn.pieces, 1);
     }
-    shrinkIn(schedule.steps);
+    shrinker.shrink(schedule.steps);
     return schedule;
 }
 

@@ -13,7 +13,7 @@
 struct DiscoverySchedule
 {
     static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< do not open; probed only if probe() names them
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< can't be opened; probed only if named
 
     /// One action from outside the Initializer. After the action, the event loop runs until it is idle.
     struct Step
@@ -65,7 +65,7 @@ struct DiscoverySchedule
     /// Chooses which waiting pieces are sent when the event loop is idle. These pieces arrive in the same turn.
     struct Turn
     {
-        int first = 0; ///< the first port: an index into the list of ports with unsent pieces, modulo the list's size
+        int first = 0; ///< the first port, as an index into the list of ports with unsent pieces, modulo its size
         int pieces = 1; ///< number of pieces: one from the first port, one from the next port in the list, and so on
     };
 
@@ -76,9 +76,9 @@ struct DiscoverySchedule
     QVector<OnInitialized> onInitialized; ///< actions for the first, second ... emission; none for later emissions
     QVector<OnNotFound> onNotFound;
 
-    /// Returns the schedule as text that people can read.
+    /// Returns the schedule as readable text.
     QString toString() const;
-    /// Whether the board sends whole sentences only and its cable stays plugged in.
+    /// Returns whether the board sends only whole sentences and its cable stays plugged in.
     bool sendsWholeSentences(int port) const;
 };
 

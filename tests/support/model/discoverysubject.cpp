@@ -21,7 +21,7 @@ using JwSimulator::BoardConfig;
 
 namespace {
 
-constexpr int longestLine = 4096; // largest number of bytes that the kernel keeps for a line if the host does not read
+constexpr int longestLine = 4096; // the kernel keeps at most so many unread bytes for a port
 
 QString nameOf(PortState state)
 {
@@ -102,8 +102,9 @@ void DiscoveryPorts::send(int port, const QByteArray &bytes)
 {
     if (m_descriptors[port] < 0 || bytes.isEmpty())
         return;
-    // The host must get these bytes in one read. The kernel moves the bytes in its own thread, and poll() waits only
-    // for the first byte. So wait until the number of unread bytes shows that all have arrived.
+    // The QSerialPort must get these bytes in one read, because the model also delivers them in one read. The kernel
+    // moves the bytes in its own thread, and poll() waits only for the first byte. So wait here until the number of
+    // unread bytes shows that all bytes have arrived.
     const int expected = unread(port) + bytes.size();
     board(port)->send(bytes);
     pollfd descriptor = {m_descriptors[port], POLLIN, 0};
@@ -159,13 +160,14 @@ void DiscoverySubject::onRecord(const LogRecord &record)
 {
     findProbed();
     noteLog(record.level, record.category.constData(), record.file.constData(), record.text);
-    // The preload library can track only few ports, and a failed open uses an entry. close(-1) frees the entry.
+    // umockdev (the library behind the simulated ports) has a short list of open ports, and a failed open() adds the
+    // descriptor -1 to this list. close(-1) removes it, so that the list does not become full.
     if (record.text.startsWith(QLatin1String("Serial port not accessible")))
         ::close(-1);
     if (!record.text.startsWith(QLatin1String("->")))
         return;
     // A port's reply timer must start before its query is written, so note the number of running timers at each query.
-    // Closed ports don't count, because their place in the order of a retry round is not fixed.
+    // Closed ports are left out, because a retry round may start their timers before or after this query.
     int timers = 0;
     for (const Probed &probed : qAsConst(m_probed)) {
         if (isListed(probed) && probed.timer->isActive() && probed.guard && probed.port && probed.port->isOpen())
@@ -220,8 +222,9 @@ void DiscoverySubject::onDeviceInitialized(Type type, Communicator *comm)
         note(QStringLiteral("the port is connected"));
     QObject::connect(port, &QSerialPort::errorOccurred, port, [port] { port->close(); });
     m_handOvers.push_back({comm, port, nullptr});
-    // A signal of the first mapper calls this function, and Qt uses the mapper after the signal. Check here that the
-    // mapper still exists: Qt is built without sanitizers, so they would not report access to a deleted mapper.
+    // The Initializer emits deviceInitialized inside a signal of its first QSignalMapper, and Qt uses this mapper again
+    // after that signal. So the application must not have deleted the mapper. The check is here because ASan would not
+    // report Qt's access to a deleted mapper: Qt is built without ASan.
     const QPointer<QSignalMapper> sender(m_initializer->findChild<QSignalMapper *>());
     deviceInitialized(type, port->portName());
     if (!sender)

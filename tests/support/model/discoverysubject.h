@@ -28,7 +28,7 @@ public:
     void renew(int ports);
     void pull(int port);
     void plug(int port);
-    /// Sends `bytes` from the board on the port, and waits until the host can read all bytes.
+    /// Sends `bytes` from the board on the port, and waits until all bytes can be read from the port.
     void send(int port, const QByteArray &bytes);
     JwSimulator::Board *board(int port) const { return m_boards[port]; }
 
@@ -47,7 +47,8 @@ public:
     DiscoverySubject(const DiscoverySchedule &schedule, DiscoveryPorts &ports, VirtualClock &clock);
     ~DiscoverySubject() override;
 
-    /// Returns, for each Communicator, the number of an earlier Communicator at the same address, or -1.
+    /// Returns an entry for each Communicator, in the order of creation: the number of an earlier Communicator at the
+    /// same address, or -1 if there was none.
     const QVector<int> &reused() const { return m_reused; }
 
 protected:
@@ -77,7 +78,7 @@ protected:
 private:
     struct Probed
     {
-        JwDevice::Communicator *comm; // compare this pointer only, because the Communicator may be deleted
+        JwDevice::Communicator *comm; // only compared, never followed, because the Communicator may be deleted
         QPointer<QTimer> timer; // tells apart two Communicators that had the same address
         QString name;
         QPointer<QSerialPort> port;

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// A short, second implementation of the receiving part of Communicators. The model shares no code with the library.
-/// The shared receive buffer is one std::string.
+/// A short, second implementation of the receiving part of Communicators. The model shares no code with the library, so
+/// a fault in the library is not also in the model. A std::string is the receive buffer of all Communicators.
 class ReceiveModel : public ReceiveLines
 {
 public:
@@ -79,8 +79,8 @@ public:
         return bytes;
     }
 
-    /// Returns the number of bytes up to the last line end. But if the device holds nothing back, or if its unfinished
-    /// line is too long to be held back, returns the number of all bytes.
+    /// Returns the number of bytes up to the last CR LF. But if the device holds nothing back, or if the bytes after
+    /// this CR LF are too many to be held back, returns the number of all bytes.
     qint64 bytesAvailable(int line) const override
     {
         const Line &device = m_lines[static_cast<size_t>(line)];
@@ -102,7 +102,8 @@ public:
         return taken;
     }
 
-    /// Returns the number of bytes in the shared buffer. The generator of streams uses it to reach the buffer's limit.
+    /// Returns the number of bytes in the shared buffer. The test that makes random streams uses this number to reach
+    /// the buffer's limit.
     int buffered() const { return static_cast<int>(m_buffer.size()); }
 
 private:
@@ -125,16 +126,16 @@ private:
 
     Line &at(int line) { return m_lines[static_cast<size_t>(line)]; }
 
-    /// Returns the size of the first line for readLine(), with the line feed. If there is no line feed, returns the
-    /// largest size_t.
+    /// Returns the number of bytes up to and including the first line feed, where readLine() stops. If there is no line
+    /// feed, returns the largest size_t.
     static size_t endOfLine(const std::string &bytes)
     {
         const size_t lineFeed = bytes.find('\n');
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// Returns how many bytes the device offers next: the next line, or the first part of a line that is too long to be
-    /// held back. Returns 0 while the device holds the line back.
+    /// Returns how many bytes the device offers next: the bytes up to the next CR LF. If no CR LF is near, returns 0
+    /// while the device holds its bytes back, otherwise all bytes, but at most `tooMuchUnfinished`.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");
@@ -156,8 +157,8 @@ private:
         }
     }
 
-    /// Reads the device line by line. Looks for the next line after each line, and also after each payload, because a
-    /// receiver of the payload may read from the device or change its mode.
+    /// Reads from the device, up to one CR LF at a time. Asks nextLine() again after each CR LF. Also asks again after
+    /// each payload, because a slot that gets the payload may read from the device or call setWholeLines().
     void readWholeLines(int line)
     {
         size_t offered = 0;

@@ -9,21 +9,22 @@
 
 #include <functional>
 
-/// The kind of device that a line uses.
+/// The kind of device of a line. A line is a Communicator with its own device.
 enum class ReceiveDevice {
     Plain, ///< the stream sets the result of every read; a closed device keeps its bytes and reports them as available
-    WholeLines ///< a buffered device that holds back unfinished lines; closing it drops its bytes
+    WholeLines ///< a buffered device that holds back bytes until a CR LF arrives; closing it drops its bytes
 };
 
 /// For a plain device, the result of one read(): either bytes, or no bytes and the result 0 or -1. A read asks for at
-/// most 100 bytes, so a later read gets the rest. For a WholeLines device, bytes that arrive; `result` is unused.
+/// most 100 bytes, so if there are more, later reads get the rest. For a WholeLines device, the bytes that arrive;
+/// `result` is unused.
 struct ReceiveRead
 {
     QByteArray bytes;
     int result = 0; ///< result of read() if there are no bytes
 };
 
-/// One event at one line. A line is a Communicator with its own device.
+/// One event at one line.
 struct ReceiveStep
 {
     enum Action {
@@ -34,11 +35,11 @@ struct ReceiveStep
         SetWholeLines, ///< calls setWholeLines(number), 0 or 1
         Read, ///< reads `number` bytes
         ReadAll,
-        ReadLine, ///< reads a line of at most `number` bytes
-        Peek ///< peeks at `number` bytes
+        ReadLine, ///< calls readLine() for at most `number` bytes
+        Peek ///< calls peek(number)
     };
     Action action = Deliver;
-    bool inside = false; ///< true: happens inside the next step's readyRead(uint), or after a step without this signal
+    bool inside = false; ///< true: happens inside the next step's readyRead(uint); without this signal, after that step
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
@@ -56,7 +57,7 @@ struct ReceiveStream
 
     int lines() const { return devices.size(); }
 
-    /// Returns the stream as text that people can read, one step in each line.
+    /// Returns the stream as readable text. Each step has its own row of text.
     QString toString() const
     {
         static const char *const receivers[] = {"idle", "takes by id", "takes the lowest", "closes now and then"};
@@ -92,7 +93,7 @@ private:
     }
 };
 
-/// Communicators with their devices. Subclasses use real Communicators or the model.
+/// Several lines. One subclass has real Communicators, the other subclass is the model.
 class ReceiveLines
 {
 public:
@@ -112,15 +113,16 @@ public:
     virtual qint64 bytesAvailable(int line) const = 0;
     virtual qint64 bytesReceived(int line) const = 0;
 
-    /// Returns the log lines since the last call.
+    /// Returns the log records since the last call, as texts.
     virtual QStringList takeLogLines() = 0;
 
     std::function<void(int line, uint id)> payloadReceived; ///< called when readyRead(uint) is emitted
     std::function<void(int line)> anythingReceived; ///< called when readyRead() is emitted
 };
 
-/// Runs a stream on some lines and writes a trace. The trace contains signals, log lines, payloads, bytes that were
-/// read from the devices, and after each step the changed stores and byte counts.
+/// Runs a stream on some lines and writes a trace (a record of the run). The trace contains signals, log records,
+/// payloads, and bytes that were read from the devices. After each step it also contains the stored payloads and the
+/// numbers of bytes that the step changed.
 class ReceivePlay
 {
 public:
@@ -246,8 +248,8 @@ private:
 
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
-    QVector<QMap<uint, QString>> m_stores; // content of each store when it was last written to the trace
-    QVector<QPair<qint64, qint64>> m_counts; // byte counts when they were last written to the trace
-    QVector<ReceiveStep> m_inside; // steps that wait for a signal
+    QVector<QMap<uint, QString>> m_stores; // for each line, the stored payloads that the trace showed last
+    QVector<QPair<qint64, qint64>> m_counts; // for each line, the numbers of bytes that the trace showed last
+    QVector<ReceiveStep> m_inside; // steps that wait until readyRead(uint) is emitted
     QStringList m_trace;
 };

@@ -10,8 +10,9 @@
 #include <memory>
 #include <vector>
 
-// The trace shows the store of each Communicator after every step. Reading a store by the public interface would empty
-// it, so the trace reads the private member. An explicit template instantiation may name a private member.
+// After every step, the trace (the record of a run) shows the payloads that each Communicator stores. The public
+// functions that read a payload also remove it, so the trace reads the private member. In C++, an explicit template
+// instantiation may name a private member.
 template <QHash<uint, QString> JwDevice::Communicator::*member>
 struct StoreAccess
 {
@@ -23,8 +24,8 @@ struct StoreAccess
 template struct StoreAccess<&JwDevice::Communicator::m_payloads>;
 const QHash<uint, QString> &storeOf(const JwDevice::Communicator &communicator);
 
-/// Runs a stream on real Communicators with scripted devices. Only one ReceiveSubject may exist at a time, because it
-/// uses the log and the receive buffer that all Communicators share.
+/// Real Communicators on the devices of a ReceiveStream. Only one ReceiveSubject may exist at a time, because all
+/// Communicators share the log and the receive buffer.
 class ReceiveSubject : public ReceiveLines
 {
 public:

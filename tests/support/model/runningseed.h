@@ -14,8 +14,8 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
-/// The seed of the current run. After a call of reportSeedOnCrash(), crashes and sanitizer reports print the seed, so
-/// that the run can be repeated.
+/// The seed of the random numbers in the current run. After a call of reportSeedOnCrash(), crashes and sanitizer
+/// reports print this seed, so that the run can be repeated.
 inline quint32 runningSeed = 0;
 
 inline void writeRunningSeed()

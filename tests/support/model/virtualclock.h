@@ -8,16 +8,17 @@
 
 class QEventLoop;
 
-/// An event dispatcher with a virtual clock, so that tests don't wait for timers. The clock moves only when
-/// no event is posted and no descriptor is ready. The descriptors are real.
+/// An event dispatcher with a virtual clock, so that tests don't wait for timers. When no event is posted and no
+/// descriptor is ready, the clock jumps to the time of the next timer or outside event (see setOutside()). Only the
+/// time is virtual: the descriptors are real.
 ///
 /// Events have a fixed order:
 /// - posted events
 /// - one descriptor at a time: writable descriptors first, otherwise in the order of registration
 /// - one timer at a time: the timer that is due first; if timers of one parent are due together, in order of creation
 ///
-/// A poll() on a pty waits until the kernel has moved all bytes to the other end. So when no descriptor is ready, all
-/// sent bytes have arrived.
+/// A poll() on a pseudo terminal waits until the kernel has moved all bytes to the other end. So when no descriptor is
+/// ready, all sent bytes have arrived.
 ///
 /// Call QCoreApplication::setEventDispatcher() with the clock before the application is created. Use one thread only.
 class VirtualClock : public QAbstractEventDispatcher
@@ -25,8 +26,8 @@ class VirtualClock : public QAbstractEventDispatcher
     Q_OBJECT
 
 public:
-    /// Runs a new event loop until this time has passed and no event is left. May be called while an event is handled.
-    /// Returns false if descriptors stay ready for ever.
+    /// Runs a new event loop until this virtual time has passed and no event is left. May be called while an event is
+    /// handled. Returns false if a descriptor stays ready for ever, because then the clock never moves.
     bool run(int milliseconds);
     /// The events from outside the process, for example bytes that a board sends.
     struct Outside
@@ -67,7 +68,7 @@ private:
     {
         qint64 time;
         QEventLoop *loop;
-        int served; // number of descriptor events since the clock moved
+        int served; // number of descriptor events since the clock last moved
         bool gaveUp;
     };
 

@@ -8,12 +8,12 @@
 /// One sentence of a file in tests/data.
 struct CorpusSentence
 {
-    QByteArray name; ///< line number and text of the sentence, used as the name of a data row
+    QByteArray name; ///< line number and text of the sentence; tests use it as the name of a QTest data row
     QString section; ///< the text in the brackets above the sentence
     QString text;
 };
 
-/// Replaces the escapes \\r, \\n and \\xHH by their characters.
+/// Returns `line` with a character in place of each escape \\r, \\n or \\xHH.
 inline QString unescaped(const QByteArray &line)
 {
     QString text;

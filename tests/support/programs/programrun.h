@@ -83,7 +83,7 @@ struct Outcome
     QByteArray error;
 };
 
-/// Runs a program until it ends. The program's standard input contains `input`, and then ends.
+/// Runs a program until it ends. The program reads `input` from its standard input, and then the end of the file.
 inline Outcome runProgram(const QString &program, const QStringList &arguments, const QByteArray &input = QByteArray())
 {
     ProgramRun run(program, arguments);

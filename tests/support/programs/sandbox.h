@@ -11,18 +11,19 @@
 
 #include <unistd.h>
 
-/// Marks a test function that calls runSandboxed(). Write SANDBOXED before the function's `void`; SANDBOX_TEST_MAIN
-/// then selects these functions.
+/// Marks a test function that calls runSandboxed(). Write SANDBOXED before the function's `void`, so that the option
+/// -sandboxed of runSandboxTest() runs this function.
 #ifndef Q_MOC_RUN
 #define SANDBOXED
 #endif
 
-/// The kind of sandbox that this machine allows this user. See runSandboxed().
+/// The kind of sandbox that this machine allows this user. In a sandbox, a program sees only its own processes and its
+/// own mounted folders; see runSandboxed().
 struct Sandbox
 {
     enum Kind {
         Refused,
-        OfOneUser, ///< has only one user: this user, who is root inside
+        OfOneUser, ///< has only one user: this user, who has the rights of root inside the sandbox
         OfAllUsers,
     };
     Kind kind = Refused;
@@ -71,16 +72,17 @@ inline bool isMarkedSandboxed(const QByteArray &function)
     return index >= 0 && qstrcmp(sandboxedTest()->method(index).tag(), "SANDBOXED") == 0;
 }
 
-/// Runs `script` with /bin/sh and these boards, in its own namespaces. `arguments` are the script's "$@". The script
-/// sees only its own processes, and an empty /run without lock files and udev's database. It sees only the udev rules
-/// in /run/udev/rules.d; with `keepRules` also the system's rules. Call this only in functions marked SANDBOXED.
+/// Runs `script` with /bin/sh and these boards, in a sandbox. `arguments` are the script's "$@". The script sees only
+/// its own processes. Its /run is empty: it has no lock files and no database of udev. The script sees only the udev
+/// rules in /run/udev/rules.d; with `keepRules` also the system's rules. Call this only in functions marked SANDBOXED.
 inline Outcome runSandboxed(const QStringList &boards, const QString &script, const QStringList &arguments = {},
                             bool keepRules = false)
 {
     // An unmarked function would fail on machines that refuse a sandbox.
     if (!isMarkedSandboxed(QTest::currentTestFunction()))
         qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
-    // Run mkdir without the preload library. Otherwise mkdir makes the folder in the simulated /dev.
+    // LD_PRELOAD contains the library that simulates /dev. Run mkdir without this library, because otherwise mkdir
+    // would make the folder in the simulated /dev.
     QString prepare = QStringLiteral("set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/lock /run/udev/rules.d; "
                                      "env -u LD_PRELOAD mkdir -p /dev/char; mount -t tmpfs tmpfs /dev/char; ");
     if (!keepRules) {

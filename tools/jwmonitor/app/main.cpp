@@ -45,7 +45,7 @@ int main(int argc, char **argv)
 #ifdef Q_OS_LINUX
     isBlind = !hasDisplay(arguments);
     if (isBlind)
-        qputenv("QT_QPA_PLATFORM", "offscreen"); // lets QApplication start and remove Qt's options
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // so that QApplication starts and reads Qt's own options
 #endif
 
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
@@ -56,7 +56,8 @@ int main(int argc, char **argv)
     QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationName(QStringLiteral("jwmonitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(JWMONITOR_VERSION));
-    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error); // no Qt options are left
+    // Qt's own options, for example -platform, were an error in the first call. QApplication has removed them.
+    options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error);
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
     if (isBlind)

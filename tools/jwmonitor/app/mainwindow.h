@@ -16,7 +16,8 @@ class SendPanel;
 class TimelineView;
 class TrafficModel;
 
-/// The main window. It shows the find bar on top and the views below.
+/// The main window. The settings of the search and the states of the boards are on top, and the views are in tabs
+/// below.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -49,7 +50,7 @@ private:
     LogModel *const m_log;
     FindBar *const m_findBar;
     QTabWidget *const m_tabs;
-    QLabel *const m_status; // a widget in the status bar, because a menu would remove a message
+    QLabel *const m_status; // a widget, because an open menu hides the text of QStatusBar::showMessage()
     SendPanel *m_sendPanel = nullptr;
     TimelineView *m_timelineView = nullptr;
 };

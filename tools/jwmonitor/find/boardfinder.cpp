@@ -16,10 +16,11 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int spareTime = 1500; // ms in addition to all rounds, because ports open slowly and answers may be late
-constexpr int refreshInterval = 100; // ms between two looks at the reports; port events are passed on immediately
+constexpr int spareTime = 1500; // ms that a search may last beyond its rounds, because ports open slowly
+constexpr int refreshInterval =
+    100; // ms between two readings of the port reports; after a port event they are read at once
 constexpr int settleTime =
-    200; // ms from a change to the next search, so that one search tries all ports that appear together
+    200; // ms from a new port or a lost board to the next search; ports that appear together get one search
 
 bool isSettled(const JwDevice::PortReport &report)
 {
@@ -36,12 +37,12 @@ PortEntry forgotten(const PortEntry &entry)
     return left;
 }
 
-/// Returns whether a board was lost on this port and a later search did not find that board there.
+/// Returns whether a board was lost on this port, and a later search tried the port but did not find the board again.
 bool isTaken(const PortEntry &entry)
 {
     return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
         && entry.report->verdict != JwDevice::PortReport::Lost
-        && entry.report->error != QSerialPort::DeviceNotFoundError; // the port disappeared during the search
+        && entry.report->error != QSerialPort::DeviceNotFoundError; // this error means that the port disappeared
 }
 
 } // namespace
@@ -143,7 +144,7 @@ void BoardFinder::search()
                 const Board board = adopt(communicator);
                 if (m_initializer == initializer)
                     onBoardFound(type, board);
-                else // the board answered after the end of its search, so it is not used
+                else // the search has ended, so the board is not used
                     letGo(board);
             });
     initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
@@ -153,7 +154,8 @@ void BoardFinder::search()
         Q_EMIT portEvent(event);
         refreshSoon();
     });
-    // The signal may be emitted within probe(), and once for each missing type. So the search ends later.
+    // deviceNotFound() may be emitted inside probe(), and several times: once for each missing type. So the search ends
+    // later, from the event loop.
     connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
     m_clock.start();
     m_deadline.start(limit(types));
@@ -268,7 +270,7 @@ void BoardFinder::onBoardFound(JwDevice::Type type, const Board &held)
 
 void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 {
-    // The first list starts no search, because the first search has already tried these ports.
+    // The first list of ports starts no search, because the first search has already tried these ports.
     const bool came = m_systemPorts
         && std::any_of(ports.begin(), ports.end(), [this](const SystemPort &port) { return isWorthASearch(port); });
     for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {
@@ -294,7 +296,7 @@ void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
 
 bool BoardFinder::isWorthASearch(const SystemPort &port) const
 {
-    // The newest search may have tried the port before the watcher reported the port. Then no other search is needed.
+    // The newest search may have tried the port before m_watcher reported the port. Then no new search is needed.
     const std::optional<JwDevice::PortReport> report = m_entries.value(port.name).report;
     const bool isTried = report && !report->location.isEmpty() && report->verdict != JwDevice::PortReport::Lost;
     return !m_systemPorts->contains(port) && !isTried
@@ -309,8 +311,8 @@ void BoardFinder::lose(const QString &portName)
     entry.milliseconds = -1;
     entry.report.reset();
     m_boards[entry.type] = {BoardState::Lost, portName};
-    // The port may disappear and appear again between two looks at the list of ports. Removing the port from the known
-    // ports makes this port count as new at the next look, so that a search starts.
+    // The port may disappear and appear again between two looks of m_watcher, which then sees no change. So the port is
+    // removed from m_systemPorts here. If the system lists it at the next look, it counts as new and a search starts.
     if (m_systemPorts) {
         const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
         m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());

@@ -26,8 +26,8 @@ namespace JwMonitor {
  * Finds the wanted boards, and finds lost boards again, from start() to stop(). A new search for the missing boards
  * starts when a port appears or a board is lost. The finder owns the boards that it finds.
  *
- * Each search uses its own Initializer, and deletes the Initializer at the end to free its ports. A search has a time
- * limit, because with a board of another type the Initializer never ends.
+ * Each search uses its own Initializer, and deletes the Initializer at the end to close its ports. A search has a time
+ * limit, because a board of another type keeps the Initializer's probe open without end.
  */
 class BoardFinder : public QObject
 {
@@ -39,7 +39,7 @@ public:
     {
         enum Stage { Missing, Looking, Found, Lost, Back };
         Stage stage = Missing;
-        QString port; ///< name of the port where the board is, or was before it was lost
+        QString port; ///< name of the port where the board is, or was before it was lost; else empty
     };
 
     explicit BoardFinder(QObject *parent = nullptr);
@@ -64,10 +64,13 @@ Q_SIGNALS:
     void searchEnded();
     /// Emitted when ports() or boards() may have changed.
     void changed();
-    /// Emitted for each event of the running search, except on ports of boards that earlier searches found. Don't run
-    /// an event loop in the slot.
+    /// Emitted for each event on a port during the running search. Not emitted for ports of boards that earlier
+    /// searches found, because these ports are already open. Don't run an event loop in the slot, because the slot runs
+    /// in the middle of a function of the Initializer.
     void portEvent(const JwDevice::PortEvent &event);
-    /// Emitted with all reports of the running search, except for ports of boards that earlier searches found.
+    /// Emitted every 100 ms while a search runs, and soon after each portEvent(). `reports` has one report for each
+    /// port that the search tries. It has no report for the ports of boards that earlier searches found, because these
+    /// ports are already open.
     void reported(const QList<JwDevice::PortReport> &reports);
     void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
     void boardLost(const QString &port);
@@ -75,7 +78,7 @@ Q_SIGNALS:
 private:
     struct Board
     {
-        JwDevice::Communicator *communicator; // a child of the port
+        JwDevice::Communicator *communicator; // a QObject child of `port`, so deleted together with it
         QSerialPort *port;
     };
 
@@ -96,16 +99,16 @@ private:
     PortWatcher m_watcher;
     QTimer m_deadline;
     QTimer m_refreshTimer;
-    QTimer m_againTimer; // starts the next search from the event loop, because a signal of a port is not safe for that
+    QTimer m_againTimer; // starts the next search later, because a slot for a signal of a port must not start it
     QElapsedTimer m_clock;
     JwTools::SearchSettings m_settings;
     bool m_isStarted = false;
-    bool m_isDue = false; // a new search starts when the running search has ended and its ports are free
+    bool m_isDue = false; // whether a new search starts when the running search has ended and its ports are free
     int m_leaving = 0; // number of ended Initializers that are not deleted yet, so they may still keep ports open
     JwDevice::Initializer *m_initializer = nullptr; // the Initializer of the running search; null if no search runs
     std::optional<QVector<SystemPort>> m_systemPorts;
-    QMap<QString, PortEntry> m_entries; // port name to the results of searches
-    QHash<QString, Board> m_held; // port name to the open board
+    QMap<QString, PortEntry> m_entries; // key: name of a port that a search has tried
+    QHash<QString, Board> m_held; // the boards whose ports are open; key: name of the port
     QMap<JwDevice::Type, BoardState> m_boards;
 };
 

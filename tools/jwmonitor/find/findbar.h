@@ -37,7 +37,8 @@ Q_SIGNALS:
 private:
     void updateButtons();
 
-    // These members are in the order from left to right, because the Tab key follows the order of creation.
+    // These members are in the order from left to right, because the Tab key visits widgets in the order of their
+    // creation.
     const QMap<JwDevice::Type, QCheckBox *> m_types;
     QSpinBox *const m_retries;
     QSpinBox *const m_delay;

@@ -8,14 +8,14 @@
 
 namespace JwMonitor {
 
-/// One port: the data of the system, and the result of the newest search that tried the port.
+/// One port: the system's data about the port, and the result of the newest search that tried the port.
 struct PortEntry
 {
-    /// The state of the board that was found on this port.
+    /// Whether a board was found on this port, and whether it is still there.
     enum Stay {
         NoBoard, ///< no board was found
         Found, ///< a board was found and is still there
-        Lost, ///< the cable was pulled, or the port failed
+        Lost, ///< a board was found, then its cable was pulled or the port failed
         Back, ///< the board was lost and found again
     };
 

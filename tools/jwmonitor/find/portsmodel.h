@@ -23,7 +23,8 @@ public:
     /// sorted by JwTools::isPortBefore().
     void setEntries(const QVector<PortEntry> &entries);
     const PortEntry &entry(int row) const { return m_entries.at(row); }
-    /// Sets the palette of the view. The colours of the texts are chosen to be readable on it.
+    /// Sets the palette of the view. The model then uses text colours that are readable on the background of this
+    /// palette.
     void setPalette(const QPalette &palette);
 
     int rowCount(const QModelIndex &parent = {}) const override;

@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-/// Adds space to each cell. Without it, the texts of two columns would touch.
+/// Adds space to each cell. Without this space, the texts of two columns would touch.
 class RoomyDelegate : public QStyledItemDelegate
 {
 public:

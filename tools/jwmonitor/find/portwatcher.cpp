@@ -10,7 +10,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int interval = 500; // ms between two looks; a person who plugs in a cable does not notice the delay
+constexpr int interval = 500; // ms between two looks at the system's ports; a person does not notice this delay
 
 QVector<SystemPort> systemPorts()
 {
@@ -34,7 +34,7 @@ PortWatcher::PortWatcher(QObject *parent)
     : QObject(parent)
 {
     qRegisterMetaType<QVector<SystemPort>>();
-    auto *timer = new QTimer; // no parent, because the timer moves to the thread; it is deleted when the thread ends
+    auto *timer = new QTimer; // no parent, because Qt moves no child to another thread; deleted when m_thread ends
     timer->setInterval(interval);
     timer->moveToThread(&m_thread);
     const auto known = std::make_shared<std::optional<QVector<SystemPort>>>();

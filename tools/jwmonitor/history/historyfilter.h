@@ -9,8 +9,9 @@
 
 namespace JwMonitor {
 
-/// A model that contains only those rows of a source model that pass a test. Unlike Qt's proxy models, the filter tests
-/// a large history in parts, and it can be paused.
+/// A model that contains only those rows of a source model that pass a test. Unlike QSortFilterProxyModel, the filter
+/// tests only some rows in each turn of the event loop, so that the window can still react to the user. The filter can
+/// also be paused.
 class HistoryFilter : public QAbstractTableModel
 {
     Q_OBJECT
@@ -21,7 +22,8 @@ public:
     explicit HistoryFilter(QAbstractItemModel *source, QObject *parent = nullptr);
     ~HistoryFilter() override;
 
-    /// Sets the test and tests all rows again, in parts. An empty test lets all rows pass.
+    /// Sets the test and tests all rows again, in several turns of the event loop if there are many. An empty test lets
+    /// all rows pass.
     void setTest(const Test &test);
     /// While paused, the filter adds no rows. It still removes rows that the source drops.
     void setPaused(bool paused);
@@ -42,7 +44,7 @@ private:
     QAbstractItemModel *const m_source;
     HistoryScan m_scan;
     Test m_test;
-    std::deque<qint64> m_numbers; // numbers of the rows that passed the test, as HistoryScan counts them
+    std::deque<qint64> m_numbers; // numbers, as in HistoryScan, of the rows that passed the test
 };
 
 } // namespace JwMonitor

@@ -9,8 +9,8 @@
 
 namespace JwMonitor {
 
-/// The base of models that append records and keep only the newest records. New records become rows in batches, so a
-/// view updates at most once in batchMs even if many records are appended.
+/// The base of models that append records and keep only the newest maxRows records. New records wait and become rows
+/// together, at most once in batchMs milliseconds. So a view does not update for each record.
 template <typename Record>
 class HistoryModel : public QAbstractTableModel
 {
@@ -30,7 +30,7 @@ public:
     {
         m_pending.append(record);
         const qint64 number = m_firstNumber + rowCount() + m_pending.size() - 1;
-        if (m_pending.size() >= maxRows) // the event loop did not run, so the timer did not flush
+        if (m_pending.size() >= maxRows) // the event loop did not run for long, so the timer could not call flush()
             flush();
         else if (!m_timer.isActive())
             m_timer.start(batchMs);

@@ -10,7 +10,7 @@ namespace JwMonitor {
 /// Visits each row of a history once, including rows that are added later. Each turn of the event loop visits only some
 /// rows, so that the window can still react to the user.
 ///
-/// Each row has a number that stays the same when older rows are dropped. The first row of all has number 0.
+/// Each row has a number that stays the same when older rows are dropped. The first row ever added has number 0.
 class HistoryScan : public QObject
 {
     Q_OBJECT
@@ -25,7 +25,7 @@ public:
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
 
-    /// Returns the number of row 0.
+    /// Returns the number of the row that is now the oldest.
     qint64 firstNumber() const { return m_firstNumber; }
 
 Q_SIGNALS:
@@ -42,7 +42,7 @@ private:
     QTimer m_turn;
     qint64 m_firstNumber;
     qint64 m_next; // number of the next row to visit
-    qint64 m_end; // while paused: number of the first row that the scan does not visit
+    qint64 m_end; // number of the first row that the scan may not visit; the largest qint64 if not paused
     bool m_paused;
 };
 

@@ -4,8 +4,8 @@
 
 namespace JwMonitor {
 
-/// The table of a history. If the user scrolled to the end, the table shows each new row. Otherwise the table keeps
-/// showing the same rows while old rows are dropped.
+/// Shows a HistoryModel or HistoryFilter as a table. If the user scrolled to the end, the table shows each new row.
+/// Otherwise the table keeps showing the same rows while the model drops old rows.
 class HistoryTable : public QTableView
 {
     Q_OBJECT

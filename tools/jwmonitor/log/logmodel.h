@@ -9,7 +9,7 @@ namespace JwMonitor {
 
 class LogSink;
 
-/// The records that the library logs in any thread while the model exists.
+/// The model of all records that the library logs, in any thread, while the model exists.
 class LogModel : public HistoryModel<LogRecord>
 {
     Q_OBJECT

@@ -14,7 +14,7 @@ struct LogRecord
     Logger::Level level;
     QString category; ///< name of the category; empty if the record has no category
     QString text;
-    QString place; ///< file and line, for example "communicator.cpp:87"
+    QString place; ///< source file and number of the line, for example "communicator.cpp:87"
     QString function;
 };
 

@@ -11,14 +11,14 @@
 
 namespace JwMonitor {
 
-/// Collects the log records of all threads until take() is called.
+/// A sink (output of the logger) that collects the log records of all threads until take() is called.
 class LogSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
     /// Calls `wake` when the first record after a take() arrives. The call is made in the thread that logs.
     explicit LogSink(const std::function<void()> &wake);
 
-    /// Stops the calls of `wake`. After silence() has returned, no further call is made.
+    /// After this function has returned, no thread calls `wake` any more.
     void silence();
     /// Removes and returns all records.
     QVector<LogRecord> take();
@@ -28,7 +28,7 @@ protected:
     void flush_() override;
 
 private:
-    static constexpr int maxRecords = 100000; // later records are dropped until take() is called
+    static constexpr int maxRecords = 100000; // further records are dropped until take() is called
 
     std::function<void()> m_wake;
     QVector<LogRecord> m_records;

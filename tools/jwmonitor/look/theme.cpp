@@ -11,7 +11,8 @@ namespace {
 
 using Colours = std::array<QRgb, Theme::RoleCount>;
 
-// Texts are readable in each of these colours except the grid: the contrast with the background is at least 4.5 to 1.
+// The colours are in the order of Theme::Role. Text in each of them is readable, because its contrast with the
+// background is at least 4.5 to 1. The only exception is Grid, a colour for lines.
 constexpr Colours lightColours{0x1a7f37, 0xc4282d, 0x8a6100, 0x0b5fc4, 0x1a7f37, 0x636b74,
                                0xd8dce1, 0x0b5fc4, 0xb04a00, 0x1a7f37, 0x8038b5};
 constexpr Colours darkColours{0x5dcb78, 0xff7b72, 0xe5b53c, 0x6cb0ff, 0x5dcb78, 0x98a1ac,

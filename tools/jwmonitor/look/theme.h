@@ -8,8 +8,8 @@ class QApplication;
 
 namespace JwMonitor {
 
-/// The colours of the window: a light and a dark set, with a colour for each role. Painting code passes the palette of
-/// its widget each time, so the colours follow when the palette changes.
+/// The colours of the window: a light and a dark set, with a colour for each role. Code that paints calls colour()
+/// at each painting with the current palette, which decides between the two sets.
 class Theme
 {
 public:
@@ -18,7 +18,7 @@ public:
     enum Role {
         Good, ///< a board was found or answered, or a value is right
         Problem, ///< a board was lost, a port could not be opened, or a value is wrong
-        Waiting, ///< a query was sent and no answer has arrived
+        Waiting, ///< something waits, for example for an answer; also a warning, or a board that is not used
         Query, ///< a sentence that this program sends
         Reply, ///< a sentence that this program receives
         Quiet, ///< a query timed out, or a text is not important
@@ -32,7 +32,7 @@ public:
 
     /// Sets the style of `app`, and sets its colours to `palette`.
     static void apply(QApplication &app, Palette palette);
-    /// Returns Dark or Light, by the brightness of `palette`. `palette` need not be one of the two sets.
+    /// Returns Dark or Light, by the brightness of `palette`. `palette` may be any palette, for example the desktop's.
     static Palette of(const QPalette &palette);
     /// Returns the colour for `role` that is readable on the background of `palette`.
     static QColor colour(const QPalette &palette, Role role);

@@ -9,9 +9,9 @@ namespace JwMonitor {
 namespace {
 
 constexpr double second = 1e6;
-constexpr double leastExtent = 1e-12; // ends that differ by less than this part of the larger one count as equal
-constexpr double smallest = 1e-200; // two ends of an axis that are closer count as equal, else the step would be 0
-constexpr double largest = 1e300; // larger numbers are cut to this, otherwise high - low would become infinite
+constexpr double leastExtent = 1e-12; // an axis is widened if its ends differ by less than this part of the larger end
+constexpr double smallest = 1e-200; // an axis whose ends differ by less is widened too, otherwise its step could be 0
+constexpr double largest = 1e300; // low is at least -largest and high at most largest, so that high - low is finite
 constexpr double timeSteps[] = {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 21600, 43200, 86400};
 
 } // namespace

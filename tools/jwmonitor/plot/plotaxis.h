@@ -9,10 +9,11 @@ namespace JwMonitor {
 class PlotAxis
 {
 public:
-    /// Makes an axis for numbers. It has at most `maxMarks` marks; their distance is 1, 2 or 5 times a power of ten. If
-    /// `low` and `high` are equal, the range is widened.
+    /// Makes an axis for numbers, with at most `maxMarks` marks. The distance between two marks is 1, 2 or 5 times a
+    /// power of ten. If `low` and `high` are equal or nearly equal, the range is widened.
     static PlotAxis forValues(double low, double high, int maxMarks);
-    /// Makes an axis for times in microseconds since the epoch. The marks are at whole seconds, minutes or hours.
+    /// Makes an axis for times in microseconds since the epoch. The distance between two marks is one second to one
+    /// day.
     static PlotAxis forTimes(qint64 beginUs, qint64 endUs, int maxMarks);
 
     double low() const { return m_low; }

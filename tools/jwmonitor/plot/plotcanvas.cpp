@@ -22,7 +22,7 @@ constexpr int refreshMs = 100;
 constexpr Theme::Role seriesRoles[] = {Theme::Series1, Theme::Series2, Theme::Series3, Theme::Series4};
 constexpr Qt::PenStyle penStyles[] = {Qt::SolidLine, Qt::DashLine, Qt::DotLine, Qt::DashDotLine};
 constexpr int roles = 4;
-constexpr char usualLabel[] = "-00000000"; // labels are at least this wide, so that the plot doesn't move
+constexpr char usualLabel[] = "-00000000"; // least space for axis numbers, so that longer numbers don't move the plot
 
 QString valueText(double value)
 {
@@ -115,9 +115,10 @@ void PlotCanvas::paintEvent(QPaintEvent *)
         const QPolygonF polygon = line(curves[i], frame);
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
-                              polygon.size() < area.width()); // dense curves would take too long, and look the same
-        // On a dense curve, a wide pen takes a hundred times as long as a thin pen. So a line that is several screen
-        // pixels wide is made of several thin lines.
+                              polygon.size() < area.width()); // antialiasing is slow, and not seen on dense curves
+        // A curve is one unit of Qt's coordinates wide. On a screen of high resolution, that is more than one pixel.
+        // But for a dense curve, such a wide pen takes a hundred times as long as a pen of one pixel. So lines of one
+        // pixel are drawn side by side.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
             painter.drawPolyline(polygon.translated(shift, shift));
         if (polygon.size() > area.width() / 20)
@@ -174,7 +175,8 @@ void PlotCanvas::hideEvent(QHideEvent *event)
 
 QVector<PlotCanvas::Curve> PlotCanvas::visibleCurves(qint64 *beginUs, qint64 *endUs) const
 {
-    // The current second is not over, so its low count would look like a drop. The plot of a rate leaves it out.
+    // The plot of a rate leaves the current second out. This second is not over, so its low number of payloads would
+    // look like a drop.
     const qint64 now = microsecondsSinceEpoch();
     const qint64 latest = m_data->quantity().isRate() ? now / second * second - 1 : now;
     *endUs = latest;
@@ -214,7 +216,8 @@ PlotAxis PlotCanvas::valueAxis(const QVector<Curve> &curves, int maxMarks) const
     return PlotAxis::forValues(m_data->quantity().isRate() ? 0 : low - margin, high + margin, maxMarks);
 }
 
-// Several samples may fall into one column of pixels. Only the lowest and the highest of them are drawn.
+// Returns the points of the curve. If several samples fall into one column of pixels, the points are only the lowest
+// and the highest of these samples.
 QPolygonF PlotCanvas::line(const Curve &curve, const Frame &frame) const
 {
     QPolygonF points;

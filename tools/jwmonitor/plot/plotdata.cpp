@@ -13,8 +13,8 @@ namespace JwMonitor {
 namespace {
 
 constexpr qint64 second = 1000000;
-constexpr int maxFields = 64; // per kind of sentence, because a quint64 has one bit for each field
-constexpr int maxKinds = 100; // a limit, because noise on a line makes new identifiers all the time
+constexpr int maxFields = 64; // fields of a sentence; m_known has one bit of a quint64 for each field
+constexpr int maxKinds = 100; // kinds of sentences; limited, because each disturbed sentence can look like a new kind
 
 bool readNumber(QStringView text, double *value)
 {
@@ -84,7 +84,7 @@ void PlotData::count(const TrafficRecord &record, qint64 number)
         ++samples.back().value;
         return;
     }
-    if (!samples.empty()) { // seconds without a payload, after the last sample, get samples of value 0
+    if (!samples.empty()) { // of the seconds that passed without a payload, the first and the last get the value 0
         const qint64 firstIdle = samples.back().timeUs + second;
         if (firstIdle < begin)
             samples.push_back({number, firstIdle, 0});

@@ -27,16 +27,18 @@ struct PlotQuantity
 
 struct PlotSample
 {
-    qint64 number; ///< number of the payload; the sample is deleted when the model drops the payload
+    /// Number of the payload, as in HistoryScan. If the sample counts several payloads, number of the newest of them.
+    /// When the model drops the payload with this number, the sample is deleted.
+    qint64 number;
     qint64 timeUs; ///< microseconds since the epoch; never lower than in the sample before
     double value;
 };
 
-/// Port name to the curve of the port.
+/// The curve of each port. The key is the name of the port.
 using PlotCurves = QMap<QString, std::deque<PlotSample>>;
 
-/// Computes the curves of one quantity from the payloads of the model. A payload with a bad checksum is counted in the
-/// rate, but its fields are ignored.
+/// Computes the curves of one quantity from the payloads of the model. The fields of a payload with a bad checksum are
+/// ignored, but the payload counts in the number of payloads per second.
 class PlotData : public QObject
 {
     Q_OBJECT
@@ -45,7 +47,7 @@ public:
     explicit PlotData(const TrafficModel *model, QObject *parent = nullptr);
     ~PlotData() override;
 
-    /// Sets the quantity and computes the curves again, in parts.
+    /// Sets the quantity and computes the curves again, in several turns of the event loop if there are many payloads.
     void setQuantity(const PlotQuantity &quantity);
     const PlotQuantity &quantity() const { return m_quantity; }
     const PlotCurves &curves() const { return m_curves; }
@@ -72,7 +74,7 @@ private:
     PlotQuantity m_quantity;
     PlotCurves m_curves;
     QVector<PlotQuantity> m_fields;
-    QMap<Kind, quint64> m_known; // kind of sentence to bits: bit n is set if m_fields contains field n
+    QMap<Kind, quint64> m_known; // key: kind of sentence; bit n of the value is set if m_fields has its field n
 };
 
 } // namespace JwMonitor

@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-/// A line editor that remembers lines. The keys Up and Down show earlier lines.
+/// A QLineEdit that remembers lines of text. The keys Up and Down show earlier lines.
 class RecallLine : public QLineEdit
 {
     Q_OBJECT

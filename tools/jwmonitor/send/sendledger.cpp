@@ -34,13 +34,14 @@ uint SendLedger::send(const QString &sentence)
     return id;
 }
 
-// The port sends the payloads in order, so the bytes that still wait belong to the newest payloads. The system has
-// taken a payload if no more bytes wait than the bytes of all payloads after it.
+// Marks the payloads that the system has taken from the port. The port sends the payloads in order, so the bytes that
+// still wait in the port belong to the newest payloads. A payload is taken if all payloads after it together have at
+// least as many bytes as the port still holds.
 void SendLedger::settle()
 {
     if (!m_link.communicator || !m_link.communicator->device())
         return;
-    qint64 behind = 0; // in the loop below: bytes of all payloads after the oldest payload
+    qint64 behind = 0; // in the while loop: bytes of all payloads that follow the first one in m_waiting
     for (const auto &[id, length] : qAsConst(m_waiting))
         behind += length;
     while (!m_waiting.isEmpty()) {

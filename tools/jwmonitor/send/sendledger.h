@@ -10,7 +10,8 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Sends payloads to one board, and marks each payload in the model when the system has taken it.
+/// Sends payloads to one board. Marks each payload in the model as taken when the system has taken all its bytes from
+/// the port.
 class SendLedger : public QObject
 {
     Q_OBJECT
@@ -19,7 +20,7 @@ public:
     SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent = nullptr);
     ~SendLedger() override;
 
-    /// Returns whether the board is there and its port is open.
+    /// Returns whether the Communicator of the board exists and its port is open.
     bool isOpen() const;
     /// Sends a whole sentence. The port must be open. Returns the id of the payload, or 0 if the write failed.
     uint send(const QString &sentence);

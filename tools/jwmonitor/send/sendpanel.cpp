@@ -122,7 +122,7 @@ void SendPanel::updatePreview()
 {
     if (m_line->text().trimmed().isEmpty()) {
         m_preview->clear();
-        return; // m_message still shows the result of the last sentence
+        return; // m_message does not change, so it still says whether the last sentence was sent
     }
     const JwTools::SentenceFrame frame(m_line->text());
     m_preview->setText(JwTools::printable(frame.sentence()));

@@ -28,7 +28,7 @@ public:
 
     /// Adds a board to which the user can send. Replaces an earlier board on the same port.
     void addBoard(const BoardLink &link);
-    /// Removes the board on `port`, which may already be deleted. Ignores unknown ports.
+    /// Removes the board on `port`. Its Communicator may already be deleted. Ignores unknown ports.
     void removeBoard(const QString &port);
 
 protected:
@@ -49,7 +49,7 @@ private:
     QLabel *const m_message;
     HistoryFilter *const m_sent;
     HistoryTable *const m_table;
-    QHash<QString, SendLedger *> m_ledgers; // port name to the ledger of its board
+    QHash<QString, SendLedger *> m_ledgers; // key: name of the port on which the board is
     bool m_messageIsFault;
 };
 

@@ -83,7 +83,7 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
     Q_EMIT changed();
 }
 
-/// Records the starts of new rounds. A round starts with its first event.
+/// Stores the start of a retry round if `event` is the first event of this round on any port.
 void ProbeTimeline::startRounds(const PortEvent &event)
 {
     while (m_rounds.size() < static_cast<int>(event.round))

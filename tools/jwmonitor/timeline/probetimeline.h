@@ -20,7 +20,7 @@ struct TimelineEvent
     int round = 0; ///< number of the round: 0 for the first queries, 1 for the first retry round
 };
 
-/// The events on one port, oldest first, and the result.
+/// A lane (horizontal strip) of the timeline: the events on one port, oldest first, and the result.
 struct TimelineLane
 {
     QString port;
@@ -40,8 +40,8 @@ class ProbeTimeline : public QObject
 public:
     static constexpr int maxEvents = 2000; ///< in one lane; the limit is needed because a search may last for an hour
 
-    /// Collects the events of each search of `finder`. When a new search starts, the events of the old search are
-    /// removed.
+    /// Collects the events of each search of `finder`. When a new search starts, removes the events of the search
+    /// before.
     explicit ProbeTimeline(BoardFinder *finder, QObject *parent = nullptr);
     ~ProbeTimeline() override;
 

@@ -17,10 +17,10 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int frameTime = 33; // ms between two pictures
+constexpr int frameTime = 33; // ms between two updates of the view
 constexpr double maxZoom = 1000;
 constexpr double zoomStep = 1.5;
-constexpr int maxDescribed = 20; // events that one tool tip describes
+constexpr int maxDescribed = 20; // events that one tool tip describes at most
 
 } // namespace
 
@@ -35,7 +35,7 @@ TimelineCanvas::TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent)
     m_clock.setInterval(frameTime);
     connect(&m_clock, &QTimer::timeout, this, &TimelineCanvas::refresh);
     connect(m_timeline, &ProbeTimeline::changed, this, [this] {
-        followMark(); // at once, because Qt may paint before m_clock fires
+        followMark(); // at once: Qt may paint before m_clock fires, and the marked event may be gone
         if (!m_clock.isActive())
             m_clock.start();
     });

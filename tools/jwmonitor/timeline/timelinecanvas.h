@@ -9,8 +9,8 @@ namespace JwMonitor {
 
 class ProbeTimeline;
 
-/// Shows a timeline on the screen and updates it while a search runs. Describes the event under the mouse, and the
-/// event that the user marked with the mouse or the keys.
+/// Shows a timeline on the screen and updates it while a search runs. A tool tip describes the event under the mouse.
+/// The user can mark an event with the mouse or the keys; the signal described() then describes it.
 class TimelineCanvas : public QAbstractScrollArea
 {
     Q_OBJECT
@@ -20,7 +20,7 @@ public:
     explicit TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineCanvas() override;
 
-    /// Sets the zoom factor. At 1, the whole search fits into the view.
+    /// Sets the zoom factor. With 1, the whole search fits into the width of the view.
     void setZoom(double zoom);
     double zoom() const { return m_zoom; }
     /// Scrolls to the lane of `port`. Does nothing if the timeline has no such lane.
@@ -55,7 +55,7 @@ private:
     QTimer m_clock; // updates the view while a search runs
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
-    int m_markedDropped = 0; // TimelineLane::dropped of the marked lane when m_marked was last updated
+    int m_markedDropped = 0; // the value of TimelineLane::dropped for which the index m_marked.event is right
 };
 
 } // namespace JwMonitor

@@ -20,15 +20,15 @@ namespace {
 
 constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it took this long
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // space after the end of the search, for the text of the last sentence
+constexpr int lastCharacters = 34; // space after the end of the search, in characters, for the last sentence
 constexpr int sentenceReach =
-    100; // in line heights; no text is wider, so a text that begins this far left of the view does not reach it
-constexpr int longestText = 200; // characters; no more sentences are joined to a text that is longer
-constexpr double leastGap = 1; // pixels; a mark that is closer to the previous mark is not drawn
-constexpr double leastRoundGap = 3; // pixels between round lines; closer lines would hide the picture
+    100; // times the height of a row; no text is wider, so a text that begins farther left never reaches the view
+constexpr int longestText = 200; // characters; sentences close together are joined until their text is this long
+constexpr double leastGap = 1; // pixels; two waits, or two markers of one kind, that are closer are drawn as one
+constexpr double leastRoundGap = 3; // pixels between the marks of two rounds; a closer mark is not drawn
 
-/// Returns the ms between two lines of the axis: 1, 2 or 5 times a power of ten. It is the smallest such number that is
-/// not below `least`.
+/// Returns the ms between two marks of the axis: the smallest number that is at least `least` and is 1, 2 or 5 times a
+/// power of ten.
 double stepOf(double least)
 {
     const double power = std::pow(10, std::floor(std::log10(least)));
@@ -186,9 +186,9 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
             painter.drawRect(QRectF(begin, middle - thickness / 2, end - begin, thickness));
     };
     // A wait is the time from a query to its answer or time-out. Waits without a visible gap between them are drawn as
-    // one rectangle, because a lane may have thousands of waits.
+    // one rectangle, because drawing thousands of rectangles would take too long.
     double begin = 0;
-    double end = -1; // end of the collected wait; -1 if none is collected
+    double end = -1; // end of the rectangle that is not drawn yet; -1 if there is none
     Theme::Role waitRole = Theme::Waiting;
     const auto flush = [&] {
         if (end >= begin)
@@ -205,7 +205,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     };
 
     auto event = eventFrom(lane, left);
-    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // a visible wait may begin farther left
+    while (event != lane.events.begin() && !endsWaiting((event - 1)->kind)) // a visible wait may begin left of the view
         --event;
     double asked = -1;
     for (; event != lane.events.end() && (asked >= 0 || xAt(event->ms) <= right); ++event) {
@@ -234,7 +234,7 @@ void TimelinePainter::paintSentences(QPainter &painter, const TimelineLane &lane
     const auto isShown = [sent](const TimelineEvent &event) {
         return !event.text.isEmpty() && event.kind != PortEvent::HandedOver && sent == (event.kind == PortEvent::Asked);
     };
-    // Sentences at nearly the same time are joined to one text. Each text is cut where the next text begins.
+    // Sentences at nearly the same time become one text. Each text is cut where the next text begins.
     double from = -1;
     QString text;
     QColor colour;

@@ -15,8 +15,8 @@ class ProbeTimeline;
 struct TimelineEvent;
 struct TimelineLane;
 
-/// Draws a timeline. Each port has a lane, and time runs to the right. The names on the left don't scroll sideways, and
-/// the axis on top doesn't scroll down.
+/// Draws a timeline. Each port has a lane (a horizontal strip), and time runs to the right. The names of the ports stay
+/// visible on the left, and the axis stays visible on top.
 class TimelinePainter
 {
 public:
@@ -37,10 +37,11 @@ public:
     double laneHeight() const { return m_laneHeight; }
     double headerHeight() const { return m_headerHeight; }
 
-    /// Draws the part of the picture that a view of `size`, scrolled by `offset`, shows. Draws a mark around `marked`.
+    /// Draws the part of the picture that a view of `size`, scrolled by `offset`, shows. Draws a circle around the
+    /// event `marked`, if there is one.
     void paint(QPainter &painter, const QSizeF &size, const QPointF &offset, Place marked) const;
 
-    /// Returns the events of one lane near `position` in a view that is scrolled by `offset`.
+    /// Returns the events near `position` in a view that is scrolled by `offset`. All are in the lane at `position`.
     QVector<Place> placesAt(const QPointF &position, const QPointF &offset) const;
     /// Returns the position of `place` in the unscrolled picture.
     QPointF position(Place place) const;
@@ -66,7 +67,7 @@ private:
     const QPalette m_palette;
     const QFont m_font;
     double m_end; // duration of the search so far, in ms
-    double m_line; // height of a line of text, in pixels
+    double m_line; // height of a row of text, in pixels
     double m_labelWidth;
     double m_rightMargin;
     double m_headerHeight;

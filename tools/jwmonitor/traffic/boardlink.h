@@ -9,7 +9,8 @@
 
 namespace JwMonitor {
 
-/// A board that was found. BoardFinder owns the Communicator and may delete it at any time.
+/// A board that was found. BoardFinder owns the Communicator and may delete it at any time. After that, `communicator`
+/// is null.
 struct BoardLink
 {
     QString port;

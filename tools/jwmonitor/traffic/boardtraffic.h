@@ -8,8 +8,9 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Adds the received payloads of a board to the model, and marks sent payloads as transferred. Nothing else may read
-/// from the Communicator. Nothing is added any more when the Communicator is deleted.
+/// Adds the received payloads of a board to the model, and marks sent payloads as transferred. No other object may read
+/// from the Communicator, because a payload can be read only once. After the Communicator is deleted, nothing more is
+/// added.
 class BoardTraffic : public QObject
 {
     Q_OBJECT

@@ -14,7 +14,7 @@ namespace {
 const QLatin1Char fieldSeparator(',');
 const QLatin1Char checksumDelimiter('*');
 
-/// Reads the protected tables of the library's parser, so that the names of fields are the same.
+/// Reads the protected tables of the library's parser, so that SentenceDecoder uses the parser's names of fields.
 class InitTables : public Nmea::ParserInit
 {
 public:

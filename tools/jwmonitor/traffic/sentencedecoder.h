@@ -17,7 +17,7 @@ struct Sentence
 {
     struct Field
     {
-        QString name; ///< the parser's name, for example "hwversion"; without a name, the place: "1", "2", ...
+        QString name; ///< the parser's name, for example "hwversion"; if it has none, the position: "1", "2", ...
         QString value;
     };
 
@@ -26,18 +26,18 @@ struct Sentence
     ChecksumState checksum = ChecksumState::Missing;
 };
 
-/// Splits payloads into fields, and names the fields as the library's parser does. Decoding never fails. If a text is
-/// no sentence, the result has no fields.
+/// Splits payloads into fields, and gives the fields the names that the library's parser uses. Decoding never fails. If
+/// a payload is no sentence, the result has no fields.
 class SentenceDecoder
 {
 public:
     SentenceDecoder();
 
     Sentence decode(const QString &payload, Direction direction) const;
-    /// Returns the error that the library's parser finds in a received payload. Empty if it finds none.
+    /// Returns the error that the library's parser finds in a received payload. Empty if there is no error.
     QString fault(const QString &payload) const;
 
-    /// Returns the name of a field. `index` counts from 0.
+    /// Returns the name that decode() gives to the field at `index`, which counts from 0.
     QString fieldName(const QString &identifier, Direction direction, int index) const;
 
     /// Returns only the identifier. Faster than decode().

@@ -107,7 +107,7 @@ QVector<TrafficColumn> makeColumns()
 
 const QVector<TrafficColumn> &trafficColumns()
 {
-    static const QVector<TrafficColumn> columns = makeColumns(); // no global, because translation needs main()
+    static const QVector<TrafficColumn> columns = makeColumns(); // not global, because tr() needs an application
     return columns;
 }
 

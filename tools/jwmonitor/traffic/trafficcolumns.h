@@ -13,8 +13,8 @@ namespace JwMonitor {
 
 class HistoryTable;
 
-/// A column of the tables of traffic and of saved files. To add a column, add a key here and an entry in
-/// makeColumns().
+/// A column of the tables that show payloads, and of the files to which payloads are saved. To add a column, add a key
+/// to Key, and an entry at the same place in makeColumns().
 struct TrafficColumn
 {
     /// The keys are in the order of the columns in the window.
@@ -34,8 +34,8 @@ struct TrafficColumn
     };
 
     Key key;
-    int filePlace; ///< position in a saved file, from 0; independent of `key`, so that files keep their order of
-                   ///< columns
+    int filePlace; ///< index of the column in a saved file, from 0; not the same as `key`, so that a column that is
+                   ///< inserted between others in the window can be the last one in the file
     int views; ///< the views that show the column, combined with |
     QString title;
     QString sample; ///< a text of usual width; if empty, the column takes the remaining width

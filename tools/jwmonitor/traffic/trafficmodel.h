@@ -9,8 +9,9 @@ namespace JwMonitor {
 
 /// The model of all payloads, oldest first. A payload is decoded only when a view shows it.
 ///
-/// The model updates the progress of the newest 1000 sent payloads only. The ids start at 1 again when a lost board is
-/// found again. So several payloads can have the same id; the functions below mean the newest of them.
+/// The model updates the progress of the newest 1000 sent payloads only. When a lost board is found again, it has a new
+/// Communicator, whose ids start at 1 again. So several payloads can have the same id. markTaken() and
+/// markTransferred() change the newest payload with the id.
 class TrafficModel : public HistoryModel<TrafficRecord>
 {
     Q_OBJECT
@@ -22,7 +23,7 @@ public:
     void append(const TrafficRecord &record);
     /// Marks the payload `id` for `port` as taken, which means that the system has all its bytes.
     void markTaken(const QString &port, uint id);
-    /// Marks the payload `id` for `port` as transferred, because the Communicator of `port` has reported that.
+    /// Marks the payload `id` for `port` as transferred. Call this when the Communicator of `port` reports it.
     void markTransferred(const QString &port, uint id);
     /// Marks the waiting payloads for `port` as lost. They are never sent, because the board was lost or closed.
     void markLost(const QString &port);
@@ -39,7 +40,7 @@ private:
     QString payloadToolTip(const TrafficRecord &record) const;
 
     const SentenceDecoder m_decoder;
-    std::deque<qint64> m_sent; // numbers of the newest sent payloads, whose progress is updated
+    std::deque<qint64> m_sent; // numbers of the newest 1000 sent payloads, see HistoryModel::append()
 };
 
 } // namespace JwMonitor

@@ -7,11 +7,11 @@ namespace JwMonitor {
 
 enum class Direction { Received, Sent };
 
-/// The progress of a sent payload. The values are in order; the model never returns to an earlier value.
+/// The progress of a sent payload. The model changes it only to a later value of this list.
 enum class Transfer {
     None, ///< the payload was received, not sent
-    Waiting, ///< the port still has bytes of the payload
-    Taken, ///< the system took all bytes of the payload
+    Waiting, ///< the port still has bytes of the payload that the system has not taken
+    Taken, ///< the system took all bytes of the payload from the port
     Transferred, ///< the Communicator reported the payload as transferred
     Lost, ///< the payload still waited when the board was lost or closed
 };
@@ -23,7 +23,7 @@ struct TrafficRecord
     QString port;
     Direction direction;
     QString payload; ///< the whole sentence, with its line end
-    uint id; ///< the Communicator's id of the payload; 0 if not known
+    uint id; ///< the Communicator's id of the payload; 0 if the payload arrived before BoardTraffic existed
     Transfer transfer = Transfer::None; ///< the model sets and updates this member
 };
 

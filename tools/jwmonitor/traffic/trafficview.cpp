@@ -114,7 +114,7 @@ QToolBar *TrafficView::createTools()
     auto *tools = new QToolBar;
     tools->setToolButtonStyle(Qt::ToolButtonTextOnly);
     const auto addAction = [this, tools](const QString &name, const QString &text, const QKeySequence &keys) {
-        QAction *action = addKeys(keys); // belongs to the view, because keys of the tool bar work only in the tool bar
+        QAction *action = addKeys(keys); // owned by the view: keys of a tool bar's action work only in the tool bar
         action->setObjectName(name);
         action->setText(text);
         action->setIconText(text); // without this, the button shows no underlined letter

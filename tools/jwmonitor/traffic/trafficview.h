@@ -17,8 +17,8 @@ class HistoryScan;
 class HistoryTable;
 class TrafficModel;
 
-/// Shows the table of payloads, with filters and buttons for raw payloads, pausing and saving. The keys are in
-/// actions(), so that a parent widget can add them too.
+/// Shows the table of payloads, with filters and buttons, for example for raw payloads, pausing and saving. All actions
+/// with keyboard shortcuts are in actions(). If a parent widget adds them too, the shortcuts work in the whole parent.
 class TrafficView : public QWidget
 {
     Q_OBJECT

@@ -13,8 +13,8 @@ namespace {
 
 constexpr int msPerTurn = 4;
 
-/// Returns whether a spreadsheet would run the cell as a formula. A board could misuse a formula, so formulas are made
-/// harmless below. A number with a sign is no formula.
+/// Returns whether a spreadsheet program would run the cell as a formula. A board could send a harmful formula, so
+/// csvRow() changes formulas to text. A number with a sign is no formula.
 bool isFormula(const QString &cell)
 {
     static const QRegularExpression number(

@@ -5,6 +5,7 @@
 #include <jwprobe/output/listreport.h>
 #include <jwprobe/output/logoutput.h>
 #include <jwprobe/output/output.h>
+#include <jwprobe/watch/watch.h>
 
 #include <QCoreApplication>
 
@@ -15,8 +16,8 @@ using namespace JwProbe;
 
 namespace {
 
-// Opens /dev/null for each standard stream that is closed. Otherwise a serial port could get the number of the stream,
-// and then the program would write its output to the port.
+// Opens /dev/null for each standard stream that is closed. Otherwise a serial port that is opened later could get the
+// descriptor number of that stream. Then the program would write its output to the port.
 void openStandardStreams()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
@@ -39,6 +40,7 @@ int main(int argc, char **argv)
         complain(error);
         return WrongUse;
     }
+    setUpLogOutput(*options);
     switch (options->action) {
     case Options::ShowHelp:
         return print(helpText()) ? 0 : 1;
@@ -50,12 +52,13 @@ int main(int argc, char **argv)
         return showDoctor(*options);
     case Options::ShowUdevRules:
         return print(udevRules()) ? 0 : 1;
+    case Options::Watch:
+        return runWatch(*options);
     case Options::Find:
     case Options::Monitor:
         break;
     }
 
-    setUpLogOutput(*options);
     Program program(*options);
     program.start();
     return QCoreApplication::exec();

@@ -7,7 +7,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int maxTime = 3600000; // ms; one hour
+constexpr int maxTime = 3600000; // ms; one hour, the largest value of --deadline
 
 const char *const details = R"(
 Output
@@ -22,7 +22,8 @@ Output
      "ports": [{PORT, REPORT, "state", "summary", "advice": [LINE...]}...],
      "advice": [LINE...], "deadlineReached", "milliseconds", "exitStatus"}
   PORT is what the system knows of a port:
-    "port", "location", "manufacturer", "serialNumber", "vendorId", "productId"
+    "port", "location", "manufacturer", "serialNumber", "id", "vendorId",
+    "productId"
   REPORT is what the search did with the port:
     "product", "verdict", "error", "errorText", "reply", "unreadable",
     "queries", "payloads"
@@ -31,13 +32,13 @@ Output
   unplugged, failed, notOpened, noSuchPort, noPermission, held, openFailed.
   "verdict" is one of notOpened, awaiting, timedOut, silenced, duplicate, lost,
   handedOver; "error" is QSerialPort's name of an error. A value that is not
-  known is null. An id has four hexadecimal digits.
+  known is null. Vendor and product ids have four hexadecimal digits.
   With --list and --json:
     {"version", "ports": [{PORT, "probed", "reason", "obstacle"}...]}
 
 Doctor
-  The doctor looks at each candidate port, or at the ports named by --port. It
-  says what keeps a port from opening, and which command removes the trouble:
+  The doctor looks at each candidate port, or at the ports that --port or --id
+  names. It says what keeps a port from opening, and which command helps:
   * no permission for this user, session or group, or no udev rule
   * another program has the port open, or a lock file names such a program
   * a lock file was left behind that this user may not remove
@@ -72,15 +73,43 @@ Monitor
   while more than 64 KiB wait to be sent to a board, and reads a terminal only
   in the foreground.
 
+Watch
+  The watch finds boards that are plugged in later, and all boards of a type. It
+  tries twice a second to open a port that does not open. It asks a silent port
+  again when the port was plugged in again. On a terminal, a table shows each
+  board, its state, since when, how often it was lost, and the number of its
+  payloads. Below the table stand the ports without a board, and why. Elsewhere
+  each event is one line: local time, port, and the event, or "<-" and a
+  payload. With --json it is one object a line:
+    {"event", "time", "milliseconds", "id", "type", "port", "location",
+     "serialNumber", "hardwareVersion", ...}
+    {..., "sharesSerialNumber"} for found and back
+    {..., "sharesSerialNumber", "reason"} for lost
+    {..., "direction", "text"} for payload
+    {..., "reason", "summary"} for refused
+  "event" is one of found, lost, back, payload, refused. "milliseconds" is the
+  time since the start. A board with a serial number has the same "id" at every
+  port. If two boards have the same serial number, the id of one is its place in
+  the USB tree. The "reason" of a lost board is one of cablePulled, portFailed,
+  noAnswer. The "reason" of a refused port is a "state" of a port in a search,
+  or excluded: the watch does not open the port, because another port of its USB
+  device is a board, or because of the udev property JWDEVICE_IGNORE=1.
+  The watch ends with Ctrl-C, at --deadline, or when nobody reads its output any
+  more.
+
 Exit status
-  0  all wanted boards were found; the doctor found no trouble; the monitor was
-     ended by Ctrl-C or SIGTERM
-  1  some are missing; the doctor found trouble; the monitor lost its last board
-     or the reader of its output
+  0  all wanted boards were found; the doctor found no trouble; the monitor or
+     the watch was ended by Ctrl-C or SIGTERM
+  1  some are missing; the doctor found trouble; the monitor lost its last
+     board; the monitor or the watch lost the reader of its output
   2  wrong use
-  3  no candidate port: nothing is plugged in that looks like a board
+  3  no candidate port: nothing is plugged in that looks like a board, or that
+     has the id of --id
+  With --watch or --id and without --type, one board of any type is enough. At
+  its --deadline, a watch ends with the status of a search that found the same
+  boards.
   A signal that ends a search gives 128 and the signal's number. Ctrl-C and
-  SIGTERM end a search or the monitor within a second.
+  SIGTERM end a search, the monitor or the watch within a second.
 )";
 
 using JwTools::makeOption;
@@ -95,13 +124,17 @@ public:
 
 private:
     bool readAction(Options &options, QString *error) const;
+    bool readId(Options &options, QString *error) const;
+    bool readDeadline(Options &options, QString *error) const;
     bool readLevel(Options &options, QString *error) const;
 
+    const QCommandLineOption m_id;
     const QCommandLineOption m_deadline;
     const QCommandLineOption m_json;
     const QCommandLineOption m_list;
     const QCommandLineOption m_doctor;
     const QCommandLineOption m_monitor;
+    const QCommandLineOption m_watch;
     const QCommandLineOption m_udevRules;
     const QCommandLineOption m_log;
     const QCommandLineOption m_traffic;
@@ -130,9 +163,15 @@ QString levelList()
 }
 
 Parser::Parser()
-    : m_deadline(makeOption("deadline",
-                            QStringLiteral("End the search after this time. Boards still missing count as not found: "
-                                           "1 to 3600000 ms, default 5000."),
+    : m_id(makeOption("id",
+                      QStringLiteral("Use the board with this id and no others. The id is a USB serial number and an "
+                                     "interface (SIM1:1.0), a place in the USB tree (1-4.2:1.0) or the name of a port. "
+                                     "--list shows the ids."),
+                      "ID"))
+    , m_deadline(makeOption("deadline",
+                            QStringLiteral("End the search or the watch after this time. Boards still missing count as "
+                                           "not found: 1 to 3600000 ms. Default: 5000 for a search, no end for "
+                                           "--watch."),
                             "MS"))
     , m_json(makeOption("json", QStringLiteral("Write JSON to standard output, for programs.")))
     , m_list(makeOption(
@@ -143,6 +182,9 @@ Parser::Parser()
                                          "helps.")))
     , m_monitor(makeOption(
           "monitor", QStringLiteral("Stay connected to the boards found: show every payload, send the lines typed.")))
+    , m_watch(makeOption(
+          "watch",
+          QStringLiteral("Show boards that come and go: when each is found, lost and back, and its payloads.")))
     , m_udevRules(makeOption("udev-rules",
                              QStringLiteral("Write udev rules to standard output. They give access to the boards and "
                                             "keep ModemManager off them.")))
@@ -152,8 +194,9 @@ Parser::Parser()
     , m_traffic(makeOption("traffic", QStringLiteral("Show the payloads of the search on standard error.")))
     , m_rawTraffic(
           makeOption("raw-traffic", QStringLiteral("Show what is read and written, as text, on standard error.")))
-    , m_line(QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
-             {m_deadline, m_json, m_list, m_doctor, m_monitor, m_udevRules, m_log, m_traffic, m_rawTraffic})
+    , m_line(
+          QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
+          {m_id, m_deadline, m_json, m_list, m_doctor, m_monitor, m_watch, m_udevRules, m_log, m_traffic, m_rawTraffic})
 {
 }
 
@@ -173,14 +216,16 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
         break;
     }
     if (!readAction(options, error) || !m_line.readSearch(options, error) || !readLevel(options, error)
-        || !m_line.readNumber(m_deadline, 1, maxTime, options.deadline, error))
+        || !readId(options, error) || !readDeadline(options, error))
         return std::nullopt;
-    if (options.types.contains(JwDevice::BoardC) && options.delay >= options.deadline) {
+    const bool isLimited = options.deadline > 0;
+    if (isLimited && options.types.contains(JwDevice::BoardC) && options.delay >= options.deadline) {
         *error = QStringLiteral("--delay %1 leaves no time before --deadline %2: give a later --deadline")
                      .arg(options.delay)
                      .arg(options.deadline);
         return std::nullopt;
     }
+    options.anyType = !m_line.isSet(m_line.type()) && (options.action == Options::Watch || m_line.isSet(m_id));
     options.json = m_line.isSet(m_json);
     options.traffic = m_line.isSet(m_traffic);
     options.rawTraffic = m_line.isSet(m_rawTraffic);
@@ -197,6 +242,7 @@ bool Parser::readAction(Options &options, QString *error) const
     const std::pair<const QCommandLineOption &, Options::Action> actions[] = {{m_list, Options::List},
                                                                               {m_doctor, Options::Doctor},
                                                                               {m_monitor, Options::Monitor},
+                                                                              {m_watch, Options::Watch},
                                                                               {m_udevRules, Options::ShowUdevRules}};
     QString given;
     for (const auto &[option, action] : actions) {
@@ -208,7 +254,7 @@ bool Parser::readAction(Options &options, QString *error) const
         given = name;
         options.action = action;
     }
-    if (options.action == Options::Find || options.action == Options::Monitor)
+    if (options.action == Options::Find || options.action == Options::Monitor || options.action == Options::Watch)
         return true;
     const QList<QCommandLineOption> ofSearch =
         m_line.searchOptions() + QList<QCommandLineOption>{m_deadline, m_log, m_traffic, m_rawTraffic};
@@ -221,7 +267,7 @@ bool Parser::readAction(Options &options, QString *error) const
     }
     if (options.action != Options::ShowUdevRules)
         return true;
-    for (const QCommandLineOption &option : {m_line.port(), m_json}) {
+    for (const QCommandLineOption &option : {m_line.port(), m_id, m_json}) {
         if (m_line.isSet(option)) {
             return fail(error,
                         QStringLiteral("%1 has no effect on %2, which always writes the same rules: leave one of them "
@@ -230,6 +276,20 @@ bool Parser::readAction(Options &options, QString *error) const
         }
     }
     return true;
+}
+
+bool Parser::readId(Options &options, QString *error) const
+{
+    options.id = m_line.value(m_id);
+    return !m_line.isSet(m_id) || !options.id.isEmpty()
+        || fail(error, QStringLiteral("--id needs the id of a board, such as SIM1:1.0; \"jwprobe --list\" shows all"));
+}
+
+bool Parser::readDeadline(Options &options, QString *error) const
+{
+    if (options.action == Options::Watch)
+        options.deadline = 0;
+    return m_line.readNumber(m_deadline, 1, maxTime, options.deadline, error);
 }
 
 bool Parser::readLevel(Options &options, QString *error) const

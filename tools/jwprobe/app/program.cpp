@@ -59,7 +59,7 @@ bool Program::printResult(const SearchResult &result) const
 
 void Program::monitor(const SearchResult &result)
 {
-    SignalWatch::setExitStatus(AllFound); // success, because users end a monitor by a signal
+    SignalWatch::setExitStatus(AllFound); // success, because a signal is the normal end of the monitor
     m_monitor = std::make_unique<Monitor>(result.boards, m_options.json);
     connect(m_monitor.get(), &Monitor::allLost, this, [] {
         complain(QStringLiteral("no board is left"));

@@ -12,8 +12,8 @@ namespace JwProbe {
 
 class Monitor;
 
-/// Runs one search and prints its report. With --monitor, the program then runs the monitor. At the end, the event loop
-/// exits with the exit status.
+/// Runs one search and prints its report. With --monitor, the monitor runs after that if a board was found. At the end,
+/// the event loop ends with the exit status of the program.
 class Program : public QObject
 {
     Q_OBJECT

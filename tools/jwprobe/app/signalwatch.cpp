@@ -12,14 +12,15 @@ namespace JwProbe {
 
 namespace {
 
-constexpr uint patience = 1; // seconds that the event loop gets to react
-constexpr int signalStatus = 128; // the exit status is this and the signal's number, as in shells
+constexpr uint patience = 1; // seconds after the first signal; the event loop must react in this time
+constexpr int signalStatus = 128; // this plus the signal's number is the exit status, as in shells
 
 int wakeUp = -1;
 volatile std::sig_atomic_t fixedStatus = -1;
-volatile std::sig_atomic_t exitStatus = -1; // set by the first signal; -1 before it
+volatile std::sig_atomic_t exitStatus = -1; // -1 until the first signal
 
-// A signal can interrupt any other function, so this function calls only functions that POSIX allows in a handler.
+// Handles a Unix signal. A signal can interrupt any function, so this one calls only functions that POSIX allows in a
+// signal handler.
 void onSignal(int number)
 {
     if (number == SIGALRM)
@@ -38,7 +39,7 @@ void setHandler(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // so that a write continues after the signal
+    action.sa_flags = SA_RESTART; // so that a write continues after the signal has interrupted it
     sigset_t signalSet;
     sigemptyset(&signalSet);
     for (const int number : {SIGINT, SIGTERM, SIGALRM}) {
@@ -66,7 +67,7 @@ SignalWatch::~SignalWatch()
 {
     ::alarm(0);
     setHandler(SIG_DFL);
-    qDeleteAll(findChildren<QSocketNotifier *>()); // first, because a notifier needs an open descriptor
+    qDeleteAll(findChildren<QSocketNotifier *>()); // before close(), because a notifier needs an open descriptor
     ::close(wakeUp);
 }
 

@@ -4,9 +4,9 @@
 
 namespace JwProbe {
 
-/// Turns SIGINT and SIGTERM into the Qt signal received(). If the event loop does not react within one second, the
-/// process ends with the same status. For example, a write to a pipe that nobody reads can block the loop. Create
-/// only one object of this class.
+/// Turns the Unix signals SIGINT and SIGTERM into the Qt signal received(). If this object still exists one second
+/// after the Unix signal, the process ends at once, with the exit status that received() would report. For example,
+/// this happens if a write to a full pipe blocks the event loop. Create only one object of this class.
 class SignalWatch : public QObject
 {
     Q_OBJECT
@@ -15,11 +15,11 @@ public:
     explicit SignalWatch(QObject *parent = nullptr);
     ~SignalWatch() override;
 
-    /// Sets the exit status for both signals. Without this call, the status is 128 plus the signal's number.
+    /// Sets the exit status for both Unix signals. Without this call, the exit status is 128 plus the signal's number.
     static void setExitStatus(int status);
 
 Q_SIGNALS:
-    /// Emitted at the first of the signals. The receiver must end the program with `status`.
+    /// Emitted once, at the first Unix signal. The receiver must end the program with the exit status `status`.
     void received(int status);
 };
 

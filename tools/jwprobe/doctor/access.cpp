@@ -45,7 +45,8 @@ Obstacle hiddenHolder(const PortIdentity &port)
              QStringLiteral("    sudo fuser -v %1").arg(port.location)}};
 }
 
-// Finds the programs that keep a port from opening. Call this only if permissions and lock file are not the reason.
+// Returns one obstacle for each program that has the port open. If this user can see no such program, returns one
+// obstacle that says so. Call this only if neither permissions nor a lock file keep the port from opening.
 QList<Obstacle> findExclusiveHolders(const PortIdentity &port)
 {
     QList<Obstacle> obstacles;

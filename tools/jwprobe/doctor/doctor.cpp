@@ -20,8 +20,8 @@ qint64 findModemManager()
     return found == pids.end() ? 0 : *found;
 }
 
-// Returns a trouble if ModemManager may use the port. ModemManager opens every new port that might be a modem, and
-// writes commands that a board doesn't understand.
+// Returns a trouble if ModemManager may use the port. ModemManager is a service of Linux that opens every new port that
+// might be a modem. It writes commands that a board doesn't understand.
 std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
 {
     const UdevDevice device(port.name);

@@ -16,8 +16,8 @@ struct Trouble
     QStringList advice; ///< what helps; a line that starts with blanks is a command and must be shown unchanged
 };
 
-/// Returns all troubles of a port. If no trouble is found otherwise, the function opens the port for a moment. It does
-/// not change anything.
+/// Returns all troubles of a port, and changes nothing. The function first looks for reasons why the port can't open.
+/// If it finds none, it opens the port and closes it at once.
 QList<Trouble> examine(const PortIdentity &port);
 
 } // namespace JwProbe

@@ -24,9 +24,10 @@ struct Examined
     QList<Trouble> troubles;
 };
 
-QStringList noCandidateAdvice()
+QStringList adviceWithoutPort(const PortChoice &choice)
 {
-    return {QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule()),
+    return noCandidateAdvice(choice)
+        + QStringList{
             QStringLiteral("Plug the board in and check its cable: some cables only charge. These "
                            "commands show what the kernel says when you plug it in, and all USB devices:"),
             QStringLiteral("    sudo dmesg --follow"), QStringLiteral("    lsusb"),
@@ -36,7 +37,7 @@ QStringList noCandidateAdvice()
 QString portText(const Examined &examined, int nameWidth, int width)
 {
     const int indent = nameWidth + 2;
-    const int adviceIndent = 4; // less than the indent of the summary, because a command must fit into one line
+    const int adviceIndent = 4; // less than the indent of the summary, because commands are long and never broken
     const QString blanks(indent, QLatin1Char(' '));
     QString text;
     for (const Trouble &trouble : examined.troubles) {
@@ -48,11 +49,11 @@ QString portText(const Examined &examined, int nameWidth, int width)
                           : text;
 }
 
-QString doctorText(const QList<Examined> &ports)
+QString doctorText(const QList<Examined> &ports, const PortChoice &choice)
 {
     const int width = terminalWidth(STDOUT_FILENO);
     if (ports.isEmpty())
-        return linesText(noCandidateAdvice(), 0, width);
+        return linesText(adviceWithoutPort(choice), 0, width);
     int nameWidth = 0;
     for (const Examined &examined : ports)
         nameWidth = std::max(nameWidth, examined.port.name.size());
@@ -75,12 +76,12 @@ QJsonObject portJson(const Examined &examined)
     return object;
 }
 
-QString doctorJson(const QList<Examined> &ports, int exitStatus)
+QString doctorJson(const QList<Examined> &ports, const PortChoice &choice, int exitStatus)
 {
     QJsonArray array;
     for (const Examined &examined : ports)
         array.append(portJson(examined));
-    const QStringList advice = ports.isEmpty() ? noCandidateAdvice() : QStringList();
+    const QStringList advice = ports.isEmpty() ? adviceWithoutPort(choice) : QStringList();
     const QJsonObject document{{QStringLiteral("version"), QStringLiteral(JWPROBE_VERSION)},
                                {QStringLiteral("ports"), array},
                                {QStringLiteral("advice"), QJsonArray::fromStringList(advice)},
@@ -102,11 +103,14 @@ int statusOf(const QList<Examined> &ports)
 int showDoctor(const Options &options)
 {
     QList<Examined> ports;
-    const QList<PortIdentity> candidates = candidatePorts(options.ports);
+    const QList<PortIdentity> candidates = candidatePorts(options.portChoice());
     for (const PortIdentity &port : candidates)
         ports.append({port, examine(port)});
     const int status = statusOf(ports);
-    return print(options.json ? doctorJson(ports, status) : doctorText(ports)) ? status : 1;
+    return print(options.json ? doctorJson(ports, options.portChoice(), status)
+                              : doctorText(ports, options.portChoice()))
+        ? status
+        : 1;
 }
 
 } // namespace JwProbe

@@ -4,7 +4,8 @@ namespace JwProbe {
 
 struct Options;
 
-/// Prints for each candidate port why the port does not open, and what helps. Returns the exit status.
+/// Prints the troubles of each candidate port, or of each port that --port names, and what helps. Returns the exit
+/// status.
 int showDoctor(const Options &options);
 
 } // namespace JwProbe

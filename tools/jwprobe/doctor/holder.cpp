@@ -34,7 +34,8 @@ bool hasOpen(qint64 pid, const struct stat &device)
     });
 }
 
-// Opens `location` and calls fstat(), because for a simulated port stat() returns a wrong device number.
+// Returns whether the process has the port open. Uses fstat() on a descriptor, because the simulator changes the device
+// number that stat() returns for the path of a simulated port.
 bool hasOpen(qint64 pid, const QString &location)
 {
     const int descriptor = ::open(QFile::encodeName(location).constData(), O_PATH | O_CLOEXEC);
@@ -45,8 +46,8 @@ bool hasOpen(qint64 pid, const QString &location)
     return isDevice && hasOpen(pid, device);
 }
 
-// Returns whether the process that wrote the lock file still runs. Compares program names too, because another process
-// may now have the number. If a name is not known, the process counts as the owner.
+// Returns whether the process that wrote the lock file still runs. Compares program names too, because a new process
+// may have the same process number. If one of the two names is not known, only the number is compared.
 bool isAliveOwner(const LockFile &lock)
 {
     const QString name = executableName(lock.pid);
@@ -80,7 +81,8 @@ Obstacle lockLeftBehind(const LockFile &lock)
         {QStringLiteral("That process is gone. Remove the file:"), QStringLiteral("    sudo rm %1").arg(lock.path)}};
 }
 
-// Anybody can write a lock file with any process number. So the advice neither ends the process nor removes the file.
+// Makes the obstacle for a lock file that names a living process that does not seem to have the port open. Anybody can
+// write any process number into a lock file. So the advice has no command that ends the process or removes the file.
 Obstacle lockOfUnseenHolder(const LockFile &lock, const PortIdentity &port)
 {
     return {Obstacle::Held,

@@ -10,14 +10,16 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// Returns an obstacle if a lock file keeps the port from opening. The obstacle names the program that wrote the file.
+/// Returns an obstacle if a lock file, or something else at its path, keeps the port from opening. If the process that
+/// wrote the lock file still runs, the obstacle names its program. Otherwise the obstacle names the path.
 std::optional<Obstacle> findLock(const PortIdentity &port);
 
-/// Returns an obstacle if something else, for example a named pipe, is at the path of the lock file. Then don't open
-/// the port, because QSerialPort would wait for ever.
+/// Returns an obstacle if something other than a lock file, for example a named pipe, is at the path of the lock file.
+/// Then don't open the port, because QSerialPort could wait for ever.
 std::optional<Obstacle> findTrap(const PortIdentity &port);
 
-/// Returns the other processes that have the port open. Only root can see this for processes of other users.
+/// Returns the numbers of the other processes that have the port open. Processes of other users are included only if
+/// the user root runs this program.
 QList<qint64> findOpeners(const QString &location);
 
 /// Makes the obstacle for a process that has the port open and keeps other programs from opening it.

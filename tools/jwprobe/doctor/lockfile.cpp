@@ -21,10 +21,11 @@ namespace JwProbe {
 
 namespace {
 
-constexpr qint64 staleLockTime = 30000; // ms; QLockFile uses the same time
-constexpr qint64 largestLockFile = 4096; // bytes; a larger file is no lock file, which has at most five short lines
+constexpr qint64 staleLockTime = 30000; // ms; an older lock file is stale; this is the default of QLockFile
+constexpr qint64 largestLockFile = 4096; // bytes; a lock file has at most five short lines, so it is never larger
 
-// Returns the path that QSerialPort uses: in the first folder where the file exists or can be created.
+// Returns the path of the lock file that QSerialPort uses for the port. The lock file is in the first folder where it
+// exists or can be created.
 QString lockFilePath(const QString &portName)
 {
     static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
@@ -61,8 +62,8 @@ QString foreignKind(const struct stat &status)
     return QString();
 }
 
-// Returns the content of the file. Empty if it can't be read. Does not block, even if the file was replaced by a pipe
-// after the check.
+// Returns the content of the file. Empty if the file can't be read. Never blocks, even if somebody replaced the file by
+// a named pipe just before.
 QByteArray readFile(const QString &path)
 {
     const int descriptor =
@@ -96,8 +97,9 @@ bool isOfAnotherMachine(const QStringList &lines)
     return !host.isEmpty() && host != QSysInfo::machineHostName();
 }
 
-// Reads the content of a lock file. It starts with a process number. Other serial programs write a name and a user
-// after the number, so the pattern allows more text.
+// Returns the data in `text`, which is the content of a lock file. The content starts with a process number. Some
+// serial programs, for example minicom, write their name and the user's name on the same line. So the pattern allows
+// more text after the number.
 LockFile readLock(const QString &path, const QByteArray &text)
 {
     LockFile lock;
@@ -113,12 +115,13 @@ LockFile readLock(const QString &path, const QByteArray &text)
     return lock;
 }
 
-// Returns whether QLockFile would ignore the lock as stale. A lock is stale if the process is gone, if the process runs
-// another program than the file names, if its program is not known, or if the file is too old.
+// Returns whether QLockFile would ignore the lock file as stale. A file is stale if it is older than staleLockTime. A
+// file that names a process of this machine is also stale if that process is gone, runs another program than the file
+// names, or runs a program whose name can't be read.
 bool isStale(const struct stat &status, const QByteArray &text)
 {
     const QStringList lines = linesAsQLockFileReads(text);
-    const qint64 pid = lines.value(0).toLongLong(); // 0 if the line contains more than the number
+    const qint64 pid = lines.value(0).toLongLong(); // as in QLockFile: 0 if the line contains more than a number
     if (pid > 0 && !isOfAnotherMachine(lines)) {
         const QString name = isAlive(pid) ? executableName(pid) : QString();
         if (name.isEmpty() || name != lines.value(1))
@@ -157,7 +160,8 @@ std::optional<LockFile> examineLock(const QString &path)
     const QByteArray text = readFile(path);
     if (!isStale(status, text) || !isRemovable(path, status))
         return readLock(path, text);
-    // QLockFile would remove the stale file. For this, QLockFile locks a second file, which can also be an obstacle.
+    // QLockFile would remove the stale file. Before that, QLockFile creates a second lock file, which can also be an
+    // obstacle.
     return examineLock(path + QLatin1String(".rmlock"));
 }
 

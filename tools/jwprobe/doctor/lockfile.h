@@ -6,17 +6,18 @@
 
 namespace JwProbe {
 
-/// The thing at the path of a lock file. Every user may write there, so something else can be at the path.
+/// The lock file with which QSerialPort stops other programs from opening a port, or something else that is at the path
+/// of the lock file. Every user may write in the folder of lock files, so anything can be at the path.
 struct LockFile
 {
     QString path;
     QString foreignKind; ///< what else is at the path, for example "a named pipe"; empty for a lock file
-    qint64 pid = 0; ///< number of the process that the file names; 0 if this machine can't have such a process
-    QString application; ///< file name of that process's program; empty if QLockFile did not write the lock file
+    qint64 pid = 0; ///< number of the process that wrote the file; 0 if the file names no process of this machine
+    QString application; ///< program of that process, as QLockFile writes it; empty if the file has no second line
 };
 
-/// Returns the lock file that keeps QSerialPort from opening the port, or makes it wait for ever. Empty if there is no
-/// lock file, or if QSerialPort would ignore it as stale.
+/// Returns the lock file, or the other thing at its path, that keeps QSerialPort from opening the port. Empty if
+/// nothing is at the path, or if QSerialPort would ignore the lock file as stale.
 std::optional<LockFile> findLockFile(const QString &portName);
 
 } // namespace JwProbe

@@ -5,13 +5,14 @@
 
 namespace JwProbe {
 
-/// A reason why this user can't open a port, or why another program uses the port at the same time.
+/// A reason why this user can't open a port. If the kind is Shared, the port opens, but another program has it open
+/// too.
 struct Obstacle
 {
     enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Other };
 
     Kind kind = None;
-    QString summary; ///< for example "held by minicom (pid 4711)"
+    QString summary; ///< for example "held by another program: minicom (pid 4711)"
     QStringList advice; ///< what helps; a line that starts with blanks is a command and must be shown unchanged
 };
 

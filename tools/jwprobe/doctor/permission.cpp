@@ -33,8 +33,8 @@ bool contains(const std::vector<gid_t> &groups, gid_t gid)
     return std::find(groups.begin(), groups.end(), gid) != groups.end();
 }
 
-// Returns whether the system's list of groups names the user. This session may not have the group, because a session
-// reads the list only at its start.
+// Returns whether the user is a member of the group in the system's list of groups. The user may still lack the rights
+// of the group, because a session reads the list only when the user logs in.
 bool isListedMember(gid_t gid)
 {
     const passwd *user = ::getpwuid(::getuid());

@@ -37,7 +37,8 @@ bool isPossiblePid(qint64 pid)
     return pid >= 1 && pid <= highest;
 }
 
-// Checks the number first: as a pid_t, a number that is too large would mean another process or a group of processes.
+// Checks the number first, because pid_t has fewer bits than qint64. A number that is too large would become the number
+// of another process, or of a group of processes.
 bool isAlive(qint64 pid)
 {
     if (!isPossiblePid(pid))
@@ -55,7 +56,7 @@ QString programName(qint64 pid)
 QString executableName(qint64 pid)
 {
     QString path = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
-    const QLatin1String mark(" (deleted)"); // the system adds this if an update replaced the file
+    const QLatin1String mark(" (deleted)"); // Linux adds this to the path if an update replaced the file
     if (path.endsWith(mark))
         path.chop(mark.size());
     return QFileInfo(path).fileName();

@@ -13,7 +13,7 @@ namespace {
 udev_device *find(const QString &portName)
 {
     const std::unique_ptr<udev, udev *(*)(udev *)> context(::udev_new(), ::udev_unref);
-    // /sys contains "!" for each "/" in the name of a port, so the search needs the same
+    // libudev expects the name of the port in /sys, which has "!" in place of each "/"
     const QByteArray name = QFile::encodeName(QString(portName).replace(QLatin1Char('/'), QLatin1Char('!')));
     return context ? ::udev_device_new_from_subsystem_sysname(context.get(), "tty", name.constData()) : nullptr;
 }
@@ -42,7 +42,7 @@ bool UdevDevice::isMarked(const char *property) const
 {
     if (!m_port)
         return false;
-    // The parent belongs to the port, so there is no unref for it.
+    // `usb` needs no udev_device_unref(), because m_port owns it.
     udev_device *usb = ::udev_device_get_parent_with_subsystem_devtype(m_port.get(), "usb", "usb_device");
     return isOne(m_port.get(), property) || isOne(usb, property);
 }

@@ -8,7 +8,7 @@ struct udev_device;
 
 namespace JwProbe {
 
-/// Reads the tags and properties that udev rules gave a port.
+/// Reads the tags and properties of a port. They come from the rules of udev, the device manager of Linux.
 class UdevDevice
 {
 public:
@@ -18,7 +18,7 @@ public:
     UdevDevice &operator=(const UdevDevice &) = delete;
 
     bool hasTag(const char *tag) const;
-    /// Returns whether the value of `property` is 1 on the port or on its USB device.
+    /// Returns whether the port or its USB device has the value 1 for `property`.
     bool isMarked(const char *property) const;
 
 private:

@@ -15,12 +15,13 @@ namespace JwProbe {
 
 namespace {
 
-// The number must be below 73, because the system's rules with number 73 use the tag "uaccess" that these rules set.
+// udev reads rules files in the order of their names. Our rules set the tag "uaccess", and the system's file
+// 73-seat-late.rules reads this tag. So the number at the start of our file names must be below 73.
 const QLatin1String rulesFile("/etc/udev/rules.d/60-jwdevice.rules");
 const QLatin1String otherRulesFile("/etc/udev/rules.d/60-jwdevice-%1.rules");
 
-// Returns the command with which the user started this program. A bare name may not work, because the program may be
-// outside of PATH.
+// Returns the command with which the user started this program, quoted for the shell. The name "jwprobe" alone may not
+// work, because the program may be outside of PATH.
 QString thisProgram()
 {
     QString word = QCoreApplication::arguments().value(0);

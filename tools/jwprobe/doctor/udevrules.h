@@ -6,22 +6,22 @@ namespace JwProbe {
 
 struct PortIdentity;
 
-/// Returns the udev rules for boards, which are the file in packaging/udev.
+/// Returns the udev rules for boards: the content of packaging/udev/60-jwdevice.rules.
 QString udevRules();
 
-/// Returns the first rules file that allows everybody, or the user at the machine, to open this port. Empty if there is
-/// no such file. A rule counts only if it names the port's vendor id or manufacturer.
+/// Returns the path of the first rules file that allows everybody, or the user at the machine, to open this port. Empty
+/// if there is no such file. Only rules that name the port's vendor id or its manufacturer count.
 QString findAccessRule(const PortIdentity &port);
 
-/// Returns the first rules file that keeps ModemManager off this port. Empty if there is no such file. A rule counts
-/// only if it names the port's vendor id or manufacturer.
+/// Returns the path of the first rules file that makes ModemManager ignore this port. Empty if there is no such file.
+/// Only rules that name the port's vendor id or its manufacturer count.
 QString findModemManagerRule(const PortIdentity &port);
 
-/// Returns shell commands, with blanks in front, that install rules for this port. The rules allow the user at the
-/// machine to open the port, and keep ModemManager off it.
+/// Returns shell commands, as lines of advice, that install rules for this port. The rules allow the user at the
+/// machine to open the port, and make ModemManager ignore the port.
 QStringList installRulesCommands(const PortIdentity &port);
 
-/// Returns shell commands, with blanks in front, that apply the installed rules to the ports of the system.
+/// Returns shell commands, as lines of advice, that apply the installed rules to the devices that are plugged in.
 QStringList applyRulesCommands();
 
 } // namespace JwProbe

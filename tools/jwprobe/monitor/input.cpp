@@ -13,7 +13,7 @@ namespace JwProbe {
 namespace {
 
 constexpr int maxLine = 4096;
-constexpr int foregroundInterval = 200; // ms between two checks
+constexpr int foregroundInterval = 200; // ms between two checks whether this process is in the foreground
 
 } // namespace
 
@@ -36,8 +36,8 @@ void Input::listen()
     m_notifier->setEnabled(!m_paused && !m_atEnd);
 }
 
-// Returns whether a read is forbidden now, because the system stops a background process that reads its terminal. For
-// a file or a pipe, tcgetpgrp() fails and the result is false.
+// Returns whether the input is a terminal and this process is in the background of that terminal. Then the process must
+// not read, because the system would stop the process. For a file or a pipe, tcgetpgrp() fails and the result is false.
 bool Input::isInBackground() const
 {
     const pid_t foreground = ::tcgetpgrp(m_descriptor);
@@ -51,8 +51,8 @@ void Input::read()
         QTimer::singleShot(foregroundInterval, this, &Input::listen);
         return;
     }
-    // There is only one read for each notification, so the read never blocks. O_NONBLOCK is not set, because other
-    // programs that use the same file would then get it too.
+    // Calls ::read() only once for each notification, because a second call could block. O_NONBLOCK is not set, because
+    // it would also change the input for other programs that use the same open file.
     char bytes[maxLine];
     const ssize_t count = ::read(m_descriptor, bytes, sizeof bytes);
     if (count < 0 && (errno == EINTR || errno == EAGAIN))
@@ -62,7 +62,7 @@ void Input::read()
         emitLines();
         return;
     }
-    m_atEnd = true; // listen() then stops the notifier, because a file at its end stays readable for ever
+    m_atEnd = true; // so that listen() stops the notifier, which would report a file at its end for ever
     listen();
     if (!m_buffer.isEmpty())
         Q_EMIT line(QString::fromUtf8(m_buffer));

@@ -7,8 +7,8 @@ class QSocketNotifier;
 
 namespace JwProbe {
 
-/// Reads lines from a file descriptor in the event loop. Does not change or close the descriptor. Reads from a terminal
-/// only while this process is in the foreground of the terminal.
+/// Reads lines of text from a file descriptor in the event loop. Does not change or close the descriptor. Reads from a
+/// terminal only while this process is in the foreground of the terminal.
 class Input : public QObject
 {
     Q_OBJECT
@@ -20,9 +20,9 @@ public:
     void setPaused(bool paused);
 
 Q_SIGNALS:
-    /// Emitted for each line. `text` has no line end. The last line need not end with a line end.
+    /// Emitted for each line, and at the end for a last line without a line end. `text` has no line end.
     void line(const QString &text);
-    /// Emitted when too many bytes arrived without a line end. These `bytes` bytes were dropped.
+    /// Emitted when more than 4096 bytes arrived without a line end. All of them are dropped; `bytes` is their number.
     void tooLong(int bytes);
 
 private:

@@ -5,29 +5,21 @@
 #include <common/printable.h>
 #include <common/sentenceframe.h>
 #include <jwprobe/output/output.h>
+#include <jwprobe/output/outputwatch.h>
 #include <jwprobe/search/board.h>
 
 #include <QDateTime>
 #include <QJsonObject>
-#include <QSocketNotifier>
 
 #include <algorithm>
-#include <csignal>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace JwProbe {
 
 namespace {
 
-constexpr qint64 maxUnsent = 65536; // bytes that wait for one board; if there are more, standard input is paused
-
-QString clockText()
-{
-    return QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz"));
-}
+constexpr qint64 maxUnsent = 65536; // bytes; standard input is paused while more bytes wait to be sent to one board
 
 bool isNamed(const Board *board, const QString &name)
 {
@@ -46,14 +38,14 @@ Monitor::Monitor(const QList<Board *> &boards, bool json)
 void Monitor::start()
 {
     introduce();
-    watchOutput();
+    connect(new OutputWatch(this), &OutputWatch::lost, this, &Monitor::outputLost);
     const QList<Board *> boards = m_boards;
     for (Board *board : boards) {
         connect(board, &Board::readyRead, this, [this, board] { receive(board); });
         connect(board, &Board::lost, this, [this, board] { lose(board); });
         connect(board->serialPort(), &QSerialPort::bytesWritten, this, &Monitor::paceInput);
         receive(board);
-        if (!board->isConnected()) // lost during the search, so lost() was emitted before it was connected
+        if (!board->isConnected()) // lost during the search, so no slot was connected to lost() yet
             lose(board);
     }
     connect(m_input, &Input::line, this, &Monitor::send);
@@ -72,24 +64,6 @@ void Monitor::introduce() const
     complain(hint);
 }
 
-// Watches whether somebody reads standard output. While the boards are silent, nothing is written, so no failed write
-// can show that the reader is gone.
-void Monitor::watchOutput()
-{
-    struct stat status = {};
-    const bool isPipe = ::fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
-    if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
-        return;
-    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
-                                         this); // the write end is never readable, so this reports only errors
-    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
-        notifier->setEnabled(false);
-        std::raise(SIGPIPE); // the signal that a failed write sends
-        complainOfOutput(QStringLiteral("nobody reads it any more"));
-        Q_EMIT outputLost();
-    });
-}
-
 void Monitor::receive(Board *board)
 {
     QString payload;
@@ -105,8 +79,9 @@ void Monitor::lose(Board *board)
     if (m_json)
         showEvent(QStringLiteral("lost"), board, {});
     else
-        show(
-            QStringLiteral("%1  %2  %3\n").arg(clockText(), board->port().name, JwTools::printable(board->lossText())));
+        show(QStringLiteral("%1  %2  %3\n")
+                 .arg(clockText(QDateTime::currentDateTime()), board->port().name,
+                      JwTools::printable(board->lossText())));
     if (m_boards.isEmpty())
         QMetaObject::invokeMethod(this, &Monitor::allLost, Qt::QueuedConnection);
 }
@@ -138,8 +113,8 @@ void Monitor::paceInput()
                                    [](const Board *board) { return board->serialPort()->bytesToWrite() > maxUnsent; }));
 }
 
-// Returns the boards for which `line` is, and removes the address from `line`. An identifier contains no ":", so a ":"
-// before the first "," ends an address.
+// Returns the boards to which `line` goes, and removes the address, for example "BoardA:", from `line`. Without an
+// address, returns all boards. A sentence has no ":" before its first ",", so such a ":" ends an address.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
     const int colon = line.indexOf(QLatin1Char(':'));
@@ -166,20 +141,16 @@ void Monitor::showPayload(const Board *board, bool received, const QString &payl
     const QString text = payload.trimmed();
     if (m_json) {
         showEvent(QStringLiteral("payload"), board,
-                  {{QStringLiteral("direction"), received ? QStringLiteral("received") : QStringLiteral("sent")},
-                   {QStringLiteral("text"), text}});
+                  {{QStringLiteral("direction"), directionName(received)}, {QStringLiteral("text"), text}});
     } else {
-        show(QStringLiteral("%1  %2  %3  %4\n")
-                 .arg(clockText(), board->port().name, received ? QStringLiteral("<-") : QStringLiteral("->"),
-                      JwTools::printable(text)));
+        show(payloadLine(QDateTime::currentDateTime(), board->port().name, received, text));
     }
 }
 
 void Monitor::showEvent(const QString &event, const Board *board, QJsonObject object)
 {
-    const QDateTime now = QDateTime::currentDateTime();
     object[QLatin1String("event")] = event;
-    object[QLatin1String("time")] = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
+    object[QLatin1String("time")] = isoText(QDateTime::currentDateTime());
     object[QLatin1String("port")] = board->port().name;
     object[QLatin1String("type")] = JwTools::boardName(board->type());
     show(jsonText(object, QJsonDocument::Compact));

@@ -16,7 +16,7 @@ class Monitor : public QObject
     Q_OBJECT
 
 public:
-    /// The boards must outlive the monitor. With `json`, each line is one JSON object.
+    /// The boards must outlive the monitor. If `json` is true, each line of the output is one JSON object.
     Monitor(const QList<Board *> &boards, bool json);
 
     /// Shows the payloads that arrived since the boards were found, then returns. The event loop handles later payloads
@@ -31,7 +31,6 @@ Q_SIGNALS:
 
 private:
     void introduce() const;
-    void watchOutput();
     void show(const QString &text);
     void showEvent(const QString &event, const Board *board, QJsonObject object);
     void paceInput();

@@ -15,12 +15,12 @@ namespace JwProbe {
 
 namespace {
 
-QString listText(const QList<ListedPort> &ports, bool named)
+QString listText(const QList<ListedPort> &ports, const PortChoice &choice)
 {
     if (ports.isEmpty())
         return QStringLiteral("There is no serial port: plug the board in and check its cable.\n");
     Table table({QStringLiteral("PORT"), QStringLiteral("PROBED"), QStringLiteral("USB ID"),
-                 QStringLiteral("MANUFACTURER"), QStringLiteral("SERIAL NUMBER")});
+                 QStringLiteral("MANUFACTURER"), QStringLiteral("SERIAL NUMBER"), QStringLiteral("ID")});
     table.setShrinkable(3);
     for (const ListedPort &listed : ports) {
         const PortIdentity &port = listed.port;
@@ -31,12 +31,12 @@ QString listText(const QList<ListedPort> &ports, bool named)
             ? listed.reason
             : QStringLiteral("%1; %2").arg(listed.reason, obstacle.summary);
         table.addRow({port.name, listed.probed ? QStringLiteral("yes") : QStringLiteral("no"), orDash(id),
-                      orDash(port.manufacturer), orDash(port.serialNumber)},
+                      orDash(port.manufacturer), orDash(port.serialNumber), orDash(port.id)},
                      note);
     }
     const int width = terminalWidth(STDOUT_FILENO);
-    const QString rule = named
-        ? QStringLiteral("A search probes the ports named by --port.")
+    const QString rule = !choice.isEmpty()
+        ? QStringLiteral("A search probes the ports named by %1.").arg(choice.options())
         : QStringLiteral("A search probes the ports that have %1. --port names others.").arg(candidateRule());
     return table.toText(width) + QLatin1Char('\n') + wrapped(rule, 0, width) + QLatin1Char('\n');
 }
@@ -60,8 +60,8 @@ QString listJson(const QList<ListedPort> &ports)
 
 int showList(const Options &options)
 {
-    const QList<ListedPort> ports = listPorts(options.ports);
-    return print(options.json ? listJson(ports) : listText(ports, !options.ports.isEmpty())) ? 0 : 1;
+    const QList<ListedPort> ports = listPorts(options.portChoice());
+    return print(options.json ? listJson(ports) : listText(ports, options.portChoice())) ? 0 : 1;
 }
 
 } // namespace JwProbe

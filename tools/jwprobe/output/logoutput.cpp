@@ -13,7 +13,8 @@ namespace JwProbe {
 
 namespace {
 
-// Writes every record to standard error. This sink needs no level, because the logger already drops unwanted records.
+// Writes every log record to standard error. This sink (output of the logger) needs no level, because the logger drops
+// unwanted records before they reach a sink.
 class LogOutput : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:

@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <common/printable.h>
+#include <jwprobe/app/options.h>
 
 #include <QJsonObject>
 
@@ -15,12 +16,24 @@ namespace JwProbe {
 
 namespace {
 
-// Returns whether a character could disturb a terminal although Qt's JSON writer does not escape it: delete, the
-// control characters from 0x80 on, and characters that set the direction of text.
+// Returns whether a character could disturb a terminal although Qt's JSON writer does not escape it: the control
+// characters from 0x7f to 0x9f, and characters that set the direction of text.
 bool isDelicate(uint code)
 {
     return (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e || code == 0x200f
         || (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+}
+
+// Returns zeros if the terminal does not report its size.
+winsize sizeOf(int descriptor)
+{
+    winsize size = {};
+    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
+int sizeOr(int reported, int usual)
+{
+    return reported > 0 ? reported : usual;
 }
 
 } // namespace
@@ -43,11 +56,33 @@ void complainOfOutput(const QString &reason)
     isDone = true;
 }
 
+QString clockText(const QDateTime &time)
+{
+    return time.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz"));
+}
+
+QString isoText(const QDateTime &time)
+{
+    const QDateTime local = time.toLocalTime();
+    return local.toOffsetFromUtc(local.offsetFromUtc()).toString(Qt::ISODateWithMs);
+}
+
+QString payloadLine(const QDateTime &time, const QString &port, bool received, const QString &text)
+{
+    return QStringLiteral("%1  %2  %3  %4\n")
+        .arg(clockText(time), port, received ? QStringLiteral("<-") : QStringLiteral("->"), JwTools::printable(text));
+}
+
+QString directionName(bool received)
+{
+    return received ? QStringLiteral("received") : QStringLiteral("sent");
+}
+
 QString jsonText(const QJsonObject &object, QJsonDocument::JsonFormat format)
 {
     QString text;
     const QString raw = QString::fromUtf8(QJsonDocument(object).toJson(format)).trimmed();
-    for (const QChar c : raw) { // escaping is valid everywhere, because these characters occur only within strings
+    for (const QChar c : raw) { // delicate characters may be escaped: in JSON they occur only within strings
         if (isDelicate(c.unicode()))
             text += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
         else
@@ -63,10 +98,18 @@ void complain(const QString &text)
 
 int terminalWidth(int descriptor)
 {
-    if (::isatty(descriptor) == 0)
-        return 0;
-    winsize size = {};
-    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    return ::isatty(descriptor) == 0 ? 0 : sizeOr(sizeOf(descriptor).ws_col, 80);
+}
+
+int terminalHeight(int descriptor)
+{
+    return ::isatty(descriptor) == 0 ? 0 : sizeOr(sizeOf(descriptor).ws_row, 24);
+}
+
+bool isLiveTerminal(int descriptor, const Options &options)
+{
+    const bool showsLog = options.logLevel || options.traffic || options.rawTraffic;
+    return ::isatty(descriptor) != 0 && qgetenv("TERM") != "dumb" && !(showsLog && ::isatty(STDERR_FILENO) != 0);
 }
 
 QString orDash(const QString &text)

@@ -49,15 +49,15 @@ QString boardTable(const SearchResult &result, int width)
     return table.toText(width);
 }
 
-// Returns the advice for missing boards that is not about a single port.
+// Returns the advice that follows the table if boards are missing. Advice about a single port is in its Diagnosis.
 QStringList generalAdvice(const SearchResult &result)
 {
     if (result.missing.isEmpty())
         return {};
     if (!result.hasCandidates()) {
-        return {QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule()),
-                QStringLiteral("Plug the board in and check its cable: some cables only charge."),
-                QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --port NAME\" tries one.")};
+        return noCandidateAdvice(result.choice)
+            + QStringList{QStringLiteral("Plug the board in and check its cable: some cables only charge."),
+                          QStringLiteral("\"jwprobe --list\" shows every port, \"jwprobe --port NAME\" tries one.")};
     }
     QStringList advice;
     if (result.others.isEmpty()) {
@@ -65,8 +65,8 @@ QStringList generalAdvice(const SearchResult &result)
                                      "in; \"jwprobe --list\" shows every port."));
     }
     if (result.deadlineReached) {
-        // A board that answered made the search wait even if its cable was pulled later. Its verdict is then Lost, so
-        // the reply is tested, not the verdict.
+        // A board of another type made the search wait even if its cable was pulled later. The verdict of its port is
+        // then Lost. So this code checks the reply, not the verdict.
         const auto keepsOpen = [](const Diagnosis &port) {
             return !port.report.reply.isEmpty() && port.report.type == JwDevice::Unknown;
         };
@@ -103,7 +103,7 @@ QString othersText(const SearchResult &result, int width)
     return text;
 }
 
-// Returns Qt's name of the error, for example "PermissionError".
+// Returns Qt's name of the error, for example "PermissionError". Empty for NoError.
 QString errorName(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError)
@@ -111,7 +111,7 @@ QString errorName(QSerialPort::SerialPortError error)
     return QString::fromLatin1(QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error));
 }
 
-// Returns the JSON object of one port. Found boards and other ports have all its keys in common.
+// Returns a JSON object with the keys that found boards and other ports have in common.
 QJsonObject portJson(const PortIdentity &port, const PortReport &report)
 {
     QJsonObject object = port.toJson();

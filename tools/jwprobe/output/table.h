@@ -12,8 +12,7 @@ class Table
 public:
     explicit Table(const QStringList &header);
 
-    /// Sets the column that is made narrower if the table is wider than the terminal. The column keeps at least 8
-    /// characters.
+    /// Sets the column that toText() makes narrower if the table is too wide. The column keeps at least 8 characters.
     void setShrinkable(int column) { m_shrinkable = column; }
     void setRightAligned(int column) { m_rightAligned = column; }
 
@@ -40,7 +39,8 @@ private:
 };
 
 /// Breaks `text` at blanks into lines of at most `width` characters. If `width` is 0, there is no limit. Each line
-/// except the first begins with `indent` blanks. The caller has already written the start of the first line.
+/// except the first begins with `indent` blanks. The first line does not, because the caller has already written
+/// `indent` characters in front of it.
 QString wrapped(const QString &text, int indent, int width);
 
 /// Returns `lines` as one text. Each line gets `indent` blanks in front and a line end. A line that begins with a blank

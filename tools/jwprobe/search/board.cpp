@@ -13,7 +13,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int mostSent = 10000; // payloads after which the Communicator is replaced
+constexpr int mostSent = 10000; // written payloads after which the Communicator is replaced
 constexpr int removalTime = 500; // ms; when a cable is pulled, the system removes the port within this time
 
 } // namespace
@@ -77,7 +77,7 @@ void Board::close(bool isDeviceGone)
     JwDevice::closeAtOnce(m_serialPort);
     if (isDeviceGone)
         Q_EMIT lost();
-    else // if the cable was pulled, the system removes the port soon; lossText() needs to know that
+    else // if the cable was pulled, the system removes the port soon; before that, lossText() would be wrong
         QTimer::singleShot(removalTime, this, &Board::lost);
 }
 

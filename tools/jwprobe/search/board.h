@@ -22,11 +22,12 @@ class Board : public QObject
     Q_OBJECT
 
 public:
-    /// Takes ownership of `comm`, which the Initializer has handed over. `report` is the report of its port at that
-    /// moment. `milliseconds` is the time since the search started.
+    /// Takes ownership of `comm` and of its port, which the Initializer has just handed over. `report` is the report
+    /// about this port. `milliseconds` is the time from the start of the search to now.
     Board(JwDevice::Communicator *comm, const PortIdentity &port, const JwDevice::PortReport &report,
           double milliseconds);
-    /// Don't delete a board inside a slot of one of its signals.
+    /// Deletes the Communicator and the port. Don't delete a board inside a slot of readyRead() or lost(), because the
+    /// Communicator or the port may still be emitting the signal that caused it.
     ~Board() override;
 
     JwDevice::Type type() const { return m_report.type; }
@@ -36,8 +37,7 @@ public:
     double milliseconds() const { return m_milliseconds; }
     /// Returns true until the port is lost. After that, nothing can be sent or received.
     bool isConnected() const;
-    /// Returns why the board is not connected: "cable pulled" if the system no longer lists the port, else the port's
-    /// error.
+    /// Returns why the board is not connected: "cable pulled" if the port no longer exists, else the error of the port.
     QString lossText() const;
 
     void send(const QString &sentence);
@@ -57,7 +57,7 @@ private:
     void useCommunicator(JwDevice::Communicator *comm);
 
     JwDevice::Communicator *m_comm = nullptr;
-    int m_sent = 0; // number of payloads written by m_comm
+    int m_sent = 0; // number of payloads that m_comm has written
     QSerialPort *const m_serialPort;
     const PortIdentity m_port;
     const JwDevice::PortReport m_report;

@@ -9,6 +9,7 @@
 #include <device/communicator.h>
 #include <device/initializer.h>
 #include <device/portreport.h>
+#include <watch/portid.h>
 
 #include <QSerialPort>
 #include <QSerialPortInfo>
@@ -25,17 +26,27 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
 {
     const auto isOnPort = [&portName](const PortReport &report) { return report.portName == portName; };
     const auto found = std::find_if(reports.begin(), reports.end(), isOnPort);
-    return found != reports.end() ? *found : PortReport(); // an empty report if the cable was pulled just before the search
+    // There is no report if the cable was pulled just before the search.
+    return found != reports.end() ? *found : PortReport();
 }
 
-// Makes the diagnosis of a port that the search does not open, because QSerialPort would wait longer than the deadline.
+// Makes the diagnosis of a port that the search does not open. `trap` says that something other than a lock file, for
+// example a named pipe, is at the path of the lock file. If the search opened the port, QSerialPort could wait for
+// ever, and the deadline could not end the search.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // QSerialPort reports the same error for a lock file
+    report.error = QSerialPort::PermissionError; // QSerialPort also reports this error for a lock file
     report.errorText = trap.summary;
     return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
+}
+
+// Returns the identity of a port that was plugged in after the search had listed the ports.
+PortIdentity latePort(const QString &name)
+{
+    const QSerialPortInfo info(name);
+    return PortIdentity::of(info, JwDevice::boardIds({info}).first());
 }
 
 } // namespace
@@ -64,7 +75,7 @@ Finder::~Finder()
 void Finder::start()
 {
     QStringList names;
-    const QList<PortIdentity> candidates = candidatePorts(m_options.ports);
+    const QList<PortIdentity> candidates = candidatePorts(m_options.portChoice());
     for (const PortIdentity &port : candidates) {
         if (const std::optional<Obstacle> trap = findTrap(port)) {
             m_refused.append(refuse(port, *trap));
@@ -75,7 +86,7 @@ void Finder::start()
     }
     m_deadline.start(m_options.deadline);
     m_clock.start();
-    if (m_refused.isEmpty()) {
+    if (m_refused.isEmpty() && m_options.id.isEmpty()) {
         m_initializer->probe(m_options.types, m_options.delay, m_options.ports);
     } else if (!names.isEmpty()) {
         m_initializer->probe(m_options.types, m_options.delay, names);
@@ -126,12 +137,17 @@ void Finder::finish()
 SearchResult Finder::result() const
 {
     SearchResult result;
-    result.wanted = m_options.types;
+    result.choice = m_options.portChoice();
     result.boards = m_boards;
+    result.wanted = m_options.types;
+    if (m_options.anyType && !m_boards.isEmpty()) {
+        const auto isMissing = [&result](JwDevice::Type type) { return !result.board(type); };
+        result.wanted.erase(std::remove_if(result.wanted.begin(), result.wanted.end(), isMissing), result.wanted.end());
+    }
     result.deadlineReached = m_deadlineReached;
     result.milliseconds = m_duration;
     result.others = m_refused;
-    for (const JwDevice::Type type : m_options.types) {
+    for (const JwDevice::Type type : qAsConst(result.wanted)) {
         if (!result.board(type))
             result.missing.append(type);
     }
@@ -148,7 +164,8 @@ PortIdentity Finder::port(const QString &name) const
 {
     const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
     const auto found = std::find_if(m_ports.begin(), m_ports.end(), hasName);
-    return found != m_ports.end() ? *found : PortIdentity::of(QSerialPortInfo(name)); // not in m_ports: plugged in late
+    // start() lists the ports just before the Initializer does. A port that appears in between is not in m_ports.
+    return found != m_ports.end() ? *found : latePort(name);
 }
 
 void Finder::closeOthers()

@@ -39,9 +39,10 @@ public:
     int foundCount() const { return m_boards.size(); }
     double milliseconds() const;
 
-    /// Returns the result. Call this only after finished().
+    /// Returns the result. Call this only after finished() and before closeOthers().
     SearchResult result() const;
-    /// Closes the ports on which no board was found. Call this only after finished(). The destructor also closes them.
+    /// Closes the ports on which no board was found, which otherwise stay open until the destructor closes them. Call
+    /// this only after finished().
     void closeOthers();
 
 Q_SIGNALS:
@@ -64,7 +65,7 @@ private:
     QList<PortIdentity> m_ports; // the ports that this search probes
     QList<Diagnosis> m_refused; // candidates that the search does not open, with the reasons
     QList<Board *> m_boards;
-    QList<JwDevice::Type> m_open; // wanted types that are neither found nor reported as missing
+    QList<JwDevice::Type> m_open; // wanted types that are not yet found or reported as missing
 };
 
 } // namespace JwProbe

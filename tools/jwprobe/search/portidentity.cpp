@@ -6,13 +6,14 @@
 
 namespace JwProbe {
 
-PortIdentity PortIdentity::of(const QSerialPortInfo &info)
+PortIdentity PortIdentity::of(const QSerialPortInfo &info, const QString &id)
 {
     PortIdentity port;
     port.name = info.portName();
     port.location = info.systemLocation();
     port.manufacturer = info.manufacturer();
     port.serialNumber = info.serialNumber();
+    port.id = id;
     if (info.hasVendorIdentifier())
         port.vendorId = info.vendorIdentifier();
     if (info.hasProductIdentifier())
@@ -28,6 +29,7 @@ QJsonObject PortIdentity::toJson() const
             {QStringLiteral("location"), location},
             {QStringLiteral("manufacturer"), orNull(manufacturer)},
             {QStringLiteral("serialNumber"), orNull(serialNumber)},
+            {QStringLiteral("id"), orNull(id)},
             {QStringLiteral("vendorId"), orNull(idText(vendorId))},
             {QStringLiteral("productId"), orNull(idText(productId))}};
 }

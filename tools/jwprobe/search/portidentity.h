@@ -17,12 +17,13 @@ struct PortIdentity
     QString location; ///< for example "/dev/ttyACM0"
     QString manufacturer;
     QString serialNumber;
+    QString id; ///< selects the board with --id, see JwDevice::Board::id; empty if the system does not list the port
     std::optional<quint16> vendorId;
     std::optional<quint16> productId;
-    bool isKnown = false; ///< the system lists the port
-    bool isCandidate = false; ///< a search without port names opens the port, see JwDevice::isCandidate()
+    bool isKnown = false; ///< whether the system lists the port
+    bool isCandidate = false; ///< whether a search without --port opens the port, see JwDevice::isCandidate()
 
-    static PortIdentity of(const QSerialPortInfo &info);
+    static PortIdentity of(const QSerialPortInfo &info, const QString &id);
     QJsonObject toJson() const;
 };
 

@@ -1,8 +1,10 @@
 #include "portlist.h"
 
 #include <common/portname.h>
+#include <common/printable.h>
 
 #include <device/boardrules.h>
+#include <watch/portid.h>
 
 #include <QSerialPortInfo>
 
@@ -12,7 +14,7 @@ namespace JwProbe {
 
 namespace {
 
-/// Says why a search opens `port` or not; the library has the rule.
+/// Returns whether a search without --port opens `port`, and why. JwDevice::isCandidate() has the rule.
 ListedPort judge(const PortIdentity &port)
 {
     if (port.isCandidate)
@@ -25,37 +27,52 @@ ListedPort judge(const PortIdentity &port)
     return {port, false, QStringLiteral("neither its USB manufacturer nor its vendor id is a board's")};
 }
 
-ListedPort judgeByName(const PortIdentity &port, const QStringList &named)
+ListedPort judgeByChoice(const PortIdentity &port, bool isChosen, const QString &options)
 {
-    if (named.contains(port.name))
-        return {port, true, QStringLiteral("named by --port")};
-    return {port, false, QStringLiteral("not named by --port")};
+    return {port, isChosen,
+            (isChosen ? QStringLiteral("named by %1") : QStringLiteral("not named by %1")).arg(options)};
 }
 
 } // namespace
 
-QList<ListedPort> listPorts(const QStringList &named)
+bool PortChoice::contains(const QSerialPortInfo &port) const
+{
+    return (names.isEmpty() || names.contains(port.portName())) && (id.isEmpty() || JwDevice::canHaveBoardId(port, id));
+}
+
+QString PortChoice::options() const
+{
+    if (id.isEmpty())
+        return QStringLiteral("--port");
+    return names.isEmpty() ? QStringLiteral("--id") : QStringLiteral("--port and --id");
+}
+
+QList<ListedPort> listPorts(const PortChoice &choice)
 {
     QList<ListedPort> ports;
     const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
-    for (const QSerialPortInfo &info : available) {
-        const PortIdentity port = PortIdentity::of(info);
-        ports.append(named.isEmpty() ? judge(port) : judgeByName(port, named));
+    const QStringList ids = JwDevice::boardIds(available);
+    for (int i = 0; i < available.size(); ++i) {
+        const PortIdentity port = PortIdentity::of(available[i], ids[i]);
+        ports.append(choice.isEmpty() ? judge(port)
+                                      : judgeByChoice(port, choice.contains(available[i]), choice.options()));
     }
     std::sort(ports.begin(), ports.end(),
               [](const ListedPort &a, const ListedPort &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
     return ports;
 }
 
-QList<PortIdentity> candidatePorts(const QStringList &named)
+QList<PortIdentity> candidatePorts(const PortChoice &choice)
 {
     QList<PortIdentity> candidates;
-    const QList<ListedPort> ports = listPorts(named);
+    const QList<ListedPort> ports = listPorts(choice);
     for (const ListedPort &port : ports) {
         if (port.probed)
             candidates.append(port.port);
     }
-    for (const QString &name : named) {
+    if (!choice.id.isEmpty())
+        return candidates;
+    for (const QString &name : choice.names) {
         const auto hasName = [&name](const PortIdentity &port) { return port.name == name; };
         if (std::any_of(candidates.begin(), candidates.end(), hasName))
             continue;
@@ -65,6 +82,25 @@ QList<PortIdentity> candidatePorts(const QStringList &named)
         candidates.append(unknown);
     }
     return candidates;
+}
+
+QStringList noCandidateAdvice(const PortChoice &choice)
+{
+    const QString noBoard = QStringLiteral("No candidate port: no serial port has %1.").arg(candidateRule());
+    if (choice.id.isEmpty())
+        return {noBoard};
+    QStringList advice{choice.names.isEmpty()
+                           ? QStringLiteral("No port has the id \"%1\".").arg(choice.id)
+                           : QStringLiteral("No port named by --port has the id \"%1\".").arg(choice.id)};
+    QStringList ids;
+    const QList<PortIdentity> others = candidatePorts({choice.names, {}});
+    for (const PortIdentity &port : others) {
+        if (port.isKnown)
+            ids.append(QStringLiteral("%1 (%2)").arg(JwTools::printable(port.id), port.name));
+    }
+    advice.append(ids.isEmpty() ? noBoard
+                                : QStringLiteral("These ids are there: %1.").arg(ids.join(QLatin1String(", "))));
+    return advice;
 }
 
 QString candidateRule()

@@ -27,8 +27,7 @@ Progress::Progress(const Finder &finder, const Options &options)
 
 void Progress::show()
 {
-    const bool showsLog = m_options.logLevel || m_options.traffic || m_options.rawTraffic;
-    if (showsLog || ::isatty(STDERR_FILENO) == 0 || qgetenv("TERM") == "dumb")
+    if (!isLiveTerminal(STDERR_FILENO, m_options))
         return;
     write();
     m_timer.start();
@@ -51,7 +50,7 @@ void Progress::write()
                              .arg(m_finder.foundCount())
                              .arg(m_options.types.size())
                              .arg(m_finder.milliseconds() / 1000, 0, 'f', 1);
-    // The line is cut, because a line that is longer than the terminal would wrap and could not be erased.
+    // The line is cut, because a line that is wider than the terminal would go on below, and hide() could not erase it.
     std::fprintf(stderr, "\r\033[K%s", line.left(terminalWidth(STDERR_FILENO) - 1).toUtf8().constData());
     std::fflush(stderr);
 }

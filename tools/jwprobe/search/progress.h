@@ -14,7 +14,8 @@ public:
     /// Both arguments must outlive the object.
     Progress(const Finder &finder, const Options &options);
 
-    /// Shows the line. Does nothing if standard error is no terminal, or if the log is written there.
+    /// Shows the line. Does nothing if standard error is no terminal that can erase a line, or if the log is written
+    /// there.
     void show();
     void hide();
 

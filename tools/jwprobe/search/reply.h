@@ -6,7 +6,7 @@
 
 namespace JwProbe {
 
-/// The content of a payload, with which a board answered.
+/// The data that readReply() finds in a payload.
 struct Reply
 {
     QString fault; ///< why the payload can't be read; empty if it can be read
@@ -14,7 +14,7 @@ struct Reply
     JwDevice::Type type = JwDevice::Unknown;
 };
 
-/// Reads `payload`, which has no line end, in the same way as the library.
+/// Reads `payload`, which has no line end, with the library's parser.
 Reply readReply(const QString &payload);
 
 } // namespace JwProbe

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "portlist.h"
 #include <jwprobe/doctor/diagnosis.h>
 
 #include <device/type.h>
@@ -20,7 +21,8 @@ enum ExitStatus {
 /// The result of a search. The Finder owns the boards in it.
 struct SearchResult
 {
-    QList<JwDevice::Type> wanted;
+    PortChoice choice;
+    QList<JwDevice::Type> wanted; ///< with Options::anyType, only the found types if there are any
     QList<Board *> boards; ///< the found boards, in the order of their answers
     QList<JwDevice::Type> missing; ///< the types that were not found, in the order of `wanted`
     QList<Diagnosis> others; ///< the other candidate ports, on which none of `boards` was found

@@ -1,0 +1,162 @@
+#include <jwprobe/doctor/obstacle.h>
+#include <jwprobe/watch/refusals.h>
+
+#include <QTemporaryFile>
+#include <QTest>
+
+using namespace JwProbe;
+using JwDevice::PortReport;
+
+namespace {
+
+PortReport report(PortReport::Verdict verdict, const char *port = "ttyNONE0")
+{
+    PortReport result;
+    result.portName = QLatin1String(port);
+    result.location = QStringLiteral("/dev/") + result.portName;
+    result.verdict = verdict;
+    result.queries = 1;
+    return result;
+}
+
+PortReport excluded(const char *why)
+{
+    PortReport result = report(PortReport::NotOpened);
+    result.errorText = QLatin1String(why);
+    return result;
+}
+
+} // namespace
+
+/// Tests which ports a watch reports as refused, and when.
+class TestJwprobeRefusals : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void portThatIsStillProbedIsNotRefused();
+    void refusalIsNewOnce();
+    void otherReasonIsNew();
+    void refusalIsForgottenWithItsPort();
+    void refusalIsForgottenWithABoard();
+    void laterProbeKeepsTheRefusal();
+    void talkingPortIsNotNewAtEachAttempt();
+    void excludedPortHasTheTextOfTheWatch();
+    void skippedStateIsNotNew();
+    void trapStaysWhileItsPortIsThere();
+};
+
+void TestJwprobeRefusals::portThatIsStillProbedIsNotRefused()
+{
+    Refusals refusals;
+    QVERIFY(refusals.update({report(PortReport::Awaiting)}).isEmpty());
+    QVERIFY(refusals.update({report(PortReport::NotOpened)}).isEmpty()); // not tried yet
+    QVERIFY(refusals.update({report(PortReport::HandedOver)}).isEmpty());
+    QVERIFY(refusals.all().isEmpty());
+}
+
+void TestJwprobeRefusals::refusalIsNewOnce()
+{
+    Refusals refusals;
+    const QList<Refusal> fresh = refusals.update({report(PortReport::TimedOut)});
+    QCOMPARE(fresh.size(), 1);
+    QCOMPARE(fresh[0].reason, QStringLiteral("silent"));
+    QCOMPARE(fresh[0].port.name, QStringLiteral("ttyNONE0"));
+    QVERIFY(refusals.update({report(PortReport::TimedOut)}).isEmpty());
+    QCOMPARE(refusals.all().size(), 1);
+}
+
+void TestJwprobeRefusals::otherReasonIsNew()
+{
+    Refusals refusals;
+    refusals.update({report(PortReport::TimedOut)});
+    PortReport answered = report(PortReport::Silenced);
+    answered.reply = QStringLiteral("$PJWVER,7300021,1,4,0*0e");
+    const QList<Refusal> fresh = refusals.update({answered});
+    QCOMPARE(fresh.size(), 1);
+    QCOMPARE(fresh[0].reason, QStringLiteral("otherType"));
+    QCOMPARE(refusals.all().size(), 1);
+}
+
+void TestJwprobeRefusals::refusalIsForgottenWithItsPort()
+{
+    Refusals refusals;
+    refusals.update({report(PortReport::TimedOut)});
+    QVERIFY(refusals.update({}).isEmpty());
+    QVERIFY(refusals.all().isEmpty());
+    QCOMPARE(refusals.update({report(PortReport::TimedOut)}).size(), 1);
+}
+
+void TestJwprobeRefusals::refusalIsForgottenWithABoard()
+{
+    Refusals refusals;
+    refusals.update({report(PortReport::TimedOut)});
+    refusals.update({report(PortReport::HandedOver)});
+    QVERIFY(refusals.all().isEmpty());
+    QCOMPARE(refusals.update({report(PortReport::TimedOut)}).size(), 1);
+}
+
+void TestJwprobeRefusals::laterProbeKeepsTheRefusal()
+{
+    Refusals refusals;
+    refusals.update({report(PortReport::TimedOut)});
+    refusals.update({report(PortReport::Awaiting)});
+    QCOMPARE(refusals.all().size(), 1);
+    QVERIFY(refusals.update({report(PortReport::TimedOut)}).isEmpty());
+}
+
+void TestJwprobeRefusals::talkingPortIsNotNewAtEachAttempt()
+{
+    Refusals refusals;
+    PortReport talking = report(PortReport::TimedOut);
+    talking.payloads = 1;
+    talking.unreadable = QStringLiteral("$A*00");
+    QCOMPARE(refusals.update({talking}).value(0).reason, QStringLiteral("unreadable"));
+    talking.payloads = 2;
+    talking.unreadable = QStringLiteral("$B*00");
+    QVERIFY(refusals.update({talking}).isEmpty());
+}
+
+void TestJwprobeRefusals::excludedPortHasTheTextOfTheWatch()
+{
+    Refusals refusals;
+    const QList<Refusal> fresh = refusals.update({excluded("not opened, because ...")});
+    QCOMPARE(fresh.size(), 1);
+    QCOMPARE(fresh[0].reason, QStringLiteral("excluded"));
+    QCOMPARE(fresh[0].summary, QStringLiteral("not opened, because ..."));
+}
+
+void TestJwprobeRefusals::skippedStateIsNotNew()
+{
+    Refusals refusals;
+    refusals.skip(report(PortReport::Lost));
+    QVERIFY(refusals.update({report(PortReport::Lost)}).isEmpty());
+    QVERIFY(refusals.all().isEmpty());
+    QCOMPARE(refusals.update({report(PortReport::TimedOut)}).size(), 1);
+}
+
+void TestJwprobeRefusals::trapStaysWhileItsPortIsThere()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    PortIdentity port;
+    port.name = QStringLiteral("ttyNONE0");
+    port.location = file.fileName();
+    const Obstacle trap{Obstacle::Held, QStringLiteral("a named pipe"), {}};
+    Refusals refusals;
+    QCOMPARE(refusals.add(port, trap)->summary, QStringLiteral("a named pipe"));
+    QVERIFY(!refusals.add(port, trap));
+    QVERIFY(refusals.update({}).isEmpty()); // the watch does not know the port
+    QCOMPARE(refusals.all().size(), 1);
+    // The trap is gone, and the watch found a board.
+    refusals.update({report(PortReport::HandedOver)});
+    QVERIFY(refusals.all().isEmpty());
+
+    refusals.add(port, trap);
+    QVERIFY(file.remove());
+    refusals.update({});
+    QVERIFY(refusals.all().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestJwprobeRefusals)
+#include "tst_jwprobe_refusals.moc"

@@ -1,0 +1,683 @@
+#include "watchmodel.h"
+
+#include <simulator/boardkind.h>
+
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
+using JwDevice::Board;
+using JwDevice::BoardWatch;
+using JwDevice::PortReport;
+using JwDevice::Type;
+
+namespace {
+
+constexpr int replyTime = 400;
+constexpr int retryTime = 500; // a port that can't be opened is tried again twice a second
+
+/// Whether boards of the two types answer the same query.
+bool haveSameQuery(Type a, Type b)
+{
+    return (a == JwDevice::BoardC) == (b == JwDevice::BoardC);
+}
+
+QString serialId(const UsbPort &port)
+{
+    return port.serial.isEmpty() ? QString() : port.serial + QStringLiteral(":1.%1").arg(port.interface);
+}
+
+} // namespace
+
+void WatchModel::fail(const QString &text)
+{
+    if (m_fault.isEmpty())
+        m_fault = QStringLiteral("at %1 ms: %2").arg(m_around.now()).arg(text);
+}
+
+WatchModel::Entry *WatchModel::find(const QString &name)
+{
+    const auto it = m_entries.find(name);
+    return it == m_entries.end() ? nullptr : &it->second;
+}
+
+WatchModel::Entry *WatchModel::findId(const QString &id)
+{
+    for (auto &[name, entry] : m_entries) {
+        if (entry.id == id)
+            return &entry;
+    }
+    return nullptr;
+}
+
+WatchModel::Owed *WatchModel::findOwed(const QString &id)
+{
+    const auto it = std::find_if(m_owed.begin(), m_owed.end(), [&id](const Owed &owed) { return owed.id == id; });
+    return it == m_owed.end() ? nullptr : &*it;
+}
+
+/// The board must be reported as lost.
+void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
+{
+    Owed *owed = findOwed(entry.id);
+    if (!owed) {
+        m_owed.append({entry.id, entry.port.usb.name, {}, depth});
+        owed = &m_owed.last();
+    } else if (loss == Board::CablePulled)
+        owed->depth = depth;
+    owed->losses.append(loss);
+}
+
+bool WatchModel::isOwed(const QString &name) const
+{
+    return std::any_of(m_owed.begin(), m_owed.end(), [&name](const Owed &owed) { return owed.name == name; });
+}
+
+// The system
+
+void WatchModel::plugged(const UsbPort &port, bool canOpen)
+{
+    m_system[port.name] = {port, ++m_plugs, 0, canOpen};
+    m_plugged.append(port.name);
+}
+
+void WatchModel::pulled(const QString &name)
+{
+    m_system.erase(name);
+}
+
+void WatchModel::changed(const QString &name)
+{
+    ++m_system.at(name).changes;
+}
+
+void WatchModel::setCanOpen(const QString &name, bool canOpen)
+{
+    m_system.at(name).canOpen = canOpen;
+}
+
+void WatchModel::loopBegins()
+{
+    if (!m_isStarted)
+        return;
+    advance();
+    std::vector<QString> gone;
+    for (const auto &[name, entry] : m_entries) {
+        const auto now = m_system.find(name);
+        if (now == m_system.end() || now->second.plug != entry.port.plug)
+            gone.push_back(name);
+    }
+    for (const QString &name : gone)
+        remove(name);
+    std::vector<SystemPort> ports;
+    for (const auto &[name, port] : m_system) {
+        if (port.usb.isCandidate)
+            ports.push_back(port);
+    }
+    // The system lists ports by their place.
+    std::sort(ports.begin(), ports.end(), [](const SystemPort &a, const SystemPort &b) {
+        return std::make_tuple(a.usb.place(), a.usb.name) < std::make_tuple(b.usb.place(), b.usb.name);
+    });
+    for (const SystemPort &port : ports) {
+        Entry *const known = find(port.usb.name);
+        if (!known) {
+            add(port);
+            continue;
+        }
+        if (known->phase == Wanted && known->port.changes != port.changes) {
+            forced(*known);
+            want(*known, m_around.now(), std::min(known->openUntil, m_around.now() + delay()));
+        }
+        known->port = port;
+    }
+    // A board that is not there when the watch starts has gone.
+    for (const QString &id : m_lent.keys()) {
+        if (m_lent.value(id) == BoardWatch::UntilPluggedAgain && !findId(id))
+            m_lent.remove(id);
+    }
+}
+
+void WatchModel::remove(const QString &name)
+{
+    const Entry entry = m_entries.at(name);
+    m_entries.erase(name);
+    m_changing.append(entry.id);
+    if (entry.phase == Ready)
+        owe(entry, Board::CablePulled, INT_MAX);
+    // A new device has the name already, so the errors of the old port may come before the event.
+    if (entry.phase == Ready && m_plugged.contains(name))
+        owe(entry, Board::PortFailed, INT_MAX);
+    if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
+        m_lent.remove(entry.id);
+}
+
+void WatchModel::add(const SystemPort &port)
+{
+    Entry entry;
+    entry.port = port;
+    giveId(entry);
+    if (!exclusion(port.usb).isEmpty())
+        entry.phase = Excluded;
+    else if (m_lent.contains(entry.id))
+        entry.phase = Lent;
+    else
+        want(entry, m_around.now() + delay(), m_around.now() + delay());
+    m_entries[port.usb.name] = entry;
+}
+
+void WatchModel::giveId(Entry &entry)
+{
+    const UsbPort &usb = entry.port.usb;
+    const QString serial = serialId(usb);
+    entry.id = usb.place();
+    entry.basis = Board::Place;
+    if (serial.isEmpty())
+        return;
+    for (auto &[name, other] : m_entries) {
+        if (serialId(other.port.usb) != serial)
+            continue;
+        if (!m_owners.contains(serial))
+            m_owners.insert(serial, other.port.usb.place());
+        other.isShared = true;
+    }
+    entry.isShared = m_owners.contains(serial);
+    if (m_owners.value(serial, usb.place()) == usb.place()) {
+        entry.id = serial;
+        entry.basis = Board::SerialNumber;
+    }
+}
+
+QString WatchModel::exclusion(const UsbPort &port) const
+{
+    if (port.isIgnored)
+        return QStringLiteral("JWDEVICE_IGNORE");
+    for (const int number : m_settings.excludedNames) {
+        if (port.name == WatchPorts::name(number))
+            return port.name;
+    }
+    for (const QString &entry : m_settings.excluded) {
+        if (!entry.isEmpty() && (entry == port.serial || entry == port.usbId()))
+            return entry;
+    }
+    return QString();
+}
+
+// Probes
+
+bool WatchModel::hasBoardBeside(const Entry &entry) const
+{
+    return std::any_of(m_entries.begin(), m_entries.end(), [&entry](const auto &known) {
+        const Entry &other = known.second;
+        return other.phase == Ready && other.port.usb.device == entry.port.usb.device
+            && other.port.usb.name != entry.port.usb.name;
+    });
+}
+
+void WatchModel::want(Entry &entry, qint64 from, qint64 until)
+{
+    entry.phase = hasBoardBeside(entry) ? Sibling : Wanted;
+    entry.openFrom = from;
+    entry.openUntil = until;
+}
+
+/// The port is tried again within the retry time.
+void WatchModel::wantSoon(Entry &entry)
+{
+    want(entry, m_around.now(), m_around.now() + retryTime + delay());
+}
+
+/// The next attempt has a reason from outside, so it does not count as one of the two in a second.
+void WatchModel::forced(Entry &entry)
+{
+    entry.attempts.clear();
+}
+
+void WatchModel::opened(const QString &name)
+{
+    advance();
+    Entry *const entry = find(name);
+    // The watch may have tried a port that was pulled and plugged in again, before it saw the events.
+    const bool isAgain = entry && entry->phase == Probing && m_plugged.contains(name);
+    if (!entry || (entry->phase != Wanted && !isAgain)) {
+        fail(QStringLiteral("%1 must not be opened").arg(name));
+        return;
+    }
+    const qint64 now = m_around.now();
+    if (now < entry->openFrom || now > entry->openUntil)
+        fail(QStringLiteral("%1 is opened, but not from %2 to %3 ms")
+                 .arg(name)
+                 .arg(entry->openFrom)
+                 .arg(entry->openUntil));
+    entry->phase = Probing;
+    entry->openedAt = now;
+    entry->asked.clear();
+    entry->isSilenced = false;
+    entry->answer = JwDevice::Unknown;
+    entry->verdict = PortReport::Awaiting;
+}
+
+void WatchModel::notOpened(const QString &name)
+{
+    advance();
+    Entry *const entry = find(name);
+    if (!entry || entry->phase != Wanted) {
+        if (m_system.count(name)) // else the port has just gone, and the watch has not seen the event yet
+            fail(QStringLiteral("%1 must not be tried").arg(name));
+        return;
+    }
+    const qint64 now = m_around.now();
+    if (now < entry->openFrom || now > entry->openUntil)
+        fail(QStringLiteral("%1 is tried, but not from %2 to %3 ms")
+                 .arg(name)
+                 .arg(entry->openFrom)
+                 .arg(entry->openUntil));
+    if (m_system.at(name).canOpen && !isOwed(name))
+        fail(QStringLiteral("%1 can be opened").arg(name));
+    entry->attempts.append(now);
+    const int count = entry->attempts.size();
+    if (count >= 3 && now - entry->attempts[count - 3] < retryTime)
+        fail(QStringLiteral("%1 is tried too often").arg(name));
+    entry->verdict = PortReport::NotOpened;
+    wantSoon(*entry);
+}
+
+/// The time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits for a
+/// board that answered something else. It waits one reply time longer than for a silent board.
+qint64 WatchModel::endOfProbe(const Entry &entry) const
+{
+    return entry.openedAt + (m_settings.maxRetries + (entry.isSilenced ? 2 : 1)) * replyTime;
+}
+
+void WatchModel::endProbe(Entry &entry)
+{
+    entry.verdict = entry.isSilenced ? PortReport::Silenced : PortReport::TimedOut;
+    forced(entry);
+    if (entry.hadBoard)
+        wantSoon(entry);
+    else
+        entry.phase = Rejected;
+}
+
+void WatchModel::advance()
+{
+    for (auto &[name, entry] : m_entries) {
+        if (entry.phase == Probing && entry.answer == JwDevice::Unknown && m_around.now() >= endOfProbe(entry))
+            endProbe(entry);
+    }
+}
+
+// The lines
+
+void WatchModel::asked(const QString &name, Type type)
+{
+    Entry *const entry = find(name);
+    const qint64 now = m_around.now();
+    if (!entry || (entry->phase != Probing && entry->phase != Ready))
+        return; // the bytes were on the line when the port was closed
+    QVector<qint64> &times = entry->asked[haveSameQuery(type, JwDevice::BoardC)];
+    if (entry->phase == Ready) {
+        if (times.contains(now))
+            return; // left the port before the board was found
+        const bool isDue =
+            m_settings.checkInterval > 0 && now == entry->heardAt + m_settings.checkInterval && entry->checkedAt < 0;
+        if (isDue)
+            entry->checkedAt = entry->checkBegan = now;
+        if ((entry->checkBegan != now && !isVague(*entry)) || !haveSameQuery(type, entry->type))
+            fail(QStringLiteral("the board on %1 is asked").arg(name));
+    } else if (times.contains(now) && m_plugged.contains(name)) {
+        return; // see opened()
+    } else if ((now - entry->openedAt) % replyTime != 0 || times.contains(now) || entry->isSilenced) {
+        fail(QStringLiteral("%1 is asked").arg(name));
+    }
+    times.append(now);
+}
+
+void WatchModel::answered(const QString &name, Type type)
+{
+    Entry *const entry = find(name);
+    if (!entry)
+        return;
+    if (entry->phase == Probing) {
+        if (isWanted(type))
+            entry->answer = type;
+        else
+            entry->isSilenced = true;
+        if (!isWanted(type))
+            entry->verdict = PortReport::Silenced;
+    }
+    babbled(name);
+}
+
+void WatchModel::babbled(const QString &name)
+{
+    Entry *const entry = find(name);
+    if (entry && entry->phase == Ready) {
+        entry->heardAt = m_around.now();
+        entry->checkedAt = -1;
+        entry->isVague = !m_reading.value(entry->id).isEmpty();
+    }
+}
+
+void WatchModel::readBegins(const QString &id)
+{
+    const Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready)
+        babbled(entry->port.usb.name);
+    m_reading[id].append(m_around.now());
+}
+
+void WatchModel::readEnds(const QString &id)
+{
+    const qint64 begin = m_reading[id].takeLast();
+    Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready && begin != m_around.now())
+        entry->isVague = true;
+}
+
+/// Whether the watch may have missed when it heard the board last.
+bool WatchModel::isVague(const Entry &entry) const
+{
+    return entry.isVague || !m_reading.value(entry.id).isEmpty();
+}
+
+// The application
+
+void WatchModel::start(const WatchSchedule::Settings &settings)
+{
+    if (m_isStarted)
+        return;
+    m_isStarted = true;
+    m_settings = settings;
+    m_lost.clear();
+    m_owners.clear();
+}
+
+void WatchModel::stop(int depth)
+{
+    m_isStarted = false;
+    for (Owed &owed : m_owed)
+        owed = {owed.id, owed.name, owed.losses + QVector<Board::Loss>{Board::Stopped}, std::min(owed.depth, depth)};
+    for (const auto &[name, entry] : m_entries) {
+        if (entry.phase == Ready)
+            owe(entry, Board::Stopped, depth);
+    }
+    m_entries.clear();
+}
+
+void WatchModel::watchDeleted()
+{
+    m_isStarted = false;
+    m_entries.clear();
+    m_owed.clear();
+    m_present.clear();
+    m_lent.clear();
+}
+
+int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
+{
+    Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready) {
+        owe(*entry, Board::Lent, depth);
+        entry->phase = Lent;
+        entry->verdict = -1;
+        m_lent[id] = lending;
+        return 1;
+    }
+    if (Owed *const owed = findOwed(id)) {
+        owed->losses.append(Board::Lent);
+        return -1;
+    }
+    return 0;
+}
+
+void WatchModel::lent(const QString &id, BoardWatch::Lending lending)
+{
+    // The watch had not yet seen that the board has gone.
+    if (lending == BoardWatch::UntilTakenBack)
+        m_lent[id] = lending;
+    if (Entry *const entry = findId(id))
+        entry->phase = m_lent.contains(id) ? Lent : entry->phase;
+}
+
+int WatchModel::takeBack(const QString &id)
+{
+    const bool isLent = m_lent.remove(id) > 0;
+    Entry *const entry = findId(id);
+    const bool isClosed = entry && (entry->phase == Lent || entry->phase == Released);
+    if (isClosed) {
+        forced(*entry);
+        want(*entry, m_around.now(), m_around.now() + delay());
+    }
+    return isLent || isClosed ? 1 : m_changing.contains(id) ? -1 : 0;
+}
+
+void WatchModel::communicatorDeleted(const QString &id, int depth)
+{
+    const Entry *const entry = findId(id);
+    if (entry && entry->phase == Ready)
+        owe(*entry, Board::Released, depth);
+    else if (Owed *const owed = findOwed(id))
+        owed->losses.append(Board::Released);
+}
+
+void WatchModel::lookAgain()
+{
+    advance();
+    for (auto &[name, entry] : m_entries) {
+        if (entry.phase != Rejected && entry.phase != Wanted)
+            continue;
+        const qint64 soon = m_around.now() + delay();
+        forced(entry);
+        if (entry.phase == Rejected)
+            want(entry, m_around.now(), soon);
+        else
+            want(entry, std::min(entry.openFrom, m_around.now()), std::min(entry.openUntil, soon));
+    }
+}
+
+void WatchModel::checkBoards()
+{
+    for (auto &[name, entry] : m_entries) {
+        if (entry.phase == Ready && entry.checkedAt < 0)
+            entry.checkedAt = entry.checkBegan = m_around.now();
+    }
+}
+
+// The signals of the watch
+
+void WatchModel::found(const Board &board, bool isBack)
+{
+    advance();
+    Entry *const entry = find(board.portName);
+    if (!entry || entry->phase != Probing || entry->answer != board.type) {
+        fail(QStringLiteral("no wanted board is on %1").arg(board.portName));
+        return;
+    }
+    const UsbPort &usb = entry->port.usb;
+    const auto &kind = JwSimulator::boardKinds[board.type - 1];
+    if (board.id != entry->id || board.idBasis != entry->basis)
+        fail(QStringLiteral("the board on %1 has the id %2, not %3").arg(usb.name, board.id, entry->id));
+    if (board.sharesSerialNumber != entry->isShared)
+        fail(QStringLiteral("%1 has the wrong sharesSerialNumber").arg(board.id));
+    if (board.loss != Board::NotLost || board.location != QStringLiteral("/dev/") + usb.name
+        || board.place != usb.place() || board.serialNumber != usb.serial || !board.since.isValid()
+        || board.hardwareVersion != QLatin1String(kind.hwversion) || !board.communicator)
+        fail(QStringLiteral("%1 has a wrong member").arg(board.id));
+    if (!m_around.isOpen(usb.name))
+        fail(QStringLiteral("the port of %1 is closed").arg(board.id));
+    if (m_present.contains(board.id))
+        fail(QStringLiteral("%1 is there already").arg(board.id));
+    if (isBack != (m_lost.value(board.id) == board.type))
+        fail(QStringLiteral("%1 is %2").arg(board.id, isBack ? QStringLiteral("new") : QStringLiteral("back")));
+    m_present.insert(board.id, board.type);
+    m_lost.remove(board.id);
+    entry->phase = Ready;
+    entry->hadBoard = true;
+    entry->type = board.type;
+    entry->answer = JwDevice::Unknown;
+    entry->heardAt = m_around.now();
+    entry->checkedAt = -1;
+    entry->isVague = false;
+    entry->verdict = PortReport::HandedOver;
+    for (auto &[name, other] : m_entries) {
+        if (&other != entry && other.port.usb.device == usb.device
+            && (other.phase == Wanted || other.phase == Probing)) {
+            other.phase = Sibling;
+            other.verdict = -1;
+        }
+    }
+}
+
+void WatchModel::lost(const Board &board)
+{
+    advance();
+    const Type type = m_present.take(board.id);
+    if (type == JwDevice::Unknown) {
+        fail(QStringLiteral("%1 is lost, but was not there").arg(board.id));
+        return;
+    }
+    m_lost[board.id] = type;
+    if (board.type != type || (board.communicator == nullptr) != (board.loss == Board::Released))
+        fail(QStringLiteral("the lost board %1 has a wrong member").arg(board.id));
+    if (m_around.isOpen(board.portName))
+        fail(QStringLiteral("the port of the lost board %1 is open").arg(board.id));
+    Entry *const entry = findId(board.id);
+    const Owed *const owed = findOwed(board.id);
+    if (owed && owed->losses.contains(board.loss)) {
+        m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
+        if (board.loss == Board::Released && entry && entry->phase == Ready) {
+            entry->phase = Released;
+            entry->verdict = -1;
+            freeSiblings(*entry);
+        }
+        return;
+    }
+    const qint64 askedAt = m_around.now() - replyTime;
+    const bool wasSilent = entry && entry->phase == Ready
+        && (entry->checkedAt == askedAt
+            || (isVague(*entry) && entry->heardAt <= askedAt
+                && entry->asked.value(haveSameQuery(entry->type, JwDevice::BoardC)).contains(askedAt)));
+    if (!wasSilent || board.loss != Board::NoAnswer) {
+        fail(QStringLiteral("%1 is lost: %2").arg(board.id, lossName(board.loss)));
+        return;
+    }
+    if (owed)
+        m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
+    entry->verdict = PortReport::TimedOut;
+    forced(*entry);
+    wantSoon(*entry);
+    freeSiblings(*entry);
+}
+
+void WatchModel::freeSiblings(const Entry &entry)
+{
+    for (auto &[name, other] : m_entries) {
+        if (other.phase == Sibling && other.port.usb.device == entry.port.usb.device)
+            wantSoon(other);
+    }
+}
+
+// The event loop
+
+void WatchModel::idle(int depth, const QList<Board> &boards, const QList<PortReport> &reports)
+{
+    advance();
+    m_changing.clear();
+    m_plugged.clear();
+    for (const Owed &owed : qAsConst(m_owed)) {
+        if (owed.depth >= depth)
+            fail(QStringLiteral("%1 is not reported as lost").arg(owed.id));
+    }
+    for (const auto &[name, entry] : m_entries)
+        checkEntry(entry);
+    QStringList present;
+    QStringList seen;
+    for (const auto &[name, entry] : m_entries) {
+        if (entry.phase == Ready)
+            present << QStringLiteral("%1 %2 on %3%4")
+                           .arg(entry.id)
+                           .arg(int(entry.type))
+                           .arg(name, entry.isShared ? QStringLiteral(" shared") : QString());
+    }
+    for (const Board &board : boards)
+        seen << QStringLiteral("%1 %2 on %3%4")
+                    .arg(board.id)
+                    .arg(int(board.type))
+                    .arg(board.portName, board.sharesSerialNumber ? QStringLiteral(" shared") : QString());
+    if (present != seen)
+        fail(QStringLiteral("boards() is \"%1\", not \"%2\"")
+                 .arg(seen.join(QLatin1String(", ")), present.join(QLatin1String(", "))));
+    for (const auto &[name, port] : m_system) {
+        const Entry *const entry = find(name);
+        const bool isOpen = entry && (entry->phase == Probing || entry->phase == Ready);
+        if (m_around.isOpen(name) != isOpen && !isOwed(name))
+            fail(QStringLiteral("%1 is %2").arg(name, isOpen ? QStringLiteral("closed") : QStringLiteral("open")));
+    }
+    if (reports.size() != static_cast<int>(m_entries.size()))
+        fail(QStringLiteral("%1 reports for %2 ports").arg(reports.size()).arg(m_entries.size()));
+    for (const PortReport &report : reports) {
+        if (const Entry *const entry = find(report.portName))
+            checkReport(*entry, report);
+        else
+            fail(QStringLiteral("a report for %1").arg(report.portName));
+    }
+}
+
+void WatchModel::checkEntry(const Entry &entry)
+{
+    const QString &name = entry.port.usb.name;
+    const qint64 now = m_around.now();
+    switch (entry.phase) {
+    case Wanted:
+        if (now >= entry.openUntil)
+            fail(QStringLiteral("%1 was not opened").arg(name));
+        break;
+    case Probing:
+        if (entry.answer != JwDevice::Unknown)
+            fail(QStringLiteral("the board on %1 is not reported").arg(name));
+        checkQueries(entry);
+        break;
+    case Ready: {
+        if (isVague(entry))
+            break;
+        const bool isCheckDue =
+            m_settings.checkInterval > 0 && entry.checkedAt < 0 && now >= entry.heardAt + m_settings.checkInterval;
+        if (isCheckDue
+            || (entry.checkedAt >= 0
+                && !entry.asked.value(haveSameQuery(entry.type, JwDevice::BoardC)).contains(entry.checkedAt)))
+            fail(QStringLiteral("the board on %1 is not asked").arg(name));
+        if (entry.checkedAt >= 0 && now >= entry.checkedAt + replyTime)
+            fail(QStringLiteral("the board on %1 did not answer, but is not lost").arg(name));
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+/// Checks that a silent port was asked in each round.
+void WatchModel::checkQueries(const Entry &entry)
+{
+    if (entry.isSilenced)
+        return;
+    const int rounds = static_cast<int>((m_around.now() - entry.openedAt) / replyTime) + 1;
+    for (const bool isC : {false, true}) {
+        const bool isAsked = std::any_of(m_settings.types.begin(), m_settings.types.end(),
+                                         [isC](Type type) { return (type == JwDevice::BoardC) == isC; });
+        if (entry.asked.value(isC).size() != (isAsked ? rounds : 0))
+            fail(QStringLiteral("%1 was asked %2 times").arg(entry.port.usb.name).arg(entry.asked.value(isC).size()));
+    }
+}
+
+void WatchModel::checkReport(const Entry &entry, const PortReport &report)
+{
+    const bool isNotTried = entry.phase == Excluded || entry.phase == Lent || entry.phase == Sibling;
+    if (isNotTried && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
+        fail(QStringLiteral("the report on %1 does not say why the port is not opened").arg(report.portName));
+    // While a probe waits for its delay, the port is not opened again yet.
+    const bool isDelayed = entry.phase == Wanted && delay() > 0 && report.verdict == PortReport::NotOpened;
+    if (entry.verdict >= 0 && report.verdict != entry.verdict && !isDelayed)
+        fail(QStringLiteral("the verdict on %1 is %2, not %3")
+                 .arg(report.portName, verdictName(report.verdict),
+                      verdictName(static_cast<PortReport::Verdict>(entry.verdict))));
+}

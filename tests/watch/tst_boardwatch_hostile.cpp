@@ -1,0 +1,404 @@
+#include "support/common/eventloop.h"
+#include "support/common/simulatedportsmain.h"
+#include "support/watch/watchfixture.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTest>
+#include <QTimer>
+
+using JwDevice::BoardWatch;
+using JwDevice::Communicator;
+using JwSimulator::Board;
+
+namespace {
+
+using Condition = std::function<bool()>;
+using Wait = bool (*)(const Condition &done);
+
+constexpr int longest = 10000; // ms
+
+/// Waits in an event loop, like a dialog.
+bool inEventLoop(const Condition &done)
+{
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done())
+            loop.quit();
+    });
+    poll.start(1);
+    QTimer::singleShot(longest, &loop, [&loop] { loop.exit(1); });
+    return loop.exec() == 0;
+}
+
+/// Waits without an event loop, like a long calculation that keeps a window alive.
+bool byProcessEvents(const Condition &done)
+{
+    QTimer poll;
+    poll.start(1);
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.hasExpired(longest))
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+/// Returns a condition that is true some time after `done`, so that the watch has deleted what it deletes later.
+Condition andThenSomeTime(const Condition &done)
+{
+    const auto clock = std::make_shared<QElapsedTimer>();
+    return [done, clock] {
+        if (!clock->isValid() && done())
+            clock->start();
+        return clock->isValid() && clock->hasExpired(60);
+    };
+}
+
+/// A watch with two boards. The receiver does something hostile to one of them, once.
+struct Play
+{
+    using Act = std::function<void(Play &play)>;
+
+    void act()
+    {
+        if (std::exchange(isActed, true))
+            return;
+        const QPointer<QSerialPort> port(newest.communicator ? portOf(newest) : nullptr);
+        hostile(*this);
+        isPortDeleted = !port;
+        isOver = true;
+    }
+    bool isThere(const Board *which) const { return fixture.watch && !fixture.found(which).id.isEmpty(); }
+    bool areBothThere() const { return isThere(subject) && isThere(other); }
+    /// Pulls the cable and waits until the watch knows.
+    bool pull(Wait wait)
+    {
+        subject->pull();
+        return wait(andThenSomeTime([this] { return !isThere(subject); }));
+    }
+    bool plug(Wait wait)
+    {
+        return (subject->isPlugged() || subject->plug()) && wait(andThenSomeTime([this] { return isThere(subject); }));
+    }
+    Communicator *communicator() const { return fixture.found(subject).communicator; }
+
+    Act hostile;
+    WatchFixture fixture;
+    Board *subject = nullptr;
+    Board *other = nullptr;
+    JwDevice::Board newest; // the subject, of the newest signal
+    bool isActed = false;
+    bool isOver = false; // whether the hostile receiver has returned
+    bool isPortDeleted = false; // whether the subject's port was deleted before the hostile receiver returned
+};
+
+/// Makes a signal happen, and calls play.act() in a receiver of it.
+using Trigger = void (*)(Play &play);
+
+void attachSubject(Play &play)
+{
+    play.subject = play.fixture.attach("BoardA");
+}
+
+void findBoth(Play &play)
+{
+    attachSubject(play);
+    QVERIFY(inEventLoop([&] { return play.areBothThere(); }));
+    play.newest = play.fixture.found(play.subject);
+}
+
+void inBoardFound(Play &play)
+{
+    play.fixture.onFound = [&play](const JwDevice::Board &board) {
+        play.newest = board;
+        play.act();
+    };
+    attachSubject(play);
+}
+
+void inBoardLost(Play &play)
+{
+    findBoth(play);
+    play.fixture.onLost = [&play](const JwDevice::Board &board) {
+        play.newest = board;
+        play.act();
+    };
+    play.subject->pull();
+}
+
+void inBoardBack(Play &play)
+{
+    findBoth(play);
+    play.fixture.onBack = [&play](const JwDevice::Board &board) {
+        play.newest = board;
+        play.act();
+    };
+    play.subject->pull();
+    QVERIFY(play.subject->plug());
+}
+
+void inPortsChanged(Play &play)
+{
+    findBoth(play);
+    QVERIFY(inEventLoop([&] { return play.fixture.changes > 0; }));
+    settle();
+    play.fixture.onChange = [&play] { play.act(); };
+    play.fixture.attach("silent");
+}
+
+void inReadyReadOfTheCommunicator(Play &play)
+{
+    findBoth(play);
+    QObject::connect(play.communicator(), qOverload<uint>(&Communicator::readyRead), [&play] { play.act(); });
+    QVERIFY(play.subject->send("$ONE*00\r\n"));
+}
+
+void inTransferred(Play &play)
+{
+    findBoth(play);
+    QObject::connect(play.communicator(), &Communicator::transferred, [&play] { play.act(); });
+    // Longer than the query, because written bytes are counted from the first payload on.
+    play.communicator()->writePayload(QStringLiteral("$TO,THE,BOARD,A*00\r\n"));
+}
+
+void inReadyReadOfThePort(Play &play)
+{
+    findBoth(play);
+    QObject::connect(portOf(play.newest), &QSerialPort::readyRead, [&play] { play.act(); });
+    QVERIFY(play.subject->send("$ONE*00\r\n"));
+}
+
+void inBytesWrittenOfThePort(Play &play)
+{
+    findBoth(play);
+    QObject::connect(portOf(play.newest), &QSerialPort::bytesWritten, [&play] { play.act(); });
+    play.communicator()->writePayload(QStringLiteral("$TO*00\r\n"));
+}
+
+void inErrorOccurredOfThePort(Play &play)
+{
+    findBoth(play);
+    QObject::connect(portOf(play.newest), &QSerialPort::errorOccurred, [&play] { play.act(); });
+    play.subject->pull();
+}
+
+void deleteTheWatch(Play &play)
+{
+    delete play.fixture.watch;
+}
+
+void deleteTheCommunicator(Play &play)
+{
+    delete play.newest.communicator;
+}
+
+void deleteThePortLater(Play &play)
+{
+    portOf(play.newest)->deleteLater();
+}
+
+void deleteThePortLaterAndWait(Play &play)
+{
+    const QPointer<QSerialPort> port(portOf(play.newest));
+    port->deleteLater();
+    inEventLoop(andThenSomeTime([] { return true; }));
+}
+
+void stop(Play &play)
+{
+    play.fixture.watch->stop();
+}
+
+void stopAndStart(Play &play)
+{
+    play.fixture.watch->stop();
+    play.fixture.watch->start();
+}
+
+void stopAndWait(Play &play)
+{
+    play.fixture.watch->stop();
+    QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
+}
+
+void restartAndWait(Play &play)
+{
+    stopAndStart(play);
+    play.subject->plug();
+    QVERIFY(inEventLoop(andThenSomeTime([&] { return play.areBothThere(); })));
+}
+
+void lend(Play &play)
+{
+    play.fixture.watch->lend(play.newest.id);
+}
+
+void lendAndTakeBack(Play &play)
+{
+    play.fixture.watch->lend(play.newest.id);
+    play.fixture.watch->takeBack(play.newest.id);
+    play.subject->plug();
+    QVERIFY(inEventLoop(andThenSomeTime([&] { return play.isThere(play.subject); })));
+}
+
+template <Wait wait>
+void pullAndWait(Play &play)
+{
+    QVERIFY(play.pull(wait));
+}
+
+template <Wait wait>
+void replugAndWait(Play &play)
+{
+    QVERIFY(play.pull(wait));
+    QVERIFY(play.plug(wait));
+}
+
+template <Wait wait>
+void deleteTheWatchAndWait(Play &play)
+{
+    delete play.fixture.watch;
+    QVERIFY(wait(andThenSomeTime([] { return true; })));
+}
+
+struct NamedTrigger
+{
+    const char *name;
+    Trigger trigger;
+    bool isInPortSignal; // whether the port is still in the middle of its own signal
+};
+
+struct NamedAct
+{
+    const char *name;
+    void (*act)(Play &play);
+};
+
+const NamedTrigger triggers[] = {
+    {"boardFound", inBoardFound, false},
+    {"boardLost", inBoardLost, false},
+    {"boardBack", inBoardBack, false},
+    {"portsChanged", inPortsChanged, false},
+    {"Communicator::readyRead", inReadyReadOfTheCommunicator, true},
+    {"Communicator::transferred", inTransferred, true},
+    {"QSerialPort::readyRead", inReadyReadOfThePort, true},
+    {"QSerialPort::bytesWritten", inBytesWrittenOfThePort, true},
+    {"QSerialPort::errorOccurred", inErrorOccurredOfThePort, true},
+};
+
+const NamedAct acts[] = {
+    {"delete the watch", deleteTheWatch},
+    {"delete the watch, run an event loop", deleteTheWatchAndWait<inEventLoop>},
+    {"delete the watch, process events", deleteTheWatchAndWait<byProcessEvents>},
+    {"delete the Communicator", deleteTheCommunicator},
+    {"delete the port later", deleteThePortLater},
+    {"delete the port later, run an event loop", deleteThePortLaterAndWait},
+    {"stop", stop},
+    {"stop, run an event loop", stopAndWait},
+    {"stop and start", stopAndStart},
+    {"stop and start, run an event loop", restartAndWait},
+    {"lend", lend},
+    {"lend, take back, run an event loop", lendAndTakeBack},
+    {"run an event loop in which the cable is pulled", pullAndWait<inEventLoop>},
+    {"run an event loop in which the cable is pulled and put back", replugAndWait<inEventLoop>},
+    {"process events while the cable is pulled", pullAndWait<byProcessEvents>},
+    {"process events while the cable is pulled and put back", replugAndWait<byProcessEvents>},
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Trigger)
+Q_DECLARE_METATYPE(Play::Act)
+
+class TestBoardWatchHostile : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void receiverMayDoAsItLikes_data();
+    void receiverMayDoAsItLikes();
+    void boardLostOfEachBoardComesAlthoughAReceiverStartsAgain();
+    void watchDeletedAtTheFirstOfSeveralLosses();
+};
+
+void TestBoardWatchHostile::receiverMayDoAsItLikes_data()
+{
+    QTest::addColumn<Trigger>("trigger");
+    QTest::addColumn<bool>("isInPortSignal");
+    QTest::addColumn<Play::Act>("hostile");
+    for (const NamedTrigger &trigger : triggers) {
+        for (const NamedAct &act : acts)
+            QTest::addRow("%s: %s", trigger.name, act.name)
+                << trigger.trigger << trigger.isInPortSignal << Play::Act(act.act);
+    }
+}
+
+void TestBoardWatchHostile::receiverMayDoAsItLikes()
+{
+    QFETCH(Trigger, trigger);
+    QFETCH(bool, isInPortSignal);
+    QFETCH(Play::Act, hostile);
+    Play play;
+    play.hostile = hostile;
+    play.other = play.fixture.attach("BoardB");
+    play.fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return play.isThere(play.other); }));
+    trigger(play);
+    QVERIFY(inEventLoop([&] { return play.isOver; }));
+    // Qt would use the deleted port when the signal returns. AddressSanitizer can't see that, because Qt is not built
+    // with it.
+    QVERIFY(!isInPortSignal || !play.isPortDeleted);
+    QVERIFY(play.subject->isPlugged() || play.subject->plug());
+
+    if (!play.fixture.watch) {
+        QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
+        QVERIFY(canBeOpened(play.subject));
+        QVERIFY(canBeOpened(play.other));
+        return;
+    }
+    // Whatever the receiver did, the watch can be brought to have both boards again.
+    play.fixture.watch->start();
+    QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
+    play.fixture.watch->takeBack(QStringLiteral("SIM2:1.0"));
+    QVERIFY(inEventLoop(andThenSomeTime([&] { return play.areBothThere(); })));
+    QString payload;
+    QVERIFY(play.subject->send("$TWO*00\r\n"));
+    QVERIFY(inEventLoop(
+        [&] { return play.communicator()->readPayload(payload) && payload == QLatin1String("$TWO*00\r\n"); }));
+}
+
+void TestBoardWatchHostile::boardLostOfEachBoardComesAlthoughAReceiverStartsAgain()
+{
+    WatchFixture fixture;
+    for (int i = 0; i < 4; ++i)
+        fixture.attach("BoardA");
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 4; }));
+    fixture.onLost = [&](const JwDevice::Board &) { fixture.watch->start(); };
+    fixture.watch->stop();
+    QCOMPARE(fixture.lost.size(), 4);
+    QVERIFY(fixture.watch->isStarted());
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 4; }));
+}
+
+void TestBoardWatchHostile::watchDeletedAtTheFirstOfSeveralLosses()
+{
+    WatchFixture fixture;
+    for (int i = 0; i < 4; ++i)
+        fixture.attach("BoardA");
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 4; }));
+    fixture.onLost = [&](const JwDevice::Board &) { delete fixture.watch; };
+    fixture.watch->stop();
+    QCOMPARE(fixture.lost.size(), 1);
+    const auto boards = fixture.testbed.boards();
+    for (const Board *const board : boards)
+        QVERIFY(canBeOpened(board));
+}
+
+SIMULATED_PORTS_MAIN(TestBoardWatchHostile)
+#include "tst_boardwatch_hostile.moc"

@@ -1,0 +1,195 @@
+#include "support/common/eventloop.h"
+#include "support/common/simulatedportsmain.h"
+#include "support/watch/watchfixture.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+using JwSimulator::Board;
+
+/// Tests a watch that lists the ports at every interval. See support/watch/withoutudev.cpp.
+class TestBoardWatchPoll : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void boardAtTheStartAndLater();
+    void pollIntervalIsOneSecondByDefault();
+    void pulledBoardIsBack();
+    void replugBetweenTwoListsIsNoticed();
+    void boardIsBackAtAnotherPort();
+    void idIsThePlaceWithoutASerialNumber();
+    void boardsWithOneSerialNumberAreToldApartByThePlace();
+    void openPortIsNoChange();
+    void excludedPortIsNeverOpened();
+    void nothingRunsAfterStop();
+};
+
+void TestBoardWatchPoll::boardAtTheStartAndLater()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.watch->setPollInterval(20);
+    QCOMPARE(fixture.watch->pollInterval(), 20);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    const JwDevice::Board board = fixture.watch->boards().first();
+    QCOMPARE(board.idBasis, JwDevice::Board::SerialNumber);
+    QCOMPARE(board.place, QStringLiteral("1-01:1.0"));
+    fixture.attach("BoardB");
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    QCOMPARE(fixture.timeline.last(), QStringLiteral("found SIM2:1.0"));
+}
+
+void TestBoardWatchPoll::pollIntervalIsOneSecondByDefault()
+{
+    WatchFixture fixture;
+    QCOMPARE(fixture.watch->pollInterval(), 1000);
+    QElapsedTimer clock;
+    clock.start();
+    fixture.watch->start();
+    settle();
+    fixture.attach("BoardA");
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    QVERIFY2(clock.elapsed() >= 950, QByteArray::number(clock.elapsed())); // coarse timers are up to 5 % early
+    QVERIFY2(clock.elapsed() < 2500, QByteArray::number(clock.elapsed()));
+}
+
+void TestBoardWatchPoll::pulledBoardIsBack()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA");
+    fixture.watch->setPollInterval(20);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    // The port's own error reports the loss. The list would report it too, but later.
+    board->pull();
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    QTRY_VERIFY(fixture.watch->portReports().isEmpty());
+    QVERIFY(board->plug());
+    QTRY_COMPARE(fixture.timeline,
+                 QStringList({QStringLiteral("found SIM1:1.0"), QStringLiteral("lost SIM1:1.0 cablePulled"),
+                              QStringLiteral("back SIM1:1.0")}));
+}
+
+void TestBoardWatchPoll::replugBetweenTwoListsIsNoticed()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA");
+    Board *const lent = fixture.attach("BoardA");
+    fixture.watch->setPollInterval(200);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    QVERIFY(fixture.watch->lend(QStringLiteral("SIM2:1.0"), JwDevice::BoardWatch::UntilPluggedAgain));
+    for (Board *const replugged : {board, lent}) {
+        replugged->pull();
+        QVERIFY(replugged->plug());
+    }
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM1:1.0")), 1);
+    QCOMPARE(fixture.timeline.count(QStringLiteral("back SIM2:1.0")), 1);
+}
+
+void TestBoardWatchPoll::boardIsBackAtAnotherPort()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA", QStringLiteral("MINE"));
+    fixture.watch->setPollInterval(20);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    board->pull();
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    const Board *const elsewhere = fixture.attach("BoardA", QStringLiteral("MINE"));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back MINE:1.0"));
+    QCOMPARE(fixture.watch->boards().first().portName, elsewhere->portName());
+}
+
+void TestBoardWatchPoll::idIsThePlaceWithoutASerialNumber()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA", QStringLiteral(""));
+    fixture.watch->setPollInterval(20);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found 1-01:1.0")});
+    QCOMPARE(fixture.watch->boards().first().idBasis, JwDevice::Board::Place);
+    board->pull();
+    QTRY_VERIFY(fixture.watch->portReports().isEmpty());
+    QVERIFY(board->plug());
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back 1-01:1.0"));
+}
+
+void TestBoardWatchPoll::boardsWithOneSerialNumberAreToldApartByThePlace()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA", QStringLiteral("TWIN"));
+    fixture.watch->setPollInterval(20);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    const Board *const second = fixture.attach("BoardA", QStringLiteral("TWIN"));
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    QCOMPARE(fixture.timeline.last(), QStringLiteral("found 1-02:1.0"));
+    QCOMPARE(fixture.found(second).idBasis, JwDevice::Board::Place);
+    QVERIFY(fixture.found(second).sharesSerialNumber);
+}
+
+void TestBoardWatchPoll::openPortIsNoChange()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA");
+    fixture.watch->setPollInterval(10);
+    int lists = 0;
+    fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {
+        ++lists;
+        return true;
+    });
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    // Traffic changes the times of the node in /dev.
+    const int before = lists;
+    while (lists < before + 50) {
+        QVERIFY(board->send("$DATA*00\r\n"));
+        fixture.watch->boards().first().communicator->writePayload(QStringLiteral("$TO*00\r\n"));
+        QVERIFY(runUntil([&, now = lists] { return lists > now; }));
+    }
+    QCOMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    QCOMPARE(fixture.attempts(board), 1);
+}
+
+void TestBoardWatchPoll::excludedPortIsNeverOpened()
+{
+    WatchFixture fixture;
+    const Board *const excluded = fixture.attach("BoardA", QStringLiteral("SECRET"));
+    fixture.attach("BoardA");
+    fixture.watch->setPollInterval(20);
+    fixture.watch->setNeverOpened({QStringLiteral("SECRET")});
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    QCOMPARE(fixture.attempts(excluded), 0);
+}
+
+void TestBoardWatchPoll::nothingRunsAfterStop()
+{
+    WatchFixture fixture;
+    int lists = 0;
+    fixture.watch->setPollInterval(10);
+    fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {
+        ++lists;
+        return true;
+    });
+    fixture.attach("silent");
+    fixture.watch->start();
+    QTRY_VERIFY(lists >= 5);
+    fixture.watch->stop();
+    settle();
+    QVERIFY(fixture.isAtRest());
+    const int before = lists;
+    QTimer timer;
+    int ticks = 0;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&ticks] { ++ticks; });
+    timer.start(10);
+    QTRY_VERIFY(ticks >= 10);
+    QCOMPARE(lists, before);
+}
+
+SIMULATED_PORTS_MAIN(TestBoardWatchPoll)
+#include "tst_boardwatch_poll.moc"

@@ -1,0 +1,80 @@
+#include "support/common/eventloop.h"
+#include "support/common/simulatedportsmain.h"
+#include "support/watch/sleepyboard.h"
+
+#include <QTest>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+/// Sets the clock to the present time. The kernel reports that to programs in the same way as a resume. Returns false
+/// if the system refuses.
+bool setClock()
+{
+    timespec now;
+    return ::clock_gettime(CLOCK_REALTIME, &now) == 0 && ::clock_settime(CLOCK_REALTIME, &now) == 0;
+}
+
+} // namespace
+
+class TestBoardWatchResume : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void clockSetChecksEveryBoard();
+    void clockSetAfterStopDoesNothing();
+};
+
+void TestBoardWatchResume::clockSetChecksEveryBoard()
+{
+    WatchFixture fixture;
+    SleepyBoard first(fixture);
+    SleepyBoard second(fixture);
+    fixture.watch->setMaxRetries(0);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 2);
+    settle();
+    for (int round = 1; round <= 2; ++round) {
+        QVERIFY(setClock());
+        QTRY_COMPARE(first.queries, 1 + round);
+        QTRY_COMPARE(second.queries, 1 + round);
+        settle(); // the watch reads the answers, so the check is over
+    }
+    second.isAwake = false;
+    QVERIFY(setClock());
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM2:1.0 noAnswer"));
+    QCOMPARE(fixture.timeline.size(), 3);
+}
+
+void TestBoardWatchResume::clockSetAfterStopDoesNothing()
+{
+    WatchFixture fixture;
+    SleepyBoard sleepy(fixture);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    fixture.watch->stop();
+    QVERIFY(setClock());
+    settle();
+    QCOMPARE(sleepy.queries, 1);
+}
+
+int main(int argc, char **argv)
+{
+    JwSimulator::ensurePreloaded(argv);
+    if (!setClock()) {
+        constexpr int notRun = 77;
+        std::printf("Left out: tst_boardwatch_resume: this system does not let this user set the clock (%s)\n",
+                    std::strerror(errno));
+        return notRun;
+    }
+    QCoreApplication application(argc, argv);
+    TestBoardWatchResume test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_boardwatch_resume.moc"

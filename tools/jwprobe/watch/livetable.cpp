@@ -1,0 +1,144 @@
+#include "livetable.h"
+
+#include <common/boardtype.h>
+#include <common/portname.h>
+#include <common/printable.h>
+#include <jwprobe/output/output.h>
+#include <jwprobe/output/table.h>
+
+#include <algorithm>
+
+namespace JwProbe {
+
+namespace {
+
+constexpr int mostLost = 100;
+
+QString stateText(const WatchEvent &event)
+{
+    switch (event.kind) {
+    case WatchEvent::Found:
+        return QStringLiteral("found");
+    case WatchEvent::Back:
+        return QStringLiteral("back");
+    default:
+        return lossText(event.board.loss);
+    }
+}
+
+QString sinceText(const QDateTime &since)
+{
+    const bool isToday = since.date() == QDate::currentDate();
+    return since.toString(isToday ? QStringLiteral("HH:mm:ss") : QStringLiteral("yyyy-MM-dd"));
+}
+
+int linesOfTerminal(const QString &line, int width)
+{
+    return std::max(1, (line.size() + width - 1) / width);
+}
+
+} // namespace
+
+LiveTable::LiveTable(const QString &title)
+    : m_title(title)
+{
+}
+
+void LiveTable::add(const WatchEvent &event)
+{
+    const auto hasId = [&event](const Row &row) { return row.board.id == event.board.id; };
+    auto row = std::find_if(m_rows.begin(), m_rows.end(), hasId);
+    if (row == m_rows.end())
+        row = m_rows.insert(m_rows.end(), Row());
+    if (event.kind == WatchEvent::Payload) {
+        ++row->payloads;
+        return;
+    }
+    row->board = event.board;
+    row->state = stateText(event);
+    row->since = event.time;
+    if (event.kind == WatchEvent::Lost) {
+        ++row->losses;
+        forgetOldest();
+    }
+}
+
+// A faulty device may have a new serial number at each plug.
+void LiveTable::forgetOldest()
+{
+    const auto isLost = [](const Row &row) { return row.board.loss != JwDevice::Board::NotLost; };
+    if (std::count_if(m_rows.begin(), m_rows.end(), isLost) <= mostLost)
+        return;
+    const auto isOlder = [&isLost](const Row &a, const Row &b) {
+        return isLost(a) != isLost(b) ? isLost(a) : a.since < b.since;
+    };
+    m_rows.erase(std::min_element(m_rows.begin(), m_rows.end(), isOlder));
+}
+
+QString LiveTable::redrawn(int width, int height)
+{
+    QStringList shown = lines(width);
+    const int room = std::max(2, height - 1); // the cursor stands below the last line
+    if (shown.size() > room) {
+        const int hidden = shown.size() - room + 1;
+        shown = shown.mid(0, room - 1);
+        shown.append(QStringLiteral("(%1 more lines)").arg(hidden));
+    }
+    for (QString &line : shown)
+        line.truncate(width);
+    if (shown == m_drawn)
+        return QString();
+
+    // The terminal may be narrower than at the last time. Then a line takes more than one line of the terminal.
+    int drawn = 0;
+    for (const QString &line : qAsConst(m_drawn))
+        drawn += linesOfTerminal(line, width);
+    m_drawn = shown;
+    const QString up = drawn > 0 ? QStringLiteral("\033[%1A").arg(drawn) : QString();
+    return QLatin1Char('\r') + up + QLatin1String("\033[J") + shown.join(QLatin1Char('\n')) + QLatin1Char('\n');
+}
+
+QStringList LiveTable::lines(int width) const
+{
+    return (m_title + QLatin1String("\n\n") + boardText(width) + refusalText(width))
+        .chopped(1)
+        .split(QLatin1Char('\n'));
+}
+
+QString LiveTable::boardText(int width) const
+{
+    if (m_rows.isEmpty())
+        return QStringLiteral("No board was found yet.\n");
+    Table table({QStringLiteral("TYPE"), QStringLiteral("PORT"), QStringLiteral("ID"), QStringLiteral("HARDWARE"),
+                 QStringLiteral("STATE"), QStringLiteral("SINCE"), QStringLiteral("LOST"), QStringLiteral("PAYLOADS")});
+    for (const Row &row : m_rows) {
+        const QString note = row.board.sharesSerialNumber
+            ? QStringLiteral("another board has the same serial number: %1").arg(orDash(row.board.serialNumber))
+            : QString();
+        table.addRow({JwTools::boardName(row.board.type), row.board.portName, orDash(row.board.id),
+                      orDash(row.board.hardwareVersion), row.state, sinceText(row.since), QString::number(row.losses),
+                      QString::number(row.payloads)},
+                     note);
+    }
+    return table.toText(width);
+}
+
+QString LiveTable::refusalText(int width) const
+{
+    if (m_refusals.isEmpty())
+        return QString();
+    QStringList names = m_refusals.keys();
+    std::sort(names.begin(), names.end(), &JwTools::isPortBefore);
+    int nameWidth = 0;
+    for (const QString &name : qAsConst(names))
+        nameWidth = std::max(nameWidth, name.size());
+    QString text = QStringLiteral("\nPorts without a board:\n");
+    for (const QString &name : qAsConst(names)) {
+        text += QStringLiteral("  %1  %2\n")
+                    .arg(name, -nameWidth)
+                    .arg(wrapped(m_refusals[name].summary, nameWidth + 4, width));
+    }
+    return text;
+}
+
+} // namespace JwProbe

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "refusals.h"
+#include "watchevent.h"
+
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+namespace JwProbe {
+
+/// The table of a watch, drawn on a terminal again and again at the same place.
+class LiveTable
+{
+public:
+    /// `title` is the first line.
+    explicit LiveTable(const QString &title);
+
+    /// Takes an event of a board. Of the lost boards, the table keeps the newest 100.
+    void add(const WatchEvent &event);
+    void setRefusals(const QMap<QString, Refusal> &refusals) { m_refusals = refusals; }
+
+    /// Returns the text that replaces the table that was drawn before, or nothing if the table has not changed. The
+    /// terminal has `width` columns and `height` lines. Lines that do not fit are left out.
+    QString redrawn(int width, int height);
+
+private:
+    struct Row
+    {
+        JwDevice::Board board;
+        QString state;
+        QDateTime since;
+        int losses = 0;
+        qint64 payloads = 0;
+    };
+
+    void forgetOldest();
+    QStringList lines(int width) const;
+    QString boardText(int width) const;
+    QString refusalText(int width) const;
+
+    const QString m_title;
+    QVector<Row> m_rows; // in the order in which the boards were first found
+    QMap<QString, Refusal> m_refusals; // by port name
+    QStringList m_drawn; // the lines on the terminal
+};
+
+} // namespace JwProbe

@@ -1,0 +1,230 @@
+#include "watchedport.h"
+
+#include "portguard.h"
+
+#include <device/boardrules.h>
+#include <device/communicator.h>
+#include <device/initializer.h>
+#include <device/porterrors.h>
+#include <device/wholelines.h>
+#include <nmea/exception.h>
+#include <nmea/parserinit.h>
+
+#include <QSerialPort>
+
+#include <utility>
+
+namespace JwDevice {
+
+namespace {
+
+QStringList queriesOf(Type type)
+{
+    Nmea::ParserInit parser;
+    parser.init();
+    QStringList sentences;
+    const QList<SentenceKey> keys = queriesFor({type});
+    for (const SentenceKey key : keys) {
+        SessionInit record = queryRecord(key);
+        QString sentence;
+        parser.build(&record, sentence);
+        sentences.append(sentence);
+    }
+    return sentences;
+}
+
+} // namespace
+
+WatchedPort::WatchedPort(const SystemPort &port, const WatchSettings &settings, QObject *parent)
+    : QObject(parent)
+    , m_system(port)
+    , m_settings(settings)
+{
+    m_report.portName = port.info.portName();
+    m_report.location = port.info.systemLocation();
+    m_report.manufacturer = port.info.manufacturer();
+    m_report.product = port.info.description();
+    m_report.serialNumber = port.info.serialNumber();
+    m_deadline.setSingleShot(true);
+    m_checkTimer.setSingleShot(true);
+    m_checkTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_deadline, &QTimer::timeout, this, [this] {
+        endProbe();
+        Q_EMIT probeEnded();
+    });
+    connect(&m_checkTimer, &QTimer::timeout, this, &WatchedPort::onCheckTimer);
+}
+
+WatchedPort::~WatchedPort()
+{
+    close(PortGuard::Now);
+}
+
+void WatchedPort::probe()
+{
+    auto *const initializer = new Initializer(this);
+    m_initializer = initializer;
+    initializer->setMaxRetries(m_settings.maxRetries);
+    initializer->setPortObserver([this](const PortEvent &event) {
+        Q_EMIT reportChanged();
+        if (const auto observer = m_settings.observer) // a copy, because the observer may set another one
+            observer(event);
+    });
+    connect(initializer, &Initializer::deviceInitialized, this, [this](Type, Communicator *communicator) {
+        endProbe();
+        adopt(communicator);
+        // From the event loop, because the port is emitting readyRead() now, and does not emit it again before the
+        // receivers return. A receiver that runs an event loop would hear nothing from the board. Until then nobody
+        // listens to the Communicator, so it is not bound.
+        QMetaObject::invokeMethod(
+            this,
+            [this, guard = m_guard] {
+                if (!guard || guard != m_guard)
+                    return;
+                m_isReported = true;
+                m_guard->bind(m_communicator);
+                Q_EMIT boardAnswered();
+            },
+            Qt::QueuedConnection);
+    });
+    // Emitted once for each wanted type, but the first is enough. The port is closed now, so that others can use it.
+    connect(initializer, &Initializer::deviceNotFound, this, [this, initializer] {
+        if (m_initializer != initializer)
+            return;
+        endProbe();
+        Q_EMIT probeEnded();
+    });
+    // If a board of another type answered, the Initializer never ends.
+    const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
+    const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
+    m_deadline.start(delay + rounds * replyTime);
+    initializer->probePort(m_settings.types, m_system.info, m_settings.delay);
+}
+
+PortReport WatchedPort::report() const
+{
+    return m_initializer ? m_initializer->portReports().constFirst() : m_report;
+}
+
+void WatchedPort::endProbe()
+{
+    m_deadline.stop();
+    m_report = m_initializer->portReports().constFirst();
+    m_initializer->disconnect(this);
+    m_initializer->setPortObserver({});
+    m_initializer->setMaxRetries(0); // otherwise it logs a retry round for the types that are not on this port
+    // Not delete, because this runs in a signal of the Initializer. Without a parent, because a receiver of the next
+    // signal may delete this object.
+    m_initializer->setParent(nullptr);
+    std::exchange(m_initializer, nullptr)->deleteLater();
+}
+
+void WatchedPort::adopt(Communicator *communicator)
+{
+    auto *const port = static_cast<QSerialPort *>(communicator->device());
+    m_communicator = communicator;
+    // Before the guard, which connects the Communicator again: a receiver of a payload may run an event loop, and the
+    // board is not silent meanwhile.
+    connect(port, &QSerialPort::readyRead, this, &WatchedPort::onHeard);
+    // Bytes that arrived in that event loop are read later, without a signal of the port.
+    connect(communicator, qOverload<>(&Communicator::readyRead), this, &WatchedPort::onHeard);
+    m_guard = new PortGuard(port, communicator);
+    // Both are deleted by the application, if at all: lose() and close() disconnect them first.
+    connect(communicator, &QObject::destroyed, this, [this, communicator] {
+        // A receiver of boardLost() may run an event loop, which deletes the port with its children.
+        communicator->setParent(nullptr);
+        lose(Board::Released);
+    });
+    connect(new PortErrors(port), &PortErrors::portLost, this, &WatchedPort::onPortLost);
+    m_check = Check::Off;
+    if (m_settings.checkInterval > 0)
+        m_checkTimer.start(m_settings.checkInterval);
+}
+
+void WatchedPort::onHeard()
+{
+    m_check = Check::Off;
+    if (m_settings.checkInterval > 0)
+        m_checkTimer.start(m_settings.checkInterval);
+    else
+        m_checkTimer.stop();
+}
+
+qint64 WatchedPort::unreadBytes() const
+{
+    return qobject_cast<WholeLinesBase *>(m_guard->parent())->bytesReceived();
+}
+
+void WatchedPort::onPortLost(bool isDeviceGone)
+{
+    lose(isDeviceGone ? Board::CablePulled : Board::PortFailed);
+}
+
+void WatchedPort::check()
+{
+    if (!m_communicator || m_check != Check::Off)
+        return;
+    m_check = Check::Asked;
+    m_unreadBytes = unreadBytes();
+    m_checkTimer.start(replyTime);
+    const QStringList queries = queriesOf(m_report.type);
+    for (const QString &query : queries) {
+        if (m_communicator) // a receiver may delete it
+            m_communicator->writePayload(query);
+    }
+}
+
+void WatchedPort::onCheckTimer()
+{
+    switch (m_check) {
+    case Check::Off:
+        check();
+        break;
+    case Check::Asked:
+        m_check = Check::Late;
+        m_checkTimer.start(0);
+        break;
+    case Check::Late:
+        // While a receiver of a payload runs an event loop, bytes arrive without a signal.
+        if (unreadBytes() != m_unreadBytes)
+            onHeard();
+        else
+            lose(Board::NoAnswer);
+        break;
+    }
+}
+
+void WatchedPort::lose(Board::Loss loss)
+{
+    m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
+    const bool isReported = m_isReported;
+    close();
+    if (isReported)
+        Q_EMIT boardLost(loss);
+    else
+        Q_EMIT probeEnded();
+}
+
+void WatchedPort::close()
+{
+    close(PortGuard::Later);
+}
+
+void WatchedPort::close(PortGuard::When when)
+{
+    m_deadline.stop();
+    delete std::exchange(m_initializer,
+                         nullptr); // no signal of the Initializer is running; those begin with endProbe()
+    m_checkTimer.stop();
+    m_check = Check::Off;
+    m_isReported = false;
+    if (m_communicator)
+        m_communicator->disconnect(this);
+    m_communicator = nullptr;
+    if (PortGuard *const guard = std::exchange(m_guard, nullptr)) {
+        guard->parent()->disconnect(this);
+        guard->dispose(when);
+    }
+}
+
+} // namespace JwDevice
