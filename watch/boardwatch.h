@@ -66,34 +66,34 @@ public:
 
     /// Sets the wanted types of board. By default, all types (see boardTypes()).
     void setTypes(const QList<JwDevice::Type> &types);
-    QList<JwDevice::Type> types() const;
+    QList<JwDevice::Type> types() const; ///< returns the value of setTypes()
     /// Sets which ports are probed. Without a rule, isCandidate().
     void setCandidateRule(std::function<bool(const QSerialPortInfo &port)> rule);
     /// Sets ports that are never opened. Each entry is a port name ("ttyACM0"), a location ("/dev/ttyACM0"), a USB
     /// serial number, or a USB vendor and product id in hexadecimal digits ("0483:5740"). On Linux, a port whose udev
     /// property `JWDEVICE_IGNORE` is "1" is never opened either.
     void setNeverOpened(const QStringList &ports);
-    QStringList neverOpened() const;
+    QStringList neverOpened() const; ///< returns the value of setNeverOpened()
     /// Sets how many rounds ask a silent port again. The default is 3. See Initializer::setMaxRetries().
     void setMaxRetries(uint maxRetries);
-    uint maxRetries() const;
+    uint maxRetries() const; ///< returns the value of setMaxRetries()
     /// Sets the time in ms between the appearance of a port and its probe, if BoardC is wanted. The default is 0.
     void setDelay(int delay);
-    int delay() const;
+    int delay() const; ///< returns the value of setDelay()
     /// Sets the time in ms after which a board that said nothing is asked its query again. If it does not answer within
     /// replyTime, it is lost. 0, the default, turns this check off. The application receives the answers too.
     void setCheckInterval(int interval);
-    int checkInterval() const;
+    int checkInterval() const; ///< returns the value of setCheckInterval()
     /// Sets the time in ms between two lists of the ports, where the system reports no events. The default is 1000.
     void setPollInterval(int interval);
-    int pollInterval() const;
+    int pollInterval() const; ///< returns the value of setPollInterval()
 
     /// Starts to watch. The signals are emitted later, from the event loop. If the watch runs, does nothing.
     void start();
     /// Ends the watch and closes all ports. Emits boardLost() for each board. The next start() knows no board, so it
     /// finds each board by boardFound().
     void stop();
-    bool isStarted() const;
+    bool isStarted() const; ///< returns true between start() and stop()
 
     /// Returns the boards that are there, sorted by port name.
     QList<JwDevice::Board> boards() const;

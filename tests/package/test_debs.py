@@ -8,8 +8,8 @@ import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
 # Faults that lintian may find: these packages close no bug report of Debian, and CPack always adds calls of ldconfig,
-# although a trigger in the packages already calls ldconfig.
-TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig"
+# although a trigger in the packages already calls ldconfig. The name libjwdevice-watch0.1 has a hyphen for people.
+TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig,package-name-doesnt-match-sonames"
 
 
 class Packages(unittest.TestCase):
