@@ -67,7 +67,7 @@ struct BoardConfig
     /// The cable is pulled this many milliseconds after the port appeared, but not before the event loop runs. This
     /// happens `cycles` times. -1 means never.
     int pullAfter = -1;
-    /// The cable is pulled after the board sent this many bytes since the port appeared. The host gets up to 100 ms to
+    /// The cable is pulled after the board sent this many bytes since the port appeared. The host gets up to a second to
     /// read the bytes before the pull. This happens `cycles` times. -1 means never.
     int pullAfterBytes = -1;
     /// The cable is plugged in again, this many milliseconds after `pullAfter` or `pullAfterBytes` pulled it. -1 means

@@ -249,6 +249,8 @@ QString BoardWatch::Private::exclusionOf(const SystemPort &port) const
 
 bool BoardWatch::Private::probeOne()
 {
+    if (active.types.isEmpty())
+        return false;
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
@@ -437,7 +439,7 @@ int BoardWatch::checkInterval() const
 
 void BoardWatch::setPollInterval(int interval)
 {
-    m_private->pollInterval = interval;
+    m_private->pollInterval = qMax(interval, 1);
 }
 
 int BoardWatch::pollInterval() const

@@ -64,7 +64,7 @@ public:
 
     // The following settings take effect at the next start().
 
-    /// Sets the wanted types of board. By default, all types (see boardTypes()).
+    /// Sets the wanted types of board. By default, all types (see boardTypes()). If `types` is empty, no port is opened.
     void setTypes(const QList<JwDevice::Type> &types);
     QList<JwDevice::Type> types() const; ///< returns the value of setTypes()
     /// Sets which ports are probed. Without a rule, isCandidate().
@@ -84,7 +84,8 @@ public:
     /// replyTime, it is lost. 0, the default, turns this check off. The application receives the answers too.
     void setCheckInterval(int interval);
     int checkInterval() const; ///< returns the value of setCheckInterval()
-    /// Sets the time in ms between two lists of the ports, where the system reports no events. The default is 1000.
+    /// Sets the time in ms between two lists of the ports, where the system reports no events. The default is 1000,
+    /// the smallest value 1.
     void setPollInterval(int interval);
     int pollInterval() const; ///< returns the value of setPollInterval()
 

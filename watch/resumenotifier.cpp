@@ -34,7 +34,9 @@ bool ResumeNotifier::arm()
     // The timer is never due. But the kernel cancels it when the clock jumps, and a resume is such a jump.
     itimerspec never{};
     never.it_value.tv_sec = std::numeric_limits<decltype(never.it_value.tv_sec)>::max();
-    return ::timerfd_settime(m_descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr) == 0;
+    // ECANCELED says that the clock has jumped since the last read; the timer is armed all the same.
+    return ::timerfd_settime(m_descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr) == 0
+        || errno == ECANCELED;
 }
 
 void ResumeNotifier::onActivated()

@@ -18,6 +18,7 @@ class TestBoardWatchFound : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void withoutATypeNoPortIsOpened();
     void boardAtTheStart();
     void boardPluggedInLater();
     void boardPluggedInBetweenStartAndTheFirstTurnOfTheEventLoop();
@@ -447,6 +448,19 @@ void TestBoardWatchFound::portsChangedComesWithEachChange()
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(1, 1));
     board->pull();
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(0, 0));
+}
+
+void TestBoardWatchFound::withoutATypeNoPortIsOpened()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    fixture.watch->setTypes({});
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->portReports().size(), 1);
+    settle();
+    QCOMPARE(fixture.watch->portReports().first().verdict, PortReport::NotOpened);
+    QCOMPARE(fixture.attempts(board), 0);
+    fixture.watch->stop();
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchFound)
