@@ -151,7 +151,7 @@ void TestJwprobeWatch::boardIsFoundLostAndBackWithOneId()
         QVERIFY(milliseconds > before && milliseconds < 4000);
         before = milliseconds;
     }
-    // The board is away for 400 ms.
+    // The board is away for 400 ms. The times of the events are not exact, so this accepts 350 ms too.
     QVERIFY(events[2][QLatin1String("milliseconds")].toDouble() - events[1][QLatin1String("milliseconds")].toDouble()
             >= 350);
 }

@@ -301,7 +301,7 @@ void WatchPlay::onEvent(const PortEvent &event)
         m_model.opened(event.portName);
     } else if (event.kind == PortEvent::NotOpened) {
         note(QStringLiteral("%1 not opened: %2").arg(event.portName, event.text));
-        // The preload library has few entries for ports. A failed open() uses one for the descriptor -1; this frees it.
+        // The preload library can track only few ports. A failed open() uses one of its entries; this call frees it.
         ::close(-1);
         m_model.notOpened(event.portName);
     }
