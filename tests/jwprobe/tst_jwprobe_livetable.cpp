@@ -27,7 +27,7 @@ QMap<QString, Refusal> refusals(const QStringList &ports, const QString &summary
 
 } // namespace
 
-/// Tests the text with which a watch draws its table.
+/// Tests the table that jwprobe --watch draws on a terminal.
 class TestJwprobeLiveTable : public QObject
 {
     Q_OBJECT
@@ -123,7 +123,7 @@ void TestJwprobeLiveTable::drawingReplacesTheTableBefore()
 {
     LiveTable table(QStringLiteral("title"));
     table.add(makeEvent(WatchEvent::Found, QStringLiteral("X")));
-    QVERIFY(table.redrawn(80, 24).startsWith(QLatin1String("\r\033[J"))); // nothing to replace
+    QVERIFY(table.redrawn(80, 24).startsWith(QLatin1String("\r\033[J"))); // there is no older table to clear
     table.add(makeEvent(WatchEvent::Found, QStringLiteral("Y")));
     QVERIFY(table.redrawn(80, 24).startsWith(QLatin1String("\r\033[4A\033[J")));
     table.add(makeEvent(WatchEvent::Found, QStringLiteral("Z")));
@@ -155,8 +155,8 @@ void TestJwprobeLiveTable::tableIsNoHigherThanTheTerminal()
     for (int i = 0; i < 20; ++i)
         table.add(makeEvent(WatchEvent::Found, QString::number(i)));
     const QStringList shown = lines(table, 80, 10);
-    QCOMPARE(shown.size(), 9); // one line is for the cursor
-    QCOMPARE(shown.last(), QStringLiteral("(15 more lines)")); // 23 lines, of which 8 are shown
+    QCOMPARE(shown.size(), 9); // the tenth line is for the cursor
+    QCOMPARE(shown.last(), QStringLiteral("(15 more lines)")); // the table has 23 lines, and 8 of them are shown
 }
 
 void TestJwprobeLiveTable::oldestLostBoardIsForgotten()

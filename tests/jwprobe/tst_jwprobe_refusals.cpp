@@ -28,7 +28,7 @@ PortReport excluded(const char *why)
 
 } // namespace
 
-/// Tests which ports a watch reports as refused, and when.
+/// Tests which ports jwprobe --watch reports as refused, and when.
 class TestJwprobeRefusals : public QObject
 {
     Q_OBJECT
@@ -50,7 +50,8 @@ void TestJwprobeRefusals::portThatIsStillProbedIsNotRefused()
 {
     Refusals refusals;
     QVERIFY(refusals.update({report(PortReport::Awaiting)}).isEmpty());
-    QVERIFY(refusals.update({report(PortReport::NotOpened)}).isEmpty()); // not tried yet
+    // NotOpened without an error text: the watch did not try the port yet.
+    QVERIFY(refusals.update({report(PortReport::NotOpened)}).isEmpty());
     QVERIFY(refusals.update({report(PortReport::HandedOver)}).isEmpty());
     QVERIFY(refusals.all().isEmpty());
 }
@@ -146,7 +147,7 @@ void TestJwprobeRefusals::trapStaysWhileItsPortIsThere()
     Refusals refusals;
     QCOMPARE(refusals.add(port, trap)->summary, QStringLiteral("a named pipe"));
     QVERIFY(!refusals.add(port, trap));
-    QVERIFY(refusals.update({}).isEmpty()); // the watch does not know the port
+    QVERIFY(refusals.update({}).isEmpty()); // the trap stays, although the watch has no report on its port
     QCOMPARE(refusals.all().size(), 1);
     // The trap is gone, and the watch found a board.
     refusals.update({report(PortReport::HandedOver)});

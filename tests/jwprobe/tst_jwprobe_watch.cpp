@@ -60,7 +60,8 @@ QStringList sorted(QStringList list)
     return list;
 }
 
-/// Returns whether jwprobe wrote something to the board on `port`, from jwsim's report.
+/// Returns whether jwprobe wrote something to the board on `port`. `report` is the name of the file with jwsim's
+/// report.
 bool wasAsked(const QString &report, const QString &port)
 {
     QFile file(report);
@@ -76,7 +77,7 @@ bool wasAsked(const QString &report, const QString &port)
 
 } // namespace
 
-/// Tests jwprobe --watch with pipes and on a terminal, and --id.
+/// Tests two options of jwprobe: --watch, with its output in a pipe or on a terminal, and --id.
 class TestJwprobeWatch : public QObject
 {
     Q_OBJECT
@@ -150,7 +151,7 @@ void TestJwprobeWatch::boardIsFoundLostAndBackWithOneId()
         QVERIFY(milliseconds > before && milliseconds < 4000);
         before = milliseconds;
     }
-    // The board is away for 400 ms.
+    // The board is away for 400 ms. The times of the events are not exact, so this accepts 350 ms too.
     QVERIFY(events[2][QLatin1String("milliseconds")].toDouble() - events[1][QLatin1String("milliseconds")].toDouble()
             >= 350);
 }
@@ -262,7 +263,7 @@ void TestJwprobeWatch::refusedPortSaysWhy()
 
 void TestJwprobeWatch::refusedPortIsReportedOnce()
 {
-    // The watch tries the port again twice a second.
+    // The watch tries to open the port twice a second, but jwprobe must report it only once.
     const Outcome outcome =
         runJwprobe({boardOn("BoardA", m_ports[0], "open=busy")}, watching("--json --deadline 2500"));
     QCOMPARE(texts(eventsOf(outcome.output), "event"), QStringList(QStringLiteral("refused")));
@@ -279,13 +280,15 @@ void TestJwprobeWatch::refusedPortMayBecomeABoard()
 
 void TestJwprobeWatch::lostBoardIsNoRefusedPort()
 {
-    // Often the port reports the pull before udev does. So the watch still lists the port for a moment.
+    // Often the port reports the pull before udev does. Then the watch still lists the port for a moment, and jwprobe
+    // must not report it as refused.
     const Outcome outcome =
         runJwprobe({boardOn("BoardA", m_ports[0], "pull-after=60,replug-after=40,cycles=40,replies=50,chunk=10,gap=1")},
                    watching("--json --deadline 6000"));
     const QList<QJsonObject> events = eventsOf(outcome.output);
     QVERIFY(texts(events, "event").count(QStringLiteral("lost")) >= 10);
-    // On a busy machine, the cable may be pulled before the board has answered. Then the port is refused.
+    // On a busy machine, the cable may be pulled before the board has answered. Then jwprobe may report the port as
+    // refused, but not as a port where something answered.
     const QStringList summaries = texts(eventsOf(outcome.output, "refused"), "summary");
     for (const QString &summary : summaries)
         QVERIFY2(!summary.contains(QLatin1String("answered")), qPrintable(summary));
@@ -364,7 +367,7 @@ void TestJwprobeWatch::signalEndsItCleanly()
     QVERIFY(run.finish());
     QCOMPARE(run.status(), 0);
     QCOMPARE(run.error(), QByteArray());
-    QVERIFY(eventsOf(run.output(), "lost").isEmpty()); // the board is still there
+    QVERIFY(eventsOf(run.output(), "lost").isEmpty()); // the end of jwprobe is not a loss of the board
 }
 
 void TestJwprobeWatch::deadlineGivesTheStatusOfASearch_data()
@@ -466,7 +469,7 @@ void TestJwprobeWatch::terminalShowsATable()
     WAIT_FOR(shows(row(m_ports[0], "found")));
     WAIT_FOR(shows(row(m_ports[0], "cable pulled")));
     WAIT_FOR(shows(row(m_ports[1], "back")));
-    QVERIFY(run.screen().contains("\033[J")); // each table replaces the one before
+    QVERIFY(run.screen().contains("\033[J")); // jwprobe clears the old table before it draws a new one
     QVERIFY(run.type("\x03"));
     WAIT_FOR(run.isOver());
     QCOMPARE(run.status(), 0);
@@ -509,7 +512,7 @@ void TestJwprobeWatch::idSelectsTheBoardOfASearch()
     const Outcome outcome = runProgram(
         jwsimProgram(),
         simulated(boards, {QStringLiteral("sh"), QStringLiteral("-c"), script, jwprobeProgram(), id, m_ports[1]}));
-    QCOMPARE(outcome.status, 0); // although no BoardB and no BoardC was found
+    QCOMPARE(outcome.status, 0); // success, although no BoardB and no BoardC was found
     const QJsonObject document = QJsonDocument::fromJson(outcome.output).object();
     const QJsonArray found = document[QLatin1String("boards")].toArray();
     QCOMPARE(found.size(), 1);
@@ -562,8 +565,8 @@ void TestJwprobeWatch::absentIdNamesTheIdsThatAreThere()
     QVERIFY2(outcome.output.contains("No port has the id \"THREE:1.0\""), outcome.output.constData());
     QVERIFY(outcome.output.contains(QStringLiteral("ONE:1.0 (%1)").arg(m_ports[0]).toLatin1()));
     QVERIFY(outcome.output.contains(QStringLiteral("TWO:1.0 (%1)").arg(m_ports[1]).toLatin1()));
-    QVERIFY(!outcome.output.contains("OTHER")); // not a board
-    QVERIFY(!outcome.output.contains("7300022")); // no board was asked
+    QVERIFY(!outcome.output.contains("OTHER")); // the port is no candidate, so it is not in the list
+    QVERIFY(!outcome.output.contains("7300022")); // the hardware version, which only an asked board tells
 
     QCOMPARE(runJwprobe(boards, {QStringLiteral("--id=THREE:1.0"), QStringLiteral("--doctor")}).status, 3);
 }

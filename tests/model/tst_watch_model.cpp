@@ -13,7 +13,7 @@
 // The schedules don't contain:
 // - a system without events of udev, where the watch lists the ports by a timer
 // - a port that is there, but reports only errors
-// - a real suspend; the application calls checkBoards()
+// - a real suspend: the application calls checkBoards() instead
 // - a candidate rule, or more than four boards
 #include "support/common/recordsink.h"
 #include "support/model/runningseed.h"
@@ -58,7 +58,8 @@ private:
     WatchPorts m_ports;
 };
 
-/// Returns the first rule that the watch breaks, after what happened before. Empty if the watch keeps all rules.
+/// Runs the schedule. If the watch breaks a rule, returns a text: what happened last, and the rule. Otherwise returns
+/// an empty text.
 QString TestWatchModel::difference(const WatchSchedule &schedule)
 {
     WatchPlay play(schedule, m_ports, *virtualClock);

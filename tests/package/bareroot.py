@@ -19,7 +19,7 @@ import tempfile
 ISOLATED = ["setpriv", "--pdeathsig", "KILL",
             "unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private"]
 
-# Runs the script that standard input contains in a copy of the bare root. Arguments: $1 the bare root, $2 an empty
+# Reads a script from standard input, and runs it in a copy of the bare root. Arguments: $1 the bare root, $2 an empty
 # folder, $3 the cache of packages, then OUTSIDE:INSIDE... for the folders to show in the root.
 ENTER = r"""
 set -eu

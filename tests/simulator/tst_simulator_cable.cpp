@@ -67,7 +67,8 @@ struct Event
 class Monitor
 {
 public:
-    /// With a subsystem, the monitor receives only the events of its devices. With a type, only those of this type.
+    /// If `subsystem` is given, the monitor receives only the events of devices of this subsystem. If `type` is given
+    /// too, the devices must also be of this type.
     explicit Monitor(const char *subsystem = nullptr, const char *type = nullptr)
         : m_udev(udev_new())
         , m_monitor(udev_monitor_new_from_netlink(m_udev, "udev"))
@@ -143,7 +144,8 @@ int openDescriptors()
 
 } // namespace
 
-/// Tests what the system reports when a simulated cable is plugged in and pulled by the configuration.
+/// Tests what the system reports when the cable of a simulated board is plugged in and pulled, as the configuration of
+/// the board says.
 class TestSimulatorCable : public QObject
 {
     Q_OBJECT
@@ -326,7 +328,7 @@ void TestSimulatorCable::replugCountsFromThePull()
     WAIT_FOR(wait >= 0);
     QVERIFY2(wait >= 39, qPrintable(QString::number(wait)));
     QVERIFY(answers(board));
-    // The cable stays in, so the other board's cable is pulled first.
+    // The cable of `board` now stays in: it is still there when the cable of another board is pulled after 60 ms.
     Board *other = add("BoardA,pull-after=60");
     WAIT_FOR(!other->isPlugged());
     QVERIFY(board->isPlugged());
@@ -349,7 +351,7 @@ void TestSimulatorCable::portComesBackUnderAnotherName()
     QCOMPARE(board->portName(), second);
     QCOMPARE(systemPorts(), QStringList(second));
     QVERIFY(answers(board));
-    QCOMPARE(numbers, (QList<int>{2, 3, 4, 5})); // the place stays, and the number changes
+    QCOMPARE(numbers, (QList<int>{2, 3, 4, 5})); // each plug at the same place gets a new device number
     board->pull();
     QCOMPARE(systemPorts(), QStringList());
     QVERIFY(board->plug());
@@ -375,7 +377,7 @@ void TestSimulatorCable::boardPulledAfterBytesComesBack()
 
 void TestSimulatorCable::cyclesLeaveNothingBehind()
 {
-    const int cycles = 140; // more than the 127 device numbers of a USB bus
+    const int cycles = 140; // a USB bus has fewer device numbers: 127
     const Monitor monitor;
     const Board *neighbour = add("BoardA");
     Board *board = add(QStringLiteral("BoardA,pull-after=0,replug-after=0,cycles=%1").arg(cycles));
@@ -396,7 +398,7 @@ void TestSimulatorCable::cyclesLeaveNothingBehind()
         QVERIFY2(numbers.at(i) > 1 && numbers.at(i) <= 127, qPrintable(QString::number(numbers.at(i))));
         QVERIFY(numbers.at(i) != neighbourNumber);
         QCOMPARE(numbers.indexOf(numbers.at(i)),
-                 i % 125); // 125 numbers are free, and each is used before the first again
+                 i % 125); // the bus and the neighbour have 2 of 127 numbers; the others are used in turn
     }
 }
 
@@ -414,7 +416,7 @@ void TestSimulatorCable::deviceWithoutASerialNumber()
     QVERIFY(tty.serialAttribute.isNull());
     QCOMPARE(tty.longSerial, QByteArray("Acme_Lamp"));
     QVERIFY(answers(board));
-    // A serial number that is not given is chosen.
+    // If the configuration gives no serial number, the simulator chooses one.
     QVERIFY(!QSerialPortInfo(add("BoardA")->portName()).serialNumber().isEmpty());
 }
 
@@ -438,7 +440,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
         QVERIFY(!board->isPlugged());
         names.append(board->portName());
     }
-    QList<int> left; // number of the hub's boards that are there when another board's cable is pulled
+    QList<int> left; // number of the hub's boards that are still there when the last board emits pulled()
     connect(boards.last(), &Board::pulled, this, [&] { left.append(systemPorts().size() - 1); });
 
     WAIT_FOR(monitor.ttyEvents().size() == 4);
@@ -538,7 +540,7 @@ void TestSimulatorCable::hubHasRoomForAllBoards()
         add("BoardA,hub=desk");
     QVERIFY(m_testbed->pullHub(QStringLiteral("desk")));
     QCOMPARE(systemPorts(), QStringList());
-    const Monitor monitor; // reads no event before all boards are there
+    const Monitor monitor; // the events of all boards wait until the event loop runs, after plugHub()
     QVERIFY(m_testbed->plugHub(QStringLiteral("desk")));
     QCOMPARE(systemPorts().size(), Testbed::maxBoards);
     WAIT_FOR(monitor.events().size() == 2 + 3 * Testbed::maxBoards);
@@ -571,7 +573,7 @@ void TestSimulatorCable::permissionComesLate()
 void TestSimulatorCable::permissionComesLateAfterEachPlug()
 {
     const Monitor monitor;
-    // The first pull comes before the permission, so this permission never comes.
+    // The first pull comes before the permission of the first plug, so this permission never comes.
     Board *board = add("BoardA,pull-after=20,replug-after=5,late-permission=40");
     QElapsedTimer clock;
     connect(board, &Board::plugged, this, [&] { clock.start(); });

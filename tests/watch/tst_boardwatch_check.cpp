@@ -70,7 +70,7 @@ void TestBoardWatchCheck::silentBoardIsLostWhenItDoesNotAnswerInTheReplyTime()
     fixture.watch->setMaxRetries(0);
     fixture.watch->setCheckInterval(100);
     fixture.watch->start();
-    QTRY_COMPARE(sleepy.queries, 2); // the probe and a first check
+    QTRY_COMPARE(sleepy.queries, 2); // the query of the probe and the query of the first check
     sleepy.isAwake = false;
     QElapsedTimer clock;
     QObject::connect(sleepy.board, &Board::sentenceReceived, sleepy.board, [&clock] {
@@ -118,7 +118,7 @@ void TestBoardWatchCheck::anyBytesCountAsAnAnswer()
     sleepy.isAwake = false;
     QObject::connect(sleepy.board, &Board::sentenceReceived, sleepy.board, [&] { sleepy.board->send("x"); });
     const int before = sleepy.queries;
-    QTRY_VERIFY(sleepy.queries >= before + 12); // longer than the reply time
+    QTRY_VERIFY(sleepy.queries >= before + 12); // 12 checks take longer than the reply time
     QCOMPARE(fixture.timeline, QStringList{found1});
 }
 
@@ -225,7 +225,8 @@ void TestBoardWatchCheck::blockedEventLoopLosesNoBoardThatAnswered()
     QTRY_COMPARE(fixture.timeline, QStringList{found1});
     const int before = sleepy.queries;
     fixture.watch->checkBoards();
-    // The application is busy from the moment at which the board has answered until the reply time is over.
+    // The application does not return to its event loop from the moment when the board answers until the reply time is
+    // over.
     bool isBlocked = false;
     QObject::connect(sleepy.board, &Board::sent, sleepy.board, [&] {
         if (std::exchange(isBlocked, true))

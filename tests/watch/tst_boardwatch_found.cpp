@@ -151,7 +151,8 @@ void TestBoardWatchFound::otherPortsDelayNoBoardAndAreClosed()
     fixture.watch->setTypes({JwDevice::BoardA});
     fixture.watch->setMaxRetries(1);
     fixture.watch->start();
-    // The board is found while the other ports are still asked. A watch that waits for them finds it after 800 ms.
+    // The board is found while the other ports are still asked. A watch that waits for them would find it only after
+    // 800 ms.
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM4:1.0")});
     for (const Board *const candidate : qAsConst(others)) {
         QVERIFY(fixture.attempts(candidate) <= 1);
@@ -182,7 +183,7 @@ void TestBoardWatchFound::portsReportWhyNoBoardIsThere()
     QCOMPARE(fixture.report(denied).verdict, PortReport::NotOpened);
     QVERIFY(!fixture.report(denied).errorText.isEmpty());
     QCOMPARE(fixture.watch->portReports().size(), 3);
-    QVERIFY(fixture.report(other).portName.isEmpty()); // no candidate
+    QVERIFY(fixture.report(other).portName.isEmpty()); // the watch has no report on a port that is no candidate
 }
 
 void TestBoardWatchFound::rejectedPortIsLeftAloneUntilLookAgain()
@@ -193,7 +194,7 @@ void TestBoardWatchFound::rejectedPortIsLeftAloneUntilLookAgain()
     fixture.watch->start();
     QTRY_COMPARE(fixture.report(board).verdict, PortReport::TimedOut);
     QVERIFY(fixture.isAtRest());
-    // Events of other ports don't change that.
+    // The watch leaves the port alone, also when other ports come and go.
     Board *const other = fixture.attach("BoardB");
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM2:1.0")});
     other->pull();
@@ -275,7 +276,8 @@ void TestBoardWatchFound::signalsComeFromTheEventLoopOnly()
 {
     WatchFixture fixture;
     fixture.attach("BoardA");
-    fixture.attach("BoardA,open=denied"); // an Initializer reports this before its probe() returns
+    // An Initializer reports a denied port before its probe() returns. The watch must emit its signal later.
+    fixture.attach("BoardA,open=denied");
     fixture.watch->start();
     QCOMPARE(fixture.timeline, QStringList());
     QCOMPARE(fixture.changes, 0);
@@ -295,7 +297,7 @@ void TestBoardWatchFound::settingsTakeEffectAtTheNextStart()
     QCOMPARE(fixture.watch->types(), (QList<JwDevice::Type>{JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC}));
     fixture.watch->setTypes({JwDevice::BoardA});
     fixture.watch->start();
-    // These change nothing before the next start().
+    // The calls of set...() below change nothing before the next start().
     fixture.watch->setTypes({JwDevice::BoardB});
     Board *const first = fixture.attach("BoardA");
     fixture.watch->setNeverOpened({first->portName()});
@@ -382,7 +384,7 @@ void TestBoardWatchFound::watchCanBeStartedAgain()
         fixture.watch->stop();
         QCOMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 stopped"));
     }
-    // Without a turn of the event loop in between.
+    // No event loop runs between these calls.
     fixture.watch->start();
     fixture.watch->stop();
     fixture.watch->start();
@@ -428,7 +430,7 @@ void TestBoardWatchFound::nothingRunsAtRest()
     QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, &context,
                      [&awake] { ++awake; });
     QEventLoop loop;
-    QTimer::singleShot(1500, &loop, &QEventLoop::quit); // longer than each interval of the watch
+    QTimer::singleShot(1500, &loop, &QEventLoop::quit); // longer than the interval of any timer of the watch
     loop.exec();
     QVERIFY2(awake <= 5, QByteArray::number(awake));
 }
@@ -436,7 +438,7 @@ void TestBoardWatchFound::nothingRunsAtRest()
 void TestBoardWatchFound::portsChangedComesWithEachChange()
 {
     WatchFixture fixture;
-    QList<QPair<int, int>> seen; // number of boards and of reports
+    QList<QPair<int, int>> seen; // at each portsChanged(): the number of boards and the number of reports
     fixture.onChange = [&] { seen << qMakePair(fixture.watch->boards().size(), fixture.watch->portReports().size()); };
     fixture.watch->start();
     Board *const silent = fixture.attach("silent");

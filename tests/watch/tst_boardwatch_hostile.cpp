@@ -16,7 +16,7 @@ namespace {
 using Condition = std::function<bool()>;
 using Wait = bool (*)(const Condition &done);
 
-constexpr int longest = 10000; // ms
+constexpr int longest = 10000; // ms; a longer wait fails
 
 /// Waits in an event loop, like a dialog.
 bool inEventLoop(const Condition &done)
@@ -32,7 +32,7 @@ bool inEventLoop(const Condition &done)
     return loop.exec() == 0;
 }
 
-/// Waits without an event loop, like a long calculation that keeps a window alive.
+/// Waits with processEvents() instead of an event loop, like a long calculation that still lets its window react.
 bool byProcessEvents(const Condition &done)
 {
     QTimer poll;
@@ -58,7 +58,7 @@ Condition andThenSomeTime(const Condition &done)
     };
 }
 
-/// A watch with two boards. The receiver does something hostile to one of them, once.
+/// A watch with two boards. Once, the receiver of a signal does something hostile to one of them, the subject.
 struct Play
 {
     using Act = std::function<void(Play &play)>;
@@ -74,7 +74,7 @@ struct Play
     }
     bool isThere(const Board *which) const { return fixture.watch && !fixture.found(which).id.isEmpty(); }
     bool areBothThere() const { return isThere(subject) && isThere(other); }
-    /// Pulls the cable and waits until the watch knows.
+    /// Pulls the subject's cable and waits until the watch has noticed it.
     bool pull(Wait wait)
     {
         subject->pull();
@@ -90,13 +90,13 @@ struct Play
     WatchFixture fixture;
     Board *subject = nullptr;
     Board *other = nullptr;
-    JwDevice::Board newest; // the subject, of the newest signal
+    JwDevice::Board newest; // the subject, as the newest signal described it
     bool isActed = false;
     bool isOver = false; // whether the hostile receiver has returned
     bool isPortDeleted = false; // whether the subject's port was deleted before the hostile receiver returned
 };
 
-/// Makes a signal happen, and calls play.act() in a receiver of it.
+/// Makes a signal happen, and calls play.act() in a receiver of this signal.
 using Trigger = void (*)(Play &play);
 
 void attachSubject(Play &play)
@@ -161,7 +161,8 @@ void inTransferred(Play &play)
 {
     findBoth(play);
     QObject::connect(play.communicator(), &Communicator::transferred, [&play] { play.act(); });
-    // Longer than the query, because written bytes are counted from the first payload on.
+    // This payload is longer than a query of the watch. Otherwise the Communicator could emit transferred() when the
+    // port has written the query.
     play.communicator()->writePayload(QStringLiteral("$TO,THE,BOARD,A*00\r\n"));
 }
 
@@ -269,7 +270,7 @@ struct NamedTrigger
 {
     const char *name;
     Trigger trigger;
-    bool isInPortSignal; // whether the port is still in the middle of its own signal
+    bool isInPortSignal; // whether the receiver runs inside a signal that the port emits
 };
 
 struct NamedAct
@@ -360,7 +361,7 @@ void TestBoardWatchHostile::receiverMayDoAsItLikes()
         QVERIFY(canBeOpened(play.other));
         return;
     }
-    // Whatever the receiver did, the watch can be brought to have both boards again.
+    // Whatever the receiver did: after start() and takeBack(), the watch has both boards again.
     play.fixture.watch->start();
     QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
     play.fixture.watch->takeBack(QStringLiteral("SIM2:1.0"));

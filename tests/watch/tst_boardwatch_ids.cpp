@@ -9,7 +9,7 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Returns the reports about serial numbers that two boards have.
+/// Returns the log records about serial numbers that more than one board has.
 QVector<LogRecord> reportsOfTwins(const WatchFixture &fixture)
 {
     QVector<LogRecord> reports;
@@ -79,7 +79,8 @@ void TestBoardWatchIds::boardsWithoutASerialNumberAreToldApartByTheirPlace()
 
 void TestBoardWatchIds::serialNumbersAreToldApartByTheInterface()
 {
-    // Two devices of several interfaces, each with its board on another one.
+    // Two USB devices have the same serial number. The first device has its board on interface 1.0. The second device
+    // has a silent port on interface 1.0, and its board on interface 1.4.
     WatchFixture fixture;
     const Board *const first = fixture.attach("BoardA", QStringLiteral("TWICE"));
     const Board *const silent = fixture.attach("silent", QStringLiteral("TWICE"));
@@ -122,7 +123,7 @@ void TestBoardWatchIds::boardsWithOneSerialNumberKeepTheirIds()
     const QString firstId = fixture.found(first).id;
     const QString secondId = fixture.found(second).id;
     QVERIFY(firstId != secondId);
-    // Both gone, and back in another order.
+    // Pull both boards, then plug in the second before the first.
     first->pull();
     second->pull();
     QTRY_VERIFY(fixture.watch->boards().isEmpty());
@@ -130,7 +131,7 @@ void TestBoardWatchIds::boardsWithOneSerialNumberKeepTheirIds()
     QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back ") + secondId);
     QVERIFY(first->plug());
     QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back ") + firstId);
-    // One alone.
+    // Pull each board while the other stays.
     for (Board *const board : {first, second}) {
         const QString id = fixture.found(board).id;
         board->pull();
@@ -138,7 +139,7 @@ void TestBoardWatchIds::boardsWithOneSerialNumberKeepTheirIds()
         QVERIFY(board->plug());
         QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back ") + id);
     }
-    QCOMPARE(reportsOfTwins(fixture).size(), 1); // reported once
+    QCOMPARE(reportsOfTwins(fixture).size(), 1); // one log record, although the boards came several times
 }
 
 void TestBoardWatchIds::threeBoardsWithOneSerialNumber()

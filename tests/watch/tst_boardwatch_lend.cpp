@@ -71,7 +71,8 @@ void TestBoardWatchLend::lentPortIsFreeUntilTakenBack()
     QFETCH(BoardWatch::Lending, lending);
     LendFixture fixture;
     QVERIFY(fixture.watch->lend(id1, lending));
-    QCOMPARE(fixture.timeline, QStringList({found1, lent1})); // before lend() returns, so the port is free now
+    // boardLost() came before lend() returned, so the port is free now.
+    QCOMPARE(fixture.timeline, QStringList({found1, lent1}));
     QVERIFY(fixture.watch->boards().isEmpty());
     QCOMPARE(fixture.report(fixture.board).errorText, QStringLiteral("lent to another program"));
     QSerialPort flasher{QSerialPortInfo(fixture.board->portName())};
@@ -82,7 +83,7 @@ void TestBoardWatchLend::lentPortIsFreeUntilTakenBack()
     QVERIFY(fixture.isAtRest());
     flasher.close();
     QVERIFY(fixture.watch->takeBack(id1));
-    QCOMPARE(fixture.timeline.size(), 2); // the board is back from the event loop
+    QCOMPARE(fixture.timeline.size(), 2); // takeBack() emits no signal; boardBack() comes later, from the event loop
     QTRY_COMPARE(fixture.timeline, QStringList({found1, lent1, back1}));
     QVERIFY(!fixture.watch->takeBack(id1));
 }
@@ -181,7 +182,7 @@ void TestBoardWatchLend::lentBoardStaysLentOverStopAndStart()
 void TestBoardWatchLend::onlyABoardThatIsThereCanBeLent()
 {
     WatchFixture fixture;
-    QVERIFY(!fixture.watch->lend(id1)); // not started
+    QVERIFY(!fixture.watch->lend(id1)); // the watch is not started
     QVERIFY(!fixture.watch->takeBack(id1));
     Board *const board = fixture.attach("BoardA");
     fixture.attach("silent");
@@ -190,14 +191,14 @@ void TestBoardWatchLend::onlyABoardThatIsThereCanBeLent()
     QVERIFY(!fixture.watch->lend(QStringLiteral("SIM2:1.0"))); // no board answered there
     QVERIFY(!fixture.watch->lend(QStringLiteral("unknown")));
     QVERIFY(!fixture.watch->lend(QString()));
-    QVERIFY(!fixture.watch->takeBack(id1)); // neither lent nor released
+    QVERIFY(!fixture.watch->takeBack(id1)); // the board is neither lent nor released
     QVERIFY(fixture.watch->lend(id1));
-    QVERIFY(!fixture.watch->lend(id1)); // lent already
+    QVERIFY(!fixture.watch->lend(id1)); // the board is lent already
     QVERIFY(fixture.watch->takeBack(id1));
     QTRY_COMPARE(fixture.timeline.size(), 3);
     board->pull();
     QTRY_COMPARE(fixture.timeline.size(), 4);
-    QVERIFY(!fixture.watch->lend(id1)); // gone
+    QVERIFY(!fixture.watch->lend(id1)); // the board is gone
 }
 
 void TestBoardWatchLend::otherBoardsAreNotAffected()

@@ -56,7 +56,7 @@ void TestBoardWatchLost::pulledBoardIsLostAndItsObjectsAreDeletedLater()
     QTRY_VERIFY(!communicator);
     QVERIFY(!port);
     const JwDevice::Board lost = fixture.lost.first();
-    QCOMPARE(lost.communicator, there.communicator); // still tells receivers which board it was
+    QCOMPARE(lost.communicator, there.communicator); // receivers may compare this pointer to know which board was lost
     QCOMPARE(lost.portName, there.portName);
     QCOMPARE(lost.type, JwDevice::BoardA);
     QCOMPARE(lost.hardwareVersion, QStringLiteral("7300022"));
@@ -64,7 +64,7 @@ void TestBoardWatchLost::pulledBoardIsLostAndItsObjectsAreDeletedLater()
     QVERIFY(fixture.watch->boards().isEmpty());
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
     settle();
-    QVERIFY(fixture.isAtRest()); // nothing looks for a board whose port is gone
+    QVERIFY(fixture.isAtRest()); // no timer of the watch looks for a board whose port is gone
 }
 
 void TestBoardWatchLost::boardIsBackAtTheSamePort()
@@ -130,12 +130,12 @@ void TestBoardWatchLost::boardThatWasPulledAndPluggedInUnseenIsLostAndBack()
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 1);
     const JwDevice::Board before = fixture.found(board);
-    // No event loop runs between the two, so the list of ports looks the same.
+    // No event loop runs between pull() and plug(), so the watch sees the same list of ports before and after.
     board->pull();
     QVERIFY(board->plug());
     QTRY_COMPARE(fixture.timeline, QStringList({found1, pulled1, back1}));
     QVERIFY(fixture.found(board).since >= before.since);
-    // The port works.
+    // The watch opened the new port: the connection works.
     QVERIFY(board->send("$HELLO*00\r\n"));
     QString payload;
     QVERIFY(QTest::qWaitFor([&] { return fixture.found(board).communicator->readPayload(payload); }));
@@ -152,8 +152,8 @@ void TestBoardWatchLost::cablePulledDuringTheProbeOfANewBoard()
     board->pull();
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
     QVERIFY(board->plug());
-    QTRY_COMPARE(fixture.timeline, QStringList{found1}); // it was never there before
-    // Within the answer.
+    QTRY_COMPARE(fixture.timeline, QStringList{found1}); // found, not back: the watch never reported it before
+    // Pull the cable in the middle of the board's answer.
     Board *const half = fixture.attach("BoardB,pull-after-bytes=8");
     QTRY_VERIFY(!half->isPlugged());
     QVERIFY(half->plug());
@@ -181,7 +181,7 @@ void TestBoardWatchLost::failingPortIsLostAndAskedAgain()
     OtherReader other(QStringLiteral("/dev/") + board->portName(), 0);
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline, QStringList{found1});
-    // Another program reads all bytes, so the port reports an error for each of them.
+    // Another program reads all bytes before the watch can read them. Each time, the port reports an error.
     other.start(portOf(fixture.found(board)));
     QVERIFY(runUntil([&] { return fixture.timeline.size() > 1 || !board->send("stolen\r\n"); }));
     QCOMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 portFailed"));
@@ -216,7 +216,7 @@ void TestBoardWatchLost::deletedCommunicatorReleasesTheBoard()
     QVERIFY(!communicator);
     QVERIFY(fixture.watch->boards().isEmpty());
     QVERIFY(canBeOpened(board));
-    // The watch leaves the board alone.
+    // The watch leaves the board alone until takeBack().
     fixture.watch->lookAgain();
     settle();
     QCOMPARE(fixture.attempts(board), 1);

@@ -66,7 +66,7 @@ void TestBoardWatchPolite::excludedPortIsNeverOpened()
             && report.errorText == QStringLiteral("not opened, because the application excludes \"%1\"").arg(entry);
     };
     QVERIFY2(isReported(), qPrintable(fixture.report(excluded).errorText));
-    // Neither does a replug or lookAgain() open it.
+    // Neither lookAgain() nor a replug makes the watch open the port.
     fixture.watch->lookAgain();
     excluded->pull();
     QVERIFY(excluded->plug());
@@ -137,7 +137,7 @@ void TestBoardWatchPolite::deviceWithSeveralPortsIsAskedUntilOneAnswers_data()
 {
     QTest::addColumn<QByteArray>("first");
     QTest::addColumn<QByteArray>("second");
-    QTest::addColumn<int>("board"); // index of the port with the board
+    QTest::addColumn<int>("board"); // index of the port on which the board is found
     QTest::newRow("the first port answers") << QByteArray("BoardA") << QByteArray("silent") << 0;
     QTest::newRow("the second port answers") << QByteArray("silent") << QByteArray("BoardA") << 1;
     QTest::newRow("both would answer") << QByteArray("BoardA") << QByteArray("BoardA,delay=200") << 0;
@@ -171,7 +171,7 @@ void TestBoardWatchPolite::portThatAppearsBesideABoardOfItsDeviceIsNotOpened()
     fixture.watch->start();
     QTRY_COMPARE(fixture.watch->boards().size(), 1);
     const Board *const late = fixture.attach("BoardA", QStringLiteral("SIM1"));
-    // Before the watch reads the event, so this is how the system announces the port.
+    // The port moves before the watch reads the event of the port. So the watch never sees it at the old place.
     UsbTree::moveTo(late->portName(), board->portName(), QStringLiteral("1.2"));
     QTRY_VERIFY(!fixture.report(late).portName.isEmpty());
     settle();
@@ -187,7 +187,7 @@ void TestBoardWatchPolite::lookAgainDoesNotAskTheOtherPortsOfABoard()
     const Board *const other = fixture.attach("silent");
     const Board *const board = fixture.attach("BoardA", QStringLiteral("SIM1"));
     UsbTree::moveTo(board->portName(), other->portName(), QStringLiteral("1.2"));
-    // The board's port is busy at first, so the other port is given up before the board answers.
+    // The board's port is busy at first, so that the watch has given up the other port before the board answers.
     QSerialPort holder{QSerialPortInfo(board->portName())};
     QVERIFY(holder.open(QIODevice::ReadWrite));
     fixture.watch->setMaxRetries(0);
@@ -231,7 +231,8 @@ void TestBoardWatchPolite::busyPortIsTriedTwiceASecondUntilItIsFree()
     QTRY_COMPARE(fixture.report(board).error, QSerialPort::PermissionError);
     QCOMPARE(fixture.report(board).verdict, PortReport::NotOpened);
     QTRY_VERIFY(fixture.attempts(board) >= 4);
-    // The first attempt comes at once, then two each second. Coarse timers are up to 5 % early.
+    // The first attempt comes at once, then one every 500 ms. Coarse timers are up to 5 % early, so each wait takes at
+    // least 475 ms.
     QVERIFY2(clock.elapsed() >= 3 * 475, QByteArray::number(clock.elapsed()));
     QCOMPARE(fixture.attempts(other), 1);
     holder->close();
@@ -273,7 +274,7 @@ void TestBoardWatchPolite::portIsTriedInTheMomentWhenItsPermissionsCome()
     WatchFixture fixture;
     fixture.watch->start();
     settle();
-    // The permissions come before the watch would try the port again by itself.
+    // The permissions come after 100 ms. Without their event, the watch would try the port again only after 500 ms.
     const Board *const board = fixture.attach("BoardA,late-permission=100");
     QElapsedTimer clock;
     clock.start();

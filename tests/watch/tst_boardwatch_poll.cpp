@@ -7,7 +7,8 @@
 
 using JwSimulator::Board;
 
-/// Tests a watch that lists the ports at every interval. See support/watch/withoutudev.cpp.
+/// Tests a watch on a system without udev, which support/watch/withoutudev.cpp simulates. On such a system, the watch
+/// lists the ports at each poll interval.
 class TestBoardWatchPoll : public QObject
 {
     Q_OBJECT
@@ -62,7 +63,7 @@ void TestBoardWatchPoll::pulledBoardIsBack()
     fixture.watch->setPollInterval(20);
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 1);
-    // The port's own error reports the loss. The list would report it too, but later.
+    // The watch learns of the loss from an error of the port. The next list of the ports would show it too, but later.
     board->pull();
     QTRY_COMPARE(fixture.timeline.size(), 2);
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
@@ -144,7 +145,7 @@ void TestBoardWatchPoll::openPortIsNoChange()
     });
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 1);
-    // Traffic changes the times of the node in /dev.
+    // Reads and writes change the times of the port's node in /dev. The watch must not take that for a new port.
     const int before = lists;
     while (lists < before + 50) {
         QVERIFY(board->send("$DATA*00\r\n"));

@@ -43,7 +43,7 @@ void TestBoardWatchResume::clockSetChecksEveryBoard()
         QVERIFY(setClock());
         QTRY_COMPARE(first.queries, 1 + round);
         QTRY_COMPARE(second.queries, 1 + round);
-        settle(); // the watch reads the answers, so the check is over
+        settle(); // the watch reads the answers, which ends the check
     }
     second.isAwake = false;
     QVERIFY(setClock());

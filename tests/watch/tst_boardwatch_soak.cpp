@@ -41,7 +41,8 @@ public:
 
     bool isComplete() const { return m_watch.boards().size() == 2; }
 
-    /// Pulls the cable and puts it back `rounds` times. Returns false if the watch does not notice one of them.
+    /// Pulls the cable and puts it back `rounds` times. Returns false if the watch does not notice a pull or
+    /// a plug.
     bool run(quint32 rounds)
     {
         for (quint32 round = 0; round < rounds; ++round) {
@@ -51,11 +52,12 @@ public:
                 return false;
         }
         settle();
-        // After a loss, the watch's timer for ports that can't be opened runs once, in vain.
+        // After a loss, the watch's timer for ports that can't be opened runs once more, although the port is gone.
+        // Wait until this timer has ended.
         return QTest::qWaitFor([] { return ProcessUsage::now().timers == 0; });
     }
 
-    /// Fills the journal of the board that comes and goes, so that it no longer grows.
+    /// Fills the journal of the board that comes and goes up to its limit, so that the journal no longer grows.
     void fillJournal()
     {
         for (int batch = 0; batch < 250; ++batch) {
@@ -65,7 +67,8 @@ public:
         }
     }
 
-    /// Stops the watch, and pulls the cable and puts it back. Returns the heap bytes that the simulator keeps for it.
+    /// Stops the watch, then pulls the cable and puts it back `rounds` times. Returns the number of heap bytes that the
+    /// simulator keeps for these rounds.
     qint64 bytesOfSimulator(quint32 rounds)
     {
         m_watch.stop();

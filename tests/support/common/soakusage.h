@@ -14,8 +14,8 @@ inline bool holdsNoMoreObjects(const ProcessUsage &usage, const ProcessUsage &be
         && usage.connections == before.connections && usage.timers == before.timers;
 }
 
-/// Returns the resources in use. Waits at most 5 s until the counts equal the counts in `before`, because on a busy
-/// machine the preload library's thread closes its sockets a moment later.
+/// Returns the resources in use. First waits until the counts equal the counts in `before`, but at most 5 s: on a busy
+/// machine, the preload library's thread needs a moment to close its sockets.
 inline ProcessUsage usageLike(const ProcessUsage &before)
 {
     ProcessUsage usage = {};

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-/// Adds the data rows of a test of random schedules. Each row has its `first` seed and its `count` of seeds. The
+/// Adds the data rows of a test of random schedules. Each row tests `count` seeds, from the seed `first` on. The
 /// environment variables JWDEVICE_MODEL_SEED and JWDEVICE_MODEL_SCHEDULES set the first seed and the number of
 /// schedules.
 inline void addSeedRows(int schedulesInTestRun)

@@ -56,7 +56,7 @@ WatchModel::Owed *WatchModel::findOwed(const QString &id)
     return it == m_owed.end() ? nullptr : &*it;
 }
 
-/// The board must be reported as lost.
+/// The watch must report the board as lost. If this function is called several times, any of the reasons is allowed.
 void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
 {
     Owed *owed = findOwed(entry.id);
@@ -114,7 +114,7 @@ void WatchModel::loopBegins()
         if (port.usb.isCandidate)
             ports.push_back(port);
     }
-    // The system lists ports by their place.
+    // Sort the ports by their place, because the system lists them in this order.
     std::sort(ports.begin(), ports.end(), [](const SystemPort &a, const SystemPort &b) {
         return std::make_tuple(a.usb.place(), a.usb.name) < std::make_tuple(b.usb.place(), b.usb.name);
     });
@@ -130,7 +130,8 @@ void WatchModel::loopBegins()
         }
         known->port = port;
     }
-    // A board that is not there when the watch starts has gone.
+    // If a board that is lent until it is plugged in again is not there when the watch starts, it was pulled: the
+    // lending is over.
     for (const QString &id : m_lent.keys()) {
         if (m_lent.value(id) == BoardWatch::UntilPluggedAgain && !findId(id))
             m_lent.remove(id);
@@ -144,7 +145,8 @@ void WatchModel::remove(const QString &name)
     m_changing.append(entry.id);
     if (entry.phase == Ready)
         owe(entry, Board::CablePulled, INT_MAX);
-    // A new device has the name already, so the errors of the old port may come before the event.
+    // If a new port already has the same name, an error of the old port may come before the event of the pull. Then the
+    // watch may report PortFailed.
     if (entry.phase == Ready && m_plugged.contains(name))
         owe(entry, Board::PortFailed, INT_MAX);
     if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
@@ -220,13 +222,14 @@ void WatchModel::want(Entry &entry, qint64 from, qint64 until)
     entry.openUntil = until;
 }
 
-/// The port is tried again within the retry time.
+/// The watch must try to open the port again. At the latest, it does so after the retry time and the delay.
 void WatchModel::wantSoon(Entry &entry)
 {
     want(entry, m_around.now(), m_around.now() + retryTime + delay());
 }
 
-/// The next attempt has a reason from outside, so it does not count as one of the two in a second.
+/// Something other than a failed attempt, for example lookAgain(), is the reason of the next attempt. So the earlier
+/// attempts no longer count for the rule "at most twice a second".
 void WatchModel::forced(Entry &entry)
 {
     entry.attempts.clear();
@@ -236,7 +239,7 @@ void WatchModel::opened(const QString &name)
 {
     advance();
     Entry *const entry = find(name);
-    // The watch may have tried a port that was pulled and plugged in again, before it saw the events.
+    // A port that was pulled and plugged in again may be opened twice: before and after the watch sees these events.
     const bool isAgain = entry && entry->phase == Probing && m_plugged.contains(name);
     if (!entry || (entry->phase != Wanted && !isAgain)) {
         fail(QStringLiteral("%1 must not be opened").arg(name));
@@ -281,8 +284,9 @@ void WatchModel::notOpened(const QString &name)
     wantSoon(*entry);
 }
 
-/// The time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits for a
-/// board that answered something else. It waits one reply time longer than for a silent board.
+/// Returns the time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits
+/// for a board that answered something else, so the model expects what the watch does: it waits one reply time longer
+/// than for a silent board.
 qint64 WatchModel::endOfProbe(const Entry &entry) const
 {
     return entry.openedAt + (m_settings.maxRetries + (entry.isSilenced ? 2 : 1)) * replyTime;
@@ -306,18 +310,18 @@ void WatchModel::advance()
     }
 }
 
-// The lines
+// The serial lines
 
 void WatchModel::asked(const QString &name, Type type)
 {
     Entry *const entry = find(name);
     const qint64 now = m_around.now();
     if (!entry || (entry->phase != Probing && entry->phase != Ready))
-        return; // the bytes were on the line when the port was closed
+        return; // the query was still on the line when the watch closed the port
     QVector<qint64> &times = entry->asked[haveSameQuery(type, JwDevice::BoardC)];
     if (entry->phase == Ready) {
         if (times.contains(now))
-            return; // left the port before the board was found
+            return; // the watch sent this query before it found the board
         const bool isDue =
             m_settings.checkInterval > 0 && now == entry->heardAt + m_settings.checkInterval && entry->checkedAt < 0;
         if (isDue)
@@ -325,7 +329,7 @@ void WatchModel::asked(const QString &name, Type type)
         if ((entry->checkBegan != now && !isVague(*entry)) || !haveSameQuery(type, entry->type))
             fail(QStringLiteral("the board on %1 is asked").arg(name));
     } else if (times.contains(now) && m_plugged.contains(name)) {
-        return; // see opened()
+        return; // the watch may have opened the port twice, see opened()
     } else if ((now - entry->openedAt) % replyTime != 0 || times.contains(now) || entry->isSilenced) {
         fail(QStringLiteral("%1 is asked").arg(name));
     }
@@ -374,7 +378,7 @@ void WatchModel::readEnds(const QString &id)
         entry->isVague = true;
 }
 
-/// Whether the watch may have missed when it heard the board last.
+/// Whether the watch may have missed the newest bytes of the board.
 bool WatchModel::isVague(const Entry &entry) const
 {
     return entry.isVague || !m_reading.value(entry.id).isEmpty();
@@ -432,7 +436,7 @@ int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
 
 void WatchModel::lent(const QString &id, BoardWatch::Lending lending)
 {
-    // The watch had not yet seen that the board has gone.
+    // The board was already lost, for example pulled, but the watch had not seen that yet when it lent the board.
     if (lending == BoardWatch::UntilTakenBack)
         m_lent[id] = lending;
     if (Entry *const entry = findId(id))
@@ -655,7 +659,7 @@ void WatchModel::checkEntry(const Entry &entry)
     }
 }
 
-/// Checks that a silent port was asked in each round.
+/// Checks that the port that is probed was asked once in each reply time, with each query of the wanted types.
 void WatchModel::checkQueries(const Entry &entry)
 {
     if (entry.isSilenced)
@@ -674,7 +678,7 @@ void WatchModel::checkReport(const Entry &entry, const PortReport &report)
     const bool isNotTried = entry.phase == Excluded || entry.phase == Lent || entry.phase == Sibling;
     if (isNotTried && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
         fail(QStringLiteral("the report on %1 does not say why the port is not opened").arg(report.portName));
-    // While a probe waits for its delay, the port is not opened again yet.
+    // If the port has to wait for the delay before its next probe, the report may already say NotOpened.
     const bool isDelayed = entry.phase == Wanted && delay() > 0 && report.verdict == PortReport::NotOpened;
     if (entry.verdict >= 0 && report.verdict != entry.verdict && !isDelayed)
         fail(QStringLiteral("the verdict on %1 is %2, not %3")

@@ -17,8 +17,8 @@
 
 /// The rules of BoardWatch, written from its doc comments. The model gets everything that happens: the events of the
 /// system, the application's calls, the bytes on the lines, and the signals of the real watch. It says whether each
-/// signal is allowed at this time, and, when the event loop is idle, whether something that must have happened is
-/// missing. Where the doc comments promise no order or no exact time, the model allows each of them.
+/// signal is allowed at the time when it comes, and, when the event loop is idle, whether something that must have
+/// happened is missing. Where the doc comments promise no order or no exact time, the model allows every order or time.
 class WatchModel
 {
 public:
@@ -35,38 +35,41 @@ public:
 
     /// Returns the first rule that the watch broke. Empty if there is none.
     const QString &fault() const { return m_fault; }
-    /// Notes that the watch broke a rule that only the caller sees.
+    /// Call this function if the watch broke a rule that the model can't check. `text` says which.
     void broke(const QString &text) { fail(text); }
 
-    // The system. The watch sees the changes when the event loop runs next.
+    // What happens in the system. The watch sees these changes when the event loop runs next.
     void plugged(const UsbPort &port, bool canOpen);
     void pulled(const QString &name);
     void changed(const QString &name);
     void setCanOpen(const QString &name, bool canOpen);
 
-    // The lines.
+    // What goes over the serial lines.
     void asked(const QString &name, JwDevice::Type type); ///< the board got the query for boards of this type
-    /// The board sent a whole sentence of a board of this type, or one that can be parsed but is of no type (Unknown).
+    /// The board sent a whole sentence: an answer of a board of this type, or, for Unknown, a sentence of no board
+    /// type.
     void answered(const QString &name, JwDevice::Type type);
     void babbled(const QString &name); ///< the board sent something that can't be parsed
-    /// The application handles a payload of the board. Meanwhile its port emits no signal, so the watch may ask the
-    /// board sooner.
+    /// The application begins or ends to handle a payload of the board. In between, the board's port emits no signal:
+    /// the watch does not see when more bytes arrive, and may check the board although it just sent something.
     void readBegins(const QString &id);
     void readEnds(const QString &id);
 
-    // The application. Call these functions before the function of the watch.
+    // What the application does. Call each function before the application acts, but lent() after it.
     void start(const WatchSchedule::Settings &settings);
     void stop(int depth);
     void watchDeleted();
-    /// Returns the result that lend() and takeBack() must have, or -1 if the doc comments leave it open.
+    /// lend() and takeBack() return what the watch's function of the same name must return: 1 for true, 0 for false, or
+    /// -1 if the doc comments allow both.
     int lend(const QString &id, JwDevice::BoardWatch::Lending lending, int depth);
     int takeBack(const QString &id);
-    void lent(const QString &id, JwDevice::BoardWatch::Lending lending); ///< lend() returned true
+    /// The watch's lend() returned true, for which lend() here returned -1.
+    void lent(const QString &id, JwDevice::BoardWatch::Lending lending);
     void communicatorDeleted(const QString &id, int depth);
     void lookAgain();
     void checkBoards();
 
-    // The watch.
+    // What the watch does.
     void opened(const QString &name);
     void notOpened(const QString &name);
     void found(const JwDevice::Board &board, bool isBack);
@@ -74,47 +77,49 @@ public:
 
     /// Call this function before the event loop runs.
     void loopBegins();
-    /// Call this function when the event loop is idle. `depth` is the number of event loops around it.
+    /// Call this function when the event loop is idle. `depth` is 1 for the outermost event loop, 2 for an event loop
+    /// inside it, and so on.
     void idle(int depth, const QList<JwDevice::Board> &boards, const QList<JwDevice::PortReport> &reports);
 
 private:
     struct SystemPort
     {
         UsbPort usb;
-        int plug = 0; // counts the plugs and pulls
+        int plug = 0; // number of this plug; tells the port from an earlier port of the same name
         int changes = 0;
         bool canOpen = true;
     };
     enum Phase { Excluded, Sibling, Wanted, Probing, Ready, Rejected, Lent, Released };
     struct Entry
     {
-        SystemPort port; // as the watch saw it
+        SystemPort port; // as the watch saw the port last
         Phase phase = Wanted;
         QString id;
         JwDevice::Board::IdBasis basis = JwDevice::Board::PortName;
         bool isShared = false;
         bool hadBoard = false;
-        JwDevice::Type type = JwDevice::Unknown; // of the newest board
-        QVector<qint64> attempts; // without a reason from outside between them
-        qint64 openFrom = 0; // when Wanted
-        qint64 openUntil = 0;
-        qint64 openedAt = 0; // when Probing
-        QHash<int, QVector<qint64>> asked; // by type: the times of the queries since the port was opened
-        bool isSilenced = false; // the board answered something else
-        JwDevice::Type answer = JwDevice::Unknown; // a wanted answer that was not reported yet
-        qint64 heardAt = 0; // when Ready
+        JwDevice::Type type = JwDevice::Unknown; // of the newest board on this port
+        QVector<qint64> attempts; // times of the failed attempts to open the port since the last forced()
+        qint64 openFrom = 0; // if Wanted: the watch must not open the port before this time
+        qint64 openUntil = 0; // if Wanted: the watch must try to open the port at this time at the latest
+        qint64 openedAt = 0; // if Probing: when the watch opened the port
+        // Key 1: BoardC's query, key 0: the query of the other boards. Value: its times since the port was opened.
+        QHash<int, QVector<qint64>> asked;
+        bool isSilenced = false; // whether the board's answer was not a wanted one, so the watch must not ask again
+        JwDevice::Type answer = JwDevice::Unknown; // type of a wanted board that answered, until it is reported
+        qint64 heardAt = 0; // if Ready: when the board sent something last
         qint64 checkedAt = -1; // when the running check began; -1 if no check runs
-        qint64 checkBegan = -1; // when the newest check began
-        bool isVague = false; // bytes may have arrived without a signal of the port
-        int verdict = JwDevice::PortReport::NotOpened; // -1: the doc comments don't say
+        qint64 checkBegan = -1; // when the newest check began, whether it still runs or not
+        bool isVague = false; // whether bytes may have arrived without a signal of the port, see readBegins()
+        int verdict = JwDevice::PortReport::NotOpened; // a Verdict; -1 if the doc comments don't say which
     };
     /// A boardLost() that must come.
     struct Owed
     {
         QString id;
-        QString name; // of the port, which may stay open until then
-        QVector<JwDevice::Board::Loss> losses; // one of these
-        int depth; // it must come before the event loop of this level is idle
+        QString name; // of the port; the port may stay open until boardLost() comes
+        QVector<JwDevice::Board::Loss> losses; // boardLost() must give one of these reasons
+        int depth; // boardLost() must come before idle() is called with this depth or a lower one
     };
 
     void fail(const QString &text);
@@ -150,11 +155,13 @@ private:
     WatchSchedule::Settings m_settings;
     std::map<QString, Entry> m_entries; // the ports that the watch knows, by port name
     QVector<Owed> m_owed;
-    QMap<QString, JwDevice::Type> m_present; // boards that were reported and not lost, by id
-    QMap<QString, JwDevice::Type> m_lost; // boards that were lost, by id
-    QMap<QString, QString> m_owners; // serial numbers that two boards have, with the place of the board that keeps it
-    QMap<QString, JwDevice::BoardWatch::Lending> m_lent; // by id
-    QMap<QString, QVector<qint64>> m_reading; // by id: when the application began with each payload that it handles
-    QVector<QString> m_plugged; // names of ports that came since the event loop was idle
-    QVector<QString> m_changing; // ids of ports that went since the event loop was idle
+    QMap<QString, JwDevice::Type> m_present; // types of the boards that were reported and are not lost, by id
+    QMap<QString, JwDevice::Type> m_lost; // types of the boards that were lost, by id
+    // By serial number that two boards have: the place of the board whose id is this serial number.
+    QMap<QString, QString> m_owners;
+    QMap<QString, JwDevice::BoardWatch::Lending> m_lent; // how long each lent board is lent, by id
+    // By id of the board: for each payload that the application handles just now, the time when it began to do so.
+    QMap<QString, QVector<qint64>> m_reading;
+    QVector<QString> m_plugged; // names of the ports that were plugged in since the event loop was last idle
+    QVector<QString> m_changing; // ids of the ports that went away since the event loop was last idle
 };

@@ -54,7 +54,7 @@ WatchPlay::~WatchPlay()
     m_watch.reset();
     for (int board = 0; board < m_schedule.boards.size(); ++board)
         pull(board);
-    m_clock.run(100); // deletes what was deleted later
+    m_clock.run(100); // runs the deletions that deleteLater() asked for
 }
 
 void WatchPlay::note(const QString &text)
@@ -93,7 +93,7 @@ void WatchPlay::settle(int milliseconds)
     for (Line &line : m_lines)
         line.isNew = false;
     m_cameToRest = m_clock.run(0) && m_cameToRest;
-    // First to the end of this moment, because time passes only after everything in this moment has happened.
+    // Time may pass only now: run(0) has handled everything that was due without a wait.
     m_cameToRest = (milliseconds == 0 || m_clock.run(milliseconds)) && m_cameToRest;
     for (const Line &line : m_lines) {
         if (!line.usb.name.isEmpty() && !isOpenByWatch(line.usb.name))
@@ -265,7 +265,7 @@ void WatchPlay::makeWatch()
     connect(m_watch.get(), &BoardWatch::boardLost, this, [this](const Board &board) { onSignal("lost", board); });
 }
 
-/// Returns what a window would show of the boards and reports.
+/// Returns a text of the boards and reports, as a window would show them. Each change of it needs a portsChanged().
 QString WatchPlay::picture() const
 {
     QStringList texts;
@@ -301,7 +301,8 @@ void WatchPlay::onEvent(const PortEvent &event)
         m_model.opened(event.portName);
     } else if (event.kind == PortEvent::NotOpened) {
         note(QStringLiteral("%1 not opened: %2").arg(event.portName, event.text));
-        ::close(-1); // the preload library can track only few ports, and a failed open uses an entry; this frees it
+        // The preload library can track only few ports. A failed open() uses one of its entries; this call frees it.
+        ::close(-1);
         m_model.notOpened(event.portName);
     }
 }
@@ -346,7 +347,8 @@ void WatchPlay::react(const WatchSchedule::Reaction &reaction, const QString &id
         act(reaction.action, board, reaction.onSameBoard ? id : line(board).id);
     }
     performSteps(reaction.nestedSteps);
-    m_model.loopBegins(); // because the event loop goes on
+    // The event loop continues after this slot. For the model, that is like a new start of the loop.
+    m_model.loopBegins();
 }
 
 // The boards
@@ -431,7 +433,7 @@ void WatchPlay::onReadable(int board)
     }
 }
 
-/// Sends the next answer. One at a time, so that the watch handles each before the next.
+/// Sends one answer only, so that the watch handles it before the next answer comes.
 void WatchPlay::sendAnswer()
 {
     const Answer answer = m_answers.front();
@@ -439,11 +441,13 @@ void WatchPlay::sendAnswer()
     send(answer.board, true);
 }
 
-/// Sends something, except while the port is closed, because the system then drops the bytes.
+/// Sends the board's answer (isAsked), or a sentence that nobody asked for. Sends nothing while the watch does not have
+/// the port open, because a real system then drops the bytes.
 void WatchPlay::send(int board, bool isAsked)
 {
     const QString &name = line(board).usb.name;
-    // A new port is not open, although the watch may still have the pulled port of the same name.
+    // A new port is not open yet. isOpenByWatch() can be wrong about it, because the watch may still have a pulled port
+    // of the same name open.
     if (name.isEmpty() || line(board).isNew || !isOpenByWatch(name))
         return;
     const Spec &spec = m_schedule.boards[board];

@@ -18,7 +18,7 @@
 #include <vector>
 
 /// Runs a schedule on the real BoardWatch with real QSerialPorts in virtual time, and tells the model everything that
-/// happens. This class is the application and the boards too.
+/// happens. This class also acts as the application and as the boards.
 class WatchPlay : public QObject
 {
 public:
@@ -35,11 +35,11 @@ private:
     {
         UsbPort usb; // without a name while the board is not plugged in
         bool hasPermission = true;
-        bool isNew = false; // plugged in since the event loop ran
+        bool isNew = false; // plugged in after the event loop ran last
         bool isMuted = false;
         int ignores = 0;
         QByteArray received;
-        QString id; // the newest id of the board
+        QString id; // the id that the watch gave the board last
         std::unique_ptr<QSerialPort> otherProgram;
         std::unique_ptr<QSocketNotifier> readable;
     };
@@ -82,12 +82,12 @@ private:
     std::vector<Line> m_lines; // by board
     std::deque<Answer> m_answers; // sorted by time
     WatchSchedule::Settings m_settings;
-    QString m_picture; // at the newest portsChanged()
+    QString m_picture; // what picture() returned at the newest portsChanged()
     int m_configurations = 0;
     int m_nextStep = 0;
     int m_signals = 0;
     int m_payloads = 0;
-    int m_depth = 0; // number of nested event loops
+    int m_depth = 0; // number of event loops that run now: 1 in the outermost, 2 in an event loop inside it
     bool m_cameToRest = true;
     std::unique_ptr<JwDevice::BoardWatch> m_watch;
 };

@@ -88,7 +88,7 @@ void WatchPorts::plug(const UsbPort &port, bool hasPermission)
     const int boardEnd = line.boardEnd.number();
     if (boardEnd < 0 || ::grantpt(boardEnd) != 0 || ::unlockpt(boardEnd) != 0)
         qFatal("cannot make a pty");
-    // The port's own end is kept open, because otherwise the board's end would report a hang-up.
+    // Keep the port's end open too: if no program has it open, the board's end would otherwise report a hang-up.
     line.hostEnd = Descriptor(::ioctl(boardEnd, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     termios settings;
     ::tcgetattr(line.hostEnd.number(), &settings);
@@ -111,7 +111,7 @@ void WatchPorts::plug(const UsbPort &port, bool hasPermission)
     if (hasPermission)
         permit(port.name);
     else
-        setNode(port.name, "/proc/sys/kernel/ostype"); // not even root can open this for writing
+        setNode(port.name, "/proc/sys/kernel/ostype"); // a file that not even root can open for writing
     makeLink(m_root + "/sys/class/tty/" + name, "../../" + m_lines[port.name].path.mid(int(qstrlen("/sys/"))));
     announce(m_lines[port.name].path, "add");
 }
@@ -139,7 +139,8 @@ void WatchPorts::change(const QString &name)
 
 void WatchPorts::send(const QString &name, const QByteArray &bytes)
 {
-    // The kernel moves the bytes in its own thread, and poll() waits only for the first byte.
+    // The kernel moves the bytes to the port in a thread of its own. poll() waits for this thread only if the port has
+    // no bytes yet, so the loop below waits until all bytes are there.
     const int hostEnd = m_lines.at(name).hostEnd.number();
     const int expected = unread(hostEnd) + bytes.size();
     if (::write(descriptor(name), bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())

@@ -12,11 +12,11 @@ typedef struct _UMockdevTestbed UMockdevTestbed;
 /// A USB serial port as the system describes it.
 struct UsbPort
 {
-    QString name; ///< without folder; see WatchPorts::name()
+    QString name; ///< without a folder, for example "ttyW4711x0"; see WatchPorts::name()
     int device = 0; ///< number of the USB device, which fixes its place in the USB tree
     int interface = 0; ///< number of the USB interface; one device may have several ports
     QString serial;
-    bool isCandidate = true; ///< whether the vendor is that of boards
+    bool isCandidate = true; ///< whether the device has the vendor number of the boards
     bool isIgnored = false; ///< whether the udev property JWDEVICE_IGNORE is set
 
     QString place() const { return QStringLiteral("1-%1:1.%2").arg(device + 1).arg(interface); }
@@ -25,8 +25,8 @@ struct UsbPort
 
 /// Simulated serial ports that come and go under any name, at any place and with any serial number. The tests of the
 /// watch plug in so many ports that the simulator's boards, which have all files of a USB device, would take too long.
-/// So the devices here have only the files that udev and Qt read, and a pulled port leaves its files behind: the system
-/// finds a port by its link in /sys/class/tty.
+/// So the devices here have only the files that udev and Qt read. A pulled port loses only its node in /dev and its
+/// link in /sys/class/tty; without this link, the system no longer finds the other files, so they may stay.
 class WatchPorts
 {
 public:
@@ -36,25 +36,26 @@ public:
     WatchPorts();
     ~WatchPorts();
 
-    /// Returns a port name that no other process uses.
+    /// Returns the port name with this number, from 0 to names - 1. No other process uses these names.
     static QString name(int number);
 
-    /// Makes the port and sends the kernel event. A port without permission can't be opened before permit().
+    /// Makes the port and sends the kernel event. If `hasPermission` is false, no program can open the
+    /// port before permit().
     void plug(const UsbPort &port, bool hasPermission);
     void pull(const QString &name);
     /// Lets programs open the port.
     void permit(const QString &name);
-    /// Sends the kernel event "change".
+    /// Sends the kernel event "change" of the port.
     void change(const QString &name);
 
     bool isPlugged(const QString &name) const { return m_lines.count(name) > 0; }
     /// Whether a program has the port open.
     bool isOpen(const QString &name) const { return JwSimulator::isLocked(name); }
-    /// Returns the board's end of the line.
+    /// Returns the descriptor of the board's end of the line.
     int descriptor(const QString &name) const { return m_lines.at(name).boardEnd.number(); }
-    /// Sends `bytes` from the board, and waits until the host can read them.
+    /// Sends `bytes` from the board, and waits until a program can read them from the port.
     void send(const QString &name, const QByteArray &bytes);
-    /// Drops the bytes that no program has read.
+    /// Drops the bytes from the board that no program has read.
     void dropUnread(const QString &name);
 
 private:

@@ -27,7 +27,8 @@ public:
     WatchSchedule schedule()
     {
         const int boards = oneOf<int>({1, 1, 2, 2, 2, 3, 3, 4});
-        m_isSimple = chance(40); // good boards and good settings, so that long stories happen
+        // In simple schedules, most boards answer and are wanted: they are found, and much can happen to them.
+        m_isSimple = chance(40);
         while (m_schedule.boards.size() < boards)
             m_schedule.boards.append(board());
         m_schedule.settings.append(settings());
@@ -105,7 +106,8 @@ private:
         return step;
     }
 
-    /// Lends a board, and pulls and plugs it, perhaps while the watch is stopped.
+    /// Appends steps that lend a board and pull its cable. A plug comes at a random place after the first step. In half
+    /// of the cases, the watch is stopped before the pull and started after it.
     void replugWhileLent()
     {
         const int board = anyBoard();
@@ -144,7 +146,8 @@ private:
             return plug(anyBoard());
         if (kind < 60) {
             Step pull = step(Step::Pull);
-            pull.withNext = chance(50); // like a hub with several devices
+            // Half of the pulls come together with the next step, like the pull of a hub with several boards.
+            pull.withNext = chance(50);
             return pull;
         }
         const Step other = step(oneOf(rest));

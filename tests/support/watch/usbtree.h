@@ -19,10 +19,11 @@ inline QString folderOf(const QString &portName)
     return folder;
 }
 
-/// The devices of a port that can have properties.
+/// The port and the devices above it that can have udev properties. The value is the number of folders from the port up
+/// to the device.
 enum Level { Port = 0, Interface = 2, Device = 3 };
 
-/// Adds a udev property, for example "JWDEVICE_IGNORE=1".
+/// Adds a udev property, for example "JWDEVICE_IGNORE=1", to the port or to the device above it that `level` names.
 inline void addProperty(const QString &portName, Level level, const QByteArray &property)
 {
     QDir folder(folderOf(portName));
@@ -33,7 +34,8 @@ inline void addProperty(const QString &portName, Level level, const QByteArray &
         qFatal("no property for %s: %s", qUtf8Printable(portName), qUtf8Printable(file.errorString()));
 }
 
-/// Makes the port an interface of the USB device of another port, for example "1.2".
+/// Moves the port to the USB device of another port. There, the port is on the interface `interface`, for example
+/// "1.2".
 inline void moveTo(const QString &portName, const QString &otherPort, const QString &interface)
 {
     const QString from = folderOf(portName);
@@ -45,7 +47,7 @@ inline void moveTo(const QString &portName, const QString &otherPort, const QStr
     const QString to = device.filePath(device.dirName() + QLatin1Char(':') + interface);
     const QString port = to + QStringLiteral("/tty/") + portName;
     bool ok = QDir().mkpath(port);
-    // Links are relative, because programs see the folder under another path.
+    // Links are relative, because programs see the simulated /sys as /sys, not under the path that is used here.
     const auto link = [](const QString &target, const QString &name) {
         QFile::remove(name);
         return QFile::link(QFileInfo(name).dir().relativeFilePath(target), name);

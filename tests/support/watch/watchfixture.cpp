@@ -98,7 +98,7 @@ JwDevice::PortReport WatchFixture::report(const JwSimulator::Board *board) const
 
 bool WatchFixture::isAtRest() const
 {
-    // The ports of boards have no parent, so they are not children of the watch.
+    // The ports of boards have no parent, so findChildren() does not return them.
     QObjectList objects = watch->findChildren<QObject *>();
     objects.append(watch);
     const QList<Board> boards = watch->boards();
@@ -148,7 +148,7 @@ void WatchFixture::checkLost(const Board &board)
     lost << board;
     promise(m_there.remove(board.id), "boardLost", board, "comes only after boardFound or boardBack of the same id");
     if (board.loss == Board::Stopped)
-        m_known.clear(); // the next start() knows no board
+        m_known.clear(); // after a stop, each board is found again, not back
     promise(board.loss != Board::NotLost, "boardLost", board, "says why");
     const QList<Board> boards = watch->boards();
     const bool isListed =

@@ -28,19 +28,20 @@ public:
     WatchFixture(const WatchFixture &) = delete;
     WatchFixture &operator=(const WatchFixture &) = delete;
 
-    /// Adds a board on a port that no other test program uses. `board` describes it, for example "BoardA,delay=20".
+    /// Adds a board on a port that no other test program uses. `board` describes the board, for example
+    /// "BoardA,delay=20".
     JwSimulator::Board *attach(const char *board);
-    /// Adds a board with this USB serial number, which may be empty.
+    /// Adds a board with this USB serial number. If it is empty, the board has no serial number.
     JwSimulator::Board *attach(const char *board, const QString &serial);
 
-    /// Returns the board that the watch has on the port of `board`. Without an id if there is none.
+    /// Returns the board that the watch found on the port of `board`. If there is none, the result has an empty id.
     JwDevice::Board found(const JwSimulator::Board *board) const;
     JwDevice::PortReport report(const JwSimulator::Board *board) const;
     /// Returns how often the watch opened the port, or tried to.
     int attempts(const JwSimulator::Board *board) const { return m_attempts.value(board->portName()); }
     /// Returns how many queries the watch wrote to the port.
     int queries(const JwSimulator::Board *board) const { return m_queries.value(board->portName()); }
-    /// Whether no timer of the watch or of the objects below it runs.
+    /// Whether no timer runs of the watch, of its child objects, or of the ports of its boards.
     bool isAtRest() const;
 
     QPointer<JwDevice::BoardWatch> watch;
@@ -61,7 +62,7 @@ private:
     void promise(bool kept, const char *signal, const JwDevice::Board &board, const char *text);
 
     QSet<QString> m_there; // ids of the boards that are there, as the signals say
-    QHash<QString, JwDevice::Type> m_known; // the boards that were there since the watch was started, by id
+    QHash<QString, JwDevice::Type> m_known; // types of the boards that were found since the watch was started, by id
     QHash<QString, int> m_attempts; // by port name
     QHash<QString, int> m_queries; // by port name
     QStringList m_broken; // promises that the watch broke
@@ -71,7 +72,7 @@ private:
 bool canBeOpened(const JwSimulator::Board *board);
 /// Returns all bytes that `board` received.
 QByteArray received(const JwSimulator::Board *board);
-/// Returns the port of a board that is there.
+/// Returns the port that the board's Communicator uses.
 QSerialPort *portOf(const JwDevice::Board &board);
 
 extern const QByteArray versionQuery;

@@ -1,5 +1,6 @@
-// Makes a BoardWatch list the ports at every interval, as on a system without udev. On such a system, the monitor that
-// receives the kernel's events can't be made. QSerialPortInfo is not affected, because it does not use the monitor.
+// Simulates a system without udev for the test that contains this file: the monitor that receives the kernel's events
+// can't be made. So a BoardWatch lists the ports at each poll interval instead. QSerialPortInfo works as usual, because
+// it does not use the monitor.
 extern "C" {
 
 struct udev;
