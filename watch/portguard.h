@@ -9,9 +9,9 @@ namespace JwDevice {
 class Communicator;
 
 /**
- * Deletes a port when that is safe. A QSerialPort must not be deleted while it emits a signal, and a receiver of a
- * signal may run an event loop, in which the board is lost. QObject::deleteLater() alone would delete the port in that
- * loop.
+ * Deletes a port when that is safe. A QSerialPort must not be deleted while it emits a signal. But a receiver of such a
+ * signal may run an event loop, and the board may be lost in that loop. Then QObject::deleteLater() alone would delete
+ * the port in that loop, while the port is still emitting the signal.
  */
 class PortGuard : public QObject
 {
