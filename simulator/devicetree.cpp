@@ -12,7 +12,7 @@ namespace JwSimulator {
 
 namespace {
 
-constexpr std::size_t usbNumbers = 128; // a USB bus has the device numbers 1 to 127
+constexpr std::size_t usbNumbers = 128; // a USB bus has the device numbers 1 to 127; number 0 is never used
 
 bool writeFile(const QByteArray &name, const QByteArray &text)
 {

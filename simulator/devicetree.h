@@ -19,14 +19,14 @@ struct Device
 
     QByteArray path; ///< path below /sys/devices, for example "usb1/1-01"
     QByteArray subsystem; ///< folder of the subsystem below /sys, for example "bus/usb"
-    Pairs attributes; ///< name and text of each file
-    Pairs properties; ///< the properties that udev reports
+    Pairs attributes; ///< name and text of each attribute, which is a file in the device's folder
+    Pairs properties; ///< name and value of each property that udev reports
     Pairs links; ///< name and target of each link, for example to the driver
 };
 
 /// The simulated /sys, and the kernel events of its devices. Programs see it through umockdev's preload library.
 ///
-/// This class writes the files itself. umockdev could also do it, but its own "add" event comes before the device is
+/// This class writes the files itself. umockdev could also write them, but it would send "add" before the device is
 /// complete.
 class DeviceTree
 {
@@ -37,8 +37,8 @@ public:
     /// Returns the folder whose dev/ and sys/ programs see as /dev and /sys.
     const QByteArray &rootFolder() const { return m_root; }
 
-    /// Makes a device. No list of devices has it before show(). If a file cannot be written, returns false and sets
-    /// `error` to one line.
+    /// Makes the files of a device. Programs that list devices don't find it before show(). If a file cannot be
+    /// written, returns false and sets `error` to one line.
     bool add(const Device &device, QString &error);
     /// Puts a device into the lists that programs read, and sends "add". Its parent must be shown before.
     void show(const QByteArray &path);
@@ -47,17 +47,17 @@ public:
     /// Deletes a device, and sends "remove". Its children must be removed before.
     void remove(const QByteArray &path);
 
-    /// Returns a device number for a USB device that is plugged in. Like a kernel, counts on and reuses a number only
-    /// after all others.
+    /// Returns a free device number for a USB device that is plugged in. Like the kernel, always takes the next higher
+    /// free number, and begins at the lowest number again after the highest.
     int takeUsbNumber();
-    /// Returns a number that takeUsbNumber() gave.
+    /// Makes a number from takeUsbNumber() free again.
     void freeUsbNumber(int number);
 
 private:
     struct Entry
     {
         QByteArrayList listings; // links to the device in the folders that list devices
-        QByteArray subsystem; // the last two are for the events
+        QByteArray subsystem; // subsystem, type and properties are sent with each event
         QByteArray type;
         QByteArray properties;
     };
@@ -65,7 +65,7 @@ private:
     const QByteArray m_root;
     EventSender m_events;
     QMap<QByteArray, Entry> m_entries; // for each device, by its path
-    std::vector<bool> m_usbNumbers; // true = taken
+    std::vector<bool> m_usbNumbers; // for each device number: true if it is taken
     std::size_t m_lastUsbNumber;
 };
 

@@ -14,7 +14,7 @@ namespace JwSimulator {
 
 namespace {
 
-constexpr int mostWaiting = 10000; // a monitor that never reads loses later events, as on a real system
+constexpr int mostWaiting = 10000; // messages for one monitor; later events are lost, as on a real system
 
 // Returns the hash by which the kernel's filter of a monitor recognises a text: MurmurHash2 with seed 0.
 quint32 filterHash(const QByteArray &text)
@@ -102,7 +102,7 @@ void EventSender::flush()
         int error = 0;
         while (!it->isEmpty() && (error = sendTo(it.key(), it->head())) == 0)
             it->dequeue();
-        it = error == EAGAIN ? it + 1 : m_waiting.erase(it); // after another error, the monitor is gone
+        it = error == EAGAIN ? it + 1 : m_waiting.erase(it); // EAGAIN: the socket is full
     }
     if (m_waiting.isEmpty())
         m_retry.stop();

@@ -9,8 +9,9 @@ namespace JwSimulator {
 
 /// Sends udev's events to every monitor of a testbed, each monitor in the order of the events.
 ///
-/// umockdev gives each monitor a socket in the testbed's folder. Such a socket holds only about ten events, and
-/// umockdev's own sender ends the process when it is full. This class keeps the rest until the monitor reads.
+/// A monitor is the object with which a program receives udev's events. umockdev gives each monitor a socket in the
+/// testbed's folder. Such a socket holds only about ten events. If the socket is full, umockdev's own sender ends the
+/// process, but this class keeps further events until the monitor reads.
 class EventSender
 {
 public:
@@ -27,8 +28,8 @@ private:
     void flush();
 
     const QByteArray m_folder;
-    quint64 m_number = 0; // of the last event
-    QMap<QByteArray, QQueue<QByteArray>> m_waiting; // messages that a monitor's socket did not take yet
+    quint64 m_number = 0; // number of the last event (SEQNUM)
+    QMap<QByteArray, QQueue<QByteArray>> m_waiting; // for each full socket, by path: the messages that wait
     QTimer m_retry;
 };
 

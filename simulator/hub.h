@@ -9,7 +9,8 @@ namespace JwSimulator {
 class Board;
 class DeviceTree;
 
-/// A simulated USB hub with boards behind it. Its cable plugs in and pulls all of them together.
+/// A simulated USB hub with boards behind it. plug() plugs in the hub and all boards together. pull()
+/// pulls all of them.
 class Hub
 {
 public:
@@ -26,12 +27,13 @@ public:
 
     bool isFirst(const Board *board) const { return board == m_boards.value(0); }
 
-    /// Plugs in the hub with all its boards. All of them appear together. On failure, returns false and sets `error`
-    /// (may be null) to one line.
+    /// Plugs in the hub with all its boards, so that all boards appear together. On failure, returns false and sets
+    /// `error` (may be null) to one line.
     bool plug(QString *error);
     /// Pulls all boards, and then the hub.
     void pull();
-    /// Does the same because of the keys of the first board.
+    /// Called when a key of the first board, for example pull-after, pulls the hub. Counts the pull in each board, and
+    /// calls pull().
     void pullAsConfigured();
 
 private:

@@ -7,7 +7,8 @@ namespace JwSimulator {
 
 namespace {
 
-// Writes a name as udev does, with underscores for blanks. Programs that read the names replace the underscores.
+// Writes a name as udev does, with underscores for blanks. Programs that read such a name turn the
+// underscores into blanks again.
 QByteArray udevName(const QString &text)
 {
     return text.toLatin1().replace(' ', '_');
@@ -31,7 +32,7 @@ QByteArray hex(quint16 id)
     return QByteArray::number(id, 16).rightJustified(4, '0');
 }
 
-// Returns the two ids as the kernel writes them in PRODUCT.
+// Returns vendor id, product id and device version as the kernel writes them in the property PRODUCT.
 QByteArray kernelIds(const UsbIdentity &identity)
 {
     return QByteArray::number(identity.vendor, 16) + '/' + QByteArray::number(identity.product, 16) + "/200";

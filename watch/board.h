@@ -11,45 +11,51 @@ namespace JwDevice {
 
 class Communicator;
 
-/// A board that a BoardWatch found. A value: a copy keeps what was true when it was made.
+/// A board that a BoardWatch found. A Board is a copy of the data at one moment: it does not change later, for example
+/// when the board is lost.
 struct Board
 {
     /// What `id` is made of.
     enum IdBasis {
-        SerialNumber, ///< the USB serial number and the interface, for example "SIM7:1.0"
-        Place, ///< the place in the USB tree, for example "1-4.2:1.0"
-        PortName, ///< the name of the port, for example "ttyACM0"
+        /// The USB serial number and the USB interface, for example "SIM7:1.0". Where the system reports no interface,
+        /// the serial number alone. If another board had this id first, Place is used.
+        SerialNumber,
+        /// The place of the USB interface in the USB tree, for example "1-4.2:1.0": bus 1, ports 4 and 2, interface
+        /// 1.0. Used if the board has no serial number.
+        Place,
+        PortName, ///< the name of the port, for example "ttyACM0"; used where the system reports no place
     };
     /// Why the board can't be used any more.
     enum Loss {
         NotLost, ///< the board is there
-        CablePulled, ///< the system no longer has the port
-        PortFailed, ///< the port is still there, but reported only errors
-        NoAnswer, ///< the board said nothing and did not answer a query. See BoardWatch::setCheckInterval()
+        CablePulled, ///< the system no longer has the port, for example because the cable was pulled
+        PortFailed, ///< the system still has the port, but the port reported only errors; see PortErrors
+        NoAnswer, ///< the board did not answer its query in time; see BoardWatch::setCheckInterval()
         Lent, ///< BoardWatch::lend() closed the port
         Released, ///< the application deleted the Communicator or its port
         Stopped, ///< BoardWatch::stop() closed the port
     };
 
-    /// The same for the same board at every port: USB serial number and interface. Without a serial number, the place
-    /// in the USB tree. Where the system reports no place, the name of the port.
+    /// Identifies the board; never empty. If `idBasis` is SerialNumber, the board has the same id at every port, unless
+    /// `sharesSerialNumber` is true. If `idBasis` is Place or PortName, the board gets another id at another port.
     QString id;
     IdBasis idBasis = PortName; ///< what `id` is made of
-    /// Whether another board claimed the same serial number, so that one of the two is told apart by its place.
+    /// Whether, since BoardWatch::start(), another board with this serial number was plugged in at the same time. Then
+    /// the board that came first has the id with the serial number, and the other board has its place as id.
     bool sharesSerialNumber = false;
     Type type = Unknown; ///< type of the board
-    /// The open connection. It belongs to the watch, which deletes it some time after BoardWatch::boardLost(). Null if
-    /// the application deleted it.
+    /// The connection with the board. Its port is open until the board is lost. The watch owns the Communicator and
+    /// deletes it after BoardWatch::boardLost(), so don't keep this pointer longer. Null if `loss` is Released.
     Communicator *communicator = nullptr;
-    QString portName; ///< for example "ttyACM0"
-    QString location; ///< for example "/dev/ttyACM0"
-    QString place; ///< interface in the USB tree, for example "1-4.2:1.0"; empty if not known
+    QString portName; ///< name of the board's port, for example "ttyACM0"
+    QString location; ///< path of the board's port, for example "/dev/ttyACM0"
+    QString place; ///< place of the USB interface in the USB tree, for example "1-4.2:1.0"; empty if not known
     QString manufacturer; ///< manufacturer of the USB device; empty if not known
     QString product; ///< product name of the USB device; empty if not known
     QString serialNumber; ///< serial number of the USB device; empty if it has none
-    QString hardwareVersion; ///< from the board's answer; empty if the answer contains none
-    QDateTime since; ///< when the board was found at this port, in UTC
-    Loss loss = NotLost; ///< why the board was lost; set in boardLost()
+    QString hardwareVersion; ///< hardware version in the board's answer; empty if the answer contains none
+    QDateTime since; ///< time of the newest boardFound() or boardBack(), in UTC
+    Loss loss = NotLost; ///< in boardLost(), why the board was lost; otherwise NotLost
 };
 
 /// Returns the name of `loss` in camel case, for example "cablePulled". Use it in logs and in output for programs.

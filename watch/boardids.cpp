@@ -6,8 +6,8 @@ namespace JwDevice {
 
 namespace {
 
-/// The most lost boards that are remembered. A limit, because a faulty device may have a new serial number at each
-/// plug.
+/// Largest number of lost boards that are remembered. There is a limit because a faulty device may have a new serial
+/// number each time it is plugged in.
 constexpr int mostLost = 10000;
 
 QString placeOf(const SystemPort &port)

@@ -28,15 +28,15 @@ public:
 
     /// Notes that the board `id` was lost.
     void onLost(const QString &id, Type type);
-    /// Returns whether the board `id` was lost before. It then counts as being there again.
+    /// Returns whether a board with this id and type was lost, and forgets that the board `id` was lost.
     bool takeLost(const QString &id, Type type);
 
     void clear();
 
 private:
-    QHash<QString, QString> m_owners; // serial numbers that two boards claim, to the place of the board that keeps it
-    QHash<QString, Type> m_lost; // ids of boards that were lost
-    QStringList m_lostOrder; // the same ids, oldest first
+    QHash<QString, QString> m_owners; // for each serial number of two boards: the place of the board that came first
+    QHash<QString, Type> m_lost; // types of the lost boards, by id
+    QStringList m_lostOrder; // ids of the lost boards; the board that was lost first is first
 };
 
 } // namespace JwDevice

@@ -36,7 +36,8 @@ QString hardwareVersion(const QString &reply)
     return session.fields.value(QStringLiteral("hwversion")).toString();
 }
 
-// A lambda, because the library would export the type information of a pointer to isCandidate().
+// Returns a lambda. If it returned a pointer to isCandidate(), the library would export the type information of that
+// pointer.
 std::function<bool(const QSerialPortInfo &port)> defaultRule()
 {
     return [](const QSerialPortInfo &port) { return isCandidate(port); };
@@ -54,16 +55,16 @@ QString usbId(const QSerialPortInfo &info)
 class BoardWatch::Private
 {
 public:
-    /// What is done with a port.
+    /// What the watch does with a port.
     enum State {
         Excluded, // not opened; `exclusion` says why
-        OtherPort, // not opened, because another port of its device is a board
-        Due, // to be probed in a next turn of the event loop
+        OtherPort, // closed, because a board is on another port of the same USB device
+        Due, // to be probed in one of the next turns of the event loop
         Probing,
         Ready, // a board is on the port
         Rejected, // no wanted board answered
-        Waiting, // to be probed again at the next retry
-        Lent,
+        Waiting, // to be probed again when retryTimer ends
+        Lent, // closed by lend()
         Released, // the application deleted the board's Communicator
     };
     struct Entry
@@ -71,7 +72,7 @@ public:
         BoardId id;
         State state = Due;
         QString exclusion;
-        Board board; // the newest board; without an id if there was none
+        Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
     };
 
@@ -112,9 +113,9 @@ public:
     std::unique_ptr<PortSource> source; // null while the watch is stopped
     std::unique_ptr<ResumeNotifier> resume;
     QTimer retryTimer;
-    QVector<SystemPort> system; // the candidates of the newest list
+    QVector<SystemPort> system; // the candidates in the newest list of the ports
     std::map<QString, Entry> entries; // by port name
-    std::deque<Entry> stopped; // boards that stop() has not reported as lost
+    std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
     BoardIds ids;
     QHash<QString, Lending> lent; // by id
     bool isStale = false; // whether `system` must be listed again
@@ -140,8 +141,8 @@ void BoardWatch::Private::tellChange()
     Q_EMIT q->portsChanged();
 }
 
-// Does one step at a time, so that a receiver of a signal may do anything, and so that the application's events are
-/// handled while many ports are opened.
+// Each call does only one step, so that a receiver of a signal may do anything, and so that the application's events
+// are handled between the steps. The next step follows from the event loop.
 void BoardWatch::Private::update()
 {
     if (!source)
@@ -157,7 +158,7 @@ void BoardWatch::Private::update()
         later(&Private::update, isUpdateQueued);
 }
 
-// Removes a port that is gone. A port that is there again, but was gone in the meantime, is removed too.
+// Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.
 bool BoardWatch::Private::removeOne()
 {
     for (auto it = entries.begin(); it != entries.end(); ++it) {
@@ -173,7 +174,8 @@ bool BoardWatch::Private::removeOne()
             lent.remove(gone.id.text);
         later(&Private::tellChange, isChangeQueued);
         gone.port->disconnect(q);
-        later(&Private::update, isUpdateQueued); // now, because a receiver of boardLost() may run an event loop
+        // Before lose(), because a receiver of boardLost() may run an event loop.
+        later(&Private::update, isUpdateQueued);
         if (gone.state == Ready)
             lose(gone, Board::CablePulled);
         return true;
@@ -191,12 +193,13 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
-            if (known->second.state == Waiting) // perhaps its permissions came
+            if (known->second.state == Waiting) // perhaps the port can be opened with its new permissions
                 setState(known->second, Due);
             any = true;
         }
     }
-    // A board that is not there when the watch starts has gone.
+    // If a lent board is not there after stop() and start(), it was pulled in the meantime. So UntilPluggedAgain is
+    // over.
     for (auto it = lent.begin(); it != lent.end();)
         it = *it == UntilPluggedAgain && find(it.key()) == entries.end() ? lent.erase(it) : std::next(it);
     return any;
@@ -274,7 +277,7 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
     return &entry != &other && !device.isEmpty() && device == other.port->system().device();
 }
 
-// Closes a port, because the board of its device is on the port `board`.
+// Closes the port of `entry`, because the board is on another port of the same USB device, named `board`.
 void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
 {
     entry.port->close();
@@ -336,7 +339,8 @@ void BoardWatch::Private::onProbeEnded(const QString &name)
 {
     Entry &entry = entries.at(name);
     const PortReport::Verdict verdict = entry.port->report().verdict;
-    // A port that had a board is asked until the board answers again. Other silent ports are left alone.
+    // A port that could not be opened is tried again. A port that had a board is probed until the board answers again.
+    // Other silent ports are left alone.
     const bool isRetried = verdict == PortReport::NotOpened || verdict == PortReport::Lost || !entry.board.id.isEmpty();
     setState(entry, isRetried ? Waiting : Rejected);
     later(&Private::tellChange, isChangeQueued);
@@ -356,7 +360,8 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    // After stop(), the watch knows no board. A receiver may call start() while the other boards are still reported.
+    // After stop(), the next start() must report each board by boardFound(). A receiver of boardLost() may call start()
+    // before stop() has reported all boards. So the boards that stop() reports are not noted as lost.
     if (loss != Board::Stopped)
         ids.onLost(entry.board.id, entry.board.type);
     Board lost = entry.board;
@@ -483,7 +488,8 @@ void BoardWatch::stop()
     d->retryTimer.stop();
     d->system.clear();
     d->later(&Private::tellChange, d->isChangeQueued);
-    // The other ports are closed before the first signal, because its receiver may run an event loop.
+    // The ports without a board are closed here, before the first boardLost(), because a receiver of boardLost() may
+    // run an event loop.
     for (auto &[name, entry] : std::exchange(d->entries, {})) {
         entry.port->disconnect(this);
         if (entry.state == Private::Ready)

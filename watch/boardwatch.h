@@ -19,8 +19,8 @@ class QSerialPortInfo;
 namespace JwDevice {
 
 /**
- * Finds boards on USB serial ports from start() to stop(), also boards that are plugged in later, and reports when a
- * board is lost and when it is back.
+ * Finds boards on USB serial ports, also boards that are plugged in later. Reports when a board is lost and when it is
+ * back. The watch works from start() to stop().
  *
  * \code
  * auto *watch = new JwDevice::BoardWatch(this);
@@ -30,18 +30,25 @@ namespace JwDevice {
  * watch->start();
  * \endcode
  *
- * Every port is probed by its own Initializer, in the moment when the port appears. So a silent port delays no other
- * port, and all boards of a type are found. A port on which no wanted board answers is closed, and left alone until it
- * is plugged in again or lookAgain() is called. A port that can't be opened, for example because another program uses
- * it, is tried again twice a second. A USB device with several ports is asked on each, until one answers as a board.
+ * Every candidate port is probed by its own Initializer as soon as the port appears. So a silent port delays no other
+ * port, and all boards of a type are found.
  *
- * On Linux the watch gets the kernel's events from udev, so it needs neither a timer nor a thread. On other systems,
- * and where no udev runs, it lists the ports once a second (see setPollInterval()).
+ * If no wanted board answers on a port, the watch closes the port. It probes the port again when the port is plugged
+ * in again, or when lookAgain() is called. The watch tries twice a second to open a port that can't be opened, for
+ * example because another program uses it. If a board is lost and its port is still there, the watch probes the port
+ * again and again until the board answers. After lend(), and after the application deleted the board's Communicator,
+ * the watch does this only if takeBack() is called.
  *
- * The watch owns its boards: Communicator and port. Each boardFound() or boardBack() of an id is followed by one
- * boardLost() of that id before anything is deleted. Only the destructor closes the boards without a signal. Receivers
- * of the signals may do anything, for example delete a board's Communicator, delete the watch, or run an event loop.
- * Delete a board's port only with QObject::deleteLater().
+ * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
+ * watch closes the other ports.
+ *
+ * On Linux, udev reports new and removed ports, so the watch needs neither a timer nor a thread to notice them. On
+ * other systems, and where no udev runs, the watch lists the ports once a second (see setPollInterval()).
+ *
+ * The watch owns the Communicator and the port of each board. After each boardFound() and each boardBack() of a board,
+ * the watch emits one boardLost() for this board before it deletes them. Only the destructor of the watch deletes them
+ * without a signal. Receivers of the signals may do anything, for example delete a board's Communicator, delete the
+ * watch, or run an event loop. Delete a board's port only with QObject::deleteLater().
  *
  * The watch works in the event loop of its thread. All watches, Initializers and Communicators of a process belong to
  * one thread.
@@ -51,82 +58,93 @@ class JWWATCH_EXPORT BoardWatch : public QObject
     Q_OBJECT
 
 public:
-    /// How long a lent port is left alone.
+    /// How long the watch leaves a lent board alone.
     enum Lending {
         UntilTakenBack, ///< until takeBack()
-        UntilPluggedAgain, ///< until the port has gone and come again, or until takeBack()
+        UntilPluggedAgain, ///< until the board's port has disappeared and appeared again, or until takeBack()
     };
 
-    /// Does nothing before start(). `parent` owns the watch, as every QObject owns its children.
+    /// Creates a watch that opens no port before start(). `parent` owns the watch, as every QObject owns its children.
     explicit BoardWatch(QObject *parent = nullptr);
-    /// Closes all boards without a signal.
+    /// Closes all ports and deletes the Communicators. Emits no signal.
     ~BoardWatch() override;
 
     // The following settings take effect at the next start().
 
-    /// Sets the wanted types of board. By default, all types (see boardTypes()). If `types` is empty, no port is opened.
+    /// Sets the wanted types of board. By default, all types (see boardTypes()). If `types` is empty, no port is
+    /// opened.
     void setTypes(const QList<JwDevice::Type> &types);
     QList<JwDevice::Type> types() const; ///< returns the value of setTypes()
-    /// Sets which ports are probed. Without a rule, isCandidate().
+    /// Sets the function that returns whether `port` is a candidate. Only candidates are probed. By default, and if
+    /// `rule` is empty, the function is isCandidate().
     void setCandidateRule(std::function<bool(const QSerialPortInfo &port)> rule);
     /// Sets ports that are never opened. Each entry is a port name ("ttyACM0"), a location ("/dev/ttyACM0"), a USB
     /// serial number, or a USB vendor and product id in hexadecimal digits ("0483:5740"). On Linux, a port whose udev
     /// property `JWDEVICE_IGNORE` is "1" is never opened either.
     void setNeverOpened(const QStringList &ports);
     QStringList neverOpened() const; ///< returns the value of setNeverOpened()
-    /// Sets how many rounds ask a silent port again. The default is 3. See Initializer::setMaxRetries().
+    /// Sets the largest number of retry rounds in each probe. A retry round asks a silent port again. The default is 3.
+    /// See Initializer::setMaxRetries().
     void setMaxRetries(uint maxRetries);
     uint maxRetries() const; ///< returns the value of setMaxRetries()
-    /// Sets the time in ms between the appearance of a port and its probe, if BoardC is wanted. The default is 0.
+    /// Sets the time in ms that each probe waits before it opens the port. The delay is used only if BoardC is wanted,
+    /// because that board starts slowly. The default is 0.
     void setDelay(int delay);
     int delay() const; ///< returns the value of setDelay()
-    /// Sets the time in ms after which a board that said nothing is asked its query again. If it does not answer within
-    /// replyTime, it is lost. 0, the default, turns this check off. The application receives the answers too.
+    /// Sets a time in ms. If a board sends no byte for this time, the watch writes the board's query again. If no byte
+    /// arrives within replyTime (400 ms) after that, the board is lost (Board::NoAnswer). The default, 0, turns this
+    /// check off. The application also receives the answers to these queries.
     void setCheckInterval(int interval);
     int checkInterval() const; ///< returns the value of setCheckInterval()
-    /// Sets the time in ms between two lists of the ports, where the system reports no events. The default is 1000,
-    /// the smallest value 1.
+    /// Sets the interval in ms at which the watch lists the ports if the system reports no events. The default is 1000,
+    /// the smallest value is 1.
     void setPollInterval(int interval);
     int pollInterval() const; ///< returns the value of setPollInterval()
 
-    /// Starts to watch. The signals are emitted later, from the event loop. If the watch runs, does nothing.
+    /// Starts to watch. The signals are emitted later, from the event loop. Does nothing if isStarted().
     void start();
-    /// Ends the watch and closes all ports. Emits boardLost() for each board. The next start() knows no board, so it
-    /// finds each board by boardFound().
+    /// Ends the watch and closes all ports. Emits boardLost() for each board. After the next start(), the watch reports
+    /// every board by boardFound(), also a board that it knew before.
     void stop();
     bool isStarted() const; ///< returns true between start() and stop()
 
-    /// Returns the boards that are there, sorted by port name.
+    /// Returns the boards that were found and are not lost, in the alphabetical order of their port names.
     QList<JwDevice::Board> boards() const;
     /// Returns a report for each candidate port of the system. The reports show why no board was found on a port. If
-    /// the watch does not open a port, `errorText` says why and `error` is NoError.
+    /// the watch itself decided to leave a port closed, `errorText` says why and `error` is NoError.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
-     * Closes the port of the board `id`, so that another program can use it, and emits boardLost(). The watch leaves
-     * the board alone at every port until `lending` says. Returns false if there is no such board.
+     * Closes the port of the board `id`, so that another program can use the board, and emits boardLost(). `lending`
+     * says how long the watch leaves the board alone, at every port. Returns false if boards() contains no board with
+     * this id.
      */
     bool lend(const QString &id, Lending lending = UntilTakenBack);
-    /// Ends lend(), and looks for the board again. Also for a board whose Communicator the application deleted. Returns
-    /// false if no board with this id is lent or released.
+    /// Looks again for a board after lend(), or after the application deleted the board's Communicator. Returns false
+    /// if the board `id` was lost for neither of these reasons.
     bool takeBack(const QString &id);
 
-    /// Sets a function that is called at every event of every probe. See Initializer::setPortObserver().
+    /// Sets a function that is called at every event of every probe. Takes effect at once. See
+    /// Initializer::setPortObserver().
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 
 public Q_SLOTS:
-    /// Probes all ports again on which no board was found.
+    /// Probes the ports without a board again: ports on which no wanted board answered, ports that could not be opened,
+    /// and ports that lost their board. Does not probe ports that the watch leaves alone; see setNeverOpened(), lend()
+    /// and Board::Released.
     void lookAgain();
-    /// Asks every board whether it is still there. A board that does not answer within replyTime is lost. On Linux, the
-    /// watch does this after the system was suspended, or after the clock was set.
+    /// Sends every board its query. If no byte arrives from a board within replyTime (400 ms), the board is lost.
+    /// On Linux, the watch itself calls this function after the system was suspended, and after the clock was set.
     void checkBoards();
 
 Q_SIGNALS:
-    /// Emitted when a wanted board answered that was not there before. Its port is open.
+    /// Emitted when a wanted board answered. Its port is open. If the board was lost since start(), boardBack() is
+    /// emitted instead.
     void boardFound(const JwDevice::Board &board);
     /// Emitted when a board can't be used any more; `board.loss` says why. Its port is closed.
     void boardLost(const JwDevice::Board &board);
-    /// Emitted when a board that was lost answered again, perhaps on another port. Its id is the same as before.
+    /// Emitted when a board that was lost answered again, perhaps on another port. `board.id` and `board.type` are the
+    /// same as before. `board.communicator` is a new Communicator.
     void boardBack(const JwDevice::Board &board);
     /// Emitted when portReports() or boards() may have changed.
     void portsChanged();

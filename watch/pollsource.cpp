@@ -7,7 +7,7 @@ namespace JwDevice {
 
 namespace {
 
-/// Returns a text that differs after another device appeared under the same port name.
+/// Returns a text that changes when another device appears under the same port name.
 QString identityOf(const QSerialPortInfo &info)
 {
     return QStringLiteral("%1:%2 %3 %4")

@@ -7,7 +7,7 @@
 
 namespace JwDevice {
 
-/// Lists the ports at every interval, for systems that report no events.
+/// A source for systems that report no events. Emits changed() at every interval, so that the ports are listed again.
 class PollSource : public PortSource
 {
     Q_OBJECT

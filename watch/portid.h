@@ -10,13 +10,16 @@ class QSerialPortInfo;
 
 namespace JwDevice {
 
-/// Returns the id of the board on each of `ports`, in the same order. For QSerialPortInfo::availablePorts() these are
-/// the ids that a BoardWatch gives if it starts now. See Board::id.
+/// Returns for each of `ports` the id that a board on this port has (see Board::id), in the order of `ports`. Does not
+/// open the ports. To get the ids that a BoardWatch would give if it started now, pass its candidate ports in the order
+/// of QSerialPortInfo::availablePorts().
 JWWATCH_EXPORT QStringList boardIds(const QList<QSerialPortInfo> &ports);
 
-/// Returns whether the board on `port` can have this `id`: the USB serial number and interface of the port, its place
-/// in the USB tree, or its name. Two boards with the same serial number can both have the id that is made of it. Use
-/// this function if a user selects a board, for example in BoardWatch::setCandidateRule().
+/// Returns whether a board on `port` can have this `id`: whether `id` is the port's USB serial number with the
+/// interface, the port's place in the USB tree, or the name of the port (see Board::IdBasis). If two boards have the
+/// same serial number, an id with this number can be the id of both, so the function returns true for both ports.
+///
+/// Use this function in BoardWatch::setCandidateRule() if the user names a board by its id.
 JWWATCH_EXPORT bool canHaveBoardId(const QSerialPortInfo &port, const QString &id);
 
 } // namespace JwDevice

@@ -14,9 +14,9 @@ struct SystemPort
 {
     QSerialPortInfo info;
     QString place; // name of the USB interface, for example "1-4.2:1.0"; empty if not known
-    bool isIgnored = false; // whether the system's settings say that no board is on the port
-    quint64 plug = 0; // another value after the port was pulled and plugged in again
-    quint64 change = 0; // another value after the system changed something about the port, for example its permissions
+    bool isIgnored = false; // whether udev's property JWDEVICE_IGNORE is "1"; see BoardWatch::setNeverOpened()
+    quint64 plug = 0; // this value changes when the port is pulled and plugged in again
+    quint64 change = 0; // this value changes when the system changes the port, for example its permissions
 
     /// Returns the name of the USB device, for example "1-4.2". All ports of one device have the same. Empty if not
     /// known.
@@ -32,15 +32,16 @@ class PortSource : public QObject
     Q_OBJECT
 
 public:
-    /// Returns the ports of the system, in the order of QSerialPortInfo::availablePorts(). The list is never older than
-    /// the newest changed().
+    /// Returns the ports of the system, in the order of QSerialPortInfo::availablePorts(). The list contains
+    /// every change that changed() has reported.
     virtual QVector<SystemPort> list() = 0;
 
 Q_SIGNALS:
     void changed();
 };
 
-/// Returns the best source of this system. `pollInterval` in ms is used only where the system reports no events.
+/// Returns a source that gets events from the system. If the system reports no events, returns a source that lists the
+/// ports every `pollInterval` ms.
 std::unique_ptr<PortSource> makePortSource(int pollInterval);
 
 } // namespace JwDevice

@@ -31,10 +31,10 @@ ResumeNotifier::ResumeNotifier()
 
 bool ResumeNotifier::arm()
 {
-    // The timer is never due. But the kernel cancels it when the clock jumps, and a resume is such a jump.
+    // This timer never ends. But the kernel cancels it when the clock jumps, and the clock jumps at a resume.
     itimerspec never{};
     never.it_value.tv_sec = std::numeric_limits<decltype(never.it_value.tv_sec)>::max();
-    // ECANCELED says that the clock has jumped since the last read; the timer is armed all the same.
+    // ECANCELED means that the clock has jumped since the last read. The timer is armed nevertheless.
     return ::timerfd_settime(m_descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr) == 0
         || errno == ECANCELED;
 }

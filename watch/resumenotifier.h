@@ -7,7 +7,8 @@
 
 namespace JwDevice {
 
-/// Reports when the system has resumed after a suspend. Only Linux tells; elsewhere no signal is emitted.
+/// Reports when the system has resumed after a suspend. Only Linux reports this; on other systems, this
+/// class emits no signal.
 class ResumeNotifier : public QObject
 {
     Q_OBJECT

@@ -8,8 +8,8 @@ namespace JwDevice {
 
 namespace {
 
-/// Returns whether events arrive at a monitor: from the udev daemon, or from a simulation by umockdev, which sends the
-/// same events without a daemon.
+/// Returns whether this system sends udev's events. Normally the udev daemon sends them. In a simulation, umockdev
+/// sends the same events without a daemon.
 bool hasEvents()
 {
     return QFileInfo::exists(QStringLiteral("/run/udev/control")) || qEnvironmentVariableIsSet("UMOCKDEV_DIR");
@@ -29,7 +29,7 @@ void readDevice(SystemPort &port)
         ? udev_device_new_from_subsystem_sysname(context, "tty", port.info.portName().toLocal8Bit().constData())
         : nullptr;
     if (device) {
-        // The parents belong to `device`.
+        // Don't unreference these parents: they belong to `device`.
         udev_device *const interface = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_interface");
         udev_device *const usbDevice = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device");
         if (interface)
@@ -94,8 +94,8 @@ bool UdevSource::receive()
 
 QVector<SystemPort> UdevSource::list()
 {
-    // Events that wait now are older than the list below. Without this, a port that was pulled and plugged in again in
-    // the meantime would look like a port that was there all the time.
+    // The events that wait now are older than the list below. Without this call, a port that was pulled and plugged in
+    // again since the last list would look like a port that was there all the time.
     receive();
     QVector<SystemPort> ports;
     QHash<QString, Counts> counts;

@@ -13,13 +13,14 @@ namespace JwDevice {
 /// Sets the place of `port`, and whether it is ignored, from the data of udev.
 void readDevice(SystemPort &port);
 
-/// Lists the ports, and reports changes when udev has handled an event of the kernel.
+/// Lists the ports, and reports their changes. udev sends the events, after it has set the permissions of the port.
 class UdevSource : public PortSource
 {
     Q_OBJECT
 
 public:
-    /// Returns null if this system sends no events: no udev daemon runs, or the process may not listen to it.
+    /// Returns null if this system sends no events: no udev daemon runs, or this process can't
+    /// receive its events.
     static std::unique_ptr<UdevSource> create();
     ~UdevSource() override;
 

@@ -67,15 +67,15 @@ void WatchedPort::probe()
     initializer->setMaxRetries(m_settings.maxRetries);
     initializer->setPortObserver([this](const PortEvent &event) {
         Q_EMIT reportChanged();
-        if (const auto observer = m_settings.observer) // a copy, because the observer may set another one
+        if (const auto observer = m_settings.observer) // a copy, because the observer may set another observer
             observer(event);
     });
     connect(initializer, &Initializer::deviceInitialized, this, [this](Type, Communicator *communicator) {
         endProbe();
         adopt(communicator);
-        // From the event loop, because the port is emitting readyRead() now, and does not emit it again before the
-        // receivers return. A receiver that runs an event loop would hear nothing from the board. Until then nobody
-        // listens to the Communicator, so it is not bound.
+        // Emits boardAnswered() later, from the event loop. At this moment, the port is emitting readyRead(), and does
+        // not emit it again before all receivers return. So a receiver that runs an event loop now would hear nothing
+        // from the board. The Communicator is also bound later, because nobody listens to it before boardAnswered().
         QMetaObject::invokeMethod(
             this,
             [this, guard = m_guard] {
@@ -87,14 +87,16 @@ void WatchedPort::probe()
             },
             Qt::QueuedConnection);
     });
-    // Emitted once for each wanted type, but the first is enough. The port is closed now, so that others can use it.
+    // The Initializer emits this signal once for each wanted type. The first signal is enough. endProbe() makes sure
+    // that the port is closed soon, so that other programs can use it.
     connect(initializer, &Initializer::deviceNotFound, this, [this, initializer] {
         if (m_initializer != initializer)
             return;
         endProbe();
         Q_EMIT probeEnded();
     });
-    // If a board of another type answered, the Initializer never ends.
+    // If a board of another type answers, the Initializer waits without limit. So the probe has a deadline: the time of
+    // the first round, of all retry rounds, and of one more round to be safe.
     const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
     const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
     m_deadline.start(delay + rounds * replyTime);
@@ -112,9 +114,9 @@ void WatchedPort::endProbe()
     m_report = m_initializer->portReports().constFirst();
     m_initializer->disconnect(this);
     m_initializer->setPortObserver({});
-    m_initializer->setMaxRetries(0); // otherwise it logs a retry round for the types that are not on this port
-    // Not delete, because this runs in a signal of the Initializer. Without a parent, because a receiver of the next
-    // signal may delete this object.
+    m_initializer->setMaxRetries(0); // otherwise it would log a retry round for the types that are not on this port
+    // Deleted later, because a slot of a signal of the Initializer may have called this function. The Initializer gets
+    // no parent, because a receiver of the next signal may delete this object, and with it its children.
     m_initializer->setParent(nullptr);
     std::exchange(m_initializer, nullptr)->deleteLater();
 }
@@ -123,15 +125,18 @@ void WatchedPort::adopt(Communicator *communicator)
 {
     auto *const port = static_cast<QSerialPort *>(communicator->device());
     m_communicator = communicator;
-    // Before the guard, which connects the Communicator again: a receiver of a payload may run an event loop, and the
-    // board is not silent meanwhile.
+    // Connected before the Communicator is bound to the port again, so onHeard() is called before the receivers of a
+    // payload. Such a receiver may run an event loop for a long time, and the board is not silent in this time.
     connect(port, &QSerialPort::readyRead, this, &WatchedPort::onHeard);
-    // Bytes that arrived in that event loop are read later, without a signal of the port.
+    // While such a receiver runs an event loop, the port emits no readyRead() for new bytes. The Communicator reads
+    // these bytes later, and then emits its own readyRead().
     connect(communicator, qOverload<>(&Communicator::readyRead), this, &WatchedPort::onHeard);
     m_guard = new PortGuard(port, communicator);
-    // Both are deleted by the application, if at all: lose() and close() disconnect them first.
+    // This signal means that the application deleted the Communicator or its port, because close() disconnects the
+    // signal before the watch deletes them.
     connect(communicator, &QObject::destroyed, this, [this, communicator] {
-        // A receiver of boardLost() may run an event loop, which deletes the port with its children.
+        // The Communicator is being deleted already. Without this call, the port would delete it again if a receiver of
+        // boardLost() runs an event loop, because that loop may delete the port with its children.
         communicator->setParent(nullptr);
         lose(Board::Released);
     });
@@ -169,7 +174,7 @@ void WatchedPort::check()
     m_checkTimer.start(replyTime);
     const QStringList queries = queriesOf(m_report.type);
     for (const QString &query : queries) {
-        if (m_communicator) // a receiver may delete it
+        if (m_communicator) // null if a receiver of a signal deleted it during the last write
             m_communicator->writePayload(query);
     }
 }
@@ -185,7 +190,8 @@ void WatchedPort::onCheckTimer()
         m_checkTimer.start(0);
         break;
     case Check::Late:
-        // While a receiver of a payload runs an event loop, bytes arrive without a signal.
+        // While a receiver of a payload runs an event loop, the port emits no signal for new bytes. But more unread
+        // bytes show that the board is not silent.
         if (unreadBytes() != m_unreadBytes)
             onHeard();
         else
@@ -213,8 +219,8 @@ void WatchedPort::close()
 void WatchedPort::close(PortGuard::When when)
 {
     m_deadline.stop();
-    delete std::exchange(m_initializer,
-                         nullptr); // no signal of the Initializer is running; those begin with endProbe()
+    // No signal of the Initializer is being handled: a slot of its signals first calls endProbe(), so there it is null.
+    delete std::exchange(m_initializer, nullptr);
     m_checkTimer.stop();
     m_check = Check::Off;
     m_isReported = false;

@@ -31,8 +31,8 @@ struct WatchSettings
 };
 
 /**
- * One port: its probe, and the connection with the board that answered. The port is closed while neither of them
- * exists. This object may be deleted in each of its signals.
+ * One port: its probe, and the connection with the board that answered. The port is closed while there is neither a
+ * probe nor a connection. A receiver of any signal of this object may delete this object.
  */
 class WatchedPort : public QObject
 {
@@ -45,7 +45,8 @@ public:
     const SystemPort &system() const { return m_system; }
     void setSystem(const SystemPort &port) { m_system = port; }
 
-    /// Starts a probe of a closed port. One of boardAnswered() and probeEnded() follows, perhaps before this returns.
+    /// Starts a probe of a closed port. Then emits boardAnswered() or probeEnded(), perhaps before this function
+    /// returns.
     void probe();
     bool isProbing() const { return m_initializer; }
     bool hasBoard() const { return m_guard; }
@@ -61,9 +62,10 @@ public:
 Q_SIGNALS:
     /// Emitted during a probe when report() changes.
     void reportChanged();
-    /// Emitted when a wanted board answered. report() has its type and its answer.
+    /// Emitted when a wanted board answered. report() contains the board's type and answer.
     void boardAnswered();
-    /// Emitted when no wanted board answered. The port is closed, and report() says why.
+    /// Emitted when no wanted board answered; report() says why. The port is closed, at the latest in the next
+    /// turn of the event loop.
     void probeEnded();
     /// Emitted when the board can't be used any more. The port is closed.
     void boardLost(JwDevice::Board::Loss loss);
@@ -78,16 +80,16 @@ private:
     void onCheckTimer();
     void lose(Board::Loss loss);
 
-    /// The stages of a check.
+    /// The stages of a check, which finds out whether the board still answers.
     enum class Check {
-        Off, // no check runs; the timer, if it runs, starts the next
-        Asked, // the query was written
-        Late, // the time is over; one more turn of the event loop reads bytes that have arrived meanwhile
+        Off, // no check runs; m_checkTimer, if it runs, starts the next check
+        Asked, // the query was written; m_checkTimer waits for replyTime
+        Late, // replyTime is over; one more turn of the event loop reads bytes that have already arrived
     };
 
     SystemPort m_system;
     const WatchSettings &m_settings;
-    PortReport m_report; // of the newest probe, when it is over
+    PortReport m_report; // of the newest probe that is over
     Initializer *m_initializer = nullptr; // null if no probe runs
     QPointer<PortGuard> m_guard; // null if there is no board
     QPointer<Communicator> m_communicator; // null if there is no board, or if the application deleted it
@@ -95,7 +97,7 @@ private:
     QTimer m_deadline;
     QTimer m_checkTimer;
     Check m_check = Check::Off;
-    qint64 m_unreadBytes = 0; // when the query of the check was written
+    qint64 m_unreadBytes = 0; // number of unread bytes when the check wrote the query
 };
 
 } // namespace JwDevice

@@ -1,4 +1,4 @@
-// Keeps all boards that come and go, and prints what they send. Runs until Ctrl-C.
+// Finds all boards, also boards that are plugged in later, and prints what they send. Runs until Ctrl-C.
 #include <device/boardrules.h>
 #include <device/communicator.h>
 #include <watch/boardwatch.h>
@@ -17,7 +17,7 @@ int main(int argc, char **argv)
 
     const auto useBoard = [&](const Board &board) {
         out << board.id << " is a " << JwDevice::typeName(board.type) << " on " << board.portName << Qt::endl;
-        // The connection ends with the board, so a board that is back needs a new one.
+        // A board that is back has a new Communicator, so it needs a new connection.
         QObject::connect(board.communicator, QOverload<>::of(&JwDevice::Communicator::readyRead), &app,
                          [&out, id = board.id, communicator = board.communicator] {
                              QString payload;
@@ -31,7 +31,7 @@ int main(int argc, char **argv)
         out << board.id << " is gone: " << JwDevice::lossName(board.loss) << Qt::endl;
     });
 
-    watch.setCheckInterval(5000); // a board that no longer answers is gone, although its cable is plugged in
+    watch.setCheckInterval(5000); // also notices a board that stops answering while its cable is plugged in
     watch.start();
     return app.exec();
 }

@@ -4,8 +4,8 @@
 
 namespace JwProbe {
 
-/// Watches whether somebody reads standard output. While a program writes nothing, no failed write can show that the
-/// reader is gone.
+/// Notices when nobody reads standard output any more, also while the program writes nothing. Without this class, only
+/// a failed write would show it.
 class OutputWatch : public QObject
 {
     Q_OBJECT
@@ -14,8 +14,8 @@ public:
     explicit OutputWatch(QObject *parent);
 
 Q_SIGNALS:
-    /// Emitted when nobody reads the pipe on standard output any more, if the process ignores SIGPIPE. If it does not,
-    /// SIGPIPE ends the process, as at a write.
+    /// Emitted when nobody reads the pipe on standard output any more, if the process ignores SIGPIPE. Otherwise
+    /// SIGPIPE ends the process, as it does after a failed write.
     void lost();
 };
 

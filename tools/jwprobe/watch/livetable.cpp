@@ -63,7 +63,8 @@ void LiveTable::add(const WatchEvent &event)
     }
 }
 
-// A faulty device may have a new serial number at each plug.
+// Removes the oldest lost board if there are too many. Without this, a faulty device that has a new serial number each
+// time it is plugged in would add rows without end.
 void LiveTable::forgetOldest()
 {
     const auto isLost = [](const Row &row) { return row.board.loss != JwDevice::Board::NotLost; };
@@ -89,7 +90,8 @@ QString LiveTable::redrawn(int width, int height)
     if (shown == m_drawn)
         return QString();
 
-    // The terminal may be narrower than at the last time. Then a line takes more than one line of the terminal.
+    // The terminal may be narrower now than when the lines in m_drawn were drawn. Then such a line takes several lines
+    // of the terminal.
     int drawn = 0;
     for (const QString &line : qAsConst(m_drawn))
         drawn += linesOfTerminal(line, width);

@@ -17,11 +17,11 @@ public:
     /// `title` is the first line.
     explicit LiveTable(const QString &title);
 
-    /// Takes an event of a board. Of the lost boards, the table keeps the newest 100.
+    /// Takes an event of a board. The table keeps at most 100 lost boards: those that were lost last.
     void add(const WatchEvent &event);
     void setRefusals(const QMap<QString, Refusal> &refusals) { m_refusals = refusals; }
 
-    /// Returns the text that replaces the table that was drawn before, or nothing if the table has not changed. The
+    /// Returns the text that draws the table over the one on the terminal. Empty if the table has not changed. The
     /// terminal has `width` columns and `height` lines. Lines that do not fit are left out.
     QString redrawn(int width, int height);
 

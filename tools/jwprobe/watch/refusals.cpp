@@ -60,11 +60,11 @@ QList<Refusal> Refusals::update(const QList<PortReport> &reports)
 {
     QMap<QString, Known> known;
     for (auto it = m_known.constBegin(); it != m_known.constEnd(); ++it) {
-        if (it->isTrap && QFile::exists(it->refusal.port.location)) // the watch makes no report on it
+        if (it->isTrap && QFile::exists(it->refusal.port.location)) // portReports() has no report on such a port
             known.insert(it.key(), *it);
     }
     QList<Refusal> fresh;
-    QList<ListedPort> ports; // listed once, because that takes time
+    QList<ListedPort> ports; // listed when first needed and only once, because that takes time
     for (const PortReport &report : reports) {
         const auto before = m_known.constFind(report.portName);
         known.remove(report.portName);

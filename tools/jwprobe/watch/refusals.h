@@ -18,7 +18,7 @@ struct Refusal
 {
     PortIdentity port;
     QString reason; ///< a word for programs, printed with --json; --help lists the words
-    QString summary; ///< empty if the reason is known from the loss of a board
+    QString summary; ///< the reason as a sentence; empty if the port has just lost its board
 };
 
 /// The ports on which no board was found. Reports each reason of a port only once, although the watch tries again and
@@ -29,12 +29,13 @@ public:
     /// Takes the newest reports of the watch. Forgets the ports that are gone and the ports that have a board. Returns
     /// the refusals that are new.
     QList<Refusal> update(const QList<JwDevice::PortReport> &reports);
-    /// Takes a port that the watch must not open. Returns the refusal if it is new.
+    /// Takes a port that the watch must not open because of `trap`. Returns the refusal, or nothing if it is not new.
     std::optional<Refusal> add(const PortIdentity &port, const Obstacle &trap);
-    /// Remembers the state of a port that has just lost its board, so that update() does not return it as new.
+    /// Takes the report of a port that has just lost its board, so that update() does not return a new refusal for this
+    /// loss.
     void skip(const JwDevice::PortReport &report);
 
-    /// Returns the refusals with a summary, by port name.
+    /// Returns the refusals whose summary is not empty. The keys are the names of the ports.
     QMap<QString, Refusal> all() const;
 
 private:

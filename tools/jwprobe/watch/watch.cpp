@@ -23,7 +23,7 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int drawInterval = 100; // ms; boards that talk all the time would keep the terminal busy
+constexpr int drawInterval = 100; // ms between drawings; boards that talk all the time would keep the terminal busy
 
 QString title(const Options &options)
 {

@@ -17,14 +17,14 @@ namespace JwProbe {
 
 class LiveTable;
 
-/// Shows boards that come and go, from start() on. Opens the ports of the boards, and writes only their queries.
+/// Shows boards that come and go, from start() on. Opens every port that may have a board, and writes only queries.
 class Watch : public QObject
 {
     Q_OBJECT
 
 public:
     explicit Watch(const Options &options);
-    /// Draws the table for the last time.
+    /// Draws the changes of the table that were not yet drawn.
     ~Watch() override;
 
     void start();
@@ -39,7 +39,7 @@ private:
     void onBoardLost(const JwDevice::Board &board);
     void receive(const JwDevice::Board &board);
     void show(WatchEvent event);
-    void show(const QList<Refusal> &refusals); // without a table, shows only these new ones
+    void show(const QList<Refusal> &refusals); // the new refusals; the table shows all of them
     void drawSoon();
     void draw();
     int exitStatus() const;
@@ -55,7 +55,7 @@ private:
     JwDevice::BoardWatch m_watch;
 };
 
-/// Runs a watch until it ends or a signal ends it. Returns the exit status.
+/// Runs a watch until Watch::ended() or a Unix signal. Returns the exit status.
 int runWatch(const Options &options);
 
 } // namespace JwProbe

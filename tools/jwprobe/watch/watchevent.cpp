@@ -92,7 +92,7 @@ QString lossText(JwDevice::Board::Loss loss)
     case JwDevice::Board::NoAnswer:
         return QStringLiteral("no answer");
     default:
-        return QStringLiteral("port failed"); // the other losses happen only if this program asks for them
+        return QStringLiteral("port failed"); // jwprobe causes none of the other losses
     }
 }
 

@@ -24,7 +24,7 @@ struct WatchEvent
 /// Returns the object that --json prints. --help describes it.
 QJsonObject eventJson(const WatchEvent &event);
 
-/// Returns the line that is printed without a terminal.
+/// Returns the line that is printed if there is neither --json nor a table.
 QString eventLine(const WatchEvent &event);
 
 /// Returns why a board was lost, for example "cable pulled".
