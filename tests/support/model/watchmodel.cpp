@@ -130,8 +130,8 @@ void WatchModel::loopBegins()
         }
         known->port = port;
     }
-    // If a board that is lent until it is plugged in again is not there when the watch starts, it was pulled: the
-    // lending is over.
+    // UntilPluggedAgain ends when the port has disappeared and appeared again. If a lent board is not there when the
+    // watch starts, it has disappeared already, so the lending is forgotten.
     for (const QString &id : m_lent.keys()) {
         if (m_lent.value(id) == BoardWatch::UntilPluggedAgain && !findId(id))
             m_lent.remove(id);

@@ -111,7 +111,9 @@ private:
         qint64 checkedAt = -1; // when the running check began; -1 if no check runs
         qint64 checkBegan = -1; // when the newest check began, whether it still runs or not
         bool isVague = false; // whether bytes may have arrived without a signal of the port, see readBegins()
-        int verdict = JwDevice::PortReport::NotOpened; // a Verdict; -1 if the doc comments don't say which
+        /// The PortReport::Verdict that the watch must report. -1 = any, because BoardWatch's doc comments don't say
+        /// it.
+        int verdict = JwDevice::PortReport::NotOpened;
     };
     /// A boardLost() that must come.
     struct Owed
