@@ -78,7 +78,8 @@ private:
     void takePictures()
     {
         auto *span = m_window->findChild<QComboBox *>(QStringLiteral("span"));
-        span->setCurrentIndex(span->findData(10)); // 10 seconds, about as long as this program sent payloads
+        // The last 10 seconds, because this program sent payloads for about 10 seconds.
+        span->setCurrentIndex(span->findData(10));
         int delay = 0;
         for (const Picture &picture : pictures) {
             QTimer::singleShot(delay, this, [this, &picture] {

@@ -224,7 +224,8 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     });
     other.start(port);
     QTRY_VERIFY(board->send(reply) && errors > 0);
-    QCOMPARE(isResourceError, staleError == EAGAIN); // QSerialPort derives the error from an old errno
+    // QSerialPort finds no bytes, so it derives its error from errno, which OtherReader set to staleError
+    QCOMPARE(isResourceError, staleError == EAGAIN);
     other.stop();
     QCOMPARE(fixture.stage(BoardA), Stage::Found);
     QVERIFY(port->isOpen());
@@ -285,10 +286,11 @@ void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    for (int i = 0; i < 4; ++i) { // repeated, because jwmonitor rarely lists the ports between pull() and plug()
+    // Repeated, because jwmonitor lists the ports between pull() and plug() only in some runs.
+    for (int i = 0; i < 4; ++i) {
         QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
         board->pull();
-        QTRY_COMPARE(ended.size(), 1); // the loss started this search
+        QTRY_COMPARE(ended.size(), 1); // the loss of the board started a search, and this search has ended
         QVERIFY(board->plug());
         QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
     }
@@ -486,7 +488,8 @@ void TestFinder::anAnswerAfterStopIsLetGo()
     const auto *late = fixture.attach("BoardB,delay=50");
     QPointer<Communicator> lateCommunicator;
     QEventLoop window;
-    QEventLoop dialog; // runs inside a signal of the search, so the stopped search exists until this loop ends
+    // Runs inside a signal of the search; so after stop, the search still exists until this loop ends.
+    QEventLoop dialog;
     connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
         connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
                 [&](Type type, Communicator *communicator) {
@@ -528,7 +531,7 @@ void TestFinder::startWithinASearchFindsTheBoards()
     QSignalSpy started(&fixture.finder, &JwMonitor::BoardFinder::searchStarted);
     fixture.start({BoardA});
     QTRY_VERIFY(fixture.entry(slow).report);
-    fixture.start({BoardA}, 1); // the first search still has the port open
+    fixture.start({BoardA}, 1); // a second search, while the first one still has the port open
     QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
     QCOMPARE(started.size(), 2);
 }

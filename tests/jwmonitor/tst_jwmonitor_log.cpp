@@ -92,7 +92,7 @@ void TestLog::aToolTipShowsEachCharacter()
     CuteMessageLogger(loggerInstance(), Logger::Warning, "a.cpp", 1, "void f(Map<b> &&, \"a\")").write("one");
     QTRY_COMPARE(m_model->rowCount(), 1);
     const QString toolTip = m_model->index(0, 0).data(Qt::ToolTipRole).toString();
-    QVERIFY(Qt::mightBeRichText(toolTip)); // so QToolTip shows the text as HTML
+    QVERIFY(Qt::mightBeRichText(toolTip)); // otherwise QToolTip would not show the text as HTML
     QTextDocument document;
     document.setHtml(toolTip);
     const QString text = document.toPlainText();

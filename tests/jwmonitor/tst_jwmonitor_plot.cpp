@@ -259,7 +259,8 @@ void TestPlot::noiseDoesNotOfferFieldsWithoutEnd()
         model.append(at(5 * second, QStringLiteral("P%1,1").arg(i)));
     model.append(at(5 * second, QStringLiteral("P0") + QStringLiteral(",1").repeated(100)));
     model.flush();
-    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0); // 1000 + 1 payloads, so the plot has read all of them
+    // 1001 payloads in one second, so the plot has read all of them
+    QTRY_COMPARE(data.curves()[acm0].back().value, 1001.0);
     QCOMPARE(data.fields().size(), 100 + 63);
 }
 
@@ -348,7 +349,8 @@ void TestPlot::theViewDrawsADenseCurve()
     auto *canvas = view.findChild<PlotCanvas *>();
     const QRgb colour = Theme::colour(canvas->palette(), Theme::Series1).rgb();
     // The payloads cover 50 of the 60 seconds that the plot shows, and their values alternate between 0 and 1. So the
-    // curve fills every column of pixels in five sixths of the plot.
+    // curve fills five sixths of the plot. A quarter of the canvas is enough for the test, because the canvas also has
+    // space for labels.
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > canvas->width() * canvas->height() / 4);
 }
 
@@ -377,7 +379,8 @@ void TestPlot::theCursorMovesByKeys()
     PlotView view(&model);
     view.show();
     auto *canvas = view.findChild<PlotCanvas *>();
-    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb(); // background of the time at the cursor
+    // Background of the text that shows the time at the cursor.
+    const QRgb colour = canvas->palette().color(QPalette::Highlight).rgb();
     QCOMPARE(pixelsOf(canvas->grab().toImage(), colour), 0);
     QTest::keyClick(canvas, Qt::Key_Left);
     QVERIFY(pixelsOf(canvas->grab().toImage(), colour) > 100);

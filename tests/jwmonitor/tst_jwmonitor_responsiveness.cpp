@@ -145,7 +145,7 @@ void TestResponsiveness::plotsAll()
 
 void TestResponsiveness::saves()
 {
-    m_plot.hide(); // hidden, because in a build with a sanitizer the plot would take most of the time
+    m_plot.hide(); // in a build with a sanitizer, a visible plot would take most of the time
     const QTemporaryDir folder;
     m_watch.restart();
     QSignalSpy saved(&m_view, &TrafficView::saved);

@@ -226,8 +226,8 @@ void TestSend::theSystemTakesWhatIsSent()
     type("PJWVER");
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress), QStringList(QStringLiteral("transferred")));
-    // The Communicator counts each report of written bytes from the first payload on. So the report for this longer
-    // second payload covers only the first payload.
+    // At each report of written bytes, the Communicator counts again from its first payload. The report for the second
+    // payload has 14 bytes. They cover the first payload (12 bytes), but not both payloads.
     type("PJWVER,2");
     press(Qt::Key_Return);
     QTRY_COMPARE(sentRows(TrafficColumn::Progress),
@@ -275,7 +275,7 @@ void TestSend::whatWaitsWhenTheBoardGoesIsNotSent()
     press(Qt::Key_Return);
     device.waiting = 24;
     Q_EMIT device.bytesWritten(0);
-    // This payload waits in another port, so removing the slow board does not change the payload's progress.
+    // This payload waits in the port of another board, so its progress must not change when the slow board is removed.
     m_model->append(sent(other.simulated->portName(), QStringLiteral("$PJWVER*0c\r\n"), 1000));
     m_panel->removeBoard(QStringLiteral("slow"));
     const QString lost = QStringLiteral("not sent: the board went");

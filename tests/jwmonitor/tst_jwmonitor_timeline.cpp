@@ -392,7 +392,8 @@ void TestTimeline::theMarkStaysAtItsEventInALongSearch()
     TimelineView view(&fixture.timeline);
     LongSearch search(&fixture.finder);
     search.retry(ProbeTimeline::maxEvents / 2 - 1);
-    for (int i = 0; i < 8; ++i) // moves the mark by one event; the last is the query of the third retry round
+    // Each key moves the mark to the next event; the last event is the query of retry round 3.
+    for (int i = 0; i < 8; ++i)
         QTest::keyClick(view.canvas(), Qt::Key_Right);
     const QString marked = view.canvas()->accessibleDescription();
     QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
@@ -443,7 +444,9 @@ void TestTimeline::whatCantBeReadHasAShapeOfItsOwn()
     QCOMPARE(fixture.lane(board).events.at(2).kind, PortEvent::Unreadable);
     const auto *viewport = view.canvas()->viewport();
     const QImage picture = view.grab().toImage();
-    const double corner = 0.2 * view.canvas()->fontMetrics().height(); // an arrow's tip would be between the corners
+    // Distance of the checked points from the centre of the shape. The tip of an arrow would be between these points,
+    // which would then have another colour.
+    const double corner = 0.2 * view.canvas()->fontMetrics().height();
     const QPointF centre = position(fixture.timeline, view, 2) + viewport->mapTo(&view, QPoint());
     for (const double side : {-corner, corner})
         QCOMPARE(picture.pixelColor((centre + QPointF(-corner, side)).toPoint()),
@@ -476,7 +479,7 @@ void TestTimeline::controlCharactersOfABoardAreEscaped()
     QCOMPARE(view.saveTo(fileName), QString());
     QFile file(fileName);
     QVERIFY(file.open(QIODevice::ReadOnly));
-    QXmlStreamReader reader(&file); // a control character would be an error in XML
+    QXmlStreamReader reader(&file); // fails at a control character, because XML does not allow control characters
     while (!reader.atEnd())
         reader.readNext();
     QVERIFY2(!reader.hasError(), qPrintable(reader.errorString()));
@@ -487,7 +490,7 @@ void TestTimeline::roundWithoutAQueryHasItsLine()
     TimelineFixture fixture;
     LongSearch search(&fixture.finder);
     search.startRound();
-    search.tell(PortEvent::TimedOut); // as after a pulled cable: this round sends no query
+    search.tell(PortEvent::TimedOut); // the round sends no query, as after a pulled cable
     QCOMPARE(fixture.timeline.rounds().size(), 1);
 }
 

@@ -211,7 +211,7 @@ void TestTraffic::aToolTipShowsEachCharacter()
     m_model->flush();
     for (int row = 0; row < 2; ++row) {
         const QString toolTip = m_model->index(row, TrafficColumn::Fields).data(Qt::ToolTipRole).toString();
-        QVERIFY(Qt::mightBeRichText(toolTip)); // so QToolTip shows the text as HTML
+        QVERIFY(Qt::mightBeRichText(toolTip)); // otherwise QToolTip would not show the text as HTML
         QTextDocument document;
         document.setHtml(toolTip);
         const QStringList lines = document.toPlainText().split(QLatin1Char('\n'));
@@ -451,7 +451,8 @@ void TestTraffic::aFilterOfALargeTableIsComplete()
     m_model->flush();
     QTRY_COMPARE(m_table->model()->rowCount(), TrafficModel::maxRows);
     edit("text")->setText(QStringLiteral(",999"));
-    QTRY_COMPARE(m_table->model()->rowCount(), 111); // numbers 999, 9990 to 9999, 99900 to 99999
+    // The numbers that begin with 999: 999, 9990 to 9999, 99900 to 99999.
+    QTRY_COMPARE(m_table->model()->rowCount(), 111);
     QCOMPARE(payloads().first(), JwTools::printable(numbered(999)));
     QCOMPARE(payloads().last(), JwTools::printable(numbered(99999)));
 }

@@ -193,7 +193,8 @@ void TestWindow::drawsTheRetryRounds()
     auto *canvas = m_window->findChild<TimelineCanvas *>();
     QTRY_COMPARE(m_window->finder()->boards().value(JwDevice::BoardB).stage, BoardFinder::BoardState::Found);
     QSignalSpy described(canvas, &TimelineCanvas::described);
-    for (int event = 0; event < 7; ++event) // the events: opened, twice a query and its timeout, query, reply
+    // The events in order: opened, query, time-out, query, time-out, query, reply.
+    for (int event = 0; event < 7; ++event)
         QTest::keyClick(canvas, Qt::Key_Right);
     const QString last = described.last().at(0).toString();
     QVERIFY2(last.contains(QLatin1String("reply (retry 2)  $PJWVER,7300021")), qPrintable(last));
@@ -304,7 +305,8 @@ void TestWindow::theStatusStaysWhileAMenuIsOpen()
     auto *status = child<QLabel>("searchStatus");
     QTRY_COMPARE(status->text(), QStringLiteral("The board is found"));
     QAction *action = m_window->menuBar()->actions().first();
-    m_window->menuBar()->setActiveAction(action); // opens the menu, which shows the action's empty status tip
+    // Opens the menu; its action has an empty status tip, which must not replace the status.
+    m_window->menuBar()->setActiveAction(action);
     QTRY_VERIFY(action->menu()->isVisible());
     QVERIFY(status->isVisible());
     QCOMPARE(status->text(), QStringLiteral("The board is found"));

@@ -83,9 +83,9 @@ void TestJwprobeAdvice::deniedPortNamesItsFileAndARule()
 
 void TestJwprobeAdvice::deniedPortNamesItsGroup()
 {
-    // Root may open every file. So if this test runs as root, it starts jwprobe as the user nobody. A normal user owns
-    // the port's file, and can only remove the owner's right to open it. Then no group helps, so the advice names no
-    // group.
+    // If this test runs as root, who may open every file, it starts jwprobe as the user nobody; then a group helps.
+    // Otherwise the user owns the port's file, so the test removes the owner's right to open it. Then no group helps,
+    // so the advice names no group.
     const bool isRoot = ::geteuid() == 0;
     const QString script = isRoot ? QStringLiteral("chmod 0660 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + asNobody
                                   : QStringLiteral("chmod 0060 \"$UMOCKDEV_DIR/dev/%1\" && exec \"$@\"").arg(m_port);

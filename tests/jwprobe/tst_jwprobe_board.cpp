@@ -52,7 +52,8 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    QVERIFY(m_device.open()); // a plain file: a pseudo terminal's file disappears when its other end closes
+    // A plain file, because the file of a pseudo terminal disappears when its other end closes.
+    QVERIFY(m_device.open());
 }
 
 void TestJwprobeBoard::cleanup()
@@ -155,7 +156,8 @@ void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
     const qint64 before = ProcessUsage::now().heapBytes;
     exchange(60000);
     const qint64 growth = ProcessUsage::now().heapBytes - before;
-    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData()); // 48 bytes kept for each payload are 2,880,000
+    // If jwprobe kept 48 bytes for each of the 60,000 payloads, the heap would grow by 2,880,000 bytes.
+    QVERIFY2(growth < 1000000, QByteArray::number(growth).constData());
 }
 
 void TestJwprobeBoard::portThatTheSystemLostIsACablePulled()

@@ -186,8 +186,9 @@ Outcome TestJwprobeDoctor::examine(const QString &keys, const QString &prepare, 
                         QStringList{jwprobeProgram(), doctor} + options);
 }
 
-// Runs the doctor as a user who may not open the port. Root may open every file, so if this test runs as root, it
-// starts the doctor as the user nobody. A normal user removes the owner's right to open the port's file.
+// Runs the doctor as a user who may not open the port. If this test runs as root, who may open every file, this is the
+// user nobody. Otherwise it is the user of the test: before the run, the test removes this user's right to open the
+// port's file.
 Outcome TestJwprobeDoctor::examineAsNobody(const QString &prepare) const
 {
     const QString run =

@@ -173,8 +173,9 @@ void TestJwprobeStreams::inputWaitsForASlowBoard()
         return run.output().count("<-") >= 100;
     };
     WAIT_FOR(feed());
-    // jwprobe stops reading when the queue of bytes for the board is full. Then only these can be full: the pipe, this
-    // queue (12 bytes for each 7 bytes typed) and some small buffers.
+    // jwprobe stops reading when its queue of bytes for the board is full. The limit is the sum of what can then wait:
+    // 65536 bytes in the pipe, 65536 bytes in the queue (which gets 12 bytes for each 7 bytes typed), and 32768 bytes
+    // in small buffers.
     QVERIFY2(taken < 65536 + 65536 * 7 / 12 + 32768, QByteArray::number(taken).constData());
 }
 
@@ -200,7 +201,7 @@ void TestJwprobeStreams::nothingOfALargeInputIsLost()
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QJsonArray boards = QJsonDocument::fromJson(file.readAll()).object()[QLatin1String("boards")].toArray();
     const QJsonArray received = boards[0].toObject()[QLatin1String("received")].toArray();
-    QCOMPARE(received.size(), count + 2); // 2 more: the query of the search, and the last line
+    QCOMPARE(received.size(), count + 2); // the typed lines, and 2 more: the query of the search, and the last line
     for (int i = 0; i < count; ++i) {
         const QString text = received[i + 1].toObject()[QLatin1String("text")].toString();
         QVERIFY2(text.startsWith(QStringLiteral("$PXLINE,%1*").arg(i)), qPrintable(text));

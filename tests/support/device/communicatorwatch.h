@@ -52,7 +52,8 @@ inline QStringList transfers(const QList<uint> &ids)
     return emissions;
 }
 
-/// Returns the content of a SignalRecord after `count` payloads were received. The first payload has the id `firstId`.
+/// Returns the content of a SignalRecord after `count` payloads were received. The first of these payloads has the id
+/// `firstId`, which is 2 for a new Communicator.
 inline QStringList arrivals(int count, uint firstId = 2)
 {
     QStringList emissions;

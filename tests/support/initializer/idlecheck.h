@@ -39,7 +39,7 @@ public:
     }
 
 private:
-    static constexpr int window = 400; // ms
+    static constexpr int window = 400; // how long verify() measures the process, in ms
     static constexpr double mostShare = 0.25; // share of one processor; a loop that spins uses 1.0
     // Turns of the event loop. This limit finds a loop that spins on a busy machine, where its share of the processor
     // is low.

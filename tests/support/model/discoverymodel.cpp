@@ -51,7 +51,7 @@ struct DiscoveryModel::Comm
 
     bool alive = true;
     bool bound = true; // the Communicator is bound to the port, not to another device
-    QByteArray other; // bytes that wait in the other device
+    QByteArray other; // bytes that wait in that other device
     bool held = false;
     bool routed = true; // the Communicator's readyRead is connected to the Initializer
     uint lastId = 1;
@@ -183,7 +183,7 @@ uint DiscoveryModel::setMaxRetries(uint retries)
 
 void DiscoveryModel::deleteInitializerLater()
 {
-    // A second deleteLater() has no effect, so only the first call marks the Initializer.
+    // A second deleteLater() has no effect. So only the first call chooses the event loop that deletes the Initializer.
     if (!std::exchange(m_goesLater, true))
         m_frames.back().deleteInitializer = true;
 }
@@ -337,7 +337,7 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    int left = 0; // number of unread bytes of the current sentence, up to its CR LF
+    int left = 0; // number of bytes to read before nextLine() is asked again
     while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
         int size = std::min(readSize, source.size());
@@ -369,8 +369,8 @@ void DiscoveryModel::readDevice(Comm *comm)
     }
 }
 
-/// Returns how many bytes are read next from a port: the bytes up to the next CR LF. If too many bytes without CR LF
-/// arrived, it is the first part of them. Otherwise returns 0.
+/// Returns how many bytes are read next from a port: the bytes up to the next CR LF. If the first `tooMuchUnfinished`
+/// bytes contain no CR LF, returns `tooMuchUnfinished`, or 0 while fewer bytes have arrived.
 int DiscoveryModel::nextLine(const QByteArray &received)
 {
     const int lineEnd = received.indexOf("\r\n");

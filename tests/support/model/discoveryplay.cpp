@@ -11,7 +11,7 @@ using OnNotFound = DiscoverySchedule::OnNotFound;
 
 namespace {
 
-constexpr int mostSent = 4000; // bytes that one board may send in a schedule
+constexpr int mostSent = 4000; // largest number of bytes that one board may send in a schedule
 
 QString nameOf(JwDevice::Type type)
 {

@@ -48,7 +48,7 @@ protected:
     void answer(int port);
     /// Returns the time at which the next piece is due, or -1 if no piece waits.
     qint64 nextPieceDue() const;
-    /// Sends the pieces that arrive in the same turn of the event loop.
+    /// Sends the pieces that the next entry of the schedule's `turns` chooses.
     void sendPieces();
 
     virtual qint64 now() const = 0;
@@ -112,7 +112,8 @@ private:
     int m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
     int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
-    int m_begun[DiscoverySchedule::portCount]; // m_opened when the board began its sentence; -1 between sentences
+    // m_opened at the time when the board began its unfinished sentence; -1 if the board is between two sentences.
+    int m_begun[DiscoverySchedule::portCount];
     std::deque<Piece> m_pieces[DiscoverySchedule::portCount]; // pieces that wait to be sent
     int m_turns = 0;
     std::vector<Promise> m_promises;

@@ -42,7 +42,7 @@ public:
     DiscoverySchedule schedule()
     {
         m_schedule.ports = oneOf<int>({1, 1, 2, 2, 2, 2, 3, 3, 3, 4, 4, 5, 6, 7, 8});
-        const bool orderly = chance(30); // then most replies are good, so that the probe often finds all boards
+        const bool orderly = chance(30); // if true, most replies are good, so that the probe often finds all boards
         if (orderly)
             m_wholeSentences = between(0, m_schedule.ports);
         m_onlyPieces = chance(30);

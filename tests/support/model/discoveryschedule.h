@@ -13,7 +13,8 @@
 struct DiscoverySchedule
 {
     static constexpr int mostPorts = 8; ///< ports with a board, numbers 0 to 7
-    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount }; ///< can't be opened; probed only if named
+    /// More ports, which can't be opened. A probe tries such a port only if Step::ports contains it.
+    enum ExtraPort { Busy = mostPorts, Denied, Absent, portCount };
 
     /// One action from outside the Initializer. After the action, the event loop runs until it is idle.
     struct Step
@@ -65,15 +66,20 @@ struct DiscoverySchedule
     /// Chooses which waiting pieces are sent when the event loop is idle. These pieces arrive in the same turn.
     struct Turn
     {
-        int first = 0; ///< the first port, as an index into the list of ports with unsent pieces, modulo its size
+        /// The port that sends first: an index into the list of ports with unsent pieces. After the end of the list,
+        /// the index continues at the start.
+        int first = 0;
         int pieces = 1; ///< number of pieces: one from the first port, one from the next port in the list, and so on
     };
 
     int ports = 1; ///< number of ports whose cable is plugged in at the start, from port 0 on
-    QVector<QVector<Answer>> answers; ///< for each port, the answers to the first, second ... sentence
+    /// For each port, the board's answers to the sentences that it receives, in order. After the last answer, the board
+    /// is silent.
+    QVector<QVector<Answer>> answers;
     QVector<Turn> turns; ///< the turns in order; after the last turn, the first turn is used again
     QVector<Step> steps;
-    QVector<OnInitialized> onInitialized; ///< actions for the first, second ... emission; none for later emissions
+    /// For each emission of deviceInitialized, in order, its action. After the last entry: Keep, no steps.
+    QVector<OnInitialized> onInitialized;
     QVector<OnNotFound> onNotFound;
 
     /// Returns the schedule as readable text.

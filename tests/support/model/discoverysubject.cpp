@@ -160,14 +160,15 @@ void DiscoverySubject::onRecord(const LogRecord &record)
 {
     findProbed();
     noteLog(record.level, record.category.constData(), record.file.constData(), record.text);
-    // umockdev (the library behind the simulated ports) has a short list of open ports, and a failed open() adds the
-    // descriptor -1 to this list. close(-1) removes it, so that the list does not become full.
+    // Umockdev (the library behind the simulated ports) has a short list of open ports. A failed open() adds an entry
+    // for the descriptor -1 to this list, and close(-1) removes the entry. Otherwise the list would become full.
     if (record.text.startsWith(QLatin1String("Serial port not accessible")))
         ::close(-1);
     if (!record.text.startsWith(QLatin1String("->")))
         return;
-    // A port's reply timer must start before its query is written, so note the number of running timers at each query.
-    // Closed ports are left out, because a retry round may start their timers before or after this query.
+    // A port's reply timer must start before its query is written. So at each query, write the number of running reply
+    // timers into the trace. Closed ports are not counted, because a retry round may start their timers before or after
+    // this query.
     int timers = 0;
     for (const Probed &probed : qAsConst(m_probed)) {
         if (isListed(probed) && probed.timer->isActive() && probed.guard && probed.port && probed.port->isOpen())

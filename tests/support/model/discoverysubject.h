@@ -37,7 +37,8 @@ private:
 
     JwSimulator::Testbed m_testbed;
     QList<JwSimulator::Board *> m_boards;
-    int m_descriptors[DiscoverySchedule::mostPorts]; // extra descriptors of the ports, to count unread bytes
+    // For each port one more descriptor, with which unread() counts the port's unread bytes.
+    int m_descriptors[DiscoverySchedule::mostPorts];
 };
 
 /// Runs a schedule on the real Initializer with real QSerialPorts, in virtual time.

@@ -79,8 +79,8 @@ public:
         return bytes;
     }
 
-    /// Returns the number of bytes up to the last CR LF. But if the device holds nothing back, or if the bytes after
-    /// this CR LF are too many to be held back, returns the number of all bytes.
+    /// Returns the number of bytes that the device offers: those up to the last CR LF. If the device holds nothing
+    /// back, or if too many bytes follow this CR LF, it offers all bytes.
     qint64 bytesAvailable(int line) const override
     {
         const Line &device = m_lines[static_cast<size_t>(line)];
@@ -134,8 +134,9 @@ private:
         return lineFeed == std::string::npos ? lineFeed : lineFeed + 1;
     }
 
-    /// Returns how many bytes the device offers next: the bytes up to the next CR LF. If no CR LF is near, returns 0
-    /// while the device holds its bytes back, otherwise all bytes, but at most `tooMuchUnfinished`.
+    /// Returns how many bytes the device offers next: the bytes up to the next CR LF, if it begins within the first
+    /// `tooMuchUnfinished` bytes. Otherwise returns 0 while the device holds its bytes back, and else the number of all
+    /// bytes, but at most `tooMuchUnfinished`.
     static size_t nextLine(const Line &device)
     {
         const size_t lineEnd = device.received.find("\r\n");

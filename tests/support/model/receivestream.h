@@ -21,7 +21,7 @@ enum class ReceiveDevice {
 struct ReceiveRead
 {
     QByteArray bytes;
-    int result = 0; ///< result of read() if there are no bytes
+    int result = 0; ///< result of read() if `bytes` is empty
 };
 
 /// One event at one line.
@@ -31,15 +31,18 @@ struct ReceiveStep
         Deliver, ///< opens the device if it is closed, and announces the bytes in `reads`
         Take, ///< the application takes payload `id` out of the store; if `id` is 0, the payload with the lowest id
         Close, ///< the application closes the device
-        // The following actions are for WholeLines devices only. The application uses the device, not the Communicator.
+        // The following actions are for WholeLines devices only: the application calls the device itself, not the
+        // Communicator.
         SetWholeLines, ///< calls setWholeLines(number), 0 or 1
-        Read, ///< reads `number` bytes
+        Read, ///< calls read(number)
         ReadAll,
         ReadLine, ///< calls readLine() for at most `number` bytes
         Peek ///< calls peek(number)
     };
     Action action = Deliver;
-    bool inside = false; ///< true: happens inside the next step's readyRead(uint); without this signal, after that step
+    /// If true, this step waits and happens inside a readyRead(uint) of the next step whose `inside` is false. If that
+    /// step emits no such signal for this step, this step happens after it.
+    bool inside = false;
     int line = 0;
     QVector<ReceiveRead> reads;
     uint id = 0;
@@ -48,7 +51,8 @@ struct ReceiveStep
 
 struct ReceiveStream
 {
-    /// The application's action inside the signals.
+    /// What the application does in the signals: TakesById takes each payload in readyRead(uint). TakesLowest takes the
+    /// payload with the lowest id in readyRead(). ClosesNowAndThen closes the device at every third id.
     enum Receiver { Idle, TakesById, TakesLowest, ClosesNowAndThen };
 
     QVector<ReceiveDevice> devices = {ReceiveDevice::Plain}; ///< the kind of device of each line
@@ -121,8 +125,8 @@ public:
 };
 
 /// Runs a stream on some lines and writes a trace (a record of the run). The trace contains signals, log records,
-/// payloads, and bytes that were read from the devices. After each step it also contains the stored payloads and the
-/// numbers of bytes that the step changed.
+/// payloads, and bytes that were read from the devices. After each step it also contains what the step changed: the
+/// stored payloads, and how many bytes each WholeLines device offers and holds.
 class ReceivePlay
 {
 public:
@@ -249,7 +253,8 @@ private:
     const ReceiveStream &m_stream;
     ReceiveLines &m_lines;
     QVector<QMap<uint, QString>> m_stores; // for each line, the stored payloads that the trace showed last
-    QVector<QPair<qint64, qint64>> m_counts; // for each line, the numbers of bytes that the trace showed last
+    // For each line, what the trace showed last: how many bytes the device offers, and how many it holds.
+    QVector<QPair<qint64, qint64>> m_counts;
     QVector<ReceiveStep> m_inside; // steps that wait until readyRead(uint) is emitted
     QStringList m_trace;
 };

@@ -13,7 +13,8 @@ struct CorpusSentence
     QString text;
 };
 
-/// Returns `line` with a character in place of each escape \\r, \\n or \\xHH.
+/// Returns the text that `line` describes. The escapes are backslash r, backslash n, and backslash xHH with two
+/// hexadecimal digits.
 inline QString unescaped(const QByteArray &line)
 {
     QString text;
