@@ -678,7 +678,8 @@ void WatchModel::checkReport(const Entry &entry, const PortReport &report)
     const bool isNotTried = entry.phase == Excluded || entry.phase == Lent || entry.phase == Sibling;
     if (isNotTried && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
         fail(QStringLiteral("the report on %1 does not say why the port is not opened").arg(report.portName));
-    // If the port has to wait for the delay before its next probe, the report may already say NotOpened.
+    // While the next probe waits for its delay, it has not opened the port. The report then says NotOpened, although
+    // `entry.verdict` is still the verdict of the probe before.
     const bool isDelayed = entry.phase == Wanted && delay() > 0 && report.verdict == PortReport::NotOpened;
     if (entry.verdict >= 0 && report.verdict != entry.verdict && !isDelayed)
         fail(QStringLiteral("the verdict on %1 is %2, not %3")
