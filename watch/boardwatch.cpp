@@ -1,6 +1,7 @@
 #include "boardwatch.h"
 
 #include "boardids.h"
+#include "freednotifier.h"
 #include "portsource.h"
 #include "resumenotifier.h"
 #include "watchedport.h"
@@ -20,8 +21,11 @@ namespace JwDevice {
 
 namespace {
 
-constexpr int retryInterval =
-    500; // ms between two attempts at ports that could not be opened, or that lost their board
+// ms before a port that lost its board is probed again, and between the first two attempts to open a port
+constexpr int shortestPause = 500;
+constexpr int longestPause = 8000; // ms between two attempts to open a port
+// ms from the moment when another program closed a port. QSerialPort removes its lock file after it closed the port.
+constexpr int freedPause = 20;
 
 QString hardwareVersion(const QString &reply)
 {
@@ -63,7 +67,7 @@ public:
         Probing,
         Ready, // a board is on the port
         Rejected, // no wanted board answered
-        Waiting, // to be probed again when retryTimer ends
+        Waiting, // to be probed again when Entry::timer ends
         Lent, // closed by lend()
         Released, // the application deleted the board's Communicator
     };
@@ -74,13 +78,13 @@ public:
         QString exclusion;
         Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
+        std::unique_ptr<QTimer> timer; // runs only in the state Waiting
+        int pause = shortestPause; // ms to wait if the port can't be opened
     };
 
     explicit Private(BoardWatch *watch)
         : q(watch)
     {
-        retryTimer.setSingleShot(true);
-        QObject::connect(&retryTimer, &QTimer::timeout, watch, [this] { probeAgain(Waiting); });
     }
 
     void update();
@@ -89,9 +93,12 @@ public:
     bool probeOne();
     void add(const SystemPort &port);
     static bool areSiblings(const Entry &entry, const Entry &other);
-    static void leaveTo(const QString &board, Entry &entry);
+    void leaveTo(const QString &board, Entry &entry);
     void setState(Entry &entry, State state);
-    void probeAgain(State state);
+    void wait(Entry &entry, int pause);
+    void waitUntilFree(Entry &entry);
+    void onFreed(const QString &location);
+    void probeAgain(Entry &entry);
     void onBoardAnswered(const QString &name);
     void onProbeEnded(const QString &name);
     void onBoardLost(const QString &name, Board::Loss loss);
@@ -112,7 +119,7 @@ public:
 
     std::unique_ptr<PortSource> source; // null while the watch is stopped
     std::unique_ptr<ResumeNotifier> resume;
-    QTimer retryTimer;
+    std::unique_ptr<FreedNotifier> freed;
     QVector<SystemPort> system; // the candidates in the newest list of the ports
     std::map<QString, Entry> entries; // by port name
     std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
@@ -173,6 +180,7 @@ bool BoardWatch::Private::removeOne()
         if (lent.value(gone.id.text, UntilTakenBack) == UntilPluggedAgain)
             lent.remove(gone.id.text);
         later(&Private::tellChange, isChangeQueued);
+        freed->remove(gone.port->system().info.systemLocation());
         gone.port->disconnect(q);
         // Before lose(), because a receiver of boardLost() may run an event loop.
         later(&Private::update, isUpdateQueued);
@@ -194,7 +202,7 @@ bool BoardWatch::Private::addNew()
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
             if (known->second.state == Waiting) // perhaps the port can be opened with its new permissions
-                setState(known->second, Due);
+                probeAgain(known->second);
             any = true;
         }
     }
@@ -231,6 +239,12 @@ void BoardWatch::Private::add(const SystemPort &port)
     QObject::connect(entry.port.get(), &WatchedPort::probeEnded, q, [this, name] { onProbeEnded(name); });
     QObject::connect(entry.port.get(), &WatchedPort::boardLost, q,
                      [this, name](Board::Loss loss) { onBoardLost(name, loss); });
+    entry.timer = std::make_unique<QTimer>();
+    entry.timer->setSingleShot(true);
+    QObject::connect(entry.timer.get(), &QTimer::timeout, q, [this, name] {
+        setState(entries.at(name), Due);
+        later(&Private::update, isUpdateQueued);
+    });
     entries.emplace(name, std::move(entry));
     later(&Private::tellChange, isChangeQueued);
 }
@@ -281,30 +295,55 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
 void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
 {
     entry.port->close();
-    entry.state = OtherPort;
+    setState(entry, OtherPort);
     entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(board);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
 {
     entry.state = state;
-    if (state == Waiting && !retryTimer.isActive())
-        retryTimer.start(retryInterval);
+    entry.timer->stop();
+    freed->remove(entry.port->system().info.systemLocation());
 }
 
-void BoardWatch::Private::probeAgain(State state)
+void BoardWatch::Private::wait(Entry &entry, int pause)
+{
+    setState(entry, Waiting);
+    entry.timer->start(pause);
+}
+
+// Waits until the port can be opened. Not every reason is reported when it ends, so the watch also tries again after a
+// pause. The pause grows, because a program may use the port for days.
+void BoardWatch::Private::waitUntilFree(Entry &entry)
+{
+    wait(entry, entry.pause);
+    entry.pause = qMin(2 * entry.pause, longestPause);
+    freed->add(entry.port->system().info.systemLocation());
+}
+
+void BoardWatch::Private::onFreed(const QString &location)
 {
     for (auto &[name, entry] : entries) {
-        if (entry.state == state)
-            entry.state = Due;
+        if (entry.port->system().info.systemLocation() != location)
+            continue;
+        entry.pause = shortestPause;
+        if (entry.timer->remainingTime() > freedPause)
+            entry.timer->start(freedPause);
     }
+}
+
+void BoardWatch::Private::probeAgain(Entry &entry)
+{
+    entry.pause = shortestPause;
+    setState(entry, Due);
     later(&Private::update, isUpdateQueued);
 }
 
 void BoardWatch::Private::onBoardAnswered(const QString &name)
 {
     Entry &entry = entries.at(name);
-    entry.state = Ready;
+    setState(entry, Ready);
+    entry.pause = shortestPause;
     const SystemPort &port = entry.port->system();
     for (auto &[otherName, other] : entries) {
         if (areSiblings(entry, other) && (other.state == Due || other.state == Probing || other.state == Waiting))
@@ -339,20 +378,29 @@ void BoardWatch::Private::onProbeEnded(const QString &name)
 {
     Entry &entry = entries.at(name);
     const PortReport::Verdict verdict = entry.port->report().verdict;
-    // A port that could not be opened is tried again. A port that had a board is probed until the board answers again.
-    // Other silent ports are left alone.
-    const bool isRetried = verdict == PortReport::NotOpened || verdict == PortReport::Lost || !entry.board.id.isEmpty();
-    setState(entry, isRetried ? Waiting : Rejected);
+    if (verdict == PortReport::NotOpened) {
+        waitUntilFree(entry);
+    } else {
+        entry.pause = shortestPause;
+        // A port that had a board is probed until the board answers again. Other silent ports are left alone.
+        if (verdict == PortReport::Lost || !entry.board.id.isEmpty())
+            wait(entry, shortestPause);
+        else
+            setState(entry, Rejected);
+    }
     later(&Private::tellChange, isChangeQueued);
 }
 
 void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 {
     Entry &entry = entries.at(name);
-    setState(entry, loss == Board::Released ? Released : Waiting);
+    if (loss == Board::Released)
+        setState(entry, Released);
+    else
+        wait(entry, shortestPause);
     for (auto &[otherName, other] : entries) {
         if (other.state == OtherPort && areSiblings(entry, other))
-            setState(other, Waiting);
+            wait(other, shortestPause);
     }
     later(&Private::tellChange, isChangeQueued);
     lose(entry, loss);
@@ -473,6 +521,8 @@ void BoardWatch::start()
         d->isStale = true;
         d->later(&Private::update, d->isUpdateQueued);
     });
+    d->freed = std::make_unique<FreedNotifier>();
+    connect(d->freed.get(), &FreedNotifier::freed, this, [d](const QString &location) { d->onFreed(location); });
     d->resume = std::make_unique<ResumeNotifier>();
     connect(d->resume.get(), &ResumeNotifier::resumed, this, &BoardWatch::checkBoards);
     d->later(&Private::update, d->isUpdateQueued);
@@ -484,8 +534,8 @@ void BoardWatch::stop()
     if (!d->source)
         return;
     d->source.reset();
+    d->freed.reset();
     d->resume.reset();
-    d->retryTimer.stop();
     d->system.clear();
     d->later(&Private::tellChange, d->isChangeQueued);
     // The ports without a board are closed here, before the first boardLost(), because a receiver of boardLost() may
@@ -543,7 +593,7 @@ bool BoardWatch::lend(const QString &id, Lending lending)
     if (it == m_private->entries.end() || it->second.state != Private::Ready)
         return false;
     m_private->lent.insert(id, lending);
-    it->second.state = Private::Lent;
+    m_private->setState(it->second, Private::Lent);
     m_private->later(&Private::tellChange, m_private->isChangeQueued);
     m_private->lose(it->second, Board::Lent);
     return true;
@@ -556,8 +606,7 @@ bool BoardWatch::takeBack(const QString &id)
     const bool isClosed =
         it != m_private->entries.end() && (it->second.state == Private::Lent || it->second.state == Private::Released);
     if (isClosed) {
-        it->second.state = Private::Due;
-        m_private->later(&Private::update, m_private->isUpdateQueued);
+        m_private->probeAgain(it->second);
         m_private->later(&Private::tellChange, m_private->isChangeQueued);
     }
     return isLent || isClosed;
@@ -565,8 +614,10 @@ bool BoardWatch::takeBack(const QString &id)
 
 void BoardWatch::lookAgain()
 {
-    m_private->probeAgain(Private::Rejected);
-    m_private->probeAgain(Private::Waiting);
+    for (auto &[name, entry] : m_private->entries) {
+        if (entry.state == Private::Rejected || entry.state == Private::Waiting)
+            m_private->probeAgain(entry);
+    }
 }
 
 void BoardWatch::checkBoards()

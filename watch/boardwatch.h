@@ -34,10 +34,13 @@ namespace JwDevice {
  * port, and all boards of a type are found.
  *
  * If no wanted board answers on a port, the watch closes the port. It probes the port again when the port is plugged
- * in again, or when lookAgain() is called. The watch tries twice a second to open a port that can't be opened, for
- * example because another program uses it. If a board is lost and its port is still there, the watch probes the port
- * again and again until the board answers. After lend(), and after the application deleted the board's Communicator,
- * the watch does this only if takeBack() is called.
+ * in again, or when lookAgain() is called. If a board is lost and its port is still there, the watch probes the port
+ * again and again, with pauses of 500 ms, until the board answers. After lend(), and after the application deleted the
+ * board's Communicator, the watch does this only if takeBack() is called.
+ *
+ * If a port can't be opened, for example because another program uses it, the watch tries again. On Linux, it does so
+ * 20 ms after a program closed the port or the permissions of the port changed. On all systems, it also tries after
+ * pauses that grow from 500 ms to 8 s.
  *
  * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
  * watch closes the other ports.

@@ -14,7 +14,9 @@ using JwDevice::Type;
 namespace {
 
 constexpr int replyTime = 400;
-constexpr int retryTime = 500; // a port that can't be opened is tried again twice a second
+constexpr int shortestPause = 500; // before the next probe of a port that lost its board or can't be opened
+constexpr int longestPause = 8000; // before the next attempt to open a port
+constexpr int freedPause = 20; // at most, before the attempt to open a port that another program closed
 
 /// Whether boards of the two types answer the same query.
 bool haveSameQuery(Type a, Type b)
@@ -125,8 +127,7 @@ void WatchModel::loopBegins()
             continue;
         }
         if (known->phase == Wanted && known->port.changes != port.changes) {
-            forced(*known);
-            want(*known, m_around.now(), std::min(known->openUntil, m_around.now() + delay()));
+            hurry(*known, 0);
         }
         known->port = port;
     }
@@ -222,17 +223,25 @@ void WatchModel::want(Entry &entry, qint64 from, qint64 until)
     entry.openUntil = until;
 }
 
-/// The watch must try to open the port again. At the latest, it does so after the retry time and the delay.
+/// The watch must probe the port again. At the latest, it opens the port after the shortest pause and the delay.
 void WatchModel::wantSoon(Entry &entry)
 {
-    want(entry, m_around.now(), m_around.now() + retryTime + delay());
+    want(entry, m_around.now(), m_around.now() + shortestPause + delay());
 }
 
-/// Something other than a failed attempt, for example lookAgain(), is the reason of the next attempt. So the earlier
-/// attempts no longer count for the rule "at most twice a second".
-void WatchModel::forced(Entry &entry)
+/// Something other than the end of a pause, for example lookAgain(), is the reason of the next attempt: the watch need
+/// not wait, and must try within `pause` ms. After that, the pauses begin with the shortest one again.
+void WatchModel::hurry(Entry &entry, int pause)
 {
-    entry.attempts.clear();
+    entry.failures = 0;
+    want(entry, std::min(entry.openFrom, m_around.now()), std::min(entry.openUntil, m_around.now() + pause + delay()));
+}
+
+void WatchModel::freed(const QString &name)
+{
+    Entry *const entry = find(name);
+    if (entry && entry->phase == Wanted)
+        hurry(*entry, freedPause);
 }
 
 void WatchModel::opened(const QString &name)
@@ -252,6 +261,7 @@ void WatchModel::opened(const QString &name)
                  .arg(entry->openFrom)
                  .arg(entry->openUntil));
     entry->phase = Probing;
+    entry->failures = 0;
     entry->openedAt = now;
     entry->asked.clear();
     entry->isSilenced = false;
@@ -276,12 +286,10 @@ void WatchModel::notOpened(const QString &name)
                  .arg(entry->openUntil));
     if (m_system.at(name).canOpen && !isOwed(name))
         fail(QStringLiteral("%1 can be opened").arg(name));
-    entry->attempts.append(now);
-    const int count = entry->attempts.size();
-    if (count >= 3 && now - entry->attempts[count - 3] < retryTime)
-        fail(QStringLiteral("%1 is tried too often").arg(name));
     entry->verdict = PortReport::NotOpened;
-    wantSoon(*entry);
+    const qint64 next = now + std::min(shortestPause << entry->failures, longestPause) + delay();
+    entry->failures = std::min(entry->failures + 1, 10);
+    want(*entry, next, next);
 }
 
 /// Returns the time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits
@@ -295,7 +303,6 @@ qint64 WatchModel::endOfProbe(const Entry &entry) const
 void WatchModel::endProbe(Entry &entry)
 {
     entry.verdict = entry.isSilenced ? PortReport::Silenced : PortReport::TimedOut;
-    forced(entry);
     if (entry.hadBoard)
         wantSoon(entry);
     else
@@ -449,7 +456,6 @@ int WatchModel::takeBack(const QString &id)
     Entry *const entry = findId(id);
     const bool isClosed = entry && (entry->phase == Lent || entry->phase == Released);
     if (isClosed) {
-        forced(*entry);
         want(*entry, m_around.now(), m_around.now() + delay());
     }
     return isLent || isClosed ? 1 : m_changing.contains(id) ? -1 : 0;
@@ -470,12 +476,10 @@ void WatchModel::lookAgain()
     for (auto &[name, entry] : m_entries) {
         if (entry.phase != Rejected && entry.phase != Wanted)
             continue;
-        const qint64 soon = m_around.now() + delay();
-        forced(entry);
         if (entry.phase == Rejected)
-            want(entry, m_around.now(), soon);
+            want(entry, m_around.now(), m_around.now() + delay());
         else
-            want(entry, std::min(entry.openFrom, m_around.now()), std::min(entry.openUntil, soon));
+            hurry(entry, 0);
     }
 }
 
@@ -568,7 +572,6 @@ void WatchModel::lost(const Board &board)
     if (owed)
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
     entry->verdict = PortReport::TimedOut;
-    forced(*entry);
     wantSoon(*entry);
     freeSiblings(*entry);
 }

@@ -43,6 +43,7 @@ public:
     void pulled(const QString &name);
     void changed(const QString &name);
     void setCanOpen(const QString &name, bool canOpen);
+    void freed(const QString &name); ///< another program closed the port
 
     // What goes over the serial lines.
     void asked(const QString &name, JwDevice::Type type); ///< the board got the query for boards of this type
@@ -99,7 +100,7 @@ private:
         bool isShared = false;
         bool hadBoard = false;
         JwDevice::Type type = JwDevice::Unknown; // of the newest board on this port
-        QVector<qint64> attempts; // times of the failed attempts to open the port since the last forced()
+        int failures = 0; // number of attempts to open the port that failed since something else than a pause ended
         qint64 openFrom = 0; // if Wanted: the watch must not open the port before this time
         qint64 openUntil = 0; // if Wanted: the watch must try to open the port at this time at the latest
         qint64 openedAt = 0; // if Probing: when the watch opened the port
@@ -137,7 +138,7 @@ private:
     bool hasBoardBeside(const Entry &entry) const;
     void want(Entry &entry, qint64 from, qint64 until);
     void wantSoon(Entry &entry);
-    void forced(Entry &entry);
+    void hurry(Entry &entry, int pause);
     qint64 endOfProbe(const Entry &entry) const;
     void endProbe(Entry &entry);
     void advance();

@@ -164,8 +164,11 @@ void WatchPlay::act(Step::Action action, int board, const QString &id)
         setCanOpen(board);
         return;
     case Step::Vacate:
+        if (!line.otherProgram)
+            return;
         line.otherProgram.reset();
         setCanOpen(board);
+        m_model.freed(name);
         return;
     case Step::Mute:
     case Step::Unmute:
