@@ -47,6 +47,8 @@ std::function<bool(const QSerialPortInfo &port)> defaultRule()
     return [](const QSerialPortInfo &port) { return isCandidate(port); };
 }
 
+const QString lentText = QStringLiteral("lent to another program");
+
 QString usbId(const QSerialPortInfo &info)
 {
     return QStringLiteral("%1:%2")
@@ -61,7 +63,7 @@ class BoardWatch::Private
 public:
     /// What the watch does with a port.
     enum State {
-        Excluded, // not opened; `exclusion` says why
+        Excluded, // not opened, because of setNeverOpened() or JWDEVICE_IGNORE
         OtherPort, // closed, because a board is on another port of the same USB device
         Due, // to be probed in one of the next turns of the event loop
         Probing,
@@ -75,11 +77,19 @@ public:
     {
         BoardId id;
         State state = Due;
-        QString exclusion;
+        QString reason; // Excluded, OtherPort, Lent, Released: why the watch leaves the port closed
         Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
         std::unique_ptr<QTimer> timer; // runs only in the state Waiting
         int pause = shortestPause; // ms to wait if the port can't be opened
+    };
+
+    /// A lent board. It has an id for each of its ports, and was lent under one of them.
+    struct Loan
+    {
+        Lending lending;
+        SystemPort port; // where the board was when it was lent
+        Board::IdBasis basis;
     };
 
     explicit Private(BoardWatch *watch)
@@ -93,7 +103,10 @@ public:
     bool probeOne();
     void add(const SystemPort &port);
     static bool areSiblings(const Entry &entry, const Entry &other);
-    void leaveTo(const QString &board, Entry &entry);
+    QString boardBeside(const Entry &entry) const;
+    void leaveOtherPorts();
+    void askOtherPorts();
+    void leave(Entry &entry, State state, const QString &reason);
     void setState(Entry &entry, State state);
     void wait(Entry &entry, int pause);
     void waitUntilFree(Entry &entry);
@@ -107,6 +120,7 @@ public:
     void later(void (Private::*step)(), bool &isQueued);
     void tellChange();
     std::map<QString, Entry>::iterator find(const QString &id);
+    bool hasId(const QString &id) const;
 
     BoardWatch *const q;
     WatchSettings settings{boardTypes(), 3, 0, 0, {}}; // used from the next start() on
@@ -124,7 +138,7 @@ public:
     std::map<QString, Entry> entries; // by port name
     std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
     BoardIds ids;
-    QHash<QString, Lending> lent; // by id
+    QHash<QString, Loan> lent; // by id
     bool isStale = false; // whether `system` must be listed again
     bool isUpdateQueued = false;
     bool isChangeQueued = false;
@@ -177,15 +191,19 @@ bool BoardWatch::Private::removeOne()
             continue;
         Entry gone = std::move(it->second);
         entries.erase(it);
-        if (lent.value(gone.id.text, UntilTakenBack) == UntilPluggedAgain)
-            lent.remove(gone.id.text);
+        const auto loan = lent.constFind(gone.id.text);
+        if (loan != lent.cend() && loan->lending == UntilPluggedAgain)
+            lent.erase(loan);
+        askOtherPorts();
         later(&Private::tellChange, isChangeQueued);
         freed->remove(gone.port->system().info.systemLocation());
         gone.port->disconnect(q);
         // Before lose(), because a receiver of boardLost() may run an event loop.
         later(&Private::update, isUpdateQueued);
-        if (gone.state == Ready)
+        if (gone.state == Ready) {
+            gone.port->close();
             lose(gone, Board::CablePulled);
+        }
         return true;
     }
     return false;
@@ -209,7 +227,9 @@ bool BoardWatch::Private::addNew()
     // If a lent board is not there after stop() and start(), it was pulled in the meantime. So UntilPluggedAgain is
     // over.
     for (auto it = lent.begin(); it != lent.end();)
-        it = *it == UntilPluggedAgain && find(it.key()) == entries.end() ? lent.erase(it) : std::next(it);
+        it = it->lending == UntilPluggedAgain && !hasId(it.key()) ? lent.erase(it) : std::next(it);
+    if (any)
+        askOtherPorts();
     return any;
 }
 
@@ -227,11 +247,13 @@ void BoardWatch::Private::add(const SystemPort &port)
                 known.second.board.sharesSerialNumber = known.second.id.isShared = true;
         }
     }
-    entry.exclusion = exclusionOf(port);
-    if (!entry.exclusion.isEmpty())
+    entry.reason = exclusionOf(port);
+    if (!entry.reason.isEmpty()) {
         entry.state = Excluded;
-    else if (lent.contains(entry.id.text))
+    } else if (lent.contains(entry.id.text)) {
         entry.state = Lent;
+        entry.reason = lentText;
+    }
     entry.port = std::make_unique<WatchedPort>(port, active, nullptr);
     QObject::connect(entry.port.get(), &WatchedPort::reportChanged, q,
                      [this] { later(&Private::tellChange, isChangeQueued); });
@@ -268,16 +290,11 @@ bool BoardWatch::Private::probeOne()
 {
     if (active.types.isEmpty())
         return false;
+    leaveOtherPorts();
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
         later(&Private::tellChange, isChangeQueued);
-        for (const auto &[otherName, other] : entries) {
-            if ((other.state == Ready || other.state == Lent) && areSiblings(entry, other))
-                leaveTo(otherName, entry);
-        }
-        if (entry.state != Due)
-            continue;
         setState(entry, Probing);
         entry.port->probe();
         return true;
@@ -291,17 +308,63 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
     return &entry != &other && !device.isEmpty() && device == other.port->system().device();
 }
 
-// Closes the port of `entry`, because the board is on another port of the same USB device, named `board`.
-void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
+// Returns why the port must stay closed: a board is on another port of the same USB device, also while the board is
+// lent or released. Empty if there is no such board.
+QString BoardWatch::Private::boardBeside(const Entry &entry) const
+{
+    for (const auto &[otherName, other] : entries) {
+        if ((other.state == Ready || other.state == Lent || other.state == Released) && areSiblings(entry, other))
+            return QStringLiteral("not opened, because %1 of the same device is a board").arg(otherName);
+    }
+    // When a lent device is plugged in again, its ports appear one by one, and not always the lent port first.
+    const SystemPort &port = entry.port->system();
+    for (auto loan = lent.cbegin(); loan != lent.cend(); ++loan) {
+        const bool isSamePlace = !port.device().isEmpty() && port.device() == loan->port.device();
+        const bool isBySerial = loan->basis == Board::SerialNumber && entry.id.basis == Board::SerialNumber;
+        if ((isSamePlace || isBySerial) && port.info.serialNumber() == loan->port.info.serialNumber()
+            && !hasId(loan.key()))
+            return QStringLiteral("not opened, because another port of the same device is lent");
+    }
+    return QString();
+}
+
+// Closes the ports that must not be asked, because a board is on another port of the same USB device.
+void BoardWatch::Private::leaveOtherPorts()
+{
+    for (auto &[name, entry] : entries) {
+        if (entry.state != Due && entry.state != Probing && entry.state != Waiting)
+            continue;
+        if (const QString reason = boardBeside(entry); !reason.isEmpty())
+            leave(entry, OtherPort, reason);
+    }
+}
+
+// Probes the ports that leaveOtherPorts() closed, if their device no longer has a board. Waits before that, because the
+// kernel removes the ports of a pulled device one by one.
+void BoardWatch::Private::askOtherPorts()
+{
+    for (auto &[name, entry] : entries) {
+        if (entry.state != OtherPort)
+            continue;
+        entry.reason = boardBeside(entry);
+        if (entry.reason.isEmpty())
+            wait(entry, shortestPause);
+        later(&Private::tellChange, isChangeQueued);
+    }
+}
+
+void BoardWatch::Private::leave(Entry &entry, State state, const QString &reason)
 {
     entry.port->close();
-    setState(entry, OtherPort);
-    entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(board);
+    setState(entry, state);
+    entry.reason = reason;
+    later(&Private::tellChange, isChangeQueued);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
 {
     entry.state = state;
+    entry.reason.clear();
     entry.timer->stop();
     freed->remove(entry.port->system().info.systemLocation());
 }
@@ -344,11 +407,7 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     Entry &entry = entries.at(name);
     setState(entry, Ready);
     entry.pause = shortestPause;
-    const SystemPort &port = entry.port->system();
-    for (auto &[otherName, other] : entries) {
-        if (areSiblings(entry, other) && (other.state == Due || other.state == Probing || other.state == Waiting))
-            leaveTo(name, other);
-    }
+    leaveOtherPorts();
 
     const PortReport report = entry.port->report();
     Board &board = entry.board;
@@ -359,7 +418,7 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     board.communicator = entry.port->communicator();
     board.portName = name;
     board.location = report.location;
-    board.place = port.place;
+    board.place = entry.port->system().place;
     board.manufacturer = report.manufacturer;
     board.product = report.product;
     board.serialNumber = report.serialNumber;
@@ -395,13 +454,10 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 {
     Entry &entry = entries.at(name);
     if (loss == Board::Released)
-        setState(entry, Released);
+        leave(entry, Released, QStringLiteral("given up, because the application deleted the Communicator"));
     else
         wait(entry, shortestPause);
-    for (auto &[otherName, other] : entries) {
-        if (other.state == OtherPort && areSiblings(entry, other))
-            wait(other, shortestPause);
-    }
+    askOtherPorts();
     later(&Private::tellChange, isChangeQueued);
     lose(entry, loss);
 }
@@ -416,7 +472,6 @@ void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
     lost.loss = loss;
     if (loss == Board::Released)
         lost.communicator = nullptr;
-    entry.port->close();
     Q_EMIT q->boardLost(lost);
 }
 
@@ -424,6 +479,11 @@ std::map<QString, BoardWatch::Private::Entry>::iterator BoardWatch::Private::fin
 {
     return std::find_if(entries.begin(), entries.end(),
                         [&id](const auto &known) { return known.second.id.text == id; });
+}
+
+bool BoardWatch::Private::hasId(const QString &id) const
+{
+    return std::any_of(entries.begin(), entries.end(), [&id](const auto &known) { return known.second.id.text == id; });
 }
 
 BoardWatch::BoardWatch(QObject *parent)
@@ -549,6 +609,7 @@ void BoardWatch::stop()
     while (self && !d->stopped.empty()) {
         const Private::Entry entry = std::move(d->stopped.front());
         d->stopped.pop_front();
+        entry.port->close();
         d->lose(entry, Board::Stopped);
     }
 }
@@ -575,14 +636,8 @@ QList<PortReport> BoardWatch::portReports() const
         const auto it = m_private->entries.find(port.info.portName());
         if (it == m_private->entries.end())
             continue;
-        PortReport report = it->second.port->report();
-        const Private::State state = it->second.state;
-        if (state == Private::Excluded || state == Private::OtherPort || state == Private::Lent) {
-            report.error = QSerialPort::NoError;
-            report.errorText =
-                state == Private::Lent ? QStringLiteral("lent to another program") : it->second.exclusion;
-        }
-        reports.append(report);
+        const Private::Entry &entry = it->second;
+        reports.append(entry.reason.isEmpty() ? entry.port->report() : entry.port->reportOfClosed(entry.reason));
     }
     return reports;
 }
@@ -592,9 +647,8 @@ bool BoardWatch::lend(const QString &id, Lending lending)
     const auto it = m_private->find(id);
     if (it == m_private->entries.end() || it->second.state != Private::Ready)
         return false;
-    m_private->lent.insert(id, lending);
-    m_private->setState(it->second, Private::Lent);
-    m_private->later(&Private::tellChange, m_private->isChangeQueued);
+    m_private->lent.insert(id, {lending, it->second.port->system(), it->second.id.basis});
+    m_private->leave(it->second, Private::Lent, lentText);
     m_private->lose(it->second, Board::Lent);
     return true;
 }
@@ -609,6 +663,7 @@ bool BoardWatch::takeBack(const QString &id)
         m_private->probeAgain(it->second);
         m_private->later(&Private::tellChange, m_private->isChangeQueued);
     }
+    m_private->askOtherPorts();
     return isLent || isClosed;
 }
 

@@ -43,7 +43,8 @@ namespace JwDevice {
  * pauses that grow from 500 ms to 8 s.
  *
  * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
- * watch closes the other ports.
+ * watch closes the other ports. They stay closed also after lend(), and after the application deleted the board's
+ * Communicator. The watch probes them again if the board is lost in another way, or after takeBack().
  *
  * On Linux, udev reports new and removed ports, so the watch needs neither a timer nor a thread to notice them. On
  * other systems, and where no udev runs, the watch lists the ports once a second (see setPollInterval()).
@@ -113,14 +114,17 @@ public:
 
     /// Returns the boards that were found and are not lost, in the alphabetical order of their port names.
     QList<JwDevice::Board> boards() const;
-    /// Returns a report for each candidate port of the system. The reports show why no board was found on a port. If
-    /// the watch itself decided to leave a port closed, `errorText` says why and `error` is NoError.
+    /// Returns a report for each candidate port of the system. The reports show why no board was found on a port.
+    ///
+    /// The watch itself leaves some ports closed: excluded ports, the other ports of a board's USB device, the port of
+    /// a lent board, and the port of a board whose Communicator the application deleted. Then `verdict` is NotOpened,
+    /// `error` is NoError, and `errorText` says why the port is closed.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
      * Closes the port of the board `id`, so that another program can use the board, and emits boardLost(). `lending`
-     * says how long the watch leaves the board alone, at every port. Returns false if boards() contains no board with
-     * this id.
+     * says how long the watch leaves the board alone, at every port and on all ports of its USB device. Returns false
+     * if boards() contains no board with this id.
      */
     bool lend(const QString &id, Lending lending = UntilTakenBack);
     /// Looks again for a board after lend(), or after the application deleted the board's Communicator. Returns false

@@ -40,11 +40,7 @@ WatchedPort::WatchedPort(const SystemPort &port, const WatchSettings &settings, 
     , m_system(port)
     , m_settings(settings)
 {
-    m_report.portName = port.info.portName();
-    m_report.location = port.info.systemLocation();
-    m_report.manufacturer = port.info.manufacturer();
-    m_report.product = port.info.description();
-    m_report.serialNumber = port.info.serialNumber();
+    m_report = reportOfClosed(QString());
     m_deadline.setSingleShot(true);
     m_checkTimer.setSingleShot(true);
     m_checkTimer.setTimerType(Qt::PreciseTimer);
@@ -106,6 +102,18 @@ void WatchedPort::probe()
 PortReport WatchedPort::report() const
 {
     return m_initializer ? m_initializer->portReports().constFirst() : m_report;
+}
+
+PortReport WatchedPort::reportOfClosed(const QString &reason) const
+{
+    PortReport report;
+    report.portName = m_system.info.portName();
+    report.location = m_system.info.systemLocation();
+    report.manufacturer = m_system.info.manufacturer();
+    report.product = m_system.info.description();
+    report.serialNumber = m_system.info.serialNumber();
+    report.errorText = reason;
+    return report;
 }
 
 void WatchedPort::endProbe()
@@ -203,8 +211,9 @@ void WatchedPort::onCheckTimer()
 void WatchedPort::lose(Board::Loss loss)
 {
     m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
+    m_report.type = Unknown;
     const bool isReported = m_isReported;
-    close();
+    close(PortGuard::Later);
     if (isReported)
         Q_EMIT boardLost(loss);
     else
@@ -214,6 +223,7 @@ void WatchedPort::lose(Board::Loss loss)
 void WatchedPort::close()
 {
     close(PortGuard::Later);
+    m_report = reportOfClosed(QString());
 }
 
 void WatchedPort::close(PortGuard::When when)

@@ -33,6 +33,9 @@ private Q_SLOTS:
     void portThatAppearsBesideABoardOfItsDeviceIsNotOpened();
     void lookAgainDoesNotAskTheOtherPortsOfABoard();
     void otherPortsOfADeviceAreAskedWhenItsBoardFailed();
+    void otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone_data();
+    void otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone();
+    void otherPortsOfAReleasedBoardStayClosed();
     void busyPortIsTriedAfterLongerAndLongerPauses();
     void freedPortIsTakenAtOnce();
     void portWithoutItsLockFileIsTakenAfterAPause();
@@ -219,6 +222,49 @@ void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenItsBoardFailed()
     QTRY_COMPARE(fixture.timeline.value(1), QStringLiteral("lost SIM1:1.0 noAnswer"));
     QTRY_VERIFY(fixture.attempts(other) > before);
     QTRY_COMPARE(fixture.watch->boards().size(), 1);
+}
+
+void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone_data()
+{
+    QTest::addColumn<QString>("loss");
+    QTest::newRow("pulled") << QStringLiteral("lost SIM1:1.2 cablePulled");
+    QTest::newRow("released, then pulled") << QStringLiteral("lost SIM1:1.2 released");
+}
+
+void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone()
+{
+    QFETCH(QString, loss);
+    WatchFixture fixture;
+    const Board *const other = fixture.attach("BoardA,delay=100");
+    Board *const board = fixture.attach("BoardA", QStringLiteral("SIM1"));
+    UsbTree::moveTo(board->portName(), other->portName(), QStringLiteral("1.2"));
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.2")});
+    if (loss.endsWith(QLatin1String("released")))
+        delete fixture.found(board).communicator;
+    board->pull();
+    QTRY_COMPARE(fixture.timeline,
+                 QStringList({QStringLiteral("found SIM1:1.2"), loss, QStringLiteral("found SIM1:1.0")}));
+    QCOMPARE(fixture.watch->boards().first().portName, other->portName());
+}
+
+void TestBoardWatchPolite::otherPortsOfAReleasedBoardStayClosed()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    const Board *const other = fixture.attach("BoardA,delay=100", QStringLiteral("SIM1"));
+    UsbTree::moveTo(other->portName(), board->portName(), QStringLiteral("1.2"));
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    const int before = fixture.attempts(other);
+    delete fixture.found(board).communicator;
+    QCOMPARE(fixture.timeline.size(), 2);
+    fixture.watch->lookAgain();
+    // The watch would wait 500 ms before it asks the other port.
+    QVERIFY(!QTest::qWaitFor([&] { return fixture.attempts(other) != before; }, 800));
+    QVERIFY(fixture.isAtRest());
+    QVERIFY(fixture.watch->takeBack(QStringLiteral("SIM1:1.0")));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM1:1.0"));
 }
 
 void TestBoardWatchPolite::busyPortIsTriedAfterLongerAndLongerPauses()

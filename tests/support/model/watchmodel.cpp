@@ -63,7 +63,7 @@ void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
 {
     Owed *owed = findOwed(entry.id);
     if (!owed) {
-        m_owed.append({entry.id, entry.port.usb.name, {}, depth});
+        m_owed.append({entry.id, entry.port.usb, entry.basis, {}, depth});
         owed = &m_owed.last();
     } else if (loss == Board::CablePulled)
         owed->depth = depth;
@@ -72,7 +72,7 @@ void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
 
 bool WatchModel::isOwed(const QString &name) const
 {
-    return std::any_of(m_owed.begin(), m_owed.end(), [&name](const Owed &owed) { return owed.name == name; });
+    return std::any_of(m_owed.begin(), m_owed.end(), [&name](const Owed &owed) { return owed.port.name == name; });
 }
 
 // The system
@@ -120,10 +120,12 @@ void WatchModel::loopBegins()
     std::sort(ports.begin(), ports.end(), [](const SystemPort &a, const SystemPort &b) {
         return std::make_tuple(a.usb.place(), a.usb.name) < std::make_tuple(b.usb.place(), b.usb.name);
     });
+    bool isNew = false;
     for (const SystemPort &port : ports) {
         Entry *const known = find(port.usb.name);
         if (!known) {
             add(port);
+            isNew = true;
             continue;
         }
         if (known->phase == Wanted && known->port.changes != port.changes) {
@@ -134,9 +136,12 @@ void WatchModel::loopBegins()
     // UntilPluggedAgain ends when the port has disappeared and appeared again. If a lent board is not there when the
     // watch starts, it has disappeared already, so the lending is forgotten.
     for (const QString &id : m_lent.keys()) {
-        if (m_lent.value(id) == BoardWatch::UntilPluggedAgain && !findId(id))
+        if (m_lent[id].lending == BoardWatch::UntilPluggedAgain && !findId(id))
             m_lent.remove(id);
     }
+    leaveSiblings();
+    if (isNew)
+        freeSiblings();
 }
 
 void WatchModel::remove(const QString &name)
@@ -150,8 +155,9 @@ void WatchModel::remove(const QString &name)
     // watch may report PortFailed.
     if (entry.phase == Ready && m_plugged.contains(name))
         owe(entry, Board::PortFailed, INT_MAX);
-    if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
+    if (m_lent.contains(entry.id) && m_lent[entry.id].lending == BoardWatch::UntilPluggedAgain)
         m_lent.remove(entry.id);
+    freeSiblings();
 }
 
 void WatchModel::add(const SystemPort &port)
@@ -164,7 +170,7 @@ void WatchModel::add(const SystemPort &port)
     else if (m_lent.contains(entry.id))
         entry.phase = Lent;
     else
-        want(entry, m_around.now() + delay(), m_around.now() + delay());
+        entry.openFrom = entry.openUntil = m_around.now() + delay();
     m_entries[port.usb.name] = entry;
 }
 
@@ -207,18 +213,32 @@ QString WatchModel::exclusion(const UsbPort &port) const
 
 // Probes
 
-bool WatchModel::hasBoardBeside(const Entry &entry) const
+/// Whether the port must stay closed, because a board is on another port of its device, or was there and was lent or
+/// released.
+bool WatchModel::hasBoardBeside(const Entry &entry)
 {
-    return std::any_of(m_entries.begin(), m_entries.end(), [&entry](const auto &known) {
-        const Entry &other = known.second;
-        return other.phase == Ready && other.port.usb.device == entry.port.usb.device
-            && other.port.usb.name != entry.port.usb.name;
-    });
+    const UsbPort &usb = entry.port.usb;
+    for (const auto &[name, other] : m_entries) {
+        if ((other.phase == Ready || other.phase == Lent || other.phase == Released)
+            && other.port.usb.device == usb.device && name != usb.name)
+            return true;
+    }
+    // A lent device may be plugged in again without the lent port, or before the lent port appears.
+    for (auto loan = m_lent.cbegin(); loan != m_lent.cend(); ++loan) {
+        const bool isSameDevice = usb.serial == loan->port.serial
+            && (usb.device == loan->port.device
+                || (entry.basis == Board::SerialNumber && loan->basis == Board::SerialNumber));
+        if (isSameDevice && !findId(loan.key()))
+            return true;
+    }
+    return false;
 }
 
 void WatchModel::want(Entry &entry, qint64 from, qint64 until)
 {
     entry.phase = hasBoardBeside(entry) ? Sibling : Wanted;
+    if (entry.phase == Sibling)
+        entry.verdict = PortReport::NotOpened;
     entry.openFrom = from;
     entry.openUntil = until;
 }
@@ -406,8 +426,10 @@ void WatchModel::start(const WatchSchedule::Settings &settings)
 void WatchModel::stop(int depth)
 {
     m_isStarted = false;
-    for (Owed &owed : m_owed)
-        owed = {owed.id, owed.name, owed.losses + QVector<Board::Loss>{Board::Stopped}, std::min(owed.depth, depth)};
+    for (Owed &owed : m_owed) {
+        owed.losses.append(Board::Stopped);
+        owed.depth = std::min(owed.depth, depth);
+    }
     for (const auto &[name, entry] : m_entries) {
         if (entry.phase == Ready)
             owe(entry, Board::Stopped, depth);
@@ -430,8 +452,8 @@ int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
     if (entry && entry->phase == Ready) {
         owe(*entry, Board::Lent, depth);
         entry->phase = Lent;
-        entry->verdict = -1;
-        m_lent[id] = lending;
+        entry->verdict = PortReport::NotOpened;
+        m_lent[id] = {lending, entry->port.usb, entry->basis};
         return 1;
     }
     if (Owed *const owed = findOwed(id)) {
@@ -444,10 +466,12 @@ int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
 void WatchModel::lent(const QString &id, BoardWatch::Lending lending)
 {
     // The board was already lost, for example pulled, but the watch had not seen that yet when it lent the board.
-    if (lending == BoardWatch::UntilTakenBack)
-        m_lent[id] = lending;
+    const Owed *const owed = findOwed(id);
+    if (lending == BoardWatch::UntilTakenBack && owed)
+        m_lent[id] = {lending, owed->port, owed->basis};
     if (Entry *const entry = findId(id))
         entry->phase = m_lent.contains(id) ? Lent : entry->phase;
+    leaveSiblings();
 }
 
 int WatchModel::takeBack(const QString &id)
@@ -458,6 +482,7 @@ int WatchModel::takeBack(const QString &id)
     if (isClosed) {
         want(*entry, m_around.now(), m_around.now() + delay());
     }
+    freeSiblings();
     return isLent || isClosed ? 1 : m_changing.contains(id) ? -1 : 0;
 }
 
@@ -527,13 +552,7 @@ void WatchModel::found(const Board &board, bool isBack)
     entry->checkedAt = -1;
     entry->isVague = false;
     entry->verdict = PortReport::HandedOver;
-    for (auto &[name, other] : m_entries) {
-        if (&other != entry && other.port.usb.device == usb.device
-            && (other.phase == Wanted || other.phase == Probing)) {
-            other.phase = Sibling;
-            other.verdict = -1;
-        }
-    }
+    leaveSiblings();
 }
 
 void WatchModel::lost(const Board &board)
@@ -555,8 +574,7 @@ void WatchModel::lost(const Board &board)
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
         if (board.loss == Board::Released && entry && entry->phase == Ready) {
             entry->phase = Released;
-            entry->verdict = -1;
-            freeSiblings(*entry);
+            entry->verdict = PortReport::NotOpened;
         }
         return;
     }
@@ -573,14 +591,24 @@ void WatchModel::lost(const Board &board)
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
     entry->verdict = PortReport::TimedOut;
     wantSoon(*entry);
-    freeSiblings(*entry);
+    freeSiblings();
 }
 
-void WatchModel::freeSiblings(const Entry &entry)
+void WatchModel::leaveSiblings()
 {
-    for (auto &[name, other] : m_entries) {
-        if (other.phase == Sibling && other.port.usb.device == entry.port.usb.device)
-            wantSoon(other);
+    for (auto &[name, entry] : m_entries) {
+        if ((entry.phase != Wanted && entry.phase != Probing) || !hasBoardBeside(entry))
+            continue;
+        entry.phase = Sibling;
+        entry.verdict = PortReport::NotOpened;
+    }
+}
+
+void WatchModel::freeSiblings()
+{
+    for (auto &[name, entry] : m_entries) {
+        if (entry.phase == Sibling && !hasBoardBeside(entry))
+            wantSoon(entry);
     }
 }
 
@@ -678,9 +706,13 @@ void WatchModel::checkQueries(const Entry &entry)
 
 void WatchModel::checkReport(const Entry &entry, const PortReport &report)
 {
-    const bool isNotTried = entry.phase == Excluded || entry.phase == Lent || entry.phase == Sibling;
-    if (isNotTried && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
+    const bool isLeft =
+        entry.phase == Excluded || entry.phase == Lent || entry.phase == Released || entry.phase == Sibling;
+    if (isLeft && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
         fail(QStringLiteral("the report on %1 does not say why the port is not opened").arg(report.portName));
+    const bool hasType = report.verdict == PortReport::HandedOver || report.verdict == PortReport::Duplicate;
+    if ((report.type != JwDevice::Unknown) != hasType)
+        fail(QStringLiteral("the report on %1 has the wrong type").arg(report.portName));
     // While the next probe waits for its delay, it has not opened the port. The report then says NotOpened, although
     // `entry.verdict` is still the verdict of the probe before.
     const bool isDelayed = entry.phase == Wanted && delay() > 0 && report.verdict == PortReport::NotOpened;

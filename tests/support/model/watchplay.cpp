@@ -141,6 +141,9 @@ void WatchPlay::act(Step::Action action, int board, const QString &id)
         }
         return;
     }
+    case Step::PullPort:
+        pull(board);
+        return;
     case Step::Permit:
         if (!isPlugged || line.hasPermission)
             return;
