@@ -52,9 +52,11 @@ public:
     bool hasBoard() const { return m_guard; }
 
     PortReport report() const;
+    /// Returns the report of the port if it was not tried because of `reason`.
+    PortReport reportOfClosed(const QString &reason) const;
     Communicator *communicator() const { return m_communicator; }
 
-    /// Closes the port without a signal.
+    /// Closes the port without a signal. Forgets the result of the newest probe.
     void close();
     /// Writes the board's query. If no bytes arrive within replyTime, emits boardLost().
     void check();
@@ -72,6 +74,7 @@ Q_SIGNALS:
 
 private:
     void close(PortGuard::When when);
+    void startDeadline(uint round);
     void endProbe();
     void adopt(Communicator *communicator);
     void onPortLost(bool isDeviceGone);

@@ -216,6 +216,10 @@ void TestBoardWatchLost::deletedCommunicatorReleasesTheBoard()
     QVERIFY(!communicator);
     QVERIFY(fixture.watch->boards().isEmpty());
     QVERIFY(canBeOpened(board));
+    const PortReport report = fixture.report(board);
+    QCOMPARE(report.verdict, PortReport::NotOpened);
+    QCOMPARE(report.error, QSerialPort::NoError);
+    QCOMPARE(report.errorText, QStringLiteral("given up, because the application deleted the Communicator"));
     // The watch leaves the board alone until takeBack().
     fixture.watch->lookAgain();
     settle();

@@ -74,13 +74,14 @@ Monitor
   in the foreground.
 
 Watch
-  The watch finds boards that are plugged in later, and all boards of a type. It
-  tries twice a second to open a port that does not open. It asks a silent port
-  again when the port was plugged in again. On a terminal, a table shows each
-  board, its state, since when, how often it was lost, and the number of its
-  payloads. Below the table stand the ports without a board, and why. Elsewhere
-  each event is one line: local time, port, and the event, or "<-" and a
-  payload. With --json it is one object a line:
+  The watch finds boards that are plugged in later, and all boards of a type. If
+  a port does not open, it tries again when another program closes the port, and
+  after pauses of 0.5 to 8 s. It asks a silent port again when the port was
+  plugged in again. On a terminal, a table shows each board, its state, since
+  when, how often it was lost, and the number of its payloads. Below the table
+  stand the ports without a board, and why. Elsewhere each event is one line:
+  local time, port, and the event, or "<-" and a payload. With --json it is one
+  object a line:
     {"event", "time", "milliseconds", "id", "type", "port", "location",
      "serialNumber", "hardwareVersion", ...}
     {..., "sharesSerialNumber"} for found and back
