@@ -84,6 +84,7 @@ public:
     }
 
     void update();
+    bool isAnyDue() const;
     bool removeOne();
     bool addNew();
     bool probeOne();
@@ -147,15 +148,26 @@ void BoardWatch::Private::update()
 {
     if (!source)
         return;
-    if (std::exchange(isStale, false)) {
+    // Listing the ports takes long if there are many. So if many ports appear one after the other, the ports of the
+    // last list are probed first.
+    if (isStale && !isAnyDue()) {
+        isStale = false;
         system = source->list();
         const auto isOther = [this](const SystemPort &port) { return !activeRule(port.info); };
         system.erase(std::remove_if(system.begin(), system.end(), isOther), system.end());
     }
+    if (isStale) // before the step, because a receiver of a signal may run an event loop
+        later(&Private::update, isUpdateQueued);
     const QPointer<BoardWatch> self(q);
     const bool isMore = removeOne() || addNew() || probeOne();
     if (self && isMore)
         later(&Private::update, isUpdateQueued);
+}
+
+bool BoardWatch::Private::isAnyDue() const
+{
+    const auto isDue = [](const auto &known) { return known.second.state == Due; };
+    return !active.types.isEmpty() && std::any_of(entries.cbegin(), entries.cend(), isDue);
 }
 
 // Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.
