@@ -1,10 +1,12 @@
 #include "udevsource.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
 #include <libudev.h>
+#include <linux/netlink.h>
 #include <sys/stat.h>
 
 namespace JwDevice {
@@ -14,11 +16,28 @@ namespace {
 /// Bytes of events that wait for the application, for example while it is busy. The system may allow less.
 constexpr int receiveBuffer = 8 * 1024 * 1024;
 
+/// Returns whether a program in our network namespace listens to the kernel's device events, as udev's daemon does. The
+/// daemon's events reach only its own network namespace. So a container with a network of its own gets no events,
+/// although it may see udev's files.
+bool isDaemonInNetwork()
+{
+    constexpr uint kernelGroup = 1;
+    QFile table(QStringLiteral("/proc/net/netlink"));
+    if (!table.open(QIODevice::ReadOnly))
+        return true; // not known
+    const QList<QByteArray> sockets = table.readAll().split('\n');
+    return std::any_of(sockets.begin(), sockets.end(), [](const QByteArray &socket) {
+        const QList<QByteArray> fields = socket.simplified().split(' '); // address, protocol, id, groups, ...
+        return fields.value(1).toInt() == NETLINK_KOBJECT_UEVENT && fields.value(3).toUInt(nullptr, 16) & kernelGroup;
+    });
+}
+
 /// Returns whether this system sends udev's events. Normally the udev daemon sends them. In a simulation, umockdev
 /// sends the same events without a daemon.
 bool hasEvents()
 {
-    return QFileInfo::exists(QStringLiteral("/run/udev/control")) || qEnvironmentVariableIsSet("UMOCKDEV_DIR");
+    return qEnvironmentVariableIsSet("UMOCKDEV_DIR")
+        || (QFileInfo::exists(QStringLiteral("/run/udev/control")) && isDaemonInNetwork());
 }
 
 bool isSet(udev_device *device)
