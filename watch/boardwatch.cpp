@@ -98,6 +98,7 @@ public:
     }
 
     void update();
+    bool isAnyDue() const;
     bool listPorts();
     bool removeOne();
     bool addNew();
@@ -171,8 +172,12 @@ void BoardWatch::Private::update()
     if (!source)
         return;
     const QPointer<BoardWatch> self(q);
-    if (isStale && !listPorts())
+    // Listing the ports takes long if there are many. So if many ports appear one after the other, the ports of the
+    // last list are probed first.
+    if (isStale && !isAnyDue() && !listPorts())
         return;
+    if (isStale) // before the step, because a receiver of a signal may run an event loop
+        later(&Private::update, isUpdateQueued);
     const bool isMore = removeOne() || addNew() || probeOne();
     if (self && isMore)
         later(&Private::update, isUpdateQueued);
@@ -197,6 +202,12 @@ bool BoardWatch::Private::listPorts()
     }
     system = candidates;
     return true;
+}
+
+bool BoardWatch::Private::isAnyDue() const
+{
+    const auto isDue = [](const auto &known) { return known.second.state == Due; };
+    return !active.types.isEmpty() && std::any_of(entries.cbegin(), entries.cend(), isDue);
 }
 
 // Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.

@@ -42,6 +42,7 @@ private Q_SLOTS:
     void stopEndsAProbe();
     void watchCanBeStartedAgain();
     void destructorClosesTheBoardsWithoutASignal();
+    void nothingRunsAtRest_data();
     void nothingRunsAtRest();
     void portsChangedComesWithEachChange();
 };
@@ -434,16 +435,30 @@ void TestBoardWatchFound::destructorClosesTheBoardsWithoutASignal()
     QCOMPARE(fixture.changes, changes);
 }
 
+void TestBoardWatchFound::nothingRunsAtRest_data()
+{
+    QTest::addColumn<int>("boards");
+    QTest::addColumn<int>("silent");
+    QTest::newRow("no board") << 0 << 0;
+    QTest::newRow("boards and silent ports") << 3 << 2;
+    QTest::newRow("as many boards as the simulator can have") << JwSimulator::Testbed::maxBoards << 0;
+}
+
 void TestBoardWatchFound::nothingRunsAtRest()
 {
+    QFETCH(int, boards);
+    QFETCH(int, silent);
     WatchFixture fixture;
-    for (int i = 0; i < 3; ++i)
+    QList<const Board *> silentPorts;
+    for (int i = 0; i < boards; ++i)
         fixture.attach("BoardA");
-    const Board *const silent = fixture.attach("silent");
+    for (int i = 0; i < silent; ++i)
+        silentPorts.append(fixture.attach("silent"));
     fixture.watch->setMaxRetries(0);
     fixture.watch->start();
-    QTRY_COMPARE(fixture.watch->boards().size(), 3);
-    QTRY_VERIFY(canBeOpened(silent));
+    QTRY_COMPARE(fixture.watch->boards().size(), boards);
+    for (const Board *const port : qAsConst(silentPorts))
+        QTRY_COMPARE(fixture.report(port).verdict, JwDevice::PortReport::TimedOut);
     settle();
     QVERIFY(fixture.isAtRest());
     // Without an event, the event loop does not wake up: only this test's timer ends its wait.
