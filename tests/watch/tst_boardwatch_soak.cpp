@@ -48,7 +48,12 @@ int runWatcher(int argc, char **argv)
     BoardWatch watch;
     QObject::connect(&watch, &BoardWatch::boardFound, [&] { say("+"); });
     QObject::connect(&watch, &BoardWatch::boardBack, [&] { say("+"); });
-    QObject::connect(&watch, &BoardWatch::boardLost, [&] { say("-"); });
+    QObject::connect(&watch, &BoardWatch::boardLost, [&] {
+        // The watch may try to open the port when it is gone. umockdev has a short list of open ports, and a failed
+        // open() adds an entry for the descriptor -1 to this list. close(-1) removes the entry.
+        ::close(-1);
+        say("-");
+    });
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, [&] {
         char byte = 0;
