@@ -19,6 +19,8 @@ namespace JwDevice {
 
 namespace {
 
+constexpr int removalTime = 500; // ms; when a cable is pulled, the system removes the port within this time
+
 QStringList queriesOf(Type type)
 {
     Nmea::ParserInit parser;
@@ -49,7 +51,12 @@ WatchedPort::WatchedPort(const SystemPort &port, const WatchSettings &settings, 
         endProbe();
         Q_EMIT probeEnded();
     });
+    m_removalTimer.setSingleShot(true);
     connect(&m_checkTimer, &QTimer::timeout, this, &WatchedPort::onCheckTimer);
+    connect(&m_removalTimer, &QTimer::timeout, this, [this] {
+        const bool isGone = QSerialPortInfo(m_system.info.portName()).isNull();
+        lose(isGone ? Board::CablePulled : Board::PortFailed);
+    });
 }
 
 WatchedPort::~WatchedPort()
@@ -179,12 +186,21 @@ qint64 WatchedPort::unreadBytes() const
 
 void WatchedPort::onPortLost(bool isDeviceGone)
 {
-    lose(isDeviceGone ? Board::CablePulled : Board::PortFailed);
+    if (isDeviceGone) {
+        lose(Board::CablePulled);
+        return;
+    }
+    // If the cable was pulled, errors come first, and the system removes the port a little later. So the loss is
+    // reported when the port is removed, or when removalTime is over.
+    closeAtOnce(static_cast<QSerialPort *>(m_guard->parent()));
+    m_checkTimer.stop();
+    m_check = Check::Off;
+    m_removalTimer.start(removalTime);
 }
 
 void WatchedPort::check()
 {
-    if (!m_communicator || m_check != Check::Off)
+    if (!m_communicator || m_check != Check::Off || m_removalTimer.isActive())
         return;
     m_check = Check::Asked;
     m_unreadBytes = unreadBytes();
@@ -241,6 +257,7 @@ void WatchedPort::close(PortGuard::When when)
     // No signal of the Initializer is being handled: a slot of its signals first calls endProbe(), so there it is null.
     delete std::exchange(m_initializer, nullptr);
     m_checkTimer.stop();
+    m_removalTimer.stop();
     m_check = Check::Off;
     m_isReported = false;
     if (m_communicator)

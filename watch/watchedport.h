@@ -99,6 +99,7 @@ private:
     bool m_isReported = false; // whether boardAnswered() was emitted for the board
     QTimer m_deadline;
     QTimer m_checkTimer;
+    QTimer m_removalTimer; // runs after the port failed, until it is known whether the cable was pulled
     Check m_check = Check::Off;
     qint64 m_unreadBytes = 0; // number of unread bytes when the check wrote the query
 };
