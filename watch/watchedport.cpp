@@ -12,6 +12,7 @@
 
 #include <QSerialPort>
 
+#include <limits>
 #include <utility>
 
 namespace JwDevice {
@@ -62,6 +63,8 @@ void WatchedPort::probe()
     m_initializer = initializer;
     initializer->setMaxRetries(m_settings.maxRetries);
     initializer->setPortObserver([this](const PortEvent &event) {
+        if (event.kind == PortEvent::Asked)
+            startDeadline(event.round);
         Q_EMIT reportChanged();
         if (const auto observer = m_settings.observer) // a copy, because the observer may set another observer
             observer(event);
@@ -91,12 +94,18 @@ void WatchedPort::probe()
         endProbe();
         Q_EMIT probeEnded();
     });
-    // If a board of another type answers, the Initializer waits without limit. So the probe has a deadline: the time of
-    // the first round, of all retry rounds, and of one more round to be safe.
-    const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
-    const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
-    m_deadline.start(delay + rounds * replyTime);
     initializer->probePort(m_settings.types, m_system.info, m_settings.delay);
+}
+
+// If a board of another type answers, the Initializer waits without limit. So the probe has a deadline: the time of the
+// round that begins, of the retry rounds after it, and of one more round to be safe. Each round sets the deadline
+// again, because a round takes longer while the application blocks the event loop.
+void WatchedPort::startDeadline(uint round)
+{
+    const qint64 rounds = qint64{m_settings.maxRetries} - round + 2;
+    // Without a deadline, such a probe ends after its last round, in more than 24 days.
+    if (const qint64 time = rounds * replyTime; time <= std::numeric_limits<int>::max())
+        m_deadline.start(static_cast<int>(time));
 }
 
 PortReport WatchedPort::report() const

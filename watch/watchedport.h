@@ -74,6 +74,7 @@ Q_SIGNALS:
 
 private:
     void close(PortGuard::When when);
+    void startDeadline(uint round);
     void endProbe();
     void adopt(Communicator *communicator);
     void onPortLost(bool isDeviceGone);

@@ -2,6 +2,8 @@
 #include "support/common/eventloop.h"
 #include "support/watch/watchfixture.h"
 
+#include <device/boardrules.h>
+
 #include <QElapsedTimer>
 #include <QSerialPort>
 #include <QSerialPortInfo>
@@ -30,6 +32,7 @@ private Q_SLOTS:
     void rejectedPortIsLeftAloneUntilLookAgain();
     void rejectedPortIsAskedAgainAfterAReplug();
     void retriesAskASilentPortAgain();
+    void blockedEventLoopEndsNoProbe();
     void delayComesBeforeTheProbeOfBoardC();
     void candidateRuleIsTheInitializersByDefault();
     void signalsComeFromTheEventLoopOnly();
@@ -230,6 +233,25 @@ void TestBoardWatchFound::retriesAskASilentPortAgain()
     QTRY_COMPARE(fixture.report(board).verdict, PortReport::TimedOut);
     QTRY_VERIFY(canBeOpened(board));
     QCOMPARE(fixture.queries(board), 3);
+}
+
+void TestBoardWatchFound::blockedEventLoopEndsNoProbe()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA,ignore=1");
+    fixture.watch->setMaxRetries(1);
+    // The application blocks its event loop for longer than all rounds of the probe take, while the first round runs.
+    bool isBlocked = false;
+    QObject::connect(board, &Board::sentenceReceived, board, [&] {
+        if (std::exchange(isBlocked, true))
+            return;
+        QElapsedTimer clock;
+        clock.start();
+        while (!clock.hasExpired(4 * JwDevice::replyTime)) { }
+    });
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.report(board).verdict, JwDevice::PortReport::HandedOver);
+    QCOMPARE(fixture.timeline.size(), 1);
 }
 
 void TestBoardWatchFound::delayComesBeforeTheProbeOfBoardC()
