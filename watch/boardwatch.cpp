@@ -98,6 +98,7 @@ public:
     }
 
     void update();
+    bool listPorts();
     bool removeOne();
     bool addNew();
     bool probeOne();
@@ -140,6 +141,7 @@ public:
     BoardIds ids;
     QHash<QString, Loan> lent; // by id
     bool isStale = false; // whether `system` must be listed again
+    quint64 lists = 0; // number of calls of listPorts() and stop()
     bool isUpdateQueued = false;
     bool isChangeQueued = false;
 };
@@ -168,15 +170,33 @@ void BoardWatch::Private::update()
 {
     if (!source)
         return;
-    if (std::exchange(isStale, false)) {
-        system = source->list();
-        const auto isOther = [this](const SystemPort &port) { return !activeRule(port.info); };
-        system.erase(std::remove_if(system.begin(), system.end(), isOther), system.end());
-    }
     const QPointer<BoardWatch> self(q);
+    if (isStale && !listPorts())
+        return;
     const bool isMore = removeOne() || addNew() || probeOne();
     if (self && isMore)
         later(&Private::update, isUpdateQueued);
+}
+
+// Returns false if the new list is no longer needed, because the candidate rule did something that makes it old: for
+// example, the rule deleted or stopped the watch, or ran an event loop in which the ports were listed again.
+bool BoardWatch::Private::listPorts()
+{
+    isStale = false;
+    const QPointer<BoardWatch> self(q);
+    const quint64 number = ++lists;
+    const auto accepts = activeRule; // a copy, because the rule may stop the watch and start it with another rule
+    QVector<SystemPort> candidates;
+    const QVector<SystemPort> ports = source->list();
+    for (const SystemPort &port : ports) {
+        const bool isAccepted = accepts(port.info);
+        if (!self || number != lists)
+            return false;
+        if (isAccepted)
+            candidates.append(port);
+    }
+    system = candidates;
+    return true;
 }
 
 // Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.
@@ -219,6 +239,7 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
+            known->second.pause = shortestPause;
             if (known->second.state == Waiting) // perhaps the port can be opened with its new permissions
                 probeAgain(known->second);
             any = true;
@@ -593,6 +614,7 @@ void BoardWatch::stop()
     Private *const d = m_private.get();
     if (!d->source)
         return;
+    ++d->lists;
     d->source.reset();
     d->freed.reset();
     d->resume.reset();
@@ -669,7 +691,10 @@ bool BoardWatch::takeBack(const QString &id)
 
 void BoardWatch::lookAgain()
 {
+    m_private->isStale = true;
+    m_private->later(&Private::update, m_private->isUpdateQueued);
     for (auto &[name, entry] : m_private->entries) {
+        entry.pause = shortestPause;
         if (entry.state == Private::Rejected || entry.state == Private::Waiting)
             m_private->probeAgain(entry);
     }

@@ -80,7 +80,9 @@ public:
     void setTypes(const QList<JwDevice::Type> &types);
     QList<JwDevice::Type> types() const; ///< returns the value of setTypes()
     /// Sets the function that returns whether `port` is a candidate. Only candidates are probed. By default, and if
-    /// `rule` is empty, the function is isCandidate().
+    /// `rule` is empty, the function is isCandidate(). The watch calls `rule` for every port whenever it lists the
+    /// ports. If a board's port is no longer a candidate, the board is lost (Board::CablePulled). Like the receivers of
+    /// the signals, `rule` may do anything.
     void setCandidateRule(std::function<bool(const QSerialPortInfo &port)> rule);
     /// Sets ports that are never opened. Each entry is a port name ("ttyACM0"), a location ("/dev/ttyACM0"), a USB
     /// serial number, or a USB vendor and product id in hexadecimal digits ("0483:5740"). On Linux, a port whose udev
@@ -136,9 +138,9 @@ public:
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 
 public Q_SLOTS:
-    /// Probes the ports without a board again: ports on which no wanted board answered, ports that could not be opened,
-    /// and ports that lost their board. Does not probe ports that the watch leaves alone; see setNeverOpened(), lend()
-    /// and Board::Released.
+    /// Lists the ports again. Probes the ports without a board again: ports on which no wanted board answered, ports
+    /// that could not be opened, and ports that lost their board. Does not probe ports that the watch leaves alone; see
+    /// setNeverOpened(), lend() and Board::Released.
     void lookAgain();
     /// Sends every board its query. If no byte arrives from a board within replyTime (400 ms), the board is lost.
     /// On Linux, the watch itself calls this function after the system was suspended, and after the clock was set.

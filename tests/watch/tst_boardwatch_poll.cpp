@@ -24,6 +24,7 @@ private Q_SLOTS:
     void openPortIsNoChange();
     void excludedPortIsNeverOpened();
     void nothingRunsAfterStop();
+    void lookAgainListsThePorts();
 };
 
 void TestBoardWatchPoll::boardAtTheStartAndLater()
@@ -190,6 +191,20 @@ void TestBoardWatchPoll::nothingRunsAfterStop()
     timer.start(10);
     QTRY_VERIFY(ticks >= 10);
     QCOMPARE(lists, before);
+}
+
+void TestBoardWatchPoll::lookAgainListsThePorts()
+{
+    WatchFixture fixture;
+    fixture.watch->setPollInterval(3600 * 1000);
+    fixture.watch->start();
+    settle();
+    const Board *const board = fixture.attach("BoardA");
+    settle();
+    QVERIFY(fixture.watch->portReports().isEmpty());
+    fixture.watch->lookAgain();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    QCOMPARE(fixture.watch->boards().first().portName, board->portName());
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchPoll)
