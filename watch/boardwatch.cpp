@@ -250,6 +250,7 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
+            known->second.pause = shortestPause;
             if (known->second.state == Waiting) // perhaps the port can be opened with its new permissions
                 probeAgain(known->second);
             any = true;
@@ -704,6 +705,7 @@ void BoardWatch::lookAgain()
     m_private->isStale = true;
     m_private->later(&Private::update, m_private->isUpdateQueued);
     for (auto &[name, entry] : m_private->entries) {
+        entry.pause = shortestPause;
         if (entry.state == Private::Rejected || entry.state == Private::Waiting)
             m_private->probeAgain(entry);
     }

@@ -260,7 +260,8 @@ void WatchModel::hurry(Entry &entry, int pause)
 void WatchModel::freed(const QString &name)
 {
     Entry *const entry = find(name);
-    if (entry && entry->phase == Wanted)
+    // If the delay of the next attempt runs already, the watch no longer waits for the port.
+    if (entry && entry->phase == Wanted && m_around.now() + delay() < entry->openUntil)
         hurry(*entry, freedPause);
 }
 
@@ -563,7 +564,9 @@ void WatchModel::lost(const Board &board)
         fail(QStringLiteral("%1 is lost, but was not there").arg(board.id));
         return;
     }
-    m_lost[board.id] = type;
+    // A receiver may call start() before stop() has reported all boards. After start(), every board is found, not back.
+    if (board.loss != Board::Stopped)
+        m_lost[board.id] = type;
     if (board.type != type || (board.communicator == nullptr) != (board.loss == Board::Released))
         fail(QStringLiteral("the lost board %1 has a wrong member").arg(board.id));
     if (m_around.isOpen(board.portName))
