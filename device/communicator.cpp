@@ -155,17 +155,17 @@ void Communicator::ioBytesWritten(qint64 bytes)
 // value is noPayload.
 void Communicator::setPendingBytes(uint id, qint64 bytes)
 {
-    const auto valueOf = [this](uint wanted) {
-        auto run = m_pendingBytes.upperBound(wanted);
-        return run == m_pendingBytes.begin() ? noPayload : *--run;
+    const auto valueBefore = [this](QMap<uint, qint64>::iterator run) {
+        return run == m_pendingBytes.begin() ? noPayload : *std::prev(run);
     };
-    constexpr uint lastId = std::numeric_limits<uint>::max();
-    if (id != lastId && !m_pendingBytes.contains(id + 1))
-        m_pendingBytes.insert(id + 1, valueOf(id)); // the payloads after this one keep their value
-    if (id != 0 && valueOf(id - 1) == bytes)
-        m_pendingBytes.remove(id);
-    else
-        m_pendingBytes.insert(id, bytes);
+    auto next = m_pendingBytes.upperBound(id);
+    if (id != std::numeric_limits<uint>::max() && (next == m_pendingBytes.end() || next.key() != id + 1))
+        next = m_pendingBytes.insert(next, id + 1, valueBefore(next)); // the payloads after this one keep their value
+    const auto run = m_pendingBytes.lowerBound(id);
+    if (valueBefore(run) != bytes)
+        m_pendingBytes.insert(run, id, bytes);
+    else if (run != next)
+        m_pendingBytes.erase(run);
 }
 
 // Returns the ids of the payloads that `bytes` written bytes cover, counted from the lowest id.

@@ -544,7 +544,7 @@ void TestCommunicatorTransmit::randomWritesAreChargedAsInAPlainLedger()
     // The ids jump, as if many payloads had been written in between, also across the wrap from 2^32 - 1 to 0.
     QRandomGenerator random(1);
     m_log.reset();
-    for (int round = 0; round < 500; ++round) {
+    for (int round = 0; round < 100; ++round) {
         Communicator communicator;
         communicator.setIODevice(m_device.get());
         SignalRecord signalRecord(&communicator);
