@@ -84,6 +84,7 @@ public:
     }
 
     void update();
+    void listPorts();
     bool removeOne();
     bool addNew();
     bool probeOne();
@@ -114,6 +115,7 @@ public:
     std::unique_ptr<ResumeNotifier> resume;
     QTimer retryTimer;
     QVector<SystemPort> system; // the candidates in the newest list of the ports
+    QVector<SystemPort> otherPorts; // the other ports in this list
     std::map<QString, Entry> entries; // by port name
     std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
     BoardIds ids;
@@ -147,15 +149,26 @@ void BoardWatch::Private::update()
 {
     if (!source)
         return;
-    if (std::exchange(isStale, false)) {
-        system = source->list();
-        const auto isOther = [this](const SystemPort &port) { return !activeRule(port.info); };
-        system.erase(std::remove_if(system.begin(), system.end(), isOther), system.end());
-    }
+    if (std::exchange(isStale, false))
+        listPorts();
     const QPointer<BoardWatch> self(q);
     const bool isMore = removeOne() || addNew() || probeOne();
     if (self && isMore)
         later(&Private::update, isUpdateQueued);
+}
+
+void BoardWatch::Private::listPorts()
+{
+    system.clear();
+    const QVector<SystemPort> knownOthers = std::exchange(otherPorts, {});
+    const QVector<SystemPort> ports = source->list();
+    for (const SystemPort &port : ports)
+        (activeRule(port.info) ? system : otherPorts).append(port);
+    const auto isSame = [](const SystemPort &a, const SystemPort &b) {
+        return a.info.portName() == b.info.portName() && a.plug == b.plug;
+    };
+    if (!std::equal(otherPorts.cbegin(), otherPorts.cend(), knownOthers.cbegin(), knownOthers.cend(), isSame))
+        later(&Private::tellChange, isChangeQueued);
 }
 
 // Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.
@@ -487,6 +500,7 @@ void BoardWatch::stop()
     d->resume.reset();
     d->retryTimer.stop();
     d->system.clear();
+    d->otherPorts.clear();
     d->later(&Private::tellChange, d->isChangeQueued);
     // The ports without a board are closed here, before the first boardLost(), because a receiver of boardLost() may
     // run an event loop.
@@ -516,6 +530,24 @@ QList<Board> BoardWatch::boards() const
             boards.append(entry.board);
     }
     return boards;
+}
+
+QList<QSerialPortInfo> BoardWatch::systemPorts() const
+{
+    QList<QSerialPortInfo> ports;
+    for (const SystemPort &port : qAsConst(m_private->system)) {
+        if (m_private->entries.count(port.info.portName()) > 0) // otherwise update() has not yet added the port
+            ports.append(port.info);
+    }
+    for (const SystemPort &port : qAsConst(m_private->otherPorts))
+        ports.append(port.info);
+    return ports;
+}
+
+QString BoardWatch::boardId(const QString &portName) const
+{
+    const auto it = m_private->entries.find(portName);
+    return it == m_private->entries.end() ? QString() : it->second.id.text;
 }
 
 QList<PortReport> BoardWatch::portReports() const
