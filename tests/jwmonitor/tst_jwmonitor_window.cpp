@@ -89,6 +89,8 @@ private Q_SLOTS:
     void findsTheBoards();
     void drawsTheRetryRounds();
     void followsACableThatIsPulledAndPluggedIn();
+    void followsABoardToAnotherPort();
+    void canBeStoppedAndStartedInEveryState();
     void sendsAndShowsTheAnswer();
     void filtersAndSavesTheTraffic();
     void savesTheTimelineByKey();
@@ -218,6 +220,64 @@ void TestWindow::followsACableThatIsPulledAndPluggedIn()
     QTest::keyClick(child<QLineEdit>("line"), Qt::Key_Return);
     QTRY_COMPARE(column(rows(m_window.get(), "payloads"), QStringLiteral("Direction")),
                  QStringList({QStringLiteral("sent"), QStringLiteral("received")}));
+}
+
+void TestWindow::followsABoardToAnotherPort()
+{
+    auto *board = attach("BoardA,serial=S7");
+    attach("silent");
+    show({JwDevice::BoardA}, 0);
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    auto *ports = m_window->findChild<PortsView *>();
+    QTRY_COMPARE(ports->model()->rowCount(), 2);
+    ports->selectRow(columnTexts(ports->model(), PortsModel::Port).indexOf(board->portName()));
+    QVERIFY(board->send("$PJWTMP,21.5*30\r\n"));
+    auto *model = m_window->findChild<TrafficModel *>();
+    QTRY_COMPARE(model->rowCount(), 1);
+    board->pull();
+    QTRY_COMPARE(state(board), QStringLiteral("lost"));
+    auto *same = attach("BoardA,serial=S7"); // the same board on another port
+    QTRY_COMPARE(state(same), QStringLiteral("back"));
+    QCOMPARE(ports->model()->rowCount(), 2);
+    QCOMPARE(ports->currentIndex().siblingAtColumn(PortsModel::Port).data().toString(), same->portName());
+    QVERIFY(same->send("$PJWTMP,21.6*33\r\n"));
+    QTRY_COMPARE(model->rowCount(), 2);
+    QCOMPARE(model->record(0).key(), model->record(1).key());
+    QCOMPARE(model->record(1).port, same->portName());
+}
+
+void TestWindow::canBeStoppedAndStartedInEveryState()
+{
+    auto *board = attach("BoardA");
+    auto *slow = attach("BoardA,ignore=1");
+    show({JwDevice::BoardA});
+    auto *stop = child<QPushButton>("stop");
+    auto *find = child<QPushButton>("find");
+    const auto stopAndFind = [&] {
+        QTest::mouseClick(stop, Qt::LeftButton);
+        QVERIFY(!stop->isEnabled());
+        QTest::mouseClick(find, Qt::LeftButton);
+        QTest::mouseClick(find, Qt::LeftButton);
+        QVERIFY(stop->isEnabled());
+    };
+    stopAndFind(); // before the ports are listed
+    QTRY_COMPARE(state(slow), QStringLiteral("asked, awaiting an answer"));
+    stopAndFind(); // in a probe
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QVERIFY(board->send("$PJWTMP,21.5*30\r\n"));
+    stopAndFind(); // while a payload is on its way
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QTRY_COMPARE(state(slow), QStringLiteral("found"));
+    board->pull();
+    stopAndFind(); // before the loss is noticed
+    QTRY_COMPARE(state(slow), QStringLiteral("found"));
+    QTRY_COMPARE(state(board), QString());
+    slow->pull();
+    QTRY_COMPARE(state(slow), QStringLiteral("lost"));
+    stopAndFind(); // with a lost board
+    QVERIFY(board->plug());
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QCOMPARE(child<QComboBox>("board")->count(), 1);
 }
 
 void TestWindow::sendsAndShowsTheAnswer()
