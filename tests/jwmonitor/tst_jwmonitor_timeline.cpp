@@ -156,6 +156,7 @@ private Q_SLOTS:
     void controlCharactersOfABoardAreEscaped();
     void eachRetryRoundHasItsLine();
     void theMarkFollowsItsPort();
+    void theMarkStaysOnAPortThatDoesNotOpen();
     void keysGoFromEventToEvent();
     void zoomsByKey();
     void savesAnSvg();
@@ -566,6 +567,21 @@ void TestTimeline::theMarkFollowsItsPort()
     // The next probe of the port replaces the marked event.
     const LongProbe again(&fixture.finder, QStringLiteral("ttyACM1"), false);
     QCOMPARE(view.canvas()->accessibleDescription(), QString());
+}
+
+void TestTimeline::theMarkStaysOnAPortThatDoesNotOpen()
+{
+    TimelineFixture fixture;
+    const auto *busy = fixture.attach("BoardA,open=busy");
+    TimelineView view(&fixture.timeline);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    const QString marked = view.canvas()->accessibleDescription();
+    QVERIFY2(marked.startsWith(busy->portName()), qPrintable(marked));
+    QSignalSpy attempts(&fixture.finder, &BoardFinder::portEvent);
+    QTRY_COMPARE(attempts.size(), 2);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    QCOMPARE(kinds(fixture.lane(busy)), QVector<PortEvent::Kind>({PortEvent::NotOpened}));
 }
 
 void TestTimeline::keysGoFromEventToEvent()

@@ -85,6 +85,11 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
         return;
     TimelineLane &line = lane(event.portName);
     const bool isFirst = event.round == 0 && (event.kind == PortEvent::Opened || event.kind == PortEvent::NotOpened);
+    // A port that does not open is tried again and again. The lane stays as it is, so that a mark in it stays too.
+    const bool isKnown = event.kind == PortEvent::NotOpened && line.events.size() == 1
+        && line.events.first().kind == event.kind && line.events.first().text == fromPortEvent(event).text;
+    if (isKnown)
+        return;
     if (isFirst) {
         line = TimelineLane();
         line.port = event.portName;

@@ -201,7 +201,7 @@ void TimelineCanvas::followMark()
         return;
     const auto &lanes = m_timeline->lanes();
     const auto lane = std::find_if(lanes.begin(), lanes.end(), [this](const TimelineLane &candidate) {
-        return candidate.port == m_markedPort && candidate.startNs == m_markedStart;
+        return candidate.startNs == m_markedStart;
     });
     if (lane != lanes.end()) {
         m_marked.lane = static_cast<int>(lane - lanes.begin());
@@ -218,7 +218,6 @@ void TimelineCanvas::mark(TimelinePainter::Place place)
     m_marked = place;
     if (place.lane >= 0) {
         const TimelineLane &lane = m_timeline->lanes().at(place.lane);
-        m_markedPort = lane.port;
         m_markedStart = lane.startNs;
         m_markedDropped = lane.dropped;
     }
