@@ -45,6 +45,8 @@ private Q_SLOTS:
     void nothingRunsAtRest_data();
     void nothingRunsAtRest();
     void portsChangedComesWithEachChange();
+    void systemPortsHasAllPorts();
+    void boardIdIsKnownBeforeTheBoardIsFound();
 };
 
 void TestBoardWatchFound::boardAtTheStart()
@@ -487,6 +489,49 @@ void TestBoardWatchFound::portsChangedComesWithEachChange()
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(1, 1));
     board->pull();
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(0, 0));
+}
+
+void TestBoardWatchFound::systemPortsHasAllPorts()
+{
+    WatchFixture fixture;
+    const Board *const candidate = fixture.attach("silent");
+    const auto names = [&fixture] {
+        QStringList texts;
+        const QList<QSerialPortInfo> ports = fixture.watch->systemPorts();
+        for (const QSerialPortInfo &port : ports)
+            texts.append(port.portName());
+        texts.sort();
+        return texts;
+    };
+    QStringList seen; // at each portsChanged(): names()
+    fixture.onChange = [&] { seen << names().join(QLatin1Char(' ')); };
+    QVERIFY(names().isEmpty());
+    fixture.watch->setTypes({});
+    fixture.watch->start();
+    QTRY_COMPARE(names(), QStringList{candidate->portName()});
+    Board *const other = fixture.attach("silent,manufacturer=FTDI,vendor=0403");
+    QStringList both{candidate->portName(), other->portName()};
+    both.sort();
+    QTRY_COMPARE(seen.value(seen.size() - 1), both.join(QLatin1Char(' ')));
+    QCOMPARE(fixture.watch->portReports().size(), 1);
+    QCOMPARE(fixture.watch->boardId(other->portName()), QString());
+    other->pull();
+    QTRY_COMPARE(seen.value(seen.size() - 1), candidate->portName());
+    fixture.watch->stop();
+    QVERIFY(names().isEmpty());
+}
+
+void TestBoardWatchFound::boardIdIsKnownBeforeTheBoardIsFound()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA,ignore=1", QStringLiteral("S7"));
+    QCOMPARE(fixture.watch->boardId(board->portName()), QString());
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boardId(board->portName()), QStringLiteral("S7:1.0"));
+    QVERIFY(fixture.watch->boards().isEmpty());
+    QTRY_COMPARE(fixture.found(board).id, QStringLiteral("S7:1.0"));
+    board->pull();
+    QTRY_COMPARE(fixture.watch->boardId(board->portName()), QString());
 }
 
 void TestBoardWatchFound::withoutATypeNoPortIsOpened()
