@@ -42,8 +42,6 @@ private Q_SLOTS:
     void stopEndsAProbe();
     void watchCanBeStartedAgain();
     void destructorClosesTheBoardsWithoutASignal();
-    void nothingRunsAtRest_data();
-    void nothingRunsAtRest();
     void portsChangedComesWithEachChange();
     void systemPortsHasAllPorts();
     void boardIdIsKnownBeforeTheBoardIsFound();
@@ -435,43 +433,6 @@ void TestBoardWatchFound::destructorClosesTheBoardsWithoutASignal()
     QVERIFY(!communicator);
     QCOMPARE(fixture.timeline.size(), 1);
     QCOMPARE(fixture.changes, changes);
-}
-
-void TestBoardWatchFound::nothingRunsAtRest_data()
-{
-    QTest::addColumn<int>("boards");
-    QTest::addColumn<int>("silent");
-    QTest::newRow("no board") << 0 << 0;
-    QTest::newRow("boards and silent ports") << 3 << 2;
-    QTest::newRow("as many boards as the simulator can have") << JwSimulator::Testbed::maxBoards << 0;
-}
-
-void TestBoardWatchFound::nothingRunsAtRest()
-{
-    QFETCH(int, boards);
-    QFETCH(int, silent);
-    WatchFixture fixture;
-    QList<const Board *> silentPorts;
-    for (int i = 0; i < boards; ++i)
-        fixture.attach("BoardA");
-    for (int i = 0; i < silent; ++i)
-        silentPorts.append(fixture.attach("silent"));
-    fixture.watch->setMaxRetries(0);
-    fixture.watch->start();
-    QTRY_COMPARE(fixture.watch->boards().size(), boards);
-    for (const Board *const port : qAsConst(silentPorts))
-        QTRY_COMPARE(fixture.report(port).verdict, JwDevice::PortReport::TimedOut);
-    settle();
-    QVERIFY(fixture.isAtRest());
-    // Without an event, the event loop does not wake up: only this test's timer ends its wait.
-    int awake = 0;
-    QObject context;
-    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, &context,
-                     [&awake] { ++awake; });
-    QEventLoop loop;
-    QTimer::singleShot(1500, &loop, &QEventLoop::quit); // longer than the interval of any timer of the watch
-    loop.exec();
-    QVERIFY2(awake <= 5, QByteArray::number(awake));
 }
 
 void TestBoardWatchFound::portsChangedComesWithEachChange()
