@@ -43,9 +43,9 @@ struct Board
     QString id;
     IdBasis idBasis = PortName; ///< what `id` is made of
     /// Whether, since BoardWatch::start(), another board with this serial number was plugged in at the same time. Then
-    /// the board that came first has the id with the serial number, and the other board has its place as id. Until
-    /// the next start(), the watch gives the id with the serial number only at the place of the board that came first,
-    /// also after one of the boards is gone, because nothing else tells the boards apart.
+    /// the board that came first has the id with the serial number, and the other board has its place as id. Only
+    /// their places tell the boards apart. So until the next start(), only the board at the place of the first board
+    /// gets the id with the serial number, also after one of the boards is gone.
     bool sharesSerialNumber = false;
     Type type = Unknown; ///< type of the board
     /// The connection with the board. Its port is open until the board is lost. The watch owns the Communicator and

@@ -24,7 +24,7 @@ namespace {
 // ms before a port that lost its board is probed again, and between the first two attempts to open a port
 constexpr int shortestPause = 500;
 constexpr int longestPause = 8000; // ms between two attempts to open a port
-// ms from the moment when another program closed a port. QSerialPort removes its lock file after it closed the port.
+// ms to wait after another program closed a port, because QSerialPort removes its lock file only after that
 constexpr int freedPause = 20;
 
 QString hardwareVersion(const QString &reply)
@@ -84,7 +84,7 @@ public:
         int pause = shortestPause; // ms to wait if the port can't be opened
     };
 
-    /// A lent board. It has an id for each of its ports, and was lent under one of them.
+    /// A lent board. `lent` contains it by the id that lend() got. On its other ports, the board has other ids.
     struct Loan
     {
         Lending lending;
@@ -143,7 +143,7 @@ public:
     BoardIds ids;
     QHash<QString, Loan> lent; // by id
     bool isStale = false; // whether `system` must be listed again
-    quint64 lists = 0; // number of calls of listPorts() and stop()
+    quint64 lists = 0; // number of calls of listPorts() and stop(); shows a listPorts() that it is out of date
     bool isUpdateQueued = false;
     bool isChangeQueued = false;
 };
@@ -184,8 +184,8 @@ void BoardWatch::Private::update()
         later(&Private::update, isUpdateQueued);
 }
 
-// Returns false if the new list is no longer needed, because the candidate rule did something that makes it old: for
-// example, the rule deleted or stopped the watch, or ran an event loop in which the ports were listed again.
+// Returns false if the candidate rule made the new list useless. For example, the rule deleted or stopped the watch, or
+// ran an event loop in which the ports were listed again.
 bool BoardWatch::Private::listPorts()
 {
     isStale = false;
@@ -347,8 +347,8 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
     return &entry != &other && !device.isEmpty() && device == other.port->system().device();
 }
 
-// Returns why the port must stay closed: a board is on another port of the same USB device, also while the board is
-// lent or released. Empty if there is no such board.
+// Returns why the port of `entry` must stay closed: another port of the same USB device has a board, perhaps a lent or
+// released board. Empty if no other port has a board.
 QString BoardWatch::Private::boardBeside(const Entry &entry) const
 {
     for (const auto &[otherName, other] : entries) {
@@ -414,8 +414,8 @@ void BoardWatch::Private::wait(Entry &entry, int pause)
     entry.timer->start(pause);
 }
 
-// Waits until the port can be opened. Not every reason is reported when it ends, so the watch also tries again after a
-// pause. The pause grows, because a program may use the port for days.
+// Waits until the port can be opened. The system does not report everything that makes this possible, so the watch also
+// tries again after a pause. The pause grows, because a program may use the port for days.
 void BoardWatch::Private::waitUntilFree(Entry &entry)
 {
     wait(entry, entry.pause);

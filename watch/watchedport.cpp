@@ -110,7 +110,7 @@ void WatchedPort::probe()
 void WatchedPort::startDeadline(uint round)
 {
     const qint64 rounds = qint64{m_settings.maxRetries} - round + 2;
-    // Without a deadline, such a probe ends after its last round, in more than 24 days.
+    // A timer can't run for more than 24 days, so a longer probe has no deadline. It ends after its last round.
     if (const qint64 time = rounds * replyTime; time <= std::numeric_limits<int>::max())
         m_deadline.start(static_cast<int>(time));
 }

@@ -448,7 +448,7 @@ void TestBoardWatchHostile::candidateRuleMayStartTheWatchWithAnotherRule()
     WatchFixture fixture;
     fixture.attach("BoardA");
     fixture.attach("BoardA");
-    const std::string text(100, 'x'); // the rule owns memory, so AddressSanitizer sees whether it is used after its end
+    const std::string text(100, 'x'); // the rule has a copy, so AddressSanitizer reports if a deleted rule is used
     fixture.watch->setCandidateRule([&fixture, text](const QSerialPortInfo &) {
         fixture.watch->setCandidateRule({});
         fixture.watch->stop();
@@ -474,7 +474,7 @@ void TestBoardWatchHostile::candidateRuleMayRunAnEventLoop()
     fixture.watch->start();
     QVERIFY(inEventLoop([&] { return isNested && fixture.watch->boards().size() == 1; }));
     QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
-    // The outer list of the ports still contained the first board.
+    // The watch must not use the list that it began before the pull, because that list contains the first board's port.
     QCOMPARE(fixture.watch->portReports().size(), 1);
     QCOMPARE(fixture.attempts(first), 0);
 }

@@ -34,8 +34,8 @@ constexpr qint64 heapChance = 64 * 1024; // allowed growth in bytes, because mal
 
 const char watcherOption[] = "--watcher";
 
-/// The program that is measured. Writes "+" for each board that is there and "-" for each board that is lost. For each
-/// byte that it reads, it writes the resources that it uses.
+/// The program that is measured. Writes "+" when a board is found or back, and "-" when a board is lost. For each byte
+/// that it reads, it writes the resources that it uses.
 int runWatcher(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
@@ -49,8 +49,8 @@ int runWatcher(int argc, char **argv)
     QObject::connect(&watch, &BoardWatch::boardFound, [&] { say("+"); });
     QObject::connect(&watch, &BoardWatch::boardBack, [&] { say("+"); });
     QObject::connect(&watch, &BoardWatch::boardLost, [&] {
-        // The watch may try to open the port when it is gone. umockdev has a short list of open ports, and a failed
-        // open() adds an entry for the descriptor -1 to this list. close(-1) removes the entry.
+        // The watch may try to open a port that is gone. umockdev has a short list of open ports, and a failed open()
+        // adds an entry for the descriptor -1 to this list. close(-1) removes the entry.
         ::close(-1);
         say("-");
     });
@@ -99,7 +99,7 @@ public:
     {
         for (quint32 round = 0; round < rounds; ++round) {
             m_board->pull();
-            // Outside an event loop, only this call deletes the object that pull() leaves to be deleted later.
+            // pull() calls deleteLater() for an object. No event loop runs here, so only this call deletes the object.
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             if (!runUntil([this, now = lost + 1] { return lost >= now; }) || !m_board->plug() || !hears(there + 1))
                 return false;
