@@ -77,6 +77,7 @@ public:
     {
         BoardId id;
         State state = Due;
+        bool wasProbed = false;
         QString reason; // Excluded, OtherPort, Lent, Released: why the watch leaves the port closed
         Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
@@ -98,7 +99,7 @@ public:
     }
 
     void update();
-    bool isAnyDue() const;
+    bool isAnyNewDue() const;
     bool listPorts();
     bool removeOne();
     bool addNew();
@@ -118,6 +119,8 @@ public:
     void onProbeEnded(const QString &name);
     void onBoardLost(const QString &name, Board::Loss loss);
     void lose(const Entry &entry, Board::Loss loss);
+    void reportStopped(const WatchedPort *port, Board::Loss loss);
+    void report(const Entry &entry, Board::Loss loss);
     QString exclusionOf(const SystemPort &port) const;
     void later(void (Private::*step)(), bool &isQueued);
     void tellChange();
@@ -173,9 +176,9 @@ void BoardWatch::Private::update()
     if (!source)
         return;
     const QPointer<BoardWatch> self(q);
-    // Listing the ports takes long if there are many. So if many ports appear one after the other, the ports of the
+    // Listing the ports takes long if there are many. So if many ports appear one after the other, the new ports of the
     // last list are probed first.
-    if (isStale && !isAnyDue() && !listPorts())
+    if (isStale && !isAnyNewDue() && !listPorts())
         return;
     if (isStale) // before the step, because a receiver of a signal may run an event loop
         later(&Private::update, isUpdateQueued);
@@ -211,9 +214,9 @@ bool BoardWatch::Private::listPorts()
     return true;
 }
 
-bool BoardWatch::Private::isAnyDue() const
+bool BoardWatch::Private::isAnyNewDue() const
 {
-    const auto isDue = [](const auto &known) { return known.second.state == Due; };
+    const auto isDue = [](const auto &known) { return known.second.state == Due && !known.second.wasProbed; };
     return !active.types.isEmpty() && std::any_of(entries.cbegin(), entries.cend(), isDue);
 }
 
@@ -335,6 +338,7 @@ bool BoardWatch::Private::probeOne()
             continue;
         later(&Private::tellChange, isChangeQueued);
         setState(entry, Probing);
+        entry.wasProbed = true;
         entry.port->probe();
         return true;
     }
@@ -503,10 +507,23 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    // After stop(), the next start() must report each board by boardFound(). A receiver of boardLost() may call start()
-    // before stop() has reported all boards. So the boards that stop() reports are not noted as lost.
-    if (loss != Board::Stopped)
-        ids.onLost(entry.board.id, entry.board.type);
+    ids.onLost(entry.board.id, entry.board.type);
+    report(entry, loss);
+}
+
+// Reports a board that stop() closes. Does not note it as lost, because the next start() must report each board by
+// boardFound(), and a receiver of boardLost() may call start() before stop() has reported all boards.
+void BoardWatch::Private::reportStopped(const WatchedPort *port, Board::Loss loss)
+{
+    const auto it =
+        std::find_if(stopped.begin(), stopped.end(), [port](const Entry &entry) { return entry.port.get() == port; });
+    const Entry entry = std::move(*it);
+    stopped.erase(it);
+    report(entry, loss);
+}
+
+void BoardWatch::Private::report(const Entry &entry, Board::Loss loss)
+{
     Board lost = entry.board;
     lost.loss = loss;
     if (loss == Board::Released)
@@ -643,15 +660,20 @@ void BoardWatch::stop()
     // run an event loop.
     for (auto &[name, entry] : std::exchange(d->entries, {})) {
         entry.port->disconnect(this);
-        if (entry.state == Private::Ready)
-            d->stopped.push_back(std::move(entry));
+        if (entry.state != Private::Ready)
+            continue;
+        // A receiver of another board's boardLost() may delete the Communicator, or run an event loop in which the
+        // cable is pulled. Then this board is reported at that moment.
+        connect(entry.port.get(), &WatchedPort::boardLost, this,
+                [d, port = entry.port.get()](Board::Loss loss) { d->reportStopped(port, loss); });
+        d->stopped.push_back(std::move(entry));
     }
     const QPointer<BoardWatch> self(this);
     while (self && !d->stopped.empty()) {
-        const Private::Entry entry = std::move(d->stopped.front());
-        d->stopped.pop_front();
-        entry.port->close();
-        d->lose(entry, Board::Stopped);
+        WatchedPort *const port = d->stopped.front().port.get();
+        port->disconnect(this);
+        port->close();
+        d->reportStopped(port, Board::Stopped);
     }
 }
 

@@ -40,11 +40,12 @@ namespace JwDevice {
  *
  * If a port can't be opened, for example because another program uses it, the watch tries again after a pause. The
  * pauses grow from 500 ms to 8 s. On Linux, the watch also tries 20 ms after a program closed the port, and 20 ms after
- * the permissions of the port changed.
+ * the permissions of the port changed, if the application may read the port.
  *
  * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
  * watch closes the other ports. They stay closed also after lend(), and after the application deleted the board's
- * Communicator. The watch probes them again if the board is lost in another way, or after takeBack().
+ * Communicator. The watch probes the ports that it closed again if the board is lost in another way, or after
+ * takeBack().
  *
  * On Linux, udev reports new and removed ports, so the watch needs neither a timer nor a thread to notice them. On
  * other systems, and where no udev runs, the watch lists the ports once a second (see setPollInterval()).

@@ -164,6 +164,11 @@ void WatchedPort::adopt(Communicator *communicator)
         communicator->setParent(nullptr);
         lose(Board::Released);
     });
+    // The application deleted the port, but first gave the Communicator another parent.
+    connect(port, &QObject::destroyed, this, [this] {
+        m_guard = nullptr; // the port deletes it
+        lose(Board::Released);
+    });
     connect(new PortErrors(port), &PortErrors::portLost, this, &WatchedPort::onPortLost);
     m_check = Check::Off;
     if (m_settings.checkInterval > 0)

@@ -330,6 +330,9 @@ private Q_SLOTS:
     void candidateRuleMayDeleteTheWatch();
     void candidateRuleMayStartTheWatchWithAnotherRule();
     void candidateRuleMayRunAnEventLoop();
+    void stopReportsABoardWhoseCommunicatorAReceiverDeleted();
+    void stopReportsABoardThatIsPulledDuringAReceiver();
+    void deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent();
 };
 
 void TestBoardWatchHostile::receiverMayDoAsItLikes_data()
@@ -477,6 +480,56 @@ void TestBoardWatchHostile::candidateRuleMayRunAnEventLoop()
     // The watch must not use the list that it began before the pull, because that list contains the first board's port.
     QCOMPARE(fixture.watch->portReports().size(), 1);
     QCOMPARE(fixture.attempts(first), 0);
+}
+
+void TestBoardWatchHostile::stopReportsABoardWhoseCommunicatorAReceiverDeleted()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    const QPointer<Communicator> other = fixture.watch->boards().at(1).communicator;
+    fixture.onLost = [&](const JwDevice::Board &) { delete other; };
+    fixture.stop();
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 released")}));
+}
+
+void TestBoardWatchHostile::stopReportsABoardThatIsPulledDuringAReceiver()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    Board *const other = fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    bool isReported = false;
+    fixture.onLost = [&](const JwDevice::Board &) {
+        if (!other->isPlugged())
+            return;
+        other->pull();
+        isReported = inEventLoop([&] { return fixture.lost.size() == 2; });
+    };
+    fixture.stop();
+    QVERIFY(isReported);
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 cablePulled")}));
+}
+
+void TestBoardWatchHostile::deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    QObject window;
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    const JwDevice::Board found = fixture.found(board);
+    portOf(found)->deleteLater();
+    found.communicator->setParent(&window);
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 released"));
+    fixture.watch->checkBoards();
+    QVERIFY(fixture.watch->takeBack(found.id));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM1:1.0"));
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchHostile)
