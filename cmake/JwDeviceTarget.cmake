@@ -74,7 +74,7 @@ function(jwdevice_library target name export_header)
         # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses and
         # connect() does not find it. If Qt itself was linked with -Bsymbolic-functions, it requires -fPIC of all
         # applications. So the library uses -Bsymbolic-functions only if Qt requires -fPIC.
-        get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
+        get_target_property(qt_options Qt${JWDEVICE_QT}::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)
         endif()

@@ -235,7 +235,7 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
     sentence.reserve(m_maxLength);
     sentence += m_startFlag;
     sentence += *identifier;
-    const int withoutFields = sentence.size();
+    const auto withoutFields = sentence.size();
     sentence += m_fieldSeparator;
     appendSentenceFields(sentence, session, *format);
     if (sentence.size() == withoutFields + 1) // no fields, or one empty field: remove the separator
