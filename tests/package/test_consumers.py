@@ -7,13 +7,14 @@ import shutil
 import unittest
 
 import packagetest
-from packagetest import CONSUMER, JWSIM, SOURCE, TREES, fresh, library_folder, run
+from packagetest import (CONSUMER, FILE_SUFFIX, JWSIM, MODULE_SUFFIX, PACKAGE, QT, SOURCE, TREES, fresh, library_folder,
+                         run)
 
 
 class Consumer(unittest.TestCase):
     def configure(self, name, *options, ok=True):
         self.folder = fresh(f"consumer-{name}")
-        return run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.folder, *options, ok=ok)
+        return run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.folder, f"-DQT={QT}", *options, ok=ok)
 
     def build(self, name, *options):
         self.configure(name, *options)
@@ -60,7 +61,7 @@ class FindPackage(Consumer):
     def test_component_that_was_not_installed_names_the_option_that_builds_it(self):
         tree = fresh("no-simulator") / "tree"
         shutil.copytree(TREES["shared"], tree, symlinks=True)
-        for file in tree.rglob("JwDevice-Simulator*.cmake"):
+        for file in tree.rglob(f"{PACKAGE}-Simulator*.cmake"):
             file.unlink()
         output = " ".join(self.find_package("not-installed", tree, "Simulator", ok=False).split())
         self.assertIn("Build and install it again with -DJWDEVICE_BUILD_SIMULATOR=ON", output)
@@ -68,19 +69,19 @@ class FindPackage(Consumer):
     def test_simulator_without_umockdev_says_what_to_install(self):
         environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(fresh("no-modules"))}
         folder = fresh("consumer-no-umockdev")
-        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, "-DBY=find_package",
+        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, f"-DQT={QT}", "-DBY=find_package",
                      f"-DCMAKE_PREFIX_PATH={TREES['shared']}", "-DCOMPONENTS=Simulator", ok=False, env=environment)
         self.assertIn("libumockdev-dev", output)
 
     def test_static_watch_without_udev_says_what_to_install(self):
         environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(fresh("no-modules"))}
         folder = fresh("consumer-no-udev")
-        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, "-DBY=find_package",
+        output = run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", folder, f"-DQT={QT}", "-DBY=find_package",
                      f"-DCMAKE_PREFIX_PATH={TREES['static']}", "-DCOMPONENTS=Watch", ok=False, env=environment)
         self.assertIn("libudev-dev", output)
 
     def test_another_minor_version_does_not_fit(self):
-        version = library_folder(TREES["shared"]) / "cmake/JwDevice/JwDeviceConfigVersion.cmake"
+        version = library_folder(TREES["shared"]) / f"cmake/{PACKAGE}/{PACKAGE}ConfigVersion.cmake"
         script = fresh("version") / "check.cmake"
         for wanted, fits in (("0.1", True), ("0.2", False), ("1.0", False)):
             script.write_text(f"set(PACKAGE_FIND_VERSION {wanted})\nset(PACKAGE_FIND_VERSION_MAJOR {wanted[0]})\n"
@@ -113,27 +114,27 @@ class PkgConfig(Consumer):
         program = fresh(f"pkg-config-{kind}-{source}") / source
         tree = TREES[kind]
         run("g++", "-std=c++17", "-fPIC", CONSUMER / f"{source}.cpp", "-o", program,
-            *self.flags(tree, "--cflags", "--libs", *modules), f"-Wl,-rpath,{library_folder(tree)}")
+            *self.flags(tree, "--cflags", "--libs", *(module.format(MODULE_SUFFIX, QT) for module in modules)), f"-Wl,-rpath,{library_folder(tree)}")
         return program
 
     def test_shared(self):
-        self.finds_a_board(self.compile("shared", "main", "jwdevice", "jwdevice-logger"))
+        self.finds_a_board(self.compile("shared", "main", "jwdevice{0}", "jwdevice-logger{0}"))
 
     def test_static(self):
-        self.finds_a_board(self.compile("static", "main", "jwdevice", "jwdevice-logger"))
+        self.finds_a_board(self.compile("static", "main", "jwdevice{0}", "jwdevice-logger{0}"))
 
     def test_watch(self):
         for kind in ("shared", "static"):
-            self.finds_a_board(self.compile(kind, "watching", "jwdevice-watch", "jwdevice-logger"))
+            self.finds_a_board(self.compile(kind, "watching", "jwdevice-watch{0}", "jwdevice-logger{0}"))
 
     def test_simulator(self):
-        self.simulates_a_board(self.compile("static", "simulated", "jwdevice-simulator", "Qt5SerialPort"))
+        self.simulates_a_board(self.compile("static", "simulated", "jwdevice-simulator{0}", "Qt{1}SerialPort"))
 
     def test_only_what_a_program_links_is_asked_for(self):
-        self.assertEqual(set(self.flags(TREES["shared"], "--print-requires", "jwdevice")),
-                         {"Qt5Core", "Qt5SerialPort"})
-        libraries = [flag for flag in self.flags(TREES["shared"], "--libs", "jwdevice") if flag.startswith("-l")]
-        self.assertEqual(set(libraries), {"-lJwDevice", "-lQt5SerialPort", "-lQt5Core"})
+        self.assertEqual(set(self.flags(TREES["shared"], "--print-requires", f"jwdevice{MODULE_SUFFIX}")),
+                         {f"Qt{QT}Core", f"Qt{QT}SerialPort"})
+        libraries = [flag for flag in self.flags(TREES["shared"], "--libs", f"jwdevice{MODULE_SUFFIX}") if flag.startswith("-l")]
+        self.assertEqual(set(libraries), {f"-lJwDevice{FILE_SUFFIX}", f"-lQt{QT}SerialPort", f"-lQt{QT}Core"})
 
 
 class SubProject(Consumer):
@@ -142,14 +143,14 @@ class SubProject(Consumer):
                    *options)
         libraries = {path.name for path in self.folder.rglob("lib*.*") if re.search(r"\.(a|so)$", path.name)}
         ending = "so" if shared == "ON" else "a"
-        self.assertLessEqual({f"libJwDevice.{ending}", f"libLogger.{ending}"}, libraries)
+        self.assertLessEqual({f"libJwDevice{FILE_SUFFIX}.{ending}", f"libLogger{FILE_SUFFIX}.{ending}"}, libraries)
         self.finds_a_board(self.folder / "consumer")
         self.finds_a_board(self.folder / "namesakes")
         self.finds_a_board(self.folder / "watching")
         return libraries
 
     def test_add_subdirectory_shared_installs_the_host_project_alone(self):
-        self.assertEqual(self.finds("add_subdirectory", "ON"), {"libJwDevice.so", "libJwDeviceWatch.so", "libLogger.so"})
+        self.assertEqual(self.finds("add_subdirectory", "ON"), {f"lib{name}{FILE_SUFFIX}.so" for name in ("JwDevice", "JwDeviceWatch", "Logger")})
         tree = fresh("host-tree")
         run("cmake", "--install", self.folder, "--prefix", tree)
         self.assertEqual([str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()],
@@ -166,7 +167,7 @@ class SubProject(Consumer):
         self.finds_a_board(self.folder / "namesakes")
 
     def test_fetch_content_shared(self):
-        self.assertEqual(self.finds("FetchContent", "ON"), {"libJwDevice.so", "libJwDeviceWatch.so", "libLogger.so"})
+        self.assertEqual(self.finds("FetchContent", "ON"), {f"lib{name}{FILE_SUFFIX}.so" for name in ("JwDevice", "JwDeviceWatch", "Logger")})
 
     def test_fetch_content_static(self):
         self.finds("FetchContent", "OFF")

@@ -6,9 +6,9 @@ import shutil
 import unittest
 
 import packagetest
-from packagetest import SOURCE, TREES, run
+from packagetest import MODULE_SUFFIX, QT, SOURCE, TREES, run
 
-INCLUDE = TREES["shared"] / "include/jwdevice"
+INCLUDE = TREES["shared"] / f"include/jwdevice{MODULE_SUFFIX}"
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
 
 # Headers of watch/ that only the library itself uses.
@@ -20,7 +20,7 @@ def headers():
 
 
 def compile_alone(compiler, header, definitions):
-    system = run("pkg-config", "--cflags", "Qt5Core", "Qt5SerialPort").replace("-I", "-isystem").split()
+    system = run("pkg-config", "--cflags", f"Qt{QT}Core", f"Qt{QT}SerialPort").replace("-I", "-isystem").split()
     run("sh", "-c", 'printf "#include <%s>\\n#include <%s>\\n" "$0" "$0" | exec "$@"', header,
         compiler, "-std=c++17", "-fPIC", "-fsyntax-only", *WARNINGS, *definitions, *system, f"-I{INCLUDE}",
         "-x", "c++", "-")
