@@ -7,6 +7,9 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
+# Also needed to build with Qt 6.
+# shellcheck disable=SC2034
+packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
 
 say() {
     printf '%s\n' "$*" >&2
