@@ -97,7 +97,9 @@ if QT == "5":  # the packages for Qt 6 contain no programs
             _, files = self.files("jwdevice-monitor")
             self.has(files, "bin/jwmonitor", "man1/jwmonitor.1.gz", "bash-completion/completions/jwmonitor",
                      "applications/jwmonitor.desktop", "icons/hicolor/scalable/apps/jwmonitor.svg")
-            self.assertIn("libjwdevice0.1 (= ", self.field("jwdevice-monitor", "Depends"))
+            dependencies = self.field("jwdevice-monitor", "Depends")
+            self.assertIn("libjwdevice0.1 (= ", dependencies)
+            self.assertIn("libjwdevice-watch0.1 (= ", dependencies)
 
 
 if __name__ == "__main__":

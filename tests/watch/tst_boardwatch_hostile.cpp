@@ -7,6 +7,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <string>
+
 using JwDevice::BoardWatch;
 using JwDevice::Communicator;
 using JwSimulator::Board;
@@ -324,6 +326,13 @@ private Q_SLOTS:
     void receiverMayDoAsItLikes();
     void boardLostOfEachBoardComesAlthoughAReceiverStartsAgain();
     void watchDeletedAtTheFirstOfSeveralLosses();
+    void candidateRuleMayStopTheWatch();
+    void candidateRuleMayDeleteTheWatch();
+    void candidateRuleMayStartTheWatchWithAnotherRule();
+    void candidateRuleMayRunAnEventLoop();
+    void stopReportsABoardWhoseCommunicatorAReceiverDeleted();
+    void stopReportsABoardThatIsPulledDuringAReceiver();
+    void deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent();
 };
 
 void TestBoardWatchHostile::receiverMayDoAsItLikes_data()
@@ -399,6 +408,128 @@ void TestBoardWatchHostile::watchDeletedAtTheFirstOfSeveralLosses()
     const auto boards = fixture.testbed.boards();
     for (const Board *const board : boards)
         QVERIFY(canBeOpened(board));
+}
+
+void TestBoardWatchHostile::candidateRuleMayStopTheWatch()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    int calls = 0;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        fixture.watch->stop();
+        return ++calls > 0;
+    });
+    fixture.watch->start();
+    settle();
+    QCOMPARE(calls, 1);
+    QVERIFY(!fixture.watch->isStarted());
+    QVERIFY(fixture.timeline.isEmpty());
+    fixture.watch->setCandidateRule({});
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 2; }));
+}
+
+void TestBoardWatchHostile::candidateRuleMayDeleteTheWatch()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    int calls = 0;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        delete fixture.watch;
+        return ++calls > 0;
+    });
+    fixture.watch->start();
+    settle();
+    QCOMPARE(calls, 1);
+    QVERIFY(!fixture.watch);
+}
+
+void TestBoardWatchHostile::candidateRuleMayStartTheWatchWithAnotherRule()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    const std::string text(100, 'x'); // the rule has a copy, so AddressSanitizer reports if a deleted rule is used
+    fixture.watch->setCandidateRule([&fixture, text](const QSerialPortInfo &) {
+        fixture.watch->setCandidateRule({});
+        fixture.watch->stop();
+        fixture.watch->start();
+        return text.empty();
+    });
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 2; }));
+}
+
+void TestBoardWatchHostile::candidateRuleMayRunAnEventLoop()
+{
+    WatchFixture fixture;
+    Board *const first = fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    bool isNested = false;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        if (std::exchange(isNested, true))
+            return true;
+        first->pull();
+        return inEventLoop([&] { return fixture.watch->boards().size() == 1; });
+    });
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return isNested && fixture.watch->boards().size() == 1; }));
+    QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
+    // The watch must not use the list that it began before the pull, because that list contains the first board's port.
+    QCOMPARE(fixture.watch->portReports().size(), 1);
+    QCOMPARE(fixture.attempts(first), 0);
+}
+
+void TestBoardWatchHostile::stopReportsABoardWhoseCommunicatorAReceiverDeleted()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    const QPointer<Communicator> other = fixture.watch->boards().at(1).communicator;
+    fixture.onLost = [&](const JwDevice::Board &) { delete other; };
+    fixture.stop();
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 released")}));
+}
+
+void TestBoardWatchHostile::stopReportsABoardThatIsPulledDuringAReceiver()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    Board *const other = fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    bool isReported = false;
+    fixture.onLost = [&](const JwDevice::Board &) {
+        if (!other->isPlugged())
+            return;
+        other->pull();
+        isReported = inEventLoop([&] { return fixture.lost.size() == 2; });
+    };
+    fixture.stop();
+    QVERIFY(isReported);
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 cablePulled")}));
+}
+
+void TestBoardWatchHostile::deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    QObject window;
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    const JwDevice::Board found = fixture.found(board);
+    portOf(found)->deleteLater();
+    found.communicator->setParent(&window);
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 released"));
+    fixture.watch->checkBoards();
+    QVERIFY(fixture.watch->takeBack(found.id));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM1:1.0"));
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchHostile)
