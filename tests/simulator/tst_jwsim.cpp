@@ -569,7 +569,7 @@ void TestJwsim::otherSendsSentencesAtItsInterval()
         const QRegularExpression sentence(QStringLiteral(R"(^\$[A-Z]{5}(,[0-9A-Z.]*)+\*[0-9a-f]{2}\\r\\n$)"));
         for (const QString &text : result.exchange.sent)
             QVERIFY2(sentence.match(text).hasMatch(), qPrintable(text));
-        const int last = result.exchange.sent.size() - 1;
+        const auto last = result.exchange.sent.size() - 1;
         QVERIFY(result.exchange.sentAt.at(last) >= (last + 1) * (interval - 1));
         QCOMPARE(result.report.value(QLatin1String("queries")).toInt(), 0);
     }

@@ -137,7 +137,7 @@ int usbNumber(const char *name)
     return file.open(QIODevice::ReadOnly) ? file.readAll().toInt() : 0;
 }
 
-int openDescriptors()
+auto openDescriptors()
 {
     return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
 }
@@ -476,7 +476,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
             ofTheHub.append(event.action);
     }
     QCOMPARE(ofTheHub, (QByteArrayList{"add", "remove", "add"}));
-    const int last = monitor.events().size() - 1;
+    const auto last = monitor.events().size() - 1;
     QCOMPARE(monitor.events().at(last).name, names.at(2).toLatin1());
 }
 

@@ -277,7 +277,7 @@ void WatchModel::notOpened(const QString &name)
     if (m_system.at(name).canOpen && !isOwed(name))
         fail(QStringLiteral("%1 can be opened").arg(name));
     entry->attempts.append(now);
-    const int count = entry->attempts.size();
+    const auto count = entry->attempts.size();
     if (count >= 3 && now - entry->attempts[count - 3] < retryTime)
         fail(QStringLiteral("%1 is tried too often").arg(name));
     entry->verdict = PortReport::NotOpened;

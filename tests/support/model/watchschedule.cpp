@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    int anyBoard() { return m_random.bounded(m_schedule.boards.size()); }
+    int anyBoard() { return between(0, m_schedule.boards.size() - 1); }
 
     Board board()
     {
@@ -294,7 +294,7 @@ WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<
     while (schedule.boards.size() > 1) {
         WatchSchedule fewer = schedule;
         fewer.boards.removeLast();
-        const int last = fewer.boards.size();
+        const auto last = fewer.boards.size();
         const auto usesLast = [last](const auto &step) { return step.board == last; };
         if (std::any_of(fewer.steps.cbegin(), fewer.steps.cend(), usesLast)
             || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast)
