@@ -123,7 +123,7 @@ void TestCommandLine::helpNamesTheOptionsInTheirOrder()
     QVERIFY(help.startsWith(QLatin1String("Usage: jwtool [options]\nDoes things.\n")));
     int last = 0;
     for (const char *name : {"--type", "--port", "--delay", "--retries", "--speed", "--version", "--help"}) {
-        const int position = help.indexOf(QLatin1String(name));
+        const auto position = help.indexOf(QLatin1String(name));
         QVERIFY2(position > last, name);
         last = position;
     }
