@@ -164,7 +164,7 @@ void TestWindow::show(const QList<JwDevice::Type> &types, int retries)
 QString TestWindow::state(const JwSimulator::Board *board) const
 {
     const QAbstractItemModel *model = m_window->findChild<PortsView *>()->model();
-    const int row = columnTexts(model, PortsModel::Port).indexOf(board->portName());
+    const auto row = static_cast<int>(columnTexts(model, PortsModel::Port).indexOf(board->portName()));
     return row < 0 ? QString() : model->index(row, PortsModel::State).data().toString();
 }
 

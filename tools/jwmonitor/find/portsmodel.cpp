@@ -96,7 +96,7 @@ void PortsModel::setEntries(const QVector<PortEntry> &entries)
         ++row;
     }
     if (row < m_entries.size()) {
-        beginRemoveRows({}, row, m_entries.size() - 1);
+        beginRemoveRows({}, row, rowCount() - 1);
         m_entries.resize(row);
         endRemoveRows();
     }
@@ -106,12 +106,12 @@ void PortsModel::setPalette(const QPalette &palette)
 {
     m_palette = palette;
     if (!m_entries.isEmpty())
-        Q_EMIT dataChanged(index(0, 0), index(m_entries.size() - 1, ColumnCount - 1), {Qt::ForegroundRole});
+        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1), {Qt::ForegroundRole});
 }
 
 int PortsModel::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : m_entries.size();
+    return parent.isValid() ? 0 : static_cast<int>(m_entries.size());
 }
 
 int PortsModel::columnCount(const QModelIndex &parent) const

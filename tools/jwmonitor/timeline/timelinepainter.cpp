@@ -107,7 +107,8 @@ void TimelinePainter::paint(QPainter &painter, const QSizeF &size, const QPointF
     painter.translate(-offset);
     const QVector<TimelineLane> &lanes = m_timeline.lanes();
     const int first = std::max(0, static_cast<int>(offset.y() / m_laneHeight));
-    const int last = std::min(lanes.size(), static_cast<int>((offset.y() + size.height()) / m_laneHeight) + 1);
+    const int last =
+        std::min(static_cast<int>(lanes.size()), static_cast<int>((offset.y() + size.height()) / m_laneHeight) + 1);
     for (int i = first; i < last; ++i)
         paintLane(painter, lanes.at(i), m_headerHeight + i * m_laneHeight, offset.x() + m_labelWidth,
                   offset.x() + size.width());
