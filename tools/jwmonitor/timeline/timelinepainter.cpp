@@ -91,7 +91,7 @@ TimelinePainter::TimelinePainter(const ProbeTimeline &timeline, const QPalette &
 
 QSizeF TimelinePainter::size() const
 {
-    return {xAt(m_end) + m_rightMargin, m_headerHeight + m_laneHeight * m_timeline.lanes().size()};
+    return {xAt(m_end) + m_rightMargin, m_headerHeight + m_laneHeight * static_cast<int>(m_timeline.lanes().size())};
 }
 
 void TimelinePainter::paint(QPainter &painter, const QSizeF &size, const QPointF &offset, Place marked) const
@@ -179,7 +179,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     painter.setPen(Qt::NoPen);
     const auto span = [&](double from, double to, Theme::Role colourRole, double thickness) {
         QColor colour = Theme::colour(m_palette, colourRole);
-        colour.setAlphaF(0.45);
+        colour.setAlphaF(0.45F);
         painter.setBrush(colour);
         const double begin = std::max(xAt(from), left);
         const double end = std::min(xAt(to), right);
