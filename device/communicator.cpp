@@ -6,9 +6,9 @@
 #include <nmea/exception.h>
 
 #include <QIODevice>
-#include <QVector>
 
 #include <algorithm>
+#include <limits>
 
 namespace JwDevice {
 
@@ -17,6 +17,7 @@ namespace {
 constexpr int readSize = 100;
 constexpr int maxBufferSize = 500;
 constexpr int truncatedSize = 450;
+constexpr qint64 noPayload = std::numeric_limits<qint64>::min();
 
 constexpr char communication[] = "Communication";
 constexpr char rawCommunication[] = "RawCommunication";
@@ -75,7 +76,7 @@ uint Communicator::writePayload(const QString &payload)
     if (!self)
         return 0;
     const uint id = m_txId++;
-    m_pendingBytes.insert(m_pendingBytes.constEnd(), id, written); // fast, because the newest id belongs at the end
+    setPendingBytes(id, written);
     LOGGER_RECORD(Logger::Trace, communication).write() << "-> " << kept.trimmed();
     LOGGER_RECORD(Logger::Trace, rawCommunication).write() << "-> " << kept.trimmed();
     return id;
@@ -139,23 +140,52 @@ void Communicator::ioReadyRead()
 
 void Communicator::ioBytesWritten(qint64 bytes)
 {
-    // Entries of m_pendingBytes are never removed, so each report is counted again from the lowest id on. All ids are
-    // collected before the first signal, because a receiver may write and so change m_pendingBytes.
-    QVector<uint> covered;
-    qint64 remaining = bytes;
-    for (auto entry = m_pendingBytes.constBegin(); entry != m_pendingBytes.constEnd() && remaining != 0; ++entry) {
-        if (remaining < entry.value())
-            break;
-        remaining -= entry.value(); // the value of a failed write is -1, so this adds one byte
-        covered.append(entry.key());
-    }
-
+    // All ids are collected before the first signal, because a receiver may write and so change m_pendingBytes.
+    const QVector<uint> covered = payloadsIn(bytes);
     const QPointer<Communicator> self(this);
     for (const uint id : qAsConst(covered)) {
         Q_EMIT transferred(id);
         if (!self)
             return;
     }
+}
+
+// m_pendingBytes contains the first id of each run of payloads with the same number of bytes. So it does not grow while
+// all payloads are equally long. A run ends before the next id in m_pendingBytes. If no payload has this next id, its
+// value is noPayload.
+void Communicator::setPendingBytes(uint id, qint64 bytes)
+{
+    const auto valueBefore = [this](QMap<uint, qint64>::iterator run) {
+        return run == m_pendingBytes.begin() ? noPayload : *std::prev(run);
+    };
+    auto next = m_pendingBytes.upperBound(id);
+    if (id != std::numeric_limits<uint>::max() && (next == m_pendingBytes.end() || next.key() != id + 1))
+        next = m_pendingBytes.insert(next, id + 1, valueBefore(next)); // the payloads after this one keep their value
+    const auto run = m_pendingBytes.lowerBound(id);
+    if (valueBefore(run) != bytes)
+        m_pendingBytes.insert(run, id, bytes);
+    else if (run != next)
+        m_pendingBytes.erase(run);
+}
+
+// Returns the ids of the payloads that `bytes` written bytes cover, counted from the lowest id.
+QVector<uint> Communicator::payloadsIn(qint64 bytes) const
+{
+    QVector<uint> covered;
+    for (auto run = m_pendingBytes.constBegin(); run != m_pendingBytes.constEnd(); ++run) {
+        if (run.value() == noPayload)
+            continue;
+        const auto next = std::next(run);
+        const uint end = next == m_pendingBytes.constEnd() ? 0 : next.key(); // the id after 2^32 - 1 is 0
+        uint id = run.key();
+        do {
+            if (bytes == 0 || bytes < run.value())
+                return covered;
+            bytes -= run.value(); // the value of a failed write is -1, so this adds one byte
+            covered.append(id);
+        } while (++id != end);
+    }
+    return covered;
 }
 
 void Communicator::read(QString &buffer)

@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QVector>
 
 class QIODevice;
 
@@ -63,8 +64,9 @@ public:
      * and an open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during
      * the write.
      *
-     * A failed write still uses an id. No signal reports the failure, so check the device's error. Every written
-     * payload keeps 48 bytes until its Communicator is deleted, because transferred() is computed from them.
+     * A failed write still uses an id. No signal reports the failure, so check the device's error. A payload with
+     * another length than the payload before it keeps 48 bytes until its Communicator is deleted, because
+     * transferred() is computed from the lengths. Payloads of one length keep no memory.
      */
     uint writePayload(const QString &payload);
     /// Builds the sentence for `session` and writes it. `session` must be of the class that the parser expects. Returns
@@ -111,6 +113,8 @@ private Q_SLOTS:
     void ioBytesWritten(qint64 bytes);
 
 private:
+    JWDEVICE_NO_EXPORT void setPendingBytes(uint id, qint64 bytes);
+    JWDEVICE_NO_EXPORT QVector<uint> payloadsIn(qint64 bytes) const;
     JWDEVICE_NO_EXPORT void read(QString &buffer);
     JWDEVICE_NO_EXPORT QString takePayload(QString &buffer);
     JWDEVICE_NO_EXPORT uint lowestPayloadId() const;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -240,6 +241,10 @@ void Port::permit()
 
 int Port::unread() const
 {
+    // The kernel passes the board's bytes to the host's end a little later, and on a busy machine much later. poll() first
+    // makes the kernel finish that. Without it, bytes on their way would not be counted.
+    pollfd hostEnd{m_hostEnd.number(), POLLIN, 0};
+    ::poll(&hostEnd, 1, 0);
     int count = 0;
     return ::ioctl(m_hostEnd.number(), FIONREAD, &count) == 0 ? count : 0;
 }

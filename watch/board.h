@@ -28,7 +28,9 @@ struct Board
     /// Why the board can't be used any more.
     enum Loss {
         NotLost, ///< the board is there
-        CablePulled, ///< the system no longer has the port, for example because the cable was pulled
+        /// The system no longer has the port, for example because the cable was pulled. Or the port is no longer a
+        /// candidate; see BoardWatch::setCandidateRule().
+        CablePulled,
         PortFailed, ///< the system still has the port, but the port reported only errors; see PortErrors
         NoAnswer, ///< the board did not answer its query in time; see BoardWatch::setCheckInterval()
         Lent, ///< BoardWatch::lend() closed the port
@@ -41,7 +43,9 @@ struct Board
     QString id;
     IdBasis idBasis = PortName; ///< what `id` is made of
     /// Whether, since BoardWatch::start(), another board with this serial number was plugged in at the same time. Then
-    /// the board that came first has the id with the serial number, and the other board has its place as id.
+    /// the board that came first has the id with the serial number, and the other board has its place as id. Until
+    /// the next start(), the watch gives the id with the serial number only at the place of the board that came first,
+    /// also after one of the boards is gone, because nothing else tells the boards apart.
     bool sharesSerialNumber = false;
     Type type = Unknown; ///< type of the board
     /// The connection with the board. Its port is open until the board is lost. The watch owns the Communicator and

@@ -1,6 +1,7 @@
 #include "boardwatch.h"
 
 #include "boardids.h"
+#include "freednotifier.h"
 #include "portsource.h"
 #include "resumenotifier.h"
 #include "watchedport.h"
@@ -20,8 +21,11 @@ namespace JwDevice {
 
 namespace {
 
-constexpr int retryInterval =
-    500; // ms between two attempts at ports that could not be opened, or that lost their board
+// ms before a port that lost its board is probed again, and between the first two attempts to open a port
+constexpr int shortestPause = 500;
+constexpr int longestPause = 8000; // ms between two attempts to open a port
+// ms from the moment when another program closed a port. QSerialPort removes its lock file after it closed the port.
+constexpr int freedPause = 20;
 
 QString hardwareVersion(const QString &reply)
 {
@@ -43,6 +47,8 @@ std::function<bool(const QSerialPortInfo &port)> defaultRule()
     return [](const QSerialPortInfo &port) { return isCandidate(port); };
 }
 
+const QString lentText = QStringLiteral("lent to another program");
+
 QString usbId(const QSerialPortInfo &info)
 {
     return QStringLiteral("%1:%2")
@@ -57,13 +63,13 @@ class BoardWatch::Private
 public:
     /// What the watch does with a port.
     enum State {
-        Excluded, // not opened; `exclusion` says why
+        Excluded, // not opened, because of setNeverOpened() or JWDEVICE_IGNORE
         OtherPort, // closed, because a board is on another port of the same USB device
         Due, // to be probed in one of the next turns of the event loop
         Probing,
         Ready, // a board is on the port
         Rejected, // no wanted board answered
-        Waiting, // to be probed again when retryTimer ends
+        Waiting, // to be probed again when Entry::timer ends
         Lent, // closed by lend()
         Released, // the application deleted the board's Communicator
     };
@@ -71,27 +77,43 @@ public:
     {
         BoardId id;
         State state = Due;
-        QString exclusion;
+        QString reason; // Excluded, OtherPort, Lent, Released: why the watch leaves the port closed
         Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
+        std::unique_ptr<QTimer> timer; // runs only in the state Waiting
+        int pause = shortestPause; // ms to wait if the port can't be opened
+    };
+
+    /// A lent board. It has an id for each of its ports, and was lent under one of them.
+    struct Loan
+    {
+        Lending lending;
+        SystemPort port; // where the board was when it was lent
+        Board::IdBasis basis;
     };
 
     explicit Private(BoardWatch *watch)
         : q(watch)
     {
-        retryTimer.setSingleShot(true);
-        QObject::connect(&retryTimer, &QTimer::timeout, watch, [this] { probeAgain(Waiting); });
     }
 
     void update();
+    bool isAnyDue() const;
+    bool listPorts();
     bool removeOne();
     bool addNew();
     bool probeOne();
     void add(const SystemPort &port);
     static bool areSiblings(const Entry &entry, const Entry &other);
-    static void leaveTo(const QString &board, Entry &entry);
+    QString boardBeside(const Entry &entry) const;
+    void leaveOtherPorts();
+    void askOtherPorts();
+    void leave(Entry &entry, State state, const QString &reason);
     void setState(Entry &entry, State state);
-    void probeAgain(State state);
+    void wait(Entry &entry, int pause);
+    void waitUntilFree(Entry &entry);
+    void onFreed(const QString &location);
+    void probeAgain(Entry &entry);
     void onBoardAnswered(const QString &name);
     void onProbeEnded(const QString &name);
     void onBoardLost(const QString &name, Board::Loss loss);
@@ -100,6 +122,7 @@ public:
     void later(void (Private::*step)(), bool &isQueued);
     void tellChange();
     std::map<QString, Entry>::iterator find(const QString &id);
+    bool hasId(const QString &id) const;
 
     BoardWatch *const q;
     WatchSettings settings{boardTypes(), 3, 0, 0, {}}; // used from the next start() on
@@ -112,13 +135,14 @@ public:
 
     std::unique_ptr<PortSource> source; // null while the watch is stopped
     std::unique_ptr<ResumeNotifier> resume;
-    QTimer retryTimer;
+    std::unique_ptr<FreedNotifier> freed;
     QVector<SystemPort> system; // the candidates in the newest list of the ports
     std::map<QString, Entry> entries; // by port name
     std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
     BoardIds ids;
-    QHash<QString, Lending> lent; // by id
+    QHash<QString, Loan> lent; // by id
     bool isStale = false; // whether `system` must be listed again
+    quint64 lists = 0; // number of calls of listPorts() and stop()
     bool isUpdateQueued = false;
     bool isChangeQueued = false;
 };
@@ -147,15 +171,43 @@ void BoardWatch::Private::update()
 {
     if (!source)
         return;
-    if (std::exchange(isStale, false)) {
-        system = source->list();
-        const auto isOther = [this](const SystemPort &port) { return !activeRule(port.info); };
-        system.erase(std::remove_if(system.begin(), system.end(), isOther), system.end());
-    }
     const QPointer<BoardWatch> self(q);
+    // Listing the ports takes long if there are many. So if many ports appear one after the other, the ports of the
+    // last list are probed first.
+    if (isStale && !isAnyDue() && !listPorts())
+        return;
+    if (isStale) // before the step, because a receiver of a signal may run an event loop
+        later(&Private::update, isUpdateQueued);
     const bool isMore = removeOne() || addNew() || probeOne();
     if (self && isMore)
         later(&Private::update, isUpdateQueued);
+}
+
+// Returns false if the new list is no longer needed, because the candidate rule did something that makes it old: for
+// example, the rule deleted or stopped the watch, or ran an event loop in which the ports were listed again.
+bool BoardWatch::Private::listPorts()
+{
+    isStale = false;
+    const QPointer<BoardWatch> self(q);
+    const quint64 number = ++lists;
+    const auto accepts = activeRule; // a copy, because the rule may stop the watch and start it with another rule
+    QVector<SystemPort> candidates;
+    const QVector<SystemPort> ports = source->list();
+    for (const SystemPort &port : ports) {
+        const bool isAccepted = accepts(port.info);
+        if (!self || number != lists)
+            return false;
+        if (isAccepted)
+            candidates.append(port);
+    }
+    system = candidates;
+    return true;
+}
+
+bool BoardWatch::Private::isAnyDue() const
+{
+    const auto isDue = [](const auto &known) { return known.second.state == Due; };
+    return !active.types.isEmpty() && std::any_of(entries.cbegin(), entries.cend(), isDue);
 }
 
 // Removes one port that is gone. Also removes a port that was gone and is there again; addNew() then adds it as new.
@@ -170,14 +222,19 @@ bool BoardWatch::Private::removeOne()
             continue;
         Entry gone = std::move(it->second);
         entries.erase(it);
-        if (lent.value(gone.id.text, UntilTakenBack) == UntilPluggedAgain)
-            lent.remove(gone.id.text);
+        const auto loan = lent.constFind(gone.id.text);
+        if (loan != lent.cend() && loan->lending == UntilPluggedAgain)
+            lent.erase(loan);
+        askOtherPorts();
         later(&Private::tellChange, isChangeQueued);
+        freed->remove(gone.port->system().info.systemLocation());
         gone.port->disconnect(q);
         // Before lose(), because a receiver of boardLost() may run an event loop.
         later(&Private::update, isUpdateQueued);
-        if (gone.state == Ready)
+        if (gone.state == Ready) {
+            gone.port->close();
             lose(gone, Board::CablePulled);
+        }
         return true;
     }
     return false;
@@ -193,15 +250,18 @@ bool BoardWatch::Private::addNew()
             any = true;
         } else if (known->second.port->system().change != port.change) {
             known->second.port->setSystem(port);
+            known->second.pause = shortestPause;
             if (known->second.state == Waiting) // perhaps the port can be opened with its new permissions
-                setState(known->second, Due);
+                probeAgain(known->second);
             any = true;
         }
     }
     // If a lent board is not there after stop() and start(), it was pulled in the meantime. So UntilPluggedAgain is
     // over.
     for (auto it = lent.begin(); it != lent.end();)
-        it = *it == UntilPluggedAgain && find(it.key()) == entries.end() ? lent.erase(it) : std::next(it);
+        it = it->lending == UntilPluggedAgain && !hasId(it.key()) ? lent.erase(it) : std::next(it);
+    if (any)
+        askOtherPorts();
     return any;
 }
 
@@ -219,11 +279,13 @@ void BoardWatch::Private::add(const SystemPort &port)
                 known.second.board.sharesSerialNumber = known.second.id.isShared = true;
         }
     }
-    entry.exclusion = exclusionOf(port);
-    if (!entry.exclusion.isEmpty())
+    entry.reason = exclusionOf(port);
+    if (!entry.reason.isEmpty()) {
         entry.state = Excluded;
-    else if (lent.contains(entry.id.text))
+    } else if (lent.contains(entry.id.text)) {
         entry.state = Lent;
+        entry.reason = lentText;
+    }
     entry.port = std::make_unique<WatchedPort>(port, active, nullptr);
     QObject::connect(entry.port.get(), &WatchedPort::reportChanged, q,
                      [this] { later(&Private::tellChange, isChangeQueued); });
@@ -231,6 +293,12 @@ void BoardWatch::Private::add(const SystemPort &port)
     QObject::connect(entry.port.get(), &WatchedPort::probeEnded, q, [this, name] { onProbeEnded(name); });
     QObject::connect(entry.port.get(), &WatchedPort::boardLost, q,
                      [this, name](Board::Loss loss) { onBoardLost(name, loss); });
+    entry.timer = std::make_unique<QTimer>();
+    entry.timer->setSingleShot(true);
+    QObject::connect(entry.timer.get(), &QTimer::timeout, q, [this, name] {
+        setState(entries.at(name), Due);
+        later(&Private::update, isUpdateQueued);
+    });
     entries.emplace(name, std::move(entry));
     later(&Private::tellChange, isChangeQueued);
 }
@@ -254,16 +322,11 @@ bool BoardWatch::Private::probeOne()
 {
     if (active.types.isEmpty())
         return false;
+    leaveOtherPorts();
     for (auto &[name, entry] : entries) {
         if (entry.state != Due)
             continue;
         later(&Private::tellChange, isChangeQueued);
-        for (const auto &[otherName, other] : entries) {
-            if ((other.state == Ready || other.state == Lent) && areSiblings(entry, other))
-                leaveTo(otherName, entry);
-        }
-        if (entry.state != Due)
-            continue;
         setState(entry, Probing);
         entry.port->probe();
         return true;
@@ -277,39 +340,106 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
     return &entry != &other && !device.isEmpty() && device == other.port->system().device();
 }
 
-// Closes the port of `entry`, because the board is on another port of the same USB device, named `board`.
-void BoardWatch::Private::leaveTo(const QString &board, Entry &entry)
+// Returns why the port must stay closed: a board is on another port of the same USB device, also while the board is
+// lent or released. Empty if there is no such board.
+QString BoardWatch::Private::boardBeside(const Entry &entry) const
+{
+    for (const auto &[otherName, other] : entries) {
+        if ((other.state == Ready || other.state == Lent || other.state == Released) && areSiblings(entry, other))
+            return QStringLiteral("not opened, because %1 of the same device is a board").arg(otherName);
+    }
+    // When a lent device is plugged in again, its ports appear one by one, and not always the lent port first.
+    const SystemPort &port = entry.port->system();
+    for (auto loan = lent.cbegin(); loan != lent.cend(); ++loan) {
+        const bool isSamePlace = !port.device().isEmpty() && port.device() == loan->port.device();
+        const bool isBySerial = loan->basis == Board::SerialNumber && entry.id.basis == Board::SerialNumber;
+        if ((isSamePlace || isBySerial) && port.info.serialNumber() == loan->port.info.serialNumber()
+            && !hasId(loan.key()))
+            return QStringLiteral("not opened, because another port of the same device is lent");
+    }
+    return QString();
+}
+
+// Closes the ports that must not be asked, because a board is on another port of the same USB device.
+void BoardWatch::Private::leaveOtherPorts()
+{
+    for (auto &[name, entry] : entries) {
+        if (entry.state != Due && entry.state != Probing && entry.state != Waiting)
+            continue;
+        if (const QString reason = boardBeside(entry); !reason.isEmpty())
+            leave(entry, OtherPort, reason);
+    }
+}
+
+// Probes the ports that leaveOtherPorts() closed, if their device no longer has a board. Waits before that, because the
+// kernel removes the ports of a pulled device one by one.
+void BoardWatch::Private::askOtherPorts()
+{
+    for (auto &[name, entry] : entries) {
+        if (entry.state != OtherPort)
+            continue;
+        entry.reason = boardBeside(entry);
+        if (entry.reason.isEmpty())
+            wait(entry, shortestPause);
+        later(&Private::tellChange, isChangeQueued);
+    }
+}
+
+void BoardWatch::Private::leave(Entry &entry, State state, const QString &reason)
 {
     entry.port->close();
-    entry.state = OtherPort;
-    entry.exclusion = QStringLiteral("not opened, because %1 of the same device is a board").arg(board);
+    setState(entry, state);
+    entry.reason = reason;
+    later(&Private::tellChange, isChangeQueued);
 }
 
 void BoardWatch::Private::setState(Entry &entry, State state)
 {
     entry.state = state;
-    if (state == Waiting && !retryTimer.isActive())
-        retryTimer.start(retryInterval);
+    entry.reason.clear();
+    entry.timer->stop();
+    freed->remove(entry.port->system().info.systemLocation());
 }
 
-void BoardWatch::Private::probeAgain(State state)
+void BoardWatch::Private::wait(Entry &entry, int pause)
+{
+    setState(entry, Waiting);
+    entry.timer->start(pause);
+}
+
+// Waits until the port can be opened. Not every reason is reported when it ends, so the watch also tries again after a
+// pause. The pause grows, because a program may use the port for days.
+void BoardWatch::Private::waitUntilFree(Entry &entry)
+{
+    wait(entry, entry.pause);
+    entry.pause = qMin(2 * entry.pause, longestPause);
+    freed->add(entry.port->system().info.systemLocation());
+}
+
+void BoardWatch::Private::onFreed(const QString &location)
 {
     for (auto &[name, entry] : entries) {
-        if (entry.state == state)
-            entry.state = Due;
+        if (entry.port->system().info.systemLocation() != location)
+            continue;
+        entry.pause = shortestPause;
+        if (entry.timer->remainingTime() > freedPause)
+            entry.timer->start(freedPause);
     }
+}
+
+void BoardWatch::Private::probeAgain(Entry &entry)
+{
+    entry.pause = shortestPause;
+    setState(entry, Due);
     later(&Private::update, isUpdateQueued);
 }
 
 void BoardWatch::Private::onBoardAnswered(const QString &name)
 {
     Entry &entry = entries.at(name);
-    entry.state = Ready;
-    const SystemPort &port = entry.port->system();
-    for (auto &[otherName, other] : entries) {
-        if (areSiblings(entry, other) && (other.state == Due || other.state == Probing || other.state == Waiting))
-            leaveTo(name, other);
-    }
+    setState(entry, Ready);
+    entry.pause = shortestPause;
+    leaveOtherPorts();
 
     const PortReport report = entry.port->report();
     Board &board = entry.board;
@@ -320,7 +450,7 @@ void BoardWatch::Private::onBoardAnswered(const QString &name)
     board.communicator = entry.port->communicator();
     board.portName = name;
     board.location = report.location;
-    board.place = port.place;
+    board.place = entry.port->system().place;
     board.manufacturer = report.manufacturer;
     board.product = report.product;
     board.serialNumber = report.serialNumber;
@@ -339,21 +469,27 @@ void BoardWatch::Private::onProbeEnded(const QString &name)
 {
     Entry &entry = entries.at(name);
     const PortReport::Verdict verdict = entry.port->report().verdict;
-    // A port that could not be opened is tried again. A port that had a board is probed until the board answers again.
-    // Other silent ports are left alone.
-    const bool isRetried = verdict == PortReport::NotOpened || verdict == PortReport::Lost || !entry.board.id.isEmpty();
-    setState(entry, isRetried ? Waiting : Rejected);
+    if (verdict == PortReport::NotOpened) {
+        waitUntilFree(entry);
+    } else {
+        entry.pause = shortestPause;
+        // A port that had a board is probed until the board answers again. Other silent ports are left alone.
+        if (verdict == PortReport::Lost || !entry.board.id.isEmpty())
+            wait(entry, shortestPause);
+        else
+            setState(entry, Rejected);
+    }
     later(&Private::tellChange, isChangeQueued);
 }
 
 void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 {
     Entry &entry = entries.at(name);
-    setState(entry, loss == Board::Released ? Released : Waiting);
-    for (auto &[otherName, other] : entries) {
-        if (other.state == OtherPort && areSiblings(entry, other))
-            setState(other, Waiting);
-    }
+    if (loss == Board::Released)
+        leave(entry, Released, QStringLiteral("given up, because the application deleted the Communicator"));
+    else
+        wait(entry, shortestPause);
+    askOtherPorts();
     later(&Private::tellChange, isChangeQueued);
     lose(entry, loss);
 }
@@ -368,7 +504,6 @@ void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
     lost.loss = loss;
     if (loss == Board::Released)
         lost.communicator = nullptr;
-    entry.port->close();
     Q_EMIT q->boardLost(lost);
 }
 
@@ -376,6 +511,11 @@ std::map<QString, BoardWatch::Private::Entry>::iterator BoardWatch::Private::fin
 {
     return std::find_if(entries.begin(), entries.end(),
                         [&id](const auto &known) { return known.second.id.text == id; });
+}
+
+bool BoardWatch::Private::hasId(const QString &id) const
+{
+    return std::any_of(entries.begin(), entries.end(), [&id](const auto &known) { return known.second.id.text == id; });
 }
 
 BoardWatch::BoardWatch(QObject *parent)
@@ -473,6 +613,8 @@ void BoardWatch::start()
         d->isStale = true;
         d->later(&Private::update, d->isUpdateQueued);
     });
+    d->freed = std::make_unique<FreedNotifier>();
+    connect(d->freed.get(), &FreedNotifier::freed, this, [d](const QString &location) { d->onFreed(location); });
     d->resume = std::make_unique<ResumeNotifier>();
     connect(d->resume.get(), &ResumeNotifier::resumed, this, &BoardWatch::checkBoards);
     d->later(&Private::update, d->isUpdateQueued);
@@ -483,9 +625,10 @@ void BoardWatch::stop()
     Private *const d = m_private.get();
     if (!d->source)
         return;
+    ++d->lists;
     d->source.reset();
+    d->freed.reset();
     d->resume.reset();
-    d->retryTimer.stop();
     d->system.clear();
     d->later(&Private::tellChange, d->isChangeQueued);
     // The ports without a board are closed here, before the first boardLost(), because a receiver of boardLost() may
@@ -499,6 +642,7 @@ void BoardWatch::stop()
     while (self && !d->stopped.empty()) {
         const Private::Entry entry = std::move(d->stopped.front());
         d->stopped.pop_front();
+        entry.port->close();
         d->lose(entry, Board::Stopped);
     }
 }
@@ -525,14 +669,8 @@ QList<PortReport> BoardWatch::portReports() const
         const auto it = m_private->entries.find(port.info.portName());
         if (it == m_private->entries.end())
             continue;
-        PortReport report = it->second.port->report();
-        const Private::State state = it->second.state;
-        if (state == Private::Excluded || state == Private::OtherPort || state == Private::Lent) {
-            report.error = QSerialPort::NoError;
-            report.errorText =
-                state == Private::Lent ? QStringLiteral("lent to another program") : it->second.exclusion;
-        }
-        reports.append(report);
+        const Private::Entry &entry = it->second;
+        reports.append(entry.reason.isEmpty() ? entry.port->report() : entry.port->reportOfClosed(entry.reason));
     }
     return reports;
 }
@@ -542,9 +680,8 @@ bool BoardWatch::lend(const QString &id, Lending lending)
     const auto it = m_private->find(id);
     if (it == m_private->entries.end() || it->second.state != Private::Ready)
         return false;
-    m_private->lent.insert(id, lending);
-    it->second.state = Private::Lent;
-    m_private->later(&Private::tellChange, m_private->isChangeQueued);
+    m_private->lent.insert(id, {lending, it->second.port->system(), it->second.id.basis});
+    m_private->leave(it->second, Private::Lent, lentText);
     m_private->lose(it->second, Board::Lent);
     return true;
 }
@@ -556,17 +693,22 @@ bool BoardWatch::takeBack(const QString &id)
     const bool isClosed =
         it != m_private->entries.end() && (it->second.state == Private::Lent || it->second.state == Private::Released);
     if (isClosed) {
-        it->second.state = Private::Due;
-        m_private->later(&Private::update, m_private->isUpdateQueued);
+        m_private->probeAgain(it->second);
         m_private->later(&Private::tellChange, m_private->isChangeQueued);
     }
+    m_private->askOtherPorts();
     return isLent || isClosed;
 }
 
 void BoardWatch::lookAgain()
 {
-    m_private->probeAgain(Private::Rejected);
-    m_private->probeAgain(Private::Waiting);
+    m_private->isStale = true;
+    m_private->later(&Private::update, m_private->isUpdateQueued);
+    for (auto &[name, entry] : m_private->entries) {
+        entry.pause = shortestPause;
+        if (entry.state == Private::Rejected || entry.state == Private::Waiting)
+            m_private->probeAgain(entry);
+    }
 }
 
 void BoardWatch::checkBoards()

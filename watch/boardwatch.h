@@ -34,13 +34,17 @@ namespace JwDevice {
  * port, and all boards of a type are found.
  *
  * If no wanted board answers on a port, the watch closes the port. It probes the port again when the port is plugged
- * in again, or when lookAgain() is called. The watch tries twice a second to open a port that can't be opened, for
- * example because another program uses it. If a board is lost and its port is still there, the watch probes the port
- * again and again until the board answers. After lend(), and after the application deleted the board's Communicator,
- * the watch does this only if takeBack() is called.
+ * in again, or when lookAgain() is called. If a board is lost and its port is still there, the watch probes the port
+ * again and again, with pauses of 500 ms, until the board answers. After lend(), and after the application deleted the
+ * board's Communicator, the watch does this only if takeBack() is called.
+ *
+ * If a port can't be opened, for example because another program uses it, the watch tries again. On Linux, it does so
+ * 20 ms after a program closed the port or the permissions of the port changed. On all systems, it also tries after
+ * pauses that grow from 500 ms to 8 s.
  *
  * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
- * watch closes the other ports.
+ * watch closes the other ports. They stay closed also after lend(), and after the application deleted the board's
+ * Communicator. The watch probes them again if the board is lost in another way, or after takeBack().
  *
  * On Linux, udev reports new and removed ports, so the watch needs neither a timer nor a thread to notice them. On
  * other systems, and where no udev runs, the watch lists the ports once a second (see setPollInterval()).
@@ -76,7 +80,9 @@ public:
     void setTypes(const QList<JwDevice::Type> &types);
     QList<JwDevice::Type> types() const; ///< returns the value of setTypes()
     /// Sets the function that returns whether `port` is a candidate. Only candidates are probed. By default, and if
-    /// `rule` is empty, the function is isCandidate().
+    /// `rule` is empty, the function is isCandidate(). The watch calls `rule` for every port whenever it lists the
+    /// ports. If a board's port is no longer a candidate, the board is lost (Board::CablePulled). Like the receivers of
+    /// the signals, `rule` may do anything.
     void setCandidateRule(std::function<bool(const QSerialPortInfo &port)> rule);
     /// Sets ports that are never opened. Each entry is a port name ("ttyACM0"), a location ("/dev/ttyACM0"), a USB
     /// serial number, or a USB vendor and product id in hexadecimal digits ("0483:5740"). On Linux, a port whose udev
@@ -110,14 +116,17 @@ public:
 
     /// Returns the boards that were found and are not lost, in the alphabetical order of their port names.
     QList<JwDevice::Board> boards() const;
-    /// Returns a report for each candidate port of the system. The reports show why no board was found on a port. If
-    /// the watch itself decided to leave a port closed, `errorText` says why and `error` is NoError.
+    /// Returns a report for each candidate port of the system. The reports show why no board was found on a port.
+    ///
+    /// The watch itself leaves some ports closed: excluded ports, the other ports of a board's USB device, the port of
+    /// a lent board, and the port of a board whose Communicator the application deleted. Then `verdict` is NotOpened,
+    /// `error` is NoError, and `errorText` says why the port is closed.
     QList<JwDevice::PortReport> portReports() const;
 
     /**
      * Closes the port of the board `id`, so that another program can use the board, and emits boardLost(). `lending`
-     * says how long the watch leaves the board alone, at every port. Returns false if boards() contains no board with
-     * this id.
+     * says how long the watch leaves the board alone, at every port and on all ports of its USB device. Returns false
+     * if boards() contains no board with this id.
      */
     bool lend(const QString &id, Lending lending = UntilTakenBack);
     /// Looks again for a board after lend(), or after the application deleted the board's Communicator. Returns false
@@ -129,9 +138,9 @@ public:
     void setPortObserver(std::function<void(const JwDevice::PortEvent &event)> observer);
 
 public Q_SLOTS:
-    /// Probes the ports without a board again: ports on which no wanted board answered, ports that could not be opened,
-    /// and ports that lost their board. Does not probe ports that the watch leaves alone; see setNeverOpened(), lend()
-    /// and Board::Released.
+    /// Lists the ports again. Probes the ports without a board again: ports on which no wanted board answered, ports
+    /// that could not be opened, and ports that lost their board. Does not probe ports that the watch leaves alone; see
+    /// setNeverOpened(), lend() and Board::Released.
     void lookAgain();
     /// Sends every board its query. If no byte arrives from a board within replyTime (400 ms), the board is lost.
     /// On Linux, the watch itself calls this function after the system was suspended, and after the clock was set.

@@ -1,20 +1,29 @@
 #include "pollsource.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace JwDevice {
 
 namespace {
 
-/// Returns a text that changes when another device appears under the same port name.
-QString identityOf(const QSerialPortInfo &info)
+/// Returns a text that changes when the system makes the port's node in /dev again. Empty where the system has no
+/// nodes.
+QString nodeOf(const QString &location)
 {
-    return QStringLiteral("%1:%2 %3 %4")
-        .arg(info.vendorIdentifier())
-        .arg(info.productIdentifier())
-        .arg(info.serialNumber())
-        .arg(QFileInfo(info.systemLocation()).metadataChangeTime().toMSecsSinceEpoch());
+#ifdef Q_OS_UNIX
+    struct stat node;
+    if (::stat(QFile::encodeName(location).constData(), &node) == 0)
+        return QStringLiteral("%1 %2").arg(node.st_ino).arg(node.st_rdev);
+#else
+    Q_UNUSED(location)
+#endif
+    return QString();
 }
 
 } // namespace
@@ -31,13 +40,14 @@ QVector<SystemPort> PollSource::list()
     QHash<QString, Seen> seen;
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
     for (const QSerialPortInfo &info : infos) {
-        const QString identity = identityOf(info);
-        const auto known = m_seen.constFind(info.portName());
-        const bool isKnown = known != m_seen.constEnd() && known->identity == identity;
-        const quint64 plug = isKnown ? known->plug : ++m_plugs;
-        seen.insert(info.portName(), {identity, plug});
         SystemPort port = systemPort(info);
-        port.plug = plug;
+        const QString node = nodeOf(info.systemLocation());
+        const auto known = m_seen.constFind(info.portName());
+        const bool isKnown = known != m_seen.constEnd() && known->node == node && isSamePort(known->port, port);
+        port.plug = isKnown ? known->port.plug : ++m_plugs;
+        // The time when the node's owner, group or permissions were changed.
+        port.change = static_cast<quint64>(QFileInfo(info.systemLocation()).metadataChangeTime().toMSecsSinceEpoch());
+        seen.insert(info.portName(), {port, node});
         ports.append(port);
     }
     m_seen = seen;

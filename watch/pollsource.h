@@ -20,12 +20,12 @@ public:
 private:
     struct Seen
     {
-        QString identity; // USB ids, serial number and the time when the node in /dev was made or changed
-        quint64 plug;
+        SystemPort port;
+        QString node; // the node in /dev
     };
 
     QHash<QString, Seen> m_seen; // by port name
-    quint64 m_plugs = 0;
+    quint64 m_plugs = 0; // newest value of SystemPort::plug
     QTimer m_timer;
 };
 

@@ -23,4 +23,9 @@ bool canHaveBoardId(const QSerialPortInfo &port, const QString &id)
     return !id.isEmpty() && (id == BoardIds().idOf(system, {}).text || id == system.place || id == port.portName());
 }
 
+bool isIgnoredPort(const QSerialPortInfo &port)
+{
+    return systemPort(port).isIgnored;
+}
+
 } // namespace JwDevice

@@ -22,4 +22,8 @@ JWWATCH_EXPORT QStringList boardIds(const QList<QSerialPortInfo> &ports);
 /// Use this function in BoardWatch::setCandidateRule() if the user names a board by its id.
 JWWATCH_EXPORT bool canHaveBoardId(const QSerialPortInfo &port, const QString &id);
 
+/// Returns whether the udev property `JWDEVICE_IGNORE` of `port` is "1". A BoardWatch never opens such a port, see
+/// BoardWatch::setNeverOpened(). On systems without udev, returns false.
+JWWATCH_EXPORT bool isIgnoredPort(const QSerialPortInfo &port);
+
 } // namespace JwDevice

@@ -5,6 +5,8 @@
 #include "udevsource.h"
 #endif
 
+#include <tuple>
+
 namespace JwDevice {
 
 SystemPort systemPort(const QSerialPortInfo &info)
@@ -15,6 +17,16 @@ SystemPort systemPort(const QSerialPortInfo &info)
     readDevice(port);
 #endif
     return port;
+}
+
+bool isSamePort(const SystemPort &port, const SystemPort &other)
+{
+    const auto data = [](const QSerialPortInfo &info) {
+        return std::make_tuple(info.vendorIdentifier(), info.productIdentifier(), info.manufacturer(),
+                               info.description(), info.serialNumber());
+    };
+    return port.instance == other.instance && port.place == other.place && port.isIgnored == other.isIgnored
+        && data(port.info) == data(other.info);
 }
 
 std::unique_ptr<PortSource> makePortSource(int pollInterval)

@@ -15,7 +15,8 @@ struct SystemPort
     QSerialPortInfo info;
     QString place; // name of the USB interface, for example "1-4.2:1.0"; empty if not known
     bool isIgnored = false; // whether udev's property JWDEVICE_IGNORE is "1"; see BoardWatch::setNeverOpened()
-    quint64 plug = 0; // this value changes when the port is pulled and plugged in again
+    QString instance; // this text changes when the port is pulled and plugged in again; empty if not known
+    quint64 plug = 0; // this value changes when the port is pulled and plugged in again, and when its data changes
     quint64 change = 0; // this value changes when the system changes the port, for example its permissions
 
     /// Returns the name of the USB device, for example "1-4.2". All ports of one device have the same. Empty if not
@@ -25,6 +26,9 @@ struct SystemPort
 
 /// Returns `info` with the data that only the system knows. `plug` and `change` stay 0.
 SystemPort systemPort(const QSerialPortInfo &info);
+
+/// Returns whether two ports with one name are the same device with the same data. Ignores `plug` and `change`.
+bool isSamePort(const SystemPort &port, const SystemPort &other);
 
 /// Lists the serial ports, and reports when the list may have changed.
 class PortSource : public QObject

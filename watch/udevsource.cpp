@@ -1,23 +1,58 @@
 #include "udevsource.h"
 
+#include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cerrno>
 #include <libudev.h>
+#include <linux/netlink.h>
+#include <sys/stat.h>
 
 namespace JwDevice {
 
 namespace {
 
+/// Bytes of events that wait for the application, for example while it is busy. The system may allow less.
+constexpr int receiveBuffer = 8 * 1024 * 1024;
+
+/// Returns whether a program in our network namespace listens to the kernel's device events, as udev's daemon does. The
+/// daemon's events reach only its own network namespace. So a container with a network of its own gets no events,
+/// although it may see udev's files.
+bool isDaemonInNetwork()
+{
+    constexpr uint kernelGroup = 1;
+    QFile table(QStringLiteral("/proc/net/netlink"));
+    if (!table.open(QIODevice::ReadOnly))
+        return true; // not known
+    const QList<QByteArray> sockets = table.readAll().split('\n');
+    return std::any_of(sockets.begin(), sockets.end(), [](const QByteArray &socket) {
+        const QList<QByteArray> fields = socket.simplified().split(' '); // address, protocol, id, groups, ...
+        return fields.value(1).toInt() == NETLINK_KOBJECT_UEVENT && fields.value(3).toUInt(nullptr, 16) & kernelGroup;
+    });
+}
+
 /// Returns whether this system sends udev's events. Normally the udev daemon sends them. In a simulation, umockdev
 /// sends the same events without a daemon.
 bool hasEvents()
 {
-    return QFileInfo::exists(QStringLiteral("/run/udev/control")) || qEnvironmentVariableIsSet("UMOCKDEV_DIR");
+    return qEnvironmentVariableIsSet("UMOCKDEV_DIR")
+        || (QFileInfo::exists(QStringLiteral("/run/udev/control")) && isDaemonInNetwork());
 }
 
 bool isSet(udev_device *device)
 {
     return device && qstrcmp(udev_device_get_property_value(device, "JWDEVICE_IGNORE"), "1") == 0;
+}
+
+/// Returns a text that changes when the device is plugged in again: the inode of its folder in /sys, and the number of
+/// the USB device.
+QString instanceOf(udev_device *device, udev_device *usbDevice)
+{
+    struct stat folder = {};
+    ::stat(udev_device_get_syspath(device), &folder);
+    const char *const number = usbDevice ? udev_device_get_property_value(usbDevice, "DEVNUM") : nullptr;
+    return QStringLiteral("%1 %2").arg(folder.st_ino).arg(QLatin1String(number));
 }
 
 } // namespace
@@ -35,6 +70,7 @@ void readDevice(SystemPort &port)
         if (interface)
             port.place = QString::fromLocal8Bit(udev_device_get_sysname(interface));
         port.isIgnored = isSet(device) || isSet(interface) || isSet(usbDevice);
+        port.instance = instanceOf(device, usbDevice);
         udev_device_unref(device);
     }
     if (context)
@@ -49,6 +85,8 @@ std::unique_ptr<UdevSource> UdevSource::create()
     if (!context)
         return nullptr;
     udev_monitor *const monitor = udev_monitor_new_from_netlink(context, "udev");
+    if (monitor) // an error is ignored: then the buffer keeps its size
+        udev_monitor_set_receive_buffer_size(monitor, receiveBuffer);
     if (monitor && udev_monitor_filter_add_match_subsystem_devtype(monitor, "tty", nullptr) >= 0
         && udev_monitor_enable_receiving(monitor) >= 0)
         return std::unique_ptr<UdevSource>(new UdevSource(context, monitor, udev_monitor_get_fd(monitor)));
@@ -79,17 +117,25 @@ UdevSource::~UdevSource()
 bool UdevSource::receive()
 {
     bool any = false;
-    while (udev_device *const device = udev_monitor_receive_device(m_monitor)) {
-        Counts &counts = m_counts[QString::fromLocal8Bit(udev_device_get_sysname(device))];
-        const char *const action = udev_device_get_action(device);
-        if (qstrcmp(action, "remove") == 0)
-            counts.plug = ++m_events;
-        else
-            counts.change = ++m_events;
-        udev_device_unref(device);
+    for (;;) {
+        udev_device *const device = udev_monitor_receive_device(m_monitor);
+        if (!device && errno != ENOBUFS)
+            return any;
         any = true;
+        if (!device) { // the buffer was full, so events were lost
+            m_isStale = m_areEventsLost = true;
+            continue;
+        }
+        const QString name = QString::fromLocal8Bit(udev_device_get_sysname(device));
+        if (qstrcmp(udev_device_get_action(device), "remove") == 0) {
+            const auto isRemoved = [&name](const SystemPort &port) { return port.info.portName() == name; };
+            m_ports.erase(std::remove_if(m_ports.begin(), m_ports.end(), isRemoved), m_ports.end());
+        } else {
+            m_isStale = true;
+            m_changed.insert(name);
+        }
+        udev_device_unref(device);
     }
-    return any;
 }
 
 QVector<SystemPort> UdevSource::list()
@@ -97,20 +143,28 @@ QVector<SystemPort> UdevSource::list()
     // The events that wait now are older than the list below. Without this call, a port that was pulled and plugged in
     // again since the last list would look like a port that was there all the time.
     receive();
+    if (!std::exchange(m_isStale, false))
+        return m_ports;
     QVector<SystemPort> ports;
-    QHash<QString, Counts> counts;
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
     for (const QSerialPortInfo &info : infos) {
-        const QString name = info.portName();
+        const auto known = std::find_if(m_ports.cbegin(), m_ports.cend(), [&info](const SystemPort &port) {
+            return port.info.portName() == info.portName();
+        });
+        const bool isKnown = known != m_ports.cend();
+        if (isKnown && !m_areEventsLost && !m_changed.contains(info.portName())) {
+            ports.append(*known);
+            continue;
+        }
         SystemPort port = systemPort(info);
-        if (m_counts.contains(name))
-            counts.insert(name, m_counts.value(name));
-        port.plug = counts.value(name).plug;
-        port.change = counts.value(name).change;
+        port.plug = isKnown && isSamePort(*known, port) ? known->plug : ++m_count;
+        port.change = ++m_count;
         ports.append(port);
     }
-    m_counts = counts; // without the ports that are gone
-    return ports;
+    m_ports = ports;
+    m_changed.clear();
+    m_areEventsLost = false;
+    return m_ports;
 }
 
 } // namespace JwDevice

@@ -2,7 +2,7 @@
 
 #include "portsource.h"
 
-#include <QHash>
+#include <QSet>
 #include <QSocketNotifier>
 
 struct udev;
@@ -10,10 +10,11 @@ struct udev_monitor;
 
 namespace JwDevice {
 
-/// Sets the place of `port`, and whether it is ignored, from the data of udev.
+/// Sets the data of `port` that only udev knows: place, instance, and whether the port is ignored.
 void readDevice(SystemPort &port);
 
 /// Lists the ports, and reports their changes. udev sends the events, after it has set the permissions of the port.
+/// Keeps the newest list, because listing the ports takes long if there are many ports.
 class UdevSource : public PortSource
 {
     Q_OBJECT
@@ -30,17 +31,14 @@ private:
     UdevSource(udev *context, udev_monitor *monitor, int descriptor);
     bool receive();
 
-    struct Counts
-    {
-        quint64 plug = 0;
-        quint64 change = 0;
-    };
-
     udev *const m_context;
     udev_monitor *const m_monitor;
     QSocketNotifier m_notifier;
-    QHash<QString, Counts> m_counts; // by port name; only ports with an event since they were listed first
-    quint64 m_events = 0;
+    QVector<SystemPort> m_ports; // the newest list, without the ports that were removed since then
+    QSet<QString> m_changed; // names of ports with an event since the newest list
+    bool m_isStale = true; // whether the ports must be listed again
+    bool m_areEventsLost = false; // whether events were lost since the newest list
+    quint64 m_count = 0; // newest value of SystemPort::plug and SystemPort::change
 };
 
 } // namespace JwDevice

@@ -12,11 +12,14 @@
 
 #include <QSerialPort>
 
+#include <limits>
 #include <utility>
 
 namespace JwDevice {
 
 namespace {
+
+constexpr int removalTime = 500; // ms; when a cable is pulled, the system removes the port within this time
 
 QStringList queriesOf(Type type)
 {
@@ -40,11 +43,7 @@ WatchedPort::WatchedPort(const SystemPort &port, const WatchSettings &settings, 
     , m_system(port)
     , m_settings(settings)
 {
-    m_report.portName = port.info.portName();
-    m_report.location = port.info.systemLocation();
-    m_report.manufacturer = port.info.manufacturer();
-    m_report.product = port.info.description();
-    m_report.serialNumber = port.info.serialNumber();
+    m_report = reportOfClosed(QString());
     m_deadline.setSingleShot(true);
     m_checkTimer.setSingleShot(true);
     m_checkTimer.setTimerType(Qt::PreciseTimer);
@@ -52,7 +51,12 @@ WatchedPort::WatchedPort(const SystemPort &port, const WatchSettings &settings, 
         endProbe();
         Q_EMIT probeEnded();
     });
+    m_removalTimer.setSingleShot(true);
     connect(&m_checkTimer, &QTimer::timeout, this, &WatchedPort::onCheckTimer);
+    connect(&m_removalTimer, &QTimer::timeout, this, [this] {
+        const bool isGone = QSerialPortInfo(m_system.info.portName()).isNull();
+        lose(isGone ? Board::CablePulled : Board::PortFailed);
+    });
 }
 
 WatchedPort::~WatchedPort()
@@ -66,6 +70,8 @@ void WatchedPort::probe()
     m_initializer = initializer;
     initializer->setMaxRetries(m_settings.maxRetries);
     initializer->setPortObserver([this](const PortEvent &event) {
+        if (event.kind == PortEvent::Asked)
+            startDeadline(event.round);
         Q_EMIT reportChanged();
         if (const auto observer = m_settings.observer) // a copy, because the observer may set another observer
             observer(event);
@@ -95,17 +101,35 @@ void WatchedPort::probe()
         endProbe();
         Q_EMIT probeEnded();
     });
-    // If a board of another type answers, the Initializer waits without limit. So the probe has a deadline: the time of
-    // the first round, of all retry rounds, and of one more round to be safe.
-    const int rounds = static_cast<int>(qMin(m_settings.maxRetries, 1000U)) + 2;
-    const int delay = m_settings.types.contains(BoardC) ? qMax(0, m_settings.delay) : 0;
-    m_deadline.start(delay + rounds * replyTime);
     initializer->probePort(m_settings.types, m_system.info, m_settings.delay);
+}
+
+// If a board of another type answers, the Initializer waits without limit. So the probe has a deadline: the time of the
+// round that begins, of the retry rounds after it, and of one more round to be safe. Each round sets the deadline
+// again, because a round takes longer while the application blocks the event loop.
+void WatchedPort::startDeadline(uint round)
+{
+    const qint64 rounds = qint64{m_settings.maxRetries} - round + 2;
+    // Without a deadline, such a probe ends after its last round, in more than 24 days.
+    if (const qint64 time = rounds * replyTime; time <= std::numeric_limits<int>::max())
+        m_deadline.start(static_cast<int>(time));
 }
 
 PortReport WatchedPort::report() const
 {
     return m_initializer ? m_initializer->portReports().constFirst() : m_report;
+}
+
+PortReport WatchedPort::reportOfClosed(const QString &reason) const
+{
+    PortReport report;
+    report.portName = m_system.info.portName();
+    report.location = m_system.info.systemLocation();
+    report.manufacturer = m_system.info.manufacturer();
+    report.product = m_system.info.description();
+    report.serialNumber = m_system.info.serialNumber();
+    report.errorText = reason;
+    return report;
 }
 
 void WatchedPort::endProbe()
@@ -162,12 +186,21 @@ qint64 WatchedPort::unreadBytes() const
 
 void WatchedPort::onPortLost(bool isDeviceGone)
 {
-    lose(isDeviceGone ? Board::CablePulled : Board::PortFailed);
+    if (isDeviceGone) {
+        lose(Board::CablePulled);
+        return;
+    }
+    // If the cable was pulled, errors come first, and the system removes the port a little later. So the loss is
+    // reported when the port is removed, or when removalTime is over.
+    closeAtOnce(static_cast<QSerialPort *>(m_guard->parent()));
+    m_checkTimer.stop();
+    m_check = Check::Off;
+    m_removalTimer.start(removalTime);
 }
 
 void WatchedPort::check()
 {
-    if (!m_communicator || m_check != Check::Off)
+    if (!m_communicator || m_check != Check::Off || m_removalTimer.isActive())
         return;
     m_check = Check::Asked;
     m_unreadBytes = unreadBytes();
@@ -203,8 +236,9 @@ void WatchedPort::onCheckTimer()
 void WatchedPort::lose(Board::Loss loss)
 {
     m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
+    m_report.type = Unknown;
     const bool isReported = m_isReported;
-    close();
+    close(PortGuard::Later);
     if (isReported)
         Q_EMIT boardLost(loss);
     else
@@ -214,6 +248,7 @@ void WatchedPort::lose(Board::Loss loss)
 void WatchedPort::close()
 {
     close(PortGuard::Later);
+    m_report = reportOfClosed(QString());
 }
 
 void WatchedPort::close(PortGuard::When when)
@@ -222,6 +257,7 @@ void WatchedPort::close(PortGuard::When when)
     // No signal of the Initializer is being handled: a slot of its signals first calls endProbe(), so there it is null.
     delete std::exchange(m_initializer, nullptr);
     m_checkTimer.stop();
+    m_removalTimer.stop();
     m_check = Check::Off;
     m_isReported = false;
     if (m_communicator)

@@ -52,9 +52,11 @@ public:
     bool hasBoard() const { return m_guard; }
 
     PortReport report() const;
+    /// Returns the report of the port if it was not tried because of `reason`.
+    PortReport reportOfClosed(const QString &reason) const;
     Communicator *communicator() const { return m_communicator; }
 
-    /// Closes the port without a signal.
+    /// Closes the port without a signal. Forgets the result of the newest probe.
     void close();
     /// Writes the board's query. If no bytes arrive within replyTime, emits boardLost().
     void check();
@@ -72,6 +74,7 @@ Q_SIGNALS:
 
 private:
     void close(PortGuard::When when);
+    void startDeadline(uint round);
     void endProbe();
     void adopt(Communicator *communicator);
     void onPortLost(bool isDeviceGone);
@@ -96,6 +99,7 @@ private:
     bool m_isReported = false; // whether boardAnswered() was emitted for the board
     QTimer m_deadline;
     QTimer m_checkTimer;
+    QTimer m_removalTimer; // runs after the port failed, until it is known whether the cable was pulled
     Check m_check = Check::Off;
     qint64 m_unreadBytes = 0; // number of unread bytes when the check wrote the query
 };

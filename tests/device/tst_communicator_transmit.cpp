@@ -1,4 +1,5 @@
 #include "support/common/allocationcount.h"
+#include "support/common/processusage.h"
 #include "support/device/communicatorcounters.h"
 #include "support/device/communicatorfixture.h"
 #include "support/device/scriptedparser.h"
@@ -10,7 +11,9 @@
 #include <nmea/parserinit.h>
 
 #include <QBuffer>
+#include <QMap>
 #include <QPointer>
+#include <QRandomGenerator>
 #include <QSerialPort>
 #include <QSignalSpy>
 #include <QTest>
@@ -60,6 +63,8 @@ private Q_SLOTS:
     void idWrapsToZero();
     void wrappedIdOverwritesItsEntry();
     void wrappedIdIsChargedBeforeHigherIds();
+    void wrappedIdChangesOnlyItsOwnPayload_data();
+    void wrappedIdChangesOnlyItsOwnPayload();
 
     void payloadIsWrittenUnchanged_data();
     void payloadIsWrittenUnchanged();
@@ -84,7 +89,9 @@ private Q_SLOTS:
     void payloadWrittenDuringTheWalkIsNotCharged();
     void failedWriteIsNotReportedBySignal();
     void ledgerOutlivesRebinding();
+    void randomWritesAreChargedAsInAPlainLedger();
     void chargeCostsWhatTheNotificationCovers();
+    void payloadsOfOneLengthKeepNoMemory();
 
     void bindingTwiceLeavesOneConnectionOfEachKind();
     void bindingNoneLeavesNoConnection();
@@ -208,6 +215,32 @@ void TestCommunicatorTransmit::wrappedIdIsChargedBeforeHigherIds()
     QCOMPARE(m_emissions->take(), transfers({0, 4294967295u}));
     m_device->reportWritten(3);
     QCOMPARE(m_emissions->take(), transfers({}));
+}
+
+void TestCommunicatorTransmit::wrappedIdChangesOnlyItsOwnPayload_data()
+{
+    QTest::addColumn<uint>("id");
+    QTest::addColumn<QList<uint>>("ids"); // the ids that 9 bytes cover
+    using Ids = QList<uint>;
+    QTest::newRow("first of a run") << 1u << Ids{1, 2};
+    QTest::newRow("middle of a run") << 3u << Ids{1, 2};
+    QTest::newRow("last of a run") << 4u << Ids{1, 2, 3};
+}
+
+void TestCommunicatorTransmit::wrappedIdChangesOnlyItsOwnPayload()
+{
+    QFETCH(uint, id);
+    QFETCH(QList<uint>, ids);
+    for (int i = 0; i < 4; ++i)
+        m_communicator->writePayload(abc);
+    setNextTransmitId(*m_communicator, id);
+    QCOMPARE(m_communicator->writePayload(defg), id);
+    m_device->reportWritten(9);
+    QCOMPARE(m_emissions->take(), transfers(ids));
+    m_device->reportWritten(13);
+    QCOMPARE(m_emissions->take(), transfers({1, 2, 3, 4}));
+    m_device->reportWritten(12);
+    QCOMPARE(m_emissions->take(), transfers({1, 2, 3}));
 }
 
 void TestCommunicatorTransmit::payloadIsWrittenUnchanged_data()
@@ -409,6 +442,9 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder_data()
     QTest::newRow("the first and a part of the second") << Sizes{3, 4} << qint64(6) << Ids{1};
     QTest::newRow("a part ends the count before smaller payloads") << Sizes{3, 4, 1} << qint64(4) << Ids{1};
     QTest::newRow("more than was written") << Sizes{3, 4} << qint64(1000) << Ids{1, 2};
+    QTest::newRow("a part of a run of equal sizes") << Sizes{3, 3, 3, 4} << qint64(8) << Ids{1, 2};
+    QTest::newRow("a run of equal sizes and the next payload") << Sizes{3, 3, 4, 4, 3} << qint64(10) << Ids{1, 2, 3};
+    QTest::newRow("three runs") << Sizes{3, 3, 4, 4, 3} << qint64(17) << Ids{1, 2, 3, 4, 5};
     QTest::newRow("no bytes") << Sizes{3, 4} << qint64(0) << Ids{};
     QTest::newRow("no bytes, size 0 first") << Sizes{0, 3} << qint64(0) << Ids{};
     QTest::newRow("size 0 is reported when passed") << Sizes{0, 3} << qint64(1) << Ids{1};
@@ -503,6 +539,37 @@ void TestCommunicatorTransmit::ledgerOutlivesRebinding()
     QCOMPARE(signalRecord.take(), transfers({1}));
 }
 
+void TestCommunicatorTransmit::randomWritesAreChargedAsInAPlainLedger()
+{
+    // The ids jump, as if many payloads had been written in between, also across the wrap from 2^32 - 1 to 0.
+    QRandomGenerator random(1);
+    m_log.reset();
+    for (int round = 0; round < 100; ++round) {
+        Communicator communicator;
+        communicator.setIODevice(m_device.get());
+        SignalRecord signalRecord(&communicator);
+        QMap<uint, qint64> ledger;
+        uint next = 1;
+        for (int step = 0; step < 40; ++step) {
+            if (random.bounded(8) == 0)
+                setNextTransmitId(communicator, next = 4294967290u + random.bounded(12u));
+            const qint64 size = random.bounded(-1, 4);
+            m_device->queueWriteResult(size);
+            QCOMPARE(communicator.writePayload(abc), next);
+            ledger[next++] = size;
+
+            qint64 bytes = random.bounded(40);
+            QList<uint> expected;
+            m_device->reportWritten(bytes);
+            for (auto entry = ledger.cbegin(); entry != ledger.cend() && bytes > 0 && bytes >= *entry; ++entry) {
+                expected.append(entry.key());
+                bytes -= *entry;
+            }
+            QCOMPARE(signalRecord.take(), transfers(expected));
+        }
+    }
+}
+
 void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
 {
     // Heap use of one bytesWritten() signal. The signal reports 9 bytes, which cover three payloads. For each of them
@@ -535,6 +602,26 @@ void TestCommunicatorTransmit::chargeCostsWhatTheNotificationCovers()
     QVERIFY2(few.blocks > 0, "The counter of heap blocks does not work.");
     QVERIFY2(many.blocks <= few.blocks + 8, qPrintable(QStringLiteral("%1 > %2").arg(many.blocks).arg(few.blocks)));
     QVERIFY2(many.bytes <= few.bytes + 1024, qPrintable(QStringLiteral("%1 > %2").arg(many.bytes).arg(few.bytes)));
+}
+
+void TestCommunicatorTransmit::payloadsOfOneLengthKeepNoMemory()
+{
+    m_log.reset();
+    QBuffer device;
+    QVERIFY(device.open(QIODevice::ReadWrite));
+    Communicator communicator;
+    communicator.setIODevice(&device);
+    const auto bytesAfter = [&](int payloads) {
+        for (int i = 0; i < payloads; ++i) {
+            device.seek(0); // so that the device's own memory does not grow
+            communicator.writePayload(abc);
+        }
+        return ProcessUsage::now().heapBytes;
+    };
+    const qint64 few = bytesAfter(100);
+    const qint64 many = bytesAfter(100000);
+    QVERIFY2(many - few < 4096, QByteArray::number(many - few));
+    QCOMPARE(communicator.writePayload(defg), 100101u);
 }
 
 void TestCommunicatorTransmit::bindingTwiceLeavesOneConnectionOfEachKind()

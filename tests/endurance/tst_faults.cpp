@@ -2,8 +2,7 @@
 // more resources than before. docs/testing.md lists the faults. tst_initializer_cable and tst_initializer_ports test
 // more faults.
 #include "support/initializer/probefixture.h"
-#include "support/common/processusage.h"
-#include "support/initializer/idlecheck.h"
+#include "support/common/faultcell.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/initializer/timelinetexts.h"
 
@@ -16,7 +15,6 @@
 #include <functional>
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 using JwDevice::Communicator;
@@ -32,27 +30,6 @@ constexpr int floodTimeout = 120 * 1000;
 const QByteArray replyOfA = versionReply("7300022");
 const QByteArray replyOfB = versionReply("7300021");
 
-/// Makes an open port read-only or write-only, like a port whose driver fails in one direction.
-bool leaveOnly(int direction, const QSerialPort *port)
-{
-    const int number = static_cast<int>(port->handle());
-    ::ioctl(number, TIOCNXCL); // QSerialPort opens exclusively; without this, the open() below fails
-    const int oneWay = ::open(("/proc/self/fd/" + QByteArray::number(number)).constData(),
-                              direction | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    const bool ok = oneWay >= 0 && ::dup2(oneWay, number) == number;
-    ::close(oneWay);
-    return ok;
-}
-
-/// Closes the port at its first error, as an application does with a handed-over port.
-void closeWhenItFails(QSerialPort *port)
-{
-    QObject::connect(port, &QSerialPort::errorOccurred, port, [port](QSerialPort::SerialPortError error) {
-        if (error != QSerialPort::NoError && port->isOpen())
-            port->close();
-    });
-}
-
 /// Returns the number of heap bytes that the journal of a simulated board uses. The journal keeps the bytes that the
 /// board received and sent.
 qint64 journalBytes(const Board *board)
@@ -62,40 +39,6 @@ qint64 journalBytes(const Board *board)
     for (const JwSimulator::JournalEntry &entry : journal)
         bytes += entry.bytes.capacity();
     return bytes;
-}
-
-/// A cell: the test of one fault in one state of a port. This function attaches boards, causes the fault, and checks
-/// with IdleCheck that the process is idle.
-using Cell = std::function<void(const IdleCheck &idle)>;
-
-/// Runs a cell twice. The first run may allocate objects that the process keeps for good, so only the second run must
-/// leave nothing behind.
-void runCell(const Cell &cell)
-{
-    // Allowed growth in bytes. umockdev, the library behind the simulated ports, may keep 2.6 kB for each of up to 48
-    // ports; whether it does depends on the order in which its threads run.
-    constexpr qint64 heapChance = 200000;
-    cell(IdleCheck(IdleCheck::NotMeasured));
-    if (QTest::currentTestFailed())
-        return;
-    settle();
-    const ProcessUsage before = ProcessUsage::now();
-    cell(IdleCheck(IdleCheck::Measured));
-    if (QTest::currentTestFailed())
-        return;
-    // The threads of umockdev may still be freeing resources, so wait for them. A leak still fails the test, because
-    // leaked resources are never freed.
-    const auto isAsBefore = [&before](const ProcessUsage &now) {
-        return now.objects == before.objects && now.connections == before.connections && now.timers == before.timers
-            && now.descriptors == before.descriptors && now.heapBytes - before.heapBytes < heapChance;
-    };
-    settle();
-    ProcessUsage after;
-    const auto nothingIsLeft = [&] { return isAsBefore(after = ProcessUsage::now()); };
-    QVERIFY2(QTest::qWaitFor(nothingIsLeft),
-             qPrintable(QStringLiteral("\n%1\n%2\n%3")
-                            .arg(ProcessUsage::tableHead(), before.tableRow(QStringLiteral("before")),
-                                 after.tableRow(QStringLiteral("after")))));
 }
 
 /// A probe for BoardA in which one board's port is brought to a given state. A second board of another type keeps the
@@ -164,7 +107,7 @@ using CellInState = std::function<void(ProbeInState &probe, const IdleCheck &idl
 
 void runCell(PortState state, const CellInState &cell)
 {
-    runCell([&](const IdleCheck &idle) {
+    ::runCell([&](const IdleCheck &idle) {
         ProbeInState probe;
         probe.enter(state);
         if (!QTest::currentTestFailed())
@@ -258,7 +201,7 @@ void TestFaults::portThatFailsIsClosedAndTheProbeGoesOn()
         if (pulled) {
             probe.board->pull();
         } else {
-            QVERIFY(leaveOnly(O_WRONLY, probe.port));
+            QVERIFY(leaveOnly(O_WRONLY, probe.port->handle()));
             QVERIFY(probe.board->send(replyOfA));
         }
         QTRY_VERIFY(!probe.port->isOpen());
@@ -290,7 +233,7 @@ void TestFaults::writeThatFailsClosesThePort()
             // The query is logged before the port sends it, so make writing fail when this record is logged.
             fixture.onRecord = [&](const LogRecord &record) {
                 if (!fails && record.category == "Communication" && fixture.port(board))
-                    fails = leaveOnly(O_RDONLY, fixture.port(board));
+                    fails = leaveOnly(O_RDONLY, fixture.port(board)->handle());
             };
         }
         fixture.probe({JwDevice::BoardA, JwDevice::BoardB});
@@ -300,7 +243,8 @@ void TestFaults::writeThatFailsClosesThePort()
             fixture.replyTimer(each)->start(anHour);
         if (state != PortState::AwaitingReply) {
             QTRY_COMPARE(received(board), versionQuery);
-            fails = leaveOnly(O_RDONLY, port); // the port can no longer write, so the query of the retry round fails
+            fails = leaveOnly(O_RDONLY,
+                              port->handle()); // the port can no longer write, so the query of the retry round fails
         }
         QVERIFY(fails);
 
@@ -328,7 +272,7 @@ void TestFaults::writeThatFailsOnAPortHandedOverIsReportedByThePort()
 {
     // This is the cell "writes fail, handed over" of the table in docs/testing.md.
     runCell(PortState::HandedOver, [](ProbeInState &probe, const IdleCheck &idle) {
-        QVERIFY(leaveOnly(O_RDONLY, probe.port));
+        QVERIFY(leaveOnly(O_RDONLY, probe.port->handle()));
         QCOMPARE(probe.comm->writePayload(QStringLiteral("$LOST*00\r\n")), 2u); // id 2, because the query was payload 1
         QTRY_VERIFY(!probe.port->isOpen());
         idle.verify();

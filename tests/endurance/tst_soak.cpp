@@ -252,12 +252,12 @@ class TestSoak : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void payloadsBothWaysGrowTheLedgerAndNothingElse();
+    void payloadsBothWaysLeaveNothingBehind();
     void probesLeaveTheirParserAndNothingElse();
     void initTestCase();
 };
 
-void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
+void TestSoak::payloadsBothWaysLeaveNothingBehind()
 {
     const quint32 payloads = environmentNumber("JWDEVICE_SOAK_PAYLOADS", 100000);
     Link link;
@@ -276,7 +276,6 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     QVERIFY(link.transmit(payloads - payloads / 2));
     const ProcessUsage allWritten = usageLike(start);
 
-    const double ledgerBytes = double(allWritten.heapBytes - writingStart.heapBytes) / payloads;
     qInfo("%s", qPrintable(ProcessUsage::tableHead()));
     qInfo("%s", qPrintable(start.tableRow(QStringLiteral("start"))));
     qInfo("%s", qPrintable(halfReceived.tableRow(QStringLiteral("received %1").arg(payloads / 2))));
@@ -284,7 +283,6 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     qInfo("%s", qPrintable(writingStart.tableRow(QStringLiteral("start of writing"))));
     qInfo("%s", qPrintable(halfWritten.tableRow(QStringLiteral("written %1").arg(payloads / 2))));
     qInfo("%s", qPrintable(allWritten.tableRow(QStringLiteral("written %1").arg(payloads))));
-    qInfo("transmit ledger: %.1f bytes per written payload", ledgerBytes);
 
     QCOMPARE(link.received, warmUpPayloads + payloads);
     QCOMPARE(link.wrong, 0u);
@@ -295,7 +293,9 @@ void TestSoak::payloadsBothWaysGrowTheLedgerAndNothingElse()
     for (const ProcessUsage &usage : {halfReceived, allReceived, writingStart, halfWritten, allWritten})
         QVERIFY(holdsNoMoreObjects(usage, start));
     QVERIFY(allReceived.heapBytes - start.heapBytes < heapChance);
-    QVERIFY(ledgerBytes >= 40 && ledgerBytes < 64); // the Communicator keeps one QMap node for every written payload
+    // The Communicator keeps memory only when the length of the payloads changes, that is, when their number gets
+    // another digit.
+    QVERIFY(allWritten.heapBytes - writingStart.heapBytes < heapChance);
 }
 
 void TestSoak::probesLeaveTheirParserAndNothingElse()

@@ -263,7 +263,7 @@ void TestJwprobeWatch::refusedPortSaysWhy()
 
 void TestJwprobeWatch::refusedPortIsReportedOnce()
 {
-    // The watch tries to open the port twice a second, but jwprobe must report it only once.
+    // The watch tries to open the port again and again, but jwprobe must report it only once.
     const Outcome outcome =
         runJwprobe({boardOn("BoardA", m_ports[0], "open=busy")}, watching("--json --deadline 2500"));
     QCOMPARE(texts(eventsOf(outcome.output), "event"), QStringList(QStringLiteral("refused")));

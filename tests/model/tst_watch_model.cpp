@@ -50,6 +50,7 @@ class TestWatchModel : public QObject
 private Q_SLOTS:
     void randomSchedulesKeepTheRules_data();
     void randomSchedulesKeepTheRules();
+    void probeLastsAsLongAsItsRounds();
 
 private:
     QString difference(const WatchSchedule &schedule);
@@ -94,6 +95,25 @@ void TestWatchModel::randomSchedulesKeepTheRules()
         QFAIL(qPrintable(QStringLiteral("seed %1 fails; its shortest form:\n%2%3")
                              .arg(QString::number(seed), shortest.toString(), difference(shortest))));
     }
+}
+
+/// The board answers in round 1501 of 2001, after ten minutes.
+void TestWatchModel::probeLastsAsLongAsItsRounds()
+{
+    using Step = WatchSchedule::Step;
+    WatchSchedule schedule;
+    schedule.boards.resize(1);
+    schedule.boards[0].ignores = 1500;
+    schedule.settings.resize(1);
+    schedule.settings[0].maxRetries = 2000;
+    for (const Step::Action action : {Step::Plug, Step::Start, Step::Wait}) {
+        Step step;
+        step.action = action;
+        step.number = action == Step::Wait ? 700000 : 0;
+        schedule.steps.append(step);
+    }
+    const QString fault = difference(schedule);
+    QVERIFY2(fault.isEmpty(), qPrintable(fault));
 }
 
 int main(int argc, char **argv)

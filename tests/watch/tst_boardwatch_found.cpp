@@ -2,6 +2,8 @@
 #include "support/common/eventloop.h"
 #include "support/watch/watchfixture.h"
 
+#include <device/boardrules.h>
+
 #include <QElapsedTimer>
 #include <QSerialPort>
 #include <QSerialPortInfo>
@@ -30,6 +32,7 @@ private Q_SLOTS:
     void rejectedPortIsLeftAloneUntilLookAgain();
     void rejectedPortIsAskedAgainAfterAReplug();
     void retriesAskASilentPortAgain();
+    void blockedEventLoopEndsNoProbe();
     void delayComesBeforeTheProbeOfBoardC();
     void candidateRuleIsTheInitializersByDefault();
     void signalsComeFromTheEventLoopOnly();
@@ -39,6 +42,7 @@ private Q_SLOTS:
     void stopEndsAProbe();
     void watchCanBeStartedAgain();
     void destructorClosesTheBoardsWithoutASignal();
+    void nothingRunsAtRest_data();
     void nothingRunsAtRest();
     void portsChangedComesWithEachChange();
 };
@@ -232,6 +236,25 @@ void TestBoardWatchFound::retriesAskASilentPortAgain()
     QCOMPARE(fixture.queries(board), 3);
 }
 
+void TestBoardWatchFound::blockedEventLoopEndsNoProbe()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA,ignore=1");
+    fixture.watch->setMaxRetries(1);
+    // The application blocks its event loop for longer than all rounds of the probe take, while the first round runs.
+    bool isBlocked = false;
+    QObject::connect(board, &Board::sentenceReceived, board, [&] {
+        if (std::exchange(isBlocked, true))
+            return;
+        QElapsedTimer clock;
+        clock.start();
+        while (!clock.hasExpired(4 * JwDevice::replyTime)) { }
+    });
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.report(board).verdict, JwDevice::PortReport::HandedOver);
+    QCOMPARE(fixture.timeline.size(), 1);
+}
+
 void TestBoardWatchFound::delayComesBeforeTheProbeOfBoardC()
 {
     WatchFixture fixture;
@@ -412,16 +435,30 @@ void TestBoardWatchFound::destructorClosesTheBoardsWithoutASignal()
     QCOMPARE(fixture.changes, changes);
 }
 
+void TestBoardWatchFound::nothingRunsAtRest_data()
+{
+    QTest::addColumn<int>("boards");
+    QTest::addColumn<int>("silent");
+    QTest::newRow("no board") << 0 << 0;
+    QTest::newRow("boards and silent ports") << 3 << 2;
+    QTest::newRow("as many boards as the simulator can have") << JwSimulator::Testbed::maxBoards << 0;
+}
+
 void TestBoardWatchFound::nothingRunsAtRest()
 {
+    QFETCH(int, boards);
+    QFETCH(int, silent);
     WatchFixture fixture;
-    for (int i = 0; i < 3; ++i)
+    QList<const Board *> silentPorts;
+    for (int i = 0; i < boards; ++i)
         fixture.attach("BoardA");
-    const Board *const silent = fixture.attach("silent");
+    for (int i = 0; i < silent; ++i)
+        silentPorts.append(fixture.attach("silent"));
     fixture.watch->setMaxRetries(0);
     fixture.watch->start();
-    QTRY_COMPARE(fixture.watch->boards().size(), 3);
-    QTRY_VERIFY(canBeOpened(silent));
+    QTRY_COMPARE(fixture.watch->boards().size(), boards);
+    for (const Board *const port : qAsConst(silentPorts))
+        QTRY_COMPARE(fixture.report(port).verdict, JwDevice::PortReport::TimedOut);
     settle();
     QVERIFY(fixture.isAtRest());
     // Without an event, the event loop does not wake up: only this test's timer ends its wait.

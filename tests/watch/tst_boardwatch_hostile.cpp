@@ -7,6 +7,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <string>
+
 using JwDevice::BoardWatch;
 using JwDevice::Communicator;
 using JwSimulator::Board;
@@ -324,6 +326,10 @@ private Q_SLOTS:
     void receiverMayDoAsItLikes();
     void boardLostOfEachBoardComesAlthoughAReceiverStartsAgain();
     void watchDeletedAtTheFirstOfSeveralLosses();
+    void candidateRuleMayStopTheWatch();
+    void candidateRuleMayDeleteTheWatch();
+    void candidateRuleMayStartTheWatchWithAnotherRule();
+    void candidateRuleMayRunAnEventLoop();
 };
 
 void TestBoardWatchHostile::receiverMayDoAsItLikes_data()
@@ -399,6 +405,78 @@ void TestBoardWatchHostile::watchDeletedAtTheFirstOfSeveralLosses()
     const auto boards = fixture.testbed.boards();
     for (const Board *const board : boards)
         QVERIFY(canBeOpened(board));
+}
+
+void TestBoardWatchHostile::candidateRuleMayStopTheWatch()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    int calls = 0;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        fixture.watch->stop();
+        return ++calls > 0;
+    });
+    fixture.watch->start();
+    settle();
+    QCOMPARE(calls, 1);
+    QVERIFY(!fixture.watch->isStarted());
+    QVERIFY(fixture.timeline.isEmpty());
+    fixture.watch->setCandidateRule({});
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 2; }));
+}
+
+void TestBoardWatchHostile::candidateRuleMayDeleteTheWatch()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    int calls = 0;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        delete fixture.watch;
+        return ++calls > 0;
+    });
+    fixture.watch->start();
+    settle();
+    QCOMPARE(calls, 1);
+    QVERIFY(!fixture.watch);
+}
+
+void TestBoardWatchHostile::candidateRuleMayStartTheWatchWithAnotherRule()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    const std::string text(100, 'x'); // the rule owns memory, so AddressSanitizer sees whether it is used after its end
+    fixture.watch->setCandidateRule([&fixture, text](const QSerialPortInfo &) {
+        fixture.watch->setCandidateRule({});
+        fixture.watch->stop();
+        fixture.watch->start();
+        return text.empty();
+    });
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return fixture.watch->boards().size() == 2; }));
+}
+
+void TestBoardWatchHostile::candidateRuleMayRunAnEventLoop()
+{
+    WatchFixture fixture;
+    Board *const first = fixture.attach("BoardA");
+    fixture.attach("BoardA");
+    bool isNested = false;
+    fixture.watch->setCandidateRule([&](const QSerialPortInfo &) {
+        if (std::exchange(isNested, true))
+            return true;
+        first->pull();
+        return inEventLoop([&] { return fixture.watch->boards().size() == 1; });
+    });
+    fixture.watch->start();
+    QVERIFY(inEventLoop([&] { return isNested && fixture.watch->boards().size() == 1; }));
+    QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
+    // The outer list of the ports still contained the first board.
+    QCOMPARE(fixture.watch->portReports().size(), 1);
+    QCOMPARE(fixture.attempts(first), 0);
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchHostile)

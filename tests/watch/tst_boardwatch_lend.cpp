@@ -1,5 +1,6 @@
 #include "support/common/eventloop.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/watch/usbtree.h"
 #include "support/watch/watchfixture.h"
 
 #include <QSerialPortInfo>
@@ -57,6 +58,9 @@ private Q_SLOTS:
     void lentBoardStaysLentOverStopAndStart();
     void onlyABoardThatIsThereCanBeLent();
     void otherBoardsAreNotAffected();
+    void otherPortOfALentBoardIsLeftAlone_data();
+    void otherPortOfALentBoardIsLeftAlone();
+    void otherPortIsLeftAloneBeforeTheLentPortAppears();
 };
 
 void TestBoardWatchLend::lentPortIsFreeUntilTakenBack_data()
@@ -74,7 +78,12 @@ void TestBoardWatchLend::lentPortIsFreeUntilTakenBack()
     // boardLost() came before lend() returned, so the port is free now.
     QCOMPARE(fixture.timeline, QStringList({found1, lent1}));
     QVERIFY(fixture.watch->boards().isEmpty());
-    QCOMPARE(fixture.report(fixture.board).errorText, QStringLiteral("lent to another program"));
+    const JwDevice::PortReport report = fixture.report(fixture.board);
+    QCOMPARE(report.errorText, QStringLiteral("lent to another program"));
+    QCOMPARE(report.verdict, JwDevice::PortReport::NotOpened);
+    QCOMPARE(report.error, QSerialPort::NoError);
+    QCOMPARE(report.type, JwDevice::Unknown);
+    QCOMPARE(report.serialNumber, QStringLiteral("SIM1"));
     QSerialPort flasher{QSerialPortInfo(fixture.board->portName())};
     QVERIFY(flasher.open(QIODevice::ReadWrite));
     fixture.watch->lookAgain();
@@ -212,6 +221,70 @@ void TestBoardWatchLend::otherBoardsAreNotAffected()
     QVERIFY(other->plug());
     QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM2:1.0"));
     QCOMPARE(fixture.attempts(fixture.board), 1);
+}
+
+void TestBoardWatchLend::otherPortOfALentBoardIsLeftAlone_data()
+{
+    QTest::addColumn<bool>("isSilent"); // whether the watch asked the other port, without an answer, before it lent
+    QTest::newRow("the other port was silent") << true;
+    QTest::newRow("the other port appears while the board is lent") << false;
+}
+
+void TestBoardWatchLend::otherPortOfALentBoardIsLeftAlone()
+{
+    QFETCH(bool, isSilent);
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA,delay=50");
+    const Board *other = nullptr;
+    const auto attachOther = [&] {
+        other = fixture.attach("BoardA,ignore=1", QStringLiteral("SIM1"));
+        UsbTree::moveTo(other->portName(), board->portName(), QStringLiteral("1.2"));
+    };
+    QSerialPort holder{QSerialPortInfo(board->portName())};
+    fixture.watch->setMaxRetries(0);
+    if (isSilent) {
+        attachOther();
+        QVERIFY(holder.open(QIODevice::ReadWrite)); // until the watch has given up the other port
+    }
+    fixture.watch->start();
+    if (isSilent) {
+        QTRY_COMPARE(fixture.report(other).verdict, JwDevice::PortReport::TimedOut);
+        holder.close();
+    }
+    QTRY_COMPARE(fixture.timeline, QStringList{found1});
+    QVERIFY(fixture.watch->lend(id1));
+    if (!isSilent)
+        attachOther();
+    const int before = fixture.attempts(other);
+    fixture.watch->lookAgain();
+    QTRY_COMPARE(fixture.report(other).errorText,
+                 QStringLiteral("not opened, because %1 of the same device is a board").arg(board->portName()));
+    QVERIFY(!QTest::qWaitFor([&] { return fixture.attempts(other) != before; }, 800));
+    QVERIFY(fixture.isAtRest());
+    QVERIFY(fixture.watch->takeBack(id1));
+    QTRY_COMPARE(fixture.timeline.last(), back1);
+    QCOMPARE(fixture.attempts(other), before);
+}
+
+void TestBoardWatchLend::otherPortIsLeftAloneBeforeTheLentPortAppears()
+{
+    LendFixture fixture;
+    QVERIFY(fixture.watch->lend(id1));
+    fixture.board->pull();
+    QTRY_VERIFY(fixture.watch->portReports().isEmpty());
+    // The lent device is plugged in at another place. Its ports appear one by one, the other port first.
+    const Board *const silent = fixture.attach("silent");
+    const Board *const other = fixture.attach("BoardA", QStringLiteral("SIM1"));
+    UsbTree::moveTo(other->portName(), silent->portName(), QStringLiteral("1.2"));
+    QTRY_COMPARE(fixture.report(other).errorText,
+                 QStringLiteral("not opened, because another port of the same device is lent"));
+    const Board *const lent = fixture.attach("BoardA", QStringLiteral("SIM1"));
+    QTRY_COMPARE(fixture.report(lent).errorText, QStringLiteral("lent to another program"));
+    settle();
+    QCOMPARE(fixture.attempts(other), 0);
+    QVERIFY(fixture.watch->takeBack(id1));
+    QTRY_COMPARE(fixture.timeline.last(), back1);
+    QCOMPARE(fixture.watch->boards().size(), 1);
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchLend)

@@ -32,6 +32,7 @@ private Q_SLOTS:
     void cablePulledDuringTheProbeOfANewBoard();
     void boardThatCameAsAnotherTypeIsFound();
     void failingPortIsLostAndAskedAgain();
+    void portThatFailsBeforeItIsRemovedIsAPulledCable();
     void deletedCommunicatorReleasesTheBoard_data();
     void deletedCommunicatorReleasesTheBoard();
     void releasedBoardIsFoundAfterAReplug();
@@ -183,12 +184,28 @@ void TestBoardWatchLost::failingPortIsLostAndAskedAgain()
     QTRY_COMPARE(fixture.timeline, QStringList{found1});
     // Another program reads all bytes before the watch can read them. Each time, the port reports an error.
     other.start(portOf(fixture.found(board)));
-    QVERIFY(runUntil([&] { return fixture.timeline.size() > 1 || !board->send("stolen\r\n"); }));
-    QCOMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 portFailed"));
+    QVERIFY(runUntil([&] { return !portOf(fixture.found(board))->isOpen() || !board->send("stolen\r\n"); }));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 portFailed"));
     QCOMPARE(fixture.report(board).verdict, PortReport::Lost);
     other.stop();
     QTRY_COMPARE(fixture.timeline.last(), back1);
     QCOMPARE(fixture.timeline.size(), 3);
+}
+
+void TestBoardWatchLost::portThatFailsBeforeItIsRemovedIsAPulledCable()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA");
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), 0);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{found1});
+    QSerialPort *const port = portOf(fixture.found(board));
+    other.start(port);
+    QVERIFY(runUntil([&] { return !port->isOpen() || !board->send("stolen\r\n"); }));
+    other.stop();
+    QCOMPARE(fixture.timeline, QStringList{found1});
+    board->pull();
+    QTRY_COMPARE(fixture.timeline, QStringList({found1, QStringLiteral("lost SIM1:1.0 cablePulled")}));
 }
 
 void TestBoardWatchLost::deletedCommunicatorReleasesTheBoard_data()
@@ -216,6 +233,10 @@ void TestBoardWatchLost::deletedCommunicatorReleasesTheBoard()
     QVERIFY(!communicator);
     QVERIFY(fixture.watch->boards().isEmpty());
     QVERIFY(canBeOpened(board));
+    const PortReport report = fixture.report(board);
+    QCOMPARE(report.verdict, PortReport::NotOpened);
+    QCOMPARE(report.error, QSerialPort::NoError);
+    QCOMPARE(report.errorText, QStringLiteral("given up, because the application deleted the Communicator"));
     // The watch leaves the board alone until takeBack().
     fixture.watch->lookAgain();
     settle();

@@ -5,10 +5,11 @@
 #include "support/watch/watchfixture.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QLockFile>
 #include <QSerialPortInfo>
 #include <QTest>
-
-#include <memory>
+#include <QTimer>
 
 using JwDevice::PortReport;
 using JwSimulator::Board;
@@ -32,7 +33,13 @@ private Q_SLOTS:
     void portThatAppearsBesideABoardOfItsDeviceIsNotOpened();
     void lookAgainDoesNotAskTheOtherPortsOfABoard();
     void otherPortsOfADeviceAreAskedWhenItsBoardFailed();
-    void busyPortIsTriedTwiceASecondUntilItIsFree();
+    void otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone_data();
+    void otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone();
+    void otherPortsOfAReleasedBoardStayClosed();
+    void busyPortIsTriedAfterLongerAndLongerPauses();
+    void freedPortIsTakenAtOnce();
+    void portWithoutItsLockFileIsTakenAfterAPause();
+    void portThatFailsAfterItIsOpenIsNotTriedInASpin();
     void busyPortIsTriedAtOnceByLookAgain();
     void busyPortThatGoesIsNotTriedAgain();
     void portIsTriedInTheMomentWhenItsPermissionsCome();
@@ -217,28 +224,123 @@ void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenItsBoardFailed()
     QTRY_COMPARE(fixture.watch->boards().size(), 1);
 }
 
-void TestBoardWatchPolite::busyPortIsTriedTwiceASecondUntilItIsFree()
+void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone_data()
+{
+    QTest::addColumn<QString>("loss");
+    QTest::newRow("pulled") << QStringLiteral("lost SIM1:1.2 cablePulled");
+    QTest::newRow("released, then pulled") << QStringLiteral("lost SIM1:1.2 released");
+}
+
+void TestBoardWatchPolite::otherPortsOfADeviceAreAskedWhenThePortOfItsBoardIsGone()
+{
+    QFETCH(QString, loss);
+    WatchFixture fixture;
+    const Board *const other = fixture.attach("BoardA,delay=100");
+    Board *const board = fixture.attach("BoardA", QStringLiteral("SIM1"));
+    UsbTree::moveTo(board->portName(), other->portName(), QStringLiteral("1.2"));
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.2")});
+    if (loss.endsWith(QLatin1String("released")))
+        delete fixture.found(board).communicator;
+    board->pull();
+    QTRY_COMPARE(fixture.timeline,
+                 QStringList({QStringLiteral("found SIM1:1.2"), loss, QStringLiteral("found SIM1:1.0")}));
+    QCOMPARE(fixture.watch->boards().first().portName, other->portName());
+}
+
+void TestBoardWatchPolite::otherPortsOfAReleasedBoardStayClosed()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    const Board *const other = fixture.attach("BoardA,delay=100", QStringLiteral("SIM1"));
+    UsbTree::moveTo(other->portName(), board->portName(), QStringLiteral("1.2"));
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    const int before = fixture.attempts(other);
+    delete fixture.found(board).communicator;
+    QCOMPARE(fixture.timeline.size(), 2);
+    fixture.watch->lookAgain();
+    // The watch would wait 500 ms before it asks the other port.
+    QVERIFY(!QTest::qWaitFor([&] { return fixture.attempts(other) != before; }, 800));
+    QVERIFY(fixture.isAtRest());
+    QVERIFY(fixture.watch->takeBack(QStringLiteral("SIM1:1.0")));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM1:1.0"));
+}
+
+void TestBoardWatchPolite::busyPortIsTriedAfterLongerAndLongerPauses()
 {
     WatchFixture fixture;
     const Board *const board = fixture.attach("BoardA");
     const Board *const other = fixture.attach("BoardB");
-    auto holder = std::make_unique<QSerialPort>(QSerialPortInfo(board->portName()));
-    QVERIFY(holder->open(QIODevice::ReadWrite));
+    const QSerialPortInfo info(board->portName());
+    QSerialPort holder(info);
+    QVERIFY(holder.open(QIODevice::ReadWrite));
     QElapsedTimer clock;
     clock.start();
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM2:1.0")});
     QTRY_COMPARE(fixture.report(board).error, QSerialPort::PermissionError);
     QCOMPARE(fixture.report(board).verdict, PortReport::NotOpened);
-    QTRY_VERIFY(fixture.attempts(board) >= 4);
-    // The first attempt comes at once, then one every 500 ms. Coarse timers are up to 5 % early, so each wait takes at
-    // least 475 ms.
-    QVERIFY2(clock.elapsed() >= 3 * 475, QByteArray::number(clock.elapsed()));
+    QTRY_COMPARE(fixture.attempts(board), 4);
+    // The pauses are 500, 1000 and 2000 ms. Coarse timers are up to 5 % early.
+    QVERIFY2(clock.elapsed() >= 3500 * 95 / 100, QByteArray::number(clock.elapsed()));
     QCOMPARE(fixture.attempts(other), 1);
-    holder->close();
-    QTRY_COMPARE(fixture.timeline, QStringList({QStringLiteral("found SIM2:1.0"), QStringLiteral("found SIM1:1.0")}));
-    settle();
-    QVERIFY(fixture.isAtRest());
+}
+
+void TestBoardWatchPolite::freedPortIsTakenAtOnce()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    // Another program has the port open. It closes the port first, and removes its lock file a moment later.
+    QLockFile lock(QStringLiteral("/var/lock/LCK..") + board->portName());
+    QVERIFY(lock.tryLock());
+    QFile port(QStringLiteral("/dev/") + board->portName());
+    QVERIFY(port.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.attempts(board), 3); // the next attempt without an event is due after 2 s
+    QElapsedTimer clock;
+    clock.start();
+    port.close();
+    QTimer::singleShot(5, Qt::PreciseTimer, fixture.watch, [&lock] { lock.unlock(); });
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    QVERIFY2(clock.elapsed() < 450, QByteArray::number(clock.elapsed()));
+    QCOMPARE(fixture.attempts(board), 4);
+}
+
+void TestBoardWatchPolite::portWithoutItsLockFileIsTakenAfterAPause()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    // No program has the port open, so no event tells that the port is free.
+    QLockFile lock(QStringLiteral("/var/lock/LCK..") + board->portName());
+    QVERIFY(lock.tryLock());
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.attempts(board), 1);
+    lock.unlock();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    QCOMPARE(fixture.attempts(board), 2);
+}
+
+void TestBoardWatchPolite::portThatFailsAfterItIsOpenIsNotTriedInASpin()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    // The system can open this file. But the file is no serial port, so QSerialPort closes it again.
+    const QString node = QFile::decodeName(qgetenv("UMOCKDEV_DIR")) + QStringLiteral("/dev/") + board->portName();
+    const QString target = QFile::symLinkTarget(node);
+    QVERIFY(QFile::remove(node));
+    QFile file(node);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.close();
+    QElapsedTimer clock;
+    clock.start();
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.attempts(board), 3);
+    QVERIFY2(clock.elapsed() >= 1500 * 95 / 100, QByteArray::number(clock.elapsed()));
+    QVERIFY(QFile::remove(node));
+    QVERIFY(QFile::link(target, node));
+    fixture.watch->lookAgain();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
 }
 
 void TestBoardWatchPolite::busyPortIsTriedAtOnceByLookAgain()

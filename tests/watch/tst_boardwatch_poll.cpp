@@ -5,7 +5,22 @@
 #include <QElapsedTimer>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using JwSimulator::Board;
+
+namespace {
+
+/// Counts in `lists` each port of each list that the watch makes from its next start on.
+void countLists(WatchFixture &fixture, int &lists)
+{
+    fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {
+        ++lists;
+        return true;
+    });
+}
+
+} // namespace
 
 /// Tests a watch on a system without udev, which support/watch/withoutudev.cpp simulates. On such a system, the watch
 /// lists the ports at each poll interval.
@@ -22,8 +37,10 @@ private Q_SLOTS:
     void idIsThePlaceWithoutASerialNumber();
     void boardsWithOneSerialNumberAreToldApartByThePlace();
     void openPortIsNoChange();
+    void newPermissionsAreNoReplug();
     void excludedPortIsNeverOpened();
     void nothingRunsAfterStop();
+    void lookAgainListsThePorts();
 };
 
 void TestBoardWatchPoll::boardAtTheStartAndLater()
@@ -139,10 +156,7 @@ void TestBoardWatchPoll::openPortIsNoChange()
     Board *const board = fixture.attach("BoardA");
     fixture.watch->setPollInterval(10);
     int lists = 0;
-    fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {
-        ++lists;
-        return true;
-    });
+    countLists(fixture, lists);
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 1);
     // Reads and writes change the times of the port's node in /dev. The watch must not take that for a new port.
@@ -152,6 +166,21 @@ void TestBoardWatchPoll::openPortIsNoChange()
         fixture.watch->boards().first().communicator->writePayload(QStringLiteral("$TO*00\r\n"));
         QVERIFY(runUntil([&, now = lists] { return lists > now; }));
     }
+    QCOMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
+    QCOMPARE(fixture.attempts(board), 1);
+}
+
+void TestBoardWatchPoll::newPermissionsAreNoReplug()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA");
+    fixture.watch->setPollInterval(10);
+    int lists = 0;
+    countLists(fixture, lists);
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline.size(), 1);
+    QCOMPARE(::fchmod(portOf(fixture.found(board))->handle(), 0600), 0);
+    QVERIFY(runUntil([&, now = lists] { return lists > now + 5; }));
     QCOMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
     QCOMPARE(fixture.attempts(board), 1);
 }
@@ -173,10 +202,7 @@ void TestBoardWatchPoll::nothingRunsAfterStop()
     WatchFixture fixture;
     int lists = 0;
     fixture.watch->setPollInterval(10);
-    fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {
-        ++lists;
-        return true;
-    });
+    countLists(fixture, lists);
     fixture.attach("silent");
     fixture.watch->start();
     QTRY_VERIFY(lists >= 5);
@@ -190,6 +216,20 @@ void TestBoardWatchPoll::nothingRunsAfterStop()
     timer.start(10);
     QTRY_VERIFY(ticks >= 10);
     QCOMPARE(lists, before);
+}
+
+void TestBoardWatchPoll::lookAgainListsThePorts()
+{
+    WatchFixture fixture;
+    fixture.watch->setPollInterval(3600 * 1000);
+    fixture.watch->start();
+    settle();
+    const Board *const board = fixture.attach("BoardA");
+    settle();
+    QVERIFY(fixture.watch->portReports().isEmpty());
+    fixture.watch->lookAgain();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    QCOMPARE(fixture.watch->boards().first().portName, board->portName());
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchPoll)

@@ -14,7 +14,9 @@ using JwDevice::Type;
 namespace {
 
 constexpr int replyTime = 400;
-constexpr int retryTime = 500; // a port that can't be opened is tried again twice a second
+constexpr int shortestPause = 500; // before the next probe of a port that lost its board or can't be opened
+constexpr int longestPause = 8000; // before the next attempt to open a port
+constexpr int freedPause = 20; // at most, before the attempt to open a port that another program closed
 
 /// Whether boards of the two types answer the same query.
 bool haveSameQuery(Type a, Type b)
@@ -61,7 +63,7 @@ void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
 {
     Owed *owed = findOwed(entry.id);
     if (!owed) {
-        m_owed.append({entry.id, entry.port.usb.name, {}, depth});
+        m_owed.append({entry.id, entry.port.usb, entry.basis, {}, depth});
         owed = &m_owed.last();
     } else if (loss == Board::CablePulled)
         owed->depth = depth;
@@ -70,7 +72,7 @@ void WatchModel::owe(const Entry &entry, Board::Loss loss, int depth)
 
 bool WatchModel::isOwed(const QString &name) const
 {
-    return std::any_of(m_owed.begin(), m_owed.end(), [&name](const Owed &owed) { return owed.name == name; });
+    return std::any_of(m_owed.begin(), m_owed.end(), [&name](const Owed &owed) { return owed.port.name == name; });
 }
 
 // The system
@@ -118,24 +120,28 @@ void WatchModel::loopBegins()
     std::sort(ports.begin(), ports.end(), [](const SystemPort &a, const SystemPort &b) {
         return std::make_tuple(a.usb.place(), a.usb.name) < std::make_tuple(b.usb.place(), b.usb.name);
     });
+    bool isNew = false;
     for (const SystemPort &port : ports) {
         Entry *const known = find(port.usb.name);
         if (!known) {
             add(port);
+            isNew = true;
             continue;
         }
         if (known->phase == Wanted && known->port.changes != port.changes) {
-            forced(*known);
-            want(*known, m_around.now(), std::min(known->openUntil, m_around.now() + delay()));
+            hurry(*known, 0);
         }
         known->port = port;
     }
     // UntilPluggedAgain ends when the port has disappeared and appeared again. If a lent board is not there when the
     // watch starts, it has disappeared already, so the lending is forgotten.
     for (const QString &id : m_lent.keys()) {
-        if (m_lent.value(id) == BoardWatch::UntilPluggedAgain && !findId(id))
+        if (m_lent[id].lending == BoardWatch::UntilPluggedAgain && !findId(id))
             m_lent.remove(id);
     }
+    leaveSiblings();
+    if (isNew)
+        freeSiblings();
 }
 
 void WatchModel::remove(const QString &name)
@@ -149,8 +155,9 @@ void WatchModel::remove(const QString &name)
     // watch may report PortFailed.
     if (entry.phase == Ready && m_plugged.contains(name))
         owe(entry, Board::PortFailed, INT_MAX);
-    if (m_lent.value(entry.id, BoardWatch::UntilTakenBack) == BoardWatch::UntilPluggedAgain)
+    if (m_lent.contains(entry.id) && m_lent[entry.id].lending == BoardWatch::UntilPluggedAgain)
         m_lent.remove(entry.id);
+    freeSiblings();
 }
 
 void WatchModel::add(const SystemPort &port)
@@ -163,7 +170,7 @@ void WatchModel::add(const SystemPort &port)
     else if (m_lent.contains(entry.id))
         entry.phase = Lent;
     else
-        want(entry, m_around.now() + delay(), m_around.now() + delay());
+        entry.openFrom = entry.openUntil = m_around.now() + delay();
     m_entries[port.usb.name] = entry;
 }
 
@@ -206,33 +213,56 @@ QString WatchModel::exclusion(const UsbPort &port) const
 
 // Probes
 
-bool WatchModel::hasBoardBeside(const Entry &entry) const
+/// Whether the port must stay closed, because a board is on another port of its device, or was there and was lent or
+/// released.
+bool WatchModel::hasBoardBeside(const Entry &entry)
 {
-    return std::any_of(m_entries.begin(), m_entries.end(), [&entry](const auto &known) {
-        const Entry &other = known.second;
-        return other.phase == Ready && other.port.usb.device == entry.port.usb.device
-            && other.port.usb.name != entry.port.usb.name;
-    });
+    const UsbPort &usb = entry.port.usb;
+    for (const auto &[name, other] : m_entries) {
+        if ((other.phase == Ready || other.phase == Lent || other.phase == Released)
+            && other.port.usb.device == usb.device && name != usb.name)
+            return true;
+    }
+    // A lent device may be plugged in again without the lent port, or before the lent port appears.
+    for (auto loan = m_lent.cbegin(); loan != m_lent.cend(); ++loan) {
+        const bool isSameDevice = usb.serial == loan->port.serial
+            && (usb.device == loan->port.device
+                || (entry.basis == Board::SerialNumber && loan->basis == Board::SerialNumber));
+        if (isSameDevice && !findId(loan.key()))
+            return true;
+    }
+    return false;
 }
 
 void WatchModel::want(Entry &entry, qint64 from, qint64 until)
 {
     entry.phase = hasBoardBeside(entry) ? Sibling : Wanted;
+    if (entry.phase == Sibling)
+        entry.verdict = PortReport::NotOpened;
     entry.openFrom = from;
     entry.openUntil = until;
 }
 
-/// The watch must try to open the port again. At the latest, it does so after the retry time and the delay.
+/// The watch must probe the port again. At the latest, it opens the port after the shortest pause and the delay.
 void WatchModel::wantSoon(Entry &entry)
 {
-    want(entry, m_around.now(), m_around.now() + retryTime + delay());
+    want(entry, m_around.now(), m_around.now() + shortestPause + delay());
 }
 
-/// Something other than a failed attempt, for example lookAgain(), is the reason of the next attempt. So the earlier
-/// attempts no longer count for the rule "at most twice a second".
-void WatchModel::forced(Entry &entry)
+/// Something other than the end of a pause, for example lookAgain(), is the reason of the next attempt: the watch need
+/// not wait, and must try within `pause` ms. After that, the pauses begin with the shortest one again.
+void WatchModel::hurry(Entry &entry, int pause)
 {
-    entry.attempts.clear();
+    entry.failures = 0;
+    want(entry, std::min(entry.openFrom, m_around.now()), std::min(entry.openUntil, m_around.now() + pause + delay()));
+}
+
+void WatchModel::freed(const QString &name)
+{
+    Entry *const entry = find(name);
+    // If the delay of the next attempt runs already, the watch no longer waits for the port.
+    if (entry && entry->phase == Wanted && m_around.now() + delay() < entry->openUntil)
+        hurry(*entry, freedPause);
 }
 
 void WatchModel::opened(const QString &name)
@@ -252,6 +282,7 @@ void WatchModel::opened(const QString &name)
                  .arg(entry->openFrom)
                  .arg(entry->openUntil));
     entry->phase = Probing;
+    entry->failures = 0;
     entry->openedAt = now;
     entry->asked.clear();
     entry->isSilenced = false;
@@ -276,12 +307,10 @@ void WatchModel::notOpened(const QString &name)
                  .arg(entry->openUntil));
     if (m_system.at(name).canOpen && !isOwed(name))
         fail(QStringLiteral("%1 can be opened").arg(name));
-    entry->attempts.append(now);
-    const auto count = entry->attempts.size();
-    if (count >= 3 && now - entry->attempts[count - 3] < retryTime)
-        fail(QStringLiteral("%1 is tried too often").arg(name));
     entry->verdict = PortReport::NotOpened;
-    wantSoon(*entry);
+    const qint64 next = now + std::min(shortestPause << entry->failures, longestPause) + delay();
+    entry->failures = std::min(entry->failures + 1, 10);
+    want(*entry, next, next);
 }
 
 /// Returns the time at which a probe without a wanted answer ends. The doc comments don't say how long the watch waits
@@ -295,7 +324,6 @@ qint64 WatchModel::endOfProbe(const Entry &entry) const
 void WatchModel::endProbe(Entry &entry)
 {
     entry.verdict = entry.isSilenced ? PortReport::Silenced : PortReport::TimedOut;
-    forced(entry);
     if (entry.hadBoard)
         wantSoon(entry);
     else
@@ -399,8 +427,10 @@ void WatchModel::start(const WatchSchedule::Settings &settings)
 void WatchModel::stop(int depth)
 {
     m_isStarted = false;
-    for (Owed &owed : m_owed)
-        owed = {owed.id, owed.name, owed.losses + QVector<Board::Loss>{Board::Stopped}, std::min(owed.depth, depth)};
+    for (Owed &owed : m_owed) {
+        owed.losses.append(Board::Stopped);
+        owed.depth = std::min(owed.depth, depth);
+    }
     for (const auto &[name, entry] : m_entries) {
         if (entry.phase == Ready)
             owe(entry, Board::Stopped, depth);
@@ -423,8 +453,8 @@ int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
     if (entry && entry->phase == Ready) {
         owe(*entry, Board::Lent, depth);
         entry->phase = Lent;
-        entry->verdict = -1;
-        m_lent[id] = lending;
+        entry->verdict = PortReport::NotOpened;
+        m_lent[id] = {lending, entry->port.usb, entry->basis};
         return 1;
     }
     if (Owed *const owed = findOwed(id)) {
@@ -437,10 +467,12 @@ int WatchModel::lend(const QString &id, BoardWatch::Lending lending, int depth)
 void WatchModel::lent(const QString &id, BoardWatch::Lending lending)
 {
     // The board was already lost, for example pulled, but the watch had not seen that yet when it lent the board.
-    if (lending == BoardWatch::UntilTakenBack)
-        m_lent[id] = lending;
+    const Owed *const owed = findOwed(id);
+    if (lending == BoardWatch::UntilTakenBack && owed)
+        m_lent[id] = {lending, owed->port, owed->basis};
     if (Entry *const entry = findId(id))
         entry->phase = m_lent.contains(id) ? Lent : entry->phase;
+    leaveSiblings();
 }
 
 int WatchModel::takeBack(const QString &id)
@@ -449,9 +481,9 @@ int WatchModel::takeBack(const QString &id)
     Entry *const entry = findId(id);
     const bool isClosed = entry && (entry->phase == Lent || entry->phase == Released);
     if (isClosed) {
-        forced(*entry);
         want(*entry, m_around.now(), m_around.now() + delay());
     }
+    freeSiblings();
     return isLent || isClosed ? 1 : m_changing.contains(id) ? -1 : 0;
 }
 
@@ -470,12 +502,10 @@ void WatchModel::lookAgain()
     for (auto &[name, entry] : m_entries) {
         if (entry.phase != Rejected && entry.phase != Wanted)
             continue;
-        const qint64 soon = m_around.now() + delay();
-        forced(entry);
         if (entry.phase == Rejected)
-            want(entry, m_around.now(), soon);
+            want(entry, m_around.now(), m_around.now() + delay());
         else
-            want(entry, std::min(entry.openFrom, m_around.now()), std::min(entry.openUntil, soon));
+            hurry(entry, 0);
     }
 }
 
@@ -523,13 +553,7 @@ void WatchModel::found(const Board &board, bool isBack)
     entry->checkedAt = -1;
     entry->isVague = false;
     entry->verdict = PortReport::HandedOver;
-    for (auto &[name, other] : m_entries) {
-        if (&other != entry && other.port.usb.device == usb.device
-            && (other.phase == Wanted || other.phase == Probing)) {
-            other.phase = Sibling;
-            other.verdict = -1;
-        }
-    }
+    leaveSiblings();
 }
 
 void WatchModel::lost(const Board &board)
@@ -540,7 +564,9 @@ void WatchModel::lost(const Board &board)
         fail(QStringLiteral("%1 is lost, but was not there").arg(board.id));
         return;
     }
-    m_lost[board.id] = type;
+    // A receiver may call start() before stop() has reported all boards. After start(), every board is found, not back.
+    if (board.loss != Board::Stopped)
+        m_lost[board.id] = type;
     if (board.type != type || (board.communicator == nullptr) != (board.loss == Board::Released))
         fail(QStringLiteral("the lost board %1 has a wrong member").arg(board.id));
     if (m_around.isOpen(board.portName))
@@ -551,8 +577,7 @@ void WatchModel::lost(const Board &board)
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
         if (board.loss == Board::Released && entry && entry->phase == Ready) {
             entry->phase = Released;
-            entry->verdict = -1;
-            freeSiblings(*entry);
+            entry->verdict = PortReport::NotOpened;
         }
         return;
     }
@@ -568,16 +593,25 @@ void WatchModel::lost(const Board &board)
     if (owed)
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
     entry->verdict = PortReport::TimedOut;
-    forced(*entry);
     wantSoon(*entry);
-    freeSiblings(*entry);
+    freeSiblings();
 }
 
-void WatchModel::freeSiblings(const Entry &entry)
+void WatchModel::leaveSiblings()
 {
-    for (auto &[name, other] : m_entries) {
-        if (other.phase == Sibling && other.port.usb.device == entry.port.usb.device)
-            wantSoon(other);
+    for (auto &[name, entry] : m_entries) {
+        if ((entry.phase != Wanted && entry.phase != Probing) || !hasBoardBeside(entry))
+            continue;
+        entry.phase = Sibling;
+        entry.verdict = PortReport::NotOpened;
+    }
+}
+
+void WatchModel::freeSiblings()
+{
+    for (auto &[name, entry] : m_entries) {
+        if (entry.phase == Sibling && !hasBoardBeside(entry))
+            wantSoon(entry);
     }
 }
 
@@ -675,9 +709,13 @@ void WatchModel::checkQueries(const Entry &entry)
 
 void WatchModel::checkReport(const Entry &entry, const PortReport &report)
 {
-    const bool isNotTried = entry.phase == Excluded || entry.phase == Lent || entry.phase == Sibling;
-    if (isNotTried && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
+    const bool isLeft =
+        entry.phase == Excluded || entry.phase == Lent || entry.phase == Released || entry.phase == Sibling;
+    if (isLeft && (report.errorText.isEmpty() || report.error != QSerialPort::NoError))
         fail(QStringLiteral("the report on %1 does not say why the port is not opened").arg(report.portName));
+    const bool hasType = report.verdict == PortReport::HandedOver || report.verdict == PortReport::Duplicate;
+    if ((report.type != JwDevice::Unknown) != hasType)
+        fail(QStringLiteral("the report on %1 has the wrong type").arg(report.portName));
     // While the next probe waits for its delay, it has not opened the port. The report then says NotOpened, although
     // `entry.verdict` is still the verdict of the probe before.
     const bool isDelayed = entry.phase == Wanted && delay() > 0 && report.verdict == PortReport::NotOpened;

@@ -43,6 +43,7 @@ public:
     void pulled(const QString &name);
     void changed(const QString &name);
     void setCanOpen(const QString &name, bool canOpen);
+    void freed(const QString &name); ///< another program closed the port
 
     // What goes over the serial lines.
     void asked(const QString &name, JwDevice::Type type); ///< the board got the query for boards of this type
@@ -99,7 +100,7 @@ private:
         bool isShared = false;
         bool hadBoard = false;
         JwDevice::Type type = JwDevice::Unknown; // of the newest board on this port
-        QVector<qint64> attempts; // times of the failed attempts to open the port since the last forced()
+        int failures = 0; // number of attempts to open the port that failed since something else than a pause ended
         qint64 openFrom = 0; // if Wanted: the watch must not open the port before this time
         qint64 openUntil = 0; // if Wanted: the watch must try to open the port at this time at the latest
         qint64 openedAt = 0; // if Probing: when the watch opened the port
@@ -112,16 +113,25 @@ private:
         qint64 checkBegan = -1; // when the newest check began, whether it still runs or not
         bool isVague = false; // whether bytes may have arrived without a signal of the port, see readBegins()
         /// The PortReport::Verdict that the watch must report. -1 = any, because BoardWatch's doc comments don't say
-        /// it.
+        /// it. A port that the watch leaves closed is NotOpened.
         int verdict = JwDevice::PortReport::NotOpened;
     };
     /// A boardLost() that must come.
     struct Owed
     {
         QString id;
-        QString name; // of the port; the port may stay open until boardLost() comes
+        UsbPort port; // may stay open until boardLost() comes
+        JwDevice::Board::IdBasis basis;
         QVector<JwDevice::Board::Loss> losses; // boardLost() must give one of these reasons
         int depth; // boardLost() must come before idle() is called with this depth or a lower one
+    };
+
+    /// A lent board: how long it is lent, and the port that it was on.
+    struct Loan
+    {
+        JwDevice::BoardWatch::Lending lending;
+        UsbPort port;
+        JwDevice::Board::IdBasis basis;
     };
 
     void fail(const QString &text);
@@ -134,14 +144,15 @@ private:
     void remove(const QString &name);
     void add(const SystemPort &port);
     void giveId(Entry &entry);
-    bool hasBoardBeside(const Entry &entry) const;
+    bool hasBoardBeside(const Entry &entry);
     void want(Entry &entry, qint64 from, qint64 until);
     void wantSoon(Entry &entry);
-    void forced(Entry &entry);
+    void hurry(Entry &entry, int pause);
     qint64 endOfProbe(const Entry &entry) const;
     void endProbe(Entry &entry);
     void advance();
-    void freeSiblings(const Entry &entry);
+    void leaveSiblings();
+    void freeSiblings();
     bool isWanted(JwDevice::Type type) const { return m_settings.types.contains(type); }
     int delay() const { return isWanted(JwDevice::BoardC) ? m_settings.delay : 0; }
     void checkEntry(const Entry &entry);
@@ -161,7 +172,7 @@ private:
     QMap<QString, JwDevice::Type> m_lost; // types of the boards that were lost, by id
     // By serial number that two boards have: the place of the board whose id is this serial number.
     QMap<QString, QString> m_owners;
-    QMap<QString, JwDevice::BoardWatch::Lending> m_lent; // how long each lent board is lent, by id
+    QMap<QString, Loan> m_lent; // by id
     // By id of the board: for each payload that the application handles just now, the time when it began to do so.
     QMap<QString, QVector<qint64>> m_reading;
     QVector<QString> m_plugged; // names of the ports that were plugged in since the event loop was last idle

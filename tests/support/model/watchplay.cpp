@@ -141,6 +141,9 @@ void WatchPlay::act(Step::Action action, int board, const QString &id)
         }
         return;
     }
+    case Step::PullPort:
+        pull(board);
+        return;
     case Step::Permit:
         if (!isPlugged || line.hasPermission)
             return;
@@ -164,8 +167,11 @@ void WatchPlay::act(Step::Action action, int board, const QString &id)
         setCanOpen(board);
         return;
     case Step::Vacate:
+        if (!line.otherProgram)
+            return;
         line.otherProgram.reset();
         setCanOpen(board);
+        m_model.freed(name);
         return;
     case Step::Mute:
     case Step::Unmute:

@@ -29,6 +29,7 @@ public:
         const int boards = oneOf<int>({1, 1, 2, 2, 2, 3, 3, 4});
         // In simple schedules, most boards answer and are wanted: they are found, and much can happen to them.
         m_isSimple = chance(40);
+        m_hasTwoPorts = chance(15);
         while (m_schedule.boards.size() < boards)
             m_schedule.boards.append(board());
         m_schedule.settings.append(settings());
@@ -41,6 +42,8 @@ public:
             m_schedule.steps.append(anyStep());
             if (chance(2))
                 replugWhileLent();
+            if (chance(2))
+                plugBusy();
         }
         for (int i = between(0, 5); i > 0 && chance(70); --i)
             m_schedule.reactions.append(reaction());
@@ -62,6 +65,11 @@ private:
         board.serial = oneOf<QString>({QStringLiteral("S1"), QStringLiteral("S1"), QStringLiteral("S2"),
                                        QStringLiteral("S%1").arg(m_schedule.boards.size() + 3), QString()});
         board.interface = chance(85) ? 0 : 1;
+        if (m_hasTwoPorts) {
+            board.interface = m_schedule.boards.size() % 2;
+            if (board.interface == 1 && chance(80))
+                board.serial = m_schedule.boards.last().serial;
+        }
         board.isCandidate = !chance(3);
         board.isIgnored = chance(3);
         return board;
@@ -100,7 +108,7 @@ private:
         Step step;
         step.action = chance(85) ? Step::Plug : Step::PlugLate;
         step.board = board;
-        step.number = m_random.bounded(WatchPorts::devices);
+        step.number = m_hasTwoPorts && chance(80) ? board / 2 : m_random.bounded(WatchPorts::devices);
         step.name = m_random.bounded(WatchPorts::names);
         step.withNext = chance(40);
         return step;
@@ -116,10 +124,34 @@ private:
         if (chance(50))
             steps.remove(1);
         steps.insert(between(1, steps.size()), plug(board));
+        for (Step &each : steps)
+            each.board = board;
+        const int otherPort = board ^ 1; // see m_hasTwoPorts
+        if (m_hasTwoPorts && otherPort < m_schedule.boards.size())
+            steps.insert(between(1, steps.size()), plug(otherPort));
+        m_schedule.steps += steps;
+    }
+
+    /// Appends steps that plug in a board whose port another program uses for a while.
+    void plugBusy()
+    {
+        const int board = anyBoard();
+        QVector<Step> steps = {step(Step::Pull), plug(board), step(Step::Occupy), anyWait(), step(Step::Vacate)};
+        if (chance(50))
+            steps.append(anyWait());
         for (Step &each : steps) {
             each.board = board;
+            each.withNext = each.action == Step::Plug || each.action == Step::PlugLate;
             m_schedule.steps.append(each);
         }
+    }
+
+    Step anyWait()
+    {
+        Step wait = step(Step::Wait);
+        wait.number = oneOf<int>({0, 1, 7, 100, 250, 399, 400, 401, 500, 800, 1300, 2600});
+        wait.withNext = false;
+        return wait;
     }
 
     Step anyStep()
@@ -134,14 +166,11 @@ private:
             Step::Permit,      Step::Permit,     Step::Delete,
             Step::DeleteLater, Step::DeletePort, Step::CheckBoards,
             Step::DeleteWatch, Step::Configure,  Step::LendUntilPlugged,
+            Step::PullPort,
         };
         const int kind = m_random.bounded(100);
-        if (kind < 30) {
-            Step wait = step(Step::Wait);
-            wait.number = oneOf<int>({0, 1, 7, 100, 250, 399, 400, 401, 500, 800, 1300, 2600});
-            wait.withNext = false;
-            return wait;
-        }
+        if (kind < 30)
+            return anyWait();
         if (kind < 45)
             return plug(anyBoard());
         if (kind < 60) {
@@ -168,19 +197,36 @@ private:
 
     WatchSchedule m_schedule;
     bool m_isSimple = false;
+    bool m_hasTwoPorts = false; // boards 0 and 1 are one device with two ports, mostly; boards 2 and 3 too
 };
 
 const char *nameOf(Step::Action action)
 {
     static const char *const names[] = {
-        "wait",         "plug",         "plug without permission",
-        "pull",         "permit",       "change",
-        "occupy",       "vacate",       "mute",
-        "unmute",       "say",          "start",
-        "stop",         "lend",         "lend until plugged",
-        "take back",    "look again",   "check boards",
-        "delete",       "delete later", "delete port later",
-        "delete watch", "configure",
+        "wait",
+        "plug",
+        "plug without permission",
+        "pull",
+        "pull port",
+        "permit",
+        "change",
+        "occupy",
+        "vacate",
+        "mute",
+        "unmute",
+        "say",
+        "start",
+        "stop",
+        "lend",
+        "lend until plugged",
+        "take back",
+        "look again",
+        "check boards",
+        "delete",
+        "delete later",
+        "delete port later",
+        "delete watch",
+        "configure",
     };
     static_assert(std::extent_v<decltype(names)> == Step::actionCount, "each action needs a name");
     return names[action];

@@ -43,6 +43,7 @@ struct WatchSchedule
             Plug, ///< plugs the board in at the USB device `number`, under the port name number `name`
             PlugLate, ///< like Plug, but programs can't open the port before Permit
             Pull, ///< pulls the board's USB device, with all its ports
+            PullPort, ///< removes the board's port; other ports of its USB device stay
             Permit, ///< programs may open the port from now on; the system then reports a change of the port
             Change, ///< the system reports a change of the port, but nothing changed
             Occupy, ///< another program opens the port, if no program has it open

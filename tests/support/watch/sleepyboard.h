@@ -8,8 +8,8 @@
 class SleepyBoard
 {
 public:
-    explicit SleepyBoard(WatchFixture &fixture)
-        : board(fixture.attach("silent"))
+    explicit SleepyBoard(WatchFixture &fixture, const char *config = "silent", const QString &serial = QString())
+        : board(fixture.attach(config, serial))
     {
         QObject::connect(board, &JwSimulator::Board::sentenceReceived, board, [this](const QByteArray &sentence) {
             if (sentence + "\r\n" != versionQuery)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <simulator/eventsender.h>
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -32,6 +34,19 @@ inline void addProperty(const QString &portName, Level level, const QByteArray &
     QFile file(folder.filePath(QStringLiteral("uevent")));
     if (!file.open(QIODevice::Append) || file.write(property + '\n') < 0)
         qFatal("no property for %s: %s", qUtf8Printable(portName), qUtf8Printable(file.errorString()));
+}
+
+/// Sends the kernel event "change" of the port, with all its properties.
+inline void announceChange(const QString &portName)
+{
+    const QByteArray root = qgetenv("UMOCKDEV_DIR");
+    const QString devices = QFileInfo(QFile::decodeName(root) + QStringLiteral("/sys/devices")).canonicalFilePath();
+    const QString folder = folderOf(portName);
+    QFile file(folder + QStringLiteral("/uevent"));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("no properties of %s: %s", qUtf8Printable(portName), qUtf8Printable(file.errorString()));
+    JwSimulator::EventSender(root).send("change", QFile::encodeName(folder.mid(devices.size() + 1)), "tty", "",
+                                        file.readAll().replace('\n', '\0'));
 }
 
 /// Moves the port to the USB device of another port. There, the port is on the interface `interface`, for example

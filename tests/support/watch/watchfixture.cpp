@@ -96,6 +96,12 @@ JwDevice::PortReport WatchFixture::report(const JwSimulator::Board *board) const
     return {};
 }
 
+void WatchFixture::stop()
+{
+    watch->stop();
+    m_known.clear();
+}
+
 bool WatchFixture::isAtRest() const
 {
     // The ports of boards have no parent, so findChildren() does not return them.

@@ -41,6 +41,9 @@ public:
     int attempts(const JwSimulator::Board *board) const { return m_attempts.value(board->portName()); }
     /// Returns how many queries the watch wrote to the port.
     int queries(const JwSimulator::Board *board) const { return m_queries.value(board->portName()); }
+    /// Stops the watch. After that, the fixture expects boardFound() for each board, also for a board that was lost
+    /// before.
+    void stop();
     /// Whether no timer runs of the watch, of its child objects, or of the ports of its boards.
     bool isAtRest() const;
 

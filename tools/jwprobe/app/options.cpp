@@ -29,7 +29,8 @@ Output
     "queries", "payloads"
   "ports" are the probed ports that hold no board of "boards". Their "state" is
   one of duplicate, otherType, unknownBoard, unreadable, silent, unheard,
-  unplugged, failed, notOpened, noSuchPort, noPermission, held, openFailed.
+  unplugged, failed, notOpened, noSuchPort, noPermission, held, ignored,
+  openFailed.
   "verdict" is one of notOpened, awaiting, timedOut, silenced, duplicate, lost,
   handedOver; "error" is QSerialPort's name of an error. A value that is not
   known is null. Vendor and product ids have four hexadecimal digits.
@@ -47,6 +48,8 @@ Doctor
   These troubles may keep a board from being found:
   * another program has the port open and lets others open it too
   * ModemManager runs, and udev was not told to keep it off the port
+  * the udev property JWDEVICE_IGNORE of the port is 1; a search opens such a
+    port only if --port names it
   The doctor names a process to end only if it saw the port open there. It names
   a lock file to remove only if the file names no living process. It changes
   nothing. It opens a port, for an instant, only if it sees no trouble.
@@ -54,7 +57,7 @@ Doctor
     {"version", "ports": [{PORT, "troubles": [{"kind", "summary",
                                                "advice": [LINE...]}...]}...],
      "advice": [LINE...], "exitStatus"}
-  "kind" is one of noSuchPort, noPermission, held, openFailed, shared,
+  "kind" is one of noSuchPort, noPermission, held, openFailed, shared, ignored,
   modemManager.
 
 Monitor
@@ -74,13 +77,14 @@ Monitor
   in the foreground.
 
 Watch
-  The watch finds boards that are plugged in later, and all boards of a type. It
-  tries twice a second to open a port that does not open. It asks a silent port
-  again when the port was plugged in again. On a terminal, a table shows each
-  board, its state, since when, how often it was lost, and the number of its
-  payloads. Below the table stand the ports without a board, and why. Elsewhere
-  each event is one line: local time, port, and the event, or "<-" and a
-  payload. With --json it is one object a line:
+  The watch finds boards that are plugged in later, and all boards of a type. If
+  a port does not open, it tries again when another program closes the port, and
+  after pauses of 0.5 to 8 s. It asks a silent port again when the port was
+  plugged in again. On a terminal, a table shows each board, its state, since
+  when, how often it was lost, and the number of its payloads. Below the table
+  stand the ports without a board, and why. Elsewhere each event is one line:
+  local time, port, and the event, or "<-" and a payload. With --json it is one
+  object a line:
     {"event", "time", "milliseconds", "id", "type", "port", "location",
      "serialNumber", "hardwareVersion", ...}
     {..., "sharesSerialNumber"} for found and back

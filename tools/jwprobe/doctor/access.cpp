@@ -9,8 +9,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <optional>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -89,6 +87,19 @@ Obstacle findObstacle(const PortIdentity &port)
     return findObstacles(port).value(0);
 }
 
+std::optional<Obstacle> findIgnore(const PortIdentity &port)
+{
+    if (!port.isIgnored)
+        return std::nullopt;
+    return Obstacle{
+        Obstacle::Ignored,
+        QStringLiteral("left alone, because the udev property JWDEVICE_IGNORE is set"),
+        {QStringLiteral("To search this port once, name it with --port %1. To search it always, remove the udev rule "
+                        "that sets the property, then plug the board in again. This command shows the rule:")
+             .arg(port.name),
+         QStringLiteral("    grep -rs JWDEVICE_IGNORE /etc/udev/rules.d /run/udev/rules.d /usr/lib/udev/rules.d")}};
+}
+
 QString obstacleState(Obstacle::Kind kind)
 {
     switch (kind) {
@@ -100,6 +111,8 @@ QString obstacleState(Obstacle::Kind kind)
         return QStringLiteral("held");
     case Obstacle::Shared:
         return QStringLiteral("shared");
+    case Obstacle::Ignored:
+        return QStringLiteral("ignored");
     case Obstacle::None:
     case Obstacle::Other:
         break;

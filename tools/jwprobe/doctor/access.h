@@ -4,6 +4,8 @@
 
 #include <QList>
 
+#include <optional>
+
 namespace JwProbe {
 
 struct PortIdentity;
@@ -14,6 +16,9 @@ QList<Obstacle> findObstacles(const PortIdentity &port);
 
 /// Returns the first obstacle of findObstacles(). If there is none, the kind of the result is Obstacle::None.
 Obstacle findObstacle(const PortIdentity &port);
+
+/// Returns an obstacle if the udev property JWDEVICE_IGNORE of the port is set.
+std::optional<Obstacle> findIgnore(const PortIdentity &port);
 
 /// Returns the word for `kind` in the output of `jwprobe --json`. The text of `jwprobe --help` lists the words.
 QString obstacleState(Obstacle::Kind kind);

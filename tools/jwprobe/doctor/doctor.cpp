@@ -53,6 +53,8 @@ std::optional<Trouble> modemManagerTrouble(const PortIdentity &port)
 QList<Trouble> examine(const PortIdentity &port)
 {
     QList<Obstacle> obstacles = findObstacles(port);
+    if (const std::optional<Obstacle> ignored = findIgnore(port))
+        obstacles.append(*ignored);
     if (obstacles.isEmpty())
         obstacles = tryToOpen(port);
     if (obstacles.isEmpty())

@@ -6,10 +6,10 @@
 namespace JwProbe {
 
 /// A reason why this user can't open a port. If the kind is Shared, the port opens, but another program has it open
-/// too.
+/// too. If the kind is Ignored, the port may open, but searches leave it alone.
 struct Obstacle
 {
-    enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Other };
+    enum Kind { None, NoSuchPort, NoPermission, Held, Shared, Ignored, Other };
 
     Kind kind = None;
     QString summary; ///< for example "held by another program: minicom (pid 4711)"

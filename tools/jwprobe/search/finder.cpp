@@ -30,16 +30,23 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     return found != reports.end() ? *found : PortReport();
 }
 
-// Makes the diagnosis of a port that the search does not open. `trap` says that something other than a lock file, for
-// example a named pipe, is at the path of the lock file. If the search opened the port, QSerialPort could wait for
-// ever, and the deadline could not end the search.
-Diagnosis refuse(const PortIdentity &port, const Obstacle &trap)
+// Returns why the search does not open a port: udev's property JWDEVICE_IGNORE, or something other than a lock file,
+// for example a named pipe, at the path of the lock file. If the search opened a port with such a pipe, QSerialPort
+// could wait for ever, and the deadline could not end the search.
+std::optional<Obstacle> findRefusal(const PortIdentity &port, const PortChoice &choice)
+{
+    return choice.leavesAlone(port) ? findIgnore(port) : findTrap(port);
+}
+
+// Makes the diagnosis of a port that the search does not open.
+Diagnosis refuse(const PortIdentity &port, const Obstacle &obstacle)
 {
     PortReport report;
     report.portName = port.name;
-    report.error = QSerialPort::PermissionError; // QSerialPort also reports this error for a lock file
-    report.errorText = trap.summary;
-    return {port, report, obstacleState(trap.kind), trap.summary, trap.advice};
+    // For a lock file, the error that QSerialPort also reports.
+    report.error = obstacle.kind == Obstacle::Ignored ? QSerialPort::NoError : QSerialPort::PermissionError;
+    report.errorText = obstacle.summary;
+    return {port, report, obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};
 }
 
 // Returns the identity of a port that was plugged in after the search had listed the ports.
@@ -77,8 +84,8 @@ void Finder::start()
     QStringList names;
     const QList<PortIdentity> candidates = candidatePorts(m_options.portChoice());
     for (const PortIdentity &port : candidates) {
-        if (const std::optional<Obstacle> trap = findTrap(port)) {
-            m_refused.append(refuse(port, *trap));
+        if (const std::optional<Obstacle> obstacle = findRefusal(port, m_options.portChoice())) {
+            m_refused.append(refuse(port, *obstacle));
         } else {
             m_ports.append(port);
             names.append(port.name);

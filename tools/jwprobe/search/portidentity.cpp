@@ -1,6 +1,7 @@
 #include "portidentity.h"
 
 #include <device/boardrules.h>
+#include <watch/portid.h>
 
 #include <QSerialPortInfo>
 
@@ -20,6 +21,7 @@ PortIdentity PortIdentity::of(const QSerialPortInfo &info, const QString &id)
         port.productId = info.productIdentifier();
     port.isKnown = true;
     port.isCandidate = JwDevice::isCandidate(info);
+    port.isIgnored = JwDevice::isIgnoredPort(info);
     return port;
 }
 

@@ -22,6 +22,7 @@ struct PortIdentity
     std::optional<quint16> productId;
     bool isKnown = false; ///< whether the system lists the port
     bool isCandidate = false; ///< whether a search without --port opens the port, see JwDevice::isCandidate()
+    bool isIgnored = false; ///< whether udev's property JWDEVICE_IGNORE is set, see JwDevice::isIgnoredPort()
 
     static PortIdentity of(const QSerialPortInfo &info, const QString &id);
     QJsonObject toJson() const;

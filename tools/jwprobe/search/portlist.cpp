@@ -33,6 +33,22 @@ ListedPort judgeByChoice(const PortIdentity &port, bool isChosen, const QString 
             (isChosen ? QStringLiteral("named by %1") : QStringLiteral("not named by %1")).arg(options)};
 }
 
+/// Returns all ports, as listPorts() does, but judges an ignored port as any other.
+QList<ListedPort> judgedPorts(const PortChoice &choice)
+{
+    QList<ListedPort> ports;
+    const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
+    const QStringList ids = JwDevice::boardIds(available);
+    for (int i = 0; i < available.size(); ++i) {
+        const PortIdentity port = PortIdentity::of(available[i], ids[i]);
+        ports.append(choice.isEmpty() ? judge(port)
+                                      : judgeByChoice(port, choice.contains(available[i]), choice.options()));
+    }
+    std::sort(ports.begin(), ports.end(),
+              [](const ListedPort &a, const ListedPort &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
+    return ports;
+}
+
 } // namespace
 
 bool PortChoice::contains(const QSerialPortInfo &port) const
@@ -49,23 +65,20 @@ QString PortChoice::options() const
 
 QList<ListedPort> listPorts(const PortChoice &choice)
 {
-    QList<ListedPort> ports;
-    const QList<QSerialPortInfo> available = QSerialPortInfo::availablePorts();
-    const QStringList ids = JwDevice::boardIds(available);
-    for (int i = 0; i < available.size(); ++i) {
-        const PortIdentity port = PortIdentity::of(available[i], ids[i]);
-        ports.append(choice.isEmpty() ? judge(port)
-                                      : judgeByChoice(port, choice.contains(available[i]), choice.options()));
+    QList<ListedPort> ports = judgedPorts(choice);
+    for (ListedPort &listed : ports) {
+        if (!listed.probed || !choice.leavesAlone(listed.port))
+            continue;
+        listed.probed = false;
+        listed.reason += QStringLiteral(", but the udev property JWDEVICE_IGNORE is set");
     }
-    std::sort(ports.begin(), ports.end(),
-              [](const ListedPort &a, const ListedPort &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
     return ports;
 }
 
 QList<PortIdentity> candidatePorts(const PortChoice &choice)
 {
     QList<PortIdentity> candidates;
-    const QList<ListedPort> ports = listPorts(choice);
+    const QList<ListedPort> ports = judgedPorts(choice);
     for (const ListedPort &port : ports) {
         if (port.probed)
             candidates.append(port.port);

@@ -19,6 +19,9 @@ struct PortChoice
     bool isEmpty() const { return names.isEmpty() && id.isEmpty(); }
     /// Returns whether `port` fits both members.
     bool contains(const QSerialPortInfo &port) const;
+    /// Returns whether a search leaves `port` closed, because udev's property JWDEVICE_IGNORE is set and the user did
+    /// not name the port by --port.
+    bool leavesAlone(const PortIdentity &port) const { return port.isIgnored && names.isEmpty(); }
     /// Returns the options with which the user named the ports, for example "--port".
     QString options() const;
 };
@@ -34,8 +37,8 @@ struct ListedPort
 /// ports, a search probes these ports. If not, a search probes the candidates, see JwDevice::isCandidate().
 QList<ListedPort> listPorts(const PortChoice &choice);
 
-/// Returns the ports that a search would probe. Without an id in `choice`, they include named ports that the system
-/// doesn't know.
+/// Returns the ports that a search would probe, and those of them that it leaves alone. Without an id in `choice`, they
+/// include named ports that the system doesn't know.
 QList<PortIdentity> candidatePorts(const PortChoice &choice);
 
 /// Returns advice for a search that has no candidate port: why, and which ids the user can give instead.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "probefixture.h"
+#include "eventloop.h"
 
 #include <QAbstractEventDispatcher>
 #include <QEventLoop>
