@@ -14,11 +14,15 @@ PACED = "speed=115200"
 LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
+def uniquePrefix():
+    """Returns the beginning of a port name. Two runs at the same time need different port names, so it contains the
+    process id, with a letter for each digit."""
+    return "tty" + "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
+
+
 def boards(kinds, line="", delay=0):
-    # Two runs at the same time need different port names, so the names contain the process id, with a letter for each
-    # digit.
-    letters = "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
-    return [f"{kind},delay={delay},port=tty{letters}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
+    prefix = uniquePrefix()
+    return [f"{kind},delay={delay},port={prefix}{i}{line and ','}{line}" for i, kind in enumerate(kinds)]
 
 
 def lots():
@@ -59,4 +63,5 @@ def main():
         json.dump(results, file, indent=1)
 
 
-main()
+if __name__ == "__main__":
+    main()

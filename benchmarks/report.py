@@ -2,7 +2,7 @@
 """Makes tables and plots from the raw results. Prints each aim and whether it is met.
 
 Usage: report.py RESULTS-FOLDER OUT-FOLDER
-Reads benchmarks.json, discovery.json, line.json and streams.json. Writes tables.md and *.svg.
+Reads benchmarks.json, discovery.json, line.json, plug.json and streams.json. Writes tables.md and *.svg.
 """
 import json
 import pathlib
@@ -23,6 +23,7 @@ BOARDS = 100
 VERSION_QUERY, VERSION_REPLY = 12, 26  # bytes
 INFORMATION_REQUEST, INFORMATION_REPLY = 16, 43
 ROUNDS, REPLY_TIMEOUT = 4, 400  # ms
+REST, REST_TIME = "48 boards at rest", 10000  # ms
 WORKS = ("ports", "payloads", "sessions")
 
 
@@ -278,6 +279,43 @@ def targets(benchmarks, lots, shares, streaming):
     return rows
 
 
+class Plugs:
+    """The results of one lot of plug.json. Times are milliseconds after udev's first event."""
+
+    def __init__(self, result):
+        rounds = [[port for port in ports if port["event"]] for ports in result["rounds"]]
+        if all(rounds):  # false if the boards were there at the start
+            self.boards = max(len(ports) for ports in rounds)
+            self.found = Sample([max(port["found"] for port in ports) - min(port["event"] for port in ports)
+                                 for ports in rounds])
+            self.answer = Sample([port["answered"] - port["asked"] for ports in rounds for port in ports])
+        def used(what):
+            return Sample([rest["after"][what] - rest["before"][what] for rest in result["rests"]])
+        self.processor, self.switches = used("processorMs"), used("switches")
+
+
+def plugged(plugs, lots):
+    """Returns a table with a row for each lot of boards that are plugged in."""
+    floors = {lot.ports: lot.floor for lot in lots if lot.title == "boards on all" and not lot.line}
+    return table(["boards", "all found", "answer of a board", "floor"],
+                 [[title, str(one.found), str(one.answer), str(floors[one.boards])]
+                  for title, one in plugs.items() if title != REST])
+
+
+def plugTargets(plugs):
+    def row(title, limit, measured, met):
+        return [title, limit, measured, "met" if met else "NOT MET"]
+    one, hub, rest = plugs["one board, events"], plugs["48 boards behind one hub, events"], plugs[REST]
+    share = rest.processor / (REST_TIME / 100)
+    return [
+        row("board plugged in: from udev's event to the hand-over", "15 ms", str(one.found), one.found.median <= 15),
+        row("48 boards plugged in behind one hub: all handed over", "400 ms", str(hub.found), hub.found.median <= 400),
+        # The one switch is the end of the measurement.
+        row("48 boards at rest: wakes of the process, and share of a core", "0, 0 %",
+            f"{rest.switches.values[-1] - 1:.0f}, {share} %",
+            rest.switches.values[-1] <= 1 and share.values[-1] < 0.05)]
+
+
 def save(figure, axes, path, xLabel, yLabel):
     axes.set_xlabel(xLabel)
     axes.set_ylabel(yLabel)
@@ -338,15 +376,16 @@ def machine(context):
 def main():
     results, out = (pathlib.Path(argument) for argument in sys.argv[1:3])
     raw = {name: json.loads((results / f"{name}.json").read_text("utf-8"))
-           for name in ("benchmarks", "discovery", "line", "streams")}
+           for name in ("benchmarks", "discovery", "line", "plug", "streams")}
     benchmarks = Benchmarks(raw["benchmarks"])
     lots = [Lot(result) for result in raw["discovery"]]
     shares = lineShares(raw["line"])
+    plugs = {result["title"]: Plugs(result) for result in raw["plug"]}
     out.mkdir(parents=True, exist_ok=True)
     yardstick = (f"Y = {benchmarks.yardstick:.0f} ns: limit kernel {benchmarks.kernel.median:.0f} ns, "
                  f"record filled by hand {benchmarks.filling.median:.0f} ns\n")
     aims = table(["Aim", "at most", "measured", ""],
-                 targets(benchmarks, lots, shares, raw["line"] + raw["streams"]))
+                 targets(benchmarks, lots, shares, raw["line"] + raw["streams"]) + plugTargets(plugs))
     commit = subprocess.run(["git", "describe", "--always", "--dirty"], stdout=subprocess.PIPE, text=True, check=False)
     context = machine({**raw["benchmarks"]["context"], "commit": commit.stdout.strip() or "unknown"})
     (out / "tables.md").write_text("\n".join([
@@ -366,6 +405,10 @@ def main():
         "- ms until one board of each type has answered a plain QSerialPort, if all are asked at once\n"
         "- ms that query and reply take on the line; the simulator sends the bytes of each millisecond at once\n",
         together([lot for lot in lots if lot.title == "boards on all" and lot.line]),
+        "## Boards that are plugged in\n",
+        "ms from the first event of udev to the last hand-over by a BoardWatch. `floor` is the time in which a plain\n"
+        "QSerialPort lists and opens as many ports, and gets the answers.\n",
+        plugged(plugs, lots),
         "## Probes\n", probes([lot for lot in lots if lot.title != "boards on all" or not lot.line])]), "utf-8")
     plots(benchmarks, lots, out)
     print(context)

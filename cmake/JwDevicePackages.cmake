@@ -23,7 +23,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_JWDEVICE_DEVELOPMENT_DEPENDS JwDevice_runtime JwDevice_watch)
 set(CPACK_COMPONENT_JWDEVICE_WATCH_DEPENDS JwDevice_runtime)
 set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime JwDevice_watch)
-set(CPACK_COMPONENT_JWDEVICE_MONITOR_DEPENDS JwDevice_runtime)
+set(CPACK_COMPONENT_JWDEVICE_MONITOR_DEPENDS JwDevice_runtime JwDevice_watch)
 
 set(about "JwDevice asks each USB serial port which board is there, with short NMEA 0183\n\
 sentences, and hands a Qt 5 application one ready connection to each board.")

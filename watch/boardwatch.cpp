@@ -137,6 +137,7 @@ public:
     std::unique_ptr<ResumeNotifier> resume;
     std::unique_ptr<FreedNotifier> freed;
     QVector<SystemPort> system; // the candidates in the newest list of the ports
+    QVector<SystemPort> otherPorts; // the other ports in this list
     std::map<QString, Entry> entries; // by port name
     std::deque<Entry> stopped; // boards that stop() closed and has not yet reported as lost
     BoardIds ids;
@@ -192,15 +193,21 @@ bool BoardWatch::Private::listPorts()
     const quint64 number = ++lists;
     const auto accepts = activeRule; // a copy, because the rule may stop the watch and start it with another rule
     QVector<SystemPort> candidates;
+    QVector<SystemPort> others;
     const QVector<SystemPort> ports = source->list();
     for (const SystemPort &port : ports) {
         const bool isAccepted = accepts(port.info);
         if (!self || number != lists)
             return false;
-        if (isAccepted)
-            candidates.append(port);
+        (isAccepted ? candidates : others).append(port);
     }
+    const auto isSame = [](const SystemPort &a, const SystemPort &b) {
+        return a.info.portName() == b.info.portName() && a.plug == b.plug;
+    };
+    if (!std::equal(others.cbegin(), others.cend(), otherPorts.cbegin(), otherPorts.cend(), isSame))
+        later(&Private::tellChange, isChangeQueued);
     system = candidates;
+    otherPorts = others;
     return true;
 }
 
@@ -630,6 +637,7 @@ void BoardWatch::stop()
     d->freed.reset();
     d->resume.reset();
     d->system.clear();
+    d->otherPorts.clear();
     d->later(&Private::tellChange, d->isChangeQueued);
     // The ports without a board are closed here, before the first boardLost(), because a receiver of boardLost() may
     // run an event loop.
@@ -660,6 +668,24 @@ QList<Board> BoardWatch::boards() const
             boards.append(entry.board);
     }
     return boards;
+}
+
+QList<QSerialPortInfo> BoardWatch::systemPorts() const
+{
+    QList<QSerialPortInfo> ports;
+    for (const SystemPort &port : qAsConst(m_private->system)) {
+        if (m_private->entries.count(port.info.portName()) > 0) // otherwise update() has not yet added the port
+            ports.append(port.info);
+    }
+    for (const SystemPort &port : qAsConst(m_private->otherPorts))
+        ports.append(port.info);
+    return ports;
+}
+
+QString BoardWatch::boardId(const QString &portName) const
+{
+    const auto it = m_private->entries.find(portName);
+    return it == m_private->entries.end() ? QString() : it->second.id.text;
 }
 
 QList<PortReport> BoardWatch::portReports() const

@@ -116,6 +116,11 @@ public:
 
     /// Returns the boards that were found and are not lost, in the alphabetical order of their port names.
     QList<JwDevice::Board> boards() const;
+    /// Returns all serial ports of the system, also ports that are not candidates. Empty if the watch is stopped.
+    QList<QSerialPortInfo> systemPorts() const;
+    /// Returns the id (see Board::id) of a board on the port `portName`, also before such a board is found. Empty if
+    /// the system has no candidate port with this name.
+    QString boardId(const QString &portName) const;
     /// Returns a report for each candidate port of the system. The reports show why no board was found on a port.
     ///
     /// The watch itself leaves some ports closed: excluded ports, the other ports of a board's USB device, the port of
@@ -155,7 +160,7 @@ Q_SIGNALS:
     /// Emitted when a board that was lost answered again, perhaps on another port. `board.id` and `board.type` are the
     /// same as before. `board.communicator` is a new Communicator.
     void boardBack(const JwDevice::Board &board);
-    /// Emitted when portReports() or boards() may have changed.
+    /// Emitted when boards(), systemPorts() or portReports() may have changed.
     void portsChanged();
 
 private:

@@ -43,13 +43,16 @@ constexpr Picture pictures[] = {{MainWindow::PortsTab, Theme::Palette::Light, "p
 class Photographer : public QObject
 {
 public:
-    /// The object begins to send payloads when the window's first search ends.
+    /// The object begins to send payloads when no port may still answer.
     Photographer(MainWindow *window, const QString &folder)
         : m_window(window)
         , m_folder(folder)
     {
         connect(&m_timer, &QTimer::timeout, this, &Photographer::talk);
-        connect(m_window->finder(), &BoardFinder::searchEnded, this, [this] { m_timer.start(25); });
+        connect(m_window->finder(), &BoardFinder::changed, this, [this] {
+            if (m_window->finder()->isStarted() && !m_window->finder()->isSearching() && !m_timer.isActive())
+                m_timer.start(25);
+        });
     }
 
 private:

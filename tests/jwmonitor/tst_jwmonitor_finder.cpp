@@ -3,88 +3,125 @@
 #include "support/jwmonitor/finderfixture.h"
 #include "support/jwmonitor/simulatedwindowmain.h"
 
-#include <device/initializer.h>
 #include <device/wholelines.h>
 
-#include <QEventLoop>
 #include <QPointer>
 #include <QSerialPort>
 #include <QSignalSpy>
-#include <QTimer>
 
 #include <cerrno>
+#include <utility>
 
 using namespace JwDevice;
-using Stage = FinderFixture::Stage;
+using namespace JwMonitor;
 
-/// Tests how jwmonitor finds boards, and how jwmonitor finds a lost board again.
+namespace {
+
+/// Returns whether a program can open the port of `board` now.
+bool canBeOpened(const JwSimulator::Board *board)
+{
+    QSerialPort port(board->portName());
+    return port.open(QIODevice::ReadWrite);
+}
+
+} // namespace
+
+/// Tests the rows of ports and boards in jwmonitor.
 class TestFinder : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
+    void listsThePortsBeforeTheFirstSearch();
     void findsTheWantedBoards();
+    void findsAllBoardsOfAType();
     void handsOutAConnectionToEachBoard();
-    void endsTheSearchOnceAllAreFound();
-    void tellsWhatBecameOfEachPort();
+    void searchesUntilEveryPortHasAResult();
+    void searchesNothingWithoutAPort();
     void listsPortsThatAreNotAsked();
     void asksOnlyThePortsThatAreNamed();
     void tellsOfANamedPortThatIsNotThere();
     void aPulledCableIsALostBoard();
     void anErrorThatPassesLosesNoBoard_data();
     void anErrorThatPassesLosesNoBoard();
-    void aPortThatOnlyFailsIsLost();
-    void aLostBoardComesBack();
-    void aBoardThatIsBackWithinAMomentIsFound();
-    void anotherBoardOfTheTypeTakesThePlace();
+    void aLostBoardComesBackInItsRow();
+    void aBoardOnAnotherPortKeepsItsRow();
     void somethingElseOnTheLostPortIsNotLost();
-    void theLostPortOfABoardThatIsReplacedIsForgottenWhenItComes();
-    void aPortThatComesIsSearched();
-    void aPortThatComesDuringASearchIsSearched();
-    void aBoardThatIsNotWantedDoesNotKeepTheSearchOpen();
+    void keepsOnlyTheNewestLostBoards();
+    void aBoardThatIsPluggedInLaterIsFound();
     void theDelayCountsForBoardCAlone();
-    void stopLetsGoOfThePorts();
+    void stopGivesThePortsBack();
+    void theRowsStayWhileItStopsAndStarts();
     void unsentOutputIsDiscardedWhenABoardIsLetGo_data();
     void unsentOutputIsDiscardedWhenABoardIsLetGo();
     void stopForgetsLostBoards();
-    void stopEndsTheSearch();
-    void anAnswerAfterStopIsLetGo();
-    void afterStopNoSearchBeginsByItself();
+    void afterStopNoPortIsAsked();
     void startAgainFindsTheSameBoards();
     void startWithinASearchFindsTheBoards();
+    void aReceiverMayStartAndStop_data();
+    void aReceiverMayStartAndStop();
     void canBeDeletedWhileItSearches();
 };
 
 void TestFinder::initTestCase()
 {
-    qRegisterMetaType<JwMonitor::BoardLink>();
+    qRegisterMetaType<BoardLink>();
+}
+
+void TestFinder::listsThePortsBeforeTheFirstSearch()
+{
+    FinderFixture fixture;
+    auto *board = fixture.attach("BoardA,product=a12b,serial=S1");
+    QTRY_COMPARE(fixture.finder.ports().size(), 1);
+    QCOMPARE(fixture.entry(board).port.usbId, QStringLiteral("0483:a12b"));
+    QCOMPARE(fixture.entry(board).port.serialNumber, QStringLiteral("S1"));
+    QVERIFY(fixture.entry(board).isPresent);
+    QVERIFY(!fixture.entry(board).report);
+    QCOMPARE(board->queryCount(), 0);
+    board->pull();
+    QTRY_COMPARE(fixture.finder.ports().size(), 0);
 }
 
 void TestFinder::findsTheWantedBoards()
 {
     FinderFixture fixture;
     const auto *a = fixture.attach("BoardA");
+    const auto *b = fixture.attach("BoardB");
     const auto *c = fixture.attach("BoardC,delay=30");
-    fixture.start({BoardA, BoardC});
-    QCOMPARE(fixture.stage(BoardA), Stage::Looking);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QTRY_COMPARE(fixture.stage(BoardC), Stage::Found);
-    QCOMPARE(fixture.finder.boards().value(BoardA).port, a->portName());
-    QCOMPARE(fixture.finder.boards().value(BoardC).port, c->portName());
+    fixture.searchToTheEnd({BoardA, BoardC}, 0);
+    QCOMPARE(fixture.entry(a).stay, PortEntry::Found);
+    QCOMPARE(fixture.entry(a).type, BoardA);
+    QCOMPARE(fixture.entry(b).stay, PortEntry::NoBoard);
+    QCOMPARE(int(fixture.entry(b).report->verdict), int(PortReport::Silenced));
+    QCOMPARE(fixture.entry(c).stay, PortEntry::Found);
     QCOMPARE(fixture.entry(c).type, BoardC);
-    QCOMPARE(fixture.entry(c).stay, JwMonitor::PortEntry::Found);
     QVERIFY(fixture.entry(c).milliseconds >= 30);
+}
+
+void TestFinder::findsAllBoardsOfAType()
+{
+    FinderFixture fixture;
+    const auto *first = fixture.attach("BoardA");
+    const auto *second = fixture.attach("BoardA,delay=50");
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(found.size(), 2);
+    for (const auto *board : {first, second}) {
+        QCOMPARE(fixture.entry(board).stay, PortEntry::Found);
+        QCOMPARE(fixture.entry(board).type, BoardA);
+    }
+    QVERIFY(fixture.entry(second).milliseconds >= 50);
 }
 
 void TestFinder::handsOutAConnectionToEachBoard()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
     fixture.start({BoardA});
     QTRY_COMPARE(found.size(), 1);
-    const auto link = found.at(0).at(0).value<JwMonitor::BoardLink>();
+    const auto link = found.at(0).at(0).value<BoardLink>();
     QCOMPARE(link.port, board->portName());
     QCOMPARE(link.type, BoardA);
     QVERIFY(link.communicator);
@@ -93,50 +130,46 @@ void TestFinder::handsOutAConnectionToEachBoard()
     QTRY_COMPARE(heard.size(), 1);
 }
 
-void TestFinder::endsTheSearchOnceAllAreFound()
+void TestFinder::searchesUntilEveryPortHasAResult()
 {
     FinderFixture fixture;
-    fixture.attach("BoardA");
+    const auto *board = fixture.attach("BoardA");
     const auto *silent = fixture.attach("silent");
-    QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
-    fixture.start({BoardA});
-    QVERIFY(fixture.finder.isSearching());
-    QTRY_COMPARE(ended.size(), 1);
-    QVERIFY(!fixture.finder.isSearching());
-    QCOMPARE(fixture.stage(BoardA), Stage::Found);
-    QCOMPARE(int(fixture.entry(silent).report->verdict),
-             int(PortReport::Awaiting)); // the search ended before this port answered
-}
-
-void TestFinder::tellsWhatBecameOfEachPort()
-{
-    FinderFixture fixture;
-    const auto *found = fixture.attach("BoardA");
-    const auto *silent = fixture.attach("silent");
-    const auto *second = fixture.attach("BoardA,delay=50");
     const auto *busy = fixture.attach("BoardB,open=busy");
-    QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
+    QVERIFY(!fixture.finder.isSearching());
     fixture.start({BoardA, BoardB}, 0);
-    QVERIFY(ended.wait());
-    QCOMPARE(int(fixture.entry(found).report->verdict), int(PortReport::HandedOver));
+    QVERIFY(fixture.finder.isSearching());
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    QVERIFY(fixture.finder.isSearching()); // because `silent` may still answer
+    QCOMPARE(fixture.entry(silent).milliseconds, -1.0);
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    QCOMPARE(int(fixture.entry(board).report->verdict), int(PortReport::HandedOver));
     QCOMPARE(int(fixture.entry(silent).report->verdict), int(PortReport::TimedOut));
     QVERIFY(fixture.entry(silent).milliseconds >= 400);
-    QCOMPARE(int(fixture.entry(second).report->verdict), int(PortReport::Duplicate));
-    QCOMPARE(fixture.entry(second).type, BoardA);
-    QVERIFY(fixture.entry(second).milliseconds >= 50);
     QCOMPARE(fixture.entry(busy).report->error, QSerialPort::PermissionError);
-    QCOMPARE(fixture.stage(BoardB), Stage::Missing);
+}
+
+void TestFinder::searchesNothingWithoutAPort()
+{
+    FinderFixture fixture;
+    fixture.start({BoardA});
+    QVERIFY(fixture.finder.isSearching());
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    QVERIFY(fixture.finder.isStarted());
 }
 
 void TestFinder::listsPortsThatAreNotAsked()
 {
     FinderFixture fixture;
-    const auto *board = fixture.attach("BoardA,manufacturer=FTDI,vendor=0403,product=6001,serial=F9");
-    fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.entry(board).port.usbId, QStringLiteral("0403:6001"));
-    QVERIFY(!fixture.entry(board).report);
+    auto *board = fixture.attach("BoardA,manufacturer=FTDI,vendor=0403,product=6001,serial=F9");
+    const auto *wanted = fixture.attach("BoardA");
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(fixture.entry(wanted).stay, PortEntry::Found);
+    QCOMPARE(fixture.entry(board).port.usbId, QStringLiteral("0403:6001"));
     QCOMPARE(fixture.entry(board).port.manufacturer, QStringLiteral("FTDI"));
     QCOMPARE(fixture.entry(board).port.serialNumber, QStringLiteral("F9"));
+    QVERIFY(!fixture.entry(board).report);
+    QCOMPARE(board->queryCount(), 0);
 }
 
 void TestFinder::asksOnlyThePortsThatAreNamed()
@@ -148,46 +181,53 @@ void TestFinder::asksOnlyThePortsThatAreNamed()
     settings.types = {BoardA};
     settings.ports = QStringList{named->portName()};
     fixture.finder.start(settings);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QCOMPARE(fixture.finder.boards().value(BoardA).port, named->portName());
+    QTRY_COMPARE(fixture.entry(named).stay, PortEntry::Found);
+    QVERIFY(!fixture.entry(other).report);
     QCOMPARE(other->queryCount(), 0);
+    fixture.start({BoardA}); // no named ports any more
+    QTRY_COMPARE(fixture.entry(other).stay, PortEntry::Found);
+    QVERIFY(!fixture.entry(named).report);
 }
 
 void TestFinder::tellsOfANamedPortThatIsNotThere()
 {
     FinderFixture fixture;
+    auto *board = fixture.attach("BoardA");
+    board->pull();
     JwTools::SearchSettings settings;
     settings.types = {BoardA};
-    settings.ports = QStringList{QStringLiteral("ttyNONE0")};
-    // A port that does not exist has an empty name in QSerialPort, so all such ports share one lock file. Another test
-    // may lock this file for a moment, so try again.
-    const auto isSearched = [&] {
-        fixture.finder.start(settings);
-        return QTest::qWaitFor([&] { return !fixture.finder.isSearching(); }) && fixture.finder.ports().size() == 1
-            && fixture.finder.ports().at(0).report->error != QSerialPort::PermissionError;
-    };
-    QTRY_VERIFY(isSearched());
-    QCOMPARE(fixture.finder.ports().at(0).port.name, QStringLiteral("ttyNONE0"));
-    QCOMPARE(fixture.finder.ports().at(0).report->error, QSerialPort::DeviceNotFoundError);
-    QVERIFY(!fixture.finder.ports().at(0).isPresent);
+    settings.ports = QStringList{board->portName()};
+    fixture.finder.start(settings);
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    QCOMPARE(fixture.finder.ports().size(), 1);
+    QCOMPARE(fixture.entry(board).report->error, QSerialPort::DeviceNotFoundError);
+    QVERIFY(!fixture.entry(board).isPresent);
+    QVERIFY(board->plug());
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    QCOMPARE(fixture.finder.ports().size(), 1);
 }
 
 void TestFinder::aPulledCableIsALostBoard()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
-    QSignalSpy lost(&fixture.finder, &JwMonitor::BoardFinder::boardLost);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    bool isThere = false; // whether the Communicator still exists in boardLost()
+    QStringList lost;
     fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    const auto communicator = found.at(0).at(0).value<JwMonitor::BoardLink>().communicator;
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    const auto communicator = found.at(0).at(0).value<BoardLink>().communicator;
+    connect(&fixture.finder, &BoardFinder::boardLost, &fixture.finder, [&](const QString &port) {
+        lost.append(port);
+        isThere = communicator;
+    });
     board->pull();
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Lost);
-    QCOMPARE(lost.size(), 1);
-    QCOMPARE(lost.at(0).at(0).toString(), board->portName());
-    QTRY_VERIFY(!communicator);
+    QTRY_COMPARE(lost, QStringList{board->portName()});
+    QVERIFY(isThere);
     QTRY_VERIFY(!fixture.entry(board).isPresent);
-    QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::Lost);
+    QCOMPARE(fixture.entry(board).stay, PortEntry::Lost);
+    QCOMPARE(fixture.entry(board).type, BoardA);
+    QTRY_VERIFY(!communicator);
 }
 
 void TestFinder::anErrorThatPassesLosesNoBoard_data()
@@ -207,11 +247,10 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
     OtherReader other(QStringLiteral("/dev/") + board->portName(), staleError);
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
     fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QTRY_VERIFY(!fixture.finder.isSearching());
-    const auto link = found.at(0).at(0).value<JwMonitor::BoardLink>();
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    const auto link = found.at(0).at(0).value<BoardLink>();
     auto *port = qobject_cast<QSerialPort *>(link.communicator->device());
     QVERIFY(port);
     QVERIFY(held.isEmpty() || board->send(held));
@@ -227,85 +266,60 @@ void TestFinder::anErrorThatPassesLosesNoBoard()
     // QSerialPort finds no bytes, so it derives its error from errno, which OtherReader set to staleError
     QCOMPARE(isResourceError, staleError == EAGAIN);
     other.stop();
-    QCOMPARE(fixture.stage(BoardA), Stage::Found);
+    QCOMPARE(fixture.entry(board).stay, PortEntry::Found);
     QVERIFY(port->isOpen());
     QSignalSpy read(link.communicator.data(), QOverload<>::of(&Communicator::readyRead));
     QVERIFY(board->send(reply.mid(held.size())));
     QTRY_VERIFY(!read.isEmpty());
-    QCOMPARE(fixture.stage(BoardA), Stage::Found);
+    QCOMPARE(fixture.entry(board).stay, PortEntry::Found);
     QCOMPARE(found.size(), 1);
 }
 
-void TestFinder::aPortThatOnlyFailsIsLost()
-{
-    FinderFixture fixture;
-    fixture.attach("BoardA");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
-    QSignalSpy lost(&fixture.finder, &JwMonitor::BoardFinder::boardLost);
-    fixture.start({BoardA}, 0);
-    QTRY_COMPARE(found.size(), 1);
-    auto *port = qobject_cast<QSerialPort *>(found.at(0).at(0).value<JwMonitor::BoardLink>().communicator->device());
-    QVERIFY(port);
-    int errors = 0;
-    connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
-    for (int i = 0; i < 100; ++i)
-        port->setRequestToSend(true); // fails, because a simulated port has no RTS signal
-    QVERIFY(errors >= 100);
-    QCOMPARE(lost.size(), 0);
-    QVERIFY(port->isOpen());
-    for (int i = 0; i < 10000 && port->isOpen(); ++i)
-        port->setRequestToSend(true);
-    QCOMPARE(lost.size(), 1);
-    QVERIFY(!port->isOpen());
-}
-
-void TestFinder::aLostBoardComesBack()
+void TestFinder::aLostBoardComesBackInItsRow()
 {
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
     const auto *other = fixture.attach("BoardB");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
     fixture.start({BoardA, BoardB}, 0);
     QTRY_COMPARE(found.size(), 2);
+    const QString key = fixture.entry(board).key;
     board->pull();
     QTRY_VERIFY(!fixture.entry(board).isPresent);
-    QTRY_VERIFY(!fixture.finder.isSearching());
     QVERIFY(board->plug());
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
-    QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::Back);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Back);
+    QCOMPARE(fixture.entry(board).key, key);
+    QVERIFY(fixture.entry(board).isPresent);
+    QCOMPARE(fixture.finder.ports().size(), 2);
     QCOMPARE(found.size(), 3);
-    QVERIFY(found.at(2).at(0).value<JwMonitor::BoardLink>().communicator);
-    QCOMPARE(fixture.entry(other).stay, JwMonitor::PortEntry::Found);
+    QVERIFY(found.at(2).at(0).value<BoardLink>().communicator);
+    QTRY_COMPARE(fixture.entry(other).stay, PortEntry::Found);
     QCOMPARE(int(fixture.entry(other).report->verdict), int(PortReport::HandedOver));
 }
 
-void TestFinder::aBoardThatIsBackWithinAMomentIsFound()
+void TestFinder::aBoardOnAnotherPortKeepsItsRow()
 {
     FinderFixture fixture;
-    auto *board = fixture.attach("BoardA");
+    auto *board = fixture.attach("BoardA,serial=S7");
     fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QTRY_VERIFY(fixture.entry(board).isPresent);
-    // Repeated, because jwmonitor lists the ports between pull() and plug() only in some runs.
-    for (int i = 0; i < 4; ++i) {
-        QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
-        board->pull();
-        QTRY_COMPARE(ended.size(), 1); // the loss of the board started a search, and this search has ended
-        QVERIFY(board->plug());
-        QTRY_COMPARE(fixture.stage(BoardA), Stage::Back);
-    }
-}
-
-void TestFinder::anotherBoardOfTheTypeTakesThePlace()
-{
-    FinderFixture fixture;
-    auto *first = fixture.attach("BoardA");
-    const auto *second = fixture.attach("BoardA,delay=50");
-    fixture.start({BoardA});
-    QTRY_COMPARE(fixture.finder.boards().value(BoardA).port, first->portName());
-    first->pull();
-    QTRY_COMPARE(fixture.finder.boards().value(BoardA).port, second->portName());
-    QVERIFY(fixture.stage(BoardA) != Stage::Lost);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    const QString key = fixture.entry(board).key;
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    QStringList keys; // of all rows, at each change
+    connect(&fixture.finder, &BoardFinder::changed, &fixture.finder, [&] {
+        for (const PortEntry &entry : fixture.finder.ports())
+            keys.append(entry.key);
+    });
+    board->pull();
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Lost);
+    const auto *same = fixture.attach("BoardA,serial=S7,delay=50"); // the same board on another port
+    QTRY_COMPARE(fixture.entry(same).stay, PortEntry::Back);
+    QCOMPARE(found.size(), 1);
+    QCOMPARE(found.at(0).at(0).value<BoardLink>().port, same->portName());
+    QCOMPARE(found.at(0).at(0).value<BoardLink>().id, key);
+    QCOMPARE(fixture.rows(board).size(), 0);
+    keys.removeDuplicates();
+    QCOMPARE(keys, QStringList{key}); // at no time was there another row
 }
 
 void TestFinder::somethingElseOnTheLostPortIsNotLost()
@@ -318,98 +332,108 @@ void TestFinder::somethingElseOnTheLostPortIsNotLost()
             board->send("$PJWVER,7300022,1,4,0*0d\r\n");
     });
     fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QTRY_VERIFY(fixture.entry(board).isPresent);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
     board->pull();
     isBoard = false;
-    QTRY_COMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::Lost);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Lost);
     QTRY_VERIFY(!fixture.entry(board).isPresent);
     QVERIFY(board->plug());
-    QTRY_COMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::NoBoard);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::NoBoard);
     QCOMPARE(int(fixture.entry(board).report->verdict), int(PortReport::TimedOut));
     QCOMPARE(fixture.entry(board).type, Unknown);
-    QCOMPARE(fixture.stage(BoardA), Stage::Lost);
 }
 
-void TestFinder::theLostPortOfABoardThatIsReplacedIsForgottenWhenItComes()
+void TestFinder::keepsOnlyTheNewestLostBoards()
 {
     FinderFixture fixture;
-    auto *first = fixture.attach("BoardA");
-    const auto *second = fixture.attach("BoardA,delay=50");
-    fixture.start({BoardA});
-    QTRY_COMPARE(fixture.finder.boards().value(BoardA).port, first->portName());
-    QTRY_VERIFY(fixture.entry(second).isPresent);
-    first->pull();
-    QTRY_COMPARE(fixture.finder.boards().value(BoardA).port, second->portName());
-    QTRY_VERIFY(!fixture.entry(first).isPresent);
-    QCOMPARE(fixture.entry(first).stay, JwMonitor::PortEntry::Lost);
-    QVERIFY(first->plug());
-    QTRY_VERIFY(fixture.entry(first).isPresent);
-    QCOMPARE(fixture.entry(first).stay, JwMonitor::PortEntry::NoBoard);
-    QCOMPARE(fixture.entry(first).type, Unknown);
-}
-
-void TestFinder::aPortThatComesIsSearched()
-{
-    FinderFixture fixture;
-    fixture.attach("BoardA");
-    fixture.start({BoardA, BoardB}, 0);
-    QTRY_COMPARE(fixture.stage(BoardB), Stage::Missing);
-    QTRY_VERIFY(!fixture.finder.ports().isEmpty() && fixture.finder.ports().at(0).isPresent);
-    const auto *late = fixture.attach("BoardB");
-    QTRY_COMPARE(fixture.stage(BoardB), Stage::Found);
-    QCOMPARE(fixture.finder.boards().value(BoardB).port, late->portName());
-    QCOMPARE(fixture.stage(BoardA), Stage::Found);
-}
-
-void TestFinder::aPortThatComesDuringASearchIsSearched()
-{
-    FinderFixture fixture;
-    const auto *silent = fixture.attach("silent");
-    fixture.start({BoardA}, 3);
-    QTRY_VERIFY(fixture.entry(silent).isPresent);
-    QVERIFY(fixture.finder.isSearching());
-    fixture.attach("BoardA");
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-}
-
-void TestFinder::aBoardThatIsNotWantedDoesNotKeepTheSearchOpen()
-{
-    FinderFixture fixture;
-    const auto *board = fixture.attach("BoardB");
-    QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
     fixture.start({BoardA}, 0);
-    QVERIFY(ended.wait());
-    QCOMPARE(fixture.stage(BoardA), Stage::Missing);
-    QCOMPARE(int(fixture.entry(board).report->verdict), int(PortReport::Silenced));
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    auto *watch = fixture.finder.findChild<BoardWatch *>();
+    Board board;
+    board.type = BoardA;
+    for (int i = 0; i <= BoardFinder::mostLost; ++i) {
+        board.id = QString::number(i);
+        board.portName = QStringLiteral("tty%1").arg(i);
+        Q_EMIT watch->boardFound(board);
+        board.loss = Board::CablePulled;
+        Q_EMIT watch->boardLost(board);
+    }
+    QTRY_COMPARE(fixture.finder.ports().size(), BoardFinder::mostLost);
+    QCOMPARE(fixture.finder.ports().at(0).key, QStringLiteral("1"));
+}
+
+void TestFinder::aBoardThatIsPluggedInLaterIsFound()
+{
+    FinderFixture fixture;
+    const auto *first = fixture.attach("BoardA");
+    fixture.searchToTheEnd({BoardA, BoardB}, 0);
+    QSignalSpy lost(&fixture.finder, &BoardFinder::boardLost);
+    const auto *late = fixture.attach("BoardB");
+    QTRY_COMPARE(fixture.entry(late).stay, PortEntry::Found);
+    QCOMPARE(fixture.entry(first).stay, PortEntry::Found);
+    QCOMPARE(lost.size(), 0);
 }
 
 void TestFinder::theDelayCountsForBoardCAlone()
 {
     FinderFixture fixture;
-    fixture.attach("BoardB");
-    QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
+    const auto *board = fixture.attach("BoardB");
     JwTools::SearchSettings settings;
     settings.types = {BoardA};
     settings.retries = 0;
     settings.delay = JwTools::SearchSettings::maxDelay;
     fixture.finder.start(settings);
-    QVERIFY(ended.wait());
+    QTRY_VERIFY(!fixture.finder.isSearching());
+    settings.types = {BoardC};
+    fixture.finder.start(settings);
+    QTRY_VERIFY(fixture.entry(board).report);
+    QCOMPARE(int(fixture.entry(board).report->verdict), int(PortReport::NotOpened));
+    QVERIFY(fixture.finder.isSearching());
 }
 
-void TestFinder::stopLetsGoOfThePorts()
+void TestFinder::stopGivesThePortsBack()
 {
     FinderFixture fixture;
     const auto *board = fixture.attach("BoardA");
-    QSignalSpy lost(&fixture.finder, &JwMonitor::BoardFinder::boardLost);
-    fixture.start({BoardA});
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
+    const auto *silent = fixture.attach("silent");
+    QSignalSpy lost(&fixture.finder, &BoardFinder::boardLost);
+    QSignalSpy stopped(&fixture.finder, &BoardFinder::stopped);
+    fixture.start({BoardA}, JwTools::SearchSettings::maxRetries);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    QTRY_VERIFY(fixture.entry(silent).report);
+    QVERIFY(!canBeOpened(board));
+    QVERIFY(!canBeOpened(silent));
     fixture.finder.stop();
+    QVERIFY(canBeOpened(board));
+    QVERIFY(canBeOpened(silent));
     QCOMPARE(lost.size(), 1);
-    QCOMPARE(fixture.stage(BoardA), Stage::Missing);
-    QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::NoBoard);
-    QSerialPort port(board->portName());
-    QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
+    QCOMPARE(stopped.size(), 1);
+    QVERIFY(!fixture.finder.isStarted());
+    QVERIFY(!fixture.finder.isSearching());
+    QCOMPARE(fixture.entry(board).stay, PortEntry::NoBoard);
+    QVERIFY(!fixture.entry(board).report);
+    QVERIFY(fixture.entry(silent).isOver);
+    QCOMPARE(int(fixture.entry(silent).report->verdict), int(PortReport::Awaiting));
+    fixture.finder.stop();
+    QCOMPARE(stopped.size(), 1);
+}
+
+void TestFinder::theRowsStayWhileItStopsAndStarts()
+{
+    FinderFixture fixture;
+    const auto *board = fixture.attach("BoardA");
+    QTRY_COMPARE(fixture.finder.ports().size(), 1);
+    int fewest = 1;
+    connect(&fixture.finder, &BoardFinder::changed, &fixture.finder,
+            [&] { fewest = std::min(fewest, fixture.finder.ports().size()); });
+    fixture.start({BoardA}, 0);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    fixture.finder.stop();
+    QSignalSpy changed(&fixture.finder, &BoardFinder::changed);
+    QTRY_VERIFY(changed.size() > 0);
+    fixture.start({BoardA}, 0);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
+    QCOMPARE(fewest, 1);
 }
 
 void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo_data()
@@ -424,16 +448,15 @@ void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo()
     QFETCH(bool, isLost);
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
     fixture.start({BoardA}, 0);
     QTRY_COMPARE(found.size(), 1);
-    QTRY_VERIFY(!fixture.finder.isSearching());
-    const auto communicator = found.at(0).at(0).value<JwMonitor::BoardLink>().communicator;
+    const auto communicator = found.at(0).at(0).value<BoardLink>().communicator;
     const auto descriptor = static_cast<int>(qobject_cast<QSerialPort *>(communicator->device())->handle());
     discardedOutput.clear();
     if (isLost) {
         board->pull();
-        QTRY_COMPARE(fixture.stage(BoardA), Stage::Lost);
+        QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Lost);
     } else {
         fixture.finder.stop();
     }
@@ -445,95 +468,95 @@ void TestFinder::stopForgetsLostBoards()
     FinderFixture fixture;
     auto *board = fixture.attach("BoardA");
     fixture.start({BoardA}, 0);
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Found);
     board->pull();
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Lost);
+    QTRY_COMPARE(fixture.entry(board).stay, PortEntry::Lost);
     fixture.finder.stop();
-    QCOMPARE(fixture.stage(BoardA), Stage::Missing);
-    QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::NoBoard);
+    QCOMPARE(fixture.entry(board).stay, PortEntry::NoBoard);
+    QTRY_COMPARE(fixture.finder.ports().size(), 0);
 }
 
-void TestFinder::stopEndsTheSearch()
-{
-    FinderFixture fixture;
-    const auto *silent = fixture.attach("silent");
-    fixture.start({BoardA});
-    QTRY_VERIFY(fixture.entry(silent).report);
-    QSignalSpy ended(&fixture.finder, &JwMonitor::BoardFinder::searchEnded);
-    fixture.finder.stop();
-    QCOMPARE(ended.size(), 1);
-    QVERIFY(!fixture.finder.isStarted());
-    QTRY_VERIFY(QSerialPort(silent->portName()).open(QIODevice::ReadWrite));
-}
-
-void TestFinder::afterStopNoSearchBeginsByItself()
+void TestFinder::afterStopNoPortIsAsked()
 {
     FinderFixture fixture;
     const auto *other = fixture.attach("silent");
-    fixture.start({BoardA}, 0);
-    QTRY_VERIFY(!fixture.finder.isSearching());
-    QTRY_VERIFY(fixture.entry(other).isPresent);
+    fixture.searchToTheEnd({BoardA}, 0);
     fixture.finder.stop();
-    QSignalSpy started(&fixture.finder, &JwMonitor::BoardFinder::searchStarted);
     auto *board = fixture.attach("BoardA");
     QTRY_VERIFY(fixture.entry(board).isPresent);
-    QVERIFY(!started.wait(500));
+    QVERIFY(!fixture.entry(board).report);
+    QVERIFY(canBeOpened(board));
     QCOMPARE(board->queryCount(), 0);
-}
-
-void TestFinder::anAnswerAfterStopIsLetGo()
-{
-    FinderFixture fixture;
-    fixture.attach("BoardA");
-    const auto *late = fixture.attach("BoardB,delay=50");
-    QPointer<Communicator> lateCommunicator;
-    QEventLoop window;
-    // Runs inside a signal of the search; so after stop, the search still exists until this loop ends.
-    QEventLoop dialog;
-    connect(&fixture.finder, &JwMonitor::BoardFinder::searchStarted, &dialog, [&] {
-        connect(fixture.finder.findChild<Initializer *>(), &Initializer::deviceInitialized, &dialog,
-                [&](Type type, Communicator *communicator) {
-                    if (type == BoardB) {
-                        lateCommunicator = communicator;
-                        dialog.quit();
-                    }
-                });
-    });
-    connect(&fixture.finder, &JwMonitor::BoardFinder::boardFound, &window, [&] {
-        fixture.finder.stop();
-        dialog.exec();
-        QVERIFY(lateCommunicator);
-        window.quit();
-    });
-    QTimer::singleShot(10000, &dialog, &QEventLoop::quit);
-    fixture.start({BoardA, BoardB});
-    window.exec();
-    QTRY_VERIFY(!lateCommunicator);
-    QVERIFY(QSerialPort(late->portName()).open(QIODevice::ReadWrite));
+    // The results of the search stay.
+    QCOMPARE(int(fixture.entry(other).report->verdict), int(PortReport::TimedOut));
 }
 
 void TestFinder::startAgainFindsTheSameBoards()
 {
     FinderFixture fixture;
     const auto *board = fixture.attach("BoardA");
-    QSignalSpy found(&fixture.finder, &JwMonitor::BoardFinder::boardFound);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    QSignalSpy lost(&fixture.finder, &BoardFinder::boardLost);
     fixture.start({BoardA});
     QTRY_COMPARE(found.size(), 1);
     fixture.start({BoardA});
+    QCOMPARE(lost.size(), 1);
     QTRY_COMPARE(found.size(), 2);
-    QCOMPARE(fixture.entry(board).stay, JwMonitor::PortEntry::Found);
+    QCOMPARE(fixture.entry(board).stay, PortEntry::Found);
 }
 
 void TestFinder::startWithinASearchFindsTheBoards()
 {
     FinderFixture fixture;
     const auto *slow = fixture.attach("BoardA,ignore=1");
-    QSignalSpy started(&fixture.finder, &JwMonitor::BoardFinder::searchStarted);
     fixture.start({BoardA});
     QTRY_VERIFY(fixture.entry(slow).report);
-    fixture.start({BoardA}, 1); // a second search, while the first one still has the port open
-    QTRY_COMPARE(fixture.stage(BoardA), Stage::Found);
-    QCOMPARE(started.size(), 2);
+    fixture.start({BoardA}, 1); // the first search has not ended
+    QTRY_COMPARE(fixture.entry(slow).stay, PortEntry::Found);
+}
+
+void TestFinder::aReceiverMayStartAndStop_data()
+{
+    QTest::addColumn<bool>("isStart");
+    QTest::addColumn<bool>("inFound");
+    QTest::newRow("stop in boardFound") << false << true;
+    QTest::newRow("start in boardFound") << true << true;
+    QTest::newRow("stop in boardLost") << false << false;
+    QTest::newRow("start in boardLost") << true << false;
+}
+
+void TestFinder::aReceiverMayStartAndStop()
+{
+    QFETCH(bool, isStart);
+    QFETCH(bool, inFound);
+    FinderFixture fixture;
+    auto *first = fixture.attach("BoardA");
+    const auto *second = fixture.attach("BoardA,delay=30");
+    bool isDone = false;
+    const auto act = [&] {
+        if (std::exchange(isDone, true))
+            return;
+        if (isStart)
+            fixture.start({BoardA}, 0);
+        else
+            fixture.finder.stop();
+    };
+    if (inFound)
+        connect(&fixture.finder, &BoardFinder::boardFound, &fixture.finder, act);
+    else
+        connect(&fixture.finder, &BoardFinder::boardLost, &fixture.finder, act);
+    fixture.start({BoardA}, 0);
+    if (!inFound) {
+        QTRY_COMPARE(fixture.entry(second).stay, PortEntry::Found);
+        first->pull();
+    }
+    QTRY_VERIFY(isDone);
+    if (isStart) {
+        QTRY_COMPARE(fixture.entry(second).stay, PortEntry::Found);
+    } else {
+        QVERIFY(!fixture.finder.isStarted());
+        QVERIFY(canBeOpened(second));
+    }
 }
 
 void TestFinder::canBeDeletedWhileItSearches()
@@ -543,7 +566,7 @@ void TestFinder::canBeDeletedWhileItSearches()
     config.kind = JwSimulator::BoardConfig::Kind::Silent;
     config.port = uniquePortName();
     testbed.add(config);
-    auto *finder = new JwMonitor::BoardFinder;
+    auto *finder = new BoardFinder;
     JwTools::SearchSettings settings;
     settings.types = {BoardA};
     finder->start(settings);

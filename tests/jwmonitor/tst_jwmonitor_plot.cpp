@@ -21,9 +21,9 @@ constexpr qint64 second = 1000000;
 const QString acm0 = QStringLiteral("ttyACM0");
 const QString acm1 = QStringLiteral("ttyACM1");
 
-TrafficRecord at(qint64 timeUs, const QString &body, const QString &port = acm0)
+TrafficRecord at(qint64 timeUs, const QString &body, const QString &port = acm0, const QString &board = QString())
 {
-    return {timeUs, port, Direction::Received, framed(body), 2};
+    return {timeUs, port, Direction::Received, framed(body), 2, Transfer::None, board};
 }
 
 /// Returns a text with time and value for each sample, for example "5s=2" or "5.25s=2".
@@ -70,6 +70,8 @@ private Q_SLOTS:
 
     void countsPayloadsPerSecond();
     void countsEachPortByItself();
+    void boardOnAnotherPortGoesOnInItsCurve();
+    void twoBoardsOfOnePortHaveTwoCurves();
     void secondsWithoutPayloadsCountNone();
     void aClockThatGoesBackIsHeldUp();
     void readsTheValuesOfAField();
@@ -168,6 +170,35 @@ void TestPlot::countsEachPortByItself()
     model.flush();
     QCOMPARE(data.curves().keys(), QList<QString>({acm0, acm1}));
     QCOMPARE(sampleTexts(data.curves()[acm1]), QStringList(QStringLiteral("5s=1")));
+}
+
+void TestPlot::boardOnAnotherPortGoesOnInItsCurve()
+{
+    TrafficModel model;
+    const PlotData data(&model);
+    const QString board = QStringLiteral("S7:1.0");
+    model.append(at(5 * second, QStringLiteral("PA"), acm0, board));
+    model.append(at(6 * second, QStringLiteral("PA"), acm1, board));
+    model.flush();
+    QCOMPARE(data.curves().keys(), QStringList{board});
+    QCOMPARE(sampleTexts(data.curves()[board]), QStringList({QStringLiteral("5s=1"), QStringLiteral("6s=1")}));
+    QCOMPARE(data.curveName(board), acm1);
+}
+
+void TestPlot::twoBoardsOfOnePortHaveTwoCurves()
+{
+    TrafficModel model;
+    const PlotData data(&model);
+    model.append(at(5 * second, QStringLiteral("PA"), acm0, QStringLiteral("S1:1.0")));
+    model.append(at(6 * second, QStringLiteral("PA"), acm0, QStringLiteral("S2:1.0")));
+    model.flush();
+    QCOMPARE(data.curves().size(), 2);
+    QCOMPARE(data.curveName(QStringLiteral("S1:1.0")), acm0 + QStringLiteral(" (S1:1.0)"));
+    QCOMPARE(data.curveName(QStringLiteral("S2:1.0")), acm0 + QStringLiteral(" (S2:1.0)"));
+    model.append(at(7 * second, QStringLiteral("PA"), acm1, QStringLiteral("S1:1.0")));
+    model.flush();
+    QCOMPARE(data.curveName(QStringLiteral("S1:1.0")), acm1);
+    QCOMPARE(data.curveName(QStringLiteral("S2:1.0")), acm0);
 }
 
 void TestPlot::secondsWithoutPayloadsCountNone()

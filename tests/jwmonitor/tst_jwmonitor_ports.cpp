@@ -17,7 +17,8 @@ namespace {
 PortEntry entry(const char *name)
 {
     PortEntry result;
-    result.port.name = QString::fromLatin1(name);
+    result.key = QString::fromLatin1(name);
+    result.port.name = result.key;
     result.isPresent = true;
     return result;
 }
@@ -50,11 +51,13 @@ private Q_SLOTS:
     void rowsComeAndGoOneByOne();
     void onlyWhatChangedIsAnnounced();
     void tellsWhatBecameOfEachPort();
-    void tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore();
+    void tellsWhatCantBeReadAlsoWhenTheSearchWasStopped();
     void toolTipsShowTextsOfBoardsAsTheyAre();
     void tellsTheUsbIdentity();
     void tellsOfALostBoardAndOfItsReturn();
     void theChosenRowStaysWhilePortsCome();
+    void theChosenRowFollowsItsBoard();
+    void saysWhyAPortIsLeftClosed();
     void theLineOfBoardsTellsWhereEachStands();
     void colouredTextsContrastWithTheirGround();
 };
@@ -104,29 +107,29 @@ void TestPorts::tellsWhatBecameOfEachPort()
     const auto *garbled = fixture.attach("BoardB,checksum=wrong");
     const auto *foreign = fixture.attach("BoardA,manufacturer=FTDI,vendor=0403");
     const PortsView view(&fixture.finder);
-    QSignalSpy ended(&fixture.finder, &BoardFinder::searchEnded);
     fixture.start({BoardA, BoardB}, 0);
     QTRY_COMPARE(text(view.model(), silent, PortsModel::State), QStringLiteral("asked, awaiting an answer"));
-    QVERIFY(ended.wait());
+    QTRY_VERIFY(!fixture.finder.isSearching());
     QCOMPARE(text(view.model(), found, PortsModel::State), QStringLiteral("found"));
     QCOMPARE(text(view.model(), found, PortsModel::Type), QStringLiteral("BoardA"));
     QVERIFY(text(view.model(), found, PortsModel::Time).toDouble() > 0);
     QCOMPARE(text(view.model(), silent, PortsModel::State), QStringLiteral("silent"));
     QVERIFY(text(view.model(), silent, PortsModel::Time).toDouble() >= 400);
-    QCOMPARE(text(view.model(), second, PortsModel::State), QStringLiteral("a second BoardA"));
+    QCOMPARE(text(view.model(), second, PortsModel::State), QStringLiteral("found"));
     QVERIFY(text(view.model(), busy, PortsModel::State).startsWith(QLatin1String("not opened: held by another")));
     QVERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
-    QTRY_COMPARE(text(view.model(), foreign, PortsModel::State), QStringLiteral("not asked"));
+    QCOMPARE(text(view.model(), foreign, PortsModel::State), QStringLiteral("not asked"));
 }
 
-void TestPorts::tellsWhatCantBeReadAlsoWhenTheSearchEndedBefore()
+void TestPorts::tellsWhatCantBeReadAlsoWhenTheSearchWasStopped()
 {
     FinderFixture fixture;
     const auto *garbled = fixture.attach("BoardB,checksum=wrong");
-    fixture.attach("BoardA,delay=100");
     const PortsView view(&fixture.finder);
     fixture.start({BoardA}, 0);
-    QTRY_VERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
+    QTRY_VERIFY(fixture.entry(garbled).report && !fixture.entry(garbled).report->unreadable.isEmpty());
+    fixture.finder.stop();
+    QVERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
     QCOMPARE(int(fixture.entry(garbled).report->verdict), int(PortReport::Awaiting));
 }
 
@@ -181,6 +184,32 @@ void TestPorts::theChosenRowStaysWhilePortsCome()
     QCOMPARE(view.currentIndex().data().toString(), chosen->portName());
 }
 
+void TestPorts::theChosenRowFollowsItsBoard()
+{
+    PortsModel model;
+    const QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QVector<PortEntry> entries{entry("ttyACM0"), entry("ttyACM1"), entry("ttyACM2")};
+    model.setEntries(entries);
+    const QPersistentModelIndex chosen = model.index(0, PortsModel::Port);
+    entries[0].port.name = QStringLiteral("ttyACM7");
+    entries.move(0, 2);
+    QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+    model.setEntries(entries);
+    QCOMPARE(column(model, PortsModel::Port).join(QLatin1Char(' ')), QStringLiteral("ttyACM1 ttyACM2 ttyACM7"));
+    QCOMPARE(chosen.data().toString(), QStringLiteral("ttyACM7"));
+    QCOMPARE(removed.size(), 0);
+}
+
+void TestPorts::saysWhyAPortIsLeftClosed()
+{
+    PortsModel model;
+    PortEntry port = entry("ttyACM0");
+    port.report.emplace();
+    port.report->errorText = QStringLiteral("not opened, because ttyACM1 of the same device is a board");
+    model.setEntries({port});
+    QCOMPARE(model.index(0, PortsModel::State).data().toString(), port.report->errorText);
+}
+
 void TestPorts::theLineOfBoardsTellsWhereEachStands()
 {
     FinderFixture fixture;
@@ -190,8 +219,16 @@ void TestPorts::theLineOfBoardsTellsWhereEachStands()
     QVERIFY2(bar.text().contains(QLatin1String("looking")), qPrintable(bar.text()));
     QTRY_VERIFY(bar.text().contains(QStringLiteral("found on ") + board->portName()));
     QTRY_VERIFY(bar.text().contains(QLatin1String("missing")));
+    const auto *second = fixture.attach("BoardA");
+    QTRY_VERIFY(bar.text().contains(QStringLiteral("found on %1, %2").arg(board->portName(), second->portName())));
     board->pull();
     QTRY_VERIFY(bar.text().contains(QStringLiteral("lost on ") + board->portName()));
+    QVERIFY(bar.text().contains(QStringLiteral("found on ") + second->portName()));
+    QVERIFY(board->plug());
+    QTRY_VERIFY(bar.text().contains(QStringLiteral("back on ") + board->portName()));
+    for (int i = 0; i < 4; ++i)
+        fixture.attach("BoardA");
+    QTRY_VERIFY2(bar.text().contains(QLatin1String(" and 2 more")), qPrintable(bar.text()));
 }
 
 void TestPorts::colouredTextsContrastWithTheirGround()

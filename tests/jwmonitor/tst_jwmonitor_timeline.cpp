@@ -1,7 +1,6 @@
 #include "support/jwmonitor/finderfixture.h"
 #include "support/jwmonitor/simulatedwindowmain.h"
 
-#include <jwmonitor/history/clock.h>
 #include <jwmonitor/timeline/probetimeline.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/timeline/timelinecanvas.h>
@@ -38,23 +37,18 @@ struct TimelineFixture : FinderFixture
         }
         return {};
     }
-
-    void searchToTheEnd(const QList<Type> &types, int retries)
-    {
-        QSignalSpy ended(&finder, &BoardFinder::searchEnded);
-        start(types, retries);
-        QVERIFY(ended.wait());
-    }
 };
 
-/// Emits the events of a search on one silent port with many retry rounds.
-class LongSearch
+/// Emits the events of a probe of one silent port with many retry rounds.
+class LongProbe
 {
 public:
-    explicit LongSearch(BoardFinder *finder)
+    explicit LongProbe(BoardFinder *finder, const QString &port = QStringLiteral("ttyACM0"), bool isFirst = true)
         : m_finder(finder)
     {
-        Q_EMIT m_finder->searchStarted(microsecondsSinceEpoch());
+        m_event.portName = port;
+        if (isFirst)
+            Q_EMIT m_finder->started();
         tell(PortEvent::Opened);
         tell(PortEvent::Asked);
     }
@@ -74,7 +68,6 @@ public:
     {
         m_event.kind = kind;
         m_event.nanoseconds += 1000000;
-        m_event.portName = QStringLiteral("ttyACM0");
         m_event.text = kind == PortEvent::Asked ? versionQuery : text;
         Q_EMIT m_finder->portEvent(m_event);
     }
@@ -144,22 +137,26 @@ private Q_SLOTS:
     void aPortIsAskedForEachKindOfSentence();
     void whatCantBeReadIsTold();
     void aPortThatCantBeOpened();
-    void aCablePulledInTheSearch();
-    void aSecondBoardOfTheType();
+    void aCablePulledInTheProbe();
+    void twoBoardsOfAType();
     void lanesAreInTheOrderOfTheirNames();
     void aNewSearchBeginsAnew();
-    void ourOwnBoardIsNoLaneOfALaterSearch();
+    void aBoardThatIsPluggedInLaterHasItsOwnTime();
+    void theNextProbeOfAPortReplacesItsLane();
+    void stopEndsTheLanes();
     void whatIsSentToABoardIsNoQuery();
     void growsWhileTheSearchRuns();
-    void aLongSearchKeepsTheNewestEvents();
-    void aLongSearchIsDrawnInFewLines();
-    void theMarkStaysAtItsEventInALongSearch();
+    void aLongProbeKeepsTheNewestEvents();
+    void aLongProbeIsDrawnInFewLines();
+    void theMarkStaysAtItsEventInALongProbe();
     void theMarkIsGoneWithItsSearch();
     void theToolTipTellsSentenceAndTime();
     void whatCantBeReadHasAShapeOfItsOwn();
     void textsOfBoardsAreShownAsTheyAre();
     void controlCharactersOfABoardAreEscaped();
-    void roundWithoutAQueryHasItsLine();
+    void eachRetryRoundHasItsLine();
+    void theMarkFollowsItsPort();
+    void theMarkStaysOnAPortThatDoesNotOpen();
     void keysGoFromEventToEvent();
     void zoomsByKey();
     void savesAnSvg();
@@ -211,11 +208,9 @@ void TestTimeline::aBoardThatAnswersInARetryRound()
                                        PortEvent::Answered, PortEvent::HandedOver}));
     QVERIFY(isInOrder(lane));
     QVERIFY(lane.events.at(2).ms - lane.events.at(1).ms >= 399);
-    QCOMPARE(fixture.timeline.rounds().size(), 1);
     QCOMPARE(lane.events.at(1).round, 0);
     QCOMPARE(lane.events.at(3).round, 1);
     QCOMPARE(lane.events.at(3).text, versionQuery);
-    QCOMPARE(lane.events.at(3).ms, fixture.timeline.rounds().at(0));
 }
 
 void TestTimeline::aSilentPortThroughAllRounds()
@@ -267,7 +262,7 @@ void TestTimeline::aPortThatCantBeOpened()
     QVERIFY(fixture.lane(busy).outcome.startsWith(QLatin1String("not opened")));
 }
 
-void TestTimeline::aCablePulledInTheSearch()
+void TestTimeline::aCablePulledInTheProbe()
 {
     TimelineFixture fixture;
     auto *board = fixture.attach("silent");
@@ -280,15 +275,18 @@ void TestTimeline::aCablePulledInTheSearch()
     QVERIFY(fixture.lane(board).outcome.startsWith(QLatin1String("lost")));
 }
 
-void TestTimeline::aSecondBoardOfTheType()
+void TestTimeline::twoBoardsOfAType()
 {
     TimelineFixture fixture;
-    fixture.attach("BoardA");
+    const auto *first = fixture.attach("BoardA");
     const auto *second = fixture.attach("BoardA,delay=50");
-    fixture.searchToTheEnd({BoardA, BoardB}, 0);
-    QCOMPARE(kinds(fixture.lane(second)),
-             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::Answered}));
-    QCOMPARE(fixture.lane(second).outcome, QStringLiteral("a second BoardA"));
+    fixture.searchToTheEnd({BoardA}, 0);
+    for (const auto *board : {first, second}) {
+        QCOMPARE(kinds(fixture.lane(board)),
+                 QVector<PortEvent::Kind>(
+                     {PortEvent::Opened, PortEvent::Asked, PortEvent::Answered, PortEvent::HandedOver}));
+        QCOMPARE(fixture.lane(board).outcome, QStringLiteral("BoardA"));
+    }
 }
 
 void TestTimeline::lanesAreInTheOrderOfTheirNames()
@@ -308,26 +306,70 @@ void TestTimeline::aNewSearchBeginsAnew()
 {
     TimelineFixture fixture;
     const auto *board = fixture.attach("silent");
+    const auto *other = fixture.attach("BoardC");
     fixture.searchToTheEnd({BoardA}, 1);
-    fixture.searchToTheEnd({BoardA}, 0);
-    QCOMPARE(fixture.timeline.rounds().size(), 0);
+    JwTools::SearchSettings settings;
+    settings.types = {BoardA};
+    settings.retries = 0;
+    settings.ports = QStringList{board->portName()};
+    fixture.finder.start(settings);
+    QVERIFY(fixture.timeline.lanes().isEmpty());
+    QTRY_VERIFY(!fixture.finder.isSearching());
     QCOMPARE(kinds(fixture.lane(board)),
              QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut}));
     QVERIFY(fixture.lane(board).events.at(0).ms < 400);
+    QVERIFY(fixture.lane(other).events.isEmpty());
 }
 
-void TestTimeline::ourOwnBoardIsNoLaneOfALaterSearch()
+void TestTimeline::aBoardThatIsPluggedInLaterHasItsOwnTime()
 {
     TimelineFixture fixture;
-    const auto *ours = fixture.attach("BoardA");
-    fixture.searchToTheEnd({BoardA, BoardB}, 0);
-    QTRY_VERIFY(fixture.entry(ours).isPresent);
-    QSignalSpy ended(&fixture.finder, &BoardFinder::searchEnded);
+    const auto *board = fixture.attach("BoardA");
+    const auto *silent = fixture.attach("silent");
+    fixture.searchToTheEnd({BoardA, BoardB}, 0); // takes at least 400 ms
+    const int events = fixture.lane(board).events.size();
     const auto *late = fixture.attach("BoardB");
-    QVERIFY(ended.wait());
-    QCOMPARE(fixture.timeline.lanes().size(), 1);
-    QCOMPARE(fixture.timeline.lanes().at(0).port, late->portName());
-    QCOMPARE(fixture.entry(ours).stay, PortEntry::Found);
+    QTRY_VERIFY(fixture.lane(late).isGood);
+    QVERIFY(fixture.lane(late).events.at(0).ms < 400);
+    QCOMPARE(fixture.timeline.lanes().size(), 3);
+    QCOMPARE(fixture.lane(board).events.size(), events);
+    QCOMPARE(fixture.lane(silent).outcome, QStringLiteral("silent"));
+    QVERIFY(!fixture.timeline.isRunning());
+}
+
+void TestTimeline::theNextProbeOfAPortReplacesItsLane()
+{
+    TimelineFixture fixture;
+    auto *board = fixture.attach("silent");
+    fixture.searchToTheEnd({BoardA}, 0);
+    const qint64 start = fixture.lane(board).startNs;
+    board->pull();
+    QTRY_VERIFY(!fixture.entry(board).isPresent);
+    QCOMPARE(fixture.lane(board).outcome, QStringLiteral("silent")); // the probe was over before
+    QVERIFY(board->plug());
+    QTRY_VERIFY(fixture.lane(board).startNs != start);
+    QTRY_VERIFY(!fixture.timeline.isRunning());
+    QCOMPARE(kinds(fixture.lane(board)),
+             QVector<PortEvent::Kind>({PortEvent::Opened, PortEvent::Asked, PortEvent::TimedOut}));
+    QVERIFY(isInOrder(fixture.lane(board)));
+}
+
+void TestTimeline::stopEndsTheLanes()
+{
+    TimelineFixture fixture;
+    const auto *board = fixture.attach("silent");
+    fixture.start({BoardA}, 3);
+    QTRY_COMPARE(fixture.lane(board).events.size(), 2);
+    QVERIFY(fixture.timeline.isRunning());
+    fixture.finder.stop();
+    QVERIFY(!fixture.timeline.isRunning());
+    QCOMPARE(fixture.lane(board).outcome, QStringLiteral("no answer before the search ended"));
+    const double end = fixture.timeline.duration();
+    QVERIFY(end >= fixture.lane(board).events.last().ms);
+    QSignalSpy changed(&fixture.finder, &BoardFinder::changed);
+    QTRY_VERIFY(changed.size() > 0);
+    QCOMPARE(fixture.timeline.duration(), end);
+    QCOMPARE(fixture.lane(board).outcome, QStringLiteral("no answer before the search ended"));
 }
 
 void TestTimeline::whatIsSentToABoardIsNoQuery()
@@ -351,17 +393,16 @@ void TestTimeline::growsWhileTheSearchRuns()
     fixture.start({BoardA}, 1);
     QTRY_COMPARE(kinds(fixture.lane(board)).size(), 2);
     QVERIFY(fixture.timeline.isRunning());
-    QTRY_COMPARE(fixture.timeline.rounds().size(), 1);
+    QTRY_COMPARE(kinds(fixture.lane(board)).size(), 4); // the retry round began
     QVERIFY(fixture.timeline.isRunning());
     QTRY_VERIFY(!fixture.timeline.isRunning());
 }
 
-void TestTimeline::aLongSearchKeepsTheNewestEvents()
+void TestTimeline::aLongProbeKeepsTheNewestEvents()
 {
     TimelineFixture fixture;
-    LongSearch(&fixture.finder).retry(10000);
+    LongProbe(&fixture.finder).retry(10000);
     const TimelineLane lane = fixture.timeline.lanes().at(0);
-    QCOMPARE(fixture.timeline.rounds().size(), 10000);
     QCOMPARE(lane.events.size(), ProbeTimeline::maxEvents);
     QCOMPARE(lane.dropped, 1 + 2 * 10000 + 1 - ProbeTimeline::maxEvents);
     QCOMPARE(lane.queries, 10001);
@@ -371,12 +412,12 @@ void TestTimeline::aLongSearchKeepsTheNewestEvents()
     QCOMPARE(lane.events.last().text, versionQuery);
 }
 
-void TestTimeline::aLongSearchIsDrawnInFewLines()
+void TestTimeline::aLongProbeIsDrawnInFewLines()
 {
     TimelineFixture fixture;
     TimelineView view(&fixture.timeline);
     view.resize(1000, 300);
-    LongSearch(&fixture.finder).retry(10000);
+    LongProbe(&fixture.finder).retry(10000);
     const QString fileName = m_dir.filePath(QStringLiteral("long.svg"));
     QCOMPARE(view.saveTo(fileName), QString());
     QFile file(fileName);
@@ -386,24 +427,24 @@ void TestTimeline::aLongSearchIsDrawnInFewLines()
     QVERIFY2(picture.count("<p") < 2 * view.width(), QByteArray::number(picture.count("<p")));
 }
 
-void TestTimeline::theMarkStaysAtItsEventInALongSearch()
+void TestTimeline::theMarkStaysAtItsEventInALongProbe()
 {
     TimelineFixture fixture;
     TimelineView view(&fixture.timeline);
-    LongSearch search(&fixture.finder);
-    search.retry(ProbeTimeline::maxEvents / 2 - 1);
+    LongProbe probe(&fixture.finder);
+    probe.retry(ProbeTimeline::maxEvents / 2 - 1);
     // Each key moves the mark to the next event; the last event is the query of retry round 3.
     for (int i = 0; i < 8; ++i)
         QTest::keyClick(view.canvas(), Qt::Key_Right);
     const QString marked = view.canvas()->accessibleDescription();
     QVERIFY2(marked.contains(QLatin1String("query sent (retry 3)")), qPrintable(marked));
-    search.retry(1);
+    probe.retry(1);
     QVERIFY(fixture.timeline.lanes().at(0).dropped > 0);
     QCOMPARE(view.canvas()->accessibleDescription(), marked);
     QTest::keyClick(view.canvas(), Qt::Key_Left);
     QTest::keyClick(view.canvas(), Qt::Key_Right);
     QCOMPARE(view.canvas()->accessibleDescription(), marked);
-    search.retry(10);
+    probe.retry(10);
     QCOMPARE(view.canvas()->accessibleDescription(), QString()); // the marked event was dropped, so nothing is marked
 }
 
@@ -412,10 +453,10 @@ void TestTimeline::theMarkIsGoneWithItsSearch()
     TimelineFixture fixture;
     TimelineView view(&fixture.timeline);
     view.resize(1000, 300);
-    const LongSearch search(&fixture.finder);
+    const LongProbe probe(&fixture.finder);
     QTest::keyClick(view.canvas(), Qt::Key_Right);
     QVERIFY(!view.canvas()->accessibleDescription().isEmpty());
-    Q_EMIT fixture.finder.searchStarted(microsecondsSinceEpoch());
+    Q_EMIT fixture.finder.started();
     QCOMPARE(view.canvas()->accessibleDescription(), QString());
     view.grab();
 }
@@ -471,8 +512,8 @@ void TestTimeline::controlCharactersOfABoardAreEscaped()
 {
     TimelineFixture fixture;
     TimelineView view(&fixture.timeline);
-    LongSearch search(&fixture.finder);
-    search.tell(PortEvent::Unreadable, QStringLiteral("$\x01\x1b[31m"));
+    LongProbe probe(&fixture.finder);
+    probe.tell(PortEvent::Unreadable, QStringLiteral("$\x01\x1b[31m"));
     QVERIFY2(fixture.timeline.lanes().at(0).events.last().text.startsWith(QLatin1String("$\\x01\\x1b[31m")),
              qPrintable(fixture.timeline.lanes().at(0).events.last().text));
     const QString fileName = m_dir.filePath(QStringLiteral("escaped.svg"));
@@ -485,13 +526,62 @@ void TestTimeline::controlCharactersOfABoardAreEscaped()
     QVERIFY2(!reader.hasError(), qPrintable(reader.errorString()));
 }
 
-void TestTimeline::roundWithoutAQueryHasItsLine()
+void TestTimeline::eachRetryRoundHasItsLine()
 {
     TimelineFixture fixture;
-    LongSearch search(&fixture.finder);
-    search.startRound();
-    search.tell(PortEvent::TimedOut); // the round sends no query, as after a pulled cable
-    QCOMPARE(fixture.timeline.rounds().size(), 1);
+    TimelineView view(&fixture.timeline);
+    view.resize(1000, 300);
+    const auto dashedLines = [&] {
+        const QString fileName = m_dir.filePath(QStringLiteral("rounds.svg"));
+        QFile file(fileName);
+        if (!view.saveTo(fileName).isEmpty() || !file.open(QIODevice::ReadOnly))
+            return -1;
+        int lines = 0;
+        const QStringList groups = QString::fromUtf8(file.readAll()).split(QStringLiteral("<g "));
+        for (const QString &group : groups) { // the shapes of a group are drawn with the same pen
+            if (group.contains(QLatin1String("stroke-dasharray")))
+                lines += group.count(QLatin1String("<p"));
+        }
+        return lines;
+    };
+    LongProbe probe(&fixture.finder);
+    QCOMPARE(dashedLines(), 0);
+    probe.retry(2);
+    QCOMPARE(dashedLines(), 2);
+}
+
+void TestTimeline::theMarkFollowsItsPort()
+{
+    TimelineFixture fixture;
+    TimelineView view(&fixture.timeline);
+    const LongProbe second(&fixture.finder, QStringLiteral("ttyACM1"));
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    const QString marked = view.canvas()->accessibleDescription();
+    QVERIFY2(marked.startsWith(QLatin1String("ttyACM1")), qPrintable(marked));
+    const LongProbe first(&fixture.finder, QStringLiteral("ttyACM0"), false);
+    QCOMPARE(fixture.timeline.lanes().size(), 2);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    QTest::keyClick(view.canvas(), Qt::Key_Left);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    // The next probe of the port replaces the marked event.
+    const LongProbe again(&fixture.finder, QStringLiteral("ttyACM1"), false);
+    QCOMPARE(view.canvas()->accessibleDescription(), QString());
+}
+
+void TestTimeline::theMarkStaysOnAPortThatDoesNotOpen()
+{
+    TimelineFixture fixture;
+    const auto *busy = fixture.attach("BoardA,open=busy");
+    TimelineView view(&fixture.timeline);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QTest::keyClick(view.canvas(), Qt::Key_Right);
+    const QString marked = view.canvas()->accessibleDescription();
+    QVERIFY2(marked.startsWith(busy->portName()), qPrintable(marked));
+    QSignalSpy attempts(&fixture.finder, &BoardFinder::portEvent);
+    QTRY_COMPARE(attempts.size(), 2);
+    QCOMPARE(view.canvas()->accessibleDescription(), marked);
+    QCOMPARE(kinds(fixture.lane(busy)), QVector<PortEvent::Kind>({PortEvent::NotOpened}));
 }
 
 void TestTimeline::keysGoFromEventToEvent()

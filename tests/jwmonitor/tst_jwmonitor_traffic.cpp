@@ -72,6 +72,7 @@ private Q_SLOTS:
     void aBoardMayGoBefore();
 
     void filtersByPort();
+    void filterByPortFollowsTheBoard();
     void filtersByDirection();
     void filtersByIdentifier();
     void filtersByText();
@@ -387,6 +388,29 @@ void TestTraffic::filtersByPort()
     addSamples();
     choose("port", acm1);
     QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Port), QStringList({acm1, acm1}));
+}
+
+void TestTraffic::filterByPortFollowsTheBoard()
+{
+    const auto addRecord = [this](const QString &port, const QString &board) {
+        TrafficRecord record = received(port, framed(QStringLiteral("PA")));
+        record.board = board;
+        m_model->append(record);
+    };
+    addRecord(acm0, QStringLiteral("S1:1.0"));
+    addRecord(acm0, QStringLiteral("S2:1.0"));
+    m_model->flush();
+    const auto *box = m_view->findChild<QComboBox *>(QStringLiteral("port"));
+    QTRY_COMPARE(box->count(), 3);
+    QCOMPARE(box->itemText(1), acm0 + QStringLiteral(" (S1:1.0)"));
+    QCOMPARE(box->itemText(2), acm0 + QStringLiteral(" (S2:1.0)"));
+    addRecord(acm1, QStringLiteral("S1:1.0"));
+    m_model->flush();
+    QTRY_COMPARE(box->itemText(1), acm1);
+    QCOMPARE(box->itemText(2), acm0);
+    QCOMPARE(box->count(), 3);
+    choose("port", acm1);
+    QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Port), QStringList({acm0, acm1}));
 }
 
 void TestTraffic::filtersByDirection()

@@ -89,6 +89,8 @@ private Q_SLOTS:
     void findsTheBoards();
     void drawsTheRetryRounds();
     void followsACableThatIsPulledAndPluggedIn();
+    void followsABoardToAnotherPort();
+    void canBeStoppedAndStartedInEveryState();
     void sendsAndShowsTheAnswer();
     void filtersAndSavesTheTraffic();
     void savesTheTimelineByKey();
@@ -181,17 +183,19 @@ void TestWindow::findsTheBoards()
     QTest::mouseClick(child<QPushButton>("find"), Qt::LeftButton);
     QTRY_COMPARE(state(a), QStringLiteral("found"));
     QTRY_COMPARE(state(c), QStringLiteral("found"));
-    QTRY_COMPARE(state(silent), QStringLiteral("no answer before the search ended"));
-    QCOMPARE(child<QLabel>("searchStatus")->text(), QStringLiteral("All 2 boards found"));
+    QVERIFY(child<QLabel>("searchStatus")->text().startsWith(QLatin1String("Searching: ")));
+    QTRY_COMPARE(state(silent), QStringLiteral("silent"));
+    QTRY_COMPARE(child<QLabel>("searchStatus")->text(),
+                 QStringLiteral("2 boards found; a board that you plug in is found too"));
     QCOMPARE(child<QComboBox>("board")->count(), 2);
 }
 
 void TestWindow::drawsTheRetryRounds()
 {
-    attach("BoardB,ignore=2");
+    const auto *board = attach("BoardB,ignore=2");
     show({JwDevice::BoardB}, 3);
     auto *canvas = m_window->findChild<TimelineCanvas *>();
-    QTRY_COMPARE(m_window->finder()->boards().value(JwDevice::BoardB).stage, BoardFinder::BoardState::Found);
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
     QSignalSpy described(canvas, &TimelineCanvas::described);
     // The events in order: opened, query, time-out, query, time-out, query, reply.
     for (int event = 0; event < 7; ++event)
@@ -208,7 +212,7 @@ void TestWindow::followsACableThatIsPulledAndPluggedIn()
     board->pull();
     QTRY_COMPARE(state(board), QStringLiteral("lost"));
     QCOMPARE(child<QComboBox>("board")->count(), 0);
-    QTRY_VERIFY(child<QLabel>("searchStatus")->text().startsWith(QLatin1String("0 of 1 boards found")));
+    QTRY_VERIFY(child<QLabel>("searchStatus")->text().startsWith(QLatin1String("0 boards found")));
     QVERIFY(board->plug());
     QTRY_COMPARE(state(board), QStringLiteral("back"));
     m_window->showView(MainWindow::TrafficTab);
@@ -216,6 +220,64 @@ void TestWindow::followsACableThatIsPulledAndPluggedIn()
     QTest::keyClick(child<QLineEdit>("line"), Qt::Key_Return);
     QTRY_COMPARE(column(rows(m_window.get(), "payloads"), QStringLiteral("Direction")),
                  QStringList({QStringLiteral("sent"), QStringLiteral("received")}));
+}
+
+void TestWindow::followsABoardToAnotherPort()
+{
+    auto *board = attach("BoardA,serial=S7");
+    attach("silent");
+    show({JwDevice::BoardA}, 0);
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    auto *ports = m_window->findChild<PortsView *>();
+    QTRY_COMPARE(ports->model()->rowCount(), 2);
+    ports->selectRow(columnTexts(ports->model(), PortsModel::Port).indexOf(board->portName()));
+    QVERIFY(board->send("$PJWTMP,21.5*30\r\n"));
+    auto *model = m_window->findChild<TrafficModel *>();
+    QTRY_COMPARE(model->rowCount(), 1);
+    board->pull();
+    QTRY_COMPARE(state(board), QStringLiteral("lost"));
+    auto *same = attach("BoardA,serial=S7"); // the same board on another port
+    QTRY_COMPARE(state(same), QStringLiteral("back"));
+    QCOMPARE(ports->model()->rowCount(), 2);
+    QCOMPARE(ports->currentIndex().siblingAtColumn(PortsModel::Port).data().toString(), same->portName());
+    QVERIFY(same->send("$PJWTMP,21.6*33\r\n"));
+    QTRY_COMPARE(model->rowCount(), 2);
+    QCOMPARE(model->record(0).key(), model->record(1).key());
+    QCOMPARE(model->record(1).port, same->portName());
+}
+
+void TestWindow::canBeStoppedAndStartedInEveryState()
+{
+    auto *board = attach("BoardA");
+    auto *slow = attach("BoardA,ignore=1");
+    show({JwDevice::BoardA});
+    auto *stop = child<QPushButton>("stop");
+    auto *find = child<QPushButton>("find");
+    const auto stopAndFind = [&] {
+        QTest::mouseClick(stop, Qt::LeftButton);
+        QVERIFY(!stop->isEnabled());
+        QTest::mouseClick(find, Qt::LeftButton);
+        QTest::mouseClick(find, Qt::LeftButton);
+        QVERIFY(stop->isEnabled());
+    };
+    stopAndFind(); // before the ports are listed
+    QTRY_COMPARE(state(slow), QStringLiteral("asked, awaiting an answer"));
+    stopAndFind(); // in a probe
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QVERIFY(board->send("$PJWTMP,21.5*30\r\n"));
+    stopAndFind(); // while a payload is on its way
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QTRY_COMPARE(state(slow), QStringLiteral("found"));
+    board->pull();
+    stopAndFind(); // before the loss is noticed
+    QTRY_COMPARE(state(slow), QStringLiteral("found"));
+    QTRY_COMPARE(state(board), QString());
+    slow->pull();
+    QTRY_COMPARE(state(slow), QStringLiteral("lost"));
+    stopAndFind(); // with a lost board
+    QVERIFY(board->plug());
+    QTRY_COMPARE(state(board), QStringLiteral("found"));
+    QCOMPARE(child<QComboBox>("board")->count(), 1);
 }
 
 void TestWindow::sendsAndShowsTheAnswer()
@@ -291,7 +353,7 @@ void TestWindow::stopsAndFindsAgainByKey()
     QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
     QTRY_COMPARE(state(board), QStringLiteral("found"));
     QTest::keyClick(m_window.get(), Qt::Key_F5, Qt::ShiftModifier);
-    QTRY_COMPARE(state(board), QStringLiteral("not asked")); // the row waits for the first list of the system's ports
+    QTRY_COMPARE(state(board), QStringLiteral("not asked"));
     QVERIFY(child<QLabel>("searchStatus")->text().startsWith(QLatin1String("Stopped")));
     QVERIFY(!child<QPushButton>("stop")->isEnabled());
     QTest::keyClick(m_window.get(), Qt::Key_F5);
@@ -303,13 +365,14 @@ void TestWindow::theStatusStaysWhileAMenuIsOpen()
     attach("BoardA");
     show({JwDevice::BoardA});
     auto *status = child<QLabel>("searchStatus");
-    QTRY_COMPARE(status->text(), QStringLiteral("The board is found"));
+    const QString text = QStringLiteral("1 board found; a board that you plug in is found too");
+    QTRY_COMPARE(status->text(), text);
     QAction *action = m_window->menuBar()->actions().first();
     // Opens the menu; its action has an empty status tip, which must not replace the status.
     m_window->menuBar()->setActiveAction(action);
     QTRY_VERIFY(action->menu()->isVisible());
     QVERIFY(status->isVisible());
-    QCOMPARE(status->text(), QStringLiteral("The board is found"));
+    QCOMPARE(status->text(), text);
     QVERIFY(m_window->statusBar()->currentMessage().isEmpty());
     action->menu()->close();
 }

@@ -75,7 +75,9 @@ class Packages(unittest.TestCase):
         _, files = self.files("jwdevice-monitor")
         self.has(files, "bin/jwmonitor", "man1/jwmonitor.1.gz", "bash-completion/completions/jwmonitor",
                  "applications/jwmonitor.desktop", "icons/hicolor/scalable/apps/jwmonitor.svg")
-        self.assertIn("libjwdevice0.1 (= ", self.field("jwdevice-monitor", "Depends"))
+        dependencies = self.field("jwdevice-monitor", "Depends")
+        self.assertIn("libjwdevice0.1 (= ", dependencies)
+        self.assertIn("libjwdevice-watch0.1 (= ", dependencies)
 
     def test_binaries_are_stripped_and_have_no_search_path(self):
         for name in ("libjwdevice0.1", "libjwdevice-watch0.1", "jwdevice-tools", "jwdevice-monitor"):

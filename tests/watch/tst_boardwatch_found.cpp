@@ -42,9 +42,9 @@ private Q_SLOTS:
     void stopEndsAProbe();
     void watchCanBeStartedAgain();
     void destructorClosesTheBoardsWithoutASignal();
-    void nothingRunsAtRest_data();
-    void nothingRunsAtRest();
     void portsChangedComesWithEachChange();
+    void systemPortsHasAllPorts();
+    void boardIdIsKnownBeforeTheBoardIsFound();
 };
 
 void TestBoardWatchFound::boardAtTheStart()
@@ -435,43 +435,6 @@ void TestBoardWatchFound::destructorClosesTheBoardsWithoutASignal()
     QCOMPARE(fixture.changes, changes);
 }
 
-void TestBoardWatchFound::nothingRunsAtRest_data()
-{
-    QTest::addColumn<int>("boards");
-    QTest::addColumn<int>("silent");
-    QTest::newRow("no board") << 0 << 0;
-    QTest::newRow("boards and silent ports") << 3 << 2;
-    QTest::newRow("as many boards as the simulator can have") << JwSimulator::Testbed::maxBoards << 0;
-}
-
-void TestBoardWatchFound::nothingRunsAtRest()
-{
-    QFETCH(int, boards);
-    QFETCH(int, silent);
-    WatchFixture fixture;
-    QList<const Board *> silentPorts;
-    for (int i = 0; i < boards; ++i)
-        fixture.attach("BoardA");
-    for (int i = 0; i < silent; ++i)
-        silentPorts.append(fixture.attach("silent"));
-    fixture.watch->setMaxRetries(0);
-    fixture.watch->start();
-    QTRY_COMPARE(fixture.watch->boards().size(), boards);
-    for (const Board *const port : qAsConst(silentPorts))
-        QTRY_COMPARE(fixture.report(port).verdict, JwDevice::PortReport::TimedOut);
-    settle();
-    QVERIFY(fixture.isAtRest());
-    // Without an event, the event loop does not wake up: only this test's timer ends its wait.
-    int awake = 0;
-    QObject context;
-    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, &context,
-                     [&awake] { ++awake; });
-    QEventLoop loop;
-    QTimer::singleShot(1500, &loop, &QEventLoop::quit); // longer than the interval of any timer of the watch
-    loop.exec();
-    QVERIFY2(awake <= 5, QByteArray::number(awake));
-}
-
 void TestBoardWatchFound::portsChangedComesWithEachChange()
 {
     WatchFixture fixture;
@@ -487,6 +450,49 @@ void TestBoardWatchFound::portsChangedComesWithEachChange()
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(1, 1));
     board->pull();
     QTRY_COMPARE(seen.value(seen.size() - 1), qMakePair(0, 0));
+}
+
+void TestBoardWatchFound::systemPortsHasAllPorts()
+{
+    WatchFixture fixture;
+    const Board *const candidate = fixture.attach("silent");
+    const auto names = [&fixture] {
+        QStringList texts;
+        const QList<QSerialPortInfo> ports = fixture.watch->systemPorts();
+        for (const QSerialPortInfo &port : ports)
+            texts.append(port.portName());
+        texts.sort();
+        return texts;
+    };
+    QStringList seen; // at each portsChanged(): names()
+    fixture.onChange = [&] { seen << names().join(QLatin1Char(' ')); };
+    QVERIFY(names().isEmpty());
+    fixture.watch->setTypes({});
+    fixture.watch->start();
+    QTRY_COMPARE(names(), QStringList{candidate->portName()});
+    Board *const other = fixture.attach("silent,manufacturer=FTDI,vendor=0403");
+    QStringList both{candidate->portName(), other->portName()};
+    both.sort();
+    QTRY_COMPARE(seen.value(seen.size() - 1), both.join(QLatin1Char(' ')));
+    QCOMPARE(fixture.watch->portReports().size(), 1);
+    QCOMPARE(fixture.watch->boardId(other->portName()), QString());
+    other->pull();
+    QTRY_COMPARE(seen.value(seen.size() - 1), candidate->portName());
+    fixture.watch->stop();
+    QVERIFY(names().isEmpty());
+}
+
+void TestBoardWatchFound::boardIdIsKnownBeforeTheBoardIsFound()
+{
+    WatchFixture fixture;
+    Board *const board = fixture.attach("BoardA,ignore=1", QStringLiteral("S7"));
+    QCOMPARE(fixture.watch->boardId(board->portName()), QString());
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boardId(board->portName()), QStringLiteral("S7:1.0"));
+    QVERIFY(fixture.watch->boards().isEmpty());
+    QTRY_COMPARE(fixture.found(board).id, QStringLiteral("S7:1.0"));
+    board->pull();
+    QTRY_COMPARE(fixture.watch->boardId(board->portName()), QString());
 }
 
 void TestBoardWatchFound::withoutATypeNoPortIsOpened()

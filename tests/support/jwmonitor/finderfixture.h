@@ -11,8 +11,6 @@
 /// Simulated boards, and the BoardFinder that looks for them.
 struct FinderFixture
 {
-    using Stage = JwMonitor::BoardFinder::BoardState::Stage;
-
     JwSimulator::Testbed testbed;
     JwMonitor::BoardFinder finder;
 
@@ -39,15 +37,25 @@ struct FinderFixture
         finder.start(settings);
     }
 
-    Stage stage(JwDevice::Type type) const { return finder.boards().value(type).stage; }
-
-    JwMonitor::PortEntry entry(const JwSimulator::Board *board) const
+    /// Starts, and waits until no port may still answer.
+    void searchToTheEnd(const QList<JwDevice::Type> &types, int retries)
     {
+        start(types, retries);
+        QTRY_VERIFY_WITH_TIMEOUT(!finder.isSearching(), 15000);
+    }
+
+    /// Returns the rows with the port of `board`.
+    QVector<JwMonitor::PortEntry> rows(const JwSimulator::Board *board) const
+    {
+        QVector<JwMonitor::PortEntry> result;
         const auto ports = finder.ports();
         for (const JwMonitor::PortEntry &entry : ports) {
             if (entry.port.name == board->portName())
-                return entry;
+                result.append(entry);
         }
-        return {};
+        return result;
     }
+
+    /// Returns the first row with the port of `board`; a row without a port if there is none.
+    JwMonitor::PortEntry entry(const JwSimulator::Board *board) const { return rows(board).value(0); }
 };

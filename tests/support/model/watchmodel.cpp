@@ -151,10 +151,6 @@ void WatchModel::remove(const QString &name)
     m_changing.append(entry.id);
     if (entry.phase == Ready)
         owe(entry, Board::CablePulled, INT_MAX);
-    // If a new port already has the same name, an error of the old port may come before the event of the pull. Then the
-    // watch may report PortFailed.
-    if (entry.phase == Ready && m_plugged.contains(name))
-        owe(entry, Board::PortFailed, INT_MAX);
     if (m_lent.contains(entry.id) && m_lent[entry.id].lending == BoardWatch::UntilPluggedAgain)
         m_lent.remove(entry.id);
     freeSiblings();

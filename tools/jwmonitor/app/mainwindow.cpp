@@ -183,17 +183,16 @@ void MainWindow::addBoard(const BoardLink &link)
 void MainWindow::updateStatus()
 {
     m_findBar->setStarted(m_finder.isStarted());
-    const auto boards = m_finder.boards();
     int found = 0;
-    for (const BoardFinder::BoardState &board : boards)
-        found += board.stage == BoardFinder::BoardState::Found || board.stage == BoardFinder::BoardState::Back;
+    const QVector<PortEntry> entries = m_finder.ports();
+    for (const PortEntry &entry : entries)
+        found += entry.stay == PortEntry::Found || entry.stay == PortEntry::Back;
+    const QString boards = found == 1 ? tr("1 board found") : tr("%1 boards found").arg(found);
     QString text = tr("Stopped: press Find to look for boards");
     if (m_finder.isSearching())
-        text = tr("Searching: %1 of %2 boards found").arg(found).arg(boards.size());
+        text = tr("Searching: %1").arg(boards);
     else if (m_finder.isStarted())
-        text = found == boards.size()
-            ? found == 1 ? tr("The board is found") : tr("All %1 boards found").arg(found)
-            : tr("%1 of %2 boards found; a new search starts when a port appears").arg(found).arg(boards.size());
+        text = tr("%1; a board that you plug in is found too").arg(boards);
     m_status->setText(text);
 }
 

@@ -1,48 +1,39 @@
 #include "boardfinder.h"
 
+#include "portverdict.h"
 #include <common/portname.h>
-#include <jwmonitor/history/clock.h>
 
-#include <device/boardrules.h>
-#include <device/initializer.h>
-#include <device/porterrors.h>
-
-#include <QSerialPort>
+#include <QSerialPortInfo>
 
 #include <algorithm>
 #include <utility>
+
+using JwDevice::PortReport;
 
 namespace JwMonitor {
 
 namespace {
 
-constexpr int spareTime = 1500; // ms that a search may last beyond its rounds, because ports open slowly
-constexpr int refreshInterval =
-    100; // ms between two readings of the port reports; after a port event they are read at once
-constexpr int settleTime =
-    200; // ms from a new port or a lost board to the next search; ports that appear together get one search
+constexpr int refreshInterval = 20; // ms from a change to the next refresh of the rows, so that changes are collected
 
-bool isSettled(const JwDevice::PortReport &report)
+SystemPort systemPort(const QSerialPortInfo &info)
 {
-    if (report.verdict == JwDevice::PortReport::NotOpened)
-        return report.error != QSerialPort::NoError;
-    return report.verdict != JwDevice::PortReport::Awaiting;
+    QString id;
+    if (info.hasVendorIdentifier())
+        id = QStringLiteral("%1:%2")
+                 .arg(info.vendorIdentifier(), 4, 16, QLatin1Char('0'))
+                 .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
+    return {info.portName(), id, info.manufacturer(), info.description(), info.serialNumber()};
 }
 
-/// Returns a copy of `entry` without the results of earlier searches.
+/// Returns a copy of `entry` without board and result.
 PortEntry forgotten(const PortEntry &entry)
 {
     PortEntry left;
+    left.key = entry.key;
     left.port = entry.port;
+    left.isPresent = entry.isPresent;
     return left;
-}
-
-/// Returns whether a board was lost on this port, and a later search tried the port but did not find the board again.
-bool isTaken(const PortEntry &entry)
-{
-    return entry.stay == PortEntry::Lost && entry.report && !entry.report->location.isEmpty()
-        && entry.report->verdict != JwDevice::PortReport::Lost
-        && entry.report->error != QSerialPort::DeviceNotFoundError; // this error means that the port disappeared
 }
 
 } // namespace
@@ -50,299 +41,192 @@ bool isTaken(const PortEntry &entry)
 BoardFinder::BoardFinder(QObject *parent)
     : QObject(parent)
 {
-    m_deadline.setSingleShot(true);
-    connect(&m_deadline, &QTimer::timeout, this, &BoardFinder::endSearch);
-    m_againTimer.setSingleShot(true);
-    m_againTimer.setInterval(settleTime);
-    connect(&m_againTimer, &QTimer::timeout, this, &BoardFinder::search);
     m_refreshTimer.setSingleShot(true);
+    m_refreshTimer.setInterval(refreshInterval);
     connect(&m_refreshTimer, &QTimer::timeout, this, &BoardFinder::refresh);
-    connect(&m_watcher, &PortWatcher::portsChanged, this, &BoardFinder::onPortsChanged);
-    m_watcher.start();
+    connect(&m_watch, &JwDevice::BoardWatch::boardFound, this,
+            [this](const JwDevice::Board &board) { onFound(board, PortEntry::Found); });
+    connect(&m_watch, &JwDevice::BoardWatch::boardBack, this,
+            [this](const JwDevice::Board &board) { onFound(board, PortEntry::Back); });
+    connect(&m_watch, &JwDevice::BoardWatch::boardLost, this, &BoardFinder::onLost);
+    connect(&m_watch, &JwDevice::BoardWatch::portsChanged, this, &BoardFinder::refreshSoon);
+    m_watch.setPortObserver([this](const JwDevice::PortEvent &event) {
+        m_eventTimes.insert(event.portName, static_cast<double>(event.nanoseconds) / 1e6);
+        Q_EMIT portEvent(event);
+        refreshSoon();
+    });
+    startWatch({});
 }
 
 BoardFinder::~BoardFinder()
 {
-    blockSignals(true); // because stop() emits signals, and their receivers may be half destroyed
-    stop();
+    m_watch.setPortObserver({});
+    m_watch.disconnect(this);
 }
 
 void BoardFinder::start(const JwTools::SearchSettings &settings)
 {
-    stop();
+    closeBoards();
+    for (PortEntry &entry : m_entries)
+        entry = forgotten(entry);
+    m_eventTimes.clear();
     m_settings = settings;
-    m_entries.clear();
-    m_boards.clear();
-    for (const JwDevice::Type type : settings.types)
-        m_boards.insert(type, BoardState());
     m_isStarted = true;
-    search();
+    m_isSearching = true;
+    const QStringList names = settings.ports;
+    if (names.isEmpty())
+        m_watch.setCandidateRule({});
+    else
+        m_watch.setCandidateRule([names](const QSerialPortInfo &port) { return names.contains(port.portName()); });
+    m_watch.setMaxRetries(static_cast<uint>(settings.retries));
+    m_watch.setDelay(settings.delay);
+    Q_EMIT started();
+    startWatch(settings.types);
 }
 
 void BoardFinder::stop()
 {
-    m_isStarted = false;
-    m_isDue = false;
-    m_againTimer.stop();
-    endSearch();
-    const auto held = std::exchange(m_held, {});
-    for (auto board = held.begin(); board != held.end(); ++board) {
-        letGo(board.value());
-        m_entries[board.key()] = forgotten(m_entries.value(board.key()));
-        Q_EMIT boardLost(board.key());
-    }
-    for (PortEntry &entry : m_entries) {
-        if (entry.stay == PortEntry::Lost)
-            entry = forgotten(entry);
-    }
-    for (BoardState &board : m_boards)
-        board = BoardState();
+    closeBoards();
+    startWatch({}); // without types, it opens no port
+}
+
+void BoardFinder::closeBoards()
+{
+    if (m_isStarted)
+        refresh(); // while the watch still has the results
+    m_watch.stop();
+    for (const QString &key : std::exchange(m_lost, {}))
+        m_entries[key] = forgotten(m_entries.value(key));
+    for (PortEntry &entry : m_entries)
+        entry.isOver = true;
+    m_isSearching = false;
+    if (std::exchange(m_isStarted, false))
+        Q_EMIT stopped();
+}
+
+void BoardFinder::startWatch(const QList<JwDevice::Type> &types)
+{
+    m_watch.setTypes(types);
+    m_watch.start();
     Q_EMIT changed();
+    // The watch has no ports until the next turn of the event loop. So a refresh that is due now must wait.
+    m_refreshTimer.start();
 }
 
 QVector<PortEntry> BoardFinder::ports() const
 {
-    QMap<QString, PortEntry> entries = m_entries;
-    for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {
-        PortEntry &entry = entries[port.name];
-        entry.port = port;
-        entry.isPresent = true;
-    }
-    QVector<PortEntry> result;
-    for (const PortEntry &entry : qAsConst(entries)) {
-        if (entry.isPresent || entry.stay != PortEntry::NoBoard || entry.report)
-            result.append(entry);
-    }
-    std::sort(result.begin(), result.end(),
-              [](const PortEntry &a, const PortEntry &b) { return JwTools::isPortBefore(a.port.name, b.port.name); });
-    return result;
+    QVector<PortEntry> entries;
+    for (const PortEntry &entry : m_entries)
+        entries.append(entry);
+    std::stable_sort(entries.begin(), entries.end(), [](const PortEntry &a, const PortEntry &b) {
+        return JwTools::isPortBefore(a.port.name, b.port.name);
+    });
+    return entries;
 }
 
-void BoardFinder::search()
+void BoardFinder::onFound(const JwDevice::Board &board, PortEntry::Stay stay)
 {
-    const QList<JwDevice::Type> types = missingTypes();
-    if (!m_isStarted || types.isEmpty())
-        return;
-    m_isDue = m_initializer || m_leaving > 0;
-    if (m_isDue)
-        return;
-    for (const JwDevice::Type type : types) {
-        BoardState &board = m_boards[type];
-        if (board.stage != BoardState::Lost)
-            board.stage = BoardState::Looking;
-    }
-    for (PortEntry &entry : m_entries) {
-        if (entry.stay == PortEntry::NoBoard)
-            entry = forgotten(entry);
-    }
-
-    auto *initializer = new JwDevice::Initializer(this);
-    m_initializer = initializer;
-    initializer->setMaxRetries(static_cast<uint>(m_settings.retries));
-    connect(initializer, &JwDevice::Initializer::deviceInitialized, this,
-            [this, initializer](JwDevice::Type type, JwDevice::Communicator *communicator) {
-                const Board board = adopt(communicator);
-                if (m_initializer == initializer)
-                    onBoardFound(type, board);
-                else // the search has ended, so the board is not used
-                    letGo(board);
-            });
-    initializer->setPortObserver([this, initializer](const JwDevice::PortEvent &event) {
-        const bool isOurs = event.kind == JwDevice::PortEvent::NotOpened && m_held.contains(event.portName);
-        if (m_initializer != initializer || isOurs)
-            return;
-        Q_EMIT portEvent(event);
-        refreshSoon();
-    });
-    // deviceNotFound() may be emitted inside probe(), and several times: once for each missing type. So the search ends
-    // later, from the event loop.
-    connect(initializer, &JwDevice::Initializer::deviceNotFound, this, [this] { endSearchSoon(); });
-    m_clock.start();
-    m_deadline.start(limit(types));
-    Q_EMIT searchStarted(microsecondsSinceEpoch());
-    Q_EMIT changed();
-    initializer->probe(types, m_settings.delay, m_settings.ports);
+    m_lost.removeAll(board.id);
+    PortEntry &entry = m_entries[board.id];
+    entry.key = board.id;
+    entry.port.name = board.portName;
+    entry.isPresent = true;
+    entry.stay = stay;
+    entry.type = board.type;
     refreshSoon();
+    Q_EMIT boardFound({board.portName, board.type, board.communicator, board.id});
 }
 
-void BoardFinder::endSearch()
+void BoardFinder::onLost(const JwDevice::Board &board)
 {
-    if (!m_initializer)
-        return;
-    refresh();
-    for (PortEntry &entry : m_entries) {
-        entry.isOver = true;
-        if (isTaken(entry)) {
-            entry.stay = PortEntry::NoBoard;
-            entry.type = entry.report->type;
-        }
+    PortEntry &entry = m_entries[board.id];
+    entry = forgotten(entry);
+    if (board.loss != JwDevice::Board::Stopped) {
+        entry.stay = PortEntry::Lost;
+        entry.isPulled = board.loss == JwDevice::Board::CablePulled;
+        entry.type = board.type;
+        m_lost.append(board.id);
     }
-    m_deadline.stop();
-    m_refreshTimer.stop();
-    ++m_leaving;
-    connect(m_initializer, &QObject::destroyed, this, [this] {
-        --m_leaving;
-        if (m_isDue)
-            search();
-    });
-    std::exchange(m_initializer, nullptr)->deleteLater(); // not delete: this may run in a signal of the Initializer
-    for (BoardState &board : m_boards) {
-        if (board.stage == BoardState::Looking)
-            board.stage = BoardState::Missing;
+    // A faulty device may have a new serial number, and so a new row, each time it is plugged in.
+    if (m_lost.size() > mostLost) {
+        const QString oldest = m_lost.takeFirst();
+        m_entries[oldest] = forgotten(m_entries.value(oldest));
     }
-    Q_EMIT searchEnded();
-    Q_EMIT changed();
-}
-
-void BoardFinder::endSearchSoon()
-{
-    QMetaObject::invokeMethod(
-        this,
-        [this, initializer = m_initializer] {
-            if (m_initializer == initializer)
-                endSearch();
-        },
-        Qt::QueuedConnection);
+    refreshSoon();
+    Q_EMIT boardLost(board.portName);
 }
 
 void BoardFinder::refreshSoon()
 {
-    if (m_initializer)
-        m_refreshTimer.start(0);
+    if (!m_refreshTimer.isActive())
+        m_refreshTimer.start();
 }
 
 void BoardFinder::refresh()
 {
-    if (!m_initializer)
-        return;
-    const QList<JwDevice::PortReport> reports = m_initializer->portReports();
-    QList<JwDevice::PortReport> ours;
-    for (const JwDevice::PortReport &report : reports) {
-        if (m_held.contains(report.portName) && report.verdict != JwDevice::PortReport::HandedOver)
-            continue; // not opened by the search, because a board in m_held has the port open
-        ours.append(report);
-        PortEntry &entry = m_entries[report.portName];
-        entry.port.name = report.portName;
-        if (!isSettled(report))
-            entry.milliseconds = -1;
-        else if (entry.milliseconds < 0)
-            entry.milliseconds = static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
-        if (report.type != JwDevice::Unknown)
-            entry.type = report.type;
-        entry.report = report;
-        entry.isOver = false;
+    QHash<QString, PortReport> reports; // by port name
+    if (m_isStarted) {
+        const QList<PortReport> list = m_watch.portReports();
+        for (const PortReport &report : list)
+            reports.insert(report.portName, report);
     }
-    Q_EMIT reported(ours);
-    Q_EMIT changed();
-    m_refreshTimer.start(refreshInterval);
-}
-
-BoardFinder::Board BoardFinder::adopt(JwDevice::Communicator *communicator)
-{
-    auto *port = static_cast<QSerialPort *>(communicator->device());
-    port->setParent(this);
-    communicator->setParent(port);
-    return {communicator, port};
-}
-
-void BoardFinder::onBoardFound(JwDevice::Type type, const Board &held)
-{
-    QSerialPort *const port = held.port;
-    const QString name = port->portName();
-    m_held.insert(name, held);
-    connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, this, [this, name, port] {
-        if (m_held.value(name).port == port)
-            lose(name);
-    });
-
-    PortEntry &entry = m_entries[name];
-    entry.port.name = name;
-    entry.stay = entry.stay == PortEntry::Lost && entry.type == type ? PortEntry::Back : PortEntry::Found;
-    entry.type = type;
-    entry.milliseconds = static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
-    BoardState &board = m_boards[type];
-    board = {board.stage == BoardState::Lost ? BoardState::Back : BoardState::Found, name};
-    Q_EMIT boardFound({name, type, held.communicator}, microsecondsSinceEpoch());
-    refreshSoon();
-    if (missingTypes().isEmpty())
-        endSearchSoon();
-}
-
-void BoardFinder::onPortsChanged(const QVector<SystemPort> &ports)
-{
-    // The first list of ports starts no search, because the first search has already tried these ports.
-    const bool came = m_systemPorts
-        && std::any_of(ports.begin(), ports.end(), [this](const SystemPort &port) { return isWorthASearch(port); });
-    for (const SystemPort &port : m_systemPorts.value_or(QVector<SystemPort>())) {
-        const auto entry = m_entries.find(port.name);
-        if (entry != m_entries.end() && entry->stay == PortEntry::NoBoard && !m_initializer && !ports.contains(port))
-            *entry = forgotten(*entry); // if the port appears again, another board may be on it
+    QMap<QString, PortEntry> entries;
+    m_isSearching = false;
+    const QList<QSerialPortInfo> ports = m_watch.systemPorts();
+    for (const QSerialPortInfo &info : ports) {
+        const QString id = m_watch.boardId(info.portName());
+        const QString key = id.isEmpty() ? info.portName() : id;
+        PortEntry entry = m_entries.value(key);
+        entry.key = key;
+        entry.port = systemPort(info);
+        entry.isPresent = true;
+        const auto report = reports.constFind(info.portName());
+        if (report != reports.constEnd())
+            readResult(entry, *report);
+        entries.insert(key, entry);
     }
-    const QList<JwDevice::Type> missing = missingTypes();
-    for (const SystemPort &port : ports) {
-        const auto entry = m_entries.find(port.name);
-        if (entry == m_entries.end())
+    for (PortEntry entry : qAsConst(m_entries)) {
+        if (entries.contains(entry.key) || entry.stay == PortEntry::NoBoard)
             continue;
-        const bool isNew = m_systemPorts && !m_systemPorts->contains(port);
-        if (isNew && entry->stay == PortEntry::Lost && !missing.contains(entry->type))
-            *entry = forgotten(*entry); // a board of this type was found elsewhere, so no search will update this entry
-        entry->port = port;
+        entry.isPresent = false;
+        entries.insert(entry.key, entry);
     }
-    m_systemPorts = ports;
-    if (came && m_isStarted)
-        m_againTimer.start();
+    if (m_isStarted)
+        addMissingPorts(entries);
+    m_entries = entries;
     Q_EMIT changed();
 }
 
-bool BoardFinder::isWorthASearch(const SystemPort &port) const
+void BoardFinder::readResult(PortEntry &entry, const PortReport &report)
 {
-    // The newest search may have tried the port before m_watcher reported the port. Then no new search is needed.
-    const std::optional<JwDevice::PortReport> report = m_entries.value(port.name).report;
-    const bool isTried = report && !report->location.isEmpty() && report->verdict != JwDevice::PortReport::Lost;
-    return !m_systemPorts->contains(port) && !isTried
-        && (m_settings.ports.isEmpty() || m_settings.ports.contains(port.name));
-}
-
-void BoardFinder::lose(const QString &portName)
-{
-    letGo(m_held.take(portName));
-    PortEntry &entry = m_entries[portName];
-    entry.stay = PortEntry::Lost;
-    entry.milliseconds = -1;
-    entry.report.reset();
-    m_boards[entry.type] = {BoardState::Lost, portName};
-    // The port may disappear and appear again between two looks of m_watcher, which then sees no change. So the port is
-    // removed from m_systemPorts here. If the system lists it at the next look, it counts as new and a search starts.
-    if (m_systemPorts) {
-        const auto isIt = [&portName](const SystemPort &port) { return port.name == portName; };
-        m_systemPorts->erase(std::remove_if(m_systemPorts->begin(), m_systemPorts->end(), isIt), m_systemPorts->end());
+    entry.report = report;
+    entry.milliseconds = isSettled(report) ? m_eventTimes.value(report.portName, -1) : -1;
+    m_isSearching |= !isSettled(report);
+    // The lost board was plugged in again, but no longer answers like a board.
+    const bool isOther = report.verdict == PortReport::TimedOut || report.verdict == PortReport::Silenced;
+    if (entry.stay == PortEntry::Lost && entry.isPulled && isOther) {
+        entry.stay = PortEntry::NoBoard;
+        entry.type = JwDevice::Unknown;
+        m_lost.removeAll(entry.key);
     }
-    m_watcher.lookAgain();
-    Q_EMIT boardLost(portName);
-    Q_EMIT changed();
-    m_againTimer.start(); // a board of the same type may be on another port
 }
 
-void BoardFinder::letGo(const Board &board)
+/// Adds a row for each port that the user named but that the system does not have.
+void BoardFinder::addMissingPorts(QMap<QString, PortEntry> &entries) const
 {
-    disconnect(board.port, nullptr, this, nullptr);
-    board.communicator->setIODevice(nullptr);
-    JwDevice::closeAtOnce(board.port); // without this, an open port whose device is gone reports errors without end
-    board.port->deleteLater(); // not delete, because this code may run inside a signal of the port
-}
-
-QList<JwDevice::Type> BoardFinder::missingTypes() const
-{
-    QList<JwDevice::Type> types = m_settings.types;
-    for (auto board = m_held.begin(); board != m_held.end(); ++board)
-        types.removeAll(m_entries.value(board.key()).type);
-    return types;
-}
-
-int BoardFinder::limit(const QList<JwDevice::Type> &types) const
-{
-    const int delay = types.contains(JwDevice::BoardC) ? m_settings.delay : 0; // the library delays only BoardC
-    return delay + (m_settings.retries + 1) * JwDevice::replyTime + spareTime;
+    for (const QString &name : m_settings.ports) {
+        const bool isShown = std::any_of(entries.cbegin(), entries.cend(),
+                                         [&name](const PortEntry &entry) { return entry.port.name == name; });
+        if (isShown)
+            continue;
+        PortEntry entry;
+        entry.key = name;
+        entry.port.name = name;
+        entry.report.emplace();
+        entry.report->portName = name;
+        entry.report->error = QSerialPort::DeviceNotFoundError;
+        entries.insert(name, entry);
+    }
 }
 
 } // namespace JwMonitor

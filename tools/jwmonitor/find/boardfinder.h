@@ -1,115 +1,83 @@
 #pragma once
 
-#include <common/searchsettings.h>
 #include "portentry.h"
-#include "portwatcher.h"
+#include <common/searchsettings.h>
 #include <jwmonitor/traffic/boardlink.h>
 
-#include <QElapsedTimer>
+#include <device/portevent.h>
+#include <watch/boardwatch.h>
+
 #include <QHash>
 #include <QMap>
 #include <QObject>
+#include <QStringList>
 #include <QTimer>
-
-#include <optional>
-
-class QSerialPort;
-
-namespace JwDevice {
-class Initializer;
-struct PortEvent;
-} // namespace JwDevice
+#include <QVector>
 
 namespace JwMonitor {
 
 /**
- * Finds the wanted boards, and finds lost boards again, from start() to stop(). A new search for the missing boards
- * starts when a port appears or a board is lost. The finder owns the boards that it finds.
- *
- * Each search uses its own Initializer, and deletes the Initializer at the end to close its ports. A search has a time
- * limit, because a board of another type keeps the Initializer's probe open without end.
+ * Keeps the rows in the table of ports: all serial ports of the system, and the boards that are or were on them. A
+ * BoardWatch finds the boards from start() to stop(). Before start() and after stop(), the BoardWatch only lists the
+ * ports.
  */
 class BoardFinder : public QObject
 {
     Q_OBJECT
 
 public:
-    /// The state of a wanted board.
-    struct BoardState
-    {
-        enum Stage { Missing, Looking, Found, Lost, Back };
-        Stage stage = Missing;
-        QString port; ///< name of the port where the board is, or was before it was lost; else empty
-    };
+    static constexpr int mostLost = 100; ///< largest number of rows of lost boards
 
     explicit BoardFinder(QObject *parent = nullptr);
     ~BoardFinder() override;
 
-    /// Closes all boards, then searches for the types in `settings`. There must be at least one type.
+    /// Closes all boards, then finds all boards of the types in `settings`, also boards that are plugged in later.
+    /// There must be at least one type.
     void start(const JwTools::SearchSettings &settings);
-    /// Ends the search and closes all boards.
+    /// Closes all boards and ports. Forgets the lost boards. The results on ports without a board stay.
     void stop();
 
     bool isStarted() const { return m_isStarted; }
-    bool isSearching() const { return m_initializer; }
+    /// Returns whether a port may still answer.
+    bool isSearching() const { return m_isSearching; }
 
-    /// Returns the ports of the system, the ports that the newest search tried, and the ports of lost boards, sorted by
-    /// name.
+    /// Returns the rows, sorted by the names of their ports: the ports of the system, the lost boards, and the ports
+    /// that the user named but that the system does not have.
     QVector<PortEntry> ports() const;
-    /// Returns one entry for each wanted type. Empty before start().
-    QMap<JwDevice::Type, BoardState> boards() const { return m_boards; }
+    /// Returns the wanted types. Empty before start().
+    QList<JwDevice::Type> types() const { return m_settings.types; }
 
 Q_SIGNALS:
-    void searchStarted(qint64 timeUs); ///< `timeUs` is in microseconds since the epoch
-    void searchEnded();
-    /// Emitted when ports() or boards() may have changed.
+    void started(); ///< emitted at each start()
+    void stopped(); ///< emitted when start() or stop() ends a running search; ports() has its results
+    /// Emitted when ports() or isSearching() may have changed.
     void changed();
-    /// Emitted for each event on a port during the running search. Not emitted for ports of boards that earlier
-    /// searches found, because these ports are already open. Don't run an event loop in the slot, because the slot runs
-    /// in the middle of a function of the Initializer.
+    /// Emitted for each event of a probe. Don't run an event loop in the slot, because the slot runs in the middle of a
+    /// function of the Initializer.
     void portEvent(const JwDevice::PortEvent &event);
-    /// Emitted every 100 ms while a search runs, and soon after each portEvent(). `reports` has one report for each
-    /// port that the search tries. It has no report for the ports of boards that earlier searches found, because these
-    /// ports are already open.
-    void reported(const QList<JwDevice::PortReport> &reports);
-    void boardFound(const JwMonitor::BoardLink &link, qint64 timeUs);
+    /// Emitted when a board is found, and when a lost board is back.
+    void boardFound(const JwMonitor::BoardLink &link);
+    /// Emitted when a board can't be used any more. Its Communicator still exists. `port` is the name of its port.
     void boardLost(const QString &port);
 
 private:
-    struct Board
-    {
-        JwDevice::Communicator *communicator; // a QObject child of `port`, so deleted together with it
-        QSerialPort *port;
-    };
-
-    void search();
-    void endSearch();
-    void endSearchSoon(); // ends the search from the event loop; safe inside a signal of the Initializer
+    void onFound(const JwDevice::Board &board, PortEntry::Stay stay);
+    void onLost(const JwDevice::Board &board);
+    void closeBoards();
+    void startWatch(const QList<JwDevice::Type> &types);
     void refreshSoon();
     void refresh();
-    Board adopt(JwDevice::Communicator *communicator); // takes ownership of the Communicator and its port
-    void onBoardFound(JwDevice::Type type, const Board &held);
-    void onPortsChanged(const QVector<SystemPort> &ports);
-    bool isWorthASearch(const SystemPort &port) const;
-    void lose(const QString &portName);
-    void letGo(const Board &board);
-    QList<JwDevice::Type> missingTypes() const;
-    int limit(const QList<JwDevice::Type> &types) const; // longest time of a search for `types`, in ms
+    void readResult(PortEntry &entry, const JwDevice::PortReport &report);
+    void addMissingPorts(QMap<QString, PortEntry> &entries) const;
 
-    PortWatcher m_watcher;
-    QTimer m_deadline;
-    QTimer m_refreshTimer;
-    QTimer m_againTimer; // starts the next search later, because a slot for a signal of a port must not start it
-    QElapsedTimer m_clock;
     JwTools::SearchSettings m_settings;
     bool m_isStarted = false;
-    bool m_isDue = false; // whether a new search starts when the running search has ended and its ports are free
-    int m_leaving = 0; // number of ended Initializers that are not deleted yet, so they may still keep ports open
-    JwDevice::Initializer *m_initializer = nullptr; // the Initializer of the running search; null if no search runs
-    std::optional<QVector<SystemPort>> m_systemPorts;
-    QMap<QString, PortEntry> m_entries; // key: name of a port that a search has tried
-    QHash<QString, Board> m_held; // the boards whose ports are open; key: name of the port
-    QMap<JwDevice::Type, BoardState> m_boards;
+    bool m_isSearching = false;
+    QTimer m_refreshTimer;
+    QMap<QString, PortEntry> m_entries; // by key
+    QStringList m_lost; // keys of the lost boards; the board that was lost first is first
+    QHash<QString, double> m_eventTimes; // by port name: time of the newest event, in ms since the start of the probe
+    JwDevice::BoardWatch m_watch{this}; // the last member, so that it is destroyed while the others still exist
 };
 
 } // namespace JwMonitor

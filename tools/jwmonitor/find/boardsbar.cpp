@@ -6,40 +6,25 @@
 
 #include <QEvent>
 
+#include <algorithm>
+
 namespace JwMonitor {
 
 namespace {
 
-QString stageText(const BoardFinder::BoardState &board)
-{
-    switch (board.stage) {
-    case BoardFinder::BoardState::Missing:
-        return BoardsBar::tr("missing");
-    case BoardFinder::BoardState::Looking:
-        return BoardsBar::tr("looking");
-    case BoardFinder::BoardState::Found:
-        return BoardsBar::tr("found on %1").arg(board.port);
-    case BoardFinder::BoardState::Lost:
-        return BoardsBar::tr("lost on %1").arg(board.port);
-    case BoardFinder::BoardState::Back:
-        return BoardsBar::tr("back on %1").arg(board.port);
-    }
-    return QString();
-}
+constexpr int mostNames = 3; // ports of one type and state that the line names
 
-Theme::Role stageRole(BoardFinder::BoardState::Stage stage)
+struct Group
 {
-    switch (stage) {
-    case BoardFinder::BoardState::Missing:
-    case BoardFinder::BoardState::Lost:
-        return Theme::Problem;
-    case BoardFinder::BoardState::Looking:
-        return Theme::Waiting;
-    case BoardFinder::BoardState::Found:
-    case BoardFinder::BoardState::Back:
-        return Theme::Good;
-    }
-    return Theme::Quiet;
+    PortEntry::Stay stay;
+    Theme::Role role;
+    QString text;
+};
+
+QString joined(const QStringList &ports)
+{
+    const QString names = QStringList(ports.mid(0, mostNames)).join(QStringLiteral(", "));
+    return ports.size() > mostNames ? BoardsBar::tr("%1 and %2 more").arg(names).arg(ports.size() - mostNames) : names;
 }
 
 } // namespace
@@ -67,12 +52,33 @@ void BoardsBar::changeEvent(QEvent *event)
 
 void BoardsBar::refresh()
 {
-    const auto boards = m_finder->boards();
+    const QVector<PortEntry> entries = m_finder->ports();
+    const Group groups[] = {{PortEntry::Found, Theme::Good, tr("found on %1")},
+                            {PortEntry::Back, Theme::Good, tr("back on %1")},
+                            {PortEntry::Lost, Theme::Problem, tr("lost on %1")}};
+    const auto coloured = [this](const QString &text, Theme::Role role) {
+        return QStringLiteral("<span style=\"color:%1\">%2</span>")
+            .arg(Theme::colour(palette(), role).name(), text.toHtmlEscaped());
+    };
     QStringList parts;
-    for (auto board = boards.begin(); board != boards.end(); ++board) {
-        const QString colour = Theme::colour(palette(), stageRole(board->stage)).name();
-        parts.append(QStringLiteral("<b>%1</b>&nbsp;<span style=\"color:%2\">%3</span>")
-                         .arg(JwTools::boardName(board.key()), colour, stageText(*board).toHtmlEscaped()));
+    QList<JwDevice::Type> types = m_finder->types();
+    std::sort(types.begin(), types.end());
+    for (const JwDevice::Type type : qAsConst(types)) {
+        QStringList states;
+        for (const Group &group : groups) {
+            QStringList ports;
+            for (const PortEntry &entry : entries) {
+                if (entry.type == type && entry.stay == group.stay)
+                    ports.append(entry.port.name);
+            }
+            if (!ports.isEmpty())
+                states.append(coloured(group.text.arg(joined(ports)), group.role));
+        }
+        if (states.isEmpty())
+            states.append(m_finder->isSearching() ? coloured(tr("looking"), Theme::Waiting)
+                                                  : coloured(tr("missing"), Theme::Problem));
+        parts.append(
+            QStringLiteral("<b>%1</b>&nbsp;%2").arg(JwTools::boardName(type), states.join(QStringLiteral("; "))));
     }
     const QString text =
         parts.isEmpty() ? tr("No search for boards.") : parts.join(QStringLiteral("&nbsp;&nbsp;&nbsp; "));

@@ -6,7 +6,7 @@ namespace JwMonitor {
 
 class BoardFinder;
 
-/// Shows one line with the state of each wanted board.
+/// Shows one line: for each wanted type, the ports where its boards are, or were before they were lost.
 class BoardsBar : public QLabel
 {
     Q_OBJECT

@@ -50,10 +50,9 @@ QLabel *createLabel(const QString &text, QWidget *buddy, QWidget *parent)
 FindBar::FindBar(QWidget *parent)
     : QWidget(parent)
     , m_types(createTypes(this))
-    , m_retries(createNumber("retries", JwTools::SearchSettings::maxRetries,
-                             tr("How many times a port is asked again while a board is missing; a round takes %1 ms")
-                                 .arg(JwDevice::replyTime),
-                             this))
+    , m_retries(createNumber(
+          "retries", JwTools::SearchSettings::maxRetries,
+          tr("How many times a silent port is asked again; a round takes %1 ms").arg(JwDevice::replyTime), this))
     , m_delay(createNumber("delay", JwTools::SearchSettings::maxDelay,
                            tr("Wait before the ports are opened, when BoardC is wanted"), this))
     , m_ports(new QLineEdit(this))

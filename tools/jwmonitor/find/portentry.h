@@ -1,17 +1,33 @@
 #pragma once
 
-#include "systemport.h"
-
 #include <device/portreport.h>
+
+#include <QString>
 
 #include <optional>
 
 namespace JwMonitor {
 
-/// One port: the system's data about the port, and the result of the newest search that tried the port.
+/// A serial port in the system's list of ports.
+struct SystemPort
+{
+    QString name; ///< for example "ttyACM0"
+    QString usbId; ///< for example "0483:5740"; empty if the port has no USB id
+    QString manufacturer;
+    QString product;
+    QString serialNumber;
+};
+
+inline bool operator==(const SystemPort &a, const SystemPort &b)
+{
+    return a.name == b.name && a.usbId == b.usbId && a.manufacturer == b.manufacturer && a.product == b.product
+        && a.serialNumber == b.serialNumber;
+}
+
+/// One row in the table of ports: a port, and the board on it. The row follows the board to another port.
 struct PortEntry
 {
-    /// Whether a board was found on this port, and whether it is still there.
+    /// Whether a board was found, and whether it is still there.
     enum Stay {
         NoBoard, ///< no board was found
         Found, ///< a board was found and is still there
@@ -19,14 +35,17 @@ struct PortEntry
         Back, ///< the board was lost and found again
     };
 
-    SystemPort port;
+    /// Identifies the row: JwDevice::Board::id of the board that is or could be on the port. For a port that is not a
+    /// candidate, the name of the port.
+    QString key;
+    SystemPort port; ///< the port, or the last port of a lost board
     bool isPresent = false; ///< whether the system lists the port now
     Stay stay = NoBoard;
-    /// Type of the board. Also set if the board is not used because its type was already found on another port.
-    JwDevice::Type type = JwDevice::Unknown;
-    std::optional<JwDevice::PortReport> report; ///< the newest report; empty if no search tried the port
-    bool isOver = false; ///< whether the search ended, so that the report is final
-    double milliseconds = -1; ///< time from the start of the search to the verdict; negative while there is no verdict
+    bool isPulled = false; ///< whether the lost board was lost because its port disappeared
+    JwDevice::Type type = JwDevice::Unknown; ///< type of the board; Unknown if `stay` is NoBoard
+    std::optional<JwDevice::PortReport> report; ///< the newest report; empty if the port is not a candidate
+    bool isOver = false; ///< whether the search was stopped, so that the report is final
+    double milliseconds = -1; ///< time from the start of the port's probe to the verdict; negative without a verdict
 };
 
 } // namespace JwMonitor

@@ -2,9 +2,10 @@
 
 #include "portverdict.h"
 #include <common/boardtype.h>
-#include <common/portname.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/look/tooltip.h>
+
+#include <QSet>
 
 namespace JwMonitor {
 
@@ -44,12 +45,12 @@ Theme::Role stateRole(const PortEntry &entry)
     case JwDevice::PortReport::Awaiting:
         return entry.isOver ? Theme::Quiet : Theme::Waiting;
     case JwDevice::PortReport::Silenced:
-    case JwDevice::PortReport::Duplicate:
         return Theme::Waiting;
     case JwDevice::PortReport::TimedOut:
         return Theme::Quiet;
     case JwDevice::PortReport::Lost:
         return Theme::Problem;
+    case JwDevice::PortReport::Duplicate:
     case JwDevice::PortReport::HandedOver:
         return Theme::Good;
     }
@@ -76,30 +77,44 @@ PortsModel::~PortsModel() = default;
 
 void PortsModel::setEntries(const QVector<PortEntry> &entries)
 {
-    int row = 0;
-    for (const PortEntry &entry : entries) {
-        while (row < m_entries.size() && JwTools::isPortBefore(m_entries.at(row).port.name, entry.port.name)) {
-            beginRemoveRows({}, row, row);
-            m_entries.removeAt(row);
-            endRemoveRows();
-        }
-        if (row < m_entries.size() && m_entries.at(row).port.name == entry.port.name) {
-            if (!isSame(m_entries.at(row), entry)) {
-                m_entries[row] = entry;
-                Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
-            }
-        } else {
+    QSet<QString> keys;
+    for (const PortEntry &entry : entries)
+        keys.insert(entry.key);
+    for (int row = rowCount() - 1; row >= 0; --row) {
+        if (keys.contains(m_entries.at(row).key))
+            continue;
+        beginRemoveRows({}, row, row);
+        m_entries.removeAt(row);
+        endRemoveRows();
+    }
+    for (int row = 0; row < entries.size(); ++row) {
+        const PortEntry &entry = entries.at(row);
+        const int from = rowOf(entry.key, row);
+        if (from < 0) {
             beginInsertRows({}, row, row);
             m_entries.insert(row, entry);
             endInsertRows();
+            continue;
         }
-        ++row;
+        if (from > row) {
+            beginMoveRows({}, from, from, {}, row);
+            m_entries.move(from, row);
+            endMoveRows();
+        }
+        if (!isSame(m_entries.at(row), entry)) {
+            m_entries[row] = entry;
+            Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
+        }
     }
-    if (row < m_entries.size()) {
-        beginRemoveRows({}, row, rowCount() - 1);
-        m_entries.resize(row);
-        endRemoveRows();
+}
+
+int PortsModel::rowOf(const QString &key, int first) const
+{
+    for (int row = first; row < m_entries.size(); ++row) {
+        if (m_entries.at(row).key == key)
+            return row;
     }
+    return -1;
 }
 
 void PortsModel::setPalette(const QPalette &palette)

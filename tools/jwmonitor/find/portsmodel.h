@@ -8,7 +8,7 @@
 
 namespace JwMonitor {
 
-/// The model of the table of ports; each row shows one port.
+/// The model of the table of ports; each row shows one port or board.
 class PortsModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -19,8 +19,8 @@ public:
     explicit PortsModel(QObject *parent = nullptr);
     ~PortsModel() override;
 
-    /// Replaces the entries. Changes only the rows that differ, so that selected rows stay selected. `entries` must be
-    /// sorted by JwTools::isPortBefore().
+    /// Replaces the entries. Changes and moves only the rows that differ, so that a selected row stays selected. Each
+    /// key may occur only once.
     void setEntries(const QVector<PortEntry> &entries);
     const PortEntry &entry(int row) const { return m_entries.at(row); }
     /// Sets the palette of the view. The model then uses text colours that are readable on the background of this
@@ -33,6 +33,8 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
 private:
+    int rowOf(const QString &key, int first) const;
+
     QVector<PortEntry> m_entries;
     QPalette m_palette;
 };

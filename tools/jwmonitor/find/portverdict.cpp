@@ -1,6 +1,5 @@
 #include "portverdict.h"
 
-#include <common/boardtype.h>
 #include <common/printable.h>
 
 #include <device/portreport.h>
@@ -20,7 +19,7 @@ QString whyNotOpened(const JwDevice::PortReport &report)
 {
     switch (report.error) {
     case QSerialPort::NoError:
-        return Verdict::tr("waits to be opened");
+        return report.errorText.isEmpty() ? Verdict::tr("waits to be opened") : report.errorText;
     case QSerialPort::DeviceNotFoundError:
         return Verdict::tr("no such port");
     case QSerialPort::PermissionError:
@@ -31,6 +30,13 @@ QString whyNotOpened(const JwDevice::PortReport &report)
 }
 
 } // namespace
+
+bool isSettled(const JwDevice::PortReport &report)
+{
+    if (report.verdict == JwDevice::PortReport::NotOpened)
+        return report.error != QSerialPort::NoError || !report.errorText.isEmpty();
+    return report.verdict != JwDevice::PortReport::Awaiting;
+}
 
 QString verdictText(const JwDevice::PortReport &report, bool isOver)
 {
@@ -46,10 +52,9 @@ QString verdictText(const JwDevice::PortReport &report, bool isOver)
                                            : Verdict::tr("unreadable: %1").arg(JwTools::printable(report.unreadable));
     case JwDevice::PortReport::Silenced:
         return Verdict::tr("answered, but is not wanted: %1").arg(JwTools::printable(report.reply));
-    case JwDevice::PortReport::Duplicate:
-        return Verdict::tr("a second %1").arg(JwTools::boardName(report.type));
     case JwDevice::PortReport::Lost:
         return Verdict::tr("lost: %1").arg(report.errorText);
+    case JwDevice::PortReport::Duplicate: // never happens, because each port has its own probe
     case JwDevice::PortReport::HandedOver:
         return Verdict::tr("found");
     }

@@ -198,7 +198,7 @@ QVector<PlotCanvas::Curve> PlotCanvas::visibleCurves(qint64 *beginUs, qint64 *en
         if (begin != samples.begin())
             --begin;
         if (begin != end)
-            curves.append({curve.key(), begin, end});
+            curves.append({m_data->curveName(curve.key()), begin, end});
     }
     return curves;
 }

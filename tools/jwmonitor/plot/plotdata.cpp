@@ -57,6 +57,7 @@ void PlotData::read(int first, int last)
     for (int row = first; row <= last; ++row) {
         const TrafficRecord &record = m_model->record(row);
         const qint64 number = m_scan.firstNumber() + row;
+        m_names.add(record);
         if (m_quantity.isRate())
             count(record, number);
         if (SentenceDecoder::checksum(record.payload) == ChecksumState::Bad)
@@ -69,15 +70,19 @@ void PlotData::read(int first, int last)
 
 void PlotData::drop(qint64 firstNumber)
 {
-    for (auto &samples : m_curves) {
+    for (auto curve = m_curves.begin(); curve != m_curves.end();) {
+        std::deque<PlotSample> &samples = curve.value();
         while (!samples.empty() && samples.front().number < firstNumber)
             samples.pop_front();
+        if (samples.empty())
+            m_names.remove(curve.key());
+        curve = samples.empty() ? m_curves.erase(curve) : std::next(curve);
     }
 }
 
 void PlotData::count(const TrafficRecord &record, qint64 number)
 {
-    std::deque<PlotSample> &samples = m_curves[record.port];
+    std::deque<PlotSample> &samples = m_curves[record.key()];
     const qint64 begin = record.timeUs / second * second;
     if (!samples.empty() && begin <= samples.back().timeUs) {
         samples.back().number = number;
@@ -102,7 +107,7 @@ void PlotData::addValue(const TrafficRecord &record, qint64 number)
     double value = 0;
     if (!readNumber(SentenceDecoder::field(record.payload, m_quantity.field), &value))
         return;
-    std::deque<PlotSample> &samples = m_curves[record.port];
+    std::deque<PlotSample> &samples = m_curves[record.key()];
     const qint64 timeUs = samples.empty() ? record.timeUs : std::max(record.timeUs, samples.back().timeUs);
     samples.push_back({number, timeUs, value});
 }

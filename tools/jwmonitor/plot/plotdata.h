@@ -1,6 +1,7 @@
 #pragma once
 
 #include <jwmonitor/history/historyscan.h>
+#include <jwmonitor/traffic/boardnames.h>
 #include <jwmonitor/traffic/trafficrecord.h>
 
 #include <QMap>
@@ -34,7 +35,7 @@ struct PlotSample
     double value;
 };
 
-/// The curve of each port. The key is the name of the port.
+/// The curve of each board. The key is TrafficRecord::key().
 using PlotCurves = QMap<QString, std::deque<PlotSample>>;
 
 /// Computes the curves of one quantity from the payloads of the model. The fields of a payload with a bad checksum are
@@ -51,6 +52,8 @@ public:
     void setQuantity(const PlotQuantity &quantity);
     const PlotQuantity &quantity() const { return m_quantity; }
     const PlotCurves &curves() const { return m_curves; }
+    /// Returns the name of the curve with this key: the port where the board was last.
+    QString curveName(const QString &key) const { return m_names.name(key); }
 
     /// Returns the fields in which a number was found so far, in the order in which they were found.
     const QVector<PlotQuantity> &fields() const { return m_fields; }
@@ -73,6 +76,7 @@ private:
     HistoryScan m_scan;
     PlotQuantity m_quantity;
     PlotCurves m_curves;
+    BoardNames m_names;
     QVector<PlotQuantity> m_fields;
     QMap<Kind, quint64> m_known; // key: kind of sentence; bit n of the value is set if m_fields has its field n
 };

@@ -10,7 +10,7 @@ class PlotCanvas;
 class PlotData;
 class TrafficModel;
 
-/// Shows the plot and its controls. The plot has one curve for each port. The user chooses the quantity: the payloads
+/// Shows the plot and its controls. The plot has one curve for each board. The user chooses the quantity: the payloads
 /// per second, or a numeric field.
 class PlotView : public QWidget
 {

@@ -29,7 +29,7 @@ uint SendLedger::send(const QString &sentence)
     const uint id = m_link.communicator->writePayload(sentence);
     if (id == 0)
         return 0;
-    m_model->append({timeUs, m_link.port, Direction::Sent, sentence, id});
+    m_model->append({timeUs, m_link.port, Direction::Sent, sentence, id, Transfer::None, m_link.id});
     m_waiting.enqueue({id, sentence.size()});
     return id;
 }

@@ -5,15 +5,12 @@
 #include <common/printable.h>
 #include <jwmonitor/find/boardfinder.h>
 #include <jwmonitor/find/portverdict.h>
-#include <jwmonitor/history/clock.h>
 
 #include <device/boardrules.h>
 
 #include <algorithm>
-#include <utility>
 
 using JwDevice::PortEvent;
-using JwDevice::PortReport;
 
 namespace JwMonitor {
 
@@ -33,72 +30,107 @@ TimelineEvent fromPortEvent(const PortEvent &event)
 
 ProbeTimeline::ProbeTimeline(BoardFinder *finder, QObject *parent)
     : QObject(parent)
+    , m_finder(finder)
 {
-    connect(finder, &BoardFinder::searchStarted, this, &ProbeTimeline::start);
+    m_clock.start();
+    connect(finder, &BoardFinder::started, this, &ProbeTimeline::start);
     connect(finder, &BoardFinder::portEvent, this, &ProbeTimeline::onPortEvent);
-    connect(finder, &BoardFinder::reported, this, &ProbeTimeline::onReported);
-    connect(finder, &BoardFinder::searchEnded, this, &ProbeTimeline::finish);
+    connect(finder, &BoardFinder::changed, this, &ProbeTimeline::readResults);
+    connect(finder, &BoardFinder::stopped, this, &ProbeTimeline::finish);
 }
 
 ProbeTimeline::~ProbeTimeline() = default;
 
-void ProbeTimeline::start(qint64 timeUs)
+void ProbeTimeline::start()
 {
     m_lanes.clear();
-    m_rounds.clear();
-    m_startUs = timeUs;
-    m_isRunning = true;
+    m_isCollecting = true;
+    m_wasStarted = true;
     Q_EMIT changed();
 }
 
 void ProbeTimeline::finish()
 {
-    m_endMs = duration();
-    m_isRunning = false;
-    for (TimelineLane &line : m_lanes) {
-        if (!line.isGood)
-            line.outcome = verdictText(line.report, true);
+    readResults();
+    m_isCollecting = false;
+    for (TimelineLane &lane : m_lanes) {
+        lane.endMs = duration(lane);
+        lane.isRunning = false;
     }
     Q_EMIT changed();
+}
+
+bool ProbeTimeline::isRunning() const
+{
+    return std::any_of(m_lanes.begin(), m_lanes.end(), [](const TimelineLane &lane) { return lane.isRunning; });
 }
 
 double ProbeTimeline::duration() const
 {
-    return m_isRunning ? sinceStart(microsecondsSinceEpoch()) : m_endMs;
+    double longest = 0;
+    for (const TimelineLane &lane : m_lanes)
+        longest = std::max(longest, duration(lane));
+    return longest;
+}
+
+double ProbeTimeline::duration(const TimelineLane &lane) const
+{
+    const double now = static_cast<double>(m_clock.nsecsElapsed() - lane.startNs) / 1e6;
+    return lane.isRunning ? std::max(now, lane.endMs) : lane.endMs;
 }
 
 void ProbeTimeline::onPortEvent(const PortEvent &event)
 {
-    if (!m_isRunning)
+    if (!m_isCollecting)
         return;
-    startRounds(event);
     TimelineLane &line = lane(event.portName);
-    line.events.append(fromPortEvent(event));
-    if (event.kind == PortEvent::Asked)
-        ++line.queries;
-    if (line.events.size() > maxEvents) {
-        line.events.removeFirst();
-        ++line.dropped;
+    const bool isFirst = event.round == 0 && (event.kind == PortEvent::Opened || event.kind == PortEvent::NotOpened);
+    // A port that does not open is tried again and again. The lane stays as it is, so that a mark in it stays too.
+    const bool isKnown = event.kind == PortEvent::NotOpened && line.events.size() == 1
+        && line.events.first().kind == event.kind && line.events.first().text == fromPortEvent(event).text;
+    if (isKnown)
+        return;
+    if (isFirst) {
+        line = TimelineLane();
+        line.port = event.portName;
+        line.startNs = m_clock.nsecsElapsed() - event.nanoseconds;
     }
+    append(line, fromPortEvent(event));
     Q_EMIT changed();
 }
 
-/// Stores the start of a retry round if `event` is the first event of this round on any port.
-void ProbeTimeline::startRounds(const PortEvent &event)
+void ProbeTimeline::append(TimelineLane &lane, const TimelineEvent &event)
 {
-    while (m_rounds.size() < static_cast<int>(event.round))
-        m_rounds.append(fromPortEvent(event).ms);
+    lane.events.append(event);
+    if (event.kind == PortEvent::Asked)
+        ++lane.queries;
+    if (lane.events.size() > maxEvents) {
+        lane.events.removeFirst();
+        ++lane.dropped;
+    }
+    lane.endMs = event.ms;
 }
 
-void ProbeTimeline::onReported(const QList<PortReport> &reports)
+void ProbeTimeline::readResults()
 {
-    if (!m_isRunning)
+    if (!m_isCollecting)
         return;
-    for (const PortReport &report : reports) {
-        TimelineLane &line = lane(report.portName);
-        line.report = report;
-        line.isGood = report.verdict == PortReport::HandedOver;
-        line.outcome = line.isGood ? JwTools::boardName(report.type) : verdictText(report, false);
+    const QVector<PortEntry> entries = m_finder->ports();
+    for (TimelineLane &line : m_lanes) {
+        const auto entry = std::find_if(entries.begin(), entries.end(), [&line](const PortEntry &other) {
+            return other.isPresent && other.report && other.port.name == line.port;
+        });
+        const bool isThere = entry != entries.end();
+        if (isThere) {
+            line.isGood = entry->report->verdict == JwDevice::PortReport::HandedOver;
+            line.outcome =
+                line.isGood ? JwTools::boardName(entry->report->type) : verdictText(*entry->report, entry->isOver);
+        } else if (line.isRunning) {
+            line.outcome = kindName(PortEvent::Lost);
+            if (line.events.last().kind != PortEvent::Lost) // the system removed the port before the port failed
+                append(line, {PortEvent::Lost, duration(line), tr("the port is gone")});
+        }
+        line.isRunning = isThere && !isSettled(*entry->report);
     }
     Q_EMIT changed();
 }

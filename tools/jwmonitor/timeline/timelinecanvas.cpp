@@ -108,8 +108,8 @@ void TimelineCanvas::paintEvent(QPaintEvent *)
     if (m_timeline->lanes().isEmpty()) {
         painter.setPen(palette().color(QPalette::PlaceholderText));
         painter.drawText(viewport()->rect(), Qt::AlignCenter,
-                         m_timeline->startTime() == 0 ? tr("No search yet: choose the boards and press Find")
-                                                      : tr("No port was tried"));
+                         m_timeline->wasStarted() ? tr("No port was tried")
+                                                  : tr("No search yet: choose the boards and press Find"));
     }
 }
 
@@ -201,11 +201,14 @@ void TimelineCanvas::followMark()
     if (m_marked.lane < 0)
         return;
     const auto &lanes = m_timeline->lanes();
-    if (m_marked.lane < lanes.size()) {
-        const TimelineLane &lane = lanes.at(m_marked.lane);
-        m_marked.event -= lane.dropped - m_markedDropped;
-        m_markedDropped = lane.dropped;
-        if (m_marked.event >= 0 && m_marked.event < lane.events.size())
+    const auto lane = std::find_if(lanes.begin(), lanes.end(), [this](const TimelineLane &candidate) {
+        return candidate.startNs == m_markedStart;
+    });
+    if (lane != lanes.end()) {
+        m_marked.lane = static_cast<int>(lane - lanes.begin());
+        m_marked.event -= lane->dropped - m_markedDropped;
+        m_markedDropped = lane->dropped;
+        if (m_marked.event >= 0)
             return;
     }
     mark({});
@@ -214,7 +217,11 @@ void TimelineCanvas::followMark()
 void TimelineCanvas::mark(TimelinePainter::Place place)
 {
     m_marked = place;
-    m_markedDropped = place.lane < 0 ? 0 : m_timeline->lanes().at(place.lane).dropped;
+    if (place.lane >= 0) {
+        const TimelineLane &lane = m_timeline->lanes().at(place.lane);
+        m_markedStart = lane.startNs;
+        m_markedDropped = lane.dropped;
+    }
     const QString text = place.lane < 0 ? QString() : description({place});
     setAccessibleDescription(text);
     Q_EMIT described(text);

@@ -9,7 +9,7 @@ namespace JwMonitor {
 
 class ProbeTimeline;
 
-/// Shows a timeline on the screen and updates it while a search runs. A tool tip describes the event under the mouse.
+/// Shows a timeline on the screen and updates it while a probe runs. A tool tip describes the event under the mouse.
 /// The user can mark an event with the mouse or the keys; the signal described() then describes it.
 class TimelineCanvas : public QAbstractScrollArea
 {
@@ -20,7 +20,7 @@ public:
     explicit TimelineCanvas(const ProbeTimeline *timeline, QWidget *parent = nullptr);
     ~TimelineCanvas() override;
 
-    /// Sets the zoom factor. With 1, the whole search fits into the width of the view.
+    /// Sets the zoom factor. With 1, the longest probe fits into the width of the view.
     void setZoom(double zoom);
     double zoom() const { return m_zoom; }
     /// Scrolls to the lane of `port`. Does nothing if the timeline has no such lane.
@@ -52,9 +52,10 @@ private:
     QString description(const QVector<TimelinePainter::Place> &places) const;
 
     const ProbeTimeline *const m_timeline;
-    QTimer m_clock; // updates the view while a search runs
+    QTimer m_clock; // updates the view while a probe runs
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
+    qint64 m_markedStart = 0; // TimelineLane::startNs of the lane m_marked.lane, which may get another index
     int m_markedDropped = 0; // the value of TimelineLane::dropped for which the index m_marked.event is right
 };
 

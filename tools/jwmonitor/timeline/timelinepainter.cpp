@@ -18,9 +18,9 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr double shortestSearch = 50; // ms; a shorter search is drawn as if it took this long
+constexpr double shortestProbe = 50; // ms; if all probes are shorter, they are drawn as if the longest took this long
 constexpr int labelCharacters = 26;
-constexpr int lastCharacters = 34; // space after the end of the search, in characters, for the last sentence
+constexpr int lastCharacters = 34; // space after the end of the longest probe, in characters, for the last sentence
 constexpr int sentenceReach =
     100; // times the height of a row; no text is wider, so a text that begins farther left never reaches the view
 constexpr int longestText = 200; // characters; sentences close together are joined until their text is this long
@@ -78,15 +78,16 @@ TimelinePainter::TimelinePainter(const ProbeTimeline &timeline, const QPalette &
     : m_timeline(timeline)
     , m_palette(palette)
     , m_font(font)
-    , m_end(std::max(timeline.duration(), shortestSearch))
+    , m_end(std::max(timeline.duration(), shortestProbe))
 {
     const QFontMetricsF metrics(font);
     m_line = metrics.height();
     m_labelWidth = metrics.averageCharWidth() * labelCharacters;
     m_headerHeight = 1.6 * m_line;
     m_laneHeight = 3.2 * m_line;
+    m_leftMargin = 0.5 * m_line; // so that the marks of events at 0 ms are visible
     m_rightMargin = metrics.averageCharWidth() * lastCharacters;
-    m_scale = zoom * std::max(width - m_labelWidth - m_rightMargin, m_labelWidth) / m_end;
+    m_scale = zoom * std::max(width - m_labelWidth - m_leftMargin - m_rightMargin, m_labelWidth) / m_end;
 }
 
 QSizeF TimelinePainter::size() const
@@ -141,17 +142,6 @@ void TimelinePainter::paintAxis(QPainter &painter, const QSizeF &size, double sh
         const QString label = QLocale().toString(ms, 'f', step < 1 ? 1 : 0);
         painter.drawText(QPointF(x + 4, m_line), ProbeTimeline::tr("%1 ms").arg(label));
     }
-    painter.setPen(QPen(Theme::colour(m_palette, Theme::Query), 1, Qt::DashLine));
-    const QVector<double> &rounds = m_timeline.rounds();
-    double last = -leastRoundGap;
-    for (auto round = std::lower_bound(rounds.begin(), rounds.end(), timeAt(m_labelWidth + shift));
-         round != rounds.end() && *round <= end; ++round) {
-        const double x = xAt(*round) - shift;
-        if (x - last < leastRoundGap)
-            continue;
-        last = x;
-        painter.drawLine(QPointF(x, m_headerHeight), QPointF(x, size.height()));
-    }
 }
 
 void TimelinePainter::paintLane(QPainter &painter, const TimelineLane &lane, double top, double left,
@@ -160,6 +150,7 @@ void TimelinePainter::paintLane(QPainter &painter, const TimelineLane &lane, dou
     const double middle = top + m_laneHeight / 2;
     painter.setPen(Theme::colour(m_palette, Theme::Grid));
     painter.drawLine(QPointF(left, top), QPointF(right, top));
+    paintRounds(painter, lane, top, left, right);
     paintSpans(painter, lane, middle, left, right);
     paintSentences(painter, lane, top, true, left, right);
     paintSentences(painter, lane, top, false, left, right);
@@ -170,6 +161,25 @@ QVector<TimelineEvent>::const_iterator TimelinePainter::eventFrom(const Timeline
 {
     return std::lower_bound(lane.events.begin(), lane.events.end(), timeAt(x),
                             [](const TimelineEvent &event, double ms) { return event.ms < ms; });
+}
+
+void TimelinePainter::paintRounds(QPainter &painter, const TimelineLane &lane, double top, double left,
+                                  double right) const
+{
+    painter.setPen(QPen(Theme::colour(m_palette, Theme::Query), 1, Qt::DashLine));
+    double last = -leastRoundGap;
+    auto event = eventFrom(lane, left);
+    if (event == lane.events.begin() && event != lane.events.end())
+        ++event; // the first event starts no retry round
+    for (; event != lane.events.end(); ++event) {
+        const double x = xAt(event->ms);
+        if (x > right)
+            break;
+        if (event->round == (event - 1)->round || x - last < leastRoundGap)
+            continue;
+        last = x;
+        painter.drawLine(QPointF(x, top), QPointF(x, top + m_laneHeight));
+    }
 }
 
 void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left,
@@ -218,7 +228,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
         }
     }
     if (asked >= 0)
-        addWait(asked, m_end, Theme::Waiting);
+        addWait(asked, m_timeline.duration(lane), Theme::Waiting);
     flush();
 
     const auto found = std::find_if(lane.events.rbegin(), lane.events.rend(),

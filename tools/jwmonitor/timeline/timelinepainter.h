@@ -15,7 +15,8 @@ class ProbeTimeline;
 struct TimelineEvent;
 struct TimelineLane;
 
-/// Draws a timeline. Each port has a lane (a horizontal strip), and time runs to the right. The names of the ports stay
+/// Draws a timeline. Each port has a lane (a horizontal strip). Time runs to the right, from the start of the port's
+/// probe. The names of the ports stay
 /// visible on the left, and the axis stays visible on top.
 class TimelinePainter
 {
@@ -27,7 +28,7 @@ public:
         int event = -1;
     };
 
-    /// `width` is the visible width. At `zoom` 1, the whole search fits into `width`. `timeline` must outlive the
+    /// `width` is the visible width. At `zoom` 1, the longest probe fits into `width`. `timeline` must outlive the
     /// painter.
     TimelinePainter(const ProbeTimeline &timeline, const QPalette &palette, const QFont &font, double width,
                     double zoom);
@@ -46,13 +47,14 @@ public:
     /// Returns the position of `place` in the unscrolled picture.
     QPointF position(Place place) const;
     /// Returns the time in ms at `x` in the unscrolled picture.
-    double timeAt(double x) const { return (x - m_labelWidth) / m_scale; }
-    double xAt(double ms) const { return m_labelWidth + ms * m_scale; }
+    double timeAt(double x) const { return (x - m_labelWidth - m_leftMargin) / m_scale; }
+    double xAt(double ms) const { return m_labelWidth + m_leftMargin + ms * m_scale; }
 
 private:
     void paintAxis(QPainter &painter, const QSizeF &size, double shift) const;
     /// Draws the part of a lane from `left` to `right`, in coordinates of the unscrolled picture.
     void paintLane(QPainter &painter, const TimelineLane &lane, double top, double left, double right) const;
+    void paintRounds(QPainter &painter, const TimelineLane &lane, double top, double left, double right) const;
     void paintSpans(QPainter &painter, const TimelineLane &lane, double middle, double left, double right) const;
     void paintSentences(QPainter &painter, const TimelineLane &lane, double top, bool sent, double left,
                         double right) const;
@@ -66,9 +68,10 @@ private:
     const ProbeTimeline &m_timeline;
     const QPalette m_palette;
     const QFont m_font;
-    double m_end; // duration of the search so far, in ms
+    double m_end; // duration of the longest probe so far, in ms
     double m_line; // height of a row of text, in pixels
     double m_labelWidth;
+    double m_leftMargin;
     double m_rightMargin;
     double m_headerHeight;
     double m_laneHeight;

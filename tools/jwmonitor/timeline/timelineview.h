@@ -9,7 +9,7 @@ namespace JwMonitor {
 class ProbeTimeline;
 class TimelineCanvas;
 
-/// Shows the timeline of the newest search, its legend, and the buttons for zooming and saving.
+/// Shows the timeline, its legend, and the buttons for zooming and saving.
 class TimelineView : public QWidget
 {
     Q_OBJECT

@@ -9,13 +9,14 @@
 
 namespace JwMonitor {
 
-/// A board that was found. BoardFinder owns the Communicator and may delete it at any time. After that, `communicator`
-/// is null.
+/// A board that was found. The Communicator is deleted after BoardFinder::boardLost(). After that, `communicator` is
+/// null.
 struct BoardLink
 {
     QString port;
     JwDevice::Type type;
     QPointer<JwDevice::Communicator> communicator;
+    QString id = QString(); ///< JwDevice::Board::id; a board that is back has the same id
 };
 
 } // namespace JwMonitor

@@ -28,7 +28,8 @@ BoardTraffic::~BoardTraffic() = default;
 
 void BoardTraffic::receive(const QString &payload, uint id)
 {
-    m_model->append({microsecondsSinceEpoch(), m_link.port, Direction::Received, payload, id});
+    m_model->append(
+        {microsecondsSinceEpoch(), m_link.port, Direction::Received, payload, id, Transfer::None, m_link.id});
 }
 
 } // namespace JwMonitor

@@ -25,6 +25,10 @@ struct TrafficRecord
     QString payload; ///< the whole sentence, with its line end
     uint id; ///< the Communicator's id of the payload; 0 if the payload arrived before BoardTraffic existed
     Transfer transfer = Transfer::None; ///< the model sets and updates this member
+    QString board = QString(); ///< JwDevice::Board::id; empty if not known
+
+    /// Identifies the board, also if it comes back on another port.
+    const QString &key() const { return board.isEmpty() ? port : board; }
 };
 
 } // namespace JwMonitor

@@ -163,13 +163,13 @@ void TrafficView::createTable()
 
 void TrafficView::applyFilter()
 {
-    const QString port = m_port->currentIndex() == 0 ? QString() : m_port->currentText();
+    const QString board = m_port->currentData().toString(); // empty for all
     const QVariant direction = m_direction->currentData();
     const QString identifier = m_identifier->text().trimmed();
     const QString text = m_text->text();
-    m_filter->setTest([model = m_model, port, direction, identifier, text](int row) {
+    m_filter->setTest([model = m_model, board, direction, identifier, text](int row) {
         const TrafficRecord &record = model->record(row);
-        return (port.isEmpty() || record.port == port)
+        return (board.isEmpty() || record.key() == board)
             && (direction.isNull() || static_cast<int>(record.direction) == direction.toInt())
             && SentenceDecoder::identifier(record.payload).startsWith(identifier, Qt::CaseInsensitive)
             && record.payload.contains(text, Qt::CaseInsensitive);
@@ -187,9 +187,13 @@ void TrafficView::clearFilter()
 void TrafficView::addPorts(int first, int last)
 {
     for (int row = first; row <= last; ++row) {
-        const QString &port = m_model->record(row).port;
-        if (m_port->findText(port) < 0)
-            m_port->addItem(port);
+        const TrafficRecord &record = m_model->record(row);
+        if (!m_names.add(record))
+            continue;
+        if (m_port->findData(record.key()) < 0)
+            m_port->addItem(QString(), record.key());
+        for (int i = 1; i < m_port->count(); ++i)
+            m_port->setItemText(i, m_names.name(m_port->itemData(i).toString()));
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "boardnames.h"
+
 #include <QString>
 #include <QWidget>
 
@@ -50,6 +52,7 @@ private:
     TrafficModel *const m_model;
     HistoryFilter *const m_filter;
     HistoryScan *const m_portScan;
+    BoardNames m_names;
     HistoryTable *const m_table;
     QComboBox *const m_port;
     QComboBox *const m_direction;
