@@ -27,7 +27,7 @@ QStringList shell(const QString &script)
 }
 
 // Returns a command that writes the query to the port `times` times, and prints the first `count` bytes of the answer.
-QStringList ask(const QString &port, int count, int times = 1, const char *query = versionQuery)
+QStringList ask(const QString &port, QByteArray::size_type count, int times = 1, const char *query = versionQuery)
 {
     return shell(QStringLiteral("exec 3<>/dev/%1; printf '%2' >&3; head -c %3 <&3")
                      .arg(port, (QLatin1String(query) + QStringLiteral("\\r\\n")).repeated(times))

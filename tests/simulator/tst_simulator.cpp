@@ -715,7 +715,7 @@ void TestSimulator::lineReleasesItsPieces()
     QList<int> sizes;
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &piece) {
         released += piece;
-        sizes.append(piece.size());
+        sizes.append(static_cast<int>(piece.size()));
     });
     for (int round = 1; round <= 2; ++round) { // the second round checks that the line starts again after an idle time
         line.push(bytes);

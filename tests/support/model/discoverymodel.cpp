@@ -422,9 +422,11 @@ DiscoveryModel::Reply DiscoveryModel::parse(const QString &payload)
         return {QStringLiteral("Checksum field")};
     if (stars == 1) {
         bool ok = false;
-        const int checksum = body.mid(body.indexOf(QLatin1Char('*')) + 1).toInt(&ok, 16);
+        // With Qt 6, toInt() itself neither skips all blanks nor refuses a NUL after the number.
+        const QString written = body.mid(body.indexOf(QLatin1Char('*')) + 1).trimmed();
+        const int checksum = written.toInt(&ok, 16);
         body.truncate(body.indexOf(QLatin1Char('*')));
-        if (!ok)
+        if (!ok || written.contains(QChar::Null))
             return {QStringLiteral("Checksum misspelled")};
         int sum = 0;
         for (const QChar character : qAsConst(body))

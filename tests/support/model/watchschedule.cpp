@@ -66,7 +66,7 @@ private:
                                        QStringLiteral("S%1").arg(m_schedule.boards.size() + 3), QString()});
         board.interface = chance(85) ? 0 : 1;
         if (m_hasTwoPorts) {
-            board.interface = m_schedule.boards.size() % 2;
+            board.interface = static_cast<int>(m_schedule.boards.size() % 2);
             if (board.interface == 1 && chance(80))
                 board.serial = m_schedule.boards.last().serial;
         }
