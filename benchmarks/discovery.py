@@ -15,8 +15,8 @@ LINES = ["speed=9600", PACED, "speed=921600", "speed=115200,usb=bridge"]
 
 
 def uniquePrefix():
-    """Returns the beginning of a port name. Two runs at the same time need different port names, so it contains the
-    process id, with a letter for each digit."""
+    """Returns the beginning of this run's port names. It contains the process id, with a letter for each digit, because
+    two runs at the same time need different port names."""
     return "tty" + "".join(chr(ord("A") + int(digit)) for digit in f"{os.getpid():02}")
 
 

@@ -27,7 +27,7 @@ using JwDevice::PortEvent;
 
 namespace {
 
-bool isWithoutEvents = false; // whether the watch gets no events of udev, so that it lists the ports at an interval
+bool isWithoutEvents = false; // whether the watch gets no events from udev; then it lists the ports
 
 double milliseconds()
 {
@@ -36,8 +36,7 @@ double milliseconds()
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-/// Notes when the kernel's event of each new port arrives. Works in its own thread, so the watch delays it as little as
-/// possible.
+/// Notes when udev's event of each new port arrives. Has its own thread, so that a busy watch does not delay it.
 class Arrivals
 {
 public:
@@ -51,7 +50,7 @@ public:
         std::thread([this] { run(); }).detach(); // ends with the process
     }
 
-    /// Returns the time of the newest event of the port, and 0 without an event.
+    /// Returns the time of the port's newest event, or 0 if there was none.
     double of(const QString &portName)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -16,13 +16,13 @@ POLL = 500  # ms between two lists of the ports
 
 def lots(run):
     """Yields for each set of boards: title, number of boards, settings of the first board, rounds, options."""
-    # The boards are plugged in at different times after a list of the ports: the time of a round is no multiple of POLL,
-    # and each run plugs the hub in later.
+    # If the watch polls, the result depends on the time from its last list of the ports to the plug. So this time must
+    # vary: a round does not last a multiple of POLL, and each run plugs the hub in later than the run before.
     one = "plug-after=500,pull-after=1000,replug-after=777,cycles=4"
     hub = f"plug-after={500 + run * 47}"
     yield "one board, events", 1, one, 4, []
     yield "one board, poll", 1, one, 4, ["--poll", str(POLL)]
-    # Only one round, because a pull at a poll makes so many opens fail that umockdev ends the program.
+    # Only one round: if the watch polls, a pull makes so many opens fail that umockdev ends the program.
     yield "48 boards behind one hub, events", MOST, hub, 1, []
     yield "48 boards behind one hub, poll", MOST, hub, 1, ["--poll", str(POLL)]
     yield "48 boards at rest", MOST, "", 1, ["--rest", "10000"]
@@ -40,7 +40,7 @@ def measure(folder, number, first, rounds, options):
 def main():
     folder, out = sys.argv[1:]
     results = {}
-    # Short runs of each lot alternate, so that a load of the machine falls on all lots.
+    # Short runs of each lot alternate, so that other load on the machine affects all lots.
     for i in range(RUNS):
         for title, *lot in lots(i):
             run = measure(folder, *lot)

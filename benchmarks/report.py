@@ -280,7 +280,8 @@ def targets(benchmarks, lots, shares, streaming):
 
 
 class Plugs:
-    """The results of one lot of plug.json. Times are milliseconds after udev's first event."""
+    """The results of one lot of plug.json, in ms. `found`: from udev's first event to the last hand-over.
+    `answer`: from a query to its answer."""
 
     def __init__(self, result):
         rounds = [[port for port in ports if port["event"]] for ports in result["rounds"]]
@@ -310,7 +311,7 @@ def plugTargets(plugs):
     return [
         row("board plugged in: from udev's event to the hand-over", "15 ms", str(one.found), one.found.median <= 15),
         row("48 boards plugged in behind one hub: all handed over", "400 ms", str(hub.found), hub.found.median <= 400),
-        # The one switch is the end of the measurement.
+        # One switch is not counted: the end of the measurement causes it.
         row("48 boards at rest: wakes of the process, and share of a core", "0, 0 %",
             f"{rest.switches.values[-1] - 1:.0f}, {share} %",
             rest.switches.values[-1] <= 1 and share.values[-1] < 0.05)]

@@ -150,9 +150,9 @@ void Communicator::ioBytesWritten(qint64 bytes)
     }
 }
 
-// m_pendingBytes contains the first id of each run of payloads with the same number of bytes. So it does not grow while
-// all payloads are equally long. A run ends before the next id in m_pendingBytes. If no payload has this next id, its
-// value is noPayload.
+// A run is a series of payloads with the same number of bytes. m_pendingBytes contains only the first id of each run,
+// so it does not grow while all payloads are equally long. A run ends before the next id in m_pendingBytes. If the
+// value of an id is noPayload, no payloads have the ids from this id up to the next id in m_pendingBytes.
 void Communicator::setPendingBytes(uint id, qint64 bytes)
 {
     const auto valueBefore = [this](QMap<uint, qint64>::iterator run) {

@@ -64,9 +64,9 @@ public:
      * and an open device must be bound. Returns the payload's id, or 0 if a receiver deleted the Communicator during
      * the write.
      *
-     * A failed write still uses an id. No signal reports the failure, so check the device's error. A payload with
-     * another length than the payload before it keeps 48 bytes until its Communicator is deleted, because
-     * transferred() is computed from the lengths. Payloads of one length keep no memory.
+     * A failed write still uses an id. No signal reports the failure, so check the device's error. To compute
+     * transferred(), the Communicator keeps the lengths of all written payloads until it is deleted. A payload takes 48
+     * bytes if its length differs from the payload before; otherwise it takes no memory.
      */
     uint writePayload(const QString &payload);
     /// Builds the sentence for `session` and writes it. `session` must be of the class that the parser expects. Returns

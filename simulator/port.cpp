@@ -241,8 +241,8 @@ void Port::permit()
 
 int Port::unread() const
 {
-    // The kernel passes the board's bytes to the host's end a little later, and on a busy machine much later. poll() first
-    // makes the kernel finish that. Without it, bytes on their way would not be counted.
+    // The kernel passes the board's bytes to the host's end a little later; on a busy machine, much later. poll() makes
+    // the kernel finish this first. Without poll(), the bytes on their way would not be counted.
     pollfd hostEnd{m_hostEnd.number(), POLLIN, 0};
     ::poll(&hostEnd, 1, 0);
     int count = 0;

@@ -31,7 +31,7 @@ struct Board
         /// The system no longer has the port, for example because the cable was pulled. Or the port is no longer a
         /// candidate; see BoardWatch::setCandidateRule().
         CablePulled,
-        PortFailed, ///< the system still has the port, but the port reported only errors; see PortErrors
+        PortFailed, ///< the port reported only errors (see PortErrors), and the system still had it 500 ms later
         NoAnswer, ///< the board did not answer its query in time; see BoardWatch::setCheckInterval()
         Lent, ///< BoardWatch::lend() closed the port
         Released, ///< the application deleted the Communicator or its port
@@ -43,13 +43,14 @@ struct Board
     QString id;
     IdBasis idBasis = PortName; ///< what `id` is made of
     /// Whether, since BoardWatch::start(), another board with this serial number was plugged in at the same time. Then
-    /// the board that came first has the id with the serial number, and the other board has its place as id. Until
-    /// the next start(), the watch gives the id with the serial number only at the place of the board that came first,
-    /// also after one of the boards is gone, because nothing else tells the boards apart.
+    /// the board that came first has the id with the serial number, and the other board has its place as id. Only
+    /// their places tell the boards apart. So until the next start(), only the board at the place of the first board
+    /// gets the id with the serial number, also after one of the boards is gone.
     bool sharesSerialNumber = false;
     Type type = Unknown; ///< type of the board
-    /// The connection with the board. Its port is open until the board is lost. The watch owns the Communicator and
-    /// deletes it after BoardWatch::boardLost(), so don't keep this pointer longer. Null if `loss` is Released.
+    /// The connection with the board. Its port is open until the board is lost; a port that reports only errors is
+    /// closed up to 500 ms before. The watch owns the Communicator and deletes it after BoardWatch::boardLost(), so
+    /// don't keep this pointer longer. Null if `loss` is Released.
     Communicator *communicator = nullptr;
     QString portName; ///< name of the board's port, for example "ttyACM0"
     QString location; ///< path of the board's port, for example "/dev/ttyACM0"

@@ -24,7 +24,7 @@ namespace {
 // ms before a port that lost its board is probed again, and between the first two attempts to open a port
 constexpr int shortestPause = 500;
 constexpr int longestPause = 8000; // ms between two attempts to open a port
-// ms from the moment when another program closed a port. QSerialPort removes its lock file after it closed the port.
+// ms to wait after another program closed a port, because QSerialPort removes its lock file only after that
 constexpr int freedPause = 20;
 
 QString hardwareVersion(const QString &reply)
@@ -77,6 +77,7 @@ public:
     {
         BoardId id;
         State state = Due;
+        bool wasProbed = false;
         QString reason; // Excluded, OtherPort, Lent, Released: why the watch leaves the port closed
         Board board; // the newest board on this port; its id is empty if there was none
         std::unique_ptr<WatchedPort> port;
@@ -84,7 +85,7 @@ public:
         int pause = shortestPause; // ms to wait if the port can't be opened
     };
 
-    /// A lent board. It has an id for each of its ports, and was lent under one of them.
+    /// A lent board. `lent` contains it by the id that lend() got. On its other ports, the board has other ids.
     struct Loan
     {
         Lending lending;
@@ -98,7 +99,7 @@ public:
     }
 
     void update();
-    bool isAnyDue() const;
+    bool isAnyNewDue() const;
     bool listPorts();
     bool removeOne();
     bool addNew();
@@ -118,6 +119,8 @@ public:
     void onProbeEnded(const QString &name);
     void onBoardLost(const QString &name, Board::Loss loss);
     void lose(const Entry &entry, Board::Loss loss);
+    void reportStopped(const WatchedPort *port, Board::Loss loss);
+    void report(const Entry &entry, Board::Loss loss);
     QString exclusionOf(const SystemPort &port) const;
     void later(void (Private::*step)(), bool &isQueued);
     void tellChange();
@@ -143,7 +146,7 @@ public:
     BoardIds ids;
     QHash<QString, Loan> lent; // by id
     bool isStale = false; // whether `system` must be listed again
-    quint64 lists = 0; // number of calls of listPorts() and stop()
+    quint64 lists = 0; // number of calls of listPorts() and stop(); shows a listPorts() that it is out of date
     bool isUpdateQueued = false;
     bool isChangeQueued = false;
 };
@@ -173,9 +176,9 @@ void BoardWatch::Private::update()
     if (!source)
         return;
     const QPointer<BoardWatch> self(q);
-    // Listing the ports takes long if there are many. So if many ports appear one after the other, the ports of the
+    // Listing the ports takes long if there are many. So if many ports appear one after the other, the new ports of the
     // last list are probed first.
-    if (isStale && !isAnyDue() && !listPorts())
+    if (isStale && !isAnyNewDue() && !listPorts())
         return;
     if (isStale) // before the step, because a receiver of a signal may run an event loop
         later(&Private::update, isUpdateQueued);
@@ -184,8 +187,8 @@ void BoardWatch::Private::update()
         later(&Private::update, isUpdateQueued);
 }
 
-// Returns false if the new list is no longer needed, because the candidate rule did something that makes it old: for
-// example, the rule deleted or stopped the watch, or ran an event loop in which the ports were listed again.
+// Returns false if the candidate rule made the new list useless. For example, the rule deleted or stopped the watch, or
+// ran an event loop in which the ports were listed again.
 bool BoardWatch::Private::listPorts()
 {
     isStale = false;
@@ -211,9 +214,9 @@ bool BoardWatch::Private::listPorts()
     return true;
 }
 
-bool BoardWatch::Private::isAnyDue() const
+bool BoardWatch::Private::isAnyNewDue() const
 {
-    const auto isDue = [](const auto &known) { return known.second.state == Due; };
+    const auto isDue = [](const auto &known) { return known.second.state == Due && !known.second.wasProbed; };
     return !active.types.isEmpty() && std::any_of(entries.cbegin(), entries.cend(), isDue);
 }
 
@@ -335,6 +338,7 @@ bool BoardWatch::Private::probeOne()
             continue;
         later(&Private::tellChange, isChangeQueued);
         setState(entry, Probing);
+        entry.wasProbed = true;
         entry.port->probe();
         return true;
     }
@@ -347,8 +351,8 @@ bool BoardWatch::Private::areSiblings(const Entry &entry, const Entry &other)
     return &entry != &other && !device.isEmpty() && device == other.port->system().device();
 }
 
-// Returns why the port must stay closed: a board is on another port of the same USB device, also while the board is
-// lent or released. Empty if there is no such board.
+// Returns why the port of `entry` must stay closed: another port of the same USB device has a board, perhaps a lent or
+// released board. Empty if no other port has a board.
 QString BoardWatch::Private::boardBeside(const Entry &entry) const
 {
     for (const auto &[otherName, other] : entries) {
@@ -414,8 +418,8 @@ void BoardWatch::Private::wait(Entry &entry, int pause)
     entry.timer->start(pause);
 }
 
-// Waits until the port can be opened. Not every reason is reported when it ends, so the watch also tries again after a
-// pause. The pause grows, because a program may use the port for days.
+// Waits until the port can be opened. The system does not report everything that makes this possible, so the watch also
+// tries again after a pause. The pause grows, because a program may use the port for days.
 void BoardWatch::Private::waitUntilFree(Entry &entry)
 {
     wait(entry, entry.pause);
@@ -503,10 +507,23 @@ void BoardWatch::Private::onBoardLost(const QString &name, Board::Loss loss)
 
 void BoardWatch::Private::lose(const Entry &entry, Board::Loss loss)
 {
-    // After stop(), the next start() must report each board by boardFound(). A receiver of boardLost() may call start()
-    // before stop() has reported all boards. So the boards that stop() reports are not noted as lost.
-    if (loss != Board::Stopped)
-        ids.onLost(entry.board.id, entry.board.type);
+    ids.onLost(entry.board.id, entry.board.type);
+    report(entry, loss);
+}
+
+// Reports a board that stop() closes. Does not note it as lost, because the next start() must report each board by
+// boardFound(), and a receiver of boardLost() may call start() before stop() has reported all boards.
+void BoardWatch::Private::reportStopped(const WatchedPort *port, Board::Loss loss)
+{
+    const auto it =
+        std::find_if(stopped.begin(), stopped.end(), [port](const Entry &entry) { return entry.port.get() == port; });
+    const Entry entry = std::move(*it);
+    stopped.erase(it);
+    report(entry, loss);
+}
+
+void BoardWatch::Private::report(const Entry &entry, Board::Loss loss)
+{
     Board lost = entry.board;
     lost.loss = loss;
     if (loss == Board::Released)
@@ -643,15 +660,20 @@ void BoardWatch::stop()
     // run an event loop.
     for (auto &[name, entry] : std::exchange(d->entries, {})) {
         entry.port->disconnect(this);
-        if (entry.state == Private::Ready)
-            d->stopped.push_back(std::move(entry));
+        if (entry.state != Private::Ready)
+            continue;
+        // A receiver of another board's boardLost() may delete the Communicator, or run an event loop in which the
+        // cable is pulled. Then this board is reported at that moment.
+        connect(entry.port.get(), &WatchedPort::boardLost, this,
+                [d, port = entry.port.get()](Board::Loss loss) { d->reportStopped(port, loss); });
+        d->stopped.push_back(std::move(entry));
     }
     const QPointer<BoardWatch> self(this);
     while (self && !d->stopped.empty()) {
-        const Private::Entry entry = std::move(d->stopped.front());
-        d->stopped.pop_front();
-        entry.port->close();
-        d->lose(entry, Board::Stopped);
+        WatchedPort *const port = d->stopped.front().port.get();
+        port->disconnect(this);
+        port->close();
+        d->reportStopped(port, Board::Stopped);
     }
 }
 

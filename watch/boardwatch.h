@@ -38,13 +38,14 @@ namespace JwDevice {
  * again and again, with pauses of 500 ms, until the board answers. After lend(), and after the application deleted the
  * board's Communicator, the watch does this only if takeBack() is called.
  *
- * If a port can't be opened, for example because another program uses it, the watch tries again. On Linux, it does so
- * 20 ms after a program closed the port or the permissions of the port changed. On all systems, it also tries after
- * pauses that grow from 500 ms to 8 s.
+ * If a port can't be opened, for example because another program uses it, the watch tries again after a pause. The
+ * pauses grow from 500 ms to 8 s. On Linux, the watch also tries 20 ms after a program closed the port, and 20 ms after
+ * the permissions of the port changed, if the application may read the port.
  *
  * If a USB device has several ports, the watch probes each of them. When a board answers on one of these ports, the
  * watch closes the other ports. They stay closed also after lend(), and after the application deleted the board's
- * Communicator. The watch probes them again if the board is lost in another way, or after takeBack().
+ * Communicator. The watch probes the ports that it closed again if the board is lost in another way, or after
+ * takeBack().
  *
  * On Linux, udev reports new and removed ports, so the watch needs neither a timer nor a thread to notice them. On
  * other systems, and where no udev runs, the watch lists the ports once a second (see setPollInterval()).
@@ -118,7 +119,7 @@ public:
     QList<JwDevice::Board> boards() const;
     /// Returns all serial ports of the system, also ports that are not candidates. Empty if the watch is stopped.
     QList<QSerialPortInfo> systemPorts() const;
-    /// Returns the id (see Board::id) of a board on the port `portName`, also before such a board is found. Empty if
+    /// Returns the id (see Board::id) that a board on the port `portName` has, or would have if it were found. Empty if
     /// the system has no candidate port with this name.
     QString boardId(const QString &portName) const;
     /// Returns a report for each candidate port of the system. The reports show why no board was found on a port.

@@ -38,7 +38,8 @@ void FreedNotifier::add(const QString &location)
 void FreedNotifier::remove(const QString &location)
 {
     const int watch = m_watches.take(location);
-    // Two locations may be links to one file. Then they have one watch. The kernel's numbers begin with 1.
+    // 0 means that the location is not watched, because the kernel's numbers begin with 1. Two locations may be links
+    // to one file, and then share one watch.
     if (watch > 0 && m_watches.key(watch).isEmpty())
         ::inotify_rm_watch(m_descriptor, watch);
 }

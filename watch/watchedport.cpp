@@ -110,7 +110,7 @@ void WatchedPort::probe()
 void WatchedPort::startDeadline(uint round)
 {
     const qint64 rounds = qint64{m_settings.maxRetries} - round + 2;
-    // Without a deadline, such a probe ends after its last round, in more than 24 days.
+    // A timer can't run for more than 24 days, so a longer probe has no deadline. It ends after its last round.
     if (const qint64 time = rounds * replyTime; time <= std::numeric_limits<int>::max())
         m_deadline.start(static_cast<int>(time));
 }
@@ -162,6 +162,11 @@ void WatchedPort::adopt(Communicator *communicator)
         // The Communicator is being deleted already. Without this call, the port would delete it again if a receiver of
         // boardLost() runs an event loop, because that loop may delete the port with its children.
         communicator->setParent(nullptr);
+        lose(Board::Released);
+    });
+    // The application deleted the port, but first gave the Communicator another parent.
+    connect(port, &QObject::destroyed, this, [this] {
+        m_guard = nullptr; // the port deletes it
         lose(Board::Released);
     });
     connect(new PortErrors(port), &PortErrors::portLost, this, &WatchedPort::onPortLost);

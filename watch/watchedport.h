@@ -52,7 +52,7 @@ public:
     bool hasBoard() const { return m_guard; }
 
     PortReport report() const;
-    /// Returns the report of the port if it was not tried because of `reason`.
+    /// Returns a report that says that the port is closed because of `reason`, and not probed.
     PortReport reportOfClosed(const QString &reason) const;
     Communicator *communicator() const { return m_communicator; }
 

@@ -30,9 +30,9 @@ enum class State {
     Awaiting, // the board was asked
     Retry, // the board was asked again
     Ready, // the board is there
-    Asked, // the board is there, and a check asked it
+    Asked, // the board is there, but does not answer a check
     Rejected, // no board answered
-    Waiting, // the port is busy, and is tried twice a second
+    Waiting, // another program uses the port, and the watch tries again after pauses
     Silent, // the board was lost because it did not answer; the port is probed again and again
     Lent, // lend() closed the port
     Released, // the application deleted the Communicator
@@ -47,7 +47,7 @@ enum class Fault {
     Denied, // the system takes the permission away
     Flood, // the board sends many payloads
     EndlessLine, // the board sends a text without line end
-    ReadsFail, // the port fails
+    ReadsFail, // the open port can no longer be read
     Stop, // the application calls stop()
     Restart, // the application calls stop() and start()
     DeleteWatch, // the application deletes the watch
@@ -193,7 +193,7 @@ public:
 
     void enter();
     void cause(Fault fault);
-    /// Ends what the fault and the state have caused. Then the watch must find the board.
+    /// Undoes the fault and the state. Then the watch must find the board.
     void verifyThatTheBoardIsFound();
 
     /// Returns the signals for the board since the last call of forget(), without its id.

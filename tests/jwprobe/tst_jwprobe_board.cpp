@@ -139,7 +139,7 @@ void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
     char bytes[4096];
     const auto exchange = [&](int count) {
         for (int i = 0; i < count; ++i) {
-            // Of another length than the payload before, because only such a payload takes memory in a Communicator.
+            // The lengths alternate, because a Communicator keeps memory only when the length changes.
             m_board->send(i % 2 == 0 ? QStringLiteral("$PJWVER*0c\r\n") : QStringLiteral("$PTJWWR,INF*71\r\n"));
             if (i % 100 != 0)
                 continue;

@@ -21,7 +21,7 @@ private Q_SLOTS:
     void doctorSaysWhy();
 
 private:
-    /// Runs jwprobe with these arguments. On m_port, which udev ignores, is a BoardA. `boards` are on other ports.
+    /// Runs jwprobe with these arguments. m_port has the property and a BoardA. `boards` are on other ports.
     Outcome run(const QStringList &arguments, const QStringList &boards = {}) const
     {
         const QString script =

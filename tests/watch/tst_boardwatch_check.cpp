@@ -224,8 +224,8 @@ void TestBoardWatchCheck::blockedEventLoopLosesNoBoardThatAnswered()
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline, QStringList{found1});
     const int before = sleepy.queries;
-    // Always a timer is due. So after the block below, the event loop first handles the timers that are due then, and
-    // only after that looks for new bytes.
+    // This timer is always due. So after the block below, the event loop first handles all timers that are due, and
+    // only then looks for new bytes.
     QTimer busy;
     busy.start(0);
     fixture.watch->checkBoards();

@@ -54,7 +54,7 @@ void TestBoardWatchEvents::replugIsNoticedAlthoughItsEventsAreLost()
     fixture.watch->setMaxRetries(0);
     fixture.watch->start();
     QTRY_COMPARE(fixture.report(silent).verdict, PortReport::TimedOut);
-    // A port without a board is closed, so no error of the port shows the replug.
+    // The watch keeps a port without a board closed, so no error of the port reports the replug.
     loseEvents();
     silent->pull();
     QVERIFY(silent->plug());

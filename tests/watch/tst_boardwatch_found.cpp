@@ -241,7 +241,7 @@ void TestBoardWatchFound::blockedEventLoopEndsNoProbe()
     WatchFixture fixture;
     const Board *const board = fixture.attach("BoardA,ignore=1");
     fixture.watch->setMaxRetries(1);
-    // The application blocks its event loop for longer than all rounds of the probe take, while the first round runs.
+    // During the first round, the application blocks its event loop for longer than all rounds of the probe take.
     bool isBlocked = false;
     QObject::connect(board, &Board::sentenceReceived, board, [&] {
         if (std::exchange(isBlocked, true))

@@ -330,6 +330,9 @@ private Q_SLOTS:
     void candidateRuleMayDeleteTheWatch();
     void candidateRuleMayStartTheWatchWithAnotherRule();
     void candidateRuleMayRunAnEventLoop();
+    void stopReportsABoardWhoseCommunicatorAReceiverDeleted();
+    void stopReportsABoardThatIsPulledDuringAReceiver();
+    void deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent();
 };
 
 void TestBoardWatchHostile::receiverMayDoAsItLikes_data()
@@ -448,7 +451,7 @@ void TestBoardWatchHostile::candidateRuleMayStartTheWatchWithAnotherRule()
     WatchFixture fixture;
     fixture.attach("BoardA");
     fixture.attach("BoardA");
-    const std::string text(100, 'x'); // the rule owns memory, so AddressSanitizer sees whether it is used after its end
+    const std::string text(100, 'x'); // the rule has a copy, so AddressSanitizer reports if a deleted rule is used
     fixture.watch->setCandidateRule([&fixture, text](const QSerialPortInfo &) {
         fixture.watch->setCandidateRule({});
         fixture.watch->stop();
@@ -474,9 +477,59 @@ void TestBoardWatchHostile::candidateRuleMayRunAnEventLoop()
     fixture.watch->start();
     QVERIFY(inEventLoop([&] { return isNested && fixture.watch->boards().size() == 1; }));
     QVERIFY(inEventLoop(andThenSomeTime([] { return true; })));
-    // The outer list of the ports still contained the first board.
+    // The watch must not use the list that it began before the pull, because that list contains the first board's port.
     QCOMPARE(fixture.watch->portReports().size(), 1);
     QCOMPARE(fixture.attempts(first), 0);
+}
+
+void TestBoardWatchHostile::stopReportsABoardWhoseCommunicatorAReceiverDeleted()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    const QPointer<Communicator> other = fixture.watch->boards().at(1).communicator;
+    fixture.onLost = [&](const JwDevice::Board &) { delete other; };
+    fixture.stop();
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 released")}));
+}
+
+void TestBoardWatchHostile::stopReportsABoardThatIsPulledDuringAReceiver()
+{
+    WatchFixture fixture;
+    fixture.attach("BoardA");
+    Board *const other = fixture.attach("BoardB");
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 2);
+    bool isReported = false;
+    fixture.onLost = [&](const JwDevice::Board &) {
+        if (!other->isPlugged())
+            return;
+        other->pull();
+        isReported = inEventLoop([&] { return fixture.lost.size() == 2; });
+    };
+    fixture.stop();
+    QVERIFY(isReported);
+    QCOMPARE(fixture.timeline.mid(2),
+             QStringList({QStringLiteral("lost SIM1:1.0 stopped"), QStringLiteral("lost SIM2:1.0 cablePulled")}));
+}
+
+void TestBoardWatchHostile::deletedPortReleasesABoardWhoseCommunicatorHasAnotherParent()
+{
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    QObject window;
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.watch->boards().size(), 1);
+    const JwDevice::Board found = fixture.found(board);
+    portOf(found)->deleteLater();
+    found.communicator->setParent(&window);
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 released"));
+    fixture.watch->checkBoards();
+    QVERIFY(fixture.watch->takeBack(found.id));
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("back SIM1:1.0"));
 }
 
 SIMULATED_PORTS_MAIN(TestBoardWatchHostile)

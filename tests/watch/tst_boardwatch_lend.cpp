@@ -225,7 +225,7 @@ void TestBoardWatchLend::otherBoardsAreNotAffected()
 
 void TestBoardWatchLend::otherPortOfALentBoardIsLeftAlone_data()
 {
-    QTest::addColumn<bool>("isSilent"); // whether the watch asked the other port, without an answer, before it lent
+    QTest::addColumn<bool>("isSilent"); // whether the other port was asked before lend(), and did not answer
     QTest::newRow("the other port was silent") << true;
     QTest::newRow("the other port appears while the board is lent") << false;
 }
@@ -244,7 +244,7 @@ void TestBoardWatchLend::otherPortOfALentBoardIsLeftAlone()
     fixture.watch->setMaxRetries(0);
     if (isSilent) {
         attachOther();
-        QVERIFY(holder.open(QIODevice::ReadWrite)); // until the watch has given up the other port
+        QVERIFY(holder.open(QIODevice::ReadWrite)); // so that the other port is asked first
     }
     fixture.watch->start();
     if (isSilent) {

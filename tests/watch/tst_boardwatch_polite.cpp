@@ -260,7 +260,7 @@ void TestBoardWatchPolite::otherPortsOfAReleasedBoardStayClosed()
     delete fixture.found(board).communicator;
     QCOMPARE(fixture.timeline.size(), 2);
     fixture.watch->lookAgain();
-    // The watch would wait 500 ms before it asks the other port.
+    // If the watch asked the other port, it would do so after 500 ms.
     QVERIFY(!QTest::qWaitFor([&] { return fixture.attempts(other) != before; }, 800));
     QVERIFY(fixture.isAtRest());
     QVERIFY(fixture.watch->takeBack(QStringLiteral("SIM1:1.0")));
@@ -311,7 +311,7 @@ void TestBoardWatchPolite::portWithoutItsLockFileIsTakenAfterAPause()
 {
     WatchFixture fixture;
     const Board *const board = fixture.attach("BoardA");
-    // No program has the port open, so no event tells that the port is free.
+    // No program has the port open, so no event reports that the port is free.
     QLockFile lock(QStringLiteral("/var/lock/LCK..") + board->portName());
     QVERIFY(lock.tryLock());
     fixture.watch->start();

@@ -11,7 +11,7 @@ using JwSimulator::Board;
 
 namespace {
 
-/// Counts in `lists` each port of each list that the watch makes from its next start on.
+/// After the next start, adds 1 to `lists` for each port in each list that the watch makes.
 void countLists(WatchFixture &fixture, int &lists)
 {
     fixture.watch->setCandidateRule([&lists](const QSerialPortInfo &) {

@@ -56,6 +56,6 @@ struct FinderFixture
         return result;
     }
 
-    /// Returns the first row with the port of `board`; a row without a port if there is none.
+    /// Returns the first row with the port of `board`. If there is none, returns a row without a port.
     JwMonitor::PortEntry entry(const JwSimulator::Board *board) const { return rows(board).value(0); }
 };

@@ -209,8 +209,8 @@ QString WatchModel::exclusion(const UsbPort &port) const
 
 // Probes
 
-/// Whether the port must stay closed, because a board is on another port of its device, or was there and was lent or
-/// released.
+/// Returns whether the port must stay closed, because another port of its device has a board, or had a board that is
+/// now lent or released.
 bool WatchModel::hasBoardBeside(const Entry &entry)
 {
     const UsbPort &usb = entry.port.usb;
@@ -245,8 +245,8 @@ void WatchModel::wantSoon(Entry &entry)
     want(entry, m_around.now(), m_around.now() + shortestPause + delay());
 }
 
-/// Something other than the end of a pause, for example lookAgain(), is the reason of the next attempt: the watch need
-/// not wait, and must try within `pause` ms. After that, the pauses begin with the shortest one again.
+/// Something other than the end of a pause, for example lookAgain(), makes the watch try again. The watch may try at
+/// once, and must try within `pause` ms and the delay. After that, the pauses begin with the shortest pause again.
 void WatchModel::hurry(Entry &entry, int pause)
 {
     entry.failures = 0;
@@ -256,7 +256,7 @@ void WatchModel::hurry(Entry &entry, int pause)
 void WatchModel::freed(const QString &name)
 {
     Entry *const entry = find(name);
-    // If the delay of the next attempt runs already, the watch no longer waits for the port.
+    // If the delay before the next attempt already runs, the watch no longer waits for the port.
     if (entry && entry->phase == Wanted && m_around.now() + delay() < entry->openUntil)
         hurry(*entry, freedPause);
 }

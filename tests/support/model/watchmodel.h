@@ -100,7 +100,7 @@ private:
         bool isShared = false;
         bool hadBoard = false;
         JwDevice::Type type = JwDevice::Unknown; // of the newest board on this port
-        int failures = 0; // number of attempts to open the port that failed since something else than a pause ended
+        int failures = 0; // number of failed attempts to open the port since opened() or hurry()
         qint64 openFrom = 0; // if Wanted: the watch must not open the port before this time
         qint64 openUntil = 0; // if Wanted: the watch must try to open the port at this time at the latest
         qint64 openedAt = 0; // if Probing: when the watch opened the port

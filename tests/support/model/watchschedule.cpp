@@ -197,7 +197,7 @@ private:
 
     WatchSchedule m_schedule;
     bool m_isSimple = false;
-    bool m_hasTwoPorts = false; // boards 0 and 1 are one device with two ports, mostly; boards 2 and 3 too
+    bool m_hasTwoPorts = false; // boards 0 and 1 are mostly two ports of one device; boards 2 and 3 too
 };
 
 const char *nameOf(Step::Action action)

@@ -1,5 +1,5 @@
-// Replaces the function of libudev that reads an event, for the test that contains this file. The simulated system
-// loses no events, because its sender waits until the watch has read them.
+// Replaces libudev's function that reads an event, so that a test can lose events. The simulated system itself loses no
+// events, because the sender waits until the watch has read them.
 #include "lostevents.h"
 
 #include <cerrno>

@@ -1,5 +1,5 @@
 #pragma once
 
-/// Lets the system lose all kernel events that wait for the process, as it does when their buffer is full. Works for
-/// the events that wait when the watch reads the next event.
+/// When the watch next reads an event, it loses all events that wait then. The real system loses events when their
+/// buffer is full.
 void loseEvents();

@@ -1,8 +1,8 @@
 #include "watchfixture.h"
 
 #include "support/common/portname.h"
+#include "support/common/processusage.h"
 
-#include <QAbstractEventDispatcher>
 #include <QSerialPortInfo>
 #include <QTest>
 
@@ -16,7 +16,7 @@ const QByteArray versionQuery = "$PJWVER*0c\r\n";
 const QByteArray informationRequest = "$PTJWWR,INF*71\r\n";
 
 WatchFixture::WatchFixture()
-    : watch(new BoardWatch)
+    : watch((ProcessUsage::watchObjects(), new BoardWatch)) // only objects that are made later are counted
     , log(Logger::Warning)
 {
     QObject::connect(watch, &BoardWatch::boardFound, [this](const Board &board) {
@@ -104,20 +104,7 @@ void WatchFixture::stop()
 
 bool WatchFixture::isAtRest() const
 {
-    // The ports of boards have no parent, so findChildren() does not return them.
-    QObjectList objects = watch->findChildren<QObject *>();
-    objects.append(watch);
-    const QList<Board> boards = watch->boards();
-    for (const Board &board : boards) {
-        QObject *const port = board.communicator->device();
-        objects.append(port);
-        objects.append(port->findChildren<QObject *>());
-    }
-    for (QObject *const object : qAsConst(objects)) {
-        if (!QAbstractEventDispatcher::instance()->registeredTimers(object).isEmpty())
-            return false;
-    }
-    return true;
+    return ProcessUsage::now().timers == 0;
 }
 
 void WatchFixture::promise(bool kept, const char *signal, const Board &board, const char *text)

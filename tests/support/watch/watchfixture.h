@@ -44,7 +44,7 @@ public:
     /// Stops the watch. After that, the fixture expects boardFound() for each board, also for a board that was lost
     /// before.
     void stop();
-    /// Whether no timer runs of the watch, of its child objects, or of the ports of its boards.
+    /// Whether no timer runs in this process, except timers that are older than the first fixture.
     bool isAtRest() const;
 
     QPointer<JwDevice::BoardWatch> watch;

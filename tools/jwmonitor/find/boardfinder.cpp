@@ -14,7 +14,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int refreshInterval = 20; // ms from a change to the next refresh of the rows, so that changes are collected
+constexpr int refreshInterval = 20; // ms from a change to the refresh of the rows; one refresh shows all changes
 
 SystemPort systemPort(const QSerialPortInfo &info)
 {

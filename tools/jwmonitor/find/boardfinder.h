@@ -57,7 +57,7 @@ Q_SIGNALS:
     void portEvent(const JwDevice::PortEvent &event);
     /// Emitted when a board is found, and when a lost board is back.
     void boardFound(const JwMonitor::BoardLink &link);
-    /// Emitted when a board can't be used any more. Its Communicator still exists. `port` is the name of its port.
+    /// Emitted when a board can't be used any more. Its Communicator still exists. `port` is the name of the port.
     void boardLost(const QString &port);
 
 private:

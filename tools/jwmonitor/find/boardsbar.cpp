@@ -12,7 +12,7 @@ namespace JwMonitor {
 
 namespace {
 
-constexpr int mostNames = 3; // ports of one type and state that the line names
+constexpr int mostNames = 3; // largest number of ports that the line names for one type and state
 
 struct Group
 {

@@ -6,7 +6,7 @@ namespace JwMonitor {
 
 class BoardFinder;
 
-/// Shows one line: for each wanted type, the ports where its boards are, or were before they were lost.
+/// Shows one line: for each wanted type, the ports of its boards. For a lost board, the line shows the last port.
 class BoardsBar : public QLabel
 {
     Q_OBJECT

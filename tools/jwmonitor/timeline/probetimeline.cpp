@@ -85,7 +85,8 @@ void ProbeTimeline::onPortEvent(const PortEvent &event)
         return;
     TimelineLane &line = lane(event.portName);
     const bool isFirst = event.round == 0 && (event.kind == PortEvent::Opened || event.kind == PortEvent::NotOpened);
-    // A port that does not open is tried again and again. The lane stays as it is, so that a mark in it stays too.
+    // A port that does not open is tried again and again. The same error does not change the lane, so the user's mark
+    // stays.
     const bool isKnown = event.kind == PortEvent::NotOpened && line.events.size() == 1
         && line.events.first().kind == event.kind && line.events.first().text == fromPortEvent(event).text;
     if (isKnown)
@@ -127,7 +128,7 @@ void ProbeTimeline::readResults()
                 line.isGood ? JwTools::boardName(entry->report->type) : verdictText(*entry->report, entry->isOver);
         } else if (line.isRunning) {
             line.outcome = kindName(PortEvent::Lost);
-            if (line.events.last().kind != PortEvent::Lost) // the system removed the port before the port failed
+            if (line.events.last().kind != PortEvent::Lost) // removed without an error
                 append(line, {PortEvent::Lost, duration(line), tr("the port is gone")});
         }
         line.isRunning = isThere && !isSettled(*entry->report);

@@ -55,7 +55,7 @@ private:
     QTimer m_clock; // updates the view while a probe runs
     double m_zoom = 1;
     TimelinePainter::Place m_marked;
-    qint64 m_markedStart = 0; // TimelineLane::startNs of the lane m_marked.lane, which may get another index
+    qint64 m_markedStart = 0; // startNs of the marked lane, because the lane's index may change
     int m_markedDropped = 0; // the value of TimelineLane::dropped for which the index m_marked.event is right
 };
 

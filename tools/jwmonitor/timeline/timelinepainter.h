@@ -16,8 +16,7 @@ struct TimelineEvent;
 struct TimelineLane;
 
 /// Draws a timeline. Each port has a lane (a horizontal strip). Time runs to the right, from the start of the port's
-/// probe. The names of the ports stay
-/// visible on the left, and the axis stays visible on top.
+/// probe. The names of the ports stay visible on the left, and the axis stays visible on top.
 class TimelinePainter
 {
 public:

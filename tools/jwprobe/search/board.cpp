@@ -53,7 +53,7 @@ void Board::send(const QString &sentence)
     m_comm->writePayload(sentence);
     if (++m_sent < mostSent)
         return;
-    delete m_comm; // replaced by a new one, because a Communicator keeps memory for each written payload
+    delete m_comm; // replaced by a new one, because a Communicator keeps memory when the lengths of payloads differ
     auto *comm = new JwDevice::Communicator;
     comm->setIODevice(m_serialPort);
     useCommunicator(comm);

@@ -30,9 +30,9 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     return found != reports.end() ? *found : PortReport();
 }
 
-// Returns why the search does not open a port: udev's property JWDEVICE_IGNORE, or something other than a lock file,
-// for example a named pipe, at the path of the lock file. If the search opened a port with such a pipe, QSerialPort
-// could wait for ever, and the deadline could not end the search.
+// Returns why the search does not open the port; empty if the search opens the port. Either udev's property
+// JWDEVICE_IGNORE is set, or the path of the lock file has something else, for example a named pipe. With such a pipe,
+// QSerialPort could wait for ever, and the deadline could not end the search.
 std::optional<Obstacle> findRefusal(const PortIdentity &port, const PortChoice &choice)
 {
     return choice.leavesAlone(port) ? findIgnore(port) : findTrap(port);
@@ -43,7 +43,7 @@ Diagnosis refuse(const PortIdentity &port, const Obstacle &obstacle)
 {
     PortReport report;
     report.portName = port.name;
-    // For a lock file, the error that QSerialPort also reports.
+    // QSerialPort also reports PermissionError if another program's lock file exists.
     report.error = obstacle.kind == Obstacle::Ignored ? QSerialPort::NoError : QSerialPort::PermissionError;
     report.errorText = obstacle.summary;
     return {port, report, obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};

@@ -33,7 +33,7 @@ ListedPort judgeByChoice(const PortIdentity &port, bool isChosen, const QString 
             (isChosen ? QStringLiteral("named by %1") : QStringLiteral("not named by %1")).arg(options)};
 }
 
-/// Returns all ports, as listPorts() does, but judges an ignored port as any other.
+/// Returns the same as listPorts(), but treats a port with udev's property JWDEVICE_IGNORE like any other port.
 QList<ListedPort> judgedPorts(const PortChoice &choice)
 {
     QList<ListedPort> ports;

@@ -37,8 +37,8 @@ struct ListedPort
 /// ports, a search probes these ports. If not, a search probes the candidates, see JwDevice::isCandidate().
 QList<ListedPort> listPorts(const PortChoice &choice);
 
-/// Returns the ports that a search would probe, and those of them that it leaves alone. Without an id in `choice`, they
-/// include named ports that the system doesn't know.
+/// Returns the ports that a search would probe, and the ports that it would probe without udev's property
+/// JWDEVICE_IGNORE. If `choice` has no id, the result includes named ports that the system doesn't know.
 QList<PortIdentity> candidatePorts(const PortChoice &choice);
 
 /// Returns advice for a search that has no candidate port: why, and which ids the user can give instead.
