@@ -21,7 +21,7 @@ public:
     /// Watches the port at `location`, for example "/dev/ttyACM0", until remove(). Does not report what happened
     /// before.
     void add(const QString &location);
-    void remove(const QString &location);
+    void remove(const QString &location); ///< ends what add() began
 
 Q_SIGNALS:
     /// Emitted when a program closed the port at `location`, or when the permissions of the port changed. A QSerialPort

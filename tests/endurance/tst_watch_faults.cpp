@@ -189,6 +189,7 @@ public:
     explicit WatchInState(State state)
         : m_state(state)
     {
+        m_other.board->pull();
     }
 
     void enter();
@@ -230,7 +231,7 @@ private:
 
     const State m_state;
     SleepyBoard m_board{fixture};
-    SleepyBoard m_other{fixture, "silent,plug-after=3600000", m_board.board->config().serial}; // the board's other port
+    SleepyBoard m_other{fixture, "silent", m_board.board->config().serial}; // the board's other port
     std::unique_ptr<QSerialPort> m_holder; // keeps the port busy
     std::unique_ptr<DeniedPort> m_denied;
 };

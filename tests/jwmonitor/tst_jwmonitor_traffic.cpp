@@ -73,6 +73,7 @@ private Q_SLOTS:
 
     void filtersByPort();
     void filterByPortFollowsTheBoard();
+    void filterByPortKeepsTheNewestBoards();
     void filtersByDirection();
     void filtersByIdentifier();
     void filtersByText();
@@ -411,6 +412,27 @@ void TestTraffic::filterByPortFollowsTheBoard()
     QCOMPARE(box->count(), 3);
     choose("port", acm1);
     QTRY_COMPARE(columnTexts(m_table->model(), TrafficColumn::Port), QStringList({acm0, acm1}));
+}
+
+void TestTraffic::filterByPortKeepsTheNewestBoards()
+{
+    const auto addBoards = [this](int first, int last) {
+        for (int i = first; i <= last; ++i) {
+            TrafficRecord record = received(acm0, framed(QStringLiteral("PA")));
+            record.board = QStringLiteral("S%1:1.0").arg(i);
+            m_model->append(record);
+        }
+        m_model->flush();
+    };
+    auto *box = m_view->findChild<QComboBox *>(QStringLiteral("port"));
+    addBoards(1, 1);
+    QTRY_COMPARE(box->count(), 2);
+    box->setCurrentIndex(1);
+    addBoards(2, 300);
+    QTRY_COMPARE(box->itemData(box->count() - 1).toString(), QStringLiteral("S300:1.0"));
+    QCOMPARE(box->count(), 201); // "all" and 200 boards
+    QCOMPARE(box->currentData().toString(), QStringLiteral("S1:1.0")); // the chosen board stays
+    QCOMPARE(box->itemData(2).toString(), QStringLiteral("S102:1.0"));
 }
 
 void TestTraffic::filtersByDirection()

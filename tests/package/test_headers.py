@@ -12,7 +12,8 @@ INCLUDE = TREES["shared"] / "include/jwdevice"
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
 
 # Headers of watch/ that only the library itself uses.
-PRIVATE = ["boardids", "pollsource", "portguard", "portsource", "resumenotifier", "udevsource", "watchedport"]
+PRIVATE = ["boardids", "freednotifier", "pollsource", "portguard", "portsource", "resumenotifier", "udevsource",
+           "watchedport"]
 
 
 def headers():

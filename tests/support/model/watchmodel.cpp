@@ -81,11 +81,22 @@ void WatchModel::plugged(const UsbPort &port, bool canOpen)
 {
     m_system[port.name] = {port, ++m_plugs, 0, canOpen};
     m_plugged.append(port.name);
+    for (Owed &owed : m_owed) {
+        // The watch knows the pulled port only by its name, and this name is there again.
+        if (owed.port.name == port.name && owed.losses.contains(Board::Stopped))
+            owed.losses.append(Board::PortFailed);
+    }
 }
 
 void WatchModel::pulled(const QString &name)
 {
     m_system.erase(name);
+    for (Owed &owed : m_owed) {
+        // A receiver runs an event loop in stop(), and in this loop the cable of a board is pulled that stop() has not
+        // yet reported.
+        if (owed.port.name == name && owed.losses.contains(Board::Stopped))
+            owed.losses.append(Board::CablePulled);
+    }
 }
 
 void WatchModel::changed(const QString &name)
@@ -560,21 +571,24 @@ void WatchModel::lost(const Board &board)
         fail(QStringLiteral("%1 is lost, but was not there").arg(board.id));
         return;
     }
+    const Owed *const owed = findOwed(board.id);
     // A receiver may call start() before stop() has reported all boards. After start(), every board is found, not back.
-    if (board.loss != Board::Stopped)
+    const bool isStopped = owed && owed->losses.contains(Board::Stopped);
+    if (!isStopped)
         m_lost[board.id] = type;
     if (board.type != type || (board.communicator == nullptr) != (board.loss == Board::Released))
         fail(QStringLiteral("the lost board %1 has a wrong member").arg(board.id));
     if (m_around.isOpen(board.portName))
         fail(QStringLiteral("the port of the lost board %1 is open").arg(board.id));
     Entry *const entry = findId(board.id);
-    const Owed *const owed = findOwed(board.id);
-    if (owed && owed->losses.contains(board.loss)) {
+    if (owed && (owed->losses.contains(board.loss) || (isStopped && board.loss == Board::NoAnswer))) {
         m_owed.erase(m_owed.begin() + (owed - m_owed.data()));
         if (board.loss == Board::Released && entry && entry->phase == Ready) {
             entry->phase = Released;
             entry->verdict = PortReport::NotOpened;
         }
+        if (isStopped)
+            freed(board.portName);
         return;
     }
     const qint64 askedAt = m_around.now() - replyTime;

@@ -43,7 +43,7 @@ public:
     void pulled(const QString &name);
     void changed(const QString &name);
     void setCanOpen(const QString &name, bool canOpen);
-    void freed(const QString &name); ///< another program closed the port
+    void freed(const QString &name); ///< another program, or stop() of this watch, closed the port
 
     // What goes over the serial lines.
     void asked(const QString &name, JwDevice::Type type); ///< the board got the query for boards of this type

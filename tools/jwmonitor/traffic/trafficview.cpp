@@ -18,6 +18,14 @@
 
 namespace JwMonitor {
 
+namespace {
+
+/// Largest number of boards in the list of ports. There is a limit because a faulty device may have a new serial number
+/// each time it is plugged in.
+constexpr int mostBoards = 200;
+
+} // namespace
+
 TrafficView::TrafficView(TrafficModel *model, QWidget *parent)
     : QWidget(parent)
     , m_model(model)
@@ -192,6 +200,11 @@ void TrafficView::addPorts(int first, int last)
             continue;
         if (m_port->findData(record.key()) < 0)
             m_port->addItem(QString(), record.key());
+        while (m_port->count() > 1 + mostBoards) { // the first item stands for all boards
+            const int oldest = m_port->currentIndex() == 1 ? 2 : 1;
+            m_names.remove(m_port->itemData(oldest).toString());
+            m_port->removeItem(oldest);
+        }
         for (int i = 1; i < m_port->count(); ++i)
             m_port->setItemText(i, m_names.name(m_port->itemData(i).toString()));
     }
