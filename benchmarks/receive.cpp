@@ -58,7 +58,7 @@ QByteArray stream(Dirt kind)
 void feedInPieces(StreamDevice &device, const QByteArray &bytes, int size)
 {
     for (int at = 0; at < bytes.size(); at += size)
-        device.feed(bytes.constData() + at, std::min(size, bytes.size() - at));
+        device.feed(bytes.constData() + at, std::min<qint64>(size, bytes.size() - at));
 }
 
 void receivePayloads(benchmark::State &state, Dirt kind)
