@@ -53,9 +53,9 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# Installs the pkg-config file <name>.pc, or <name>-qt6.pc in a build for Qt 6. A program that uses the library also links the modules REQUIRES. If the
-# library is static, the program also links REQUIRES_PRIVATE, and is compiled with STATIC_FLAGS, which tell the headers
-# that the library is static.
+# Installs the pkg-config file <name>.pc, or <name>-qt6.pc in a build for Qt 6. A program that uses the library also
+# links the modules REQUIRES. If the library is static, the program also links REQUIRES_PRIVATE, and is compiled with
+# STATIC_FLAGS, which tell the headers that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -115,7 +115,8 @@ endfunction()
 # Installs the files that find_package needs.
 function(jwdevice_install_package)
     set(folder ${PROJECT_BINARY_DIR}/cmake)
-    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/${jwdevice_package}Config.cmake
+    configure_package_config_file(
+        ${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/${jwdevice_package}Config.cmake
         INSTALL_DESTINATION ${jwdevice_cmake_dir} NO_CHECK_REQUIRED_COMPONENTS_MACRO NO_SET_AND_CHECK_MACRO)
     write_basic_package_version_file(${folder}/${jwdevice_package}ConfigVersion.cmake COMPATIBILITY SameMinorVersion)
     install(FILES ${folder}/${jwdevice_package}Config.cmake ${folder}/${jwdevice_package}ConfigVersion.cmake

@@ -1,7 +1,9 @@
-# Makes Debian packages, one for each part of the install tree. The programs are only in the packages of the build for
-# Qt 5, because on Debian 12 the desktops use Qt 5, so only programs with Qt 5 get their colours and file dialogs. In the build folder, cpack -G DEB writes them to
+# Makes Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to
 # packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
 # a licence file for Debian.
+#
+# Only the build for Qt 5 makes packages of the programs. On Debian 12 the desktops use Qt 5, so only programs with Qt 5
+# get the desktop's colours and file dialogs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)

@@ -1,5 +1,5 @@
-# The version of Qt that the project is built with. The names of installed libraries, headers and packages contain a 6 if
-# they need Qt 6, so the builds for Qt 5 and Qt 6 can be installed side by side.
+# The version of Qt that the project is built with. The builds for Qt 5 and Qt 6 can be installed side by side, because
+# the names of libraries, of the folder of headers and of packages for Qt 6 contain "Qt6" or "qt6".
 set(jwdevice_qt_default 5)
 if(TARGET Qt6::Core AND NOT TARGET Qt5::Core) # the project that includes this one uses Qt 6
     set(jwdevice_qt_default 6)

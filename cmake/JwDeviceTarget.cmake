@@ -44,7 +44,8 @@ function(jwdevice_target target)
 endfunction()
 
 # jwdevice_library(<target> <name> <export header>)
-# Sets the properties that all libraries share. The file is lib<name>, or lib<name>Qt6 in a build for Qt 6; users of an install tree link JwDevice::<name>.
+# Sets the properties that all libraries share. The file is lib<name>, or lib<name>Qt6 in a build for Qt 6; users of an
+# install tree link JwDevice::<name>.
 # The export header is <folder>/<prefix>_export.h and defines the macro <PREFIX>_EXPORT and others. Choose a prefix that
 # no application uses.
 function(jwdevice_library target name export_header)

@@ -7,8 +7,7 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
-# Also needed to build with Qt 6.
-# shellcheck disable=SC2034
+# Packages to build with Qt 6, also needed then.
 packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
 
 say() {
@@ -69,8 +68,14 @@ installSanitizers() {
         || installPackages "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 }
 
-# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build.
+# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build. Installs Qt 6 if the
+# preset needs it.
 build() {
+    # $packagesQt6 is a list, so do not quote it.
+    # shellcheck disable=SC2086
+    case $1 in
+    *-qt6) installPackages $packagesQt6 ;;
+    esac
     if [ -e "build/$1" ] && [ ! -w "build/$1" ]; then
         say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or start this script as that user."
         exit 1

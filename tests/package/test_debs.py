@@ -5,7 +5,8 @@ import shutil
 import unittest
 
 import packagetest
-from packagetest import (BUILD, DEBS, DEVELOPMENT, FILE_SUFFIX, MODULE_SUFFIX, PACKAGE, QT, RUNTIME, WATCH, fresh, run)
+from packagetest import (BUILD, DEBS, DEVELOPMENT, FILE_SUFFIX, MODULE_SUFFIX, PACKAGE, QT, RUNTIME, WATCH, fresh,
+                         run)
 
 # Faults that lintian may find. The packages close no bug report of Debian. CPack always adds calls of ldconfig, although
 # a trigger in the packages already calls ldconfig. lintian expects the name libjwdevicewatch0.1, made from the name of
@@ -45,7 +46,8 @@ class Packages(Debs):
 
     def test_runtime_has_the_libraries_alone(self):
         _, files = self.files(RUNTIME)
-        self.has(files, f"libJwDevice{FILE_SUFFIX}.so.0.1", f"libLogger{FILE_SUFFIX}.so.0.1", "changelog.Debian.gz", "copyright")
+        self.has(files, f"libJwDevice{FILE_SUFFIX}.so.0.1", f"libLogger{FILE_SUFFIX}.so.0.1", "changelog.Debian.gz",
+                 "copyright")
         self.assertFalse([file for file in files if file.endswith((".h", ".so")) or "/bin/" in file])
 
     def test_watch_has_its_library_alone(self):
