@@ -46,8 +46,9 @@ class Packages(Debs):
 
     def test_runtime_has_the_libraries_alone(self):
         _, files = self.files(RUNTIME)
-        self.has(files, f"libJwDevice{FILE_SUFFIX}.so.0.1", f"libLogger{FILE_SUFFIX}.so.0.1", "changelog.Debian.gz",
-                 "copyright")
+        folder = f"usr/lib/{run('g++', '-print-multiarch').strip()}"
+        self.has(files, f"{folder}/libJwDevice{FILE_SUFFIX}.so.0.1", f"{folder}/libLogger{FILE_SUFFIX}.so.0.1",
+                 "changelog.Debian.gz", "copyright")
         self.assertFalse([file for file in files if file.endswith((".h", ".so")) or "/bin/" in file])
 
     def test_watch_has_its_library_alone(self):
