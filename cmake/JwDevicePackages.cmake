@@ -26,7 +26,7 @@ if(JWDEVICE_QT EQUAL 5)
     set(jwdevice_qt_packages "qtbase5-dev, libqt5serialport5-dev")
 else()
     set(jwdevice_package_suffix -qt6-)
-    set(jwdevice_qt_packages "qt6-base-dev, qt6-serialport-dev")
+    set(jwdevice_qt_packages "qt6-base-dev, qt6-serialport-dev | libqt6serialport6-dev") # the second: in Ubuntu 22.04
 endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -57,8 +57,9 @@ set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_NAME libjwdevice-watch${jwdevice_package
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_JWDEVICE_WATCH_DESCRIPTION "find embedded boards that come and go (library)\n\
-${about}\n.\nThis package has the shared library libJwDeviceWatch${jwdevice_file_suffix}, which also finds boards\n\
-that are plugged in later, and reports boards that are lost and back.")
+${about}\n.\nThis package has the shared library libJwDeviceWatch${jwdevice_file_suffix}, which also\n\
+finds boards that are plugged in later, and reports boards that are lost and\n\
+back.")
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_NAME libjwdevice${jwdevice_module_suffix}-dev)

@@ -7,8 +7,11 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
-# Packages to build with Qt 6, also needed then.
+# Packages that a build for Qt 6 needs too. Ubuntu 22.04 has other names for them.
 packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
+if grep -qs '^VERSION_CODENAME=jammy$' /etc/os-release; then
+    packagesQt6="qt6-base-dev libqt6serialport6-dev libqt6svg6-dev"
+fi
 
 say() {
     printf '%s\n' "$*" >&2
