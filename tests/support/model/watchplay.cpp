@@ -4,6 +4,8 @@
 #include <simulator/boardkind.h>
 #include <simulator/wire.h>
 
+#include <QScopedValueRollback>
+
 #include <algorithm>
 #include <unistd.h>
 
@@ -89,6 +91,7 @@ void WatchPlay::performSteps(qsizetype most)
 void WatchPlay::settle(int milliseconds)
 {
     ++m_depth;
+    const QScopedValueRollback<bool> isInLoop(m_isCalling, false);
     m_model.loopBegins();
     for (Line &line : m_lines)
         line.isNew = false;
@@ -129,6 +132,7 @@ void WatchPlay::perform(const Step &step)
 
 void WatchPlay::act(Step::Action action, int board, const QString &id)
 {
+    const QScopedValueRollback<bool> isCalling(m_isCalling, true);
     Line &line = this->line(board);
     const QString name = line.usb.name;
     const bool isPlugged = !name.isEmpty();
@@ -353,8 +357,10 @@ void WatchPlay::react(const WatchSchedule::Reaction &reaction, const QString &id
         act(reaction.action, board, reaction.onSameBoard ? id : line(board).id);
     }
     performSteps(reaction.nestedSteps);
-    // The event loop continues after this slot. For the model, that is like a new start of the loop.
-    m_model.loopBegins();
+    // If the event loop emitted the signal, it continues after this slot. For the model, that is like a new start of
+    // the loop. But for example, stop() emits boardLost() itself, and the application may do more before the loop runs.
+    if (!m_isCalling)
+        m_model.loopBegins();
 }
 
 // The boards

@@ -88,6 +88,7 @@ private:
     int m_signals = 0;
     int m_payloads = 0;
     int m_depth = 0; // number of event loops that run now: 1 in the outermost, 2 in an event loop inside it
+    bool m_isCalling = false; // whether a function of the watch or of the system is called, not the event loop
     bool m_cameToRest = true;
     std::unique_ptr<JwDevice::BoardWatch> m_watch;
 };
