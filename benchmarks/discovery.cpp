@@ -155,7 +155,7 @@ QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QL
     clock.start();
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
     const double enumeration = milliseconds(clock.nsecsElapsed());
-    const double exchanged = bare ? exchange(infos, types.size()) : -1;
+    const double exchanged = bare ? exchange(infos, static_cast<int>(types.size())) : -1;
     const QJsonArray opens = openAll(infos);
     QStringList names;
     if (named) {

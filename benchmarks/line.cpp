@@ -57,7 +57,7 @@ double threadSeconds()
 QString payloadOf(int board)
 {
     const QString body = QStringLiteral("PJWVER,%1,1,4,0").arg(1000000 + board);
-    const int crc = Nmea::calculateCrc(body, body.size());
+    const int crc = Nmea::calculateCrc(body, 0);
     return QStringLiteral("$%1*%2\r\n").arg(body).arg(crc, 2, 16, QLatin1Char('0'));
 }
 

@@ -58,7 +58,7 @@ QByteArray stream(Dirt kind)
 void feedInPieces(StreamDevice &device, const QByteArray &bytes, int size)
 {
     for (int at = 0; at < bytes.size(); at += size)
-        device.feed(bytes.constData() + at, std::min(size, bytes.size() - at));
+        device.feed(bytes.constData() + at, std::min<qint64>(size, bytes.size() - at));
 }
 
 void receivePayloads(benchmark::State &state, Dirt kind)
@@ -73,7 +73,7 @@ void receivePayloads(benchmark::State &state, Dirt kind)
         state.SkipWithError("not every payload arrived");
     perform(
         state, [&] { feedInPieces(connection.device, bytes, size); }, goodSentences);
-    state.counters["bytes"] = bytes.size();
+    state.counters["bytes"] = static_cast<double>(bytes.size());
 }
 
 void receiveSessions(benchmark::State &state, Dirt kind)
@@ -94,7 +94,7 @@ void receiveSessions(benchmark::State &state, Dirt kind)
         state.SkipWithError("not every good sentence was recovered");
     perform(
         state, [&] { feedInPieces(connection.device, bytes, size); }, goodSentences);
-    state.counters["bytes"] = bytes.size();
+    state.counters["bytes"] = static_cast<double>(bytes.size());
 }
 
 void readSizes(benchmark::internal::Benchmark *benchmark)

@@ -12,8 +12,8 @@ if(PROJECT_IS_TOP_LEVEL AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_ve
 endif()
 include(GNUInstallDirs)
 
-set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice)
-set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JwDevice)
+set(jwdevice_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/jwdevice${jwdevice_module_suffix})
+set(jwdevice_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${jwdevice_package})
 set(jwdevice_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # While the version is 0.x, a minor release may change the binary interface. So the SOVERSION is 0.x, not only 0.
@@ -31,13 +31,13 @@ function(jwdevice_install_library target)
         return()
     endif()
     get_target_property(name ${target} EXPORT_NAME)
-    install(TARGETS ${target} EXPORT JwDevice-${name}
+    install(TARGETS ${target} EXPORT ${jwdevice_package}-${name}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${library_COMPONENT}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${library_COMPONENT}
                 NAMELINK_COMPONENT JwDevice_development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT JwDevice_development
         INCLUDES DESTINATION ${jwdevice_include_dir})
-    install(EXPORT JwDevice-${name} NAMESPACE JwDevice:: FILE JwDevice-${name}.cmake
+    install(EXPORT ${jwdevice_package}-${name} NAMESPACE JwDevice:: FILE ${jwdevice_package}-${name}.cmake
         DESTINATION ${jwdevice_cmake_dir} COMPONENT JwDevice_development)
 
     get_target_property(headers ${target} SOURCES)
@@ -53,9 +53,9 @@ endfunction()
 
 # jwdevice_install_pkgconfig(<name> DESCRIPTION <text> LIBRARIES <flag>... [REQUIRES <module>...]
 #                            [REQUIRES_PRIVATE <module>...] [STATIC_FLAGS <flag>...])
-# Installs the pkg-config file <name>.pc. A program that uses the library also links the modules REQUIRES. If the
-# library is static, the program also links REQUIRES_PRIVATE, and is compiled with STATIC_FLAGS, which tell the headers
-# that the library is static.
+# Installs the pkg-config file <name>.pc, or <name>-qt6.pc in a build for Qt 6. A program that uses the library also
+# links the modules REQUIRES. If the library is static, the program also links REQUIRES_PRIVATE, and is compiled with
+# STATIC_FLAGS, which tell the headers that the library is static.
 function(jwdevice_install_pkgconfig name)
     cmake_parse_arguments(module "" "DESCRIPTION" "LIBRARIES;REQUIRES;REQUIRES_PRIVATE;STATIC_FLAGS" ${ARGN})
     if(NOT JWDEVICE_INSTALL)
@@ -78,6 +78,7 @@ function(jwdevice_install_pkgconfig name)
         file(RELATIVE_PATH prefix /${jwdevice_pkgconfig_dir} /)
         set(prefix "\${pcfiledir}/${prefix}")
     endif()
+    string(APPEND name ${jwdevice_module_suffix})
     set(libdir "\${prefix}")
     cmake_path(APPEND libdir ${CMAKE_INSTALL_LIBDIR})
     set(includedir "\${prefix}")
@@ -114,9 +115,10 @@ endfunction()
 # Installs the files that find_package needs.
 function(jwdevice_install_package)
     set(folder ${PROJECT_BINARY_DIR}/cmake)
-    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/JwDeviceConfig.cmake
+    configure_package_config_file(
+        ${PROJECT_SOURCE_DIR}/cmake/JwDeviceConfig.cmake.in ${folder}/${jwdevice_package}Config.cmake
         INSTALL_DESTINATION ${jwdevice_cmake_dir} NO_CHECK_REQUIRED_COMPONENTS_MACRO NO_SET_AND_CHECK_MACRO)
-    write_basic_package_version_file(${folder}/JwDeviceConfigVersion.cmake COMPATIBILITY SameMinorVersion)
-    install(FILES ${folder}/JwDeviceConfig.cmake ${folder}/JwDeviceConfigVersion.cmake
+    write_basic_package_version_file(${folder}/${jwdevice_package}ConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+    install(FILES ${folder}/${jwdevice_package}Config.cmake ${folder}/${jwdevice_package}ConfigVersion.cmake
         DESTINATION ${jwdevice_cmake_dir} COMPONENT JwDevice_development)
 endfunction()

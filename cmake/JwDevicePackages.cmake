@@ -1,6 +1,9 @@
 # Makes Debian packages, one for each part of the install tree. In the build folder, cpack -G DEB writes them to
 # packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
 # a licence file for Debian.
+#
+# Only the build for Qt 5 makes packages of the programs. On Debian 12 the desktops use Qt 5, so only programs with Qt 5
+# get the desktop's colours and file dialogs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)
@@ -8,11 +11,23 @@ set(CPACK_PACKAGE_CONTACT "JwDevice maintainers <maintainers@jwdevice.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # empty, because each package has its own summary
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_watch JwDevice_development JwDevice_tools JwDevice_monitor)
+set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_watch JwDevice_development)
+if(JWDEVICE_QT EQUAL 5)
+    list(APPEND CPACK_COMPONENTS_ALL JwDevice_tools JwDevice_monitor)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
+
+# Debian separates a version from a name that ends with a digit.
+if(JWDEVICE_QT EQUAL 5)
+    set(jwdevice_package_suffix)
+    set(jwdevice_qt_packages "qtbase5-dev, libqt5serialport5-dev")
+else()
+    set(jwdevice_package_suffix -qt6-)
+    set(jwdevice_qt_packages "qt6-base-dev, qt6-serialport-dev | libqt6serialport6-dev") # the second: in Ubuntu 22.04
+endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -26,28 +41,30 @@ set(CPACK_COMPONENT_JWDEVICE_TOOLS_DEPENDS JwDevice_runtime JwDevice_watch)
 set(CPACK_COMPONENT_JWDEVICE_MONITOR_DEPENDS JwDevice_runtime JwDevice_watch)
 
 set(about "JwDevice asks each USB serial port which board is there, with short NMEA 0183\n\
-sentences, and hands a Qt 5 application one ready connection to each board.")
+sentences, and hands a Qt ${JWDEVICE_QT} application one ready connection to each board.")
 
-set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_NAME libjwdevice${jwdevice_soversion})
+set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_NAME libjwdevice${jwdevice_package_suffix}${jwdevice_soversion})
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_DESCRIPTION "find embedded boards on USB serial ports (libraries)\n\
-${about}\n.\nThis package has the shared libraries, libJwDevice and libLogger.")
+${about}\n.\nThis package has the shared libraries, libJwDevice${jwdevice_file_suffix} and\n\
+libLogger${jwdevice_file_suffix}.")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_JWDEVICE_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 
-set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_NAME libjwdevice-watch${jwdevice_soversion})
+set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_NAME libjwdevice-watch${jwdevice_package_suffix}${jwdevice_soversion})
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_JWDEVICE_WATCH_DESCRIPTION "find embedded boards that come and go (library)\n\
-${about}\n.\nThis package has the shared library libJwDeviceWatch, which also finds boards\n\
-that are plugged in later, and reports boards that are lost and back.")
+${about}\n.\nThis package has the shared library libJwDeviceWatch${jwdevice_file_suffix}, which also\n\
+finds boards that are plugged in later, and reports boards that are lost and\n\
+back.")
 set(CPACK_DEBIAN_JWDEVICE_WATCH_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 
-set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_NAME libjwdevice-dev)
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_NAME libjwdevice${jwdevice_module_suffix}-dev)
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_DEPENDS "qtbase5-dev, libqt5serialport5-dev, libspdlog-dev")
+set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_DEPENDS "${jwdevice_qt_packages}, libspdlog-dev")
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_PACKAGE_RECOMMENDS "libumockdev-dev, umockdev")
 set(CPACK_DEBIAN_JWDEVICE_DEVELOPMENT_DESCRIPTION "find embedded boards on USB serial ports (development)\n\
 ${about}\n.\nThis package has the files to build a program: headers, CMake and pkg-config\n\

@@ -44,7 +44,8 @@ function(jwdevice_target target)
 endfunction()
 
 # jwdevice_library(<target> <name> <export header>)
-# Sets the properties that both libraries share. The file is lib<name>; users of an install tree link JwDevice::<name>.
+# Sets the properties that all libraries share. The file is lib<name>, or lib<name>Qt6 in a build for Qt 6; users of an
+# install tree link JwDevice::<name>.
 # The export header is <folder>/<prefix>_export.h and defines the macro <PREFIX>_EXPORT and others. Choose a prefix that
 # no application uses.
 function(jwdevice_library target name export_header)
@@ -53,7 +54,7 @@ function(jwdevice_library target name export_header)
         target_compile_options(${target} PRIVATE -Wnon-virtual-dtor)
     endif()
     set_target_properties(${target} PROPERTIES
-        OUTPUT_NAME ${name}
+        OUTPUT_NAME ${name}${jwdevice_file_suffix}
         EXPORT_NAME ${name}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${jwdevice_soversion}
@@ -74,7 +75,7 @@ function(jwdevice_library target name export_header)
         # same name. Applications must then be compiled with -fPIC, because otherwise a signal has two addresses and
         # connect() does not find it. If Qt itself was linked with -Bsymbolic-functions, it requires -fPIC of all
         # applications. So the library uses -Bsymbolic-functions only if Qt requires -fPIC.
-        get_target_property(qt_options Qt5::Core INTERFACE_COMPILE_OPTIONS)
+        get_target_property(qt_options Qt${JWDEVICE_QT}::Core INTERFACE_COMPILE_OPTIONS)
         if("-fPIC" IN_LIST qt_options)
             target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)
         endif()

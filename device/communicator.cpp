@@ -221,7 +221,9 @@ void Communicator::read(QString &buffer)
 
         for (QString payload = takePayload(buffer); !payload.isEmpty(); payload = takePayload(buffer)) {
             const uint id = ++m_rxId;
-            payload.remove(0, std::max(0, payload.lastIndexOf(m_startChars[0])));
+            const auto start = payload.lastIndexOf(m_startChars[0]);
+            if (start > 0)
+                payload.remove(0, start);
             if (m_payloads.size() > m_maxPayloads)
                 m_payloads.remove(lowestPayloadId());
             m_payloads[id] = payload;
@@ -241,16 +243,16 @@ void Communicator::read(QString &buffer)
 
 QString Communicator::takePayload(QString &buffer)
 {
-    const int dollar = buffer.indexOf(m_startChars[0]);
-    const int exclamation = buffer.indexOf(m_startChars[1]);
+    const auto dollar = buffer.indexOf(m_startChars[0]);
+    const auto exclamation = buffer.indexOf(m_startChars[1]);
     if (dollar < 0 && exclamation < 0)
         return QString();
-    const int start = dollar >= 0 && (dollar <= exclamation || exclamation < 0) ? dollar : exclamation;
-    const int end = buffer.indexOf(m_lineEnd, start);
+    const auto start = dollar >= 0 && (dollar <= exclamation || exclamation < 0) ? dollar : exclamation;
+    const auto end = buffer.indexOf(m_lineEnd, start);
     if (end < 0)
         return QString();
 
-    const int taken = end + m_lineEnd.size();
+    const auto taken = end + m_lineEnd.size();
     QString payload;
     if (end > start) {
         payload = buffer.mid(start, taken - start);

@@ -105,8 +105,8 @@ Initializer::Initializer(QObject *parent)
     , m_decided(false)
     , m_private(std::make_shared<Private>())
 {
-    connect(m_readMapper, SIGNAL(mapped(QObject *)), this, SLOT(boardReadyRead(QObject *)));
-    connect(m_timeoutMapper, SIGNAL(mapped(QObject *)), this, SLOT(readTimeout(QObject *)));
+    connect(m_readMapper, &QSignalMapper::mappedObject, this, &Initializer::boardReadyRead);
+    connect(m_timeoutMapper, &QSignalMapper::mappedObject, this, &Initializer::readTimeout);
     m_probeTimer->setSingleShot(true);
     m_probeTimer->setTimerType(Qt::PreciseTimer); // because a coarse timer may fire early
     connect(m_probeTimer, SIGNAL(timeout()), this, SLOT(probeStage2()));

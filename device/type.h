@@ -5,9 +5,9 @@ namespace JwDevice {
 /**
  * The types of board that the library recognises.
  *
- * The library does not register Type as a meta-type. If you connect the Initializer's signals across threads, or record
- * them with QSignalSpy, write `Q_DECLARE_METATYPE(JwDevice::Type)` and call
- * `qRegisterMetaType<JwDevice::Type>("JwDevice::Type")`.
+ * With Qt 5, the library does not register Type as a meta-type. If you connect the Initializer's signals across
+ * threads, or record them with QSignalSpy, write `Q_DECLARE_METATYPE(JwDevice::Type)` and call
+ * `qRegisterMetaType<JwDevice::Type>("JwDevice::Type")`. With Qt 6, you need neither.
  */
 enum Type : int {
     Unknown = 0, ///< no type of board

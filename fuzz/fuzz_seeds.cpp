@@ -69,7 +69,7 @@ int main(int argc, char **argv)
     for (const QString &file : files) {
         for (const CorpusSentence &sentence : corpus(file)) {
             const QByteArray bytes = sentence.text.toLatin1();
-            const int half = bytes.size() / 2;
+            const auto half = bytes.size() / 2;
             const QByteArray fields = bytes.mid(bytes.indexOf(',') + 1);
             parse.add(bytes);
             roundtrip.add((sentence.section == QLatin1String("3") ? '\1' : '\0') + fields);

@@ -1,5 +1,7 @@
 #include "checksum.h"
 
+#include <nmea/number.h>
+
 #include <QString>
 
 namespace Nmea {
@@ -48,7 +50,7 @@ int readChecksum(QStringView text, bool *ok)
             return high * 16 + low;
         }
     }
-    return text.toString().toInt(ok, 16);
+    return readNumber(text, 16, ok);
 }
 
 void appendChecksum(QString &sentence, int checksum)
@@ -56,7 +58,7 @@ void appendChecksum(QString &sentence, int checksum)
     static const char digits[] = "0123456789abcdef";
     const auto value = static_cast<qint8>(checksum);
     if (value < 0) {
-        sentence += QString::number(static_cast<qlonglong>(value), 16);
+        sentence += QString::number(static_cast<qulonglong>(value), 16); // unsigned, because Qt 6 would write a "-"
         return;
     }
     sentence += QLatin1Char(digits[value / 16]);

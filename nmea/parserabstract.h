@@ -149,9 +149,11 @@ private:
     const SentencePlan<Session> &currentSentencePlan();
     bool parseSentenceBody(Session *session, QStringView body);
     template <typename NextParam>
-    bool parseSentenceFields(Session *session, QStringView identifier, int count, NextParam nextParam);
+    bool parseSentenceFields(Session *session, QStringView identifier, QStringList::size_type count,
+                             NextParam nextParam);
     template <typename NextParam>
-    bool storeSentenceFields(Session *session, const SentenceFields &fields, int count, NextParam nextParam);
+    bool storeSentenceFields(Session *session, const SentenceFields &fields, QStringList::size_type count,
+                             NextParam nextParam);
     void appendSentenceFields(QString &out, const Session *session, const SentenceFields &fields);
 
     SentencePlan<Session> m_sentencePlan;
@@ -235,7 +237,7 @@ bool ParserAbstract<Session>::buildSentence(const Session *session, int sentence
     sentence.reserve(m_maxLength);
     sentence += m_startFlag;
     sentence += *identifier;
-    const int withoutFields = sentence.size();
+    const auto withoutFields = sentence.size();
     sentence += m_fieldSeparator;
     appendSentenceFields(sentence, session, *format);
     if (sentence.size() == withoutFields + 1) // no fields, or one empty field: remove the separator
@@ -321,8 +323,8 @@ bool ParserAbstract<Session>::parseSentenceBody(Session *session, QStringView bo
 
 template <typename Session>
 template <typename NextParam>
-bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView identifier, int count,
-                                                  NextParam nextParam)
+bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView identifier,
+                                                  QStringList::size_type count, NextParam nextParam)
 {
     const SentencePlan<Session> &plan = currentSentencePlan();
     const int key = plan.key(identifier, m_undefinedId);
@@ -338,12 +340,12 @@ bool ParserAbstract<Session>::parseSentenceFields(Session *session, QStringView 
 
 template <typename Session>
 template <typename NextParam>
-bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields, int count,
-                                                  NextParam nextParam)
+bool ParserAbstract<Session>::storeSentenceFields(Session *session, const SentenceFields &fields,
+                                                  QStringList::size_type count, NextParam nextParam)
 {
     if (fields.size() < count)
         throw Exception(QStringLiteral("Specified parameters list and formatting string incompatible"));
-    for (int i = 0; i < count; ++i) {
+    for (QStringList::size_type i = 0; i < count; ++i) {
         const QString &param = nextParam();
         const auto &field = fields[i];
         if (field.name.isEmpty())

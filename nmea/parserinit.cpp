@@ -1,6 +1,7 @@
 #include "parserinit.h"
 
 #include <device/boardrules.h>
+#include <nmea/number.h>
 
 namespace Nmea {
 
@@ -10,16 +11,17 @@ using JwDevice::VersionSentence;
 
 namespace {
 
-/// Returns the same as QString::toInt(). Faster if `text` consists of one to nine digits, as nearly every number does.
+/// Returns the same as readNumber() of base 10. Faster if `text` consists of one to nine digits, as nearly every number
+/// does.
 int toInt(const QString &text)
 {
     constexpr int digitsOfAnyInt = 9;
     if (text.isEmpty() || text.size() > digitsOfAnyInt)
-        return text.toInt();
+        return readNumber(text, 10);
     int number = 0;
     for (const QChar digit : text) {
         if (digit < QLatin1Char('0') || digit > QLatin1Char('9'))
-            return text.toInt();
+            return readNumber(text, 10);
         number = number * 10 + (digit.unicode() - '0');
     }
     return number;

@@ -7,6 +7,11 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
           libumockdev-dev umockdev"
+# Packages that a build for Qt 6 needs too. Ubuntu 22.04 has other names for them.
+packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
+if grep -qs '^VERSION_CODENAME=jammy$' /etc/os-release; then
+    packagesQt6="qt6-base-dev libqt6serialport6-dev libqt6svg6-dev"
+fi
 
 say() {
     printf '%s\n' "$*" >&2
@@ -66,8 +71,14 @@ installSanitizers() {
         || installPackages "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 }
 
-# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build.
+# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build. Installs Qt 6 if the
+# preset needs it.
 build() {
+    # $packagesQt6 is a list, so do not quote it.
+    # shellcheck disable=SC2086
+    case $1 in
+    *-qt6) installPackages $packagesQt6 ;;
+    esac
     if [ -e "build/$1" ] && [ ! -w "build/$1" ]; then
         say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or start this script as that user."
         exit 1

@@ -66,12 +66,12 @@ public:
     struct Job
     {
         QByteArray bytes;
-        int begin = 0; // index of the first byte that was not sent
+        QByteArray::size_type begin = 0; // index of the first byte that was not sent
         int replies = 0; // number of replies to send after `bytes`; they are not made yet
         int chunk = 0; // bytes per piece; if 0, everything is one piece
         bool gapIsDue = false;
 
-        int left() const { return bytes.size() - begin; }
+        auto left() const { return bytes.size() - begin; }
     };
 
     const int descriptor;
@@ -273,7 +273,7 @@ void Board::onReceived(const QByteArray &bytes)
     m_partialTime = m_clock.elapsed();
     Q_EMIT received(bytes);
     while (m_line == line) {
-        const int end = m_partialLine.indexOf('\n') + 1;
+        const auto end = m_partialLine.indexOf('\n') + 1;
         if (end == 0)
             break;
         const QByteArray text = m_partialLine.left(end);

@@ -236,7 +236,7 @@ std::optional<BoardConfig> BoardConfig::fromText(const QString &text, QString *e
     QStringList parts = text.split(QLatin1Char(','));
     bool ok = setKind(config, parts.takeFirst(), fault);
     for (int i = 0; ok && i < parts.size(); ++i) {
-        const int equals = parts.at(i).indexOf(QLatin1Char('='));
+        const auto equals = parts.at(i).indexOf(QLatin1Char('='));
         if (equals < 0) {
             fault = QStringLiteral("\"%1\" is not key=value; allowed keys are %2").arg(parts.at(i), keyNames());
             ok = false;

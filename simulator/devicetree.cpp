@@ -20,7 +20,7 @@ bool writeFile(const QByteArray &name, const QByteArray &text)
     return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(text) == text.size();
 }
 
-QByteArray upwards(int folders)
+QByteArray upwards(QByteArray::size_type folders)
 {
     return QByteArray("../").repeated(folders);
 }

@@ -102,7 +102,7 @@ void EventSender::flush()
         int error = 0;
         while (!it->isEmpty() && (error = sendTo(it.key(), it->head())) == 0)
             it->dequeue();
-        it = error == EAGAIN ? it + 1 : m_waiting.erase(it); // EAGAIN: the socket is full
+        it = error == EAGAIN ? std::next(it) : m_waiting.erase(it); // EAGAIN: the socket is full
     }
     if (m_waiting.isEmpty())
         m_retry.stop();

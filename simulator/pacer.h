@@ -31,7 +31,7 @@ public:
 
     void push(const QByteArray &bytes);
     /// Returns the number of bytes that are still on the line.
-    int waiting() const { return m_waiting.size(); }
+    auto waiting() const { return m_waiting.size(); }
     /// Drops the bytes that are still on the line.
     void clear();
 

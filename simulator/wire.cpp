@@ -22,7 +22,7 @@ QByteArray frameSentence(const QByteArray &body, bool rightChecksum)
 QByteArray sentenceBody(const QByteArray &line)
 {
     const QByteArray text = line.trimmed();
-    const int star = text.size() - 3;
+    const auto star = text.size() - 3;
     if (star < 2 || text.at(0) != '$' || text.at(star) != '*')
         return {};
     const QByteArray body = text.mid(1, star - 1);

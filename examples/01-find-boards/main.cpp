@@ -14,7 +14,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
     const QList<JwDevice::Type> wanted = {JwDevice::BoardA, JwDevice::BoardB};
-    int open = wanted.size();
+    auto open = wanted.size();
     int status = 0;
     const auto settle = [&] {
         if (--open == 0)

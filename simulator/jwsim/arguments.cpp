@@ -72,7 +72,7 @@ std::optional<Arguments> Arguments::parse(char **argv, QString &error)
             arguments.action = isHelp ? Action::Help : Action::Version;
             return arguments;
         }
-        const int equals = text.indexOf(QLatin1Char('='));
+        const auto equals = text.indexOf(QLatin1Char('='));
         const QString name = text.left(equals);
         const Option *option = findOption(name);
         if (!option) {

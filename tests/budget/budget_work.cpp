@@ -113,7 +113,7 @@ void countReceive(const char *name, const QByteArray &bytes, int readSize, int p
     });
     count(name, good, [&] {
         for (int at = 0; at < bytes.size(); at += readSize)
-            device.feed(bytes.constData() + at, std::min(readSize, bytes.size() - at));
+            device.feed(bytes.constData() + at, std::min<qint64>(readSize, bytes.size() - at));
     });
     require(received == (repetitions + 1) * payloads && filled == (repetitions + 1) * good, "payloads were lost");
 }

@@ -825,7 +825,7 @@ void TestCommunicatorReceive::streamTruncatedAtEachByte()
         communicator.setIODevice(&device);
         device.deliver(bytes.left(i));
         QStringList expected;
-        int end = 0;
+        QByteArray::size_type end = 0;
         for (const QString &payload : qAsConst(payloads)) {
             end = bytes.indexOf(payload.toLatin1(), end) + payload.size();
             if (end <= i)

@@ -332,7 +332,7 @@ void TestCommunicatorWholeLines::longLinesEndAsOnAPlainDevice()
     communicator.setIODevice(&plain);
     plain.deliver(line);
     const QStringList expected = takePayloads(communicator);
-    const int warnings = takeLog(*m_log).count(truncation);
+    const auto warnings = takeLog(*m_log).count(truncation);
     drainReceiveBuffer();
 
     m_first->link->deliver(line);

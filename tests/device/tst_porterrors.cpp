@@ -124,9 +124,9 @@ public:
                 m_spies.push_back(std::make_unique<QSignalSpy>(port, type->method(i)));
         }
     }
-    int count() const
+    auto count() const
     {
-        int count = 0;
+        QSignalSpy::size_type count = 0;
         for (const auto &spy : m_spies)
             count += spy->size();
         return count;

@@ -39,7 +39,7 @@ const QByteArray cut = "$PJWVER,73";
 /// Returns the expected bytesAvailable() after `bytes` arrived and nothing was read.
 qint64 offered(const QByteArray &bytes)
 {
-    const int end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;
+    const auto end = bytes.contains("\r\n") ? bytes.lastIndexOf("\r\n") + 2 : 0;
     return bytes.size() - end < 512 ? end : bytes.size();
 }
 
@@ -312,13 +312,12 @@ void TestWholeLines::everyByteCanBeRead_data()
         });
         row("QTextStream", [](QIODevice *io) {
             QTextStream stream(io);
-            stream.setCodec("ISO 8859-1");
             return stream.readAll().toLatin1();
         });
         row("QDataStream", [](QIODevice *io) {
             QByteArray all(versionReply.size() + cut.size(), 0);
             QDataStream stream(io);
-            return stream.readRawData(all.data(), all.size()) == all.size() ? all : QByteArray();
+            return stream.readRawData(all.data(), static_cast<int>(all.size())) == all.size() ? all : QByteArray();
         });
     }
 }
@@ -472,7 +471,7 @@ void TestWholeLines::randomPiecesAndReadsAgreeWithAByteArray()
             const int size = random.bounded(random.bounded(20) == 0 ? 600 : 12);
             QByteArray bytes;
             for (int i = 0; i < size; ++i)
-                bytes += size > 50 && i % 200 != 0 ? 'x' : alphabet[random.bounded(alphabet.size())];
+                bytes += size > 50 && i % 200 != 0 ? 'x' : alphabet[random.bounded(static_cast<int>(alphabet.size()))];
             link->deliver(bytes);
             expected += bytes;
         } else if (action < 8) {

@@ -394,7 +394,7 @@ void TestFaults::lostPortGetsNothingFromABoardThatIsPluggedInAgain()
     runCell(PortState::AwaitingReply, [=](ProbeInState &probe, const IdleCheck &idle) {
         probe.board->pull();
         QTRY_VERIFY(!probe.port->isOpen());
-        const int records = probe.fixture.log.sink->records.size();
+        const auto records = probe.fixture.log.sink->records.size();
         QVERIFY(probe.board->plug());
         if (bytes.isEmpty())
             probe.board->pull();

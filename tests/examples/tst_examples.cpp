@@ -185,7 +185,7 @@ void TestExamples::eachIsShort()
     for (const QString &name : names) {
         const QDir example(examples.filePath(name));
         const QStringList files = example.entryList(QDir::Files);
-        int lines = 0;
+        QByteArray::size_type lines = 0;
         for (const QString &file : files) {
             if (file != QLatin1String("CMakeLists.txt"))
                 lines += readFile(example.filePath(file)).count('\n');
@@ -396,8 +396,9 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
     row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
     row("09", "8 bytes from ttyACM\\d+");
-    row("10", "(SIM\\d+:1\\.0) is a BoardA on (ttyACM\\d+)\n(?:.*\n)*\\1 is gone: cablePulled\n"
-              "(?:.*\n)*\\1 is a BoardA on (?!\\2\n)tty\\w+");
+    row("10",
+        "(SIM\\d+:1\\.0) is a BoardA on (ttyACM\\d+)\n(?:.*\n)*\\1 is gone: cablePulled\n"
+        "(?:.*\n)*\\1 is a BoardA on (?!\\2\n)tty\\w+");
 }
 
 void TestExamples::commandsOfThePageDoWhatItSays()

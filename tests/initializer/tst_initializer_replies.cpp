@@ -31,7 +31,7 @@ QString timeoutText(const Board *board)
 /// Sends `payload` and waits until the Initializer has handled it.
 void sendAndHandle(const ProbeFixture &fixture, Board *board, const QByteArray &payload)
 {
-    const int before = fixture.timeline.count(readText(board));
+    const auto before = fixture.timeline.count(readText(board));
     QVERIFY(board->send(payload));
     QTRY_COMPARE(fixture.timeline.count(readText(board)), before + 1);
 }
@@ -332,7 +332,7 @@ void TestInitializerReplies::unparsablePayloadIsSkippedForTheNextGoodOne()
     const auto errors = errorsOf(fixture);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.first().text, QStringLiteral("Parse failed:  \"CRC calculation failed\""));
-    const int error = fixture.timeline.indexOf(errors.first().text);
+    const auto error = fixture.timeline.indexOf(errors.first().text);
     QCOMPARE(fixture.timeline.mid(error, 2), QStringList({errors.first().text, foundA}));
 }
 
@@ -460,7 +460,7 @@ void TestInitializerReplies::parseableReplyThatIsNotWantedSilencesThePort()
     ProbeFixture fixture;
     Board *const board = fixture.attach("silent");
     fixture.probe({JwDevice::BoardB});
-    const int records = fixture.log.sink->records.size();
+    const auto records = fixture.log.sink->records.size();
     sendAndHandle(fixture, board, reply);
     QCOMPARE(fixture.state(board), PortState::Silenced);
     QVERIFY(!fixture.isTimerActive());

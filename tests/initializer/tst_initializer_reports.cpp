@@ -38,7 +38,7 @@ PortReport reportOn(const ProbeFixture &fixture, const Board *board)
     std::copy_if(reports.begin(), reports.end(), std::back_inserter(found),
                  [board](const PortReport &report) { return report.portName == board->portName(); });
     if (found.size() != 1)
-        qFatal("%d reports on %s", found.size(), qUtf8Printable(board->portName()));
+        qFatal("%d reports on %s", static_cast<int>(found.size()), qUtf8Printable(board->portName()));
     return found.first();
 }
 

@@ -59,7 +59,7 @@ void TestInitializerRetries::missingTypeIsReportedAfterThreeRetryRoundsOfRealTim
     fixture.probe({JwDevice::BoardA, JwDevice::BoardB});
     QTRY_VERIFY(fixture.isOver());
     const QString timeout = QStringLiteral("Read timeout for:  ") + quoted(silent->portName());
-    const int first = fixture.timeline.indexOf(foundB);
+    const auto first = fixture.timeline.indexOf(foundB);
     QCOMPARE(fixture.timeline.mid(first),
              QStringList({foundB, timeout, retry, timeout, retry, timeout, retry, timeout, missingA, over}));
     QCOMPARE(received(silent), versionQuery.repeated(4));

@@ -3,6 +3,7 @@
 #include <common/boardtype.h>
 #include <jwmonitor/app/mainwindow.h>
 #include <jwmonitor/find/boardfinder.h>
+#include <jwmonitor/look/qtversion.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/send/sendpanel.h>
 
@@ -114,7 +115,7 @@ private:
 
 int main(int argc, char **argv)
 {
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    enableHighDpi();
     QApplication app(argc, argv);
     const QString folder = QCoreApplication::arguments().value(1);
     if (!QDir(folder).exists() || folder.isEmpty()) {

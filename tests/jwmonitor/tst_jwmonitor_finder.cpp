@@ -423,7 +423,7 @@ void TestFinder::theRowsStayWhileItStopsAndStarts()
     FinderFixture fixture;
     const auto *board = fixture.attach("BoardA");
     QTRY_COMPARE(fixture.finder.ports().size(), 1);
-    int fewest = 1;
+    auto fewest = fixture.finder.ports().size();
     connect(&fixture.finder, &BoardFinder::changed, &fixture.finder,
             [&] { fewest = std::min(fewest, fixture.finder.ports().size()); });
     fixture.start({BoardA}, 0);

@@ -327,7 +327,7 @@ void TestTimeline::aBoardThatIsPluggedInLaterHasItsOwnTime()
     const auto *board = fixture.attach("BoardA");
     const auto *silent = fixture.attach("silent");
     fixture.searchToTheEnd({BoardA, BoardB}, 0); // takes at least 400 ms
-    const int events = fixture.lane(board).events.size();
+    const auto events = fixture.lane(board).events.size();
     const auto *late = fixture.attach("BoardB");
     QTRY_VERIFY(fixture.lane(late).isGood);
     QVERIFY(fixture.lane(late).events.at(0).ms < 400);
@@ -535,8 +535,8 @@ void TestTimeline::eachRetryRoundHasItsLine()
         const QString fileName = m_dir.filePath(QStringLiteral("rounds.svg"));
         QFile file(fileName);
         if (!view.saveTo(fileName).isEmpty() || !file.open(QIODevice::ReadOnly))
-            return -1;
-        int lines = 0;
+            return QString::size_type(-1);
+        QString::size_type lines = 0;
         const QStringList groups = QString::fromUtf8(file.readAll()).split(QStringLiteral("<g "));
         for (const QString &group : groups) { // the shapes of a group are drawn with the same pen
             if (group.contains(QLatin1String("stroke-dasharray")))

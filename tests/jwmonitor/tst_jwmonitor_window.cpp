@@ -166,7 +166,7 @@ void TestWindow::show(const QList<JwDevice::Type> &types, int retries)
 QString TestWindow::state(const JwSimulator::Board *board) const
 {
     const QAbstractItemModel *model = m_window->findChild<PortsView *>()->model();
-    const int row = columnTexts(model, PortsModel::Port).indexOf(board->portName());
+    const auto row = static_cast<int>(columnTexts(model, PortsModel::Port).indexOf(board->portName()));
     return row < 0 ? QString() : model->index(row, PortsModel::State).data().toString();
 }
 
@@ -230,7 +230,7 @@ void TestWindow::followsABoardToAnotherPort()
     QTRY_COMPARE(state(board), QStringLiteral("found"));
     auto *ports = m_window->findChild<PortsView *>();
     QTRY_COMPARE(ports->model()->rowCount(), 2);
-    ports->selectRow(columnTexts(ports->model(), PortsModel::Port).indexOf(board->portName()));
+    ports->selectRow(static_cast<int>(columnTexts(ports->model(), PortsModel::Port).indexOf(board->portName())));
     QVERIFY(board->send("$PJWTMP,21.5*30\r\n"));
     auto *model = m_window->findChild<TrafficModel *>();
     QTRY_COMPARE(model->rowCount(), 1);
@@ -524,7 +524,7 @@ void TestWindow::choosingAPortShowsItsLane()
     auto *canvas = m_window->findChild<TimelineCanvas *>();
     auto *ports = m_window->findChild<PortsView *>();
     QCOMPARE(canvas->verticalScrollBar()->value(), 0);
-    ports->selectRow(boards.size() - 1);
+    ports->selectRow(static_cast<int>(boards.size()) - 1);
     QVERIFY(canvas->verticalScrollBar()->value() > 0);
 }
 

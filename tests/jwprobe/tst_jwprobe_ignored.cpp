@@ -38,7 +38,7 @@ private:
     {
         return documentOf(outcome)[QLatin1String("ports")].toArray().at(0).toObject();
     }
-    static int boardsOf(const Outcome &outcome)
+    static auto boardsOf(const Outcome &outcome)
     {
         return documentOf(outcome)[QLatin1String("boards")].toArray().size();
     }

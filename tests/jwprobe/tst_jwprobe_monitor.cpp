@@ -338,7 +338,7 @@ void TestJwprobeMonitor::progressShowsOnATerminalOnly()
                   {QStringLiteral("sh"), QStringLiteral("-c"), QStringLiteral("\"$0\" \"$@\" > /dev/null; echo end"),
                    jwprobeProgram(), QStringLiteral("--retries=0")}));
     WAIT_FOR(run.isOver());
-    const int progress = run.screen().indexOf("Looking for BoardA, BoardB and BoardC");
+    const auto progress = run.screen().indexOf("Looking for BoardA, BoardB and BoardC");
     QVERIFY2(progress >= 0, run.screen().constData());
     // jwprobe erases its progress line at the end. The line never wraps, so the screen has only one line end.
     QVERIFY2(run.screen().endsWith("\r\x1b[Kend\r\n"), run.screen().constData());

@@ -79,7 +79,7 @@ private:
 
 qint64 numberBehind(const QByteArray &word, const QByteArray &text)
 {
-    const int begin = text.indexOf(word);
+    const auto begin = text.indexOf(word);
     if (begin < 0)
         return 0;
     const QByteArray rest = text.mid(begin + word.size());
@@ -223,7 +223,7 @@ void TestJwprobeStreams::backgroundJobLeavesTheTerminalAlone()
     QVERIFY(run.type("PTJWWR,INF\n"));
     // If the background job read from the terminal, the system would stop the job (state 'T'). The job must go on and
     // print payloads.
-    const int before = run.screen().count("<-");
+    const auto before = run.screen().count("<-");
     WAIT_FOR(run.screen().count("<-") >= before + 10 || processState(pid) == 'T');
     QVERIFY(processState(pid) != 'T');
     QVERIFY(!run.screen().contains("->"));

@@ -584,7 +584,7 @@ void TestJwprobeWatch::listShowsTheIdsOfTheWatch()
     const QString script = QStringLiteral("\"$0\" --list --json; \"$0\" --watch --json --deadline 1500");
     const Outcome outcome = runProgram(
         jwsimProgram(), simulated(boards, {QStringLiteral("sh"), QStringLiteral("-c"), script, jwprobeProgram()}));
-    const int end = outcome.output.indexOf("\n}\n") + 3;
+    const auto end = outcome.output.indexOf("\n}\n") + 3;
     QHash<QString, QString> listed;
     const QJsonArray ports =
         QJsonDocument::fromJson(outcome.output.left(end)).object()[QLatin1String("ports")].toArray();

@@ -583,7 +583,9 @@ void TestLogger::itemsAreSeparatedByOneBlank()
     at(Logger::Info).write() << 1 << -2 << 3u << 1.5 << true << 'c' << QChar(u'd') << QLatin1String("text")
                              << QByteArray("bytes") << QStringList{QStringLiteral("a"), QStringLiteral("b")};
     QCOMPARE(capture.sink->records.size(), 1);
-    QCOMPARE(capture.sink->records[0].text, QStringLiteral("1 -2 3 1.5 true c 'd' \"text\" \"bytes\" (\"a\", \"b\")"));
+    QString list; // Qt 6 writes the list as "QList(...)"
+    QDebug(&list).nospace() << QStringList{QStringLiteral("a"), QStringLiteral("b")};
+    QCOMPARE(capture.sink->records[0].text, QStringLiteral("1 -2 3 1.5 true c 'd' \"text\" \"bytes\" ") + list);
 }
 
 void TestLogger::trailingBlankIsLeftOut()

@@ -89,9 +89,9 @@ QString TestDiscoveryModel::difference(const DiscoverySchedule &schedule)
             .arg(subject.spoilt().join(QLatin1String(", ")));
     if (expected == seen)
         return QString();
-    const int common = std::min(expected.size(), seen.size());
-    const int at = static_cast<int>(std::mismatch(expected.begin(), expected.begin() + common, seen.begin()).first
-                                    - expected.begin());
+    const auto common = std::min(expected.size(), seen.size());
+    const auto at = static_cast<int>(std::mismatch(expected.begin(), expected.begin() + common, seen.begin()).first
+                                     - expected.begin());
     const int before = std::max(0, at - linesShown);
     return QStringLiteral("  after\n%1  expected\n%2  but was\n%3")
         .arg(lines(seen.mid(0, at), before), lines(expected, at), lines(seen, at));

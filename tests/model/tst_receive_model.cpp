@@ -144,13 +144,13 @@ public:
 
 private:
     bool chance(int percent) { return m_random.bounded(100) < percent; }
-    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
-    char oneOf(const QByteArray &characters) { return characters[m_random.bounded(characters.size())]; }
+    int between(int lowest, qsizetype highest) { return m_random.bounded(lowest, static_cast<int>(highest) + 1); }
+    char oneOf(const QByteArray &characters) { return characters[between(0, characters.size() - 1)]; }
 
     ReceiveStep step()
     {
         ReceiveStep step;
-        step.line = m_random.bounded(m_devices.size());
+        step.line = between(0, m_devices.size() - 1);
         step.inside = chance(10);
         const bool wholeLines = m_devices[step.line] == ReceiveDevice::WholeLines;
         if (chance(10)) {
@@ -187,7 +187,7 @@ private:
                 text = piece(line);
             // Half of the reads return the whole text, the others a first part of random size, possibly all. With
             // m_onlyPieces every read returns such a part. Later reads return the rest.
-            const int size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
+            const auto size = !m_onlyPieces && chance(50) ? text.size() : between(1, text.size());
             read.bytes = text.left(size);
             text.remove(0, size);
         }
@@ -201,7 +201,7 @@ private:
             + corpus(QStringLiteral("tolerated.nmea")) + corpus(QStringLiteral("invalid.nmea"));
         switch (m_random.bounded(12)) {
         case 0:
-            return sentences[m_random.bounded(sentences.size())].text.toLatin1();
+            return sentences[between(0, sentences.size() - 1)].text.toLatin1();
         case 1:
             return "$" + text(between(0, 30), "AB,*19") + "\r\n";
         case 2:
@@ -277,7 +277,7 @@ void TestReceiveModel::shrinksAFailingStreamToItsShortestForm()
 {
     const ReceiveStream stream = StreamGenerator(1).stream();
     const auto hasTwoDollars = [](const ReceiveStream &candidate) {
-        int dollars = 0;
+        QByteArray::size_type dollars = 0;
         for (const ReceiveStep &step : candidate.steps) {
             for (const ReceiveRead &read : step.reads)
                 dollars += read.bytes.count('$');
@@ -286,7 +286,7 @@ void TestReceiveModel::shrinksAFailingStreamToItsShortestForm()
     };
     QVERIFY(hasTwoDollars(stream));
     const ReceiveStream shortestStream = shortest(stream, hasTwoDollars);
-    int bytes = 0;
+    QByteArray::size_type bytes = 0;
     for (const ReceiveStep &step : shortestStream.steps) {
         for (const ReceiveRead &read : step.reads)
             bytes += read.bytes.size();

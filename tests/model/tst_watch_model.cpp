@@ -67,7 +67,7 @@ QString TestWatchModel::difference(const WatchSchedule &schedule)
     const QString fault = play.run();
     if (fault.isEmpty())
         return QString();
-    const QStringList trace = play.trace().mid(std::max(0, play.trace().size() - linesShown));
+    const QStringList trace = play.trace().mid(qMax(0, play.trace().size() - linesShown));
     return QStringLiteral("    %1\n  %2\n").arg(trace.join(QLatin1String("\n    ")), fault);
 }
 

@@ -24,7 +24,7 @@ private Q_SLOTS:
     void isTheSameForAView_data();
     void isTheSameForAView();
     void isReadAsANumberOfBase16();
-    void isWrittenAsQtWritesTheSignedByte();
+    void isWrittenAsASignedNumberOf64Bits();
 };
 
 void TestChecksum::isTheXorOfTheLatin1Bytes_data()
@@ -63,7 +63,7 @@ void TestChecksum::isTheXorOfTheLatin1Bytes()
 void TestChecksum::lengthZeroMeansTheWholeText()
 {
     const QString text = QStringLiteral("PJWVER,INF");
-    QCOMPARE(calculateCrc(text, 0), calculateCrc(text, text.size()));
+    QCOMPARE(calculateCrc(text, 0), calculateCrc(text, 10));
     QCOMPARE(calculateCrc(text, 0), 0x61);
 }
 
@@ -121,9 +121,13 @@ void TestChecksum::isTheSameForAView()
 
 void TestChecksum::isReadAsANumberOfBase16()
 {
-    const auto verify = [](const QString &text) {
+    const QRegularExpression form(QStringLiteral("^\\s*([-+\u2212]?(0x)?[0-9a-f]{1,8})\\s*\\z"),
+                                  QRegularExpression::UseUnicodePropertiesOption
+                                      | QRegularExpression::CaseInsensitiveOption);
+    const auto verify = [&form](const QString &text) {
+        QString number = form.match(text).captured(1); // empty if the text is no number
         bool expectedOk = false;
-        const int expected = text.toInt(&expectedOk, 16);
+        const int expected = number.replace(QChar(0x2212), QLatin1Char('-')).toInt(&expectedOk, 16);
         bool ok = !expectedOk;
         QCOMPARE(Nmea::readChecksum(text, &ok), expected);
         QCOMPARE(ok, expectedOk);
@@ -137,16 +141,19 @@ void TestChecksum::isReadAsANumberOfBase16()
     for (const char *const text :
          {"", " ", "6", "0x61", "161", "+61", "-61", "7fffffff", "80000000", "ffffffffffffffa5"})
         verify(QLatin1String(text) + QLatin1String("\r\n"));
+    for (const ushort code : QVector<ushort>{0x85, 0xa0, 0x1680, 0x2003, 0x2028, 0x2212, 0x3000, 0})
+        verify(QChar(code) + QStringLiteral("61") + QChar(code) + QLatin1String("\r\n"));
+    verify(QStringLiteral("\u221261\r\n"));
     verify(QString());
     verify(QStringLiteral("\u0666\u0661\r\n")); // Unicode digits that are not ASCII
 }
 
-void TestChecksum::isWrittenAsQtWritesTheSignedByte()
+void TestChecksum::isWrittenAsASignedNumberOf64Bits()
 {
     for (int checksum = 0; checksum <= 0xff; ++checksum) {
         QString sentence = QStringLiteral("$A*");
         Nmea::appendChecksum(sentence, checksum);
-        const qlonglong written = static_cast<qint8>(checksum);
+        const auto written = static_cast<qulonglong>(static_cast<qint8>(checksum));
         QCOMPARE(sentence, QStringLiteral("$A*%1").arg(written, 2, 16, QLatin1Char('0')));
     }
 }

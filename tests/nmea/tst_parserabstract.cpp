@@ -290,7 +290,6 @@ private Q_SLOTS:
     void changedTablesCountAtOnce();
     void everySentenceOfALargeTableIsRecognised();
     void identifierOfSeveralKeysMeansTheFirst();
-    void newestOfSeveralFormatsOfAKeyIsUsed();
 };
 
 void TestParserAbstract::newParserHasItsSettingsAndEmptyTables()
@@ -531,9 +530,11 @@ void TestParserAbstract::parseReadsTheChecksumAsANumber_data()
     QTest::newRow("only the low byte counts") << QStringLiteral("12e");
     QTest::newRow("low byte of the largest int") << QStringLiteral("7fffff2e");
     QTest::newRow("blanks around") << QStringLiteral(" 2e ");
+    QTest::newRow("blanks that are not ASCII") << QStringLiteral("\u00852e\u00a0");
     QTest::newRow("prefix of base 16") << QStringLiteral("0x2e");
     QTest::newRow("sign") << QStringLiteral("+2e");
     QTest::newRow("negative with the same low byte") << QStringLiteral("-d2");
+    QTest::newRow("minus sign that is not ASCII") << QStringLiteral("\u2212d2");
 }
 
 void TestParserAbstract::parseReadsTheChecksumAsANumber()
@@ -1195,24 +1196,6 @@ void TestParserAbstract::identifierOfSeveralKeysMeansTheFirst()
     Record record;
     parser.parseTrimmed(&record, QStringLiteral("SAME"));
     QCOMPARE(record.events, QStringList{QStringLiteral("key %1").arg(first)});
-}
-
-void TestParserAbstract::newestOfSeveralFormatsOfAKeyIsUsed()
-{
-    const QMultiHash<int, QString> formats{{Three, QStringLiteral("a")},
-                                           {OneWay, QStringLiteral("a")},
-                                           {Three, QStringLiteral("b")},
-                                           {Three, QStringLiteral("c")}};
-    TestParser parser;
-    parser.formatsParse = formats;
-    parser.formatsBuild = formats;
-    parser.init();
-    Record record = recordOf(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"));
-    QString out;
-    parser.buildSentence(&record, Three, out);
-    QVERIFY2(out.startsWith(QLatin1String("$THREE,3*")), qPrintable(out));
-    parser.parseTrimmed(&record, QStringLiteral("THREE,1"));
-    QCOMPARE(record.events, (QStringList{QStringLiteral("key 1"), QStringLiteral("c=1")}));
 }
 
 QTEST_APPLESS_MAIN(TestParserAbstract)

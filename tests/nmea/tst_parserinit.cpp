@@ -117,7 +117,7 @@ enum class Hole {
 Hole holeOf(const QString &sentence, int position, QChar replacement)
 {
     const QChar original = sentence[position];
-    const int delimiter = sentence.indexOf(QLatin1Char('*'));
+    const auto delimiter = sentence.indexOf(QLatin1Char('*'));
     if (position == 0)
         return replacement == QLatin1Char('!') ? Hole::SameMeaning : Hole::None;
     if (position < delimiter)
@@ -428,6 +428,10 @@ void TestParserInit::parseIntStoresAnInt_data()
     QTest::newRow("plus") << QStringLiteral("+42") << 42;
     QTest::newRow("sign alone") << QStringLiteral("-") << 0;
     QTest::newRow("blank within") << QStringLiteral("4 2") << 0;
+    QTest::newRow("blanks outside ASCII") << QStringLiteral("\u0085\u00a04\u2003") << 4;
+    QTest::newRow("minus sign outside ASCII") << QStringLiteral("\u221242") << -42;
+    QTest::newRow("NUL behind") << QStringLiteral("42") + QChar(u'\0') << 0;
+    QTest::newRow("NUL within") << QStringLiteral("4") + QChar(u'\0') + QLatin1Char('2') << 0;
     QTest::newRow("digits outside ASCII") << QStringLiteral("\u0664\u0662") << 0;
 }
 
@@ -632,8 +636,8 @@ void TestParserInit::truncationBeforeALineEndIsNoticedByTheChecksumOnly()
     QFETCH(QString, sentence);
     ParserInit parser;
     parser.init();
-    const int firstField = sentence.indexOf(QLatin1Char(',')) + 1;
-    const int delimiter = sentence.indexOf(QLatin1Char('*'));
+    const auto firstField = sentence.indexOf(QLatin1Char(',')) + 1;
+    const auto delimiter = sentence.indexOf(QLatin1Char('*'));
     for (int length = 0; length < sentence.size() - 2; ++length) {
         const QString ended = sentence.left(length) + QStringLiteral("\r\n");
         SessionInit session;

@@ -5,7 +5,7 @@ tests fail if an installed file depends on the folder in which it was installed.
 
 import shutil
 
-from packagetest import BUILD, SOURCE, TREES, fresh, run
+from packagetest import BUILD, QT, SOURCE, TREES, fresh, run
 
 NOT_NEEDED = ["TESTS", "TOOLS", "EXAMPLES"]
 
@@ -19,7 +19,7 @@ def install(build, kind):
 
 install(BUILD, "shared")
 static_build = fresh("static-build")
-run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", static_build, "-DJWDEVICE_BUILD_SHARED=OFF",
+run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", static_build, f"-DJWDEVICE_QT={QT}", "-DJWDEVICE_BUILD_SHARED=OFF",
     *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
 run("cmake", "--build", static_build, "-j2")
 install(static_build, "static")

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -14,6 +15,12 @@ TREES = {"shared": WORK / "shared", "static": WORK / "static"}
 DEBS = WORK / "debs"
 CONSUMER = SOURCE / "tests/package/consumer"
 JWSIM = TREES["shared"] / "bin/jwsim"
+
+QT = re.search(r"^JWDEVICE_QT:\w+=(\d)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)[1]
+# Name for find_package, end of the names of library files, end of the names of pkg-config modules.
+PACKAGE, FILE_SUFFIX, MODULE_SUFFIX = {"5": ("JwDevice", "", ""), "6": ("JwDeviceQt6", "Qt6", "-qt6")}[QT]
+RUNTIME, WATCH, DEVELOPMENT = {"5": ("libjwdevice0.1", "libjwdevice-watch0.1", "libjwdevice-dev"),
+                               "6": ("libjwdevice-qt6-0.1", "libjwdevice-watch-qt6-0.1", "libjwdevice-qt6-dev")}[QT]
 
 
 def run(*command, ok=True, **more):

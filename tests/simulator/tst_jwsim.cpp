@@ -27,7 +27,7 @@ QStringList shell(const QString &script)
 }
 
 // Returns a command that writes the query to the port `times` times, and prints the first `count` bytes of the answer.
-QStringList ask(const QString &port, int count, int times = 1, const char *query = versionQuery)
+QStringList ask(const QString &port, QByteArray::size_type count, int times = 1, const char *query = versionQuery)
 {
     return shell(QStringLiteral("exec 3<>/dev/%1; printf '%2' >&3; head -c %3 <&3")
                      .arg(port, (QLatin1String(query) + QStringLiteral("\\r\\n")).repeated(times))
@@ -569,7 +569,7 @@ void TestJwsim::otherSendsSentencesAtItsInterval()
         const QRegularExpression sentence(QStringLiteral(R"(^\$[A-Z]{5}(,[0-9A-Z.]*)+\*[0-9a-f]{2}\\r\\n$)"));
         for (const QString &text : result.exchange.sent)
             QVERIFY2(sentence.match(text).hasMatch(), qPrintable(text));
-        const int last = result.exchange.sent.size() - 1;
+        const auto last = result.exchange.sent.size() - 1;
         QVERIFY(result.exchange.sentAt.at(last) >= (last + 1) * (interval - 1));
         QCOMPARE(result.report.value(QLatin1String("queries")).toInt(), 0);
     }

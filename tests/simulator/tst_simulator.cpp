@@ -715,7 +715,7 @@ void TestSimulator::lineReleasesItsPieces()
     QList<int> sizes;
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &piece) {
         released += piece;
-        sizes.append(piece.size());
+        sizes.append(static_cast<int>(piece.size()));
     });
     for (int round = 1; round <= 2; ++round) { // the second round checks that the line starts again after an idle time
         line.push(bytes);
@@ -741,7 +741,7 @@ void TestSimulator::repliesBackToBackKeepTheLineSpeed()
     // arrived.
     JwSimulator::Pacer line(usb, 115200);
     int sent = 1;
-    int arrived = 0;
+    QByteArray::size_type arrived = 0;
     int milliseconds = 0; // number of releases: the line releases bytes once in each millisecond of its own clock
     connect(&line, &JwSimulator::Pacer::released, this, [&](const QByteArray &bytes) {
         ++milliseconds;
@@ -967,13 +967,13 @@ void TestSimulator::babbleIsDroppedWhileTheHostDoesNotRead()
     QSignalSpy sent(board, &Board::sent);
     HostPort host(board);
     // Wait until the board can send no more bursts: then the port is full.
-    int before = -1;
+    qsizetype before = -1;
     while (before != sent.size()) {
         before = sent.size();
         QSignalSpy other(board, &Board::sent);
         other.wait(500);
     }
-    const int kept = journalBytes(board, JournalEntry::Sent).size();
+    const auto kept = journalBytes(board, JournalEntry::Sent).size();
     // The board sends one burst of at most 64 bytes in each turn of the event loop. If the board had kept the bursts
     // that did not fit into the full port, these bursts would arrive as well.
     const int turns = 20;

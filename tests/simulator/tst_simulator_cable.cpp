@@ -137,7 +137,7 @@ int usbNumber(const char *name)
     return file.open(QIODevice::ReadOnly) ? file.readAll().toInt() : 0;
 }
 
-int openDescriptors()
+auto openDescriptors()
 {
     return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
 }
@@ -383,13 +383,13 @@ void TestSimulatorCable::cyclesLeaveNothingBehind()
     Board *board = add(QStringLiteral("BoardA,pull-after=0,replug-after=0,cycles=%1").arg(cycles));
     const int neighbourNumber = usbNumber("1-01");
     QList<int> numbers;
-    QList<int> descriptors;
+    QVector<QStringList::size_type> descriptors;
     connect(board, &Board::plugged, this, [&] {
         numbers.append(usbNumber("1-02"));
         descriptors.append(openDescriptors());
     });
     WAIT_FOR(numbers.size() == cycles);
-    QCOMPARE(descriptors, QList<int>::fromVector(QVector<int>(cycles, descriptors.first())));
+    QCOMPARE(descriptors, QVector<QStringList::size_type>(cycles, descriptors.first()));
     WAIT_FOR(monitor.ttyEvents().size() == 2 + 2 * cycles);
     QCOMPARE(systemPorts(), QStringList() << neighbour->portName() << board->portName());
     QVERIFY(answers(board));
@@ -440,7 +440,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
         QVERIFY(!board->isPlugged());
         names.append(board->portName());
     }
-    QList<int> left; // number of the hub's boards that are still there when the last board emits pulled()
+    QList<QStringList::size_type> left; // number of the hub's boards that are still there when the last board emits pulled()
     connect(boards.last(), &Board::pulled, this, [&] { left.append(systemPorts().size() - 1); });
 
     WAIT_FOR(monitor.ttyEvents().size() == 4);
@@ -459,7 +459,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
     connect(&port, &QSerialPort::errorOccurred, &port, &QSerialPort::close);
     port.write(versionQuery);
     WAIT_FOR(monitor.ttyEvents().size() == 10);
-    QCOMPARE(left, QList<int>{0});
+    QCOMPARE(left, QList<QStringList::size_type>{0});
     const QByteArray removed = "remove ";
     QCOMPARE(monitor.ttyTexts().mid(4, 3),
              (QByteArrayList{removed + names.at(0).toLatin1(), removed + names.at(1).toLatin1(),
@@ -476,7 +476,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
             ofTheHub.append(event.action);
     }
     QCOMPARE(ofTheHub, (QByteArrayList{"add", "remove", "add"}));
-    const int last = monitor.events().size() - 1;
+    const auto last = monitor.events().size() - 1;
     QCOMPARE(monitor.events().at(last).name, names.at(2).toLatin1());
 }
 

@@ -121,9 +121,9 @@ void TestCommandLine::helpNamesTheOptionsInTheirOrder()
 {
     const QString help = Line(QString()).commandLine.help();
     QVERIFY(help.startsWith(QLatin1String("Usage: jwtool [options]\nDoes things.\n")));
-    int last = 0;
+    QString::size_type last = 0;
     for (const char *name : {"--type", "--port", "--delay", "--retries", "--speed", "--version", "--help"}) {
-        const int position = help.indexOf(QLatin1String(name));
+        const auto position = help.indexOf(QLatin1String(name));
         QVERIFY2(position > last, name);
         last = position;
     }

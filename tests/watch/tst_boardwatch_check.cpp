@@ -196,7 +196,7 @@ void TestBoardWatchCheck::checkBoardsAsksWithTheQueryOfTheType()
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline, QStringList{found1});
     settle();
-    const int before = received(board).size();
+    const auto before = received(board).size();
     fixture.watch->checkBoards();
     QTRY_COMPARE(received(board).mid(before), query);
 }

@@ -148,7 +148,7 @@ private:
             } else if (m_output.startsWith('-')) {
                 ++lost;
             } else {
-                const int end = m_output.indexOf('\n');
+                const auto end = m_output.indexOf('\n');
                 if (end < 0)
                     return;
                 m_usage = QByteArray::fromHex(m_output.left(end));

@@ -31,7 +31,7 @@ SentenceFrame::SentenceFrame(const QString &line)
     if (!m_sentence.startsWith(QLatin1Char('$')) && !m_sentence.startsWith(QLatin1Char('!')))
         m_sentence.prepend(QLatin1Char('$'));
 
-    const int star = m_sentence.indexOf(QLatin1Char('*'));
+    const auto star = m_sentence.indexOf(QLatin1Char('*'));
     const QString body = m_sentence.mid(1, star < 0 ? -1 : star - 1);
     const QString typedChecksum = star < 0 ? QString() : m_sentence.mid(star);
     QString checksum = QStringLiteral("*");

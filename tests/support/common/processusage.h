@@ -9,9 +9,9 @@ struct ProcessUsage
     qint64 heapBytes; ///< bytes that are allocated and not freed
     qint64 residentBytes;
     int descriptors; ///< number of open descriptors of files and ports; sockets are not counted
-    int objects; ///< number of existing QObjects
+    qsizetype objects; ///< number of existing QObjects
     int connections; ///< number of connections to the signals of the counted QObjects
-    int timers; ///< number of running timers of the counted QObjects; a running QTimer is one timer
+    qsizetype timers; ///< number of running timers of the counted QObjects; a running QTimer is one timer
 
     static void watchObjects();
     static ProcessUsage now();

@@ -54,7 +54,7 @@ inline QStringList transfers(const QList<uint> &ids)
 
 /// Returns the content of a SignalRecord after `count` payloads were received. The first of these payloads has the id
 /// `firstId`, which is 2 for a new Communicator.
-inline QStringList arrivals(int count, uint firstId = 2)
+inline QStringList arrivals(QStringList::size_type count, uint firstId = 2)
 {
     QStringList emissions;
     for (uint id = firstId; count > 0; --count, ++id)

@@ -10,7 +10,7 @@ using JwDevice::Type;
 namespace {
 
 constexpr int replyTime = 400;
-constexpr int readSize = 100;
+constexpr QByteArray::size_type readSize = 100;
 constexpr int longestBuffer = 500;
 constexpr int truncatedBy = 450;
 constexpr int storeLimit = 5;
@@ -236,7 +236,7 @@ void DiscoveryModel::settle()
         for (size_t i = 0; i < m_lines.size(); ++i) {
             Line &line = m_lines[i];
             line.received += line.toBoard;
-            for (int sentences = line.toBoard.count('\n'); sentences > 0; --sentences)
+            for (auto sentences = line.toBoard.count('\n'); sentences > 0; --sentences)
                 answer(static_cast<int>(i));
             line.toBoard.clear();
         }
@@ -337,10 +337,10 @@ void DiscoveryModel::deliver(Comm *port)
 void DiscoveryModel::readDevice(Comm *comm)
 {
     noteLog(Trace, "", "communicator.cpp", QStringLiteral("IO Data Ready"));
-    int left = 0; // number of bytes to read before nextLine() is asked again
+    QByteArray::size_type left = 0; // number of bytes to read before nextLine() is asked again
     while (comm->alive) {
         QByteArray &source = comm->bound ? comm->arrived : comm->other;
-        int size = std::min(readSize, source.size());
+        auto size = std::min(readSize, source.size());
         if (comm->bound) {
             // A port is read up to one CR LF at a time. `left` is 0 at first, after each CR LF and after each payload.
             if (left == 0)
@@ -371,9 +371,9 @@ void DiscoveryModel::readDevice(Comm *comm)
 
 /// Returns how many bytes are read next from a port: the bytes up to the next CR LF. If the first `tooMuchUnfinished`
 /// bytes contain no CR LF, returns `tooMuchUnfinished`, or 0 while fewer bytes have arrived.
-int DiscoveryModel::nextLine(const QByteArray &received)
+QByteArray::size_type DiscoveryModel::nextLine(const QByteArray &received)
 {
-    const int lineEnd = received.indexOf("\r\n");
+    const auto lineEnd = received.indexOf("\r\n");
     if (lineEnd >= 0 && lineEnd < tooMuchUnfinished)
         return lineEnd + 2;
     return received.size() < tooMuchUnfinished ? 0 : tooMuchUnfinished;
@@ -383,12 +383,12 @@ QByteArray DiscoveryModel::cut()
 {
     const auto isStart = [](char c) { return c == '$' || c == '!'; };
     const int start = static_cast<int>(std::find_if(m_buffer.cbegin(), m_buffer.cend(), isStart) - m_buffer.cbegin());
-    const int end = m_buffer.indexOf("\r\n", start) + 2;
+    const auto end = m_buffer.indexOf("\r\n", start) + 2;
     if (start == m_buffer.size() || end < 2)
         return QByteArray();
     const QByteArray payload = m_buffer.mid(start, end - start);
     m_buffer.remove(0, end);
-    return payload.mid(std::max(0, payload.lastIndexOf('$')));
+    return payload.mid(qMax(0, payload.lastIndexOf('$')));
 }
 
 void DiscoveryModel::keep(Comm *comm, const QByteArray &payload)
@@ -417,14 +417,16 @@ DiscoveryModel::Reply DiscoveryModel::parse(const QString &payload)
     if (payload.size() > longestSentence)
         return {QStringLiteral("Sentence too long")};
     QString body = payload.mid(1);
-    const int stars = body.count(QLatin1Char('*'));
+    const auto stars = body.count(QLatin1Char('*'));
     if (stars > 1)
         return {QStringLiteral("Checksum field")};
     if (stars == 1) {
         bool ok = false;
-        const int checksum = body.mid(body.indexOf(QLatin1Char('*')) + 1).toInt(&ok, 16);
+        // With Qt 6, toInt() itself neither skips all blanks nor refuses a NUL after the number.
+        const QString written = body.mid(body.indexOf(QLatin1Char('*')) + 1).trimmed();
+        const int checksum = written.toInt(&ok, 16);
         body.truncate(body.indexOf(QLatin1Char('*')));
-        if (!ok)
+        if (!ok || written.contains(QChar::Null))
             return {QStringLiteral("Checksum misspelled")};
         int sum = 0;
         for (const QChar character : qAsConst(body))
@@ -434,7 +436,7 @@ DiscoveryModel::Reply DiscoveryModel::parse(const QString &payload)
     }
     const QStringList parts = body.split(QLatin1Char(','));
     const QString id = parts.first();
-    const int fields = parts.size() - 1;
+    const auto fields = parts.size() - 1;
     if (id.size() < 3)
         return {QStringLiteral("Wrong sentence description length")};
     const bool isVersion = id == QLatin1String("PJWVER");

@@ -70,7 +70,7 @@ private:
     void handle(const std::function<void()> &event);
     void deliver(Comm *port);
     void readDevice(Comm *comm);
-    static int nextLine(const QByteArray &received);
+    static QByteArray::size_type nextLine(const QByteArray &received);
     QByteArray cut();
     void keep(Comm *comm, const QByteArray &payload);
     bool takeLowest(Comm *comm, QString &payload);

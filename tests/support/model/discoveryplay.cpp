@@ -33,7 +33,7 @@ const QStringList &DiscoveryPlay::run()
     return m_trace;
 }
 
-void DiscoveryPlay::performSteps(int most)
+void DiscoveryPlay::performSteps(qsizetype most)
 {
     for (; most > 0 && m_nextStep < m_schedule.steps.size(); --most) {
         note(QStringLiteral("step %1").arg(m_nextStep));
@@ -253,13 +253,13 @@ void DiscoveryPlay::checkPromises()
         payload.prepend(QLatin1String("[Communication] communicator.cpp  <-  "));
         // Find the sentence in the trace. Another port may receive the same sentence, so also check that the next entry
         // of the trace names this port. If the port is handed over, the next entry names no port.
-        const auto isOfThePort = [&](int at) {
+        const auto isOfThePort = [&](QStringList::size_type at) {
             const QString read = m_trace.value(at + 1);
             return m_trace[at].endsWith(payload)
                 && (!read.contains(QLatin1String("Read succes on port"))
                     || read.endsWith(QStringLiteral("\"%1\"").arg(portName(promise.port))));
         };
-        int at = promise.from;
+        auto at = promise.from;
         while (at < m_trace.size() && !isOfThePort(at))
             ++at;
         if (at == m_trace.size())

@@ -90,11 +90,11 @@ private:
     {
         int port;
         QByteArray sentence;
-        int from; // the sentence must be in the trace at this position or later
+        QStringList::size_type from; // the sentence must be in the trace at this position or later
     };
 
     bool countSent(int port, const QByteArray &bytes);
-    void performSteps(int most);
+    void performSteps(qsizetype most);
     void perform(const DiscoverySchedule::Step &step);
     void settle(int milliseconds = 0);
     void readAll(int handOver);
@@ -109,7 +109,7 @@ private:
     int m_handOvers = 0;
     int m_notFound = 0;
     uint m_maxRetries = 3;
-    int m_sent[DiscoverySchedule::portCount] = {};
+    qsizetype m_sent[DiscoverySchedule::portCount] = {};
     int m_answered[DiscoverySchedule::portCount] = {};
     int m_opened[DiscoverySchedule::portCount] = {}; // number of times that the port was opened
     // m_opened at the time when the board began its unfinished sentence; -1 if the board is between two sentences.

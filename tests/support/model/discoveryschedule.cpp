@@ -98,7 +98,7 @@ private:
             for (int port = 0; port < m_schedule.ports; ++port)
                 step.ports.insert(between(0, step.ports.size()), port);
             if (chance(30))
-                step.ports.remove(m_random.bounded(step.ports.size()));
+                step.ports.remove(between(0, step.ports.size() - 1));
             while (chance(30))
                 step.ports.insert(between(0, step.ports.size()), m_random.bounded(int(DiscoverySchedule::portCount)));
         }
@@ -173,7 +173,7 @@ private:
         Answer answer;
         const int most = !m_onlyPieces && chance(40) ? 1 : between(2, 8);
         while (!bytes.isEmpty()) {
-            const int size = answer.size() + 1 == most ? bytes.size() : between(1, bytes.size());
+            const auto size = answer.size() + 1 == most ? bytes.size() : between(1, bytes.size());
             answer.append({bytes.left(size), chance(85) ? 0 : oneOf<int>({1, 2, 100, 399, 400, 401})});
             bytes.remove(0, size);
         }
@@ -186,7 +186,7 @@ private:
         QByteArray &rest = m_rests[m_oneText ? 0 : port];
         if (rest.isEmpty())
             rest = text();
-        const int size = !m_onlyPieces && chance(60) ? rest.size() : between(1, rest.size());
+        const auto size = !m_onlyPieces && chance(60) ? rest.size() : between(1, rest.size());
         const QByteArray piece = rest.left(size);
         rest.remove(0, size);
         return piece;
@@ -202,7 +202,7 @@ private:
         if (chance(8))
             text.prepend(garbage(between(1, 20)));
         if (chance(8))
-            text[m_random.bounded(text.size())] = garbage(1)[0];
+            text[between(0, text.size() - 1)] = garbage(1)[0];
         return text;
     }
 

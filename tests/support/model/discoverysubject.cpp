@@ -105,7 +105,7 @@ void DiscoveryPorts::send(int port, const QByteArray &bytes)
     // The QSerialPort must get these bytes in one read, because the model also delivers them in one read. The kernel
     // moves the bytes in its own thread, and poll() waits only for the first byte. So wait here until the number of
     // unread bytes shows that all bytes have arrived.
-    const int expected = unread(port) + bytes.size();
+    const auto expected = unread(port) + bytes.size();
     board(port)->send(bytes);
     pollfd descriptor = {m_descriptors[port], POLLIN, 0};
     ::poll(&descriptor, 1, 0);

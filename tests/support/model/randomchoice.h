@@ -14,11 +14,11 @@ public:
 
 protected:
     bool chance(int percent) { return m_random.bounded(100) < percent; }
-    int between(int lowest, int highest) { return m_random.bounded(lowest, highest + 1); }
+    int between(int lowest, qsizetype highest) { return m_random.bounded(lowest, static_cast<int>(highest) + 1); }
     template <typename T>
     T oneOf(const QVector<T> &choices)
     {
-        return choices[m_random.bounded(choices.size())];
+        return choices[between(0, choices.size() - 1)];
     }
 
     QRandomGenerator m_random;

@@ -59,7 +59,7 @@ struct ReceiveStream
     Receiver receiver = Idle;
     QVector<ReceiveStep> steps;
 
-    int lines() const { return devices.size(); }
+    auto lines() const { return devices.size(); }
 
     /// Returns the stream as readable text. Each step has its own row of text.
     QString toString() const

@@ -8,8 +8,8 @@
 template <typename List>
 List shrunk(List list, const std::function<bool(const List &)> &fails)
 {
-    for (int slice = list.size(); slice >= 1; slice /= 2) {
-        for (int at = 0; at < list.size();) {
+    for (typename List::size_type slice = list.size(); slice >= 1; slice /= 2) {
+        for (typename List::size_type at = 0; at < list.size();) {
             const List shorter = list.mid(0, at) + list.mid(at + slice);
             if (fails(shorter))
                 list = shorter;

@@ -25,9 +25,9 @@ short awaited(const QSocketNotifier *notifier)
     }
 }
 
-int siblingPosition(QObject *object)
+auto siblingPosition(QObject *object)
 {
-    return object->parent() ? object->parent()->children().indexOf(object) : 0;
+    return object->parent() ? object->parent()->children().indexOf(object) : QObjectList::size_type(0);
 }
 
 } // namespace
@@ -138,9 +138,9 @@ void VirtualClock::unregisterSocketNotifier(QSocketNotifier *notifier)
     m_notifiers.removeOne(notifier);
 }
 
-void VirtualClock::registerTimer(int id, int interval, Qt::TimerType type, QObject *object)
+void VirtualClock::registerTimer(int id, Interval interval, Qt::TimerType type, QObject *object)
 {
-    m_timers.append({id, interval, type, object, m_now + interval});
+    m_timers.append({id, static_cast<int>(interval), type, object, m_now + interval});
 }
 
 bool VirtualClock::unregisterTimer(int id)

@@ -5,8 +5,18 @@
 
 #include <atomic>
 #include <functional>
+#include <type_traits>
 
 class QEventLoop;
+
+/// An event dispatcher that is declared the same in Qt 5 and Qt 6. Qt 6 removed two of the functions.
+class EventDispatcher : public QAbstractEventDispatcher
+{
+public:
+    using Interval = std::conditional_t<QT_VERSION_MAJOR == 5, int, qint64>; ///< of a timer, in ms
+    virtual bool hasPendingEvents() = 0;
+    virtual void flush() = 0;
+};
 
 /// An event dispatcher with a virtual clock, so that tests don't wait for timers. When no event is posted and no
 /// descriptor is ready, the clock jumps to the time of the next timer or outside event (see setOutside()). Only the
@@ -21,7 +31,7 @@ class QEventLoop;
 /// ready, all sent bytes have arrived.
 ///
 /// Call QCoreApplication::setEventDispatcher() with the clock before the application is created. Use one thread only.
-class VirtualClock : public QAbstractEventDispatcher
+class VirtualClock : public EventDispatcher
 {
     Q_OBJECT
 
@@ -46,7 +56,7 @@ public:
     void registerSocketNotifier(QSocketNotifier *notifier) override;
     void unregisterSocketNotifier(QSocketNotifier *notifier) override;
     using QAbstractEventDispatcher::registerTimer;
-    void registerTimer(int id, int interval, Qt::TimerType type, QObject *object) override;
+    void registerTimer(int id, Interval interval, Qt::TimerType type, QObject *object) override;
     bool unregisterTimer(int id) override;
     bool unregisterTimers(QObject *object) override;
     QList<TimerInfo> registeredTimers(QObject *object) const override;

@@ -76,7 +76,7 @@ QString WatchPlay::run()
     return m_cameToRest ? m_model.fault() : QStringLiteral("the event loop does not come to rest");
 }
 
-void WatchPlay::performSteps(int most)
+void WatchPlay::performSteps(qsizetype most)
 {
     while (most-- > 0) {
         if (m_nextStep >= m_schedule.steps.size() || !m_model.fault().isEmpty())
@@ -430,7 +430,7 @@ void WatchPlay::onReadable(int board)
         return;
     line.received.append(bytes, static_cast<int>(count));
     const Spec &spec = m_schedule.boards[board];
-    for (int end = line.received.indexOf('\n'); end >= 0; end = line.received.indexOf('\n')) {
+    for (auto end = line.received.indexOf('\n'); end >= 0; end = line.received.indexOf('\n')) {
         const QByteArray body = JwSimulator::sentenceBody(line.received.left(end + 1));
         line.received.remove(0, end + 1);
         const bool isC = body == JwSimulator::boardKinds[Spec::BoardC].query;

@@ -52,7 +52,7 @@ private:
     using Step = WatchSchedule::Step;
 
     void note(const QString &text);
-    void performSteps(int most);
+    void performSteps(qsizetype most);
     void perform(const Step &step);
     void act(Step::Action action, int board, const QString &id);
     void settle(int milliseconds);

@@ -142,7 +142,7 @@ void WatchPorts::send(const QString &name, const QByteArray &bytes)
     // The kernel moves the bytes to the port in a thread of its own. poll() waits for this thread only if the port has
     // no bytes yet, so the loop below waits until all bytes are there.
     const int hostEnd = m_lines.at(name).hostEnd.number();
-    const int expected = unread(hostEnd) + bytes.size();
+    const auto expected = unread(hostEnd) + bytes.size();
     if (::write(descriptor(name), bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
         qFatal("the line is full");
     pollfd polled = {hostEnd, POLLIN, 0};

@@ -53,7 +53,7 @@ public:
     }
 
 private:
-    int anyBoard() { return m_random.bounded(m_schedule.boards.size()); }
+    int anyBoard() { return between(0, m_schedule.boards.size() - 1); }
 
     Board board()
     {
@@ -66,7 +66,7 @@ private:
                                        QStringLiteral("S%1").arg(m_schedule.boards.size() + 3), QString()});
         board.interface = chance(85) ? 0 : 1;
         if (m_hasTwoPorts) {
-            board.interface = m_schedule.boards.size() % 2;
+            board.interface = static_cast<int>(m_schedule.boards.size() % 2);
             if (board.interface == 1 && chance(80))
                 board.serial = m_schedule.boards.last().serial;
         }
@@ -340,7 +340,7 @@ WatchSchedule shortestWatchSchedule(WatchSchedule schedule, const std::function<
     while (schedule.boards.size() > 1) {
         WatchSchedule fewer = schedule;
         fewer.boards.removeLast();
-        const int last = fewer.boards.size();
+        const auto last = fewer.boards.size();
         const auto usesLast = [last](const auto &step) { return step.board == last; };
         if (std::any_of(fewer.steps.cbegin(), fewer.steps.cend(), usesLast)
             || std::any_of(fewer.reactions.cbegin(), fewer.reactions.cend(), usesLast)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <device/type.h>
+#include <device/boardrules.h>
 
 #include <QList>
 #include <QString>
@@ -27,7 +27,7 @@ struct WatchSchedule
 
     struct Settings
     {
-        QList<JwDevice::Type> types = {JwDevice::BoardA, JwDevice::BoardB, JwDevice::BoardC};
+        QList<JwDevice::Type> types = JwDevice::boardTypes();
         int maxRetries = 1;
         int delay = 0;
         int checkInterval = 0;

@@ -1,6 +1,8 @@
 #include "mainwindow.h"
 #include "options.h"
 
+#include <jwmonitor/look/qtversion.h>
+
 #include <logger/logger.h>
 
 #include <QApplication>
@@ -48,9 +50,7 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen"); // so that QApplication starts and reads Qt's own options
 #endif
 
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
-    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    JwMonitor::enableHighDpi();
     QApplication app(argc, argv);
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/jwmonitor/jwmonitor.svg")));
     QGuiApplication::setDesktopFileName(QStringLiteral("jwmonitor"));

@@ -124,16 +124,16 @@ void MainWindow::createLogTab()
 void MainWindow::createMenus()
 {
     QMenu *boards = menuBar()->addMenu(tr("&Boards"));
-    boards->addAction(tr("&Find"), m_findBar, &FindBar::find, shortcut(QStringLiteral("F5")));
-    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested, shortcut(QStringLiteral("Shift+F5")));
+    boards->addAction(tr("&Find"), m_findBar, &FindBar::find)->setShortcut(shortcut(QStringLiteral("F5")));
+    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested)
+        ->setShortcut(shortcut(QStringLiteral("Shift+F5")));
     boards->addSeparator();
-    boards->addAction(tr("&Quit"), this, &QWidget::close, shortcut(QStringLiteral("Ctrl+Q")));
+    boards->addAction(tr("&Quit"), this, &QWidget::close)->setShortcut(shortcut(QStringLiteral("Ctrl+Q")));
 
     QMenu *views = menuBar()->addMenu(tr("&View"));
     for (int i = 0; i < m_tabs->count(); ++i) {
-        views->addAction(
-            m_tabs->tabText(i), this, [this, i] { showView(static_cast<View>(i)); },
-            shortcut(QStringLiteral("Ctrl+%1").arg(i + 1)));
+        views->addAction(m_tabs->tabText(i), this, [this, i] { showView(static_cast<View>(i)); })
+            ->setShortcut(shortcut(QStringLiteral("Ctrl+%1").arg(i + 1)));
     }
     views->addSeparator();
     QAction *dark = views->addAction(tr("&Dark"));

@@ -80,7 +80,7 @@ void PortsModel::setEntries(const QVector<PortEntry> &entries)
     QSet<QString> keys;
     for (const PortEntry &entry : entries)
         keys.insert(entry.key);
-    for (int row = m_entries.size() - 1; row >= 0; --row) {
+    for (int row = rowCount() - 1; row >= 0; --row) {
         if (keys.contains(m_entries.at(row).key))
             continue;
         beginRemoveRows({}, row, row);
@@ -121,12 +121,12 @@ void PortsModel::setPalette(const QPalette &palette)
 {
     m_palette = palette;
     if (!m_entries.isEmpty())
-        Q_EMIT dataChanged(index(0, 0), index(m_entries.size() - 1, ColumnCount - 1), {Qt::ForegroundRole});
+        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1), {Qt::ForegroundRole});
 }
 
 int PortsModel::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : m_entries.size();
+    return parent.isValid() ? 0 : static_cast<int>(m_entries.size());
 }
 
 int PortsModel::columnCount(const QModelIndex &parent) const

@@ -45,8 +45,9 @@ public:
             return;
         QVector<Record> batch;
         batch.swap(m_pending);
-        dropOldest(rowCount() + batch.size() - maxRows);
-        beginInsertRows({}, rowCount(), rowCount() + batch.size() - 1);
+        const auto added = static_cast<int>(batch.size());
+        dropOldest(rowCount() + added - maxRows);
+        beginInsertRows({}, rowCount(), rowCount() + added - 1);
         std::move(batch.begin(), batch.end(), std::back_inserter(m_records));
         endInsertRows();
     }

@@ -115,7 +115,7 @@ void HistoryTable::copySelected() const
 {
     QModelIndexList rows = selectionModel()->selectedRows();
     std::sort(rows.begin(), rows.end());
-    const int count = std::min(rows.size(), maxCopiedRows);
+    const int count = std::min(static_cast<int>(rows.size()), maxCopiedRows);
     QStringList lines;
     for (int i = 0; i < count; ++i) {
         QStringList cells;
@@ -126,7 +126,7 @@ void HistoryTable::copySelected() const
         lines.append(cells.join(QLatin1Char('\t')));
     }
     if (rows.size() > count)
-        lines.append(tr("(%n more: save them to a file instead)", nullptr, rows.size() - count));
+        lines.append(tr("(%n more: save them to a file instead)", nullptr, static_cast<int>(rows.size()) - count));
     if (!lines.isEmpty())
         QApplication::clipboard()->setText(lines.join(QLatin1Char('\n')) + QLatin1Char('\n'));
 }

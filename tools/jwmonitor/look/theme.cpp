@@ -1,6 +1,7 @@
 #include "theme.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QStyleFactory>
 
 #include <array>
@@ -52,6 +53,8 @@ void Theme::apply(QApplication &app, Palette palette)
 {
     app.setStyle(QStyleFactory::create(QStringLiteral("Fusion"))); // other styles ignore parts of the palette
     app.setPalette(makePalette(palette == Palette::Dark));
+    // Qt 6 informs the widgets by a posted event. Send it now, so that no widget is painted in the old colours.
+    QApplication::sendPostedEvents(nullptr, QEvent::ApplicationPaletteChange);
 }
 
 Theme::Palette Theme::of(const QPalette &palette)

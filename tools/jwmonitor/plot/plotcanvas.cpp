@@ -1,12 +1,12 @@
 #include "plotcanvas.h"
 
 #include <jwmonitor/history/clock.h>
+#include <jwmonitor/look/qtversion.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/traffic/traffictext.h>
 
 #include <QKeyEvent>
 #include <QLocale>
-#include <QMouseEvent>
 #include <QPainter>
 
 #include <algorithm>
@@ -113,15 +113,16 @@ void PlotCanvas::paintEvent(QPaintEvent *)
     painter.setClipRect(area.adjusted(0, -2, 0, 2));
     for (int i = 0; i < curves.size(); ++i) {
         const QPolygonF polygon = line(curves[i], frame);
+        const auto points = static_cast<int>(polygon.size());
         painter.setPen(curvePen(i));
         painter.setRenderHint(QPainter::Antialiasing,
-                              polygon.size() < area.width()); // antialiasing is slow, and not seen on dense curves
+                              points < area.width()); // antialiasing is slow, and not seen on dense curves
         // A curve is one unit of Qt's coordinates wide. On a screen of high resolution, that is more than one pixel.
         // But for a dense curve, such a wide pen takes a hundred times as long as a pen of one pixel. So lines of one
         // pixel are drawn side by side.
         for (qreal shift = 0; shift < 1; shift += 1 / devicePixelRatioF())
             painter.drawPolyline(polygon.translated(shift, shift));
-        if (polygon.size() > area.width() / 20)
+        if (points > area.width() / 20)
             continue;
         painter.setBrush(painter.pen().color());
         for (const QPointF &point : polygon)
@@ -139,7 +140,7 @@ void PlotCanvas::paintEvent(QPaintEvent *)
 
 void PlotCanvas::mouseMoveEvent(QMouseEvent *event)
 {
-    setCursorAt(event->localPos().x());
+    setCursorAt(positionOf(event).x());
 }
 
 void PlotCanvas::leaveEvent(QEvent *)
@@ -278,7 +279,7 @@ void PlotCanvas::paintLegend(QPainter &painter, const QVector<Curve> &curves, co
                                    fontMetrics().horizontalAdvance(curves[i].name + QStringLiteral(": 0000000")));
         if (x + 2 * line + width > frame.area.right()) {
             painter.setPen(palette().color(QPalette::Text));
-            painter.drawText(QPointF(x, line), tr("and %n more", nullptr, curves.size() - i));
+            painter.drawText(QPointF(x, line), tr("and %n more", nullptr, static_cast<int>(curves.size()) - i));
             return;
         }
         painter.setPen(curvePen(i));

@@ -32,7 +32,7 @@ void RecallLine::keyPressEvent(QKeyEvent *event)
         QLineEdit::keyPressEvent(event);
 }
 
-void RecallLine::recall(int position)
+void RecallLine::recall(QStringList::size_type position)
 {
     if (position < 0 || position > m_history.size())
         return;

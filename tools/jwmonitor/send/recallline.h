@@ -23,10 +23,11 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
 
 private:
-    void recall(int position);
+    void recall(QStringList::size_type position);
 
     QStringList m_history;
-    int m_position; // index in m_history of the line shown; m_history.size() while the user edits a new line
+    QStringList::size_type
+        m_position; // index in m_history of the line shown; m_history.size() while the user edits a new line
     QString m_draft; // the new line, kept while the editor shows an earlier line
 };
 

@@ -1,6 +1,7 @@
 #include "timelinecanvas.h"
 
 #include "probetimeline.h"
+#include <jwmonitor/look/qtversion.h>
 #include <jwmonitor/look/tooltip.h>
 
 #include <QHelpEvent>
@@ -159,7 +160,7 @@ void TimelineCanvas::keyPressEvent(QKeyEvent *event)
 
 void TimelineCanvas::mousePressEvent(QMouseEvent *event)
 {
-    const QVector<TimelinePainter::Place> places = layoutNow().placesAt(event->localPos(), offset());
+    const QVector<TimelinePainter::Place> places = layoutNow().placesAt(positionOf(event), offset());
     mark(places.isEmpty() ? TimelinePainter::Place() : places.first());
 }
 
@@ -182,7 +183,7 @@ void TimelineCanvas::markNext(int lanes, int events)
         lane += lanes < 0 ? -1 : 1;
     if (lane < 0 || lane >= all.size())
         return;
-    const int last = all[lane].events.size() - 1;
+    const auto last = static_cast<int>(all[lane].events.size()) - 1;
     place = {lane, std::clamp(place.event + (place.event < 0 ? 1 : events), 0, last)};
     mark(place);
     const QPointF at = layoutNow().position(place);
@@ -242,7 +243,7 @@ QString TimelineCanvas::description(const QVector<TimelinePainter::Place> &place
         lines.append(line);
     }
     if (places.size() > maxDescribed)
-        lines.append(tr("and %n more", nullptr, places.size() - maxDescribed));
+        lines.append(tr("and %n more", nullptr, static_cast<int>(places.size()) - maxDescribed));
     return lines.join(QLatin1Char('\n'));
 }
 

@@ -92,7 +92,7 @@ TimelinePainter::TimelinePainter(const ProbeTimeline &timeline, const QPalette &
 
 QSizeF TimelinePainter::size() const
 {
-    return {xAt(m_end) + m_rightMargin, m_headerHeight + m_laneHeight * m_timeline.lanes().size()};
+    return {xAt(m_end) + m_rightMargin, m_headerHeight + m_laneHeight * static_cast<int>(m_timeline.lanes().size())};
 }
 
 void TimelinePainter::paint(QPainter &painter, const QSizeF &size, const QPointF &offset, Place marked) const
@@ -108,7 +108,8 @@ void TimelinePainter::paint(QPainter &painter, const QSizeF &size, const QPointF
     painter.translate(-offset);
     const QVector<TimelineLane> &lanes = m_timeline.lanes();
     const int first = std::max(0, static_cast<int>(offset.y() / m_laneHeight));
-    const int last = std::min(lanes.size(), static_cast<int>((offset.y() + size.height()) / m_laneHeight) + 1);
+    const int last =
+        std::min(static_cast<int>(lanes.size()), static_cast<int>((offset.y() + size.height()) / m_laneHeight) + 1);
     for (int i = first; i < last; ++i)
         paintLane(painter, lanes.at(i), m_headerHeight + i * m_laneHeight, offset.x() + m_labelWidth,
                   offset.x() + size.width());
@@ -188,7 +189,7 @@ void TimelinePainter::paintSpans(QPainter &painter, const TimelineLane &lane, do
     painter.setPen(Qt::NoPen);
     const auto span = [&](double from, double to, Theme::Role colourRole, double thickness) {
         QColor colour = Theme::colour(m_palette, colourRole);
-        colour.setAlphaF(0.45);
+        colour.setAlphaF(0.45F);
         painter.setBrush(colour);
         const double begin = std::max(xAt(from), left);
         const double end = std::min(xAt(to), right);

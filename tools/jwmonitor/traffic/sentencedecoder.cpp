@@ -38,7 +38,7 @@ QStringView bodyOf(const QString &payload)
 {
     if (!payload.startsWith(QLatin1Char('$')) && !payload.startsWith(QLatin1Char('!')))
         return QStringView();
-    int end = payload.indexOf(checksumDelimiter);
+    auto end = payload.indexOf(checksumDelimiter);
     if (end < 0)
         end = payload.endsWith(QLatin1String("\r\n")) ? payload.size() - 2 : payload.size();
     return QStringView(payload).mid(1, end - 1);
@@ -61,7 +61,7 @@ Sentence SentenceDecoder::decode(const QString &payload, Direction direction) co
         return sentence;
     QStringList parts = body.toString().split(fieldSeparator);
     sentence.identifier = parts.takeFirst();
-    for (int i = 0; i < parts.size(); ++i)
+    for (QStringList::size_type i = 0; i < parts.size(); ++i)
         sentence.fields.append({fieldName(sentence.identifier, direction, i), parts[i]});
     sentence.checksum = checksum(payload);
     return sentence;
@@ -80,7 +80,7 @@ QString SentenceDecoder::fault(const QString &payload) const
     return QString();
 }
 
-QString SentenceDecoder::fieldName(const QString &identifier, Direction direction, int index) const
+QString SentenceDecoder::fieldName(const QString &identifier, Direction direction, QStringList::size_type index) const
 {
     const QStringList names = (direction == Direction::Received ? m_receivedNames : m_sentNames).value(identifier);
     const QString name = names.value(index);
@@ -96,11 +96,11 @@ QStringView SentenceDecoder::identifier(const QString &payload)
 // Repeats the rules of the library's parser, so that parser and decoder judge a checksum in the same way.
 ChecksumState SentenceDecoder::checksum(const QString &payload)
 {
-    const int delimiter = payload.indexOf(checksumDelimiter);
+    const auto delimiter = payload.indexOf(checksumDelimiter);
     if (delimiter < 0)
         return ChecksumState::Missing;
     bool ok = false;
-    const int checksum = payload.midRef(delimiter + 1).trimmed().toInt(&ok, 16);
+    const int checksum = Nmea::readChecksum(QStringView(payload).mid(delimiter + 1), &ok);
     const int expected = Nmea::calculateCrc(bodyOf(payload).toString(), 0);
     return ok && (checksum & 0xff) == expected ? ChecksumState::Good : ChecksumState::Bad;
 }

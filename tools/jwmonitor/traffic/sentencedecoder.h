@@ -38,7 +38,7 @@ public:
     QString fault(const QString &payload) const;
 
     /// Returns the name that decode() gives to the field at `index`, which counts from 0.
-    QString fieldName(const QString &identifier, Direction direction, int index) const;
+    QString fieldName(const QString &identifier, Direction direction, QStringList::size_type index) const;
 
     /// Returns only the identifier. Faster than decode().
     static QStringView identifier(const QString &payload);

@@ -54,7 +54,7 @@ void TrafficModel::markLost(const QString &port)
 
 int TrafficModel::columnCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : trafficColumns().size();
+    return parent.isValid() ? 0 : static_cast<int>(trafficColumns().size());
 }
 
 QVariant TrafficModel::data(const QModelIndex &index, int role) const

@@ -5,6 +5,7 @@
 #include <jwprobe/search/portidentity.h>
 
 #include <QFile>
+#include <QMetaEnum>
 #include <QSerialPort>
 
 #include <cerrno>
@@ -156,7 +157,9 @@ Obstacle explainOpenError(const PortIdentity &port, int openError)
         obstacles = findExclusiveHolders(port);
     if (!obstacles.isEmpty())
         return obstacles.first();
-    return {Obstacle::Other, QStringLiteral("does not open: serial port error %1").arg(openError), replug()};
+    // The name, because the numbers of the errors depend on the version of Qt.
+    const auto *const name = QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(openError);
+    return {Obstacle::Other, QStringLiteral("does not open: %1").arg(QLatin1String(name)), replug()};
 }
 
 } // namespace JwProbe

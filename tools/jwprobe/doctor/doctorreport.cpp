@@ -56,7 +56,7 @@ QString doctorText(const QList<Examined> &ports, const PortChoice &choice)
         return linesText(adviceWithoutPort(choice), 0, width);
     int nameWidth = 0;
     for (const Examined &examined : ports)
-        nameWidth = std::max(nameWidth, examined.port.name.size());
+        nameWidth = std::max(nameWidth, static_cast<int>(examined.port.name.size()));
     QString text;
     for (const Examined &examined : ports)
         text += portText(examined, nameWidth, width);

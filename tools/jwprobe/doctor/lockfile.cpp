@@ -83,8 +83,8 @@ QStringList linesAsQLockFileReads(QByteArray text)
 {
     QStringList lines;
     while (!text.isEmpty()) {
-        const int newline = text.indexOf('\n');
-        const int end = newline < 0 ? text.size() - 1 : newline;
+        const auto newline = text.indexOf('\n');
+        const auto end = newline < 0 ? text.size() - 1 : newline;
         lines.append(QString::fromUtf8(text.left(end)));
         text.remove(0, end + 1);
     }

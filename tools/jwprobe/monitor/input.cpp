@@ -71,13 +71,13 @@ void Input::read()
 
 void Input::emitLines()
 {
-    for (int end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
+    for (auto end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
         const QString text = QString::fromUtf8(m_buffer.left(end));
         m_buffer.remove(0, end + 1);
         Q_EMIT line(text);
     }
     if (m_buffer.size() > maxLine) {
-        Q_EMIT tooLong(m_buffer.size());
+        Q_EMIT tooLong(static_cast<int>(m_buffer.size()));
         m_buffer.clear();
     }
 }

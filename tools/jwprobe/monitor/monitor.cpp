@@ -117,8 +117,8 @@ void Monitor::paceInput()
 // address, returns all boards. A sentence has no ":" before its first ",", so such a ":" ends an address.
 QList<Board *> Monitor::addressed(QString &line, QString *error) const
 {
-    const int colon = line.indexOf(QLatin1Char(':'));
-    const int comma = line.indexOf(QLatin1Char(','));
+    const auto colon = line.indexOf(QLatin1Char(':'));
+    const auto comma = line.indexOf(QLatin1Char(','));
     if (colon < 0 || (comma >= 0 && comma < colon))
         return m_boards;
 

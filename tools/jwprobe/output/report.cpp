@@ -97,7 +97,7 @@ QString othersText(const SearchResult &result, int width)
                              : QStringLiteral("\nOther ports:\n");
     int nameWidth = 0;
     for (const Diagnosis &port : result.others)
-        nameWidth = std::max(nameWidth, port.port.name.size());
+        nameWidth = std::max(nameWidth, static_cast<int>(port.port.name.size()));
     for (const Diagnosis &port : result.others)
         text += portText(port, nameWidth, isMissing, width);
     return text;

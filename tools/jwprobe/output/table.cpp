@@ -40,9 +40,9 @@ QVector<int> Table::columnWidths(int width) const
     QVector<int> widths(m_rows.first().cells.size(), 0);
     for (const Row &row : m_rows) {
         for (int i = 0; i < row.cells.size(); ++i)
-            widths[i] = std::max(widths[i], row.cells[i].size());
+            widths[i] = std::max(widths[i], static_cast<int>(row.cells[i].size()));
     }
-    const int total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+    const int total = std::accumulate(widths.begin(), widths.end(), gap * static_cast<int>(widths.size() - 1));
     if (width > 0 && total > width && m_shrinkable >= 0 && widths[m_shrinkable] > shrunkWidth)
         widths[m_shrinkable] = std::max(shrunkWidth, widths[m_shrinkable] - (total - width));
     return widths;
@@ -68,7 +68,7 @@ QString wrapped(const QString &text, int indent, int width)
     if (width <= 0)
         return text;
     QString result;
-    int column = indent;
+    QString::size_type column = indent;
     const QStringList words = text.split(QLatin1Char(' '));
     for (const QString &word : words) {
         if (column > indent && column + 1 + word.size() > width) {

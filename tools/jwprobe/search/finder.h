@@ -35,8 +35,8 @@ public:
     /// Starts the search. finished() is emitted later from the event loop, never inside this call.
     void start();
 
-    int portCount() const { return m_ports.size(); }
-    int foundCount() const { return m_boards.size(); }
+    auto portCount() const { return m_ports.size(); }
+    auto foundCount() const { return m_boards.size(); }
     double milliseconds() const;
 
     /// Returns the result. Call this only after finished() and before closeOthers().

@@ -34,7 +34,7 @@ QString sinceText(const QDateTime &since)
 
 int linesOfTerminal(const QString &line, int width)
 {
-    return std::max(1, (line.size() + width - 1) / width);
+    return std::max(1, (static_cast<int>(line.size()) + width - 1) / width);
 }
 
 } // namespace
@@ -81,7 +81,7 @@ QString LiveTable::redrawn(int width, int height)
     QStringList shown = lines(width);
     const int room = std::max(2, height - 1); // the cursor stands below the last line
     if (shown.size() > room) {
-        const int hidden = shown.size() - room + 1;
+        const auto hidden = shown.size() - room + 1;
         shown = shown.mid(0, room - 1);
         shown.append(QStringLiteral("(%1 more lines)").arg(hidden));
     }
@@ -133,7 +133,7 @@ QString LiveTable::refusalText(int width) const
     std::sort(names.begin(), names.end(), &JwTools::isPortBefore);
     int nameWidth = 0;
     for (const QString &name : qAsConst(names))
-        nameWidth = std::max(nameWidth, name.size());
+        nameWidth = std::max(nameWidth, static_cast<int>(name.size()));
     QString text = QStringLiteral("\nPorts without a board:\n");
     for (const QString &name : qAsConst(names)) {
         text += QStringLiteral("  %1  %2\n")
