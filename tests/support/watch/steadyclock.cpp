@@ -1,4 +1,4 @@
-// Hides changes of the system's clock from this test. A BoardWatch checks all boards after such a change, and another
+// Hides changes of the system's clock from a test program. A BoardWatch checks all boards after such a change, and another
 // test that runs at the same time may set the clock.
 #include <cerrno>
 
