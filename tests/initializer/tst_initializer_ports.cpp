@@ -1,6 +1,7 @@
 #include "support/initializer/probefixture.h"
 #include "support/common/simulatedportsmain.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
@@ -192,19 +193,38 @@ void TestInitializerPorts::portNamedTwiceIsOpenedOnce()
 void TestInitializerPorts::portThatCannotBeOpenedIsLoggedWithItsError_data()
 {
     QTest::addColumn<QByteArray>("board");
-    QTest::newRow("held by another program") << QByteArray("BoardA,open=busy");
-    QTest::newRow("no permission") << QByteArray("BoardA,open=denied");
+    QTest::addColumn<QString>("file"); // the file that takes the place of the port's file in /dev; empty: none does
+    QTest::addColumn<QSerialPort::SerialPortError>("error");
+    QTest::addColumn<int>("numberInQt5");
+    QTest::addColumn<int>("numberInQt6");
+    const QByteArray board = "BoardA";
+    QTest::newRow("held by another program")
+        << QByteArray("BoardA,open=busy") << QString() << QSerialPort::PermissionError << 2 << 2;
+    QTest::newRow("no permission") << QByteArray("BoardA,open=denied") << QString() << QSerialPort::PermissionError << 2
+                                   << 2;
+    QTest::newRow("no file") << board << QStringLiteral("/none") << QSerialPort::DeviceNotFoundError << 1 << 1;
+    QTest::newRow("not a serial port") << board << QStringLiteral("/dev/null") << QSerialPort::UnsupportedOperationError
+                                       << 10 << 7;
+    QTest::newRow("folder") << board << QStringLiteral("/dev") << QSerialPort::UnknownError << 11 << 8;
 }
 
 void TestInitializerPorts::portThatCannotBeOpenedIsLoggedWithItsError()
 {
     QFETCH(QByteArray, board);
+    QFETCH(QString, file);
+    QFETCH(QSerialPort::SerialPortError, error);
+    QFETCH(int, numberInQt5);
+    QFETCH(int, numberInQt6);
     ProbeFixture fixture;
     const Board *const attached = fixture.attach(board.constData());
+    const QString node = QFile::decodeName(qgetenv("UMOCKDEV_DIR")) + QStringLiteral("/dev/") + attached->portName();
+    if (!file.isEmpty())
+        QVERIFY(QFile::remove(node) && QFile::link(file, node));
     fixture.probe(boardA);
-    const QString text = refusedText(attached->portName(), QSerialPort::PermissionError);
+    const QString text = refusedText(attached->portName(), QT_VERSION_MAJOR == 5 ? numberInQt5 : numberInQt6);
     QCOMPARE(fixture.timeline, QStringList({text, QStringLiteral("deviceNotFound BoardA")}));
     QVERIFY(isTraceOfInitializer(fixture.log.sink->withText(text), "probeStage2"));
+    QCOMPARE(fixture.initializer->portReports().first().error, error);
     QVERIFY(received(attached).isEmpty());
 }
 

@@ -12,9 +12,8 @@ INCLUDE = TREES["shared"] / f"include/jwdevice{MODULE_SUFFIX}"
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
 
 # Headers that only the libraries themselves use.
-PRIVATE = {"nmea/number.h"} | {f"watch/{name}.h" for name in (
-    "boardids", "freednotifier", "pollsource", "portguard", "portsource", "resumenotifier", "udevsource",
-    "watchedport")}
+PRIVATE = {"nmea/number.h", "watch/boardids.h", "watch/freednotifier.h", "watch/pollsource.h", "watch/portguard.h",
+           "watch/portsource.h", "watch/resumenotifier.h", "watch/udevsource.h", "watch/watchedport.h"}
 
 
 def headers():

@@ -440,7 +440,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
         QVERIFY(!board->isPlugged());
         names.append(board->portName());
     }
-    QList<QStringList::size_type> left; // number of the hub's boards that are still there when the last board emits pulled()
+    QList<QStringList::size_type> left; // number of the hub's boards that are left when the last board emits pulled()
     connect(boards.last(), &Board::pulled, this, [&] { left.append(systemPorts().size() - 1); });
 
     WAIT_FOR(monitor.ttyEvents().size() == 4);

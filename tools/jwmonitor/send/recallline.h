@@ -26,8 +26,8 @@ private:
     void recall(QStringList::size_type position);
 
     QStringList m_history;
-    QStringList::size_type
-        m_position; // index in m_history of the line shown; m_history.size() while the user edits a new line
+    // Index of the shown line in m_history; m_history.size() while the user edits a new line.
+    QStringList::size_type m_position;
     QString m_draft; // the new line, kept while the editor shows an earlier line
 };
 
