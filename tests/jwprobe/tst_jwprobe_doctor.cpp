@@ -438,6 +438,7 @@ void TestJwprobeDoctor::ownerOfALockFileIsNamed_data()
     QTest::addColumn<QString>("format");
     QTest::newRow("as QLockFile writes it") << QStringLiteral("%d\\nsleep\\n");
     QTest::newRow("as other serial programs write it") << QStringLiteral("%10d sleep root\\n");
+    QTest::newRow("with a NUL behind the number") << QStringLiteral("%d\\000root\\nsleep\\n");
 }
 
 void TestJwprobeDoctor::ownerOfALockFileIsNamed()

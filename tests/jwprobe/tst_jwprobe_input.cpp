@@ -19,6 +19,7 @@ private Q_SLOTS:
     void theLastLineNeedsNoLineEnd();
     void atTheEndItStopsListening();
     void aLineWithoutEndIsDropped();
+    void aNulDoesNotEndTheLine();
 
 private:
     void write(const QByteArray &bytes);
@@ -93,6 +94,19 @@ void TestJwprobeInput::aLineWithoutEndIsDropped()
     QTRY_VERIFY(tooLong.size() > 0);
     write("\nnext\n");
     QTRY_VERIFY(lines.size() > 0 && lines.last()[0].toString() == QLatin1String("next"));
+}
+
+void TestJwprobeInput::aNulDoesNotEndTheLine()
+{
+    Input input(m_ends[0]);
+    QSignalSpy lines(&input, &Input::line);
+    const QByteArray line("PJWVER\0,INF", 11);
+    write(line + '\n' + line);
+    closeWriter();
+    QTRY_COMPARE(lines.size(), 2);
+    const QString text = QStringLiteral("PJWVER") + QChar(u'\0') + QStringLiteral(",INF");
+    QCOMPARE(lines[0][0].toString(), text);
+    QCOMPARE(lines[1][0].toString(), text);
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeInput)

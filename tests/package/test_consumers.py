@@ -142,7 +142,7 @@ class PkgConfig(Consumer):
                          {f"-lJwDevice{FILE_SUFFIX}", f"-lQt{QT}SerialPort", f"-lQt{QT}Core"})
 
 
-class Sources(Consumer):
+class SubProject(Consumer):
     def finds(self, by, shared, *options):
         self.build(f"{by}-{shared}", f"-DBY={by}", f"-DJWDEVICE_SOURCE={SOURCE}", f"-DBUILD_SHARED_LIBS={shared}",
                    *options)
@@ -154,8 +154,6 @@ class Sources(Consumer):
         self.finds_a_board(self.folder / "watching")
         return libraries
 
-
-class SubProject(Sources):
     def test_add_subdirectory_shared_installs_the_host_project_alone(self):
         self.assertEqual(self.finds("add_subdirectory", "ON"), LIBRARIES)
         tree = fresh("host-tree")
@@ -163,22 +161,20 @@ class SubProject(Sources):
         self.assertEqual([str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()],
                          ["bin/consumer"])
 
-    def test_host_with_warnings_as_errors_and_a_logger_of_its_own(self):
-        self.configure("strict", "-DBY=add_subdirectory", f"-DJWDEVICE_SOURCE={SOURCE}",
-                       "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wnon-virtual-dtor -Werror -DJWLOGGER_NO_ALIAS")
-        run("cmake", "--build", self.folder, "-j2", "--target", "namesakes")
-        self.finds_a_board(self.folder / "namesakes")
-
     def test_fetch_content_static(self):
         self.finds("FetchContent", "OFF")
 
+    if QT == "5":  # each of these tests builds the libraries again, and the results do not depend on Qt
 
-if QT == "5":  # each builds all libraries again, which takes long; what they test does not depend on Qt
-
-    class OtherSubProject(Sources):
         def test_add_subdirectory_static_with_the_simulator(self):
             self.finds("add_subdirectory", "OFF", "-DJWDEVICE_BUILD_SIMULATOR=ON")
             self.simulates_a_board(self.folder / "simulated")
+
+        def test_host_with_warnings_as_errors_and_a_logger_of_its_own(self):
+            self.configure("strict", "-DBY=add_subdirectory", f"-DJWDEVICE_SOURCE={SOURCE}",
+                           "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wnon-virtual-dtor -Werror -DJWLOGGER_NO_ALIAS")
+            run("cmake", "--build", self.folder, "-j2", "--target", "namesakes")
+            self.finds_a_board(self.folder / "namesakes")
 
         def test_fetch_content_shared(self):
             self.assertEqual(self.finds("FetchContent", "ON"), LIBRARIES)

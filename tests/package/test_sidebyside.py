@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Installs our Debian packages for Qt 5 and for Qt 6 in one bare root (a minimal Debian). Builds the program on the page
-docs/getting-started.md with each, and lets the program find a simulated board.
+"""Installs our Debian packages for Qt 5 and for Qt 6 in one bare root (a minimal Debian). Builds the program on the
+page docs/getting-started.md with each, and lets the program find a simulated board.
 Uses the packages for Qt 5, which the tests of the preset release make, and their bare root."""
 
 import re

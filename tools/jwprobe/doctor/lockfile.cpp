@@ -108,7 +108,8 @@ LockFile readLock(const QString &path, const QByteArray &text)
     if (isOfAnotherMachine(lines))
         return lock;
     static const QRegularExpression number(QStringLiteral("^ *(\\d+)(?:\\s|$)"));
-    const qint64 pid = number.match(QString::fromUtf8(text)).captured(1).toLongLong();
+    const QString start = QString::fromUtf8(text.constData()); // ends at a NUL, where QLockFile also stops
+    const qint64 pid = number.match(start).captured(1).toLongLong();
     if (isPossiblePid(pid))
         lock.pid = pid;
     lock.application = lines.value(1);
