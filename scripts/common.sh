@@ -6,7 +6,7 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # Packages to build and run the project. Each script adds the packages that it also needs.
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
-          libumockdev-dev umockdev"
+          libumockdev-dev umockdev libmosquitto-dev libssl-dev libsqlite3-dev"
 
 say() {
     printf '%s\n' "$*" >&2
