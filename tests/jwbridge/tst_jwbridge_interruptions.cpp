@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <memory>
 
+#include <sys/resource.h>
+
 namespace {
 
 // A board that sends this many replies to the query of the probe: the first one finds the board, the others are
@@ -61,6 +63,8 @@ private Q_SLOTS:
     void storedPayloadsSurviveAKill();
     void payloadsGivenUpAreCounted();
     void forgottenBoardIsEmptiedLater();
+    void fullDiskLosesNothing();
+    void damagedSpoolIsSetAside();
 
 private:
     // Returns about how many payloads were written to the disk so far.
@@ -149,12 +153,8 @@ void TestJwbridgeInterruptions::storedPayloadsSurviveAKill()
     {
         BridgeRun bridge({boardOn("BoardA", m_port, streaming)}, broker.url(), m_spool->path());
         WAIT_FOR(spooled() > 400);
-        const Outcome pids = runProgram(
-            QStringLiteral("pgrep"),
-            {QStringLiteral("-f"),
-             QStringLiteral("^") + QStringLiteral(JWBRIDGE_PROGRAM) + QStringLiteral(" .*") + m_spool->path()});
-        const int pid = pids.output.simplified().toInt();
-        QVERIFY2(pid > 0, pids.output.constData());
+        const int pid = bridgePid(m_spool->path());
+        QVERIFY(pid > 0);
         QCOMPARE(::kill(pid, SIGKILL), 0);
         WAIT_FOR(bridge.isOver());
         JwBridge::Database database;
@@ -234,6 +234,59 @@ void TestJwbridgeInterruptions::forgottenBoardIsEmptiedLater()
     broker.start();
     BridgeRun bridge({}, broker.url(), m_spool->path(), {QStringLiteral("--forget-after"), QStringLiteral("1s")});
     WAIT_FOR(subscriber->messages(m_board + "/state").size() >= 2 && subscriber->newest(m_board + "/state").isEmpty());
+}
+
+// No user may fill a disk in a test. A limit for the size of files has the same effect: writes fail.
+void TestJwbridgeInterruptions::fullDiskLosesNothing()
+{
+    BrokerRun broker;
+    BridgeRun bridge({boardOn("BoardA", m_port, streaming)}, broker.url(), m_spool->path());
+    WAIT_FOR(spooled() > 50);
+    const auto limit = [pid = bridgePid(m_spool->path())](rlim_t bytes) {
+        rlimit both{};
+        QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, nullptr, &both), 0);
+        both.rlim_cur = bytes;
+        QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, &both, nullptr), 0);
+    };
+    limit(4096);
+    WAIT_FOR(bridge.error().contains("can't write the spool: disk I/O error. Payloads stay in memory"));
+    broker.start();
+    Subscriber subscriber(broker);
+    subscriber.start();
+    // While the disk is full, payloads still go from the boards to the broker.
+    WAIT_FOR(subscriber.messages(m_board + "/rx").size() >= replies - 1);
+    limit(RLIM_INFINITY);
+    WAIT_FOR(bridge.error().contains("the spool can be written again"));
+    publish(broker, QString::fromLatin1(m_board + "/tx"), "PJWVER");
+    WAIT_FOR(withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx"))).size() == 2 * replies - 1);
+    const QList<qint64> seqs = withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx")));
+    QVERIFY(isAscending(seqs));
+    QCOMPARE(seqs.first(), 1);
+    QCOMPARE(seqs.last(), 2 * replies - 1);
+    QVERIFY(!bridge.isOver());
+}
+
+void TestJwbridgeInterruptions::damagedSpoolIsSetAside()
+{
+    BrokerRun broker;
+    broker.start();
+    Subscriber subscriber(broker);
+    subscriber.start();
+    qint64 last = 0;
+    {
+        BridgeRun bridge({boardOn("BoardA", m_port, "serial=S1,replies=3")}, broker.url(), m_spool->path());
+        WAIT_FOR(subscriber.messages(m_board + "/rx").size() == 2);
+        last = subscriber.messages(m_board + "/rx").last().property("seq");
+    }
+    QFile file(m_spool->filePath(QStringLiteral("jwbridge.db")));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    file.write(QByteArray(100, 'x'));
+    file.close();
+    BridgeRun bridge({boardOn("BoardA", m_port, "serial=S1,replies=3")}, broker.url(), m_spool->path());
+    WAIT_FOR(
+        bridge.error().contains(file.fileName().toUtf8() + " is damaged (file is not a database). It is kept as "));
+    WAIT_FOR(subscriber.messages(m_board + "/rx").size() == 4);
+    QVERIFY(subscriber.messages(m_board + "/rx").at(2).property("seq") > last);
 }
 
 QTEST_GUILESS_MAIN(TestJwbridgeInterruptions)

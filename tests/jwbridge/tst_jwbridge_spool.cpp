@@ -1,6 +1,8 @@
 #include <jwbridge/spool.h>
 
 #include <QDateTime>
+#include <QDir>
+#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -90,7 +92,11 @@ private Q_SLOTS:
     void lossesSurviveARestart();
     void fullDiskLosesNothingFromMemory();
     void secondProcessIsRefused();
-    void damagedFileIsReported();
+    void unusableFileIsSetAside_data();
+    void unusableFileIsSetAside();
+    void goodFileIsNotSetAside();
+    void damageWhileOpenIsReported();
+    void numbersBeginWhereTold();
 
 private:
     void fill(SpoolRun &run, int count, int size = 10);
@@ -266,16 +272,100 @@ void TestJwbridgeSpool::secondProcessIsRefused()
     QVERIFY2(error.contains(QLatin1String("another jwbridge")), qPrintable(error));
 }
 
-void TestJwbridgeSpool::damagedFileIsReported()
+void TestJwbridgeSpool::unusableFileIsSetAside_data()
 {
+    QTest::addColumn<QByteArray>("sql"); // makes the file unusable; otherwise `position` and `bytes` do
+    QTest::addColumn<int>("position");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("reason");
+    const QString damaged = QStringLiteral(" is damaged (");
+    QTest::newRow("no database") << QByteArray() << 0 << QByteArray(8192, 'x') << damaged;
+    QTest::newRow("damaged inside") << QByteArray() << 40 * 4096 << QByteArray(4096, 'x') << damaged;
+    QTest::newRow("cut off") << QByteArray() << -1 << QByteArray() << damaged;
+    QTest::newRow("newer version") << QByteArray("PRAGMA user_version=2") << 0 << QByteArray()
+                                   << QStringLiteral(" is from a newer jwbridge");
+}
+
+void TestJwbridgeSpool::unusableFileIsSetAside()
+{
+    QFETCH(QByteArray, sql);
+    QFETCH(int, position);
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, reason);
+    {
+        SpoolRun run(m_folder->path());
+        fill(run, 2000, 200);
+        if (!sql.isEmpty())
+            QVERIFY(run.database().run(sql.constData()));
+    }
     QFile file(m_folder->filePath(QStringLiteral("spool.db")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(8192, 'x'));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.size() > 50 * 4096);
+    if (position < 0)
+        QVERIFY(file.resize(30 * 4096));
+    QVERIFY(file.seek(qMax(position, 0)));
+    file.write(bytes);
+    QVERIFY(file.seek(0));
+    const QByteArray content = file.readAll();
     file.close();
-    Database database;
+
+    SpoolRun run(m_folder->path());
+    QVERIFY(run.isOpen());
+    QVERIFY2(run.database().setAside().startsWith(file.fileName() + reason), qPrintable(run.database().setAside()));
+    const QStringList kept = QDir(m_folder->path()).entryList({QStringLiteral("spool.db.aside-*Z")});
+    QCOMPARE(kept.size(), 1);
+    QVERIFY(run.database().setAside().contains(kept.first()));
+    QFile aside(m_folder->filePath(kept.first()));
+    QVERIFY(aside.open(QIODevice::ReadOnly));
+    QVERIFY(aside.readAll() == content);
+    QCOMPARE(run.rows(), 0);
+    fill(run, 3);
+    QTRY_COMPARE(run.rows(), 3);
+}
+
+void TestJwbridgeSpool::goodFileIsNotSetAside()
+{
+    {
+        SpoolRun run(m_folder->path());
+        fill(run, 3);
+    }
+    SpoolRun run(m_folder->path());
+    QVERIFY(run.isOpen());
+    QCOMPARE(run.database().setAside(), QString());
+    QCOMPARE(run.rows(), 3);
+}
+
+void TestJwbridgeSpool::damageWhileOpenIsReported()
+{
+    {
+        SpoolRun run(m_folder->path());
+        fill(run, 40000, 200); // more than SQLite keeps in memory
+    }
+    SpoolRun run(m_folder->path());
+    QVERIFY(run.isOpen());
+    QSignalSpy spy(run.spool.get(), &Spool::readTrouble);
+    QFile file(m_folder->filePath(QStringLiteral("spool.db")));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.seek(100 * 4096));
+    file.write(QByteArray(200 * 4096, 'x'));
+    file.close();
+    const QList<qint64> seqs = run.seqs();
+    QVERIFY(!seqs.isEmpty());
+    QCOMPARE(seqs, range(1, seqs.size())); // nothing is skipped
+    QVERIFY(seqs.size() < 40000);
+    run.seqs();
+    QCOMPARE(spy.size(), 1);
+    QVERIFY2(spy[0][0].toString().contains(QLatin1String("malformed: restart jwbridge")),
+             qPrintable(spy[0][0].toString()));
+}
+
+void TestJwbridgeSpool::numbersBeginWhereTold()
+{
+    SpoolRun run(m_folder->path());
     QString error;
-    QVERIFY(!database.open(file.fileName(), &error));
-    QVERIFY2(error.contains(QLatin1String("not a database")), qPrintable(error));
+    QVERIFY(run.spool->load(&error, 5000000));
+    fill(run, 2);
+    QCOMPARE(run.seqs(), range(5000000, 5000001));
 }
 
 QTEST_GUILESS_MAIN(TestJwbridgeSpool)

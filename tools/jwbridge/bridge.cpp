@@ -2,6 +2,7 @@
 
 #include "message.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -56,6 +57,7 @@ void Bridge::connectParts()
     connect(&m_broker, &JwFleet::Broker::connected, this, [this] {
         m_failure.clear();
         m_isLossSaid = false;
+        m_refused.clear();
         say(QStringLiteral("connected to %1 as %2").arg(m_options.broker.address.text(), m_options.host));
     });
     connect(&m_broker, &JwFleet::Broker::failed, this, &Bridge::onFailed);
@@ -64,7 +66,10 @@ void Bridge::connectParts()
                 say(QStringLiteral("the broker refuses the subscription to %1: %2. Nothing can be sent to boards")
                         .arg(QString::fromUtf8(filter), reason));
             });
-    const auto onRefused = [](const QByteArray &topic, const QString &reason) {
+    const auto onRefused = [this](const QByteArray &topic, const QString &reason) {
+        if (m_refused.contains(topic))
+            return;
+        m_refused.insert(topic);
         say(QStringLiteral("the broker refuses a message to %1: %2").arg(QString::fromUtf8(topic), reason));
     };
     connect(&m_outbox, &Outbox::refused, this, onRefused);
@@ -75,13 +80,21 @@ void Bridge::connectParts()
         say(text.isEmpty() ? QStringLiteral("the spool can be written again")
                            : QStringLiteral("can't write the spool: %1. Payloads stay in memory").arg(text));
     });
+    connect(&m_spool, &Spool::readTrouble, this,
+            [](const QString &text) { say(QStringLiteral("can't read the spool: %1").arg(text)); });
 }
 
 bool Bridge::start()
 {
     QString error;
     const QString file = QDir(m_options.spoolFolder).filePath(QStringLiteral("jwbridge.db"));
-    if (!m_database.open(file, &error) || !m_spool.load(&error) || !m_boards.load(&error)) {
+    const bool isOpen = m_database.open(file, &error);
+    const bool isNew = !m_database.setAside().isEmpty();
+    if (isNew)
+        say(m_database.setAside());
+    // The numbers of a spool that was set aside must not come again. This clock is always ahead of them.
+    const qint64 first = isNew ? QDateTime::currentMSecsSinceEpoch() * 1000 : 1;
+    if (!isOpen || !m_spool.load(&error, first) || !m_boards.load(&error)) {
         say(error);
         return false;
     }

@@ -12,6 +12,7 @@
 #include <fleet/topics.h>
 
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include <memory>
@@ -47,6 +48,7 @@ private:
     PortsReport m_ports;
     std::unique_ptr<Sender> m_sender; // null if read-only
     bool m_isLossSaid = false; // since the newest connect
+    QSet<QByteArray> m_refused; // topics of messages that the broker refused since the newest connect
     QString m_failure; // why the newest attempt failed; empty while connected
 };
 

@@ -20,16 +20,27 @@ public:
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
 
-    /// Opens or creates the file. Returns false and sets `error` if that fails.
+    /// Opens or creates the file. If the file is damaged, or a newer program wrote it, renames it and begins a new one;
+    /// then setAside() is not empty. Returns false and sets `error` if that fails.
     bool open(const QString &file, QString *error);
+    /// Says why open() renamed a file, and its new name. Empty if open() renamed no file.
+    QString setAside() const { return m_setAside; }
     /// Runs SQL without a result. Returns false if it fails; then errorText() says why.
     bool run(const char *sql);
     QString errorText() const;
+    /// Returns errorText() and what to do.
+    QString trouble() const;
 
     sqlite3 *handle() const { return m_handle.get(); }
 
 private:
+    bool tryOpen(const QString &file);
+    bool isReadable();
+    bool moveAside(const QString &file);
+
     std::unique_ptr<sqlite3, int (*)(sqlite3 *)> m_handle;
+    QString m_fault; // why the content of the file can't be used
+    QString m_setAside;
 };
 
 /// One statement of SQL. Parameters and columns are numbered from 0.

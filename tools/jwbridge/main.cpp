@@ -51,6 +51,7 @@ int main(int argc, char **argv)
 {
     openStandardStreams();
     std::signal(SIGPIPE, SIG_IGN); // libmosquitto and OpenSSL write to sockets that the broker may have closed
+    std::signal(SIGXFSZ, SIG_IGN); // if the size of files is limited, only the write fails
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("jwbridge"));
     loggerInstance()->setLevel(Logger::Fatal);

@@ -3,6 +3,7 @@
 #include <QDateTime>
 
 #include <algorithm>
+#include <utility>
 
 namespace JwBridge {
 
@@ -66,7 +67,7 @@ Spool::~Spool()
         write(m_next, m_next); // without reserved numbers, so the next process continues without a gap
 }
 
-bool Spool::load(QString *error)
+bool Spool::load(QString *error, qint64 first)
 {
     bool isGood = m_database.run(schema);
     if (isGood) {
@@ -81,7 +82,7 @@ bool Spool::load(QString *error)
         m_stored.removed = std::min(statement.number(0) - 1, m_stored.newest);
         m_stored.bytes = statement.number(2);
         m_acknowledged = m_given = m_stored.removed;
-        m_next = std::max<qint64>({readNumber(m_database, "next"), m_stored.newest + 1, 1});
+        m_next = std::max<qint64>({readNumber(m_database, "next"), m_stored.newest + 1, first});
     }
     if (!isGood || !write(0, m_next + reservation)) {
         *error = m_database.errorText();
@@ -130,6 +131,8 @@ const Payload *Spool::fromDisk(qint64 seq)
         statement.bind(0, seq).bind(1, pageRows);
         while (statement.next())
             m_page.push_back({statement.number(0), statement.number(1), statement.bytes(2), statement.bytes(3)});
+        if (m_page.empty() && !std::exchange(m_isUnreadable, true)) // the newest stored payload is always there
+            Q_EMIT readTrouble(m_database.trouble());
         next = m_page.cbegin();
     }
     return next == m_page.cend() ? nullptr : &*next;
@@ -205,7 +208,7 @@ bool Spool::write(qint64 upTo, qint64 reserved)
     stored.losses = m_losses;
     if (!transaction.isOpen() || !insert(upTo, stored) || !removeAcknowledged(stored) || !giveUpExcess(stored)
         || !writeNumbers(stored) || !transaction.commit()) {
-        m_error = m_database.errorText(); // undoing the transaction may set another one
+        m_error = m_database.trouble(); // undoing the transaction may set another one
         return false;
     }
     removeRecent(upTo);

@@ -56,8 +56,9 @@ public:
     /// Stores all payloads.
     ~Spool() override;
 
-    /// Reads the spool that an earlier process left. Returns false and sets `error` if that fails.
-    bool load(QString *error);
+    /// Reads the spool that an earlier process left. The next payload gets at least the number `first`. Returns false
+    /// and sets `error` if that fails.
+    bool load(QString *error, qint64 first = 1);
 
     void add(const QByteArray &board, qint64 time, const QByteArray &text);
     /// Returns the oldest payload that is newer than `seq`, and is neither acknowledged nor given up. Null if there is
@@ -77,6 +78,8 @@ Q_SIGNALS:
     void lossesChanged();
     /// Emitted when the disk can't be written, and again when it can. `text` is empty if it can.
     void diskTrouble(const QString &text);
+    /// Emitted once when stored payloads can't be read.
+    void readTrouble(const QString &text);
 
 private:
     /// The numbers that belong to what is on the disk.
@@ -115,6 +118,7 @@ private:
     qint64 m_newestAtTick = 0;
     QString m_error; // why the newest write failed
     bool m_isInTrouble = false;
+    bool m_isUnreadable = false; // since readTrouble()
     QTimer m_timer; // runs only while there is something to write or to give up
 };
 

@@ -27,6 +27,15 @@ public:
     }
 };
 
+/// Returns the process of the jwbridge that has this spool, also if it runs under jwsim. 0 if there is none.
+inline int bridgePid(const QString &spool)
+{
+    const Outcome pids = runProgram(
+        QStringLiteral("pgrep"),
+        {QStringLiteral("-f"), QStringLiteral("^") + QStringLiteral(JWBRIDGE_PROGRAM) + QStringLiteral(" .*") + spool});
+    return pids.output.simplified().toInt();
+}
+
 /// Publishes a message with mosquitto_pub.
 inline void publish(const BrokerRun &broker, const QString &topic, const QByteArray &payload)
 {
