@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -36,16 +37,44 @@ qint64 processorTime(qint64 pid)
     return (fields.value(13).toLongLong() + fields.value(14).toLongLong()) * 1000 / ::sysconf(_SC_CLK_TCK);
 }
 
-/// A server that is no broker. It answers each connection with `greeting`.
+/// The most memory that a process had so far, in KiB.
+qint64 mostMemory(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray text = file.readAll();
+    const int start = text.indexOf("VmHWM:") + 6;
+    return text.mid(start, text.indexOf(" kB", start) - start).trimmed().toLongLong();
+}
+
+// Writes a file, and returns its name.
+QByteArray write(const QString &name, const QByteArray &content)
+{
+    QFile file(name);
+    file.open(QIODevice::WriteOnly);
+    file.write(content);
+    return name.toUtf8();
+}
+
+// The packet with which a broker accepts a connection.
+const QByteArray welcome("\x20\x03\x00\x00\x00", 5);
+
+/// A server that is no broker. It answers each connection with `greeting`, and then sends `flood` bytes.
 class Impostor
 {
 public:
-    explicit Impostor(const QByteArray &greeting)
+    explicit Impostor(const QByteArray &greeting, qint64 flood = 0)
     {
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this, greeting] {
+        QObject::connect(&m_server, &QTcpServer::newConnection, [this, greeting, flood] {
             QTcpSocket *const socket = m_server.nextPendingConnection();
             ++connections;
             socket->write(greeting);
+            QObject::connect(socket, &QTcpSocket::bytesWritten, socket, [socket, left = flood](qint64) mutable {
+                const QByteArray piece(static_cast<int>(std::min<qint64>(left, 65536)), '\0');
+                if (socket->bytesToWrite() < piece.size())
+                    left -= socket->write(piece);
+            });
         });
         m_server.listen(QHostAddress::LocalHost);
     }
@@ -72,29 +101,45 @@ private Q_SLOTS:
     void unknownNameIsReported();
     void wrongPasswordIsReported();
     void refusedTopicsAreReported();
+    void refusedPayloadsAreCounted();
+    void refusedSubscriptionIsReported();
     void certificateIsChecked_data();
     void certificateIsChecked();
+    void clientCertificateIsChecked_data();
+    void clientCertificateIsChecked();
     void secondBridgeOfAMachineIsReported();
     void largeMessageIsNotTaken();
+    void floodIsNotTaken_data();
+    void floodIsNotTaken();
+    void brokerThatFallsSilentIsLeft();
     void spoolInUseEndsTheProgram();
     void wrongHostEndsTheProgram();
 
 private:
-    void makeCertificate(const QString &name, const QString &subject, const QString &alternative);
+    // Makes the files NAME.crt and NAME.key. Without an issuer, the certificate signs itself.
+    void makeCertificate(const QString &name, const QString &subject, const QString &alternative,
+                         const QString &issuer = QString());
     QString certificate(const QString &name) const { return m_certificates.filePath(name); }
 
     QTemporaryDir m_certificates;
     std::unique_ptr<QTemporaryDir> m_spool;
 };
 
-void TestJwbridgeSafety::makeCertificate(const QString &name, const QString &subject, const QString &alternative)
+void TestJwbridgeSafety::makeCertificate(const QString &name, const QString &subject, const QString &alternative,
+                                         const QString &issuer)
 {
-    const Outcome outcome = runProgram(
-        QStringLiteral("openssl"),
-        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
-         QStringLiteral("-nodes"), QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), subject,
-         QStringLiteral("-addext"), alternative, QStringLiteral("-keyout"), certificate(name + QStringLiteral(".key")),
-         QStringLiteral("-out"), certificate(name + QStringLiteral(".crt"))});
+    const QStringList signer = issuer.isEmpty()
+        ? QStringList()
+        : QStringList{QStringLiteral("-CA"), certificate(issuer + QStringLiteral(".crt")), QStringLiteral("-CAkey"),
+                      certificate(issuer + QStringLiteral(".key"))};
+    const Outcome outcome =
+        runProgram(QStringLiteral("openssl"),
+                   QStringList{QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                               QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+                               QStringLiteral("2"), QStringLiteral("-subj"), subject, QStringLiteral("-addext"),
+                               alternative, QStringLiteral("-keyout"), certificate(name + QStringLiteral(".key")),
+                               QStringLiteral("-out"), certificate(name + QStringLiteral(".crt"))}
+                       + signer);
     QVERIFY2(outcome.status == 0, outcome.error.constData());
 }
 
@@ -104,6 +149,11 @@ void TestJwbridgeSafety::initTestCase()
                     QStringLiteral("subjectAltName=DNS:localhost"));
     makeCertificate(QStringLiteral("other"), QStringLiteral("/CN=elsewhere.example"),
                     QStringLiteral("subjectAltName=DNS:elsewhere.example"));
+    makeCertificate(QStringLiteral("machines"), QStringLiteral("/CN=Machines"), QStringLiteral("keyUsage=keyCertSign"));
+    makeCertificate(QStringLiteral("here"), QStringLiteral("/CN=here"), QStringLiteral("extendedKeyUsage=clientAuth"),
+                    QStringLiteral("machines"));
+    makeCertificate(QStringLiteral("stranger"), QStringLiteral("/CN=here"),
+                    QStringLiteral("extendedKeyUsage=clientAuth"), QStringLiteral("other"));
 }
 
 void TestJwbridgeSafety::impostorIsReported_data()
@@ -180,16 +230,49 @@ void TestJwbridgeSafety::wrongPasswordIsReported()
 
 void TestJwbridgeSafety::refusedTopicsAreReported()
 {
-    BrokerRun folder;
-    QFile acl(folder.file(QStringLiteral("acl")));
-    QVERIFY(acl.open(QIODevice::WriteOnly));
-    acl.write("topic write jw/here/online\n");
-    acl.close();
-    BrokerRun broker("acl_file " + acl.fileName().toUtf8() + '\n');
+    QTemporaryDir folder;
+    BrokerRun broker("acl_file " + write(folder.filePath(QStringLiteral("acl")), "topic write jw/here/online\n")
+                     + '\n');
     broker.start();
     PlainBridge bridge(broker.url(), m_spool->path());
     WAIT_FOR(bridge.error().contains("the broker refuses a message to jw/here/ports: Not authorized"));
     QVERIFY(!bridge.error().contains("refuses a message to jw/here/online"));
+}
+
+void TestJwbridgeSafety::refusedPayloadsAreCounted()
+{
+    QTemporaryDir folder;
+    BrokerRun broker("acl_file "
+                     + write(folder.filePath(QStringLiteral("acl")),
+                             "topic read jw/#\ntopic write jw/here/lost\ntopic write jw/here/online\n")
+                     + '\n');
+    broker.start();
+    Subscriber subscriber(broker);
+    subscriber.start();
+    BridgeRun bridge({boardOn("BoardA", uniquePortName(), "serial=S1,replies=50")}, broker.url(), m_spool->path());
+    WAIT_FOR(subscriber.newest("jw/here/lost").contains("\"refused\":49"));
+    const QByteArray line = "the broker refuses a message to jw/here/boards/S1:1.0/rx: Not authorized";
+    QCOMPARE(bridge.error().count(line), 1);
+}
+
+// Mosquitto's acl_file refuses no subscription, but its plug-in for rights does.
+void TestJwbridgeSafety::refusedSubscriptionIsReported()
+{
+    QTemporaryDir folder;
+    const QByteArray rights =
+        write(folder.filePath(QStringLiteral("rights.json")),
+              R"({"defaultACLAccess": {"publishClientSend": true, "publishClientReceive": true, "subscribe": false,
+                     "unsubscribe": true}, "clients": [], "roles": [], "groups": [{"groupname": "all", "roles": []}],
+                     "anonymousGroup": "all"})");
+    const Outcome plugIn =
+        runProgram(QStringLiteral("sh"),
+                   {QStringLiteral("-c"), QStringLiteral("dpkg -L mosquitto | grep /mosquitto_dynamic_security.so$")});
+    QVERIFY(!plugIn.output.isEmpty());
+    BrokerRun broker("plugin " + plugIn.output.trimmed() + "\nplugin_opt_config_file " + rights + '\n');
+    broker.start();
+    PlainBridge bridge(broker.url(), m_spool->path());
+    WAIT_FOR(bridge.error().contains("the broker refuses the subscription to jw/here/boards/+/tx: Not authorized. "
+                                     "Nothing can be sent to boards"));
 }
 
 void TestJwbridgeSafety::certificateIsChecked_data()
@@ -216,6 +299,38 @@ void TestJwbridgeSafety::certificateIsChecked()
     broker.start();
     PlainBridge bridge(broker.url(QStringLiteral("mqtts")), m_spool->path(),
                        {QStringLiteral("--ca"), certificate(trusted + QStringLiteral(".crt"))});
+    WAIT_FOR(bridge.error().contains(text));
+    QCOMPARE(bridge.error().contains("connected to"), text.startsWith("connected to"));
+}
+
+void TestJwbridgeSafety::clientCertificateIsChecked_data()
+{
+    QTest::addColumn<QString>("own");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("text");
+    const QString here = QStringLiteral("here");
+    const QString stranger = QStringLiteral("stranger");
+    const QByteArray refused = "TLS failed: ";
+    QTest::newRow("right") << here << here << QByteArray("connected to mqtts://localhost");
+    QTest::newRow("none") << QString() << QString() << refused;
+    QTest::newRow("of another authority") << stranger << stranger << refused;
+    QTest::newRow("other key") << here << stranger << QByteArray("stranger.key as --key: ");
+}
+
+void TestJwbridgeSafety::clientCertificateIsChecked()
+{
+    QFETCH(QString, own);
+    QFETCH(QString, key);
+    QFETCH(QByteArray, text);
+    const QByteArray server = certificate(QStringLiteral("right")).toUtf8();
+    BrokerRun broker("certfile " + server + ".crt\nkeyfile " + server + ".key\nrequire_certificate true\ncafile "
+                     + certificate(QStringLiteral("machines.crt")).toUtf8() + '\n');
+    broker.start();
+    QStringList options{QStringLiteral("--ca"), certificate(QStringLiteral("right.crt"))};
+    if (!own.isEmpty())
+        options << QStringLiteral("--certificate") << certificate(own + QStringLiteral(".crt"))
+                << QStringLiteral("--key") << certificate(key + QStringLiteral(".key"));
+    PlainBridge bridge(broker.url(QStringLiteral("mqtts")), m_spool->path(), options);
     WAIT_FOR(bridge.error().contains(text));
     QCOMPARE(bridge.error().contains("connected to"), text.startsWith("connected to"));
 }
@@ -247,6 +362,41 @@ void TestJwbridgeSafety::largeMessageIsNotTaken()
     QCOMPARE(subscriber.messages().size(), 1);
     QVERIFY2(subscriber.messages().first().payload.contains("not there"),
              subscriber.messages().first().payload.constData());
+}
+
+void TestJwbridgeSafety::floodIsNotTaken_data()
+{
+    QTest::addColumn<QByteArray>("head");
+    // A packet begins with its kind, and its length in groups of 7 bits. Then follow the topic "x" and no property.
+    QTest::newRow("256 MB") << QByteArray("\x30\xff\xff\xff\x7f\x00\x01x\x00", 9);
+    QTest::newRow("a bit too large") << QByteArray("\x30\x84\x80\x05\x00\x01x\x00", 8);
+    QTest::newRow("a kind that does not exist") << QByteArray("\xf0\xff\xff\xff\x7f", 5);
+}
+
+// A broker that is asked for small messages, but sends a large one.
+void TestJwbridgeSafety::floodIsNotTaken()
+{
+    QFETCH(QByteArray, head);
+    Impostor quiet(welcome);
+    QTemporaryDir otherSpool;
+    PlainBridge other(quiet.url(), otherSpool.path());
+    WAIT_FOR(other.error().contains("connected to"));
+    Impostor impostor(welcome + head, 256 * 1024 * 1024);
+    PlainBridge bridge(impostor.url(), m_spool->path());
+    WAIT_FOR(bridge.error().contains("the broker sends a message of more than 65536 bytes"));
+    WAIT_FOR(impostor.connections >= 3);
+    const qint64 growth = mostMemory(bridge.processId()) - mostMemory(other.processId());
+    QVERIFY2(growth < 64 * 1024, qPrintable(QStringLiteral("%1 KiB").arg(growth)));
+    QVERIFY(!bridge.isOver());
+}
+
+void TestJwbridgeSafety::brokerThatFallsSilentIsLeft()
+{
+    Impostor impostor(welcome);
+    PlainBridge bridge(impostor.url(), m_spool->path(), {QStringLiteral("--keep-alive"), QStringLiteral("5")});
+    WAIT_FOR(bridge.error().contains("connected to"));
+    WAIT_FOR(bridge.error().contains("the broker does not answer any more"));
+    WAIT_FOR(impostor.connections >= 2);
 }
 
 void TestJwbridgeSafety::spoolInUseEndsTheProgram()

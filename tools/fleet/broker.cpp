@@ -15,6 +15,7 @@
 #include <cstring>
 #include <utility>
 
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace JwFleet {
@@ -24,6 +25,7 @@ namespace {
 constexpr int firstDelay = 250; // ms
 constexpr int longestDelay = 30000; // ms
 constexpr int steadyAfter = 5000; // ms; a connection that lasted for this time was a good one
+constexpr int receiveBuffer = 65536; // bytes
 constexpr int readPackets = 100; // packets that one call may read
 constexpr int lowestError = 128; // codes of MQTT 5 from this one on are errors
 
@@ -168,6 +170,9 @@ void Broker::open(const QByteArray &address)
         fail(lossText(result));
         return;
     }
+    // libmosquitto reads until nothing is left. With a small buffer this is soon, also if the broker sends without
+    // pause.
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     m_readable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Read);
     m_writable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Write);
     connect(m_readable.get(), &QSocketNotifier::activated, this, &Broker::onReadable);
@@ -218,7 +223,16 @@ void Broker::onWritable()
 
 void Broker::onReadable()
 {
-    after(mosquitto_loop_read(m_client.get(), readPackets));
+    // libmosquitto takes a message of any size, also if the broker was asked to send no such message.
+    int waiting = 0;
+    ::ioctl(mosquitto_socket(m_client.get()), FIONREAD, &waiting);
+    m_unfinished += waiting;
+    const int result = mosquitto_loop_read(m_client.get(), readPackets);
+    if (!m_events.empty())
+        m_unfinished = 0;
+    if (m_unfinished > 2LL * m_settings.maxPacket)
+        m_reason = tooLargeText();
+    after(m_reason.isEmpty() ? result : MOSQ_ERR_PAYLOAD_SIZE);
 }
 
 // Must be called after each function of libmosquitto that may use the socket.
@@ -306,6 +320,7 @@ void Broker::close()
     m_isOpening = false;
     m_isConnected = false;
     m_isTakenOver = false;
+    m_unfinished = 0;
     m_connectedSince.invalidate();
 }
 
@@ -322,6 +337,12 @@ QString Broker::connectionText(int code) const
     }
 }
 
+QString Broker::tooLargeText() const
+{
+    return QStringLiteral("the broker sends a message of more than %1 bytes, although the connection limits the size")
+        .arg(m_settings.maxPacket);
+}
+
 QString Broker::doubleText() const
 {
     return QStringLiteral("another program is connected to the broker as \"%1\": give each machine its own --host")
@@ -334,7 +355,7 @@ QString Broker::lossText(int result) const
         return m_tls->fault();
     if (!m_reason.isEmpty())
         return m_reason;
-    if (result == MOSQ_ERR_TLS)
+    if (result == MOSQ_ERR_TLS || (m_tls && !m_isConnected && !m_isOpening))
         return QStringLiteral("TLS failed: check whether the broker's port speaks TLS, and --certificate");
     if (result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET)
         return QStringLiteral("the other end does not speak MQTT 5: check the port in --broker");
@@ -401,6 +422,8 @@ void Broker::onConnected(mosquitto *, void *self, int code, int, const mqtt5__pr
 void Broker::onDisconnected(mosquitto *, void *self, int code, const mqtt5__property *)
 {
     Broker *const broker = brokerOf(self);
+    if (code == MOSQ_ERR_KEEPALIVE)
+        broker->m_reason = QStringLiteral("the broker does not answer any more");
     if (!isError(code) || !broker->m_reason.isEmpty())
         return;
     broker->m_isTakenOver = code == MQTT_RC_SESSION_TAKEN_OVER;
@@ -419,6 +442,10 @@ void Broker::onSubscribed(mosquitto *, void *self, int number, int count, const 
 
 void Broker::onMessage(mosquitto *, void *self, const mosquitto_message *message, const mqtt5__property *properties)
 {
+    if (static_cast<quint32>(message->payloadlen) > brokerOf(self)->m_settings.maxPacket) {
+        brokerOf(self)->m_reason = brokerOf(self)->tooLargeText();
+        return;
+    }
     Event event{Event::Received};
     event.message.topic = message->topic;
     event.message.payload = QByteArray(static_cast<const char *>(message->payload), message->payloadlen);

@@ -108,6 +108,7 @@ private:
     void close();
     QString connectionText(int code) const;
     QString lossText(int result) const;
+    QString tooLargeText() const;
     QString doubleText() const;
 
     const BrokerSettings m_settings;
@@ -122,6 +123,7 @@ private:
     bool m_isConnected = false;
     bool m_isTakenOver = false;
     bool m_isCheckQueued = false;
+    qint64 m_unfinished = 0; // bytes that arrived, about, since the end of the newest message
     int m_shortConnections = 0; // that ended soon, since the newest one that lasted
     int m_lookup = -1;
     int m_attempt = 0;

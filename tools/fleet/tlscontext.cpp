@@ -69,11 +69,14 @@ int TlsContext::onVerified(int isGood, X509_STORE_CTX *store)
     return isGood;
 }
 
-// Sends the broker's name in the handshake. libmosquitto would send the address, because it does not know the name.
+// Notes why the broker refuses the connection. Sends the broker's name in the handshake, because libmosquitto would
+// send the address.
 void TlsContext::onProgress(const SSL *ssl, int where, int value)
 {
-    Q_UNUSED(value)
-    const auto *const self = static_cast<TlsContext *>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+    auto *const self = static_cast<TlsContext *>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+    if (where == SSL_CB_READ_ALERT && (value >> 8) == SSL3_AL_FATAL && self->m_fault.isEmpty())
+        self->m_fault = QStringLiteral("TLS failed: the broker reports \"%1\". Check --certificate and --key")
+                            .arg(QString::fromUtf8(SSL_alert_desc_string_long(value)));
     if ((where & SSL_CB_HANDSHAKE_START) != 0)
         SSL_set_tlsext_host_name(const_cast<SSL *>(ssl), self->m_host.constData());
 }
