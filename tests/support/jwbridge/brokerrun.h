@@ -112,6 +112,7 @@ public:
         m_run.start();
         WAIT_FOR(m_broker.log().contains("Sending SUBACK to subscriber"));
     }
+    QByteArray output() const { return m_run.output(); }
     QList<ReceivedMessage> messages() const
     {
         QList<ReceivedMessage> messages;
