@@ -1,14 +1,13 @@
 #include "sender.h"
 
 #include "boards.h"
-#include <common/sentenceframe.h>
+#include "txline.h"
 
 #include <device/communicator.h>
 
 #include <QIODevice>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTextCodec>
 
 #include <algorithm>
 
@@ -16,7 +15,6 @@ namespace JwBridge {
 
 namespace {
 
-constexpr int maxLine = 256; // bytes; a longer message is not looked at. A sentence has at most 74 characters
 constexpr qint64 maxUnsent = 4096; // bytes that may wait for a board
 
 } // namespace
@@ -56,22 +54,14 @@ QString Sender::write(const QByteArray &part, const QByteArray &line, uint *id)
     JwDevice::Communicator *const communicator = m_boards.communicator(part);
     if (!communicator)
         return QStringLiteral("the board is not there: its state topic says since when");
-    if (line.size() > maxLine)
-        return QStringLiteral("the message has %1 bytes, and boards take at most %2 characters")
-            .arg(line.size())
-            .arg(JwTools::SentenceFrame::maxLength);
-    QTextCodec::ConverterState state;
-    const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(line.constData(), line.size(), &state);
-    if (state.invalidChars > 0 || state.remainingChars > 0)
-        return QStringLiteral("the message is not UTF-8");
-    const JwTools::SentenceFrame frame(text);
-    if (!frame.fault().isEmpty())
-        return frame.fault();
+    const TxLine checked(line);
+    if (!checked.fault().isEmpty())
+        return checked.fault();
     if (isTooFast(part))
         return QStringLiteral("too fast: a board takes at most %1 sentences a second, see --tx-rate").arg(m_rate);
     if (communicator->device() && communicator->device()->bytesToWrite() > maxUnsent)
         return QStringLiteral("the board does not take what was sent before: try again later");
-    *id = communicator->writePayload(frame.sentence());
+    *id = communicator->writePayload(checked.sentence());
     return QString();
 }
 
