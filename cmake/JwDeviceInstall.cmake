@@ -1,6 +1,7 @@
 # The install tree. Its parts are JwDevice_runtime (the shared libraries), JwDevice_watch (the shared library of
 # watch/), JwDevice_development (headers, links, static libraries, CMake and pkg-config files), JwDevice_tools (programs
-# with their manual pages and completions) and JwDevice_monitor (the same for jwmonitor, which needs a desktop).
+# with their manual pages and completions), JwDevice_monitor (the same for jwmonitor, which needs a desktop) and
+# JwDevice_bridge (jwbridge, with its service).
 include(CMakePackageConfigHelpers)
 
 # On Debian, libraries go to a folder for the processor (lib/x86_64-linux-gnu on a PC), because Debian's tools search

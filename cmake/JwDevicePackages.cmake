@@ -92,4 +92,19 @@ set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_RECOMMENDS jwdevice-tools)
 set(CPACK_DEBIAN_JWDEVICE_MONITOR_DESCRIPTION "find embedded boards on USB serial ports (desktop program)\n\
 ${about}\n.\nThis package has jwmonitor, a window that shows the boards and their traffic.")
 
+if(JWDEVICE_BUILD_BRIDGE)
+    list(APPEND CPACK_COMPONENTS_ALL JwDevice_bridge)
+    set(CPACK_COMPONENT_JWDEVICE_BRIDGE_DEPENDS JwDevice_runtime JwDevice_watch)
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_NAME jwdevice-bridge)
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_SECTION net)
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_SUGGESTS "mosquitto, mosquitto-clients")
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_DESCRIPTION "find embedded boards on USB serial ports (bridge to MQTT)\n\
+${about}\n.\nThis package has jwbridge, a service that connects the boards of a machine\n\
+with an MQTT 5 broker. It does not start before it is configured.")
+    set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_CONTROL_EXTRA
+        ${PROJECT_SOURCE_DIR}/packaging/debian/bridge/postinst ${PROJECT_SOURCE_DIR}/packaging/debian/bridge/prerm
+        ${PROJECT_SOURCE_DIR}/packaging/debian/bridge/postrm)
+endif()
+
 include(CPack)

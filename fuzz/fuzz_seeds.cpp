@@ -62,6 +62,7 @@ int main(int argc, char **argv)
     SeedFolder parse(folder, QStringLiteral("fuzz_parse"));
     SeedFolder roundtrip(folder, QStringLiteral("fuzz_roundtrip"));
     SeedFolder receive(folder, QStringLiteral("fuzz_receive"));
+    SeedFolder tx(folder, QStringLiteral("fuzz_tx"));
 
     QByteArray everything(1, '\0');
     const QString files[] = {QStringLiteral("valid.nmea"), QStringLiteral("tolerated.nmea"),
@@ -72,6 +73,7 @@ int main(int argc, char **argv)
             const auto half = bytes.size() / 2;
             const QByteArray fields = bytes.mid(bytes.indexOf(',') + 1);
             parse.add(bytes);
+            tx.add("jw/here/boards/S1:1.0/tx\n" + bytes);
             roundtrip.add((sentence.section == QLatin1String("3") ? '\1' : '\0') + fields);
             roundtrip.add('\2' + fields);
             receive.add('\0' + arrival(0, bytes));
@@ -80,7 +82,7 @@ int main(int argc, char **argv)
         }
     }
     receive.add(everything);
-    if (!parse.finish() || !roundtrip.finish() || !receive.finish()) {
+    if (!parse.finish() || !roundtrip.finish() || !receive.finish() || !tx.finish()) {
         err << "fuzz_seeds: can't read " << QStringLiteral(JWDEVICE_TEST_DATA) << " or write " << folder
             << ": check that both are there and may be used\n";
         return 1;

@@ -6,7 +6,7 @@ script=scripts/$(basename "$0") # path from the project's folder, because each s
 # Packages to build and run the project. Each script adds the packages that it also needs.
 # shellcheck disable=SC2034
 packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
-          libumockdev-dev umockdev"
+          libumockdev-dev umockdev libmosquitto-dev libssl-dev libsqlite3-dev"
 # Packages that a build for Qt 6 needs too. Ubuntu 22.04 has other names for them.
 packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
 if grep -qs '^VERSION_CODENAME=jammy$' /etc/os-release; then

@@ -13,7 +13,7 @@ from packagetest import (BUILD, DEBS, DEVELOPMENT, FILE_SUFFIX, MODULE_SUFFIX, P
 # the library, but libjwdevice-watch0.1 is easier to read.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig,package-name-doesnt-match-sonames"
 
-PACKAGES = [RUNTIME, WATCH, DEVELOPMENT] + (["jwdevice-tools", "jwdevice-monitor"] if QT == "5" else [])
+PACKAGES = [RUNTIME, WATCH, DEVELOPMENT] + (["jwdevice-tools", "jwdevice-monitor", "jwdevice-bridge"] if QT == "5" else [])
 
 
 class Packages(unittest.TestCase):
@@ -89,6 +89,40 @@ class Packages(unittest.TestCase):
             dependencies = self.field("jwdevice-monitor", "Depends")
             self.assertIn("libjwdevice0.1 (= ", dependencies)
             self.assertIn("libjwdevice-watch0.1 (= ", dependencies)
+
+        def test_bridge_has_the_service_and_what_belongs_to_it(self):
+            _, files = self.files("jwdevice-bridge")
+            self.has(files, "bin/jwbridge", "man1/jwbridge.1.gz", "bash-completion/completions/jwbridge",
+                     "systemd/system/jwbridge.service", "jwdevice-bridge/examples/jwbridge.conf")
+            dependencies = self.field("jwdevice-bridge", "Depends")
+            for package in ("libjwdevice0.1 (= ", "libjwdevice-watch0.1 (= ", "libmosquitto1", "libsqlite3-0"):
+                self.assertIn(package, dependencies)
+            self.assertNotIn("widgets", dependencies, "a server must not need Qt Widgets")
+
+        def test_bridge_does_not_start_before_it_is_configured(self):
+            tree, files = self.files("jwdevice-bridge")
+            self.assertFalse([file for file in files if file.startswith("etc/") or ".wants/" in file])
+            unit = (tree / "usr/lib/systemd/system/jwbridge.service").read_text()
+            self.assertIn("\nConditionPathExists=/etc/jwdevice/jwbridge.conf\n", unit)
+            self.assertIn("\nExecStart=/usr/bin/jwbridge --config /etc/jwdevice/jwbridge.conf ", unit)
+            control = fresh("control")
+            run("dpkg-deb", "--control", self.package("jwdevice-bridge"), control)
+            for script in ("postinst", "prerm", "postrm"):
+                text = (control / script).read_text()
+                self.assertNotRegex(text, r"(systemctl|deb-systemd-\w+) (enable|start|restart|unmask)", script)
+
+        def test_service_of_the_bridge_is_protected(self):
+            tree, _ = self.files("jwdevice-bridge")
+            self.assertTrue(shutil.which("systemd-analyze"), packagetest.missing("systemd-analyze", "systemd"))
+            # The threshold is ten times the highest exposure that is allowed.
+            run("systemd-analyze", "security", "--offline=true", "--threshold=20", "--no-pager",
+                tree / "usr/lib/systemd/system/jwbridge.service")
+
+        def test_example_configuration_is_accepted(self):
+            tree, _ = self.files("jwdevice-bridge")
+            example = tree / "usr/share/doc/jwdevice-bridge/examples/jwbridge.conf"
+            output = run(BUILD / "tools/jwbridge/jwbridge", "--config", example, "--spool", tree / "nowhere", ok=False)
+            self.assertIn("unable to open database file", output)  # the first step after the options are read
 
     def test_binaries_are_stripped_and_have_no_search_path(self):
         for name in [name for name in PACKAGES if name != DEVELOPMENT]:

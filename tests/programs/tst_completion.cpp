@@ -293,6 +293,9 @@ void TestCompletion::optionsAreThoseOfTheHelp_data()
 #ifdef JWMONITOR_PROGRAM
     QTest::newRow("jwmonitor") << QStringLiteral(JWMONITOR_PROGRAM);
 #endif
+#ifdef JWBRIDGE_PROGRAM
+    QTest::newRow("jwbridge") << QStringLiteral(JWBRIDGE_PROGRAM);
+#endif
 }
 
 void TestCompletion::optionsAreThoseOfTheHelp()

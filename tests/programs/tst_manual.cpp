@@ -53,6 +53,10 @@ QString help(const QString &program)
     if (program == QLatin1String("jwmonitor"))
         path = QStringLiteral(JWMONITOR_PROGRAM);
 #endif
+#ifdef JWBRIDGE_PROGRAM
+    if (program == QLatin1String("jwbridge"))
+        path = QStringLiteral(JWBRIDGE_PROGRAM);
+#endif
     return QString::fromUtf8(runProgram(path, {QStringLiteral("--help")}).output);
 }
 
@@ -104,6 +108,9 @@ void TestManual::programs()
     QTest::newRow("jwsim") << QStringLiteral("jwsim");
 #ifdef JWMONITOR_PROGRAM
     QTest::newRow("jwmonitor") << QStringLiteral("jwmonitor");
+#endif
+#ifdef JWBRIDGE_PROGRAM
+    QTest::newRow("jwbridge") << QStringLiteral("jwbridge");
 #endif
 }
 

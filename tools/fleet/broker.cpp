@@ -1,0 +1,458 @@
+#include "broker.h"
+
+#include "tlscontext.h"
+
+#include <QHostInfo>
+#include <QRandomGenerator>
+#include <QSocketNotifier>
+
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+namespace JwFleet {
+
+namespace {
+
+constexpr int firstDelay = 250; // ms
+constexpr int longestDelay = 30000; // ms
+constexpr int steadyAfter = 5000; // ms; a connection that lasted for this time was a good one
+constexpr int receiveBuffer = 65536; // bytes
+constexpr int readPackets = 100; // packets that one call may read
+constexpr int lowestError = 128; // codes of MQTT 5 from this one on are errors
+
+Broker *brokerOf(void *self)
+{
+    return static_cast<Broker *>(self);
+}
+
+bool isError(int code)
+{
+    return code >= lowestError;
+}
+
+QString codeText(int code)
+{
+    return QString::fromUtf8(mosquitto_reason_string(code));
+}
+
+// Returns a property as bytes. libmosquitto allocates strings with malloc().
+QByteArray textProperty(const mosquitto_property *properties, int identifier)
+{
+    char *text = nullptr;
+    if (!mosquitto_property_read_string(properties, identifier, &text, false))
+        return QByteArray();
+    const QByteArray bytes(text);
+    std::free(text);
+    return bytes;
+}
+
+QByteArray dataProperty(const mosquitto_property *properties, int identifier)
+{
+    void *data = nullptr;
+    uint16_t size = 0;
+    if (!mosquitto_property_read_binary(properties, identifier, &data, &size, false))
+        return QByteArray();
+    const QByteArray bytes(static_cast<const char *>(data), size);
+    std::free(data);
+    return bytes;
+}
+
+// The properties of one packet.
+class Properties
+{
+public:
+    Properties() = default;
+    ~Properties() { mosquitto_property_free_all(&m_list); }
+    Properties(const Properties &) = delete;
+    Properties &operator=(const Properties &) = delete;
+
+    void add(int identifier, const QByteArray &name, const QByteArray &value)
+    {
+        mosquitto_property_add_string_pair(&m_list, identifier, name.constData(), value.constData());
+    }
+    void add(int identifier, const QByteArray &data)
+    {
+        mosquitto_property_add_binary(&m_list, identifier, data.constData(), static_cast<uint16_t>(data.size()));
+    }
+    void add(int identifier, quint32 number) { mosquitto_property_add_int32(&m_list, identifier, number); }
+    const mosquitto_property *list() const { return m_list; }
+
+private:
+    mosquitto_property *m_list = nullptr;
+};
+
+} // namespace
+
+Broker::Broker(const BrokerSettings &settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_client(nullptr, &mosquitto_destroy)
+    , m_delay(firstDelay)
+{
+    mosquitto_lib_init();
+    m_retryTimer.setSingleShot(true);
+    connect(&m_retryTimer, &QTimer::timeout, this, &Broker::lookUp);
+    m_answerTimer.setSingleShot(true);
+    m_answerTimer.setInterval(settings.keepAlive * 1000);
+    connect(&m_answerTimer, &QTimer::timeout, this, [this] {
+        fail(m_isOpening ? QStringLiteral("no answer from this address: check network and firewall")
+                         : QStringLiteral("the connection opens, but the other end does not answer as a broker"));
+    });
+    // libmosquitto then sends a ping if it is time, and ends a connection on which no answer came.
+    m_keepAliveTimer.setInterval(settings.keepAlive * 1000 / 4);
+    connect(&m_keepAliveTimer, &QTimer::timeout, this, [this] { after(mosquitto_loop_misc(m_client.get())); });
+}
+
+Broker::~Broker()
+{
+    stop();
+    mosquitto_lib_cleanup();
+}
+
+void Broker::start()
+{
+    m_delay = firstDelay;
+    lookUp();
+}
+
+void Broker::stop()
+{
+    m_retryTimer.stop();
+    if (m_isConnected)
+        mosquitto_disconnect_v5(m_client.get(), MQTT_RC_DISCONNECT_WITH_WILL_MSG, nullptr);
+    close();
+}
+
+// Looks the name up before libmosquitto gets an address, because libmosquitto would wait for the answer.
+void Broker::lookUp()
+{
+    m_lookup = QHostInfo::lookupHost(m_settings.address.host, this, &Broker::onLookedUp);
+}
+
+void Broker::onLookedUp(const QHostInfo &info)
+{
+    m_lookup = -1;
+    const QList<QHostAddress> addresses = info.addresses();
+    if (addresses.isEmpty()) {
+        fail(QStringLiteral("the name \"%1\" has no address: %2").arg(m_settings.address.host, info.errorString()));
+        return;
+    }
+    // Another address at each attempt, because perhaps not every address of the name can be reached.
+    open(addresses.at(m_attempt++ % addresses.size()).toString().toLatin1());
+}
+
+void Broker::open(const QByteArray &address)
+{
+    m_client.reset(mosquitto_new(m_settings.clientId.constData(), true, this));
+    if (!m_client) {
+        fail(QString::fromLocal8Bit(std::strerror(errno)));
+        return;
+    }
+    setUp();
+    if (m_tls && !m_tls->fault().isEmpty()) {
+        fail(m_tls->fault());
+        return;
+    }
+    m_isOpening = true;
+    const int result = mosquitto_connect_bind_async(m_client.get(), address.constData(), m_settings.address.port,
+                                                    m_settings.keepAlive, nullptr);
+    const int socket = mosquitto_socket(m_client.get());
+    if (socket < 0) {
+        fail(lossText(result));
+        return;
+    }
+    // libmosquitto reads until nothing is left. With a small buffer this is soon, also if the broker sends without
+    // pause.
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    m_readable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Read);
+    m_writable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Write);
+    connect(m_readable.get(), &QSocketNotifier::activated, this, &Broker::onReadable);
+    connect(m_writable.get(), &QSocketNotifier::activated, this, &Broker::onWritable);
+    m_answerTimer.start();
+}
+
+void Broker::setUp()
+{
+    mosquitto *const client = m_client.get();
+    mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1); // else a small packet waits for the next one
+    if (!m_settings.user.isEmpty())
+        mosquitto_username_pw_set(client, m_settings.user.constData(), m_settings.password.constData());
+    if (!m_settings.willTopic.isEmpty())
+        mosquitto_will_set_v5(client, m_settings.willTopic.constData(), m_settings.will.size(),
+                              m_settings.will.constData(), 1, true, nullptr);
+    if (m_settings.address.isTls) {
+        m_tls = std::make_unique<TlsContext>(m_settings);
+        mosquitto_int_option(client, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0);
+        mosquitto_void_option(client, MOSQ_OPT_SSL_CTX, m_tls->get());
+    }
+    mosquitto_connect_v5_callback_set(client, &Broker::onConnected);
+    mosquitto_disconnect_v5_callback_set(client, &Broker::onDisconnected);
+    mosquitto_publish_v5_callback_set(client, &Broker::onPublished);
+    mosquitto_subscribe_v5_callback_set(client, &Broker::onSubscribed);
+    mosquitto_message_v5_callback_set(client, &Broker::onMessage);
+    // Only this function takes properties for the connection, but it would wait until the connection is open. So it
+    // gets no address: it notes the properties, and fails. mosquitto_connect_bind_async() then sends them.
+    Properties properties;
+    properties.add(MQTT_PROP_MAXIMUM_PACKET_SIZE, m_settings.maxPacket);
+    mosquitto_connect_bind_v5(client, "", 0, m_settings.keepAlive, nullptr, properties.list());
+}
+
+void Broker::onWritable()
+{
+    if (std::exchange(m_isOpening, false)) {
+        int error = 0;
+        socklen_t size = sizeof error;
+        ::getsockopt(mosquitto_socket(m_client.get()), SOL_SOCKET, SO_ERROR, &error, &size);
+        if (error != 0) {
+            fail(QString::fromLocal8Bit(std::strerror(error)));
+            return;
+        }
+    }
+    after(mosquitto_loop_write(m_client.get(), readPackets));
+}
+
+void Broker::onReadable()
+{
+    // libmosquitto takes a message of any size, also if the broker was asked to send no such message.
+    int waiting = 0;
+    ::ioctl(mosquitto_socket(m_client.get()), FIONREAD, &waiting);
+    m_unfinished += waiting;
+    const int result = mosquitto_loop_read(m_client.get(), readPackets);
+    if (!m_events.empty())
+        m_unfinished = 0;
+    if (m_unfinished > 2LL * m_settings.maxPacket)
+        m_reason = tooLargeText();
+    after(m_reason.isEmpty() ? result : MOSQ_ERR_PAYLOAD_SIZE);
+}
+
+// Must be called after each function of libmosquitto that may use the socket.
+void Broker::after(int result)
+{
+    deliver();
+    if (!m_client)
+        return;
+    if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(m_client.get()) < 0)
+        fail(lossText(result));
+    else
+        update();
+}
+
+void Broker::update()
+{
+    m_writable->setEnabled(m_isOpening || mosquitto_want_write(m_client.get()));
+}
+
+void Broker::deliver()
+{
+    const std::vector<Event> events = std::exchange(m_events, {});
+    for (const Event &event : events) {
+        if (!m_client)
+            return;
+        switch (event.kind) {
+        case Event::Connected:
+            m_isConnected = true;
+            m_connectedSince.start();
+            m_answerTimer.stop();
+            m_keepAliveTimer.start();
+            Q_EMIT connected();
+            break;
+        case Event::Acknowledged:
+            Q_EMIT acknowledged(event.number, isError(event.code) ? codeText(event.code) : QString());
+            break;
+        case Event::Subscribed: {
+            const QByteArray filter = m_filters.take(event.number);
+            if (isError(event.code))
+                Q_EMIT subscriptionRefused(filter, codeText(event.code));
+            break;
+        }
+        case Event::Received:
+            Q_EMIT received(event.message);
+            break;
+        }
+    }
+}
+
+void Broker::fail(const QString &reason)
+{
+    const bool wasSteady = m_connectedSince.isValid() && m_connectedSince.elapsed() >= steadyAfter;
+    if (wasSteady) {
+        m_delay = firstDelay;
+        m_shortConnections = 0;
+    } else if (m_connectedSince.isValid()) {
+        ++m_shortConnections;
+    }
+    if (m_isTakenOver)
+        m_delay = longestDelay;
+    close();
+    // Many clients of one broker should not come back at the same moment.
+    m_retryTimer.start(m_delay * QRandomGenerator::global()->bounded(80, 120) / 100);
+    m_delay = std::min(m_delay * 2, longestDelay);
+    Q_EMIT failed(reason);
+}
+
+void Broker::close()
+{
+    if (m_lookup >= 0)
+        QHostInfo::abortHostLookup(std::exchange(m_lookup, -1));
+    m_answerTimer.stop();
+    m_keepAliveTimer.stop();
+    for (std::unique_ptr<QSocketNotifier> *notifier : {&m_readable, &m_writable}) {
+        if (*notifier) { // perhaps the notifier is emitting its signal, so it is deleted later
+            (*notifier)->setEnabled(false);
+            notifier->release()->deleteLater();
+        }
+    }
+    m_client.reset();
+    m_tls.reset();
+    m_events.clear();
+    m_filters.clear();
+    m_reason.clear();
+    m_isOpening = false;
+    m_isConnected = false;
+    m_isTakenOver = false;
+    m_unfinished = 0;
+    m_connectedSince.invalidate();
+}
+
+QString Broker::connectionText(int code) const
+{
+    switch (code) {
+    case MQTT_RC_BAD_USERNAME_OR_PASSWORD:
+    case MQTT_RC_NOT_AUTHORIZED:
+        return QStringLiteral("the broker refuses the user or the password: check the file of --login");
+    case MQTT_RC_SESSION_TAKEN_OVER:
+        return doubleText();
+    default:
+        return QStringLiteral("the broker ended the connection: %1").arg(codeText(code));
+    }
+}
+
+QString Broker::tooLargeText() const
+{
+    return QStringLiteral("the broker sends a message of more than %1 bytes, although the connection limits the size")
+        .arg(m_settings.maxPacket);
+}
+
+QString Broker::doubleText() const
+{
+    return QStringLiteral("another program is connected to the broker as \"%1\": give each machine its own --host")
+        .arg(QString::fromUtf8(m_settings.clientId));
+}
+
+QString Broker::lossText(int result) const
+{
+    if (m_tls && !m_tls->fault().isEmpty())
+        return m_tls->fault();
+    if (!m_reason.isEmpty())
+        return m_reason;
+    if (result == MOSQ_ERR_TLS || (m_tls && !m_isConnected && !m_isOpening))
+        return QStringLiteral("TLS failed: check whether the broker's port speaks TLS, and --certificate");
+    if (result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET)
+        return QStringLiteral("the other end does not speak MQTT 5: check the port in --broker");
+    if (result == MOSQ_ERR_ERRNO)
+        return QString::fromLocal8Bit(std::strerror(errno));
+    // Some brokers do not say that another program has the same client id. They only close the connection.
+    if (m_isConnected && m_shortConnections > 0)
+        return QStringLiteral("the broker closes the connection again and again. Perhaps ") + doubleText();
+    if (result == MOSQ_ERR_SUCCESS || result == MOSQ_ERR_CONN_LOST)
+        return QStringLiteral("the broker closed the connection");
+    return QString::fromUtf8(mosquitto_strerror(result));
+}
+
+int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isRetained,
+                    const UserProperties &properties, const QByteArray &correlation)
+{
+    if (!m_isConnected)
+        return NotConnected;
+    Properties list;
+    for (const QPair<QByteArray, QByteArray> &pair : properties)
+        list.add(MQTT_PROP_USER_PROPERTY, pair.first, pair.second);
+    if (!correlation.isEmpty())
+        list.add(MQTT_PROP_CORRELATION_DATA, correlation);
+    int number = NotConnected;
+    const int result = mosquitto_publish_v5(m_client.get(), &number, topic.constData(), payload.size(),
+                                            payload.constData(), 1, isRetained, list.list());
+    // The caller must not see a signal before this function returns. So a lost connection is handled later.
+    if (mosquitto_socket(m_client.get()) < 0) {
+        if (!std::exchange(m_isCheckQueued, true))
+            QMetaObject::invokeMethod(
+                this,
+                [this] {
+                    m_isCheckQueued = false;
+                    if (m_client)
+                        after(MOSQ_ERR_SUCCESS);
+                },
+                Qt::QueuedConnection);
+        return NotConnected;
+    }
+    update();
+    return result == MOSQ_ERR_SUCCESS ? number : NotAllowed;
+}
+
+void Broker::subscribe(const QByteArray &filter, bool withRetained)
+{
+    if (!m_isConnected)
+        return;
+    int number = 0;
+    const int options = withRetained ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS : MQTT_SUB_OPT_SEND_RETAIN_NEVER;
+    if (mosquitto_subscribe_v5(m_client.get(), &number, filter.constData(), 1, options, nullptr) == MOSQ_ERR_SUCCESS)
+        m_filters.insert(number, filter);
+    if (mosquitto_socket(m_client.get()) >= 0)
+        update();
+}
+
+void Broker::onConnected(mosquitto *, void *self, int code, int, const mqtt5__property *)
+{
+    if (code == MQTT_RC_SUCCESS)
+        brokerOf(self)->m_events.push_back({Event::Connected});
+    else
+        brokerOf(self)->m_reason = brokerOf(self)->connectionText(code);
+}
+
+void Broker::onDisconnected(mosquitto *, void *self, int code, const mqtt5__property *)
+{
+    Broker *const broker = brokerOf(self);
+    if (code == MOSQ_ERR_KEEPALIVE)
+        broker->m_reason = QStringLiteral("the broker does not answer any more");
+    if (!isError(code) || !broker->m_reason.isEmpty())
+        return;
+    broker->m_isTakenOver = code == MQTT_RC_SESSION_TAKEN_OVER;
+    broker->m_reason = broker->connectionText(code);
+}
+
+void Broker::onPublished(mosquitto *, void *self, int number, int code, const mqtt5__property *)
+{
+    brokerOf(self)->m_events.push_back({Event::Acknowledged, number, code});
+}
+
+void Broker::onSubscribed(mosquitto *, void *self, int number, int count, const int *granted, const mqtt5__property *)
+{
+    brokerOf(self)->m_events.push_back({Event::Subscribed, number, count > 0 ? granted[0] : lowestError});
+}
+
+void Broker::onMessage(mosquitto *, void *self, const mosquitto_message *message, const mqtt5__property *properties)
+{
+    if (static_cast<quint32>(message->payloadlen) > brokerOf(self)->m_settings.maxPacket) {
+        brokerOf(self)->m_reason = brokerOf(self)->tooLargeText();
+        return;
+    }
+    Event event{Event::Received};
+    event.message.topic = message->topic;
+    event.message.payload = QByteArray(static_cast<const char *>(message->payload), message->payloadlen);
+    event.message.responseTopic = textProperty(properties, MQTT_PROP_RESPONSE_TOPIC);
+    event.message.correlation = dataProperty(properties, MQTT_PROP_CORRELATION_DATA);
+    event.message.isRetained = message->retain;
+    brokerOf(self)->m_events.push_back(event);
+}
+
+} // namespace JwFleet

@@ -1,0 +1,35 @@
+#include "txline.h"
+
+#include <common/sentenceframe.h>
+
+#include <QTextCodec>
+
+namespace JwBridge {
+
+namespace {
+
+constexpr int maxLine = 256; // bytes; a longer message is not looked at. A sentence has at most 74 characters
+
+} // namespace
+
+TxLine::TxLine(const QByteArray &message)
+{
+    if (message.size() > maxLine) {
+        m_fault = QStringLiteral("the message has %1 bytes, and boards take at most %2 characters")
+                      .arg(message.size())
+                      .arg(JwTools::SentenceFrame::maxLength);
+        return;
+    }
+    QTextCodec::ConverterState state;
+    const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(message.constData(), message.size(), &state);
+    if (state.invalidChars > 0 || state.remainingChars > 0) {
+        m_fault = QStringLiteral("the message is not UTF-8");
+        return;
+    }
+    const JwTools::SentenceFrame frame(text);
+    m_fault = frame.fault();
+    if (m_fault.isEmpty())
+        m_sentence = frame.sentence();
+}
+
+} // namespace JwBridge
