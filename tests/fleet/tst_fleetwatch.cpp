@@ -385,7 +385,8 @@ void TestFleetWatch::settledComesAfterTheStoredStates()
         store(QStringLiteral("jw/here/boards/S%1/state").arg(i), "{\"state\":\"lost\"}");
     Watcher watcher(broker);
     int known = -1;
-    connect(&watcher.watch, &FleetWatch::settled, this, [&] { known = watcher.watch.boards().size(); });
+    connect(&watcher.watch, &FleetWatch::settled, this,
+            [&] { known = static_cast<int>(watcher.watch.boards().size()); });
     WAIT_FOR(known >= 0);
     QCOMPARE(known, settings.isEmpty() ? boards : 0);
 }

@@ -161,7 +161,7 @@ void TestJwbridgeBoards::sentenceIsAnsweredOnRx()
     BridgeRun bridge({boardOn("BoardA", m_port, "serial=S1")}, broker.url(), m_spool->path());
     WAIT_FOR(word(subscriber.newest(m_board + "/state"), "state") == QLatin1String("ready"));
     for (const char *sentence : {"PJWVER", "$PJWVER", "$PJWVER*0c", "$PJWVER*0c\r\n"}) {
-        const int before = subscriber.messages(m_board + "/rx").size();
+        const auto before = subscriber.messages(m_board + "/rx").size();
         publish(broker, QString::fromLatin1(m_board + "/tx"), sentence);
         WAIT_FOR(subscriber.messages(m_board + "/rx").size() == before + 1);
         WAIT_FOR(subscriber.messages(m_board + "/tx/result").size() == before + 1);

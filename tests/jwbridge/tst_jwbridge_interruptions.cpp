@@ -71,7 +71,7 @@ private:
     int spooled() const
     {
         QFile file(m_spool->filePath(QStringLiteral("jwbridge.db-wal")));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().count("$PJWVER,") : 0;
+        return file.open(QIODevice::ReadOnly) ? static_cast<int>(file.readAll().count("$PJWVER,")) : 0;
     }
 
     QString m_port;

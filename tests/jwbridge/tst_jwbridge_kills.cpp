@@ -43,10 +43,10 @@ public:
     int count()
     {
         const QByteArray output = m_subscriber.output();
-        for (int end = output.indexOf('\n', m_read); end >= 0; end = output.indexOf('\n', m_read)) {
+        for (auto end = output.indexOf('\n', m_read); end >= 0; end = output.indexOf('\n', m_read)) {
             const QByteArray line = output.mid(m_read, end - m_read);
             m_read = end + 1;
-            const int number = line.lastIndexOf("seq:");
+            const auto number = line.lastIndexOf("seq:");
             if (number < 0)
                 m_fault = line;
             else
@@ -66,7 +66,7 @@ public:
     // Returns the number of the newest payload.
     qint64 newest() const { return m_newest.isEmpty() ? 0 : *std::max_element(m_newest.cbegin(), m_newest.cend()); }
     // Returns how many boards have sent something since forgetBoards().
-    int boards() const { return m_boards.size(); }
+    int boards() const { return static_cast<int>(m_boards.size()); }
     void forgetBoards() { m_boards.clear(); }
     int repeats() const { return m_repeats; }
     QByteArray fault() const { return m_fault; }
@@ -93,7 +93,7 @@ private:
     }
 
     Subscriber m_subscriber;
-    int m_read = 0;
+    QByteArray::size_type m_read = 0;
     int m_count = 0;
     int m_repeats = 0;
     QByteArray m_fault; // the newest line that must not come
@@ -160,7 +160,7 @@ void TestJwbridgeKills::everyStoredPayloadArrives()
             WAIT_LONG_FOR(receiver.count() >= goal);
             if (life == kills && stop == brokerStopsOfALife)
                 break;
-            const int failures = bridge.error().count("no connection to");
+            const auto failures = bridge.error().count("no connection to");
             broker.stop();
             WAIT_FOR(bridge.error().count("no connection to") > failures);
             if (stop < brokerStopsOfALife)

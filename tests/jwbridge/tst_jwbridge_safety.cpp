@@ -44,7 +44,7 @@ qint64 mostMemory(qint64 pid)
     if (!file.open(QIODevice::ReadOnly))
         return -1;
     const QByteArray text = file.readAll();
-    const int start = text.indexOf("VmHWM:") + 6;
+    const auto start = text.indexOf("VmHWM:") + 6;
     return text.mid(start, text.indexOf(" kB", start) - start).trimmed().toLongLong();
 }
 

@@ -209,7 +209,7 @@ void Broker::setUp()
     if (!m_settings.user.isEmpty())
         mosquitto_username_pw_set(client, m_settings.user.constData(), m_settings.password.constData());
     if (!m_settings.willTopic.isEmpty())
-        mosquitto_will_set_v5(client, m_settings.willTopic.constData(), m_settings.will.size(),
+        mosquitto_will_set_v5(client, m_settings.willTopic.constData(), static_cast<int>(m_settings.will.size()),
                               m_settings.will.constData(), 1, true, nullptr);
     if (m_settings.address.isTls) {
         m_tls = std::make_unique<TlsContext>(m_settings);
@@ -405,8 +405,9 @@ int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isR
     if (!responseTopic.isEmpty())
         list.addText(MQTT_PROP_RESPONSE_TOPIC, responseTopic);
     int number = NotConnected;
-    const int result = mosquitto_publish_v5(m_client.get(), &number, topic.constData(), payload.size(),
-                                            payload.constData(), 1, isRetained, list.list());
+    const int result =
+        mosquitto_publish_v5(m_client.get(), &number, topic.constData(), static_cast<int>(payload.size()),
+                             payload.constData(), 1, isRetained, list.list());
     // The caller must not see a signal before this function returns. So a lost connection is handled later.
     if (mosquitto_socket(m_client.get()) < 0) {
         if (!std::exchange(m_isCheckQueued, true))

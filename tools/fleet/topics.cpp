@@ -36,7 +36,7 @@ QByteArray Topics::board(const QByteArray &part, const char *leaf) const
 QByteArray Topics::part(const QByteArray &topic, const QByteArray &leaf) const
 {
     const QByteArray before = m_base + "boards/";
-    const int size = topic.size() - before.size() - leaf.size();
+    const auto size = topic.size() - before.size() - leaf.size();
     if (size <= 0 || !topic.startsWith(before) || !topic.endsWith(leaf))
         return QByteArray();
     const QByteArray part = topic.mid(before.size(), size);

@@ -127,7 +127,8 @@ Statement &Statement::bind(int parameter, qint64 value)
 
 Statement &Statement::bind(int parameter, const QByteArray &value)
 {
-    sqlite3_bind_blob(m_statement.get(), parameter + 1, value.constData(), value.size(), SQLITE_TRANSIENT);
+    sqlite3_bind_blob64(m_statement.get(), parameter + 1, value.constData(), static_cast<sqlite3_uint64>(value.size()),
+                        SQLITE_TRANSIENT);
     return *this;
 }
 

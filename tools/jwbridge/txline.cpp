@@ -2,8 +2,6 @@
 
 #include <common/sentenceframe.h>
 
-#include <QTextCodec>
-
 namespace JwBridge {
 
 namespace {
@@ -20,9 +18,8 @@ TxLine::TxLine(const QByteArray &message)
                       .arg(JwTools::SentenceFrame::maxLength);
         return;
     }
-    QTextCodec::ConverterState state;
-    const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(message.constData(), message.size(), &state);
-    if (state.invalidChars > 0 || state.remainingChars > 0) {
+    const QString text = QString::fromUtf8(message);
+    if (text.toUtf8() != message) {
         m_fault = QStringLiteral("the message is not UTF-8");
         return;
     }

@@ -110,7 +110,7 @@ QString FleetTable::refusalText(int width) const
         for (const JwFleet::RemotePort &port : *it) {
             const QString name = JwTools::printable(it.key() + QLatin1Char('/') + port.portName);
             text += QStringLiteral("  %1  %2\n")
-                        .arg(name, wrapped(JwTools::printable(port.summary), name.size() + 4, width));
+                        .arg(name, wrapped(JwTools::printable(port.summary), static_cast<int>(name.size()) + 4, width));
         }
     }
     return text.isEmpty() ? text : QStringLiteral("\nPorts without a board:\n") + text;

@@ -166,7 +166,7 @@ void FleetView::send(const QString &line)
 {
     if (line.trimmed().isEmpty())
         return;
-    const int colon = line.section(QLatin1Char(','), 0, 0).lastIndexOf(QLatin1Char(':'));
+    const auto colon = line.section(QLatin1Char(','), 0, 0).lastIndexOf(QLatin1Char(':'));
     const JwTools::SentenceFrame frame(line.mid(colon + 1).trimmed());
     QString error = frame.fault();
     if (colon < 0)

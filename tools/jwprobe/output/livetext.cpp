@@ -8,7 +8,7 @@ namespace {
 
 int linesOfTerminal(const QString &line, int width)
 {
-    return std::max(1, (line.size() + width - 1) / width);
+    return std::max(1, (static_cast<int>(line.size()) + width - 1) / width);
 }
 
 } // namespace
@@ -18,7 +18,7 @@ QString LiveText::redrawn(const QStringList &lines, int width, int height)
     QStringList shown = lines;
     const int room = std::max(2, height - 1); // the cursor stands below the last line
     if (shown.size() > room) {
-        const int hidden = shown.size() - room + 1;
+        const auto hidden = shown.size() - room + 1;
         shown = shown.mid(0, room - 1);
         shown.append(QStringLiteral("(%1 more lines)").arg(hidden));
     }
