@@ -63,7 +63,7 @@ int TlsContext::onVerified(int isGood, X509_STORE_CTX *store)
         const auto *const ssl =
             static_cast<const SSL *>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
         auto *const self = static_cast<TlsContext *>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
-        self->m_fault = QStringLiteral("the broker's certificate is refused: %1. Check --ca and the name in --broker")
+        self->m_fault = QStringLiteral("the broker's certificate is refused: %1. Check --ca and the broker's name")
                             .arg(QString::fromUtf8(X509_verify_cert_error_string(X509_STORE_CTX_get_error(store))));
     }
     return isGood;

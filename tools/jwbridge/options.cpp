@@ -1,9 +1,9 @@
 #include "options.h"
 
-#include "secretfile.h"
 #include "settingsfile.h"
 #include "units.h"
 #include <common/commandline.h>
+#include <fleet/brokeroptions.h>
 #include <fleet/topics.h>
 
 #include <QSysInfo>
@@ -72,18 +72,13 @@ private:
     bool addFile(QStringList &arguments, QString *error);
     bool readBroker(JwFleet::BrokerSettings &broker, QString *error) const;
     bool readNames(Options &options, QString *error) const;
-    bool readLogin(JwFleet::BrokerSettings &broker, QString *error) const;
     bool readSpool(Options &options, QString *error) const;
 
     const QCommandLineOption m_broker;
     const QCommandLineOption m_host;
     const QCommandLineOption m_spool;
-    const QCommandLineOption m_prefix;
     const QCommandLineOption m_config;
-    const QCommandLineOption m_login;
-    const QCommandLineOption m_ca;
-    const QCommandLineOption m_certificate;
-    const QCommandLineOption m_key;
+    const JwFleet::BrokerOptions m_connection;
     const QCommandLineOption m_keepAlive;
     const QCommandLineOption m_spoolSize;
     const QCommandLineOption m_spoolAge;
@@ -112,20 +107,7 @@ Parser::Parser()
                          QStringLiteral("Existing folder for payloads that the broker has not yet acknowledged. "
                                         "Required."),
                          "FOLDER"))
-    , m_prefix(makeOption("prefix", QStringLiteral("Beginning of all topics. Default: jw."), "PREFIX"))
     , m_config(makeOption("config", QStringLiteral("Read options from this file."), "FILE"))
-    , m_login(makeOption("login",
-                         QStringLiteral("File with the user in the first line and the password in the second. Other "
-                                        "users must not be able to read it."),
-                         "FILE"))
-    , m_ca(makeOption("ca",
-                      QStringLiteral("File with the certificates of the authorities to trust. Default: those of the "
-                                     "system."),
-                      "FILE"))
-    , m_certificate(makeOption("certificate", QStringLiteral("File with the certificate of this machine."), "FILE"))
-    , m_key(makeOption("key",
-                       QStringLiteral("File with the key of --certificate. Other users must not be able to read it."),
-                       "FILE"))
     , m_keepAlive(makeOption("keep-alive",
                              QStringLiteral("How long the broker may stay silent before the connection counts as lost: "
                                             "5 to %1 seconds, default 30.")
@@ -146,8 +128,8 @@ Parser::Parser()
           "tx-rate", QStringLiteral("Sentences that a board gets in a second: 1 to %1, default 10.").arg(highestRate),
           "N"))
     , m_line(QStringLiteral("jwbridge"), QStringLiteral("Connects the boards of this machine with an MQTT broker."),
-             {m_broker, m_host, m_spool, m_prefix, m_config, m_login, m_ca, m_certificate, m_key, m_keepAlive,
-              m_spoolSize, m_spoolAge, m_forgetAfter, m_readOnly, m_txRate})
+             QList<QCommandLineOption>{m_broker, m_host, m_spool, m_config} + m_connection.all()
+                 + QList<QCommandLineOption>{m_keepAlive, m_spoolSize, m_spoolAge, m_forgetAfter, m_readOnly, m_txRate})
 {
 }
 
@@ -200,47 +182,15 @@ bool Parser::readBroker(JwFleet::BrokerSettings &broker, QString *error) const
 {
     if (!m_line.isSet(m_broker))
         return fail(error, QStringLiteral("--broker is missing: give the address of a broker, mqtt://HOST:PORT"));
-    const std::optional<JwFleet::BrokerAddress> address = JwFleet::BrokerAddress::parse(m_line.value(m_broker), error);
-    if (!address || !m_line.readNumber(m_keepAlive, 5, longestKeepAlive, broker.keepAlive, error)
-        || !readLogin(broker, error))
-        return false;
-    broker.address = *address;
-    broker.caFile = m_line.value(m_ca);
-    broker.certificateFile = m_line.value(m_certificate);
-    broker.keyFile = m_line.value(m_key);
-    const bool hasTlsFile = !broker.caFile.isEmpty() || !broker.certificateFile.isEmpty() || !broker.keyFile.isEmpty();
-    if (hasTlsFile && !address->isTls)
-        return fail(error, QStringLiteral("--ca, --certificate and --key are for TLS: give mqtts:// in --broker"));
-    if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty())
-        return fail(error, QStringLiteral("--certificate and --key belong together: give both"));
-    return broker.keyFile.isEmpty() || readSecretFile(broker.keyFile, error).has_value();
-}
-
-bool Parser::readLogin(JwFleet::BrokerSettings &broker, QString *error) const
-{
-    if (!m_line.isSet(m_login))
-        return true;
-    const QString file = m_line.value(m_login);
-    const std::optional<QByteArray> secret = readSecretFile(file, error);
-    if (!secret)
-        return false;
-    const QList<QByteArray> lines = secret->split('\n');
-    broker.user = lines.value(0).trimmed();
-    broker.password = lines.value(1).trimmed();
-    return !broker.user.isEmpty()
-        || fail(
-            error,
-            QStringLiteral("%1 is empty: write the user in the first line and the password in the second").arg(file));
+    return m_connection.read(m_line, m_line.value(m_broker), broker, error)
+        && m_line.readNumber(m_keepAlive, 5, longestKeepAlive, broker.keepAlive, error);
 }
 
 bool Parser::readNames(Options &options, QString *error) const
 {
-    if (m_line.isSet(m_prefix))
-        options.prefix = m_line.value(m_prefix);
+    if (!m_connection.readPrefix(m_line, options.prefix, error))
+        return false;
     options.host = m_line.isSet(m_host) ? m_line.value(m_host) : QSysInfo::machineHostName();
-    const QString prefixFault = JwFleet::Topics::prefixFault(options.prefix);
-    if (!prefixFault.isEmpty())
-        return fail(error, QStringLiteral("--prefix \"%1\" %2").arg(options.prefix, prefixFault));
     const QString hostFault = JwFleet::Topics::hostFault(options.host);
     if (!hostFault.isEmpty())
         return fail(error, QStringLiteral("--host \"%1\" %2").arg(options.host, hostFault));

@@ -2,7 +2,7 @@
 
 #include <QFile>
 
-namespace JwBridge {
+namespace JwFleet {
 
 std::optional<QByteArray> readSecretFile(const QString &name, QString *error)
 {
@@ -19,4 +19,4 @@ std::optional<QByteArray> readSecretFile(const QString &name, QString *error)
     return file.readAll();
 }
 
-} // namespace JwBridge
+} // namespace JwFleet
