@@ -66,6 +66,23 @@ QByteArray dataProperty(const mosquitto_property *properties, int identifier)
     return bytes;
 }
 
+UserProperties userPropertiesOf(const mosquitto_property *properties)
+{
+    UserProperties pairs;
+    char *name = nullptr;
+    char *value = nullptr;
+    for (const mosquitto_property *property = properties; property; property = mosquitto_property_next(property)) {
+        if (mosquitto_property_identifier(property) != MQTT_PROP_USER_PROPERTY)
+            continue;
+        if (!mosquitto_property_read_string_pair(property, MQTT_PROP_USER_PROPERTY, &name, &value, false))
+            break;
+        pairs.append({QByteArray(name), QByteArray(value)});
+        std::free(name);
+        std::free(value);
+    }
+    return pairs;
+}
+
 // The properties of one packet.
 class Properties
 {
@@ -82,6 +99,10 @@ public:
     void add(int identifier, const QByteArray &data)
     {
         mosquitto_property_add_binary(&m_list, identifier, data.constData(), static_cast<uint16_t>(data.size()));
+    }
+    void addText(int identifier, const QByteArray &text)
+    {
+        mosquitto_property_add_string(&m_list, identifier, text.constData());
     }
     void add(int identifier, quint32 number) { mosquitto_property_add_int32(&m_list, identifier, number); }
     const mosquitto_property *list() const { return m_list; }
@@ -267,6 +288,8 @@ void Broker::deliver()
             Q_EMIT connected();
             break;
         case Event::Acknowledged:
+            if (event.code == MQTT_RC_NO_MATCHING_SUBSCRIBERS)
+                Q_EMIT unwanted(event.number);
             Q_EMIT acknowledged(event.number, isError(event.code) ? codeText(event.code) : QString());
             break;
         case Event::Subscribed: {
@@ -358,7 +381,7 @@ QString Broker::lossText(int result) const
     if (result == MOSQ_ERR_TLS || (m_tls && !m_isConnected && !m_isOpening))
         return QStringLiteral("TLS failed: check whether the broker's port speaks TLS, and --certificate");
     if (result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET)
-        return QStringLiteral("the other end does not speak MQTT 5: check the port in --broker");
+        return QStringLiteral("the other end does not speak MQTT 5: check the port of the broker");
     if (result == MOSQ_ERR_ERRNO)
         return QString::fromLocal8Bit(std::strerror(errno));
     // Some brokers do not say that another program has the same client id. They only close the connection.
@@ -370,7 +393,7 @@ QString Broker::lossText(int result) const
 }
 
 int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isRetained,
-                    const UserProperties &properties, const QByteArray &correlation)
+                    const UserProperties &properties, const QByteArray &correlation, const QByteArray &responseTopic)
 {
     if (!m_isConnected)
         return NotConnected;
@@ -379,6 +402,8 @@ int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isR
         list.add(MQTT_PROP_USER_PROPERTY, pair.first, pair.second);
     if (!correlation.isEmpty())
         list.add(MQTT_PROP_CORRELATION_DATA, correlation);
+    if (!responseTopic.isEmpty())
+        list.addText(MQTT_PROP_RESPONSE_TOPIC, responseTopic);
     int number = NotConnected;
     const int result = mosquitto_publish_v5(m_client.get(), &number, topic.constData(), payload.size(),
                                             payload.constData(), 1, isRetained, list.list());
@@ -449,6 +474,7 @@ void Broker::onMessage(mosquitto *, void *self, const mosquitto_message *message
     Event event{Event::Received};
     event.message.topic = message->topic;
     event.message.payload = QByteArray(static_cast<const char *>(message->payload), message->payloadlen);
+    event.message.userProperties = userPropertiesOf(properties);
     event.message.responseTopic = textProperty(properties, MQTT_PROP_RESPONSE_TOPIC);
     event.message.correlation = dataProperty(properties, MQTT_PROP_CORRELATION_DATA);
     event.message.isRetained = message->retain;

@@ -24,11 +24,14 @@ namespace JwFleet {
 
 class TlsContext;
 
+using UserProperties = QList<QPair<QByteArray, QByteArray>>;
+
 /// A message that the broker sent.
 struct Message
 {
     QByteArray topic;
     QByteArray payload;
+    UserProperties userProperties;
     QByteArray responseTopic; ///< where the sender wants the answer; empty if nowhere
     QByteArray correlation; ///< data that belongs into the answer
     bool isRetained = false; ///< whether the broker had stored the message before the subscription
@@ -53,7 +56,6 @@ public:
         NotConnected = 0, ///< there is no connection
         NotAllowed = -1, ///< no broker can take this message, for example because its topic has a wildcard
     };
-    using UserProperties = QList<QPair<QByteArray, QByteArray>>;
 
     explicit Broker(const BrokerSettings &settings, QObject *parent = nullptr);
     ~Broker() override;
@@ -65,7 +67,8 @@ public:
 
     /// Sends a message with quality of service 1. Returns its number, which acknowledged() reports later, or a Failure.
     int publish(const QByteArray &topic, const QByteArray &payload, bool isRetained,
-                const UserProperties &properties = {}, const QByteArray &correlation = {});
+                const UserProperties &properties = {}, const QByteArray &correlation = {},
+                const QByteArray &responseTopic = {});
     /// Asks for messages. With `withRetained` false, the broker leaves out the messages that it has stored.
     void subscribe(const QByteArray &filter, bool withRetained);
 
@@ -75,6 +78,8 @@ Q_SIGNALS:
     void failed(const QString &reason);
     /// The broker has taken the message `number`. If `refusal` is not empty, the broker refused it, for this reason.
     void acknowledged(int number, const QString &refusal);
+    /// Emitted before acknowledged() if the broker says that no client wants the message. Not every broker says so.
+    void unwanted(int number);
     void subscriptionRefused(const QByteArray &filter, const QString &reason);
     void received(const JwFleet::Message &message);
 
