@@ -16,6 +16,8 @@ private Q_SLOTS:
     void oneBoardIsEnoughWithoutAType();
     void actionsTakeThePortsAndTheFormatAlong_data();
     void actionsTakeThePortsAndTheFormatAlong();
+    void fleetHasItsOwnOptions();
+    void fleetHasNoDeadlineUnlessItSends();
     void typesAreTakenInAnyLetterCaseAndOnce();
     void portsAreTakenWithTheirFolderAndOnce();
     void helpAndVersionComeBeforeTheRest_data();
@@ -122,6 +124,34 @@ void TestJwprobeOptions::actionsTakeThePortsAndTheFormatAlong()
     QVERIFY(options->json);
 }
 
+void TestJwprobeOptions::fleetHasItsOwnOptions()
+{
+    QString error;
+    const std::optional<Options> options =
+        parse(words("--fleet mqtts://x --prefix lab/1 --send SIM1:1.0 $PJWVER*0c --json"), &error);
+    QVERIFY2(options, qPrintable(error));
+    QCOMPARE(options->action, Options::Fleet);
+    QCOMPARE(options->fleet.broker.address.text(), QStringLiteral("mqtts://x:8883"));
+    QCOMPARE(options->fleet.prefix, QStringLiteral("lab/1"));
+    QCOMPARE(options->fleet.sendTo, QStringLiteral("SIM1:1.0"));
+    QCOMPARE(options->fleet.line, QStringLiteral("$PJWVER*0c"));
+    QVERIFY(options->json && options->anyType && !options->fleet.withPayloads);
+
+    const std::optional<Options> monitor = parse(words("--monitor --fleet mqtt://x --type BoardA"), &error);
+    QVERIFY2(monitor, qPrintable(error));
+    QCOMPARE(monitor->action, Options::Fleet);
+    QCOMPARE(monitor->fleet.prefix, QStringLiteral("jw"));
+    QVERIFY(monitor->fleet.withPayloads && !monitor->anyType);
+}
+
+void TestJwprobeOptions::fleetHasNoDeadlineUnlessItSends()
+{
+    QString error;
+    QCOMPARE(parse(words("--fleet mqtt://x"), &error)->deadline, 0);
+    QCOMPARE(parse(words("--fleet mqtt://x --deadline 20"), &error)->deadline, 20);
+    QCOMPARE(parse(words("--fleet mqtt://x --send SIM1:1.0 PJWVER"), &error)->deadline, 5000);
+}
+
 void TestJwprobeOptions::typesAreTakenInAnyLetterCaseAndOnce()
 {
     QString error;
@@ -199,6 +229,21 @@ void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed_data()
     row("--json=yes", "--help");
     row("--delay 5000", "--deadline");
     row("--type BoardC --delay 300 --deadline 300", "--deadline");
+    row("--fleet localhost", "give mqtt://HOST:PORT");
+    row("--fleet mqtt://x --watch", "--watch and --fleet");
+    row("--fleet mqtt://x --list", "--list and --fleet");
+    row("--fleet mqtt://x --port ttyACM0", "--port is for ports of this machine");
+    row("--fleet mqtt://x --delay 20", "--delay is for ports of this machine");
+    row("--fleet mqtt://x --traffic", "--traffic is for ports of this machine");
+    row("--fleet mqtt://x --prefix a//b", "--prefix");
+    row("--fleet mqtt://x --ca /x", "give mqtts://");
+    row("--fleet mqtt://x --login /does/not/exist", "/does/not/exist");
+    row("--fleet mqtt://x --send SIM1:1.0", "--send needs two arguments");
+    row("--fleet mqtt://x --send SIM1:1.0 PJWVER more", "unexpected argument \"more\"");
+    row("--fleet mqtt://x --monitor --send SIM1:1.0 PJWVER", "--send and --monitor");
+    row("--fleet mqtt://x PJWVER", "unexpected argument");
+    row("--send SIM1:1.0 PJWVER", "give --fleet BROKER too");
+    row("--prefix jw", "--prefix is for --fleet");
 }
 
 void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
@@ -214,8 +259,10 @@ void TestJwprobeOptions::wrongUseIsOneLineThatSaysWhatIsAllowed()
 void TestJwprobeOptions::helpNamesEveryOptionWithin80Columns()
 {
     const QString help = helpText();
-    const QStringList names = words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
-                                    "--list --doctor --monitor --watch --id --udev-rules --version --help");
+    const QStringList names =
+        words("--type --port --delay --retries --deadline --json --log --traffic --raw-traffic "
+              "--list --doctor --monitor --watch --id --fleet --send --prefix --login --ca --certificate "
+              "--key --udev-rules --version --help");
     for (const QString &name : names)
         QVERIFY2(help.contains(name), qPrintable(name));
     const QStringList lines = help.split(QLatin1Char('\n'));

@@ -128,12 +128,19 @@ void TestCompletion::jwprobe_data()
     row("jwprobe --port=ttyACM0 --doctor --", "--help --id --json --port --version");
     row("jwprobe --udev-rules --", "--help --version");
     row("jwprobe --monitor --",
-        "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
+        "--ca --certificate --deadline --delay --fleet --help --id --json --key --log --login --port --prefix "
+        "--raw-traffic --retries --traffic --type --version");
     row("jwprobe --watch --",
         "--deadline --delay --help --id --json --log --port --raw-traffic --retries --traffic --type --version");
     row("jwprobe --type BoardA --",
-        "--deadline --delay --help --id --json --log --monitor --port --raw-traffic --retries --traffic --type "
-        "--version --watch");
+        "--ca --certificate --deadline --delay --fleet --help --id --json --key --log --login --monitor --port "
+        "--prefix "
+        "--raw-traffic --retries --send --traffic --type --version --watch");
+    row("jwprobe --fleet mqtt://x --",
+        "--ca --certificate --deadline --help --id --json --key --login --monitor --prefix --send --type --version");
+    row("jwprobe --fleet mqtt://x --send SIM1:1.0 PJWVER --",
+        "--ca --certificate --deadline --help --id --json --key --login --prefix --type --version");
+    row("jwprobe --fleet m", "mqtt mqtts");
 }
 
 void TestCompletion::jwprobe()

@@ -61,10 +61,13 @@ CommandLine::Outcome CommandLine::parse(const QStringList &arguments, QString *e
     if (m_parser.isSet(m_version))
         return ShowVersion;
     const QStringList rest = m_parser.positionalArguments();
-    if (rest.isEmpty())
+    const int operands = !m_operandOption.isEmpty() && m_parser.isSet(m_operandOption) ? 1 : 0;
+    if (rest.size() == operands)
         return Run;
-    *error = tr("unexpected argument \"%1\": %2 takes options only, a port is given as --port %1")
-                 .arg(rest.first(), m_program);
+    *error = rest.size() < operands
+        ? tr("--%1 needs two arguments; \"%2 --help\" shows them").arg(m_operandOption, m_program)
+        : tr("unexpected argument \"%1\": %2 takes options only, a port is given as --port %1")
+              .arg(rest.at(operands), m_program);
     return WrongUse;
 }
 

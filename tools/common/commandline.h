@@ -20,6 +20,9 @@ public:
     /// `own` contains the program's own options, in the order in which the help shows them.
     CommandLine(const QString &program, const QString &description, const QList<QCommandLineOption> &own);
 
+    /// Lets `option` take one more argument after its value, which operand() returns.
+    void setOperandOption(const QCommandLineOption &option) { m_operandOption = option.names().first(); }
+
     /// Reads `arguments`; the first argument is the program's name. Sets `error` if the result is WrongUse.
     Outcome parse(const QStringList &arguments, QString *error);
 
@@ -27,9 +30,12 @@ public:
     /// lists of ports and the doctor of jwprobe use it too.
     QList<QCommandLineOption> searchOptions() const { return {m_type, m_delay, m_retries}; }
     const QCommandLineOption &port() const { return m_port; }
+    const QCommandLineOption &delay() const { return m_delay; }
+    const QCommandLineOption &retries() const { return m_retries; }
     const QCommandLineOption &type() const { return m_type; }
     bool isSet(const QCommandLineOption &option) const { return m_parser.isSet(option); }
     QString value(const QCommandLineOption &option) const { return m_parser.value(option); }
+    QString operand() const { return m_parser.positionalArguments().value(0); }
 
     /// Reads the options of a search into `settings`. Without --type, `settings` contains all types. Returns false and
     /// sets `error` if a value is wrong.
@@ -51,6 +57,7 @@ private:
     const QCommandLineOption m_retries;
     const QCommandLineOption m_version;
     const QCommandLineOption m_help;
+    QString m_operandOption; // its name; empty if there is none
     QCommandLineParser m_parser;
 };
 

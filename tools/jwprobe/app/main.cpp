@@ -2,6 +2,9 @@
 #include "program.h"
 #include <jwprobe/doctor/doctorreport.h>
 #include <jwprobe/doctor/udevrules.h>
+#ifdef JWPROBE_HAS_FLEET
+#include <jwprobe/fleet/fleetview.h>
+#endif
 #include <jwprobe/output/listreport.h>
 #include <jwprobe/output/logoutput.h>
 #include <jwprobe/output/output.h>
@@ -54,6 +57,13 @@ int main(int argc, char **argv)
         return print(udevRules()) ? 0 : 1;
     case Options::Watch:
         return runWatch(*options);
+    case Options::Fleet:
+#ifdef JWPROBE_HAS_FLEET
+        return runFleet(*options);
+#else
+        complain(QStringLiteral("this jwprobe was built without --fleet: build it with JWDEVICE_BUILD_BRIDGE=ON"));
+        return WrongUse;
+#endif
     case Options::Find:
     case Options::Monitor:
         break;

@@ -2,6 +2,7 @@
 
 #include <common/commandline.h>
 #include <common/loglevel.h>
+#include <fleet/brokeroptions.h>
 
 namespace JwProbe {
 
@@ -101,17 +102,45 @@ Watch
   The watch ends with Ctrl-C, at --deadline, or when nobody reads its output any
   more.
 
+Fleet
+  The option --fleet shows the boards of all machines on which jwbridge runs. It
+  opens no port. On a terminal, a table shows each machine and board, its state,
+  since when, and how often it was lost. Elsewhere each event is one line. With
+  the option --monitor, payloads are shown too, and each event is one line. Type
+  "ID: PJWVER" to send a sentence to the board with this id. If several machines
+  have a board with this id, type "MACHINE/ID: PJWVER". Both --type and
+  the option --id select boards. With --json, each event is one object a line:
+    {"event", "time", "milliseconds", "machine", ...}
+    {..., "reason"} for offline
+    {..., "id", "type", "port", "serialNumber", "hardwareVersion", "since"} for
+    found, back and forgotten
+    {..., "since", "reason"} for lost
+    {..., "direction", "text", "seq"} for payload
+    {..., "port", "reason", "summary"} for refused
+  "event" is one of online, offline, found, lost, back, forgotten, payload,
+  refused. The "time" of a payload is the time at which the bridge received it.
+  The "reason" of a lost board is one of cablePulled, portFailed, noAnswer,
+  bridgeStopped, released, lent, offline, noNews. It is offline while the
+  machine is offline, and noNews while there is no connection to the broker. The
+  event lost comes again if the reason changes. The "reason" of a machine that
+  is offline is one of bridgeAway, noNews.
+  The option --send writes one line to one board, and prints the result. With
+  the option --json:
+    {"event", "time", "machine", "id", "payloadId", "error"}
+
 Exit status
   0  all wanted boards were found; the doctor found no trouble; the monitor or
-     the watch was ended by Ctrl-C or SIGTERM
+     the watch was ended by Ctrl-C or SIGTERM; the bridge wrote the line of
+     --send
   1  some are missing; the doctor found trouble; the monitor lost its last
-     board; the monitor or the watch lost the reader of its output
+     board; the monitor or the watch lost the reader of its output; the line of
+     --send was not written
   2  wrong use
   3  no candidate port: nothing is plugged in that looks like a board, or that
      has the id of --id
   With --watch or --id and without --type, one board of any type is enough. At
   its --deadline, a watch ends with the status of a search that found the same
-  boards.
+  boards. With --fleet, one board is enough.
   A signal that ends a search gives 128 and the signal's number. Ctrl-C and
   SIGTERM end a search, the monitor or the watch within a second.
 )";
@@ -128,6 +157,7 @@ public:
 
 private:
     bool readAction(Options &options, QString *error) const;
+    bool readFleet(Options &options, QString *error) const;
     bool readId(Options &options, QString *error) const;
     bool readDeadline(Options &options, QString *error) const;
     bool readLevel(Options &options, QString *error) const;
@@ -139,6 +169,9 @@ private:
     const QCommandLineOption m_doctor;
     const QCommandLineOption m_monitor;
     const QCommandLineOption m_watch;
+    const QCommandLineOption m_fleet;
+    const QCommandLineOption m_send;
+    const JwFleet::BrokerOptions m_connection;
     const QCommandLineOption m_udevRules;
     const QCommandLineOption m_log;
     const QCommandLineOption m_traffic;
@@ -174,8 +207,8 @@ Parser::Parser()
                       "ID"))
     , m_deadline(makeOption("deadline",
                             QStringLiteral("End the search or the watch after this time. Boards still missing count as "
-                                           "not found: 1 to 3600000 ms. Default: 5000 for a search, no end for "
-                                           "--watch."),
+                                           "not found: 1 to 3600000 ms. Default: 5000 for a search and --send, no end "
+                                           "for --watch and --fleet."),
                             "MS"))
     , m_json(makeOption("json", QStringLiteral("Write JSON to standard output, for programs.")))
     , m_list(makeOption(
@@ -189,6 +222,14 @@ Parser::Parser()
     , m_watch(makeOption(
           "watch",
           QStringLiteral("Show boards that come and go: when each is found, lost and back, and its payloads.")))
+    , m_fleet(makeOption("fleet",
+                         QStringLiteral("Show the boards of all machines on this MQTT broker: mqtt://HOST:PORT, or "
+                                        "mqtts://HOST:PORT for TLS. With --monitor, also their payloads."),
+                         "BROKER"))
+    , m_send(makeOption("send",
+                        QStringLiteral("With --fleet: send LINE to the board ID or MACHINE/ID, print the result, and "
+                                       "end."),
+                        "ID> <LINE")) // two values, because the help adds "<" and ">"
     , m_udevRules(makeOption("udev-rules",
                              QStringLiteral("Write udev rules to standard output. They give access to the boards and "
                                             "keep ModemManager off them.")))
@@ -198,10 +239,11 @@ Parser::Parser()
     , m_traffic(makeOption("traffic", QStringLiteral("Show the payloads of the search on standard error.")))
     , m_rawTraffic(
           makeOption("raw-traffic", QStringLiteral("Show what is read and written, as text, on standard error.")))
-    , m_line(
-          QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
-          {m_id, m_deadline, m_json, m_list, m_doctor, m_monitor, m_watch, m_udevRules, m_log, m_traffic, m_rawTraffic})
+    , m_line(QStringLiteral("jwprobe"), QStringLiteral("Finds boards on USB serial ports and shows what it found."),
+             QList<QCommandLineOption>{m_id, m_deadline, m_json, m_list, m_doctor, m_monitor, m_watch, m_fleet, m_send}
+                 + m_connection.all() + QList<QCommandLineOption>{m_udevRules, m_log, m_traffic, m_rawTraffic})
 {
+    m_line.setOperandOption(m_send);
 }
 
 std::optional<Options> Parser::parse(const QStringList &arguments, QString *error)
@@ -219,8 +261,8 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
     case JwTools::CommandLine::Run:
         break;
     }
-    if (!readAction(options, error) || !m_line.readSearch(options, error) || !readLevel(options, error)
-        || !readId(options, error) || !readDeadline(options, error))
+    if (!readAction(options, error) || !readFleet(options, error) || !m_line.readSearch(options, error)
+        || !readLevel(options, error) || !readId(options, error) || !readDeadline(options, error))
         return std::nullopt;
     const bool isLimited = options.deadline > 0;
     if (isLimited && options.types.contains(JwDevice::BoardC) && options.delay >= options.deadline) {
@@ -229,7 +271,8 @@ std::optional<Options> Parser::parse(const QStringList &arguments, QString *erro
                      .arg(options.deadline);
         return std::nullopt;
     }
-    options.anyType = !m_line.isSet(m_line.type()) && (options.action == Options::Watch || m_line.isSet(m_id));
+    options.anyType = !m_line.isSet(m_line.type())
+        && (options.action == Options::Watch || options.action == Options::Fleet || m_line.isSet(m_id));
     options.json = m_line.isSet(m_json);
     options.traffic = m_line.isSet(m_traffic);
     options.rawTraffic = m_line.isSet(m_rawTraffic);
@@ -243,22 +286,22 @@ QString Parser::help() const
 
 bool Parser::readAction(Options &options, QString *error) const
 {
-    const std::pair<const QCommandLineOption &, Options::Action> actions[] = {{m_list, Options::List},
-                                                                              {m_doctor, Options::Doctor},
-                                                                              {m_monitor, Options::Monitor},
-                                                                              {m_watch, Options::Watch},
-                                                                              {m_udevRules, Options::ShowUdevRules}};
+    const std::pair<const QCommandLineOption &, Options::Action> actions[] = {
+        {m_list, Options::List},   {m_doctor, Options::Doctor}, {m_monitor, Options::Monitor},
+        {m_watch, Options::Watch}, {m_fleet, Options::Fleet},   {m_udevRules, Options::ShowUdevRules}};
     QString given;
     for (const auto &[option, action] : actions) {
         if (!m_line.isSet(option))
             continue;
         const QString name = longName(option);
-        if (!given.isEmpty())
+        const bool isFleetMonitor = given == longName(m_monitor) && action == Options::Fleet;
+        if (!given.isEmpty() && !isFleetMonitor)
             return fail(error, QStringLiteral("%1 and %2 exclude each other: give one of them").arg(given, name));
         given = name;
         options.action = action;
     }
-    if (options.action == Options::Find || options.action == Options::Monitor || options.action == Options::Watch)
+    if (options.action == Options::Find || options.action == Options::Monitor || options.action == Options::Watch
+        || options.action == Options::Fleet)
         return true;
     const QList<QCommandLineOption> ofSearch =
         m_line.searchOptions() + QList<QCommandLineOption>{m_deadline, m_log, m_traffic, m_rawTraffic};
@@ -282,6 +325,39 @@ bool Parser::readAction(Options &options, QString *error) const
     return true;
 }
 
+bool Parser::readFleet(Options &options, QString *error) const
+{
+    const bool isFleet = options.action == Options::Fleet;
+    const QList<QCommandLineOption> ofFleet = QList<QCommandLineOption>{m_send} + m_connection.all();
+    for (const QCommandLineOption &option : ofFleet) {
+        if (m_line.isSet(option) && !isFleet)
+            return fail(error, QStringLiteral("%1 is for --fleet: give --fleet BROKER too").arg(longName(option)));
+    }
+    if (!isFleet)
+        return true;
+    const QList<QCommandLineOption> ofPorts = {m_line.port(), m_line.delay(), m_line.retries(),
+                                               m_log,         m_traffic,      m_rawTraffic};
+    for (const QCommandLineOption &option : ofPorts) {
+        if (m_line.isSet(option)) {
+            return fail(error,
+                        QStringLiteral("%1 is for ports of this machine, and --fleet opens none: leave one of them out")
+                            .arg(longName(option)));
+        }
+    }
+    options.fleet.withPayloads = m_line.isSet(m_monitor);
+    options.fleet.sendTo = m_line.value(m_send);
+    options.fleet.line = m_line.operand().trimmed();
+    if (m_line.isSet(m_send)) {
+        if (options.fleet.withPayloads)
+            return fail(error, QStringLiteral("--send and --monitor exclude each other: give one of them"));
+        if (options.fleet.sendTo.isEmpty() || options.fleet.line.isEmpty())
+            return fail(error,
+                        QStringLiteral("--send needs the id of a board and a line, such as --send SIM1:1.0 PJWVER"));
+    }
+    return m_connection.read(m_line, m_line.value(m_fleet), options.fleet.broker, error)
+        && m_connection.readPrefix(m_line, options.fleet.prefix, error);
+}
+
 bool Parser::readId(Options &options, QString *error) const
 {
     options.id = m_line.value(m_id);
@@ -291,7 +367,7 @@ bool Parser::readId(Options &options, QString *error) const
 
 bool Parser::readDeadline(Options &options, QString *error) const
 {
-    if (options.action == Options::Watch)
+    if (options.action == Options::Watch || (options.action == Options::Fleet && options.fleet.line.isEmpty()))
         options.deadline = 0;
     return m_line.readNumber(m_deadline, 1, maxTime, options.deadline, error);
 }

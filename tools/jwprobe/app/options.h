@@ -1,6 +1,7 @@
 #pragma once
 
 #include <common/searchsettings.h>
+#include <fleet/brokersettings.h>
 #include <jwprobe/search/portlist.h>
 
 #include <logger/logger.h>
@@ -15,12 +16,24 @@ namespace JwProbe {
 /// The options that the user gave on the command line.
 struct Options : JwTools::SearchSettings
 {
-    enum Action { Find, List, Doctor, Monitor, Watch, ShowUdevRules, ShowHelp, ShowVersion };
+    enum Action { Find, List, Doctor, Monitor, Watch, Fleet, ShowUdevRules, ShowHelp, ShowVersion };
+
+    /// What --fleet and the options that belong to it say.
+    struct FleetOptions
+    {
+        JwFleet::BrokerSettings broker; ///< without client id and will
+        QString prefix = QStringLiteral("jw");
+        bool withPayloads = false; ///< --monitor
+        QString sendTo; ///< the board of --send
+        QString line; ///< the line of --send; empty if it was not given
+    };
 
     Action action = Find;
-    int deadline = 5000; ///< longest time of a search or a watch, in ms; 0: no limit
+    int deadline = 5000; ///< longest time of a search, a watch or --send, in ms; 0: no limit
     QString id; ///< value of --id; empty if it was not given
-    bool anyType = false; ///< one board of any type is enough, because --watch or --id was given without --type
+    bool anyType =
+        false; ///< one board of any type is enough, because --watch, --fleet or --id was given without --type
+    FleetOptions fleet;
     bool json = false;
     std::optional<Logger::Level> logLevel; ///< the level that --log names; if empty, the log is not shown
     bool traffic = false;

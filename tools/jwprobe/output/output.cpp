@@ -61,6 +61,13 @@ QString clockText(const QDateTime &time)
     return time.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz"));
 }
 
+QString sinceText(const QDateTime &time)
+{
+    const QDateTime local = time.toLocalTime();
+    const bool isToday = local.date() == QDate::currentDate();
+    return local.toString(isToday ? QStringLiteral("HH:mm:ss") : QStringLiteral("yyyy-MM-dd"));
+}
+
 QString isoText(const QDateTime &time)
 {
     const QDateTime local = time.toLocalTime();

@@ -18,6 +18,9 @@ void complainOfOutput(const QString &reason);
 /// Returns the local time of day at `time`, for example "09:05:01.250".
 QString clockText(const QDateTime &time);
 
+/// Returns the local time of day at `time` for a table, or the day if it is not today.
+QString sinceText(const QDateTime &time);
+
 /// Returns `time` with date and offset from UTC, as all JSON has it.
 QString isoText(const QDateTime &time);
 

@@ -2,6 +2,7 @@
 
 #include "refusals.h"
 #include "watchevent.h"
+#include <jwprobe/output/livetext.h>
 
 #include <QMap>
 #include <QString>
@@ -43,7 +44,7 @@ private:
     const QString m_title;
     QVector<Row> m_rows; // in the order in which the boards were first found
     QMap<QString, Refusal> m_refusals; // by port name
-    QStringList m_drawn; // the lines on the terminal
+    LiveText m_text;
 };
 
 } // namespace JwProbe
