@@ -57,6 +57,12 @@ installPackages() {
     # $missing is a list of names, so do not quote it.
     # shellcheck disable=SC2086
     $root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >&2
+    case " $missing " in
+    *" mosquitto "*)
+        # Debian starts its broker after the installation and at each start of the system. We start our own brokers.
+        $root systemctl disable --now mosquitto >&2 || $root service mosquitto stop >&2 || true
+        ;;
+    esac
 }
 
 # Installs clang's sanitizers and libFuzzer if they are missing. On some systems clang's package does not contain them.
