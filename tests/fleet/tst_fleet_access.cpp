@@ -1,0 +1,121 @@
+#include "support/jwbridge/bridgerun.h"
+
+#include <fleet/fleetwatch.h>
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using JwFleet::FleetWatch;
+
+/// Tests the access rules that docs/boards-on-many-machines.md gives for Mosquitto.
+class TestFleetAccess : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void operatorSeesAndSends();
+    void viewerSeesOnly();
+    void bridgeMayUseOnlyItsOwnName();
+
+private:
+    JwFleet::BrokerSettings settings(const char *user) const
+    {
+        JwFleet::BrokerSettings settings;
+        settings.address = {QStringLiteral("localhost"), m_broker->port(), false};
+        settings.user = user;
+        settings.password = "secret";
+        return settings;
+    }
+    QStringList machine(const QString &name) const
+    {
+        return {QStringLiteral("--host"), name, QStringLiteral("--login"), m_folder.filePath(QStringLiteral("lab1"))};
+    }
+    QString send(const char *user);
+
+    QTemporaryDir m_folder;
+    std::unique_ptr<BrokerRun> m_broker;
+};
+
+void TestFleetAccess::initTestCase()
+{
+    QFile page(QStringLiteral(PROJECT_FOLDER "/docs/boards-on-many-machines.md"));
+    QVERIFY(page.open(QIODevice::ReadOnly));
+    const QRegularExpression block(QStringLiteral("tst_fleet_access.cpp .*-->\\n```\\n(.*?)```"),
+                                   QRegularExpression::DotMatchesEverythingOption);
+    const QString rules = block.match(QString::fromUtf8(page.readAll())).captured(1);
+    QVERIFY(rules.contains(QLatin1String("user viewer")));
+    QFile access(m_folder.filePath(QStringLiteral("access")));
+    QVERIFY(access.open(QIODevice::WriteOnly));
+    access.write(rules.toUtf8());
+    QFile login(m_folder.filePath(QStringLiteral("lab1")));
+    QVERIFY(login.open(QIODevice::WriteOnly));
+    login.write("lab1\nsecret\n");
+    QVERIFY(login.setPermissions(QFile::ReadOwner));
+    const QString passwords = m_folder.filePath(QStringLiteral("passwords"));
+    QVERIFY(QFile(passwords).open(QIODevice::WriteOnly));
+    for (const char *user : {"lab1", "operator", "viewer"}) {
+        QCOMPARE(runProgram(QStringLiteral("mosquitto_passwd"),
+                            {QStringLiteral("-b"), passwords, QString::fromLatin1(user), QStringLiteral("secret")})
+                     .status,
+                 0);
+    }
+    m_broker = std::make_unique<BrokerRun>("password_file " + passwords.toUtf8() + "\nacl_file "
+                                           + access.fileName().toUtf8() + '\n');
+    access.close();
+    login.close();
+    m_broker->start();
+}
+
+// Sends a line to the board as this user. Returns the error, or an empty text if the line was written and answered.
+QString TestFleetAccess::send(const char *user)
+{
+    const QTemporaryDir spool;
+    BridgeRun bridge({boardOn("BoardA", uniquePortName(), "serial=S1")}, m_broker->url(), spool.path(),
+                     machine(QStringLiteral("lab1")));
+    FleetWatch watch(settings(user), QStringLiteral("jw"), FleetWatch::WithPayloads);
+    bool isFound = false;
+    bool isSettled = false;
+    QStringList payloads;
+    QString result = QStringLiteral("no result");
+    connect(&watch, &FleetWatch::boardFound, this, [&isFound] { isFound = true; });
+    connect(&watch, &FleetWatch::settled, this, [&isSettled] { isSettled = true; });
+    connect(&watch, &FleetWatch::payloadReceived, this,
+            [&payloads](const JwFleet::RemoteBoard &, qint64, qint64, const QString &text) { payloads.append(text); });
+    connect(&watch, &FleetWatch::sendFinished, this, [&result](int, qint64, const QString &error) { result = error; });
+    watch.start();
+    [&] {
+        WAIT_FOR(isFound && isSettled);
+        QVERIFY(watch.send(QStringLiteral("lab1"), QStringLiteral("S1:1.0"), QStringLiteral("PJWVER")) > 0);
+        WAIT_FOR(result != QLatin1String("no result"));
+        WAIT_FOR(!result.isEmpty() || !payloads.isEmpty());
+    }();
+    return result;
+}
+
+void TestFleetAccess::operatorSeesAndSends()
+{
+    QCOMPARE(send("operator"), QString());
+}
+
+void TestFleetAccess::viewerSeesOnly()
+{
+    const QString error = send("viewer");
+    QVERIFY2(error.startsWith(QLatin1String("the broker refuses the line")), qPrintable(error));
+}
+
+void TestFleetAccess::bridgeMayUseOnlyItsOwnName()
+{
+    const QTemporaryDir spool;
+    BridgeRun bridge({boardOn("BoardA", uniquePortName())}, m_broker->url(), spool.path(),
+                     machine(QStringLiteral("lab2")));
+    WAIT_FOR(bridge.error().contains("the broker refuses a message to jw/lab2/"));
+}
+
+QTEST_GUILESS_MAIN(TestFleetAccess)
+#include "tst_fleet_access.moc"
