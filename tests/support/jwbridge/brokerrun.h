@@ -19,10 +19,12 @@ class BrokerRun
 {
 public:
     enum Memory { WithMemory, WithoutMemory };
+    enum Log { FullLog, QuietLog };
 
-    /// `settings` are more lines of mosquitto's configuration.
-    explicit BrokerRun(const QByteArray &settings = QByteArray())
+    /// `settings` are more lines of mosquitto's configuration. With a quiet log, log() has only what start() needs.
+    explicit BrokerRun(const QByteArray &settings = QByteArray(), Log log = FullLog)
         : m_settings(settings)
+        , m_logTypes(log == FullLog ? "log_type all\n" : "log_type information\nconnection_messages false\n")
         , m_port(freePort())
     {
     }
@@ -46,7 +48,7 @@ public:
         QFile file(m_folder.filePath(QStringLiteral("mosquitto.conf")));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("listener " + QByteArray::number(m_port) + " 127.0.0.1\npersistence true\npersistence_location "
-                   + QFile::encodeName(m_folder.path()) + "/\nmax_queued_messages 1000000\nlog_type all\n"
+                   + QFile::encodeName(m_folder.path()) + "/\nmax_queued_messages 1000000\n" + m_logTypes
                    + (::getuid() == 0 ? "user root\n" : "")
                    + (m_settings.contains("password_file") ? "" : "allow_anonymous true\n") + m_settings);
         file.close();
@@ -62,11 +64,13 @@ public:
         if (memory == WithoutMemory)
             QFile::remove(m_folder.filePath(QStringLiteral("mosquitto.db")));
     }
+    qint64 processId() const { return m_run ? m_run->processId() : 0; }
     QByteArray log() const { return m_run ? m_run->error() : QByteArray(); }
 
 private:
     QTemporaryDir m_folder;
     const QByteArray m_settings;
+    const QByteArray m_logTypes;
     const quint16 m_port;
     std::unique_ptr<ProgramRun> m_run;
 };
