@@ -99,11 +99,14 @@ private:
     void onPayload(uint id)
     {
         QString text;
+        const bool isRead = m_communicator->readPayload(text, id);
+        if (received == 0 && isRead && !text.contains(QLatin1String("STREAM,")))
+            return; // the reply to a repeated query
         const QByteArray expected = payload(received);
         const bool isNext = m_firstId == 0 || id == m_firstId + received;
         if (received == 0)
             m_firstId = id; // not 1, because the probe has received some payloads before
-        if (!m_communicator->readPayload(text, id) || text != QString::fromLatin1(expected) || !isNext)
+        if (!isRead || text != QString::fromLatin1(expected) || !isNext)
             ++wrong;
         ++received;
         m_receivedBytes += expected.size();
@@ -147,6 +150,7 @@ void TestStreaming::everyPayloadComesWholeToItsCommunicator()
                            [&condition](const auto &stream) { return condition(*stream); });
     };
     QVERIFY(runUntil([&] { return all([](const Stream &stream) { return stream.isFound(); }); }));
+    settle(); // On a busy machine a query is repeated, and its reply must not come into the middle of a payload.
 
     while (!all([&](const Stream &stream) { return stream.isSent(payloads); })) {
         for (const auto &stream : streams) {
