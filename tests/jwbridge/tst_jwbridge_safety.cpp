@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -60,11 +61,39 @@ QByteArray write(const QString &name, const QByteArray &content)
 // The packet with which a broker accepts a connection.
 const QByteArray welcome("\x20\x03\x00\x00\x00", 5);
 
-/// A server that is no broker. It answers each connection with `greeting`, and then sends `flood` bytes.
+/// A server that speaks TLS if it has a certificate: the files NAME.crt and NAME.key.
+class TlsServer : public QTcpServer
+{
+public:
+    explicit TlsServer(const QString &certificate)
+        : m_certificate(certificate)
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        auto *const socket = new QSslSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        if (!m_certificate.isEmpty()) {
+            socket->setLocalCertificate(m_certificate + QStringLiteral(".crt"));
+            socket->setPrivateKey(m_certificate + QStringLiteral(".key"));
+            socket->startServerEncryption();
+        }
+        addPendingConnection(socket);
+    }
+
+private:
+    const QString m_certificate;
+};
+
+/// A server that is no broker. With a `certificate` it speaks TLS. It answers each connection with `greeting`, and then
+/// sends `flood` bytes.
 class Impostor
 {
 public:
-    explicit Impostor(const QByteArray &greeting, qint64 flood = 0)
+    explicit Impostor(const QByteArray &greeting, qint64 flood = 0, const QString &certificate = QString())
+        : m_server(certificate)
     {
         QObject::connect(&m_server, &QTcpServer::newConnection, [this, greeting, flood] {
             QTcpSocket *const socket = m_server.nextPendingConnection();
@@ -78,11 +107,14 @@ public:
         });
         m_server.listen(QHostAddress::LocalHost);
     }
-    QString url() const { return QStringLiteral("mqtt://127.0.0.1:%1").arg(m_server.serverPort()); }
+    QString url(const QString &scheme = QStringLiteral("mqtt"), const QString &host = QStringLiteral("127.0.0.1")) const
+    {
+        return QStringLiteral("%1://%2:%3").arg(scheme, host).arg(m_server.serverPort());
+    }
     int connections = 0;
 
 private:
-    QTcpServer m_server;
+    TlsServer m_server;
 };
 
 } // namespace
@@ -98,6 +130,8 @@ private Q_SLOTS:
 
     void impostorIsReported_data();
     void impostorIsReported();
+    void impostorWithTlsIsReported_data();
+    void impostorWithTlsIsReported();
     void unknownNameIsReported();
     void wrongPasswordIsReported();
     void refusedTopicsAreReported();
@@ -168,9 +202,24 @@ void TestJwbridgeSafety::impostorIsReported_data()
     QTest::newRow("web server") << QByteArray("HTTP/1.1 400 Bad Request\r\n\r\n")
                                 << QByteArray("does not answer as a broker");
     QTest::newRow("endless length") << QByteArray("\x20\xff\xff\xff\xff\xff", 6) << QByteArray("does not speak MQTT 5");
-    // A CONNACK, then a message of 256 MB that never comes.
-    QTest::newRow("huge message") << QByteArray("\x20\x03\x00\x00\x00\x30\xff\xff\xff\x7f\x00\x01x", 13)
-                                  << QByteArray("connected to");
+    QTest::newRow("a message of 256 MB that never comes")
+        << welcome + QByteArray("\x30\xff\xff\xff\x7f\x00\x01x", 8) << QByteArray("a message of more than 65536 bytes");
+    // From here on, packets of MQTT 5 with bad properties. Before the properties stands the number of their bytes.
+    const QByteArray no = QByteArrayLiteral("does not speak MQTT 5");
+    QTest::newRow("CONNACK, unknown property") << QByteArray("\x20\x05\x00\x00\x02\x7f\x00", 7) << no;
+    const auto packet = [&no](const char *name, const QByteArray &bytes) {
+        QTest::newRow(name) << welcome + bytes << no;
+    };
+    packet("PUBLISH, unknown property", QByteArray("\x30\x06\x00\x01x\x02\x7f\x00", 8));
+    packet("PUBLISH with a number, unknown property", QByteArray("\x32\x08\x00\x01x\x00\x01\x02\x7f\x00", 10));
+    packet("PUBLISH, unknown property after a known one", QByteArray("\x30\x08\x00\x01x\x04\x01\x01\x7f\x00", 10));
+    packet("PUBLISH, identifier of two bytes", QByteArray("\x30\x08\x00\x01x\x04\x81\x00\x01\x7f", 10));
+    packet("PUBLISH, property longer than said", QByteArray("\x30\x0a\x00\x01x\x03\x03\x00\x02tt\x7f", 12));
+    packet("PUBLISH, properties longer than the packet", QByteArray("\x30\x06\x00\x01x\x09\x01\x01", 8));
+    packet("PUBACK, unknown property", QByteArray("\x40\x06\x00\x01\x00\x02\x7f\x00", 8));
+    packet("SUBACK, unknown property", QByteArray("\x90\x06\x00\x01\x02\x7f\x00\x01", 8));
+    packet("DISCONNECT, unknown property", QByteArray("\xe0\x04\x00\x02\x7f\x00", 6));
+    packet("AUTH, unknown property", QByteArray("\xf0\x04\x00\x02\x7f\x00", 6));
 }
 
 void TestJwbridgeSafety::impostorIsReported()
@@ -192,6 +241,32 @@ void TestJwbridgeSafety::impostorIsReported()
     bridge.sendSignal(SIGTERM);
     QVERIFY(bridge.finish());
     QCOMPARE(bridge.status(), 0);
+}
+
+void TestJwbridgeSafety::impostorWithTlsIsReported_data()
+{
+    QTest::addColumn<QByteArray>("greeting");
+    QTest::addColumn<QByteArray>("text");
+    const QByteArray unknown("\x30\x06\x00\x01x\x02\x7f\x00", 8); // a message with an unknown property
+    const QByteArray ping("\xd0\x00", 2);
+    QTest::newRow("good") << welcome << QByteArray("connected to");
+    QTest::newRow("unknown property") << welcome + unknown << QByteArray("does not speak MQTT 5");
+    // One record of TLS has at most 16384 bytes.
+    QTest::newRow("unknown property in a later record")
+        << welcome + ping.repeated(40000) + unknown << QByteArray("does not speak MQTT 5");
+    QTest::newRow("too large") << welcome + QByteArray("\x30\xff\xff\xff\x7f\x00\x01x", 8)
+                               << QByteArray("a message of more than 65536 bytes");
+}
+
+void TestJwbridgeSafety::impostorWithTlsIsReported()
+{
+    QFETCH(QByteArray, greeting);
+    QFETCH(QByteArray, text);
+    Impostor impostor(greeting, 0, certificate(QStringLiteral("right")));
+    PlainBridge bridge(impostor.url(QStringLiteral("mqtts"), QStringLiteral("localhost")), m_spool->path(),
+                       {QStringLiteral("--ca"), certificate(QStringLiteral("right.crt"))});
+    WAIT_FOR(bridge.error().contains(text));
+    QVERIFY(!bridge.isOver());
 }
 
 void TestJwbridgeSafety::unknownNameIsReported()

@@ -1,5 +1,6 @@
 #include "broker.h"
 
+#include "gate.h"
 #include "tlscontext.h"
 
 #include <QHostInfo>
@@ -16,7 +17,6 @@
 #include <utility>
 
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 
 namespace JwFleet {
 
@@ -25,7 +25,6 @@ namespace {
 constexpr int firstDelay = 250; // ms
 constexpr int longestDelay = 30000; // ms
 constexpr int steadyAfter = 5000; // ms; a connection that lasted for this time was a good one
-constexpr int receiveBuffer = 65536; // bytes
 constexpr int readPackets = 100; // packets that one call may read
 constexpr int lowestError = 128; // codes of MQTT 5 from this one on are errors
 
@@ -191,13 +190,21 @@ void Broker::open(const QByteArray &address)
         fail(lossText(result));
         return;
     }
-    // libmosquitto reads until nothing is left. With a small buffer this is soon, also if the broker sends without
-    // pause.
-    ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-    m_readable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Read);
+    m_gate = std::make_unique<Gate>(m_client.get(), m_settings.maxPacket);
+    if (m_gate->errorNumber() != 0) {
+        fail(QString::fromLocal8Bit(std::strerror(m_gate->errorNumber())));
+        return;
+    }
+    connect(m_gate.get(), &Gate::opened, this, &Broker::onOpened);
+    connect(m_gate.get(), &Gate::arrived, this, &Broker::onArrived);
+    connect(m_gate.get(), &Gate::refused, this, &Broker::onRefused);
+    connect(m_gate.get(), &Gate::broken, this, [this](int error) {
+        errno = error;
+        fail(lossText(MOSQ_ERR_ERRNO));
+    });
     m_writable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Write);
-    connect(m_readable.get(), &QSocketNotifier::activated, this, &Broker::onReadable);
-    connect(m_writable.get(), &QSocketNotifier::activated, this, &Broker::onWritable);
+    connect(m_writable.get(), &QSocketNotifier::activated, this,
+            [this] { after(mosquitto_loop_write(m_client.get(), readPackets)); });
     m_answerTimer.start();
 }
 
@@ -228,32 +235,31 @@ void Broker::setUp()
     mosquitto_connect_bind_v5(client, "", 0, m_settings.keepAlive, nullptr, properties.list());
 }
 
-void Broker::onWritable()
+void Broker::onOpened(int error)
 {
-    if (std::exchange(m_isOpening, false)) {
-        int error = 0;
-        socklen_t size = sizeof error;
-        ::getsockopt(mosquitto_socket(m_client.get()), SOL_SOCKET, SO_ERROR, &error, &size);
-        if (error != 0) {
-            fail(QString::fromLocal8Bit(std::strerror(error)));
-            return;
-        }
-    }
-    after(mosquitto_loop_write(m_client.get(), readPackets));
+    m_isOpening = false;
+    if (error != 0)
+        fail(QString::fromLocal8Bit(std::strerror(error)));
 }
 
-void Broker::onReadable()
+void Broker::onArrived()
 {
-    // libmosquitto takes a message of any size, also if the broker was asked to send no such message.
-    int waiting = 0;
-    ::ioctl(mosquitto_socket(m_client.get()), FIONREAD, &waiting);
-    m_unfinished += waiting;
-    const int result = mosquitto_loop_read(m_client.get(), readPackets);
-    if (!m_events.empty())
-        m_unfinished = 0;
-    if (m_unfinished > 2LL * m_settings.maxPacket)
+    int result = MOSQ_ERR_SUCCESS;
+    int left = 0;
+    int before = 0;
+    do { // because libmosquitto reads only some packets at once
+        before = std::exchange(left, 0);
+        result = mosquitto_loop_read(m_client.get(), readPackets);
+        ::ioctl(mosquitto_socket(m_client.get()), FIONREAD, &left);
+    } while (result == MOSQ_ERR_SUCCESS && left > 0 && left != before);
+    after(result);
+}
+
+void Broker::onRefused(PacketCheck::Result why)
+{
+    if (why == PacketCheck::TooLarge)
         m_reason = tooLargeText();
-    after(m_reason.isEmpty() ? result : MOSQ_ERR_PAYLOAD_SIZE);
+    fail(lossText(MOSQ_ERR_MALFORMED_PACKET));
 }
 
 // Must be called after each function of libmosquitto that may use the socket.
@@ -270,7 +276,7 @@ void Broker::after(int result)
 
 void Broker::update()
 {
-    m_writable->setEnabled(m_isOpening || mosquitto_want_write(m_client.get()));
+    m_writable->setEnabled(mosquitto_want_write(m_client.get()));
 }
 
 void Broker::deliver()
@@ -329,13 +335,15 @@ void Broker::close()
         QHostInfo::abortHostLookup(std::exchange(m_lookup, -1));
     m_answerTimer.stop();
     m_keepAliveTimer.stop();
-    for (std::unique_ptr<QSocketNotifier> *notifier : {&m_readable, &m_writable}) {
-        if (*notifier) { // perhaps the notifier is emitting its signal, so it is deleted later
-            (*notifier)->setEnabled(false);
-            notifier->release()->deleteLater();
-        }
+    if (m_writable) { // perhaps the notifier is emitting its signal, so it is deleted later
+        m_writable->setEnabled(false);
+        m_writable.release()->deleteLater();
     }
     m_client.reset();
+    if (m_gate) {
+        m_gate->close();
+        m_gate.release()->deleteLater();
+    }
     m_tls.reset();
     m_events.clear();
     m_filters.clear();
@@ -343,7 +351,6 @@ void Broker::close()
     m_isOpening = false;
     m_isConnected = false;
     m_isTakenOver = false;
-    m_unfinished = 0;
     m_connectedSince.invalidate();
 }
 
@@ -378,10 +385,10 @@ QString Broker::lossText(int result) const
         return m_tls->fault();
     if (!m_reason.isEmpty())
         return m_reason;
-    if (result == MOSQ_ERR_TLS || (m_tls && !m_isConnected && !m_isOpening))
-        return QStringLiteral("TLS failed: check whether the broker's port speaks TLS, and --certificate");
     if (result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET)
         return QStringLiteral("the other end does not speak MQTT 5: check the port of the broker");
+    if (result == MOSQ_ERR_TLS || (m_tls && !m_isConnected && !m_isOpening))
+        return QStringLiteral("TLS failed: check whether the broker's port speaks TLS, and --certificate");
     if (result == MOSQ_ERR_ERRNO)
         return QString::fromLocal8Bit(std::strerror(errno));
     // Some brokers do not say that another program has the same client id. They only close the connection.
@@ -468,10 +475,6 @@ void Broker::onSubscribed(mosquitto *, void *self, int number, int count, const 
 
 void Broker::onMessage(mosquitto *, void *self, const mosquitto_message *message, const mqtt5__property *properties)
 {
-    if (static_cast<quint32>(message->payloadlen) > brokerOf(self)->m_settings.maxPacket) {
-        brokerOf(self)->m_reason = brokerOf(self)->tooLargeText();
-        return;
-    }
     Event event{Event::Received};
     event.message.topic = message->topic;
     event.message.payload = QByteArray(static_cast<const char *>(message->payload), message->payloadlen);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "brokersettings.h"
+#include "packetcheck.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>
@@ -22,6 +23,7 @@ struct mqtt5__property;
 
 namespace JwFleet {
 
+class Gate;
 class TlsContext;
 
 using UserProperties = QList<QPair<QByteArray, QByteArray>>;
@@ -104,8 +106,9 @@ private:
     void onLookedUp(const QHostInfo &info);
     void open(const QByteArray &address);
     void setUp();
-    void onWritable();
-    void onReadable();
+    void onOpened(int error);
+    void onArrived();
+    void onRefused(PacketCheck::Result why);
     void after(int result);
     void update();
     void deliver();
@@ -119,8 +122,8 @@ private:
     const BrokerSettings m_settings;
     std::unique_ptr<TlsContext> m_tls;
     std::unique_ptr<mosquitto, void (*)(mosquitto *)> m_client;
-    std::unique_ptr<QSocketNotifier> m_readable;
-    std::unique_ptr<QSocketNotifier> m_writable;
+    std::unique_ptr<Gate> m_gate;
+    std::unique_ptr<QSocketNotifier> m_writable; // whether libmosquitto can write to the gate
     std::vector<Event> m_events; // noted by the functions that libmosquitto calls
     QHash<int, QByteArray> m_filters; // subscriptions that the broker has not answered, by number
     QString m_reason; // why the connection ends, if the broker said so
@@ -128,7 +131,6 @@ private:
     bool m_isConnected = false;
     bool m_isTakenOver = false;
     bool m_isCheckQueued = false;
-    qint64 m_unfinished = 0; // bytes that arrived, about, since the end of the newest message
     int m_shortConnections = 0; // that ended soon, since the newest one that lasted
     int m_lookup = -1;
     int m_attempt = 0;
