@@ -17,7 +17,8 @@
 namespace {
 
 // A board that sends this many replies to the query of the probe: the first one finds the board, the others are
-// payloads. The line is so slow that this takes about three seconds.
+// payloads. The line is so slow that this takes about three seconds. On a busy machine the query is repeated, and more
+// payloads come.
 constexpr int replies = 600;
 const char *const streaming = "serial=S1,replies=600,speed=57600";
 
@@ -138,11 +139,11 @@ void TestJwbridgeInterruptions::payloadsWaitForTheBroker()
     broker.start();
     WAIT_FOR(subscriber->messages(m_board + "/rx").size() >= replies - 1);
     publish(broker, QString::fromLatin1(m_board + "/tx"), "PJWVER");
-    WAIT_FOR(withoutRepeats(seqsOf(subscriber->messages(m_board + "/rx"))).size() == 2 * replies - 1);
+    WAIT_FOR(withoutRepeats(seqsOf(subscriber->messages(m_board + "/rx"))).size() >= 2 * replies - 1);
     const QList<qint64> seqs = withoutRepeats(seqsOf(subscriber->messages(m_board + "/rx")));
     QVERIFY(isAscending(seqs));
     QCOMPARE(seqs.first(), 1);
-    QCOMPARE(seqs.last(), 2 * replies - 1);
+    QCOMPARE(seqs.last(), seqs.size()); // no number is missing
     QCOMPARE(subscriber->newest("jw/here/lost"), QByteArray(R"({"age":0,"disk":0,"refused":0,"size":0})"));
 }
 
@@ -207,8 +208,17 @@ void TestJwbridgeInterruptions::payloadsGivenUpAreCounted()
         }
         return seqs.size();
     };
-    // Each board's first reply finds the board, and is no payload.
-    WAIT_FOR(lost() > 0 && lost() + received() == boardCount * (repliesOfEach - 1));
+    const auto newest = [&subscriber] {
+        qint64 seq = 0;
+        const QList<ReceivedMessage> all = subscriber.messages();
+        for (const ReceivedMessage &message : all)
+            seq = std::max(seq, message.property("seq"));
+        return seq;
+    };
+    // Each board's first reply finds the board, and is no payload. On a busy machine a query is repeated, and more
+    // payloads come.
+    WAIT_FOR(lost() > 0 && lost() + received() >= boardCount * (repliesOfEach - 1));
+    WAIT_FOR(lost() + received() == newest());
 }
 
 void TestJwbridgeInterruptions::forgottenBoardIsEmptiedLater()
@@ -240,6 +250,10 @@ void TestJwbridgeInterruptions::forgottenBoardIsEmptiedLater()
 void TestJwbridgeInterruptions::fullDiskLosesNothing()
 {
     BrokerRun broker;
+    broker.start();
+    Subscriber subscriber(broker); // before the bridge, so that the broker keeps each payload for it
+    subscriber.start();
+    broker.stop();
     BridgeRun bridge({boardOn("BoardA", m_port, streaming)}, broker.url(), m_spool->path());
     WAIT_FOR(spooled() > 50);
     const auto limit = [pid = bridgePid(m_spool->path())](rlim_t bytes) {
@@ -251,18 +265,16 @@ void TestJwbridgeInterruptions::fullDiskLosesNothing()
     limit(4096);
     WAIT_FOR(bridge.error().contains("can't write the spool: disk I/O error. Payloads stay in memory"));
     broker.start();
-    Subscriber subscriber(broker);
-    subscriber.start();
     // While the disk is full, payloads still go from the boards to the broker.
     WAIT_FOR(subscriber.messages(m_board + "/rx").size() >= replies - 1);
     limit(RLIM_INFINITY);
     WAIT_FOR(bridge.error().contains("the spool can be written again"));
     publish(broker, QString::fromLatin1(m_board + "/tx"), "PJWVER");
-    WAIT_FOR(withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx"))).size() == 2 * replies - 1);
+    WAIT_FOR(withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx"))).size() >= 2 * replies - 1);
     const QList<qint64> seqs = withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx")));
     QVERIFY(isAscending(seqs));
     QCOMPARE(seqs.first(), 1);
-    QCOMPARE(seqs.last(), 2 * replies - 1);
+    QCOMPARE(seqs.last(), seqs.size()); // no number is missing
     QVERIFY(!bridge.isOver());
 }
 
