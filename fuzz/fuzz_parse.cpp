@@ -24,6 +24,19 @@ bool operator==(const Outcome &a, const Outcome &b)
         && a.session.fields == b.session.fields;
 }
 
+// Reads a number as QString::toInt() of Qt 5 does. With Qt 6, toInt() does not skip all blanks, takes only the ASCII
+// minus sign, and accepts a NUL after the number.
+int readNumber(const QString &text, int base, bool *ok = nullptr)
+{
+    const QString written = text.trimmed().replace(QChar(0x2212), QLatin1Char('-'));
+    bool isNumber = false;
+    const int number = written.toInt(&isNumber, base);
+    isNumber = isNumber && !written.contains(QChar::Null);
+    if (ok)
+        *ok = isNumber;
+    return isNumber ? number : 0;
+}
+
 Outcome expectedBody(const QString &body)
 {
     static const QHash<QString, int> keys = {
@@ -51,7 +64,7 @@ Outcome expectedBody(const QString &body)
     for (int i = 0; i < parts.size(); ++i) {
         const QString &name = names[key][i];
         const bool isNumber = key == 1 && i > 0;
-        outcome.session.fields[name] = isNumber ? QVariant(parts[i].toInt()) : QVariant(parts[i]);
+        outcome.session.fields[name] = isNumber ? QVariant(readNumber(parts[i], 10)) : QVariant(parts[i]);
     }
     return outcome;
 }
@@ -70,7 +83,7 @@ Outcome expected(const QString &text)
         return {QStringLiteral("Checksum field"), {}};
     if (parts.size() == 2) {
         bool isNumber = false;
-        const int read = parts[1].toInt(&isNumber, 16);
+        const int read = readNumber(parts[1], 16, &isNumber);
         if (!isNumber)
             return {QStringLiteral("Checksum misspelled"), {}};
         int checksum = 0;

@@ -4,8 +4,8 @@
 
 namespace Nmea {
 
-/// Reads `text` as QString::toInt() of Qt 5 does, also with Qt 6. Unlike toInt() of Qt 6, it skips the blanks
-/// around the number that are not ASCII, takes the sign U+2212 as "-", and refuses a NUL after the number.
+/// Reads a number as QString::toInt() of Qt 5 does, with either Qt. toInt() of Qt 6 does not skip blanks that are not
+/// ASCII, does not take U+2212 as a minus sign, and accepts a NUL after the number.
 int readNumber(QStringView text, int base, bool *ok = nullptr);
 
 } // namespace Nmea
