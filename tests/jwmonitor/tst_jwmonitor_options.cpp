@@ -34,6 +34,7 @@ private Q_SLOTS:
     void withoutOptionsAllBoardsAreWanted();
     void takesAllOptions();
     void takesPortsByTheirDevice();
+    void takesTheBrokerOfAFleet();
     void refusesWhatItDoesNotKnow_data();
     void refusesWhatItDoesNotKnow();
     void helpAndVersionNeedNothingElse();
@@ -75,6 +76,18 @@ void TestOptions::takesPortsByTheirDevice()
     QCOMPARE(options->settings.ports, QStringList({QStringLiteral("ttyACM3"), QStringLiteral("ttyUSB0")}));
 }
 
+void TestOptions::takesTheBrokerOfAFleet()
+{
+    QVERIFY(!parse("")->broker);
+    const auto options = parse("--fleet mqtts://broker.example --prefix lab/1 --ca ca.pem --palette dark");
+    QVERIFY(options);
+    QCOMPARE(options->broker->address.text(), QStringLiteral("mqtts://broker.example:8883"));
+    QCOMPARE(options->broker->caFile, QStringLiteral("ca.pem"));
+    QCOMPARE(options->prefix, QStringLiteral("lab/1"));
+    QCOMPARE(*options->palette, Theme::Palette::Dark);
+    QCOMPARE(parse("--fleet mqtt://broker.example")->prefix, QStringLiteral("jw"));
+}
+
 void TestOptions::refusesWhatItDoesNotKnow_data()
 {
     QTest::addColumn<QString>("error");
@@ -86,6 +99,20 @@ void TestOptions::refusesWhatItDoesNotKnow_data()
     row("--delay soon", "--delay \"soon\" is not allowed: give a whole number from 0 to 3600000");
     row("--delay -1", "--delay \"-1\" is not allowed: give a whole number from 0 to 3600000");
     row("--retries 10001", "--retries \"10001\" is not allowed: give a whole number from 0 to 10000");
+    row("--fleet broker.example",
+        "\"broker.example\" is no address of a broker: give mqtt://HOST:PORT or mqtts://HOST:PORT");
+    for (const char *option : {"--type BoardA", "--port ttyACM0", "--delay 20", "--retries 1"}) {
+        row(qPrintable(QStringLiteral("--fleet mqtt://x ") + QLatin1String(option)),
+            qPrintable(QStringLiteral("%1 is for ports of this machine, and --fleet opens none: leave one of them out")
+                           .arg(QString::fromLatin1(option).section(QLatin1Char(' '), 0, 0))));
+    }
+    for (const char *option : {"--prefix", "--login", "--ca", "--certificate", "--key"}) {
+        row(qPrintable(QLatin1String(option) + QStringLiteral(" x")),
+            qPrintable(QLatin1String(option) + QStringLiteral(" is for --fleet: give --fleet BROKER too")));
+    }
+    row("--fleet mqtt://x --prefix +",
+        "--prefix \"+\" is not allowed: give at most 200 printable characters without blanks, \"+\" and \"#\", not "
+        "beginning with \"$\"; a \"/\" must stand between two names");
     row("--palette red", "--palette \"red\" is not known: allowed are light and dark");
 }
 

@@ -89,6 +89,7 @@ class Packages(unittest.TestCase):
             dependencies = self.field("jwdevice-monitor", "Depends")
             self.assertIn("libjwdevice0.1 (= ", dependencies)
             self.assertIn("libjwdevice-watch0.1 (= ", dependencies)
+            self.assertIn("libmosquitto1", dependencies)
 
         def test_bridge_has_the_service_and_what_belongs_to_it(self):
             _, files = self.files("jwdevice-bridge")

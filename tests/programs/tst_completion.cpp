@@ -260,7 +260,11 @@ void TestCompletion::jwmonitor_data()
     const auto row = [](const char *line, const char *replies) {
         QTest::newRow(line) << QString::fromLatin1(line) << QByteArray(replies);
     };
-    row("jwmonitor --p", "--palette --port");
+    row("jwmonitor --p", "--palette --port --prefix");
+    row("jwmonitor --fleet m", "mqtt mqtts");
+    row("jwmonitor --fleet mqtt://x --", "--ca --certificate --help --key --login --palette --prefix --version");
+    row("jwmonitor --port=ttyACM0 --", "--delay --help --palette --port --retries --type --version");
+    row("jwmonitor --login x --", "--ca --certificate --fleet --help --key --login --palette --prefix --version");
     row("jwmonitor --type ", "BoardA BoardB BoardC");
     row("jwmonitor --type=BoardB", "BoardB");
     row("jwmonitor --type=", "BoardA BoardB BoardC");

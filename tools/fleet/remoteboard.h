@@ -37,6 +37,8 @@ struct RemoteBoard
 
     /// Returns whether the board can be used.
     bool isThere() const { return state == QLatin1String("ready"); }
+    /// Returns why the board can't be used, as a word for programs.
+    QString loss() const { return reason.isEmpty() ? state : reason; }
 };
 
 /// A candidate port of a machine, see the topic "ports".
@@ -50,5 +52,12 @@ struct RemotePort
     /// Returns whether the search ended without a board.
     bool isRefused() const { return state != QLatin1String("ready") && state != QLatin1String("probing"); }
 };
+
+/// Returns the full name of a board: "MACHINE/ID".
+QString fullName(const RemoteBoard &board);
+/// Returns a word for programs, for example "cablePulled", as words for people.
+QString wordsOf(const QString &name);
+/// Returns for people whether the board can be used, or why not.
+QString stateText(const RemoteBoard &board);
 
 } // namespace JwFleet

@@ -1,6 +1,9 @@
 #include "mainwindow.h"
 #include "options.h"
 
+#ifdef JWMONITOR_HAS_FLEET
+#include <jwmonitor/fleet/fleetboards.h>
+#endif
 #include <jwmonitor/look/qtversion.h>
 
 #include <logger/logger.h>
@@ -9,6 +12,7 @@
 #include <QIcon>
 #include <QTextStream>
 
+#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -60,6 +64,13 @@ int main(int argc, char **argv)
     options = JwMonitor::parseOptions(QCoreApplication::arguments(), &error);
     if (!options)
         return show(stderr, QStringLiteral("jwmonitor: ") + error, 2);
+#ifndef JWMONITOR_HAS_FLEET
+    if (options->broker)
+        return show(stderr,
+                    QStringLiteral("jwmonitor: this jwmonitor was built without --fleet: build it with "
+                                   "JWDEVICE_BUILD_BRIDGE=ON"),
+                    2);
+#endif
     if (isBlind)
         return show(stderr,
                     QStringLiteral("jwmonitor: there is no display here (neither DISPLAY nor WAYLAND_DISPLAY "
@@ -70,6 +81,16 @@ int main(int argc, char **argv)
     loggerInstance()->clearSinks();
     loggerInstance()->setLevel(Logger::Trace);
     JwMonitor::Theme::apply(app, options->palette.value_or(JwMonitor::Theme::of(QApplication::palette())));
+#ifdef JWMONITOR_HAS_FLEET
+    if (options->broker) {
+        std::signal(SIGPIPE, SIG_IGN); // libmosquitto and OpenSSL write to sockets that the broker may have closed
+        JwMonitor::FleetBoards boards(*options->broker, options->prefix);
+        JwMonitor::MainWindow window(&boards);
+        window.show();
+        boards.start();
+        return QApplication::exec();
+    }
+#endif
     JwMonitor::MainWindow window;
     window.show();
     window.find(options->settings);

@@ -2,11 +2,14 @@
 
 #include <jwmonitor/find/boardsbar.h>
 #include <jwmonitor/find/findbar.h>
+#include <jwmonitor/find/portsmodel.h>
 #include <jwmonitor/find/portsview.h>
+#include <jwmonitor/fleet/remoteboards.h>
 #include <jwmonitor/log/logmodel.h>
 #include <jwmonitor/log/logview.h>
 #include <jwmonitor/look/theme.h>
 #include <jwmonitor/plot/plotview.h>
+#include <jwmonitor/send/remotesender.h>
 #include <jwmonitor/send/sendpanel.h>
 #include <jwmonitor/timeline/timelinecanvas.h>
 #include <jwmonitor/timeline/timelineview.h>
@@ -39,8 +42,9 @@ QKeySequence shortcut(const QString &keys)
 
 } // namespace
 
-MainWindow::MainWindow(QWidget *parent)
+MainWindow::MainWindow(RemoteBoards *remote, QWidget *parent)
     : QMainWindow(parent)
+    , m_remote(remote)
     , m_timeline(&m_finder)
     , m_traffic(new TrafficModel(this))
     , m_log(new LogModel(this))
@@ -52,8 +56,11 @@ MainWindow::MainWindow(QWidget *parent)
 
     auto *centre = new QWidget(this);
     auto *layout = new QVBoxLayout(centre);
+    auto *boardsBar = new BoardsBar(&m_finder, this);
     layout->addWidget(m_findBar);
-    layout->addWidget(new BoardsBar(&m_finder, this));
+    layout->addWidget(boardsBar);
+    m_findBar->setVisible(!m_remote);
+    boardsBar->setVisible(!m_remote);
     layout->addWidget(m_tabs, 1);
     setCentralWidget(centre);
 
@@ -62,7 +69,10 @@ MainWindow::MainWindow(QWidget *parent)
     createPlotTab();
     createLogTab();
     createMenus();
-    connectFinder();
+    if (m_remote)
+        connectRemote();
+    else
+        connectFinder();
     m_status->setObjectName(QStringLiteral("searchStatus"));
     m_status->setTextFormat(Qt::PlainText);
     m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred); // a long text must not widen the window
@@ -80,8 +90,15 @@ MainWindow::~MainWindow()
 void MainWindow::createPortsTab()
 {
     auto *splitter = new QSplitter(Qt::Vertical, this);
-    auto *ports = new PortsView(&m_finder, splitter);
+    const PortRows *rows = &m_finder;
+    if (m_remote)
+        rows = m_remote;
+    auto *ports = new PortsView(rows, splitter);
     m_timelineView = new TimelineView(&m_timeline, splitter);
+    // Other machines report neither USB ids nor the events of their probes.
+    ports->setColumnHidden(PortsModel::UsbId, m_remote);
+    ports->setColumnHidden(PortsModel::Time, m_remote);
+    m_timelineView->setVisible(!m_remote);
     splitter->setChildrenCollapsible(false);
     splitter->setStretchFactor(0, 2);
     splitter->setStretchFactor(1, 3);
@@ -124,10 +141,12 @@ void MainWindow::createLogTab()
 void MainWindow::createMenus()
 {
     QMenu *boards = menuBar()->addMenu(tr("&Boards"));
-    boards->addAction(tr("&Find"), m_findBar, &FindBar::find)->setShortcut(shortcut(QStringLiteral("F5")));
-    boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested)
-        ->setShortcut(shortcut(QStringLiteral("Shift+F5")));
-    boards->addSeparator();
+    if (!m_remote) {
+        boards->addAction(tr("&Find"), m_findBar, &FindBar::find)->setShortcut(shortcut(QStringLiteral("F5")));
+        boards->addAction(tr("&Stop"), m_findBar, &FindBar::stopRequested)
+            ->setShortcut(shortcut(QStringLiteral("Shift+F5")));
+        boards->addSeparator();
+    }
     boards->addAction(tr("&Quit"), this, &QWidget::close)->setShortcut(shortcut(QStringLiteral("Ctrl+Q")));
 
     QMenu *views = menuBar()->addMenu(tr("&View"));
@@ -162,6 +181,23 @@ void MainWindow::connectFinder()
     connect(&m_finder, &BoardFinder::boardLost, m_sendPanel, &SendPanel::removeBoard);
 }
 
+void MainWindow::connectRemote()
+{
+    connect(m_remote, &RemoteBoards::changed, this, &MainWindow::updateStatus);
+    connect(m_remote, &RemoteBoards::boardFound, this, [this](const QString &board, const QString &type) {
+        m_sendPanel->addBoard(board, type, new RemoteSender(m_remote, board, m_traffic));
+    });
+    // A board that is lost stays in the list. If it left, the next line would go to another board.
+    connect(m_remote, &RemoteBoards::boardForgotten, m_sendPanel, &SendPanel::removeBoard);
+    connect(m_remote, &RemoteBoards::payloadReceived, m_traffic, &TrafficModel::append);
+    connect(m_remote, &RemoteBoards::sendFinished, this,
+            [this](const QString &board, uint number, const QString &error) {
+                m_traffic->markResult(board, number, error.isEmpty());
+                if (!error.isEmpty())
+                    m_sendPanel->showFailure(board, number, error);
+            });
+}
+
 void MainWindow::find(const JwTools::SearchSettings &settings)
 {
     m_findBar->setSettings(settings);
@@ -182,6 +218,10 @@ void MainWindow::addBoard(const BoardLink &link)
 
 void MainWindow::updateStatus()
 {
+    if (m_remote) {
+        m_status->setText(m_remote->summary());
+        return;
+    }
     m_findBar->setStarted(m_finder.isStarted());
     int found = 0;
     const QVector<PortEntry> entries = m_finder.ports();

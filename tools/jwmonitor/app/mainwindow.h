@@ -12,6 +12,7 @@ namespace JwMonitor {
 
 class FindBar;
 class LogModel;
+class RemoteBoards;
 class SendPanel;
 class TimelineView;
 class TrafficModel;
@@ -25,7 +26,9 @@ class MainWindow : public QMainWindow
 public:
     enum View { PortsTab, TrafficTab, PlotTab, LogTab };
 
-    explicit MainWindow(QWidget *parent = nullptr);
+    /// With `remote`, the window shows the boards of other machines instead of those of this machine. `remote` must
+    /// outlive the window.
+    explicit MainWindow(RemoteBoards *remote = nullptr, QWidget *parent = nullptr);
     ~MainWindow() override;
 
     /// Starts a search with `settings`.
@@ -40,10 +43,12 @@ private:
     void createLogTab();
     void createMenus();
     void connectFinder();
+    void connectRemote();
     void addBoard(const BoardLink &link);
     void updateStatus();
     void showAbout();
 
+    RemoteBoards *const m_remote; // null if the window shows the boards of this machine
     BoardFinder m_finder;
     ProbeTimeline m_timeline;
     TrafficModel *const m_traffic;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <common/searchsettings.h>
+#include <fleet/brokersettings.h>
 #include <jwmonitor/look/theme.h>
 
 #include <QString>
@@ -17,6 +18,8 @@ struct Options
 
     Action action = ShowWindow;
     JwTools::SearchSettings settings; ///< the settings of the first search; without --type, they contain all types
+    std::optional<JwFleet::BrokerSettings> broker; ///< the broker of --fleet, without client id and will
+    QString prefix = QStringLiteral("jw"); ///< beginning of the topics of --fleet
     std::optional<Theme::Palette> palette; ///< the chosen palette; if empty, the desktop decides
 };
 

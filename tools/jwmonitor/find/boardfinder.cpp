@@ -39,7 +39,7 @@ PortEntry forgotten(const PortEntry &entry)
 } // namespace
 
 BoardFinder::BoardFinder(QObject *parent)
-    : QObject(parent)
+    : PortRows(parent)
 {
     m_refreshTimer.setSingleShot(true);
     m_refreshTimer.setInterval(refreshInterval);

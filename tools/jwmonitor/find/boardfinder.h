@@ -1,6 +1,6 @@
 #pragma once
 
-#include "portentry.h"
+#include "portrows.h"
 #include <common/searchsettings.h>
 #include <jwmonitor/traffic/boardlink.h>
 
@@ -9,10 +9,8 @@
 
 #include <QHash>
 #include <QMap>
-#include <QObject>
 #include <QStringList>
 #include <QTimer>
-#include <QVector>
 
 namespace JwMonitor {
 
@@ -21,7 +19,7 @@ namespace JwMonitor {
  * BoardWatch finds the boards from start() to stop(). Before start() and after stop(), the BoardWatch only lists the
  * ports.
  */
-class BoardFinder : public QObject
+class BoardFinder : public PortRows
 {
     Q_OBJECT
 
@@ -38,20 +36,18 @@ public:
     void stop();
 
     bool isStarted() const { return m_isStarted; }
-    /// Returns whether a port may still answer.
+    /// Returns whether a port may still answer. The signal changed() reports a change of this too.
     bool isSearching() const { return m_isSearching; }
 
     /// Returns the rows, sorted by the names of their ports: the ports of the system, the lost boards, and the ports
     /// that the user named but that the system does not have.
-    QVector<PortEntry> ports() const;
+    QVector<PortEntry> ports() const override;
     /// Returns the wanted types. Empty before start().
     QList<JwDevice::Type> types() const { return m_settings.types; }
 
 Q_SIGNALS:
     void started(); ///< emitted at each start()
     void stopped(); ///< emitted when start() or stop() ends a running search; ports() has its results
-    /// Emitted when ports() or isSearching() may have changed.
-    void changed();
     /// Emitted for each event of a probe. Don't run an event loop in the slot, because the slot runs in the middle of a
     /// function of the Initializer.
     void portEvent(const JwDevice::PortEvent &event);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <jwmonitor/look/theme.h>
+
 #include <device/portreport.h>
 
 #include <QString>
@@ -24,6 +26,18 @@ inline bool operator==(const SystemPort &a, const SystemPort &b)
         && a.serialNumber == b.serialNumber;
 }
 
+/// The state of a machine, board or port on a broker.
+struct RemoteState
+{
+    QString text;
+    Theme::Role role;
+};
+
+inline bool operator==(const RemoteState &a, const RemoteState &b)
+{
+    return a.text == b.text && a.role == b.role;
+}
+
 /// One row in the table of ports: a port, and the board on it. The row follows the board to another port.
 struct PortEntry
 {
@@ -45,6 +59,7 @@ struct PortEntry
     JwDevice::Type type = JwDevice::Unknown; ///< type of the board; Unknown if `stay` is NoBoard
     std::optional<JwDevice::PortReport> report; ///< the newest report; empty if the port is not a candidate
     bool isOver = false; ///< whether the search was stopped, so that the report is final
+    std::optional<RemoteState> remote; ///< if set, the row is not of this machine, and this is its state
     double milliseconds = -1; ///< time from the start of the port's probe to the verdict; negative without a verdict
 };
 

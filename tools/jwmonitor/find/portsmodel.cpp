@@ -20,6 +20,8 @@ QString identity(const SystemPort &port)
 
 QString stateText(const PortEntry &entry)
 {
+    if (entry.remote)
+        return entry.remote->text;
     switch (entry.stay) {
     case PortEntry::Found:
         return PortsModel::tr("found");
@@ -35,6 +37,8 @@ QString stateText(const PortEntry &entry)
 
 Theme::Role stateRole(const PortEntry &entry)
 {
+    if (entry.remote)
+        return entry.remote->role;
     if (entry.stay != PortEntry::NoBoard)
         return entry.stay == PortEntry::Lost ? Theme::Problem : Theme::Good;
     if (!entry.report)
@@ -63,7 +67,7 @@ bool isSame(const PortEntry &a, const PortEntry &b)
         ? a.report->verdict == b.report->verdict && verdictText(*a.report, a.isOver) == verdictText(*b.report, b.isOver)
         : !a.report && !b.report;
     return a.port == b.port && a.isPresent == b.isPresent && a.stay == b.stay && a.type == b.type && sameReport
-        && qFuzzyCompare(a.milliseconds + 2, b.milliseconds + 2);
+        && a.remote == b.remote && qFuzzyCompare(a.milliseconds + 2, b.milliseconds + 2);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "portsview.h"
 
-#include "boardfinder.h"
+#include "portrows.h"
 #include "portsmodel.h"
 
 #include <QEvent>
@@ -26,9 +26,9 @@ public:
 
 } // namespace
 
-PortsView::PortsView(const BoardFinder *finder, QWidget *parent)
+PortsView::PortsView(const PortRows *rows, QWidget *parent)
     : QTableView(parent)
-    , m_finder(finder)
+    , m_rows(rows)
     , m_model(new PortsModel(this))
 {
     m_model->setPalette(palette());
@@ -45,7 +45,7 @@ PortsView::PortsView(const BoardFinder *finder, QWidget *parent)
     horizontalHeader()->setHighlightSections(false);
     horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     horizontalHeader()->setSectionResizeMode(PortsModel::State, QHeaderView::Stretch);
-    connect(m_finder, &BoardFinder::changed, this, &PortsView::refresh);
+    connect(m_rows, &PortRows::changed, this, &PortsView::refresh);
     connect(selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this](const QModelIndex &current) {
         Q_EMIT portChosen(current.isValid() ? m_model->entry(current.row()).port.name : QString());
     });
@@ -56,7 +56,7 @@ PortsView::~PortsView() = default;
 
 void PortsView::refresh()
 {
-    m_model->setEntries(m_finder->ports());
+    m_model->setEntries(m_rows->ports());
 }
 
 void PortsView::changeEvent(QEvent *event)

@@ -4,7 +4,7 @@
 
 namespace JwMonitor {
 
-class BoardFinder;
+class PortRows;
 class PortsModel;
 
 /// Shows the table of ports and boards.
@@ -13,8 +13,8 @@ class PortsView : public QTableView
     Q_OBJECT
 
 public:
-    /// `finder` must outlive the view.
-    explicit PortsView(const BoardFinder *finder, QWidget *parent = nullptr);
+    /// `rows` must outlive the view.
+    explicit PortsView(const PortRows *rows, QWidget *parent = nullptr);
     ~PortsView() override;
 
 Q_SIGNALS:
@@ -27,7 +27,7 @@ protected:
 private:
     void refresh();
 
-    const BoardFinder *const m_finder;
+    const PortRows *const m_rows;
     PortsModel *const m_model;
 };
 

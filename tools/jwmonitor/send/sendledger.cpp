@@ -8,7 +8,7 @@
 namespace JwMonitor {
 
 SendLedger::SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent)
-    : QObject(parent)
+    : LineSender(parent)
     , m_link(link)
     , m_model(model)
 {
@@ -18,17 +18,20 @@ SendLedger::SendLedger(const BoardLink &link, TrafficModel *model, QObject *pare
 
 SendLedger::~SendLedger() = default;
 
+// Returns whether the Communicator of the board exists and its port is open.
 bool SendLedger::isOpen() const
 {
     return m_link.communicator && m_link.communicator->device() && m_link.communicator->device()->isWritable();
 }
 
-uint SendLedger::send(const QString &sentence)
+uint SendLedger::send(const QString &sentence, QString *error)
 {
     const qint64 timeUs = microsecondsSinceEpoch();
-    const uint id = m_link.communicator->writePayload(sentence);
-    if (id == 0)
+    const uint id = isOpen() ? m_link.communicator->writePayload(sentence) : 0;
+    if (id == 0) {
+        *error = tr("the board on %1 is gone. Plug it in, or choose another one").arg(m_link.port);
         return 0;
+    }
     m_model->append({timeUs, m_link.port, Direction::Sent, sentence, id, Transfer::None, m_link.id});
     m_waiting.enqueue({id, sentence.size()});
     return id;

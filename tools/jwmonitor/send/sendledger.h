@@ -1,8 +1,8 @@
 #pragma once
 
+#include "linesender.h"
 #include <jwmonitor/traffic/boardlink.h>
 
-#include <QObject>
 #include <QPair>
 #include <QQueue>
 
@@ -10,9 +10,9 @@ namespace JwMonitor {
 
 class TrafficModel;
 
-/// Sends payloads to one board. Marks each payload in the model as taken when the system has taken all its bytes from
-/// the port.
-class SendLedger : public QObject
+/// Sends payloads to a board of this machine. Marks each payload in the model as taken when the system has taken all
+/// its bytes from the port.
+class SendLedger : public LineSender
 {
     Q_OBJECT
 
@@ -20,12 +20,10 @@ public:
     SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent = nullptr);
     ~SendLedger() override;
 
-    /// Returns whether the Communicator of the board exists and its port is open.
-    bool isOpen() const;
-    /// Sends a whole sentence. The port must be open. Returns the id of the payload, or 0 if the write failed.
-    uint send(const QString &sentence);
+    uint send(const QString &sentence, QString *error) override;
 
 private:
+    bool isOpen() const;
     void settle();
 
     const BoardLink m_link;

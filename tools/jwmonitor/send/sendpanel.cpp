@@ -61,26 +61,41 @@ SendPanel::~SendPanel() = default;
 
 void SendPanel::addBoard(const BoardLink &link)
 {
-    removeLedger(link.port);
-    m_ledgers.insert(link.port, new SendLedger(link, m_model, this));
-    const QString text = tr("%1: %2").arg(link.port, JwTools::boardName(link.type));
-    const int index = m_board->findData(link.port);
+    addBoard(link.port, JwTools::boardName(link.type), new SendLedger(link, m_model));
+}
+
+void SendPanel::addBoard(const QString &name, const QString &type, LineSender *sender)
+{
+    removeSender(name);
+    sender->setParent(this);
+    m_senders.insert(name, sender);
+    const QString text = tr("%1: %2").arg(name, type);
+    const int index = m_board->findData(name);
     if (index < 0)
-        m_board->addItem(text, link.port);
+        m_board->addItem(text, name);
     else
         m_board->setItemText(index, text);
+    if (name.size() > m_widest.size()) {
+        m_widest = name;
+        showTrafficColumns(m_table, TrafficColumn::SentOnly, m_widest);
+    }
 }
 
-void SendPanel::removeBoard(const QString &port)
+void SendPanel::removeBoard(const QString &name)
 {
-    removeLedger(port);
-    m_board->removeItem(m_board->findData(port));
+    removeSender(name);
+    m_board->removeItem(m_board->findData(name));
 }
 
-void SendPanel::removeLedger(const QString &port)
+void SendPanel::showFailure(const QString &name, uint id, const QString &error)
 {
-    delete m_ledgers.take(port);
-    m_model->markLost(port);
+    showMessage(tr("The payload with id %1 for %2 failed: %3.").arg(QString::number(id), name, error), true);
+}
+
+void SendPanel::removeSender(const QString &name)
+{
+    delete m_senders.take(name);
+    m_model->markLost(name);
 }
 
 void SendPanel::changeEvent(QEvent *event)
@@ -132,9 +147,9 @@ void SendPanel::updatePreview()
 void SendPanel::send()
 {
     const JwTools::SentenceFrame frame(m_line->text());
-    const QString port = m_board->currentData().toString();
-    SendLedger *ledger = m_ledgers.value(port);
-    if (!ledger) {
+    const QString name = m_board->currentData().toString();
+    LineSender *sender = m_senders.value(name);
+    if (!sender) {
         showMessage(tr("There is no board to send to: find one first."), true);
         return;
     }
@@ -142,13 +157,14 @@ void SendPanel::send()
         showMessage(frame.fault(), true);
         return;
     }
-    const uint id = ledger->isOpen() ? ledger->send(frame.sentence()) : 0;
+    QString error;
+    const uint id = sender->send(frame.sentence(), &error);
     if (id == 0) {
-        showMessage(tr("Not sent: the board on %1 is gone. Plug it in, or choose another one.").arg(port), true);
+        showMessage(tr("Not sent: %1.").arg(error), true);
         return;
     }
     m_line->finish();
-    showMessage(tr("Sent to %1 with id %2.").arg(port).arg(id), false);
+    showMessage(tr("Sent to %1 with id %2.").arg(name).arg(id), false);
 }
 
 void SendPanel::showMessage(const QString &text, bool isFault)

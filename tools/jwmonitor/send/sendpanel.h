@@ -12,8 +12,8 @@ namespace JwMonitor {
 
 class HistoryFilter;
 class HistoryTable;
+class LineSender;
 class RecallLine;
-class SendLedger;
 class TrafficModel;
 
 /// Sends lines to a board. Shows the sentence that each line becomes, and a table of all sent payloads with their
@@ -28,8 +28,13 @@ public:
 
     /// Adds a board to which the user can send. Replaces an earlier board on the same port.
     void addBoard(const BoardLink &link);
-    /// Removes the board on `port`. Its Communicator may already be deleted. Ignores unknown ports.
-    void removeBoard(const QString &port);
+    /// Adds a board with this name and type, or replaces the board with this name. The panel then owns `sender`.
+    void addBoard(const QString &name, const QString &type, LineSender *sender);
+    /// Removes the board with this name: its port, or the name that was given to addBoard(). Its Communicator may
+    /// already be deleted. Ignores unknown names.
+    void removeBoard(const QString &name);
+    /// Shows that a payload that this panel sent did not reach its board.
+    void showFailure(const QString &name, uint id, const QString &error);
 
 protected:
     void changeEvent(QEvent *event) override;
@@ -37,7 +42,7 @@ protected:
 private:
     void createLayout();
     void showSentOnly();
-    void removeLedger(const QString &port);
+    void removeSender(const QString &name);
     void updatePreview();
     void send();
     void showMessage(const QString &text, bool isFault);
@@ -49,7 +54,8 @@ private:
     QLabel *const m_message;
     HistoryFilter *const m_sent;
     HistoryTable *const m_table;
-    QHash<QString, SendLedger *> m_ledgers; // key: name of the port on which the board is
+    QHash<QString, LineSender *> m_senders; // by name of the board
+    QString m_widest; // the longest name of a board
     bool m_messageIsFault;
 };
 

@@ -28,7 +28,9 @@ QString progressToolTip(const Cell &cell)
 {
     switch (cell.record.transfer) {
     case Transfer::Waiting:
-        return Columns::tr("The payload waits in the port until the system takes it.");
+        return Columns::tr(
+            "The payload waits in the port until the system takes it. If the board is on another machine, "
+            "the bridge has not yet answered.");
     case Transfer::Taken:
         return Columns::tr("The system took the payload. The Communicator did not report it as transferred, and may "
                            "never do so: it counts each report of the port for its first payloads again.");
@@ -37,6 +39,10 @@ QString progressToolTip(const Cell &cell)
     case Transfer::Lost:
         return Columns::tr("The payload still waited in the port when the board was lost or let go. Send it again when "
                            "the board is back.");
+    case Transfer::Written:
+        return Columns::tr("The bridge of the other machine wrote the payload to the board.");
+    case Transfer::Failed:
+        return Columns::tr("The bridge of the other machine did not report that it wrote the payload.");
     case Transfer::None:
         break;
     }
@@ -58,7 +64,7 @@ std::optional<Theme::Role> checksumColour(const Cell &cell)
 
 std::optional<Theme::Role> progressColour(const Cell &cell)
 {
-    if (cell.record.transfer == Transfer::Lost)
+    if (cell.record.transfer == Transfer::Lost || cell.record.transfer == Transfer::Failed)
         return Theme::Problem;
     return cell.record.transfer == Transfer::Waiting ? Theme::Waiting : Theme::Good;
 }
@@ -119,11 +125,13 @@ QVector<TrafficColumn> trafficFileColumns()
     return columns;
 }
 
-void showTrafficColumns(HistoryTable *table, TrafficColumn::View view)
+void showTrafficColumns(HistoryTable *table, TrafficColumn::View view, const QString &widest)
 {
     QStringList samples;
     for (const TrafficColumn &column : trafficColumns())
         samples.append(column.sample);
+    if (widest.size() > samples.at(TrafficColumn::Port).size())
+        samples[TrafficColumn::Port] = widest;
     table->setColumnTexts(samples);
     for (const TrafficColumn &column : trafficColumns())
         table->setColumnHidden(column.key, (column.views & view) == 0);

@@ -53,7 +53,8 @@ const QVector<TrafficColumn> &trafficColumns();
 /// Returns all columns in the order of a saved file.
 QVector<TrafficColumn> trafficFileColumns();
 
-/// Shows the columns of `view`, each as wide as its `sample` needs, and hides the other columns.
-void showTrafficColumns(HistoryTable *table, TrafficColumn::View view);
+/// Shows the columns of `view`, each as wide as its `sample` needs, and hides the other columns. The column of the port
+/// has also room for `widest`, the longest name of a port or board.
+void showTrafficColumns(HistoryTable *table, TrafficColumn::View view, const QString &widest = QString());
 
 } // namespace JwMonitor

@@ -43,6 +43,11 @@ void TrafficModel::markTransferred(const QString &port, uint id)
     mark(port, id, Transfer::Transferred);
 }
 
+void TrafficModel::markResult(const QString &board, uint id, bool isWritten)
+{
+    mark(board, id, isWritten ? Transfer::Written : Transfer::Failed);
+}
+
 void TrafficModel::markLost(const QString &port)
 {
     for (const qint64 number : m_sent) {

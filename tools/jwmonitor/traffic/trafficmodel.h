@@ -25,6 +25,8 @@ public:
     void markTaken(const QString &port, uint id);
     /// Marks the payload `id` for `port` as transferred. Call this when the Communicator of `port` reports it.
     void markTransferred(const QString &port, uint id);
+    /// Marks the payload `id` for a board of another machine as written, or as failed.
+    void markResult(const QString &board, uint id, bool isWritten);
     /// Marks the waiting payloads for `port` as lost. They are never sent, because the board was lost or closed.
     void markLost(const QString &port);
 

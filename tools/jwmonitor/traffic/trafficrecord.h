@@ -14,6 +14,8 @@ enum class Transfer {
     Taken, ///< the system took all bytes of the payload from the port
     Transferred, ///< the Communicator reported the payload as transferred
     Lost, ///< the payload still waited when the board was lost or closed
+    Written, ///< the bridge of another machine wrote the payload to the board
+    Failed, ///< the bridge of another machine reported an error, or nothing
 };
 
 /// A payload that was received from a board or sent to a board.

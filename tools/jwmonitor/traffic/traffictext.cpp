@@ -47,6 +47,10 @@ QString TrafficText::transfer(Transfer transfer)
         return tr("transferred");
     case Transfer::Lost:
         return tr("not sent: the board went");
+    case Transfer::Written:
+        return tr("written");
+    case Transfer::Failed:
+        return tr("failed");
     case Transfer::None:
         break;
     }

@@ -198,6 +198,10 @@ void TrafficView::addPorts(int first, int last)
         const TrafficRecord &record = m_model->record(row);
         if (!m_names.add(record))
             continue;
+        if (record.port.size() > m_widest.size()) {
+            m_widest = record.port;
+            showColumns();
+        }
         if (m_port->findData(record.key()) < 0)
             m_port->addItem(QString(), record.key());
         while (m_port->count() > 1 + mostBoards) { // the first item stands for all boards
@@ -220,7 +224,13 @@ void TrafficView::askAndSave()
 
 void TrafficView::showRaw(bool raw)
 {
-    showTrafficColumns(m_table, raw ? TrafficColumn::Undecoded : TrafficColumn::Decoded);
+    m_isRaw = raw;
+    showColumns();
+}
+
+void TrafficView::showColumns()
+{
+    showTrafficColumns(m_table, m_isRaw ? TrafficColumn::Undecoded : TrafficColumn::Decoded, m_widest);
 }
 
 void TrafficView::updateStatus()

@@ -47,12 +47,15 @@ private:
     void addPorts(int first, int last);
     void askAndSave();
     void showRaw(bool raw);
+    void showColumns();
     void updateStatus();
 
     TrafficModel *const m_model;
     HistoryFilter *const m_filter;
     HistoryScan *const m_portScan;
     BoardNames m_names;
+    QString m_widest; // the longest name of a port or board
+    bool m_isRaw = false;
     HistoryTable *const m_table;
     QComboBox *const m_port;
     QComboBox *const m_direction;

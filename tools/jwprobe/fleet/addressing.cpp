@@ -1,6 +1,5 @@
 #include "addressing.h"
 
-#include "fleetevent.h"
 #include <common/boardtype.h>
 #include <common/printable.h>
 #include <jwprobe/app/options.h>
@@ -18,11 +17,6 @@ bool isNamed(const JwFleet::RemoteBoard &board, const QString &name)
 }
 
 } // namespace
-
-QString fullName(const JwFleet::RemoteBoard &board)
-{
-    return board.host + QLatin1Char('/') + board.id;
-}
 
 bool isWanted(const JwFleet::RemoteBoard &board, const Options &options)
 {

@@ -11,9 +11,6 @@ namespace JwProbe {
 
 struct Options;
 
-/// Returns the full name of a board: "MACHINE/ID".
-QString fullName(const JwFleet::RemoteBoard &board);
-
 /// Returns whether the user wants to see this board, see --type and --id.
 bool isWanted(const JwFleet::RemoteBoard &board, const Options &options);
 

@@ -1,6 +1,5 @@
 #include "fleetevent.h"
 
-#include "addressing.h"
 #include <common/printable.h>
 #include <jwprobe/output/output.h>
 #include <jwprobe/search/portidentity.h>
@@ -34,21 +33,6 @@ QString eventName(FleetEvent::Kind kind)
     return QStringLiteral("refused");
 }
 
-// Returns a word in camel case as words, for example "cable pulled".
-QString wordsOf(const QString &name)
-{
-    QString words;
-    for (const QChar c : name)
-        words += c.isUpper() ? QLatin1Char(' ') + QString(c.toLower()) : QString(c);
-    return JwTools::printable(words);
-}
-
-// Returns why the board is lost, as a word.
-QString reasonOf(const JwFleet::RemoteBoard &board)
-{
-    return board.reason.isEmpty() ? board.state : board.reason;
-}
-
 QString detailText(const FleetEvent &event)
 {
     const JwFleet::RemoteBoard &board = event.board;
@@ -56,7 +40,7 @@ QString detailText(const FleetEvent &event)
     case FleetEvent::Online:
         return QString();
     case FleetEvent::Offline:
-        return wordsOf(event.reason);
+        return JwFleet::wordsOf(event.reason);
     case FleetEvent::Refused:
         return JwTools::printable(event.text);
     default:
@@ -118,7 +102,7 @@ QJsonObject eventJson(const FleetEvent &event)
         object[QLatin1String("since")] = board.since.isValid() ? QJsonValue(isoText(board.since)) : QJsonValue();
     }
     if (event.kind == FleetEvent::Lost)
-        object[QLatin1String("reason")] = reasonOf(board);
+        object[QLatin1String("reason")] = board.loss();
     return object;
 }
 
@@ -129,13 +113,6 @@ QString eventLine(const FleetEvent &event)
     const QString line = QStringLiteral("%1  %2  %3  %4")
                              .arg(clockText(event.time), placeText(event), eventName(event.kind), detailText(event));
     return line.trimmed() + QLatin1Char('\n');
-}
-
-QString stateText(const JwFleet::RemoteBoard &board)
-{
-    if (board.state == QLatin1String("offline"))
-        return QStringLiteral("machine offline");
-    return wordsOf(reasonOf(board));
 }
 
 } // namespace JwProbe

@@ -29,7 +29,4 @@ QJsonObject eventJson(const FleetEvent &event);
 /// Returns the line that is printed if there is neither --json nor a table.
 QString eventLine(const FleetEvent &event);
 
-/// Returns the state of a board for people, for example "cable pulled".
-QString stateText(const JwFleet::RemoteBoard &board);
-
 } // namespace JwProbe
