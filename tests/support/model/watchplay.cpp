@@ -15,21 +15,21 @@ using JwDevice::Communicator;
 using JwDevice::PortEvent;
 using JwDevice::PortReport;
 using JwDevice::Type;
-using Spec = WatchSchedule::Board;
+using ScheduledBoard = WatchSchedule::Board;
 
 namespace {
 
 const char sentenceOfNoType[] = "PJWVER,7300099,1,4,0";
 const char unreadable[] = "$GPXXX,1*00\r\n";
 
-Type typeOf(const Spec &board)
+Type typeOf(const ScheduledBoard &board)
 {
-    return board.kind <= Spec::BoardC ? static_cast<Type>(board.kind + 1) : JwDevice::Unknown;
+    return board.kind <= ScheduledBoard::BoardC ? static_cast<Type>(board.kind + 1) : JwDevice::Unknown;
 }
 
-QByteArray replyOf(const Spec &board)
+QByteArray replyOf(const ScheduledBoard &board)
 {
-    if (board.kind > Spec::BoardC)
+    if (board.kind > ScheduledBoard::BoardC)
         return JwSimulator::frameSentence(sentenceOfNoType);
     const JwSimulator::BoardKind &kind = JwSimulator::boardKinds[board.kind];
     return JwSimulator::frameSentence(QByteArray(kind.reply).replace("%1", kind.hwversion));
@@ -368,14 +368,14 @@ void WatchPlay::react(const WatchSchedule::Reaction &reaction, const QString &id
 void WatchPlay::plug(const Step &step)
 {
     Line &line = this->line(step.board);
-    const Spec &spec = m_schedule.boards[step.board];
+    const ScheduledBoard &scheduled = m_schedule.boards[step.board];
     UsbPort usb;
     usb.name = WatchPorts::name(step.name);
     usb.device = step.number;
-    usb.interface = spec.interface;
-    usb.serial = spec.serial;
-    usb.isCandidate = spec.isCandidate;
-    usb.isIgnored = spec.isIgnored;
+    usb.interface = scheduled.interface;
+    usb.serial = scheduled.serial;
+    usb.isCandidate = scheduled.isCandidate;
+    usb.isIgnored = scheduled.isIgnored;
     const bool isTaken = std::any_of(m_lines.begin(), m_lines.end(), [&usb](const Line &other) {
         return other.usb.name == usb.name || (!other.usb.name.isEmpty() && other.usb.place() == usb.place());
     });
@@ -383,7 +383,7 @@ void WatchPlay::plug(const Step &step)
         return;
     line.usb = usb;
     line.isNew = true;
-    line.ignores = spec.ignores;
+    line.ignores = scheduled.ignores;
     line.hasPermission = step.action == Step::Plug;
     m_ports.plug(usb, line.hasPermission);
     m_model.plugged(usb, line.hasPermission);
@@ -429,17 +429,18 @@ void WatchPlay::onReadable(int board)
     if (count <= 0)
         return;
     line.received.append(bytes, static_cast<int>(count));
-    const Spec &spec = m_schedule.boards[board];
+    const ScheduledBoard &scheduled = m_schedule.boards[board];
     for (auto end = line.received.indexOf('\n'); end >= 0; end = line.received.indexOf('\n')) {
         const QByteArray body = JwSimulator::sentenceBody(line.received.left(end + 1));
         line.received.remove(0, end + 1);
-        const bool isC = body == JwSimulator::boardKinds[Spec::BoardC].query;
+        const bool isC = body == JwSimulator::boardKinds[ScheduledBoard::BoardC].query;
         note(QStringLiteral("%1 is asked %2").arg(line.usb.name, QString::fromLatin1(body)));
         m_model.asked(line.usb.name, isC ? JwDevice::BoardC : JwDevice::BoardA);
-        const bool isOwn = isC == (spec.kind == Spec::BoardC) && spec.kind != Spec::Silent;
+        const bool isOwn =
+            isC == (scheduled.kind == ScheduledBoard::BoardC) && scheduled.kind != ScheduledBoard::Silent;
         if (!isOwn || line.isMuted || line.ignores-- > 0)
             continue;
-        const Answer answer = {m_clock.now() + spec.delay, board, line.usb.name};
+        const Answer answer = {m_clock.now() + scheduled.delay, board, line.usb.name};
         const auto isLater = [&answer](const Answer &other) { return other.due > answer.due; };
         m_answers.insert(std::find_if(m_answers.begin(), m_answers.end(), isLater), answer);
     }
@@ -462,14 +463,14 @@ void WatchPlay::send(int board, bool isAsked)
     // of the same name open.
     if (name.isEmpty() || line(board).isNew || !isOpenByWatch(name))
         return;
-    const Spec &spec = m_schedule.boards[board];
-    if (isAsked && spec.kind == Spec::Babble) {
+    const ScheduledBoard &scheduled = m_schedule.boards[board];
+    if (isAsked && scheduled.kind == ScheduledBoard::Babble) {
         note(QStringLiteral("%1 babbles").arg(name));
         m_model.babbled(name);
         m_ports.send(name, unreadable);
     } else {
         note(QStringLiteral("%1 %2").arg(name, isAsked ? QStringLiteral("answers") : QStringLiteral("says something")));
-        m_model.answered(name, isAsked ? typeOf(spec) : JwDevice::Unknown);
-        m_ports.send(name, isAsked ? replyOf(spec) : JwSimulator::frameSentence(sentenceOfNoType));
+        m_model.answered(name, isAsked ? typeOf(scheduled) : JwDevice::Unknown);
+        m_ports.send(name, isAsked ? replyOf(scheduled) : JwSimulator::frameSentence(sentenceOfNoType));
     }
 }
