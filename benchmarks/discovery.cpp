@@ -193,7 +193,7 @@ QJsonObject probeOnce(WatchedApplication &application, EndOfProbe &end, const QL
     const double probe = milliseconds(clock.nsecsElapsed());
     loop.exec();
 
-    for (Communicator *comm : qAsConst(handedOver)) {
+    for (Communicator *comm : std::as_const(handedOver)) {
         delete comm->device();
         delete comm;
     }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace JwDevice {
 
@@ -143,7 +144,7 @@ void Communicator::ioBytesWritten(qint64 bytes)
     // All ids are collected before the first signal, because a receiver may write and so change m_pendingBytes.
     const QVector<uint> covered = payloadsIn(bytes);
     const QPointer<Communicator> self(this);
-    for (const uint id : qAsConst(covered)) {
+    for (const uint id : std::as_const(covered)) {
         Q_EMIT transferred(id);
         if (!self)
             return;

@@ -164,7 +164,7 @@ bool Initializer::probe(const QList<Type> &types, int delay, const QList<QString
         m_ports.clear();
         m_reports.clear();
         std::copy_if(available.begin(), available.end(), std::back_inserter(m_ports), isCandidate);
-        for (const QSerialPortInfo &info : qAsConst(m_ports))
+        for (const QSerialPortInfo &info : std::as_const(m_ports))
             m_reports.append(reportOn(info, info.portName()));
     } else { // the ports of earlier calls are not removed
         for (const QString &name : portNames) {

@@ -4,6 +4,8 @@
 #include <simulator/port.h>
 #include <simulator/usbdevice.h>
 
+#include <utility>
+
 namespace JwSimulator {
 
 Hub::Hub(DeviceTree &tree, const QString &name, const QByteArray &usbPath)
@@ -34,13 +36,13 @@ bool Hub::plug(QString *error)
         }
         // All boards are prepared first, so that they appear in the same moment.
         QList<Board *> prepared;
-        for (Board *board : qAsConst(m_boards)) {
+        for (Board *board : std::as_const(m_boards)) {
             if (fault.isEmpty() && board->m_port->prepare(board->nextName(), fault))
                 prepared.append(board);
         }
-        for (const QByteArray &device : qAsConst(m_devices))
+        for (const QByteArray &device : std::as_const(m_devices))
             m_tree.show(device);
-        for (Board *board : qAsConst(prepared))
+        for (Board *board : std::as_const(prepared))
             board->appear();
         if (fault.isEmpty())
             return true;
@@ -53,7 +55,7 @@ bool Hub::plug(QString *error)
 
 void Hub::pull()
 {
-    for (Board *board : qAsConst(m_boards))
+    for (Board *board : std::as_const(m_boards))
         board->pull();
     if (!isPlugged())
         return;
@@ -64,7 +66,7 @@ void Hub::pull()
 
 void Hub::pullAsConfigured()
 {
-    for (Board *board : qAsConst(m_boards))
+    for (Board *board : std::as_const(m_boards))
         ++board->m_configuredPulls;
     pull();
 }

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 
 #include <cerrno>
+#include <utility>
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
@@ -138,7 +139,7 @@ bool Port::prepare(const QString &name, QString &error)
 
 void Port::appear()
 {
-    for (const QByteArray &device : qAsConst(m_devices))
+    for (const QByteArray &device : std::as_const(m_devices))
         m_tree.show(device);
 }
 

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <utility>
 
 namespace JwDevice {
 
@@ -253,7 +254,7 @@ bool BoardWatch::Private::removeOne()
 bool BoardWatch::Private::addNew()
 {
     bool any = false;
-    for (const SystemPort &port : qAsConst(system)) {
+    for (const SystemPort &port : std::as_const(system)) {
         const auto known = entries.find(port.info.portName());
         if (known == entries.end()) {
             add(port);
@@ -695,11 +696,11 @@ QList<Board> BoardWatch::boards() const
 QList<QSerialPortInfo> BoardWatch::systemPorts() const
 {
     QList<QSerialPortInfo> ports;
-    for (const SystemPort &port : qAsConst(m_private->system)) {
+    for (const SystemPort &port : std::as_const(m_private->system)) {
         if (m_private->entries.count(port.info.portName()) > 0) // otherwise update() has not yet added the port
             ports.append(port.info);
     }
-    for (const SystemPort &port : qAsConst(m_private->otherPorts))
+    for (const SystemPort &port : std::as_const(m_private->otherPorts))
         ports.append(port.info);
     return ports;
 }
@@ -713,7 +714,7 @@ QString BoardWatch::boardId(const QString &portName) const
 QList<PortReport> BoardWatch::portReports() const
 {
     QList<PortReport> reports;
-    for (const SystemPort &port : qAsConst(m_private->system)) {
+    for (const SystemPort &port : std::as_const(m_private->system)) {
         const auto it = m_private->entries.find(port.info.portName());
         if (it == m_private->entries.end())
             continue;

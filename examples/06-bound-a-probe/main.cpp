@@ -8,6 +8,8 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <utility>
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
@@ -39,7 +41,7 @@ int main(int argc, char **argv)
     // A board that answers, but with no wanted type, keeps the probe open, because the board may still send a wanted
     // type. Only the application knows how long to wait.
     QTimer::singleShot(2000, initializer, [&] {
-        for (const JwDevice::Type type : qAsConst(missing))
+        for (const JwDevice::Type type : std::as_const(missing))
             out << JwDevice::typeName(type) << " did not come in time" << Qt::endl;
         const QList<JwDevice::PortReport> reports = initializer->portReports();
         for (const JwDevice::PortReport &report : reports) {

@@ -15,6 +15,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 using JwDevice::Communicator;
 using JwDevice::SessionInit;
@@ -485,7 +486,7 @@ void TestCommunicatorReceive::zeroByteEndsItsRead()
 {
     QFETCH(QList<QByteArray>, reads);
     QFETCH(QStringList, payloads);
-    for (const QByteArray &read : qAsConst(reads))
+    for (const QByteArray &read : std::as_const(reads))
         m_device->queueRead(read);
     m_device->announce();
     QCOMPARE(takePayloads(*m_communicator), payloads);
@@ -826,7 +827,7 @@ void TestCommunicatorReceive::streamTruncatedAtEachByte()
         device.deliver(bytes.left(i));
         QStringList expected;
         QByteArray::size_type end = 0;
-        for (const QString &payload : qAsConst(payloads)) {
+        for (const QString &payload : std::as_const(payloads)) {
             end = bytes.indexOf(payload.toLatin1(), end) + payload.size();
             if (end <= i)
                 expected << payload;

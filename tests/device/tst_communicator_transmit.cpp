@@ -20,6 +20,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 using JwDevice::Communicator;
 using JwDevice::SessionInit;
@@ -287,7 +288,7 @@ void TestCommunicatorTransmit::recordCarriesThePlaceInTheSource()
 {
     m_communicator->writePayload(abc);
     QCOMPARE(m_log->sink->records.size(), 2);
-    for (const LogRecord &record : qAsConst(m_log->sink->records)) {
+    for (const LogRecord &record : std::as_const(m_log->sink->records)) {
         QVERIFY(record.line > 0);
         QVERIFY2(record.function.contains("JwDevice::Communicator::writePayload(const QString"),
                  record.function.constData());
@@ -466,7 +467,7 @@ void TestCommunicatorTransmit::notificationIsChargedInIdOrder()
     QFETCH(QList<qint64>, sizes);
     QFETCH(qint64, bytes);
     QFETCH(QList<uint>, ids);
-    for (const qint64 size : qAsConst(sizes)) {
+    for (const qint64 size : std::as_const(sizes)) {
         m_device->queueWriteResult(size);
         m_communicator->writePayload(abc);
     }

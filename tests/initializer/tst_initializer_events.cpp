@@ -9,6 +9,7 @@
 #include <QTest>
 
 #include <memory>
+#include <utility>
 
 using JwDevice::Initializer;
 using JwDevice::PortEvent;
@@ -392,7 +393,7 @@ void TestInitializerEvents::portsAreReportedInTheOrderInWhichTheyAreTried()
     const Board *const last = probe.attach("silent");
     probe.probe({JwDevice::BoardA});
     QStringList order;
-    for (const PortEvent &event : qAsConst(probe.events))
+    for (const PortEvent &event : std::as_const(probe.events))
         order << event.portName + QLatin1Char(' ') + kindName(event.kind);
     QCOMPARE(order,
              QStringList({first->portName() + QStringLiteral(" Opened"), first->portName() + QStringLiteral(" Asked"),
@@ -414,14 +415,14 @@ void TestInitializerEvents::timeBeginsWithProbeAndNeverGoesBack()
     QTRY_VERIFY(probe.isOver());
     const qint64 end = clock.nsecsElapsed();
     qint64 newest = delay * millisecond;
-    for (const PortEvent &event : qAsConst(probe.events)) {
+    for (const PortEvent &event : std::as_const(probe.events)) {
         QVERIFY(event.nanoseconds >= newest);
         newest = event.nanoseconds;
     }
     QVERIFY(newest <= end);
 
     const auto timeOf = [&probe](const Board *board, PortEvent::Kind kind, uint round) {
-        for (const PortEvent &event : qAsConst(probe.events)) {
+        for (const PortEvent &event : std::as_const(probe.events)) {
             if (event.portName == board->portName() && event.kind == kind && event.round == round)
                 return event.nanoseconds;
         }

@@ -6,6 +6,8 @@
 #include <QBuffer>
 #include <QTest>
 
+#include <utility>
+
 using JwDevice::Communicator;
 using JwDevice::Initializer;
 using JwDevice::SessionInit;
@@ -96,7 +98,7 @@ void TestInitializerQuery::bothQueriesAreWrittenInTheSameCallWithNothingAwaitedB
     fixture.attach("silent");
     fixture.probe({JwDevice::BoardA, JwDevice::BoardC});
     QStringList written;
-    for (const LogRecord &record : qAsConst(fixture.log.sink->records)) {
+    for (const LogRecord &record : std::as_const(fixture.log.sink->records)) {
         if (record.category == "Communication")
             written << record.text;
     }

@@ -8,6 +8,8 @@
 #include <QThread>
 #include <QTimer>
 
+#include <utility>
+
 using JwDevice::Communicator;
 using JwDevice::Initializer;
 using JwDevice::Type;
@@ -39,7 +41,7 @@ void sendAndHandle(const ProbeFixture &fixture, Board *board, const QByteArray &
 QVector<LogRecord> errorsOf(const ProbeFixture &fixture)
 {
     QVector<LogRecord> errors;
-    for (const LogRecord &record : qAsConst(fixture.log.sink->records)) {
+    for (const LogRecord &record : std::as_const(fixture.log.sink->records)) {
         if (record.level == Logger::Error)
             errors << record;
     }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 using JwDevice::Initializer;
 using JwDevice::PortReport;
@@ -783,7 +784,7 @@ void TestInitializerReports::receiverWithinProbeSeesWhyNoPortOpened()
             [&] { seen = fixture.initializer->portReports(); });
     fixture.probe(boardA);
     QCOMPARE(seen.size(), 2);
-    for (const PortReport &report : qAsConst(seen)) {
+    for (const PortReport &report : std::as_const(seen)) {
         QCOMPARE(report.verdict, PortReport::NotOpened);
         QCOMPARE(report.error, QSerialPort::PermissionError);
     }

@@ -8,6 +8,8 @@
 
 #include <QTest>
 
+#include <utility>
+
 using JwDevice::Communicator;
 using JwDevice::WholeLines;
 using JwDevice::WholeLinesBase;
@@ -21,7 +23,7 @@ const char *const kinds[] = {"BoardA", "BoardB", "BoardC"};
 QStringList payloadsInLog(const ProbeFixture &fixture)
 {
     QStringList payloads;
-    for (const LogRecord &record : qAsConst(fixture.log.sink->records)) {
+    for (const LogRecord &record : std::as_const(fixture.log.sink->records)) {
         if (record.category == "Communication" && record.text.startsWith(QLatin1String(" <- ")))
             payloads << record.text.mid(static_cast<int>(qstrlen(" <-  \""))).chopped(1);
     }

@@ -9,6 +9,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <utility>
+
 namespace {
 
 const QString watchOption = QStringLiteral("--watch");
@@ -181,7 +183,7 @@ void TestJwprobeWatch::jsonHasAllOfABoard()
 void TestJwprobeWatch::allBoardsOfATypeAreFound()
 {
     QStringList boards;
-    for (const QString &port : qAsConst(m_ports))
+    for (const QString &port : std::as_const(m_ports))
         boards.append(boardOn("BoardC", port));
     ProgramRun run(jwsimProgram(), jwprobe(boards, watching("--json --type BoardC")));
     run.start();

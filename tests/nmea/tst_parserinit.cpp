@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "support/nmea/corpus.h"
 #include "support/nmea/thrownmessage.h"
@@ -682,7 +683,7 @@ void TestParserInit::alteredCharacterIsNoticed()
         replacements.append(QChar(code));
 
     for (int position = 0; position < sentence.size(); ++position) {
-        for (const QChar replacement : qAsConst(replacements)) {
+        for (const QChar replacement : std::as_const(replacements)) {
             if (replacement == sentence[position])
                 continue;
             QString altered = sentence;

@@ -6,6 +6,8 @@
 #include <QSet>
 #include <QTest>
 
+#include <utility>
+
 /// Compares the manual pages with the help of the programs.
 class TestManual : public QObject
 {
@@ -210,7 +212,7 @@ void TestManual::jwprobePageHasTheWordsOfTheHelp()
         words += captured(lists.next().captured(1), "", "([A-Za-z]+)");
     QVERIFY(words.contains(QStringLiteral("modemManager")) && words.contains(QStringLiteral("unheard")));
     const QString json = section(page(QStringLiteral("jwprobe")), QStringLiteral("JSON"));
-    for (const QString &word : qAsConst(words))
+    for (const QString &word : std::as_const(words))
         QVERIFY2(json.contains(QRegularExpression(QStringLiteral("\\b%1\\b").arg(word))), qPrintable(word));
 }
 

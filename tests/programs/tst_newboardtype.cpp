@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -100,7 +101,7 @@ void TestNewBoardType::initTestCase()
 void TestNewBoardType::eachListedFileExists()
 {
     QStringList missing;
-    for (const QString &file : qAsConst(m_all)) {
+    for (const QString &file : std::as_const(m_all)) {
         if (!QFile::exists(QStringLiteral(PROJECT_FOLDER "/") + file))
             missing << file;
     }
@@ -110,7 +111,7 @@ void TestNewBoardType::eachListedFileExists()
 void TestNewBoardType::eachListedFileNamesEachType()
 {
     QStringList wrong;
-    for (const QString &file : qAsConst(m_checklist)) {
+    for (const QString &file : std::as_const(m_checklist)) {
         if (!namesEachType(contentsOf(file)))
             wrong << file;
     }

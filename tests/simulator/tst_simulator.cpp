@@ -26,6 +26,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 using JwSimulator::Board;
 using JwSimulator::BoardConfig;
@@ -489,7 +490,7 @@ void TestSimulator::chosenNamesDifferFromGivenNames()
     QCOMPARE(names.size(), 3);
     QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), 3);
     QCOMPARE(names[2], named.port);
-    for (const QString &name : qAsConst(names))
+    for (const QString &name : std::as_const(names))
         QVERIFY2(name.startsWith(QLatin1String("ttyACM")), qPrintable(name));
 }
 

@@ -17,6 +17,7 @@
 
 #include <libudev.h>
 #include <unistd.h>
+#include <utility>
 
 using JwSimulator::Board;
 using JwSimulator::BoardConfig;
@@ -436,7 +437,7 @@ void TestSimulatorCable::hubBoardsComeAndGoTogether()
     boards.append(add("BoardA,hub=desk"));
     add("BoardA"); // no hub; its cable stays in
     QStringList names;
-    for (const Board *board : qAsConst(boards)) {
+    for (const Board *board : std::as_const(boards)) {
         QVERIFY(!board->isPlugged());
         names.append(board->portName());
     }

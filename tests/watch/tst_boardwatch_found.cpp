@@ -9,6 +9,8 @@
 #include <QSerialPortInfo>
 #include <QTest>
 
+#include <utility>
+
 using JwDevice::BoardWatch;
 using JwDevice::PortReport;
 using JwSimulator::Board;
@@ -158,11 +160,11 @@ void TestBoardWatchFound::otherPortsDelayNoBoardAndAreClosed()
     // The board is found while the other ports are still asked. A watch that waits for them would find it only after
     // 800 ms.
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM4:1.0")});
-    for (const Board *const candidate : qAsConst(others)) {
+    for (const Board *const candidate : std::as_const(others)) {
         QVERIFY(fixture.attempts(candidate) <= 1);
         QVERIFY(!canBeOpened(candidate));
     }
-    for (const Board *const candidate : qAsConst(others)) {
+    for (const Board *const candidate : std::as_const(others)) {
         QTRY_VERIFY(canBeOpened(candidate));
         QCOMPARE(fixture.report(candidate).verdict, verdict);
         QCOMPARE(fixture.attempts(candidate), 1);

@@ -5,6 +5,8 @@
 
 #include <QTest>
 
+#include <utility>
+
 using JwSimulator::Board;
 
 namespace {
@@ -13,7 +15,7 @@ namespace {
 QVector<LogRecord> reportsOfTwins(const WatchFixture &fixture)
 {
     QVector<LogRecord> reports;
-    for (const LogRecord &record : qAsConst(fixture.log.sink->records)) {
+    for (const LogRecord &record : std::as_const(fixture.log.sink->records)) {
         if (record.file == "boardids.cpp")
             reports.append(record);
     }

@@ -6,6 +6,8 @@
 
 #include <QTest>
 
+#include <utility>
+
 using JwDevice::BoardWatch;
 using JwDevice::PortReport;
 using JwSimulator::Board;
@@ -288,11 +290,11 @@ void TestBoardWatchLost::loseAllBoardsAtOnce()
         boards << fixture.attach("BoardA");
     fixture.watch->start();
     QTRY_COMPARE(fixture.watch->boards().size(), 3);
-    for (Board *const board : qAsConst(boards))
+    for (Board *const board : std::as_const(boards))
         board->pull();
     QTRY_COMPARE(fixture.lost.size(), 3);
     QTRY_VERIFY(fixture.watch->portReports().isEmpty());
-    for (Board *const board : qAsConst(boards))
+    for (Board *const board : std::as_const(boards))
         QVERIFY(board->plug());
     QTRY_COMPARE(fixture.watch->boards().size(), 3);
     QCOMPARE(fixture.timeline.size(), 9);

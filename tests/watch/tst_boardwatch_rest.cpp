@@ -7,6 +7,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <utility>
+
 using JwSimulator::Board;
 
 /// A program of its own, because umockdev can simulate only few descriptors in one process.
@@ -41,7 +43,7 @@ void TestBoardWatchRest::nothingRunsAtRest()
     fixture.watch->setMaxRetries(0);
     fixture.watch->start();
     QTRY_COMPARE(fixture.watch->boards().size(), boards);
-    for (const Board *const port : qAsConst(silentPorts))
+    for (const Board *const port : std::as_const(silentPorts))
         QTRY_COMPARE(fixture.report(port).verdict, JwDevice::PortReport::TimedOut);
     settle();
     QVERIFY(fixture.isAtRest());

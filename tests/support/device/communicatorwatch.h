@@ -7,6 +7,8 @@
 
 #include <QStringList>
 
+#include <utility>
+
 /// Records all signals of one Communicator in order, for example "readyRead(2)", "readyRead()". The record may outlive
 /// the Communicator.
 class SignalRecord
@@ -75,7 +77,7 @@ inline QStringList takePayloads(JwDevice::Communicator &communicator)
 inline QStringList takeLog(const LogCapture &log)
 {
     QStringList lines;
-    for (const LogRecord &record : qAsConst(log.sink->records)) {
+    for (const LogRecord &record : std::as_const(log.sink->records)) {
         lines << QStringLiteral("%1 [%2] %3 %4")
                      .arg(QString::number(record.level), QString::fromLatin1(record.category),
                           QString::fromLatin1(record.file), record.text);

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <utility>
 
 using JwDevice::Communicator;
 using JwDevice::Initializer;
@@ -51,7 +52,7 @@ ProbeFixture::ProbeFixture()
 ProbeFixture::~ProbeFixture()
 {
     delete initializer;
-    for (const HandOver &handOver : qAsConst(handOvers)) {
+    for (const HandOver &handOver : std::as_const(handOvers)) {
         delete handOver.comm;
         delete handOver.port;
     }

@@ -429,7 +429,7 @@ DiscoveryModel::Reply DiscoveryModel::parse(const QString &payload)
         if (!ok || written.contains(QChar::Null))
             return {QStringLiteral("Checksum misspelled")};
         int sum = 0;
-        for (const QChar character : qAsConst(body))
+        for (const QChar character : std::as_const(body))
             sum ^= character.unicode();
         if ((checksum & 0xFF) != sum)
             return {QStringLiteral("CRC calculation failed")};

@@ -9,6 +9,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <utility>
 #include <unistd.h>
 
 using Answer = DiscoverySchedule::Answer;
@@ -298,7 +299,7 @@ DiscoverySchedule without(int port, DiscoverySchedule schedule)
     if (port < schedule.answers.size())
         schedule.answers.remove(port);
     QVector<Step> steps;
-    for (Step step : qAsConst(schedule.steps)) {
+    for (Step step : std::as_const(schedule.steps)) {
         step.ports.removeAll(port);
         for (int &other : step.ports)
             renumber(other);

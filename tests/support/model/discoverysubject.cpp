@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -170,7 +171,7 @@ void DiscoverySubject::onRecord(const LogRecord &record)
     // timers into the trace. Closed ports are not counted, because a retry round may start their timers before or after
     // this query.
     int timers = 0;
-    for (const Probed &probed : qAsConst(m_probed)) {
+    for (const Probed &probed : std::as_const(m_probed)) {
         if (isListed(probed) && probed.timer->isActive() && probed.guard && probed.port && probed.port->isOpen())
             ++timers;
     }
@@ -259,7 +260,7 @@ void DiscoverySubject::plug(int port)
 
 void DiscoverySubject::hold(int port, bool held)
 {
-    for (const Probed &probed : qAsConst(m_probed)) {
+    for (const Probed &probed : std::as_const(m_probed)) {
         if (probed.name == portName(port) && probed.guard && probed.port && probed.port->isOpen()
             && stateOf(*m_initializer, probed.guard) != PortState::HandedOver) {
             probed.guard->blockSignals(held);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <poll.h>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -80,7 +81,7 @@ bool VirtualClock::hasPendingEvents()
 bool VirtualClock::serveDescriptor(int timeout)
 {
     std::vector<pollfd> polled;
-    for (const QSocketNotifier *notifier : qAsConst(m_notifiers))
+    for (const QSocketNotifier *notifier : std::as_const(m_notifiers))
         polled.push_back({static_cast<int>(notifier->socket()), awaited(notifier), 0});
     if (::poll(polled.data(), polled.size(), timeout) <= 0)
         return false;
@@ -172,7 +173,7 @@ QList<QAbstractEventDispatcher::TimerInfo> VirtualClock::registeredTimers(QObjec
 
 int VirtualClock::remainingTime(int id)
 {
-    for (const Timer &timer : qAsConst(m_timers)) {
+    for (const Timer &timer : std::as_const(m_timers)) {
         if (timer.id == id)
             return static_cast<int>(std::max<qint64>(0, timer.due - m_now));
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 using JwDevice::Board;
@@ -632,7 +633,7 @@ void WatchModel::idle(int depth, const QList<Board> &boards, const QList<PortRep
     advance();
     m_changing.clear();
     m_plugged.clear();
-    for (const Owed &owed : qAsConst(m_owed)) {
+    for (const Owed &owed : std::as_const(m_owed)) {
         if (owed.depth >= depth)
             fail(QStringLiteral("%1 is not reported as lost").arg(owed.id));
     }

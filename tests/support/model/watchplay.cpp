@@ -7,6 +7,7 @@
 #include <QScopedValueRollback>
 
 #include <algorithm>
+#include <utility>
 #include <unistd.h>
 
 using JwDevice::Board;
@@ -298,7 +299,7 @@ void WatchPlay::configure()
     m_watch->setDelay(m_settings.delay);
     m_watch->setCheckInterval(m_settings.checkInterval);
     QStringList excluded = m_settings.excluded;
-    for (const int name : qAsConst(m_settings.excludedNames))
+    for (const int name : std::as_const(m_settings.excludedNames))
         excluded << (name % 2 == 0 ? WatchPorts::name(name) : QStringLiteral("/dev/") + WatchPorts::name(name));
     m_watch->setNeverOpened(excluded);
     m_watch->setPortObserver([this](const PortEvent &event) { onEvent(event); });

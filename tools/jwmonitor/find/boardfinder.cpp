@@ -185,7 +185,7 @@ void BoardFinder::refresh()
             readResult(entry, *report);
         entries.insert(key, entry);
     }
-    for (PortEntry entry : qAsConst(m_entries)) {
+    for (PortEntry entry : std::as_const(m_entries)) {
         if (entries.contains(entry.key) || entry.stay == PortEntry::NoBoard)
             continue;
         entry.isPresent = false;

@@ -7,6 +7,7 @@
 #include <QEvent>
 
 #include <algorithm>
+#include <utility>
 
 namespace JwMonitor {
 
@@ -63,7 +64,7 @@ void BoardsBar::refresh()
     QStringList parts;
     QList<JwDevice::Type> types = m_finder->types();
     std::sort(types.begin(), types.end());
-    for (const JwDevice::Type type : qAsConst(types)) {
+    for (const JwDevice::Type type : std::as_const(types)) {
         QStringList states;
         for (const Group &group : groups) {
             QStringList ports;

@@ -5,6 +5,8 @@
 
 #include <QIODevice>
 
+#include <utility>
+
 namespace JwMonitor {
 
 SendLedger::SendLedger(const BoardLink &link, TrafficModel *model, QObject *parent)
@@ -45,7 +47,7 @@ void SendLedger::settle()
     if (!m_link.communicator || !m_link.communicator->device())
         return;
     qint64 behind = 0; // in the while loop: bytes of all payloads that follow the first one in m_waiting
-    for (const auto &[id, length] : qAsConst(m_waiting))
+    for (const auto &[id, length] : std::as_const(m_waiting))
         behind += length;
     while (!m_waiting.isEmpty()) {
         behind -= m_waiting.head().second;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace JwProbe {
 
@@ -60,7 +61,7 @@ QList<Trouble> examine(const PortIdentity &port)
     if (obstacles.isEmpty())
         obstacles = findSharers(port);
     QList<Trouble> troubles;
-    for (const Obstacle &obstacle : qAsConst(obstacles))
+    for (const Obstacle &obstacle : std::as_const(obstacles))
         troubles.append({obstacleState(obstacle.kind), obstacle.summary, obstacle.advice});
     if (const std::optional<Trouble> trouble = modemManagerTrouble(port))
         troubles.append(*trouble);

@@ -1,6 +1,7 @@
 #include "livetext.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace JwProbe {
 
@@ -30,7 +31,7 @@ QString LiveText::redrawn(const QStringList &lines, int width, int height)
     // The terminal may be narrower now than when the lines in m_drawn were drawn. Then such a line takes several lines
     // of the terminal.
     int drawn = 0;
-    for (const QString &line : qAsConst(m_drawn))
+    for (const QString &line : std::as_const(m_drawn))
         drawn += linesOfTerminal(line, width);
     m_drawn = shown;
     const QString up = drawn > 0 ? QStringLiteral("\033[%1A").arg(drawn) : QString();

@@ -15,6 +15,7 @@
 #include <QSerialPortInfo>
 
 #include <algorithm>
+#include <utility>
 
 using JwDevice::PortReport;
 
@@ -154,7 +155,7 @@ SearchResult Finder::result() const
     result.deadlineReached = m_deadlineReached;
     result.milliseconds = m_duration;
     result.others = m_refused;
-    for (const JwDevice::Type type : qAsConst(result.wanted)) {
+    for (const JwDevice::Type type : std::as_const(result.wanted)) {
         if (!result.board(type))
             result.missing.append(type);
     }

@@ -7,6 +7,7 @@
 #include <jwprobe/output/table.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace JwProbe {
 
@@ -102,10 +103,10 @@ QString LiveTable::refusalText(int width) const
     QStringList names = m_refusals.keys();
     std::sort(names.begin(), names.end(), &JwTools::isPortBefore);
     int nameWidth = 0;
-    for (const QString &name : qAsConst(names))
+    for (const QString &name : std::as_const(names))
         nameWidth = std::max(nameWidth, static_cast<int>(name.size()));
     QString text = QStringLiteral("\nPorts without a board:\n");
-    for (const QString &name : qAsConst(names)) {
+    for (const QString &name : std::as_const(names)) {
         text += QStringLiteral("  %1  %2\n")
                     .arg(name, -nameWidth)
                     .arg(wrapped(m_refusals[name].summary, nameWidth + 4, width));
