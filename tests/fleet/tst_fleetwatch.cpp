@@ -71,16 +71,17 @@ public:
 };
 
 /// Publishes a payload as a bridge does.
-void publishPayload(const BrokerRun &broker, const char *text, const char *seq, const char *time)
+void publishPayload(const BrokerRun &broker, const QByteArray &text, const char *seq, const char *time)
 {
     const QStringList property{QStringLiteral("-D"), QStringLiteral("publish"), QStringLiteral("user-property")};
     const Outcome outcome =
         runProgram(QStringLiteral("mosquitto_pub"),
                    QStringList{QStringLiteral("-V"), QStringLiteral("5"), QStringLiteral("-q"), QStringLiteral("1"),
                                QStringLiteral("-p"), QString::number(broker.port()), QStringLiteral("-t"),
-                               QStringLiteral("jw/here/boards/S1/rx"), QStringLiteral("-m"), QString::fromLatin1(text)}
+                               QStringLiteral("jw/here/boards/S1/rx"), QStringLiteral("-s")}
                        + property + QStringList{QStringLiteral("seq"), QString::fromLatin1(seq)} + property
-                       + QStringList{QStringLiteral("time"), QString::fromLatin1(time)});
+                       + QStringList{QStringLiteral("time"), QString::fromLatin1(time)},
+                   text);
     QCOMPARE(outcome.error, QByteArray());
     QCOMPARE(outcome.status, 0);
 }
@@ -107,6 +108,7 @@ private Q_SLOTS:
     void lineWithoutAConnectionIsNotSent();
     void connectionThatEndsFinishesTheLine();
     void repeatedPayloadIsReportedOnce();
+    void payloadWithANulIsReportedWhole();
     void refusedPortHasAReason();
     void otherMessagesAreIgnored();
     void settledComesAfterTheStoredStates_data();
@@ -326,6 +328,17 @@ void TestFleetWatch::repeatedPayloadIsReportedOnce()
     QCOMPARE(watcher.payloads,
              (QStringList{QStringLiteral("here/S1 a"), QStringLiteral("here/S1 b"),
                           QStringLiteral("here/S1 clock was set back"), QStringLiteral("here/S1 spool was deleted")}));
+}
+
+void TestFleetWatch::payloadWithANulIsReportedWhole()
+{
+    BrokerRun broker;
+    broker.start();
+    Watcher watcher(broker);
+    WAIT_FOR(watcher.watch.isConnected());
+    publishPayload(broker, QByteArray("a\0b", 3), "5", "1000");
+    WAIT_FOR(!watcher.payloads.isEmpty());
+    QCOMPARE(watcher.payloads.first(), QStringLiteral("here/S1 a") + QChar(u'\0') + QLatin1Char('b'));
 }
 
 void TestFleetWatch::refusedPortHasAReason()

@@ -2,6 +2,8 @@
 
 #include "topics.h"
 
+#include <common/utf8.h>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -232,7 +234,7 @@ void FleetWatch::onPayload(const Key &key, const Message &message)
     const auto entry = m_boards.constFind(key);
     const bool isKnown = entry != m_boards.constEnd() && !entry->board.state.isEmpty();
     const RemoteBoard board = isKnown ? entry->board : boardOf(key.first, key.second);
-    Q_EMIT payloadReceived(board, now.time, now.seq, QString::fromUtf8(message.payload));
+    Q_EMIT payloadReceived(board, now.time, now.seq, JwTools::textOf(message.payload));
 }
 
 void FleetWatch::onPorts(const QString &host, const QByteArray &payload)

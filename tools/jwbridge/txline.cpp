@@ -1,6 +1,7 @@
 #include "txline.h"
 
 #include <common/sentenceframe.h>
+#include <common/utf8.h>
 
 namespace JwBridge {
 
@@ -18,7 +19,7 @@ TxLine::TxLine(const QByteArray &message)
                       .arg(JwTools::SentenceFrame::maxLength);
         return;
     }
-    const QString text = QString::fromUtf8(message);
+    const QString text = JwTools::textOf(message);
     if (text.toUtf8() != message) {
         m_fault = QStringLiteral("the message is not UTF-8");
         return;

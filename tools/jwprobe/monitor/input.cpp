@@ -1,5 +1,7 @@
 #include "input.h"
 
+#include <common/utf8.h>
+
 #include <QSocketNotifier>
 #include <QString>
 #include <QTimer>
@@ -14,12 +16,6 @@ namespace {
 
 constexpr int maxLine = 4096;
 constexpr int foregroundInterval = 200; // ms between two checks whether this process is in the foreground
-
-// Unlike QString::fromUtf8() of a QByteArray in Qt 5, does not stop at a NUL.
-QString textOf(const QByteArray &bytes)
-{
-    return QString::fromUtf8(bytes.constData(), static_cast<int>(bytes.size()));
-}
 
 } // namespace
 
@@ -71,14 +67,14 @@ void Input::read()
     m_atEnd = true; // so that listen() stops the notifier, which would report a file at its end for ever
     listen();
     if (!m_buffer.isEmpty())
-        Q_EMIT line(textOf(m_buffer));
+        Q_EMIT line(JwTools::textOf(m_buffer));
     m_buffer.clear();
 }
 
 void Input::emitLines()
 {
     for (auto end = m_buffer.indexOf('\n'); end >= 0; end = m_buffer.indexOf('\n')) {
-        const QString text = textOf(m_buffer.left(end));
+        const QString text = JwTools::textOf(m_buffer.left(end));
         m_buffer.remove(0, end + 1);
         Q_EMIT line(text);
     }
