@@ -1,13 +1,11 @@
 #!/usr/bin/env python3
 """Makes the install trees (folders with the installed files) for the other tests: work/shared from the build folder,
-work/static from a build of the static libraries. Installs each tree in another folder and then moves the tree. So the
-tests fail if an installed file depends on the folder in which it was installed."""
+work/static from a project that adds JwDevice to its own build and installs it. Installs each tree in another folder and
+then moves the tree. So the tests fail if an installed file depends on the folder in which it was installed."""
 
 import shutil
 
-from packagetest import BUILD, QT, SOURCE, TREES, fresh, run
-
-NOT_NEEDED = ["TESTS", "TOOLS", "EXAMPLES"]
+from packagetest import BUILD, TREES, add_subdirectory, fresh, run
 
 
 def install(build, kind):
@@ -18,8 +16,4 @@ def install(build, kind):
 
 
 install(BUILD, "shared")
-static_build = fresh("static-build")
-run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", static_build, f"-DJWDEVICE_QT={QT}", "-DJWDEVICE_BUILD_SHARED=OFF",
-    *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
-run("cmake", "--build", static_build, "-j2")
-install(static_build, "static")
+install(add_subdirectory("static"), "static")

@@ -4,9 +4,9 @@
 import unittest
 
 import packagetest
-from packagetest import SOURCE, fresh, run
+from packagetest import QT, SOURCE, fresh, run
 
-NOT_NEEDED = ["TESTS", "SIMULATOR", "MONITOR", "EXAMPLES"]
+NOT_NEEDED = ["TESTS", "SIMULATOR", "MONITOR", "BRIDGE", "EXAMPLES"]
 
 
 class Absolute(unittest.TestCase):
@@ -17,7 +17,7 @@ class Absolute(unittest.TestCase):
     def jwprobe(self, libraries, programs):
         """Starts jwprobe from an installation with these folders, in which "{}" stands for an empty folder."""
         place = fresh("absolute")
-        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug",
+        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, f"-DJWDEVICE_QT={QT}", "-DCMAKE_UNITY_BUILD=ON",
             f"-DCMAKE_INSTALL_PREFIX={place / 'prefix'}", f"-DCMAKE_INSTALL_LIBDIR={libraries.format(place)}",
             f"-DCMAKE_INSTALL_BINDIR={programs.format(place)}",
             *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])

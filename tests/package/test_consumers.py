@@ -7,8 +7,8 @@ import shutil
 import unittest
 
 import packagetest
-from packagetest import (CONSUMER, FILE_SUFFIX, JWSIM, MODULE_SUFFIX, PACKAGE, QT, SOURCE, TREES, fresh, library_folder,
-                         run)
+from packagetest import (CONSUMER, FILE_SUFFIX, JWSIM, MODULE_SUFFIX, PACKAGE, QT, TREES, WORK, add_subdirectory,
+                         fetch_content, fresh, library_folder, run)
 
 LIBRARIES = {f"lib{name}{FILE_SUFFIX}.so" for name in ("JwDevice", "JwDeviceWatch", "Logger")}
 
@@ -17,10 +17,6 @@ class Consumer(unittest.TestCase):
     def configure(self, name, *options, ok=True):
         self.folder = fresh(f"consumer-{name}")
         return run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.folder, f"-DQT={QT}", *options, ok=ok)
-
-    def build(self, name, *options):
-        self.configure(name, *options)
-        run("cmake", "--build", self.folder, "-j2")
 
     def finds_a_board(self, program, **more):
         output = run(JWSIM, "--board", "BoardA", "--", program, **more)
@@ -143,41 +139,28 @@ class PkgConfig(Consumer):
 
 
 class SubProject(Consumer):
-    def finds(self, by, shared, *options):
-        self.build(f"{by}-{shared}", f"-DBY={by}", f"-DJWDEVICE_SOURCE={SOURCE}", f"-DBUILD_SHARED_LIBS={shared}",
-                   *options)
-        libraries = {path.name for path in self.folder.rglob("lib*.*") if re.search(r"\.(a|so)$", path.name)}
-        ending = "so" if shared == "ON" else "a"
-        self.assertLessEqual({f"libJwDevice{FILE_SUFFIX}.{ending}", f"libLogger{FILE_SUFFIX}.{ending}"}, libraries)
-        self.finds_a_board(self.folder / "consumer")
-        self.finds_a_board(self.folder / "namesakes")
-        self.finds_a_board(self.folder / "watching")
-        return libraries
+    def works(self, folder, shared):
+        libraries = {path.name for path in folder.rglob("lib*.*") if re.search(r"\.(a|so)$", path.name)}
+        wanted = LIBRARIES if shared else {f"{name[:-2]}a" for name in LIBRARIES} | {f"libJwDeviceSimulator{FILE_SUFFIX}.a"}
+        self.assertEqual(libraries, wanted)
+        self.finds_a_board(folder / "consumer")
+        self.finds_a_board(folder / "namesakes")
+        self.finds_a_board(folder / "watching")
+        if not shared:
+            self.simulates_a_board(folder / "simulated")
 
-    def test_add_subdirectory_shared_installs_the_host_project_alone(self):
-        self.assertEqual(self.finds("add_subdirectory", "ON"), LIBRARIES)
+    def test_shared(self):
+        folder = add_subdirectory("shared")
+        self.works(folder, shared=True)
         tree = fresh("host-tree")
-        run("cmake", "--install", self.folder, "--prefix", tree)
+        run("cmake", "--install", folder, "--prefix", tree)
         self.assertEqual([str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()],
                          ["bin/consumer"])
+        self.works(fetch_content("shared"), shared=True)
 
-    def test_fetch_content_static(self):
-        self.finds("FetchContent", "OFF")
-
-    if QT == "5":  # each of these tests builds the libraries again, and the results do not depend on Qt
-
-        def test_add_subdirectory_static_with_the_simulator(self):
-            self.finds("add_subdirectory", "OFF", "-DJWDEVICE_BUILD_SIMULATOR=ON")
-            self.simulates_a_board(self.folder / "simulated")
-
-        def test_host_with_warnings_as_errors_and_a_logger_of_its_own(self):
-            self.configure("strict", "-DBY=add_subdirectory", f"-DJWDEVICE_SOURCE={SOURCE}",
-                           "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wnon-virtual-dtor -Werror -DJWLOGGER_NO_ALIAS")
-            run("cmake", "--build", self.folder, "-j2", "--target", "namesakes")
-            self.finds_a_board(self.folder / "namesakes")
-
-        def test_fetch_content_shared(self):
-            self.assertEqual(self.finds("FetchContent", "ON"), LIBRARIES)
+    def test_static(self):
+        self.works(WORK / "subproject-static", shared=False) # install_trees built it with add_subdirectory
+        self.works(fetch_content("static"), shared=False)
 
 
 if __name__ == "__main__":
