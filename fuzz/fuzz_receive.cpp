@@ -78,7 +78,7 @@ ReceiveStream streamFromInput(Input &input)
         stream.devices.append(choice / 16 >> line & 1 ? ReceiveDevice::WholeLines : ReceiveDevice::Plain);
     stream.receiver = static_cast<ReceiveStream::Receiver>(choice / 4 % 3);
     while (!input.isAtEnd())
-        stream.steps.append(stepFromInput(input, stream.lines()));
+        stream.steps.append(stepFromInput(input, static_cast<int>(stream.lines())));
     return stream;
 }
 

@@ -32,7 +32,7 @@ void checkSentence(const QString &sentence)
     const QString line = sentence.chopped(2);
     expect(std::all_of(line.begin(), line.end(), [](QChar c) { return c.isPrint() && c.unicode() <= 0xff; }),
            "a character that is not printable");
-    const int star = line.indexOf(QLatin1Char('*'));
+    const auto star = line.indexOf(QLatin1Char('*'));
     expect(star > 0, "no checksum");
     int checksum = 0;
     for (const QChar c : line.mid(1, star - 1))
@@ -50,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static FuzzedBytes fuzzed;
     fuzzed.add(size);
     const QByteArray input(reinterpret_cast<const char *>(data), static_cast<int>(size));
-    const int end = input.indexOf('\n');
+    const auto end = input.indexOf('\n');
     checkTopic(input.left(end));
     const JwBridge::TxLine line(input.mid(end + 1));
     expect(line.sentence().isEmpty() != line.fault().isEmpty(), "neither a sentence nor a fault, or both");

@@ -1,5 +1,6 @@
 #include "support/common/allocationcount.h"
 #include "support/common/processusage.h"
+#include "support/common/throws.h"
 #include "support/device/communicatorcounters.h"
 #include "support/device/communicatorfixture.h"
 #include "support/device/scriptedparser.h"
@@ -425,7 +426,7 @@ void TestCommunicatorTransmit::otherExceptionsOfTheParserPass()
         throw std::runtime_error("not of the codec");
     };
     const SessionInit session = versionQuery();
-    QVERIFY_EXCEPTION_THROWN(m_communicator->writePayload(&session), std::runtime_error);
+    QVERIFY(throws<std::runtime_error>([&] { m_communicator->writePayload(&session); }));
     QCOMPARE(takeLog(*m_log), QStringList());
     QCOMPARE(m_communicator->writePayload(abc), 1u);
 }

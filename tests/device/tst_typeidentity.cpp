@@ -1,6 +1,8 @@
 // The application and the library are two binaries that share types. Each binary contains its own instance of the
 // template ParserAbstract<SessionInit>. An object or exception from one binary must have the same type in the other
 // binary, because otherwise dynamic_cast fails and the exception is not caught.
+#include "support/common/throws.h"
+
 #include <device/communicator.h>
 #include <device/sessioninit.h>
 #include <nmea/exception.h>
@@ -45,7 +47,7 @@ void TestTypeIdentity::exceptionOfTheLibraryIsCaughtByTheApplication()
     Nmea::ParserInit parser;
     JwDevice::SessionInit session; // sentenceId is 0, so build() throws
     QString sentence;
-    QVERIFY_EXCEPTION_THROWN(parser.build(&session, sentence), Nmea::Exception);
+    QVERIFY(throws<Nmea::Exception>([&] { parser.build(&session, sentence); }));
     try {
         parser.build(&session, sentence);
     } catch (const std::exception &exception) {
