@@ -3,8 +3,8 @@
 
 Usage: compareqt.py BUILD-FOLDER-QT5 BUILD-FOLDER-QT6 [ROUNDS]
 
-Both have their turn in each round, so that other programs on the machine slow down both. Each ratio is the median of
-the rounds' ratios.
+Each round measures both, so that other programs on the machine slow down both. Each ratio is the median of the
+rounds' ratios.
 """
 import json
 import statistics

@@ -3,15 +3,18 @@
 
 script=scripts/$(basename "$0") # path from the project's folder, because each script first changes to this folder
 
-# Packages to build and run the project. Each script adds the packages that it also needs.
+# Packages that every build of the project needs, whether for Qt 5 or for Qt 6.
 # shellcheck disable=SC2034
-packages="cmake ninja-build pkg-config g++ qtbase5-dev libqt5serialport5-dev libqt5svg5-dev libspdlog-dev libudev-dev
-          libumockdev-dev umockdev libmosquitto-dev libssl-dev libsqlite3-dev"
-# Packages that a build for Qt 6 needs too. Ubuntu 22.04 has other names for them.
-packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev"
+packagesAnyQt="cmake ninja-build pkg-config g++ libspdlog-dev libudev-dev libumockdev-dev umockdev libmosquitto-dev
+               libssl-dev libsqlite3-dev python3"
+packagesQt5="qtbase5-dev libqt5serialport5-dev libqt5svg5-dev"
+packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev" # Ubuntu 22.04 has other names
 if grep -qs '^VERSION_CODENAME=jammy$' /etc/os-release; then
     packagesQt6="qt6-base-dev libqt6serialport6-dev libqt6svg6-dev"
 fi
+# Packages for a build for Qt 5. Each script adds the packages that it also needs; build() adds those for Qt 6.
+# shellcheck disable=SC2034
+packages="$packagesAnyQt $packagesQt5"
 
 say() {
     printf '%s\n' "$*" >&2
