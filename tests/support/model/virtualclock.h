@@ -9,7 +9,7 @@
 
 class QEventLoop;
 
-/// An event dispatcher that is declared the same in Qt 5 and Qt 6. Qt 6 removed two of the functions.
+/// An event dispatcher with the same functions for Qt 5 and Qt 6. Qt 6 removed two of them, and changed a type.
 class EventDispatcher : public QAbstractEventDispatcher
 {
 public:

@@ -5,7 +5,7 @@
 
 namespace JwMonitor {
 
-// The differences between Qt 5 and Qt 6 that jwmonitor has to know.
+// These functions hide the differences between Qt 5 and Qt 6 from the rest of jwmonitor.
 
 /// Draws sharp texts and pictures on a screen with many pixels. Call this function before the application is created.
 inline void enableHighDpi()
