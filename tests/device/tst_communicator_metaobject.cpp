@@ -18,6 +18,7 @@ private Q_SLOTS:
     void metacastAnswersToTheClassName();
     void methodTable_data();
     void methodTable();
+    void methodIsFoundByItsDeclaredSignature();
     void methodTableHasNothingElse();
     void signalsAreFoundByPointer();
     void signalCanBeEmittedByName();
@@ -50,17 +51,19 @@ void TestCommunicatorMetaObject::methodTable_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<int>("kind");
     QTest::addColumn<QByteArray>("signature");
+    QTest::addColumn<QList<QByteArray>>("types");
     QTest::addColumn<QList<QByteArray>>("names");
     const int signal = QMetaMethod::Signal;
     const int slot = QMetaMethod::Slot;
-    using Names = QList<QByteArray>;
-    QTest::newRow("transferred") << 0 << signal << QByteArray("transferred(uint)") << Names{"id"};
-    QTest::newRow("transferFailed") << 1 << signal << QByteArray("transferFailed(uint)") << Names{"id"};
-    QTest::newRow("readyRead of an id") << 2 << signal << QByteArray("readyRead(uint)") << Names{"id"};
-    QTest::newRow("readyRead") << 3 << signal << QByteArray("readyRead()") << Names{};
-    QTest::newRow("readFailed") << 4 << signal << QByteArray("readFailed()") << Names{};
-    QTest::newRow("ioReadyRead") << 5 << slot << QByteArray("ioReadyRead()") << Names{};
-    QTest::newRow("ioBytesWritten") << 6 << slot << QByteArray("ioBytesWritten(qint64)") << Names{"bytes"};
+    using List = QList<QByteArray>;
+    QTest::newRow("transferred") << 0 << signal << QByteArray("transferred(uint)") << List{"uint"} << List{"id"};
+    QTest::newRow("transferFailed") << 1 << signal << QByteArray("transferFailed(uint)") << List{"uint"} << List{"id"};
+    QTest::newRow("readyRead of an id") << 2 << signal << QByteArray("readyRead(uint)") << List{"uint"} << List{"id"};
+    QTest::newRow("readyRead") << 3 << signal << QByteArray("readyRead()") << List{} << List{};
+    QTest::newRow("readFailed") << 4 << signal << QByteArray("readFailed()") << List{} << List{};
+    QTest::newRow("ioReadyRead") << 5 << slot << QByteArray("ioReadyRead()") << List{} << List{};
+    QTest::newRow("ioBytesWritten") << 6 << slot << QByteArray("ioBytesWritten(qlonglong)") << List{"qlonglong"}
+                                    << List{"bytes"};
 }
 
 void TestCommunicatorMetaObject::methodTable()
@@ -68,14 +71,25 @@ void TestCommunicatorMetaObject::methodTable()
     QFETCH(int, index);
     QFETCH(int, kind);
     QFETCH(QByteArray, signature);
+    QFETCH(QList<QByteArray>, types);
     QFETCH(QList<QByteArray>, names);
     const QMetaObject &meta = Communicator::staticMetaObject;
     const QMetaMethod method = meta.method(meta.methodOffset() + index);
-    // method.methodSignature() returns "qlonglong" for qint64, so look up the index of the signature instead.
-    QCOMPARE(meta.indexOfMethod(signature.constData()), meta.methodOffset() + index);
+    QCOMPARE(method.methodSignature(), signature);
     QCOMPARE(static_cast<int>(method.methodType()), kind);
+    QCOMPARE(method.parameterTypes(), types);
     QCOMPARE(method.parameterNames(), names);
     QCOMPARE(method.typeName(), "void");
+}
+
+void TestCommunicatorMetaObject::methodIsFoundByItsDeclaredSignature()
+{
+    const QMetaObject &meta = Communicator::staticMetaObject;
+    const QList<QByteArray> signatures{"transferred(uint)",     "transferFailed(uint)", "readyRead(uint)",
+                                       "readyRead()",           "readFailed()",         "ioReadyRead()",
+                                       "ioBytesWritten(qint64)"};
+    for (const QByteArray &signature : signatures)
+        QCOMPARE(meta.indexOfMethod(signature.constData()), meta.methodOffset() + signatures.indexOf(signature));
 }
 
 void TestCommunicatorMetaObject::methodTableHasNothingElse()

@@ -12,10 +12,10 @@ class TestInitializerMetaTypes : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot();
+    void askingForTheArgumentTypesRegistersOnlyTheCommunicatorPointer();
 };
 
-void TestInitializerMetaTypes::communicatorPointerIsRegisteredWhenTheArgumentTypesAreAskedForAndTypeIsNot()
+void TestInitializerMetaTypes::askingForTheArgumentTypesRegistersOnlyTheCommunicatorPointer()
 {
     QCOMPARE(QMetaType::type("JwDevice::Communicator*"), int(QMetaType::UnknownType));
     const QMetaMethod initialized = QMetaMethod::fromSignal(&Initializer::deviceInitialized);

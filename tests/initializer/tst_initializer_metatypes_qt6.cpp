@@ -1,3 +1,4 @@
+#include <device/communicator.h>
 #include <device/initializer.h>
 
 #include <QSignalSpy>
@@ -12,11 +13,12 @@ class TestInitializerMetaTypes : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void queuedSignalArrivesWithoutRegistration();
+    void queuedDeviceNotFoundArrivesWithoutRegistration();
+    void queuedDeviceInitializedArrivesWithoutRegistration();
     void signalSpyRecordsWithoutRegistration();
 };
 
-void TestInitializerMetaTypes::queuedSignalArrivesWithoutRegistration()
+void TestInitializerMetaTypes::queuedDeviceNotFoundArrivesWithoutRegistration()
 {
     Initializer initializer;
     QList<JwDevice::Type> missing;
@@ -26,6 +28,25 @@ void TestInitializerMetaTypes::queuedSignalArrivesWithoutRegistration()
     initializer.probe({JwDevice::BoardC}, 0, {QStringLiteral("ttyNONE1")});
     QVERIFY(missing.isEmpty());
     QTRY_COMPARE(missing, QList<JwDevice::Type>{JwDevice::BoardC});
+}
+
+void TestInitializerMetaTypes::queuedDeviceInitializedArrivesWithoutRegistration()
+{
+    Initializer initializer;
+    JwDevice::Communicator communicator;
+    QList<JwDevice::Type> types;
+    QList<JwDevice::Communicator *> communicators;
+    connect(
+        &initializer, &Initializer::deviceInitialized, this,
+        [&types, &communicators](JwDevice::Type type, JwDevice::Communicator *comm) {
+            types.append(type);
+            communicators.append(comm);
+        },
+        Qt::QueuedConnection);
+    Q_EMIT initializer.deviceInitialized(JwDevice::BoardB, &communicator);
+    QVERIFY(types.isEmpty());
+    QTRY_COMPARE(types, QList<JwDevice::Type>{JwDevice::BoardB});
+    QCOMPARE(communicators, QList<JwDevice::Communicator *>{&communicator});
 }
 
 void TestInitializerMetaTypes::signalSpyRecordsWithoutRegistration()
