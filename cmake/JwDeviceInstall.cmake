@@ -93,7 +93,7 @@ endfunction()
 # Installs the program with its manual page and its bash completion, in <part> of the install tree, by default
 # JwDevice_tools.
 function(jwdevice_install_program target)
-    if(NOT JWDEVICE_INSTALL)
+    if(NOT JWDEVICE_INSTALL_PROGRAMS)
         return()
     endif()
     set(part JwDevice_tools ${ARGN})

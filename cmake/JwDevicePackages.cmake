@@ -2,8 +2,8 @@
 # packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
 # a licence file for Debian.
 #
-# Only the build for Qt 5 makes packages of the programs. On Debian 12 the desktops use Qt 5, so only programs with Qt 5
-# get the desktop's colours and file dialogs.
+# By default only the build for Qt 5 makes packages of the programs. On Debian 12 the desktops use Qt 5, so only
+# programs with Qt 5 get the desktop's colours and file dialogs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)
@@ -12,7 +12,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # empty, because each package has its 
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL JwDevice_runtime JwDevice_watch JwDevice_development)
-if(JWDEVICE_QT EQUAL 5)
+if(JWDEVICE_INSTALL_PROGRAMS)
     list(APPEND CPACK_COMPONENTS_ALL JwDevice_tools JwDevice_monitor)
 endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
@@ -23,10 +23,8 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
 # Debian separates a version from a name that ends with a digit.
 if(JWDEVICE_QT EQUAL 5)
     set(jwdevice_package_suffix)
-    set(jwdevice_qt_packages "qtbase5-dev, libqt5serialport5-dev")
 else()
     set(jwdevice_package_suffix -qt6-)
-    set(jwdevice_qt_packages "qt6-base-dev, qt6-serialport-dev | libqt6serialport6-dev") # the second: in Ubuntu 22.04
 endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -92,7 +90,7 @@ set(CPACK_DEBIAN_JWDEVICE_MONITOR_PACKAGE_RECOMMENDS jwdevice-tools)
 set(CPACK_DEBIAN_JWDEVICE_MONITOR_DESCRIPTION "find embedded boards on USB serial ports (desktop program)\n\
 ${about}\n.\nThis package has jwmonitor, a window that shows the boards and their traffic.")
 
-if(JWDEVICE_BUILD_BRIDGE)
+if(JWDEVICE_INSTALL_PROGRAMS AND JWDEVICE_BUILD_BRIDGE)
     list(APPEND CPACK_COMPONENTS_ALL JwDevice_bridge)
     set(CPACK_COMPONENT_JWDEVICE_BRIDGE_DEPENDS JwDevice_runtime JwDevice_watch)
     set(CPACK_DEBIAN_JWDEVICE_BRIDGE_PACKAGE_NAME jwdevice-bridge)

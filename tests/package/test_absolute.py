@@ -4,7 +4,7 @@
 import unittest
 
 import packagetest
-from packagetest import QT, SOURCE, fresh, run
+from packagetest import FILE_SUFFIX, QT, SOURCE, fresh, run
 
 NOT_NEEDED = ["TESTS", "SIMULATOR", "MONITOR", "BRIDGE", "EXAMPLES"]
 
@@ -17,7 +17,8 @@ class Absolute(unittest.TestCase):
     def jwprobe(self, libraries, programs):
         """Starts jwprobe from an installation with these folders, in which "{}" stands for an empty folder."""
         place = fresh("absolute")
-        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, f"-DJWDEVICE_QT={QT}", "-DCMAKE_UNITY_BUILD=ON",
+        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", self.build, f"-DJWDEVICE_QT={QT}",
+            "-DJWDEVICE_INSTALL_PROGRAMS=ON", "-DCMAKE_UNITY_BUILD=ON",
             f"-DCMAKE_INSTALL_PREFIX={place / 'prefix'}", f"-DCMAKE_INSTALL_LIBDIR={libraries.format(place)}",
             f"-DCMAKE_INSTALL_BINDIR={programs.format(place)}",
             *[f"-DJWDEVICE_BUILD_{part}=OFF" for part in NOT_NEEDED])
@@ -29,16 +30,16 @@ class Absolute(unittest.TestCase):
 
     def test_libraries(self):
         libraries = self.jwprobe("{}/elsewhere/lib", "bin")
-        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/elsewhere/lib/")
-        self.assertRegex(libraries, r"libLogger.* => \S+/absolute/elsewhere/lib/")
+        self.assertRegex(libraries, rf"libJwDevice{FILE_SUFFIX}\.so.* => \S+/absolute/elsewhere/lib/")
+        self.assertRegex(libraries, rf"libLogger{FILE_SUFFIX}\.so.* => \S+/absolute/elsewhere/lib/")
 
     def test_programs(self):
         libraries = self.jwprobe("lib/deeper", "{}/elsewhere/bin")
-        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/prefix/lib/deeper/")
+        self.assertRegex(libraries, rf"libJwDevice{FILE_SUFFIX}\.so.* => \S+/absolute/prefix/lib/deeper/")
 
     def test_both(self):
         libraries = self.jwprobe("{}/one/lib", "{}/another/bin")
-        self.assertRegex(libraries, r"libJwDevice.* => \S+/absolute/one/lib/")
+        self.assertRegex(libraries, rf"libJwDevice{FILE_SUFFIX}\.so.* => \S+/absolute/one/lib/")
 
 
 if __name__ == "__main__":

@@ -64,6 +64,22 @@ class FindPackage(Consumer):
         output = " ".join(self.find_package("not-installed", tree, "Simulator", ok=False).split())
         self.assertIn("Build and install it again with -DJWDEVICE_BUILD_SIMULATOR=ON", output)
 
+    def test_without_qt_it_says_what_to_install_and_names_the_package_for_the_other_qt(self):
+        output = self.configure("no-qt", "-DBY=find_package", f"-DCMAKE_PREFIX_PATH={TREES['shared']}",
+                                "-DJWDEVICE_BEFORE_QT=ON", f"-DCMAKE_DISABLE_FIND_PACKAGE_Qt{QT}=ON", ok=False)
+        needed, package, other, other_qt = {
+            "5": ("Qt 5.15", "libqt5serialport5-dev", "JwDeviceQt6", "Qt 6"),
+            "6": ("Qt 6.2", "qt6-serialport-dev", "JwDevice", "Qt 5")}[QT]
+        output = " ".join(output.split())
+        self.assertIn(f"{PACKAGE} needs {needed} or newer (Core;SerialPort), but CMake does not find it.", output)
+        self.assertIn(package, output)
+        self.assertIn(f"or use find_package({other}), which is for {other_qt}.", output)
+
+    def test_files_of_the_two_versions_of_qt_have_different_names(self):
+        files = [str(file.relative_to(TREES["shared"])) for file in TREES["shared"].rglob("*") if file.is_file()]
+        self.assertGreater(len(files), 20)
+        self.assertEqual([file for file in files if ("qt6" in file.lower()) != (QT == "6")], [])
+
     def test_simulator_without_umockdev_says_what_to_install(self):
         environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(fresh("no-modules"))}
         folder = fresh("consumer-no-umockdev")
@@ -141,8 +157,8 @@ class PkgConfig(Consumer):
 class SubProject(Consumer):
     def works(self, folder, shared):
         libraries = {path.name for path in folder.rglob("lib*.*") if re.search(r"\.(a|so)$", path.name)}
-        wanted = LIBRARIES if shared else {f"{name[:-2]}a" for name in LIBRARIES} | {f"libJwDeviceSimulator{FILE_SUFFIX}.a"}
-        self.assertEqual(libraries, wanted)
+        archives = {name[:-2] + "a" for name in LIBRARIES} | {f"libJwDeviceSimulator{FILE_SUFFIX}.a"}
+        self.assertEqual(libraries, LIBRARIES if shared else archives)
         self.finds_a_board(folder / "consumer")
         self.finds_a_board(folder / "namesakes")
         self.finds_a_board(folder / "watching")
@@ -159,7 +175,7 @@ class SubProject(Consumer):
         self.works(fetch_content("shared"), shared=True)
 
     def test_static(self):
-        self.works(WORK / "subproject-static", shared=False) # install_trees built it with add_subdirectory
+        self.works(WORK / "subproject-static", shared=False)  # install_trees built it with add_subdirectory
         self.works(fetch_content("static"), shared=False)
 
 

@@ -8,12 +8,13 @@ import packagetest
 from packagetest import (BUILD, DEBS, DEVELOPMENT, FILE_SUFFIX, MODULE_SUFFIX, PACKAGE, QT, RUNTIME, WATCH, fresh,
                          run)
 
-# Faults that lintian may find. The packages close no bug report of Debian. CPack always adds calls of ldconfig, although
-# a trigger in the packages already calls ldconfig. lintian expects the name libjwdevicewatch0.1, made from the name of
+# Faults that lintian may find. The packages close no bug report of Debian. CPack always adds calls of ldconfig,
+# although a trigger in the packages already calls ldconfig. lintian expects the name libjwdevicewatch0.1, made from the name of
 # the library, but libjwdevice-watch0.1 is easier to read.
 TOLERATED = "initial-upload-closes-no-bugs,maintscript-calls-ldconfig,package-name-doesnt-match-sonames"
 
-PACKAGES = [RUNTIME, WATCH, DEVELOPMENT] + (["jwdevice-tools", "jwdevice-monitor", "jwdevice-bridge"] if QT == "5" else [])
+PROGRAMS = {"5": ["jwdevice-tools", "jwdevice-monitor", "jwdevice-bridge"], "6": []}[QT]
+PACKAGES = [RUNTIME, WATCH, DEVELOPMENT, *PROGRAMS]
 
 
 class Packages(unittest.TestCase):

@@ -1,60 +1,58 @@
 #!/usr/bin/env python3
-"""Installs our Debian packages for Qt 5 and for Qt 6 in one bare root (a minimal Debian). Builds the program on the
-page docs/getting-started.md with each, and lets the program find a simulated board.
+"""Installs our Debian packages for Qt 5 and for Qt 6 in one bare root (a minimal Debian). Runs the steps of the page
+docs/getting-started.md for each Qt, so that each program finds a simulated board.
 Uses the packages for Qt 5, which the tests of the preset release make, and their bare root."""
 
+import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import unittest
 
-import packagetest
-from bareroot import BareRoot, leave_out_if_refused
-from packagetest import BUILD, DEBS, SOURCE, fresh
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "docs"))
+
+import packagetest  # noqa: E402
+import test_gettingstarted as page  # noqa: E402
+from bareroot import BareRoot, leave_out_if_refused  # noqa: E402
+from packagetest import BUILD, DEBS, SOURCE, fresh  # noqa: E402
 
 BUILD5 = SOURCE / "build/release"
 DEBS5 = BUILD5 / DEBS.relative_to(BUILD)
-PAGE = SOURCE / "docs/getting-started.md"
-FILE = re.compile(r"<!-- file (\S+) -->\n```\w+\n(.*?)^```$", re.S | re.M)
 
-# jwsim is in a package for Qt 5. The sed command does what the page says about Qt 6.
-SCRIPT = r"""
-apt-get install -q -y --no-install-recommends g++ cmake make /packages5/*.deb /packages6/*.deb
-for qt in 5 6; do
-    mkdir finder$qt
-    cd finder$qt
-    cp /page/main.cpp /page/CMakeLists.txt .
-    [ $qt = 5 ] || sed -i 's/find_package(JwDevice /find_package(JwDeviceQt6 /' CMakeLists.txt
-    cmake -B build
-    cmake --build build
-    echo Program for Qt $qt
-    jwsim --board BoardA -- build/finder
-    ldd build/finder
-    cd ..
-done
-echo Project for both
-mkdir both
-echo 'cmake_minimum_required(VERSION 3.22)
-project(both LANGUAGES CXX)
-find_package(JwDevice REQUIRED)
-find_package(JwDeviceQt6 REQUIRED)' >both/CMakeLists.txt
-! cmake -S both -B both/build
-"""
+
+def project(*packages):
+    """Returns commands that configure a project that uses these packages, which must fail."""
+    lines = "".join(f"find_package({package} REQUIRED)\n" for package in packages)
+    return f"""
+        echo Project with {" ".join(packages)}
+        mkdir project
+        printf 'cmake_minimum_required(VERSION 3.22)\\nproject(both LANGUAGES CXX)\\n%s' '{lines}' >project/CMakeLists.txt
+        ! cmake -S project -B project/build
+        rm -r project
+        """
+
+
+def script():
+    """Returns a script with the steps of the page, for Qt 5 and then for Qt 6, and with projects that use both."""
+    for5 = page.script() + "ldd build/finder\ncd ..\nrm -r finder\n"
+    for6 = for5.replace("find_package(JwDevice ", "find_package(JwDeviceQt6 ") # as the page says
+    return for5 + "echo Program for Qt 6\n" + for6 + "".join(project(*pair) for pair in (
+        ("JwDevice", "JwDeviceQt6"), ("Qt6 COMPONENTS Core", "JwDevice"), ("Qt5 COMPONENTS Core", "JwDeviceQt6")))
 
 
 class SideBySide(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        page = fresh("page")
-        for name, text in FILE.findall(PAGE.read_text()):
-            (page / name).write_text(text)
-        result = BareRoot(BUILD5 / "bareroot").run(
-            SCRIPT, [(DEBS5, "/packages5"), (DEBS, "/packages6"), (page, "/page")],
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        packages = fresh("packages-for-both")
+        for package in [*DEBS5.glob("*.deb"), *DEBS.glob("*.deb")]:
+            shutil.copy(package, packages)
+        result = BareRoot(BUILD5 / "bareroot").run(script(), [(packages, "/packages")],
+                                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         if result.returncode != 0:
             raise AssertionError(result.stdout)
-        _, cls.for5, cls.for6, cls.both = re.split("Program for Qt 5\n|Program for Qt 6\n|Project for both\n",
-                                                   result.stdout)
+        parts = re.split("Program for Qt 6\n|Project with .*\n", result.stdout)
+        cls.for5, cls.for6, cls.both, cls.with6, cls.with5 = (" ".join(part.split()) for part in parts)
 
     def test_program_for_qt5_finds_a_board_with_the_library_for_qt5(self):
         self.assertIn('BoardA is on "ttyACM0"', self.for5)
@@ -64,11 +62,14 @@ class SideBySide(unittest.TestCase):
     def test_program_for_qt6_finds_a_board_with_the_library_for_qt6(self):
         self.assertIn('BoardA is on "ttyACM0"', self.for6)
         self.assertIn("libJwDeviceQt6.so.0.1", self.for6)
-        self.assertNotIn("Qt5", self.for6)
+        self.assertNotIn("libQt5", self.for6)
 
     def test_one_project_cannot_use_both(self):
-        self.assertIn("JwDeviceQt6 is for Qt 6, but this project already uses JwDevice for Qt 5.",
-                      " ".join(self.both.split()))
+        self.assertIn("JwDeviceQt6 is for Qt 6, but this project already uses JwDevice for Qt 5.", self.both)
+
+    def test_project_for_the_other_qt_is_told_which_package_it_needs(self):
+        self.assertIn("JwDevice is for Qt 5, but this project uses Qt 6. Use find_package(JwDeviceQt6).", self.with6)
+        self.assertIn("JwDeviceQt6 is for Qt 6, but this project uses Qt 5. Use find_package(JwDevice).", self.with5)
 
 
 if __name__ == "__main__":
