@@ -18,7 +18,8 @@ TxLine::TxLine(const QByteArray &message)
                       .arg(JwTools::SentenceFrame::maxLength);
         return;
     }
-    const QString text = QString::fromUtf8(message);
+    // With the size, because the fromUtf8() of Qt 5 that takes a QByteArray ends at the first NUL.
+    const QString text = QString::fromUtf8(message.constData(), message.size());
     if (text.toUtf8() != message) {
         m_fault = QStringLiteral("the message is not UTF-8");
         return;
