@@ -11,7 +11,22 @@
 
 using JwFleet::FleetWatch;
 
-/// Tests the access rules that docs/boards-on-many-machines.md gives for Mosquitto.
+namespace {
+
+// Returns the block that stands in the page after a comment that ends with `words`.
+QString blockAfter(const QString &words)
+{
+    QFile page(QStringLiteral(PROJECT_FOLDER "/docs/boards-on-many-machines.md"));
+    if (!page.open(QIODevice::ReadOnly))
+        return QString();
+    const QRegularExpression block(words + QStringLiteral(" -->\\n```\\n(.*?)```"),
+                                   QRegularExpression::DotMatchesEverythingOption);
+    return block.match(QString::fromUtf8(page.readAll())).captured(1);
+}
+
+} // namespace
+
+/// Tests the access rules and the command that docs/boards-on-many-machines.md gives for Mosquitto.
 class TestFleetAccess : public QObject
 {
     Q_OBJECT
@@ -22,6 +37,7 @@ private Q_SLOTS:
     void operatorSeesAndSends();
     void viewerSeesOnly();
     void bridgeMayUseOnlyItsOwnName();
+    void goneMachineIsRemoved();
 
 private:
     JwFleet::BrokerSettings settings(const char *user) const
@@ -44,11 +60,7 @@ private:
 
 void TestFleetAccess::initTestCase()
 {
-    QFile page(QStringLiteral(PROJECT_FOLDER "/docs/boards-on-many-machines.md"));
-    QVERIFY(page.open(QIODevice::ReadOnly));
-    const QRegularExpression block(QStringLiteral("tst_fleet_access.cpp .*-->\\n```\\n(.*?)```"),
-                                   QRegularExpression::DotMatchesEverythingOption);
-    const QString rules = block.match(QString::fromUtf8(page.readAll())).captured(1);
+    const QString rules = blockAfter(QStringLiteral("uses this file"));
     QVERIFY(rules.contains(QLatin1String("user viewer")));
     QFile access(m_folder.filePath(QStringLiteral("access")));
     QVERIFY(access.open(QIODevice::WriteOnly));
@@ -115,6 +127,31 @@ void TestFleetAccess::bridgeMayUseOnlyItsOwnName()
     BridgeRun bridge({boardOn("BoardA", uniquePortName())}, m_broker->url(), spool.path(),
                      machine(QStringLiteral("lab2")));
     WAIT_FOR(bridge.error().contains("the broker refuses a message to jw/lab2/"));
+}
+
+void TestFleetAccess::goneMachineIsRemoved()
+{
+    BrokerRun broker;
+    broker.start();
+    const QStringList port{QStringLiteral("-p"), QString::number(broker.port())};
+    for (const char *topic : {"jw/lab-7/online", "jw/lab-7/boards/S1/state", "jw/lab-8/online"}) {
+        const Outcome stored =
+            runProgram(QStringLiteral("mosquitto_pub"),
+                       port
+                           + QStringList{QStringLiteral("-r"), QStringLiteral("-m"), QStringLiteral("x"),
+                                         QStringLiteral("-t"), QLatin1String(topic)});
+        QCOMPARE(stored.status, 0);
+    }
+    QString command = blockAfter(QStringLiteral("runs this command"));
+    QVERIFY(command.contains(QLatin1String("-h broker.example")));
+    command.replace(QLatin1String("-h broker.example"), port.join(QLatin1Char(' ')));
+    runProgram(QStringLiteral("sh"), {QStringLiteral("-c"), command});
+    const Outcome left =
+        runProgram(QStringLiteral("mosquitto_sub"),
+                   port
+                       + QStringList{QStringLiteral("-t"), QStringLiteral("jw/#"), QStringLiteral("--retained-only"),
+                                     QStringLiteral("-v"), QStringLiteral("-W"), QStringLiteral("2")});
+    QCOMPARE(left.output, QByteArray("jw/lab-8/online x\n"));
 }
 
 QTEST_GUILESS_MAIN(TestFleetAccess)

@@ -20,6 +20,7 @@ private Q_SLOTS:
     void allMachinesAreShown();
     void terminalShowsTheTable();
     void optionsGoToJwprobe();
+    void demosRunSideBySide();
     void signalEndsEverything();
 
 private:
@@ -96,6 +97,18 @@ void TestFleetDemo::optionsGoToJwprobe()
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.output.count("\"event\":\"found\""), 6);
     QVERIFY(!outcome.output.contains("written to"));
+}
+
+void TestFleetDemo::demosRunSideBySide()
+{
+    const QStringList options{QStringLiteral("--json"), QStringLiteral("--deadline"), QStringLiteral("6000")};
+    ProgramRun first(QStringLiteral("env"), command(options));
+    ProgramRun second(QStringLiteral("env"), command(options));
+    first.start();
+    second.start();
+    WAIT_FOR(first.isOver() && second.isOver());
+    QCOMPARE(first.output().count("\"event\":\"found\""), 18);
+    QCOMPARE(second.output().count("\"event\":\"found\""), 18);
 }
 
 void TestFleetDemo::signalEndsEverything()

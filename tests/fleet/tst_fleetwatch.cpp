@@ -86,6 +86,18 @@ void publishPayload(const BrokerRun &broker, const QByteArray &text, const char 
     QCOMPARE(outcome.status, 0);
 }
 
+/// Stores a retained message in the broker. An empty payload removes the message.
+void store(quint16 port, const QString &topic, const QString &payload)
+{
+    const QStringList content =
+        payload.isEmpty() ? QStringList{QStringLiteral("-n")} : QStringList{QStringLiteral("-m"), payload};
+    const Outcome outcome = runProgram(
+        QStringLiteral("mosquitto_pub"),
+        QStringList{QStringLiteral("-p"), QString::number(port), QStringLiteral("-r"), QStringLiteral("-t"), topic}
+            + content);
+    QCOMPARE(outcome.status, 0);
+}
+
 } // namespace
 
 /// Tests what a client sees of boards on several machines, and how it sends to them.
@@ -102,6 +114,7 @@ private Q_SLOTS:
     void boardsAreLostWithTheBroker();
     void boardThatIsLostAtTheStartIsReported();
     void forgottenBoardIsReported();
+    void boardForgottenWithoutAConnectionIsReported();
     void lineIsWrittenAndAnswered();
     void lineThatIsNotWrittenHasAReason();
     void lineForAReadOnlyBridgeIsRefused();
@@ -239,6 +252,40 @@ void TestFleetWatch::forgottenBoardIsReported()
     WAIT_FOR(watcher.events.size() == 3);
     QCOMPARE(watcher.events.last(), QStringLiteral("forgotten here/S1:1.0 lost cablePulled"));
     QVERIFY(watcher.watch.boards().isEmpty());
+}
+
+void TestFleetWatch::boardForgottenWithoutAConnectionIsReported()
+{
+    const QString ready = QStringLiteral("{\"state\":\"ready\"}");
+    const QString gone = QStringLiteral("jw/here/boards/S2/state");
+    BrokerRun broker;
+    broker.start();
+    store(broker.port(), QStringLiteral("jw/here/online"), QStringLiteral("true"));
+    store(broker.port(), QStringLiteral("jw/here/boards/S1/state"), ready);
+    store(broker.port(), gone, ready);
+    Watcher watcher(broker);
+    WAIT_FOR(watcher.events.size() == 2);
+    broker.stop();
+    {
+        // A broker with the same memory on another port, which the watch does not know.
+        const quint16 port = BrokerRun::freePort();
+        QFile file(broker.file(QStringLiteral("other.conf")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("listener " + QByteArray::number(port) + " 127.0.0.1\nallow_anonymous true\npersistence true\n"
+                   + "persistence_location " + QFile::encodeName(broker.file(QString())) + "\n"
+                   + (::getuid() == 0 ? "user root\n" : ""));
+        file.close();
+        ProgramRun other(QStringLiteral("/usr/sbin/mosquitto"), {QStringLiteral("-c"), file.fileName()});
+        other.start();
+        WAIT_FOR(other.error().contains(" running"));
+        store(port, gone, QString());
+    }
+    broker.start();
+    WAIT_FOR(watcher.events.size() == 6);
+    QCOMPARE(watcher.events.mid(2),
+             (QStringList{QStringLiteral("lost here/S1 noNews"), QStringLiteral("lost here/S2 noNews"),
+                          QStringLiteral("back here/S1 ready"), QStringLiteral("forgotten here/S2 noNews")}));
+    QCOMPARE(watcher.watch.boards().size(), 1);
 }
 
 void TestFleetWatch::lineIsWrittenAndAnswered()
@@ -387,15 +434,9 @@ void TestFleetWatch::settledComesAfterTheStoredStates()
     BrokerRun broker(settings);
     broker.start();
     constexpr int boards = 40; // more than the broker sends at once
-    const auto store = [&broker](const QString &topic, const char *payload) {
-        const Outcome outcome = runProgram(QStringLiteral("mosquitto_pub"),
-                                           {QStringLiteral("-p"), QString::number(broker.port()), QStringLiteral("-r"),
-                                            QStringLiteral("-t"), topic, QStringLiteral("-m"), QLatin1String(payload)});
-        QCOMPARE(outcome.status, 0);
-    };
-    store(QStringLiteral("jw/here/online"), "true");
+    store(broker.port(), QStringLiteral("jw/here/online"), QStringLiteral("true"));
     for (int i = 0; i < boards; ++i)
-        store(QStringLiteral("jw/here/boards/S%1/state").arg(i), "{\"state\":\"lost\"}");
+        store(broker.port(), QStringLiteral("jw/here/boards/S%1/state").arg(i), QStringLiteral("{\"state\":\"lost\"}"));
     Watcher watcher(broker);
     int known = -1;
     connect(&watcher.watch, &FleetWatch::settled, this,

@@ -1,7 +1,7 @@
 #include "support/jwbridge/bridgerun.h"
+#include "support/jwbridge/filledspool.h"
 
-#include <jwbridge/database.h>
-
+#include <QDateTime>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -48,6 +48,23 @@ bool isAscending(const QList<qint64> &seqs)
     return std::is_sorted(seqs.begin(), seqs.end());
 }
 
+// No user may fill a disk in a test. A limit for the size of files has the same effect: writes fail.
+void limitFiles(int pid, rlim_t bytes)
+{
+    rlimit both{};
+    QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, nullptr, &both), 0);
+    both.rlim_cur = bytes;
+    QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, &both, nullptr), 0);
+}
+
+// Returns a command that runs jwbridge, with this limit from the start.
+QStringList withFullDisk(const QStringList &command)
+{
+    const int program = static_cast<int>(command.indexOf(QStringLiteral(JWBRIDGE_PROGRAM)));
+    return command.mid(0, program) + QStringList{QStringLiteral("prlimit"), QStringLiteral("--fsize=4096:unlimited")}
+    + command.mid(program);
+}
+
 } // namespace
 
 /// Tests that nothing is lost when the broker or the bridge is away for a time.
@@ -65,6 +82,9 @@ private Q_SLOTS:
     void payloadsGivenUpAreCounted();
     void forgottenBoardIsEmptiedLater();
     void fullDiskLosesNothing();
+    void fullDiskAtTheStartLosesNothing();
+    void fullDiskAtTheFirstStartEndsTheProgram();
+    void fullDiskAtTheEndIsReported();
     void damagedSpoolIsSetAside();
 
 private:
@@ -246,7 +266,6 @@ void TestJwbridgeInterruptions::forgottenBoardIsEmptiedLater()
     WAIT_FOR(subscriber->messages(m_board + "/state").size() >= 2 && subscriber->newest(m_board + "/state").isEmpty());
 }
 
-// No user may fill a disk in a test. A limit for the size of files has the same effect: writes fail.
 void TestJwbridgeInterruptions::fullDiskLosesNothing()
 {
     BrokerRun broker;
@@ -256,18 +275,13 @@ void TestJwbridgeInterruptions::fullDiskLosesNothing()
     broker.stop();
     BridgeRun bridge({boardOn("BoardA", m_port, streaming)}, broker.url(), m_spool->path());
     WAIT_FOR(spooled() > 50);
-    const auto limit = [pid = bridgePid(m_spool->path())](rlim_t bytes) {
-        rlimit both{};
-        QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, nullptr, &both), 0);
-        both.rlim_cur = bytes;
-        QCOMPARE(::prlimit(pid, RLIMIT_FSIZE, &both, nullptr), 0);
-    };
-    limit(4096);
+    const int pid = bridgePid(m_spool->path());
+    limitFiles(pid, 4096);
     WAIT_FOR(bridge.error().contains("can't write the spool: disk I/O error. Payloads stay in memory"));
     broker.start();
     // While the disk is full, payloads still go from the boards to the broker.
     WAIT_FOR(subscriber.messages(m_board + "/rx").size() >= replies - 1);
-    limit(RLIM_INFINITY);
+    limitFiles(pid, RLIM_INFINITY);
     WAIT_FOR(bridge.error().contains("the spool can be written again"));
     publish(broker, QString::fromLatin1(m_board + "/tx"), "PJWVER");
     WAIT_FOR(withoutRepeats(seqsOf(subscriber.messages(m_board + "/rx"))).size() >= 2 * replies - 1);
@@ -276,6 +290,52 @@ void TestJwbridgeInterruptions::fullDiskLosesNothing()
     QCOMPARE(seqs.first(), 1);
     QCOMPARE(seqs.last(), seqs.size()); // no number is missing
     QVERIFY(!bridge.isOver());
+}
+
+void TestJwbridgeInterruptions::fullDiskAtTheStartLosesNothing()
+{
+    constexpr int count = 50;
+    const qint64 before = QDateTime::currentMSecsSinceEpoch() * 1000;
+    fillSpool(m_spool->path(), count);
+    BrokerRun broker;
+    broker.start();
+    Subscriber subscriber(broker);
+    subscriber.start();
+    ProgramRun bridge(jwsimProgram(),
+                      withFullDisk(bridgeUnderJwsim({boardOn("BoardA", m_port, "serial=S1,replies=3")}, broker.url(),
+                                                    m_spool->path())));
+    bridge.start();
+    WAIT_FOR(bridge.error().contains("can't write the spool: "));
+    WAIT_FOR(subscriber.messages(m_board + "/rx").size() >= count + 2);
+    const QList<qint64> seqs = seqsOf(subscriber.messages(m_board + "/rx"));
+    for (int i = 0; i < count; ++i)
+        QCOMPARE(seqs[i], i + 1);
+    QVERIFY(seqs[count] >= before); // no number that an earlier bridge may have used
+    QVERIFY(!bridge.isOver());
+}
+
+void TestJwbridgeInterruptions::fullDiskAtTheFirstStartEndsTheProgram()
+{
+    const Outcome outcome = runProgram(
+        jwsimProgram(), withFullDisk(bridgeUnderJwsim({}, QStringLiteral("mqtt://localhost"), m_spool->path())));
+    QCOMPARE(outcome.status, 1);
+    QVERIFY2(outcome.error.endsWith("jwbridge: can't use " + m_spool->filePath(QStringLiteral("jwbridge.db")).toUtf8()
+                                    + ": disk I/O error\n"),
+             outcome.error.constData());
+}
+
+void TestJwbridgeInterruptions::fullDiskAtTheEndIsReported()
+{
+    BrokerRun broker;
+    BridgeRun bridge({boardOn("BoardA", m_port, streaming)}, broker.url(), m_spool->path());
+    WAIT_FOR(spooled() > 50);
+    const int pid = bridgePid(m_spool->path());
+    limitFiles(pid, 4096);
+    WAIT_FOR(bridge.error().contains("Payloads stay in memory"));
+    ::kill(pid, SIGTERM);
+    WAIT_FOR(bridge.isOver());
+    QVERIFY2(bridge.error().contains(" payloads are lost, because the spool can't be written: disk I/O error"),
+             bridge.error().constData());
 }
 
 void TestJwbridgeInterruptions::damagedSpoolIsSetAside()

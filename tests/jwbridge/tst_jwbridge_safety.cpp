@@ -1,4 +1,5 @@
 #include "support/jwbridge/bridgerun.h"
+#include "support/jwbridge/plainbridge.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -15,21 +16,6 @@
 
 namespace {
 
-// A jwbridge without simulated boards, as a machine named `host`.
-class PlainBridge : public ProgramRun
-{
-public:
-    PlainBridge(const QString &broker, const QString &spool, const QStringList &options = {},
-                const QString &host = QStringLiteral("here"))
-        : ProgramRun(QStringLiteral(JWBRIDGE_PROGRAM),
-                     QStringList{QStringLiteral("--broker"), broker, QStringLiteral("--spool"), spool,
-                                 QStringLiteral("--host"), host, QStringLiteral("--port"), QStringLiteral("none")}
-                         + options)
-    {
-        start();
-    }
-};
-
 /// Processor time of a process in ms.
 qint64 processorTime(qint64 pid)
 {
@@ -38,17 +24,6 @@ qint64 processorTime(qint64 pid)
         return -1;
     const QList<QByteArray> fields = file.readAll().split(' ');
     return (fields.value(13).toLongLong() + fields.value(14).toLongLong()) * 1000 / ::sysconf(_SC_CLK_TCK);
-}
-
-/// The most memory that a process had so far, in KiB.
-qint64 mostMemory(qint64 pid)
-{
-    QFile file(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!file.open(QIODevice::ReadOnly))
-        return -1;
-    const QByteArray text = file.readAll();
-    const auto start = text.indexOf("VmHWM:") + 6;
-    return text.mid(start, text.indexOf(" kB", start) - start).trimmed().toLongLong();
 }
 
 // Writes a file, and returns its name.

@@ -1,13 +1,18 @@
+#include <jwbridge/boards.h>
 #include <jwbridge/spool.h>
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
+
+#include <sys/stat.h>
 
 using namespace JwBridge;
 
@@ -91,6 +96,10 @@ private Q_SLOTS:
     void payloadOnItsWayIsNotGivenUp();
     void lossesSurviveARestart();
     void fullDiskLosesNothingFromMemory();
+    void idleTimeDoesNotEndTheTrouble();
+    void finishCountsWhatIsLost();
+    void otherUsersCantReadTheSpool();
+    void knownBoardsAreStoredTogether();
     void secondProcessIsRefused();
     void unusableFileIsSetAside_data();
     void unusableFileIsSetAside();
@@ -261,6 +270,77 @@ void TestJwbridgeSpool::fullDiskLosesNothingFromMemory()
     fill(run, many, 10000);
     QVERIFY(run.spool->losses().disk >= 10);
     QCOMPARE(run.seqs().size() + static_cast<int>(run.spool->losses().disk), 1000 + many);
+}
+
+void TestJwbridgeSpool::idleTimeDoesNotEndTheTrouble()
+{
+    SpoolRun run(m_folder->path());
+    QSignalSpy spy(run.spool.get(), &Spool::diskTrouble);
+    QVERIFY(run.database().run("PRAGMA query_only=1")); // every write fails
+    fill(run, 3);
+    QTRY_COMPARE(spy.size(), 1);
+    run.spool->acknowledge(3);
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_VERIFY(clock.elapsed() > 5 * Spool::storeInterval);
+    QCOMPARE(spy.size(), 1);
+    QVERIFY(run.database().run("PRAGMA query_only=0"));
+    QTRY_COMPARE(spy.size(), 2);
+    QCOMPARE(spy[1][0].toString(), QString());
+}
+
+void TestJwbridgeSpool::finishCountsWhatIsLost()
+{
+    QString error;
+    {
+        SpoolRun run(m_folder->path());
+        fill(run, 5);
+        QTRY_COMPARE(run.rows(), 5);
+        fill(run, 3);
+        run.spool->acknowledge(6);
+        QVERIFY(run.database().run("PRAGMA query_only=1"));
+        QCOMPARE(run.spool->finish(&error), 2);
+        QVERIFY(!error.isEmpty());
+        QVERIFY(run.database().run("PRAGMA query_only=0"));
+    }
+    SpoolRun run(m_folder->path());
+    QCOMPARE(run.seqs(), range(1, 5));
+    fill(run, 3);
+    QCOMPARE(run.spool->finish(&error), 0);
+    QCOMPARE(run.rows(), 8);
+}
+
+void TestJwbridgeSpool::otherUsersCantReadTheSpool()
+{
+    const mode_t before = ::umask(0);
+    SpoolRun run(m_folder->path());
+    fill(run, 3);
+    QTRY_COMPARE(run.rows(), 3);
+    ::umask(before);
+    for (const char *name : {"spool.db", "spool.db-wal"}) {
+        const QFileInfo file(m_folder->filePath(QLatin1String(name)));
+        QVERIFY(file.exists());
+        QVERIFY2(!(file.permissions() & (QFile::ReadOther | QFile::ReadGroup)), name);
+    }
+}
+
+// Each transaction waits for the disk. A bridge on a production line may know thousands of boards.
+void TestJwbridgeSpool::knownBoardsAreStoredTogether()
+{
+    constexpr int count = 2000;
+    const auto load = [this] {
+        SpoolRun run(m_folder->path());
+        Boards boards(run.database(), {}, 3600);
+        QString error;
+        QVERIFY2(boards.load(&error), qPrintable(error));
+        // SQLite writes at least one page for each transaction.
+        QVERIFY(QFileInfo(m_folder->filePath(QStringLiteral("spool.db-wal"))).size() < count / 2 * 4096);
+        QVERIFY(run.database().run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
+                                   "INSERT OR REPLACE INTO boards SELECT CAST(i AS BLOB), CAST('{\"state\":\"ready\"}' "
+                                   "AS BLOB) FROM n"));
+    };
+    load();
+    load();
 }
 
 void TestJwbridgeSpool::secondProcessIsRefused()

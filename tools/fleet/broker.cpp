@@ -27,6 +27,8 @@ constexpr int longestDelay = 30000; // ms
 constexpr int steadyAfter = 5000; // ms; a connection that lasted for this time was a good one
 constexpr int readPackets = 100; // packets that one call may read
 constexpr int lowestError = 128; // codes of MQTT 5 from this one on are errors
+constexpr int messageOverhead = 500; // bytes that libmosquitto keeps for a message besides its texts, rounded up
+constexpr qint64 maxUnacknowledged = 32 * 1024 * 1024; // bytes of messages that libmosquitto may keep
 
 Broker *brokerOf(void *self)
 {
@@ -52,6 +54,14 @@ QByteArray textProperty(const mosquitto_property *properties, int identifier)
     const QByteArray bytes(text);
     std::free(text);
     return bytes;
+}
+
+// Returns false only if the broker says that it lacks a feature.
+bool hasFeature(const mosquitto_property *properties, int identifier)
+{
+    uint8_t value = 1;
+    mosquitto_property_read_byte(properties, identifier, &value, false);
+    return value != 0;
 }
 
 QByteArray dataProperty(const mosquitto_property *properties, int identifier)
@@ -130,6 +140,9 @@ Broker::Broker(const BrokerSettings &settings, QObject *parent)
     // libmosquitto then sends a ping if it is time, and ends a connection on which no answer came.
     m_keepAliveTimer.setInterval(settings.keepAlive * 1000 / 4);
     connect(&m_keepAliveTimer, &QTimer::timeout, this, [this] { after(mosquitto_loop_misc(m_client.get())); });
+    m_acknowledgeTimer.setSingleShot(true);
+    m_acknowledgeTimer.setInterval(settings.keepAlive * 1000);
+    connect(&m_acknowledgeTimer, &QTimer::timeout, this, [this] { fail(unacknowledgedText()); });
 }
 
 Broker::~Broker()
@@ -268,10 +281,25 @@ void Broker::after(int result)
     deliver();
     if (!m_client)
         return;
-    if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(m_client.get()) < 0)
+    if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(m_client.get()) < 0 || !m_reason.isEmpty())
         fail(lossText(result));
     else
         update();
+}
+
+// A caller of publish() must not see a signal before publish() returns. So a connection that ends is handled later.
+void Broker::checkLater()
+{
+    if (std::exchange(m_isCheckQueued, true))
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_isCheckQueued = false;
+            if (m_client)
+                after(MOSQ_ERR_SUCCESS);
+        },
+        Qt::QueuedConnection);
 }
 
 void Broker::update()
@@ -294,6 +322,11 @@ void Broker::deliver()
             Q_EMIT connected();
             break;
         case Event::Acknowledged:
+            m_unacknowledgedBytes -= m_unacknowledged.take(event.number);
+            if (m_unacknowledged.isEmpty())
+                m_acknowledgeTimer.stop();
+            else
+                m_acknowledgeTimer.start();
             if (event.code == MQTT_RC_NO_MATCHING_SUBSCRIBERS)
                 Q_EMIT unwanted(event.number);
             Q_EMIT acknowledged(event.number, isError(event.code) ? codeText(event.code) : QString());
@@ -335,6 +368,9 @@ void Broker::close()
         QHostInfo::abortHostLookup(std::exchange(m_lookup, -1));
     m_answerTimer.stop();
     m_keepAliveTimer.stop();
+    m_acknowledgeTimer.stop();
+    m_unacknowledged.clear();
+    m_unacknowledgedBytes = 0;
     if (m_writable) { // perhaps the notifier is emitting its signal, so it is deleted later
         m_writable->setEnabled(false);
         m_writable.release()->deleteLater();
@@ -373,6 +409,11 @@ QString Broker::tooLargeText() const
         .arg(m_settings.maxPacket);
 }
 
+QString Broker::unacknowledgedText()
+{
+    return QStringLiteral("the broker does not acknowledge messages");
+}
+
 QString Broker::doubleText() const
 {
     return QStringLiteral("another program is connected to the broker as \"%1\": give each machine its own --host")
@@ -402,8 +443,14 @@ QString Broker::lossText(int result) const
 int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isRetained,
                     const UserProperties &properties, const QByteArray &correlation, const QByteArray &responseTopic)
 {
-    if (!m_isConnected)
+    if (!m_isConnected || !m_reason.isEmpty())
         return NotConnected;
+    const auto size = topic.size() + payload.size() + correlation.size() + responseTopic.size() + messageOverhead;
+    if (m_unacknowledgedBytes + size > maxUnacknowledged) {
+        m_reason = unacknowledgedText();
+        checkLater();
+        return NotConnected;
+    }
     Properties list;
     for (const QPair<QByteArray, QByteArray> &pair : properties)
         list.add(MQTT_PROP_USER_PROPERTY, pair.first, pair.second);
@@ -415,21 +462,23 @@ int Broker::publish(const QByteArray &topic, const QByteArray &payload, bool isR
     const int result =
         mosquitto_publish_v5(m_client.get(), &number, topic.constData(), static_cast<int>(payload.size()),
                              payload.constData(), 1, isRetained, list.list());
-    // The caller must not see a signal before this function returns. So a lost connection is handled later.
     if (mosquitto_socket(m_client.get()) < 0) {
-        if (!std::exchange(m_isCheckQueued, true))
-            QMetaObject::invokeMethod(
-                this,
-                [this] {
-                    m_isCheckQueued = false;
-                    if (m_client)
-                        after(MOSQ_ERR_SUCCESS);
-                },
-                Qt::QueuedConnection);
+        checkLater();
         return NotConnected;
     }
     update();
-    return result == MOSQ_ERR_SUCCESS ? number : NotAllowed;
+    if (result != MOSQ_ERR_SUCCESS)
+        return NotAllowed;
+    if (m_unacknowledged.isEmpty())
+        m_acknowledgeTimer.start();
+    m_unacknowledged.insert(number, static_cast<int>(size));
+    m_unacknowledgedBytes += size;
+    return number;
+}
+
+QString Broker::notAllowedText()
+{
+    return QStringLiteral("the topic has a wildcard, or the message is larger than the broker allows");
 }
 
 void Broker::subscribe(const QByteArray &filter, bool withRetained)
@@ -444,12 +493,18 @@ void Broker::subscribe(const QByteArray &filter, bool withRetained)
         update();
 }
 
-void Broker::onConnected(mosquitto *, void *self, int code, int, const mqtt5__property *)
+void Broker::onConnected(mosquitto *, void *self, int code, int, const mqtt5__property *properties)
 {
-    if (code == MQTT_RC_SUCCESS)
-        brokerOf(self)->m_events.push_back({Event::Connected});
+    Broker *const broker = brokerOf(self);
+    const QString text = QStringLiteral("the broker does not support %1: use another broker");
+    if (code != MQTT_RC_SUCCESS)
+        broker->m_reason = broker->connectionText(code);
+    else if (!hasFeature(properties, MQTT_PROP_MAXIMUM_QOS))
+        broker->m_reason = text.arg(QStringLiteral("quality of service 1"));
+    else if (!hasFeature(properties, MQTT_PROP_RETAIN_AVAILABLE))
+        broker->m_reason = text.arg(QStringLiteral("retained messages"));
     else
-        brokerOf(self)->m_reason = brokerOf(self)->connectionText(code);
+        broker->m_events.push_back({Event::Connected});
 }
 
 void Broker::onDisconnected(mosquitto *, void *self, int code, const mqtt5__property *)
@@ -465,7 +520,11 @@ void Broker::onDisconnected(mosquitto *, void *self, int code, const mqtt5__prop
 
 void Broker::onPublished(mosquitto *, void *self, int number, int code, const mqtt5__property *)
 {
-    brokerOf(self)->m_events.push_back({Event::Acknowledged, number, code});
+    Broker *const broker = brokerOf(self);
+    if (code == MQTT_RC_QUOTA_EXCEEDED) // later, the broker may take the message
+        broker->m_reason = QStringLiteral("the broker takes no message now: %1").arg(codeText(code));
+    else
+        broker->m_events.push_back({Event::Acknowledged, number, code});
 }
 
 void Broker::onSubscribed(mosquitto *, void *self, int number, int count, const int *granted, const mqtt5__property *)

@@ -56,7 +56,7 @@ public:
     /// Values that publish() returns if it does not send the message.
     enum Failure {
         NotConnected = 0, ///< there is no connection
-        NotAllowed = -1, ///< no broker can take this message, for example because its topic has a wildcard
+        NotAllowed = -1, ///< this broker can't take the message, see notAllowedText()
     };
 
     explicit Broker(const BrokerSettings &settings, QObject *parent = nullptr);
@@ -71,6 +71,8 @@ public:
     int publish(const QByteArray &topic, const QByteArray &payload, bool isRetained,
                 const UserProperties &properties = {}, const QByteArray &correlation = {},
                 const QByteArray &responseTopic = {});
+    /// Says why publish() returned NotAllowed.
+    static QString notAllowedText();
     /// Asks for messages. With `withRetained` false, the broker leaves out the messages that it has stored.
     void subscribe(const QByteArray &filter, bool withRetained);
 
@@ -110,6 +112,7 @@ private:
     void onArrived();
     void onRefused(PacketCheck::Result why);
     void after(int result);
+    void checkLater();
     void update();
     void deliver();
     void fail(const QString &reason);
@@ -117,6 +120,7 @@ private:
     QString connectionText(int code) const;
     QString lossText(int result) const;
     QString tooLargeText() const;
+    static QString unacknowledgedText();
     QString doubleText() const;
 
     const BrokerSettings m_settings;
@@ -126,7 +130,9 @@ private:
     std::unique_ptr<QSocketNotifier> m_writable; // whether libmosquitto can write to the gate
     std::vector<Event> m_events; // noted by the functions that libmosquitto calls
     QHash<int, QByteArray> m_filters; // subscriptions that the broker has not answered, by number
-    QString m_reason; // why the connection ends, if the broker said so
+    QHash<int, int> m_unacknowledged; // sizes of the messages that the broker has not acknowledged, by number
+    qint64 m_unacknowledgedBytes = 0;
+    QString m_reason; // why the connection ends, if that is known; the next after() ends it
     bool m_isOpening = false; // whether the socket is not yet connected
     bool m_isConnected = false;
     bool m_isTakenOver = false;
@@ -139,6 +145,7 @@ private:
     QTimer m_retryTimer;
     QTimer m_answerTimer; // ends an attempt that the broker does not answer
     QTimer m_keepAliveTimer;
+    QTimer m_acknowledgeTimer; // ends a connection on which the broker acknowledges nothing
 };
 
 } // namespace JwFleet

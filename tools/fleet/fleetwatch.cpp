@@ -134,7 +134,7 @@ void FleetWatch::onReceived(const Message &message)
 {
     if (message.topic == m_resultTopic) {
         if (message.correlation.isEmpty())
-            Q_EMIT settled();
+            onStoredStatesEnd();
         else
             onResult(message);
         return;
@@ -186,6 +186,20 @@ void FleetWatch::onState(const Key &key, const QByteArray &payload)
     board.since = QDateTime::fromString(textIn(object, "since"), Qt::ISODateWithMs);
     m_boards[key].stated = board;
     update(key);
+}
+
+// If the broker has news of a machine, but no state of one of its boards, the board was forgotten while there was no
+// connection.
+void FleetWatch::onStoredStatesEnd()
+{
+    QList<Key> forgotten;
+    for (auto it = m_boards.cbegin(); it != m_boards.cend(); ++it) {
+        if (!it->stated && m_machines.value(it.key().first, Machine::NoNews) != Machine::NoNews)
+            forgotten.append(it.key());
+    }
+    for (const Key &key : std::as_const(forgotten))
+        onState(key, QByteArray());
+    Q_EMIT settled();
 }
 
 // Reports a board if both its state and that of its machine are known. Until then, the board can't be used.

@@ -64,7 +64,9 @@ Q_SIGNALS:
     /// hears of it for the first time.
     void boardLost(const JwFleet::RemoteBoard &board);
     void boardBack(const JwFleet::RemoteBoard &board);
-    /// Emitted when the bridge has removed a board that was lost for a long time.
+    /// Emitted when the bridge has removed a board that was lost for a long time, also if it did so while there was no
+    /// connection. With a cluster of brokers, the signal may come by mistake after a reconnect; then boardFound()
+    /// follows.
     void boardForgotten(const JwFleet::RemoteBoard &board);
     /// The bridge received `text` from the board at `time`, in µs since the epoch. Each payload is reported once, also
     /// if the bridge sends it again after an interruption. Without `state`, `board` is not yet known.
@@ -93,6 +95,7 @@ private:
     void onFailed(const QString &reason);
     void onReceived(const Message &message);
     void onState(const Key &key, const QByteArray &payload);
+    void onStoredStatesEnd();
     void onPayload(const Key &key, const Message &message);
     void onPorts(const QString &host, const QByteArray &payload);
     void onAcknowledged(int brokerNumber, const QString &refusal);

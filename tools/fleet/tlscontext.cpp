@@ -30,6 +30,8 @@ TlsContext::TlsContext(const BrokerSettings &settings)
     SSL_CTX_set_min_proto_version(get(), TLS1_2_VERSION);
     // libmosquitto writes a packet in parts, and moves its buffer between two attempts.
     SSL_CTX_set_mode(get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    // Without this function, OpenSSL would ask for the password of a key on the terminal, and block the event loop.
+    SSL_CTX_set_default_passwd_cb(get(), [](char *, int, int, void *) { return -1; });
     SSL_CTX_set_verify(get(), SSL_VERIFY_PEER, &TlsContext::onVerified);
     SSL_CTX_set_info_callback(get(), &TlsContext::onProgress);
     X509_VERIFY_PARAM *const rules = SSL_CTX_get0_param(get());

@@ -81,9 +81,10 @@ Boards::Boards(Database &database, const JwTools::SearchSettings &search, qint64
 bool Boards::load(QString *error)
 {
     if (!m_database.run("CREATE TABLE IF NOT EXISTS boards(part BLOB PRIMARY KEY, state BLOB)")) {
-        *error = m_database.errorText();
+        *error = m_database.trouble();
         return false;
     }
+    Transaction transaction(m_database); // one for all boards, because each transaction waits for the disk
     QMap<QByteArray, QJsonObject> known;
     Statement statement(m_database, "SELECT part, state FROM boards");
     while (statement.next())
@@ -97,6 +98,7 @@ bool Boards::load(QString *error)
         setState(it.key(), *it);
     }
     forget();
+    transaction.commit();
     return true;
 }
 

@@ -36,7 +36,13 @@ Bridge::Bridge(const Options &options)
     connectParts();
 }
 
-Bridge::~Bridge() = default;
+Bridge::~Bridge()
+{
+    QString error;
+    const int lost = m_spool.finish(&error);
+    if (lost > 0)
+        say(QStringLiteral("%1 payloads are lost, because the spool can't be written: %2").arg(lost).arg(error));
+}
 
 void Bridge::connectParts()
 {
@@ -88,14 +94,17 @@ bool Bridge::start()
 {
     QString error;
     const QString file = QDir(m_options.spoolFolder).filePath(QStringLiteral("jwbridge.db"));
-    const bool isOpen = m_database.open(file, &error);
+    if (!m_database.open(file, &error)) {
+        say(error);
+        return false;
+    }
     const bool isNew = !m_database.setAside().isEmpty();
     if (isNew)
         say(m_database.setAside());
     // The numbers of a spool that was set aside must not come again. This clock is always ahead of them.
     const qint64 first = isNew ? QDateTime::currentMSecsSinceEpoch() * 1000 : 1;
-    if (!isOpen || !m_spool.load(&error, first) || !m_boards.load(&error)) {
-        say(error);
+    if (!m_spool.load(&error, first) || !m_boards.load(&error)) {
+        say(QStringLiteral("can't use %1: %2").arg(file, error));
         return false;
     }
     m_states.set(m_topics.online(), QByteArrayLiteral("true"));

@@ -26,6 +26,7 @@ class Bridge : public QObject
 
 public:
     explicit Bridge(const Options &options);
+    /// Stores the payloads. Says how many are lost if that fails.
     ~Bridge() override;
 
     /// Opens the spool and starts everything. Returns false if the spool can't be used.

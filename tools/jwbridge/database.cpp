@@ -3,13 +3,25 @@
 #include <QDateTime>
 #include <QFile>
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace JwBridge {
 
 namespace {
 
 constexpr int format = 1; // of the tables; grows with each change that older programs can't read
+
+// Makes the file if it is missing, so that other users can't read what boards send. SQLite would use the umask.
+// SQLite's other files get the same permissions.
+void makePrivate(const QByteArray &file)
+{
+    const int descriptor = ::open(file.constData(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor >= 0)
+        ::close(descriptor);
+}
 
 } // namespace
 
@@ -29,7 +41,7 @@ bool Database::open(const QString &file, QString *error)
     else if (!m_fault.isEmpty())
         *error = QStringLiteral("%1 %2, and can't be renamed: move it to another folder").arg(file, m_fault);
     else
-        *error = QStringLiteral("can't use %1: %2").arg(file, errorText());
+        *error = QStringLiteral("can't use %1: %2").arg(file, trouble());
     return false;
 }
 
@@ -37,9 +49,10 @@ bool Database::tryOpen(const QString &file)
 {
     m_fault.clear();
     m_handle.reset(); // before the same file is opened again
+    const QByteArray name = QFile::encodeName(file);
+    makePrivate(name);
     sqlite3 *handle = nullptr;
-    const int result = sqlite3_open_v2(QFile::encodeName(file).constData(), &handle,
-                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    const int result = sqlite3_open_v2(name.constData(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     m_handle.reset(handle);
     // With locking_mode=EXCLUSIVE, a second process fails at its first access. synchronous=FULL writes each
     // transaction to the disk before it ends.
@@ -55,21 +68,28 @@ bool Database::tryOpen(const QString &file)
 // Checks the whole file and its version. A new file gets the version.
 bool Database::isReadable()
 {
-    Statement version(*this, "PRAGMA user_version");
-    if (!version.next())
+    const QByteArray version = value("PRAGMA user_version");
+    if (version.isEmpty())
         return false;
-    if (version.number(0) > format) {
+    if (version.toInt() > format) {
         m_fault = QStringLiteral("is from a newer jwbridge");
         return false;
     }
-    Statement check(*this, "PRAGMA quick_check(1)");
-    if (!check.next())
+    const QByteArray check = value("PRAGMA quick_check(1)");
+    if (check.isEmpty())
         return false;
-    if (check.bytes(0) != "ok") {
-        m_fault = QStringLiteral("is damaged (%1)").arg(QString::fromUtf8(check.bytes(0)).simplified());
+    if (check != "ok") {
+        m_fault = QStringLiteral("is damaged (%1)").arg(QString::fromUtf8(check).simplified());
         return false;
     }
-    return version.number(0) == format || run(("PRAGMA user_version=" + QByteArray::number(format)).constData());
+    return version.toInt() == format || run(("PRAGMA user_version=" + QByteArray::number(format)).constData());
+}
+
+// Returns the only value of a query. Empty if the query fails; then errorText() says why.
+QByteArray Database::value(const char *sql) const
+{
+    Statement statement(*this, sql);
+    return statement.next() ? statement.bytes(0) : QByteArray();
 }
 
 // Renames the file, and the file with the newest changes that belongs to it.

@@ -36,6 +36,7 @@ public:
 private:
     bool tryOpen(const QString &file);
     bool isReadable();
+    QByteArray value(const char *sql) const;
     bool moveAside(const QString &file);
 
     std::unique_ptr<sqlite3, int (*)(sqlite3 *)> m_handle;

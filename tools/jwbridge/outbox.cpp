@@ -49,7 +49,7 @@ void Outbox::send()
         m_newest = payload->seq;
         m_sent.push_back({number, payload->seq, payload->board, false});
         if (number == JwFleet::Broker::NotAllowed)
-            onAcknowledged(number, QStringLiteral("the topic or the size is not allowed"));
+            settle(m_sent.back(), JwFleet::Broker::notAllowedText());
     }
 }
 
@@ -60,16 +60,22 @@ void Outbox::onAcknowledged(int number, const QString &refusal)
                                    [number](const Sent &one) { return one.number == number && !one.isSettled; });
     if (sent == m_sent.end())
         return;
-    sent->isSettled = true;
+    settle(*sent, refusal);
+    send();
+}
+
+// Must not call send(), because send() calls this function for each payload that no broker can take.
+void Outbox::settle(Sent &sent, const QString &refusal)
+{
+    sent.isSettled = true;
     if (!refusal.isEmpty()) {
         m_spool.countRefused();
-        Q_EMIT refused(m_topics.rx(sent->board), refusal);
+        Q_EMIT refused(m_topics.rx(sent.board), refusal);
     }
     while (!m_sent.empty() && m_sent.front().isSettled) {
         m_spool.acknowledge(m_sent.front().seq);
         m_sent.pop_front();
     }
-    send();
 }
 
 } // namespace JwBridge

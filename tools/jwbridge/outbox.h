@@ -41,6 +41,7 @@ private:
     void restart();
     void send();
     void onAcknowledged(int number, const QString &refusal);
+    void settle(Sent &sent, const QString &refusal);
 
     JwFleet::Broker &m_broker;
     Spool &m_spool;

@@ -59,9 +59,14 @@ QString Sender::write(const QByteArray &part, const QByteArray &line, uint *id)
         return checked.fault();
     if (isTooFast(part))
         return QStringLiteral("too fast: a board takes at most %1 sentences a second, see --tx-rate").arg(m_rate);
-    if (communicator->device() && communicator->device()->bytesToWrite() > maxUnsent)
+    QIODevice *const port = communicator->device();
+    if (port && port->bytesToWrite() > maxUnsent)
         return QStringLiteral("the board does not take what was sent before: try again later");
-    *id = communicator->writePayload(checked.sentence());
+    // Not by writePayload(): it does not say whether the port took the payload, and it keeps memory for each payload.
+    const QByteArray bytes = checked.sentence().toLatin1();
+    if (!port || !port->isWritable() || port->write(bytes) != bytes.size())
+        return QStringLiteral("the port of the board can't be written: its state topic soon says why");
+    *id = ++m_written;
     return QString();
 }
 

@@ -38,7 +38,8 @@ private:
     const Boards &m_boards;
     const JwFleet::Topics m_topics;
     const int m_rate;
-    QHash<QByteArray, Allowance> m_allowances; // of the boards that are there
+    uint m_written = 0; // id of the newest payload that was written
+    QHash<QByteArray, Allowance> m_allowances; // by board
     QElapsedTimer m_clock;
 };
 

@@ -63,8 +63,8 @@ Spool::Spool(Database &database, const Limits &limits, QObject *parent)
 
 Spool::~Spool()
 {
-    if (m_stored.reserved > 0) // false if load() failed or was not called
-        write(m_next, m_next); // without reserved numbers, so the next process continues without a gap
+    QString error;
+    finish(&error);
 }
 
 bool Spool::load(QString *error, qint64 first)
@@ -84,12 +84,28 @@ bool Spool::load(QString *error, qint64 first)
         m_acknowledged = m_given = m_stored.removed;
         m_next = std::max<qint64>({readNumber(m_database, "next"), m_stored.newest + 1, first});
     }
-    if (!isGood || !write(0, m_next + reservation)) {
-        *error = m_database.errorText();
+    if (!isGood) {
+        *error = m_database.trouble();
         return false;
     }
+    // If the numbers can't be reserved, an earlier process may have used them already. The clock is ahead of all of
+    // them.
+    if (!write(0, m_next + reservation))
+        m_next = std::max(m_next, QDateTime::currentMSecsSinceEpoch() * 1000);
+    m_isLoaded = true;
     m_timer.start();
     return true;
+}
+
+int Spool::finish(QString *error)
+{
+    if (!std::exchange(m_isLoaded, false))
+        return 0;
+    m_timer.stop();
+    if (write(m_next, m_next)) // without reserved numbers, so the next process continues without a gap
+        return 0;
+    *error = m_error;
+    return static_cast<int>(m_recent.size());
 }
 
 void Spool::add(const QByteArray &board, qint64 time, const QByteArray &text)
@@ -163,7 +179,9 @@ void Spool::store()
 {
     const LossCount before = m_stored.losses;
     const bool isLow = m_stored.reserved < m_next + reservation / 2;
-    const bool isGood = isIdle() || write(m_newestAtTick, isLow ? m_next + reservation : m_stored.reserved);
+    // While the disk could not be written, try again also if nothing waits. Otherwise its state is not known.
+    const bool isGood =
+        (isIdle() && !m_isInTrouble) || write(m_newestAtTick, isLow ? m_next + reservation : m_stored.reserved);
     m_newestAtTick = m_next - 1;
     if (m_isInTrouble == isGood) {
         m_isInTrouble = !isGood;
@@ -171,7 +189,7 @@ void Spool::store()
     }
     if (!isEqual(m_losses, before))
         Q_EMIT lossesChanged();
-    if (m_recent.empty() && m_stored.newest <= m_stored.removed && isIdle())
+    if (m_recent.empty() && m_stored.newest <= m_stored.removed && isIdle() && !m_isInTrouble)
         m_timer.stop();
 }
 

@@ -53,12 +53,15 @@ public:
     };
 
     Spool(Database &database, const Limits &limits, QObject *parent = nullptr);
-    /// Stores all payloads.
+    /// Stores all payloads, unless finish() did so.
     ~Spool() override;
 
     /// Reads the spool that an earlier process left. The next payload gets at least the number `first`. Returns false
-    /// and sets `error` if that fails.
+    /// and sets `error` if that fails. If the disk is full, payloads that were stored can still be sent: then the
+    /// result is true, and diskTrouble() follows.
     bool load(QString *error, qint64 first = 1);
+    /// Stores all payloads. Call this last. Returns how many payloads are lost because this failed, and sets `error`.
+    int finish(QString *error);
 
     void add(const QByteArray &board, qint64 time, const QByteArray &text);
     /// Returns the oldest payload that is newer than `seq`, and is neither acknowledged nor given up. Null if there is
@@ -117,6 +120,7 @@ private:
     qint64 m_given = 0; // after() has returned the payloads up to this one
     qint64 m_newestAtTick = 0;
     QString m_error; // why the newest write failed
+    bool m_isLoaded = false;
     bool m_isInTrouble = false;
     bool m_isUnreadable = false; // since readTrouble()
     QTimer m_timer; // runs only while there is something to write or to give up

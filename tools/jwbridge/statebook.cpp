@@ -26,6 +26,8 @@ void StateBook::publish(const QByteArray &topic)
     const int number = m_broker.publish(topic, m_states.value(topic), true);
     if (number > 0)
         m_sent.insert(number, topic);
+    else if (number == JwFleet::Broker::NotAllowed)
+        Q_EMIT refused(topic, JwFleet::Broker::notAllowedText());
 }
 
 void StateBook::publishAll()
