@@ -91,11 +91,11 @@ void store(quint16 port, const QString &topic, const QString &payload)
 {
     const QStringList content =
         payload.isEmpty() ? QStringList{QStringLiteral("-n")} : QStringList{QStringLiteral("-m"), payload};
-    const Outcome outcome = runProgram(
-        QStringLiteral("mosquitto_pub"),
-        QStringList{QStringLiteral("-q"), QStringLiteral("1"), QStringLiteral("-p"), QString::number(port),
-                    QStringLiteral("-r"), QStringLiteral("-t"), topic}
-            + content);
+    const Outcome outcome =
+        runProgram(QStringLiteral("mosquitto_pub"),
+                   QStringList{QStringLiteral("-q"), QStringLiteral("1"), QStringLiteral("-p"), QString::number(port),
+                               QStringLiteral("-r"), QStringLiteral("-t"), topic}
+                       + content);
     QCOMPARE(outcome.status, 0);
 }
 
