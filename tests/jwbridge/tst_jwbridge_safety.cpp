@@ -1,5 +1,6 @@
 #include "support/jwbridge/bridgerun.h"
 #include "support/jwbridge/plainbridge.h"
+#include "support/programs/terminalrun.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -118,6 +119,7 @@ private Q_SLOTS:
     void certificateIsChecked();
     void clientCertificateIsChecked_data();
     void clientCertificateIsChecked();
+    void keyWithAPasswordIsRefused();
     void secondBridgeOfAMachineIsReported();
     void largeMessageIsNotTaken();
     void floodIsNotTaken_data();
@@ -387,6 +389,27 @@ void TestJwbridgeSafety::clientCertificateIsChecked()
     PlainBridge bridge(broker.url(QStringLiteral("mqtts")), m_spool->path(), options);
     WAIT_FOR(bridge.error().contains(text));
     QCOMPARE(bridge.error().contains("connected to"), text.startsWith("connected to"));
+}
+
+// On a terminal, OpenSSL can ask for the password, and would wait for the answer.
+void TestJwbridgeSafety::keyWithAPasswordIsRefused()
+{
+    const QString key = certificate(QStringLiteral("locked.key"));
+    QCOMPARE(runProgram(QStringLiteral("openssl"),
+                        {QStringLiteral("rsa"), QStringLiteral("-aes256"), QStringLiteral("-passout"),
+                         QStringLiteral("pass:secret"), QStringLiteral("-in"), certificate(QStringLiteral("here.key")),
+                         QStringLiteral("-out"), key})
+                 .status,
+             0);
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    TerminalRun bridge(QStringLiteral(JWBRIDGE_PROGRAM),
+                       {QStringLiteral("--broker"), QStringLiteral("mqtts://localhost:%1").arg(server.serverPort()),
+                        QStringLiteral("--host"), QStringLiteral("here"), QStringLiteral("--spool"), m_spool->path(),
+                        QStringLiteral("--port"), QStringLiteral("none"), QStringLiteral("--certificate"),
+                        certificate(QStringLiteral("here.crt")), QStringLiteral("--key"), key});
+    WAIT_FOR(bridge.screen().contains("locked.key as --key: "));
+    QVERIFY(!bridge.isOver());
 }
 
 void TestJwbridgeSafety::secondBridgeOfAMachineIsReported()

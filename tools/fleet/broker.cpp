@@ -141,8 +141,8 @@ Broker::Broker(const BrokerSettings &settings, QObject *parent)
     m_keepAliveTimer.setInterval(settings.keepAlive * 1000 / 4);
     connect(&m_keepAliveTimer, &QTimer::timeout, this, [this] { after(mosquitto_loop_misc(m_client.get())); });
     m_acknowledgeTimer.setSingleShot(true);
-    // Longer than libmosquitto waits for a broker that answers nothing at all.
-    m_acknowledgeTimer.setInterval(settings.keepAlive * 3000);
+    // Longer than libmosquitto waits for the answer to a ping, which says more.
+    m_acknowledgeTimer.setInterval(3 * settings.keepAlive * 1000);
     connect(&m_acknowledgeTimer, &QTimer::timeout, this, [this] { fail(unacknowledgedText()); });
 }
 
