@@ -169,7 +169,8 @@ void Broker::stop()
 // Looks the name up before libmosquitto gets an address, because libmosquitto would wait for the answer.
 void Broker::lookUp()
 {
-    m_lookup = QHostInfo::lookupHost(m_settings.address.host, this, &Broker::onLookedUp);
+    // By the slot's name, because Qt never frees a connection by its address if the lookup is aborted.
+    m_lookup = QHostInfo::lookupHost(m_settings.address.host, this, SLOT(onLookedUp(QHostInfo)));
 }
 
 void Broker::onLookedUp(const QHostInfo &info)

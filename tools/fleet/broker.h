@@ -105,7 +105,7 @@ private:
     static void onMessage(mosquitto *, void *self, const mosquitto_message *message, const mqtt5__property *properties);
 
     void lookUp();
-    void onLookedUp(const QHostInfo &info);
+    Q_SLOT void onLookedUp(const QHostInfo &info);
     void open(const QByteArray &address);
     void setUp();
     void onOpened(int error);
