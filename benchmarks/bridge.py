@@ -116,7 +116,7 @@ def boards(count):
     ports = [f"ttyACM{i}" for i in range(count)]
     options = []
     for port in ports:
-        options += ["--board", f"BoardA,port={port},serial={port},replies=1000,chunk=14,gap=10"]
+        options += ["--board", f"BoardA,port={port},serial={port},replies=1000,chunk=26,gap=10"]
     return options, ports
 
 
@@ -164,7 +164,7 @@ def reading(build, bench):
         used = (processor_seconds(bridge) - before) / SECONDS
         run.terminate()
         run.wait()
-        subscriber.terminate()
+        subscriber.kill()  # it ignores SIGTERM while it writes to a full pipe
         subscriber.wait()
     payloads = text.count(b"time:") / SECONDS
     print(f"{BOARDS} boards, {payloads / BOARDS:.0f} payloads a second each: jwbridge takes {used * 100:.1f} % of a core; "
