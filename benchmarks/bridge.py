@@ -116,7 +116,7 @@ def boards(count):
     ports = [f"ttyACM{i}" for i in range(count)]
     options = []
     for port in ports:
-        options += ["--board", f"BoardA,port={port},serial={port},replies=1000,chunk=26,gap=10"]
+        options += ["--board", f"BoardA,port={port},serial={port},replies=1000,chunk=26,gap=9"]
     return options, ports
 
 
@@ -159,7 +159,7 @@ def reading(build, bench):
         start = time.monotonic()
         text = b""
         while time.monotonic() < start + SECONDS:
-            time.sleep(0.1)
+            time.sleep(0.01)  # more often than the pipe is full
             text += subscriber.stdout.read() or b""
         used = (processor_seconds(bridge) - before) / SECONDS
         run.terminate()
