@@ -237,8 +237,7 @@ void TestFleetScale::memoryOfOneBridge()
 #ifdef NDEBUG
     QVERIFY2(own < 16 * 1024, QByteArray::number(own));
 #endif
-    qInfo("a jwbridge process with 16 boards: %d KiB of its own, %d KiB with the code that processes share", own,
-          whole);
+    qInfo("a jwbridge process with 16 boards uses %d KiB alone, %d KiB with the code that it shares", own, whole);
 }
 
 QTEST_GUILESS_MAIN(TestFleetScale)

@@ -11,7 +11,7 @@
 
 namespace JwBridge {
 
-/// What the command line and the file of --config say.
+/// The options of the command line and of the file that --config names.
 struct Options
 {
     enum Action { Run, ShowHelp, ShowVersion };

@@ -14,7 +14,7 @@ public:
 
     /// The sentence to write. Empty if fault() is not empty.
     QString sentence() const { return m_sentence; }
-    /// What is wrong with the message. Empty if nothing is wrong.
+    /// Returns why the message is refused. Empty if the message is good.
     QString fault() const { return m_fault; }
 
 private:

@@ -18,7 +18,7 @@ struct Options : JwTools::SearchSettings
 {
     enum Action { Find, List, Doctor, Monitor, Watch, Fleet, ShowUdevRules, ShowHelp, ShowVersion };
 
-    /// What --fleet and the options that belong to it say.
+    /// The values of --fleet and of the options that belong to it.
     struct FleetOptions
     {
         JwFleet::BrokerSettings broker; ///< without client id and will
