@@ -2,12 +2,10 @@
 
 #include "addressing.h"
 #include "fleetsend.h"
-#include "fleettable.h"
 #include <common/printable.h>
 #include <common/sentenceframe.h>
 #include <jwprobe/app/signalwatch.h>
 #include <jwprobe/monitor/input.h>
-#include <jwprobe/output/output.h>
 #include <jwprobe/output/outputwatch.h>
 #include <jwprobe/search/searchresult.h>
 
@@ -24,31 +22,26 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int drawInterval = 100; // ms between drawings; a large fleet would keep the terminal busy
+std::unique_ptr<FleetTable> makeFleetTable(const Options &options)
+{
+    if (options.json || options.fleet.withPayloads || !isLiveTerminal(STDOUT_FILENO, options))
+        return nullptr;
+    return std::make_unique<FleetTable>(options.fleet.broker.address.text());
+}
 
 } // namespace
 
 FleetView::FleetView(const Options &options)
     : m_options(options)
+    , m_output(makeFleetTable(options), options.json, [this] { Q_EMIT ended(SomeMissing); })
     , m_watch(options.fleet.broker, options.fleet.prefix,
               options.fleet.withPayloads ? FleetWatch::WithPayloads : FleetWatch::WithoutPayloads)
 {
-    if (!options.json && !options.fleet.withPayloads && isLiveTerminal(STDOUT_FILENO, options))
-        m_table = std::make_unique<FleetTable>(options.fleet.broker.address.text());
-    m_drawTimer.setSingleShot(true);
-    m_drawTimer.setInterval(drawInterval);
-    connect(&m_drawTimer, &QTimer::timeout, this, &FleetView::draw);
     m_deadline.setSingleShot(true);
     m_deadline.setTimerType(Qt::PreciseTimer);
     connect(&m_deadline, &QTimer::timeout, this, [this] { Q_EMIT ended(m_wasFound ? AllFound : SomeMissing); });
     connect(new OutputWatch(this), &OutputWatch::lost, this, [this] { Q_EMIT ended(SomeMissing); });
     connectWatch();
-}
-
-FleetView::~FleetView()
-{
-    if (m_drawTimer.isActive())
-        draw();
 }
 
 void FleetView::connectWatch()
@@ -76,11 +69,9 @@ void FleetView::connectWatch()
 
 void FleetView::start()
 {
-    m_clock.start();
+    m_output.start();
     if (m_options.deadline > 0)
         m_deadline.start(m_options.deadline);
-    if (m_table)
-        drawSoon();
     if (m_options.fleet.withPayloads) {
         if (::isatty(STDERR_FILENO) != 0)
             complain(QStringLiteral("type \"ID: PJWVER\" to send a sentence to a board; Ctrl-C ends"));
@@ -100,9 +91,9 @@ void FleetView::onFailed(const QString &reason)
     if (reason == m_failure)
         return;
     m_failure = reason;
-    if (m_table) {
-        m_table->setFailure(reason);
-        drawSoon();
+    if (FleetTable *table = m_output.table()) {
+        table->setFailure(reason);
+        m_output.drawSoon();
     } else if (!reason.isEmpty()) {
         complain(
             QStringLiteral("no connection to %1: %2. Trying again").arg(m_options.fleet.broker.address.text(), reason));
@@ -114,7 +105,7 @@ void FleetView::onMachine(const JwFleet::Machine &machine)
     FleetEvent event{machine.state == JwFleet::Machine::Online ? FleetEvent::Online : FleetEvent::Offline, {}, {}, {}};
     event.board.host = machine.host;
     event.reason = machine.state == JwFleet::Machine::NoNews ? QStringLiteral("noNews") : QStringLiteral("bridgeAway");
-    show(event);
+    m_output.show(event);
 }
 
 void FleetView::onBoard(FleetEvent::Kind kind, const RemoteBoard &board)
@@ -122,7 +113,7 @@ void FleetView::onBoard(FleetEvent::Kind kind, const RemoteBoard &board)
     if (!isWanted(board, m_options))
         return;
     m_wasFound = m_wasFound || board.isThere();
-    show({kind, board, {}, {}});
+    m_output.show({kind, board, {}, {}});
 }
 
 void FleetView::onPayload(const RemoteBoard &board, qint64 time, qint64 seq, const QString &text)
@@ -132,7 +123,7 @@ void FleetView::onPayload(const RemoteBoard &board, qint64 time, qint64 seq, con
     FleetEvent event{FleetEvent::Payload, board, text, {}};
     event.seq = seq;
     event.time = QDateTime::fromMSecsSinceEpoch(time / 1000);
-    show(event);
+    m_output.show(event);
 }
 
 // Shows the ports on which no board was found. Shows a reason again only if it is new.
@@ -151,12 +142,12 @@ void FleetView::onPorts(const QString &host)
         FleetEvent event{FleetEvent::Refused, {}, port.summary, port.state};
         event.board.host = host;
         event.board.portName = port.portName;
-        show(event);
+        m_output.show(event);
     }
     m_refusals.insert(host, reasons);
-    if (m_table) {
-        m_table->setRefusals(host, refused);
-        drawSoon();
+    if (FleetTable *table = m_output.table()) {
+        table->setRefusals(host, refused);
+        m_output.drawSoon();
     }
 }
 
@@ -192,32 +183,9 @@ void FleetView::onSent(int number, const QString &error)
     const FleetEvent event = m_sent.take(number);
     m_input->setPaused(!m_sent.isEmpty());
     if (error.isEmpty())
-        show(event);
+        m_output.show(event);
     else
         complain(QStringLiteral("not sent: %1").arg(JwTools::printable(error)));
-}
-
-void FleetView::show(FleetEvent event)
-{
-    event.milliseconds = static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
-    if (m_table) {
-        m_table->add(event);
-        drawSoon();
-    } else if (!print(m_options.json ? jsonText(eventJson(event), QJsonDocument::Compact) : eventLine(event))) {
-        Q_EMIT ended(SomeMissing);
-    }
-}
-
-void FleetView::drawSoon()
-{
-    if (!m_drawTimer.isActive())
-        m_drawTimer.start();
-}
-
-void FleetView::draw()
-{
-    if (!print(m_table->redrawn(terminalWidth(STDOUT_FILENO), terminalHeight(STDOUT_FILENO))))
-        Q_EMIT ended(SomeMissing);
 }
 
 int runFleet(const Options &options)

@@ -1,21 +1,19 @@
 #pragma once
 
 #include "fleetevent.h"
+#include "fleettable.h"
 #include <jwprobe/app/options.h>
+#include <jwprobe/output/eventoutput.h>
 
 #include <fleet/fleetwatch.h>
 
-#include <QElapsedTimer>
 #include <QMap>
 #include <QObject>
 #include <QString>
 #include <QTimer>
 
-#include <memory>
-
 namespace JwProbe {
 
-class FleetTable;
 class Input;
 
 /// Shows the boards on a broker, from start() on. With --monitor, also shows their payloads, and sends the lines of
@@ -26,8 +24,6 @@ class FleetView : public QObject
 
 public:
     explicit FleetView(const Options &options);
-    /// Draws the changes of the table that were not yet drawn.
-    ~FleetView() override;
 
     void start();
 
@@ -44,15 +40,10 @@ private:
     void onFailed(const QString &reason);
     void send(const QString &line);
     void onSent(int number, const QString &error);
-    void show(FleetEvent event);
-    void drawSoon();
-    void draw();
 
     const Options m_options;
-    std::unique_ptr<FleetTable> m_table; // null if events are printed one by one
-    QTimer m_drawTimer;
     QTimer m_deadline;
-    QElapsedTimer m_clock;
+    EventOutput<FleetTable, FleetEvent> m_output; // before m_watch, whose signals use it
     QMap<QString, QMap<QString, QString>> m_refusals; // reasons by port, by host
     QMap<int, FleetEvent> m_sent; // lines on their way
     Input *m_input = nullptr; // null without --monitor

@@ -1,6 +1,5 @@
 #include "watch.h"
 
-#include "livetable.h"
 #include <common/boardtype.h>
 #include <jwprobe/app/signalwatch.h>
 #include <jwprobe/doctor/holder.h>
@@ -23,8 +22,6 @@ namespace JwProbe {
 
 namespace {
 
-constexpr int drawInterval = 100; // ms between drawings; boards that talk all the time would keep the terminal busy
-
 QString title(const Options &options)
 {
     return QStringLiteral("Watching for %1%2; Ctrl-C ends")
@@ -34,16 +31,19 @@ QString title(const Options &options)
                  : QStringLiteral(" on the ports named by %1").arg(options.portChoice().options()));
 }
 
+std::unique_ptr<LiveTable> makeLiveTable(const Options &options)
+{
+    if (options.json || !isLiveTerminal(STDOUT_FILENO, options))
+        return nullptr;
+    return std::make_unique<LiveTable>(title(options));
+}
+
 } // namespace
 
 Watch::Watch(const Options &options)
     : m_options(options)
+    , m_output(makeLiveTable(options), options.json, [this] { Q_EMIT ended(SomeMissing); })
 {
-    if (!m_options.json && isLiveTerminal(STDOUT_FILENO, m_options))
-        m_table = std::make_unique<LiveTable>(title(m_options));
-    m_drawTimer.setSingleShot(true);
-    m_drawTimer.setInterval(drawInterval);
-    connect(&m_drawTimer, &QTimer::timeout, this, &Watch::draw);
     m_deadline.setSingleShot(true);
     m_deadline.setTimerType(Qt::PreciseTimer);
     connect(&m_deadline, &QTimer::timeout, this, [this] { Q_EMIT ended(exitStatus()); });
@@ -62,23 +62,15 @@ Watch::Watch(const Options &options)
             [this] { show(m_refusals.update(m_watch.portReports())); });
 }
 
-Watch::~Watch()
-{
-    if (m_drawTimer.isActive())
-        draw();
-}
-
 void Watch::start()
 {
     if (!m_options.id.isEmpty() && candidatePorts(m_options.portChoice()).isEmpty()) {
         const QStringList lines = noCandidateAdvice(m_options.portChoice());
         complain(lines.join(QLatin1Char(' ')) + QLatin1String(" Waiting for the board."));
     }
-    m_clock.start();
+    m_output.start();
     if (m_options.deadline > 0)
         m_deadline.start(m_options.deadline);
-    if (m_table)
-        drawSoon();
     m_watch.start();
 }
 
@@ -100,7 +92,7 @@ bool Watch::isWanted(const QSerialPortInfo &port)
 void Watch::onBoardThere(WatchEvent::Kind kind, const JwDevice::Board &board)
 {
     m_foundTypes.insert(board.type);
-    show({kind, board, {}, {}});
+    m_output.show({kind, board, {}, {}});
     connect(board.communicator, QOverload<>::of(&JwDevice::Communicator::readyRead), this,
             [this, board] { receive(board); });
 }
@@ -112,21 +104,21 @@ void Watch::onBoardLost(const JwDevice::Board &board)
         if (report.portName == board.portName)
             m_refusals.skip(report);
     }
-    show({WatchEvent::Lost, board, {}, {}});
+    m_output.show({WatchEvent::Lost, board, {}, {}});
 }
 
 void Watch::receive(const JwDevice::Board &board)
 {
     QString payload;
     while (board.communicator->readPayload(payload))
-        show({WatchEvent::Payload, board, payload.trimmed(), {}});
+        m_output.show({WatchEvent::Payload, board, payload.trimmed(), {}});
 }
 
 void Watch::show(const QList<Refusal> &refusals)
 {
-    if (m_table) {
-        m_table->setRefusals(m_refusals.all());
-        drawSoon();
+    if (LiveTable *table = m_output.table()) {
+        table->setRefusals(m_refusals.all());
+        m_output.drawSoon();
         return;
     }
     for (const Refusal &refusal : refusals) {
@@ -135,31 +127,8 @@ void Watch::show(const QList<Refusal> &refusals)
         event.board.portName = refusal.port.name;
         event.board.location = refusal.port.location;
         event.board.serialNumber = refusal.port.serialNumber;
-        show(event);
+        m_output.show(event);
     }
-}
-
-void Watch::show(WatchEvent event)
-{
-    event.milliseconds = static_cast<double>(m_clock.nsecsElapsed()) / 1e6;
-    if (m_table) {
-        m_table->add(event);
-        drawSoon();
-    } else if (!print(m_options.json ? jsonText(eventJson(event), QJsonDocument::Compact) : eventLine(event))) {
-        Q_EMIT ended(SomeMissing);
-    }
-}
-
-void Watch::drawSoon()
-{
-    if (!m_drawTimer.isActive())
-        m_drawTimer.start();
-}
-
-void Watch::draw()
-{
-    if (!print(m_table->redrawn(terminalWidth(STDOUT_FILENO), terminalHeight(STDOUT_FILENO))))
-        Q_EMIT ended(SomeMissing);
 }
 
 int Watch::exitStatus() const

@@ -1,21 +1,18 @@
 #pragma once
 
+#include "livetable.h"
 #include "refusals.h"
 #include "watchevent.h"
 #include <jwprobe/app/options.h>
+#include <jwprobe/output/eventoutput.h>
 
 #include <watch/boardwatch.h>
 
-#include <QElapsedTimer>
 #include <QObject>
 #include <QSet>
 #include <QTimer>
 
-#include <memory>
-
 namespace JwProbe {
-
-class LiveTable;
 
 /// Shows boards that come and go, from start() on. Opens every port that may have a board, and writes only queries.
 class Watch : public QObject
@@ -24,8 +21,6 @@ class Watch : public QObject
 
 public:
     explicit Watch(const Options &options);
-    /// Draws the changes of the table that were not yet drawn.
-    ~Watch() override;
 
     void start();
 
@@ -38,17 +33,12 @@ private:
     void onBoardThere(WatchEvent::Kind kind, const JwDevice::Board &board);
     void onBoardLost(const JwDevice::Board &board);
     void receive(const JwDevice::Board &board);
-    void show(WatchEvent event);
     void show(const QList<Refusal> &refusals); // the new refusals; the table shows all of them
-    void drawSoon();
-    void draw();
     int exitStatus() const;
 
     const Options m_options;
-    std::unique_ptr<LiveTable> m_table; // null if events are printed one by one
-    QTimer m_drawTimer;
     QTimer m_deadline;
-    QElapsedTimer m_clock;
+    EventOutput<LiveTable, WatchEvent> m_output; // before m_watch, whose signals use it
     Refusals m_refusals;
     QSet<int> m_foundTypes;
     bool m_hadCandidate = false;
