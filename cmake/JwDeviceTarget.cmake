@@ -4,8 +4,10 @@ else()
     set(jwdevice_library_type STATIC)
 endif()
 
-# jwdevice_target(<target>)
-# Sets the properties that all targets of this project share.
+# jwdevice_target(<target> [WITH_TYPES])
+# Sets the properties that all targets of this project share. In this project's own build for users (RelWithDebInfo), the
+# debug information is enough for backtraces with line numbers, because more makes compiling a fifth slower. WITH_TYPES
+# adds the rest, which scripts/abi needs to compare types.
 #
 # Only the libraries use the warning -Wnon-virtual-dtor. Applications may use this warning, and the headers of the
 # libraries must not cause it there. Tests, tools and other targets don't use it, because it reports every class that is
@@ -35,6 +37,9 @@ function(jwdevice_target target)
         if(JWDEVICE_WERROR)
             target_compile_options(${target} PRIVATE -Werror)
         endif()
+        if(jwdevice_whole_project AND NOT "WITH_TYPES" IN_LIST ARGN)
+            target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-g1>)
+        endif()
     endif()
     if(JWDEVICE_SANITIZE)
         target_compile_options(${target} PRIVATE
@@ -49,7 +54,7 @@ endfunction()
 # The export header is <folder>/<prefix>_export.h and defines the macro <PREFIX>_EXPORT and others. Choose a prefix that
 # no application uses.
 function(jwdevice_library target name export_header)
-    jwdevice_target(${target})
+    jwdevice_target(${target} WITH_TYPES)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE -Wnon-virtual-dtor)
     endif()

@@ -12,7 +12,7 @@ packagesQt6="qt6-base-dev qt6-serialport-dev qt6-svg-dev" # Ubuntu 22.04 has oth
 if grep -qs '^VERSION_CODENAME=jammy$' /etc/os-release; then
     packagesQt6="qt6-base-dev libqt6serialport6-dev libqt6svg6-dev"
 fi
-# Packages for a build for Qt 5. Each script adds the packages that it also needs; build() adds those for Qt 6.
+# Packages for a build for Qt 5. Each script adds the packages that it also needs; configure() adds those for Qt 6.
 # shellcheck disable=SC2034
 packages="$packagesAnyQt $packagesQt5"
 
@@ -80,9 +80,8 @@ installSanitizers() {
         || installPackages "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 }
 
-# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build. Installs Qt 6 if the
-# preset needs it.
-build() {
+# configure PRESET: configures by preset. Installs Qt 6 if the preset needs it.
+configure() {
     # $packagesQt6 is a list, so do not quote it.
     # shellcheck disable=SC2086
     case $1 in
@@ -92,7 +91,12 @@ build() {
         say "The folder build/$1 belongs to $(stat -c %U "build/$1"). Remove it, or start this script as that user."
         exit 1
     fi
-    say "Building, preset $1 ..."
     cmake --preset "$1" >&2
+}
+
+# build PRESET [OPTION]...: configures and builds by preset; the options are for cmake --build.
+build() {
+    say "Building, preset $1 ..."
+    configure "$1"
     cmake --build --preset "$@" >&2
 }
