@@ -2,8 +2,8 @@
 # packages/. packaging/debian/finish.cmake removes symbols from the programs and libraries, and adds a change log and
 # a licence file for Debian.
 #
-# By default only the build for Qt 5 makes packages of the programs. On Debian 12 the desktops use Qt 5, so only
-# programs with Qt 5 get the desktop's colours and file dialogs.
+# By default only the build for Qt 5 makes packages of the programs. The KDE desktop of Debian 12 uses Qt 5, so
+# only programs with Qt 5 get its colours and file dialogs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME jwdevice)
 set(CPACK_PACKAGE_VENDOR JwDevice)

@@ -9,7 +9,7 @@ import packagetest
 from packagetest import MODULE_SUFFIX, QT, SOURCE, TREES, run
 
 INCLUDE = TREES["shared"] / f"include/jwdevice{MODULE_SUFFIX}"
-WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror"]
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Wnon-virtual-dtor", "-Werror"]
 
 # Headers that only the libraries themselves use.
 PRIVATE = {"nmea/number.h"} | {f"watch/{name}.h" for name in (
