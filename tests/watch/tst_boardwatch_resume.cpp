@@ -40,9 +40,12 @@ void TestBoardWatchResume::clockSetChecksEveryBoard()
     QTRY_COMPARE(fixture.timeline.size(), 2);
     settle();
     for (int round = 1; round <= 2; ++round) {
+        // Another run of this test on the machine may also set the clock. So a board may get more queries.
+        const int queriesOfFirst = first.queries;
+        const int queriesOfSecond = second.queries;
         QVERIFY(setClock());
-        QTRY_COMPARE(first.queries, 1 + round);
-        QTRY_COMPARE(second.queries, 1 + round);
+        QTRY_VERIFY(first.queries > queriesOfFirst);
+        QTRY_VERIFY(second.queries > queriesOfSecond);
         settle(); // the watch reads the answers, which ends the check
     }
     second.isAwake = false;
@@ -58,9 +61,11 @@ void TestBoardWatchResume::clockSetAfterStopDoesNothing()
     fixture.watch->start();
     QTRY_COMPARE(fixture.timeline.size(), 1);
     fixture.watch->stop();
+    settle(); // the board reads what was sent before
+    const int queries = sleepy.queries;
     QVERIFY(setClock());
     settle();
-    QCOMPARE(sleepy.queries, 1);
+    QCOMPARE(sleepy.queries, queries);
 }
 
 int main(int argc, char **argv)
