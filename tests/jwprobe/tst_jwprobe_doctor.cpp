@@ -587,9 +587,9 @@ void TestJwprobeDoctor::watchOpensNoPortBesideWhatIsNoLockFile()
 {
     const QString other = uniquePortName();
     const Outcome outcome = runSandboxed(
-        {boardOn("BoardA", m_port), boardOn("BoardB", other, "pull-after=500")},
+        {boardOn("BoardA", m_port), boardOn("BoardB", other, "pull-after=3000")},
         QStringLiteral("mkfifo /run/lock/LCK..%1; \"$@\"").arg(m_port),
-        {jwprobeProgram(), json, QStringLiteral("--watch"), QStringLiteral("--deadline"), QStringLiteral("2000")});
+        {jwprobeProgram(), json, QStringLiteral("--watch"), QStringLiteral("--deadline"), QStringLiteral("8000")});
     QCOMPARE(outcome.status, 0);
     QStringList events;
     for (const QByteArray &line : linesOf(outcome.output)) {
