@@ -2,6 +2,7 @@
 #include "support/common/portname.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/device/discardedoutput.h"
+#include "support/device/openterminal.h"
 #include "support/device/otherreader.h"
 
 #include <device/porterrors.h>
@@ -93,7 +94,7 @@ struct PseudoTerminal
         if (!link.isEmpty() && !QFile::link(QString::fromLocal8Bit(name), link))
             qFatal("no link");
         port.setPortName(link.isEmpty() ? QString::fromLocal8Bit(name) : link);
-        if (!port.open(QIODevice::ReadWrite))
+        if (!openTerminal(port))
             qFatal("the pseudo terminal does not open");
         ::close(portEnd);
     }

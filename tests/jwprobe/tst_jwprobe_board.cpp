@@ -1,5 +1,6 @@
 #include "support/common/processusage.h"
 #include "support/device/discardedoutput.h"
+#include "support/device/openterminal.h"
 #include "support/device/otherreader.h"
 
 #include <jwprobe/search/board.h>
@@ -74,7 +75,7 @@ Board *TestJwprobeBoard::makeBoard()
 {
     auto *port = new JwDevice::WholeLines<QSerialPort>; // the same class as the ports from the Initializer
     port->setPortName(QString::fromLocal8Bit(::ptsname(m_boardEnd)));
-    if (!port->open(QIODevice::ReadWrite))
+    if (!openTerminal(*port))
         return nullptr;
     auto *comm = new JwDevice::Communicator(nullptr);
     comm->setIODevice(port);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "openterminal.h"
+
 #include <device/communicator.h>
 
 #include <QByteArray>
@@ -50,7 +52,7 @@ struct SerialCommunicator
 {
     SerialCommunicator()
     {
-        if (!port.open(QIODevice::ReadWrite))
+        if (!openTerminal(port))
             qFatal("%s", qPrintable(port.errorString()));
         communicator.setIODevice(&port);
     }
