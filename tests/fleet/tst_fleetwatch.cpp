@@ -44,6 +44,7 @@ public:
         QObject::connect(&watch, &FleetWatch::sendFinished, [this](int number, qint64 id, const QString &error) {
             results.insert(number, error.isEmpty() ? QStringLiteral("written %1").arg(id) : error);
         });
+        QObject::connect(&watch, &FleetWatch::settled, [this] { isSettled = true; });
         watch.start();
     }
 
@@ -67,6 +68,7 @@ public:
     QList<qint64> times;
     QList<qint64> numbers;
     QMap<int, QString> results;
+    bool isSettled = false; // from now on, the watch receives what others publish
     FleetWatch watch;
 };
 
@@ -365,7 +367,7 @@ void TestFleetWatch::repeatedPayloadIsReportedOnce()
     BrokerRun broker;
     broker.start();
     Watcher watcher(broker);
-    WAIT_FOR(watcher.watch.isConnected());
+    WAIT_FOR(watcher.isSettled);
     publishPayload(broker, "a", "5", "1000");
     publishPayload(broker, "b", "6", "1000");
     publishPayload(broker, "a", "5", "1000");
@@ -383,7 +385,7 @@ void TestFleetWatch::payloadWithANulIsReportedWhole()
     BrokerRun broker;
     broker.start();
     Watcher watcher(broker);
-    WAIT_FOR(watcher.watch.isConnected());
+    WAIT_FOR(watcher.isSettled);
     publishPayload(broker, QByteArray("a\0b", 3), "5", "1000");
     WAIT_FOR(!watcher.payloads.isEmpty());
     QCOMPARE(watcher.payloads.first(), QStringLiteral("here/S1 a") + QChar(u'\0') + QLatin1Char('b'));
@@ -409,7 +411,7 @@ void TestFleetWatch::otherMessagesAreIgnored()
     BrokerRun broker;
     broker.start();
     Watcher watcher(broker);
-    WAIT_FOR(watcher.watch.isConnected());
+    WAIT_FOR(watcher.isSettled);
     publish(broker, QStringLiteral("jw/here/online"), "true");
     for (const char *payload : {"", "x", "[]", "{}", "{\"state\":1}", "{\"state\":{}}"})
         publish(broker, QStringLiteral("jw/here/boards/S1/state"), payload);
