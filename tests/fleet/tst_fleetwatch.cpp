@@ -303,7 +303,7 @@ void TestFleetWatch::lineIsWrittenAndAnswered()
     const auto id = [](const QString &result) { return result.section(QStringLiteral("written "), 1).toInt(); };
     QVERIFY2(id(first) > 0, qPrintable(first));
     QVERIFY2(id(second) > id(first), qPrintable(second));
-    WAIT_FOR(watcher.payloads.size() == 2);
+    WAIT_FOR(watcher.payloads.size() >= 2); // more if the bridge checks the board
     QVERIFY2(watcher.payloads[0].startsWith(QLatin1String("here/S1:1.0 $PJWVER,")), qPrintable(watcher.payloads[0]));
     QVERIFY(watcher.numbers[1] > watcher.numbers[0]);
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
