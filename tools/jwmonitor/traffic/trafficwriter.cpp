@@ -7,11 +7,14 @@
 #include <QElapsedTimer>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace JwMonitor {
 
 namespace {
 
 constexpr int msPerTurn = 4;
+constexpr int recordsAtOnce = 100; // the least of a turn, even if other programs use up the time
 
 /// Returns whether a spreadsheet program would run the cell as a formula. A board could send a harmful formula, so
 /// csvRow() changes formulas to text. A number with a sign is no formula.
@@ -72,10 +75,13 @@ void TrafficWriter::writeSome()
 {
     QElapsedTimer turn;
     turn.start();
-    while (m_next < m_records.size() && turn.elapsed() < msPerTurn) {
-        const TrafficRecord &record = m_records[m_next++];
-        m_file.write((m_csv ? csvLine(record) : textLine(record)).toUtf8());
-    }
+    do {
+        const auto end = static_cast<int>(std::min<qint64>(m_next + recordsAtOnce, m_records.size()));
+        for (; m_next < end; ++m_next) {
+            const TrafficRecord &record = m_records[m_next];
+            m_file.write((m_csv ? csvLine(record) : textLine(record)).toUtf8());
+        }
+    } while (m_next < m_records.size() && turn.elapsed() < msPerTurn);
     if (m_file.error() != QFileDevice::NoError)
         fail();
     else if (m_next == m_records.size())
