@@ -5,9 +5,9 @@ else()
 endif()
 
 # jwdevice_target(<target> [WITH_TYPES])
-# Sets the properties that all targets of this project share. In this project's own build for users (RelWithDebInfo), the
-# debug information is enough for backtraces with line numbers, because more makes compiling a fifth slower. WITH_TYPES
-# adds the rest, which scripts/abi needs to compare types.
+# Sets the properties that all targets of this project share. With RelWithDebInfo, the debug information is enough for
+# backtraces with line numbers, because more makes compiling a fifth slower. WITH_TYPES adds the rest, which scripts/abi
+# needs to compare types.
 #
 # Only the libraries use the warning -Wnon-virtual-dtor. Applications may use this warning, and the headers of the
 # libraries must not cause it there. Tests, tools and other targets don't use it, because it reports every class that is
