@@ -1,6 +1,7 @@
 #include "initializer.h"
 
 #include <device/boardrules.h>
+#include <device/lockfile.h>
 #include <device/porterrors.h>
 #include <device/sessioninit.h>
 #include <device/wholelines.h>
@@ -40,6 +41,21 @@ std::shared_ptr<PortReport> reportOn(const QSerialPortInfo &info, const QString 
     report->product = info.description();
     report->serialNumber = info.serialNumber();
     return report;
+}
+
+/// Opens the port, or sets the error in the report and returns false.
+bool openPort(QSerialPort *port, PortReport &report)
+{
+    report.errorText = lockTrap(port->portName());
+    if (!report.errorText.isEmpty()) {
+        report.error = QSerialPort::PermissionError; // QSerialPort reports the same for another program's lock file
+        return false;
+    }
+    if (port->open(QIODevice::ReadWrite))
+        return true;
+    report.error = port->error();
+    report.errorText = port->errorString();
+    return false;
 }
 
 /// Returns the parsers that no Initializer uses. They exist until the process ends, because a parser is never deleted.
@@ -212,11 +228,9 @@ void Initializer::probeStage2()
         m_reports[i] = report;
         auto *port = new WholeLines<QSerialPort>;
         port->setPort(info);
-        if (!port->open(QIODevice::ReadWrite)) {
+        if (!openPort(port, *report)) {
             LOGGER_RECORD(Logger::Trace, nullptr).write()
-                << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(port->error());
-            report->error = port->error();
-            report->errorText = port->errorString();
+                << "Serial port not accessible: " << info.portName() << " - " << static_cast<int>(report->error);
             tell(PortEvent::NotOpened, *report, report->errorText);
             if (const auto held = reportOnHeld(report->portName))
                 m_reports[i] = held; // the port is busy, because this Initializer has it open since an earlier probe()

@@ -4,12 +4,17 @@
 #include "support/watch/usbtree.h"
 #include "support/watch/watchfixture.h"
 
+#include <device/lockfile.h>
+
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLockFile>
+#include <QScopeGuard>
 #include <QSerialPortInfo>
 #include <QTest>
 #include <QTimer>
+
+#include <sys/stat.h>
 
 using JwDevice::PortReport;
 using JwSimulator::Board;
@@ -39,6 +44,8 @@ private Q_SLOTS:
     void busyPortIsTriedAfterLongerAndLongerPauses();
     void freedPortIsTakenAtOnce();
     void portWithoutItsLockFileIsTakenAfterAPause();
+    void namedPipeInPlaceOfALockFileDoesNotStopTheWatch_data();
+    void namedPipeInPlaceOfALockFileDoesNotStopTheWatch();
     void portThatFailsAfterItIsOpenIsNotTriedInASpin();
     void busyPortIsTriedAtOnceByLookAgain();
     void busyPortThatGoesIsNotTriedAgain();
@@ -319,6 +326,38 @@ void TestBoardWatchPolite::portWithoutItsLockFileIsTakenAfterAPause()
     lock.unlock();
     QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM1:1.0")});
     QCOMPARE(fixture.attempts(board), 2);
+}
+
+void TestBoardWatchPolite::namedPipeInPlaceOfALockFileDoesNotStopTheWatch_data()
+{
+    QTest::addColumn<bool>("isHeldBefore");
+    QTest::newRow("from the start") << false;
+    QTest::newRow("after a program let the port go") << true;
+}
+
+void TestBoardWatchPolite::namedPipeInPlaceOfALockFileDoesNotStopTheWatch()
+{
+    QFETCH(const bool, isHeldBefore);
+    WatchFixture fixture;
+    const Board *const board = fixture.attach("BoardA");
+    fixture.attach("BoardB");
+    const QString path = JwDevice::lockFilePath(board->portName());
+    QLockFile lock(path);
+    if (isHeldBefore) {
+        QVERIFY(lock.tryLock());
+        fixture.watch->start();
+        QTRY_COMPARE(fixture.attempts(board), 1);
+        lock.unlock();
+    }
+    QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+    auto removePipe = qScopeGuard([&path] { QFile::remove(path); });
+    fixture.watch->start();
+    QTRY_COMPARE(fixture.timeline, QStringList{QStringLiteral("found SIM2:1.0")});
+    QTRY_COMPARE(fixture.report(board).errorText, path + QStringLiteral(" is a named pipe, no lock file"));
+    QCOMPARE(fixture.report(board).verdict, PortReport::NotOpened);
+    QVERIFY(QFile::remove(path));
+    removePipe.dismiss();
+    QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("found SIM1:1.0"));
 }
 
 void TestBoardWatchPolite::portThatFailsAfterItIsOpenIsNotTriedInASpin()
