@@ -1,7 +1,5 @@
-#include <jwprobe/doctor/obstacle.h>
 #include <jwprobe/watch/refusals.h>
 
-#include <QTemporaryFile>
 #include <QTest>
 
 using namespace JwProbe;
@@ -43,7 +41,6 @@ private Q_SLOTS:
     void talkingPortIsNotNewAtEachAttempt();
     void excludedPortHasTheTextOfTheWatch();
     void skippedStateIsNotNew();
-    void trapStaysWhileItsPortIsThere();
 };
 
 void TestJwprobeRefusals::portThatIsStillProbedIsNotRefused()
@@ -134,29 +131,6 @@ void TestJwprobeRefusals::skippedStateIsNotNew()
     QVERIFY(refusals.update({report(PortReport::Lost)}).isEmpty());
     QVERIFY(refusals.all().isEmpty());
     QCOMPARE(refusals.update({report(PortReport::TimedOut)}).size(), 1);
-}
-
-void TestJwprobeRefusals::trapStaysWhileItsPortIsThere()
-{
-    QTemporaryFile file;
-    QVERIFY(file.open());
-    PortIdentity port;
-    port.name = QStringLiteral("ttyNONE0");
-    port.location = file.fileName();
-    const Obstacle trap{Obstacle::Held, QStringLiteral("a named pipe"), {}};
-    Refusals refusals;
-    QCOMPARE(refusals.add(port, trap)->summary, QStringLiteral("a named pipe"));
-    QVERIFY(!refusals.add(port, trap));
-    QVERIFY(refusals.update({}).isEmpty()); // the trap stays, although the watch has no report on its port
-    QCOMPARE(refusals.all().size(), 1);
-    // The trap is gone, and the watch found a board.
-    refusals.update({report(PortReport::HandedOver)});
-    QVERIFY(refusals.all().isEmpty());
-
-    refusals.add(port, trap);
-    QVERIFY(file.remove());
-    refusals.update({});
-    QVERIFY(refusals.all().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeRefusals)

@@ -112,12 +112,6 @@ std::optional<Obstacle> findLock(const PortIdentity &port)
     return lock ? std::make_optional(lockedBy(*lock, port)) : std::nullopt;
 }
 
-std::optional<Obstacle> findTrap(const PortIdentity &port)
-{
-    const std::optional<LockFile> lock = findLockFile(port.name);
-    return lock && !lock->foreignKind.isEmpty() ? std::make_optional(foreignThing(*lock)) : std::nullopt;
-}
-
 QList<qint64> findOpeners(const QString &location)
 {
     QList<qint64> openers;

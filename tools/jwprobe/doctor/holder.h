@@ -14,10 +14,6 @@ struct PortIdentity;
 /// wrote the lock file still runs, the obstacle names its program. Otherwise the obstacle names the path.
 std::optional<Obstacle> findLock(const PortIdentity &port);
 
-/// Returns an obstacle if something other than a lock file, for example a named pipe, is at the path of the lock file.
-/// Then don't open the port, because QSerialPort could wait for ever.
-std::optional<Obstacle> findTrap(const PortIdentity &port);
-
 /// Returns the numbers of the other processes that have the port open. Processes of other users are included only if
 /// the user root runs this program.
 QList<qint64> findOpeners(const QString &location);

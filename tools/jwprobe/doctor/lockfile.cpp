@@ -2,8 +2,9 @@
 
 #include "process.h"
 
+#include <device/lockfile.h>
+
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -22,45 +23,7 @@ namespace JwProbe {
 namespace {
 
 constexpr qint64 staleLockTime = 30000; // ms; an older lock file is stale; this is the default of QLockFile
-constexpr qint64 largestLockFile = 4096; // bytes; a lock file has at most five short lines, so it is never larger
-
-// Returns the path of the lock file that QSerialPort uses for the port. The lock file is in the first folder where it
-// exists or can be created.
-QString lockFilePath(const QString &portName)
-{
-    static const char *const folders[] = {"/var/lock", "/etc/locks", "/var/spool/locks",  "/var/spool/uucp",
-                                          "/tmp",      "/var/tmp",   "/var/lock/lockdev", "/run/lock"};
-    const QString name = QStringLiteral("LCK..") + QString(portName).replace(QLatin1Char('/'), QLatin1Char('_'));
-    for (const char *folder : folders) {
-        const QFileInfo info{QLatin1String(folder)};
-        const QFileInfo file(QDir(info.filePath()), name);
-        if (info.isReadable() && (file.exists() || info.isWritable()))
-            return file.filePath();
-    }
-    return {};
-}
-
-bool statOf(const QString &path, struct stat &status)
-{
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
-}
-
-QString foreignKind(const struct stat &status)
-{
-    if (S_ISFIFO(status.st_mode))
-        return QStringLiteral("a named pipe");
-    if (S_ISSOCK(status.st_mode))
-        return QStringLiteral("a socket");
-    if (S_ISLNK(status.st_mode))
-        return QStringLiteral("a symbolic link");
-    if (S_ISDIR(status.st_mode))
-        return QStringLiteral("a folder");
-    if (!S_ISREG(status.st_mode))
-        return QStringLiteral("a device");
-    if (status.st_size > largestLockFile)
-        return QStringLiteral("a file of %1 bytes").arg(status.st_size);
-    return QString();
-}
+constexpr int largestLockFile = 4096; // bytes; JwDevice::foreignKind() takes a larger file for no lock file
 
 // Returns the content of the file. Empty if the file can't be read. Never blocks, even if somebody replaced the file by
 // a named pipe just before.
@@ -70,7 +33,7 @@ QByteArray readFile(const QString &path)
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0)
         return QByteArray();
-    QByteArray text(static_cast<int>(largestLockFile), '\0');
+    QByteArray text(largestLockFile, '\0');
     struct stat status = {};
     const bool isFile = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
     const ssize_t count = isFile ? ::read(descriptor, text.data(), static_cast<std::size_t>(text.size())) : 0;
@@ -152,12 +115,12 @@ bool isRemovable(const QString &path, const struct stat &file)
 
 std::optional<LockFile> examineLock(const QString &path)
 {
-    struct stat status = {};
-    if (!statOf(path, status))
-        return std::nullopt;
-    const QString kind = foreignKind(status);
+    const QString kind = JwDevice::foreignKind(path);
     if (!kind.isEmpty())
         return LockFile{path, kind, 0, QString()};
+    struct stat status = {};
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return std::nullopt;
     const QByteArray text = readFile(path);
     if (!isStale(status, text) || !isRemovable(path, status))
         return readLock(path, text);
@@ -170,7 +133,7 @@ std::optional<LockFile> examineLock(const QString &path)
 
 std::optional<LockFile> findLockFile(const QString &portName)
 {
-    return examineLock(lockFilePath(portName));
+    return examineLock(JwDevice::lockFilePath(portName));
 }
 
 } // namespace JwProbe

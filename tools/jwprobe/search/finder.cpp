@@ -4,7 +4,6 @@
 #include "portlist.h"
 #include <jwprobe/app/options.h>
 #include <jwprobe/doctor/access.h>
-#include <jwprobe/doctor/holder.h>
 
 #include <device/communicator.h>
 #include <device/initializer.h>
@@ -31,21 +30,11 @@ PortReport reportOn(const QString &portName, const QList<PortReport> &reports)
     return found != reports.end() ? *found : PortReport();
 }
 
-// Returns why the search does not open the port; empty if the search opens the port. Either udev's property
-// JWDEVICE_IGNORE is set, or the path of the lock file has something else, for example a named pipe. With such a pipe,
-// QSerialPort could wait for ever, and the deadline could not end the search.
-std::optional<Obstacle> findRefusal(const PortIdentity &port, const PortChoice &choice)
-{
-    return choice.leavesAlone(port) ? findIgnore(port) : findTrap(port);
-}
-
-// Makes the diagnosis of a port that the search does not open.
+// Makes the diagnosis of a port that the search leaves alone.
 Diagnosis refuse(const PortIdentity &port, const Obstacle &obstacle)
 {
     PortReport report;
     report.portName = port.name;
-    // QSerialPort also reports PermissionError if another program's lock file exists.
-    report.error = obstacle.kind == Obstacle::Ignored ? QSerialPort::NoError : QSerialPort::PermissionError;
     report.errorText = obstacle.summary;
     return {port, report, obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};
 }
@@ -85,7 +74,8 @@ void Finder::start()
     QStringList names;
     const QList<PortIdentity> candidates = candidatePorts(m_options.portChoice());
     for (const PortIdentity &port : candidates) {
-        if (const std::optional<Obstacle> obstacle = findRefusal(port, m_options.portChoice())) {
+        const auto obstacle = m_options.portChoice().leavesAlone(port) ? findIgnore(port) : std::nullopt;
+        if (obstacle) {
             m_refused.append(refuse(port, *obstacle));
         } else {
             m_ports.append(port);

@@ -4,8 +4,6 @@
 #include <jwprobe/doctor/diagnosis.h>
 #include <jwprobe/search/portlist.h>
 
-#include <QFile>
-
 #include <algorithm>
 
 using JwDevice::PortReport;
@@ -59,15 +57,10 @@ Refusal refusalOf(const PortReport &report, const QList<ListedPort> &ports)
 QList<Refusal> Refusals::update(const QList<PortReport> &reports)
 {
     QMap<QString, Known> known;
-    for (auto it = m_known.constBegin(); it != m_known.constEnd(); ++it) {
-        if (it->isTrap && QFile::exists(it->refusal.port.location)) // portReports() has no report on such a port
-            known.insert(it.key(), *it);
-    }
     QList<Refusal> fresh;
     QList<ListedPort> ports; // listed when first needed and only once, because that takes time
     for (const PortReport &report : reports) {
         const auto before = m_known.constFind(report.portName);
-        known.remove(report.portName);
         if (report.verdict == PortReport::HandedOver)
             continue;
         if (!isRefused(report) || (before != m_known.constEnd() && before->state == stateOf(report))) {
@@ -79,23 +72,15 @@ QList<Refusal> Refusals::update(const QList<PortReport> &reports)
             ports = listPorts({});
         const Refusal refusal = refusalOf(report, ports);
         fresh.append(refusal);
-        known.insert(report.portName, {stateOf(report), refusal, false});
+        known.insert(report.portName, {stateOf(report), refusal});
     }
     m_known = known;
     return fresh;
 }
 
-std::optional<Refusal> Refusals::add(const PortIdentity &port, const Obstacle &trap)
-{
-    const Refusal refusal{port, obstacleState(trap.kind), trap.summary};
-    const bool isKnown = m_known.value(port.name).state == trap.summary;
-    m_known.insert(port.name, {trap.summary, refusal, true});
-    return isKnown ? std::nullopt : std::optional<Refusal>(refusal);
-}
-
 void Refusals::skip(const PortReport &report)
 {
-    m_known.insert(report.portName, {stateOf(report), {}, false});
+    m_known.insert(report.portName, {stateOf(report), {}});
 }
 
 QMap<QString, Refusal> Refusals::all() const

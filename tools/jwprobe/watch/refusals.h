@@ -7,11 +7,7 @@
 #include <QMap>
 #include <QString>
 
-#include <optional>
-
 namespace JwProbe {
-
-struct Obstacle;
 
 /// Why no board was found on a port.
 struct Refusal
@@ -29,8 +25,6 @@ public:
     /// Takes the newest reports of the watch. Forgets the ports that are gone and the ports that have a board. Returns
     /// the refusals that are new.
     QList<Refusal> update(const QList<JwDevice::PortReport> &reports);
-    /// Takes a port that the watch must not open because of `trap`. Returns the refusal, or nothing if it is not new.
-    std::optional<Refusal> add(const PortIdentity &port, const Obstacle &trap);
     /// Takes the report of a port that has just lost its board, so that update() does not return a new refusal for this
     /// loss.
     void skip(const JwDevice::PortReport &report);
@@ -43,7 +37,6 @@ private:
     {
         QString state; // differs if the reason differs
         Refusal refusal;
-        bool isTrap = false;
     };
 
     QMap<QString, Known> m_known; // by port name

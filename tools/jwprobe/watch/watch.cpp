@@ -2,14 +2,12 @@
 
 #include <common/boardtype.h>
 #include <jwprobe/app/signalwatch.h>
-#include <jwprobe/doctor/holder.h>
 #include <jwprobe/output/output.h>
 #include <jwprobe/output/outputwatch.h>
 #include <jwprobe/search/searchresult.h>
 
 #include <device/boardrules.h>
 #include <device/communicator.h>
-#include <watch/portid.h>
 
 #include <QCoreApplication>
 #include <QSerialPortInfo>
@@ -80,13 +78,7 @@ bool Watch::isWanted(const QSerialPortInfo &port)
     if (choice.isEmpty() ? !JwDevice::isCandidate(port) : !choice.contains(port))
         return false;
     m_hadCandidate = true;
-    const PortIdentity identity = PortIdentity::of(port, JwDevice::boardIds({port}).first());
-    const std::optional<Obstacle> trap = findTrap(identity);
-    if (!trap)
-        return true;
-    if (const std::optional<Refusal> refusal = m_refusals.add(identity, *trap))
-        show(QList<Refusal>{*refusal});
-    return false;
+    return true;
 }
 
 void Watch::onBoardThere(WatchEvent::Kind kind, const JwDevice::Board &board)
