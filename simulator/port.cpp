@@ -82,7 +82,10 @@ std::unique_ptr<QLockFile> reserveName(const QString &portName)
 {
     // Uses a second lock file with the prefix "jwsim.", because the port's lock file must stay free for the program
     // that opens the port.
-    std::unique_ptr<QLockFile> lock = portLock(QStringLiteral("jwsim.") + portName);
+    const QString name = QStringLiteral("jwsim.") + portName;
+    if (isHeldByOtherProgram(name))
+        return nullptr;
+    std::unique_ptr<QLockFile> lock = portLock(name);
     const bool isTaken = !lock->tryLock(0) && lock->error() == QLockFile::LockFailedError;
     return isTaken ? nullptr : std::move(lock);
 }

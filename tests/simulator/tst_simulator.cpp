@@ -14,6 +14,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
+#include <QScopeGuard>
 #include <QSerialPort>
 #include <QSerialPortInfo>
 #include <QSet>
@@ -201,6 +202,7 @@ private Q_SLOTS:
     void takenPortNameIsRefused();
     void nameThatAnotherProgramUsesIsLocked();
     void nameWithAFifoAsLockIsLocked();
+    void fifoInPlaceOfAReservationStopsNothing();
     void moreThanMaxBoardsAreRefused();
 
     void boardAnswersItsOwnQuery_data();
@@ -546,6 +548,17 @@ void TestSimulator::nameWithAFifoAsLockIsLocked()
     QVERIFY(m_testbed->add(config));
     m_testbed.reset();
     QVERIFY(QFile::remove(lockFile(name)));
+}
+
+void TestSimulator::fifoInPlaceOfAReservationStopsNothing()
+{
+    BoardConfig config;
+    config.port = uniquePortName();
+    const QString reservation = lockFile(QStringLiteral("jwsim.") + config.port);
+    QCOMPARE(::mkfifo(reservation.toLocal8Bit().constData(), 0600), 0);
+    const auto removeFifo = qScopeGuard([&reservation] { QFile::remove(reservation); });
+    QString error;
+    QVERIFY2(m_testbed->add(config, &error), qPrintable(error));
 }
 
 void TestSimulator::moreThanMaxBoardsAreRefused()
