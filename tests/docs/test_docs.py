@@ -72,6 +72,22 @@ class Pages(unittest.TestCase):
         faults = "".join(text for page in blocks.pages() for text in blocks.visit(page, path, renew=False))
         self.assertEqual(faults, "", f'\n{faults}run "scripts/docs --renew" to renew these blocks')
 
+    def test_library_calls_nothing_that_the_page_on_reliability_rules_out(self):
+        command = re.search(r"```\n( *nm .*?)```", (DOCS / "reliability.md").read_text(), re.S)[1]
+        libraries = sorted(pathlib.Path(BUILD, "device").glob("libJwDevice*.so"))
+        self.assertEqual(len(libraries), 1)
+        command = command.replace("build/release/device/libJwDevice.so", str(libraries[0]))
+        self.assertEqual(run("sh", "-c", command, ok=False), "")
+
+    def test_every_test_that_a_page_names_exists(self):
+        sources = {path.stem: path.read_text() for path in (SOURCE / "tests").rglob("*.cpp")}
+        missing = []
+        for page in DOCS.glob("*.md"):
+            for program, functions in re.findall(r"`(tst_\w+)`((?:,? `(?!tst_)[a-z]\w+`)*)", page.read_text()):
+                missing += [program] if program not in sources else [
+                    f"{program} {name}" for name in re.findall(r"\w+", functions) if f"::{name}(" not in sources[program]]
+        self.assertEqual(missing, [])
+
     def test_every_sentence_has_its_checksum(self):
         wrong, count = [], 0
         for page in self.pages:
