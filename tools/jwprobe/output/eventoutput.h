@@ -16,7 +16,7 @@ namespace JwProbe {
 /// Shows events on standard output: each as one line of text or JSON, or all together in a table, which is drawn again
 /// when it changes. Uses Event::milliseconds, eventLine(Event), eventJson(Event), Table::add(Event) and
 /// Table::redrawn(width, height).
-template<class Table, class Event>
+template <class Table, class Event>
 class EventOutput
 {
 public:
