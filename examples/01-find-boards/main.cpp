@@ -3,6 +3,7 @@
 #include <device/boardrules.h>
 #include <device/communicator.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QCoreApplication>
 #include <QSerialPort>
@@ -31,10 +32,9 @@ int main(int argc, char **argv)
                          port->setParent(&owner);
                          board->setParent(port);
                          // A port whose cable was pulled reports errors again and again, so close the port.
-                         QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
-                             if (port->isOpen())
-                                 port->close();
-                         });
+                         auto *errors = new JwDevice::PortErrors(port); // a child of the port
+                         QObject::connect(errors, &JwDevice::PortErrors::portLost, port,
+                                          [port] { JwDevice::closeAtOnce(port); });
                          out << JwDevice::typeName(type) << " is on " << port->portName() << Qt::endl;
                          settle();
                      });

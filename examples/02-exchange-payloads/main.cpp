@@ -1,6 +1,7 @@
 // Sends payloads to a board, reports when they leave, and reads the answers.
 #include <device/communicator.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QCoreApplication>
 #include <QSerialPort>
@@ -20,10 +21,8 @@ int main(int argc, char **argv)
         auto *port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);
         board->setParent(port);
-        QObject::connect(port, &QSerialPort::errorOccurred, port, [&app, port] {
-            if (!port->isOpen())
-                return;
-            port->close();
+        QObject::connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, port, [&app, port] {
+            JwDevice::closeAtOnce(port);
             app.exit(1);
         });
 

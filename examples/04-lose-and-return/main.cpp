@@ -1,6 +1,7 @@
 // Stays connected with one board. Closes the port when the cable is pulled, and finds the board when it is back.
 #include <device/communicator.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -17,11 +18,9 @@ int main(int argc, char **argv)
     QPointer<JwDevice::Initializer> search; // the running search; null while no search runs
     QPointer<QSerialPort> port; // the board's port; null while no board is connected
 
-    const auto onPortError = [&] {
-        if (!port || !port->isOpen())
-            return;
+    const auto onPortLost = [&] {
         out << "lost the board on " << port->portName() << Qt::endl;
-        port->close(); // otherwise the port reports errors again and again
+        JwDevice::closeAtOnce(port); // otherwise the port reports errors again and again
         port->deleteLater(); // not delete, because the port emits the signal that called this function
     };
     const auto onBoardFound = [&](JwDevice::Type, JwDevice::Communicator *board) {
@@ -30,7 +29,7 @@ int main(int argc, char **argv)
         port = static_cast<QSerialPort *>(board->device());
         port->setParent(&owner);
         board->setParent(port); // so the board is deleted with its port
-        QObject::connect(port, &QSerialPort::errorOccurred, &owner, onPortError);
+        QObject::connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, &owner, onPortLost);
         out << "the board is on " << port->portName() << Qt::endl;
     };
 

@@ -2,6 +2,7 @@
 #include <device/boardrules.h>
 #include <device/communicator.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QCoreApplication>
 #include <QSerialPort>
@@ -29,10 +30,8 @@ int main(int argc, char **argv)
                          auto *port = static_cast<QSerialPort *>(board->device());
                          port->setParent(&owner);
                          board->setParent(port);
-                         QObject::connect(port, &QSerialPort::errorOccurred, port, [port] {
-                             if (port->isOpen())
-                                 port->close();
-                         });
+                         QObject::connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, port,
+                                          [port] { JwDevice::closeAtOnce(port); });
                          settle(type, QStringLiteral(" is on %1").arg(port->portName()));
                      });
     QObject::connect(initializer, &JwDevice::Initializer::deviceNotFound, &app,

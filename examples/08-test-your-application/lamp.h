@@ -1,6 +1,7 @@
 #pragma once
 
 #include <device/initializer.h>
+#include <device/porterrors.h>
 
 #include <QSerialPort>
 
@@ -13,10 +14,8 @@ public:
             m_port = static_cast<QSerialPort *>(board->device());
             m_port->setParent(this);
             board->setParent(m_port);
-            connect(m_port, &QSerialPort::errorOccurred, this, [this] {
-                if (isOn())
-                    m_port->close();
-            });
+            connect(new JwDevice::PortErrors(m_port), &JwDevice::PortErrors::portLost, this,
+                    [this] { JwDevice::closeAtOnce(m_port); });
         });
         m_search.probe({JwDevice::BoardA});
     }

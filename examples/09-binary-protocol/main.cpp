@@ -2,6 +2,7 @@
 // the program asks for a block of eight bytes and prints the bytes.
 #include <device/communicator.h>
 #include <device/initializer.h>
+#include <device/porterrors.h>
 #include <device/wholelines.h>
 
 #include <QCoreApplication>
@@ -25,10 +26,8 @@ int main(int argc, char **argv)
         board->setIODevice(nullptr); // otherwise the Communicator takes the bytes that this program reads
         board->deleteLater(); // not delete, because the board emits the signal that called this function
         port->setWholeLines(false); // otherwise bytes can be read only after a line end
-        QObject::connect(port, &QSerialPort::errorOccurred, &owner, [&app, port] {
-            if (!port->isOpen())
-                return;
-            port->close();
+        QObject::connect(new JwDevice::PortErrors(port), &JwDevice::PortErrors::portLost, &owner, [&app, port] {
+            JwDevice::closeAtOnce(port);
             app.exit(1);
         });
         QObject::connect(port, &QSerialPort::readyRead, &owner, [&, port] {

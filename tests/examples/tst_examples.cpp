@@ -2,7 +2,9 @@
 #include "support/common/portname.h"
 #include "support/programs/programrun.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/device/otherreader.h"
 
+#include <08-test-your-application/lamp.h>
 #include <simulator/testbed.h>
 
 #include <QDir>
@@ -13,6 +15,7 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <cerrno>
 
 using JwSimulator::Board;
 using JwSimulator::BoardConfig;
@@ -146,6 +149,7 @@ private Q_SLOTS:
     void networkExampleSaysThatItsPortIsTaken();
     void networkErrorIsReported();
     void testOfTheApplicationPasses();
+    void lampStaysOnWhileAnotherProgramReads();
     void binaryBlockIsReadBeforeAnyLineEnd();
     void binaryProtocolSaysThatThereIsNoBoard();
 
@@ -458,6 +462,23 @@ void TestExamples::testOfTheApplicationPasses()
 
     QVERIFY2(outcome.output.contains("PASS   : TestLamp::isOnAsLongAsTheBoardIsThere()"), outcome.output);
     QCOMPARE(outcome.status, 0);
+}
+
+void TestExamples::lampStaysOnWhileAnotherProgramReads()
+{
+    Board *const board = add(QStringLiteral("BoardA"));
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), EAGAIN);
+    Lamp lamp;
+    QTRY_VERIFY(lamp.isOn());
+    auto *const port = lamp.findChild<QSerialPort *>();
+    int errors = 0;
+    QObject::connect(port, &QSerialPort::errorOccurred, port, [&errors] { ++errors; });
+
+    other.start(port);
+    QTRY_VERIFY(board->send(reply + "\r\n") && errors > 0);
+    other.stop();
+
+    QVERIFY(lamp.isOn());
 }
 
 void TestExamples::binaryBlockIsReadBeforeAnyLineEnd()
