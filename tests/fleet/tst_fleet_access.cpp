@@ -60,6 +60,8 @@ private:
 
 void TestFleetAccess::initTestCase()
 {
+    NEEDS_MOSQUITTO;
+    NEEDS_PROGRAM("mosquitto_passwd", "mosquitto");
     const QString rules = blockAfter(QStringLiteral("uses this file"));
     QVERIFY(rules.contains(QLatin1String("user viewer")));
     QFile access(m_folder.filePath(QStringLiteral("access")));

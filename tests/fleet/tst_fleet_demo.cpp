@@ -1,3 +1,4 @@
+#include "support/programs/neededprogram.h"
 #include "support/programs/programrun.h"
 #include "support/programs/terminalrun.h"
 
@@ -14,6 +15,7 @@ class TestFleetDemo : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_PROGRAM("mosquitto", "mosquitto"); }
     void init();
     void cleanup();
 

@@ -132,6 +132,8 @@ class TestFleetScale : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_MOSQUITTO; }
+
     void everyPayloadArrivesInOrder();
     void memoryOfOneBridge();
 };

@@ -109,6 +109,7 @@ class TestFleetWatch : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_MOSQUITTO; }
     void init();
 
     void boardsOfAllMachinesAreFound();
@@ -278,7 +279,7 @@ void TestFleetWatch::boardForgottenWithoutAConnectionIsReported()
                    + "persistence_location " + QFile::encodeName(broker.file(QString())) + "\n"
                    + (::getuid() == 0 ? "user root\n" : ""));
         file.close();
-        ProgramRun other(QStringLiteral("/usr/sbin/mosquitto"), {QStringLiteral("-c"), file.fileName()});
+        ProgramRun other(programFile("mosquitto"), {QStringLiteral("-c"), file.fileName()});
         other.start();
         WAIT_FOR(other.error().contains(" running"));
         store(port, gone, QString());

@@ -28,6 +28,11 @@ class TestJwbridgeBoards : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        NEEDS_MOSQUITTO;
+        NEEDS_PROGRAM("mosquitto_rr", "mosquitto-clients");
+    }
     void init();
 
     void stateFollowsTheBoard();

@@ -73,6 +73,12 @@ class TestJwbridgeInterruptions : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        NEEDS_MOSQUITTO;
+        NEEDS_PROGRAM("prlimit", "util-linux");
+        NEEDS_PROGRAM("strings", "binutils");
+    }
     void init();
 
     void brokerMayStartLater();

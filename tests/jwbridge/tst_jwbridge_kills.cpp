@@ -140,6 +140,8 @@ class TestJwbridgeKills : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_MOSQUITTO; }
+
     void everyStoredPayloadArrives();
 };
 

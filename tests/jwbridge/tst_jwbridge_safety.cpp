@@ -158,6 +158,9 @@ void TestJwbridgeSafety::makeCertificate(const QString &name, const QString &sub
 
 void TestJwbridgeSafety::initTestCase()
 {
+    NEEDS_MOSQUITTO;
+    NEEDS_PROGRAM("mosquitto_passwd", "mosquitto");
+    NEEDS_PROGRAM("openssl", "openssl");
     makeCertificate(QStringLiteral("right"), QStringLiteral("/CN=localhost"),
                     QStringLiteral("subjectAltName=DNS:localhost"));
     makeCertificate(QStringLiteral("other"), QStringLiteral("/CN=elsewhere.example"),

@@ -18,6 +18,8 @@ class TestJwbridgeSender : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { NEEDS_MOSQUITTO; }
+
     void portThatFailsIsReported();
 };
 

@@ -30,6 +30,11 @@ class TestFleet : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        NEEDS_MOSQUITTO;
+        NEEDS_PROGRAM("mosquitto_passwd", "mosquitto");
+    }
     void init();
     void cleanup();
 

@@ -57,6 +57,11 @@ class TestJwprobeFleet : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        NEEDS_MOSQUITTO;
+        NEEDS_PROGRAM("bash", "bash");
+    }
     void init();
 
     void eventsAreJson();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/programs/neededprogram.h"
 #include "support/programs/programrun.h"
 
 #include <QFile>
@@ -12,6 +13,14 @@
 #include <memory>
 
 #include <unistd.h>
+
+/// Fails if a program that the code in this folder runs is missing. Write this in initTestCase(). If initTestCase()
+/// fails, Qt runs no test function, so no function waits for the missing program.
+#define NEEDS_MOSQUITTO                                                                                                \
+    NEEDS_PROGRAM("mosquitto", "mosquitto");                                                                           \
+    NEEDS_PROGRAM("mosquitto_pub", "mosquitto-clients");                                                               \
+    NEEDS_PROGRAM("mosquitto_sub", "mosquitto-clients");                                                               \
+    NEEDS_PROGRAM("pgrep", "procps")
 
 /// A Mosquitto on a free loopback port. It can be stopped and started again on the same port. With its memory, it keeps
 /// retained messages, and the messages for a Subscriber that is away.
@@ -52,8 +61,8 @@ public:
                    + (::getuid() == 0 ? "user root\n" : "")
                    + (m_settings.contains("password_file") ? "" : "allow_anonymous true\n") + m_settings);
         file.close();
-        m_run = std::make_unique<ProgramRun>(QStringLiteral("/usr/sbin/mosquitto"),
-                                             QStringList{QStringLiteral("-c"), file.fileName()});
+        m_run =
+            std::make_unique<ProgramRun>(programFile("mosquitto"), QStringList{QStringLiteral("-c"), file.fileName()});
         m_run->start();
         WAIT_FOR(log().contains(" running"));
     }
