@@ -1,3 +1,5 @@
+#include "support/common/eventloop.h"
+#include "support/common/processusage.h"
 #include "support/device/discardedoutput.h"
 #include "support/device/otherreader.h"
 #include "support/jwmonitor/finderfixture.h"
@@ -17,6 +19,9 @@ using namespace JwMonitor;
 
 namespace {
 
+/// What has happened to a board's answer when stop() is called.
+enum class Answer { NotSent, NotRead, NotReported };
+
 /// Returns whether a program can open the port of `board` now.
 bool canBeOpened(const JwSimulator::Board *board)
 {
@@ -25,6 +30,8 @@ bool canBeOpened(const JwSimulator::Board *board)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Answer)
 
 /// Tests the rows of ports and boards in jwmonitor.
 class TestFinder : public QObject
@@ -55,6 +62,8 @@ private Q_SLOTS:
     void theRowsStayWhileItStopsAndStarts();
     void unsentOutputIsDiscardedWhenABoardIsLetGo_data();
     void unsentOutputIsDiscardedWhenABoardIsLetGo();
+    void anAnswerThatStopOvertakesLeavesNothing_data();
+    void anAnswerThatStopOvertakesLeavesNothing();
     void stopForgetsLostBoards();
     void afterStopNoPortIsAsked();
     void startAgainFindsTheSameBoards();
@@ -67,6 +76,7 @@ private Q_SLOTS:
 void TestFinder::initTestCase()
 {
     qRegisterMetaType<BoardLink>();
+    ProcessUsage::watchObjects();
 }
 
 void TestFinder::listsThePortsBeforeTheFirstSearch()
@@ -461,6 +471,53 @@ void TestFinder::unsentOutputIsDiscardedWhenABoardIsLetGo()
         fixture.finder.stop();
     }
     QCOMPARE(discardedOutput, QVector<int>{descriptor});
+}
+
+void TestFinder::anAnswerThatStopOvertakesLeavesNothing_data()
+{
+    QTest::addColumn<Answer>("answer");
+    QTest::newRow("the board answers after stop()") << Answer::NotSent;
+    QTest::newRow("the answer is not read yet") << Answer::NotRead;
+    QTest::newRow("the answer is read, but the board is not reported yet") << Answer::NotReported;
+}
+
+void TestFinder::anAnswerThatStopOvertakesLeavesNothing()
+{
+    QFETCH(Answer, answer);
+    FinderFixture fixture;
+    auto *board = fixture.attach("silent");
+    QSignalSpy heard(board, &JwSimulator::Board::sentenceReceived);
+    QSignalSpy found(&fixture.finder, &BoardFinder::boardFound);
+    int handedOver = 0;
+    connect(&fixture.finder, &BoardFinder::portEvent, &fixture.finder, [&](const PortEvent &event) {
+        if (event.kind != PortEvent::HandedOver)
+            return;
+        ++handedOver;
+        QMetaObject::invokeMethod(&fixture.finder, &BoardFinder::stop, Qt::QueuedConnection);
+    });
+    QList<qsizetype> objects; // number of existing QObjects after each search
+    // The first search also creates objects that the process keeps, so only the second search must leave no object.
+    for (int search = 1; search <= 2; ++search) {
+        heard.clear();
+        fixture.start({BoardA}, JwTools::SearchSettings::maxRetries);
+        QTRY_VERIFY(!heard.isEmpty());
+        if (answer == Answer::NotSent)
+            fixture.finder.stop();
+        QVERIFY(board->send("$PJWVER,7300022,1,4,0*0d\r\n"));
+        if (answer == Answer::NotRead)
+            fixture.finder.stop();
+        QTRY_VERIFY(!fixture.finder.isStarted());
+        settle();
+        QCOMPARE(handedOver, answer == Answer::NotReported ? search : 0);
+        QCOMPARE(found.size(), 0);
+        QSerialPort port(board->portName());
+        QVERIFY(port.open(QIODevice::ReadWrite));
+        QVERIFY(port.clear()); // otherwise the next search reads this answer
+        port.close();
+        settle();
+        objects.append(ProcessUsage::now().objects);
+    }
+    QCOMPARE(objects.at(1), objects.at(0));
 }
 
 void TestFinder::stopForgetsLostBoards()
