@@ -303,9 +303,14 @@ void Initializer::closeWhenLost(QSerialPort *port, const std::shared_ptr<PortRep
 {
     connect(new PortErrors(port), &PortErrors::portLost, this, [this, port, report](bool isDeviceGone) {
         report->verdict = PortReport::Lost;
-        // If the device is gone, port->error() may be any error, so the report always gets ResourceError.
-        report->error = isDeviceGone ? QSerialPort::ResourceError : port->error();
-        report->errorText = isDeviceGone ? QStringLiteral("No such device") : port->errorString();
+        // QSerialPort reports ResourceError also if the device is there, and any error if the device is gone.
+        const bool isResourceError = port->error() == QSerialPort::ResourceError;
+        report->error = isResourceError ? QSerialPort::UnknownError : port->error();
+        report->errorText = port->errorString();
+        if (isDeviceGone) {
+            report->error = QSerialPort::ResourceError;
+            report->errorText = QStringLiteral("No such device");
+        }
         closeAtOnce(port);
         tell(PortEvent::Lost, *report, report->errorText);
     });

@@ -33,7 +33,7 @@ struct PortReport
     QString serialNumber; ///< serial number of the USB device; empty if not known
 
     Verdict verdict = NotOpened; ///< state of the port when the report was made
-    /// Why the port is NotOpened or Lost. ResourceError if the device is gone.
+    /// Why the port is NotOpened or Lost. A Lost port has ResourceError if its device is gone, and only then.
     QSerialPort::SerialPortError error = QSerialPort::NoError;
     QString errorText; ///< the system's text for `error`; empty if there is no error
     Type type = Unknown; ///< type of the board if the port is HandedOver or Duplicate; else Unknown

@@ -1,13 +1,16 @@
 #include "support/initializer/probefixture.h"
 #include "support/common/simulatedportsmain.h"
+#include "support/device/otherreader.h"
 #include "support/initializer/timelinetexts.h"
 
 #include <device/portreport.h>
 
+#include <QDeadlineTimer>
 #include <QTest>
 #include <QTimer>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -141,6 +144,7 @@ private Q_SLOTS:
     void secondBoardOfATypeIsADuplicateWithItsType();
     void pulledPortIsLost_data();
     void pulledPortIsLost();
+    void portThatFailsIsLostWithAnErrorOfItsOwn();
     void lostPortStaysLostAndIsAskedNoMore();
     void lastWordsOfALostPortDoNotBringItBack();
     void portLostAfterTheProbeIsReportedAsLost();
@@ -454,6 +458,30 @@ void TestInitializerReports::pulledPortIsLost()
     QCOMPARE(report.queries, 1);
     QCOMPARE(report.serialNumber, board->config().serial);
     QCOMPARE(verdictOn(fixture, other), PortReport::Awaiting);
+}
+
+// Without bytes to read, QSerialPort reports ResourceError, but the device is there.
+void TestInitializerReports::portThatFailsIsLostWithAnErrorOfItsOwn()
+{
+    ProbeFixture fixture;
+    Board *const board = fixture.attach("silent");
+    OtherReader other(QStringLiteral("/dev/") + board->portName(), EAGAIN);
+    fixture.probe(boardA);
+    const QSerialPort *const port = fixture.port(board);
+    QSerialPort::SerialPortError reported = QSerialPort::NoError;
+    connect(port, &QSerialPort::errorOccurred, this,
+            [&reported](QSerialPort::SerialPortError error) { reported = error; });
+    other.start(port);
+    const QDeadlineTimer deadline(30000);
+    while (verdictOn(fixture, board) != PortReport::Lost && !deadline.hasExpired()) {
+        QVERIFY(board->send("stolen\r\n"));
+        settle();
+    }
+    const PortReport report = reportOn(fixture, board);
+    QCOMPARE(report.verdict, PortReport::Lost);
+    QCOMPARE(reported, QSerialPort::ResourceError);
+    QCOMPARE(report.error, QSerialPort::UnknownError);
+    QVERIFY(!report.errorText.isEmpty());
 }
 
 void TestInitializerReports::lostPortStaysLostAndIsAskedNoMore()
