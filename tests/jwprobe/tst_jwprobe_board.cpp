@@ -1,4 +1,6 @@
+#include "support/common/portname.h"
 #include "support/common/processusage.h"
+#include "support/common/simulatedportsmain.h"
 #include "support/device/discardedoutput.h"
 #include "support/device/openterminal.h"
 #include "support/device/otherreader.h"
@@ -7,6 +9,8 @@
 
 #include <device/communicator.h>
 #include <device/wholelines.h>
+#include <simulator/board.h>
+#include <simulator/testbed.h>
 
 #include <QSerialPort>
 #include <QSignalSpy>
@@ -22,6 +26,59 @@
 
 using namespace JwProbe;
 
+namespace {
+
+/// A found board on a simulated port, which the system lists. A pseudo terminal is not listed.
+struct SimulatedPort
+{
+    /// `location` replaces the port's file in /dev. Empty: the port's file.
+    explicit SimulatedPort(const QString &location = {})
+        : device(testbed.add(silent()))
+        , port(new JwDevice::WholeLines<QSerialPort>(device->portName()))
+        , board(opened(), identity(location), JwDevice::PortReport(), 1)
+    {
+    }
+
+    /// Makes the port report errors until it is closed. A simulated port has no pinout signals (such as DTR), so each
+    /// attempt to read them fails.
+    void fail() const
+    {
+        for (int i = 0; i < 2000 && port->isOpen(); ++i)
+            port->pinoutSignals();
+    }
+
+    static JwSimulator::BoardConfig silent()
+    {
+        JwSimulator::BoardConfig config;
+        config.kind = JwSimulator::BoardConfig::Kind::Silent;
+        config.port = uniquePortName();
+        return config;
+    }
+    JwDevice::Communicator *opened() const
+    {
+        if (!port->open(QIODevice::ReadWrite))
+            qFatal("the port does not open");
+        auto *comm = new JwDevice::Communicator(nullptr);
+        comm->setIODevice(port);
+        return comm;
+    }
+    PortIdentity identity(const QString &location) const
+    {
+        PortIdentity identity;
+        identity.name = device->portName();
+        identity.location = location.isEmpty() ? QStringLiteral("/dev/") + identity.name : location;
+        identity.isKnown = true;
+        return identity;
+    }
+
+    JwSimulator::Testbed testbed;
+    JwSimulator::Board *const device;
+    JwDevice::WholeLines<QSerialPort> *const port; // the same class as the ports from the Initializer
+    Board board;
+};
+
+} // namespace
+
 /// Tests jwprobe's class Board: a found board whose port reports errors.
 class TestJwprobeBoard : public QObject
 {
@@ -34,8 +91,10 @@ private Q_SLOTS:
     void errorThatPassesLosesNothing_data();
     void errorThatPassesLosesNothing();
     void whatIsSentLeavesNothingBehind();
-    void portThatTheSystemLostIsACablePulled();
-    void portThatFailsIsNoCablePulled();
+    void deviceThatIsGoneIsACablePulled_data();
+    void deviceThatIsGoneIsACablePulled();
+    void portWithErrorsOnlyIsJudgedAfterAWhile_data();
+    void portWithErrorsOnlyIsJudgedAfterAWhile();
     void unsentOutputIsDiscardedBeforeThePortIsClosed_data();
     void unsentOutputIsDiscardedBeforeThePortIsClosed();
 
@@ -44,7 +103,6 @@ private:
 
     Board *makeBoard();
 
-    QTemporaryFile m_device; // `m_board` uses this file as the port's file in /dev
     int m_boardEnd = -1;
     QScopedPointer<Board> m_board;
 };
@@ -53,8 +111,6 @@ void TestJwprobeBoard::init()
 {
     m_boardEnd = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     QVERIFY(::grantpt(m_boardEnd) == 0 && ::unlockpt(m_boardEnd) == 0);
-    // A plain file, because the file of a pseudo terminal disappears when its other end closes.
-    QVERIFY(m_device.open());
 }
 
 void TestJwprobeBoard::cleanup()
@@ -81,7 +137,7 @@ Board *TestJwprobeBoard::makeBoard()
     comm->setIODevice(port);
     PortIdentity identity;
     identity.name = QStringLiteral("ttyTST0");
-    identity.location = m_device.fileName();
+    identity.location = port->portName();
     return new Board(comm, identity, JwDevice::PortReport(), 1);
 }
 
@@ -162,29 +218,47 @@ void TestJwprobeBoard::whatIsSentLeavesNothingBehind()
     QVERIFY2(growth < 1000000, QByteArray::number(growth).constData());
 }
 
-void TestJwprobeBoard::portThatTheSystemLostIsACablePulled()
+void TestJwprobeBoard::deviceThatIsGoneIsACablePulled_data()
 {
-    m_board.reset(makeBoard());
-    QVERIFY(m_board);
-    const QSignalSpy lost(m_board.data(), &Board::lost);
-    ::close(m_boardEnd);
-    m_boardEnd = -1;
-    QVERIFY(m_device.remove());
-    QTRY_COMPARE(lost.size(), 1);
-    QVERIFY(!m_board->isConnected());
-    QCOMPARE(m_board->lossText(), QStringLiteral("cable pulled"));
+    QTest::addColumn<bool>("isFileLeft");
+    QTest::newRow("its file is gone too") << false;
+    QTest::newRow("its file stays, as in a container") << true;
 }
 
-void TestJwprobeBoard::portThatFailsIsNoCablePulled()
+void TestJwprobeBoard::deviceThatIsGoneIsACablePulled()
 {
-    m_board.reset(makeBoard());
-    QVERIFY(m_board);
-    const QSignalSpy lost(m_board.data(), &Board::lost);
-    ::close(m_boardEnd);
-    m_boardEnd = -1;
+    QFETCH(bool, isFileLeft);
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    SimulatedPort simulated(isFileLeft ? file.fileName() : QString());
+    const QSignalSpy lost(&simulated.board, &Board::lost);
+    simulated.device->pull();
     QTRY_COMPARE(lost.size(), 1);
-    QVERIFY(!m_board->isConnected());
-    QVERIFY2(m_board->lossText().startsWith(QLatin1String("port failed: ")), qPrintable(m_board->lossText()));
+    QVERIFY(!simulated.board.isConnected());
+    QCOMPARE(simulated.board.lossText(), QStringLiteral("cable pulled"));
+}
+
+void TestJwprobeBoard::portWithErrorsOnlyIsJudgedAfterAWhile_data()
+{
+    QTest::addColumn<bool>("isPulledSoon");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("device stays") << false << QStringLiteral("port failed: ");
+    QTest::newRow("system removes the device after the errors") << true << QStringLiteral("cable pulled");
+}
+
+void TestJwprobeBoard::portWithErrorsOnlyIsJudgedAfterAWhile()
+{
+    QFETCH(bool, isPulledSoon);
+    QFETCH(QString, text);
+    SimulatedPort simulated;
+    const QSignalSpy lost(&simulated.board, &Board::lost);
+    simulated.fail();
+    QVERIFY(!simulated.board.isConnected());
+    QCOMPARE(lost.size(), 0);
+    if (isPulledSoon)
+        simulated.device->pull();
+    QTRY_COMPARE(lost.size(), 1);
+    QVERIFY2(simulated.board.lossText().startsWith(text), qPrintable(simulated.board.lossText()));
 }
 
 void TestJwprobeBoard::unsentOutputIsDiscardedBeforeThePortIsClosed_data()
@@ -211,5 +285,5 @@ void TestJwprobeBoard::unsentOutputIsDiscardedBeforeThePortIsClosed()
     QCOMPARE(discardedOutput, QVector<int>{descriptor});
 }
 
-QTEST_GUILESS_MAIN(TestJwprobeBoard)
+SIMULATED_PORTS_MAIN(TestJwprobeBoard)
 #include "tst_jwprobe_board.moc"

@@ -7,8 +7,6 @@
 
 #include <device/boardrules.h>
 
-#include <QFile>
-
 using JwDevice::PortReport;
 
 namespace JwProbe {
@@ -34,7 +32,7 @@ Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
     const QString answer = report.reply.isEmpty()
         ? QString()
         : QStringLiteral(", after it had answered %1").arg(JwTools::printable(report.reply));
-    if (!QFile::exists(port.location)) {
+    if (report.error == QSerialPort::ResourceError) {
         return {port,
                 report,
                 QStringLiteral("unplugged"),

@@ -5,8 +5,8 @@
 #include <device/communicator.h>
 #include <device/porterrors.h>
 
-#include <QFile>
 #include <QSerialPort>
+#include <QSerialPortInfo>
 #include <QTimer>
 
 namespace JwProbe {
@@ -73,6 +73,7 @@ void Board::useCommunicator(JwDevice::Communicator *comm)
 
 void Board::close(bool isDeviceGone)
 {
+    m_isDeviceGone = isDeviceGone;
     m_errorText = m_serialPort->errorString();
     JwDevice::closeAtOnce(m_serialPort);
     if (isDeviceGone)
@@ -83,7 +84,8 @@ void Board::close(bool isDeviceGone)
 
 bool Board::isGone() const
 {
-    return !QFile::exists(m_port.location);
+    // On a busy machine, many errors may come before the system removes the port. So ask the system again.
+    return m_isDeviceGone || (m_port.isKnown && QSerialPortInfo(m_port.name).isNull());
 }
 
 } // namespace JwProbe

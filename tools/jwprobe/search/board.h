@@ -37,7 +37,7 @@ public:
     double milliseconds() const { return m_milliseconds; }
     /// Returns true until the port is lost. After that, nothing can be sent or received.
     bool isConnected() const;
-    /// Returns why the board is not connected: "cable pulled" if the port no longer exists, else the error of the port.
+    /// Returns why the board is not connected: "cable pulled" if the device is gone, else the error of the port.
     QString lossText() const;
 
     void send(const QString &sentence);
@@ -63,6 +63,7 @@ private:
     const JwDevice::PortReport m_report;
     const QString m_hardwareVersion;
     const double m_milliseconds;
+    bool m_isDeviceGone = false;
     QString m_errorText;
 };
 
