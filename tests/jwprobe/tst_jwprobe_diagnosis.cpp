@@ -1,3 +1,5 @@
+#include "support/common/withoutcapabilities.h"
+
 #include <jwprobe/doctor/diagnosis.h>
 
 #include <QDir>
@@ -33,6 +35,8 @@ private Q_SLOTS:
     void withoutPermissionGroupAndRuleAreTold();
     void aLivingLockHolderIsNamed();
     void aLockFileOfADeadProcessIsNamed();
+    void aLockFileThatMayNotBeReadIsReadByRoot_data();
+    void aLockFileThatMayNotBeReadIsReadByRoot();
 };
 
 namespace {
@@ -280,6 +284,34 @@ void TestJwprobeDiagnosis::aLockFileOfADeadProcessIsNamed()
     QCOMPARE(diagnosis.state, QStringLiteral("held"));
     QVERIFY2(diagnosis.advice.contains(QLatin1String("    sudo rm ") + file.fileName()),
              qPrintable(diagnosis.advice.join(QLatin1Char('\n'))));
+}
+
+void TestJwprobeDiagnosis::aLockFileThatMayNotBeReadIsReadByRoot_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("its process lives") << QByteArray::number(QCoreApplication::applicationPid()) + '\n';
+    QTest::newRow("its process is gone") << QByteArray("4294967295\n");
+}
+
+void TestJwprobeDiagnosis::aLockFileThatMayNotBeReadIsReadByRoot()
+{
+    QFETCH(QByteArray, text);
+    const PortIdentity port = portOfItsOwn();
+    QFile file(lockFileName(port.name));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(text);
+    file.close();
+    QVERIFY(file.setPermissions({}));
+    Diagnosis diagnosis;
+    {
+        const WithoutCapabilities restricted({CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}); // root may read every file
+        diagnosis = diagnose(port, notOpened(QSerialPort::PermissionError));
+    }
+    QVERIFY(file.remove());
+    QCOMPARE(diagnosis.state, QStringLiteral("held"));
+    QCOMPARE(diagnosis.summary, QStringLiteral("locked by %1, which this user may not read").arg(file.fileName()));
+    QCOMPARE(diagnosis.advice.last(), QStringLiteral("    sudo cat ") + file.fileName());
+    QVERIFY(!diagnosis.advice.join(QString()).contains(QLatin1String("sudo rm")));
 }
 
 QTEST_GUILESS_MAIN(TestJwprobeDiagnosis)

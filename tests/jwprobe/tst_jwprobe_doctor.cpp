@@ -1,3 +1,4 @@
+#include "support/common/withoutcapabilities.h"
 #include "support/programs/asnobody.h"
 #include "support/programs/sandbox.h"
 
@@ -14,10 +15,8 @@
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -143,8 +142,7 @@ public:
         QSerialPort port(m_location);
         return port.open(QIODevice::ReadWrite);
     }
-    /// Sets exclusive mode, so that no other user can open the terminal. Root still can, except while a
-    /// WithoutAdministration exists.
+    /// Sets exclusive mode, so that nobody without the right CAP_SYS_ADMIN can open the terminal.
     void refuseOthers() const
     {
         const int descriptor = ::open(QFile::encodeName(m_location).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -155,27 +153,6 @@ public:
 private:
     const int m_master;
     QString m_location;
-};
-
-/// While this object exists, the user root lacks the right (CAP_SYS_ADMIN) to open a terminal that is in exclusive
-/// mode.
-class WithoutAdministration
-{
-public:
-    WithoutAdministration()
-    {
-        ::syscall(SYS_capget, &m_header, m_before);
-        __user_cap_data_struct now[] = {m_before[0], m_before[1]};
-        now[0].effective &= ~(1u << CAP_SYS_ADMIN);
-        ::syscall(SYS_capset, &m_header, now);
-    }
-    ~WithoutAdministration() { ::syscall(SYS_capset, &m_header, m_before); }
-    WithoutAdministration(const WithoutAdministration &) = delete;
-    WithoutAdministration &operator=(const WithoutAdministration &) = delete;
-
-private:
-    __user_cap_header_struct m_header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct m_before[2] = {};
 };
 
 } // namespace
@@ -422,7 +399,7 @@ void TestJwprobeDoctor::processThatHasThePortOpenIsNamed()
     if (forItself)
         terminal.refuseOthers();
 
-    const WithoutAdministration restricted;
+    const WithoutCapabilities restricted({CAP_SYS_ADMIN}); // with this right, root may open the terminal all the same
     QCOMPARE(terminal.isFree(), !forItself);
     const QList<JwProbe::Trouble> troubles = JwProbe::examine(port);
     QCOMPARE(troubles.size(), 1);

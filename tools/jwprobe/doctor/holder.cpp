@@ -63,6 +63,16 @@ Obstacle foreignThing(const LockFile &lock)
              QStringLiteral("    ls -ld %1").arg(lock.path), QStringLiteral("    sudo rm -d %1").arg(lock.path)}};
 }
 
+Obstacle unreadableLock(const LockFile &lock)
+{
+    return {
+        Obstacle::Held,
+        QStringLiteral("locked by %1, which this user may not read").arg(lock.path),
+        {QStringLiteral("See as root which process the file names. Let that process close the port, and run jwprobe "
+                        "again:"),
+         QStringLiteral("    sudo cat %1").arg(lock.path)}};
+}
+
 Obstacle lockWithoutHolder(const LockFile &lock, const PortIdentity &port)
 {
     return {Obstacle::Held,
@@ -97,6 +107,8 @@ Obstacle lockedBy(const LockFile &lock, const PortIdentity &port)
 {
     if (!lock.foreignKind.isEmpty())
         return foreignThing(lock);
+    if (lock.isUnreadable)
+        return unreadableLock(lock);
     if (lock.pid == 0)
         return lockWithoutHolder(lock, port);
     if (!isAliveOwner(lock))

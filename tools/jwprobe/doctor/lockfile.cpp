@@ -25,14 +25,14 @@ namespace {
 constexpr qint64 staleLockTime = 30000; // ms; an older lock file is stale; this is the default of QLockFile
 constexpr int largestLockFile = 4096; // bytes; JwDevice::foreignKind() takes a larger file for no lock file
 
-// Returns the content of the file. Empty if the file can't be read. Never blocks, even if somebody replaced the file by
-// a named pipe just before.
-QByteArray readFile(const QString &path)
+// Returns the content of the file, or nothing if the file can't be opened. Never blocks, even if somebody replaced the
+// file by a named pipe just before.
+std::optional<QByteArray> readFile(const QString &path)
 {
     const int descriptor =
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0)
-        return QByteArray();
+        return std::nullopt;
     QByteArray text(largestLockFile, '\0');
     struct stat status = {};
     const bool isFile = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
@@ -121,9 +121,13 @@ std::optional<LockFile> examineLock(const QString &path)
     struct stat status = {};
     if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
         return std::nullopt;
-    const QByteArray text = readFile(path);
-    if (!isStale(status, text) || !isRemovable(path, status))
-        return readLock(path, text);
+    const std::optional<QByteArray> content = readFile(path);
+    const QByteArray text = content.value_or(QByteArray());
+    if (!isStale(status, text) || !isRemovable(path, status)) {
+        LockFile lock = readLock(path, text);
+        lock.isUnreadable = !content;
+        return lock;
+    }
     // QLockFile would remove the stale file. Before that, QLockFile creates a second lock file, which can also be an
     // obstacle.
     return examineLock(path + QLatin1String(".rmlock"));
