@@ -34,8 +34,8 @@ private Q_SLOTS:
     void noCandidateSaysWhatToLookAt();
     void unknownPortIsSaid();
 
-    void userOutsideTheGroupIsToldToJoin();
-    SANDBOXED void memberWhoseSessionIsOlderIsToldToLogInAgain();
+    AS_ROOT void userOutsideTheGroupIsToldToJoin();
+    SANDBOXED_USERS void memberWhoseSessionIsOlderIsToldToLogInAgain();
     void groupWithoutAccessGetsAnotherWay();
     SANDBOXED void refusalInSpiteOfRightsPointsAtTheContainer();
     SANDBOXED void commandOfAProgramWithAQuoteInItsPathRuns();
@@ -63,6 +63,8 @@ private Q_SLOTS:
     SANDBOXED void lockFileWithoutAnOwnerIsRemoved();
     void lockFileCountsWhenItStopsTheSearch_data();
     SANDBOXED void lockFileCountsWhenItStopsTheSearch();
+    void lockFileOfAUserCountsWhenItStopsTheSearch_data();
+    SANDBOXED_USERS void lockFileOfAUserCountsWhenItStopsTheSearch();
     SANDBOXED void holderThatCantBeSeenIsLookedForByRoot();
 
     SANDBOXED void modemManagerThatMayTakeThePortIsNamed();
@@ -102,6 +104,15 @@ void verifyHas(const Outcome &outcome, const QStringList &texts)
         QVERIFY2(outcome.output.contains(text.toUtf8()),
                  qPrintable(QStringLiteral("\"%1\" is missing in:\n%2%3")
                                 .arg(text, QString::fromUtf8(outcome.output), QString::fromUtf8(outcome.error))));
+}
+
+/// Checks that the doctor says `said`, and that the search agrees with the doctor.
+void verifyAgreed(const Outcome &outcome, const QString &said)
+{
+    const bool isWell = said.startsWith(QLatin1String("nothing"));
+    verifyHas(
+        outcome,
+        {said, QStringLiteral("doctor %1\n").arg(isWell ? 0 : 1), QStringLiteral("search %1\n").arg(isWell ? 0 : 1)});
 }
 
 bool isRoot()
@@ -238,25 +249,21 @@ void TestJwprobeDoctor::userOutsideTheGroupIsToldToJoin()
 {
     const Outcome outcome = examineAsNobody(QString());
     QCOMPARE(outcome.status, 1);
-    verifyHas(outcome, {QStringLiteral("no permission")});
-    if (isRoot())
-        verifyHas(outcome,
-                  {QStringLiteral("root:dialout, mode 0660"), QStringLiteral("    sudo usermod -aG dialout $USER\n")});
+    verifyHas(outcome,
+              {QStringLiteral("no permission"), QStringLiteral("root:dialout, mode 0660"),
+               QStringLiteral("    sudo usermod -aG dialout $USER\n")});
 }
 
 void TestJwprobeDoctor::memberWhoseSessionIsOlderIsToldToLogInAgain()
 {
     const QString join = QStringLiteral("sed 's/^dialout:.*:/&nobody/' /etc/group > /run/group; "
                                         "mount --bind /run/group /etc/group; ");
-    const Outcome outcome = sandboxHasOtherUsers()
-        ? runSandboxed({boardOn("BoardB", m_port)}, join + asNobody, {jwprobeProgram(), doctor})
-        : examineAsNobody(QString());
+    const Outcome outcome = runSandboxed({boardOn("BoardB", m_port)}, join + asNobody, {jwprobeProgram(), doctor});
     QCOMPARE(outcome.status, 1);
-    verifyHas(outcome, {QStringLiteral("no permission")});
-    if (sandboxHasOtherUsers()) {
-        verifyHas(outcome, {QStringLiteral("log out and in again"), QStringLiteral("    newgrp dialout\n")});
-        QVERIFY2(!outcome.output.contains("usermod"), outcome.output.constData());
-    }
+    verifyHas(outcome,
+              {QStringLiteral("no permission"), QStringLiteral("log out and in again"),
+               QStringLiteral("    newgrp dialout\n")});
+    QVERIFY2(!outcome.output.contains("usermod"), outcome.output.constData());
 }
 
 void TestJwprobeDoctor::groupWithoutAccessGetsAnotherWay()
@@ -610,10 +617,9 @@ void TestJwprobeDoctor::lockFileWithoutAnOwnerIsRemoved()
 void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
 {
     QTest::addColumn<QString>("prepare");
-    QTest::addColumn<bool>("asAnother");
     QTest::addColumn<QString>("said");
-    const auto row = [](const char *name, const char *prepare, const char *said, bool asAnother = false) {
-        QTest::newRow(name) << QString::fromLatin1(prepare) << asAnother << QString::fromLatin1(said);
+    const auto row = [](const char *name, const char *prepare, const char *said) {
+        QTest::newRow(name) << QString::fromLatin1(prepare) << QString::fromLatin1(said);
     };
     const char *const well = "nothing keeps it from opening";
     const char *const noProcess = "names no process of this machine";
@@ -635,34 +641,44 @@ void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch_data()
     row("its number stands alone, in a folder that can't be written",
         "mount -t tmpfs tmpfs /run/lock; echo $user > $lock; mount -o remount,bind,ro /run/lock; ",
         "which names sleep (pid");
-    if (!sandboxHasOtherUsers())
-        return;
-    row("another user's, in a folder where all may remove their own",
-        "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", left, true);
-    row("one's own, in such a folder", "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chown nobody $lock; ", well,
-        true);
-    row("one's own, in a folder that is another user's", "sh -c 'echo $$' > $lock; chown nobody $lock; ", left, true);
-    row("another user's, in a folder where all may remove any",
-        "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", well, true);
-    row("another user's that only he can write to", "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0644 $lock; ",
-        left, true);
-    row("one's own, its number another user's program by now",
-        "echo $user > $lock; chown nobody $lock; chmod 1777 /run/lock; ", well, true);
-    row("another user's that is in use", "chmod 1777 /run/lock; printf '%d\\nsleep\\n' $user > $lock; ",
-        "sudo fuser -v", true);
 }
 
 void TestJwprobeDoctor::lockFileCountsWhenItStopsTheSearch()
 {
     QFETCH(QString, prepare);
-    QFETCH(bool, asAnother);
     QFETCH(QString, said);
-    const Outcome outcome =
-        examineAndSearch(QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + prepare, asAnother);
-    const bool isWell = said.startsWith(QLatin1String("nothing"));
-    verifyHas(
-        outcome,
-        {said, QStringLiteral("doctor %1\n").arg(isWell ? 0 : 1), QStringLiteral("search %1\n").arg(isWell ? 0 : 1)});
+    verifyAgreed(examineAndSearch(prepare), said);
+}
+
+void TestJwprobeDoctor::lockFileOfAUserCountsWhenItStopsTheSearch_data()
+{
+    QTest::addColumn<QString>("prepare");
+    QTest::addColumn<QString>("said");
+    const auto row = [](const char *name, const char *prepare, const char *said) {
+        QTest::newRow(name) << QString::fromLatin1(prepare) << QString::fromLatin1(said);
+    };
+    const char *const well = "nothing keeps it from opening";
+    const char *const left = "left behind";
+    row("another user's, in a folder where all may remove their own",
+        "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", left);
+    row("one's own, in such a folder", "chmod 1777 /run/lock; sh -c 'echo $$' > $lock; chown nobody $lock; ", well);
+    row("one's own, in a folder that is another user's", "sh -c 'echo $$' > $lock; chown nobody $lock; ", left);
+    row("another user's, in a folder where all may remove any",
+        "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0666 $lock; ", well);
+    row("another user's that only he can write to", "chmod 0777 /run/lock; sh -c 'echo $$' > $lock; chmod 0644 $lock; ",
+        left);
+    row("one's own, its number another user's program by now",
+        "echo $user > $lock; chown nobody $lock; chmod 1777 /run/lock; ", well);
+    row("another user's that is in use", "chmod 1777 /run/lock; printf '%d\\nsleep\\n' $user > $lock; ",
+        "sudo fuser -v");
+}
+
+void TestJwprobeDoctor::lockFileOfAUserCountsWhenItStopsTheSearch()
+{
+    QFETCH(QString, prepare);
+    QFETCH(QString, said);
+    verifyAgreed(examineAndSearch(QStringLiteral("chmod 0666 \"$UMOCKDEV_DIR/dev/%1\"; ").arg(m_port) + prepare, true),
+                 said);
 }
 
 void TestJwprobeDoctor::holderThatCantBeSeenIsLookedForByRoot()

@@ -5,16 +5,18 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QMap>
 #include <QMetaMethod>
 
 #include <cstdio>
 
 #include <unistd.h>
 
-/// Marks a test function that calls runSandboxed(). Write SANDBOXED before the function's `void`, so that the option
-/// -sandboxed of runSandboxTest() runs this function.
+/// Marks of test functions that need a right. Write the mark before the function's `void`; see runSandboxTest().
 #ifndef Q_MOC_RUN
-#define SANDBOXED
+#define SANDBOXED // calls runSandboxed()
+#define SANDBOXED_USERS // calls runSandboxed(), and needs other users in the sandbox
+#define AS_ROOT // needs the user root, but no sandbox
 #endif
 
 /// The kind of sandbox that this machine allows this user. In a sandbox, a program sees only its own processes and its
@@ -27,7 +29,7 @@ struct Sandbox
         OfAllUsers,
     };
     Kind kind = Refused;
-    QString refusal;
+    QString refusal; ///< why a better kind is refused
 
     static const Sandbox &allowed()
     {
@@ -51,7 +53,7 @@ private:
             const QStringList trial = command(kind, QStringLiteral("mount -t tmpfs tmpfs /run"));
             const Outcome outcome = runProgram(trial.first(), trial.mid(1));
             if (outcome.status == 0)
-                return {kind, QString()};
+                return {kind, sandbox.refusal};
             if (sandbox.refusal.isEmpty())
                 sandbox.refusal = QString::fromLocal8Bit(outcome.error).section(QLatin1Char('\n'), 0, 0);
         }
@@ -59,27 +61,43 @@ private:
     }
 };
 
-/// Returns the class of the test with functions marked SANDBOXED. SANDBOX_TEST_MAIN sets this class.
+/// Returns the class of the test with marked functions. SANDBOX_TEST_MAIN sets this class.
 inline const QMetaObject *&sandboxedTest()
 {
     static const QMetaObject *meta = nullptr;
     return meta;
 }
 
-inline bool isMarkedSandboxed(const QByteArray &function)
+/// Returns the mark of a test function, for example "SANDBOXED". Empty if the function has no mark.
+inline QByteArray markOf(const QByteArray &function)
 {
     const int index = sandboxedTest() ? sandboxedTest()->indexOfSlot(function + "()") : -1;
-    return index >= 0 && qstrcmp(sandboxedTest()->method(index).tag(), "SANDBOXED") == 0;
+    return index >= 0 ? QByteArray(sandboxedTest()->method(index).tag()) : QByteArray();
+}
+
+/// Returns why the functions with this mark can't run. Empty if they can.
+inline QString reasonToLeaveOut(const QByteArray &mark)
+{
+    const bool isRoot = ::geteuid() == 0;
+    if (mark.isEmpty() || (mark == "AS_ROOT" && isRoot))
+        return QString();
+    if (!isRoot && mark != "SANDBOXED")
+        return QStringLiteral("this user is not root");
+    const Sandbox &sandbox = Sandbox::allowed();
+    if (sandbox.kind == Sandbox::OfAllUsers || (sandbox.kind == Sandbox::OfOneUser && mark == "SANDBOXED"))
+        return QString();
+    return QStringLiteral("this system refuses namespaces (%1)").arg(sandbox.refusal);
 }
 
 /// Runs `script` with /bin/sh and these boards, in a sandbox. `arguments` are the script's "$@". The script sees only
 /// its own processes. Its /run is empty: it has no lock files and no database of udev. The script sees only the udev
-/// rules in /run/udev/rules.d; with `keepRules` also the system's rules. Call this only in functions marked SANDBOXED.
+/// rules in /run/udev/rules.d; with `keepRules` also the system's rules. Call this only in functions marked SANDBOXED
+/// or SANDBOXED_USERS.
 inline Outcome runSandboxed(const QStringList &boards, const QString &script, const QStringList &arguments = {},
                             bool keepRules = false)
 {
     // An unmarked function would fail on machines that refuse a sandbox.
-    if (!isMarkedSandboxed(QTest::currentTestFunction()))
+    if (!markOf(QTest::currentTestFunction()).startsWith("SANDBOXED"))
         qFatal("%s() uses a sandbox: write SANDBOXED before it in its class", QTest::currentTestFunction());
     // LD_PRELOAD contains the library that simulates /dev. Run mkdir without this library, because otherwise mkdir
     // would make the folder in the simulated /dev.
@@ -108,20 +126,26 @@ inline QString applyUdevRules(const QString &port)
         .arg(port);
 }
 
-/// Runs all functions of a test. The option -sandboxed runs only functions marked SANDBOXED, -unsandboxed only the
-/// others. If the machine refuses a sandbox, -sandboxed says so and returns the status with which ctest lists the test
-/// as not run.
+/// Runs all functions of a test. The options -sandboxed, -sandboxed-users and -as-root run only the functions with the
+/// mark SANDBOXED, SANDBOXED_USERS or AS_ROOT; -unsandboxed runs only functions without a mark. If these functions
+/// can't run on this machine, says so and returns the status with which ctest lists the test as not run.
 inline int runSandboxTest(QObject *test, QStringList arguments)
 {
     constexpr int notRun = 77;
     sandboxedTest() = test->metaObject();
-    const bool sandboxed = arguments.value(1) == QLatin1String("-sandboxed");
-    if (!sandboxed && arguments.value(1) != QLatin1String("-unsandboxed"))
+    static const QMap<QString, QByteArray> marks{{QStringLiteral("-unsandboxed"), ""},
+                                                 {QStringLiteral("-sandboxed"), "SANDBOXED"},
+                                                 {QStringLiteral("-sandboxed-users"), "SANDBOXED_USERS"},
+                                                 {QStringLiteral("-as-root"), "AS_ROOT"}};
+    const QString option = arguments.value(1);
+    if (!marks.contains(option))
         return QTest::qExec(test, arguments);
     arguments.removeAt(1);
-    if (sandboxed && Sandbox::allowed().kind == Sandbox::Refused) {
-        std::printf("Left out: %s -sandboxed: this system refuses namespaces (%s)\n",
-                    qPrintable(QFileInfo(arguments.first()).fileName()), qPrintable(Sandbox::allowed().refusal));
+    const QByteArray mark = marks.value(option);
+    const QString reason = reasonToLeaveOut(mark);
+    if (!reason.isEmpty()) {
+        std::printf("Left out: %s %s: %s\n", qPrintable(QFileInfo(arguments.first()).fileName()), qPrintable(option),
+                    qPrintable(reason));
         return notRun;
     }
     const QMetaObject *const meta = test->metaObject();
@@ -130,13 +154,13 @@ inline int runSandboxTest(QObject *test, QStringList arguments)
         const QByteArray name = method.name();
         static const QList<QByteArray> notTests{"init", "cleanup", "initTestCase", "cleanupTestCase"};
         if (method.methodType() == QMetaMethod::Slot && !name.endsWith("_data") && !notTests.contains(name)
-            && isMarkedSandboxed(name) == sandboxed)
+            && markOf(name) == mark)
             arguments.append(QString::fromLatin1(name));
     }
     return QTest::qExec(test, arguments);
 }
 
-/// Defines main() of a test with functions marked SANDBOXED.
+/// Defines main() of a test with marked functions.
 #define SANDBOX_TEST_MAIN(TestClass)                                                                                   \
     int main(int argc, char **argv)                                                                                    \
     {                                                                                                                  \
