@@ -100,6 +100,8 @@ private Q_SLOTS:
     void savesCsv();
     void csvHasNoFormulaOfABoard_data();
     void csvHasNoFormulaOfABoard();
+    void copiedRowHasNoFormulaOfABoard_data();
+    void copiedRowHasNoFormulaOfABoard();
     void savesWhatIsShown();
     void savesWhatWasThereAtItsBeginning();
     void tellsWhyItCanNotSave();
@@ -740,6 +742,36 @@ void TestTraffic::csvHasNoFormulaOfABoard()
     const QString row = save(QStringLiteral("traffic.csv")).section(QLatin1String("\r\n"), 1, 1);
     QVERIFY2(row.contains(QLatin1String("\"received\",\"2\",") + cell + QLatin1String(",\"\",\"ok\"")),
              qPrintable(row));
+}
+
+void TestTraffic::copiedRowHasNoFormulaOfABoard_data()
+{
+    QTest::addColumn<QString>("identifier");
+    QTest::addColumn<QString>("cell");
+    const auto row = [](const char *name, const char *identifier, const char *cell) {
+        QTest::newRow(name) << QString::fromLatin1(identifier) << QString::fromLatin1(cell);
+    };
+    row("equals", "=cmd|' /C calc'!A0", "'=cmd|' /C calc'!A0");
+    row("plus", "+cmd|' /C calc'!A0", "'+cmd|' /C calc'!A0");
+    row("minus", "-2+3", "'-2+3");
+    row("at", "@SUM(A1:A2)", "'@SUM(A1:A2)");
+    row("tab", "\t=1+1", "\\x09=1+1");
+    row("equals in quotes", "\"=1+1\"", "'\"=1+1\"");
+    row("negative number", "-12", "-12");
+    row("formula later on", "A=1", "A=1");
+}
+
+void TestTraffic::copiedRowHasNoFormulaOfABoard()
+{
+    QFETCH(QString, identifier);
+    QFETCH(QString, cell);
+    m_model->append(received(acm0, framed(identifier)));
+    QTRY_COMPARE(m_table->model()->rowCount(), 1);
+    m_table->setFocus();
+    m_table->selectRow(0);
+    QTest::keyClick(m_table, Qt::Key_C, Qt::ControlModifier);
+    const QString row = QApplication::clipboard()->text();
+    QVERIFY2(row.contains(QLatin1String("\treceived\t2\tok\t") + cell + QLatin1Char('\t')), qPrintable(row));
 }
 
 void TestTraffic::savesWhatIsShown()

@@ -1,5 +1,7 @@
 #include "historytable.h"
 
+#include "safecell.h"
+
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
@@ -13,6 +15,13 @@ namespace JwMonitor {
 namespace {
 
 constexpr int maxCopiedRows = 10000; // with more rows, the window would stop visibly while it copies
+
+// Returns the cell in a form that is safe to paste into a spreadsheet. The spreadsheet may remove a quote at the start
+// of the cell and then find a formula, so a quote also gets an apostrophe.
+QString pastableCell(const QString &cell)
+{
+    return cell.startsWith(QLatin1Char('"')) ? QLatin1Char('\'') + cell : safeCell(cell);
+}
 
 } // namespace
 
@@ -121,7 +130,7 @@ void HistoryTable::copySelected() const
         QStringList cells;
         for (int column = 0; column < model()->columnCount(); ++column) {
             if (!isColumnHidden(column))
-                cells.append(rows[i].siblingAtColumn(column).data().toString());
+                cells.append(pastableCell(rows[i].siblingAtColumn(column).data().toString()));
         }
         lines.append(cells.join(QLatin1Char('\t')));
     }

@@ -3,9 +3,9 @@
 #include "trafficcolumns.h"
 #include "traffictext.h"
 #include <common/printable.h>
+#include <jwmonitor/history/safecell.h>
 
 #include <QElapsedTimer>
-#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -16,23 +16,12 @@ namespace {
 constexpr int msPerTurn = 4;
 constexpr int recordsAtOnce = 100; // the least of a turn, even if other programs use up the time
 
-/// Returns whether a spreadsheet program would run the cell as a formula. A board could send a harmful formula, so
-/// csvRow() changes formulas to text. A number with a sign is no formula.
-bool isFormula(const QString &cell)
-{
-    static const QRegularExpression number(
-        QStringLiteral("^[+-](?:[0-9]+\\.?[0-9]*|\\.[0-9]+)(?:[eE][+-]?[0-9]+)?\\z"));
-    return !cell.isEmpty() && QStringLiteral("=+-@\t\r").contains(cell.at(0)) && !number.match(cell).hasMatch();
-}
-
 QString csvRow(const QStringList &cells)
 {
     QStringList quoted;
-    for (QString cell : cells) {
-        if (isFormula(cell))
-            cell.prepend(QLatin1Char('\'')); // makes a spreadsheet show the cell as text
-        cell.replace(QLatin1Char('"'), QLatin1String("\"\""));
-        quoted.append(QLatin1Char('"') + cell + QLatin1Char('"'));
+    for (const QString &cell : cells) {
+        const QString text = safeCell(cell).replace(QLatin1Char('"'), QLatin1String("\"\""));
+        quoted.append(QLatin1Char('"') + text + QLatin1Char('"'));
     }
     return quoted.join(QLatin1Char(',')) + QLatin1String("\r\n");
 }
