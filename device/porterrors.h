@@ -44,8 +44,8 @@ private:
     const std::unique_ptr<Run> m_run;
 };
 
-/// Closes `port` without waiting and without a signal. Does nothing if `port` is closed. Bytes that the board did not
-/// take are discarded, because otherwise QSerialPort::close() would wait for them, by default for 30 s.
+/// Discards the bytes that the board did not take, and closes `port`, without a signal. Does nothing if `port` is
+/// closed. QSerialPort::close() alone waits for such bytes, by default for 30 s.
 JWDEVICE_EXPORT void closeAtOnce(QSerialPort *port);
 
 } // namespace JwDevice
