@@ -1,15 +1,13 @@
-#include "support/programs/neededprogram.h"
 #include "support/common/portname.h"
 #include "support/programs/programrun.h"
 #include "support/common/simulatedportsmain.h"
 #include "support/device/otherreader.h"
+#include "support/examples/pagefolder.h"
 
 #include <08-test-your-application/lamp.h>
 #include <simulator/testbed.h>
 
 #include <QDir>
-#include <QFile>
-#include <QNetworkInterface>
 #include <QRegularExpression>
 #include <QTcpServer>
 #include <QTemporaryDir>
@@ -25,12 +23,6 @@ namespace {
 const QByteArray noBoardYet = "no BoardA yet; jwprobe --type BoardA says why";
 const QByteArray reply = "$PJWVER,7300022,1,4,0*0d";
 
-QByteArray readFile(const QString &name)
-{
-    QFile file(name);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QString program(const char *example)
 {
     return QStringLiteral(EXAMPLES_PROGRAMS "/%1/%1").arg(QLatin1String(example));
@@ -42,79 +34,6 @@ QList<QByteArray> sortedLines(const QByteArray &text)
     QList<QByteArray> lines = linesOf(text);
     std::sort(lines.begin(), lines.end());
     return lines;
-}
-
-/// Returns the command that examples/README.md shows for the example with this number.
-QString commandOfPage(const char *number)
-{
-    const QString page = QString::fromUtf8(readFile(QStringLiteral(EXAMPLES_SOURCES "/README.md")));
-    const QRegularExpression row(QStringLiteral("^\\| \\[%1\\].*\\| `([^`]+)` \\|$").arg(QLatin1String(number)),
-                                 QRegularExpression::MultilineOption);
-    return row.match(page).captured(1);
-}
-
-/// A copy of the folder examples. In the commands and in example 07, the copy has a serial port and a TCP port that
-/// only this test uses. Otherwise two test runs at the same time would share a port.
-class PageFolder
-{
-public:
-    explicit PageFolder(quint16 tcpPort)
-        : m_tcpPort(tcpPort)
-    {
-        const QDir examples(QStringLiteral(EXAMPLES_SOURCES));
-        const QString network = QStringLiteral("07-board-over-network");
-        QDir(m_folder.path()).mkpath(QStringLiteral("examples/") + network);
-        const QStringList names = examples.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
-        for (const QString &name : names) {
-            if (name != network)
-                QFile::link(examples.filePath(name), path(name));
-        }
-        for (const QString &name : {QStringLiteral("/try"), QStringLiteral("/ser2net.yaml")}) {
-            QFile file(path(network + name));
-            if (file.open(QIODevice::WriteOnly))
-                file.write(own(readFile(examples.filePath(network + name))));
-            file.setPermissions(QFile::permissions(examples.filePath(network + name)));
-        }
-    }
-
-    /// Returns the arguments for a shell that runs the command for the example with this number.
-    QStringList command(const char *number) const
-    {
-        const QString script =
-            QStringLiteral("cd \"$1\" && PATH=" JWSIM_FOLDER ":$PATH examples=" EXAMPLES_PROGRAMS " && exec %1")
-                .arg(QString::fromUtf8(own(commandOfPage(number).toUtf8())));
-        return {QStringLiteral("-c"), script, QStringLiteral("sh"), m_folder.path()};
-    }
-
-private:
-    QString path(const QString &name) const { return m_folder.filePath(QStringLiteral("examples/") + name); }
-    QByteArray own(QByteArray text) const
-    {
-        return text.replace("ttyACM0", m_port)
-            .replace("ttyACM7", m_secondPort)
-            .replace("3001", QByteArray::number(m_tcpPort))
-            .replace("0BB9", QByteArray::number(m_tcpPort, 16).rightJustified(4, '0').toUpper());
-    }
-
-    const QTemporaryDir m_folder;
-    const QByteArray m_port = uniquePortName().toLatin1();
-    const QByteArray m_secondPort = uniquePortName().toLatin1();
-    const quint16 m_tcpPort;
-};
-
-quint16 freeTcpPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
-
-/// Returns whether this machine has a network address. Without an address, ser2net, which offers a serial port in the
-/// network, resolves no name, not even localhost.
-bool hasNetworkAddress()
-{
-    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
-    return std::any_of(addresses.begin(), addresses.end(), [](const QHostAddress &each) { return !each.isLoopback(); });
 }
 
 } // namespace
@@ -401,7 +320,6 @@ void TestExamples::commandsOfThePageDoWhatItSays_data()
     row("04", "the board is on (ttyACM\\d+)\n(?:.*\n)*the board is on (?!\\1\n)ttyACM\\d+");
     row("05", "Communication:  <-  \"\\$PJWVER,7300022,1,4,0\\*0d\"");
     row("06", "ttyACM\\d+ answered with \\$PJWVER,7300021,1,4,0\\*0e");
-    row("07", "answer \\$PJWVER,7300022,1,4,0\\*0d");
     row("08", "PASS   : TestLamp::isOnAsLongAsTheBoardIsThere\\(\\)");
     row("09", "8 bytes from ttyACM\\d+");
     row("10",
@@ -413,11 +331,6 @@ void TestExamples::commandsOfThePageDoWhatItSays()
 {
     QFETCH(const QString, output);
     m_testbed.reset(); // jwsim makes its own testbed
-    if (QTest::currentDataTag() == QByteArray("07")) {
-        NEEDS_PROGRAM("ser2net", "ser2net");
-        QVERIFY2(hasNetworkAddress(),
-                 "ser2net needs a network address other than the loopback; connect this machine to a network");
-    }
     const PageFolder folder(freeTcpPort());
     ProgramRun run(QStringLiteral("sh"), folder.command(QTest::currentDataTag()));
     const QRegularExpression expression(QLatin1Char('^') + output + QStringLiteral("\n"),
