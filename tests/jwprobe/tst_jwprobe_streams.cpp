@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 namespace {
@@ -77,6 +78,47 @@ private:
     int m_descriptor = -1;
 };
 
+/// Two connected stream sockets. The programs that this process starts inherit one of them.
+class SocketPair
+{
+public:
+    SocketPair()
+    {
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, m_ends) != 0
+            || ::fcntl(m_ends[1], F_SETFD, 0) != 0 || ::fcntl(m_ends[1], F_SETFL, 0) != 0)
+            qFatal("no sockets");
+    }
+    ~SocketPair()
+    {
+        close();
+        ::close(m_ends[1]);
+    }
+    SocketPair(const SocketPair &) = delete;
+    SocketPair &operator=(const SocketPair &) = delete;
+
+    int programEnd() const { return m_ends[1]; }
+    /// Closes the end of this process.
+    void close()
+    {
+        if (m_ends[0] >= 0)
+            ::close(m_ends[0]);
+        m_ends[0] = -1;
+    }
+    /// Reads without blocking. Returns everything that was read so far.
+    QByteArray text()
+    {
+        char bytes[4096];
+        ssize_t count = 0;
+        while ((count = ::read(m_ends[0], bytes, sizeof bytes)) > 0)
+            m_text.append(bytes, static_cast<int>(count));
+        return m_text;
+    }
+
+private:
+    int m_ends[2] = {-1, -1};
+    QByteArray m_text;
+};
+
 qint64 numberBehind(const QByteArray &word, const QByteArray &text)
 {
     const auto begin = text.indexOf(word);
@@ -113,6 +155,8 @@ private Q_SLOTS:
     void backgroundJobLeavesTheTerminalAlone();
     void readerThatIsGoneEndsTheProgram_data();
     void readerThatIsGoneEndsTheProgram();
+    void readerOfASocketThatIsGoneEndsTheProgram_data();
+    void readerOfASocketThatIsGoneEndsTheProgram();
     void fullFileEndsTheMonitor();
 
 private:
@@ -272,6 +316,49 @@ void TestJwprobeStreams::readerThatIsGoneEndsTheProgram()
     run.start();
     WAIT_FOR(pipe.waiting() > 0);
     pipe.close();
+    QVERIFY(run.finish());
+    QCOMPARE(static_cast<int>(numberBehind("status ", run.output())), status);
+    QCOMPARE(run.error().count("jwprobe: can't write to standard output: "), status == 1 ? 1 : 0);
+}
+
+void TestJwprobeStreams::readerOfASocketThatIsGoneEndsTheProgram_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<bool>("isOneWay");
+    QTest::addColumn<QString>("disposition");
+    QTest::addColumn<int>("status");
+    const QString ignored = QStringLiteral("--ignore-signal=PIPE");
+    const QString usual = QStringLiteral("--default-signal=PIPE");
+    QTest::newRow("monitor, SIGPIPE ignored") << monitorOption << false << ignored << 1;
+    QTest::newRow("monitor") << monitorOption << false << usual << 128 + SIGPIPE;
+    QTest::newRow("monitor, nothing can be read, as for systemd's journal") << monitorOption << true << ignored << 1;
+    QTest::newRow("watch, SIGPIPE ignored") << watchOption << false << ignored << 1;
+    QTest::newRow("watch") << watchOption << false << usual << 128 + SIGPIPE;
+}
+
+void TestJwprobeStreams::readerOfASocketThatIsGoneEndsTheProgram()
+{
+    QFETCH(QString, action);
+    QFETCH(bool, isOneWay);
+    QFETCH(QString, disposition);
+    QFETCH(int, status);
+    SocketPair sockets;
+    if (isOneWay)
+        QCOMPARE(::shutdown(sockets.programEnd(), SHUT_RD), 0);
+    // bash, because sh can't use a descriptor of two digits.
+    const QString script = QStringLiteral("env %1 \"$0\" \"$@\" >&%2; echo status $?");
+    ProgramRun run(
+        jwsimProgram(),
+        simulated({boardOn("BoardA", m_port)},
+                  {QStringLiteral("bash"), QStringLiteral("-c"),
+                   script.arg(disposition, QString::number(sockets.programEnd())), jwprobeProgram(), action, boardA}));
+    run.start();
+    WAIT_FOR(!sockets.text().isEmpty());
+    if (action == monitorOption) { // the monitor goes on while somebody reads
+        run.write("PJWVER\n");
+        WAIT_FOR(sockets.text().contains("<-"));
+    }
+    sockets.close();
     QVERIFY(run.finish());
     QCOMPARE(static_cast<int>(numberBehind("status ", run.output())), status);
     QCOMPARE(run.error().count("jwprobe: can't write to standard output: "), status == 1 ? 1 : 0);

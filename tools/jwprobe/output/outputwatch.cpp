@@ -6,27 +6,45 @@
 
 #include <csignal>
 
-#include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace JwProbe {
 
-OutputWatch::OutputWatch(QObject *parent)
-    : QObject(parent)
+namespace {
+
+bool isPipeOrSocket(int descriptor)
 {
     struct stat status = {};
-    const bool isPipe = ::fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
-    if (!isPipe || (::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) != O_WRONLY)
+    return ::fstat(descriptor, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+} // namespace
+
+OutputWatch::OutputWatch(QObject *parent)
+    : QObject(parent)
+    , m_epoll(isPipeOrSocket(STDOUT_FILENO) ? ::epoll_create1(EPOLL_CLOEXEC) : -1)
+{
+    // With no events, epoll reports only an error and a hangup. QSocketNotifier alone would also report bytes to read.
+    // A socket may have such bytes, and always reports them if its reading side is closed, as for systemd's journal.
+    epoll_event event = {};
+    if (m_epoll < 0 || ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, STDOUT_FILENO, &event) != 0)
         return;
-    auto *notifier = new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Read,
-                                         this); // the write end is never readable, so this reports only errors
-    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
-        notifier->setEnabled(false);
+    m_notifier = new QSocketNotifier(m_epoll, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, [this] {
+        m_notifier->setEnabled(false);
         std::raise(SIGPIPE); // the signal that a failed write sends
         complainOfOutput(QStringLiteral("nobody reads it any more"));
         Q_EMIT lost();
     });
+}
+
+OutputWatch::~OutputWatch()
+{
+    delete m_notifier; // before its descriptor is closed
+    if (m_epoll >= 0)
+        ::close(m_epoll);
 }
 
 } // namespace JwProbe
