@@ -33,9 +33,10 @@ struct PortReport
     QString serialNumber; ///< serial number of the USB device; empty if not known
 
     Verdict verdict = NotOpened; ///< state of the port when the report was made
-    /// Why the port is NotOpened or Lost. A Lost port has ResourceError if its device is gone, and only then.
+    /// Why the port is NotOpened or Lost. A Lost port has ResourceError if its device was gone when the loss was
+    /// noticed, and only then.
     QSerialPort::SerialPortError error = QSerialPort::NoError;
-    QString errorText; ///< the system's text for `error`; empty if there is no error
+    QString errorText; ///< the reason as a text for users, usually the system's; empty if there is no error
     Type type = Unknown; ///< type of the board if the port is HandedOver or Duplicate; else Unknown
     QString reply; ///< the newest sentence that could be parsed, without its line end; empty if there was none
     QString unreadable; ///< the newest payload that could not be parsed, without its line end; empty if there was none

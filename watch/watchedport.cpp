@@ -197,7 +197,10 @@ void WatchedPort::onPortLost(bool isDeviceGone)
     }
     // If the cable was pulled, errors come first, and the system removes the port a little later. So the loss is
     // reported when the port is removed, or when removalTime is over.
-    closeAtOnce(static_cast<QSerialPort *>(m_guard->parent()));
+    auto *const port = static_cast<QSerialPort *>(m_guard->parent());
+    m_report.error = port->error() == QSerialPort::ResourceError ? QSerialPort::UnknownError : port->error();
+    m_report.errorText = port->errorString();
+    closeAtOnce(port);
     m_checkTimer.stop();
     m_check = Check::Off;
     m_removalTimer.start(removalTime);
@@ -242,6 +245,10 @@ void WatchedPort::lose(Board::Loss loss)
 {
     m_report.verdict = loss == Board::NoAnswer ? PortReport::TimedOut : PortReport::Lost;
     m_report.type = Unknown;
+    if (loss == Board::CablePulled) {
+        m_report.error = QSerialPort::ResourceError;
+        m_report.errorText = QStringLiteral("No such device");
+    }
     const bool isReported = m_isReported;
     close(PortGuard::Later);
     if (isReported)

@@ -188,7 +188,10 @@ void TestBoardWatchLost::failingPortIsLostAndAskedAgain()
     other.start(portOf(fixture.found(board)));
     QVERIFY(runUntil([&] { return !portOf(fixture.found(board))->isOpen() || !board->send("stolen\r\n"); }));
     QTRY_COMPARE(fixture.timeline.last(), QStringLiteral("lost SIM1:1.0 portFailed"));
-    QCOMPARE(fixture.report(board).verdict, PortReport::Lost);
+    const PortReport report = fixture.report(board);
+    QCOMPARE(report.verdict, PortReport::Lost);
+    QVERIFY(report.error != QSerialPort::NoError && report.error != QSerialPort::ResourceError);
+    QVERIFY(!report.errorText.isEmpty());
     other.stop();
     QTRY_COMPARE(fixture.timeline.last(), back1);
     QCOMPARE(fixture.timeline.size(), 3);
