@@ -29,6 +29,7 @@ private Q_SLOTS:
     void aReplyIsNamedAsTheLibraryReadsIt();
     void noPortNeedBeAskedAlone_data();
     void noPortNeedBeAskedAlone();
+    void aLostPortThatTheSystemRemovedLaterWasUnplugged();
     void aPortThatDoesNotOpenSaysWhy();
     void aPortThatOpensByNowKeepsItsError();
     void aNameThatTheSystemDoesNotKnowIsNoSuchPort();
@@ -168,7 +169,9 @@ void TestJwprobeDiagnosis::eachVerdictHasItsStateCauseAndAdvice()
     QFETCH(PortReport, report);
     QFETCH(QString, cause);
     QFETCH(QString, advice);
-    const Diagnosis diagnosis = diagnose(existingPort(), report);
+    PortIdentity port = existingPort();
+    port.isKnown = report.verdict != PortReport::Lost; // the system does not list this port, as if its cable was pulled
+    const Diagnosis diagnosis = diagnose(port, report);
     QTEST(diagnosis.state, "state");
     QVERIFY2(diagnosis.summary.contains(cause), qPrintable(diagnosis.summary));
     const QString given = diagnosis.advice.join(QLatin1Char('\n'));
@@ -210,6 +213,14 @@ void TestJwprobeDiagnosis::noPortNeedBeAskedAlone()
     QFETCH(PortReport, report);
     const QString advice = diagnose(existingPort(), report).advice.join(QLatin1Char('\n'));
     QVERIFY2(!advice.isEmpty() && !advice.contains(QLatin1String("--port")), qPrintable(advice));
+}
+
+void TestJwprobeDiagnosis::aLostPortThatTheSystemRemovedLaterWasUnplugged()
+{
+    const PortIdentity port = existingPort(); // was listed, but is not listed now
+    const Diagnosis diagnosis = diagnose(port, lost(QSerialPort::UnknownError, QString()));
+    QCOMPARE(diagnosis.state, QStringLiteral("unplugged"));
+    QVERIFY2(diagnosis.summary.contains(QLatin1String("cable was pulled")), qPrintable(diagnosis.summary));
 }
 
 void TestJwprobeDiagnosis::aPortThatDoesNotOpenSaysWhy()

@@ -7,6 +7,8 @@
 
 #include <device/boardrules.h>
 
+#include <QSerialPortInfo>
+
 using JwDevice::PortReport;
 
 namespace JwProbe {
@@ -32,7 +34,8 @@ Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
     const QString answer = report.reply.isEmpty()
         ? QString()
         : QStringLiteral(", after it had answered %1").arg(JwTools::printable(report.reply));
-    if (report.error == QSerialPort::ResourceError) {
+    // On a busy machine, many errors may come before the system removes the port. So ask the system again.
+    if (report.error == QSerialPort::ResourceError || (port.isKnown && QSerialPortInfo(port.name).isNull())) {
         return {port,
                 report,
                 QStringLiteral("unplugged"),
