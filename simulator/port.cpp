@@ -54,9 +54,13 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
 // QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
+    // If something is not a plain file, QSerialPort cannot lock the port, and reading a FIFO would block. Before
+    // QLockFile removes a lock file that was left behind, it creates a second one with this ending.
+    for (QString path = lockFileName(portName); QFileInfo::exists(path); path += QLatin1String(".rmlock")) {
+        if (!QFileInfo(path).isFile())
+            return true;
+    }
     QFile file(lockFileName(portName));
-    if (file.exists() && !QFileInfo(file).isFile())
-        return true; // not a plain file, so QSerialPort cannot lock the port; reading a FIFO would block
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> lines = file.read(longestLockFile).split('\n');

@@ -202,6 +202,7 @@ private Q_SLOTS:
     void takenPortNameIsRefused();
     void nameThatAnotherProgramUsesIsLocked();
     void nameWithAFifoAsLockIsLocked();
+    void fifoInPlaceOfAReservationStopsNothing_data();
     void fifoInPlaceOfAReservationStopsNothing();
     void moreThanMaxBoardsAreRefused();
 
@@ -550,13 +551,30 @@ void TestSimulator::nameWithAFifoAsLockIsLocked()
     QVERIFY(QFile::remove(lockFile(name)));
 }
 
+void TestSimulator::fifoInPlaceOfAReservationStopsNothing_data()
+{
+    QTest::addColumn<bool>("isBesideALeftReservation");
+    QTest::newRow("at its path") << false;
+    QTest::newRow("where QLockFile writes to remove one that was left behind") << true;
+}
+
 void TestSimulator::fifoInPlaceOfAReservationStopsNothing()
 {
+    QFETCH(const bool, isBesideALeftReservation);
     BoardConfig config;
     config.port = uniquePortName();
     const QString reservation = lockFile(QStringLiteral("jwsim.") + config.port);
-    QCOMPARE(::mkfifo(reservation.toLocal8Bit().constData(), 0600), 0);
-    const auto removeFifo = qScopeGuard([&reservation] { QFile::remove(reservation); });
+    const QString fifo = isBesideALeftReservation ? reservation + QStringLiteral(".rmlock") : reservation;
+    const auto clean = qScopeGuard([&] {
+        QFile::remove(reservation);
+        QFile::remove(fifo);
+    });
+    if (isBesideALeftReservation) {
+        QFile left(reservation);
+        QVERIFY(left.open(QIODevice::WriteOnly));
+        QVERIFY(left.write("4194305\njwsim\n\n") > 0); // Linux gives no process such a large number
+    }
+    QCOMPARE(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
     QString error;
     QVERIFY2(m_testbed->add(config, &error), qPrintable(error));
 }
