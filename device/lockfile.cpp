@@ -25,7 +25,7 @@ QString lockFilePath(const QString &portName)
     return {};
 }
 
-QString foreignKind(const QString &path)
+QString foreignLockKind(const QString &path)
 {
     const std::filesystem::path file(QFile::encodeName(path).toStdString());
     std::error_code error;
@@ -55,7 +55,7 @@ QString lockTrap(const QString &portName)
 {
     // Before QLockFile removes a lock file that was left behind, it creates a second lock file with this ending.
     for (QString path = lockFilePath(portName);; path += QLatin1String(".rmlock")) {
-        const QString kind = foreignKind(path);
+        const QString kind = foreignLockKind(path);
         if (!kind.isEmpty())
             return QStringLiteral("%1 is %2, no lock file").arg(path, kind);
         if (!QFile::exists(path))

@@ -23,7 +23,7 @@ namespace JwProbe {
 namespace {
 
 constexpr qint64 staleLockTime = 30000; // ms; an older lock file is stale; this is the default of QLockFile
-constexpr int largestLockFile = 4096; // bytes; JwDevice::foreignKind() takes a larger file for no lock file
+constexpr int largestLockFile = 4096; // bytes; JwDevice::foreignLockKind() takes a larger file for no lock file
 
 // Returns the content of the file, or nothing if the file can't be opened. Never blocks, even if somebody replaced the
 // file by a named pipe just before.
@@ -115,7 +115,7 @@ bool isRemovable(const QString &path, const struct stat &file)
 
 std::optional<LockFile> examineLock(const QString &path)
 {
-    const QString kind = JwDevice::foreignKind(path);
+    const QString kind = JwDevice::foreignLockKind(path);
     if (!kind.isEmpty())
         return LockFile{path, kind, 0, QString()};
     struct stat status = {};
