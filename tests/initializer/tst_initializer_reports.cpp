@@ -472,7 +472,7 @@ void TestInitializerReports::portThatFailsIsLostWithAnErrorOfItsOwn()
     connect(port, &QSerialPort::errorOccurred, this,
             [&reported](QSerialPort::SerialPortError error) { reported = error; });
     other.start(port);
-    const QDeadlineTimer deadline(30000);
+    const QDeadlineTimer deadline(60000);
     while (verdictOn(fixture, board) != PortReport::Lost && !deadline.hasExpired()) {
         QVERIFY(board->send("stolen\r\n"));
         settle();

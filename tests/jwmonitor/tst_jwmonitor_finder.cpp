@@ -512,7 +512,8 @@ void TestFinder::anAnswerThatStopOvertakesLeavesNothing()
         QCOMPARE(found.size(), 0);
         QSerialPort port(board->portName());
         QVERIFY(port.open(QIODevice::ReadWrite));
-        QVERIFY(port.clear()); // otherwise the next search reads this answer
+        if (answer != Answer::NotReported)
+            QVERIFY(port.waitForReadyRead(30000)); // otherwise the next search reads this answer
         port.close();
         settle();
         objects.append(ProcessUsage::now().objects);
