@@ -2,6 +2,7 @@
 
 #include <fleet/fleetwatch.h>
 
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -318,13 +319,22 @@ void TestFleetWatch::lineThatIsNotWrittenHasAReason()
     BrokerRun broker;
     broker.start();
     Watcher watcher(broker);
-    BridgeRun bridge({boardOn("BoardA", m_port, "serial=S1")}, broker.url(), folder("here"));
+    QFile report(m_folder->filePath(QStringLiteral("report")));
+    ProgramRun bridge(jwsimProgram(),
+                      QStringList{QStringLiteral("--report"), report.fileName()}
+                          + bridgeUnderJwsim({boardOn("BoardA", m_port, "serial=S1")}, broker.url(), folder("here")));
+    bridge.start();
     WAIT_FOR(watcher.events.size() == 1);
     const QString wrong = watcher.result(QStringLiteral("S1:1.0"), QStringLiteral("PJWVER*00"));
     QVERIFY2(wrong.contains(QLatin1String("checksum")), qPrintable(wrong));
-    const QString unknown = watcher.result(QStringLiteral("S2:1.0"), QStringLiteral("PJWVER"));
+    const QString unknown = watcher.result(QStringLiteral("S2:1.0"), QStringLiteral("PJWTWO"));
     QVERIFY2(unknown.contains(QLatin1String("the board is not there")), qPrintable(unknown));
-    QVERIFY(watcher.payloads.isEmpty());
+    bridge.sendSignal(SIGTERM);
+    QVERIFY(bridge.finish());
+    QVERIFY(report.open(QIODevice::ReadOnly));
+    const QByteArray received = report.readAll();
+    QVERIFY2(received.contains("$PJWVER*0c"), received); // the bridge's own query
+    QVERIFY2(!received.contains("*00") && !received.contains("PJWTWO"), received);
 }
 
 void TestFleetWatch::lineForAReadOnlyBridgeIsRefused()

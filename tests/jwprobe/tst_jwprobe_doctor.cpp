@@ -578,6 +578,8 @@ void TestJwprobeDoctor::watchOpensNoPortBesideWhatIsNoLockFile()
     QStringList events;
     for (const QByteArray &line : linesOf(outcome.output)) {
         const QJsonObject event = QJsonDocument::fromJson(line).object();
+        if (event[QLatin1String("event")] == QLatin1String("payload"))
+            continue; // if somebody sets the machine's clock, jwprobe asks its boards
         events.append(event[QLatin1String("event")].toString() + QLatin1Char(' ')
                       + event[QLatin1String("port")].toString());
         if (events.last().startsWith(QLatin1String("refused")))

@@ -249,7 +249,8 @@ void TestJwprobeFleet::monitorShowsPayloadsAndSendsLines()
     WAIT_FOR(jwprobe.output().contains("  here/S1:1.0  <-  $PJWVER,"));
     WAIT_FOR(jwprobe.output().contains("  here/S1:1.0  ->  $PJWVER*0c\n"));
     jwprobe.write("here/S1:1.0: $PJWVER*0c\n");
-    WAIT_FOR(jwprobe.output().count("  <-  $PJWVER,") == 2);
+    WAIT_FOR(jwprobe.output().count("  here/S1:1.0  ->  $PJWVER*0c\n") == 2);
+    WAIT_FOR(jwprobe.output().count("  <-  $PJWVER,") >= 2); // more if the bridge checks the board
     QCOMPARE(jwprobe.error(), QByteArray());
 }
 
