@@ -198,8 +198,8 @@ void WatchedPort::onPortLost(bool isDeviceGone)
     // If the cable was pulled, errors come first, and the system removes the port a little later. So the loss is
     // reported when the port is removed, or when removalTime is over.
     auto *const port = static_cast<QSerialPort *>(m_guard->parent());
-    m_report.error = port->error() == QSerialPort::ResourceError ? QSerialPort::UnknownError : port->error();
-    m_report.errorText = port->errorString();
+    m_failure = port->error() == QSerialPort::ResourceError ? QSerialPort::UnknownError : port->error();
+    m_failureText = port->errorString();
     closeAtOnce(port);
     m_checkTimer.stop();
     m_check = Check::Off;
@@ -248,6 +248,9 @@ void WatchedPort::lose(Board::Loss loss)
     if (loss == Board::CablePulled) {
         m_report.error = QSerialPort::ResourceError;
         m_report.errorText = QStringLiteral("No such device");
+    } else if (loss == Board::PortFailed) {
+        m_report.error = m_failure;
+        m_report.errorText = m_failureText;
     }
     const bool isReported = m_isReported;
     close(PortGuard::Later);

@@ -100,6 +100,8 @@ private:
     QTimer m_deadline;
     QTimer m_checkTimer;
     QTimer m_removalTimer; // runs after the port failed, until it is known whether the cable was pulled
+    QSerialPort::SerialPortError m_failure = QSerialPort::NoError; // why the port failed
+    QString m_failureText;
     Check m_check = Check::Off;
     qint64 m_unreadBytes = 0; // number of unread bytes when the check wrote the query
 };

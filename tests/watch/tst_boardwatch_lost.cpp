@@ -209,6 +209,9 @@ void TestBoardWatchLost::portThatFailsBeforeItIsRemovedIsAPulledCable()
     QVERIFY(runUntil([&] { return !port->isOpen() || !board->send("stolen\r\n"); }));
     other.stop();
     QCOMPARE(fixture.timeline, QStringList{found1});
+    const PortReport report = fixture.report(board);
+    QCOMPARE(report.verdict, PortReport::HandedOver);
+    QCOMPARE(report.error, QSerialPort::NoError);
     board->pull();
     QTRY_COMPARE(fixture.timeline, QStringList({found1, QStringLiteral("lost SIM1:1.0 cablePulled")}));
 }
