@@ -6,8 +6,14 @@
 #include <jwmonitor/find/portsview.h>
 #include <jwmonitor/look/theme.h>
 
+#include <device/lockfile.h>
+
 #include <QAbstractItemModelTester>
+#include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
+
+#include <sys/stat.h>
 
 using namespace JwDevice;
 using namespace JwMonitor;
@@ -51,6 +57,7 @@ private Q_SLOTS:
     void rowsComeAndGoOneByOne();
     void onlyWhatChangedIsAnnounced();
     void tellsWhatBecameOfEachPort();
+    void tellsWhatIsInPlaceOfALockFile();
     void tellsWhatCantBeReadAlsoWhenTheSearchWasStopped();
     void toolTipsShowTextsOfBoardsAsTheyAre();
     void tellsTheUsbIdentity();
@@ -119,6 +126,19 @@ void TestPorts::tellsWhatBecameOfEachPort()
     QVERIFY(text(view.model(), busy, PortsModel::State).startsWith(QLatin1String("not opened: held by another")));
     QVERIFY(text(view.model(), garbled, PortsModel::State).startsWith(QLatin1String("unreadable: $PJWVER")));
     QCOMPARE(text(view.model(), foreign, PortsModel::State), QStringLiteral("not asked"));
+}
+
+void TestPorts::tellsWhatIsInPlaceOfALockFile()
+{
+    FinderFixture fixture;
+    const auto *board = fixture.attach("BoardA");
+    const QString lock = JwDevice::lockFilePath(board->portName());
+    QCOMPARE(::mkfifo(QFile::encodeName(lock).constData(), 0600), 0);
+    const auto clean = qScopeGuard([&lock] { QFile::remove(lock); });
+    const PortsView view(&fixture.finder);
+    fixture.searchToTheEnd({BoardA}, 0);
+    QCOMPARE(text(view.model(), board, PortsModel::State),
+             QStringLiteral("not opened: %1 is a named pipe, no lock file").arg(lock));
 }
 
 void TestPorts::tellsWhatCantBeReadAlsoWhenTheSearchWasStopped()

@@ -2,6 +2,8 @@
 
 #include <jwprobe/doctor/diagnosis.h>
 
+#include <device/lockfile.h>
+
 #include <QDir>
 #include <QFile>
 #include <QLockFile>
@@ -29,9 +31,11 @@ private Q_SLOTS:
     void aReplyIsNamedAsTheLibraryReadsIt();
     void noPortNeedBeAskedAlone_data();
     void noPortNeedBeAskedAlone();
+    void aLostPortThatTheSystemRemovedLaterWasUnplugged_data();
     void aLostPortThatTheSystemRemovedLaterWasUnplugged();
     void aPortThatDoesNotOpenSaysWhy();
     void aPortThatOpensByNowKeepsItsError();
+    void aLockTrapThatIsGoneIsStillTheReason();
     void aNameThatTheSystemDoesNotKnowIsNoSuchPort();
     void withoutPermissionGroupAndRuleAreTold();
     void aLivingLockHolderIsNamed();
@@ -215,9 +219,21 @@ void TestJwprobeDiagnosis::noPortNeedBeAskedAlone()
     QVERIFY2(!advice.isEmpty() && !advice.contains(QLatin1String("--port")), qPrintable(advice));
 }
 
+void TestJwprobeDiagnosis::aLostPortThatTheSystemRemovedLaterWasUnplugged_data()
+{
+    QTest::addColumn<bool>("isKnown");
+    QTest::addColumn<QString>("location");
+    QTest::newRow("after the ports were listed") << true << existingPort().location;
+    QTest::newRow("before the ports were listed") << false << QStringLiteral("/dev/ttyREMOVED0");
+}
+
 void TestJwprobeDiagnosis::aLostPortThatTheSystemRemovedLaterWasUnplugged()
 {
-    const PortIdentity port = existingPort(); // was listed, but is not listed now
+    QFETCH(bool, isKnown);
+    QFETCH(QString, location);
+    PortIdentity port = existingPort(); // the system does not list it now
+    port.isKnown = isKnown;
+    port.location = location;
     const Diagnosis diagnosis = diagnose(port, lost(QSerialPort::UnknownError, QString()));
     QCOMPARE(diagnosis.state, QStringLiteral("unplugged"));
     QVERIFY2(diagnosis.summary.contains(QLatin1String("cable was pulled")), qPrintable(diagnosis.summary));
@@ -242,6 +258,18 @@ void TestJwprobeDiagnosis::aPortThatOpensByNowKeepsItsError()
     QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
     QCOMPARE(diagnosis.summary, QStringLiteral("does not open: UnsupportedOperationError"));
     QCOMPARE(diagnosis.advice.last(), QStringLiteral("    sudo dmesg | tail"));
+}
+
+void TestJwprobeDiagnosis::aLockTrapThatIsGoneIsStillTheReason()
+{
+    PortReport report = notOpened(QSerialPort::PermissionError);
+    report.portName = existingPort().name;
+    report.errorText = JwDevice::lockFilePath(report.portName) + QStringLiteral(" is a named pipe, no lock file");
+    const Diagnosis diagnosis = diagnose(existingPort(), report);
+    QCOMPARE(diagnosis.state, QStringLiteral("openFailed"));
+    QCOMPARE(diagnosis.summary, report.errorText);
+    QVERIFY2(diagnosis.advice.join(QLatin1Char('\n')).contains(QLatin1String("Run jwprobe again")),
+             qPrintable(diagnosis.advice.join(QLatin1Char('\n'))));
 }
 
 void TestJwprobeDiagnosis::aNameThatTheSystemDoesNotKnowIsNoSuchPort()

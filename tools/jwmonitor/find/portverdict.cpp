@@ -1,5 +1,6 @@
 #include "portverdict.h"
 
+#include <common/locktrap.h>
 #include <common/printable.h>
 
 #include <device/portreport.h>
@@ -23,7 +24,8 @@ QString whyNotOpened(const JwDevice::PortReport &report)
     case QSerialPort::DeviceNotFoundError:
         return Verdict::tr("no such port");
     case QSerialPort::PermissionError:
-        return Verdict::tr("not opened: held by another program, or no permission");
+        return JwTools::isLockTrap(report) ? Verdict::tr("not opened: %1").arg(report.errorText)
+                                           : Verdict::tr("not opened: held by another program, or no permission");
     default:
         return Verdict::tr("not opened: %1").arg(report.errorText);
     }

@@ -2,11 +2,14 @@
 
 #include "access.h"
 #include <common/boardtype.h>
+#include <common/locktrap.h>
 #include <common/printable.h>
 #include <jwprobe/search/reply.h>
 
 #include <device/boardrules.h>
+#include <device/lockfile.h>
 
+#include <QFile>
 #include <QSerialPortInfo>
 
 using JwDevice::PortReport;
@@ -25,6 +28,13 @@ Diagnosis diagnoseClosed(const PortIdentity &port, const PortReport &report)
                 {QStringLiteral("Give the search more time after its delay: a later --deadline or a shorter "
                                 "--delay.")}};
     }
+    if (JwTools::isLockTrap(report) && JwDevice::lockTrap(port.name).isEmpty()) {
+        return {port,
+                report,
+                obstacleState(Obstacle::Other),
+                JwTools::printable(report.errorText),
+                {QStringLiteral("Somebody has removed it since then. Run jwprobe again.")}};
+    }
     const Obstacle obstacle = explainOpenError(port, report.error);
     return {port, report, obstacleState(obstacle.kind), obstacle.summary, obstacle.advice};
 }
@@ -35,7 +45,9 @@ Diagnosis diagnoseLoss(const PortIdentity &port, const PortReport &report)
         ? QString()
         : QStringLiteral(", after it had answered %1").arg(JwTools::printable(report.reply));
     // On a busy machine, many errors may come before the system removes the port. So ask the system again.
-    if (report.error == QSerialPort::ResourceError || (port.isKnown && QSerialPortInfo(port.name).isNull())) {
+    const bool isRemoved = (port.isKnown && QSerialPortInfo(port.name).isNull())
+        || (!port.location.isEmpty() && !QFile::exists(port.location));
+    if (report.error == QSerialPort::ResourceError || isRemoved) {
         return {port,
                 report,
                 QStringLiteral("unplugged"),
