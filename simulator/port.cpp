@@ -22,7 +22,7 @@ namespace JwSimulator {
 namespace {
 
 const char *const deviceMajor = "166";
-constexpr int longestLockFile = 4096; // bytes to read; a limit, because any user may write a very long file
+constexpr int longestLockFile = 4096; // bytes; any user may write a very long file, which is no lock file
 
 QString systemError(const QString &what)
 {
@@ -54,10 +54,12 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
 // QLockFile expects the program's name in a second line, and would delete a file without this line.
 bool isHeldByOtherProgram(const QString &portName)
 {
-    // If something is not a plain file, QSerialPort cannot lock the port, and reading a FIFO would block. Before
-    // QLockFile removes a lock file that was left behind, it creates a second one with this ending.
+    // If something is not a plain file, QSerialPort cannot lock the port, and reading a FIFO would block. QLockFile
+    // would read a long file whole. Before it removes a lock file that was left behind, it creates a second one with
+    // this ending.
     for (QString path = lockFileName(portName); QFileInfo::exists(path); path += QLatin1String(".rmlock")) {
-        if (!QFileInfo(path).isFile())
+        const QFileInfo info(path);
+        if (!info.isFile() || info.size() > longestLockFile)
             return true;
     }
     QFile file(lockFileName(portName));

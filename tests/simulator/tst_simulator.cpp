@@ -25,6 +25,7 @@
 #include <QVariantMap>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -202,6 +203,7 @@ private Q_SLOTS:
     void takenPortNameIsRefused();
     void nameThatAnotherProgramUsesIsLocked();
     void nameWithAFifoAsLockIsLocked();
+    void longFileAsLockIsNotReadWhole();
     void fifoInPlaceOfAReservationStopsNothing_data();
     void fifoInPlaceOfAReservationStopsNothing();
     void moreThanMaxBoardsAreRefused();
@@ -549,6 +551,23 @@ void TestSimulator::nameWithAFifoAsLockIsLocked()
     QVERIFY(m_testbed->add(config));
     m_testbed.reset();
     QVERIFY(QFile::remove(lockFile(name)));
+}
+
+void TestSimulator::longFileAsLockIsNotReadWhole()
+{
+    const auto mostMemory = [] {
+        rusage usage = {};
+        ::getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss; // KiB
+    };
+    const QString name = uniquePortName();
+    QFile lock(lockFile(name));
+    constexpr long size = 1024 * 1024; // KiB; needs no room on the disk, because nothing is written
+    QVERIFY(lock.open(QIODevice::WriteOnly) && lock.resize(size * 1024LL));
+    const long before = mostMemory();
+    QVERIFY(JwSimulator::isLocked(name));
+    QVERIFY(mostMemory() - before < size / 10);
+    QVERIFY(lock.remove());
 }
 
 void TestSimulator::fifoInPlaceOfAReservationStopsNothing_data()
