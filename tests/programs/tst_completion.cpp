@@ -169,7 +169,7 @@ void TestCompletion::jwprobeIdsAreThoseOfTheSystem_data()
     const auto row = [](const char *line, const char *replies) {
         QTest::newRow(line) << QString::fromLatin1(line) << QByteArray(replies);
     };
-    row("jwprobe --id ", "ONE:1.0 TWO:1.0");
+    row("jwprobe --id ", "ONE:1.0 TWO:1.0 \\$\\(id\\>\\&2\\):1.0");
     row("jwprobe --id T", "TWO:1.0");
     row("jwprobe --id=T", "TWO:1.0");
     // bash replaces only the part after the ":".
@@ -184,7 +184,8 @@ void TestCompletion::jwprobeIdsAreThoseOfTheSystem()
     QFETCH(QString, line);
     QFETCH(QByteArray, replies);
     const QStringList boards{boardOn("BoardA", uniquePortName(), "serial=ONE"),
-                             boardOn("silent", uniquePortName(), "serial=TWO")};
+                             boardOn("silent", uniquePortName(), "serial=TWO"),
+                             boardOn("silent", uniquePortName(), "serial=$(id>&2)")};
     QCOMPARE(completed(jwprobeProgram(), line, boards), replies);
 }
 
@@ -292,7 +293,7 @@ void TestCompletion::jwmonitorRunsNothingThatJwprobeSays()
     qputenv("PATH", dir.path().toLocal8Bit() + ':' + path);
     const QByteArray replies = completed(QStringLiteral(JWMONITOR_PROGRAM), QStringLiteral("jwmonitor --port tty"));
     qputenv("PATH", path);
-    QCOMPARE(replies, QByteArray("ttyA$(echo ran >&2)`echo ran >&2` ttyB"));
+    QCOMPARE(replies, QByteArray("ttyA\\$\\(echo\\ ran\\ \\>\\&2\\)\\`echo\\ ran\\ \\>\\&2\\` ttyB"));
 }
 #endif
 
