@@ -68,22 +68,24 @@ void TestBoardWatchCheck::silentBoardIsLostWhenItDoesNotAnswerInTheReplyTime()
     WatchFixture fixture;
     SleepyBoard sleepy(fixture);
     fixture.watch->setMaxRetries(0);
-    fixture.watch->setCheckInterval(100);
-    fixture.watch->start();
-    QTRY_COMPARE(sleepy.queries, 2); // the query of the probe and the query of the first check
-    sleepy.isAwake = false;
+    constexpr int interval = 100;
+    fixture.watch->setCheckInterval(interval);
     QElapsedTimer clock;
-    QObject::connect(sleepy.board, &Board::sentenceReceived, sleepy.board, [&clock] {
-        if (!clock.isValid())
+    // Measures from the last answer on: the watch cannot receive it before this slot returns.
+    QObject::connect(sleepy.board, &Board::sentenceReceived, sleepy.board, [&] {
+        if (sleepy.queries == 2) { // the query of the probe and the query of the first check
+            sleepy.isAwake = false;
             clock.start();
+        }
     });
+    fixture.watch->start();
     qint64 elapsed = 0;
     fixture.onLost = [&](const JwDevice::Board &board) {
         elapsed = clock.elapsed();
         QCOMPARE(board.loss, JwDevice::Board::NoAnswer);
     };
     QTRY_COMPARE(fixture.timeline, QStringList({found1, noAnswer1}));
-    QVERIFY2(elapsed >= JwDevice::replyTime - 20, QByteArray::number(elapsed));
+    QVERIFY2(elapsed >= interval + JwDevice::replyTime - 20, QByteArray::number(elapsed));
     QVERIFY(sleepy.board->isPlugged());
     QCOMPARE(fixture.report(sleepy.board).verdict, PortReport::TimedOut);
 }
