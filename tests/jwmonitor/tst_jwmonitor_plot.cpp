@@ -1,6 +1,7 @@
 #include "support/jwmonitor/simulatedwindowmain.h"
 #include "support/jwmonitor/trafficrows.h"
 
+#include <jwmonitor/history/historyscan.h>
 #include <jwmonitor/plot/plotaxis.h>
 #include <jwmonitor/plot/plotcanvas.h>
 #include <jwmonitor/plot/plotdata.h>
@@ -9,6 +10,7 @@
 #include <jwmonitor/traffic/trafficmodel.h>
 
 #include <QComboBox>
+#include <QDeadlineTimer>
 #include <QSignalSpy>
 
 using namespace JwMonitor;
@@ -72,6 +74,7 @@ private Q_SLOTS:
     void countsEachPortByItself();
     void boardOnAnotherPortGoesOnInItsCurve();
     void twoBoardsOfOnePortHaveTwoCurves();
+    void aSlowTurnDelaysNoLaterPayload();
     void secondsWithoutPayloadsCountNone();
     void aClockThatGoesBackIsHeldUp();
     void readsTheValuesOfAField();
@@ -199,6 +202,23 @@ void TestPlot::twoBoardsOfOnePortHaveTwoCurves()
     model.flush();
     QCOMPARE(data.curveName(QStringLiteral("S1:1.0")), acm1);
     QCOMPARE(data.curveName(QStringLiteral("S2:1.0")), acm0);
+}
+
+void TestPlot::aSlowTurnDelaysNoLaterPayload()
+{
+    TrafficModel model;
+    const HistoryScan scan(&model);
+    int rows = 0;
+    connect(&scan, &HistoryScan::reached, this, [&rows](int first, int last) {
+        rows += last - first + 1;
+        const QDeadlineTimer slow(10); // ms; longer than a turn lasts
+        while (!slow.hasExpired()) { }
+    });
+    for (int payload = 1; payload <= 2; ++payload) {
+        model.append(at(payload * second, QStringLiteral("PA")));
+        model.flush();
+        QCOMPARE(rows, payload);
+    }
 }
 
 void TestPlot::secondsWithoutPayloadsCountNone()

@@ -59,18 +59,22 @@ void HistoryScan::goOn()
     QElapsedTimer turn;
     turn.start();
     while (reachSome()) {
-        if (turn.elapsed() >= msPerTurn) {
+        if (turn.elapsed() >= msPerTurn && rowsLeft() > 0) {
             m_turn.start(0);
             return;
         }
     }
 }
 
+qint64 HistoryScan::rowsLeft() const
+{
+    return std::min(m_end, m_firstNumber + m_model->rowCount()) - m_next;
+}
+
 bool HistoryScan::reachSome()
 {
-    const qint64 end = std::min(m_end, m_firstNumber + m_model->rowCount());
     const int first = static_cast<int>(m_next - m_firstNumber);
-    const int count = static_cast<int>(std::min<qint64>(end - m_next, rowsAtOnce));
+    const int count = static_cast<int>(std::min<qint64>(rowsLeft(), rowsAtOnce));
     if (count <= 0)
         return false;
     m_next += count;

@@ -36,6 +36,7 @@ Q_SIGNALS:
 
 private:
     void goOn();
+    qint64 rowsLeft() const;
     bool reachSome();
 
     const QAbstractItemModel *const m_model;
