@@ -55,8 +55,8 @@ std::unique_ptr<QLockFile> portLock(const QString &portName)
 bool isHeldByOtherProgram(const QString &portName)
 {
     // If something is not a plain file, QSerialPort cannot lock the port, and reading a FIFO would block. QLockFile
-    // would read a long file whole. Before it removes a lock file that was left behind, it creates a second one with
-    // this ending.
+    // would read a long file whole. Before QLockFile removes a lock file that was left behind, it creates a second one
+    // with this ending.
     for (QString path = lockFileName(portName); QFileInfo::exists(path); path += QLatin1String(".rmlock")) {
         const QFileInfo info(path);
         if (!info.isFile() || info.size() > longestLockFile)
